@@ -1,0 +1,86 @@
+// Shared values. A handle that loses its last reference is held once more while it takes its leave:
+// it goes out of the table, then the life-time notifiee hears of it, then it is deleted.
+
+#include "platform/Kiv/DedupTable.h"
+
+#include <algorithm>
+
+namespace Kiv {
+
+void
+DedupHandle::lastReferenceGone() {
+   if ( DedupHashTable * table = std::exchange( table_, nullptr ) ) {
+      table->remove( this );
+   } else {
+      delete this;
+   }
+}
+
+DedupHashTable::~DedupHashTable() {
+   detach();
+}
+
+void
+DedupHashTable::DedupHashTableUnorderedSetIs( bool unordered ) {
+   LUM_ASSERT( size() == 0 );
+   unordered_ = unordered;
+}
+
+Lum::Ptr< DedupHandle >
+DedupHashTable::dedup( const Lum::Ptr< DedupHandle > & candidate ) {
+   LUM_ASSERT( !beingDetached() );
+   DedupHandle * const handle = candidate.ptr();
+   if ( unordered_ ) {
+      const auto [ at, fresh ] = unorderedSet_.insert( handle );
+      if ( !fresh ) {
+         return *at;
+      }
+   } else {
+      const auto [ at, fresh ] = orderedSet_.insert( handle );
+      if ( !fresh ) {
+         return *at;
+      }
+   }
+   handle->table_ = this;
+   if ( const auto notifiee = notifiee_ ) {
+      notifiee->handleInsert( candidate );
+   }
+   return candidate;
+}
+
+void
+DedupHashTable::remove( DedupHandle * handle ) {
+   if ( unordered_ ) {
+      unorderedSet_.erase( handle );
+   } else {
+      orderedSet_.erase( handle );
+   }
+   const Lum::Ptr< DedupHandle > leaving( handle );
+   if ( const auto notifiee = notifiee_ ) {
+      notifiee->handleRemove( leaving );
+   }
+}
+
+std::vector< Lum::Ptr< DedupHandle > >
+DedupHashTable::handles() const {
+   std::vector< Lum::Ptr< DedupHandle > > all( unorderedSet_.begin(), unorderedSet_.end() );
+   all.insert( all.end(), orderedSet_.begin(), orderedSet_.end() );
+   std::sort( all.begin(), all.end(),
+              []( const auto & a, const auto & b ) { return a->serial() < b->serial(); } );
+   return all;
+}
+
+void
+DedupHashTable::detach() {
+   beingDetached_ = true;
+   for ( DedupHandle * handle : unorderedSet_ ) {
+      handle->table_ = nullptr;
+   }
+   for ( DedupHandle * handle : orderedSet_ ) {
+      handle->table_ = nullptr;
+   }
+   unorderedSet_.clear();
+   orderedSet_.clear();
+}
+
+}

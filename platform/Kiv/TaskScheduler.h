@@ -1,0 +1,67 @@
+#pragma once
+
+#include "platform/Lum/ActivityLoop.h"
+#include "platform/Lum/Attribute.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Kiv {
+
+class Task;
+
+/// Runs deferred work on the event loop.
+class TaskScheduler : public Lum::Entity {
+   LUM_ENTITY( Kiv, TaskScheduler );
+   /// The loop outlives the scheduler.
+   explicit TaskScheduler( Lum::ActivityLoop & loop ) : loop_( loop ) {}
+
+   /// Number of tasks that are scheduled.
+   std::size_t pending() const noexcept { return pending_; }
+   /// Their names, sorted: what a system that does not come to rest is busy with.
+   std::vector< std::string > pendingNames() const;
+
+ private:
+   friend class Task;
+
+   Lum::ActivityLoop & loop_;
+   std::size_t pending_ = 0;
+   Task * scheduled_ = nullptr;
+};
+
+/// A named piece of deferred work. It ends with its object. The callback may schedule the task
+/// again or destroy it.
+class Task {
+ public:
+   Task( Lum::Ptr< TaskScheduler > scheduler, std::string name, std::function< void() > callback )
+      : scheduler_( std::move( scheduler ) ), name_( std::move( name ) ),
+        callback_( std::move( callback ) ) {}
+   ~Task() { unschedule(); }
+   Task( const Task & ) = delete;
+   Task & operator=( const Task & ) = delete;
+
+   /// Runs the callback once, `delay` seconds from now and never inside of this call. A task that is
+   /// scheduled already gets the new deadline.
+   void schedule( Lum::Seconds delay = 0 );
+   void unschedule();
+   bool scheduled() const noexcept { return timer_.second != 0; }
+   /// REQUIRES: the task is scheduled.
+   Lum::Seconds deadline() const noexcept { return timer_.first; }
+   const std::string & name() const noexcept { return name_; }
+
+ private:
+   friend class TaskScheduler;
+
+   void run();
+   void leave();
+
+   Lum::Ptr< TaskScheduler > scheduler_;
+   std::string name_;
+   std::function< void() > callback_;
+   Lum::ActivityLoop::TimerId timer_{ 0, 0 };
+   Task * previous_ = nullptr;
+   Task * next_ = nullptr;
+};
+
+}

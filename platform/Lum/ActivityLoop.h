@@ -1,0 +1,72 @@
+#pragma once
+
+#include "platform/Lum/Clock.h"
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+
+namespace Lum {
+
+/// The one event loop of a process: timers and file descriptors, on epoll.
+///
+/// Its clock, real or virtual, is the process's clock while the loop lives. Timers of equal
+/// deadline fire in order of arming. On the virtual clock time stands still while handlers run
+/// and moves only in `advance` and `settle`, from deadline to deadline.
+class ActivityLoop {
+ public:
+   using Callback = std::function< void() >;
+   /// A deadline and the number of its arming; {0, 0} is no timer.
+   using TimerId = std::pair< Seconds, std::uint64_t >;
+
+   enum class Time { real, virtualTime };
+   explicit ActivityLoop( Time time );
+   ~ActivityLoop();
+   ActivityLoop( const ActivityLoop & ) = delete;
+   ActivityLoop & operator=( const ActivityLoop & ) = delete;
+
+   Seconds now() const { return clock_->now(); }
+
+   TimerId timerIs( Seconds deadline, Callback callback );
+   void timerDel( const TimerId & id );
+   /// The earliest deadline; infinity where no timer is armed.
+   Seconds nextDeadline() const;
+
+   /// Calls `callback( events )` when one of the epoll `events` is there. Replaces an earlier call
+   /// for the same descriptor. The descriptor stays the caller's.
+   void fdIs( int fd, std::uint32_t events, std::function< void( std::uint32_t ) > callback );
+   void fdDel( int fd );
+
+   /// One turn: waits at most `maxWait` seconds for a timer or a descriptor, then serves all that
+   /// are due. On the virtual clock it does not wait and time does not move.
+   void runOnce( Seconds maxWait );
+   /// Turns until `stop`.
+   void run();
+   void stop() { running_ = false; }
+
+   /// Virtual clock: serves everything due within `duration`, in order, and ends that much later.
+   void advance( Seconds duration );
+   /// Virtual clock: moves from deadline to deadline until no timer is armed. Gives up, and gives
+   /// false, after `maxTimers` timers or when the next deadline lies beyond `until`.
+   bool settle( std::size_t maxTimers = 10'000'000,
+                Seconds until = std::numeric_limits< Seconds >::infinity() );
+
+ private:
+   bool fireOne( Seconds until );
+   void serveDescriptors( Seconds maxWait );
+   VirtualClock & virtualClock();
+
+   std::unique_ptr< Clock > clock_;
+   bool isVirtual_;
+   bool running_ = false;
+   int epollFd_;
+   std::uint64_t armed_ = 0;
+   std::map< TimerId, Callback > timers_;
+   std::unordered_map< int, std::shared_ptr< std::function< void( std::uint32_t ) > > > fds_;
+};
+
+}

@@ -1,0 +1,182 @@
+#pragma once
+
+#include "platform/Lum/Assert.h"
+#include "platform/Lum/Ptr.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace Lum {
+
+class Entity;
+class Reactor;
+
+/// Names one attribute or collection of an entity type for subscription. The address of the
+/// constant is the identity; `E` and `Key` check the handler's type at compile time
+/// (`Key` is void for a plain attribute).
+template< class E, class Key = void >
+struct AttributeId {
+   const char * name;
+};
+
+/// One subscription: a node in the attribute's list, and in its owner's.
+struct Subscription {
+   using Deliver = void ( * )( Reactor & owner, const void * key );
+
+   const Entity * entity;
+   const void * attribute;
+   Reactor * owner;  // null once ended while its list is being delivered
+   Deliver deliver;
+   Subscription * previous = nullptr;
+   Subscription * next = nullptr;
+   Subscription * ownerPrevious = nullptr;
+   Subscription * ownerNext = nullptr;
+};
+
+/// An object with identity: counted references, attributes that can be watched, a type name.
+///
+/// Delivery of a change is synchronous and in order of subscription. What happens when, during
+/// the delivery of a change of attribute A of entity E, a handler
+///   sets A again                delivers the newer value at once, to all; the outer delivery then
+///                               goes on, and later handlers see the newest value a second time
+///   subscribes to A             the new subscription hears the next change, not this one
+///   ends its own subscription,  at once; one that was ended is not delivered to any more
+///   or another's
+///   deletes E                   E lives until the delivery is over
+///   deletes its own owner       the owner's other subscriptions end; the delivery goes on. The
+///                               owner lives until its handler returns
+///   inserts into or removes     as "sets A again", for the key in question: the key of this
+///   from the collection A       delivery stays valid, its entry may be gone
+class Entity {
+ public:
+   Entity() noexcept = default;
+   Entity( const Entity & ) = delete;
+   Entity & operator=( const Entity & ) = delete;
+   virtual ~Entity();
+
+   /// The type's full name, such as "Cspf::PathConfigInfo".
+   virtual const char * typeName() const = 0;
+
+   void referenceInc() const noexcept { ++references_; }
+   void referenceDec() const {
+      if ( --references_ == 0 ) {
+         const_cast< Entity * >( this )->lastReferenceGone();
+      }
+   }
+   std::uint32_t references() const noexcept { return references_; }
+   /// Whether anybody watches anything of this entity.
+   bool watched() const noexcept { return lists_ != nullptr; }
+
+ protected:
+   /// Runs when the last reference goes; the default deletes the object.
+   virtual void lastReferenceGone() { delete this; }
+   /// Delivers a change of the attribute to its watchers. O(watchers of this attribute).
+   void notify( const void * attribute, const void * key ) const {
+      if ( lists_ ) {
+         deliver( attribute, key );
+      }
+   }
+
+ private:
+   friend class Reactor;
+   struct AttributeList;
+
+   AttributeList & listIs( const void * attribute ) const;
+   void deliver( const void * attribute, const void * key ) const;
+   static void sweep( AttributeList & list );
+   static void unlink( Subscription * subscription );
+
+   mutable AttributeList * lists_ = nullptr;
+   mutable std::uint32_t references_ = 0;
+};
+
+/// An entity that watches others. State machines derive from it: `watch` binds a member function
+/// to an attribute or collection, and everything ends with the reactor or by `unwatch`.
+class Reactor : public Entity {
+ public:
+   ~Reactor() override { unwatchAll(); }
+
+   virtual void handleInitialized() {}
+   /// Runs once before the owner drops the state machine: it undoes what it did to others.
+   virtual void doPrepareToDie() {}
+
+   /// Ends all subscriptions to attributes of `entity`.
+   void unwatch( const Entity & entity );
+   void unwatchAll();
+
+ protected:
+   template< auto handler, class E, class A, class Self >
+   void watchAttribute( const Ptr< E > & entity, const AttributeId< A, void > & attribute,
+                        Self * ) {
+      watch( *entity, &attribute, []( Reactor & owner, const void * ) {
+         ( static_cast< Self & >( owner ).*handler )();
+      } );
+   }
+   template< auto handler, class E, class A, class Key, class Self >
+   void watchCollection( const Ptr< E > & entity, const AttributeId< A, Key > & attribute,
+                         Self * ) {
+      watch( *entity, &attribute, []( Reactor & owner, const void * key ) {
+         ( static_cast< Self & >( owner ).*handler )( *static_cast< const Key * >( key ) );
+      } );
+   }
+
+ private:
+   friend class Entity;
+
+   void watch( const Entity & entity, const void * attribute, Subscription::Deliver deliver );
+   void forget( Subscription * subscription );
+
+   Subscription * subscriptions_ = nullptr;
+};
+
+/// Number of live objects by type name, for the types declared with LUM_ENTITY.
+std::map< std::string, std::size_t > census();
+
+/// Counts the live objects of one type.
+class TypeCensus {
+ public:
+   explicit TypeCensus( const char * typeName );
+   std::size_t live = 0;
+   const char * const typeName;
+   TypeCensus * const next;
+};
+
+/// Creates an object and, where it is a state machine, starts it.
+template< class T, class... Args >
+Ptr< T >
+make( Args &&... args ) {
+   Ptr< T > object( new T( std::forward< Args >( args )... ) );
+   if constexpr ( requires { object->handleInitialized(); } ) {
+      object->handleInitialized();
+   }
+   return object;
+}
+
+/// Ends an owned child: its own undoing, then its subscriptions, then the owner's reference.
+template< class T >
+void
+retire( Ptr< T > & child ) {
+   Ptr< T > dying = std::move( child );
+   child = nullptr;
+   if ( !dying ) {
+      return;
+   }
+   if constexpr ( requires { dying->doPrepareToDie(); } ) {
+      dying->doPrepareToDie();
+   }
+   if constexpr ( requires { dying->unwatchAll(); } ) {
+      dying->unwatchAll();
+   }
+}
+
+}
+
+/// Subscribes a handler of this reactor: `LUM_WATCH( entity, attribute, handleAttribute )`, where
+/// the handler takes nothing; LUM_WATCH_KEYS is for collections, its handler takes the key.
+#define LUM_WATCH( entity, attribute, handler )                                                    \
+   this->template watchAttribute< &std::remove_reference_t< decltype( *this ) >::handler >(        \
+      entity, std::remove_reference_t< decltype( *( entity ) ) >::attribute##Attribute, this )
+#define LUM_WATCH_KEYS( entity, collection, handler )                                              \
+   this->template watchCollection< &std::remove_reference_t< decltype( *this ) >::handler >(       \
+      entity, std::remove_reference_t< decltype( *( entity ) ) >::collection##Attribute, this )

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string_view>
+
+/// Between the trace statements and the ring.
+namespace Trace {
+
+/// The ring wants the levels up to this one; -1: none.
+void ringLevelIs( int maxLevel );
+
+}
+
+namespace Velotrace {
+
+/// Appends one record. REQUIRES: the ring is open.
+void record( int level, std::string_view text );
+
+}

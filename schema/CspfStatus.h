@@ -1,0 +1,89 @@
+#pragma once
+
+#include "schema/CspfKeys.h"
+
+/// What the agent publishes.
+namespace Cspf {
+
+/// "te/cspf/agentStatus"
+class AgentStatus : public Lum::Entity {
+   LUM_ENTITY( Cspf, AgentStatus );
+   LUM_ATTRIBUTE( agentEnabled, bool );
+};
+
+/// The published path. No hops: there is none, or the destination is the router itself.
+struct PathStatus {
+   LUM_VALUE( Cspf, PathStatus );
+   LUM_FIELD( pathKey, PathKey );
+   LUM_FIELD( refreshRespSeq, std::uint32_t );  ///< the `refreshReqSeq` that it answers
+   LUM_FIELD( changeCount, std::uint32_t );
+   LUM_FIELD( repairPathIdx, std::uint32_t );   ///< an index of `Status::pqInfo`; 0: none
+   LUM_LIST( path, HopIndex, Kivnet::IpGenAddr );
+   LUM_LIST( pathSrlg, HopIndex, SrlgOfHop );
+   LUM_LIST( pathTeRouterId, HopIndex, Kivnet::IpGenAddr );
+   LUM_LIST( includeIp, IncludeIpIndex, IncludeIp );
+};
+
+/// A repair path: the next hop, then the repair nodes in order.
+struct PqInfo {
+   LUM_VALUE( Cspf, PqInfo );
+   LUM_FIELD( idx, std::uint32_t );
+   LUM_FIELD( nhIp, Kivnet::IpGenAddr );
+   LUM_FIELD( nhIntf, Kivnet::IntfId );
+   LUM_LIST( path, RepairNodeIdx, Routing::Isis::SystemId );
+};
+
+/// "te/cspf/status/vrf/<VRF>/<family>/<client>"
+class Status : public Lum::Entity {
+   LUM_ENTITY( Cspf, Status );
+   LUM_COLLECTION( pathStatus, PathKey, PathStatus );
+   LUM_COLLECTION_ORDERED( pqInfo, std::uint32_t, PqInfo );
+   /// Why the last computation of a path gave none, or could not replace the published one.
+   LUM_COLLECTION( pathError, PathKey, Lum::String );
+   void pathStatusIs( const PathStatus & status ) { pathStatusIs( status.pathKey(), status ); }
+   void pqInfoIs( const PqInfo & info ) { pqInfoIs( info.idx(), info ); }
+};
+
+/// "te/cspf/intfIpToRouterId/vrf/<VRF>/<family>": interface address to the TE router id of the
+/// router that owns it.
+class IntfIpToRouterIdTable : public Lum::Entity {
+   LUM_ENTITY( Cspf, IntfIpToRouterIdTable );
+   LUM_COLLECTION( intfIpToRouterId, Kivnet::IpGenAddr, Kivnet::IpGenAddr );
+};
+
+/// Names one client path among those that share a constraint.
+struct ConstraintPath {
+   LUM_VALUE( Cspf, ConstraintPath );
+   LUM_FIELD( clientName, Lum::String );
+   LUM_FIELD( pathKey, PathKey );
+   LUM_FIELD( internal, bool );  ///< derived by the agent from that client path
+};
+
+/// How often one distinct constraint was computed, and for whom.
+class ConstraintStatus : public Lum::Entity {
+   LUM_ENTITY( Cspf, ConstraintStatus );
+   LUM_COLLECTION_ORDERED( path, ConstraintPath, std::uint32_t );  ///< users of that name
+   LUM_COUNTER( cspfCount );
+   LUM_COUNTER( cspfSkippedCount );
+   LUM_ATTRIBUTE( cspfCurrentDelay, double );  ///< milliseconds
+   LUM_ATTRIBUTE( sourceMissing, bool );
+   LUM_ATTRIBUTE( constraintMissingInTopo, bool );
+};
+
+/// "te/cspf/constraintStatus/vrf/<VRF>/<family>", by the constraint's serial number.
+class ConstraintStatusTable : public Lum::Entity {
+   LUM_ENTITY( Cspf, ConstraintStatusTable );
+   LUM_COLLECTION_ORDERED( constraintStatus, std::uint64_t, Lum::Ptr< ConstraintStatus > );
+};
+
+}
+
+namespace Ip {
+
+/// "ip/status"
+class Status : public Lum::Entity {
+   LUM_ENTITY( Ip, Status );
+   LUM_ATTRIBUTE( routing, bool );
+};
+
+}

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "platform/Kivnet/IntfId.h"
+#include "platform/Kivnet/IpAddr.h"
+#include "platform/Kivnet/VrfName.h"
+#include "platform/Lum/Attribute.h"
+#include "platform/Lum/Bounded.h"
+
+namespace Cspf {
+
+LUM_BOUNDED( SrlgIndex, std::uint8_t, 0, 15 );
+
+}
+
+namespace TrafficEngineering {
+
+using SrlgId = std::uint32_t;
+
+/// "te/config"
+class Config : public Lum::Entity {
+   LUM_ENTITY( TrafficEngineering, Config );
+   LUM_ATTRIBUTE( enabled, bool );
+   LUM_ATTRIBUTE( routerId, Kivnet::IpAddr );
+   /// SRLGs that are configured on a local interface, by its name.
+   LUM_COLLECTION_ORDERED( intfSrlg, Lum::String, Lum::Set< SrlgId > );
+};
+
+/// What TE knows of one local interface.
+class IntfStatus : public Lum::Entity {
+   LUM_ENTITY( TrafficEngineering, IntfStatus );
+   LUM_COLLECTION_ORDERED( srlg, SrlgId, bool );
+};
+
+class Status : public Lum::Entity {
+   LUM_ENTITY( TrafficEngineering, Status );
+   LUM_COLLECTION_ORDERED( intfStatus, Lum::String, Lum::Ptr< IntfStatus > );
+};
+
+/// "te/bwm/activeStatus": the VRFs in which the bandwidth manager is active.
+class BwmActiveStatus : public Lum::Entity {
+   LUM_ENTITY( TrafficEngineering, BwmActiveStatus );
+   LUM_COLLECTION_ORDERED( bwmActive, L3::VrfName, bool );
+};
+
+/// What the bandwidth manager tells one client in one VRF: bytes per second by interface.
+class BandwidthClientStatus : public Lum::Entity {
+   LUM_ENTITY( TrafficEngineering, BandwidthClientStatus );
+   LUM_COLLECTION_ORDERED( maxReservableBandwidth, Kivnet::IntfId, std::uint64_t );
+};
+
+/// What one client uses in one VRF: bytes per second by interface.
+class BandwidthClientUsage : public Lum::Entity {
+   LUM_ENTITY( TrafficEngineering, BandwidthClientUsage );
+   LUM_COLLECTION_ORDERED( usage, Kivnet::IntfId, std::uint64_t );
+};
+
+}
+
+namespace Interface {
+
+/// Bandwidth of the physical Ethernet interfaces, bytes per second.
+class AllEthPhyIntfStatusDir : public Lum::Entity {
+   LUM_ENTITY( Interface, AllEthPhyIntfStatusDir );
+   LUM_COLLECTION_ORDERED( bandwidth, Kivnet::IntfId, std::uint64_t );
+};
+
+/// Bandwidth of the link aggregation groups, bytes per second.
+class EthLagIntfStatusDir : public Lum::Entity {
+   LUM_ENTITY( Interface, EthLagIntfStatusDir );
+   LUM_COLLECTION_ORDERED( bandwidth, Kivnet::IntfId, std::uint64_t );
+};
+
+}
