@@ -52,7 +52,16 @@ struct ExcludeNode {
    explicit operator bool() const { return static_cast< bool >( nodeId_ ); }
 };
 
-/// One directed link of the topology store.
+struct AllTopoNetworkId {
+   LUM_VALUE( Cspf, AllTopoNetworkId );
+   LUM_FIELD( topoId, TopoId );
+   LUM_FIELD( networkId, Routing::Topology::NetworkId );
+
+   explicit operator bool() const { return static_cast< bool >( networkId_ ); }
+};
+
+/// One directed link of the topology store. A TE graph names links with the TE router ids of their
+/// ends, an IGP graph without.
 struct AllTopoNeighborKey {
    LUM_VALUE( Cspf, AllTopoNeighborKey );
    LUM_FIELD( topoId, TopoId );
@@ -63,15 +72,13 @@ struct AllTopoNeighborKey {
    /// "AllTopoNeighborKey=<topoId=.., neighborKey=.., teNeighborOf=.., teNeighborId=..>"
    std::string stringValue() const;
    bool isLan() const { return neighborKey_.neighborType() == Routing::Topology::lan(); }
+   /// The node that owns the link: its TE router id where the key has one, else its IGP vertex.
+   NodeId neighborOf() const;
+   /// The node at the far end, likewise; empty for a link to a LAN.
+   NodeId neighborId() const;
+   /// The LAN that the link leads to; empty for a link to a router.
+   AllTopoNetworkId allTopoNetworkId() const;
    explicit operator bool() const { return static_cast< bool >( neighborKey_ ); }
-};
-
-struct AllTopoNetworkId {
-   LUM_VALUE( Cspf, AllTopoNetworkId );
-   LUM_FIELD( topoId, TopoId );
-   LUM_FIELD( networkId, Routing::Topology::NetworkId );
-
-   explicit operator bool() const { return static_cast< bool >( networkId_ ); }
 };
 
 /// Identity of a user of bandwidth; users with the same identity share their reservations.

@@ -32,7 +32,7 @@ class CommandRequestReactor : public Lum::Entity {
    void agentCommandCallbackIs( const Lum::Ptr< CommandCallback > & callback ) {
       callbacks_[ callback->name() ] = callback;
    }
-   void agentCommandCallbackDel( const std::string & name ) { callbacks_.erase( name ); }
+   void agentCommandCallbackDelAll() { callbacks_.clear(); }
    /// Hands the command over; false where nobody is registered under that name.
    bool command( const std::string & name, int fd, const std::string & text ) const;
 
@@ -48,9 +48,9 @@ struct AgentPlatform {
    Lum::Ptr< CommandRequestReactor > commandRequestReactor;
 };
 
-/// The base of an agent. The runner sets its platform, calls `doInit`, and calls
-/// `doMountsComplete` when the mount group that the agent closed there is complete.
-/// `doPrepareToDie` undoes all that the agent did to state that others see.
+/// The base of an agent. The runner sets its platform, then calls `doInit`; the completion of the
+/// mount group that the agent closes there calls `doMountsComplete`. `doPrepareToDie` undoes all
+/// that the agent did to state that others see.
 class Agent : public Lum::Reactor {
  public:
    explicit Agent( std::string name ) : name_( std::move( name ) ) {}
@@ -58,8 +58,16 @@ class Agent : public Lum::Reactor {
    const std::string & name() const noexcept { return name_; }
    void platformIs( AgentPlatform platform ) { platform_ = std::move( platform ); }
    const AgentPlatform & platform() const noexcept { return platform_; }
-   const Lum::Ptr< Corvdb::EntityManager > & entityManager() const { return platform_.entityManager; }
+   const Lum::Ptr< Corvdb::EntityManager > & entityManager() const {
+      return platform_.entityManager;
+   }
    const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler() const { return platform_.taskScheduler; }
+   const Lum::Ptr< ActivityManagerConfig > & activityManagerConfig() const {
+      return platform_.activityManagerConfig;
+   }
+   const Lum::Ptr< CommandRequestReactor > & commandRequestReactor() const {
+      return platform_.commandRequestReactor;
+   }
 
    virtual void doInit() = 0;
    virtual void doMountsComplete( Corvdb::MountStatus status,
@@ -72,6 +80,6 @@ class Agent : public Lum::Reactor {
 };
 
 /// The factory that an agent library exports as the C symbol "agentFactory".
-using AgentFactory = Agent * ( * )( const char * name );
+using AgentFactory = Agent * (*)( const char * name );
 
 }

@@ -1,4 +1,5 @@
-// The life of an agent in a process: loaded, created, started, stopped, started again.
+// The life of an agent in a process: loaded, created, started, stopped, started again. A call-back
+// may hold the agent that registered it, so the runner takes the call-backs away before it lets go.
 
 #include "platform/AgentRunner/Runner.h"
 
@@ -30,7 +31,9 @@ Library::Library( const std::string & path ) {
 
 Runner::Runner( Lum::ActivityLoop & loop, Corvdb::StateStore & state, Zorch::TableStore & tables,
                 AgentFactory factory, std::string agentName )
-   : loop_( loop ), state_( state ), tables_( tables ), factory_( factory ),
+   : state_( state ),
+     tables_( tables ),
+     factory_( factory ),
      agentName_( std::move( agentName ) ),
      scheduler_( Lum::make< Kiv::TaskScheduler >( loop ) ) {}
 
@@ -38,6 +41,7 @@ void
 Runner::start() {
    LUM_ASSERT( !agent_ );
    agent_ = factory_( agentName_.c_str() );
+   LUM_ASSERT( agent_ );
    agent_->platformIs( { Lum::make< Corvdb::EntityManager >( state_, tables_, scheduler_ ),
                          scheduler_, Lum::make< ActivityManagerConfig >(),
                          Lum::make< CommandRequestReactor >() } );
@@ -46,12 +50,15 @@ Runner::start() {
 
 void
 Runner::stop() {
-   Lum::retire( agent_ );
+   if ( agent_ ) {
+      agent_->commandRequestReactor()->agentCommandCallbackDelAll();
+      Lum::retire( agent_ );
+   }
 }
 
 bool
 Runner::command( const std::string & name, int fd, const std::string & text ) {
-   return agent_ && agent_->platform().commandRequestReactor->command( name, fd, text );
+   return agent_ && agent_->commandRequestReactor()->command( name, fd, text );
 }
 
 }

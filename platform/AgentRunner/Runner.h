@@ -36,15 +36,19 @@ class Runner {
 
    /// REQUIRES: no agent runs. The agent is complete some turns of the loop later.
    void start();
-   /// Ends the agent, if one runs.
+   /// Ends the agent, if one runs: it undoes what it did, its call-backs are forgotten, it goes.
    void stop();
+   void restart() {
+      stop();
+      start();
+   }
+   /// Null while none runs.
    const Lum::Ptr< Agent > & agent() const noexcept { return agent_; }
    const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler() const noexcept { return scheduler_; }
    /// Hands a command to the agent; false where it takes none of that name.
    bool command( const std::string & name, int fd, const std::string & text );
 
  private:
-   Lum::ActivityLoop & loop_;
    Corvdb::StateStore & state_;
    Zorch::TableStore & tables_;
    AgentFactory factory_;

@@ -2,13 +2,9 @@
 
 #include "platform/Corvdb/StateStore.h"
 #include "platform/Kiv/TaskScheduler.h"
+#include "platform/Zorch/Mounts.h"
 
 #include <functional>
-#include <memory>
-
-namespace Zorch {
-class TableStore;
-}
 
 namespace Corvdb {
 
@@ -17,7 +13,8 @@ class EntityManager;
 enum class MountStatus { success, badMode, unknownType, otherType };
 inline constexpr MountStatus mountSuccess_ = MountStatus::success;
 
-/// One mount of an agent. Modes: "r" read, "w" write; a trailing "i" is passed on as it is.
+/// One mount of an agent; once made, its path is canonical. Modes: "r" read, "w" write; a trailing
+/// "i" is passed on as it is.
 struct MountPoint {
    std::string path;
    std::string typeName;
@@ -33,14 +30,20 @@ class MountGroup : public Lum::Entity {
 
    void mountIs( const std::string & path, const std::string & typeName, const std::string & mode );
    /// Nothing more is asked for. All mounts are made, and the completion is called, in a later
-   /// turn of the loop; an entity that nobody has written yet is there with its defaults.
+   /// turn of the loop; an entity that nobody has written yet is there with its defaults. The
+   /// mounts before one that fails stand, those after it are not made. REQUIRES: not closed before.
    void closeIs( Completion completion );
+   /// Why the group failed, for people: the path and what is wrong there. Empty if it did not.
+   const std::string & error() const noexcept { return error_; }
 
  private:
    MountStatus mountAll();
+   MountStatus mount( const MountPoint & mount );
 
    EntityManager & manager_;
    std::vector< MountPoint > asked_;
+   bool closed_ = false;
+   std::string error_;
    Completion completion_;
    Kiv::Task completionTask_;
 };
@@ -65,26 +68,24 @@ class EntityManager : public Lum::Entity {
       return Lum::cast< T >( entity( path ) );
    }
 
-   /// REQUIRES: local entity creation is not declared finished; the type is known.
+   /// The local entity at the path, made where there was none. REQUIRES: local entity creation is
+   /// not declared finished; the type is known.
    Lum::Ptr< Lum::Entity > localEntityIs( const std::string & path, const std::string & typeName,
                                           const std::string & entityName );
    void localEntitiesCreatedIs( bool created ) { localEntitiesCreated_ = created; }
 
-   Zorch::TableStore & tables() const noexcept { return tables_; }
+   /// The tables that the agent has mounted; these mounts end with the manager.
+   Zorch::Mounts & tableMounts() noexcept { return tableMounts_; }
 
  private:
    friend class MountGroup;
-   struct LocalEntity {
-      std::string name;
-      Lum::Ptr< Lum::Entity > entity;
-   };
 
    StateStore & state_;
-   Zorch::TableStore & tables_;
+   Zorch::Mounts tableMounts_;
    Lum::Ptr< Kiv::TaskScheduler > scheduler_;
    Lum::Ptr< MountGroup > mountGroup_;
    std::vector< MountPoint > mounts_;
-   std::map< std::string, LocalEntity > local_;
+   std::map< std::string, Lum::Ptr< Lum::Entity > > local_;
    bool localEntitiesCreated_ = false;
 };
 

@@ -18,6 +18,15 @@ pathComponents( std::string_view path ) {
    return components;
 }
 
+std::string
+canonicalPath( std::string_view path ) {
+   std::string canonical;
+   for ( const std::string & component : pathComponents( path ) ) {
+      canonical.append( canonical.empty() ? "" : "/" ).append( component );
+   }
+   return canonical;
+}
+
 Lum::Ptr< Lum::Entity >
 StateStore::entityIs( std::string_view path, const std::string & typeName ) {
    if ( !types_.has( typeName ) ) {
@@ -55,14 +64,11 @@ StateStore::entity( std::string_view path ) const {
 
 void
 StateStore::entityDel( std::string_view path ) {
-   auto components = pathComponents( path );
-   if ( components.empty() ) {
-      return;
-   }
-   const std::string name = components.back();
-   const auto slash = path.rfind( name );
-   if ( const auto dir = Lum::cast< Lum::Dir >( entity( path.substr( 0, slash ) ) ) ) {
-      dir->entityDel( name );
+   const std::string canonical = canonicalPath( path );
+   const auto slash = canonical.rfind( '/' );
+   const std::string above = slash == canonical.npos ? "" : canonical.substr( 0, slash );
+   if ( const auto dir = Lum::cast< Lum::Dir >( entity( above ) ) ) {
+      dir->entityDel( canonical.substr( slash + 1 ) );
    }
 }
 

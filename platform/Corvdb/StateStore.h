@@ -26,7 +26,8 @@ class StateStore {
    }
    /// Null where there is none.
    Lum::Ptr< Lum::Entity > entity( std::string_view path ) const;
-   /// Takes the entity, or the directory with all below it, out of the tree.
+   /// Takes the entity, or the directory with all below it, out of the tree. Directories above it
+   /// stay, empty or not: others may have mounted them.
    void entityDel( std::string_view path );
 
    const Lum::Ptr< Lum::Dir > & root() const noexcept { return root_; }
@@ -39,5 +40,7 @@ class StateStore {
 
 /// The components of a path.
 std::vector< std::string > pathComponents( std::string_view path );
+/// The path with single slashes between its components and none at its ends.
+std::string canonicalPath( std::string_view path );
 
 }

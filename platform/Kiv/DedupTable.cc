@@ -41,6 +41,7 @@ DedupHashTable::dedup( const Lum::Ptr< DedupHandle > & candidate ) {
          return *at;
       }
    }
+   LUM_ASSERT( !handle->table_ );
    handle->table_ = this;
    if ( const auto notifiee = notifiee_ ) {
       notifiee->handleInsert( candidate );
@@ -50,12 +51,12 @@ DedupHashTable::dedup( const Lum::Ptr< DedupHandle > & candidate ) {
 
 void
 DedupHashTable::remove( DedupHandle * handle ) {
+   const Lum::Ptr< DedupHandle > leaving( handle );
    if ( unordered_ ) {
       unorderedSet_.erase( handle );
    } else {
       orderedSet_.erase( handle );
    }
-   const Lum::Ptr< DedupHandle > leaving( handle );
    if ( const auto notifiee = notifiee_ ) {
       notifiee->handleRemove( leaving );
    }

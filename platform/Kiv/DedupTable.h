@@ -23,7 +23,8 @@ class DedupHandle : public Lum::Entity {
     public:
       Key() noexcept = default;
       Key( const DedupHandle * handle ) noexcept
-         : handle_( handle ), serial_( handle ? handle->serial() : 0 ) {}
+         : handle_( handle ),
+           serial_( handle ? handle->serial() : 0 ) {}
       template< class T >
       Key( const Lum::Ptr< T > & handle ) noexcept
          : Key( static_cast< const DedupHandle * >( handle.ptr() ) ) {}
@@ -83,7 +84,8 @@ class DedupHashTable : public Lum::Entity {
       notifiee_ = std::move( notifiee );
    }
    /// Gives the one shared handle that is equal to the candidate: an earlier one, or else the
-   /// candidate itself, of which the notifiee hears before this returns.
+   /// candidate itself, of which the notifiee hears before this returns. REQUIRES: the candidate is
+   /// in no other table, and the table is not being detached.
    Lum::Ptr< DedupHandle > dedup( const Lum::Ptr< DedupHandle > & candidate );
    std::size_t size() const noexcept { return unorderedSet_.size() + orderedSet_.size(); }
    /// The handles in use, oldest first.

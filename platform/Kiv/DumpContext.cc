@@ -15,11 +15,22 @@ namespace {
 constexpr std::size_t pieceSize = 64 * 1024;
 constexpr char indentPrefix[] = "%*c";
 constexpr std::size_t indentPrefixLength = sizeof indentPrefix - 1;
+constexpr int patience = 1000;  // milliseconds
+
+/// Whether a write that came to nothing is worth another try, after waiting for the reader.
+bool
+mayRetry( int fd, ssize_t written ) {
+   if ( written == 0 || ( errno != EAGAIN && errno != EINTR ) ) {
+      return false;
+   }
+   pollfd wait{ fd, POLLOUT, 0 };
+   return errno == EINTR || poll( &wait, 1, patience ) > 0;
+}
 
 }
 
 void
-DumpContext::printf( int indent, const char * format, ... ) {
+DumpContext::print( int indent, const char * format, ... ) {
    va_list arguments;
    va_start( arguments, format );
    if ( std::strncmp( format, indentPrefix, indentPrefixLength ) == 0 ) {
@@ -58,10 +69,7 @@ DumpContext::flush() {
       const ssize_t n = write( fd_, buffer_.data() + written, buffer_.size() - written );
       if ( n > 0 ) {
          written += static_cast< std::size_t >( n );
-      } else if ( n < 0 && errno == EAGAIN ) {
-         pollfd wait{ fd_, POLLOUT, 0 };
-         poll( &wait, 1, 1000 );
-      } else if ( n == 0 || errno != EINTR ) {
+      } else if ( !mayRetry( fd_, n ) ) {
          fd_ = -1;
       }
    }

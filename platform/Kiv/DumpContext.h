@@ -2,13 +2,14 @@
 
 #include <cstdarg>
 #include <string>
+#include <type_traits>
 #include <unordered_set>
 
 namespace Kiv {
 
 /// Where a dump of internal state goes. Text is gathered and written to the file descriptor in
-/// large pieces, the rest when the context ends. A descriptor that refuses to be written to
-/// ends the output; the dump itself goes on.
+/// large pieces, the rest when the context ends. A descriptor that refuses to be written to, or
+/// whose reader takes nothing for a second, ends the output; the dump itself goes on.
 class DumpContext {
  public:
    explicit DumpContext( int fd ) : fd_( fd ) {}
@@ -24,7 +25,11 @@ class DumpContext {
 
    /// Prints like std::printf. A format that begins with "%*c" is preceded by `indent` blanks; that
    /// prefix takes no argument, and at indent 0 nothing stands for it.
-   void printf( int indent, const char * format, ... );
+   template< class... Argument >
+      requires( std::is_scalar_v< Argument > &&... )
+   void printf( int indent, const char * format, Argument... arguments ) {
+      print( indent, format, arguments... );
+   }
 
    /// Dumps the object unless it stands in this dump already.
    template< class T >
@@ -36,6 +41,7 @@ class DumpContext {
    void flush();
 
  private:
+   void print( int indent, const char * format, ... );
    void append( int indent, const char * format, va_list arguments );
 
    int fd_;

@@ -7,7 +7,8 @@ namespace Kiv {
 
 NumAllocator::NumAllocator( Lum::Ptr< const NumAllocatorConfig > config,
                             Lum::Ptr< NumAllocatorStatus > status )
-   : range_( config->range() ), status_( std::move( status ) ) {}
+   : range_( config->range() ),
+     status_( std::move( status ) ) {}
 
 std::uint64_t
 NumAllocator::getNumber() {

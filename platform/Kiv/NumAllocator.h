@@ -36,8 +36,7 @@ class NumAllocator : public Lum::Entity {
    NumAllocator( Lum::Ptr< const NumAllocatorConfig > config,
                  Lum::Ptr< NumAllocatorStatus > status );
 
-   static constexpr std::uint64_t
-   invalidNumber() {
+   static constexpr std::uint64_t invalidNumber() {
       return std::numeric_limits< std::uint64_t >::max();
    }
    /// A number that is not out, or `invalidNumber()`. O(1).

@@ -35,14 +35,15 @@ class TaskScheduler : public Lum::Entity {
 class Task {
  public:
    Task( Lum::Ptr< TaskScheduler > scheduler, std::string name, std::function< void() > callback )
-      : scheduler_( std::move( scheduler ) ), name_( std::move( name ) ),
+      : scheduler_( std::move( scheduler ) ),
+        name_( std::move( name ) ),
         callback_( std::move( callback ) ) {}
    ~Task() { unschedule(); }
    Task( const Task & ) = delete;
    Task & operator=( const Task & ) = delete;
 
-   /// Runs the callback once, `delay` seconds from now and never inside of this call. A task that is
-   /// scheduled already gets the new deadline.
+   /// Runs the callback once, `delay` seconds from now and never inside of this call. A task that
+   /// is scheduled already gets the new deadline.
    void schedule( Lum::Seconds delay = 0 );
    void unschedule();
    bool scheduled() const noexcept { return timer_.second != 0; }

@@ -4,6 +4,7 @@
 #include "platform/Kivnet/IpAddr.h"
 
 #include <arpa/inet.h>
+#include <cstdio>
 #include <cstring>
 
 namespace Kivnet {
@@ -53,7 +54,15 @@ Ip6Addr::parse( std::string_view text ) {
 std::string
 Ip6Addr::stringValue() const {
    char text[ INET6_ADDRSTRLEN ];
-   return inet_ntop( AF_INET6, bytes_.data(), text, sizeof text );
+   inet_ntop( AF_INET6, bytes_.data(), text, sizeof text );
+   // The C library writes the obsolete IPv4-compatible addresses, ::/96, with dots as well, where
+   // no prefix tells that an IPv4 address is in it.
+   if ( std::strchr( text, '.' ) && !std::strstr( text, "ffff:" ) ) {
+      const unsigned high = static_cast< unsigned >( bytes_[ 12 ] << 8 | bytes_[ 13 ] );
+      const unsigned low = static_cast< unsigned >( bytes_[ 14 ] << 8 | bytes_[ 15 ] );
+      std::snprintf( text, sizeof text, "::%x:%x", high, low );
+   }
+   return text;
 }
 
 std::size_t
@@ -62,7 +71,11 @@ Ip6Addr::hash() const noexcept {
    std::uint64_t low;
    std::memcpy( &high, bytes_.data(), 8 );
    std::memcpy( &low, bytes_.data() + 8, 8 );
-   return ( high * 0x9e3779b97f4a7c15u ) ^ ( low * 0xd6e8feb86659fd93u );
+   // Neighbouring addresses differ in the words' upper bits: fold these down, for tables that use
+   // the lower ones.
+   std::uint64_t mixed = ( high * 0x9e3779b97f4a7c15u ) ^ ( low * 0xd6e8feb86659fd93u );
+   mixed = ( mixed ^ mixed >> 32 ) * 0xd6e8feb86659fd93u;
+   return mixed ^ mixed >> 32;
 }
 
 }

@@ -27,7 +27,10 @@ class IpAddr {
    static std::optional< IpAddr > parse( std::string_view text );
    std::string stringValue() const;
    constexpr std::uint32_t value() const noexcept { return value_; }
-   std::size_t hash() const noexcept { return value_ * 0x9e3779b97f4a7c15u; }
+   std::size_t hash() const noexcept {
+      const std::uint64_t product = value_ * 0x9e3779b97f4a7c15u;
+      return product ^ product >> 32;
+   }
    constexpr explicit operator bool() const noexcept { return value_ != 0; }
    bool operator==( const IpAddr & ) const = default;
    auto operator<=>( const IpAddr & ) const = default;

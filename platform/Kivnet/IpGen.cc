@@ -12,7 +12,7 @@ namespace {
 
 constexpr unsigned
 bits( AddressFamily af ) {
-   return af == AddressFamily::ipv4 ? 32 : 128;
+   return af == AddressFamily::ipv4 ? 32 : af == AddressFamily::ipv6 ? 128 : 0;
 }
 
 }
@@ -56,6 +56,9 @@ IpGenAddr::hash() const noexcept {
 
 IpGenPrefix::IpGenPrefix( const IpGenAddr & address, std::uint8_t length ) : length_( length ) {
    LUM_ASSERT( length <= bits( address.af() ) );
+   if ( address.af() == AddressFamily::unspecified ) {
+      return;
+   }
    Ip6Addr::Bytes bytes = address.v6().bytes();
    for ( unsigned bit = length; bit < 128; ++bit ) {
       bytes[ bit / 8 ] &= static_cast< std::uint8_t >( ~( 0x80u >> bit % 8 ) );
@@ -95,7 +98,7 @@ IpGenPrefix::isHost() const noexcept {
 
 bool
 IpGenPrefix::contains( const IpGenAddr & address ) const {
-   return address.af() == af() && IpGenPrefix( address, length_ ) == *this;
+   return *this && address.af() == af() && IpGenPrefix( address, length_ ) == *this;
 }
 
 std::string

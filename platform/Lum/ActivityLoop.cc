@@ -1,6 +1,9 @@
-// The event loop. Timers stand in a map ordered by deadline and arming; a timer is taken out before
-// its callback runs, so a callback may arm, cancel or destroy anything, itself included. A
-// descriptor's callback is shared for the duration of its call for the same reason.
+// The event loop. A turn waits, stops the clock, serves the descriptors that are ready, then the
+// timers that are due, and lets time go on. Timers stand in a map ordered by deadline and
+// arming; a timer is taken out before its callback runs, so a callback may arm, cancel or destroy
+// anything, itself included. A descriptor's callback is shared for the duration of its call for
+// the same reason. Timers that are armed in a turn wait for the next one, so that a task that keeps
+// arming itself cannot starve the descriptors.
 
 #include "platform/Lum/ActivityLoop.h"
 
@@ -10,20 +13,15 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
-#include <sys/epoll.h>
 #include <unistd.h>
 
 namespace Lum {
 
 ActivityLoop::ActivityLoop( Time time )
-   : isVirtual_( time == Time::virtualTime ), epollFd_( epoll_create1( EPOLL_CLOEXEC ) ) {
+   : isVirtual_( time == Time::virtualTime ),
+     epollFd_( epoll_create1( EPOLL_CLOEXEC ) ) {
    LUM_ASSERT( epollFd_ >= 0 );
-   if ( isVirtual_ ) {
-      clock_ = std::make_unique< VirtualClock >();
-   } else {
-      clock_ = std::make_unique< RealClock >();
-   }
-   currentClockIs( clock_.get() );
+   currentClockIs( isVirtual_ ? static_cast< const Clock * >( &virtualClock_ ) : &realClock_ );
 }
 
 ActivityLoop::~ActivityLoop() {
@@ -50,14 +48,14 @@ ActivityLoop::nextDeadline() const {
 }
 
 void
-ActivityLoop::fdIs( int fd, std::uint32_t events,
-                    std::function< void( std::uint32_t ) > callback ) {
+ActivityLoop::fdIs( int fd, std::uint32_t events, FdCallback callback ) {
+   const std::uint32_t number = ++watched_;
    epoll_event event{};
    event.events = events;
-   event.data.fd = fd;
+   event.data.u64 = std::uint64_t( number ) << 32 | static_cast< std::uint32_t >( fd );
    const int operation = fds_.contains( fd ) ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
    LUM_ASSERT( epoll_ctl( epollFd_, operation, fd, &event ) == 0 );
-   fds_[ fd ] = std::make_shared< std::function< void( std::uint32_t ) > >( std::move( callback ) );
+   fds_[ fd ] = { number, std::make_shared< FdCallback >( std::move( callback ) ) };
 }
 
 void
@@ -74,34 +72,25 @@ ActivityLoop::fireOne( Seconds until ) {
    }
    auto timer = timers_.extract( timers_.begin() );
    if ( isVirtual_ && timer.key().first > now() ) {
-      virtualClock().nowIs( timer.key().first );
+      virtualClock_.nowIs( timer.key().first );
    }
    timer.mapped()();
    return true;
 }
 
 void
-ActivityLoop::serveDescriptors( Seconds maxWait ) {
-   std::array< epoll_event, 64 > events;
-   const double milliseconds = std::ceil( std::clamp( maxWait, 0.0, 3600.0 ) * 1000 );
-   const int ready = epoll_wait( epollFd_, events.data(), events.size(),
-                                 static_cast< int >( milliseconds ) );
-   LUM_ASSERT( ready >= 0 || errno == EINTR );
-   for ( int i = 0; i < ready; ++i ) {
-      const auto at = fds_.find( events[ i ].data.fd );
-      if ( at != fds_.end() ) {
-         const auto callback = at->second;
-         ( *callback )( events[ i ].events );
+ActivityLoop::serveDescriptors( std::span< const epoll_event > ready ) {
+   for ( const epoll_event & event : ready ) {
+      const auto at = fds_.find( static_cast< int >( event.data.u64 & 0xffffffff ) );
+      if ( at != fds_.end() && at->second.number == event.data.u64 >> 32 ) {
+         const auto callback = at->second.callback;
+         ( *callback )( event.events );
       }
    }
 }
 
 void
-ActivityLoop::runOnce( Seconds maxWait ) {
-   const Seconds wait = isVirtual_ ? 0 : std::min( maxWait, nextDeadline() - now() );
-   if ( wait > 0 || !fds_.empty() ) {
-      serveDescriptors( wait );
-   }
+ActivityLoop::serveTimers() {
    const std::uint64_t armedBefore = armed_;
    const Seconds due = now();
    while ( !timers_.empty() && timers_.begin()->first.second <= armedBefore && fireOne( due ) ) {
@@ -109,7 +98,22 @@ ActivityLoop::runOnce( Seconds maxWait ) {
 }
 
 void
+ActivityLoop::runOnce( Seconds maxWait ) {
+   const Seconds wait = isVirtual_ ? 0 : std::min( maxWait, nextDeadline() - now() );
+   const double milliseconds = std::ceil( std::clamp( wait, 0.0, 3600.0 ) * 1000 );
+   std::array< epoll_event, 64 > events;
+   const int ready =
+      epoll_wait( epollFd_, events.data(), events.size(), static_cast< int >( milliseconds ) );
+   LUM_ASSERT( ready >= 0 || errno == EINTR );
+   realClock_.standsStillIs( true );
+   serveDescriptors( { events.data(), static_cast< std::size_t >( std::max( ready, 0 ) ) } );
+   serveTimers();
+   realClock_.standsStillIs( false );
+}
+
+void
 ActivityLoop::run() {
+   LUM_ASSERT( !isVirtual_ );
    running_ = true;
    while ( running_ ) {
       runOnce( 3600 );
@@ -118,10 +122,11 @@ ActivityLoop::run() {
 
 void
 ActivityLoop::advance( Seconds duration ) {
+   LUM_ASSERT( isVirtual_ );
    const Seconds end = now() + duration;
    while ( fireOne( end ) ) {
    }
-   virtualClock().nowIs( end );
+   virtualClock_.nowIs( end );
 }
 
 bool
@@ -130,12 +135,6 @@ ActivityLoop::settle( std::size_t maxTimers, Seconds until ) {
    while ( maxTimers-- > 0 && fireOne( until ) ) {
    }
    return timers_.empty();
-}
-
-VirtualClock &
-ActivityLoop::virtualClock() {
-   LUM_ASSERT( isVirtual_ );
-   return static_cast< VirtualClock & >( *clock_ );
 }
 
 }

@@ -7,6 +7,8 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <span>
+#include <sys/epoll.h>
 #include <unordered_map>
 #include <utility>
 
@@ -15,11 +17,12 @@ namespace Lum {
 /// The one event loop of a process: timers and file descriptors, on epoll.
 ///
 /// Its clock, real or virtual, is the process's clock while the loop lives. Timers of equal
-/// deadline fire in order of arming. On the virtual clock time stands still while handlers run
-/// and moves only in `advance` and `settle`, from deadline to deadline.
+/// deadline fire in order of arming. Time stands still while the handlers of one turn run, on
+/// either clock; the virtual one moves only in `advance` and `settle`, from deadline to deadline.
 class ActivityLoop {
  public:
    using Callback = std::function< void() >;
+   using FdCallback = std::function< void( std::uint32_t events ) >;
    /// A deadline and the number of its arming; {0, 0} is no timer.
    using TimerId = std::pair< Seconds, std::uint64_t >;
 
@@ -29,7 +32,7 @@ class ActivityLoop {
    ActivityLoop( const ActivityLoop & ) = delete;
    ActivityLoop & operator=( const ActivityLoop & ) = delete;
 
-   Seconds now() const { return clock_->now(); }
+   Seconds now() const { return isVirtual_ ? virtualClock_.now() : realClock_.now(); }
 
    TimerId timerIs( Seconds deadline, Callback callback );
    void timerDel( const TimerId & id );
@@ -38,13 +41,13 @@ class ActivityLoop {
 
    /// Calls `callback( events )` when one of the epoll `events` is there. Replaces an earlier call
    /// for the same descriptor. The descriptor stays the caller's.
-   void fdIs( int fd, std::uint32_t events, std::function< void( std::uint32_t ) > callback );
+   void fdIs( int fd, std::uint32_t events, FdCallback callback );
    void fdDel( int fd );
 
    /// One turn: waits at most `maxWait` seconds for a timer or a descriptor, then serves all that
    /// are due. On the virtual clock it does not wait and time does not move.
    void runOnce( Seconds maxWait );
-   /// Turns until `stop`.
+   /// Turns until `stop`. REQUIRES: the clock is real.
    void run();
    void stop() { running_ = false; }
 
@@ -56,17 +59,24 @@ class ActivityLoop {
                 Seconds until = std::numeric_limits< Seconds >::infinity() );
 
  private:
-   bool fireOne( Seconds until );
-   void serveDescriptors( Seconds maxWait );
-   VirtualClock & virtualClock();
+   struct Descriptor {
+      std::uint32_t number;  // tells a descriptor from an earlier one of the same value
+      std::shared_ptr< FdCallback > callback;
+   };
 
-   std::unique_ptr< Clock > clock_;
-   bool isVirtual_;
+   bool fireOne( Seconds until );
+   void serveDescriptors( std::span< const epoll_event > ready );
+   void serveTimers();
+
+   const bool isVirtual_;
    bool running_ = false;
    int epollFd_;
+   RealClock realClock_;
+   VirtualClock virtualClock_;
    std::uint64_t armed_ = 0;
    std::map< TimerId, Callback > timers_;
-   std::unordered_map< int, std::shared_ptr< std::function< void( std::uint32_t ) > > > fds_;
+   std::uint32_t watched_ = 0;
+   std::unordered_map< int, Descriptor > fds_;
 };
 
 }

@@ -136,6 +136,7 @@ sortedKeys( const M & map ) {
       }                                                                                            \
    }                                                                                               \
    void name_##DelAll() {                                                                          \
+      const auto alive = this->keptAlive();                                                        \
       for ( const auto & key : ::Lum::sortedKeys( name_##_ ) ) {                                   \
          name_##Del( key );                                                                        \
       }                                                                                            \
@@ -157,15 +158,13 @@ sortedKeys( const M & map ) {
 /// `xDel( key )` (ends it: `doPrepareToDie`), `xDelAll`. Watchers hear of a child when it
 /// is in place, before it starts, and of its end when it is out of the collection.
 #define LUM_CHILDREN( name_, Key, ... )                                                            \
-   const ::Lum::Ptr< __VA_ARGS__ > & name_##Is( const Key & key, ::Lum::Ptr< __VA_ARGS__ > child ) { \
-      name_##Del( key );                                                                           \
-      const auto & placed = name_##_.try_emplace( key, std::move( child ) ).first->second;         \
-      ::Lum::Ptr< __VA_ARGS__ > starting = placed;                                                 \
-      notify( &name_##Attribute, &key );                                                           \
-      if constexpr ( requires { starting->handleInitialized(); } ) {                               \
-         starting->handleInitialized();                                                            \
-      }                                                                                            \
-      return placed;                                                                               \
+   ::Lum::Ptr< __VA_ARGS__ > name_##Is( const Key & key, ::Lum::Ptr< __VA_ARGS__ > child ) {       \
+      const Key changed( key );                                                                    \
+      name_##Del( changed );                                                                       \
+      name_##_.insert_or_assign( changed, child );                                                 \
+      notify( &name_##Attribute, &changed );                                                       \
+      ::Lum::start( child );                                                                       \
+      return child;                                                                                \
    }                                                                                               \
    void name_##Del( const Key & key ) {                                                            \
       if ( auto entry = name_##_.extract( key ) ) {                                                \
@@ -174,6 +173,7 @@ sortedKeys( const M & map ) {
       }                                                                                            \
    }                                                                                               \
    void name_##DelAll() {                                                                          \
+      const auto alive = this->keptAlive();                                                        \
       while ( !name_##_.empty() ) {                                                                \
          name_##Del( name_##_.begin()->first );                                                    \
       }                                                                                            \
@@ -188,9 +188,7 @@ sortedKeys( const M & map ) {
    const ::Lum::Ptr< __VA_ARGS__ > & name_##Is( Args &&... args ) {                                \
       name_##Del();                                                                                \
       name_##_ = new __VA_ARGS__( std::forward< Args >( args )... );                               \
-      if constexpr ( requires { name_##_->handleInitialized(); } ) {                               \
-         ::Lum::Ptr< __VA_ARGS__ >( name_##_ )->handleInitialized();                               \
-      }                                                                                            \
+      ::Lum::start( name_##_ );                                                                    \
       return name_##_;                                                                             \
    }                                                                                               \
    void name_##Del() { ::Lum::retire( name_##_ ); }                                                \

@@ -17,7 +17,7 @@ const Clock * currentClock = &realClock;
 }
 
 Seconds
-RealClock::now() const {
+RealClock::read() {
    timespec time{};
    clock_gettime( CLOCK_MONOTONIC, &time );
    return static_cast< Seconds >( time.tv_sec ) + static_cast< Seconds >( time.tv_nsec ) * 1e-9;

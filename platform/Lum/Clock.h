@@ -19,7 +19,14 @@ class Clock {
 /// Seconds since the machine started (CLOCK_MONOTONIC): never steps back, is never 0.
 class RealClock : public Clock {
  public:
-   Seconds now() const override;
+   Seconds now() const override { return standsAt_ > 0 ? standsAt_ : read(); }
+   /// While it stands still, the clock gives the time at which it was stopped.
+   void standsStillIs( bool standsStill ) { standsAt_ = standsStill ? read() : 0; }
+
+ private:
+   static Seconds read();
+
+   Seconds standsAt_ = 0;
 };
 
 /// Time that moves only when it is told to, so that every run is repeatable. It does not start

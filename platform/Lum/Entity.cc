@@ -66,29 +66,45 @@ Entity::listIs( const void * attribute ) const {
    return **end;
 }
 
-void
-Entity::deliver( const void * attribute, const void * key ) const {
+Entity::AttributeList *
+Entity::find( const void * attribute ) const {
    AttributeList * list = lists_;
    while ( list && list->attribute != attribute ) {
       list = list->next;
    }
-   if ( !list || !list->first ) {
+   return list;
+}
+
+void
+Entity::deliver( const void * attribute, const void * key ) const {
+   const Ptr< const Entity > alive( references_ ? this : nullptr );
+   if ( AttributeList * any = find( nullptr ) ) {
+      const AnyChange change{ attribute, key };
+      deliverTo( *any, &change );
+   }
+   if ( AttributeList * list = find( attribute ) ) {
+      deliverTo( *list, key );
+   }
+}
+
+void
+Entity::deliverTo( AttributeList & list, const void * key ) {
+   if ( !list.first ) {
       return;
    }
-   Ptr< const Entity > alive( references_ ? this : nullptr );
-   ++list->deliveries;
-   const Subscription * const last = list->last;
-   for ( Subscription * s = list->first;; s = s->next ) {
+   ++list.deliveries;
+   const Subscription * const last = list.last;
+   for ( Subscription * s = list.first;; s = s->next ) {
       if ( s->owner ) {
-         Ptr< Reactor > owner( s->owner->references() ? s->owner : nullptr );
+         const Ptr< Reactor > owner( s->owner->references() ? s->owner : nullptr );
          s->deliver( *s->owner, key );
       }
       if ( s == last ) {
          break;
       }
    }
-   if ( --list->deliveries == 0 && !list->swept ) {
-      sweep( *list );
+   if ( --list.deliveries == 0 && !list.swept ) {
+      sweep( list );
    }
 }
 

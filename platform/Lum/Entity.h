@@ -65,8 +65,6 @@ class Entity {
       }
    }
    std::uint32_t references() const noexcept { return references_; }
-   /// Whether anybody watches anything of this entity.
-   bool watched() const noexcept { return lists_ != nullptr; }
 
  protected:
    /// Runs when the last reference goes; the default deletes the object.
@@ -78,17 +76,31 @@ class Entity {
       }
    }
 
+   /// Keeps the entity alive through an operation with several deliveries.
+   Ptr< const Entity > keptAlive() const { return references_ ? this : nullptr; }
+
  private:
    friend class Reactor;
    struct AttributeList;
 
    AttributeList & listIs( const void * attribute ) const;
+   AttributeList * find( const void * attribute ) const;
    void deliver( const void * attribute, const void * key ) const;
+   static void deliverTo( AttributeList & list, const void * key );
    static void sweep( AttributeList & list );
    static void unlink( Subscription * subscription );
 
    mutable AttributeList * lists_ = nullptr;
    mutable std::uint32_t references_ = 0;
+};
+
+/// What a watcher of all attributes hears: which one, and the key of the entry of a collection that
+/// changed (null for a plain attribute). `attribute` points to an `AttributeId`.
+struct AnyChange {
+   const void * attribute;
+   const void * key;
+
+   const char * name() const { return static_cast< const AttributeId< void > * >( attribute )->name; }
 };
 
 /// An entity that watches others. State machines derive from it: `watch` binds a member function
@@ -118,6 +130,14 @@ class Reactor : public Entity {
                          Self * ) {
       watch( *entity, &attribute, []( Reactor & owner, const void * key ) {
          ( static_cast< Self & >( owner ).*handler )( *static_cast< const Key * >( key ) );
+      } );
+   }
+   /// Subscribes to all attributes and collections at once. Hears of a change before those who
+   /// watch that attribute, so that it hears of all changes in the order in which they happen.
+   template< auto handler, class Self >
+   void watchAny( const Entity & entity, Self * ) {
+      watch( entity, nullptr, []( Reactor & owner, const void * change ) {
+         ( static_cast< Self & >( owner ).*handler )( *static_cast< const AnyChange * >( change ) );
       } );
    }
 
@@ -151,6 +171,16 @@ make( Args &&... args ) {
       object->handleInitialized();
    }
    return object;
+}
+
+/// Starts an owned child, where it is a state machine.
+template< class T >
+void
+start( const Ptr< T > & child ) {
+   if constexpr ( requires { child->handleInitialized(); } ) {
+      const Ptr< T > starting = child;
+      starting->handleInitialized();
+   }
 }
 
 /// Ends an owned child: its own undoing, then its subscriptions, then the owner's reference.

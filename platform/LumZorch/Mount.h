@@ -1,14 +1,14 @@
 #pragma once
 
 #include "platform/Corvdb/EntityManager.h"
-#include "platform/Zorch/TableStore.h"
 
 namespace LumZorch {
 
 using Zorch::MountMode;
 
 /// What to mount: the table's path and type, how, which of its collections (none: all of them),
-/// and how many entries to expect.
+/// and how many entries to expect. The last two help back ends that copy tables; in the process
+/// all share one.
 struct MountInfo {
    std::string path;
    std::string typeName;
@@ -17,30 +17,34 @@ struct MountInfo {
    std::size_t capacity = 0;
 };
 
-/// An agent's access to tables.
+/// An agent's access to tables, by way of its entity manager: mounts outlive this object and end
+/// with the manager.
 class Mount {
  public:
-   explicit Mount( const Lum::Ptr< Corvdb::EntityManager > & entityManager )
-      : tables_( entityManager->tables() ) {}
+   explicit Mount( Lum::Ptr< Corvdb::EntityManager > entityManager )
+      : entityManager_( std::move( entityManager ) ) {}
 
    /// Null when the type is unknown or a table of another type is at the path.
    Lum::Ptr< Lum::Entity > mount( const MountInfo & info ) {
-      return tables_.mount( info.path, info.typeName, info.mode );
+      return mounts().mount( info.path, info.typeName, info.mode );
    }
-   /// The table at the path; null where there is none or it is of another type.
+   /// The table that the agent has mounted; null where it has none or one of another type.
    template< class T >
    Lum::Ptr< T > entity( const std::string & path ) const {
-      return Lum::cast< T >( tables_.table( path ) );
+      return Lum::cast< T >( mounts().table( path ) );
    }
-   void unmount( const std::string & path ) { tables_.unmount( path ); }
-   /// Removes the table.
-   void cleanup( const std::string & path ) { tables_.cleanup( path ); }
+   void unmount( const std::string & path ) { mounts().unmount( path ); }
+   /// Removes the table, whoever mounted it.
+   void cleanup( const std::string & path ) { mounts().cleanup( path ); }
+   /// Paths of all tables at or below `prefix`, mounted or not, in order.
    std::vector< std::string > list( const std::string & prefix ) const {
-      return tables_.list( prefix );
+      return mounts().list( prefix );
    }
 
  private:
-   Zorch::TableStore & tables_;
+   Zorch::Mounts & mounts() const { return entityManager_->tableMounts(); }
+
+   Lum::Ptr< Corvdb::EntityManager > entityManager_;
 };
 
 }

@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <map>
+#include <sstream>
 #include <string_view>
 
 namespace Toggle {
@@ -21,21 +21,28 @@ skipBlanks( std::string_view text ) {
    return at == text.npos ? std::string_view() : text.substr( at );
 }
 
+/// The boolean that `text`, which stands behind a name, gives to it.
 std::optional< bool >
-find( const std::string & json, const std::string & name ) {
-   const auto at = json.find( '"' + name + '"' );
-   if ( at == json.npos ) {
+valueBehind( std::string_view text ) {
+   text = skipBlanks( text );
+   if ( !text.starts_with( ':' ) ) {
       return std::nullopt;
    }
-   std::string_view rest = skipBlanks( std::string_view( json ).substr( at + name.size() + 2 ) );
-   if ( !rest.starts_with( ':' ) ) {
-      return std::nullopt;
+   text = skipBlanks( text.substr( 1 ) );
+   const std::string_view word = text.substr( 0, text.find_first_of( " \t\r\n,}" ) );
+   return word == "true" || word == "false" ? std::optional( word == "true" ) : std::nullopt;
+}
+
+/// The name may also stand as some other toggle's text; it counts where a boolean follows.
+std::optional< bool >
+find( std::string_view json, const std::string & name ) {
+   const std::string quoted = '"' + name + '"';
+   for ( auto at = json.find( quoted ); at != json.npos; at = json.find( quoted, at + 1 ) ) {
+      if ( const auto value = valueBehind( json.substr( at + quoted.size() ) ) ) {
+         return value;
+      }
    }
-   rest = skipBlanks( rest.substr( 1 ) );
-   if ( rest.starts_with( "true" ) ) {
-      return true;
-   }
-   return rest.starts_with( "false" ) ? std::optional( false ) : std::nullopt;
+   return std::nullopt;
 }
 
 }
@@ -47,9 +54,9 @@ getToggleState( const std::string & toggleName, const std::string & fileName, bo
    }
    const char * directory = std::getenv( "TOGGLEDIR" );
    std::ifstream in( std::string( directory ? directory : "/etc/toggles" ) + "/" + fileName );
-   const std::string json( ( std::istreambuf_iterator< char >( in ) ),
-                           std::istreambuf_iterator< char >() );
-   return find( json, toggleName ).value_or( defaultState );
+   std::ostringstream json;
+   json << in.rdbuf();
+   return find( json.view(), toggleName ).value_or( defaultState );
 }
 
 void

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <type_traits>
 
-/// Trace statements: `TRACE7( "Creating TopoDbExportSm for " << name )`. The message begins with the
-/// function's signature and ": ". It goes to the fast ring and to the text trace at once, is put
-/// together only when one of them wants its level, and costs one predictable branch otherwise.
+/// Trace statements: `TRACE7( "Creating TopoDbExportSm for " << name )`. The message begins with
+/// the function's signature and ": ". It goes to the fast ring and to the text trace at once, is
+/// put together only when one of them wants its level, and costs one predictable branch otherwise.
 /// Level 7: creation, deletion, mounts; level 9: detail of each router and link.
 namespace Trace {
 
@@ -43,10 +43,10 @@ class Message {
       return *this;
    }
    template< class T >
-      requires requires( const T & t ) { { t.stringValue() } -> std::convertible_to< std::string >; }
-   Message & operator<<( const T & value ) {
-      return *this << value.stringValue();
-   }
+      requires requires( const T & t ) {
+         { t.stringValue() } -> std::convertible_to< std::string >;
+      }
+   Message & operator<<( const T & value ) { return *this << value.stringValue(); }
    const std::string & text() const noexcept { return text_; }
 
  private:

@@ -10,24 +10,25 @@
 /// The fast trace: a ring of records in a memory-mapped file, cheap enough to leave on. The file
 /// outlives the process, whatever ends it.
 ///
-/// File: a header of 64 bytes (magic "VELOTRC1", capacity of the ring in bytes, total bytes ever
-/// written, all little endian 64-bit), then the ring. Record: total length (32-bit, a multiple of 8),
-/// level (8-bit), text length (24-bit), time (64-bit, nanoseconds of the framework clock), a 32-bit
-/// check sum of the text and the position, 32 bits of padding, text, padding. A record does not
-/// wrap: a length of 0 sends the reader to the start.
+/// File, all little endian: a header of 64 bytes (magic "VELOTRC2", capacity of the ring in bytes,
+/// bytes ever written, nanoseconds from the framework clock to UTC), then the ring. A record: check
+/// sum of the rest of it (32 bits), text length (16), level (8), 8 bits of 0, time of the framework
+/// clock in nanoseconds (64), bytes written before it (64), text, zeros up to a multiple of 8. A
+/// record does not wrap; one that does not fit before the end of the ring starts the next round.
 namespace Velotrace {
 
 inline constexpr std::uint64_t defaultCapacity = 4u << 20;
+inline constexpr bool singleThreaded = true;
 
 /// Opens the ring. "%d" in `fileName` stands for the process id; the directory is that of the
-/// environment's VELOTRACEDIR where `fileName` has none. `sizeSpec`: bytes as a number with K or M,
-/// null for the default. `traceOffsetLevel` is added to each level that is recorded, `maxFiles` is
-/// the number of earlier files that are kept in reach of a clean-up by the operator,
-/// `singleThreaded` skips locking (the only form there is), `overwrite` empties an earlier ring,
-/// `maxTextLength` cuts longer texts. False where the file cannot be made; the trace then stays off.
-bool initialise( const std::string & fileName, const char * sizeSpec, int traceOffsetLevel,
-                 int maxFiles, bool singleThreaded, bool overwrite, std::uint32_t maxTextLength );
-inline constexpr bool singleThreaded = true;
+/// environment's VELOTRACEDIR where `fileName` has none. `sizeSpec` is the capacity in bytes, also
+/// with K or M behind it, null for the default, and at most 2 to the power of `maxSizeLog2` (12 to
+/// 30). `levelOffset` is added to each level that is recorded. One thread traces, and no form with
+/// locks exists: REQUIRES `threads` is `singleThreaded`. With `replace` an earlier file of that
+/// name goes; who has it open keeps it. Texts are cut to `maxTextLength` bytes, at most 65,535.
+/// False where the file cannot be made; the trace then stays off.
+bool initialise( const std::string & fileName, const char * sizeSpec, int levelOffset,
+                 int maxSizeLog2, bool threads, bool replace, std::uint32_t maxTextLength );
 
 /// Records the levels up to `maxLevel` (default 7).
 void maxLevelIs( int maxLevel );
@@ -40,12 +41,18 @@ const std::string & path();
 struct Record {
    int level;
    double time;  ///< seconds of the framework clock
+   double utc;   ///< seconds since 1970, as the two clocks stood when the ring was opened
    std::string_view text;
 };
 
-/// Calls `visit` for each record of the file that is whole, oldest first. False, with a reason in
-/// `error`, where the file is no ring at all; damaged records are passed over and counted.
+/// Calls `visit` for each record of the file that is whole, oldest first. `damaged` counts the gaps
+/// between them, `error` says why a file is no ring at all; false then. A file that is cut off,
+/// overwritten in places, or being written at the moment is no error.
 bool decode( const std::string & file, const std::function< void( const Record & ) > & visit,
              std::size_t & damaged, std::string & error );
+
+/// The same for the bytes of a file. The texts given are parts of `bytes`.
+bool decodeBytes( std::string_view bytes, const std::function< void( const Record & ) > & visit,
+                  std::size_t & damaged, std::string & error );
 
 }

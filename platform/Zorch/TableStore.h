@@ -28,7 +28,7 @@ class TableStore {
    Lum::Ptr< T > mount( const std::string & path, MountMode mode ) {
       return Lum::cast< T >( mount( path, T::lumTypeName, mode ) );
    }
-   /// Ends one mount of the table.
+   /// Ends one mount of the table; nothing happens where it has none.
    void unmount( const std::string & path );
    /// Removes the table, whoever mounted it; those who hold it keep what they hold.
    void cleanup( const std::string & path ) { tables_.erase( path ); }
@@ -37,7 +37,7 @@ class TableStore {
 
    /// Null where there is none.
    Lum::Ptr< Lum::Entity > table( const std::string & path ) const;
-   /// Paths of all tables below `prefix` (whole components), in order; "" for all.
+   /// Paths of all tables at or below `prefix` (whole components), in order; "" for all.
    std::vector< std::string > list( const std::string & prefix ) const;
 
  private:

@@ -1,0 +1,111 @@
+// The layout that a run walks, made once for each filter and set of metric rules.
+//
+// A walk over rows of edge numbers would fetch four columns for each edge in whatever order the
+// heap dictates. Gathering them here, vertex by vertex, reads every column forwards, drops the
+// edges that the run may not use, and leaves the walk one stream of 12-byte arcs. It is worth its
+// cost even for a single run; runs from several sources under one filter share it.
+//
+// In a reverse run arcs still point away from the source, the way the walk goes; only the metric
+// is that of the opposite direction, and the free step is the one onto a network.
+
+#include "Cspf/CspfArcs.h"
+
+#include "platform/Lum/Assert.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+namespace {
+
+bool
+stepIsFree( CspfEdgeKind kind, bool reverse ) {
+   return kind == ( reverse ? CspfEdgeKind::routerToNetwork : CspfEdgeKind::networkToRouter );
+}
+
+}
+
+uint32_t
+CspfArcs::stepMetric( const CspfGraph & graph, CspfEdge edge, const CspfRunOptions & options ) {
+   const CspfEdge priced = options.reverse ? graph.reverse( edge ) : edge;
+   if ( stepIsFree( graph.kind( edge ), options.reverse ) || priced == noEdge ) {
+      return 0;
+   }
+   const CspfEdgeColumns & columns = graph.columns();
+   return ( options.useTeMetric ? columns.teMetric : columns.igpMetric )[ index( priced ) ];
+}
+
+CspfRefusal
+CspfArcs::refusal( const CspfGraph & graph, const CspfLinkFilter & filter, CspfEdge edge,
+                   const CspfRunOptions & options ) {
+   const CspfRefusal reason = filter.reason( graph, edge );
+   if ( reason != CspfRefusal::none || stepIsFree( graph.kind( edge ), options.reverse ) ) {
+      return reason;
+   }
+   const uint32_t metric = stepMetric( graph, edge, options );
+   return metric == 0                                                ? CspfRefusal::zeroMetric
+          : metric > maxLinkMetric && !options.useLinksWithMaxMetric ? CspfRefusal::maximumMetric
+                                                                     : CspfRefusal::none;
+}
+
+void
+CspfArcs::build( const CspfGraph & graph, const CspfLinkFilter & filter,
+                 const CspfRunOptions & options ) {
+   LUM_ASSERT( filter.graphVersion() == graph.version() );
+   const Layout layout{ filter.serial(), options.useTeMetric, options.useLinksWithMaxMetric,
+                        options.reverse };
+   if ( layout == layout_ ) {
+      return;
+   }
+   layout_ = layout;
+   begins_.resize( graph.vertexBound() + 1 );
+   arcs_.resize( graph.edgeBound() + 1 );  // one more: the fill writes before it decides
+   if ( options.reverse ) {
+      fill< true >( graph, filter.admitted() );
+   } else {
+      fill< false >( graph, filter.admitted() );
+   }
+   countsSrlgs_ = filter.countsSrlgs();
+   if ( countsSrlgs_ ) {
+      fillCounts( graph, filter );
+   }
+}
+
+template< bool reverse >
+void
+CspfArcs::fill( const CspfGraph & graph, const uint8_t * admitted ) {
+   const CspfEdgeColumns & columns = graph.columns();
+   const uint32_t * metrics = ( layout_.useTeMetric ? columns.teMetric : columns.igpMetric ).data();
+   const uint32_t limit = layout_.useLinksWithMaxMetric ? 0xFFFFFFFF : maxLinkMetric;
+   Arc * next = arcs_.data();
+   uint32_t largest = 0;
+   for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
+      begins_[ v ] = static_cast< uint32_t >( next - arcs_.data() );
+      const bool network = graph.isNetwork( CspfVertex{ v } );
+      for ( uint32_t e : graph.out( CspfVertex{ v } ) ) {
+         const bool free =
+            reverse ? graph.kind( CspfEdge{ e } ) == CspfEdgeKind::routerToNetwork : network;
+         // An admitted edge has passed the two-way check and so has a reverse.
+         const uint32_t priced = reverse && admitted[ e ] ? index( columns.reverse[ e ] ) : e;
+         const uint32_t metric = free ? 0 : metrics[ priced ];
+         const bool usable = admitted[ e ] & ( free | ( metric - 1 < limit ) );
+         *next = { columns.to[ e ], metric, CspfEdge{ e } };
+         next += usable;
+         largest = std::max( largest, usable ? metric : 0 );
+      }
+   }
+   begins_[ graph.vertexBound() ] = static_cast< uint32_t >( next - arcs_.data() );
+   largestMetric_ = largest;
+}
+
+void
+CspfArcs::fillCounts( const CspfGraph & graph, const CspfLinkFilter & filter ) {
+   counts_.resize( arcs_.size() );
+   for ( uint32_t i = 0; i < begins_.back(); ++i ) {
+      const CspfEdge edge = arcs_[ i ].edge;
+      counts_[ i ] = uint64_t{ filter.srlgExcludeCount( graph, edge ) } << 32
+                     | filter.srlgIncludeCount( graph, edge );
+   }
+}
+
+}

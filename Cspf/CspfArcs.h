@@ -1,0 +1,68 @@
+#pragma once
+
+#include "Cspf/CspfLinkFilter.h"
+#include "Cspf/CspfTree.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace Cspf {
+
+/// The edges that one kind of run may use, laid out as the walk reads them: admitted edges of a
+/// vertex side by side, each with its far end and what it adds to the cost.
+class CspfArcs {
+ public:
+   static constexpr uint32_t maxLinkMetric = 0xFFFFFE;  // a greater one is "maximum", not for use
+
+   struct Arc {
+      CspfVertex to;
+      uint32_t metric;
+      CspfEdge edge;
+   };
+
+   /// Lays out the edges that the filter admits and the metric rules allow. Does nothing when
+   /// filter and options are those of the last call. REQUIRES: the filter was applied to this
+   /// version of the graph. O(vertices + edges).
+   void build( const CspfGraph & graph, const CspfLinkFilter & filter,
+               const CspfRunOptions & options );
+
+   std::span< const Arc > out( CspfVertex vertex ) const {
+      const uint32_t * begin = begins_.data() + index( vertex );
+      return { arcs_.data() + begin[ 0 ], arcs_.data() + begin[ 1 ] };
+   }
+   /// What the arc adds to a path's SRLG counts: excludes above, includes below, 32 bits each.
+   /// REQUIRES: the filter counts SRLGs.
+   uint64_t counts( const Arc & arc ) const { return counts_[ &arc - arcs_.data() ]; }
+   size_t size() const { return begins_.empty() ? 0 : begins_.back(); }
+   bool countsSrlgs() const { return countsSrlgs_; }
+   /// The largest metric of any arc.
+   uint32_t largestMetric() const { return largestMetric_; }
+
+   /// What the step along an edge costs: its TE or IGP metric; in a reverse run that of its
+   /// reverse (0 without one). Steps from a network (to it, in a reverse run) cost nothing.
+   static uint32_t stepMetric( const CspfGraph & graph, CspfEdge edge,
+                               const CspfRunOptions & options );
+   /// Why an edge is no arc: the filter's reason, then the metric rules; none for an arc.
+   static CspfRefusal refusal( const CspfGraph & graph, const CspfLinkFilter & filter,
+                               CspfEdge edge, const CspfRunOptions & options );
+
+ private:
+   struct Layout {
+      uint64_t filter = 0;  // serial
+      bool useTeMetric = false, useLinksWithMaxMetric = false, reverse = false;
+      bool operator==( const Layout & ) const = default;
+   };
+   template< bool reverse >
+   void fill( const CspfGraph & graph, const uint8_t * admitted );
+   void fillCounts( const CspfGraph & graph, const CspfLinkFilter & filter );
+
+   Layout layout_;
+   std::vector< uint32_t > begins_;  // by vertex, and the end of the last
+   std::vector< Arc > arcs_;         // as many as edges; used up to begins_.back()
+   std::vector< uint64_t > counts_;  // by arc
+   bool countsSrlgs_ = false;
+   uint32_t largestMetric_ = 0;
+};
+
+}

@@ -1,0 +1,75 @@
+// Records that the intake of clients and the services of one address family share. Nothing here
+// watches anything: the intake writes, the services read.
+
+#include "Cspf/CspfClientInfo.h"
+
+#include "Cspf/CspfDumpAge.h"
+#include "platform/Kiv/DumpContext.h"
+
+namespace Cspf {
+
+Lum::Ptr< TeVrfConfig >
+TeConfigDir::teVrfConfigIs( const L3::VrfName & vrf ) {
+   return teVrfConfigHas( vrf ) ? teVrfConfig( vrf )
+                                : teVrfConfigIs( vrf, Lum::make< TeVrfConfig >( vrf ) );
+}
+
+Lum::Ptr< TeConfigDir >
+teConfigDirFactory() {
+   return Lum::make< TeConfigDir >();
+}
+
+std::strong_ordering
+DedupVrfHandle::compare( const Kiv::DedupHandle & other ) const {
+   return vrfName_ <=> static_cast< const DedupVrfHandle & >( other ).vrfName_;
+}
+
+Lum::Ptr< DedupVrfHandle >
+dedupVrfHandleFactory( const L3::VrfName & vrf ) {
+   return Lum::make< DedupVrfHandle >( vrf );
+}
+
+Lum::Ptr< DedupVrfHandle >
+CspfActiveVrfsDedupTable::dedupFromVrfName( const L3::VrfName & vrf ) {
+   return dedup( dedupVrfHandleFactory( vrf ) );
+}
+
+void
+AllClientInfo::handleInitialized() {
+   activeVrfsDedupTableIs();
+   initializedIs( true );
+}
+
+Lum::Ptr< VrfSourceId >
+AllClientInfo::vrfSourceIdIs( const L3::VrfName & vrf ) {
+   if ( !vrfSourceIdHas( vrf ) ) {
+      vrfSourceIdIs( vrf, Lum::make< VrfSourceId >( vrf ) );
+   }
+   return vrfSourceId( vrf );
+}
+
+void
+ClientData::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*cisisAdjacencyInfo: %p\n",
+                   static_cast< const void * >( isisAdjacencyInfo().ptr() ) );
+}
+
+void
+AllClientInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*cSource ID per vrf per client\n" );
+   for ( const auto & [ vrf, sources ] : vrfSourceIdColl() ) {
+      context.printf( indent, "%*cVrf: %s\n", vrf.stringValue().c_str() );
+      for ( const auto & [ type, source ] : sources->vrfClientSourceIdColl() ) {
+         context.printf( indent, "%*c Client: %d, sourceId: %s\n", static_cast< int >( type ),
+                         source.sourceId().stringValue().c_str() );
+         dumpAge( context, indent, " Last client source ID change", source.changedAt() );
+      }
+   }
+   context.printf( indent, "%*cClientData per vrf\n" );
+   for ( const auto & [ vrf, data ] : clientDataColl() ) {
+      context.printf( indent, "%*cVrf: %s\n", vrf.stringValue().c_str() );
+      context.dump( *data, indent );
+   }
+}
+
+}

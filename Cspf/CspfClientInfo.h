@@ -1,0 +1,106 @@
+#pragma once
+
+#include "Cspf/CspfVrfRootTypes.h"
+#include "platform/Kiv/DedupTable.h"
+#include "platform/Kivnet/IpAddr.h"
+#include "platform/Lum/Clock.h"
+#include "schema/Isis.h"
+
+/// What the intake of clients shares with the services of one address family: which clients and
+/// VRFs are there, and the nodes that their computations start from.
+namespace Cspf {
+
+/// The TE router id of this router; 0.0.0.0 while TE is off.
+class TeRouterIdConfig : public Lum::Entity {
+   LUM_ENTITY( Cspf, TeRouterIdConfig );
+   LUM_ATTRIBUTE( routerId, Kivnet::IpAddr );
+};
+
+/// The clients that TE serves in one VRF. It lives while there is one.
+class TeVrfConfig : public Lum::Entity {
+   LUM_ENTITY( Cspf, TeVrfConfig );
+   explicit TeVrfConfig( const L3::VrfName & vrfName ) : vrfName_( vrfName ) {}
+   const L3::VrfName & vrfName() const noexcept { return vrfName_; }
+   LUM_COLLECTION_ORDERED( clientsEnabled, Lum::String, bool );
+
+ private:
+   const L3::VrfName vrfName_;
+};
+
+class TeConfigDir : public Lum::Entity {
+   LUM_ENTITY( Cspf, TeConfigDir );
+   LUM_CHILDREN( teVrfConfig, L3::VrfName, TeVrfConfig );
+   /// The VRF's configuration, made where there was none.
+   Lum::Ptr< TeVrfConfig > teVrfConfigIs( const L3::VrfName & vrf );
+};
+
+Lum::Ptr< TeConfigDir > teConfigDirFactory();
+
+/// Where one kind of computation starts.
+struct VrfClientSourceId {
+   LUM_VALUE( Cspf, VrfClientSourceId );
+   LUM_FIELD( pathComputationType, PathComputationType );
+   LUM_FIELD( sourceId, NodeId );
+   LUM_FIELD( changedAt, Lum::Seconds );  ///< when it was set
+};
+
+/// The sources of one VRF and family. It lives while there is one.
+class VrfSourceId : public Lum::Entity {
+   LUM_ENTITY( Cspf, VrfSourceId );
+   explicit VrfSourceId( const L3::VrfName & vrfName ) : vrfName_( vrfName ) {}
+   const L3::VrfName & vrfName() const noexcept { return vrfName_; }
+   LUM_COLLECTION_ORDERED( vrfClientSourceId, PathComputationType, VrfClientSourceId );
+
+ private:
+   const L3::VrfName vrfName_;
+};
+
+/// What the clients of one VRF and family brought along for the computations.
+class ClientData : public Lum::Entity {
+   LUM_ENTITY( Cspf, ClientData );
+   /// The IS-IS adjacencies of this router, given by the client "tilfa"; null without it.
+   LUM_ATTRIBUTE( isisAdjacencyInfo, Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > );
+
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+};
+
+/// Says that somebody needs a VRF.
+class DedupVrfHandle : public Kiv::DedupHandle {
+   LUM_ENTITY( Cspf, DedupVrfHandle );
+   explicit DedupVrfHandle( const L3::VrfName & vrfName ) : vrfName_( vrfName ) {}
+   const L3::VrfName & vrfName() const noexcept { return vrfName_; }
+   std::size_t hash() const override { return vrfName_.hash(); }
+   std::strong_ordering compare( const Kiv::DedupHandle & other ) const override;
+
+ private:
+   const L3::VrfName vrfName_;
+};
+
+Lum::Ptr< DedupVrfHandle > dedupVrfHandleFactory( const L3::VrfName & vrf );
+
+/// The VRFs that are needed: the first handle of a VRF makes it active, the last release inactive.
+class CspfActiveVrfsDedupTable : public Kiv::DedupTable< DedupVrfHandle > {
+   LUM_ENTITY( Cspf, CspfActiveVrfsDedupTable );
+   void handleInitialized() { DedupHashTableUnorderedSetIs( true ); }
+   /// The VRF's handle; letting it go is the release. The VRF is active when this returns.
+   Lum::Ptr< DedupVrfHandle > dedupFromVrfName( const L3::VrfName & vrf );
+};
+
+/// All clients of one address family, by VRF. The path tables belong to the VRF's root and stand
+/// here while the VRF is active.
+class AllClientInfo : public Lum::Entity {
+   LUM_ENTITY( Cspf, AllClientInfo );
+   LUM_COLLECTION_ORDERED( clientData, L3::VrfName, Lum::Ptr< ClientData > );
+   LUM_COLLECTION_ORDERED( pathConfigInfoTable, L3::VrfName, Lum::Ptr< PathConfigInfoTable > );
+   LUM_COLLECTION_ORDERED( pathStatusInfoTable, L3::VrfName, Lum::Ptr< PathStatusInfoTable > );
+   LUM_COLLECTION_ORDERED( vrfSourceId, L3::VrfName, Lum::Ptr< VrfSourceId > );
+   LUM_CHILD( activeVrfsDedupTable, CspfActiveVrfsDedupTable );
+   LUM_ATTRIBUTE( initialized, bool );
+
+   void handleInitialized();
+   /// The VRF's sources, made where there were none.
+   Lum::Ptr< VrfSourceId > vrfSourceIdIs( const L3::VrfName & vrf );
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+};
+
+}

@@ -1,0 +1,120 @@
+#pragma once
+
+#include "Cspf/CspfTree.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace Cspf {
+
+/// What is assumed to have failed, seen from the point of local repair (PLR).
+struct CspfProtectedResource {
+   CspfVertex plr = noVertex;
+   CspfVertex node = noVertex;  ///< far end of the protected link, or the protected node
+   bool isLink = true;          ///< protect the link alone, or the node as a whole
+   uint32_t linkMetric = 0;     ///< of the protected link, from the PLR
+};
+
+/// The three shortest-path trees that repairs are worked out of, all on one version of one graph.
+struct CspfRepairTrees {
+   const CspfTree & postConvergence;  ///< from the PLR, without the protected resource
+   const CspfTree & fromNode;         ///< from the resource's `node`, nothing excluded
+   const CspfTree & toResource;       ///< reverse: to the PLR (link) or to the `node` (node)
+};
+
+/// How a packet is steered: out by `firstLink` to `firstHop`, from there by shortest paths to the
+/// first repair node, and so on; two repair nodes in a row that are neighbours are joined by
+/// the link between them. From the last one it follows shortest paths to the destination.
+struct CspfRepair {
+   CspfVertex firstHop = noVertex;
+   CspfEdge firstLink = noEdge;
+   std::vector< CspfVertex > nodes;
+};
+
+/// Repairs of one protected link or node towards every destination (RFC 9855; P and Q spaces
+/// after RFC 7490). All shortest paths mean those before the failure, equal-cost ones included.
+///
+/// A candidate lies on a shortest path after the failure. From router u, plain forwarding to v
+/// avoids the resource exactly when the cost from u to v along that path is less than the least
+/// cost from u to v across the resource. That is the P test (u the first hop), the Q test (v the
+/// destination), and the test between two repair nodes alike. Walking the routers in order of
+/// post-convergence cost, the table keeps for each the fewest repair nodes by which a packet
+/// gets there, and from which routers its last segment may begin. A segment that may begin at
+/// a router may begin at each later router of the same path, so only the fewest need be kept.
+class CspfRepairTable {
+ public:
+   static constexpr uint32_t maxNodes = 8;
+
+   /// Works out all repairs. REQUIRES: metrics of the three trees are IGP metrics of `graph`; the
+   /// PLR is the post-convergence tree's source. Holds nothing of its arguments afterwards but
+   /// numbers. O(edges * first hops) at the worst, in practice a few runs.
+   void build( const CspfGraph & graph, const CspfProtectedResource & resource,
+               const CspfRepairTrees & trees );
+
+   struct Originator {
+      CspfVertex router;
+      uint32_t metric;
+   };
+
+   /// The repair towards a destination that all `originators` advertise at their metrics (a router
+   /// is its only originator, at metric 0). Nothing where the failure disconnects it, where it is
+   /// the PLR's own, or where more than `maxNodes` repair nodes are needed.
+   ///
+   /// `key`: a number for each router that lasts; `destinationKey`: one for the destination. Among
+   /// repairs with equally few nodes the choice is by a hash of the two, so that destinations
+   /// spread over them and stay put.
+   std::optional< CspfRepair > repair( const CspfGraph & graph, const CspfTree & postConvergence,
+                                       std::span< const Originator > originators,
+                                       uint64_t destinationKey,
+                                       const std::function< uint64_t( CspfVertex ) > & key ) const;
+
+   /// Whether plain forwarding from `u` to the later router `v` of a post-convergence path avoids
+   /// the protected resource.
+   bool avoidsResource( CspfVertex u, CspfVertex v ) const {
+      return avoids( u, cost_[ index( v ) ].postConvergence, cost_[ index( v ) ].fromNode );
+   }
+
+ private:
+   static constexpr uint32_t unreached = CspfTree::unreachedMetric;
+   static constexpr uint8_t none = 0xFF;
+
+   struct Costs {
+      uint32_t postConvergence, fromNode, toResource;
+   };
+   /// Fewest repair nodes to get a packet to a router: in passing, on a segment that begins at one
+   /// of `starts` (first hops where the number is 0, the last repair node otherwise); or with
+   /// this router as the last repair node.
+   struct Label {
+      uint8_t passing = none;
+      uint8_t ending = none;
+      uint32_t firstStart = 0, starts = 0;
+   };
+   struct Goal {
+      uint32_t postConvergence, fromNode;
+      uint64_t key;
+   };
+
+   bool avoids( CspfVertex u, uint32_t goalPostConvergence, uint32_t goalFromNode ) const;
+   void readCosts( const CspfGraph & graph, const CspfRepairTrees & trees );
+   void label( const CspfGraph & graph, const CspfTree & tree, CspfVertex router );
+   void offer( uint8_t nodes, CspfVertex start, uint8_t & best );
+   std::span< const CspfVertex > starts( CspfVertex router ) const {
+      const Label & label = labels_[ index( router ) ];
+      return { starts_.data() + label.firstStart, label.starts };
+   }
+   bool traceBack( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
+                   CspfVertex start, bool listed,
+                   const std::function< uint64_t( CspfVertex ) > & key, CspfRepair & repair ) const;
+
+   CspfProtectedResource resource_;
+   bool neverCrossed_ = false;  // an overloaded router stands in the way of all transit
+   std::vector< Costs > cost_;  // by vertex
+   std::vector< Label > labels_;
+   std::vector< CspfVertex > starts_;
+   std::vector< CspfVertex > offered_;  // starts of the router that is being labelled
+};
+
+}

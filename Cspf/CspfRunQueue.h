@@ -1,0 +1,177 @@
+#pragma once
+
+#include "Cspf/CspfGraph.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <compare>
+#include <cstdint>
+#include <vector>
+
+namespace Cspf {
+
+/// What runs compare: the metric alone, or SRLG counts (excludes above, includes below, 32 bits
+/// each) and then the metric.
+using CspfMetricKey = uint32_t;
+struct CspfSrlgKey {
+   uint64_t counts;
+   CspfMetricKey metric;
+   auto operator<=>( const CspfSrlgKey & ) const = default;
+};
+
+/// The highest bit in which two keys differ, counted from 1; 0 for equal keys.
+inline int
+highestDifference( CspfMetricKey a, CspfMetricKey b ) {
+   return std::bit_width( a ^ b );
+}
+inline int
+highestDifference( CspfSrlgKey a, CspfSrlgKey b ) {
+   return a.counts == b.counts ? highestDifference( a.metric, b.metric )
+                               : 32 + std::bit_width( a.counts ^ b.counts );
+}
+
+/// A monotone queue of vertices with one bucket for each key modulo their number. Buckets are
+/// lists in one pool of entries that are used again as soon as they are free.
+/// (R. B. Dial, Algorithm 360, CACM 12(11), 1969.)
+///
+/// Keys popped never fall; keys pushed lie within `largestStep` of the last key popped. The queue
+/// is empty between runs, so nothing needs clearing.
+class CspfBucketQueue {
+ public:
+   static constexpr uint32_t largestStepAllowed = 0xFFFF;
+
+   /// `pushes`: how many there will be at most until the next `begin`. REQUIRES: the queue is
+   /// empty; `largestStep` is at most largestStepAllowed.
+   void begin( uint32_t largestStep, size_t pushes ) {
+      const uint32_t buckets = std::bit_ceil( std::max( largestStep + 1, 64U ) );
+      if ( heads_.size() < buckets ) {
+         heads_.resize( buckets, empty );
+         used_.resize( buckets / 64 );
+      }
+      if ( entries_.size() < pushes ) {
+         entries_.resize( pushes );
+      }
+      free_ = empty;
+      mask_ = buckets - 1;
+      now_ = size_ = touched_ = 0;
+   }
+
+   void push( CspfMetricKey key, CspfVertex vertex ) {
+      const uint32_t bucket = key & mask_;
+      uint32_t entry = free_;
+      if ( entry == empty ) {
+         entry = touched_++;
+      } else {
+         free_ = entries_[ entry ].next;
+      }
+      entries_[ entry ] = { vertex, heads_[ bucket ] };
+      heads_[ bucket ] = entry;
+      used_[ bucket / 64 ] |= uint64_t{ 1 } << ( bucket % 64 );
+      ++size_;
+   }
+
+   bool pop( CspfMetricKey & key, CspfVertex & vertex ) {
+      if ( size_ == 0 ) {
+         return false;
+      }
+      const uint32_t bucket = nextBucket();
+      now_ += ( bucket - now_ ) & mask_;
+      const uint32_t entry = heads_[ bucket ];
+      heads_[ bucket ] = entries_[ entry ].next;
+      if ( heads_[ bucket ] == empty ) {
+         used_[ bucket / 64 ] &= ~( uint64_t{ 1 } << ( bucket % 64 ) );
+      }
+      vertex = entries_[ entry ].vertex;
+      key = now_;
+      entries_[ entry ].next = free_;
+      free_ = entry;
+      --size_;
+      return true;
+   }
+
+ private:
+   static constexpr uint32_t empty = 0xFFFFFFFF;
+   struct Entry {
+      CspfVertex vertex;
+      uint32_t next;
+   };
+
+   uint32_t nextBucket() const {
+      const uint32_t first = now_ & mask_;
+      uint32_t word = first / 64;
+      uint64_t bits = used_[ word ] & ( ~uint64_t{ 0 } << ( first % 64 ) );
+      while ( !bits ) {
+         word = ( word + 1 ) & ( mask_ / 64 );
+         bits = used_[ word ];
+      }
+      return word * 64 + static_cast< uint32_t >( std::countr_zero( bits ) );
+   }
+
+   std::vector< uint32_t > heads_;
+   std::vector< uint64_t > used_;  // one bit a bucket
+   std::vector< Entry > entries_;
+   uint32_t free_ = empty;
+   uint32_t mask_ = 0;
+   uint32_t size_ = 0;
+   uint32_t touched_ = 0;   // entries used since `begin`
+   CspfMetricKey now_ = 0;  // the last key popped
+};
+
+/// A monotone queue for keys of any spread: an entry waits in the bucket of the highest bit in
+/// which its key differs from the last key popped, and moves down at most once a bit.
+/// (Ahuja, Mehlhorn, Orlin, Tarjan: Faster algorithms for the shortest path problem, JACM 37(2),
+/// 1990.)
+template< typename Key >
+class CspfRadixHeap {
+ public:
+   /// REQUIRES: the heap is empty.
+   void begin() {
+      now_ = {};
+      size_ = 0;
+   }
+
+   void push( Key key, CspfVertex vertex ) {
+      buckets_[ highestDifference( key, now_ ) ].push_back( { key, vertex } );
+      ++size_;
+   }
+
+   bool pop( Key & key, CspfVertex & vertex ) {
+      if ( size_ == 0 ) {
+         return false;
+      }
+      if ( buckets_[ 0 ].empty() ) {
+         spread();
+      }
+      key = now_;
+      vertex = buckets_[ 0 ].back().vertex;
+      buckets_[ 0 ].pop_back();
+      --size_;
+      return true;
+   }
+
+ private:
+   struct Entry {
+      Key key;
+      CspfVertex vertex;
+   };
+
+   /// Moves on to the least key and deals the entries of its bucket out to the lower ones.
+   void spread() {
+      auto lowest = buckets_.begin();
+      while ( lowest->empty() ) {
+         ++lowest;
+      }
+      now_ = std::ranges::min( *lowest, {}, &Entry::key ).key;
+      for ( const Entry & entry : *lowest ) {
+         buckets_[ highestDifference( entry.key, now_ ) ].push_back( entry );
+      }
+      lowest->clear();
+   }
+
+   std::array< std::vector< Entry >, 97 > buckets_;
+   size_t size_ = 0;
+   Key now_{};  // the last key popped
+};
+
+}

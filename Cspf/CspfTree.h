@@ -1,0 +1,115 @@
+#pragma once
+
+#include "Cspf/CspfGraph.h"
+
+#include <compare>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace Cspf {
+
+/// Cost of a path; compares in this order: SRLGs first, then the metric.
+struct CspfCost {
+   uint32_t srlgExclude = 0;
+   uint32_t srlgInclude = 0;
+   uint32_t metric = 0;
+   auto operator<=>( const CspfCost & ) const = default;
+};
+
+/// Which paths a run looks for.
+struct CspfRunOptions {
+   CspfVertex source = noVertex;
+   bool useTeMetric = false;  // where a link has one
+   bool useLinksWithMaxMetric = false;
+   bool reverse = false;    // paths towards the source: each link at the metric of its reverse
+   bool singleHop = false;  // only the source and its networks are expanded
+};
+
+/// A shortest-path tree with every equal-cost last link of every vertex: the result of one run.
+/// A value: it holds no pointer to graph, filter or run, and is valid for the graph's version
+/// that it was run on.
+///
+/// Order of last links at one vertex: links of routers by key rank; then, at a router, the steps
+/// from networks (at equal cost), by key rank of the link by which each network was first made
+/// final. That link (`entryLink`) is the key of a step from a network: all routers of the network
+/// share it, told apart by their own node rank.
+class CspfTree {
+ public:
+   static constexpr uint32_t unreachedMetric = 0xFFFFFFFF;
+
+   CspfVertex source() const { return options_.source; }
+   const CspfRunOptions & options() const { return options_; }
+   uint64_t graphVersion() const { return graphVersion_; }
+
+   bool reached( CspfVertex vertex ) const { return metric( vertex ) != unreachedMetric; }
+   /// unreachedMetric when there is no path.
+   uint32_t metric( CspfVertex vertex ) const { return labels_[ index( vertex ) ].metric; }
+   /// REQUIRES: the vertex is reached.
+   CspfCost cost( CspfVertex vertex ) const;
+
+   /// All equal-cost last links of a reached vertex, in order; empty for the source and for
+   /// vertices without a path.
+   std::span< const CspfEdge > lastLinks( CspfVertex vertex ) const {
+      const CspfEdge & last = labels_[ index( vertex ) ].last;
+      if ( !( index( last ) & groupBit ) ) {
+         return { &last, 1 };
+      }
+      return last == noEdge ? std::span< const CspfEdge >() : group( last );
+   }
+   /// The vertex that the only last link comes from. REQUIRES: there is exactly one last link.
+   CspfVertex before( CspfVertex vertex ) const { return labels_[ index( vertex ) ].before; }
+   /// Reached vertices by rising cost, the source first; equal costs in no particular order.
+   std::span< const CspfVertex > reachedVertices() const { return reached_; }
+
+   /// The link by which a reached network was made final: its first last link; in a reverse
+   /// tree, where several routers of equal cost share the network, that of the first final one.
+   CspfEdge entryLink( const CspfGraph & graph, CspfVertex network ) const;
+   /// True when reached router `a` was made final before reached router `b`: by cost, then first
+   /// last link (router links by key rank, before routers through a network by node rank).
+   bool finalBefore( const CspfGraph & graph, CspfVertex a, CspfVertex b ) const;
+   /// The interface by which paths that end with `edge` leave `ownSource`; 0 when the first path
+   /// to the edge does not cross `ownSource`. O(hops).
+   uint32_t firstHopInterface( const CspfGraph & graph, CspfEdge edge, CspfVertex ownSource ) const;
+
+ private:
+   friend class CspfTreeRun;
+   static constexpr uint32_t groupBit = 0x80000000;
+
+   struct Label {
+      uint32_t metric = unreachedMetric;
+      CspfEdge last = noEdge;        // one link, or groupBit and a position in groups_
+      CspfVertex before = noVertex;  // where the one link comes from: walks back read labels alone
+   };
+   struct Tie {
+      CspfVertex vertex;
+      CspfEdge edge;
+      CspfCost cost;
+   };
+   /// Where a router stands among routers of equal cost.
+   struct Place {
+      bool throughNetwork;
+      uint64_t rank;
+      auto operator<=>( const Place & ) const = default;
+   };
+
+   void begin( const CspfGraph & graph, const CspfRunOptions & options, bool withSrlgs );
+   void collectTies( const CspfGraph & graph, std::vector< Tie > & ties );
+   void orderTies( const CspfGraph & graph, CspfVertex vertex );
+   std::span< CspfEdge > group( CspfEdge last );
+   std::span< const CspfEdge > group( CspfEdge last ) const {
+      const uint32_t head = index( last ) & ~groupBit;
+      return { groups_.data() + head + 1, index( groups_[ head ] ) };
+   }
+   Place place( const CspfGraph & graph, CspfVertex router ) const;
+   CspfEdge firstLink( const CspfGraph & graph, CspfVertex vertex ) const;
+
+   CspfRunOptions options_;
+   uint64_t graphVersion_ = 0;
+   std::vector< Label > labels_;     // by vertex
+   std::vector< uint64_t > counts_;  // by vertex: excludes above, includes below; empty if unused
+   std::vector< CspfEdge > groups_;  // each group: how many links, then the links
+   std::vector< CspfVertex > reached_;
+};
+
+}

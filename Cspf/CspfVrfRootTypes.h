@@ -1,0 +1,181 @@
+#pragma once
+
+#include "Cspf/CspfBwUsageDeduped.h"
+#include "Cspf/CspfData.h"
+#include "Cspf/CspfDedupConstraint.h"
+#include "Cspf/CspfDedupPqInfo.h"
+#include "Cspf/CspfPathRecords.h"
+#include "schema/CspfClient.h"
+#include "schema/CspfStatus.h"
+
+#include <string>
+
+namespace Kiv {
+class DumpContext;
+}
+
+/// The rows by which one VRF and family tracks and answers its path requests.
+namespace Cspf {
+
+LUM_ENUM( ConstraintModifier, std::uint8_t, noChange, noSpf, unconstrainedSpfAtPlr,
+          unconstrainedSpfAtProtectedNode, unconstrainedReverseSpfAtPlr,
+          unconstrainedReverseSpfAtProtectedNode, spfForPathSegment );
+inline constexpr ConstraintModifier constraintModifierDefault = ConstraintModifier::noChange;
+
+/// Why a path is to be refreshed: a bit set.
+using RefreshReason = std::uint32_t;
+inline constexpr RefreshReason refreshReasonConfigChanged = 0x1;
+inline constexpr RefreshReason refreshReasonTopoChanged = 0x2;
+inline constexpr RefreshReason refreshReasonExplicit = 0x4;
+
+/// The agent's key of every path row.
+struct PathInfoKey {
+   LUM_VALUE( Cspf, PathInfoKey );
+   LUM_FIELD( clientName, Lum::String );
+   LUM_FIELD( pathKey, PathKey );
+   LUM_FIELD( internal, bool );                        ///< derived by the agent itself
+   LUM_FIELD( constraintModifier, ConstraintModifier );
+   LUM_FIELD( parentPathKey, PathKey );                ///< of an internal child path
+   LUM_FIELD( pathSegmentSourceNodeAddr, Kivnet::IpGenAddr );
+
+   std::size_t hash() const noexcept;
+   explicit operator bool() const { return *this != PathInfoKey(); }
+   /// "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=1>, internal=0, ...", as traces name a path.
+   std::string traceString() const;
+};
+
+class PathConfigInfo : public Lum::Entity {
+   LUM_ENTITY( Cspf, PathConfigInfo );
+   PathConfigInfo( const PathInfoKey & key, const Lum::Ptr< const Config > & config )
+      : pathInfoKey_( key ), cspfConfig_( config ) {}
+   LUM_ATTRIBUTE( pathInfoKey, PathInfoKey );
+   LUM_COUNTER( configChangeCount );                   ///< the client's PathConfig changed
+   LUM_COUNTER( derivedConfigChangeCount );            ///< what the constraint is derived from did
+   LUM_COUNTER( usageChangeCount );                    ///< bandwidth usage is to be re-accounted
+   LUM_ATTRIBUTE( parentPath, PathInfoKey );           ///< of a child path
+   LUM_COLLECTION_ORDERED( childPath, std::uint8_t, PathInfoKey );  ///< by path segment
+
+   /// The client's requests, among them this path's.
+   const Lum::Ptr< const Config > & cspfConfig() const noexcept { return cspfConfig_; }
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   Lum::Ptr< const Config > cspfConfig_;
+};
+
+class PathStatusInfo : public Lum::Entity {
+   LUM_ENTITY( Cspf, PathStatusInfo );
+   PathStatusInfo( const PathInfoKey & key, const Lum::Ptr< Status > & status )
+      : pathInfoKey_( key ), cspfStatus_( status ) {}
+   LUM_ATTRIBUTE( pathInfoKey, PathInfoKey );
+   LUM_ATTRIBUTE( constraint, Lum::Ptr< DedupConstraint > );
+   LUM_COUNTER( constraintChangeCount );               ///< `constraint` was replaced
+   LUM_ATTRIBUTE( lastRefreshReqSeq, std::uint32_t );  ///< the request last accepted
+   LUM_ATTRIBUTE( refreshNeeded, bool );
+   LUM_ATTRIBUTE( refreshReason, RefreshReason );
+   LUM_ATTRIBUTE( updatePathPending, bool );           ///< a new path must be published
+   LUM_COUNTER( stage2RequestCount );                  ///< refreshes passed to the second stage
+   LUM_COUNTER( pathStatusMetadataUpdateCount );       ///< updates that kept the hops
+
+   /// Where the client reads its paths.
+   const Lum::Ptr< Status > & cspfStatus() const noexcept { return cspfStatus_; }
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   Lum::Ptr< Status > cspfStatus_;
+};
+
+/// The computed answer, kept until it is published.
+class PathStatusCache : public Lum::Entity {
+   LUM_ENTITY( Cspf, PathStatusCache );
+   explicit PathStatusCache( const PathInfoKey & key ) : pathInfoKey_( key ) {}
+   LUM_ATTRIBUTE( pathInfoKey, PathInfoKey );
+   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfData > );    ///< the run that gave the result
+   LUM_ATTRIBUTE( path, Lum::Ptr< const PathArray > );
+   LUM_ATTRIBUTE( pathSrlg, Lum::Ptr< const PathSrlg > );
+   LUM_ATTRIBUTE( pathTeRouterId, Lum::Ptr< const PathTeRouterId > );
+   LUM_ATTRIBUTE( includeIps, Lum::Ptr< const IncludeIps > );
+   LUM_ATTRIBUTE( pqInfo, Lum::Ptr< Lfa::DedupPqInfo > );  ///< of a repair path
+   LUM_COUNTER( refreshedStage1Count );
+   LUM_COUNTER( refreshedStage2Count );
+   LUM_ATTRIBUTE( stage2LastRanAt, double );           ///< seconds
+
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+};
+
+class ConstraintStats : public Lum::Entity {
+   LUM_ENTITY( Cspf, ConstraintStats );
+   LUM_COUNTER( cspfCount );                           ///< runs made
+   LUM_COUNTER( cspfSkippedCount );                    ///< runs not made since nothing changed
+   LUM_ATTRIBUTE( cspfScheduled, bool );
+   LUM_ATTRIBUTE( cspfCurrentDelay, double );          ///< milliseconds
+   LUM_ATTRIBUTE( cspfLastRanAt, double );             ///< seconds; 0: never
+
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+};
+
+/// A path as links of the topology: what it reserves, and what is checked of a published path.
+class PathAsTopoDbLinks : public Lum::Entity {
+   LUM_ENTITY( Cspf, PathAsTopoDbLinks );
+   LUM_COLLECTION_ORDERED( path, HopIndex, AllTopoNeighborKey );
+   /// The TE router id of the router inside of the LAN, for a hop that crosses one.
+   LUM_COLLECTION_ORDERED( routerInNetworkForHop, HopIndex, Kivnet::IpGenAddr );
+};
+
+/// What one path has reserved: link address -> reservation.
+class PathBwUsage : public Lum::Entity {
+   LUM_ENTITY( Cspf, PathBwUsage );
+   LUM_COLLECTION_ORDERED( bwUsage, Kivnet::IpGenAddr, Lum::Ptr< const BwUsageDeduped > );
+
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+};
+
+/// The paths that share one constraint, and what they wait for.
+class ConstraintInfo : public Lum::Entity {
+   LUM_ENTITY( Cspf, ConstraintInfo );
+   explicit ConstraintInfo( const DedupConstraint & constraint ) : constraint_( constraint ) {}
+   LUM_COLLECTION_ORDERED( path, PathInfoKey, bool );
+   LUM_COUNTER( cspfRequestCount );                    ///< requests for a computation
+   LUM_ATTRIBUTE( topoInfoChangedAt, double );         ///< seconds; 0: reset
+   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfData > );    ///< the last run
+   LUM_ATTRIBUTE( sourceMissing, bool );
+   LUM_ATTRIBUTE( constraintMissingInTopo, bool );
+
+   /// The constraint; it outlives this row, which goes when its last user lets it go.
+   const DedupConstraint & constraint() const noexcept { return constraint_; }
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   const DedupConstraint & constraint_;
+};
+
+/// Tables by path. `Is( key, row )` adds, `Del( key )` removes; watch for rows that come and go.
+class PathConfigInfoTable : public Lum::Entity {
+   LUM_ENTITY( Cspf, PathConfigInfoTable );
+   LUM_COLLECTION( pathConfigInfo, PathInfoKey, Lum::Ptr< PathConfigInfo > );
+};
+
+class PathStatusInfoTable : public Lum::Entity {
+   LUM_ENTITY( Cspf, PathStatusInfoTable );
+   LUM_COLLECTION( pathStatusInfo, PathInfoKey, Lum::Ptr< PathStatusInfo > );
+};
+
+class PathStatusCacheTable : public Lum::Entity {
+   LUM_ENTITY( Cspf, PathStatusCacheTable );
+   LUM_COLLECTION( pathStatusCache, PathInfoKey, Lum::Ptr< PathStatusCache > );
+};
+
+/// Tables by constraint.
+using ConstraintHandle = Kiv::DedupHandle::Key;
+
+class ConstraintStatsTable : public Lum::Entity {
+   LUM_ENTITY( Cspf, ConstraintStatsTable );
+   LUM_COLLECTION_ORDERED( constraintStats, ConstraintHandle, Lum::Ptr< ConstraintStats > );
+};
+
+class ConstraintInfoTable : public Lum::Entity {
+   LUM_ENTITY( Cspf, ConstraintInfoTable );
+   LUM_COLLECTION_ORDERED( constraintInfo, ConstraintHandle, Lum::Ptr< ConstraintInfo > );
+};
+
+}

@@ -1,0 +1,509 @@
+// The compact graph, link filters, shortest-path trees and hop lists: small topologies as text for
+// what an operator would ask, random ones judged by the checker for everything else.
+
+#include "Cspf/CspfHopList.h"
+#include "Cspf/CspfTreeRun.h"
+#include "tests/GraphText.h"
+#include "tests/TreeChecker.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <map>
+#include <random>
+#include <set>
+
+using namespace Cspf;
+
+namespace {
+
+/// A topology, a constraint and options; runs on demand, checked by the judges each time.
+struct Question {
+   explicit Question( std::string_view topology, const std::string & source = "A" )
+      : g( topology ) {
+      options.source = constraint.root = constraint.ownSource = g.at( source );
+   }
+
+   const CspfTree & tree() {
+      filter.apply( g.graph, constraint );
+      run.run( g.graph, filter, options, result );
+      EXPECT_EQ( ( TreeChecker{ g.graph, filter, result }.fault() ), "" );
+      return result;
+   }
+   /// "A B C", or "-" without a path; the `choice`-th of equal last links.
+   std::string path( const std::string & to, size_t choice = 0, uint32_t maxHops = 255 ) {
+      std::vector< CspfEdge > hops;
+      const auto choose = [ & ]( CspfVertex, auto links ) { return choice % links.size(); };
+      const auto status = hopList( g.graph, tree(), g.at( to ), maxHops, choose, hops );
+      return status == CspfHopListStatus::found    ? g.path( hops )
+             : status == CspfHopListStatus::noPath ? "-"
+                                                   : "too long";
+   }
+   CspfRefusal refusal( const std::string & from, const std::string & to ) {
+      tree();
+      return CspfArcs::refusal( g.graph, filter, g.edge( from, to ), options );
+   }
+
+   GraphText g;
+   CspfLinkConstraint constraint;
+   CspfRunOptions options;
+   CspfLinkFilter filter;
+   CspfTreeRun run;
+   CspfTree result;
+};
+
+TEST( CspfTree, cheapestPathWinsAndEqualOnesAreAllKept ) {
+   Question q( "A -10- B -20- C; A -30{srlg 7}- C; C -5- D; A =lan1= D E" );
+   EXPECT_EQ( q.path( "C" ), "A lan1 D C" );
+   EXPECT_EQ( q.tree().metric( q.g.at( "E" ) ), 10u );
+   q.constraint.excludedVertices = { q.g.at( "D" ) };
+   EXPECT_EQ( q.path( "C", 0 ), "A B C" );
+   EXPECT_EQ( q.path( "C", 1 ), "A C" );
+   EXPECT_EQ( q.path( "C", 0, 1 ), "too long" );
+   EXPECT_EQ( q.path( "C", 1, 1 ), "A C" );
+   EXPECT_EQ( q.path( "A" ), "" );
+   EXPECT_EQ( q.path( "D" ), "-" );
+   EXPECT_EQ( q.refusal( "C", "D" ), CspfRefusal::excludedNode );
+}
+
+TEST( CspfTree, crossingALanIsOneHop ) {
+   Question q( "A =lan1= B; B =lan2= C; C -- D" );
+   EXPECT_EQ( q.path( "D", 0, 3 ), "A lan1 B lan2 C D" );
+   EXPECT_EQ( q.path( "D", 0, 2 ), "too long" );
+}
+
+TEST( CspfTree, metricsOutsideTheirBoundsAreNotUsed ) {
+   Question q( "A -0- B; A -16777214- C; A -16777215- D; A -0{te 3}- E" );
+   EXPECT_EQ( q.path( "B" ), "-" );
+   EXPECT_EQ( q.path( "C" ), "A C" );
+   EXPECT_EQ( q.refusal( "A", "B" ), CspfRefusal::zeroMetric );
+   EXPECT_EQ( q.refusal( "A", "D" ), CspfRefusal::maximumMetric );
+   q.options.useLinksWithMaxMetric = q.options.useTeMetric = true;
+   EXPECT_EQ( q.path( "D" ), "A D" );
+   EXPECT_EQ( q.path( "E" ), "A E" );
+
+   Question far( "A -4261412862- B -1- C -1- D; A -4261412864- E" );
+   far.options.useLinksWithMaxMetric = true;
+   EXPECT_EQ( far.tree().metric( far.g.at( "C" ) ), CspfTreeRun::maxPathMetric );
+   EXPECT_EQ( far.path( "D" ), "-" );
+   EXPECT_EQ( far.path( "E" ), "-" );
+   far.constraint.excludedSrlgs = { 1 };  // the same bounds when SRLG counts rank paths
+   EXPECT_EQ( far.path( "C" ), "A B C" );
+   EXPECT_EQ( far.path( "D" ), "-" );
+}
+
+TEST( CspfTree, srlgsOutrankTheMetricUnlessStrict ) {
+   Question q( "A -1{srlg 7}- B -1- C; A -500- C -500- D; A -1{srlg 7}- D" );
+   q.constraint.excludedSrlgs = { 7 };
+   EXPECT_EQ( q.path( "D" ), "A C D" );
+   EXPECT_EQ( q.refusal( "A", "B" ), CspfRefusal::none );
+   q.constraint.ownSource = q.g.at( "C" );
+   q.constraint.srlgOnlyLocal = true;
+   EXPECT_EQ( q.path( "D" ), "A D" );
+   q.constraint.srlgStrict = true;
+   EXPECT_EQ( q.path( "D" ), "A D" );
+   q.constraint.ownSource = q.g.at( "A" );
+   EXPECT_EQ( q.path( "D" ), "A C D" );
+   EXPECT_EQ( q.refusal( "A", "B" ), CspfRefusal::srlg );
+   q.constraint.excludedSrlgs = {};
+   q.constraint.includedSrlgs = { 7, 7 };
+   EXPECT_EQ( q.path( "C" ), "A B C" );
+   EXPECT_EQ( q.tree().cost( q.g.at( "C" ) ), ( CspfCost{ 0, 1, 2 } ) );
+}
+
+TEST( CspfTree, overloadedRoutersAreAvoidedOrOnlyEnded ) {
+   Question q( "A -1- B -1- C; A -9- C; overload B" );
+   EXPECT_EQ( q.path( "B" ), "-" );
+   q.constraint.overloadRule = CspfOverloadRule::mayEnd;
+   EXPECT_EQ( q.path( "B" ), "A B" );
+   EXPECT_EQ( q.path( "C" ), "A C" );
+   q.options.source = q.constraint.root = q.g.at( "B" );
+   EXPECT_EQ( q.path( "C" ), "B C" );
+}
+
+TEST( CspfTree, reverseTreesUseTheMetricTowardsTheSource ) {
+   Question q( "A -1{back 50}- B; A -9{back 8}- C -1{back 2}- B; A =lan1 7= D" );
+   q.options.reverse = true;
+   EXPECT_EQ( q.tree().metric( q.g.at( "B" ) ), 10u );
+   EXPECT_EQ( q.path( "B" ), "A C B" );
+   EXPECT_EQ( q.tree().metric( q.g.at( "lan1" ) ), 0u );
+   EXPECT_EQ( q.tree().metric( q.g.at( "D" ) ), 7u );
+}
+
+TEST( CspfTree, singleHopEndsAtTheFirstRouter ) {
+   Question q( "A -1- B -1- C; A =lan1 5= D; D -1- E; A -9- C" );
+   q.options.singleHop = true;
+   EXPECT_EQ( q.path( "C" ), "A C" );
+   EXPECT_EQ( q.path( "D" ), "A lan1 D" );
+   EXPECT_EQ( q.path( "E" ), "-" );
+}
+
+TEST( CspfLinkFilter, oneDirectionIsNoLinkAndOwnBandwidthCounts ) {
+   Question q( "A -10> B; A -10{bw 100 group 5}- C; A -1- D" );
+   EXPECT_EQ( q.refusal( "A", "B" ), CspfRefusal::twoWayCheck );
+   q.constraint.bandwidth = 100;
+   EXPECT_EQ( q.refusal( "A", "C" ), CspfRefusal::none );
+   q.constraint.bandwidth = 101;
+   EXPECT_EQ( q.refusal( "A", "C" ), CspfRefusal::bandwidth );
+   q.constraint.ownReservations = { { q.g.edge( "A", "C" ), 1 } };
+   EXPECT_EQ( q.refusal( "A", "C" ), CspfRefusal::none );
+   q.constraint.bandwidth = std::numeric_limits< uint64_t >::max();
+   EXPECT_EQ( q.refusal( "A", "C" ), CspfRefusal::bandwidth );
+   q.constraint.bandwidth = 0;
+   q.constraint.includeAllAdminGroup = q.constraint.excludeAdminGroup = 4;
+   EXPECT_EQ( q.refusal( "A", "C" ), CspfRefusal::excludeAdminGroup );
+   EXPECT_EQ( q.refusal( "A", "D" ), CspfRefusal::includeAllAdminGroup );
+}
+
+TEST( CspfLinkFilter, bandwidthIsComparedInWholeNumbersHoweverLarge ) {
+   for ( const uint64_t wanted : { ( 1ULL << 24 ) + 1, ( 1ULL << 53 ) + 1, 1ULL << 63 } ) {
+      Question q( "A -- B; A -- C" );
+      const auto offer = [ & ]( const char * to, float bandwidth ) {
+         CspfEdgeRecord record = q.g.graph.record( q.g.edge( "A", to ) );
+         record.unreserved.fill( bandwidth );
+         q.g.graph.updateEdge( q.g.edge( "A", to ), record );
+      };
+      const float nearest = static_cast< float >( wanted );
+      offer( "B", nearest );
+      offer( "C", std::nextafter( nearest, 0.0F ) );
+      q.constraint.bandwidth = wanted;
+      EXPECT_EQ( q.path( "B" ) != "-", static_cast< uint64_t >( nearest ) >= wanted );
+      EXPECT_EQ( q.path( "C" ), "-" );
+   }
+}
+
+/// A random graph that is changed, one event at a time, together with plain records of what it
+/// should hold.
+class Storm {
+ public:
+   explicit Storm( uint32_t seed ) : random( seed ) {}
+
+   uint32_t pick( uint32_t below ) { return static_cast< uint32_t >( random() % below ); }
+   bool chance( uint32_t percent ) { return pick( 100 ) < percent; }
+
+   void addVertex() {
+      const bool network = !routers.empty() && chance( 25 );
+      const uint64_t rank = random();
+      ( network ? networks : routers )
+         .push_back( network ? graph.addNetwork() : graph.addRouter( rank, chance( 8 ) ) );
+   }
+
+   void addLink() {
+      const CspfVertex from = routers[ pick( uint32_t( routers.size() ) ) ];
+      const bool lan = !networks.empty() && chance( 40 );
+      const auto & others = lan ? networks : routers;
+      const CspfVertex to = others[ pick( uint32_t( others.size() ) ) ];
+      if ( from == to || ( lan && attached( from, to ) ) ) {
+         return;
+      }
+      const CspfEdge edge = add( from, to );
+      if ( chance( 93 ) ) {
+         graph.pairIs( edge, add( to, from ), chance( 95 ) );
+      }
+   }
+
+   void changeLink() {
+      if ( links.empty() ) {
+         return;
+      }
+      const CspfEdge edge = anyLink();
+      if ( chance( 60 ) ) {
+         write( edge, graph.cookie( edge ) );
+      } else if ( chance( 50 ) ) {
+         forget( edge );
+      } else if ( graph.reverse( edge ) != noEdge ) {
+         const CspfEdge reverse = graph.reverse( edge );
+         graph.unpair( edge );
+         if ( chance( 70 ) ) {
+            graph.pairIs( edge, reverse, chance( 80 ) );
+         }
+      }
+   }
+
+   void changeRouter() {
+      const CspfVertex router = routers[ pick( uint32_t( routers.size() ) ) ];
+      graph.overloadedIs( router, !graph.overloaded( router ) );
+      auto & kind = chance( 60 ) || networks.empty() ? routers : networks;
+      if ( kind.size() > 2 && chance( 30 ) ) {
+         removeVertex( kind, pick( uint32_t( kind.size() ) ) );
+      }
+   }
+
+   void event() {
+      const uint32_t kind = pick( 10 );
+      kind == 0 ? addVertex() : kind == 1 ? changeRouter() : kind < 6 ? addLink() : changeLink();
+   }
+
+   /// What the graph says, in terms that do not depend on its numbers.
+   static std::set< std::string > content( const CspfGraph & graph ) {
+      std::set< std::string > lines;
+      for ( uint32_t e = 0; e < graph.edgeBound(); ++e ) {
+         if ( graph.has( CspfEdge{ e } ) ) {
+            lines.insert( line( graph, CspfEdge{ e } ) );
+         }
+      }
+      for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
+         if ( const CspfVertex vertex{ v }; graph.has( vertex ) && graph.isRouter( vertex ) ) {
+            lines.insert( std::to_string( graph.nodeRank( vertex ) )
+                          + ( graph.overloaded( vertex ) ? " overloaded" : "" ) );
+         }
+      }
+      return lines;
+   }
+
+   /// The graph built anew from the records, in another order.
+   CspfGraph rebuilt() {
+      CspfGraph fresh;
+      std::map< CspfVertex, CspfVertex > twin;
+      std::map< CspfEdge, CspfEdge > twinEdge;
+      for ( CspfVertex network : networks ) {
+         twin[ network ] = fresh.addNetwork();
+      }
+      for ( CspfVertex router : routers ) {
+         twin[ router ] = fresh.addRouter( graph.nodeRank( router ), graph.overloaded( router ) );
+      }
+      for ( const auto & [ edge, link ] : links ) {
+         CspfEdgeRecord record = link.record;
+         record.srlgs = link.srlgs;
+         twinEdge[ edge ] = fresh.addEdge( twin[ link.from ], twin[ link.to ], record );
+      }
+      for ( const auto & [ edge, twinOfEdge ] : twinEdge ) {
+         if ( graph.reverse( edge ) != noEdge ) {
+            fresh.pairIs( twinOfEdge, twinEdge[ graph.reverse( edge ) ], graph.twoWay( edge ) );
+         }
+      }
+      return fresh;
+   }
+
+   void renumber() {
+      const auto map = graph.renumber( routers[ 0 ] );
+      for ( auto * kind : { &routers, &networks } ) {
+         for ( CspfVertex & vertex : *kind ) {
+            vertex = map.vertex[ index( vertex ) ];
+         }
+      }
+      std::map< CspfEdge, Link > moved;
+      for ( auto & [ edge, link ] : links ) {
+         link.from = map.vertex[ index( link.from ) ];
+         link.to = map.vertex[ index( link.to ) ];
+         moved[ map.edge[ index( edge ) ] ] = std::move( link );
+      }
+      links = std::move( moved );
+   }
+
+   CspfLinkConstraint constraint() {
+      CspfLinkConstraint c;
+      c.root = routers[ pick( uint32_t( routers.size() ) ) ];
+      c.ownSource = chance( 80 ) ? c.root : routers[ pick( uint32_t( routers.size() ) ) ];
+      c.overloadRule = chance( 50 ) ? CspfOverloadRule::avoid : CspfOverloadRule::mayEnd;
+      c.topology = chance( 70 ) ? CspfGraph::anyTopology : 1;
+      c.includeAllAdminGroup = chance( 15 ) ? 1 << pick( 4 ) : 0;
+      c.includeAnyAdminGroup = chance( 20 ) ? pick( 16 ) : 0;
+      c.excludeAdminGroup = chance( 20 ) ? 1 << pick( 4 ) : 0;
+      c.excludedSrlgs = chance( 40 ) ? srlgs() : c.excludedSrlgs;
+      c.includedSrlgs = chance( 30 ) ? srlgs() : c.includedSrlgs;
+      c.srlgStrict = chance( 30 );
+      c.srlgOnlyLocal = chance( 30 );
+      c.bandwidth = chance( 30 ) ? 1 + pick( 3000 ) : 0;
+      c.setupPriority = static_cast< uint8_t >( pick( 8 ) );
+      if ( !links.empty() && chance( 30 ) ) {
+         c.ownReservations = { { anyLink(), pick( 3000 ) } };
+         c.excludedEdges = { anyLink() };
+         c.excludedInterfaces = { graph.interface( anyLink() ) };
+         c.excludedVertices = { routers[ pick( uint32_t( routers.size() ) ) ] };
+      }
+      return c;
+   }
+
+   CspfRunOptions options( CspfVertex source ) {
+      return { source, chance( 50 ), chance( 50 ), chance( 40 ), chance( 10 ) };
+   }
+
+   CspfGraph graph;
+   std::vector< CspfVertex > routers, networks;
+   uint32_t widestMetric = 4;
+
+ private:
+   struct Link {
+      CspfVertex from, to;
+      CspfEdgeRecord record;
+      std::vector< uint32_t > srlgs;
+   };
+
+   CspfEdge anyLink() {
+      return std::next( links.begin(), pick( uint32_t( links.size() ) ) )->first;
+   }
+
+   bool attached( CspfVertex router, CspfVertex network ) const {
+      return std::ranges::any_of(
+                graph.out( router ),
+                [ & ]( uint32_t e ) { return graph.to( CspfEdge{ e } ) == network; } )
+             || std::ranges::any_of( graph.in( router ), [ & ]( uint32_t e ) {
+                   return graph.from( CspfEdge{ e } ) == network;
+                } );
+   }
+
+   std::vector< uint32_t > srlgs() {
+      std::vector< uint32_t > list( pick( 4 ) );
+      for ( uint32_t & srlg : list ) {
+         srlg = pick( 6 );
+      }
+      return list;
+   }
+
+   uint32_t metric() {
+      const uint32_t rare[] = { 0, 0xFFFFFE, 0xFFFFFF, 0xF0000000 };
+      return chance( 6 ) ? rare[ pick( 4 ) ] : 1 + pick( widestMetric );
+   }
+
+   CspfEdgeRecord record( const std::vector< uint32_t > & srlgs, uint32_t cookie ) {
+      CspfEdgeRecord r;
+      r.igpMetric = metric();
+      r.teMetric = chance( 50 ) ? std::optional( metric() ) : std::nullopt;
+      r.adminGroup = pick( 16 );
+      r.srlgs = srlgs;
+      for ( float & bandwidth : r.unreserved ) {
+         bandwidth = static_cast< float >( pick( 4000 ) ) + 0.5F;
+      }
+      r.topology = static_cast< uint16_t >( chance( 85 ) ? 1 : 2 );
+      r.interface = 1 + pick( 50 );
+      r.keyRank = random();
+      r.cookie = cookie;
+      return r;
+   }
+
+   CspfEdge add( CspfVertex from, CspfVertex to ) {
+      const auto list = chance( 40 ) ? srlgs() : std::vector< uint32_t >();
+      const CspfEdgeRecord r = record( list, ++lastCookie );
+      const CspfEdge edge = graph.addEdge( from, to, r );
+      links[ edge ] = { from, to, r, list };
+      return edge;
+   }
+
+   void write( CspfEdge edge, uint32_t cookie ) {
+      Link & link = links[ edge ];
+      link.srlgs = srlgs();
+      link.record = record( link.srlgs, cookie );
+      graph.updateEdge( edge, link.record );
+   }
+
+   void forget( CspfEdge edge ) {
+      graph.removeEdge( edge );
+      links.erase( edge );
+   }
+
+   void removeVertex( std::vector< CspfVertex > & kind, uint32_t at ) {
+      while ( !graph.out( kind[ at ] ).empty() ) {
+         forget( CspfEdge{ graph.out( kind[ at ] )[ 0 ] } );
+      }
+      while ( !graph.in( kind[ at ] ).empty() ) {
+         forget( CspfEdge{ graph.in( kind[ at ] )[ 0 ] } );
+      }
+      graph.removeVertex( kind[ at ] );
+      kind.erase( kind.begin() + at );
+   }
+
+   static std::string line( const CspfGraph & graph, CspfEdge edge ) {
+      const CspfEdgeRecord r = graph.record( edge );
+      const auto rank = [ & ]( CspfVertex v ) {
+         return graph.isRouter( v ) ? std::to_string( graph.nodeRank( v ) ) : "network";
+      };
+      std::string text = rank( graph.from( edge ) ) + ' ' + rank( graph.to( edge ) );
+      for ( const uint64_t value :
+            { uint64_t{ r.cookie }, uint64_t{ r.igpMetric }, uint64_t{ r.teMetric.value_or( 99 ) },
+              uint64_t{ r.adminGroup }, uint64_t{ r.topology }, uint64_t{ r.interface }, r.keyRank,
+              uint64_t{ graph.twoWay( edge ) },
+              uint64_t{
+                 graph.reverse( edge ) == noEdge ? 0 : graph.cookie( graph.reverse( edge ) ) } } ) {
+         text += ' ' + std::to_string( value );
+      }
+      for ( const float bandwidth : r.unreserved ) {
+         text += ' ' + std::to_string( bandwidth );
+      }
+      for ( const uint32_t srlg : r.srlgs ) {
+         text += " s" + std::to_string( srlg );
+      }
+      return text;
+   }
+
+   std::mt19937_64 random;
+   std::map< CspfEdge, Link > links;
+   uint32_t lastCookie = 0;
+};
+
+TEST( CspfGraph, afterAnyStormItEqualsOneBuiltAnew ) {
+   for ( uint32_t seed = 1; seed <= 60; ++seed ) {
+      Storm storm( seed );
+      storm.addVertex();
+      storm.addVertex();
+      for ( int round = 0; round < 20; ++round ) {
+         for ( int event = 0; event < 30; ++event ) {
+            storm.event();
+         }
+         ASSERT_EQ( storm.graph.inconsistency(), "" ) << "seed " << seed;
+         const CspfGraph fresh = storm.rebuilt();
+         ASSERT_EQ( Storm::content( storm.graph ), Storm::content( fresh ) ) << "seed " << seed;
+         if ( round % 7 == 6 ) {
+            storm.renumber();
+            ASSERT_EQ( storm.graph.inconsistency(), "" ) << "seed " << seed;
+            ASSERT_EQ( Storm::content( storm.graph ), Storm::content( fresh ) ) << "seed " << seed;
+            ASSERT_EQ( storm.graph.edges(), storm.graph.edgeBound() );
+         }
+      }
+   }
+}
+
+/// One run object and one tree serve all: what a run leaves behind must not reach the next.
+TEST( CspfTree, randomGraphsAreJudgedRight ) {
+   CspfTreeRun run;
+   CspfTree tree;
+   CspfLinkFilter filter;
+   uint32_t reached = 0, tied = 0;
+   for ( uint32_t seed = 1; seed <= 1500; ++seed ) {
+      Storm storm( seed );
+      const uint32_t widths[] = { 2, 6, 1000, 70000, 0xFFFFFE };
+      storm.widestMetric = widths[ seed % 5 ];
+      const uint32_t vertices = seed % 3 ? 8 : 40;
+      while ( storm.graph.vertices() < vertices ) {
+         storm.addVertex();
+      }
+      for ( uint32_t link = 0; link < vertices * 2; ++link ) {
+         storm.addLink();
+      }
+      for ( int question = 0; question < 4; ++question ) {
+         filter.apply( storm.graph, storm.constraint() );
+         for ( int repeat = 0; repeat < 2; ++repeat ) {
+            run.run( storm.graph, filter, storm.options( filter.constraint().root ), tree );
+            ASSERT_EQ( ( TreeChecker{ storm.graph, filter, tree }.fault() ), "" )
+               << "seed " << seed << " question " << question;
+            reached += uint32_t( tree.reachedVertices().size() );
+            for ( CspfVertex vertex : tree.reachedVertices() ) {
+               tied += tree.lastLinks( vertex ).size() > 1;
+            }
+         }
+         storm.event();
+      }
+   }
+   EXPECT_GT( reached, 50000u );  // the questions are not all refusals
+   EXPECT_GT( tied, 2000u );
+}
+
+/// Counts what a run says it does.
+struct Counter : CspfNoObserver {
+   std::vector< CspfVertex > final;
+   void madeFinal( CspfVertex vertex ) { final.push_back( vertex ); }
+};
+
+TEST( CspfTree, eachVertexIsMadeFinalOnceByRisingCost ) {
+   Question q( "A -9- B; A -1- C -1- B; B -1- D; A -3- D; A =lan1 2= B" );
+   q.filter.apply( q.g.graph, q.constraint );
+   Counter counter;
+   q.run.run( q.g.graph, q.filter, q.options, q.result, counter );
+   EXPECT_EQ( counter.final.size(), 5u );
+   EXPECT_TRUE( std::ranges::is_sorted(
+      counter.final, {}, [ & ]( CspfVertex vertex ) { return q.result.metric( vertex ); } ) );
+   EXPECT_EQ( q.path( "B", 0 ), "A C B" );
+   EXPECT_EQ( q.path( "B", 1 ), "A lan1 B" );
+}
+
+}

@@ -1,0 +1,299 @@
+// The judge of end-to-end tests. It reads a lab file as a person would and asks no other code of
+// this system. Clarity is all that counts: no filter is precomputed, no order of nodes is kept,
+// every question walks the whole list of edges.
+
+#include "tests/LabOracle.h"
+
+#include <algorithm>
+#include <sstream>
+
+using Json = nlohmann::json;
+
+namespace {
+
+constexpr std::uint64_t maximumLinkMetric = 0xFFFFFE;
+constexpr std::uint64_t maximumPathMetric = 0xFDFFFFFF;
+
+std::vector< std::string >
+addressList( const Json & object, const char * key ) {
+   if ( !object.contains( key ) || object[ key ].is_null() ) {
+      return {};
+   }
+   return object[ key ].is_string() ? std::vector{ object[ key ].get< std::string >() }
+                                    : object[ key ].get< std::vector< std::string > >();
+}
+
+std::uint32_t
+mask( const Json & object, const char * key ) {
+   const Json value = object.value( key, Json( 0 ) );
+   return static_cast< std::uint32_t >(
+      value.is_string() ? std::stoull( value.get< std::string >(), nullptr, 16 )
+                        : value.get< std::uint64_t >() );
+}
+
+/// One direction of a link: the link's own attributes under the overrides of that direction.
+Json
+direction( const Json & link, const char * key ) {
+   Json merged = link;
+   merged.update( link.value( key, Json::object() ) );
+   return merged;
+}
+
+bool
+advertised( const Json & link, const char * key ) {
+   return link.value( "up", true ) && ( !link.contains( key ) || link[ key ].is_object() );
+}
+
+void
+attributesOf( OracleEdge & edge, const Json & attributes ) {
+   const bool te = attributes.contains( "teMetric" ) && !attributes[ "teMetric" ].is_null();
+   edge.metric = te ? attributes[ "teMetric" ].get< std::uint64_t >()
+                    : attributes.value( "metric", std::uint64_t( 10 ) );
+   edge.adminGroup = mask( attributes, "adminGroup" );
+   edge.srlg = attributes.value( "srlg", std::vector< std::uint32_t >() );
+}
+
+}
+
+LabOracle::LabOracle( const Json & document, const std::string & vrf ) : document_( document ) {
+   const bool exports =
+      document.value( "toggles", Json::object() ).value( "OspfTopoDbExport", true );
+   for ( const auto & [ name, topology ] : document[ "topologies" ].items() ) {
+      const bool isis = topology.value( "igp", "isis" ) == "isis";
+      const bool exported = topology.value( "export", !isis );
+      const bool ready = exported ? exports && topology.value( "exportReady", true ) : isis;
+      if ( ready && topology.value( "vrf", "default" ) == vrf
+           && topology.value( "af", "ipv4" ) == "ipv4" ) {
+         addTopology( name, topology );
+      }
+   }
+   for ( const auto & [ name, intf ] : document.value( "interfaces", Json::object() ).items() ) {
+      intfSrlg_[ name ] = intf.value( "srlg", std::vector< std::uint32_t >() );
+   }
+   const Json te = document.value( "te", Json::object() );
+   if ( te.value( "enabled", true ) ) {
+      source_ = te.value( "routerId", std::string() );
+   }
+}
+
+std::string
+LabOracle::te( const std::string & router ) const {
+   const Json & record = ( *routers_ )[ router ];
+   return record.contains( "teRouterId" ) && record[ "teRouterId" ].is_string()
+             ? record[ "teRouterId" ].get< std::string >()
+             : std::string();
+}
+
+void
+LabOracle::addAddresses( const std::string & router, const Json & addresses ) {
+   for ( const auto & address : addresses ) {
+      if ( !te( router ).empty() ) {
+         tunnelEnds_[ address ].insert( te( router ) );
+      }
+   }
+}
+
+void
+LabOracle::addTopology( const std::string & name, const Json & topology ) {
+   topologyName_ = name;
+   const Json none = Json::object();
+   routers_ = topology.contains( "routers" ) ? &topology[ "routers" ] : &none;
+   for ( const auto & [ routerName, router ] : routers_->items() ) {
+      const std::string id = te( routerName );
+      teOfName_[ routerName ].insert( id );
+      addAddresses( routerName, { id } );
+      if ( router.value( "overload", false ) ) {
+         overloaded_.insert( { name, id } );
+      }
+      for ( const auto & [ prefix, metric ] : router.value( "prefixes", none ).items() ) {
+         if ( prefix.ends_with( "/32" ) ) {
+            addAddresses( routerName, { prefix.substr( 0, prefix.size() - 3 ) } );
+         }
+      }
+   }
+   for ( const auto & [ linkName, link ] : topology.value( "links", none ).items() ) {
+      addLink( linkName, link );
+   }
+   for ( const auto & [ lanName, lan ] : topology.value( "lans", none ).items() ) {
+      addLan( lan );
+   }
+}
+
+void
+LabOracle::addLink( const std::string & name, const Json & link ) {
+   const std::string self = document_[ "router" ];
+   const auto side = [ & ]( const char * from, const char * to, const char * way ) {
+      const std::string router = link[ from ], intfKey = std::string( from ) + "Intf";
+      OracleEdge edge;
+      edge.from = te( router );
+      edge.to = te( link[ to ] );
+      edge.intf = link.value( intfKey, name + "." + from );
+      edge.nearAddrs = addressList( link, ( std::string( from ) + "Addr" ).c_str() );
+      edge.farAddrs = addressList( link, ( std::string( to ) + "Addr" ).c_str() );
+      edge.topology = topologyName_;
+      attributesOf( edge, direction( link, link.contains( way ) && link[ way ].is_object() ? way : "" ) );
+      if ( router == self ) {
+         intfSrlg_.try_emplace( edge.intf, edge.srlg );
+      }
+      if ( advertised( link, way ) ) {
+         addAddresses( router, edge.nearAddrs );
+      }
+      const bool twoWay = advertised( link, "ab" ) && advertised( link, "ba" );
+      const bool numbered = !edge.nearAddrs.empty() && !edge.farAddrs.empty();
+      if ( twoWay && numbered && !edge.from.empty() && !edge.to.empty() ) {
+         edges_.push_back( edge );
+      }
+   };
+   side( "a", "b", "ab" );
+   side( "b", "a", "ba" );
+}
+
+void
+LabOracle::addLan( const Json & lan ) {
+   for ( const auto & [ nearName, near ] : lan[ "members" ].items() ) {
+      OracleEdge edge;
+      edge.lan = true;
+      edge.from = te( nearName );
+      edge.intf = near.value( "intf", std::string() );
+      edge.nearAddrs = addressList( near, "addr" );
+      edge.topology = topologyName_;
+      attributesOf( edge, near );
+      if ( nearName == document_[ "router" ] ) {
+         intfSrlg_.try_emplace( edge.intf, edge.srlg );
+      }
+      addAddresses( nearName, edge.nearAddrs );
+      for ( const auto & [ farName, far ] : lan[ "members" ].items() ) {
+         edge.to = te( farName );
+         edge.farAddrs = addressList( far, "addr" );
+         const bool attached = near.value( "attached", true ) && far.value( "attached", true );
+         if ( attached && nearName != farName && !edge.from.empty() && !edge.to.empty() ) {
+            edges_.push_back( edge );
+         }
+      }
+   }
+}
+
+std::set< std::uint32_t >
+LabOracle::riskGroups( const Json & constraint ) const {
+   std::set< std::uint32_t > groups;
+   const auto add = [ & ]( const std::string & intf ) {
+      if ( const auto at = intfSrlg_.find( intf ); at != intfSrlg_.end() ) {
+         groups.insert( at->second.begin(), at->second.end() );
+      }
+   };
+   if ( constraint.value( "excludeSrlg", false ) ) {
+      add( constraint.value( "excludeIntf", std::string() ) );
+      add( constraint.value( "excludeNode", Json::object() ).value( "nexthopIntf", std::string() ) );
+   }
+   return groups;
+}
+
+std::uint64_t
+LabOracle::conflicts( const OracleEdge & edge, const Json & constraint ) const {
+   if ( constraint.value( "srlgExcludeOnlyLocalLinks", false ) && edge.from != source_ ) {
+      return 0;
+   }
+   const auto groups = riskGroups( constraint );
+   return static_cast< std::uint64_t >( std::count_if(
+      edge.srlg.begin(), edge.srlg.end(), [ & ]( auto group ) { return groups.contains( group ); } ) );
+}
+
+bool
+LabOracle::allowed( const OracleEdge & edge, const Json & constraint ) {
+   const auto all = mask( constraint, "includeAllAdminGroup" );
+   const auto any = mask( constraint, "includeAnyAdminGroup" );
+   const auto none = mask( constraint, "excludeAdminGroup" );
+   const std::string node = constraint.value( "excludeNode", Json::object() ).value( "node", "" );
+   if ( ( edge.adminGroup & all ) != all || ( any && !( edge.adminGroup & any ) )
+        || ( edge.adminGroup & none ) ) {
+      return false;
+   }
+   if ( edge.from == source_ && edge.intf == constraint.value( "excludeIntf", "" ) ) {
+      return false;
+   }
+   if ( teOfName_[ node ].contains( edge.to ) || overloaded_.contains( { edge.topology, edge.to } ) ) {
+      return false;
+   }
+   if ( constraint.value( "srlgStrictMode", false ) && conflicts( edge, constraint ) ) {
+      return false;
+   }
+   for ( const std::string address : constraint.value( "excludeLinkWithIp", Json::array() ) ) {
+      const bool near = std::ranges::count( edge.nearAddrs, address ) > 0;
+      const bool far = std::ranges::count( edge.farAddrs, address ) > 0;
+      if ( near || ( far && !edge.lan ) ) {
+         return false;
+      }
+   }
+   const std::string topology = constraint.value( "topoId", std::string() );
+   return ( topology.empty() || topology == edge.topology ) && edge.metric > 0
+          && edge.metric <= maximumLinkMetric;
+}
+
+std::optional< OracleCost >
+LabOracle::cost( const std::string & dst, const Json & constraint ) {
+   std::map< std::string, OracleCost > best{ { source_, {} } };
+   for ( bool improved = !source_.empty(); improved; ) {
+      improved = false;
+      for ( const OracleEdge & edge : edges_ ) {
+         const auto from = best.find( edge.from );
+         if ( from == best.end() || !allowed( edge, constraint ) ) {
+            continue;
+         }
+         const OracleCost cost{ from->second.srlgs + conflicts( edge, constraint ),
+                                from->second.metric + edge.metric };
+         const auto to = best.find( edge.to );
+         if ( cost.metric <= maximumPathMetric && ( to == best.end() || cost < to->second ) ) {
+            best[ edge.to ] = cost;
+            improved = true;
+         }
+      }
+   }
+   std::optional< OracleCost > least;
+   for ( const std::string & end : tunnelEnds_[ dst ] ) {
+      if ( const auto at = best.find( end ); at != best.end() && ( !least || at->second < *least ) ) {
+         least = at->second;
+      }
+   }
+   return source_.empty() ? std::nullopt : least;
+}
+
+std::optional< OracleCost >
+LabOracle::walk( const Json & status, const std::string & dst, const Json & constraint,
+                 std::string & complaint ) {
+   const auto path = status[ "path" ].get< std::vector< std::string > >();
+   const auto routers = status[ "pathTeRouterId" ].get< std::vector< std::string > >();
+   const auto srlgs = status[ "pathSrlg" ].get< std::vector< std::vector< std::uint32_t > > >();
+   if ( routers.size() != path.size() || srlgs.size() != path.size() ) {
+      complaint = "hop addresses, TE router ids and SRLGs differ in number";
+      return std::nullopt;
+   }
+   OracleCost cost;
+   std::string at = source_;
+   for ( std::size_t hop = 0; hop < path.size(); ++hop ) {
+      const auto edge = std::ranges::find_if( edges_, [ & ]( const OracleEdge & e ) {
+         return e.from == at && e.to == routers[ hop ]
+                && std::ranges::count( e.farAddrs, path[ hop ] ) > 0;
+      } );
+      const auto wrong = [ & ]( const char * what ) {
+         complaint = what + std::string( " at " ) + at + " to " + path[ hop ];
+         return std::nullopt;
+      };
+      if ( edge == edges_.end() ) {
+         return wrong( "no such hop" );
+      }
+      if ( !allowed( *edge, constraint ) ) {
+         return wrong( "a hop that the constraint refuses" );
+      }
+      if ( edge->srlg != srlgs[ hop ] ) {
+         return wrong( "other SRLGs" );
+      }
+      cost.srlgs += conflicts( *edge, constraint );
+      cost.metric += edge->metric;
+      at = edge->to;
+   }
+   if ( !path.empty() && !tunnelEnds_[ dst ].contains( at ) ) {
+      complaint = "the path ends at " + at;
+      return std::nullopt;
+   }
+   return cost;
+}

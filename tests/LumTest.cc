@@ -1,0 +1,409 @@
+// The entity framework: values that are described once, entities that can be watched. The tests of
+// the first fixture stand for the rows of the table at the top of Entity.h, in its order.
+
+#include "platform/Lum/Bounded.h"
+#include "platform/Lum/Dir.h"
+
+#include <functional>
+#include <gmock/gmock.h>
+#include <random>
+#include <set>
+
+namespace LumTest {
+
+using Lum::Ptr;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Log = std::vector< std::string >;
+
+class Row : public Lum::Entity {
+   LUM_ENTITY( LumTest, Row );
+   LUM_ATTRIBUTE( level, int );
+   LUM_COUNTER( changeCount );
+   LUM_COLLECTION( entry, Lum::String, int );
+};
+
+/// Writes what it hears to a log, then does what the test told it to do next, once.
+class Watcher : public Lum::Reactor {
+   LUM_ENTITY( LumTest, Watcher );
+   Watcher( Row & row, std::string name, Log & log )
+      : row_( row ),
+        name_( std::move( name ) ),
+        log_( log ) {}
+
+   std::function< void() > then;
+
+   void watchLevel() { LUM_WATCH( Ptr< Row >( &row_ ), level, handleLevel ); }
+   void watchEntries() { LUM_WATCH_KEYS( Ptr< Row >( &row_ ), entry, handleEntry ); }
+   void watchAll() { watchAny< &Watcher::handleAny >( row_, this ); }
+
+ private:
+   void handleLevel() { heard( std::to_string( row_.level() ) ); }
+   void handleEntry( const Lum::String & key ) {
+      const int * value = row_.entryFind( key );
+      heard( key + "=" + ( value ? std::to_string( *value ) : "gone" ) );
+      keyAfterwards = key;
+   }
+   void handleAny( const Lum::AnyChange & change ) { heard( change.name() ); }
+   void heard( const std::string & what ) {
+      log_.push_back( name_ + " " + what );
+      if ( const auto step = std::exchange( then, nullptr ) ) {
+         step();
+      }
+   }
+
+ public:
+   Lum::String keyAfterwards;
+
+ private:
+   Row & row_;
+   const std::string name_;
+   Log & log_;
+};
+
+struct Delivery : testing::Test {
+   Ptr< Watcher > watcher( const std::string & name ) {
+      const auto made = Lum::make< Watcher >( *row, name, log );
+      made->watchLevel();
+      return made;
+   }
+
+   Log log;
+   Ptr< Row > row = Lum::make< Row >();
+   Ptr< Watcher > a = watcher( "a" ), b = watcher( "b" ), c = watcher( "c" );
+};
+
+TEST_F( Delivery, GoesInOrderOfSubscriptionAndOnlyOnARealChange ) {
+   row->levelIs( 1 );
+   row->levelIs( 1 );
+   row->changeCountInc();
+   EXPECT_THAT( log, ElementsAre( "a 1", "b 1", "c 1" ) );
+}
+
+TEST_F( Delivery, WhenAHandlerSetsTheAttributeAgainLaterOnesSeeTheNewestTwice ) {
+   b->then = [ this ] { row->levelIs( 2 ); };
+   row->levelIs( 1 );
+   EXPECT_THAT( log, ElementsAre( "a 1", "b 1", "a 2", "b 2", "c 2", "c 2" ) );
+}
+
+TEST_F( Delivery, WhenAHandlerSubscribesTheNewOneHearsTheNextChange ) {
+   Ptr< Watcher > d;
+   c->then = [ & ] { d = watcher( "d" ); };
+   row->levelIs( 1 );
+   EXPECT_THAT( log, ElementsAre( "a 1", "b 1", "c 1" ) );
+   log.clear();
+   row->levelIs( 2 );
+   EXPECT_THAT( log, ElementsAre( "a 2", "b 2", "c 2", "d 2" ) );
+}
+
+TEST_F( Delivery, WhenAHandlerEndsSubscriptionsTheyHearNoMore ) {
+   b->then = [ this ] {
+      a->unwatchAll();
+      b->unwatch( *row );
+      c->unwatchAll();
+   };
+   row->levelIs( 1 );
+   row->levelIs( 2 );
+   EXPECT_THAT( log, ElementsAre( "a 1", "b 1" ) );
+   b->watchLevel();
+   row->levelIs( 3 );
+   EXPECT_THAT( log, ElementsAre( "a 1", "b 1", "b 3" ) );
+}
+
+TEST_F( Delivery, WhenAHandlerDeletesTheEntityItLivesUntilAllHaveHeard ) {
+   a->then = [ this ] { row = nullptr; };
+   row->levelIs( 1 );
+   EXPECT_THAT( log, ElementsAre( "a 1", "b 1", "c 1" ) );
+   EXPECT_EQ( Lum::census().count( "LumTest::Row" ), 0u );
+   a->unwatchAll();
+}
+
+TEST_F( Delivery, WhenAHandlerDeletesItsOwnerTheDeliveryGoesOn ) {
+   const auto other = Lum::make< Row >();
+   b->then = [ this ] {
+      b = nullptr;
+      EXPECT_EQ( Lum::census()[ "LumTest::Watcher" ], 3u );
+   };
+   row->levelIs( 1 );
+   EXPECT_EQ( Lum::census()[ "LumTest::Watcher" ], 2u );
+   row->levelIs( 2 );
+   EXPECT_THAT( log, ElementsAre( "a 1", "b 1", "c 1", "a 2", "c 2" ) );
+}
+
+TEST_F( Delivery, WhenAHandlerChangesTheCollectionTheKeyInHandStaysValid ) {
+   for ( const auto & w : { a, b } ) {
+      w->unwatchAll();
+      w->watchEntries();
+   }
+   const std::string key = "a key too long to be kept inside of the string object";
+   a->then = [ & ] {
+      row->entryDelAll();
+      for ( int i = 0; i < 100; ++i ) {
+         row->entryIs( "x", i );
+         row->entryDel( "x" );
+      }
+      log.clear();
+      row->entryIs( "y", 1 );
+   };
+   row->entryIs( key, 1 );
+   EXPECT_THAT( log, ElementsAre( "a y=1", "b y=1", "b " + key + "=gone" ) );
+   EXPECT_EQ( a->keyAfterwards, key );
+   EXPECT_EQ( b->keyAfterwards, key );
+}
+
+TEST_F( Delivery, RemovingAllEntriesOutlivesTheEntitysLastUser ) {
+   a->watchEntries();
+   row->entryIs( "p", 1 );
+   row->entryIs( "q", 2 );
+   log.clear();
+   a->then = [ this ] { row = nullptr; };
+   row->entryDelAll();
+   EXPECT_THAT( log, ElementsAre( "a p=gone", "a q=gone" ) );
+}
+
+TEST_F( Delivery, EndsWithTheEntityAndWithTheOwner ) {
+   b = nullptr;
+   row->levelIs( 1 );
+   EXPECT_THAT( log, ElementsAre( "a 1", "c 1" ) );
+   row = nullptr;
+   a = nullptr;
+   c->unwatchAll();
+}
+
+TEST_F( Delivery, AWatcherOfEverythingHearsFirst ) {
+   c->watchAll();
+   row->levelIs( 1 );
+   row->entryIs( "k", 5 );
+   row->changeCountInc();
+   EXPECT_THAT( log, ElementsAre( "c level", "a 1", "b 1", "c 1", "c entry", "c changeCount" ) );
+}
+
+/// Handlers subscribe, end and delete each other at random, to a depth of a few nested changes.
+class Storm {
+ public:
+   explicit Storm( unsigned seed ) : random_( seed ) {}
+
+   void run() {
+      first_ = permanent();
+      for ( int i = 0; i < 8; ++i ) {
+         mayComeOrGo();
+      }
+      last_ = permanent();
+      for ( int step = 0; step < 300; ++step ) {
+         change();
+         mayComeOrGo();
+      }
+      EXPECT_EQ( heardFirst_, changes_ );
+      EXPECT_EQ( heardLast_, changes_ );
+   }
+
+ private:
+   class Member : public Lum::Reactor {
+      LUM_ENTITY( LumTest, Member );
+      Member( Storm & storm, int * heard ) : storm_( storm ), heard_( heard ) {
+         LUM_WATCH( storm_.row_, level, handleLevel );
+      }
+      void doPrepareToDie() override { ended_ = true; }
+
+    private:
+      void handleLevel() {
+         EXPECT_FALSE( ended_ );
+         if ( heard_ ) {
+            ++*heard_;
+         }
+         storm_.mayComeOrGo();
+         storm_.mayChange();
+      }
+
+      Storm & storm_;
+      int * heard_;
+      bool ended_ = false;
+   };
+
+   Ptr< Member > permanent() {
+      return Lum::make< Member >( *this, first_ ? &heardLast_ : &heardFirst_ );
+   }
+   bool chance( int percent ) { return static_cast< int >( random_() % 100 ) < percent; }
+   void change() {
+      ++depth_;
+      ++changes_;
+      row_->levelIs( row_->level() + 1 );
+      --depth_;
+   }
+   void mayChange() {
+      if ( depth_ < 4 && chance( 15 ) ) {
+         change();
+      }
+   }
+   void mayComeOrGo() {
+      if ( chance( 50 ) && members_.size() < 12 ) {
+         members_.push_back( Lum::make< Member >( *this, nullptr ) );
+      } else if ( chance( 60 ) && !members_.empty() ) {
+         const auto at = members_.begin() + static_cast< long >( random_() % members_.size() );
+         Ptr< Member > leaving = *at;
+         members_.erase( at );
+         Lum::retire( leaving );
+      }
+   }
+
+   std::mt19937 random_;
+   Ptr< Row > row_ = Lum::make< Row >();
+   std::vector< Ptr< Member > > members_;
+   Ptr< Member > first_, last_;
+   int depth_ = 0, changes_ = 0, heardFirst_ = 0, heardLast_ = 0;
+};
+
+TEST( DeliveryStorm, WhoWatchesThroughoutHearsEachChangeAndWhoEndedHearsNone ) {
+   for ( unsigned seed = 1; seed <= 50; ++seed ) {
+      SCOPED_TRACE( seed );
+      Storm( seed ).run();
+   }
+   EXPECT_THAT( Lum::census(), IsEmpty() );
+}
+
+class Child : public Lum::Reactor {
+   LUM_ENTITY( LumTest, Child );
+   Child( std::string name, Log & log ) : name_( std::move( name ) ), log_( log ) {}
+   void handleInitialized() override { log_.push_back( "start " + name_ ); }
+   void doPrepareToDie() override { log_.push_back( "end " + name_ ); }
+
+ private:
+   std::string name_;
+   Log & log_;
+};
+
+class Parent : public Lum::Entity {
+   LUM_ENTITY( LumTest, Parent );
+   LUM_CHILD( only, Child );
+   LUM_CHILDREN( child, int, Child );
+};
+
+TEST( Children, StartInPlaceAndEndInKeyOrder ) {
+   Log log;
+   const auto parent = Lum::make< Parent >();
+   parent->childIs( 2, new Child( "two", log ) );
+   parent->childIs( 1, new Child( "one", log ) );
+   parent->childIs( 2, new Child( "newer two", log ) );
+   parent->onlyIs( "only", log );
+   EXPECT_EQ( Lum::census()[ "LumTest::Child" ], 3u );
+   parent->onlyDel();
+   parent->childDelAll();
+   EXPECT_THAT( log, ElementsAre( "start two", "start one", "end two", "start newer two",
+                                  "start only", "end only", "end one", "end newer two" ) );
+   EXPECT_EQ( Lum::census().count( "LumTest::Child" ), 0u );
+}
+
+LUM_BOUNDED( Index, std::uint8_t, 0, 7 );
+LUM_BOUNDED( Delta, int, -3, 3 );
+LUM_ENUM( Colour, std::uint8_t, red, green, blue );
+
+struct Leg {
+   LUM_VALUE( LumTest, Leg );
+   LUM_FIELD( name, Lum::String );
+   LUM_FIELD( colour, Colour );
+   LUM_FIELD( fast, bool );
+};
+
+struct Trip {
+   LUM_VALUE( LumTest, Trip );
+   LUM_LIST( leg, Index, Leg );
+   LUM_SET( tag, std::uint32_t );
+   LUM_FIELD( name, Lum::String );
+   LUM_FIELD( delay, std::optional< std::uint32_t > );
+};
+
+TEST( Values, HaveAStringMadeOfTheirFields ) {
+   Trip trip;
+   trip.nameIs( "x" );
+   trip.tagIs( 9 );
+   trip.tagIs( 3 );
+   trip.legIs( 1, Leg{ "a", green(), true } );
+   EXPECT_EQ( Lum::valueString( trip ),
+              "Value('LumTest::Trip', ** {'leg': ["
+              "Value('LumTest::Leg', ** {'name': , 'colour': red, 'fast': False}), "
+              "Value('LumTest::Leg', ** {'name': a, 'colour': green, 'fast': True})], "
+              "'tag': [3, 9], 'name': x, 'delay': None})" );
+}
+
+TEST( Values, EqualityOrderAndHashSeeEveryFieldInItsOrder ) {
+   const auto changed = []( auto && change ) {
+      Trip trip;
+      change( trip );
+      return trip;
+   };
+   // Ascending: a later field counts only where the earlier ones are equal.
+   const std::vector< Trip > trips{
+      Trip(),
+      changed( []( Trip & t ) { t.delayIs( 0 ); } ),
+      changed( []( Trip & t ) { t.nameIs( "b" ); } ),
+      changed( []( Trip & t ) { t.tagIs( 1 ); } ),
+      changed( []( Trip & t ) { t.legIs( 0, Leg() ); } ),
+      changed( []( Trip & t ) { t.legIs( 0, Leg{ "", red(), true } ); } ),
+      changed( []( Trip & t ) { t.legIs( 0, Leg{ "", blue(), false } ); } ),
+      changed( []( Trip & t ) { t.legIs( 1, Leg() ); } ) };
+   std::set< std::size_t > hashes;
+   for ( std::size_t i = 0; i < trips.size(); ++i ) {
+      for ( std::size_t j = 0; j < trips.size(); ++j ) {
+         EXPECT_EQ( trips[ i ] == trips[ j ], i == j );
+         if ( i < 6 && j < 6 ) {
+            EXPECT_EQ( trips[ i ] < trips[ j ], i < j ) << i << " " << j;
+         }
+      }
+      EXPECT_EQ( Lum::hashOf( trips[ i ] ), Lum::hashOf( Trip( trips[ i ] ) ) );
+      hashes.insert( Lum::hashOf( trips[ i ] ) );
+   }
+   EXPECT_EQ( hashes.size(), trips.size() );
+}
+
+TEST( Values, CopyFieldsOfTheSameName ) {
+   Trip trip{ .name_ = "n" };
+   Leg leg{ "old", blue(), true };
+   Lum::copyFields( trip, leg );
+   EXPECT_EQ( leg, ( Leg{ "n", blue(), true } ) );
+}
+
+TEST( Values, ListsFillGapsAndKeepTheirBounds ) {
+   Trip trip;
+   trip.legIs( 7, Leg{ "last", red(), false } );
+   EXPECT_EQ( trip.legs(), 8u );
+   EXPECT_EQ( trip.leg( 7 ).name(), "last" );
+   EXPECT_EQ( trip.leg( 3 ), Leg() );
+   trip.legDel( 0 );
+   EXPECT_EQ( trip.leg( 6 ).name(), "last" );
+   EXPECT_EQ( trip.leg( 7 ), Leg() );
+}
+
+template< class Bounded >
+std::string
+errorOf( long long value ) {
+   try {
+      Bounded{ value };
+   } catch ( const std::range_error & error ) {
+      return error.what();
+   }
+   return "none";
+}
+
+TEST( BoundedTypes, NameThemselvesWhenOutOfRange ) {
+   const std::string error = "Index::value < Index::min or > Index::max not allowed";
+   EXPECT_EQ( errorOf< Index >( 8 ), error );
+   EXPECT_EQ( errorOf< Index >( -1 ), error );
+   EXPECT_EQ( errorOf< Index >( 256 ), error );
+   EXPECT_EQ( errorOf< Index >( 7 ), "none" );
+   EXPECT_EQ( errorOf< Delta >( -4 ), "Delta::value < Delta::min or > Delta::max not allowed" );
+   EXPECT_EQ( errorOf< Delta >( -3 ), "none" );
+   Lum::List< Index, int > list;
+   for ( int i = 0; i < 8; ++i ) {
+      list.push( i );
+   }
+   EXPECT_THROW( list.push( 8 ), std::range_error );
+}
+
+TEST( Enumerations, ReadTheirOwnText ) {
+   EXPECT_EQ( Lum::enumName( blue() ), "blue" );
+   EXPECT_EQ( Lum::enumParse< Colour >( "green" ), green() );
+   EXPECT_EQ( Lum::enumParse< Colour >( "Green" ), std::nullopt );
+   EXPECT_EQ( Lum::enumName( static_cast< Colour >( 9 ) ), "9" );
+}
+
+}

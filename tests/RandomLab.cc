@@ -1,0 +1,305 @@
+// Random labs. Numbers are drawn from few values, so that equal costs, shared risk groups and
+// refused links are common and every feature decides some path of some lab.
+
+#include "tests/RandomLab.h"
+
+using Json = nlohmann::json;
+
+RandomLab::RandomLab( unsigned seed ) : engine_( seed ) {}
+
+std::string
+RandomLab::keyOf( const Json & object ) {
+   return object.empty() ? std::string() : std::next( object.begin(), below( object.size() ) ).key();
+}
+
+std::string
+RandomLab::address() {
+   ++addresses_;
+   return "10.64." + std::to_string( addresses_ / 250 ) + "." + std::to_string( addresses_ % 250 + 1 );
+}
+
+Json
+RandomLab::attributes() {
+   Json attributes = Json::object();
+   static const std::uint32_t metrics[] = { 1, 5, 10, 10, 20, 0, 0xFFFFFE, 0xFFFFFF };
+   attributes[ "metric" ] = metrics[ below( oneIn( 6 ) ? 8 : 5 ) ];
+   if ( oneIn( 4 ) ) {
+      attributes[ "teMetric" ] = 1 + below( 12 );
+   }
+   if ( oneIn( 2 ) ) {
+      attributes[ "adminGroup" ] = oneIn( 4 ) ? Json( "0x80000001" ) : Json( below( 8 ) );
+   }
+   for ( unsigned n = oneIn( 2 ) ? below( 3 ) : 0; n > 0; --n ) {
+      attributes[ "srlg" ].push_back( 1 + below( 3 ) + 10 * n );
+   }
+   return attributes;
+}
+
+Json
+RandomLab::link( const std::string & a, const std::string & b ) {
+   Json link = attributes();
+   link[ "a" ] = a;
+   link[ "b" ] = b;
+   for ( const char * side : { "aAddr", "bAddr" } ) {
+      if ( oneIn( 10 ) ) {
+         link[ side ] = { address(), address() };
+      } else if ( !oneIn( 15 ) ) {
+         link[ side ] = address();
+      }
+   }
+   if ( oneIn( 4 ) ) {
+      link[ oneIn( 2 ) ? "ab" : "ba" ] = oneIn( 4 ) ? Json( false ) : attributes();
+   }
+   return link;
+}
+
+Json
+RandomLab::lan( const Json & routers ) {
+   Json lan{ { "members", Json::object() } };
+   for ( unsigned n = 2 + below( 3 ); n > 0; --n ) {
+      const std::string name = keyOf( routers );
+      Json member = attributes();
+      member[ "addr" ] = address();
+      member[ "intf" ] = "lan" + std::to_string( addresses_ );
+      if ( oneIn( 8 ) ) {
+         member[ "attached" ] = false;
+      }
+      lan[ "dr" ] = name;
+      lan[ "members" ][ name ] = std::move( member );
+   }
+   lan[ "pseudonode" ] = 1 + addresses_ % 255;
+   return lan;
+}
+
+Json
+RandomLab::routerIn( bool isis, unsigned n ) {
+   const std::string number = std::to_string( n + 1 );
+   Json router{ { "id", isis ? "0000.0000.000" + number : "1.1.1." + number } };
+   if ( n == 0 || !oneIn( 12 ) ) {
+      router[ "teRouterId" ] = "10.0.0." + number;
+      router[ "prefixes" ] = { { "10.0.0." + number + "/32", 0 } };
+   }
+   if ( oneIn( 4 ) ) {
+      router[ "prefixes" ][ "20.0.0." + std::to_string( 1 + below( 3 ) ) + "/32" ] = below( 3 );
+   }
+   if ( oneIn( 10 ) ) {
+      router[ "overload" ] = true;
+   }
+   return router;
+}
+
+Json
+RandomLab::topology( unsigned kind ) {
+   // Level 2 of IS-IS, an OSPF area, an exported IS-IS topology, level 1 of IS-IS.
+   static const Json numbers[] = { { 2, 0 }, { 0, 5 }, { 2, 7 }, { 1, 0 } };
+   const bool isis = kind != 1;
+   Json topology{ { "igp", isis ? "isis" : "ospf" }, { "numbers", numbers[ kind ] } };
+   if ( kind == 2 ) {
+      topology[ "export" ] = true;
+   }
+   Json routers = Json::object();
+   for ( unsigned n = 0; n < routers_; ++n ) {
+      if ( n == 0 || !oneIn( kind == 0 ? 10 : 3 ) ) {
+         routers[ "R" + std::to_string( n ) ] = routerIn( isis, n );
+      }
+   }
+   Json links = Json::object();
+   for ( unsigned n = routers.size() + below( routers.size() + 2 ); n > 0; --n ) {
+      const std::string a = n < routers.size() ? std::next( routers.begin(), n ).key() : keyOf( routers );
+      const std::string b = keyOf( routers );
+      if ( a != b ) {
+         links[ "k" + std::to_string( kind ) + "." + std::to_string( n ) ] = link( a, b );
+      }
+   }
+   topology[ "links" ] = links;
+   if ( oneIn( 2 ) ) {
+      topology[ "lans" ][ "lan" + std::to_string( kind ) ] = lan( routers );
+   }
+   topology[ "routers" ] = std::move( routers );
+   return topology;
+}
+
+std::vector< std::string >
+RandomLab::localInterfaces( const Json & document ) const {
+   std::vector< std::string > interfaces;
+   const Json none = Json::object();
+   for ( const auto & topology : document[ "topologies" ] ) {
+      for ( const auto & [ name, link ] : topology.value( "links", none ).items() ) {
+         if ( link[ "a" ] == "R0" || link[ "b" ] == "R0" ) {
+            interfaces.push_back( name + ( link[ "a" ] == "R0" ? ".a" : ".b" ) );
+         }
+      }
+      for ( const auto & lan : topology.value( "lans", none ) ) {
+         if ( lan[ "members" ].contains( "R0" ) ) {
+            interfaces.push_back( lan[ "members" ][ "R0" ][ "intf" ] );
+         }
+      }
+   }
+   return interfaces;
+}
+
+Json
+RandomLab::constraint( const Json & document ) {
+   Json constraint = Json::object();
+   for ( const char * field : { "includeAllAdminGroup", "includeAnyAdminGroup", "excludeAdminGroup" } ) {
+      if ( oneIn( 5 ) ) {
+         constraint[ field ] = 1u << below( 3 );
+      }
+   }
+   const auto interfaces = localInterfaces( document );
+   if ( !interfaces.empty() && oneIn( 3 ) ) {
+      constraint[ "excludeIntf" ] = interfaces[ below( interfaces.size() ) ];
+   }
+   if ( !interfaces.empty() && oneIn( 4 ) ) {
+      constraint[ "excludeNode" ] = { { "node", "R" + std::to_string( 1 + below( routers_ - 1 ) ) },
+                                      { "nexthopIntf", interfaces[ below( interfaces.size() ) ] } };
+   }
+   for ( const char * field : { "excludeSrlg", "srlgStrictMode", "srlgExcludeOnlyLocalLinks" } ) {
+      if ( oneIn( field[ 0 ] == 'e' ? 2 : 3 ) ) {
+         constraint[ field ] = true;
+      }
+   }
+   if ( oneIn( 5 ) ) {
+      constraint[ "excludeLinkWithIp" ] = { "10.64.0." + std::to_string( 1 + below( addresses_ ) ),
+                                            "10.64.0." + std::to_string( 1 + below( addresses_ ) ) };
+   }
+   if ( oneIn( 6 ) ) {
+      constraint[ "topoId" ] = keyOf( document[ "topologies" ] );
+   }
+   return constraint;
+}
+
+Json
+RandomLab::path( const Json & document ) {
+   const std::string number = std::to_string( 1 + below( routers_ ) );
+   const std::string destinations[] = { "10.0.0." + number, "10.0.0." + number,
+                                        "10.64.0." + std::to_string( 1 + below( addresses_ ) ),
+                                        "20.0.0." + std::to_string( 1 + below( 4 ) ) };
+   Json path{ { "dst", destinations[ below( 4 ) ] }, { "id", ++paths_ } };
+   if ( oneIn( 6 ) ) {
+      path[ "vrf" ] = "red";
+   }
+   if ( !oneIn( 4 ) ) {
+      path[ "constraint" ] = constraint( document );
+   }
+   return path;
+}
+
+Json
+RandomLab::document() {
+   routers_ = 3 + below( 6 );
+   Json document{ { "router", "R0" }, { "te", { { "routerId", "10.0.0.1" } } } };
+   document[ "topologies" ][ "core" ] = topology( 0 );
+   static const char * const names[] = { "core", "area", "plane", "level1" };
+   for ( unsigned kind = 1; kind < 4; ++kind ) {
+      if ( oneIn( 3 ) ) {
+         auto & more = document[ "topologies" ][ names[ kind ] ] = topology( kind );
+         if ( oneIn( 3 ) ) {
+            more[ "vrf" ] = "red";
+         }
+      }
+   }
+   if ( oneIn( 3 ) ) {
+      if ( const auto interfaces = localInterfaces( document ); !interfaces.empty() ) {
+         document[ "interfaces" ][ interfaces[ below( interfaces.size() ) ] ] = {
+            { "srlg", { 11 + below( 3 ), 21 + below( 3 ) } } };
+      }
+   }
+   for ( const char * client : { "cli", "rsvp" } ) {
+      document[ "clients" ][ client ] = { { "vrf", { { "default", true }, { "red", true } } },
+                                          { "addressFamily", { { "ipv4", true } } } };
+      for ( unsigned n = 2 + below( 6 ); n > 0; --n ) {
+         const Json asked = path( document );
+         document[ "paths" ][ client ][ "p" + asked[ "id" ].dump() ] = asked;
+      }
+   }
+   return document;
+}
+
+Json
+RandomLab::linkEvent( const Json & link ) {
+   switch ( below( 5 ) ) {
+   case 0: return { { "up", !link.value( "up", true ) } };
+   case 1: return { { oneIn( 2 ) ? "ab" : "ba", oneIn( 2 ) ? Json( false ) : attributes() } };
+   case 2: return { { "aAddr", address() } };
+   case 3: return nullptr;
+   default: return attributes();
+   }
+}
+
+Json
+RandomLab::topologyEvent( const Json & topology ) {
+   const std::string name = keyOf( topology[ "routers" ] );
+   const Json & router = topology[ "routers" ][ name ];
+   const std::string link = keyOf( topology[ "links" ] );
+   const std::string lan = keyOf( topology.value( "lans", Json::object() ) );
+   switch ( below( 9 ) ) {
+   case 0: return { { "routers", { { name, { { "overload", !router.value( "overload", false ) } } } } } };
+   case 1:
+      return { { "routers",
+                 { { name, { { "teRouterId", router.value( "teRouterId", Json() ).is_null()
+                                                ? Json( "10.0.0." + std::to_string( name[ 1 ] - '0' + 1 ) )
+                                                : Json() } } } } } };
+   case 2:
+      return { { "links", { { "new" + std::to_string( below( 20 ) ),
+                              this->link( name, keyOf( topology[ "routers" ] ) ) } } } };
+   case 3:
+      if ( !lan.empty() ) {
+         const Json & members = topology[ "lans" ][ lan ][ "members" ];
+         const std::string member = keyOf( members );
+         Json change = attributes();
+         change[ "attached" ] = !members[ member ].value( "attached", true );
+         return { { "lans", { { lan, { { "members", { { member, change } } } } } } } };
+      }
+      [[fallthrough]];
+   case 4:
+      if ( topology.value( "export", topology[ "igp" ] == "ospf" ) ) {
+         return { { "exportReady", !topology.value( "exportReady", true ) } };
+      }
+      [[fallthrough]];
+   default:
+      return link.empty() ? Json::object()
+                          : Json{ { "links", { { link, linkEvent( topology[ "links" ][ link ] ) } } } };
+   }
+}
+
+Json
+RandomLab::clientEvent( const Json & document ) {
+   const std::string client = oneIn( 2 ) ? "cli" : "rsvp";
+   const std::string name = keyOf( document[ "paths" ].value( client, Json::object() ) );
+   switch ( below( 6 ) ) {
+   case 0: return { { "clients", { { client, nullptr } } } };
+   case 1:
+      return { { "clients", { { client, { { "vrf", { { "default", true }, { "red", oneIn( 2 ) } } },
+                                          { "addressFamily", { { "ipv4", !oneIn( 4 ) } } } } } } } };
+   case 2:
+      if ( !name.empty() ) {
+         return { { "paths", { { client, { { name, nullptr } } } } } };
+      }
+      [[fallthrough]];
+   case 3:
+      if ( !name.empty() ) {
+         return { { "paths", { { client, { { name, { { "constraint", constraint( document ) } } } } } } } };
+      }
+      [[fallthrough]];
+   default: {
+      const Json asked = path( document );
+      return { { "paths", { { client, { { "p" + asked[ "id" ].dump(), asked } } } } } };
+   }
+   }
+}
+
+Json
+RandomLab::event( const Json & document ) {
+   if ( oneIn( 4 ) ) {
+      return clientEvent( document );
+   }
+   if ( oneIn( 25 ) ) {
+      return { { "te", { { "enabled", !document[ "te" ].value( "enabled", true ) } } } };
+   }
+   const std::string name = keyOf( document[ "topologies" ] );
+   if ( oneIn( 40 ) && name != "core" ) {
+      return { { "topologies", { { name, nullptr } } } };
+   }
+   return { { "topologies", { { name, topologyEvent( document[ "topologies" ][ name ] ) } } } };
+}

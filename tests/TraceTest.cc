@@ -1,0 +1,321 @@
+// Traces as an operator meets them: texts in the two sinks, the ring read back from its file in
+// order, and rings that a crash or a bad disk has damaged. Toggles stand here as well.
+
+#include "platform/Trace/Trace.h"
+#include "platform/Kivnet/IpGenAddr.h"
+#include "platform/Lum/Clock.h"
+#include "platform/Toggle/Toggle.h"
+#include "platform/Trace/Gemtrace.h"
+#include "platform/Trace/Velotrace.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <unistd.h>
+
+using testing::ElementsAre;
+
+namespace {
+
+struct Line {
+   int level;
+   std::string text;
+   double time = 0;
+   double utc = 0;
+
+   bool operator==( const Line & other ) const {
+      return level == other.level && text == other.text;
+   }
+};
+
+std::ostream &
+operator<<( std::ostream & out, const Line & line ) {
+   return out << line.level << " " << line.text;
+}
+
+struct Decoded {
+   bool ok;
+   std::vector< Line > lines;
+   std::size_t damaged = 0;
+   std::string error;
+};
+
+Decoded
+decoded( std::string_view bytes ) {
+   Decoded result{};
+   result.ok = Velotrace::decodeBytes(
+      bytes,
+      [ & ]( const Velotrace::Record & record ) {
+         result.lines.push_back(
+            { record.level, std::string( record.text ), record.time, record.utc } );
+      },
+      result.damaged, result.error );
+   return result;
+}
+
+std::string
+bytesOf( const std::string & path ) {
+   std::ifstream in( path, std::ios::binary );
+   std::ostringstream bytes;
+   bytes << in.rdbuf();
+   return bytes.str();
+}
+
+/// A ring in a directory of its own, on a virtual clock.
+class TraceTest : public testing::Test {
+ protected:
+   TraceTest() {
+      std::string name = testing::TempDir() + "traceXXXXXX";
+      directory_ = mkdtemp( name.data() );
+      setenv( "VELOTRACEDIR", directory_.c_str(), 1 );
+      Lum::currentClockIs( &clock_ );
+   }
+   ~TraceTest() override {
+      Velotrace::close();
+      Velotrace::maxLevelIs( 7 );
+      Gemtrace::sinkIs( nullptr );
+      Trace::logSinkIs( nullptr );
+      Lum::currentClockIs( nullptr );
+      unsetenv( "VELOTRACEDIR" );
+      std::filesystem::remove_all( directory_ );
+   }
+
+   /// Room for about thirty records of 100 bytes.
+   static bool openSmall() {
+      return Velotrace::initialise( "small.qt", "4K", 0, 24, Velotrace::singleThreaded, true, 512 );
+   }
+   static Decoded ring() { return decoded( bytesOf( Velotrace::path() ) ); }
+
+   std::string directory_;
+   Lum::VirtualClock clock_;
+};
+
+struct Subject {
+   void creates( const Kivnet::IpGenAddr & address ) const {
+      TRACE7( "Creating subject at " << address );
+   }
+   void looks( int times ) const { TRACE9( "looked " << times << " times" ); }
+};
+
+int evaluations = 0;
+
+std::string
+costly() {
+   ++evaluations;
+   return "costly";
+}
+
+}
+
+TEST_F( TraceTest, bothSinksHearTheSameMessageAfterTheFunctionsSignature ) {
+   std::vector< Line > heard;
+   Gemtrace::sinkIs(
+      [ & ]( int level, std::string_view text ) {
+         heard.push_back( { level, std::string( text ) } );
+      },
+      7 );
+   ASSERT_TRUE( openSmall() );
+   clock_.nowIs( 1234.5 );
+   Subject().creates( *Kivnet::IpGenAddr::parse( "10.0.0.1" ) );
+   Subject().looks( 3 );
+
+   ASSERT_EQ( heard.size(), 1u );
+   EXPECT_EQ( heard[ 0 ].level, 7 );
+   EXPECT_THAT( heard[ 0 ].text,
+                testing::MatchesRegex( ".*Subject::creates\\(const (Kivnet::)?IpGenAddr ?&\\) "
+                                       "const: Creating subject at 10.0.0.1" ) );
+   EXPECT_EQ( heard[ 0 ].text.find( "void" ), std::string::npos );
+   const Decoded read = ring();
+   EXPECT_EQ( read.lines, heard );
+   EXPECT_EQ( read.damaged, 0u );
+   EXPECT_DOUBLE_EQ( read.lines.at( 0 ).time, 1234.5 );
+   EXPECT_GT( read.lines.at( 0 ).utc, 1e9 );
+}
+
+TEST_F( TraceTest, textIsMadeOnlyWhenASinkWantsIt ) {
+   evaluations = 0;
+   TRACE0( costly() );
+   TRACE9( costly() );
+   EXPECT_EQ( evaluations, 0 );
+   ASSERT_TRUE( openSmall() );
+   TRACE9( costly() );
+   EXPECT_EQ( evaluations, 0 );
+   TRACE7( costly() );
+   EXPECT_EQ( evaluations, 1 );
+   Velotrace::maxLevelIs( 9 );
+   TRACE9( costly() );
+   EXPECT_EQ( evaluations, 2 );
+   Velotrace::maxLevelIs( -1 );
+   TRACE0( costly() );
+   EXPECT_EQ( evaluations, 2 );
+   EXPECT_EQ( ring().lines.size(), 2u );
+}
+
+TEST_F( TraceTest, valuesOfEveryKindHaveAText ) {
+   std::string text;
+   Gemtrace::sinkIs( [ & ]( int, std::string_view line ) { text = line; } );
+   const std::string name = "x";
+   TRACE7( name << ' ' << -5 << " " << 18446744073709551615u << " " << true << " " << false << " "
+                << 2.5 << " " << std::string_view( "view" ) << Kivnet::IpGenAddr() );
+   EXPECT_THAT( text, testing::EndsWith( ": x -5 18446744073709551615 1 0 2.5 view" ) );
+}
+
+TEST_F( TraceTest, fileIsNamedAfterTheProcessAndStandsWhereTheEnvironmentSays ) {
+   ASSERT_TRUE( Velotrace::initialise( "agent-%d.qt", nullptr, 0, 24, true, true, 512 ) );
+   EXPECT_EQ( Velotrace::path(), directory_ + "/agent-" + std::to_string( getpid() ) + ".qt" );
+   EXPECT_TRUE( std::filesystem::exists( Velotrace::path() ) );
+
+   setenv( "VELOTRACEDIR", ( directory_ + "/none" ).c_str(), 1 );
+   EXPECT_FALSE( Velotrace::initialise( "agent.qt", nullptr, 0, 24, true, true, 512 ) );
+   EXPECT_EQ( Velotrace::path(), "" );
+   TRACE7( "nobody hears this" );
+}
+
+TEST_F( TraceTest, anEarlierFileIsReplacedOnlyWhereAskedFor ) {
+   ASSERT_TRUE( openSmall() );
+   TRACE7( "first" );
+   Velotrace::close();
+   EXPECT_FALSE( Velotrace::initialise( "small.qt", "4K", 0, 24, true, false, 512 ) );
+   EXPECT_EQ( decoded( bytesOf( directory_ + "/small.qt" ) ).lines.size(), 1u );
+   ASSERT_TRUE( openSmall() );
+   EXPECT_TRUE( ring().lines.empty() );
+}
+
+TEST_F( TraceTest, aRingThatWasMovedAwayStaysWholeAfterReopening ) {
+   ASSERT_TRUE( openSmall() );
+   TRACE7( "before" );
+   const std::string moved = directory_ + "/moved.qt";
+   std::filesystem::rename( Velotrace::path(), moved );
+   ASSERT_TRUE( Velotrace::reopen() );
+   TRACE7( "after" );
+   const Decoded before = decoded( bytesOf( moved ) );
+   ASSERT_EQ( before.lines.size(), 1u );
+   EXPECT_THAT( before.lines[ 0 ].text, testing::EndsWith( ": before" ) );
+   ASSERT_EQ( ring().lines.size(), 1u );
+   EXPECT_THAT( ring().lines[ 0 ].text, testing::EndsWith( ": after" ) );
+}
+
+TEST_F( TraceTest, theRingKeepsTheNewestInOrderHoweverOftenItWraps ) {
+   std::mt19937 random( 5 );
+   ASSERT_TRUE( openSmall() );
+   std::vector< Line > written;
+   for ( int i = 0; i < 3000; ++i ) {
+      // Now and then a text that is cut, and one without any.
+      const std::size_t length = i % 50 == 0 ? 600 : i % 50 == 1 ? 0 : random() % 300;
+      const std::string text( length, static_cast< char >( 'a' + i % 26 ) );
+      Trace::emit( i % 8, text );
+      written.push_back( { i % 8, text.substr( 0, 512 ) } );
+      if ( i % 7 == 0 ) {
+         const Decoded read = ring();
+         ASSERT_EQ( read.damaged, 0u ) << i;
+         ASSERT_LE( read.lines.size(), written.size() );
+         ASSERT_TRUE( std::equal( read.lines.begin(), read.lines.end(),
+                                  written.end() - static_cast< long >( read.lines.size() ) ) )
+            << i;
+         std::size_t bytes = 0;
+         for ( const Line & line : read.lines ) {
+            bytes += line.text.size() + 32;
+         }
+         ASSERT_GT( bytes, std::min< std::size_t >( written.size() * 24, 4096 - 2 * 544 ) ) << i;
+      }
+   }
+}
+
+TEST_F( TraceTest, aDamagedRingGivesWhatIsWholeInOrder ) {
+   std::mt19937 random( 6 );
+   ASSERT_TRUE( openSmall() );
+   for ( int i = 0; i < 200; ++i ) {
+      Trace::emit( 7, std::to_string( 1000 + i ) + std::string( random() % 100, '.' ) );
+   }
+   const std::string bytes = bytesOf( Velotrace::path() );
+   const Decoded whole = ring();
+   const auto numberOf = []( const Line & line ) { return std::stoi( line.text.substr( 0, 4 ) ); };
+   for ( int round = 0; round < 2000; ++round ) {
+      std::string damaged = bytes;
+      const std::size_t from = 64 + random() % ( damaged.size() - 64 );
+      std::size_t length = 1 + random() % 200;
+      if ( round % 4 == 0 ) {
+         damaged.resize( from );
+         length = damaged.size();
+      }
+      for ( std::size_t i = from; i < std::min( from + length, damaged.size() ); ++i ) {
+         damaged[ i ] = round % 4 == 1 ? '\0' : static_cast< char >( random() );
+      }
+      const Decoded read = decoded( damaged );
+      ASSERT_TRUE( read.ok );
+      for ( std::size_t i = 0; i < read.lines.size(); ++i ) {
+         ASSERT_NE( std::ranges::find( whole.lines, read.lines[ i ] ), whole.lines.end() );
+         ASSERT_TRUE( i == 0 || numberOf( read.lines[ i - 1 ] ) < numberOf( read.lines[ i ] ) );
+      }
+      if ( round % 4 != 0 ) {
+         ASSERT_GE( read.lines.size() + 12, whole.lines.size() ) << "damage spread";
+      }
+      if ( read.lines.size() + 1 < whole.lines.size() ) {
+         ASSERT_GT( read.damaged, 0u );
+      }
+   }
+}
+
+TEST_F( TraceTest, whatIsNoRingIsSaidSo ) {
+   EXPECT_EQ( decoded( "" ).error, "is no trace ring" );
+   EXPECT_EQ( decoded( std::string( 5000, 'x' ) ).error, "is no trace ring" );
+   ASSERT_TRUE( openSmall() );
+   std::string bytes = bytesOf( Velotrace::path() );
+   bytes[ 15 ] = 1;  // a capacity that no file has
+   EXPECT_EQ( decoded( bytes ).error, "is no trace ring" );
+   std::size_t damaged = 0;
+   std::string error;
+   const auto ignore = []( const Velotrace::Record & ) {};
+   EXPECT_FALSE( Velotrace::decode( directory_ + "/none", ignore, damaged, error ) );
+   EXPECT_EQ( error, "cannot be read" );
+   EXPECT_FALSE( Velotrace::decode( directory_, ignore, damaged, error ) );
+   EXPECT_EQ( error, "cannot be read" );
+   EXPECT_TRUE( Velotrace::decode( Velotrace::path(), ignore, damaged, error ) );
+}
+
+TEST_F( TraceTest, logMessagesReachTheOperatorAndTheTraces ) {
+   static std::string logged;
+   Trace::logSinkIs( []( std::string_view id, Trace::Severity severity, std::string_view text ) {
+      logged = std::string( id ) + "/" + std::to_string( static_cast< int >( severity ) ) + "/"
+               + std::string( text );
+   } );
+   ASSERT_TRUE( openSmall() );
+   Trace::logMessage( "CSPF_DUPLICATE_TE_ROUTER_ID", Trace::Severity::warning, "1.1.1.1" );
+   EXPECT_EQ( logged, "CSPF_DUPLICATE_TE_ROUTER_ID/3/1.1.1.1" );
+   ASSERT_EQ( ring().lines.size(), 1u );
+   EXPECT_THAT( ring().lines[ 0 ].text,
+                testing::EndsWith( "CSPF_DUPLICATE_TE_ROUTER_ID: 1.1.1.1" ) );
+}
+
+TEST( Toggle, theFileDecidesAndTheDefaultFillsIn ) {
+   std::string directory = testing::TempDir() + "toggleXXXXXX";
+   ASSERT_TRUE( mkdtemp( directory.data() ) );
+   setenv( "TOGGLEDIR", directory.c_str(), 1 );
+   const auto state = [ & ]( const char * json, bool defaultState ) {
+      std::ofstream( directory + "/gated.json" ) << json;
+      return Toggle::getToggleState( "Wanted", "gated.json", defaultState );
+   };
+   EXPECT_TRUE( Toggle::getToggleState( "Wanted", "gated.json", true ) );
+   EXPECT_FALSE( Toggle::getToggleState( "Wanted", "gated.json", false ) );
+   EXPECT_FALSE( state( R"({ "Wanted": false })", true ) );
+   EXPECT_TRUE( state( "{\"Other\":false,\n \"Wanted\" : true}", false ) );
+   EXPECT_FALSE( state( R"({"note": "Wanted", "Wanted": false})", true ) );
+   EXPECT_TRUE( state( R"({"WantedNot": false, "NotWanted": false})", true ) );
+   for ( const char * json : { "", "{", "noise", "{\"Wanted\"", "{\"Wanted\":", "{\"Wanted\": 1}",
+                               "{\"Wanted\": falsehood}", "{\"Wanted\": \"false\"}" } ) {
+      EXPECT_TRUE( state( json, true ) ) << json;
+   }
+
+   EXPECT_FALSE( state( R"({"Wanted": false})", true ) );
+   Toggle::toggleOverrideIs( "Wanted", true );
+   EXPECT_TRUE( state( R"({"Wanted": false})", false ) );
+   Toggle::toggleOverrideIs( "Wanted", std::nullopt );
+   EXPECT_FALSE( state( R"({"Wanted": false})", true ) );
+   unsetenv( "TOGGLEDIR" );
+   std::filesystem::remove_all( directory );
+}

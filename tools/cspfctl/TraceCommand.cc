@@ -1,0 +1,39 @@
+// `cspfctl trace FILE`: what the ring of a running or dead agent holds, oldest first.
+
+#include "platform/Trace/Velotrace.h"
+#include "tools/cspfctl/LiveCommands.h"
+
+#include <cstdio>
+#include <iostream>
+#include <memory>
+
+namespace {
+
+void
+printTrace( const std::string & file ) {
+   std::size_t damaged = 0;
+   std::string error;
+   const bool ring = Velotrace::decode(
+      file,
+      []( const Velotrace::Record & record ) {
+         std::printf( "%14.6f %d %.*s\n", record.time, record.level,
+                      static_cast< int >( record.text.size() ), record.text.data() );
+      },
+      damaged, error );
+   if ( !ring ) {
+      throw std::runtime_error( file + ": " + error );
+   }
+   if ( damaged ) {
+      std::cerr << file << ": " << damaged << " damaged places passed over\n";
+   }
+}
+
+}
+
+void
+addTraceCommand( CLI::App & app ) {
+   CLI::App * command = app.add_subcommand( "trace", "Print the records of a trace ring" );
+   const auto file = std::make_shared< std::string >();
+   command->add_option( "file", *file, "the ring's file, such as CspfAgent-1234.qt" )->required();
+   command->callback( [ file ] { printTrace( *file ); } );
+}

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "tools/lab/LabDocument.h"
+#include "tools/lab/LabJson.h"
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Lab {
+
+struct LabEvent {
+   double at = 0;  ///< seconds from the start
+   bool restart = false;
+   LabJson patch;  ///< an object, empty where the event changes nothing
+};
+
+/// A whole lab file: the document at the start, and what happens to it.
+class LabFile {
+ public:
+   /// Takes the text of a lab file. Every document that an event leaves has been checked as well.
+   /// Throws LabError.
+   static LabFile parse( std::string_view text );
+   /// Reads the file of that name. Throws LabError.
+   static LabFile load( const std::string & fileName );
+
+   const LabDocument & document() const noexcept { return document_; }
+   const std::vector< LabEvent > & events() const noexcept { return events_; }
+
+ private:
+   friend class LabPlayback;
+
+   LabJson root_;  ///< the document at the start, as it was written, without events
+   LabDocument document_;
+   std::vector< LabEvent > events_;
+};
+
+/// Steps through the documents that the events of a file leave, one at a time. The file outlives
+/// the playback.
+class LabPlayback {
+ public:
+   explicit LabPlayback( const LabFile & file );
+
+   /// The document as it stands.
+   const LabDocument & document() const noexcept { return document_; }
+   /// The event that comes next; null after the last.
+   const LabEvent * next() const noexcept;
+   /// Applies the patch of that event and gives the document that it found. REQUIRES: there is one.
+   LabDocument apply();
+
+ private:
+   const LabFile & file_;
+   std::size_t applied_ = 0;
+   LabJson root_;
+   LabDocument document_;
+};
+
+}

@@ -1,0 +1,247 @@
+// From the words of a lab to the records of state. Each IGP, the configuration and each client has
+// its part here; names of routers, links and topologies become ids, and a link becomes the two
+// entries that its ends advertise.
+
+#include "tools/lab/LabRecords.h"
+
+namespace Lab {
+
+using namespace Routing::Topology;
+
+namespace {
+
+void
+attributesIs( Neighbor & neighbor, const LabLinkAttributes & attributes ) {
+   neighbor.adminGroupIs( attributes.adminGroup );
+   neighbor.metricIs( attributes.metric );
+   neighbor.teMetricIs( attributes.teMetric );
+   neighbor.maxLinkBandwidthIs( attributes.bandwidth );
+   neighbor.unreservedBandwidthIs( attributes.unreserved );
+   for ( const auto srlg : attributes.srlg ) {
+      neighbor.srlg_.push( srlg );
+   }
+}
+
+Neighbor
+linkOf( const LabTopology & topology, const LabLinkEnd & near, const LabLinkEnd & far,
+        const LabLinkAttributes & attributes, std::uint32_t linkId ) {
+   Neighbor neighbor;
+   neighbor.keyIs( { topology.routers.at( near.router ).id, NeighborType::p2p,
+                     topology.routers.at( far.router ).id, linkId } );
+   neighbor.intfIdIs( near.intf );
+   for ( const auto & address : near.addrs ) {
+      neighbor.interfaceAddr_.push( address );
+   }
+   for ( const auto & address : far.addrs ) {
+      neighbor.neighborAddr_.push( address );
+   }
+   attributesIs( neighbor, attributes );
+   return neighbor;
+}
+
+void
+addLan( LabTable & table, const LabTopology & topology, const LabLan & lan ) {
+   Network network;
+   network.networkIdIs(
+      { Cspf::IgpRouterId( topology.routers.at( lan.dr ).id.pseudonode( lan.pseudonode ) ) } );
+   for ( const auto & [ name, member ] : lan.members ) {
+      const auto & routerId = topology.routers.at( name ).id;
+      Neighbor neighbor;
+      neighbor.keyIs( { routerId, NeighborType::lan, network.networkId().id(), 0 } );
+      neighbor.intfIdIs( member.intf );
+      for ( const auto & address : member.addrs ) {
+         neighbor.interfaceAddr_.push( address );
+      }
+      attributesIs( neighbor, member.attributes );
+      table.linkIs( neighbor );
+      if ( member.attached ) {
+         network.routerIs( routerId );
+      }
+   }
+   table.network[ network.networkId() ] = network;
+}
+
+std::string
+familyWord( Af af ) {
+   return af == Af::ipv4 ? "ip" : "ip6";
+}
+
+void
+adjacencyIs( LabAdjacencies & adjacencies, const Kivnet::IntfId & intf, const LabRouter & neighbor,
+             const Addresses & addresses ) {
+   auto & adjacency = adjacencies[ { intf, neighbor.id.isisSystemId() } ];
+   for ( auto at = addresses.rbegin(); at != addresses.rend(); ++at ) {
+      ( at->af() == Af::ipv4 ? adjacency.nexthopV4_ : adjacency.nexthopV6_ ) = *at;
+   }
+}
+
+void
+addAdjacencies( LabAdjacencies & adjacencies, const LabTopology & topology,
+                const std::string & self ) {
+   for ( const auto & [ name, link ] : topology.links ) {
+      if ( !link.ab.advertised || !link.ba.advertised ) {
+         continue;
+      }
+      if ( link.a.router == self ) {
+         adjacencyIs( adjacencies, link.a.intf, topology.routers.at( link.b.router ), link.b.addrs );
+      }
+      if ( link.b.router == self ) {
+         adjacencyIs( adjacencies, link.b.intf, topology.routers.at( link.a.router ), link.a.addrs );
+      }
+   }
+   for ( const auto & [ name, lan ] : topology.lans ) {
+      const auto own = lan.members.find( self );
+      if ( own == lan.members.end() || !own->second.attached ) {
+         continue;
+      }
+      for ( const auto & [ router, member ] : lan.members ) {
+         if ( router != self && member.attached ) {
+            adjacencyIs( adjacencies, own->second.intf, topology.routers.at( router ), member.addrs );
+         }
+      }
+   }
+}
+
+/// The node of that name as the client's computations know it: by TE router id, for repair paths by
+/// its IS-IS identity.
+Cspf::NodeId
+nodeOf( const LabDocument & document, const LabPath & path, const std::string & name, bool tilfa ) {
+   Cspf::NodeId node;
+   for ( const auto & [ topologyName, topology ] : document.topologies ) {
+      const auto router = topology.routers.find( name );
+      if ( topology.vrf != path.vrf || topology.af != path.af
+           || router == topology.routers.end() ) {
+         continue;
+      }
+      if ( tilfa && topology.id.igpSource() == Cspf::IgpSource::isis ) {
+         return Cspf::NodeId( router->second.id );
+      }
+      if ( !tilfa && router->second.teRouterId ) {
+         return Cspf::NodeId( router->second.teRouterId );
+      }
+      node = Cspf::NodeId( router->second.id );
+   }
+   return node;
+}
+
+void
+neighborIs( Cspf::PathConstraint & constraint, const LabDocument & document, const LabPath & path ) {
+   const auto neighbor = adjacency( document, path.vrf, path.af, constraint.excludeIntf() );
+   if ( !neighbor ) {
+      return;
+   }
+   if ( !constraint.neighborLink() && !neighbor->near->addrs.empty() ) {
+      constraint.neighborLinkIs( neighbor->near->addrs.front() );
+   }
+   if ( !constraint.neighbor() ) {
+      constraint.neighborIs( neighbor->neighbor->teRouterId );
+   }
+}
+
+Cspf::PathConstraint
+constraintOf( const LabDocument & document, const LabPath & path, bool tilfa ) {
+   const LabConstraint & asked = path.constraint;
+   Cspf::PathConstraint constraint;
+   constraint.excludeIntfIs( asked.excludeIntf );
+   if ( asked.excludeNode ) {
+      constraint.excludeNodeIs( { nodeOf( document, path, asked.excludeNode->node, tilfa ),
+                                  asked.excludeNode->nexthopIntf } );
+   }
+   constraint.excludeSrlgIs( asked.excludeSrlg );
+   constraint.includeAllAdminGroupIs( asked.includeAllAdminGroup );
+   constraint.includeAnyAdminGroupIs( asked.includeAnyAdminGroup );
+   constraint.excludeAdminGroupIs( asked.excludeAdminGroup );
+   if ( asked.topoId ) {
+      constraint.topoIdIs( document.topologies.at( *asked.topoId ).id );
+   }
+   constraint.srlgStrictModeIs( asked.srlgStrictMode );
+   constraint.srlgExcludeOnlyLocalLinksIs( asked.srlgExcludeOnlyLocalLinks );
+   constraint.bandwidthIs( asked.bandwidth );
+   constraint.bwSetupPriorityIs( asked.bwSetupPriority );
+   constraint.sharedBwGroupIdIs( asked.sharedBwGroupId );
+   for ( const auto & address : asked.excludeLinkWithIp ) {
+      constraint.excludeLinkWithIp_.push( address );
+   }
+   for ( const auto & hop : asked.includeHop ) {
+      constraint.includeHop_.push( { hop.addr, hop.loose } );
+   }
+   constraint.includeHopAllExplicitIs( asked.includeHopAllExplicit );
+   constraint.reversePathIs( asked.reversePath );
+   constraint.pathComputationTypeIs( asked.pathComputationType.value_or(
+      tilfa ? Cspf::PathComputationType::tilfa : Cspf::PathComputationType::cspf ) );
+   constraint.sourceTypeIs( asked.sourceType.value_or( Cspf::CspfSourceType::plr ) );
+   constraint.neighborLinkIs( asked.neighborLink );
+   constraint.neighborIs( asked.neighbor );
+   constraint.noSpfIs( asked.noSpf );
+   if ( tilfa ) {
+      neighborIs( constraint, document, path );
+   }
+   return constraint;
+}
+
+}
+
+LabTable
+tableOf( const std::string & name, const LabTopology & topology, LabLinkIds & linkIds ) {
+   LabTable table;
+   for ( const auto & [ routerName, router ] : topology.routers ) {
+      table.router[ router.id ] = { router.id, router.teRouterId, router.overload, {} };
+      if ( !router.prefixes.empty() ) {
+         auto & reachability = table.reachability[ router.id ];
+         reachability.routerIdIs( router.id );
+         for ( const auto & [ prefix, metric ] : router.prefixes ) {
+            reachability.prefixIs( { prefix, metric } );
+         }
+      }
+   }
+   for ( const auto & [ linkName, link ] : topology.links ) {
+      const std::uint32_t id = linkIds.id( name, linkName );
+      if ( link.ab.advertised ) {
+         table.linkIs( linkOf( topology, link.a, link.b, link.ab.attributes, id ) );
+      }
+      if ( link.ba.advertised ) {
+         table.linkIs( linkOf( topology, link.b, link.a, link.ba.attributes, id ) );
+      }
+   }
+   for ( const auto & [ lanName, lan ] : topology.lans ) {
+      addLan( table, topology, lan );
+   }
+   return table;
+}
+
+std::string
+tablePath( const LabTopology & topology ) {
+   std::string path = "routing/" + Lum::enumName( topology.id.igpSource() ) + "/topodb/"
+                      + familyWord( topology.af ) + "/" + std::to_string( topology.id.number1() );
+   if ( topology.exported ) {
+      path += "/" + std::to_string( topology.id.number2() );
+   }
+   return path + "/" + topology.vrf.stringValue();
+}
+
+std::map< Vrf, LabAdjacencies >
+adjacenciesOf( const LabDocument & document ) {
+   std::map< Vrf, LabAdjacencies > all;
+   for ( const auto & [ name, topology ] : document.topologies ) {
+      if ( topology.id.igpSource() == Cspf::IgpSource::isis ) {
+         addAdjacencies( all[ topology.vrf ], topology, document.router );
+      }
+   }
+   return all;
+}
+
+LabConfigs
+configsOf( const LabDocument & document ) {
+   LabConfigs configs;
+   for ( const auto & [ client, paths ] : document.paths ) {
+      for ( const auto & [ name, path ] : paths ) {
+         const Cspf::PathKey key{ path.dst, path.id };
+         configs[ { client, path.vrf, path.af } ][ key ] = {
+            key, path.refreshReqSeq, path.autoUpdate,
+            constraintOf( document, path, client == tilfaClient ) };
+      }
+   }
+   return configs;
+}
+
+}

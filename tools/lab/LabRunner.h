@@ -1,0 +1,30 @@
+#pragma once
+
+#include "tools/lab/LabFile.h"
+
+#include <cstdint>
+#include <iosfwd>
+
+namespace Lab {
+
+struct RunOptions {
+   bool json = false;      ///< one JSON document a line instead of tables
+   bool verbose = false;   ///< the agent's traces, with the time of the lab, on `err`
+   bool realtime = false;  ///< the wall clock instead of the virtual one
+   std::uint32_t seed = 1; ///< of the choice among equal-cost links
+   bool colour = false;    ///< `out` is a terminal that shows colours
+   bool progress = false;  ///< `err` is a terminal
+   unsigned width = 0;     ///< columns of `out`; 0: no limit
+};
+
+/// Exit statuses of a run; 3 is that of a broken invariant.
+inline constexpr int exitOk = 0;
+inline constexpr int exitBadLab = 2;
+inline constexpr int exitBrokenInvariant = 3;
+
+/// Starts the agent on the lab, lets it work through all events, and prints what it published
+/// before each of them and at the end. Gives the exit status.
+int runLab( const LabFile & lab, const RunOptions & options, std::ostream & out,
+            std::ostream & err );
+
+}

@@ -1,0 +1,235 @@
+// Writes documents into state. Each step compares what should be with the live entities and
+// changes the differences, in an order in which a router's own processes would: configuration,
+// topologies, adjacencies, then what clients ask for and which clients there are. A new entity is
+// filled before it is put where others can see it.
+
+#include "tools/lab/LabState.h"
+
+#include "platform/Toggle/Toggle.h"
+
+namespace Lab {
+
+namespace {
+
+/// Deletes the live entries that are not wanted, then sets those that are.
+template< class Live, class Wanted, class Is, class Del >
+void
+sync( const Live & live, const Wanted & wanted, Is && is, Del && del ) {
+   for ( const auto & key : Lum::sortedKeys( live ) ) {
+      if ( !wanted.contains( key ) ) {
+         del( key );
+      }
+   }
+   for ( const auto & [ key, value ] : wanted ) {
+      is( key, value );
+   }
+}
+
+void
+fillClient( Cspf::Client & entity, const LabClient & client ) {
+   entity.bwmRequiredIs( client.bwmRequired );
+   sync( entity.addressFamilyColl(), client.addressFamily,
+         [ & ]( auto af, bool on ) { entity.addressFamilyIs( af, on ); },
+         [ & ]( auto af ) { entity.addressFamilyDel( af ); } );
+   sync( entity.vrfColl(), client.vrf,
+         [ & ]( const auto & vrf, bool on ) { entity.vrfIs( vrf, on ); },
+         [ & ]( const auto & vrf ) { entity.vrfDel( vrf ); } );
+}
+
+/// Whether both stand in the same table under the same announcement.
+bool
+samePlace( const LabTopology & a, const LabTopology & b ) {
+   return a.vrf == b.vrf && a.af == b.af && a.id == b.id && a.exported == b.exported;
+}
+
+}
+
+void
+LabState::write( const LabDocument & document ) {
+   writeConfiguration( document );
+   writeSegmentRouting( document );
+   writeTopologies( document );
+   writeAdjacencies( document );
+   writePaths( document );
+   writeClients( document );
+   cleanupPaths( document );
+   written_ = document;
+}
+
+void
+LabState::writeConfiguration( const LabDocument & document ) {
+   Toggle::toggleOverrideIs( "OspfTopoDbExport", document.toggles.ospfTopoDbExport );
+   const auto throttle = state_.entityIs< Cspf::CspfCliConfig >( "te/cspf/cliConfig" );
+   throttle->initialIntIs( document.throttle.initialInt );
+   throttle->holdIntIs( document.throttle.holdInt );
+   throttle->maxIntIs( document.throttle.maxInt );
+   state_.entityIs< Routing::General::Config >( "routing/general/config/global" )
+      ->routerIdV4Is( document.routerIdV4 );
+
+   std::map< std::string, Lum::Set< TrafficEngineering::SrlgId > > srlgs;
+   for ( const auto & [ intf, list ] : document.interfaces ) {
+      auto & set = srlgs[ intf.stringValue() ];
+      for ( const auto srlg : list ) {
+         set.insert( srlg );
+      }
+   }
+   const auto te = state_.entityIs< TrafficEngineering::Config >( "te/config" );
+   sync( te->intfSrlgColl(), srlgs,
+         [ & ]( const auto & intf, const auto & set ) { te->intfSrlgIs( intf, set ); },
+         [ & ]( const auto & intf ) { te->intfSrlgDel( intf ); } );
+   te->routerIdIs( document.te.routerId );
+   te->enabledIs( document.te.enabled );
+}
+
+void
+LabState::writeSegmentRouting( const LabDocument & document ) {
+   const auto dir = state_.entityIs< Lum::Dir >( "segmentrouting/isis" );
+   diffMaps(
+      written_.segmentRouting, document.segmentRouting,
+      [ & ]( const Vrf & vrf, const auto & systemId ) {
+         const auto status = Lum::make< Mpls::SegmentRouting::Status >();
+         status->systemIdIs( systemId );
+         dir->entityIs( vrf.stringValue(), status );
+      },
+      [ & ]( const Vrf & vrf, const auto &, const auto & systemId ) {
+         Lum::cast< Mpls::SegmentRouting::Status >( dir->entity( vrf.stringValue() ) )
+            ->systemIdIs( systemId );
+      },
+      [ & ]( const Vrf & vrf, const auto & ) { dir->entityDel( vrf.stringValue() ); } );
+}
+
+void
+LabState::writeTopologies( const LabDocument & document ) {
+   const auto isNew = [ & ]( const std::string & name ) {
+      const auto at = written_.topologies.find( name );
+      return at == written_.topologies.end()
+             || !samePlace( at->second, document.topologies.at( name ) );
+   };
+   for ( const auto & [ name, topology ] : written_.topologies ) {
+      if ( !document.topologies.contains( name ) || isNew( name ) ) {
+         topologyDel( name, topology );
+      }
+   }
+   for ( const auto & [ name, topology ] : document.topologies ) {
+      if ( isNew( name ) || !( written_.topologies.at( name ) == topology ) ) {
+         topologyIs( name, topology, isNew( name ) );
+      }
+   }
+}
+
+void
+LabState::topologyIs( const std::string & name, const LabTopology & topology, bool isNew ) {
+   const std::string path = tablePath( topology );
+   const auto table =
+      isNew ? tables_.mount< Routing::Topology::TopoDb >( path, Zorch::MountMode::writer )
+            : Lum::cast< Routing::Topology::TopoDb >( tables_.table( path ) );
+   writeTable( *table, tableOf( name, topology, linkIds_ ) );
+   if ( !topology.exported ) {
+      return;
+   }
+   const auto dir = state_.entityIs< Lum::Dir >( "routing/topoDbExport" );
+   if ( const auto present = Lum::cast< Routing::Topology::ExportPath >( dir->entity( name ) ) ) {
+      present->initializedIs( topology.exportReady );
+      return;
+   }
+   const auto announcement = Lum::make< Routing::Topology::ExportPath >();
+   announcement->igpSourceIs( topology.id.igpSource() );
+   announcement->number1Is( topology.id.number1() );
+   announcement->number2Is( topology.id.number2() );
+   announcement->vrfNameIs( topology.vrf );
+   announcement->afIs( topology.af );
+   announcement->initializedIs( topology.exportReady );
+   dir->entityIs( name, announcement );
+}
+
+void
+LabState::topologyDel( const std::string & name, const LabTopology & topology ) {
+   const std::string path = tablePath( topology );
+   if ( topology.exported ) {
+      state_.entityIs< Lum::Dir >( "routing/topoDbExport" )->entityDel( name );
+   }
+   if ( const auto table = Lum::cast< Routing::Topology::TopoDb >( tables_.table( path ) ) ) {
+      writeTable( *table, {} );
+   }
+   tables_.unmount( path );
+   if ( topology.exported ) {
+      tables_.cleanup( path );
+   }
+}
+
+void
+LabState::writeAdjacencies( const LabDocument & document ) {
+   const auto before = adjacenciesOf( written_ ), after = adjacenciesOf( document );
+   const auto path = []( const Vrf & vrf ) { return "routing/isis/adjacency/" + vrf.stringValue(); };
+   const auto write = [ & ]( const Vrf & vrf, const LabAdjacencies & wanted ) {
+      const auto table =
+         Lum::cast< IsisExportImpl::IsisAdjacencyInfo >( tables_.table( path( vrf ) ) );
+      sync( table->adjacencyColl(), wanted,
+            [ & ]( const auto & key, const auto & value ) { table->adjacencyIs( key, value ); },
+            [ & ]( const auto & key ) { table->adjacencyDel( key ); } );
+   };
+   diffMaps(
+      before, after,
+      [ & ]( const Vrf & vrf, const auto & wanted ) {
+         tables_.mount< IsisExportImpl::IsisAdjacencyInfo >( path( vrf ),
+                                                             Zorch::MountMode::writer );
+         write( vrf, wanted );
+      },
+      [ & ]( const Vrf & vrf, const auto &, const auto & wanted ) { write( vrf, wanted ); },
+      [ & ]( const Vrf & vrf, const auto & ) {
+         write( vrf, {} );
+         tables_.unmount( path( vrf ) );
+      } );
+}
+
+void
+LabState::writePaths( const LabDocument & document ) {
+   const LabConfigs wanted = configsOf( document );
+   for ( const auto & [ table, asked ] : wanted ) {
+      auto & config = configs_[ table ];
+      if ( !config ) {
+         config = tables_.mount< Cspf::Config >( table.configPath(), Zorch::MountMode::writer );
+      }
+   }
+   for ( const auto & entry : configs_ ) {
+      Cspf::Config & config = *entry.second;
+      const auto at = wanted.find( entry.first );
+      sync( config.pathConfigColl(),
+            at == wanted.end() ? LabConfigs::mapped_type() : at->second,
+            [ & ]( const auto &, const auto & asked ) { config.pathConfigIs( asked ); },
+            [ & ]( const auto & key ) { config.pathConfigDel( key ); } );
+   }
+}
+
+void
+LabState::writeClients( const LabDocument & document ) {
+   const auto dir = state_.entityIs< Lum::Dir >( "te/cspf/client" );
+   diffMaps(
+      written_.clients, document.clients,
+      [ & ]( const std::string & name, const LabClient & client ) {
+         const auto entity = Lum::make< Cspf::Client >();
+         fillClient( *entity, client );
+         dir->entityIs( name, entity );
+      },
+      [ & ]( const std::string & name, const LabClient &, const LabClient & client ) {
+         fillClient( *Lum::cast< Cspf::Client >( dir->entity( name ) ), client );
+      },
+      [ & ]( const std::string & name, const LabClient & ) { dir->entityDel( name ); } );
+}
+
+/// A client that is gone and asks for nothing leaves no table behind.
+void
+LabState::cleanupPaths( const LabDocument & document ) {
+   for ( auto at = configs_.begin(); at != configs_.end(); ) {
+      const auto & [ table, config ] = *at;
+      if ( config->pathConfigs() > 0 || document.clients.contains( table.client ) ) {
+         ++at;
+         continue;
+      }
+      tables_.unmount( table.configPath() );
+      tables_.cleanup( table.configPath() );
+      at = configs_.erase( at );
+   }
+}
+
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "platform/Corvdb/StateStore.h"
+#include "platform/Zorch/TableStore.h"
+#include "tools/lab/LabRecords.h"
+
+namespace Lab {
+
+/// Stands for everything around the agent: writes a lab's document into state as the IGPs, the
+/// configuration and the clients do.
+class LabState {
+ public:
+   /// The stores outlive it.
+   LabState( Corvdb::StateStore & state, Zorch::TableStore & tables )
+      : state_( state ), tables_( tables ) {}
+
+   /// Brings state from the document written last (at first: from nothing) to this one, an entity
+   /// or an entry of a table at a time. What is the same is not touched.
+   void write( const LabDocument & document );
+
+ private:
+   void writeConfiguration( const LabDocument & document );
+   void writeSegmentRouting( const LabDocument & document );
+   void writeTopologies( const LabDocument & document );
+   void topologyIs( const std::string & name, const LabTopology & topology, bool isNew );
+   void topologyDel( const std::string & name, const LabTopology & topology );
+   void writeAdjacencies( const LabDocument & document );
+   void writePaths( const LabDocument & document );
+   void writeClients( const LabDocument & document );
+   void cleanupPaths( const LabDocument & document );
+
+   Corvdb::StateStore & state_;
+   Zorch::TableStore & tables_;
+   LabDocument written_;
+   LabLinkIds linkIds_;
+   std::map< ClientTable, Lum::Ptr< Cspf::Config > > configs_;
+};
+
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <string>
+
+namespace Service {
+
+using Json = nlohmann::json;
+
+/// A caller of a running agent's control socket; waits for answers.
+class Client {
+ public:
+   /// Throws std::runtime_error when nobody answers at the path.
+   explicit Client( const std::string & socketPath );
+   ~Client();
+   Client( const Client & ) = delete;
+   Client & operator=( const Client & ) = delete;
+
+   using Notified = std::function< void( const std::string & method, const Json & params ) >;
+
+   /// Gives the result. Notifications that come meanwhile go to `notified`. Throws std::runtime_error
+   /// with the other side's text when the answer is an error, or when the connection ends.
+   Json call( const std::string & method, Json params, const Notified & notified = {} );
+   /// Hands on notifications until the other side closes the connection or `notified` throws.
+   void listen( const Notified & notified );
+
+ private:
+   Json readFrame();
+
+   int fd_;
+   std::string received_;
+   std::uint64_t lastId_ = 0;
+};
+
+}

@@ -1,0 +1,32 @@
+// Output of a command. A pipe would make the agent wait for a slow reader, or lose what does not fit;
+// a file in memory does neither.
+
+#include "tools/service/CommandStream.h"
+
+#include <stdexcept>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
+
+namespace Service {
+
+CommandStream::CommandStream() : fd_( memfd_create( "commandOutput", MFD_CLOEXEC ) ) {
+   if ( fd_ < 0 ) {
+      throw std::runtime_error( "no memory for the command's output" );
+   }
+}
+
+CommandStream::~CommandStream() {
+   close( fd_ );
+}
+
+void
+CommandStream::forEachPiece( const std::function< void( std::string_view ) > & visit ) const {
+   std::vector< char > piece( 256 * 1024 );
+   off_t at = 0;
+   for ( ssize_t n; ( n = pread( fd_, piece.data(), piece.size(), at ) ) > 0; at += n ) {
+      visit( { piece.data(), static_cast< std::size_t >( n ) } );
+   }
+}
+
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "platform/Corvdb/StateStore.h"
+#include "platform/Zorch/TableStore.h"
+#include "tools/state/StateTypes.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// The state of a running process by path: entities of the state database and tables alike.
+namespace Service {
+
+using State::Json;
+
+/// A request that cannot be served. The text says why.
+struct RequestError : std::runtime_error {
+   using std::runtime_error::runtime_error;
+};
+
+class StateView {
+ public:
+   /// The stores outlive the view.
+   StateView( Corvdb::StateStore & state, Zorch::TableStore & tables )
+      : state_( state ), tables_( tables ) {}
+
+   /// The entity or table at the path as JSON, after {"type": name, "value": ..}; where there is none,
+   /// an object of all tables below the path. Throws RequestError when there is nothing at all.
+   Json get( const std::string & path ) const;
+   /// Merges the patch (RFC 7396) into the entity or table, which is made where it is missing and its
+   /// type follows from the path. Throws RequestError for what an agent writes, and State::Error.
+   void patch( const std::string & path, const Json & patch );
+   /// Null where there is none.
+   Lum::Ptr< Lum::Entity > find( const std::string & path ) const;
+
+ private:
+   Lum::Ptr< Lum::Entity > findOrMake( const std::string & path );
+
+   Corvdb::StateStore & state_;
+   Zorch::TableStore & tables_;
+};
+
+/// Tells of each change below one entity, in order: of the entity itself and of the entities in its
+/// collections.
+class StateWatch : public Lum::Reactor {
+   LUM_ENTITY( Service, StateWatch );
+   /// `tell( change )`: {"path": .., "attribute": .., "value": ..}, for an entry of a collection with
+   /// its "key"; no "value" where the entry is gone. It may delete the watch.
+   using Tell = std::function< void( const Json & change ) >;
+   StateWatch( std::string path, Lum::Ptr< Lum::Entity > entity, Tell tell );
+
+   void handleInitialized() override;
+
+ private:
+   void handleChange( const Lum::AnyChange & change );
+   void childIs( const std::string & name, const Lum::Ptr< Lum::Entity > & child );
+
+   const std::string path_;
+   const Lum::Ptr< Lum::Entity > entity_;
+   const Tell tell_;
+   std::map< std::string, Lum::Ptr< StateWatch > > children_;
+};
+
+}

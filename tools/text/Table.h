@@ -1,0 +1,24 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace Text {
+
+/// A table for a person: columns as wide as their texts.
+class Table {
+ public:
+   explicit Table( std::vector< std::string > columns ) : columns_( std::move( columns ) ) {}
+
+   /// REQUIRES: one cell a column.
+   void row( std::vector< std::string > cells ) { rows_.push_back( std::move( cells ) ); }
+   /// `width`: of the terminal, to which the last column is wrapped; 0: no limit.
+   void print( std::ostream & out, unsigned width = 0 ) const;
+
+ private:
+   std::vector< std::string > columns_;
+   std::vector< std::vector< std::string > > rows_;
+};
+
+}
