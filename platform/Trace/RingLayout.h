@@ -36,10 +36,11 @@ recordSize( std::size_t textLength ) {
    return ( sizeof( RecordHeader ) + textLength + 7 ) & ~std::uint64_t( 7 );
 }
 
-/// Check sum over the header behind the sum itself, and the text.
+/// Check sum over the header behind the sum itself, and the text. Never that of plain zeros, which
+/// is what a part of the ring that was not written yet holds.
 inline std::uint32_t
 checkSum( const RecordHeader & header, std::string_view text ) {
-   std::uint64_t sum = header.position;
+   std::uint64_t sum = ~header.position;
    const auto mix = [ &sum ]( std::uint64_t word ) {
       sum = ( sum ^ word ) * 0xd6e8feb86659fd93u;
       sum ^= sum >> 32;

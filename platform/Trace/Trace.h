@@ -34,6 +34,7 @@ class Message {
    }
    Message & operator<<( const std::string & text ) { return *this << std::string_view( text ); }
    Message & operator<<( const char * text ) { return *this << std::string_view( text ); }
+   Message & operator<<( char letter ) { return *this << std::string_view( &letter, 1 ); }
    Message & operator<<( bool value ) { return *this << ( value ? "1" : "0" ); }
    template< class T >
       requires( std::integral< T > || std::floating_point< T > )

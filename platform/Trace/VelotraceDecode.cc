@@ -7,6 +7,7 @@
 #include "platform/Trace/Velotrace.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <vector>
@@ -106,7 +107,8 @@ decode( const std::string & file, const std::function< void( const Record & ) > 
    std::ifstream in( file, std::ios::binary );
    std::ostringstream bytes;
    bytes << in.rdbuf();
-   if ( !in.is_open() || bytes.bad() ) {
+   std::error_code unknown;
+   if ( !in.is_open() || std::filesystem::is_directory( file, unknown ) ) {
       error = "cannot be read";
       return false;
    }

@@ -128,7 +128,7 @@ readText( const LabCursor & at, const char * expected ) {
 Kivnet::IntfId
 readIntf( const LabCursor & at ) {
    const auto * name = at.value().as< std::string >();
-   return orFail( at, name && !name->empty() ? name : nullptr, "an interface name" );
+   return std::string_view( orFail( at, name && !name->empty() ? name : nullptr, "an interface name" ) );
 }
 
 Kivnet::IpAddr
