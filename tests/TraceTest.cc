@@ -229,8 +229,10 @@ TEST_F( TraceTest, theRingKeepsTheNewestInOrderHoweverOftenItWraps ) {
 TEST_F( TraceTest, aDamagedRingGivesWhatIsWholeInOrder ) {
    std::mt19937 random( 6 );
    ASSERT_TRUE( openSmall() );
+   std::vector< Line > written;
    for ( int i = 0; i < 200; ++i ) {
-      Trace::emit( 7, std::to_string( 1000 + i ) + std::string( random() % 100, '.' ) );
+      written.push_back( { 7, std::to_string( 1000 + i ) + std::string( random() % 100, '.' ) } );
+      Trace::emit( 7, written.back().text );
    }
    const std::string bytes = bytesOf( Velotrace::path() );
    const Decoded whole = ring();
@@ -249,7 +251,8 @@ TEST_F( TraceTest, aDamagedRingGivesWhatIsWholeInOrder ) {
       const Decoded read = decoded( damaged );
       ASSERT_TRUE( read.ok );
       for ( std::size_t i = 0; i < read.lines.size(); ++i ) {
-         ASSERT_NE( std::ranges::find( whole.lines, read.lines[ i ] ), whole.lines.end() );
+         ASSERT_TRUE( std::ranges::find( written, read.lines[ i ] ) != written.end() )
+            << round << " " << read.lines[ i ];
          ASSERT_TRUE( i == 0 || numberOf( read.lines[ i - 1 ] ) < numberOf( read.lines[ i ] ) );
       }
       if ( round % 4 != 0 ) {
