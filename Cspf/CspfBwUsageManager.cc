@@ -110,9 +110,7 @@ BwUsageManager::handleReleased( const BwUsageDeduped & reservation ) {
 std::uint64_t
 BwUsageManager::bandwidthAvailable( const BwUsageKey & key, std::uint32_t priority ) const {
    const BwPriority p( priority );
-   const auto * topoDb = allTopoDb_->topoDbFind( key.link().topoId() );
-   const auto * neighbor =
-      topoDb ? ( *topoDb )->neighborFind( key.link().neighborKey() ) : nullptr;
+   const auto * neighbor = allTopoDb_->neighbor( key.link() );
    if ( !neighbor ) {
       return 0;
    }

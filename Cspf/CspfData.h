@@ -1,18 +1,148 @@
 #pragma once
 
+#include "Cspf/CspfTree.h"
 #include "platform/Lum/Attribute.h"
 #include "schema/CspfKeys.h"
 
+#include <span>
+#include <string>
+#include <vector>
+
 namespace Cspf {
 
-/// One run: where it starts, how it counts, what it looks for, and what it found.
+class AllTopoDbView;
+class CspfRun;
+class CspfRunMemory;
+struct CspfOldPath;
+struct CspfPathResult;
+
+using SrlgExcludeInfo = std::uint32_t;  ///< excluded SRLGs that a link or path carries
+using SrlgIncludeInfo = std::uint32_t;  ///< SRLGs to include that a link or path's links lack
+
+/// Cost of a path. Compares in this order: SRLG avoidance outranks the metric.
+struct CspfPathCost {
+   LUM_VALUE( Cspf, CspfPathCost );
+   LUM_FIELD( srlgExcludeInfo, SrlgExcludeInfo );
+   LUM_FIELD( srlgIncludeInfo, SrlgIncludeInfo );
+   LUM_FIELD( metricCost, std::uint32_t );
+
+   /// "30|SE-1|SI-0"
+   std::string stringValue() const;
+};
+
+/// A link by which paths end, and the cost of these paths.
+struct CspfLinkInfoKey {
+   AllTopoNeighborKey allTopoNeighborKey;
+   NodeId routerInNetwork;  ///< the router reached inside of the LAN that the link leads to
+   CspfPathCost cost;
+
+   bool routerLink() const { return !allTopoNeighborKey.isLan(); }
+   /// Throws std::invalid_argument unless both are links to routers.
+   bool equalCost( const CspfLinkInfoKey & other ) const;
+   std::string stringValue() const;
+   /// By cost; at equal cost LANs, then links to routers, both by link, then routers inside of LANs
+   /// by node.
+   std::strong_ordering operator<=>( const CspfLinkInfoKey & other ) const;
+   bool operator==( const CspfLinkInfoKey & ) const = default;
+};
+
+/// One last link of a node, and the local interface by which its path leaves this router.
+struct CspfLinkInfo {
+   LUM_VALUE( Cspf, CspfLinkInfo );
+   LUM_FIELD( cspfLinkInfoKey, CspfLinkInfoKey );
+   LUM_FIELD( intfId, Kivnet::IntfId );
+};
+
+/// How a node is reached: by more than one last link where paths are equal, by none at the source.
+struct CspfPath {
+   LUM_VALUE( Cspf, CspfPath );
+   LUM_FIELD( nodeId, NodeId );
+   LUM_SET( lastLink, CspfLinkInfo );
+
+   CspfPathCost pathCost() const {
+      return lastLink_.empty() ? CspfPathCost() : lastLink_.begin()->cspfLinkInfoKey().cost;
+   }
+   std::uint32_t metricCost() const { return pathCost().metricCost(); }
+};
+
+/// One run: where it starts, how it counts, what it looks for, and what it found. The tree that it
+/// found is large; whoever ran it gives it back (CspfRunMemory::reclaim) when all results that are
+/// wanted were taken out, and then only the run's identity is left. A tree that stays holds
+/// numbers of the graph that it was run on, so that it answers until the topology changes.
 class CspfData : public Lum::Entity {
    LUM_ENTITY( Cspf, CspfData );
+   CspfData();
+   ~CspfData() override;
    LUM_ATTRIBUTE( source, NodeId );
-   LUM_ATTRIBUTE( useTeMetric, bool );
-   LUM_ATTRIBUTE( useLinksWithMaxMetric, bool );
-   LUM_ATTRIBUTE( buildReverseSpt, bool );
-   LUM_ATTRIBUTE( singleHopCountLimit, bool );
+   LUM_ATTRIBUTE( useTeMetric, bool );            ///< of links that have one
+   LUM_ATTRIBUTE( useLinksWithMaxMetric, bool );  ///< do not skip them
+   LUM_ATTRIBUTE( buildReverseSpt, bool );        ///< paths towards the source
+   LUM_ATTRIBUTE( singleHopCountLimit, bool );    ///< routers beyond the source are not crossed
+   LUM_ATTRIBUTE( ranAt, double );                ///< seconds; 0: never
+
+   /// Adds a destination to find. REQUIRES: the run is still to come.
+   void tepIs( const Kivnet::IpGenAddr & tep ) { teps_.push_back( { tep, noVertex } ); }
+   /// Whether the run found the destination, and where: on several routers, the one that was made
+   /// final first. O(log destinations). REQUIRES: hasTree().
+   bool routerWithTepHas( const Kivnet::IpGenAddr & tep ) const;
+   NodeId routerWithTep( const Kivnet::IpGenAddr & tep ) const;
+
+   /// Whether there is a tree and the topology is still the one that it was run on.
+   bool hasTree() const;
+   /// REQUIRES: hasTree().
+   const CspfTree & tree() const { return tree_; }
+   /// The topology as the run saw it. REQUIRES: a tree is there.
+   const AllTopoDbView & view() const { return *view_; }
+   /// REQUIRES: hasTree(); for `shortestPath` that there is one.
+   bool shortestPathHas( const NodeId & router ) const;
+   CspfPath shortestPath( const NodeId & router ) const;
+
+   /// The hops from the source to the destination, and what is known of them: into `result`, which
+   /// holds the path's last result; records that stay right are left as they are, the others are
+   /// replaced. At a choice among equal links one that `oldPath` uses wins, else std::rand decides.
+   /// A path with more hops than a result can hold leaves it empty, and gives false. REQUIRES:
+   /// hasTree(), routerWithTepHas( tep ). O(hops), without allocation where nothing changed.
+   bool fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPath & oldPath,
+                                CspfPathResult & result ) const;
+
+ private:
+   friend class CspfRun;
+   friend class CspfRunMemory;
+   struct Tep {
+      Kivnet::IpGenAddr tep;
+      CspfVertex router;  // noVertex: not found
+   };
+   /// From one router to the next: a link, and the edge that enters the far router, which is the
+   /// same or, across a LAN, the step from the LAN.
+   struct Hop {
+      CspfEdge link;
+      CspfEdge arrival;
+   };
+
+   std::size_t shortestPaths() const { return tree_.reachedVertices().size(); }
+   bool routerWithTeps() const;
+   CspfVertex tepVertex( const Kivnet::IpGenAddr & tep ) const;
+   void fillAttributes( CspfPathResult & result ) const;
+   bool walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep,
+                  const CspfOldPath & oldPath ) const;
+   std::size_t choose( std::span< const CspfEdge > links, const Kivnet::IpGenAddr & tep,
+                       const CspfOldPath & oldPath ) const;
+   bool uses( const CspfOldPath & oldPath, CspfEdge link ) const;
+   Kivnet::IpGenAddr nexthopOnLink( CspfEdge arrival ) const;
+   Kivnet::IpGenAddr teRouterIdOfNexthopOnLink( CspfEdge arrival ) const;
+   Lum::List< IncludeIpIndex, IncludeIp > includeHopsOnPath() const;
+
+   std::vector< Tep > teps_;  // sorted and unique once the run is over
+   CspfTree tree_;
+   Lum::Ptr< const AllTopoDbView > view_;
+   mutable std::vector< CspfEdge > edges_;  // of the path at hand
+   mutable std::vector< Hop > hops_;
+};
+
+/// A run for repair paths. It keeps its tree.
+class LfaCspfData : public CspfData {
+   LUM_ENTITY( Cspf, LfaCspfData );
+   LUM_ATTRIBUTE( sourceOverloaded, bool );  ///< nothing but the source's own traffic crosses it
 };
 
 }

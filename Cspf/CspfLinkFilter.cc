@@ -80,12 +80,17 @@ text( CspfRefusal refusal ) {
 }
 
 void
-CspfLinkFilter::apply( const CspfGraph & graph, CspfLinkConstraint constraint ) {
-   static uint64_t lastSerial = 0;
+CspfLinkFilter::constraintIs( CspfLinkConstraint constraint ) {
    LUM_ASSERT( constraint.setupPriority < 8 );
    constraint_ = std::move( constraint );
    sortUnique( constraint_.excludedSrlgs );
    sortUnique( constraint_.includedSrlgs );
+}
+
+void
+CspfLinkFilter::apply( const CspfGraph & graph, CspfLinkConstraint constraint ) {
+   static uint64_t lastSerial = 0;
+   constraintIs( std::move( constraint ) );
    serial_ = ++lastSerial;
    graphVersion_ = graph.version();
    admitted_.assign( graph.edgeBound(), 1 );
@@ -233,6 +238,9 @@ CspfLinkFilter::refuseSingly( const CspfGraph & graph ) {
 
 void
 CspfLinkFilter::refuseOverloaded( const CspfGraph & graph ) {
+   for ( CspfEdge edge : constraint_.overloadedEdges ) {
+      admitted_[ index( edge ) ] = 0;
+   }
    for ( CspfVertex router : graph.overloadedRouters() ) {
       if ( constraint_.overloadRule == CspfOverloadRule::avoid ) {
          refuse( graph.in( router ) );
@@ -249,6 +257,9 @@ CspfLinkFilter::leavesOwnSource( const CspfGraph & graph, CspfEdge edge ) const 
 
 bool
 CspfLinkFilter::overloadRefuses( const CspfGraph & graph, CspfEdge edge ) const {
+   if ( contains( constraint_.overloadedEdges, edge ) ) {
+      return true;
+   }
    if ( constraint_.overloadRule == CspfOverloadRule::avoid ) {
       return graph.overloaded( graph.to( edge ) );
    }
@@ -288,6 +299,16 @@ CspfLinkFilter::srlgIncludeCount( const CspfGraph & graph, CspfEdge edge ) const
                                       : includeCount_[ graph.columns().srlgList[ index( edge ) ] ];
 }
 
+bool
+CspfLinkFilter::carriesExcludedSrlg( const CspfGraph & graph, CspfEdge edge ) const {
+   if ( constraint_.srlgOnlyLocal && !leavesOwnSource( graph, edge ) ) {
+      return false;
+   }
+   return std::ranges::any_of( graph.srlgs( edge ), [ & ]( uint32_t srlg ) {
+      return std::ranges::binary_search( constraint_.excludedSrlgs, srlg );
+   } );
+}
+
 CspfRefusal
 CspfLinkFilter::reason( const CspfGraph & graph, CspfEdge edge ) const {
    const uint16_t topology = graph.columns().topology[ index( edge ) ];
@@ -323,7 +344,7 @@ CspfRefusal
 CspfLinkFilter::attributeReason( const CspfGraph & graph, CspfEdge edge ) const {
    const CspfLinkConstraint & c = constraint_;
    const uint32_t groups = graph.columns().adminGroup[ index( edge ) ];
-   if ( c.srlgStrict && srlgExcludeCount( graph, edge ) ) {
+   if ( c.srlgStrict && carriesExcludedSrlg( graph, edge ) ) {
       return CspfRefusal::srlg;
    }
    if ( ( groups & c.includeAllAdminGroup ) != c.includeAllAdminGroup ) {

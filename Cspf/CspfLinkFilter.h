@@ -40,6 +40,8 @@ struct CspfLinkConstraint {
    CspfVertex root = noVertex;       // where trees begin; free to cross although overloaded
    CspfVertex ownSource = noVertex;  // the router whose links are "local"
    CspfOverloadRule overloadRule = CspfOverloadRule::avoid;
+   /// Edges to (for `mayEnd`: from) routers that are overloaded in the edge's topology alone.
+   std::vector< CspfEdge > overloadedEdges;
    uint16_t topology = CspfGraph::anyTopology;
    std::vector< uint32_t > excludedInterfaces;  // of ownSource
    std::vector< CspfVertex > excludedVertices;
@@ -62,11 +64,14 @@ class CspfLinkFilter {
    /// changes; copies the constraint. Memory is reused by the next call. O(edge bound).
    void apply( const CspfGraph & graph, CspfLinkConstraint constraint );
 
+   /// Takes the constraint alone, for `reason`; the other answers need `apply`. O(constraint).
+   void constraintIs( CspfLinkConstraint constraint );
+
    bool admitted( CspfEdge edge ) const { return admitted_[ index( edge ) ]; }
    /// One byte an edge, 1 when admitted; a number not in use is not.
    const uint8_t * admitted() const { return admitted_.data(); }
-   /// The first test that refuses the edge, or none. Agrees with `admitted`. Needs no `apply` of
-   /// its own; cost of the few tests.
+   /// The first test that refuses the edge, or none. Agrees with `admitted`. Reads the graph as it
+   /// is, and nothing that `apply` worked out; cost of the few tests.
    CspfRefusal reason( const CspfGraph & graph, CspfEdge edge ) const;
 
    /// True when paths are ranked by SRLG counts before the metric.
@@ -98,6 +103,7 @@ class CspfLinkFilter {
    bool leavesOwnSource( const CspfGraph & graph, CspfEdge edge ) const;
    bool overloadRefuses( const CspfGraph & graph, CspfEdge edge ) const;
    bool hasExcludedInterface( const CspfGraph & graph, CspfEdge edge ) const;
+   bool carriesExcludedSrlg( const CspfGraph & graph, CspfEdge edge ) const;
    bool bandwidthAllows( const CspfGraph & graph, CspfEdge edge ) const;
    CspfRefusal attributeReason( const CspfGraph & graph, CspfEdge edge ) const;
 

@@ -5,8 +5,8 @@
 // a LAN is no repair node. Predecessors cost strictly less than their successor, so one pass in
 // order of cost meets each router after all that lead to it.
 //
-// What may surprise: that a label keeps only the fewest repair nodes is exact, not a heuristic. With
-// one more node a packet may end a segment at this very router, and no earlier start reaches
+// What may surprise: that a label keeps only the fewest repair nodes is exact, not a heuristic.
+// With one more node a packet may end a segment at this very router, and no earlier start reaches
 // farther than a later one. The destination of a repair may itself be its last repair node,
 // where only the link into it avoids the resource.
 
@@ -44,37 +44,44 @@ mix( uint64_t a, uint64_t b ) {
    return x ^ x >> 29;
 }
 
-/// Keeps the candidate with the highest hash under one destination (rendezvous hashing): a
-/// candidate that goes moves only the destinations that had chosen it.
+/// Keeps the candidate with the fewest repair nodes, and among these the one with the highest hash
+/// under one destination (rendezvous hashing): a candidate that goes moves only the destinations
+/// that had chosen it.
 template< typename Candidate >
 class Choice {
  public:
    explicit Choice( uint64_t destinationKey ) : destinationKey_( destinationKey ) {}
-   void offer( uint64_t candidateKey, const Candidate & candidate ) {
+
+   void offer( uint8_t nodes, uint64_t candidateKey, const Candidate & candidate ) {
       const uint64_t hash = mix( destinationKey_, candidateKey );
-      if ( !best_ || hash > bestHash_ ) {
+      if ( !made_ || nodes < nodes_ || ( nodes == nodes_ && hash > hash_ ) ) {
          best_ = candidate;
-         bestHash_ = hash;
+         nodes_ = nodes;
+         hash_ = hash;
+         made_ = true;
       }
    }
-   const std::optional< Candidate > & best() const { return best_; }
+   bool made() const { return made_; }
+   const Candidate & best() const { return best_; }
 
  private:
-   uint64_t destinationKey_;
-   uint64_t bestHash_ = 0;
-   std::optional< Candidate > best_;
+   const uint64_t destinationKey_;
+   Candidate best_{};
+   uint8_t nodes_ = 0;
+   uint64_t hash_ = 0;
+   bool made_ = false;
 };
 
 }
 
 void
 CspfRepairTable::readCosts( const CspfGraph & graph, const CspfRepairTrees & trees ) {
-   // Over a link to an overloaded router goes only what ends there.
-   const bool farEndOverloaded = resource_.isLink && graph.overloaded( resource_.node );
+   // Across an overloaded node goes only what ends there.
+   const bool nodeOverloaded = graph.overloaded( resource_.node );
    cost_.resize( graph.vertexBound() );
    for ( uint32_t i = 0; i < graph.vertexBound(); ++i ) {
       const CspfVertex vertex{ i };
-      const bool beyond = farEndOverloaded && vertex != resource_.node;
+      const bool beyond = nodeOverloaded && vertex != resource_.node;
       cost_[ i ] = { trees.postConvergence.metric( vertex ),
                      beyond ? unreached : trees.fromNode.metric( vertex ),
                      trees.toResource.metric( vertex ) };
@@ -87,8 +94,8 @@ CspfRepairTable::avoids( CspfVertex u, uint32_t goalPostConvergence, uint32_t go
    if ( neverCrossed_ || from.toResource == unreached || goalFromNode == unreached ) {
       return true;
    }
-   const uint64_t across = uint64_t( from.toResource ) + ( resource_.isLink ? resource_.linkMetric : 0 )
-                           + goalFromNode;
+   const uint64_t across =
+      uint64_t( from.toResource ) + ( resource_.isLink ? resource_.plrToNode : 0 ) + goalFromNode;
    return across > goalPostConvergence - from.postConvergence;
 }
 
@@ -96,7 +103,7 @@ void
 CspfRepairTable::build( const CspfGraph & graph, const CspfProtectedResource & resource,
                         const CspfRepairTrees & trees ) {
    resource_ = resource;
-   neverCrossed_ = graph.overloaded( resource.isLink ? resource.plr : resource.node );
+   neverCrossed_ = resource.isLink && graph.overloaded( resource.plr );
    readCosts( graph, trees );
    labels_.assign( graph.vertexBound(), Label() );
    starts_.clear();
@@ -155,10 +162,9 @@ CspfRepairTable::label( const CspfGraph & graph, const CspfTree & tree, CspfVert
    labels_[ index( router ) ] = result;
 }
 
-std::optional< CspfRepair >
-CspfRepairTable::repair( const CspfGraph & graph, const CspfTree & postConvergence,
-                         std::span< const Originator > originators, uint64_t destinationKey,
-                         const std::function< uint64_t( CspfVertex ) > & key ) const {
+CspfRepairTable::Goal
+CspfRepairTable::goalOf( std::span< const Originator > originators,
+                         uint64_t destinationKey ) const {
    const auto cheapest = [ & ]( uint32_t Costs::*cost ) {
       uint64_t least = unreached;
       for ( const Originator & o : originators ) {
@@ -167,29 +173,17 @@ CspfRepairTable::repair( const CspfGraph & graph, const CspfTree & postConvergen
             least = std::min( least, uint64_t( toRouter ) + o.metric );
          }
       }
-      return static_cast< uint32_t >( std::min< uint64_t >( least, unreached ) );
+      return static_cast< uint32_t >( least );
    };
-   const Goal goal{ cheapest( &Costs::postConvergence ), cheapest( &Costs::fromNode ),
-                    destinationKey };
-   if ( goal.postConvergence == unreached ) {
-      return std::nullopt;
-   }
+   return { cheapest( &Costs::postConvergence ), cheapest( &Costs::fromNode ), destinationKey };
+}
 
-   struct LastSegment {
-      CspfVertex start;
-      bool listed;
-   };
-   uint8_t fewest = none;
-   Choice< LastSegment > choice( destinationKey );
-   const auto consider = [ & ]( uint8_t nodes, CspfVertex start, bool listed ) {
-      if ( nodes < fewest ) {
-         fewest = nodes;
-         choice = Choice< LastSegment >( destinationKey );
-      }
-      if ( nodes == fewest && nodes != none ) {
-         choice.offer( key( start ), { start, listed } );
-      }
-   };
+std::optional< CspfRepair >
+CspfRepairTable::repair( const CspfGraph & graph, const CspfTree & postConvergence,
+                         std::span< const Originator > originators, uint64_t destinationKey,
+                         const RouterKey & key ) const {
+   const Goal goal = goalOf( originators, destinationKey );
+   Choice< Segment > last( destinationKey );
    for ( const Originator & o : originators ) {
       const uint32_t toRouter = cost_[ index( o.router ) ].postConvergence;
       if ( toRouter == unreached || uint64_t( toRouter ) + o.metric != goal.postConvergence ) {
@@ -200,61 +194,57 @@ CspfRepairTable::repair( const CspfGraph & graph, const CspfTree & postConvergen
       }
       const Label & label = labels_[ index( o.router ) ];
       for ( const CspfVertex start : starts( o.router ) ) {
-         if ( avoids( start, goal.postConvergence, goal.fromNode ) ) {
-            consider( label.passing, start, label.passing > 0 );
+         if ( start == o.router || avoids( start, goal.postConvergence, goal.fromNode ) ) {
+            last.offer( label.passing, key( start ), { start, label.passing > 0 } );
          }
       }
-      consider( label.ending, o.router, true );
+      if ( label.ending != none ) {
+         last.offer( label.ending, key( o.router ), { o.router, true } );
+      }
    }
-   CspfRepair repair;
-   if ( !choice.best()
-        || !traceBack( graph, postConvergence, goal, choice.best()->start, choice.best()->listed,
-                       key, repair ) ) {
+   if ( !last.made() ) {
       return std::nullopt;
    }
+   return traceBack( graph, postConvergence, goal, last.best(), key );
+}
+
+CspfRepair
+CspfRepairTable::traceBack( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
+                            Segment segment, const RouterKey & key ) const {
+   CspfRepair repair;
+   while ( segment.listed ) {
+      repair.nodes.push_back( segment.start );
+      segment = segmentBefore( graph, tree, goal, segment.start, key );
+   }
+   std::reverse( repair.nodes.begin(), repair.nodes.end() );
+   repair.firstHop = segment.start;
+   Choice< CspfEdge > link( goal.key );
+   forEachPredecessor( graph, tree, segment.start, [ & ]( CspfVertex before, CspfEdge edge ) {
+      if ( before == resource_.plr ) {
+         link.offer( 0, graph.interface( edge ), edge );
+      }
+   } );
+   repair.firstLink = link.best();
    return repair;
 }
 
-bool
-CspfRepairTable::traceBack( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
-                            CspfVertex start, bool listed,
-                            const std::function< uint64_t( CspfVertex ) > & key,
-                            CspfRepair & repair ) const {
-   while ( listed ) {
-      repair.nodes.push_back( start );
-      const Label & label = labels_[ index( start ) ];
-      struct Before {
-         CspfVertex start;
-         bool listed;
-      };
-      Choice< Before > choice( goal.key );
-      if ( label.passing != none && label.passing + 1 == label.ending ) {
-         for ( const CspfVertex earlier : starts( start ) ) {
-            choice.offer( key( earlier ), { earlier, label.passing > 0 } );
-         }
+CspfRepairTable::Segment
+CspfRepairTable::segmentBefore( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
+                                CspfVertex node, const RouterKey & key ) const {
+   const Label & label = labels_[ index( node ) ];
+   Choice< Segment > before( goal.key );
+   if ( label.passing != none && label.passing + 1 == label.ending ) {
+      for ( const CspfVertex start : starts( node ) ) {
+         before.offer( 0, key( start ), { start, label.passing > 0 } );
       }
-      forEachPredecessor( graph, tree, start, [ & ]( CspfVertex before, CspfEdge ) {
-         if ( before != resource_.plr && labels_[ index( before ) ].ending != none
-              && labels_[ index( before ) ].ending + 1 == label.ending ) {
-            choice.offer( key( before ), { before, true } );
-         }
-      } );
-      if ( !choice.best() ) {
-         return false;
-      }
-      start = choice.best()->start;
-      listed = choice.best()->listed;
    }
-   std::reverse( repair.nodes.begin(), repair.nodes.end() );
-   repair.firstHop = start;
-   Choice< CspfEdge > choice( goal.key );
-   forEachPredecessor( graph, tree, start, [ & ]( CspfVertex before, CspfEdge link ) {
-      if ( before == resource_.plr ) {
-         choice.offer( graph.interface( link ), link );
+   forEachPredecessor( graph, tree, node, [ & ]( CspfVertex neighbor, CspfEdge ) {
+      const Label & ofNeighbor = labels_[ index( neighbor ) ];
+      if ( ofNeighbor.ending != none && ofNeighbor.ending + 1 == label.ending ) {
+         before.offer( 0, key( neighbor ), { neighbor, true } );
       }
    } );
-   repair.firstLink = choice.best().value_or( noEdge );
-   return repair.firstLink != noEdge;
+   return before.best();
 }
 
 }

@@ -15,7 +15,7 @@ struct CspfProtectedResource {
    CspfVertex plr = noVertex;
    CspfVertex node = noVertex;  ///< far end of the protected link, or the protected node
    bool isLink = true;          ///< protect the link alone, or the node as a whole
-   uint32_t linkMetric = 0;     ///< of the protected link, from the PLR
+   uint32_t plrToNode = 0;      ///< cost from the PLR to `node`, nothing excluded
 };
 
 /// The three shortest-path trees that repairs are worked out of, all on one version of one graph.
@@ -58,6 +58,7 @@ class CspfRepairTable {
       CspfVertex router;
       uint32_t metric;
    };
+   using RouterKey = std::function< uint64_t( CspfVertex ) >;
 
    /// The repair towards a destination that all `originators` advertise at their metrics (a router
    /// is its only originator, at metric 0). Nothing where the failure disconnects it, where it is
@@ -68,8 +69,7 @@ class CspfRepairTable {
    /// spread over them and stay put.
    std::optional< CspfRepair > repair( const CspfGraph & graph, const CspfTree & postConvergence,
                                        std::span< const Originator > originators,
-                                       uint64_t destinationKey,
-                                       const std::function< uint64_t( CspfVertex ) > & key ) const;
+                                       uint64_t destinationKey, const RouterKey & key ) const;
 
    /// Whether plain forwarding from `u` to the later router `v` of a post-convergence path avoids
    /// the protected resource.
@@ -96,6 +96,11 @@ class CspfRepairTable {
       uint32_t postConvergence, fromNode;
       uint64_t key;
    };
+   /// Where a segment begins: at a repair node, or, not listed, at the first hop.
+   struct Segment {
+      CspfVertex start = noVertex;
+      bool listed = false;
+   };
 
    bool avoids( CspfVertex u, uint32_t goalPostConvergence, uint32_t goalFromNode ) const;
    void readCosts( const CspfGraph & graph, const CspfRepairTrees & trees );
@@ -105,12 +110,14 @@ class CspfRepairTable {
       const Label & label = labels_[ index( router ) ];
       return { starts_.data() + label.firstStart, label.starts };
    }
-   bool traceBack( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
-                   CspfVertex start, bool listed,
-                   const std::function< uint64_t( CspfVertex ) > & key, CspfRepair & repair ) const;
+   Goal goalOf( std::span< const Originator > originators, uint64_t destinationKey ) const;
+   CspfRepair traceBack( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
+                         Segment segment, const RouterKey & key ) const;
+   Segment segmentBefore( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
+                          CspfVertex node, const RouterKey & key ) const;
 
    CspfProtectedResource resource_;
-   bool neverCrossed_ = false;  // an overloaded router stands in the way of all transit
+   bool neverCrossed_ = false;  // the protected link carries no transit: the PLR is overloaded
    std::vector< Costs > cost_;  // by vertex
    std::vector< Label > labels_;
    std::vector< CspfVertex > starts_;

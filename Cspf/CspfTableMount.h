@@ -13,9 +13,11 @@ template< class T >
 class TableMount {
  public:
    TableMount( const Lum::Ptr< Corvdb::EntityManager > & entityManager, const std::string & path,
-               LumZorch::MountMode mode, const std::vector< std::string > & collections = {} )
+               LumZorch::MountMode mode, const std::vector< std::string > & collections = {},
+              std::size_t capacity = 0 )
       : mount_( entityManager ), path_( path ),
-        table_( Lum::cast< T >( mount_.mount( { path, T::lumTypeName, mode, collections } ) ) ) {}
+        table_( Lum::cast< T >(
+           mount_.mount( { path, T::lumTypeName, mode, collections, capacity } ) ) ) {}
    ~TableMount() {
       if ( table_ ) {
          mount_.unmount( path_ );

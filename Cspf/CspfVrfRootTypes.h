@@ -33,13 +33,17 @@ struct PathInfoKey {
    LUM_VALUE( Cspf, PathInfoKey );
    LUM_FIELD( clientName, Lum::String );
    LUM_FIELD( pathKey, PathKey );
-   LUM_FIELD( internal, bool );                        ///< derived by the agent itself
+   LUM_FIELD( internal, bool );  ///< derived by the agent itself
    LUM_FIELD( constraintModifier, ConstraintModifier );
-   LUM_FIELD( parentPathKey, PathKey );                ///< of an internal child path
+   LUM_FIELD( parentPathKey, PathKey );  ///< of an internal child path
    LUM_FIELD( pathSegmentSourceNodeAddr, Kivnet::IpGenAddr );
 
    std::size_t hash() const noexcept;
    explicit operator bool() const { return *this != PathInfoKey(); }
+   /// The client's request that this path serves: its own, or that of its parent.
+   const PathKey & clientPathKey() const {
+      return parentPathKey_.dst() ? parentPathKey_ : pathKey_;
+   }
    /// "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=1>, internal=0, ...", as traces name a path.
    std::string traceString() const;
 };
@@ -47,12 +51,13 @@ struct PathInfoKey {
 class PathConfigInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, PathConfigInfo );
    PathConfigInfo( const PathInfoKey & key, const Lum::Ptr< const Config > & config )
-      : pathInfoKey_( key ), cspfConfig_( config ) {}
+      : pathInfoKey_( key ),
+        cspfConfig_( config ) {}
    LUM_ATTRIBUTE( pathInfoKey, PathInfoKey );
-   LUM_COUNTER( configChangeCount );                   ///< the client's PathConfig changed
-   LUM_COUNTER( derivedConfigChangeCount );            ///< what the constraint is derived from did
-   LUM_COUNTER( usageChangeCount );                    ///< bandwidth usage is to be re-accounted
-   LUM_ATTRIBUTE( parentPath, PathInfoKey );           ///< of a child path
+   LUM_COUNTER( configChangeCount );          ///< the client's PathConfig changed
+   LUM_COUNTER( derivedConfigChangeCount );   ///< what the constraint is derived from did
+   LUM_COUNTER( usageChangeCount );           ///< bandwidth usage is to be re-accounted
+   LUM_ATTRIBUTE( parentPath, PathInfoKey );  ///< of a child path
    LUM_COLLECTION_ORDERED( childPath, std::uint8_t, PathInfoKey );  ///< by path segment
 
    /// The client's requests, among them this path's.
@@ -66,16 +71,17 @@ class PathConfigInfo : public Lum::Entity {
 class PathStatusInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, PathStatusInfo );
    PathStatusInfo( const PathInfoKey & key, const Lum::Ptr< Status > & status )
-      : pathInfoKey_( key ), cspfStatus_( status ) {}
+      : pathInfoKey_( key ),
+        cspfStatus_( status ) {}
    LUM_ATTRIBUTE( pathInfoKey, PathInfoKey );
    LUM_ATTRIBUTE( constraint, Lum::Ptr< DedupConstraint > );
    LUM_COUNTER( constraintChangeCount );               ///< `constraint` was replaced
    LUM_ATTRIBUTE( lastRefreshReqSeq, std::uint32_t );  ///< the request last accepted
    LUM_ATTRIBUTE( refreshNeeded, bool );
    LUM_ATTRIBUTE( refreshReason, RefreshReason );
-   LUM_ATTRIBUTE( updatePathPending, bool );           ///< a new path must be published
-   LUM_COUNTER( stage2RequestCount );                  ///< refreshes passed to the second stage
-   LUM_COUNTER( pathStatusMetadataUpdateCount );       ///< updates that kept the hops
+   LUM_ATTRIBUTE( updatePathPending, bool );      ///< a new path must be published
+   LUM_COUNTER( stage2RequestCount );             ///< refreshes passed to the second stage
+   LUM_COUNTER( pathStatusMetadataUpdateCount );  ///< updates that kept the hops
 
    /// Where the client reads its paths.
    const Lum::Ptr< Status > & cspfStatus() const noexcept { return cspfStatus_; }
@@ -90,7 +96,7 @@ class PathStatusCache : public Lum::Entity {
    LUM_ENTITY( Cspf, PathStatusCache );
    explicit PathStatusCache( const PathInfoKey & key ) : pathInfoKey_( key ) {}
    LUM_ATTRIBUTE( pathInfoKey, PathInfoKey );
-   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfData > );    ///< the run that gave the result
+   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfData > );  ///< the run that gave the result
    LUM_ATTRIBUTE( path, Lum::Ptr< const PathArray > );
    LUM_ATTRIBUTE( pathSrlg, Lum::Ptr< const PathSrlg > );
    LUM_ATTRIBUTE( pathTeRouterId, Lum::Ptr< const PathTeRouterId > );
@@ -98,18 +104,18 @@ class PathStatusCache : public Lum::Entity {
    LUM_ATTRIBUTE( pqInfo, Lum::Ptr< Lfa::DedupPqInfo > );  ///< of a repair path
    LUM_COUNTER( refreshedStage1Count );
    LUM_COUNTER( refreshedStage2Count );
-   LUM_ATTRIBUTE( stage2LastRanAt, double );           ///< seconds
+   LUM_ATTRIBUTE( stage2LastRanAt, double );  ///< seconds
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
 
 class ConstraintStats : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintStats );
-   LUM_COUNTER( cspfCount );                           ///< runs made
-   LUM_COUNTER( cspfSkippedCount );                    ///< runs not made since nothing changed
+   LUM_COUNTER( cspfCount );         ///< runs made
+   LUM_COUNTER( cspfSkippedCount );  ///< runs not made since nothing changed
    LUM_ATTRIBUTE( cspfScheduled, bool );
-   LUM_ATTRIBUTE( cspfCurrentDelay, double );          ///< milliseconds
-   LUM_ATTRIBUTE( cspfLastRanAt, double );             ///< seconds; 0: never
+   LUM_ATTRIBUTE( cspfCurrentDelay, double );  ///< milliseconds
+   LUM_ATTRIBUTE( cspfLastRanAt, double );     ///< seconds; 0: never
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
@@ -135,9 +141,9 @@ class ConstraintInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintInfo );
    explicit ConstraintInfo( const DedupConstraint & constraint ) : constraint_( constraint ) {}
    LUM_COLLECTION_ORDERED( path, PathInfoKey, bool );
-   LUM_COUNTER( cspfRequestCount );                    ///< requests for a computation
-   LUM_ATTRIBUTE( topoInfoChangedAt, double );         ///< seconds; 0: reset
-   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfData > );    ///< the last run
+   LUM_COUNTER( cspfRequestCount );                  ///< requests for a computation
+   LUM_ATTRIBUTE( topoInfoChangedAt, double );       ///< seconds; 0: reset
+   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfData > );  ///< the last run
    LUM_ATTRIBUTE( sourceMissing, bool );
    LUM_ATTRIBUTE( constraintMissingInTopo, bool );
 

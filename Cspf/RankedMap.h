@@ -55,6 +55,13 @@ class RankedMap {
       return *at;
    }
    void erase( const Key & key ) { map_.erase( key ); }
+   /// Calls `visit( entry )` for the entries from `first` on, in order, until it gives false. The
+   /// entry that is being visited may be erased.
+   template< class Visit >
+   void visitFrom( const Key & first, Visit && visit ) {
+      for ( auto at = map_.lower_bound( first ); at != map_.end() && visit( *at++ ); ) {
+      }
+   }
 
  private:
    using Iterator = typename Map::iterator;

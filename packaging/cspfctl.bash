@@ -3,12 +3,12 @@
 _cspfctl() {
    local word=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]} path
    if [[ $COMP_CWORD -eq 1 ]]; then
-      mapfile -t COMPREPLY < <( compgen -W "run check get patch watch dump status paths trace --help" -- "$word" )
+      mapfile -t COMPREPLY < <( compgen -W "run check load get patch watch dump status paths trace --help" -- "$word" )
       return
    fi
    case "$command:$word" in
    run:-*) mapfile -t COMPREPLY < <( compgen -W "--json --verbose --seed --realtime --help" -- "$word" ) ;;
-   run:* | check:* | trace:*) mapfile -t COMPREPLY < <( compgen -f -- "$word" ) ;;
+   run:* | check:* | load:* | trace:*) mapfile -t COMPREPLY < <( compgen -f -- "$word" ) ;;
    *:-*) mapfile -t COMPREPLY < <( compgen -W "--socket --json --help" -- "$word" ) ;;
    get:* | patch:* | watch:*)
       path="te/config te/cspf/client te/cspf/cliConfig te/cspf/agentStatus te/cspf/status/vrf

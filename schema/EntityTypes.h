@@ -45,6 +45,7 @@ forEachEntityType( Visit && visit ) {
              Is< TrafficEngineering::BandwidthClientStatus >(),
              Is< TrafficEngineering::BandwidthClientUsage >(),
              Is< TrafficEngineering::BwmActiveStatus >(),
+             Is< TrafficEngineering::BwmStatus >(),
              Is< TrafficEngineering::Config >(),
              Is< TrafficEngineering::IntfStatus >(),
              Is< TrafficEngineering::Status >() );

@@ -42,6 +42,13 @@ class BwmActiveStatus : public Lum::Entity {
    LUM_COLLECTION_ORDERED( bwmActive, L3::VrfName, bool );
 };
 
+/// "te/bwm/status/vrf/<VRF>": what all clients of the bandwidth manager use together in that VRF, in
+/// bytes per second by interface.
+class BwmStatus : public Lum::Entity {
+   LUM_ENTITY( TrafficEngineering, BwmStatus );
+   LUM_COLLECTION_ORDERED( usage, Kivnet::IntfId, std::uint64_t );
+};
+
 /// What the bandwidth manager tells one client in one VRF: bytes per second by interface.
 class BandwidthClientStatus : public Lum::Entity {
    LUM_ENTITY( TrafficEngineering, BandwidthClientStatus );

@@ -26,9 +26,9 @@ addressList( const Json & object, const char * key ) {
 std::uint32_t
 mask( const Json & object, const char * key ) {
    const Json value = object.value( key, Json( 0 ) );
-   return static_cast< std::uint32_t >(
-      value.is_string() ? std::stoull( value.get< std::string >(), nullptr, 16 )
-                        : value.get< std::uint64_t >() );
+   return static_cast< std::uint32_t >( value.is_string()
+                                           ? std::stoull( value.get< std::string >(), nullptr, 16 )
+                                           : value.get< std::uint64_t >() );
 }
 
 /// One direction of a link: the link's own attributes under the overrides of that direction.
@@ -51,6 +51,12 @@ attributesOf( OracleEdge & edge, const Json & attributes ) {
                     : attributes.value( "metric", std::uint64_t( 10 ) );
    edge.adminGroup = mask( attributes, "adminGroup" );
    edge.srlg = attributes.value( "srlg", std::vector< std::uint32_t >() );
+   const Json unreserved =
+      attributes.value( "unreserved", attributes.value( "bandwidth", Json( 0 ) ) );
+   for ( std::size_t i = 0; i < edge.unreserved.size(); ++i ) {
+      edge.unreserved[ i ] =
+         ( unreserved.is_array() ? unreserved[ i ] : unreserved ).get< double >();
+   }
 }
 
 }
@@ -67,7 +73,8 @@ LabOracle::LabOracle( const Json & document, const std::string & vrf ) : documen
          addTopology( name, topology );
       }
    }
-   for ( const auto & [ name, intf ] : document.value( "interfaces", Json::object() ).items() ) {
+   for ( const Json interfaces = document.value( "interfaces", Json::object() );
+         const auto & [ name, intf ] : interfaces.items() ) {
       intfSrlg_[ name ] = intf.value( "srlg", std::vector< std::uint32_t >() );
    }
    const Json te = document.value( "te", Json::object() );
@@ -105,16 +112,19 @@ LabOracle::addTopology( const std::string & name, const Json & topology ) {
       if ( router.value( "overload", false ) ) {
          overloaded_.insert( { name, id } );
       }
-      for ( const auto & [ prefix, metric ] : router.value( "prefixes", none ).items() ) {
+      for ( const Json prefixes = router.value( "prefixes", none );
+            const auto & [ prefix, metric ] : prefixes.items() ) {
          if ( prefix.ends_with( "/32" ) ) {
             addAddresses( routerName, { prefix.substr( 0, prefix.size() - 3 ) } );
          }
       }
    }
-   for ( const auto & [ linkName, link ] : topology.value( "links", none ).items() ) {
+   for ( const Json links = topology.value( "links", none );
+         const auto & [ linkName, link ] : links.items() ) {
       addLink( linkName, link );
    }
-   for ( const auto & [ lanName, lan ] : topology.value( "lans", none ).items() ) {
+   for ( const Json lans = topology.value( "lans", none );
+         const auto & [ lanName, lan ] : lans.items() ) {
       addLan( lan );
    }
 }
@@ -131,7 +141,8 @@ LabOracle::addLink( const std::string & name, const Json & link ) {
       edge.nearAddrs = addressList( link, ( std::string( from ) + "Addr" ).c_str() );
       edge.farAddrs = addressList( link, ( std::string( to ) + "Addr" ).c_str() );
       edge.topology = topologyName_;
-      attributesOf( edge, direction( link, link.contains( way ) && link[ way ].is_object() ? way : "" ) );
+      attributesOf( edge,
+                    direction( link, link.contains( way ) && link[ way ].is_object() ? way : "" ) );
       if ( router == self ) {
          intfSrlg_.try_emplace( edge.intf, edge.srlg );
       }
@@ -183,7 +194,8 @@ LabOracle::riskGroups( const Json & constraint ) const {
    };
    if ( constraint.value( "excludeSrlg", false ) ) {
       add( constraint.value( "excludeIntf", std::string() ) );
-      add( constraint.value( "excludeNode", Json::object() ).value( "nexthopIntf", std::string() ) );
+      add(
+         constraint.value( "excludeNode", Json::object() ).value( "nexthopIntf", std::string() ) );
    }
    return groups;
 }
@@ -194,8 +206,9 @@ LabOracle::conflicts( const OracleEdge & edge, const Json & constraint ) const {
       return 0;
    }
    const auto groups = riskGroups( constraint );
-   return static_cast< std::uint64_t >( std::count_if(
-      edge.srlg.begin(), edge.srlg.end(), [ & ]( auto group ) { return groups.contains( group ); } ) );
+   return static_cast< std::uint64_t >(
+      std::count_if( edge.srlg.begin(), edge.srlg.end(),
+                     [ & ]( auto group ) { return groups.contains( group ); } ) );
 }
 
 bool
@@ -211,8 +224,17 @@ LabOracle::allowed( const OracleEdge & edge, const Json & constraint ) {
    if ( edge.from == source_ && edge.intf == constraint.value( "excludeIntf", "" ) ) {
       return false;
    }
-   if ( teOfName_[ node ].contains( edge.to ) || overloaded_.contains( { edge.topology, edge.to } ) ) {
+   if ( teOfName_[ node ].contains( edge.to )
+        || overloaded_.contains( { edge.topology, edge.to } ) ) {
       return false;
+   }
+   if ( const std::uint64_t bandwidth = constraint.value( "bandwidth", std::uint64_t( 0 ) ) ) {
+      const auto own = held.find( edge.link() );
+      const double left = edge.unreserved.at( constraint.value( "bwSetupPriority", 0u ) );
+      if ( left + static_cast< double >( own == held.end() ? 0 : own->second )
+           < static_cast< double >( bandwidth ) ) {
+         return false;
+      }
    }
    if ( constraint.value( "srlgStrictMode", false ) && conflicts( edge, constraint ) ) {
       return false;
@@ -250,49 +272,65 @@ LabOracle::cost( const std::string & dst, const Json & constraint ) {
    }
    std::optional< OracleCost > least;
    for ( const std::string & end : tunnelEnds_[ dst ] ) {
-      if ( const auto at = best.find( end ); at != best.end() && ( !least || at->second < *least ) ) {
+      if ( const auto at = best.find( end );
+           at != best.end() && ( !least || at->second < *least ) ) {
          least = at->second;
       }
    }
    return source_.empty() ? std::nullopt : least;
 }
 
+const OracleEdge *
+LabOracle::edge( const std::string & from, const std::string & to,
+                 const std::string & address ) const {
+   const auto at = std::ranges::find_if( edges_, [ & ]( const OracleEdge & e ) {
+      return e.from == from && e.to == to && std::ranges::count( e.farAddrs, address ) > 0;
+   } );
+   return at == edges_.end() ? nullptr : &*at;
+}
+
+std::vector< OracleEdge >
+LabOracle::hops( const Json & status ) const {
+   std::vector< OracleEdge > hops;
+   std::string at = source_;
+   for ( std::size_t i = 0; i < status[ "path" ].size(); ++i ) {
+      const std::string to = status[ "pathTeRouterId" ][ i ];
+      if ( const OracleEdge * hop = edge( at, to, status[ "path" ][ i ] ) ) {
+         hops.push_back( *hop );
+      }
+      at = to;
+   }
+   return hops;
+}
+
 std::optional< OracleCost >
 LabOracle::walk( const Json & status, const std::string & dst, const Json & constraint,
                  std::string & complaint ) {
-   const auto path = status[ "path" ].get< std::vector< std::string > >();
-   const auto routers = status[ "pathTeRouterId" ].get< std::vector< std::string > >();
-   const auto srlgs = status[ "pathSrlg" ].get< std::vector< std::vector< std::uint32_t > > >();
-   if ( routers.size() != path.size() || srlgs.size() != path.size() ) {
+   const std::size_t length = status[ "path" ].size();
+   const Json srlgs = status.value( "pathSrlg", Json() );
+   if ( status[ "pathTeRouterId" ].size() != length
+        || ( srlgs.is_array() && srlgs.size() != length ) ) {
       complaint = "hop addresses, TE router ids and SRLGs differ in number";
       return std::nullopt;
    }
+   const auto hops = this->hops( status );
    OracleCost cost;
-   std::string at = source_;
-   for ( std::size_t hop = 0; hop < path.size(); ++hop ) {
-      const auto edge = std::ranges::find_if( edges_, [ & ]( const OracleEdge & e ) {
-         return e.from == at && e.to == routers[ hop ]
-                && std::ranges::count( e.farAddrs, path[ hop ] ) > 0;
-      } );
-      const auto wrong = [ & ]( const char * what ) {
-         complaint = what + std::string( " at " ) + at + " to " + path[ hop ];
+   for ( std::size_t i = 0; i < length; ++i ) {
+      const char * wrong =
+         i >= hops.size() || hops[ i ].to != status[ "pathTeRouterId" ][ i ] ? "no such hop"
+         : !allowed( hops[ i ], constraint ) ? "a hop that the constraint refuses"
+         : srlgs.is_array() && srlgs[ i ] != Json( hops[ i ].srlg ) ? "other SRLGs"
+                                                                    : nullptr;
+      if ( wrong ) {
+         complaint =
+            wrong + ( " at hop " + std::to_string( i ) + ", " ) + status[ "path" ][ i ].dump();
          return std::nullopt;
-      };
-      if ( edge == edges_.end() ) {
-         return wrong( "no such hop" );
       }
-      if ( !allowed( *edge, constraint ) ) {
-         return wrong( "a hop that the constraint refuses" );
-      }
-      if ( edge->srlg != srlgs[ hop ] ) {
-         return wrong( "other SRLGs" );
-      }
-      cost.srlgs += conflicts( *edge, constraint );
-      cost.metric += edge->metric;
-      at = edge->to;
+      cost.srlgs += conflicts( hops[ i ], constraint );
+      cost.metric += hops[ i ].metric;
    }
-   if ( !path.empty() && !tunnelEnds_[ dst ].contains( at ) ) {
-      complaint = "the path ends at " + at;
+   if ( length > 0 && !tunnelEnds_[ dst ].contains( hops.back().to ) ) {
+      complaint = "the path ends at " + hops.back().to;
       return std::nullopt;
    }
    return cost;

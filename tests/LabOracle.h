@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <array>
 #include <compare>
 #include <cstdint>
 #include <map>
@@ -21,13 +22,17 @@ struct OracleCost {
 /// router ids.
 struct OracleEdge {
    std::string from, to;
-   std::string intf;                    ///< at `from`
+   std::string intf;  ///< at `from`
    std::vector< std::string > nearAddrs, farAddrs;
    std::uint64_t metric = 0;
    std::uint32_t adminGroup = 0;
    std::vector< std::uint32_t > srlg;
+   std::array< double, 8 > unreserved{};  ///< by priority, bytes per second
    bool lan = false;
    std::string topology;
+
+   /// Names the link: the ways that lead over one LAN from one router share it.
+   std::string link() const { return from + " " + intf + " " + topology; }
 };
 
 /// What a lab file means for ordinary IPv4 paths, worked out from the document alone, in the
@@ -43,11 +48,19 @@ class LabOracle {
    /// The least cost to the destination under the constraint; nothing where there is no path.
    std::optional< OracleCost > cost( const std::string & dst, const nlohmann::json & constraint );
    /// The cost of a published path (a `pathStatus` of the lab's output), or what is wrong with it.
-   /// An empty path costs nothing.
+   /// An empty path costs nothing. SRLGs are looked at where the status has "pathSrlg".
    std::optional< OracleCost > walk( const nlohmann::json & status, const std::string & dst,
                                      const nlohmann::json & constraint, std::string & complaint );
+   /// The ways of the published hops, as far as they exist.
+   std::vector< OracleEdge > hops( const nlohmann::json & status ) const;
+   /// What the user of the next question holds of each link, by `OracleEdge::link`, at the priority
+   /// of the question: it may have that besides what is unreserved.
+   std::map< std::string, std::uint64_t > held;
 
  private:
+   const OracleEdge * edge( const std::string & from, const std::string & to,
+                            const std::string & address ) const;
+
    void addTopology( const std::string & name, const nlohmann::json & topology );
    void addLink( const std::string & name, const nlohmann::json & link );
    void addLan( const nlohmann::json & lan );
@@ -60,7 +73,7 @@ class LabOracle {
    const nlohmann::json & document_;
    std::string source_;
    std::vector< OracleEdge > edges_;
-   std::map< std::string, std::set< std::string > > tunnelEnds_;      // address: TE router ids
+   std::map< std::string, std::set< std::string > > tunnelEnds_;     // address: TE router ids
    std::map< std::string, std::vector< std::uint32_t > > intfSrlg_;  // by local interface
    std::map< std::string, std::set< std::string > > teOfName_;       // router name: TE router ids
    std::set< std::pair< std::string, std::string > > overloaded_;    // topology, TE router id

@@ -9,13 +9,15 @@ RandomLab::RandomLab( unsigned seed ) : engine_( seed ) {}
 
 std::string
 RandomLab::keyOf( const Json & object ) {
-   return object.empty() ? std::string() : std::next( object.begin(), below( object.size() ) ).key();
+   return object.empty() ? std::string()
+                         : std::next( object.begin(), below( object.size() ) ).key();
 }
 
 std::string
 RandomLab::address() {
    ++addresses_;
-   return "10.64." + std::to_string( addresses_ / 250 ) + "." + std::to_string( addresses_ % 250 + 1 );
+   return "10.64." + std::to_string( addresses_ / 250 ) + "."
+          + std::to_string( addresses_ % 250 + 1 );
 }
 
 Json
@@ -105,7 +107,8 @@ RandomLab::topology( unsigned kind ) {
    }
    Json links = Json::object();
    for ( unsigned n = routers.size() + below( routers.size() + 2 ); n > 0; --n ) {
-      const std::string a = n < routers.size() ? std::next( routers.begin(), n ).key() : keyOf( routers );
+      const std::string a =
+         n < routers.size() ? std::next( routers.begin(), n ).key() : keyOf( routers );
       const std::string b = keyOf( routers );
       if ( a != b ) {
          links[ "k" + std::to_string( kind ) + "." + std::to_string( n ) ] = link( a, b );
@@ -124,7 +127,8 @@ RandomLab::localInterfaces( const Json & document ) const {
    std::vector< std::string > interfaces;
    const Json none = Json::object();
    for ( const auto & topology : document[ "topologies" ] ) {
-      for ( const auto & [ name, link ] : topology.value( "links", none ).items() ) {
+      for ( const Json links = topology.value( "links", none );
+            const auto & [ name, link ] : links.items() ) {
          if ( link[ "a" ] == "R0" || link[ "b" ] == "R0" ) {
             interfaces.push_back( name + ( link[ "a" ] == "R0" ? ".a" : ".b" ) );
          }
@@ -139,9 +143,10 @@ RandomLab::localInterfaces( const Json & document ) const {
 }
 
 Json
-RandomLab::constraint( const Json & document ) {
+RandomLab::constraint( const Json & document, const std::string & vrf ) {
    Json constraint = Json::object();
-   for ( const char * field : { "includeAllAdminGroup", "includeAnyAdminGroup", "excludeAdminGroup" } ) {
+   for ( const char * field :
+         { "includeAllAdminGroup", "includeAnyAdminGroup", "excludeAdminGroup" } ) {
       if ( oneIn( 5 ) ) {
          constraint[ field ] = 1u << below( 3 );
       }
@@ -150,8 +155,11 @@ RandomLab::constraint( const Json & document ) {
    if ( !interfaces.empty() && oneIn( 3 ) ) {
       constraint[ "excludeIntf" ] = interfaces[ below( interfaces.size() ) ];
    }
-   if ( !interfaces.empty() && oneIn( 4 ) ) {
-      constraint[ "excludeNode" ] = { { "node", "R" + std::to_string( 1 + below( routers_ - 1 ) ) },
+   const Json & topology = document[ "topologies" ][ keyOf( document[ "topologies" ] ) ];
+   const std::string node = keyOf( topology[ "routers" ] );
+   if ( !interfaces.empty() && node != "R0" && topology.value( "vrf", "default" ) == vrf
+        && oneIn( 3 ) ) {
+      constraint[ "excludeNode" ] = { { "node", node },
                                       { "nexthopIntf", interfaces[ below( interfaces.size() ) ] } };
    }
    for ( const char * field : { "excludeSrlg", "srlgStrictMode", "srlgExcludeOnlyLocalLinks" } ) {
@@ -161,7 +169,8 @@ RandomLab::constraint( const Json & document ) {
    }
    if ( oneIn( 5 ) ) {
       constraint[ "excludeLinkWithIp" ] = { "10.64.0." + std::to_string( 1 + below( addresses_ ) ),
-                                            "10.64.0." + std::to_string( 1 + below( addresses_ ) ) };
+                                            "10.64.0."
+                                               + std::to_string( 1 + below( addresses_ ) ) };
    }
    if ( oneIn( 6 ) ) {
       constraint[ "topoId" ] = keyOf( document[ "topologies" ] );
@@ -180,7 +189,7 @@ RandomLab::path( const Json & document ) {
       path[ "vrf" ] = "red";
    }
    if ( !oneIn( 4 ) ) {
-      path[ "constraint" ] = constraint( document );
+      path[ "constraint" ] = constraint( document, path.value( "vrf", "default" ) );
    }
    return path;
 }
@@ -234,15 +243,20 @@ RandomLab::topologyEvent( const Json & topology ) {
    const std::string link = keyOf( topology[ "links" ] );
    const std::string lan = keyOf( topology.value( "lans", Json::object() ) );
    switch ( below( 9 ) ) {
-   case 0: return { { "routers", { { name, { { "overload", !router.value( "overload", false ) } } } } } };
+   case 0:
+      return {
+         { "routers", { { name, { { "overload", !router.value( "overload", false ) } } } } } };
    case 1:
-      return { { "routers",
-                 { { name, { { "teRouterId", router.value( "teRouterId", Json() ).is_null()
-                                                ? Json( "10.0.0." + std::to_string( name[ 1 ] - '0' + 1 ) )
-                                                : Json() } } } } } };
+      return {
+         { "routers",
+           { { name,
+               { { "teRouterId", router.value( "teRouterId", Json() ).is_null()
+                                    ? Json( "10.0.0." + std::to_string( name[ 1 ] - '0' + 1 ) )
+                                    : Json() } } } } } };
    case 2:
-      return { { "links", { { "new" + std::to_string( below( 20 ) ),
-                              this->link( name, keyOf( topology[ "routers" ] ) ) } } } };
+      return { { "links",
+                 { { "new" + std::to_string( below( 20 ) ),
+                     this->link( name, keyOf( topology[ "routers" ] ) ) } } } };
    case 3:
       if ( !lan.empty() ) {
          const Json & members = topology[ "lans" ][ lan ][ "members" ];
@@ -258,8 +272,9 @@ RandomLab::topologyEvent( const Json & topology ) {
       }
       [[fallthrough]];
    default:
-      return link.empty() ? Json::object()
-                          : Json{ { "links", { { link, linkEvent( topology[ "links" ][ link ] ) } } } };
+      return link.empty()
+                ? Json::object()
+                : Json{ { "links", { { link, linkEvent( topology[ "links" ][ link ] ) } } } };
    }
 }
 
@@ -270,8 +285,10 @@ RandomLab::clientEvent( const Json & document ) {
    switch ( below( 6 ) ) {
    case 0: return { { "clients", { { client, nullptr } } } };
    case 1:
-      return { { "clients", { { client, { { "vrf", { { "default", true }, { "red", oneIn( 2 ) } } },
-                                          { "addressFamily", { { "ipv4", !oneIn( 4 ) } } } } } } } };
+      return { { "clients",
+                 { { client,
+                     { { "vrf", { { "default", true }, { "red", oneIn( 2 ) } } },
+                       { "addressFamily", { { "ipv4", !oneIn( 4 ) } } } } } } } };
    case 2:
       if ( !name.empty() ) {
          return { { "paths", { { client, { { name, nullptr } } } } } };
@@ -279,7 +296,10 @@ RandomLab::clientEvent( const Json & document ) {
       [[fallthrough]];
    case 3:
       if ( !name.empty() ) {
-         return { { "paths", { { client, { { name, { { "constraint", constraint( document ) } } } } } } } };
+         const std::string vrf = document[ "paths" ][ client ][ name ].value( "vrf", "default" );
+         return {
+            { "paths",
+              { { client, { { name, { { "constraint", constraint( document, vrf ) } } } } } } } };
       }
       [[fallthrough]];
    default: {

@@ -21,9 +21,10 @@ class RandomLab {
    /// still uses, say): such a one is to be passed over.
    Json event( const Json & document );
 
- private:
    unsigned below( unsigned n ) { return static_cast< unsigned >( engine_() % n ); }
    bool oneIn( unsigned n ) { return below( n ) == 0; }
+
+ private:
    std::string router() { return "R" + std::to_string( below( routers_ ) ); }
    std::string address();
    Json attributes();
@@ -32,7 +33,7 @@ class RandomLab {
    Json routerIn( bool isis, unsigned n );
    Json topology( unsigned kind );
    Json path( const Json & document );
-   Json constraint( const Json & document );
+   Json constraint( const Json & document, const std::string & vrf );
    Json topologyEvent( const Json & topology );
    Json linkEvent( const Json & link );
    Json clientEvent( const Json & document );

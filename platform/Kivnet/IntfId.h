@@ -2,9 +2,11 @@
 
 #include <compare>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Kivnet {
 
@@ -15,16 +17,24 @@ class IntfId {
    constexpr IntfId() noexcept = default;
    IntfId( std::string_view name );
 
-   const std::string & stringValue() const noexcept { return *name_; }
-   std::size_t hash() const noexcept { return std::hash< std::string >()( *name_ ); }
-   explicit operator bool() const noexcept { return !name_->empty(); }
+   /// The interface of that number in this process. REQUIRES: `number()` gave it.
+   static IntfId fromNumber( std::uint32_t number );
+
+   const std::string & stringValue() const noexcept { return name_->first; }
+   /// Stands for the name while the process lives; 0 for none.
+   std::uint32_t number() const noexcept { return name_->second; }
+   std::size_t hash() const noexcept { return std::hash< std::string >()( name_->first ); }
+   explicit operator bool() const noexcept { return name_->second != 0; }
    bool operator==( const IntfId & other ) const noexcept { return name_ == other.name_; }
-   auto operator<=>( const IntfId & other ) const noexcept { return *name_ <=> *other.name_; }
+   auto operator<=>( const IntfId & other ) const noexcept {
+      return name_->first <=> other.name_->first;
+   }
 
  private:
-   static const std::string noName;
+   using Name = std::pair< const std::string, std::uint32_t >;
+   static const Name noName;
 
-   const std::string * name_ = &noName;
+   const Name * name_ = &noName;
 };
 
 }

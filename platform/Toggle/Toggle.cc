@@ -59,6 +59,20 @@ getToggleState( const std::string & toggleName, const std::string & fileName, bo
    return find( json.view(), toggleName ).value_or( defaultState );
 }
 
+bool
+getToggleStateOnce( const std::string & toggleName, const std::string & fileName,
+                    bool defaultState ) {
+   if ( const auto at = overrides.find( toggleName ); at != overrides.end() ) {
+      return at->second;
+   }
+   static std::map< std::pair< std::string, std::string >, bool > known;
+   const auto [ at, fresh ] = known.try_emplace( { fileName, toggleName } );
+   if ( fresh ) {
+      at->second = getToggleState( toggleName, fileName, defaultState );
+   }
+   return at->second;
+}
+
 void
 toggleOverrideIs( const std::string & toggleName, std::optional< bool > state ) {
    if ( state ) {

@@ -5,6 +5,7 @@
 #include "platform/Trace/Gemtrace.h"
 #include "platform/Trace/Velotrace.h"
 #include "schema/Types.h"
+#include "tools/lab/AgentLibrary.h"
 #include "tools/lab/LabLoad.h"
 #include "tools/service/ControlServer.h"
 #include "tools/service/UnixSocket.h"
@@ -12,7 +13,6 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sys/epoll.h>
@@ -28,20 +28,6 @@ struct Options {
    std::string traceFile;
    std::string lab;
 };
-
-/// The library beside the programs: ../lib of the directory that this program stands in.
-std::string
-defaultLibrary() {
-   std::error_code ignored;
-   const auto program = std::filesystem::read_symlink( "/proc/self/exe", ignored );
-   for ( const char * where : { "../lib/libCspfAgent.so", "../lib/cspf/libCspfAgent.so" } ) {
-      const auto library = program.parent_path() / where;
-      if ( std::filesystem::exists( library, ignored ) ) {
-         return library.lexically_normal();
-      }
-   }
-   return "libCspfAgent.so";
-}
 
 /// The text trace in a file, which may be moved away and reopened.
 class TraceFile {
@@ -123,7 +109,7 @@ serve( const Options & options ) {
       Lab::loadLabFile( options.lab, state, tables );
    }
 
-   const AgentRunner::Library library( options.library.empty() ? defaultLibrary()
+   const AgentRunner::Library library( options.library.empty() ? Lab::agentLibraryPath()
                                                                : options.library );
    AgentRunner::Runner runner( loop, state, tables, library.factory(), options.name );
    Service::StateView view( state, tables );
@@ -141,7 +127,7 @@ int
 main( int argc, char ** argv ) {
    Options options;
    CLI::App app{ "Runs the CSPF agent and serves its state on a control socket" };
-   app.add_option( "--library", options.library, "agent library (default: beside this program)" );
+   app.add_option( "--library", options.library, "agent library (default: the one beside this program)" );
    app.add_option( "--name", options.name, "name of the agent and of its trace ring" )
       ->capture_default_str();
    app.add_option( "--socket", options.socket, "control socket" )->capture_default_str();

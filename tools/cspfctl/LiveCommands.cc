@@ -46,23 +46,32 @@ joined( const Json & list ) {
    return text;
 }
 
+std::string
+contentOf( const std::string & fileName ) {
+   std::ifstream in( fileName );
+   std::string content( std::istreambuf_iterator< char >( in ), {} );
+   if ( !in.is_open() || in.bad() ) {
+      throw std::runtime_error( fileName + ": cannot be read" );
+   }
+   return content;
+}
+
+Json
+parsed( const std::string & what, const std::string & text ) {
+   try {
+      return Json::parse( text );
+   } catch ( const Json::exception & error ) {
+      throw std::runtime_error( what + " is no JSON: " + error.what() );
+   }
+}
+
 Json
 readPatch( const std::string & text ) {
-   std::string json = text;
    if ( text == "-" ) {
-      json.assign( std::istreambuf_iterator< char >( std::cin ), {} );
-   } else if ( text.starts_with( '@' ) ) {
-      std::ifstream in( text.substr( 1 ) );
-      if ( !in ) {
-         throw std::runtime_error( text.substr( 1 ) + ": cannot be read" );
-      }
-      json.assign( std::istreambuf_iterator< char >( in ), {} );
+      return parsed( "the patch",
+                     std::string( std::istreambuf_iterator< char >( std::cin ), {} ) );
    }
-   try {
-      return Json::parse( json );
-   } catch ( const Json::exception & error ) {
-      throw std::runtime_error( std::string( "the patch is no JSON: " ) + error.what() );
-   }
+   return parsed( "the patch", text.starts_with( '@' ) ? contentOf( text.substr( 1 ) ) : text );
 }
 
 void
@@ -75,6 +84,12 @@ void
 runPatch( const Options & options ) {
    const Json patch = readPatch( options.patch );
    Client( options.socket ).call( "patch", { { "path", options.path }, { "patch", patch } } );
+}
+
+void
+runLoad( const Options & options ) {
+   const Json lab = parsed( options.path, contentOf( options.path ) );
+   Client( options.socket ).call( "load", { { "lab", lab } } );
 }
 
 void
@@ -176,6 +191,9 @@ addLiveCommands( CLI::App & app ) {
       add( app, "patch", "Change the state at a path by a JSON merge patch", options, runPatch );
    patch->add_option( "path", options->path, "state path" )->required();
    patch->add_option( "patch", options->patch, "the patch; @FILE, or - for standard input" )
+      ->required();
+   add( app, "load", "Write the state of a lab around a running agent", options, runLoad )
+      ->add_option( "lab", options->path, "lab file; its events are left out" )
       ->required();
    add( app, "watch", "Show the state at paths, then each change", options, runWatch )
       ->add_option( "paths", options->paths, "state paths" )

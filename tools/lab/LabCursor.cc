@@ -31,8 +31,8 @@ LabCursor::fail( const std::string & expected, const std::string & found ) const
 
 void
 LabCursor::failMissing( std::string_view key, const std::string & expected ) const {
-   throw LabError( pointer() + "/" + pointerToken( key ), "expected " + expected + ", found nothing",
-                   true );
+   throw LabError( pointer() + "/" + pointerToken( key ),
+                   "expected " + expected + ", found nothing", true );
 }
 
 const LabJsonObject &
@@ -99,9 +99,9 @@ readSeconds( const LabCursor & at ) {
 
 float
 readBandwidth( const LabCursor & at ) {
-   return static_cast< float >(
-      orFail( at, number( at.value(), std::numeric_limits< float >::max() ),
-              "bytes per second, from 0 to 3.4e38" ) );
+   return static_cast< float >( orFail( at,
+                                        number( at.value(), std::numeric_limits< float >::max() ),
+                                        "bytes per second, from 0 to 3.4e38" ) );
 }
 
 std::uint32_t
@@ -128,7 +128,8 @@ readText( const LabCursor & at, const char * expected ) {
 Kivnet::IntfId
 readIntf( const LabCursor & at ) {
    const auto * name = at.value().as< std::string >();
-   return std::string_view( orFail( at, name && !name->empty() ? name : nullptr, "an interface name" ) );
+   return std::string_view(
+      orFail( at, name && !name->empty() ? name : nullptr, "an interface name" ) );
 }
 
 Kivnet::IpAddr

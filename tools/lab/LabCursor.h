@@ -18,9 +18,13 @@ class LabCursor {
  public:
    explicit LabCursor( const LabJson & root ) : value_( root ) {}
    LabCursor( const LabCursor & parent, std::string_view key, const LabJson & value )
-      : value_( value ), parent_( &parent ), key_( key ) {}
+      : value_( value ),
+        parent_( &parent ),
+        key_( key ) {}
    LabCursor( const LabCursor & parent, std::size_t index, const LabJson & value )
-      : value_( value ), parent_( &parent ), index_( index ) {}
+      : value_( value ),
+        parent_( &parent ),
+        index_( index ) {}
 
    const LabJson & value() const noexcept { return value_; }
    /// The key under which the value stands; "" in a list.
@@ -80,8 +84,7 @@ readObject( const LabCursor & at, const LabKey< Read > &... keys ) {
    ( require( keys ), ... );
    for ( const LabJsonMember & member : members ) {
       const LabCursor here( at, member.key, member.value );
-      const bool known =
-         ( ( member.key == keys.name && ( keys.read( here ), true ) ) || ... );
+      const bool known = ( ( member.key == keys.name && ( keys.read( here ), true ) ) || ... );
       if ( !known ) {
          failUnknown( here, { keys.name... } );
       }
@@ -110,8 +113,7 @@ forEachElement( const LabCursor & at, const LabJsonArray & elements, Read && rea
 /// What `found` points at or holds; fails where that is nothing.
 template< class Found >
 auto
-orFail( const LabCursor & at, const Found & found, const char * expected )
-   -> decltype( *found ) {
+orFail( const LabCursor & at, const Found & found, const char * expected ) -> decltype( *found ) {
    if ( !found ) {
       at.fail( expected );
    }

@@ -39,8 +39,8 @@ struct LabLinkAttributes {
    std::optional< std::uint32_t > teMetric;
    std::uint32_t adminGroup = 0;
    Srlgs srlg;
-   float bandwidth = 0;                     ///< bytes per second
-   std::array< float, 8 > unreserved{};     ///< by priority, bytes per second
+   float bandwidth = 0;                  ///< bytes per second
+   std::array< float, 8 > unreserved{};  ///< by priority, bytes per second
 
    bool operator==( const LabLinkAttributes & ) const = default;
 };
@@ -89,7 +89,7 @@ struct LabTopology {
    Vrf vrf = Vrf::defaultVrf();
    Af af = Af::ipv4;
    Cspf::TopoId id;
-   bool exported = false;     ///< announced under "routing/topoDbExport"
+   bool exported = false;  ///< announced under "routing/topoDbExport"
    bool exportReady = true;
    std::map< std::string, LabRouter > routers;
    std::map< std::string, LabLink > links;
@@ -208,7 +208,7 @@ struct LabAdjacency {
    const std::string * link = nullptr;      ///< name
    const LabLinkEnd * near = nullptr;
    const LabLinkEnd * far = nullptr;
-   const LabRouter * neighbor = nullptr;    ///< of `far`
+   const LabRouter * neighbor = nullptr;  ///< of `far`
 };
 
 /// The first point-to-point link, by topology and link name, that leaves the document's router by

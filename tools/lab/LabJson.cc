@@ -23,7 +23,8 @@ constexpr std::size_t shortLength = 48;
 std::string
 printable( std::string_view text ) {
    std::string out( text.substr( 0, shortLength * 2 ) );
-   std::replace_if( out.begin(), out.end(), []( char c ) { return c < ' ' || c > '~'; }, '?' );
+   std::replace_if(
+      out.begin(), out.end(), []( char c ) { return c < ' ' || c > '~'; }, '?' );
    return text.size() > out.size() ? out + "..." : out;
 }
 
@@ -134,7 +135,8 @@ class Builder {
    std::string pointer() const {
       std::string text;
       for ( const LabJson * value : open_ ) {
-         if ( const auto * elements = value->as< LabJsonArray >(); elements && !elements->empty() ) {
+         if ( const auto * elements = value->as< LabJsonArray >();
+              elements && !elements->empty() ) {
             text += "/" + std::to_string( elements->size() - 1 );
          } else if ( const auto * members = value->as< LabJsonObject >();
                      members && !members->empty() ) {
@@ -172,8 +174,10 @@ plainToken( std::string_view token ) {
 }
 
 LabError::LabError( std::string pointer, std::string text, bool missing )
-   : std::runtime_error( oneLine( pointer, text ) ), pointer_( std::move( pointer ) ),
-     text_( std::move( text ) ), missing_( missing ) {}
+   : std::runtime_error( oneLine( pointer, text ) ),
+     pointer_( std::move( pointer ) ),
+     text_( std::move( text ) ),
+     missing_( missing ) {}
 
 LabJson
 LabJson::parse( std::string_view text ) {

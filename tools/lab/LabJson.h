@@ -46,9 +46,15 @@ class LabJson {
    /// Deepest nesting of arrays and objects that is read; walks over the document recurse.
    static constexpr std::size_t maxDepth = 64;
 
-   LabJson() = default;
+   LabJson() noexcept;
    template< class T >
-   explicit LabJson( T value ) : value_( std::move( value ) ) {}
+   explicit LabJson( T value );
+   // Where members are complete.
+   LabJson( const LabJson & );
+   LabJson( LabJson && ) noexcept;
+   LabJson & operator=( const LabJson & );
+   LabJson & operator=( LabJson && ) noexcept;
+   ~LabJson();
 
    /// Throws LabError with line and column where the text is not JSON in UTF-8, for a key that
    /// stands twice in one object, and for too deep nesting.
@@ -84,13 +90,22 @@ class LabJson {
 
    std::variant< std::nullptr_t, bool, std::uint64_t, std::int64_t, LabJsonReal, std::string,
                  LabJsonArray, LabJsonObject >
-      value_ = nullptr;
+      value_;
 };
 
 struct LabJsonMember {
    std::string key;
    LabJson value;
 };
+
+inline LabJson::LabJson() noexcept = default;
+template< class T >
+LabJson::LabJson( T value ) : value_( std::move( value ) ) {}
+inline LabJson::LabJson( const LabJson & ) = default;
+inline LabJson::LabJson( LabJson && ) noexcept = default;
+inline LabJson & LabJson::operator=( const LabJson & ) = default;
+inline LabJson & LabJson::operator=( LabJson && ) noexcept = default;
+inline LabJson::~LabJson() = default;
 
 /// The token as it stands in a JSON pointer: "~" as "~0", "/" as "~1".
 std::string pointerToken( std::string_view token );

@@ -83,10 +83,12 @@ addAdjacencies( LabAdjacencies & adjacencies, const LabTopology & topology,
          continue;
       }
       if ( link.a.router == self ) {
-         adjacencyIs( adjacencies, link.a.intf, topology.routers.at( link.b.router ), link.b.addrs );
+         adjacencyIs( adjacencies, link.a.intf, topology.routers.at( link.b.router ),
+                      link.b.addrs );
       }
       if ( link.b.router == self ) {
-         adjacencyIs( adjacencies, link.b.intf, topology.routers.at( link.a.router ), link.a.addrs );
+         adjacencyIs( adjacencies, link.b.intf, topology.routers.at( link.a.router ),
+                      link.a.addrs );
       }
    }
    for ( const auto & [ name, lan ] : topology.lans ) {
@@ -96,7 +98,8 @@ addAdjacencies( LabAdjacencies & adjacencies, const LabTopology & topology,
       }
       for ( const auto & [ router, member ] : lan.members ) {
          if ( router != self && member.attached ) {
-            adjacencyIs( adjacencies, own->second.intf, topology.routers.at( router ), member.addrs );
+            adjacencyIs( adjacencies, own->second.intf, topology.routers.at( router ),
+                         member.addrs );
          }
       }
    }
@@ -125,7 +128,8 @@ nodeOf( const LabDocument & document, const LabPath & path, const std::string & 
 }
 
 void
-neighborIs( Cspf::PathConstraint & constraint, const LabDocument & document, const LabPath & path ) {
+neighborIs( Cspf::PathConstraint & constraint, const LabDocument & document,
+            const LabPath & path ) {
    const auto neighbor = adjacency( document, path.vrf, path.af, constraint.excludeIntf() );
    if ( !neighbor ) {
       return;

@@ -9,7 +9,8 @@
 #include <string>
 #include <utility>
 
-/// A lab's document as the records of the state that it stands for. Plain data, no state is touched.
+/// A lab's document as the records of the state that it stands for. Plain data, no state is
+/// touched.
 namespace Lab {
 
 /// Numbers that tell parallel links apart. A link keeps its number for as long as this object

@@ -8,13 +8,13 @@
 namespace Lab {
 
 struct RunOptions {
-   bool json = false;      ///< one JSON document a line instead of tables
-   bool verbose = false;   ///< the agent's traces, with the time of the lab, on `err`
-   bool realtime = false;  ///< the wall clock instead of the virtual one
-   std::uint32_t seed = 1; ///< of the choice among equal-cost links
-   bool colour = false;    ///< `out` is a terminal that shows colours
-   bool progress = false;  ///< `err` is a terminal
-   unsigned width = 0;     ///< columns of `out`; 0: no limit
+   bool json = false;       ///< one JSON document a line instead of tables
+   bool verbose = false;    ///< the agent's traces, with the time of the lab, on `err`
+   bool realtime = false;   ///< the wall clock instead of the virtual one
+   std::uint32_t seed = 1;  ///< of the choice among equal-cost links
+   bool colour = false;     ///< `out` is a terminal that shows colours
+   bool progress = false;   ///< `err` is a terminal
+   unsigned width = 0;      ///< columns of `out`; 0: no limit
 };
 
 /// Exit statuses of a run; 3 is that of a broken invariant.

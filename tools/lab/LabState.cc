@@ -28,12 +28,13 @@ sync( const Live & live, const Wanted & wanted, Is && is, Del && del ) {
 void
 fillClient( Cspf::Client & entity, const LabClient & client ) {
    entity.bwmRequiredIs( client.bwmRequired );
-   sync( entity.addressFamilyColl(), client.addressFamily,
-         [ & ]( auto af, bool on ) { entity.addressFamilyIs( af, on ); },
-         [ & ]( auto af ) { entity.addressFamilyDel( af ); } );
-   sync( entity.vrfColl(), client.vrf,
-         [ & ]( const auto & vrf, bool on ) { entity.vrfIs( vrf, on ); },
-         [ & ]( const auto & vrf ) { entity.vrfDel( vrf ); } );
+   sync(
+      entity.addressFamilyColl(), client.addressFamily,
+      [ & ]( auto af, bool on ) { entity.addressFamilyIs( af, on ); },
+      [ & ]( auto af ) { entity.addressFamilyDel( af ); } );
+   sync(
+      entity.vrfColl(), client.vrf, [ & ]( const auto & vrf, bool on ) { entity.vrfIs( vrf, on ); },
+      [ & ]( const auto & vrf ) { entity.vrfDel( vrf ); } );
 }
 
 /// Whether both stand in the same table under the same announcement.
@@ -74,9 +75,10 @@ LabState::writeConfiguration( const LabDocument & document ) {
       }
    }
    const auto te = state_.entityIs< TrafficEngineering::Config >( "te/config" );
-   sync( te->intfSrlgColl(), srlgs,
-         [ & ]( const auto & intf, const auto & set ) { te->intfSrlgIs( intf, set ); },
-         [ & ]( const auto & intf ) { te->intfSrlgDel( intf ); } );
+   sync(
+      te->intfSrlgColl(), srlgs,
+      [ & ]( const auto & intf, const auto & set ) { te->intfSrlgIs( intf, set ); },
+      [ & ]( const auto & intf ) { te->intfSrlgDel( intf ); } );
    te->routerIdIs( document.te.routerId );
    te->enabledIs( document.te.enabled );
 }
@@ -160,13 +162,16 @@ LabState::topologyDel( const std::string & name, const LabTopology & topology ) 
 void
 LabState::writeAdjacencies( const LabDocument & document ) {
    const auto before = adjacenciesOf( written_ ), after = adjacenciesOf( document );
-   const auto path = []( const Vrf & vrf ) { return "routing/isis/adjacency/" + vrf.stringValue(); };
+   const auto path = []( const Vrf & vrf ) {
+      return "routing/isis/adjacency/" + vrf.stringValue();
+   };
    const auto write = [ & ]( const Vrf & vrf, const LabAdjacencies & wanted ) {
       const auto table =
          Lum::cast< IsisExportImpl::IsisAdjacencyInfo >( tables_.table( path( vrf ) ) );
-      sync( table->adjacencyColl(), wanted,
-            [ & ]( const auto & key, const auto & value ) { table->adjacencyIs( key, value ); },
-            [ & ]( const auto & key ) { table->adjacencyDel( key ); } );
+      sync(
+         table->adjacencyColl(), wanted,
+         [ & ]( const auto & key, const auto & value ) { table->adjacencyIs( key, value ); },
+         [ & ]( const auto & key ) { table->adjacencyDel( key ); } );
    };
    diffMaps(
       before, after,
@@ -194,10 +199,10 @@ LabState::writePaths( const LabDocument & document ) {
    for ( const auto & entry : configs_ ) {
       Cspf::Config & config = *entry.second;
       const auto at = wanted.find( entry.first );
-      sync( config.pathConfigColl(),
-            at == wanted.end() ? LabConfigs::mapped_type() : at->second,
-            [ & ]( const auto &, const auto & asked ) { config.pathConfigIs( asked ); },
-            [ & ]( const auto & key ) { config.pathConfigDel( key ); } );
+      sync(
+         config.pathConfigColl(), at == wanted.end() ? LabConfigs::mapped_type() : at->second,
+         [ & ]( const auto &, const auto & asked ) { config.pathConfigIs( asked ); },
+         [ & ]( const auto & key ) { config.pathConfigDel( key ); } );
    }
 }
 

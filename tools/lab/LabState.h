@@ -12,7 +12,8 @@ class LabState {
  public:
    /// The stores outlive it.
    LabState( Corvdb::StateStore & state, Zorch::TableStore & tables )
-      : state_( state ), tables_( tables ) {}
+      : state_( state ),
+        tables_( tables ) {}
 
    /// Brings state from the document written last (at first: from nothing) to this one, an entity
    /// or an entry of a table at a time. What is the same is not touched.

@@ -25,7 +25,7 @@ constexpr std::array tableKinds = {
 };
 
 /// What the agent publishes; nobody else writes there.
-constexpr std::array< std::string_view, 9 > agentsOwn = {
+constexpr std::array< std::string_view, 10 > agentsOwn = {
    "te/cspf/status/",
    "te/cspf/intfIpToRouterId/",
    "te/cspf/constraintStatus/",
@@ -33,6 +33,7 @@ constexpr std::array< std::string_view, 9 > agentsOwn = {
    "te/cspf/agentStatus",
    "te/bwm/activeStatus",
    "te/bwm/client/status/",
+   "te/bwm/status/",
    "routing/export/topodb/client",
    "routing6/export/topodb/client",
 };

@@ -166,8 +166,7 @@ void mergeEntity( Lum::Entity & entity, const Json & patch, const Place & place,
 
 template< class E >
 Lum::Ptr< E >
-childFromJson( const Lum::Ptr< E > & present, const Json & patch, const Place & place,
-               Walk walk ) {
+childFromJson( const Lum::Ptr< E > & present, const Json & patch, const Place & place, Walk walk ) {
    if constexpr ( std::same_as< E, Lum::Entity > ) {
       const auto type = patch.is_object() ? patch.find( "type" ) : patch.end();
       const bool typed = patch.is_object() && type != patch.end();
@@ -192,14 +191,27 @@ childFromJson( const Lum::Ptr< E > & present, const Json & patch, const Place & 
 
 template< class T >
 T
-entryFromJson( const T * present, const Json & patch, const Place & place, Walk walk ) {
+entryFromJson( T present, const Json & patch, const Place & place, Walk walk ) {
    if constexpr ( Lum::isPtr< T > ) {
-      return childFromJson( present ? *present : T(), patch, place, walk );
+      return childFromJson( present, patch, place, walk );
    } else {
-      T value = present ? *present : T{};
-      mergeValue( value, patch, place );
-      return value;
+      mergeValue( present, patch, place );
+      return present;
    }
+}
+
+/// A value that begins with its own key has it from the start.
+template< class T, class Key >
+T
+newEntry( const Key & key ) {
+   T value{};
+   if constexpr ( Lum::Described< T > && !Lum::isPtr< T > ) {
+      constexpr auto first = std::get< 0 >( Lum::fields< T > ).member;
+      if constexpr ( std::same_as< std::remove_cvref_t< decltype( value.*first ) >, Key > ) {
+         value.*first = key;
+      }
+   }
+   return value;
 }
 
 /// A collection with text keys: the patch names the entries that change.
@@ -209,7 +221,8 @@ mergeEntries( E & entity, const F & field, const Coll & coll, const Json & patch
               const Place & place, Walk walk ) {
    using Key = typename Coll::key_type;
    if ( patch.is_null() ) {
-      for ( const auto & key : walk == Walk::apply ? Lum::sortedKeys( coll ) : std::vector< Key >() ) {
+      for ( const auto & key :
+            walk == Walk::apply ? Lum::sortedKeys( coll ) : std::vector< Key >() ) {
          field.del( entity, key );
       }
       return;
@@ -230,7 +243,9 @@ mergeEntries( E & entity, const F & field, const Coll & coll, const Json & patch
          continue;
       }
       const auto at = coll.find( *key );
-      auto value = entryFromJson( at == coll.end() ? nullptr : &at->second, part, here, walk );
+      using T = typename Coll::mapped_type;
+      T value =
+         entryFromJson( at == coll.end() ? newEntry< T >( *key ) : at->second, part, here, walk );
       if ( walk == Walk::apply ) {
          field.is( entity, *key, std::move( value ) );
       }
@@ -257,7 +272,8 @@ replaceEntries( E & entity, const F & field, const Coll & coll, const Json & pat
       }
       Key key{};
       mergeValue( key, entry[ "key" ], Place( here, "key" ) );
-      T value = entryFromJson< T >( nullptr, entry[ "value" ], Place( here, "value" ), Walk::apply );
+      T value = entryFromJson( newEntry< T >( key ), entry[ "value" ], Place( here, "value" ),
+                               Walk::apply );
       const auto at = coll.find( key );
       if ( Lum::isPtr< T > && at != coll.end()
            && valueToJson( at->second ) == valueToJson( value ) ) {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Lum/Value.h"
-#include "schema/VertexId.h"
+#include "schema/CspfKeys.h"
 
 #include <charconv>
 #include <limits>
@@ -15,17 +15,31 @@ namespace State {
 
 std::string vertexText( const Cspf::VertexIdentifierBase & vertex, bool igpRouter );
 std::optional< Cspf::VertexIdentifierBase > parseVertex( std::string_view text, bool igpRouter );
+/// "10.0.0.4#1": destination and id.
+std::string compositeText( const Cspf::PathKey & key );
+/// "0000.0000.0001 p2p 0000.0000.0002#1": owner, type, neighbour and link id.
+std::string compositeText( const Routing::Topology::NeighborKey & key );
+/// False, with `key` in an unknown state, where the text is none of its type.
+bool parseComposite( std::string_view text, Cspf::PathKey & key );
+bool parseComposite( std::string_view text, Routing::Topology::NeighborKey & key );
 
 template< class T >
 concept Vertex = std::derived_from< T, Cspf::VertexIdentifierBase >;
 template< class T >
-concept Bounded = requires { typename T::lumBounded; };
+concept Bounded = requires {
+   typename T::lumBounded;
+};
 template< class T >
 concept Number = std::is_arithmetic_v< T > && !std::same_as< T, bool >;
 template< class T >
 concept Parsed = requires( const T & value, std::string_view text ) {
    { T::parse( text ) } -> std::convertible_to< std::optional< T > >;
    value.stringValue();
+};
+/// A key of several parts.
+template< class T >
+concept Composite = requires( T & key ) {
+   parseComposite( std::string_view(), key );
 };
 /// A name: made from any text, or from one that its bound admits.
 template< class T >
@@ -37,7 +51,9 @@ concept Named = !Parsed< T > && !Lum::Described< T > && requires( const T & valu
 template< class T >
 constexpr bool
 hasText() {
-   if constexpr ( Lum::Described< T > && !Parsed< T > ) {
+   if constexpr ( Composite< T > ) {
+      return true;
+   } else if constexpr ( Lum::Described< T > && !Parsed< T > ) {
       // A value that is one id under another name has that id's text.
       if constexpr ( std::tuple_size_v< decltype( Lum::fields< T > ) > == 1 ) {
          constexpr auto only = std::get< 0 >( Lum::fields< T > );
@@ -47,8 +63,8 @@ hasText() {
          return false;
       }
    } else {
-      return Vertex< T > || Bounded< T > || std::is_integral_v< T > || Parsed< T > || Named< T >
-             || Lum::NamedEnum< T > || std::same_as< T, std::string >;
+      return Vertex<
+                T > || Bounded< T > || std::is_integral_v< T > || Parsed< T > || Named< T > || Lum::NamedEnum< T > || std::same_as< T, std::string >;
    }
 }
 
@@ -60,6 +76,8 @@ std::string
 toText( const T & value ) {
    if constexpr ( Vertex< T > ) {
       return vertexText( value, std::same_as< T, Cspf::IgpRouterId > );
+   } else if constexpr ( Composite< T > ) {
+      return compositeText( value );
    } else if constexpr ( Parsed< T > ) {
       const std::string text = value.stringValue();
       return value == T() && T::parse( text ) != std::optional( value ) ? std::string() : text;
@@ -78,6 +96,9 @@ fromText( std::string_view text ) {
    } else if constexpr ( Vertex< T > ) {
       const auto vertex = parseVertex( text, std::same_as< T, Cspf::IgpRouterId > );
       return vertex ? std::optional( T( *vertex ) ) : std::nullopt;
+   } else if constexpr ( Composite< T > ) {
+      T key;
+      return parseComposite( text, key ) ? std::optional( key ) : std::nullopt;
    } else if constexpr ( Lum::NamedEnum< T > ) {
       return Lum::enumParse< T >( text );
    } else if constexpr ( Bounded< T > ) {
@@ -125,6 +146,10 @@ textExpected() {
              + std::to_string( std::numeric_limits< T >::max() );
    } else if constexpr ( Vertex< T > ) {
       return "the text of a router, an address or a prefix";
+   } else if constexpr ( std::same_as< T, Cspf::PathKey > ) {
+      return "a path such as \"10.0.0.4#1\"";
+   } else if constexpr ( std::same_as< T, Routing::Topology::NeighborKey > ) {
+      return "a link such as \"0000.0000.0001 p2p 0000.0000.0002#1\"";
    } else if constexpr ( std::same_as< T, Kivnet::IpGenAddr > ) {
       return "an address";
    } else if constexpr ( std::same_as< T, Kivnet::IpAddr > ) {

@@ -2,8 +2,8 @@
 // only at run time. Each type's functions are instances of the one codec; this file is the only
 // one that instantiates it for all types.
 
-#include "schema/EntityTypes.h"
 #include "tools/state/StateTypes.h"
+#include "schema/EntityTypes.h"
 
 #include "tools/state/JsonCodec.h"
 
@@ -67,15 +67,13 @@ parseVertexOf( Cspf::VertexType type, std::string_view text ) {
    if ( const Cspf::VertexIdentifierBase vertex( type, text ); vertex ) {
       return vertex;
    }
-   const bool router =
-      type == Cspf::VertexType::isisRouter || type == Cspf::VertexType::ospfRouter;
+   const bool router = type == Cspf::VertexType::isisRouter || type == Cspf::VertexType::ospfRouter;
    if ( !router || text.size() < 4 || text[ text.size() - 3 ] != '.' ) {
       return std::nullopt;
    }
    const Cspf::VertexIdentifierBase owner( type, text.substr( 0, text.size() - 3 ) );
    std::uint8_t number = 0;
-   const auto [ end, error ] =
-      std::from_chars( text.end() - 2, text.end(), number, 16 );
+   const auto [ end, error ] = std::from_chars( text.end() - 2, text.end(), number, 16 );
    return owner && error == std::errc() && end == text.end()
              ? std::optional( owner.pseudonode( number ) )
              : std::nullopt;
@@ -134,6 +132,50 @@ parseVertex( std::string_view text, bool igpRouter ) {
       }
    }
    return std::nullopt;
+}
+
+namespace {
+
+/// Parses the text as the parts, each of which ends where the next one's separator begins.
+template< class Part, class... Rest >
+bool
+parseParts( std::string_view text, Part & part, Rest &... rest ) {
+   const auto end = sizeof...( rest ) == 0   ? text.size()
+                    : sizeof...( rest ) == 1 ? text.rfind( '#' )
+                                             : text.find( ' ' );
+   const auto parsed = end == text.npos ? std::nullopt : fromText< Part >( text.substr( 0, end ) );
+   if ( !parsed ) {
+      return false;
+   }
+   part = *parsed;
+   if constexpr ( sizeof...( rest ) > 0 ) {
+      return parseParts( text.substr( end + 1 ), rest... );
+   } else {
+      return true;
+   }
+}
+
+}
+
+std::string
+compositeText( const Cspf::PathKey & key ) {
+   return toText( key.dst() ) + "#" + std::to_string( key.id() );
+}
+
+std::string
+compositeText( const Routing::Topology::NeighborKey & key ) {
+   return toText( key.routerId() ) + " " + toText( key.neighborType() ) + " "
+          + toText( key.neighborId() ) + "#" + std::to_string( key.linkId() );
+}
+
+bool
+parseComposite( std::string_view text, Cspf::PathKey & key ) {
+   return parseParts( text, key.dst_, key.id_ );
+}
+
+bool
+parseComposite( std::string_view text, Routing::Topology::NeighborKey & key ) {
+   return parseParts( text, key.routerId_, key.neighborType_, key.neighborId_, key.linkId_ );
 }
 
 Json

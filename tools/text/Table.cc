@@ -14,6 +14,7 @@ Table::print( std::ostream & out, unsigned width ) const {
    const std::unique_ptr< libscols_table, decltype( &scols_unref_table ) > table(
       scols_new_table(), &scols_unref_table );
    scols_table_set_termforce( table.get(), SCOLS_TERMFORCE_ALWAYS );
+   scols_table_enable_minout( table.get(), 1 );  // no spaces after an empty last cell
    scols_table_set_termwidth( table.get(), width ? width : 1'000'000 );
    for ( const std::string & column : columns_ ) {
       const bool last = &column == &columns_.back();

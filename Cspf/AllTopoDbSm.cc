@@ -1,0 +1,58 @@
+// Which topologies are imported.
+//
+// A VRF has the tables that are mounted for it. Each is imported by a machine of its own, which
+// comes and goes with the table. Published rows may be those of an agent that ended before this
+// one started; once the tables that are there were read, rows that no link backs are removed.
+
+#include "Cspf/AllTopoDbSm.h"
+
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+void
+AllTopoDbSm::handleInitialized() {
+   LUM_WATCH_KEYS( allTopoDb_, topoDb, handleTopoDbChange );
+   handleTopoDb();
+}
+
+void
+AllTopoDbSm::handleTopoDb( const TopoId & topoId ) {
+   const auto & table = allTopoDb_->topoDb( topoId );
+   const auto present = topoDbSm( topoId );
+   if ( table && !( present && present->topoDb() == table ) ) {
+      TRACE7( "TopoDb: " << topoId << ") is set" );
+      topoDbSmIs( topoId, new TopoDbSm( topoId, table, allTopoDbStatus_ ) );
+   } else if ( !table ) {
+      TRACE7( " TopoDb: " << topoId << " is deleted" );
+      topoDbSmDel( topoId );
+   }
+}
+
+void
+AllTopoDbSm::handleTopoDb() {
+   for ( const auto & topoId : Lum::sortedKeys( allTopoDb_->topoDbColl() ) ) {
+      handleTopoDb( topoId );
+   }
+   doCleanupStaleIntfIpToRouterIdEntries();
+}
+
+void
+AllTopoDbSm::doCleanupStaleIntfIpToRouterIdEntries() {
+   const auto & published = allTopoDbStatus_->intfIpToRouterIdTable();
+   if ( !published ) {
+      return;
+   }
+   TRACE7( "Deleting stale intfIpToRouterId entries" );
+   for ( const auto & intfIp : Lum::sortedKeys( published->intfIpToRouterIdColl() ) ) {
+      const auto entry = allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighbor( intfIp );
+      const auto owned = []( const AllTopoNeighborKey & link ) { return !!link.teNeighborOf(); };
+      if ( std::ranges::none_of( entry.neighborSet(), owned ) ) {
+         deleteIntfIpToRouterId( *published, intfIp );
+      }
+   }
+}
+
+}

@@ -1,0 +1,246 @@
+// The topology store: what is derived of the IGPs' tables, and the questions that it answers.
+//
+// The tables stay as the protocols publish them and are read in place. Beside them stand indexes
+// (TE router ids, interface addresses, prefixes), the record of each listed link, and the graphs.
+// `AllTopoDbSm` keeps all of it up to date; everybody else reads. The graph of IGP vertices exists
+// only while somebody holds it; the one of TE router ids always.
+
+#include "Cspf/AllTopoDbTypes.h"
+
+#include "platform/Lum/Assert.h"
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+namespace Igp = Routing::Topology;
+
+const Igp::Neighbor *
+AllTopoDb::neighbor( const AllTopoNeighborKey & key ) const {
+   const auto * table = topoDbFind( key.topoId() );
+   return table ? ( *table )->neighborFind( key.neighborKey() ) : nullptr;
+}
+
+const Igp::Router *
+AllTopoDb::router( const TopoId & topoId, const IgpRouterId & id ) const {
+   const auto * table = topoDbFind( topoId );
+   return table ? ( *table )->routerFind( id ) : nullptr;
+}
+
+const Igp::Network *
+AllTopoDb::network( const AllTopoNetworkId & id ) const {
+   const auto * table = topoDbFind( id.topoId() );
+   return table ? ( *table )->networkFind( id.networkId() ) : nullptr;
+}
+
+AllTopoDbStatus::AllTopoDbStatus( Lum::Ptr< const VrfSourceId > vrfSourceId,
+                                  Lum::Ptr< IntfIpToRouterIdTable > intfIpToRouterIdTable )
+   : vrfSourceId_( std::move( vrfSourceId ) ),
+     intfIpToRouterIdTable_( std::move( intfIpToRouterIdTable ) ),
+     intfIpToNeighborTable_( Lum::make< IntfIpToNeighborTable >() ),
+     teGraph_( std::make_unique< TopoGraph >( TopoGraphKind::te, links_ ) ) {}
+
+Lum::Seconds
+AllTopoDbStatus::topoInfoChangedAt( PathComputationType type, const BwUsageId & bwUsageId ) const {
+   LUM_ASSERT( vrfSourceId()->vrfClientSourceIdHas( type ) );
+   return std::max( { topoChangedAt(), vrfSourceId()->vrfClientSourceId( type ).changedAt(),
+                      bwUsageChangedAt( bwUsageId ) } );
+}
+
+NodeId
+AllTopoDbStatus::sourceId( PathComputationType type ) const {
+   return vrfSourceId()->vrfClientSourceId( type ).sourceId();
+}
+
+bool
+AllTopoDbStatus::teRouterIdPresent( const Kivnet::IpGenAddr & teRouterId ) const {
+   return std::ranges::any_of( routerIdMapColl(), [ & ]( const auto & entry ) {
+      return entry.second->igpRouterIdHas( teRouterId );
+   } );
+}
+
+Kivnet::IpGenAddr
+AllTopoDbStatus::teRouterId( const TopoId & topoId, const IgpRouterId & router ) const {
+   const auto * map = routerIdMapFind( topoId );
+   return map ? ( *map )->teRouterId( router ) : Kivnet::IpGenAddr();
+}
+
+AllTopoNeighborKey
+AllTopoDbStatus::allTopoNeighborKey( const TopoId & topoId,
+                                     const Igp::NeighborKey & neighborKey ) const {
+   AllTopoNeighborKey key{ topoId, neighborKey, teRouterId( topoId, neighborKey.routerId() ), {} };
+   if ( !key.isLan() ) {
+      key.teNeighborIdIs( teRouterId( topoId, neighborKey.neighborId() ) );
+   }
+   return key;
+}
+
+std::vector< AllTopoDbStatus::RouterInTopo >
+AllTopoDbStatus::routersWithTep( const Kivnet::IpGenAddr & tep ) const {
+   std::vector< RouterInTopo > routers;
+   for ( const auto & [ topoId, map ] : routerIdMapColl() ) {
+      if ( const IgpRouterId * owner = map->igpRouterIdFind( tep ) ) {
+         routers.push_back( { topoId, *owner } );
+      }
+   }
+   if ( const auto * links = intfIpToNeighborTable()->intfIpToNeighborFind( tep ) ) {
+      for ( const AllTopoNeighborKey & link : links->neighborSet() ) {
+         routers.push_back( { link.topoId(), link.neighborKey().routerId() } );
+      }
+   }
+   if ( tep.af() != Kivnet::AddressFamily::unspecified ) {
+      const auto prefix = Kivnet::IpGenPrefix::host( tep );
+      for ( const auto & [ topoId, table ] : pfxOriginatorInfoTableColl() ) {
+         if ( const auto * info = table->pfxOriginatorInfoFind( prefix ) ) {
+            for ( const auto & [ node, originator ] : ( *info )->originatorInfoColl() ) {
+               routers.push_back( { topoId, IgpRouterId( node ) } );
+            }
+         }
+      }
+   }
+   return routers;
+}
+
+std::vector< Kivnet::IpGenAddr >
+AllTopoDbStatus::teRouterIdsOfTep( const Kivnet::IpGenAddr & tep ) const {
+   std::vector< Kivnet::IpGenAddr > ids;
+   for ( const RouterInTopo & router : routersWithTep( tep ) ) {
+      if ( const auto id = teRouterId( router.topoId, router.router ) ) {
+         ids.push_back( id );
+      }
+   }
+   std::ranges::sort( ids );
+   ids.erase( std::unique( ids.begin(), ids.end() ), ids.end() );
+   return ids;
+}
+
+std::vector< OriginatorInfo >
+AllTopoDbStatus::originators( const Kivnet::IpGenPrefix & prefix ) const {
+   std::map< NodeId, OriginatorInfo > least;
+   for ( const auto & [ topoId, table ] : pfxOriginatorInfoTableColl() ) {
+      if ( const auto * info = table->pfxOriginatorInfoFind( prefix ) ) {
+         for ( const auto & [ node, originator ] : ( *info )->originatorInfoColl() ) {
+            const auto [ at, fresh ] = least.try_emplace( node, originator );
+            at->second.metricIs( std::min( at->second.metric(), originator.metric() ) );
+         }
+      }
+   }
+   std::vector< OriginatorInfo > all;
+   for ( const auto & entry : least ) {
+      all.push_back( entry.second );
+   }
+   return all;
+}
+
+std::shared_ptr< TopoGraph >
+AllTopoDbStatus::lfaGraph() const {
+   if ( auto graph = lfaGraph_.lock() ) {
+      return graph;
+   }
+   const auto graph = std::make_shared< TopoGraph >( TopoGraphKind::lfa, links_ );
+   links_.visitFrom( {}, []( TopoLinks::Entry & link ) {
+      link.second.value.at( TopoGraphKind::lfa ) = {};  // of an earlier graph
+      return true;
+   } );
+   lfaGraph_ = graph;
+   for ( const auto & [ topoId, table ] : topoDbColl() ) {
+      graph->topologyIs( topoId, table );
+      for ( const IgpRouterId & id : Lum::sortedKeys( table->routerColl() ) ) {
+         graph->attach( topoId, id, NodeId( id ) );
+         graph->overloadedIs( topoId, id, table->router( id ).overload() );
+      }
+   }
+   return graph;
+}
+
+void
+addNeighborKeyToIntfIp( AllTopoDbStatus & allTopoDbStatus,
+                        const AllTopoNeighborKey & allTopoNeighborKey,
+                        const Kivnet::IpGenAddr & intfIp ) {
+   const auto & table = allTopoDbStatus.intfIpToNeighborTable();
+   IntfIpToNeighbor entry = table->intfIpToNeighbor( intfIp );
+   entry.neighborIs( allTopoNeighborKey );
+   table->intfIpToNeighborIs( intfIp, std::move( entry ) );
+   const auto & published = allTopoDbStatus.intfIpToRouterIdTable();
+   if ( published && allTopoNeighborKey.teNeighborOf() ) {
+      addIntfIpToRouterId( *published, intfIp, allTopoNeighborKey.teNeighborOf() );
+   }
+}
+
+namespace {
+
+/// The published row names the owner of one of the links, or is not there where none has a TE
+/// router id.
+void
+republish( IntfIpToRouterIdTable & published, const Kivnet::IpGenAddr & intfIp,
+           const IntfIpToNeighbor & entry ) {
+   const auto owns = []( const AllTopoNeighborKey & link ) { return !!link.teNeighborOf(); };
+   const auto matches = [ & ]( const AllTopoNeighborKey & link ) {
+      return owns( link ) && link.teNeighborOf() == published.intfIpToRouterId( intfIp );
+   };
+   const auto & links = entry.neighborSet();
+   const auto owner = std::ranges::find_if( links, owns );
+   if ( owner == links.end() ) {
+      deleteIntfIpToRouterId( published, intfIp );
+   } else if ( std::ranges::none_of( links, matches ) ) {
+      addIntfIpToRouterId( published, intfIp, owner->teNeighborOf() );
+   }
+}
+
+}
+
+void
+deleteNeighborKeyFromIntfIp( AllTopoDbStatus & allTopoDbStatus,
+                             const AllTopoNeighborKey & allTopoNeighborKey,
+                             const Kivnet::IpGenAddr & intfIp ) {
+   const auto & table = allTopoDbStatus.intfIpToNeighborTable();
+   IntfIpToNeighbor entry = table->intfIpToNeighbor( intfIp );
+   if ( !entry.neighborHas( allTopoNeighborKey ) ) {
+      TRACE9( "Delete ngb " << allTopoNeighborKey << " of " << intfIp << ": already deleted." );
+      return;
+   }
+   entry.neighborDel( allTopoNeighborKey );
+   if ( const auto & published = allTopoDbStatus.intfIpToRouterIdTable() ) {
+      republish( *published, intfIp, entry );
+   }
+   if ( entry.neighbors() ) {
+      table->intfIpToNeighborIs( intfIp, std::move( entry ) );
+      return;
+   }
+   table->intfIpToNeighborDel( intfIp );
+   const IntfIpToNeighbor * intfIpToNeighbor = table->intfIpToNeighborFind( intfIp );
+   LUM_ASSERT( !intfIpToNeighbor );
+}
+
+void
+addIntfIpToRouterId( IntfIpToRouterIdTable & intfIpToRouterIdTable,
+                     const Kivnet::IpGenAddr & intfIp, const Kivnet::IpGenAddr & teRouterId ) {
+   TRACE9( "adding intfIpToRouterId entry for ip: " << intfIp << " teRouterId: " << teRouterId );
+   intfIpToRouterIdTable.intfIpToRouterIdIs( intfIp, teRouterId );
+}
+
+void
+deleteIntfIpToRouterId( IntfIpToRouterIdTable & intfIpToRouterIdTable,
+                        const Kivnet::IpGenAddr & intfIp ) {
+   TRACE9( "deleting intfIpToRouterId entry for ip: " << intfIp );
+   intfIpToRouterIdTable.intfIpToRouterIdDel( intfIp );
+}
+
+bool
+neighborHasInterfaceAddr( const Igp::Neighbor & neighbor, const Kivnet::IpGenAddr & address ) {
+   const auto & addresses = neighbor.interfaceAddrList();
+   return std::ranges::find( addresses, address ) != addresses.end();
+}
+
+bool
+addressesMirror( const Igp::Neighbor & neighbor, const Igp::Neighbor & reverseNeighbor ) {
+   const auto knows = []( const Igp::Neighbor & one, const Igp::Neighbor & other ) {
+      return std::ranges::any_of( one.neighborAddrList(), [ & ]( const auto & address ) {
+         return address && neighborHasInterfaceAddr( other, address );
+      } );
+   };
+   return knows( neighbor, reverseNeighbor ) && knows( reverseNeighbor, neighbor );
+}
+
+}

@@ -1,0 +1,212 @@
+#pragma once
+
+#include "Cspf/CspfClientInfo.h"
+#include "Cspf/TopoGraph.h"
+#include "schema/CspfKeys.h"
+#include "schema/CspfStatus.h"
+
+#include <memory>
+#include <vector>
+
+namespace Kiv {
+class DumpContext;
+}
+
+/// The topology store of one VRF and family: the tables as the IGPs publish them, and what path
+/// computation needs besides.
+namespace Cspf {
+
+class BwUsageManager;
+
+/// A router as a view offers it.
+struct AllTopoRouter {
+   LUM_VALUE( Cspf, AllTopoRouter );
+   LUM_FIELD( nodeId, NodeId );
+   LUM_SET( neighbor, AllTopoNeighborKey );
+   LUM_SET( tep, Kivnet::IpGenAddr );  ///< tunnel end points on this node
+};
+
+/// A LAN as a view offers it.
+struct AllTopoNetwork {
+   LUM_VALUE( Cspf, AllTopoNetwork );
+   LUM_FIELD( allTopoNetworkId, AllTopoNetworkId );
+   LUM_SET( router, NodeId );
+};
+
+/// A router that advertises a prefix. It is named by its IGP vertex.
+struct OriginatorInfo {
+   LUM_VALUE( Cspf, OriginatorInfo );
+   LUM_FIELD( routerId, NodeId );
+   LUM_FIELD( metric, std::uint32_t );
+};
+
+/// The topologies that are mounted for one VRF.
+class AllTopoDb : public Lum::Entity {
+   LUM_ENTITY( Cspf, AllTopoDb );
+   LUM_COLLECTION_ORDERED( topoDb, TopoId, Lum::Ptr< const Routing::Topology::TopoDb > );
+
+   /// The link's neighbour entry; null where there is none.
+   const Routing::Topology::Neighbor * neighbor( const AllTopoNeighborKey & key ) const;
+   const Routing::Topology::Router * router( const TopoId & topoId, const IgpRouterId & id ) const;
+   const Routing::Topology::Network * network( const AllTopoNetworkId & id ) const;
+};
+
+/// All VRFs of one family.
+class AllTopoDbDir : public Lum::Entity {
+   LUM_ENTITY( Cspf, AllTopoDbDir );
+   LUM_COLLECTION_ORDERED( allTopoDbColl, L3::VrfName, Lum::Ptr< AllTopoDb > );
+};
+
+/// Routers that carry a TE router id which another router of the topology has.
+class DuplicateRouters : public Lum::Entity {
+   LUM_ENTITY( Cspf, DuplicateRouters );
+   LUM_COLLECTION_ORDERED( router, IgpRouterId, bool );
+};
+
+/// The TE router ids of one topology, both ways. A router is in one of three states: it owns its TE
+/// router id, or it is parked as a duplicate, or it has none.
+class RouterIdMap : public Lum::Entity {
+   LUM_ENTITY( Cspf, RouterIdMap );
+   LUM_COLLECTION( teRouterId, IgpRouterId, Kivnet::IpGenAddr );
+   LUM_COLLECTION( igpRouterId, Kivnet::IpGenAddr, IgpRouterId );
+   LUM_COLLECTION_ORDERED( duplicateRouters, Kivnet::IpGenAddr, Lum::Ptr< DuplicateRouters > );
+
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+};
+
+/// The links that carry one interface address. Their keys name the owner by its TE router id (unset
+/// where it has none), the far end by its IGP vertex alone.
+struct IntfIpToNeighbor {
+   LUM_VALUE( Cspf, IntfIpToNeighbor );
+   LUM_SET( neighbor, AllTopoNeighborKey );
+};
+
+class IntfIpToNeighborTable : public Lum::Entity {
+   LUM_ENTITY( Cspf, IntfIpToNeighborTable );
+   LUM_COLLECTION( intfIpToNeighbor, Kivnet::IpGenAddr, IntfIpToNeighbor );
+};
+
+/// Who advertises one prefix, and at which metric.
+class PfxOriginatorInfo : public Lum::Entity {
+   LUM_ENTITY( Cspf, PfxOriginatorInfo );
+   LUM_COLLECTION_ORDERED( originatorInfo, NodeId, OriginatorInfo );
+};
+
+class PfxOriginatorInfoTable : public Lum::Entity {
+   LUM_ENTITY( Cspf, PfxOriginatorInfoTable );
+   LUM_COLLECTION( pfxOriginatorInfo, Kivnet::IpGenPrefix, Lum::Ptr< PfxOriginatorInfo > );
+};
+
+/// What the agent has worked out of the topologies of one VRF and family. `AllTopoDbSm` writes it.
+class AllTopoDbStatus : public Lum::Entity {
+   LUM_ENTITY( Cspf, AllTopoDbStatus );
+   /// Interface addresses are published in `intfIpToRouterIdTable` as well (null: they are not).
+   AllTopoDbStatus( Lum::Ptr< const VrfSourceId > vrfSourceId,
+                    Lum::Ptr< IntfIpToRouterIdTable > intfIpToRouterIdTable );
+   LUM_COLLECTION_ORDERED( routerIdMap, TopoId, Lum::Ptr< RouterIdMap > );
+   LUM_COLLECTION_ORDERED( pfxOriginatorInfoTable, TopoId, Lum::Ptr< PfxOriginatorInfoTable > );
+   /// The tables that are being imported.
+   LUM_COLLECTION_ORDERED( topoDb, TopoId, Lum::Ptr< const Routing::Topology::TopoDb > );
+   LUM_ATTRIBUTE( topoChangedAt, Lum::Seconds );
+   LUM_COLLECTION( bwUsageChangedAt, BwUsageId, Lum::Seconds );
+
+   const Lum::Ptr< IntfIpToNeighborTable > & intfIpToNeighborTable() const noexcept {
+      return intfIpToNeighborTable_;
+   }
+   const Lum::Ptr< IntfIpToRouterIdTable > & intfIpToRouterIdTable() const noexcept {
+      return intfIpToRouterIdTable_;
+   }
+   const Lum::Ptr< const VrfSourceId > & vrfSourceId() const noexcept { return vrfSourceId_; }
+   /// The VRF's bandwidth accounts, which views ask; null before there are any. Not owned: whoever
+   /// sets it takes it back before the accounts end.
+   const BwUsageManager * bwUsageManager() const noexcept { return bwUsageManager_; }
+   void bwUsageManagerIs( const BwUsageManager * manager ) { bwUsageManager_ = manager; }
+
+   /// When that last changed which computations of this type for this bandwidth user depend on:
+   /// the topology, the source, the user's own reservations.
+   /// REQUIRES: the VRF has a source of that type.
+   Lum::Seconds topoInfoChangedAt( PathComputationType type, const BwUsageId & bwUsageId ) const;
+   /// The source of that type of computation; empty where the VRF has none.
+   NodeId sourceId( PathComputationType type ) const;
+
+   /// Whether a router of some topology owns that TE router id.
+   bool teRouterIdPresent( const Kivnet::IpGenAddr & teRouterId ) const;
+   /// Unset where the router owns none.
+   Kivnet::IpGenAddr teRouterId( const TopoId & topoId, const IgpRouterId & router ) const;
+   /// The link's key with the TE router ids that its ends own now.
+   AllTopoNeighborKey
+   allTopoNeighborKey( const TopoId & topoId,
+                       const Routing::Topology::NeighborKey & neighborKey ) const;
+   struct RouterInTopo {
+      TopoId topoId;
+      IgpRouterId router;
+   };
+   /// The routers with that tunnel end point: those that own it as their TE router id, have a link
+   /// with that interface address, or advertise it as a host prefix. May name a router twice.
+   std::vector< RouterInTopo > routersWithTep( const Kivnet::IpGenAddr & tep ) const;
+   /// Their TE router ids, of those that own one. In order, each once.
+   std::vector< Kivnet::IpGenAddr > teRouterIdsOfTep( const Kivnet::IpGenAddr & tep ) const;
+   /// All routers that advertise the prefix, in any topology; of a router that does so in several,
+   /// the least metric. In order.
+   std::vector< OriginatorInfo > originators( const Kivnet::IpGenPrefix & prefix ) const;
+
+   /// Listed links; written by the import.
+   TopoLinks & links() noexcept { return links_; }
+   const TopoLinks & links() const noexcept { return links_; }
+   /// The graph of TE router ids. It lives as long as the store.
+   TopoGraph & teGraph() const noexcept { return *teGraph_; }
+   /// The graph of IGP vertices: built for its first holder, kept in step while there is one. The
+   /// store outlives it.
+   std::shared_ptr< TopoGraph > lfaGraph() const;
+   /// Calls `visit` for each graph that there is at this moment.
+   template< class Visit >
+   void forEachGraph( Visit && visit ) const {
+      visit( *teGraph_ );
+      ifLfaGraph( visit );
+   }
+   template< class Visit >
+   void ifLfaGraph( Visit && visit ) const {
+      if ( const auto lfa = lfaGraph_.lock() ) {
+         visit( *lfa );
+      }
+   }
+
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   const Lum::Ptr< const VrfSourceId > vrfSourceId_;
+   const Lum::Ptr< IntfIpToRouterIdTable > intfIpToRouterIdTable_;
+   const Lum::Ptr< IntfIpToNeighborTable > intfIpToNeighborTable_;
+   const BwUsageManager * bwUsageManager_ = nullptr;
+   mutable TopoLinks links_;  // graphs note in it where they keep each link
+   const std::unique_ptr< TopoGraph > teGraph_;
+   mutable std::weak_ptr< TopoGraph > lfaGraph_;
+};
+
+/// Enters the link under the address, and publishes its owner's TE router id for the address.
+void addNeighborKeyToIntfIp( AllTopoDbStatus & allTopoDbStatus,
+                             const AllTopoNeighborKey & allTopoNeighborKey,
+                             const Kivnet::IpGenAddr & intfIp );
+/// Takes the link out; the published row goes to a remaining link's owner, or away.
+void deleteNeighborKeyFromIntfIp( AllTopoDbStatus & allTopoDbStatus,
+                                  const AllTopoNeighborKey & allTopoNeighborKey,
+                                  const Kivnet::IpGenAddr & intfIp );
+void addIntfIpToRouterId( IntfIpToRouterIdTable & intfIpToRouterIdTable,
+                          const Kivnet::IpGenAddr & intfIp, const Kivnet::IpGenAddr & teRouterId );
+void deleteIntfIpToRouterId( IntfIpToRouterIdTable & intfIpToRouterIdTable,
+                             const Kivnet::IpGenAddr & intfIp );
+/// Whether the router lists the link.
+inline bool
+routerHasNeighbor( const Routing::Topology::Router & router,
+                   const Routing::Topology::NeighborKey & neighborKey ) {
+   return router.neighborHas( neighborKey );
+}
+/// Whether the address is among the link's own interface addresses.
+bool neighborHasInterfaceAddr( const Routing::Topology::Neighbor & neighbor,
+                               const Kivnet::IpGenAddr & address );
+/// Each end of a link knows an address of the other: some interface address of each is among the
+/// other's neighbour addresses. False where one has no addresses.
+bool addressesMirror( const Routing::Topology::Neighbor & neighbor,
+                      const Routing::Topology::Neighbor & reverseNeighbor );
+
+}

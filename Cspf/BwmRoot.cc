@@ -1,0 +1,165 @@
+// The bandwidth manager's side of the agent. Clients that require it are set up by the intake, one
+// BwmClientSetupSm for each client and VRF; the handles that these hold decide in which VRFs there
+// is a manager. The marks of active VRFs outlive the process, so those of an earlier run are looked
+// through once the clients are known, and again whenever a VRF becomes active.
+
+#include "Cspf/BwmRoot.h"
+
+#include "platform/Kiv/DumpContext.h"
+#include "platform/Trace/Trace.h"
+
+namespace TrafficEngineering {
+
+namespace {
+
+const L3::VrfName &
+vrfOf( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
+   const auto castHandle = Lum::cast< const Cspf::DedupVrfHandle >( handle );
+   LUM_ASSERT( castHandle );
+   return castHandle->vrfName();
+}
+
+std::string
+clientUsageMountPath( const L3::VrfName & vrf, const Lum::String & client ) {
+   return "te/bwm/client/input/vrf/" + vrf.stringValue() + "/" + client;
+}
+
+}
+
+void
+BwmActiveVrfsNotifiee::handleInsert( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
+   bwmRoot_.vrfActiveIs( vrfOf( handle ) );
+}
+
+void
+BwmActiveVrfsNotifiee::handleRemove( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
+   bwmRoot_.vrfActiveDel( vrfOf( handle ) );
+}
+
+void
+BwmRoot::handleInitialized() {
+   initialVrfCountIs( static_cast< std::uint32_t >( bwmActiveStatus_->bwmActives() ) );
+   bwmAllClientInfoIs();
+   bwmActiveVrfsNotifieeIs( this );
+   bwmAllClientInfo()->activeVrfsDedupTable()->lifeTimeNotifieeIs( bwmActiveVrfsNotifiee() );
+}
+
+void
+BwmRoot::doPrepareToDie() {
+   bwmAllClientInfo()->activeVrfsDedupTable()->detach();
+   bwmActiveVrfsNotifieeDel();
+   bwmAllClientInfoDel();
+}
+
+void
+BwmRoot::initialClientsDone() {
+   areInitialClientsDone_ = true;
+   doBwmActiveStatusCleanup();
+}
+
+void
+BwmRoot::vrfActiveIs( const L3::VrfName & vrf ) {
+   TRACE7( "Adding active VRF: " << vrf );
+   const auto statusTable = Lum::make< BandwidthClientStatusTable >();
+   const auto usageTable = Lum::make< BandwidthClientUsageTable >();
+   bwmAllClientInfo()->bandwidthClientStatusTableIs( vrf, statusTable );
+   bwmAllClientInfo()->bandwidthClientUsageTableIs( vrf, usageTable );
+   bwmVrfRootIs( vrf, new BwmVrfRoot( vrf, subscription_, bwmActiveStatus_, entityManager_,
+                                      interfaces_, teConfig_, statusTable, usageTable ) );
+   if ( areInitialClientsDone_ ) {
+      doBwmActiveStatusCleanup();
+   }
+}
+
+void
+BwmRoot::vrfActiveDel( const L3::VrfName & vrf ) {
+   TRACE7( "Deleting active VRF: " << vrf );
+   bwmVrfRootDel( vrf );
+   bwmAllClientInfo()->bandwidthClientStatusTableDel( vrf );
+   bwmAllClientInfo()->bandwidthClientUsageTableDel( vrf );
+}
+
+void
+BwmRoot::doBwmActiveStatusCleanup() {
+   TRACE7( "Doing bwmActiveStatus cleanup with initialVrfCount " << initialVrfCount() );
+   for ( const auto & vrf : Lum::sortedKeys( bwmActiveStatus_->bwmActiveColl() ) ) {
+      if ( !bwmVrfRootHas( vrf ) ) {
+         TRACE7( "Deleting vrf " << vrf << " from bwmActiveStatus" );
+         bwmActiveStatus_->bwmActiveDel( vrf );
+      }
+   }
+   bwmActiveStatusCleanupDoneIs( true );
+}
+
+std::string
+BwmClientSetupSm::clientStatusMountPath( const L3::VrfName & vrf, const Lum::String & client ) {
+   return std::string( clientStatusMountPathBase() ) + "/" + vrf.stringValue() + "/" + client;
+}
+
+void
+BwmClientSetupSm::doSetupBwmClient() {
+   TRACE7( "Acquiring VRF dedup handle for client " << client_ << " in VRF " << vrf_ );
+   dedupVrfHandle_ =
+      bwmAllClientInfo_->activeVrfsDedupTable()->dedup( Cspf::dedupVrfHandleFactory( vrf_ ) );
+   TRACE7( "Mounting zorch paths for client " << client_ << " in VRF " << vrf_ );
+   clientStatusMount_.emplace( entityManager_, clientStatusMountPath( vrf_, client_ ),
+                               LumZorch::MountMode::writer,
+                               std::vector< std::string >{ "maxReservableBandwidth" } );
+   clientUsageMount_.emplace( entityManager_, clientUsageMountPath( vrf_, client_ ),
+                              LumZorch::MountMode::reader );
+   const auto & clientStatusTable = clientStatusMount_->table();
+   const auto & clientUsageTable = clientUsageMount_->table();
+   LUM_ASSERT( clientStatusTable );
+   LUM_ASSERT( clientUsageTable );
+   bwmAllClientInfo_->bandwidthClientStatusTable( vrf_ )->bandwidthClientStatusIs(
+      client_, clientStatusTable );
+   bwmAllClientInfo_->bandwidthClientUsageTable( vrf_ )->bandwidthClientUsageIs( client_,
+                                                                                 clientUsageTable );
+}
+
+void
+BwmClientSetupSm::doCleanupBwmClient() {
+   bwmAllClientInfo_->bandwidthClientStatusTable( vrf_ )->bandwidthClientStatusDel( client_ );
+   bwmAllClientInfo_->bandwidthClientUsageTable( vrf_ )->bandwidthClientUsageDel( client_ );
+   TRACE7( "Cleaning up and unmounting zorch paths for client " << client_ << " in VRF " << vrf_ );
+   clientStatusMount_->cleanup();
+   clientStatusMount_.reset();
+   clientUsageMount_.reset();
+   TRACE7( "Releasing VRF dedup handle for client " << client_ << " in VRF " << vrf_ );
+   dedupVrfHandle_ = nullptr;
+}
+
+void
+BwmRoot::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*cBwmRoot\n" );
+   context.printf( indent, "%*c-------\n\n" );
+   context.printf( indent, "%*cinitialVrfCount: %u\n", initialVrfCount() );
+   context.printf( indent, "%*cbwmActiveStatusCleanupDone: %s\n\n",
+                   bwmActiveStatusCleanupDone() ? "True" : "False" );
+   context.printf( indent, "%*cBwmActiveStatus\n\n" );
+   context.printf( indent, "%*c%-30s %-10s\n", "VRF Name", "Active" );
+   context.printf( indent, "%*c%-30s %-10s\n", "--------", "--------" );
+   for ( const auto & [ vrf, active ] : bwmActiveStatus_->bwmActiveColl() ) {
+      context.printf( indent, "%*c%-30s %-10s\n", vrf.stringValue().c_str(),
+                      active ? "True" : "False" );
+   }
+   context.printf( indent, "\n" );
+   context.printf( indent, "%*cAll BW values below are in Bps\n\n" );
+   for ( const auto & [ vrf, root ] : bwmVrfRootColl() ) {
+      context.dump( *root, indent );
+   }
+   const auto dumpStale = [ & ]( const char * title, const auto & tables ) {
+      context.printf( indent, title );
+      for ( const auto & [ vrf, table ] : tables ) {
+         if ( !bwmVrfRootHas( vrf ) ) {
+            context.printf( indent, "%*c%s\n", vrf.stringValue().c_str() );
+         }
+      }
+   };
+   dumpStale( "\nStale BandwidthClientStatusTable entries\n",
+              bwmAllClientInfo()->bandwidthClientStatusTableColl() );
+   dumpStale( "\nStale BandwidthClientUsageTable entries\n",
+              bwmAllClientInfo()->bandwidthClientUsageTableColl() );
+}
+
+}

@@ -1,0 +1,105 @@
+// When the segments of an explicit-hop path are ready.
+//
+// Every loose segment is a child path with a constraint, a throttle and runs of its own, so the
+// children of one parent finish one after the other. The parent's first stage is complete when all
+// of them answer for the same topology. That can come true in two ways: a child gets a new result,
+// or a child that has one stops waiting; each child has a watcher for both.
+//
+// Only a parent that waits is told. Children follow every change of the topology, but a path that
+// is in use must not move because one of its segments could be better now.
+
+#include "Cspf/CspfChildPathStatusCacheSm.h"
+
+#include "Cspf/CspfData.h"
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+bool
+ChildPathTables::cspfDataConsistent( const PathInfoKey & parent ) const {
+   const auto & config = pathConfigInfoTable->pathConfigInfo( parent );
+   return config && std::ranges::all_of( config->childPathColl(), [ & ]( const auto & child ) {
+      return childConsistent( child.second );
+   } );
+}
+
+bool
+ChildPathTables::childConsistent( const PathInfoKey & child ) const {
+   const auto & status = pathStatusInfoTable->pathStatusInfo( child );
+   const auto & cache = pathStatusCacheTable->pathStatusCache( child );
+   if ( !status || !cache || status->refreshNeeded() ) {
+      return false;
+   }
+   const auto & info = constraintInfoTable->constraintInfo( status->constraint() );
+   if ( !info ) {
+      return false;
+   }
+   // A segment that starts nowhere has an answer, though there was nothing to run.
+   const auto & cspfData = cache->cspfData();
+   return cspfData ? info->topoInfoChangedAt() <= cspfData->ranAt() : info->sourceMissing();
+}
+
+bool
+ParentPathHelper::anyChildPathRefreshNeeded( const PathInfoKey & parent ) const {
+   const auto & config = pathConfigInfoTable_->pathConfigInfo( parent );
+   return config && std::ranges::any_of( config->childPathColl(), [ & ]( const auto & child ) {
+      const auto & status = pathStatusInfoTable_->pathStatusInfo( child.second );
+      return status && status->refreshNeeded();
+   } );
+}
+
+void
+ChildPathStatusSm::handleInitialized() {
+   LUM_WATCH( cache_, cspfData, handleCspfData );
+   LUM_WATCH( pathStatusInfo_, refreshNeeded, handleCspfData );
+}
+
+void
+ChildPathStatusSm::handleCspfData() {
+   owner_.handleCspfData( cache_->pathInfoKey() );
+}
+
+void
+ChildPathStatusCacheSm::handleInitialized() {
+   LUM_WATCH_KEYS( tables_.pathStatusCacheTable, pathStatusCache, handlePathStatusCache );
+   for ( const auto & key : Lum::sortedKeys( tables_.pathStatusCacheTable->pathStatusCacheColl() ) ) {
+      handlePathStatusCache( key );
+   }
+}
+
+void
+ChildPathStatusCacheSm::handlePathStatusCache( const PathInfoKey & key ) {
+   const auto & cache = tables_.pathStatusCacheTable->pathStatusCache( key );
+   const auto & status = tables_.pathStatusInfoTable->pathStatusInfo( key );
+   if ( !cache || !status ) {
+      childPathStatusDel( key );
+   } else if ( key.constraintModifier() == ConstraintModifier::spfForPathSegment ) {
+      childPathStatusIs( key, new ChildPathStatusSm( *this, cache, status ) );
+   }
+}
+
+void
+ChildPathStatusCacheSm::handleCspfData( const PathInfoKey & child ) {
+   const auto & config = tables_.pathConfigInfoTable->pathConfigInfo( child );
+   if ( !config || !config->parentPath() ) {
+      return;
+   }
+   const PathInfoKey parent = config->parentPath();
+   if ( cspfDataConsistent( parent ) ) {
+      updateParentPathInfo( parent );
+   }
+}
+
+void
+ChildPathStatusCacheSm::updateParentPathInfo( const PathInfoKey & parent ) {
+   const auto & status = tables_.pathStatusInfoTable->pathStatusInfo( parent );
+   const auto & cache = tables_.pathStatusCacheTable->pathStatusCache( parent );
+   if ( cache && status && ( status->refreshNeeded() || status->updatePathPending() ) ) {
+      TRACE9( "all segments computed for " << parent.traceString() );
+      cache->refreshedStage1CountInc();
+   }
+}
+
+}

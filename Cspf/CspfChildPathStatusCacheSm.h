@@ -1,0 +1,90 @@
+#pragma once
+
+#include "Cspf/CspfVrfRootTypes.h"
+
+namespace Cspf {
+
+/// The tables of one VRF and family in which a parent path and its children stand.
+struct ChildPathTables {
+   Lum::Ptr< const PathConfigInfoTable > pathConfigInfoTable;
+   Lum::Ptr< PathStatusCacheTable > pathStatusCacheTable;
+   Lum::Ptr< const PathStatusInfoTable > pathStatusInfoTable;
+   Lum::Ptr< const ConstraintInfoTable > constraintInfoTable;
+
+   /// True when the results of all children of the parent belong together: each has one, none waits
+   /// for a refresh, and no child's constraint saw the topology change after the run that gave
+   /// its result. True for a parent without children. O(children).
+   bool cspfDataConsistent( const PathInfoKey & parent ) const;
+
+ private:
+   bool childConsistent( const PathInfoKey & child ) const;
+};
+
+/// Answers for one parent path whether its segments are still being computed.
+class ParentPathHelper : public Lum::Entity {
+   LUM_ENTITY( Cspf, ParentPathHelper );
+   ParentPathHelper( const Lum::Ptr< const PathConfigInfoTable > & pathConfigInfoTable,
+                     const Lum::Ptr< const PathStatusInfoTable > & pathStatusInfoTable,
+                     const Lum::Ptr< const PathStatusCacheTable > & pathStatusCacheTable )
+      : pathConfigInfoTable_( pathConfigInfoTable ), pathStatusInfoTable_( pathStatusInfoTable ),
+        pathStatusCacheTable_( pathStatusCacheTable ) {}
+
+   /// True while any child of the parent has its refresh flag set. False for a path without
+   /// children. O(children).
+   bool anyChildPathRefreshNeeded( const PathInfoKey & parent ) const;
+
+ private:
+   const Lum::Ptr< const PathConfigInfoTable > pathConfigInfoTable_;
+   const Lum::Ptr< const PathStatusInfoTable > pathStatusInfoTable_;
+   const Lum::Ptr< const PathStatusCacheTable > pathStatusCacheTable_;
+};
+
+class ChildPathStatusCacheSm;
+
+/// Watches one child path's result.
+///
+///   watches                          handler
+///   PathStatusCache.cspfData         handleCspfData
+///   PathStatusInfo.refreshNeeded     handleCspfData
+class ChildPathStatusSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, ChildPathStatusSm );
+   /// The owner outlives this object.
+   ChildPathStatusSm( ChildPathStatusCacheSm & owner, const Lum::Ptr< const PathStatusCache > & cache,
+                      const Lum::Ptr< const PathStatusInfo > & pathStatusInfo )
+      : owner_( owner ), cache_( cache ), pathStatusInfo_( pathStatusInfo ) {}
+
+   void handleInitialized() override;
+   void handleCspfData();
+
+ private:
+   ChildPathStatusCacheSm & owner_;
+   const Lum::Ptr< const PathStatusCache > cache_;
+   const Lum::Ptr< const PathStatusInfo > pathStatusInfo_;
+};
+
+/// Tells a parent path when its segments have been computed: one in a VRF root.
+///
+///   watches                                  handler                  makes or writes
+///   PathStatusCacheTable.pathStatusCache     handlePathStatusCache    childPathStatus, a child path
+///   each child's result                      handleCspfData           parent's refreshedStage1Count
+class ChildPathStatusCacheSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, ChildPathStatusCacheSm );
+   explicit ChildPathStatusCacheSm( const ChildPathTables & tables ) : tables_( tables ) {}
+   LUM_CHILDREN( childPathStatus, PathInfoKey, ChildPathStatusSm );
+
+   void handleInitialized() override;
+   void doPrepareToDie() override { childPathStatusDelAll(); }
+   void handlePathStatusCache( const PathInfoKey & key );
+   /// A child's result changed, or the child no longer waits for one.
+   void handleCspfData( const PathInfoKey & child );
+   /// Counts a completed first stage on the parent.
+   void updateParentPathInfo( const PathInfoKey & parent );
+   bool cspfDataConsistent( const PathInfoKey & parent ) const {
+      return tables_.cspfDataConsistent( parent );
+   }
+
+ private:
+   const ChildPathTables tables_;
+};
+
+}

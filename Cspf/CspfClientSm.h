@@ -1,0 +1,87 @@
+#pragma once
+
+#include "Cspf/BwmRoot.h"
+#include "Cspf/CspfClientVrfSm.h"
+#include "platform/Lum/Dir.h"
+
+#include <set>
+
+/// The intake of clients. Each level watches one collection and owns a reactor an entry of it:
+/// directory -> client -> VRF -> (family -> path reactor).
+namespace Cspf {
+
+/// Serves one client: a mounter for each VRF in which the client wants TE and TE is there.
+///
+///   watches                      handler          makes
+///   Client.vrf                   handleVrf        clientVrfConfMounter, one a VRF
+///   TeRouterIdConfig.routerId    handleRouterId
+class ClientSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, ClientSm );
+   ClientSm( const Lum::String & name, const Lum::Ptr< const Client > & client,
+             const ClientIntake & intake )
+      : name_( name ),
+        client_( client ),
+        intake_( intake ) {}
+   LUM_CHILDREN( clientVrfConfMounter, L3::VrfName, ClientVrfConfMounter );
+
+   const Lum::String & name() const noexcept { return name_; }
+
+   void handleInitialized() override;
+   void doPrepareToDie() override { clientVrfConfMounterDelAll(); }
+   void handleVrf( const L3::VrfName & vrf );
+   void handleRouterId();
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   const Lum::String name_;
+   const Lum::Ptr< const Client > client_;
+   const ClientIntake intake_;
+};
+
+/// Serves the client directory. The agent is enabled when the directory holds clients at the start,
+/// and disabled when the last one goes; a client that comes later does not enable it again.
+///
+///   watches             handler           does
+///   Lum::Dir of Clients handleClientDir   clientSm, one a client; AgentStatus.agentEnabled
+class ClientDirSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, ClientDirSm );
+   ClientDirSm( const Lum::Ptr< Corvdb::EntityManager > & entityManager,
+                const Lum::Ptr< const Lum::Dir > & clientDir,
+                const Lum::Ptr< const TeRouterIdConfig > & teRouterIdConfig,
+                const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
+                const Lum::Ptr< AgentStatus > & agentStatus,
+                const Lum::Ptr< AllClientInfo > & v4AllClientInfo,
+                const Lum::Ptr< AllClientInfo > & v6AllClientInfo,
+                const Lum::Ptr< TrafficEngineering::BwmAllClientInfo > & bwmAllClientInfo,
+                const Lum::Ptr< TeConfigDir > & teConfigDir )
+      : clientDir_( clientDir ),
+        agentStatus_( agentStatus ),
+        intake_{ entityManager,   teRouterIdConfig, teStatus,   v4AllClientInfo,
+                 v6AllClientInfo, bwmAllClientInfo, teConfigDir } {}
+   LUM_CHILDREN( clientSm, Lum::String, ClientSm );
+
+   void handleInitialized() override;
+   void doPrepareToDie() override;
+   /// The entry `name` of the directory came or went.
+   void handleClientDir( const Lum::String & name );
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   /// The tables that this run writes for the clients that are there.
+   struct ExpectedPaths {
+      std::set< std::string > status;
+      std::set< std::string > intfIpToRouterId;
+      std::set< std::string > bwmClientStatus;
+      std::set< std::string > bwmStatus;
+   };
+
+   void handleEnabled();
+   void doCleanupStaleClientMounts();
+   ExpectedPaths doBuildExpectedPathList() const;
+
+   const Lum::Ptr< const Lum::Dir > clientDir_;
+   const Lum::Ptr< AgentStatus > agentStatus_;
+   const ClientIntake intake_;
+};
+
+}

@@ -1,0 +1,221 @@
+// One client in one VRF. A family is served while the client wants it and the VRF has a source for
+// the client's kind of computation. What a served family holds is taken in this order and let go in
+// the reverse one: the VRF's handle, which makes the VRF active, then the client's data, then the
+// tables and the path reactor on them. The mounter around it makes the client count in the VRF,
+// which is what gives ordinary computations their source; so the source may come, and the service
+// start, while the mounter is still starting.
+
+#include "Cspf/CspfClientVrfSm.h"
+
+#include "Cspf/CspfPathSmFactory.h"
+#include "Cspf/CspfTilfaKeys.h"
+#include "platform/Kiv/DumpContext.h"
+#include "platform/Trace/Trace.h"
+
+namespace Cspf {
+
+namespace {
+
+std::string
+pathSuffix( const L3::VrfName & vrf, Kivnet::AddressFamily af, const Lum::String & client ) {
+   return vrf.stringValue() + "/" + text( af ) + "/" + client;
+}
+
+}
+
+std::string
+clientConfigPath( const L3::VrfName & vrf, Kivnet::AddressFamily af, const Lum::String & client ) {
+   return "te/cspf/config/vrf/" + pathSuffix( vrf, af, client );
+}
+
+std::string
+clientStatusPath( const L3::VrfName & vrf, Kivnet::AddressFamily af, const Lum::String & client ) {
+   return "te/cspf/status/vrf/" + pathSuffix( vrf, af, client );
+}
+
+void
+ClientVrfFamily::handleInitialized() {
+   LUM_WATCH_KEYS( allClientInfo_, vrfSourceId, handleVrfSourceId );
+   handleVrfSourceId( owner_.vrf() );
+}
+
+void
+ClientVrfFamily::handleVrfSourceId( const L3::VrfName & vrf ) {
+   if ( vrf != owner_.vrf() ) {
+      return;
+   }
+   if ( vrfSourceId() ) {
+      unwatch( *vrfSourceId() );
+   }
+   vrfSourceIdIs( allClientInfo_->vrfSourceId( vrf ) );
+   if ( vrfSourceId() ) {
+      LUM_WATCH_KEYS( vrfSourceId(), vrfClientSourceId, handleSourceId );
+   }
+   owner_.createOrDeletePathSm( af_ );
+}
+
+void
+ClientVrfFamily::handleSourceId( const PathComputationType & ) {
+   owner_.createOrDeletePathSm( af_ );
+}
+
+void
+ClientVrfSm::handleInitialized() {
+   pathTypeIs( clientName_ == tilfaClientName ? PathComputationType::tilfa
+                                          : PathComputationType::cspf );
+   LUM_WATCH_KEYS( client_, addressFamily, createOrDeletePathSm );
+   LUM_WATCH( client_, bwmRequired, handleBwmRequired );
+   familyIs( Kivnet::AddressFamily::ipv4,
+             new ClientVrfFamily( *this, Kivnet::AddressFamily::ipv4, intake_.v4AllClientInfo ) );
+   familyIs( Kivnet::AddressFamily::ipv6,
+             new ClientVrfFamily( *this, Kivnet::AddressFamily::ipv6, intake_.v6AllClientInfo ) );
+   handleBwmRequired();
+   initializedIs( true );
+}
+
+void
+ClientVrfSm::doPrepareToDie() {
+   bwmClientSetupSmDel();
+   for ( const auto & af : Lum::sortedKeys( familyColl() ) ) {
+      deletePathSm( af );
+   }
+   familyDelAll();
+}
+
+void
+ClientVrfSm::handleBwmRequired() {
+   if ( client_->bwmRequired() && !bwmClientSetupSm() ) {
+      TRACE7( "Creating BwmClientSetupSm for client " << clientName_ << " in VRF " << vrf_ );
+      bwmClientSetupSmIs( clientName_, vrf_, intake_.bwmAllClientInfo, intake_.entityManager );
+   } else if ( !client_->bwmRequired() && bwmClientSetupSm() ) {
+      TRACE7( "Deleting BwmClientSetupSm for client " << clientName_ << " in VRF " << vrf_ );
+      bwmClientSetupSmDel();
+   }
+}
+
+void
+ClientVrfSm::createOrDeletePathSm( const Kivnet::AddressFamily & af ) {
+   if ( !familyHas( af ) ) {
+      return;
+   }
+   if ( client_->addressFamily( af ) && getVrfClientSourceId( af ) ) {
+      createPathSm( af );
+   } else {
+      deletePathSm( af );
+   }
+}
+
+NodeId
+ClientVrfSm::getVrfClientSourceId( Kivnet::AddressFamily af ) const {
+   const auto & vrfSourceId = family( af )->vrfSourceId();
+   return vrfSourceId ? vrfSourceId->vrfClientSourceId( pathType() ).sourceId() : NodeId();
+}
+
+void
+ClientVrfSm::createPathSm( Kivnet::AddressFamily af ) {
+   if ( pathSmHas( af ) ) {
+      return;
+   }
+   TRACE7( "Grabbing dedup handle for af " << text( af ) );
+   const auto & own = family( af );
+   own->vrfDedupHandleIs( own->vrfDedupTable()->dedupFromVrfName( vrf_ ) );
+   updateClientData( af );
+   TRACE7( "Creating PathSm for af " << text( af ) );
+   doInitPathSm( af );
+}
+
+void
+ClientVrfSm::deletePathSm( Kivnet::AddressFamily af ) {
+   if ( pathSmHas( af ) ) {
+      TRACE7( "Deleting PathSm for af " << text( af ) );
+      doCleanupPathSm( af );
+      cleanupClientData( af );
+   }
+   if ( family( af )->vrfDedupHandle() ) {
+      TRACE7( "Releasing dedup handle for af " << text( af ) );
+      family( af )->vrfDedupHandleIs( nullptr );
+   }
+}
+
+void
+ClientVrfSm::doInitPathSm( Kivnet::AddressFamily af ) {
+   const auto & own = family( af );
+   own->configMount.emplace( intake_.entityManager, clientConfigPath( vrf_, af, clientName_ ),
+                             LumZorch::MountMode::reader );
+   own->statusMount.emplace( intake_.entityManager, clientStatusPath( vrf_, af, clientName_ ),
+                             LumZorch::MountMode::writer,
+                             std::vector< std::string >{ "pathStatus", "pqInfo" } );
+   const auto & cspfConfig = own->configMount->table();
+   const auto & cspfStatus = own->statusMount->table();
+   LUM_ASSERT( cspfConfig );
+   LUM_ASSERT( cspfStatus );
+   pathSmIs( af, makePathSm( pathType(), af, vrf_, clientName_, intake_.teStatus, cspfConfig,
+                             cspfStatus, own->allClientInfo() ) );
+}
+
+void
+ClientVrfSm::doCleanupPathSm( Kivnet::AddressFamily af ) {
+   const auto & own = family( af );
+   pathSmDel( af );
+   own->configMount.reset();
+   own->statusMount->cleanup();
+   own->statusMount.reset();
+}
+
+void
+ClientVrfSm::updateClientData( Kivnet::AddressFamily af ) {
+   if ( isisAdjacencyInfo_ ) {
+      family( af )->allClientInfo()->clientData( vrf_ )->isisAdjacencyInfoIs( isisAdjacencyInfo_ );
+   }
+}
+
+void
+ClientVrfSm::cleanupClientData( Kivnet::AddressFamily af ) {
+   TRACE7( "client: " << clientName_ );
+   if ( isisAdjacencyInfo_ ) {
+      family( af )->allClientInfo()->clientData( vrf_ )->isisAdjacencyInfoIs( nullptr );
+   }
+}
+
+void
+ClientVrfSm::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*cVrf: %s\n", vrf_.stringValue().c_str() );
+   for ( const auto & [ af, pathSm ] : pathSmColl() ) {
+      context.dump( *pathSm, indent + 2 );
+   }
+}
+
+void
+ClientVrfConfMounter::handleInitialized() {
+   TRACE7( "ClientVrfConfMounter " << clientName_ << " vrf: " << vrf_ );
+   intake_.teConfigDir->teVrfConfigIs( vrf_ )->clientsEnabledIs( clientName_, true );
+   Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo;
+   if ( clientName_ == tilfaClientName ) {
+      adjacencyMount_.emplace( intake_.entityManager,
+                               "routing/isis/adjacency/" + vrf_.stringValue(),
+                               LumZorch::MountMode::reader );
+      isisAdjacencyInfo = adjacencyMount_->table();
+   }
+   clientVrfSmIs( vrf_, clientName_, client_, intake_, isisAdjacencyInfo );
+}
+
+void
+ClientVrfConfMounter::doPrepareToDie() {
+   TRACE7( "clientVrfConfMounter getting deleted" );
+   clientVrfSmDel();
+   adjacencyMount_.reset();
+   const auto teVrfConfig = intake_.teConfigDir->teVrfConfig( vrf_ );
+   teVrfConfig->clientsEnabledDel( clientName_ );
+   if ( teVrfConfig->clientsEnableds() == 0 ) {
+      intake_.teConfigDir->teVrfConfigDel( vrf_ );
+   }
+}
+
+void
+ClientVrfConfMounter::dumpState( Kiv::DumpContext & context, int indent ) const {
+   if ( clientVrfSm() ) {
+      context.dump( *clientVrfSm(), indent );
+   }
+}
+
+}

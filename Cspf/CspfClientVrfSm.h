@@ -1,0 +1,138 @@
+#pragma once
+
+#include "Cspf/BwmRoot.h"
+#include "Cspf/CspfClientInfo.h"
+#include "Cspf/CspfPathSm.h"
+#include "Cspf/CspfTableMount.h"
+#include "schema/CspfClient.h"
+#include "schema/CspfStatus.h"
+
+namespace Cspf {
+
+/// What all reactors of the intake work with.
+struct ClientIntake {
+   Lum::Ptr< Corvdb::EntityManager > entityManager;
+   Lum::Ptr< const TeRouterIdConfig > teRouterIdConfig;
+   Lum::Ptr< const TrafficEngineering::Status > teStatus;
+   Lum::Ptr< AllClientInfo > v4AllClientInfo;
+   Lum::Ptr< AllClientInfo > v6AllClientInfo;
+   Lum::Ptr< TrafficEngineering::BwmAllClientInfo > bwmAllClientInfo;
+   Lum::Ptr< TeConfigDir > teConfigDir;
+};
+
+std::string clientConfigPath( const L3::VrfName & vrf, Kivnet::AddressFamily af,
+                              const Lum::String & client );
+std::string clientStatusPath( const L3::VrfName & vrf, Kivnet::AddressFamily af,
+                              const Lum::String & client );
+
+class ClientVrfSm;
+
+/// One family of a `ClientVrfSm`: what the client holds there, and the watch on the VRF's sources.
+///
+///   watches                        handler            does
+///   AllClientInfo.vrfSourceId      handleVrfSourceId  createOrDeletePathSm of the owner
+///   VrfSourceId.vrfClientSourceId  handleSourceId     likewise
+class ClientVrfFamily : public Lum::Reactor {
+   LUM_ENTITY( Cspf, ClientVrfFamily );
+   /// The owner outlives this object.
+   ClientVrfFamily( ClientVrfSm & owner, Kivnet::AddressFamily af,
+                    const Lum::Ptr< AllClientInfo > & allClientInfo )
+      : owner_( owner ),
+        af_( af ),
+        allClientInfo_( allClientInfo ) {}
+   LUM_ATTRIBUTE( vrfDedupHandle, Lum::Ptr< DedupVrfHandle > );
+   LUM_ATTRIBUTE( vrfSourceId, Lum::Ptr< const VrfSourceId > );
+
+   const Lum::Ptr< AllClientInfo > & allClientInfo() const noexcept { return allClientInfo_; }
+   const Lum::Ptr< CspfActiveVrfsDedupTable > & vrfDedupTable() const {
+      return allClientInfo_->activeVrfsDedupTable();
+   }
+
+   void handleInitialized() override;
+   void handleVrfSourceId( const L3::VrfName & vrf );
+
+   /// The client's tables while it has a path reactor.
+   std::optional< TableMount< Config > > configMount;
+   std::optional< TableMount< Status > > statusMount;
+
+ private:
+   void handleSourceId( const PathComputationType & );
+
+   ClientVrfSm & owner_;
+   const Kivnet::AddressFamily af_;
+   const Lum::Ptr< AllClientInfo > allClientInfo_;
+};
+
+/// Serves one client in one VRF: a path reactor for each family that the client wants and that has
+/// a source to compute from, and the set-up with the bandwidth manager where it is required.
+///
+///   watches                  handler               does
+///   Client.addressFamily     createOrDeletePathSm  family's VRF handle, tables and pathSm
+///   Client.bwmRequired       handleBwmRequired     bwmClientSetupSm
+class ClientVrfSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, ClientVrfSm );
+   /// `isisAdjacencyInfo`: for the client "tilfa", else null.
+   ClientVrfSm( const L3::VrfName & vrf, const Lum::String & clientName,
+                const Lum::Ptr< const Client > & client, const ClientIntake & intake,
+                const Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > & isisAdjacencyInfo )
+      : vrf_( vrf ),
+        clientName_( clientName ),
+        client_( client ),
+        intake_( intake ),
+        isisAdjacencyInfo_( isisAdjacencyInfo ) {}
+   LUM_ATTRIBUTE( pathType, PathComputationType );
+   LUM_ATTRIBUTE( initialized, bool );
+   LUM_CHILDREN( family, Kivnet::AddressFamily, ClientVrfFamily );
+   LUM_CHILDREN( pathSm, Kivnet::AddressFamily, PathSmBase );
+   LUM_CHILD( bwmClientSetupSm, TrafficEngineering::BwmClientSetupSm );
+
+   const L3::VrfName & vrf() const noexcept { return vrf_; }
+
+   void handleInitialized() override;
+   void doPrepareToDie() override;
+   void handleBwmRequired();
+   /// Brings the family's service in line with what the client wants and what can be had.
+   void createOrDeletePathSm( const Kivnet::AddressFamily & af );
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   /// The node that the client's computations start from; empty where there is none.
+   NodeId getVrfClientSourceId( Kivnet::AddressFamily af ) const;
+   void createPathSm( Kivnet::AddressFamily af );
+   void deletePathSm( Kivnet::AddressFamily af );
+   void doInitPathSm( Kivnet::AddressFamily af );
+   void doCleanupPathSm( Kivnet::AddressFamily af );
+   void updateClientData( Kivnet::AddressFamily af );
+   void cleanupClientData( Kivnet::AddressFamily af );
+
+   const L3::VrfName vrf_;
+   const Lum::String clientName_;
+   const Lum::Ptr< const Client > client_;
+   const ClientIntake intake_;
+   const Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo_;
+};
+
+/// Takes one client into one VRF: the client counts as enabled there while this lives.
+class ClientVrfConfMounter : public Lum::Reactor {
+   LUM_ENTITY( Cspf, ClientVrfConfMounter );
+   ClientVrfConfMounter( const L3::VrfName & vrf, const Lum::String & clientName,
+                         const Lum::Ptr< const Client > & client, const ClientIntake & intake )
+      : vrf_( vrf ),
+        clientName_( clientName ),
+        client_( client ),
+        intake_( intake ) {}
+   LUM_CHILD( clientVrfSm, ClientVrfSm );
+
+   void handleInitialized() override;
+   void doPrepareToDie() override;
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   const L3::VrfName vrf_;
+   const Lum::String clientName_;
+   const Lum::Ptr< const Client > client_;
+   const ClientIntake intake_;
+   std::optional< TableMount< IsisExportImpl::IsisAdjacencyInfo > > adjacencyMount_;
+};
+
+}

@@ -1,0 +1,369 @@
+// The throttle of runs, and what becomes of a run's result. There is one machine for each distinct
+// constraint, made and ended by the VRF root with the constraint's row. Requests come from path
+// machines, which count them up in the row; nothing runs inside of a request, only when the timer
+// expires, so a burst of requests costs one run.
+//
+// The delay doubles when a request finds that the topology changed after the last run, so the time
+// of change that the fan-out writes must be there before the request is. The tree of an ordinary
+// run lives only while its results are handed out: thousands of constraints share its memory.
+
+#include "Cspf/CspfConstraintInfoSm.h"
+
+#include "Cspf/CspfDumpAge.h"
+#include "Cspf/CspfImpl.h"
+#include "platform/Kiv/DumpContext.h"
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+ConstraintInfoSmBase::ConstraintInfoSmBase( const Lum::Ptr< ConstraintInfo > & constraintInfo,
+                                            const Lum::Ptr< ConstraintStats > & constraintStats,
+                                            const Lum::Ptr< AllTopoDbView > & view,
+                                            const ConstraintSmContext & context )
+   : constraintInfo_( constraintInfo ),
+     constraintStats_( constraintStats ),
+     view_( view ),
+     context_( context ),
+     timerTask_( context.taskScheduler,
+                 "constraintTimerTask-" + Lum::valueString( constraintInfo->constraint().serial() ),
+                 [ this ]() { expire(); } ) {}
+
+std::string
+ConstraintInfoSmBase::constraintText() const {
+   return Lum::valueString( pathConstraint() );
+}
+
+void
+ConstraintInfoSmBase::handleInitialized() {
+   LUM_WATCH( context_.cliConfig, initialInt, handleThrottleConfig );
+   LUM_WATCH( context_.cliConfig, holdInt, handleThrottleConfig );
+   LUM_WATCH( context_.cliConfig, maxInt, handleThrottleConfig );
+   LUM_WATCH( constraintInfo_, cspfRequestCount, handleCspfRequestCount );
+   LUM_WATCH_KEYS( constraintInfo_, path, handlePathUpdate );
+   resetDelay();
+   handleCspfRequestCount();
+}
+
+void
+ConstraintInfoSmBase::doPrepareToDie() {
+   timerTaskDel();
+   for ( const PathInfoKey & key : Lum::sortedKeys( constraintInfo_->pathColl() ) ) {
+      clearCspfData( key );
+   }
+   constraintInfo_->cspfDataIs( nullptr );
+}
+
+void
+ConstraintInfoSmBase::resetDelay() {
+   constraintStats_->cspfCurrentDelayIs( context_.cliConfig->initialInt() );
+   TRACE7( "CSPF throttle timer current delay set to " << constraintStats_->cspfCurrentDelay() );
+}
+
+void
+ConstraintInfoSmBase::handleThrottleConfig() {
+   resetDelay();
+}
+
+void
+ConstraintInfoSmBase::handleCspfRequestCount() {
+   if ( constraintInfo_->cspfRequestCount() == 0 ) {
+      return;
+   }
+   if ( constraintStats_->cspfScheduled() ) {
+      TRACE7( "CSPF already scheduled for constraint: " << constraintText() );
+      LUM_ASSERT( timerRunning() );
+      return;
+   }
+   const bool topologyChanged =
+      constraintInfo_->topoInfoChangedAt() - constraintStats_->cspfLastRanAt() > 0;
+   if ( timerRunning() ) {
+      requestInHoldDown( topologyChanged );
+   } else {
+      requestInQuiet( topologyChanged );
+   }
+}
+
+void
+ConstraintInfoSmBase::requestInHoldDown( bool topologyChanged ) {
+   if ( topologyChanged ) {
+      const double longest = context_.cliConfig->maxInt();
+      constraintStats_->cspfCurrentDelayIs(
+         std::min( longest, 2 * constraintStats_->cspfCurrentDelay() ) );
+      TRACE7( "Topology changed during the hold down interval. "
+              << "Next hold int: " << constraintStats_->cspfCurrentDelay() );
+   }
+   constraintStats_->cspfScheduledIs( true );
+   TRACE7( "CSPF scheduled for constraint " << constraintText()
+                                            << " during the hold down interval" );
+}
+
+void
+ConstraintInfoSmBase::requestInQuiet( bool topologyChanged ) {
+   [[maybe_unused]] const double initialInt = context_.cliConfig->initialInt();
+   LUM_ASSERT( constraintStats()->cspfCurrentDelay() == initialInt );
+   startTimer();
+   timerRunningIs( true );
+   constraintStats_->cspfScheduledIs( true );
+   TRACE7( constraintText() << " CSPF scheduled for constraint with initial delay "
+                            << constraintStats_->cspfCurrentDelay() );
+   if ( topologyChanged ) {
+      constraintStats_->cspfCurrentDelayIs( context_.cliConfig->holdInt() );
+      TRACE7( "Topology changed in a quiescent period. "
+              << "Next hold int: " << constraintStats_->cspfCurrentDelay() );
+   }
+}
+
+void
+ConstraintInfoSmBase::startTimer() {
+   timerTask_.schedule( constraintStats_->cspfCurrentDelay() / 1000 );
+}
+
+void
+ConstraintInfoSmBase::timerTaskDel() {
+   timerTask_.unschedule();
+   timerRunningIs( false );
+}
+
+void
+ConstraintInfoSmBase::backoffTimerTask() {
+   constraintStats_->cspfScheduledIs( false );
+   startTimer();
+   TRACE7( "CSPF backoff timer started for constraint: "
+           << constraintText() << " with delay " << constraintStats_->cspfCurrentDelay() << " ms" );
+   if ( requestsServed_ != constraintInfo_->cspfRequestCount() ) {
+      handleCspfRequestCount();  // asked for while results were handed out
+   }
+}
+
+/// What is published may end the last use of this constraint.
+void
+ConstraintInfoSmBase::expire() {
+   const auto alive = keptAlive();
+   const Lum::Ptr< const DedupConstraint > inUse( &constraintInfo_->constraint() );
+   requestsServed_ = constraintInfo_->cspfRequestCount();
+   handleThrottleTimeout();
+}
+
+bool
+ConstraintInfoSmBase::stopUnlessScheduled() {
+   if ( constraintStats_->cspfScheduled() ) {
+      return false;
+   }
+   TRACE7( "no CSPF scheduled for constraint " << constraintText() << " in the last "
+                                               << constraintStats_->cspfCurrentDelay()
+                                               << "throttle window. Stopping timer" );
+   timerTaskDel();
+   resetDelay();
+   return true;
+}
+
+void
+ConstraintInfoSmBase::handlePathUpdate( const PathInfoKey & key ) {
+   if ( !constraintInfo_->pathHas( key ) ) {
+      clearCspfData( key );
+   }
+}
+
+void
+ConstraintInfoSmBase::clearCspfData( const PathInfoKey & key ) {
+   TRACE7( "Cleaning cspfData for : " << key.traceString() );
+   if ( const auto cache = pathStatusCache( key ) ) {
+      cache->cspfDataIs( nullptr );
+   }
+}
+
+Lum::Ptr< PathStatusCache >
+ConstraintInfoSmBase::pathStatusCache( const PathInfoKey & key ) const {
+   const auto * cache = context_.pathStatusCacheTable->pathStatusCacheFind( key );
+   return cache ? *cache : nullptr;
+}
+
+Lum::Ptr< const PathStatusInfo >
+ConstraintInfoSmBase::pathStatusInfo( const PathInfoKey & key ) const {
+   const auto * path = context_.pathStatusInfoTable->pathStatusInfoFind( key );
+   return path ? *path : nullptr;
+}
+
+bool
+ConstraintInfoSmBase::sourceInTopology( const NodeId & source ) const {
+   const TopoId & topoId = pathConstraint().topoId();
+   return source && view_->topoGraph().vertex( source ) != noVertex
+          && ( !topoId || view_->getIgpId( topoId, source ) );
+}
+
+void
+ConstraintInfoSmBase::runCspf( const Lum::Ptr< CspfData > & cspfData ) {
+   TRACE7( "run cspf, cspfRequestCount " << constraintInfo_->cspfRequestCount() );
+   const CspfRun run( context_.runMemory, *cspfData, view_ );
+   constraintStats_->cspfCountInc();
+   constraintStats_->cspfLastRanAtIs( Lum::now() );
+   constraintInfo_->cspfDataIs( cspfData );
+}
+
+void
+ConstraintInfoSmBase::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.dump( *constraintStats_, indent );
+   dumpAge( context, indent, " CSPF last ran", constraintStats_->cspfLastRanAt() );
+   context.dump( *constraintInfo_, indent );
+}
+
+void
+ConstraintInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*c CSPF request count: %u\n", cspfRequestCount() );
+   dumpAge( context, indent, " Last topology change seen", topoInfoChangedAt() );
+   context.printf( indent, "%*c topoInfoChangedAt: %f\n", topoInfoChangedAt() );
+   if ( sourceMissing() ) {
+      context.printf( indent, "%*c CSPF source MISSING\n" );
+   }
+   if ( constraintMissingInTopo() ) {
+      context.printf( indent, "%*c CSPF constraint MISSING in topology\n" );
+   }
+   dumpConstraint( constraint().pathConstraint(), context, indent );
+   context.printf( indent, "%*c TEPs using this constraint: \n" );
+   for ( const auto & [ key, uses ] : pathColl() ) {
+      context.printf( indent + 1, "%*c %s\n", key.pathKey().dst().stringValue().c_str() );
+   }
+}
+
+namespace {
+
+/// Whether the constraint's paths are put together from given hops and other paths.
+bool
+stitched( const InternalPathConstraint & c ) {
+   return c.noSpf() && ( c.includeHops() > 0 || c.includeHopAllExplicit() );
+}
+
+/// What is in use of a path: what its client was told, or for a path of the agent's own its last
+/// result.
+CspfOldPath
+oldPath( const PathStatusInfo & path, const PathStatusCache & cache ) {
+   static const PathArray::Hops none;
+   const PathInfoKey & key = path.pathInfoKey();
+   if ( !key.internal() ) {
+      const auto * published = path.cspfStatus()->pathStatusFind( key.pathKey() );
+      return published ? CspfOldPath{ published->pathList(), published->pathTeRouterIdList() }
+                       : CspfOldPath{ none, none };
+   }
+   return { cache.path() ? cache.path()->path() : none,
+            cache.pathTeRouterId() ? cache.pathTeRouterId()->pathTeRouterId() : none };
+}
+
+/// The reason that the client reads where there is no path; empty where there is one.
+void
+setError( const PathStatusInfo & path, const std::string & error ) {
+   const PathInfoKey & key = path.pathInfoKey();
+   if ( key.internal() || !( path.refreshNeeded() || path.updatePathPending() ) ) {
+      return;
+   }
+   if ( error.empty() ) {
+      path.cspfStatus()->pathErrorDel( key.pathKey() );
+   } else {
+      path.cspfStatus()->pathErrorIs( key.pathKey(), error );
+   }
+}
+
+}
+
+void
+ConstraintInfoSm::handleThrottleTimeout() {
+   if ( stopUnlessScheduled() ) {
+      return;
+   }
+   const InternalPathConstraint & pathConstraint = this->pathConstraint();
+   LUM_ASSERT( pathConstraint.sourceType() == plr()
+               || pathConstraint.sourceType() == pathSegmentSource() );
+   const NodeId source = view()->spfRoot();
+   constraintInfo()->sourceMissingIs( !sourceInTopology( source ) );
+   if ( constraintInfo()->sourceMissing() ) {
+      TRACE7( "Source not found in topoId " << pathConstraint.topoId() );
+      updatePathStatusCache( nullptr );
+   } else if ( pathConstraint.noSpf() ) {
+      constraintStats()->cspfLastRanAtIs( Lum::now() );
+      updatePathStatusCache( nullptr );
+   } else {
+      computeFrom( source );
+   }
+   backoffTimerTask();
+}
+
+void
+ConstraintInfoSm::computeFrom( const NodeId & source ) {
+   const auto cspfData = Lum::make< CspfData >();
+   cspfData->sourceIs( source );
+   cspfData->useTeMetricIs( true );
+   cspfData->buildReverseSptIs( pathConstraint().reversePath() );
+   for ( const auto & [ key, uses ] : constraintInfo()->pathColl() ) {
+      const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
+      TRACE9( "adding " << tep << " to CspfData::tep collection" );
+      cspfData->tepIs( tep );
+   }
+   runCspf( cspfData );
+   updatePathStatusCache( cspfData );
+   context().runMemory.reclaim( *cspfData );
+}
+
+void
+ConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData ) {
+   for ( const PathInfoKey & key : Lum::sortedKeys( constraintInfo()->pathColl() ) ) {
+      updatePath( key, cspfData );
+   }
+}
+
+/// A path that is stitched gets nothing from here but the word that it may be.
+void
+ConstraintInfoSm::updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData ) {
+   const auto cache = pathStatusCache( key );
+   const auto path = pathStatusInfo( key );
+   if ( !cache || !path ) {
+      return;
+   }
+   if ( !stitched( pathConstraint() ) ) {
+      const std::string error = fill( *path, cspfData.ptr(), *cache );
+      cache->cspfDataIs( cspfData );
+      setError( *path, error );
+   }
+   tellPath( *path, *cache );
+}
+
+/// Gives the reason why there is no path, or nothing.
+std::string
+ConstraintInfoSm::fill( const PathStatusInfo & path, const CspfData * cspfData,
+                        PathStatusCache & cache ) const {
+   const PathInfoKey & key = path.pathInfoKey();
+   const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
+   CspfPathResult result{ cache.path(), cache.pathSrlg(), cache.pathTeRouterId(),
+                          cache.includeIps() };
+   std::string error;
+   if ( !cspfData ) {
+      error = constraintInfo()->sourceMissing() ? "source not found in topology"
+                                                : "no computation asked for, and no hops given";
+   } else if ( !cspfData->routerWithTepHas( tep ) ) {
+      TRACE9( "no path found for tep " << tep );
+      error = "no path found for tep " + tep.stringValue();
+   } else if ( !cspfData->fillHopByHopPathForTep( tep, oldPath( path, cache ), result ) ) {
+      error = "path to tep " + tep.stringValue() + " has too many hops";
+   }
+   if ( !error.empty() ) {
+      result.clear();
+   }
+   cache.pathIs( result.path );
+   cache.pathSrlgIs( result.pathSrlg );
+   cache.pathTeRouterIdIs( result.pathTeRouterId );
+   cache.includeIpsIs( result.includeIps );
+   return error;
+}
+
+void
+ConstraintInfoSm::tellPath( const PathStatusInfo & path, PathStatusCache & cache ) {
+   if ( path.refreshNeeded() ) {
+      cache.refreshedStage1CountInc();
+   }
+   if ( path.updatePathPending() && !stitched( pathConstraint() ) ) {
+      cache.stage2LastRanAtIs( Lum::now() );
+      cache.refreshedStage2CountInc();
+   }
+}
+
+}

@@ -1,0 +1,118 @@
+#pragma once
+
+#include "Cspf/AllTopoDbView.h"
+#include "Cspf/CspfVrfRootTypes.h"
+#include "platform/Kiv/TaskScheduler.h"
+
+namespace Cspf {
+
+class CspfRunMemory;
+
+/// What the constraint machines of one VRF root share. The memory outlives them.
+struct ConstraintSmContext {
+   Lum::Ptr< const CspfCliConfig > cliConfig;
+   Lum::Ptr< Kiv::TaskScheduler > taskScheduler;
+   Lum::Ptr< const PathStatusInfoTable > pathStatusInfoTable;
+   Lum::Ptr< PathStatusCacheTable > pathStatusCacheTable;
+   CspfRunMemory & runMemory;
+};
+
+/// Decides when a constraint is computed: the first request after a quiet period waits
+/// `initialInt`, requests in the hold-down after a run wait for its end, and a topology that keeps
+/// changing doubles the hold-down from `holdInt` to `maxInt`.
+///
+///   state       timer  cspfScheduled   request                         expiry
+///   quiet       off    no              -> scheduled, arm the timer     (none)
+///   scheduled   on     yes             (already on its way)            run -> hold-down, arm again
+///   hold-down   on     no              -> scheduled, double the delay  -> quiet, delay initialInt
+///                                      if the topology changed
+///
+///   watches                          handler
+///   ConstraintInfo.cspfRequestCount  handleCspfRequestCount
+///   ConstraintInfo.path              handlePathUpdate
+///   CspfCliConfig, all intervals     handleThrottleConfig
+class ConstraintInfoSmBase : public Lum::Reactor {
+ public:
+   ConstraintInfoSmBase( const Lum::Ptr< ConstraintInfo > & constraintInfo,
+                         const Lum::Ptr< ConstraintStats > & constraintStats,
+                         const Lum::Ptr< AllTopoDbView > & view,
+                         const ConstraintSmContext & context );
+
+   void handleInitialized() override;
+   /// Stops the timer and lets go of all results.
+   void doPrepareToDie() override;
+   /// The running timer keeps its deadline; the new delay counts from its expiry.
+   void handleThrottleConfig();
+   void handleCspfRequestCount();
+   /// The timer expired: run, or end the hold-down. Begins with `stopUnlessScheduled`, ends with
+   /// `backoffTimerTask`.
+   virtual void handleThrottleTimeout() = 0;
+   /// Whether what the constraint names is in the topology.
+   virtual bool checkConstraintInTopoDb() { return true; }
+   /// A path joined or left the constraint.
+   void handlePathUpdate( const PathInfoKey & key );
+   /// Forgets the result of one path, so that its next one comes from a new run.
+   void clearCspfData( const PathInfoKey & key );
+   /// Starts the hold-down after a run.
+   void backoffTimerTask();
+
+   const Lum::Ptr< ConstraintInfo > & constraintInfo() const noexcept { return constraintInfo_; }
+   const Lum::Ptr< ConstraintStats > & constraintStats() const noexcept { return constraintStats_; }
+   const Lum::Ptr< AllTopoDbView > & view() const noexcept { return view_; }
+   const InternalPathConstraint & pathConstraint() const {
+      return constraintInfo_->constraint().pathConstraint();
+   }
+   bool timerRunning() const noexcept { return timerRunning_; }
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ protected:
+   /// The first step of an expiry: true when nobody asked for a run, and the constraint is quiet.
+   bool stopUnlessScheduled();
+   /// Whether the node is a router of the constraint's topology.
+   bool sourceInTopology( const NodeId & source ) const;
+   /// Runs `cspfData`, whose attributes and destinations are set, counts the run, and keeps it as
+   /// the constraint's last one.
+   void runCspf( const Lum::Ptr< CspfData > & cspfData );
+   /// The rows of a path; null while it has none.
+   Lum::Ptr< PathStatusCache > pathStatusCache( const PathInfoKey & key ) const;
+   Lum::Ptr< const PathStatusInfo > pathStatusInfo( const PathInfoKey & key ) const;
+   const ConstraintSmContext & context() const noexcept { return context_; }
+   /// As traces name the constraint.
+   std::string constraintText() const;
+
+ private:
+   void expire();
+   void timerRunningIs( bool running ) { timerRunning_ = running; }
+   void timerTaskDel();
+   void startTimer();
+   void requestInHoldDown( bool topologyChanged );
+   void requestInQuiet( bool topologyChanged );
+   void resetDelay();
+
+   Lum::Ptr< ConstraintInfo > constraintInfo_;
+   Lum::Ptr< ConstraintStats > constraintStats_;
+   const Lum::Ptr< AllTopoDbView > view_;
+   const ConstraintSmContext context_;
+   Kiv::Task timerTask_;
+   bool timerRunning_ = false;
+   std::uint32_t requestsServed_ = 0;  // requests up to the last expiry
+};
+
+/// Computes an ordinary constraint over the TE view: one run for all of its paths.
+class ConstraintInfoSm : public ConstraintInfoSmBase {
+   LUM_ENTITY( Cspf, ConstraintInfoSm );
+   using ConstraintInfoSmBase::ConstraintInfoSmBase;
+
+   void handleThrottleTimeout() override;
+   /// Hands the results of a run to the constraint's paths; null: there was nothing to run.
+   void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData );
+
+ private:
+   void computeFrom( const NodeId & source );
+   void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
+   std::string fill( const PathStatusInfo & path, const CspfData * cspfData,
+                     PathStatusCache & cache ) const;
+   void tellPath( const PathStatusInfo & path, PathStatusCache & cache );
+};
+
+}

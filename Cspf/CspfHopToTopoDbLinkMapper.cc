@@ -1,0 +1,206 @@
+// From the addresses of a published path back to links of the topology.
+//
+// A path names each hop by an address of its receiving end. The table of interface addresses says
+// which link of the receiving router carries it; the packet comes by that link's reverse, or, on a
+// LAN, by the previous router's own link to it. Both are edges of the graph, so that after the one
+// look-up of an address everything is numbers.
+//
+// The look-up is remembered for each address. Validation runs for thousands of paths after one
+// change of the topology, their hops are mostly the same, and a change makes only the numbers in the
+// memory old, which the graph's version tells.
+
+#include "Cspf/CspfHopToTopoDbLinkMapper.h"
+
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+void
+HopAddressMemory::handleInitialized() {
+   LUM_WATCH_KEYS( allTopoDbStatus_->intfIpToNeighborTable(), intfIpToNeighbor, handleIntfIp );
+}
+
+HopAddressMemory::Carrier
+HopAddressMemory::carrier( const AllTopoNeighborKey & key ) const {
+   const TopoGraph & topoGraph = allTopoDbStatus_->teGraph();
+   const CspfGraph & graph = topoGraph.graph();
+   Carrier carrier;
+   carrier.topology =
+      topoGraph.topologyNumber( key.topoId() ).value_or( CspfGraph::anyTopology );
+   carrier.lan = key.isLan();
+   carrier.router = topoGraph.router( key.topoId(), key.neighborKey().routerId() );
+   const CspfEdge link = topoGraph.edge( key );
+   carrier.arrival = link == noEdge ? noEdge : graph.reverse( link );
+   if ( carrier.arrival != noEdge ) {
+      [[maybe_unused]] const auto linkInReverse = topoGraph.neighborKey( carrier.arrival );
+      LUM_ASSERT( !!linkInReverse.teNeighborOf() );
+   }
+   return carrier;
+}
+
+std::span< const HopAddressMemory::Carrier >
+HopAddressMemory::carriers( const Kivnet::IpGenAddr & address ) {
+   const std::uint64_t version = allTopoDbStatus_->teGraph().graph().version();
+   Entry & entry = entries_[ address ];
+   if ( entry.graphVersion != version ) {
+      entry.graphVersion = version;
+      entry.carriers.clear();
+      const auto * found =
+         allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighborFind( address );
+      if ( found ) {
+         for ( const AllTopoNeighborKey & key : found->neighborSet() ) {
+            entry.carriers.push_back( carrier( key ) );
+         }
+      }
+   }
+   return entry.carriers;
+}
+
+void
+HopToTopoDbLinkMapper::handleNew( CspfVertex sourceNode, const Hops & hops,
+                                  std::vector< CspfPathHop > & links ) {
+   const CspfGraph & graph = view_.graph();
+   failure_.clear();
+   links.clear();
+   CspfVertex previous = sourceNode;
+   for ( const Kivnet::IpGenAddr & hop : hops ) {
+      links.push_back( mapHop( hop, previous ) );
+      CspfPathHop & link = links.back();
+      if ( links.size() == 1 && link.known() && graph.from( link.link ) != sourceNode ) {
+         TRACE8( "Skipping hop0, sourceNode "
+                 << view_.spfRoot() << " doesn't match with "
+                 << view_.topoGraph().nodeId( graph.from( link.link ) ) );
+         failure_ = "hop " + hop.stringValue() + " is not behind a link of the source";
+         link = CspfPathHop();
+      }
+      previous = link.known() ? link.end( graph ) : noVertex;
+   }
+}
+
+CspfPathHop
+HopToTopoDbLinkMapper::mapHop( const Kivnet::IpGenAddr & hop, CspfVertex previous ) {
+   CspfPathHop best;
+   for ( const Carrier & carrier : linkWithHop( hop ) ) {
+      const CspfPathHop candidate = carrier.lan ? doReverseLanLink( carrier, hop, previous )
+                                                : doReverseP2pLink( carrier, hop );
+      if ( better( candidate, best, previous ) ) {
+         best = candidate;
+      }
+   }
+   return best;
+}
+
+bool
+HopToTopoDbLinkMapper::better( const CspfPathHop & candidate, const CspfPathHop & best,
+                               CspfVertex previous ) const {
+   if ( !candidate.known() || !best.known() ) {
+      return candidate.known();
+   }
+   const CspfGraph & graph = view_.graph();
+   const auto rank = [ & ]( const CspfPathHop & hop ) {
+      const bool continues = graph.from( hop.link ) == previous;
+      const bool allowed =
+         !filter_ || filter_->reason( graph, hop.link ) == CspfRefusal::none;
+      return std::pair( continues, allowed );
+   };
+   return rank( candidate ) > rank( best );
+}
+
+std::span< const HopAddressMemory::Carrier >
+HopToTopoDbLinkMapper::linkWithHop( const Kivnet::IpGenAddr & hop ) {
+   std::span< const Carrier > carriers = memory_.carriers( hop );
+   if ( const TopoId & wanted = view_.constraint().topoId() ) {
+      const auto topology = view_.topoGraph().topologyNumber( wanted );
+      inTopology_.clear();
+      std::ranges::copy_if( carriers, std::back_inserter( inTopology_ ),
+                            [ & ]( const Carrier & c ) { return topology == c.topology; } );
+      carriers = inTopology_;
+   }
+   if ( carriers.empty() ) {
+      fail( "Hop not found: ", hop );
+      return {};
+   }
+   const Carrier & first = carriers.front();
+   for ( const Carrier & other : carriers.subspan( 1 ) ) {
+      if ( other.router != first.router || other.router == noVertex ) {
+         const auto name = [ & ]( const Carrier & c ) {
+            return c.router == noVertex ? std::string()
+                                        : view_.topoGraph().nodeId( c.router ).stringValue();
+         };
+         fail( "Duplicate IP exists for hop: ", hop,
+               ", teRouterId1 " + name( first ) + " teRouterId2: " + name( other ) );
+         return {};
+      }
+   }
+   return carriers;
+}
+
+CspfPathHop
+HopToTopoDbLinkMapper::doReverseP2pLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop ) {
+   if ( carrier.router == noVertex ) {
+      fail( "Cannot find TE router id for ", hop );
+      return {};
+   }
+   if ( carrier.arrival == noEdge ) {
+      fail( "Cannot find matching reverse link for hop ", hop );
+      return {};
+   }
+   return { carrier.arrival, noEdge };
+}
+
+CspfPathHop
+HopToTopoDbLinkMapper::doReverseLanLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop,
+                                         CspfVertex previous ) {
+   if ( carrier.router == noVertex ) {
+      fail( "Cannot find IGP router id for destination router", hop );
+      return {};
+   }
+   if ( carrier.arrival == noEdge ) {
+      fail( "Cannot find Neighbor object for ", hop );
+      return {};
+   }
+   const CspfGraph & graph = view_.graph();
+   const CspfVertex network = graph.from( carrier.arrival );
+   CspfPathHop best;
+   if ( previous != noVertex ) {
+      for ( const std::uint32_t e : graph.out( previous ) ) {
+         const CspfPathHop candidate{ CspfEdge{ e }, carrier.arrival };
+         if ( graph.to( candidate.link ) == network && better( candidate, best, previous ) ) {
+            best = candidate;
+         }
+      }
+   }
+   if ( !best.known() ) {
+      fail( "Cannot find reference from router to LAN for ", hop );
+   }
+   return best;
+}
+
+void
+HopToTopoDbLinkMapper::fail( const char * reason, const Kivnet::IpGenAddr & hop,
+                             const std::string & more ) {
+   TRACE8( reason << hop << more );
+   if ( failure_.empty() ) {
+      failure_ = reason + hop.stringValue() + more;
+   }
+}
+
+Lum::Ptr< PathAsTopoDbLinks >
+pathAsTopoDbLinks( const TopoGraph & topoGraph, std::span< const CspfPathHop > hops ) {
+   const CspfGraph & graph = topoGraph.graph();
+   const auto links = Lum::make< PathAsTopoDbLinks >();
+   for ( std::size_t i = 0; i < hops.size(); ++i ) {
+      if ( hops[ i ].known() ) {
+         links->pathIs( HopIndex( i ), topoGraph.neighborKey( hops[ i ].link ) );
+      }
+      if ( hops[ i ].membership != noEdge ) {
+         links->routerInNetworkForHopIs(
+            HopIndex( i ), topoGraph.nodeId( hops[ i ].end( graph ) ).ipAddress() );
+      }
+   }
+   return links;
+}
+
+}

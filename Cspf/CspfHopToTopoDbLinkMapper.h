@@ -1,0 +1,102 @@
+#pragma once
+
+#include "Cspf/AllTopoDbView.h"
+#include "Cspf/CspfPathRecords.h"
+#include "Cspf/CspfVrfRootTypes.h"
+
+#include <span>
+#include <vector>
+
+namespace Cspf {
+
+/// One hop of a path in numbers of a graph.
+struct CspfPathHop {
+   CspfEdge link = noEdge;        ///< by which the previous router is left; noEdge: not known
+   CspfEdge membership = noEdge;  ///< across a LAN: the step from the LAN to the router reached
+
+   bool known() const { return link != noEdge; }
+   /// The router reached. REQUIRES: the hop is known.
+   CspfVertex end( const CspfGraph & graph ) const {
+      return graph.to( membership == noEdge ? link : membership );
+   }
+};
+
+/// Where hop addresses lead, remembered from path to path: the paths of one router share most of
+/// their hops. What it remembers of an address is void when the links that carry it change, or when
+/// the graph does.
+///
+///   watches                                   handler
+///   IntfIpToNeighborTable.intfIpToNeighbor    handleIntfIp
+class HopAddressMemory : public Lum::Reactor {
+   LUM_ENTITY( Cspf, HopAddressMemory );
+   /// A link that carries the address.
+   struct Carrier {
+      CspfVertex router = noVertex;  ///< its owner; noVertex where that takes no part
+      std::uint16_t topology = 0;
+      bool lan = false;
+      CspfEdge arrival = noEdge;     ///< the link, or the step from the LAN, that leads to the owner
+   };
+
+   explicit HopAddressMemory( const Lum::Ptr< const AllTopoDbStatus > & allTopoDbStatus )
+      : allTopoDbStatus_( allTopoDbStatus ) {}
+
+   void handleInitialized() override;
+   void handleIntfIp( const Kivnet::IpGenAddr & address ) { entries_.erase( address ); }
+   /// All carriers of the address, in key order; valid until the next call. O(1) when it is known.
+   std::span< const Carrier > carriers( const Kivnet::IpGenAddr & address );
+
+ private:
+   struct Entry {
+      std::uint64_t graphVersion = 0;  // 0: never looked up
+      std::vector< Carrier > carriers;
+   };
+   Carrier carrier( const AllTopoNeighborKey & key ) const;
+
+   const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
+   Lum::Map< Kivnet::IpGenAddr, Entry > entries_;
+};
+
+/// Translates hop addresses into links of the topology. A hop address is that of the receiving end;
+/// what is looked for is the link that the packet takes, so the link that carries the address is
+/// turned round.
+class HopToTopoDbLinkMapper {
+ public:
+   using Hops = PathArray::Hops;
+
+   /// A hop that could be several parallel links is one that `filter` admits, where one is.
+   /// All outlive this object. REQUIRES: the filter is null or was given the constraint.
+   HopToTopoDbLinkMapper( const AllTopoDbView & view, HopAddressMemory & memory,
+                          const CspfLinkFilter * filter = nullptr )
+      : view_( view ), memory_( memory ), filter_( filter ) {}
+
+   /// Maps the hops of a path that starts at `sourceNode`, one element of `links` a hop. A hop that
+   /// cannot be mapped is left out (not known) and traced; `failure` keeps the first such reason.
+   /// O(hops).
+   void handleNew( CspfVertex sourceNode, const Hops & hops, std::vector< CspfPathHop > & links );
+   const std::string & failure() const noexcept { return failure_; }
+
+ private:
+   using Carrier = HopAddressMemory::Carrier;
+
+   CspfPathHop mapHop( const Kivnet::IpGenAddr & hop, CspfVertex previous );
+   /// The carriers in the constraint's topology; none unless they belong to one router.
+   std::span< const Carrier > linkWithHop( const Kivnet::IpGenAddr & hop );
+   CspfPathHop doReverseP2pLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop );
+   CspfPathHop doReverseLanLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop,
+                                 CspfVertex previous );
+   bool better( const CspfPathHop & candidate, const CspfPathHop & best,
+                CspfVertex previous ) const;
+   void fail( const char * reason, const Kivnet::IpGenAddr & hop, const std::string & more = {} );
+
+   const AllTopoDbView & view_;
+   HopAddressMemory & memory_;
+   const CspfLinkFilter * filter_;
+   std::vector< Carrier > inTopology_;
+   std::string failure_;
+};
+
+/// The hops as records: which link each one is, and the router inside of a LAN that it crosses.
+Lum::Ptr< PathAsTopoDbLinks > pathAsTopoDbLinks( const TopoGraph & topoGraph,
+                                                 std::span< const CspfPathHop > hops );
+
+}

@@ -1,0 +1,271 @@
+// One run, from a constraint to the tree and the destinations in it. The run itself works on dense
+// numbers; this is where its inputs are translated and where what it did is told in terms of
+// routers and links. Driven by the constraint machines, and by stitching for single hops.
+//
+// The telling is expensive. It hangs on the run's observer, and only runs whose traces somebody
+// wants have one. A renumbering of the graph may come with the constraint's translation, so no
+// number is asked for before that.
+
+#include "Cspf/CspfImpl.h"
+
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace Cspf {
+
+namespace {
+
+/// A graph's numbers in the words of the topology.
+struct Words {
+   const TopoGraph & topology;
+   const CspfTree & tree;
+
+   std::string node( CspfVertex vertex ) const {
+      return topology.graph().isRouter( vertex ) ? topology.nodeId( vertex ).stringValue()
+                                                 : Lum::valueString( topology.networkId( vertex ) );
+   }
+   std::string cost( CspfVertex vertex ) const { return pathCost( vertex ).stringValue(); }
+   CspfPathCost pathCost( CspfVertex vertex ) const {
+      const CspfCost cost = tree.cost( vertex );
+      return { cost.srlgExclude, cost.srlgInclude, cost.metric };
+   }
+   /// The key of an edge as a last link of its far end.
+   CspfLinkInfoKey linkInfoKey( CspfEdge edge ) const {
+      const CspfGraph & graph = topology.graph();
+      const CspfVertex to = graph.to( edge );
+      if ( graph.kind( edge ) != CspfEdgeKind::networkToRouter ) {
+         return { topology.neighborKey( edge ), NodeId(), pathCost( to ) };
+      }
+      const CspfEdge entry = tree.entryLink( graph, graph.from( edge ) );
+      return { topology.neighborKey( entry ), topology.nodeId( to ), pathCost( to ) };
+   }
+   std::string link( CspfEdge edge ) const { return topology.neighborKey( edge ).stringValue(); }
+};
+
+/// Traces a run. A link that the constraint refuses is told when its near end is made final.
+class CspfRunTracer {
+ public:
+   CspfRunTracer( const AllTopoDbView & view, const CspfLinkFilter & filter, const CspfTree & tree )
+      : view_( view ),
+        filter_( filter ),
+        tree_( tree ),
+        words_{ view.topoGraph(), tree } {}
+
+   void madeFinal( CspfVertex vertex ) {
+      const CspfGraph & graph = view_.graph();
+      if ( graph.isNetwork( vertex ) ) {
+         TRACE9( "adding network " << words_.node( vertex ) << " with cost "
+                                   << words_.cost( vertex ) << " to shortestPathForNetwork" );
+      } else if ( vertex != tree_.source() ) {
+         TRACE9( "adding router " << words_.node( vertex ) << " to shortestPath via "
+                                  << words_.link( tree_.lastLinks( vertex )[ 0 ] ) );
+         if ( tree_.options().singleHop ) {
+            TRACE9( "stopping because of single hop count limit at router "
+                    << words_.node( vertex ) );
+            return;
+         }
+      }
+      for ( const uint32_t edge : graph.out( vertex ) ) {
+         tellRefusal( CspfEdge{ edge } );
+      }
+   }
+   void improved( CspfEdge ) {}
+   void equalCost( CspfEdge edge ) {
+      const CspfVertex to = view_.graph().to( edge );
+      if ( view_.graph().isNetwork( to ) ) {
+         TRACE9( "found another equal cost (" << words_.cost( to ) << ") path for network "
+                                              << words_.node( to ) );
+      } else {
+         TRACE9( "adding another equal cost path for router " << words_.node( to ) );
+      }
+   }
+   void tooFar( CspfEdge edge ) {
+      TRACE9( kindText( edge ) << words_.link( edge ) << " to tent list as its path "
+                               << "cost is more than maximum path metric" );
+   }
+
+ private:
+   const char * kindText( CspfEdge edge ) const {
+      return view_.graph().kind( edge ) == CspfEdgeKind::networkToRouter
+                ? "Not adding network router "
+                : "Not adding neighbor ";
+   }
+
+   void tellRefusal( CspfEdge edge ) const {
+      const CspfRefusal refusal =
+         CspfArcs::refusal( view_.graph(), filter_, edge, tree_.options() );
+      if ( refusal == CspfRefusal::zeroMetric ) {
+         TRACE9( kindText( edge ) << words_.link( edge ) << " to tent list as its metric is zero" );
+      } else if ( refusal == CspfRefusal::maximumMetric ) {
+         TRACE9( kindText( edge ) << words_.link( edge )
+                                  << " to tent list as its link metric is maximum" );
+      } else if ( refusal != CspfRefusal::none ) {
+         TRACE9( kindText( edge ) << words_.link( edge ) << " to tent list: " << text( refusal ) );
+         view_.neighborAndTepAllowed( view_.topoGraph().neighborKey( edge ) );  // traces its tests
+      }
+   }
+
+   const AllTopoDbView & view_;
+   const CspfLinkFilter & filter_;
+   const CspfTree & tree_;
+   const Words words_;
+};
+
+}
+
+std::string
+CspfPathCost::stringValue() const {
+   return std::to_string( metricCost_ ) + "|SE-" + std::to_string( srlgExcludeInfo_ ) + "|SI-"
+          + std::to_string( srlgIncludeInfo_ );
+}
+
+bool
+CspfLinkInfoKey::equalCost( const CspfLinkInfoKey & other ) const {
+   if ( !routerLink() || !other.routerLink() ) {
+      throw std::invalid_argument( "Only router links are comparable" );
+   }
+   return cost == other.cost;
+}
+
+std::string
+CspfLinkInfoKey::stringValue() const {
+   return "Value('Cspf::CspfLinkInfoKey', ** {'allTopoNeighborKey': "
+          + allTopoNeighborKey.stringValue() + ", 'routerInNetwork': "
+          + routerInNetwork.stringValue() + ", 'cost': " + cost.stringValue() + "})";
+}
+
+std::strong_ordering
+CspfLinkInfoKey::operator<=>( const CspfLinkInfoKey & other ) const {
+   const auto kind = []( const CspfLinkInfoKey & key ) {
+      return key.routerLink() ? 1 : key.routerInNetwork ? 2 : 0;
+   };
+   if ( const auto order = std::tuple( cost, kind( *this ), routerInNetwork )
+                           <=> std::tuple( other.cost, kind( other ), other.routerInNetwork );
+        order != 0 ) {
+      return order;
+   }
+   return allTopoNeighborKey <=> other.allTopoNeighborKey;
+}
+
+void
+CspfRunMemory::reclaim( CspfData & cspfData ) {
+   cspfData.view_ = nullptr;
+   spareTree_ = std::exchange( cspfData.tree_, CspfTree() );
+   cspfData.edges_ = {};
+   cspfData.hops_ = {};
+   cspfData.teps_ = {};
+}
+
+CspfRun::CspfRun( CspfRunMemory & memory, CspfData & cspfData,
+                  const Lum::Ptr< const AllTopoDbView > & view )
+   : cspfData_( cspfData ),
+     view_( *view ) {
+   cspfData_.view_ = view;
+   doRunCspf( memory );
+   doSearchAndUpdateForTeps();
+   cspfData_.ranAtIs( Lum::now() );
+}
+
+void
+CspfRun::doRunCspf( CspfRunMemory & memory ) {
+   LUM_ASSERT( !cspfData()->shortestPaths() );
+   LUM_ASSERT( !cspfData()->routerWithTeps() );
+   const InternalPathConstraint & constraint = view_.constraint();
+   TRACE8( "Starting SPF with sourceNode "
+           << cspfData_.source() << " useTeMetric=" << cspfData_.useTeMetric() << " reverseSpt="
+           << cspfData_.buildReverseSpt() << " const. intf: " << constraint.excludeIntf()
+           << " node: " << constraint.excludeNode().nodeId() );
+   CspfLinkConstraint linkConstraint = view_.linkConstraint( cspfData_.source() );
+   const CspfGraph & graph = view_.graph();
+   const CspfRunOptions options{ view_.topoGraph().vertex( cspfData_.source() ),
+                                 cspfData_.useTeMetric(), cspfData_.useLinksWithMaxMetric(),
+                                 cspfData_.buildReverseSpt(), cspfData_.singleHopCountLimit() };
+   memory.filter_.apply( graph, std::move( linkConstraint ) );
+   CspfTree & tree = cspfData_.tree_ = std::exchange( memory.spareTree_, CspfTree() );
+   if ( Trace::wanted( 9 ) ) {
+      memory.treeRun_.run( graph, memory.filter_, options, tree,
+                           CspfRunTracer( view_, memory.filter_, tree ) );
+   } else {
+      memory.treeRun_.run( graph, memory.filter_, options, tree );
+   }
+}
+
+/// A destination on several routers belongs to the one that was made final first.
+void
+CspfRun::doSearchAndUpdateForTeps() {
+   auto & teps = cspfData_.teps_;
+   std::ranges::sort( teps, {}, &CspfData::Tep::tep );
+   teps.erase( std::unique( teps.begin(), teps.end(),
+                            []( const auto & a, const auto & b ) { return a.tep == b.tep; } ),
+               teps.end() );
+   const CspfTree & tree = cspfData_.tree_;
+   for ( CspfData::Tep & tep : teps ) {
+      for ( const CspfVertex router : view_.verticesWithTep( tep.tep ) ) {
+         if ( !tree.reached( router ) ) {
+            continue;
+         }
+         if ( tep.router == noVertex || tree.finalBefore( view_.graph(), router, tep.router ) ) {
+            tep.router = router;
+         }
+      }
+      if ( tep.router != noVertex ) {
+         TRACE9( "found TEP " << tep.tep << " on router "
+                              << view_.topoGraph().nodeId( tep.router ) );
+      }
+   }
+}
+
+CspfData::CspfData() = default;
+CspfData::~CspfData() = default;
+
+bool
+CspfData::hasTree() const {
+   return view_ && tree_.graphVersion() == view_->graph().version();
+}
+
+bool
+CspfData::routerWithTeps() const {
+   return std::ranges::any_of( teps_, []( const Tep & tep ) { return tep.router != noVertex; } );
+}
+
+CspfVertex
+CspfData::tepVertex( const Kivnet::IpGenAddr & tep ) const {
+   const auto at = std::ranges::lower_bound( teps_, tep, {}, &Tep::tep );
+   return at != teps_.end() && at->tep == tep ? at->router : noVertex;
+}
+
+bool
+CspfData::routerWithTepHas( const Kivnet::IpGenAddr & tep ) const {
+   return tepVertex( tep ) != noVertex;
+}
+
+NodeId
+CspfData::routerWithTep( const Kivnet::IpGenAddr & tep ) const {
+   const CspfVertex router = tepVertex( tep );
+   return router != noVertex ? view_->topoGraph().nodeId( router ) : NodeId();
+}
+
+bool
+CspfData::shortestPathHas( const NodeId & router ) const {
+   const CspfVertex vertex = view_->topoGraph().vertex( router );
+   return vertex != noVertex && tree_.reached( vertex );
+}
+
+CspfPath
+CspfData::shortestPath( const NodeId & router ) const {
+   const TopoGraph & topology = view_->topoGraph();
+   const CspfGraph & graph = topology.graph();
+   const CspfVertex own = topology.vertex( view_->getOurSourceId() );
+   const Words words{ topology, tree_ };
+   CspfPath path;
+   path.nodeIdIs( router );
+   for ( const CspfEdge edge : tree_.lastLinks( topology.vertex( router ) ) ) {
+      const std::uint32_t interface = tree_.firstHopInterface( graph, edge, own );
+      path.lastLinkIs( { words.linkInfoKey( edge ), Kivnet::IntfId::fromNumber( interface ) } );
+   }
+   return path;
+}
+
+}

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Cspf/AllTopoDbView.h"
+#include "Cspf/CspfData.h"
+#include "Cspf/CspfPathRecords.h"
+#include "Cspf/CspfTreeRun.h"
+
+namespace Cspf {
+
+/// The answer for one path: its hops, and what is known of them. Null where nothing was worked out.
+struct CspfPathResult {
+   Lum::Ptr< const PathArray > path;
+   Lum::Ptr< const PathSrlg > pathSrlg;
+   Lum::Ptr< const PathTeRouterId > pathTeRouterId;
+   Lum::Ptr< const IncludeIps > includeIps;
+
+   /// Makes it the answer "no hops".
+   void clear();
+};
+
+/// The path that is published, which equal-cost choices keep to.
+struct CspfOldPath {
+   const PathArray::Hops & path;
+   const PathTeRouterId::Hops & pathTeRouterId;  ///< one a hop
+};
+
+/// What runs work in. They follow each other on one loop, so one memory serves all constraints of
+/// a VRF, and a run allocates nothing once the topology has its size.
+class CspfRunMemory {
+ public:
+   /// Takes the tree of a run back when its results were handed out.
+   void reclaim( CspfData & cspfData );
+
+ private:
+   friend class CspfRun;
+   CspfLinkFilter filter_;
+   CspfTreeRun treeRun_;
+   CspfTree spareTree_;
+};
+
+/// One constrained shortest-path run. Creating it runs it to completion; what it found stands in
+/// the data.
+class CspfRun {
+ public:
+   /// REQUIRES: the data is fresh and its source is a node of the view. O(edges + vertices), and a
+   /// few look-ups for each destination.
+   CspfRun( CspfRunMemory & memory, CspfData & cspfData,
+            const Lum::Ptr< const AllTopoDbView > & view );
+
+ private:
+   const CspfData * cspfData() const noexcept { return &cspfData_; }
+   void doRunCspf( CspfRunMemory & memory );
+   void doSearchAndUpdateForTeps();
+
+   CspfData & cspfData_;
+   const AllTopoDbView & view_;
+};
+
+}

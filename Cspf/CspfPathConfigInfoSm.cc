@@ -1,0 +1,223 @@
+// From a client's request to the constraint that a computation is made for. A constraint holds all
+// that a run depends on, so that paths whose constraints are equal share one run; what does not
+// matter to a run is therefore settled here, before constraints are compared: the kind of
+// computation follows from the client, the source from the key. The local bandwidth id of a path
+// without a shared group is taken and given back here.
+
+#include "Cspf/CspfPathConfigInfoSm.h"
+
+#include "Cspf/CspfTilfaKeys.h"
+#include "Cspf/CspfVrfRoot.h"
+#include "platform/Trace/Trace.h"
+
+namespace Cspf {
+
+namespace {
+
+bool
+startsAtProtectedNode( ConstraintModifier modifier ) {
+   return modifier == unconstrainedSpfAtProtectedNode()
+          || modifier == unconstrainedReverseSpfAtProtectedNode();
+}
+
+bool
+isReverse( ConstraintModifier modifier ) {
+   return modifier == unconstrainedReverseSpfAtPlr()
+          || modifier == unconstrainedReverseSpfAtProtectedNode();
+}
+
+/// What is left of a constraint when nothing is to be avoided.
+InternalPathConstraint
+unconstrained( const PathConstraint & constraint, ConstraintModifier modifier ) {
+   InternalPathConstraint plain;
+   plain.topoIdIs( constraint.topoId() );
+   plain.reversePathIs( isReverse( modifier ) );
+   if ( startsAtProtectedNode( modifier ) ) {
+      LUM_ASSERT( !!constraint.excludeIntf() );
+      plain.sourceTypeIs( neighborOnLink() );
+      plain.excludeIntfIs( constraint.excludeIntf() );
+      plain.excludeNodeIs( constraint.excludeNode() );
+      plain.neighborLinkIs( constraint.neighborLink() );
+      plain.neighborIs( constraint.neighbor() );
+   }
+   return plain;
+}
+
+void
+addSrlgsOf( const TrafficEngineering::Status & teStatus, const Kivnet::IntfId & intfId,
+            InternalPathConstraint & constraint ) {
+   const auto * intfStatus = teStatus.intfStatusFind( intfId.stringValue() );
+   if ( !intfStatus ) {
+      return;
+   }
+   for ( const auto & [ srlg, present ] : ( *intfStatus )->srlgColl() ) {
+      constraint.excludeSrlgDerivedIs( srlg );
+   }
+}
+
+}
+
+InternalPathConstraint
+modifiedConstraint( const PathConstraint & constraint, ConstraintModifier modifier ) {
+   InternalPathConstraint modified;
+   switch ( modifier ) {
+   case ConstraintModifier::noChange:
+   case ConstraintModifier::noSpf:
+      Lum::copyFields( constraint, modified );
+      modified.noSpfIs( constraint.noSpf() || modifier == noSpf() );
+      break;
+   case ConstraintModifier::spfForPathSegment:
+      LUM_ASSERT( constraint.includeHops() > 0 || constraint.includeHopAllExplicit() );
+      Lum::copyFields( constraint, modified );
+      modified.includeHopDelAll();
+      modified.includeHopAllExplicitIs( false );
+      break;
+   default: return unconstrained( constraint, modifier );
+   }
+   modified.sourceTypeIs( plr() );
+   return modified;
+}
+
+InternalPathConstraint
+withDerivedSrlgs( InternalPathConstraint constraint, const TrafficEngineering::Status * teStatus ) {
+   constraint.excludeSrlgDerivedDelAll();
+   if ( teStatus && constraint.excludeSrlg() ) {
+      addSrlgsOf( *teStatus, constraint.excludeIntf(), constraint );
+      addSrlgsOf( *teStatus, constraint.excludeNode().nexthopIntf(), constraint );
+   }
+   return constraint;
+}
+
+void
+PathConfigInfoSm::handleInitialized() {
+   LUM_WATCH( pathConfigInfo_, configChangeCount, handleChangeCount );
+   LUM_WATCH( pathConfigInfo_, derivedConfigChangeCount, handleChangeCount );
+   if ( pathConfigInfo_->configChangeCount() > 0 ) {
+      handleChangeCount();
+   }
+}
+
+void
+PathConfigInfoSm::doPrepareToDie() {
+   if ( pathStatusInfo_->constraint() && !pathConfigInfo_->pathInfoKey().internal() ) {
+      releaseLocalId( pathStatusInfo_->constraint()->pathConstraint() );
+   }
+}
+
+void
+PathConfigInfoSm::handleChangeCount() {
+   const PathInfoKey & key = pathConfigInfo_->pathInfoKey();
+   const auto * config = pathConfigInfo_->cspfConfig()->pathConfigFind( key.clientPathKey() );
+   if ( !config ) {
+      return;  // withdrawn: its rows are about to go
+   }
+   TRACE7( "for " << key.traceString() << " with configChangeCount "
+                  << pathConfigInfo_->configChangeCount() << " and derivedConfigChangeCount "
+                  << pathConfigInfo_->derivedConfigChangeCount() );
+   const std::uint32_t refreshReqSeq = config->refreshReqSeq();
+   const Lum::Ptr< DedupConstraint > oldConstraint = pathStatusInfo_->constraint();
+   pathStatusInfo_->constraintIs(
+      vrfRoot_.dedupConstraintTable()->dedup( newConstraint( config->constraint() ) ) );
+   requestRefresh( refreshReqSeq, oldConstraint != pathStatusInfo_->constraint() );
+}
+
+InternalPathConstraint
+PathConfigInfoSm::newConstraint( const PathConstraint & asked ) {
+   const auto modifier = pathConfigInfo_->pathInfoKey().constraintModifier();
+   const InternalPathConstraint derived =
+      getDerivedConstraint( getUpdatedConstraint( asked, modifier ) );
+   if ( const PathInfoKey & parent = pathConfigInfo_->parentPath() ) {
+      return withUserOf( parent, derived );
+   }
+   const auto & old = pathStatusInfo_->constraint();
+   return doUpdateBwUsageId( old ? old->pathConstraint() : InternalPathConstraint(), derived );
+}
+
+InternalPathConstraint
+PathConfigInfoSm::getUpdatedConstraint( const PathConstraint & constraint,
+                                        ConstraintModifier modifier ) const {
+   const PathInfoKey & key = pathConfigInfo_->pathInfoKey();
+   if ( modifier != noChange() ) {
+      TRACE7( "Creating modified constraint for " << key.traceString() );
+   }
+   InternalPathConstraint updated = modifiedConstraint( constraint, modifier );
+   updated.pathComputationTypeIs( key.clientName() == tilfaClientName ? PathComputationType::tilfa
+                                                                      : PathComputationType::cspf );
+   if ( key.pathSegmentSourceNodeAddr() ) {
+      updated.sourceTypeIs( pathSegmentSource() );
+      updated.pathSegmentSourceNodeAddrIs( key.pathSegmentSourceNodeAddr() );
+   }
+   return updated;
+}
+
+InternalPathConstraint
+PathConfigInfoSm::getDerivedConstraint( const InternalPathConstraint & constraint ) const {
+   return withDerivedSrlgs( constraint, vrfRoot_.teStatus().ptr() );
+}
+
+InternalPathConstraint
+PathConfigInfoSm::doUpdateBwUsageId( const InternalPathConstraint & oldConstraint,
+                                     const InternalPathConstraint & newConstraint ) {
+   const auto & client = pathConfigInfo_->pathInfoKey().clientName();
+   const std::uint32_t oldLocalId = oldConstraint.bwUsageId().localId();
+   InternalPathConstraint updated = newConstraint;
+   if ( newConstraint.bandwidth() == 0 || newConstraint.sharedBwGroupId() ) {
+      releaseLocalId( oldConstraint );
+      updated.bwUsageIdIs( newConstraint.bandwidth() == 0
+                              ? BwUsageId()
+                              : BwUsageId{ client, newConstraint.sharedBwGroupId(), 0 } );
+   } else if ( oldLocalId ) {
+      LUM_ASSERT( !oldConstraint.bwUsageId().sharedBwGroupId() );
+      updated.bwUsageIdIs( { client, 0, oldLocalId } );
+   } else {
+      updated.bwUsageIdIs( { client, 0, newLocalId() } );
+   }
+   return updated;
+}
+
+/// A child path uses what its parent has reserved.
+InternalPathConstraint
+PathConfigInfoSm::withUserOf( const PathInfoKey & parent,
+                              InternalPathConstraint constraint ) const {
+   const auto & row = vrfRoot_.pathStatusInfoTable()->pathStatusInfo( parent );
+   if ( row && row->constraint() ) {
+      constraint.bwUsageIdIs( row->constraint()->pathConstraint().bwUsageId() );
+   }
+   return constraint;
+}
+
+const Lum::Ptr< Kiv::NumAllocator > &
+PathConfigInfoSm::bwUsageLocalIdAllocator() const {
+   return vrfRoot_.bwUsageManager()->localIdAllocator();
+}
+
+std::uint32_t
+PathConfigInfoSm::newLocalId() {
+   const std::uint64_t newLocalId64 = bwUsageLocalIdAllocator()->getNumber();
+   LUM_ASSERT( newLocalId64 != bwUsageLocalIdAllocator()->invalidNumber() );
+   return static_cast< std::uint32_t >( newLocalId64 );
+}
+
+void
+PathConfigInfoSm::releaseLocalId( const InternalPathConstraint & constraint ) {
+   if ( const std::uint32_t localId = constraint.bwUsageId().localId() ) {
+      bwUsageLocalIdAllocator()->releaseNumber( localId );
+   }
+}
+
+void
+PathConfigInfoSm::requestRefresh( std::uint32_t refreshReqSeq, bool constraintReplaced ) {
+   const bool isExplicit = refreshReqSeq != pathStatusInfo_->lastRefreshReqSeq();
+   pathStatusInfo_->lastRefreshReqSeqIs( refreshReqSeq );
+   if ( constraintReplaced ) {
+      return;  // the refresh machine that came with it has marked the path, or keeps it in use
+   }
+   if ( !isExplicit && pathConfigInfo_->pathInfoKey().internal() ) {
+      return;  // what changed concerns other segments of its parent
+   }
+   pathStatusInfo_->refreshReasonIs( pathStatusInfo_->refreshReason() | refreshReasonConfigChanged
+                                     | ( isExplicit ? refreshReasonExplicit : 0 ) );
+   pathStatusInfo_->refreshNeededIs( true );
+}
+
+}

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "Cspf/CspfVrfRootTypes.h"
+
+namespace Kiv {
+class NumAllocator;
+}
+namespace TrafficEngineering {
+class Status;
+}
+
+namespace Cspf {
+
+class VrfRoot;
+
+/// The constraint that a client asked for, as the modifier changes it. Without the parts that the
+/// agent derives (SRLGs of what is excluded, the user of bandwidth, a segment's source).
+///
+///   noChange              as asked
+///   noSpf                 as asked, and nothing is computed: the path is stitched or given
+///   spfForPathSegment     without the include hops; computed from the segment's source
+///   unconstrained...      what names the topology, and nothing else that was asked:
+///     SpfAtPlr              the tree from this router
+///     ReverseSpfAtPlr       the tree to this router
+///     ...AtProtectedNode    the tree from or to the node behind `excludeIntf`, which stays, like
+///                           `excludeNode`, `neighborLink` and `neighbor`, to name that node: a
+///                           constraint with source type `neighborOnLink` excludes nothing
+///
+/// REQUIRES: for `spfForPathSegment` there are include hops, for a protected node an `excludeIntf`.
+InternalPathConstraint modifiedConstraint( const PathConstraint & constraint,
+                                           ConstraintModifier modifier );
+
+/// The constraint with `excludeSrlgDerived` set to the SRLGs of the interfaces that it excludes
+/// (of an excluded node: the interface before it), when it asks for their avoidance.
+/// `teStatus` may be null: no interface has SRLGs.
+InternalPathConstraint withDerivedSrlgs( InternalPathConstraint constraint,
+                                         const TrafficEngineering::Status * teStatus );
+
+/// Turns the request for a path into its constraint, and asks for a refresh.
+///
+///   watches                                   handler             writes
+///   PathConfigInfo.configChangeCount          handleChangeCount   PathStatusInfo.constraint,
+///   PathConfigInfo.derivedConfigChangeCount   handleChangeCount     lastRefreshReqSeq,
+///                                                                   refreshReason, refreshNeeded
+class PathConfigInfoSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, PathConfigInfoSm );
+   /// The root outlives this object.
+   PathConfigInfoSm( VrfRoot & vrfRoot, const Lum::Ptr< PathConfigInfo > & pathConfigInfo,
+                     const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
+      : vrfRoot_( vrfRoot ),
+        pathConfigInfo_( pathConfigInfo ),
+        pathStatusInfo_( pathStatusInfo ) {}
+
+   void handleInitialized() override;
+   /// Gives the path's local bandwidth id back.
+   void doPrepareToDie() override;
+   void handleChangeCount();
+
+   InternalPathConstraint getUpdatedConstraint( const PathConstraint & constraint,
+                                                ConstraintModifier modifier ) const;
+   InternalPathConstraint getDerivedConstraint( const InternalPathConstraint & constraint ) const;
+   /// The new constraint with its user of bandwidth: the shared group that it names, else the old
+   /// constraint's local id or a fresh one; none when it asks for no bandwidth.
+   InternalPathConstraint doUpdateBwUsageId( const InternalPathConstraint & oldConstraint,
+                                             const InternalPathConstraint & newConstraint );
+
+ private:
+   InternalPathConstraint newConstraint( const PathConstraint & asked );
+   InternalPathConstraint withUserOf( const PathInfoKey & parent,
+                                      InternalPathConstraint constraint ) const;
+   const Lum::Ptr< Kiv::NumAllocator > & bwUsageLocalIdAllocator() const;
+   std::uint32_t newLocalId();
+   void releaseLocalId( const InternalPathConstraint & constraint );
+   void requestRefresh( std::uint32_t refreshReqSeq, bool constraintReplaced );
+
+   VrfRoot & vrfRoot_;
+   const Lum::Ptr< PathConfigInfo > pathConfigInfo_;
+   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+};
+
+}

@@ -1,0 +1,199 @@
+// Hops of one path out of a run's tree, in the words of its client.
+//
+// The records that a result is made of are shared with the path's cache and never change. Most
+// runs find most paths as they were, so what a path holds is compared hop by hop first, and a
+// record is made only where it differs. The lists of numbers that this takes are the run's own and
+// serve all of its paths.
+//
+// Equal-cost choices are made from the destination backwards, as the tree is walked. They keep to
+// the path in use, so that paths stay where they are while they are among the best, and are random
+// otherwise, so that new paths spread.
+
+#include "Cspf/CspfHopList.h"
+#include "Cspf/CspfImpl.h"
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace Cspf {
+
+namespace {
+
+constexpr std::uint32_t mostHops = HopIndex::max + 1;
+
+/// Puts a new record in place of one that holds other elements: `make( hop )` for each hop, where
+/// `same( element, hop )` tells whether a present one is that.
+template< class List, class Record, class Hops, class Same, class Make >
+void
+renew( Lum::Ptr< const Record > & record, const List & ( Record::*list )() const noexcept,
+       const Hops & hops, Same same, Make make ) {
+   if ( record && std::ranges::equal( ( *record.*list )(), hops, same ) ) {
+      return;
+   }
+   List renewed;
+   renewed.reserve( hops.size() );
+   for ( const auto & hop : hops ) {
+      renewed.push( make( hop ) );
+   }
+   record = Lum::make< const Record >( std::move( renewed ) );
+}
+
+}
+
+void
+CspfPathResult::clear() {
+   if ( !path || path->hopCount() || path->isPathFromSourceToSource() ) {
+      path = Lum::make< const PathArray >();
+   }
+   if ( !pathSrlg || pathSrlg->hopCount() ) {
+      pathSrlg = Lum::make< const PathSrlg >();
+   }
+   if ( !pathTeRouterId || pathTeRouterId->hopCount() ) {
+      pathTeRouterId = Lum::make< const PathTeRouterId >();
+   }
+   if ( !includeIps || !includeIps->includeIp().empty() ) {
+      includeIps = Lum::make< const IncludeIps >();
+   }
+}
+
+bool
+CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPath & oldPath,
+                                  CspfPathResult & result ) const {
+   LUM_ASSERT( routerWithTepHas( tep ) );
+   LUM_ASSERT( shortestPathHas( routerWithTep( tep ) ) );
+   const CspfVertex router = tepVertex( tep );
+   const bool toSource = router == tree_.source();
+   if ( !walkBack( router, tep, oldPath ) ) {
+      result.clear();
+      return false;
+   }
+   TRACE9( "creating path with " << hops_.size() << " hops for tep " << tep );
+   if ( toSource ) {
+      LUM_ASSERT( routerWithTep( tep ) == source() );
+      if ( !result.path || !result.path->isPathFromSourceToSource() ) {
+         result.path = Lum::make< const PathArray >( PathArray::Hops(), true );
+      }
+   } else {
+      const auto nexthop = [ this ]( const Hop & hop ) { return nexthopOnLink( hop.arrival ); };
+      renew(
+         result.path, &PathArray::path, hops_,
+         [ & ]( const auto & old, const Hop & hop ) { return old == nexthop( hop ); }, nexthop );
+   }
+   fillAttributes( result );
+   return true;
+}
+
+void
+CspfData::fillAttributes( CspfPathResult & result ) const {
+   const auto srlgs = [ this ]( const Hop & hop ) { return view_->graph().srlgs( hop.link ); };
+   renew(
+      result.pathSrlg, &PathSrlg::pathSrlg, hops_,
+      [ & ]( const SrlgOfHop & old, const Hop & hop ) {
+         return std::ranges::equal( old.srlgList(), srlgs( hop ) );
+      },
+      [ & ]( const Hop & hop ) {
+         SrlgOfHop ofHop;
+         for ( const TrafficEngineering::SrlgId srlg : srlgs( hop ) ) {
+            ofHop.srlgIs( SrlgIndex( ofHop.srlgs() ), srlg );
+         }
+         return ofHop;
+      } );
+   const auto router = [ this ]( const Hop & hop ) {
+      return teRouterIdOfNexthopOnLink( hop.arrival );
+   };
+   renew(
+      result.pathTeRouterId, &PathTeRouterId::pathTeRouterId, hops_,
+      [ & ]( const auto & old, const Hop & hop ) { return old == router( hop ); }, router );
+   renew( result.includeIps, &IncludeIps::includeIp, includeHopsOnPath(), std::equal_to(),
+          std::identity() );
+}
+
+/// The hops to the router, in `hops_`. Gives false where there are too many.
+bool
+CspfData::walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep,
+                    const CspfOldPath & oldPath ) const {
+   const CspfGraph & graph = view_->graph();
+   const auto status = hopList(
+      graph, tree_, router, mostHops,
+      [ & ]( CspfVertex, std::span< const CspfEdge > links ) {
+         return choose( links, tep, oldPath );
+      },
+      edges_ );
+   hops_.clear();
+   for ( const CspfEdge edge : edges_ ) {
+      if ( graph.kind( edge ) == CspfEdgeKind::networkToRouter ) {
+         hops_.back().arrival = edge;
+      } else {
+         hops_.push_back( { edge, edge } );
+      }
+   }
+   return status == CspfHopListStatus::found;
+}
+
+std::size_t
+CspfData::choose( std::span< const CspfEdge > links, const Kivnet::IpGenAddr & tep,
+                  const CspfOldPath & oldPath ) const {
+   const auto old =
+      std::ranges::find_if( links, [ & ]( CspfEdge link ) { return uses( oldPath, link ); } );
+   if ( old != links.end() ) {
+      TRACE9( "Retained old hop " << view_->topoGraph().neighborKey( *old ) << " for TEP " << tep );
+      return static_cast< std::size_t >( old - links.begin() );
+   }
+   const std::size_t index = static_cast< std::size_t >( std::rand() ) % links.size();
+   TRACE9( "Selecting index " << index << " among " << links.size() << " links for "
+                              << view_->topoGraph().neighborKey( links[ index ] ) << " for TEP "
+                              << tep );
+   return index;
+}
+
+/// A link into a router is known by its address there. A link into a LAN is used when its router is
+/// on the path and the hop after it, which is chosen by now, follows.
+bool
+CspfData::uses( const CspfOldPath & oldPath, CspfEdge link ) const {
+   const CspfGraph & graph = view_->graph();
+   if ( graph.kind( link ) != CspfEdgeKind::routerToNetwork ) {
+      return std::ranges::count( oldPath.path, nexthopOnLink( link ) ) > 0;
+   }
+   const auto next = std::ranges::find( oldPath.path, nexthopOnLink( edges_.back() ) );
+   if ( next == oldPath.path.end() ) {
+      return false;
+   }
+   const auto hop = static_cast< std::size_t >( next - oldPath.path.begin() );
+   const NodeId & near = view_->topoGraph().nodeId( graph.from( link ) );
+   return hop == 0 ? graph.from( link ) == tree_.source()
+                   : hop <= oldPath.pathTeRouterId.size()
+                        && oldPath.pathTeRouterId[ hop - 1 ] == near.ipAddress();
+}
+
+/// The far router's address on the link or LAN by which the path enters it.
+Kivnet::IpGenAddr
+CspfData::nexthopOnLink( CspfEdge arrival ) const {
+   return view_->topoGraph().nextHop( arrival );
+}
+
+Kivnet::IpGenAddr
+CspfData::teRouterIdOfNexthopOnLink( CspfEdge arrival ) const {
+   const TopoGraph & topology = view_->topoGraph();
+   return topology.nodeId( topology.graph().to( arrival ) ).ipAddress();
+}
+
+/// Include hops of the constraint that the path passes, in their order.
+Lum::List< IncludeIpIndex, IncludeIp >
+CspfData::includeHopsOnPath() const {
+   Lum::List< IncludeIpIndex, IncludeIp > found;
+   auto from = hops_.begin();
+   for ( const IncludeHop & include : view_->constraint().includeHopList() ) {
+      const auto hop = std::find_if( from, hops_.end(), [ & ]( const Hop & h ) {
+         return include.addr() == nexthopOnLink( h.arrival )
+                || include.addr() == teRouterIdOfNexthopOnLink( h.arrival );
+      } );
+      if ( hop != hops_.end() ) {
+         found.push( { include.addr(), teRouterIdOfNexthopOnLink( hop->arrival ) } );
+         from = hop;
+      }
+   }
+   return found;
+}
+
+}

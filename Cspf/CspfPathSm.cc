@@ -1,0 +1,343 @@
+// One client's requests in one VRF and family, turned into rows. Everything that serves a path
+// follows its rows, so that this is the only place where a path begins and ends. The rows of one
+// client path are found again in the tables, by the two keys that it can have; nothing else
+// remembers them. A parent's rows come before those of its children, whose constraints take the
+// parent's user of bandwidth, and go before them, so that a parent never sees a child missing.
+
+#include "Cspf/CspfPathSm.h"
+
+#include "Cspf/CspfDumpAge.h"
+#include "Cspf/CspfPathSegments.h"
+#include "platform/Kiv/DumpContext.h"
+#include "platform/Trace/Trace.h"
+
+namespace Cspf {
+
+namespace {
+
+PathInfoKey
+clientPathInfoKey( const Lum::String & clientName, const PathKey & pathKey,
+                   ConstraintModifier modifier ) {
+   PathInfoKey key;
+   key.clientNameIs( clientName );
+   key.pathKeyIs( pathKey );
+   key.constraintModifierIs( modifier );
+   return key;
+}
+
+void
+checkParent( const PathInfoKey & parentPathInfoKey, const PathConstraint & constraint ) {
+   LUM_ASSERT( !parentPathInfoKey.internal() );
+   if ( hasExplicitHops( constraint ) ) {
+      LUM_ASSERT( parentPathInfoKey.constraintModifier() == noSpf() );
+   } else {
+      LUM_ASSERT( parentPathInfoKey.constraintModifier() == noChange() );
+   }
+}
+
+}
+
+bool
+LinkedPathInfoKeys::isSame( const LinkedPathInfoKeys & other ) const {
+   return parentPathInfoKey_ == other.parentPathInfoKey_
+          && childPathInfoKeyColl() == other.childPathInfoKeyColl();
+}
+
+PathSmBase::PathSmBase( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
+                        const Lum::String & name,
+                        const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
+                        const Lum::Ptr< const Config > & cspfConfig,
+                        const Lum::Ptr< Status > & cspfStatus,
+                        const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
+                        const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable )
+   : af_( af ),
+     vrfName_( vrfName ),
+     name_( name ),
+     teStatus_( teStatus ),
+     cspfConfig_( cspfConfig ),
+     cspfStatus_( cspfStatus ),
+     pathConfigInfoTable_( pathConfigInfoTable ),
+     pathStatusInfoTable_( pathStatusInfoTable ) {}
+
+void
+PathSmBase::handleInitialized() {
+   LUM_WATCH_KEYS( cspfConfig_, pathConfig, handleCspfConfig );
+   LUM_WATCH_KEYS( cspfStatus_, pathStatus, handlePathStatus );
+   for ( const PathKey & pathKey : Lum::sortedKeys( cspfConfig_->pathConfigColl() ) ) {
+      handleCspfConfig( pathKey );
+   }
+   doCleanupStalePathEntries();
+   initialized_ = true;
+}
+
+void
+PathSmBase::doPrepareToDie() {
+   unwatchAll();
+   for ( const PathInfoKey & key : Lum::sortedKeys( pathConfigInfoTable_->pathConfigInfoColl() ) ) {
+      if ( key.clientName() == name_ ) {
+         deleteRows( key );
+      }
+   }
+}
+
+void
+PathSmBase::handlePathStatus( const PathKey & pathKey ) {
+   lastUpdatedAt_ = Lum::now();
+   handlePathUsage( pathKey );
+}
+
+void
+PathSmBase::doCheckPathUsageAndUpdate( const PathKey & pathKey ) {
+   if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
+      return;
+   }
+   const PathInfoKey key = externalPathInfoKey( pathKey );
+   if ( const auto row = pathConfigInfoTable_->pathConfigInfo( key ) ) {
+      TRACE8( "Updating usageChangeCount for " << key.traceString() );
+      row->usageChangeCountInc();
+   }
+}
+
+void
+PathSmBase::doCleanupStalePathEntries() {
+   for ( const PathKey & pathKey : Lum::sortedKeys( cspfStatus_->pathStatusColl() ) ) {
+      if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
+         TRACE7( "deleting pathStatus for " << pathKey.dst() << ", id " << pathKey.id() );
+         cspfStatus_->pathStatusDel( pathKey );
+      }
+   }
+   for ( const PathKey & pathKey : Lum::sortedKeys( cspfStatus_->pathErrorColl() ) ) {
+      if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
+         cspfStatus_->pathErrorDel( pathKey );
+      }
+   }
+}
+
+void
+PathSmBase::addOrUpdatePathInfoKey( const PathInfoKey & key ) {
+   addRows( key );
+   pathConfigInfoTable_->pathConfigInfo( key )->configChangeCountInc();
+}
+
+void
+PathSmBase::addRows( const PathInfoKey & key ) {
+   if ( pathConfigInfoTable_->pathConfigInfoHas( key ) ) {
+      return;
+   }
+   TRACE7( "Adding PathConfigInfo/PathStatusInfo for " << key.traceString() );
+   pathConfigInfoTable_->pathConfigInfoIs( key, Lum::make< PathConfigInfo >( key, cspfConfig_ ) );
+   pathStatusInfoTable_->pathStatusInfoIs( key, Lum::make< PathStatusInfo >( key, cspfStatus_ ) );
+}
+
+void
+PathSmBase::deletePathInfoKey( const PathInfoKey & key ) {
+   TRACE7( "Deleting PathConfigInfo/PathStatusInfo and PathStatus for " << key.traceString() );
+   deleteRows( key );
+   if ( !key.internal() ) {
+      cspfStatus_->pathStatusDel( key.pathKey() );
+      cspfStatus_->pathErrorDel( key.pathKey() );
+   }
+}
+
+void
+PathSmBase::deleteRows( const PathInfoKey & key ) {
+   pathStatusInfoTable_->pathStatusInfoDel( key );
+   pathConfigInfoTable_->pathConfigInfoDel( key );
+}
+
+void
+PathSm::handleCspfConfig( const PathKey & pathKey ) {
+   if ( !cspfConfig()->pathConfigHas( pathKey ) ) {
+      doCleanupPathInfoKeyEntries( pathKey );
+      return;
+   }
+   const auto wanted = getLinkedPathsFromCspfConfig( pathKey );
+   const auto held = getLinkedPathsFromPathConfigInfo( pathKey );
+   if ( !held->isSame( *wanted ) ) {
+      doDeleteUnwanted( *held, *wanted );
+   }
+   addOrUpdatePathInfoKey( wanted->parentPathInfoKey() );
+   for ( const auto & [ index, child ] : wanted->childPathInfoKeyColl() ) {
+      addOrUpdateChildPathInfoKey( wanted->parentPathInfoKey(), index, child );
+   }
+   doCheckPathUsageAndUpdate( pathKey );
+}
+
+/// What is published of a path stays while its key is replaced.
+void
+PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted ) {
+   if ( held.parentPathInfoKey() != wanted.parentPathInfoKey() ) {
+      deleteRows( held.parentPathInfoKey() );
+      doCleanupChildPathInfoKeyEntries( held );
+      return;
+   }
+   for ( const auto & [ index, child ] : held.childPathInfoKeyColl() ) {
+      if ( wanted.childPathInfoKey( index ) != child ) {
+         deleteChildPathInfoKey( held.parentPathInfoKey(), index, child );
+      }
+   }
+}
+
+PathInfoKey
+PathSm::externalPathInfoKey( const PathKey & pathKey ) const {
+   if ( const PathConfig * config = cspfConfig()->pathConfigFind( pathKey ) ) {
+      return clientPathInfoKey(
+         name(), pathKey,
+         hasExplicitHops( config->constraint() ) ? noSpf() : constraintModifierDefault );
+   }
+   LUM_ASSERT( !cspfConfig()->pathConfigHas( pathKey ) );
+   return currentExternalPathInfoKey( pathKey );
+}
+
+PathInfoKey
+PathSm::currentExternalPathInfoKey( const PathKey & pathKey ) const {
+   for ( const auto modifier : { noChange(), noSpf() } ) {
+      const PathInfoKey key = clientPathInfoKey( name(), pathKey, modifier );
+      if ( pathConfigInfoTable()->pathConfigInfoHas( key ) ) {
+         return key;
+      }
+   }
+   return {};
+}
+
+void
+PathSm::doCleanupPathInfoKeyEntries( const PathKey & pathKey ) {
+   TRACE7( "Deleting all PathInfoKey Entries for " << pathKey.dst() << ", id " << pathKey.id() );
+   const auto held = getLinkedPathsFromPathConfigInfo( pathKey );
+   if ( held->parentPathInfoKey() ) {
+      deletePathInfoKey( held->parentPathInfoKey() );
+      doCleanupChildPathInfoKeyEntries( *held );
+   }
+}
+
+void
+PathSm::doCleanupChildPathInfoKeyEntries( const LinkedPathInfoKeys & held ) {
+   for ( const auto & [ index, child ] : held.childPathInfoKeyColl() ) {
+      deletePathInfoKey( child );
+   }
+}
+
+Lum::Ptr< LinkedPathInfoKeys >
+PathSm::getLinkedPathsFromCspfConfig( const PathKey & pathKey ) const {
+   const auto linked = Lum::make< LinkedPathInfoKeys >( externalPathInfoKey( pathKey ) );
+   const PathInfoKey & parent = linked->parentPathInfoKey();
+   const PathConstraint & constraint = cspfConfig()->pathConfigFind( pathKey )->constraint();
+   checkParent( parent, constraint );
+   for ( const PathSegment & segment : pathSegments( constraint, pathKey.dst() ) ) {
+      if ( !segment.loose ) {
+         continue;
+      }
+      if ( constraint.includeHopAllExplicit() ) {
+         TRACE7( "Not creating childPath for explicit path " << parent.traceString() << " at hop "
+                                                             << segment.end );
+      } else {
+         linked->childPathInfoKeyIs( segment.index, childPathInfoKey( parent, segment ) );
+      }
+   }
+   return linked;
+}
+
+Lum::Ptr< LinkedPathInfoKeys >
+PathSm::getLinkedPathsFromPathConfigInfo( const PathKey & pathKey ) const {
+   const auto linked = Lum::make< LinkedPathInfoKeys >( currentExternalPathInfoKey( pathKey ) );
+   if ( const auto row = pathConfigInfoTable()->pathConfigInfo( linked->parentPathInfoKey() ) ) {
+      for ( const auto & [ index, child ] : row->childPathColl() ) {
+         linked->childPathInfoKeyIs( index, child );
+      }
+   }
+   return linked;
+}
+
+void
+PathSm::addOrUpdateChildPathInfoKey( const PathInfoKey & parentPathInfoKey,
+                                     std::uint8_t pathSegmentIndex,
+                                     const PathInfoKey & childPathInfoKey ) {
+   addRows( childPathInfoKey );
+   linkPathInfoKeys( parentPathInfoKey, pathSegmentIndex, childPathInfoKey );
+   addOrUpdatePathInfoKey( childPathInfoKey );
+}
+
+void
+PathSm::deleteChildPathInfoKey( const PathInfoKey & parentPathInfoKey,
+                                std::uint8_t pathSegmentIndex,
+                                const PathInfoKey & childPathInfoKey ) {
+   unlinkPathInfoKeys( parentPathInfoKey, pathSegmentIndex, childPathInfoKey );
+   deletePathInfoKey( childPathInfoKey );
+}
+
+void
+PathSm::linkPathInfoKeys( const PathInfoKey & parentPathInfoKey, std::uint8_t pathSegmentIndex,
+                          const PathInfoKey & childPathInfoKey ) {
+   const auto parentPathConfigInfo = pathConfigInfoTable()->pathConfigInfo( parentPathInfoKey );
+   LUM_ASSERT( !parentPathConfigInfo->childPathHas( pathSegmentIndex )
+               || ( parentPathConfigInfo->childPath( pathSegmentIndex ) == childPathInfoKey ) );
+   parentPathConfigInfo->childPathIs( pathSegmentIndex, childPathInfoKey );
+   pathConfigInfoTable()->pathConfigInfo( childPathInfoKey )->parentPathIs( parentPathInfoKey );
+}
+
+void
+PathSm::unlinkPathInfoKeys( const PathInfoKey & parentPathInfoKey, std::uint8_t pathSegmentIndex,
+                            const PathInfoKey & childPathInfoKey ) {
+   const auto parentPathConfigInfo = pathConfigInfoTable()->pathConfigInfo( parentPathInfoKey );
+   LUM_ASSERT( parentPathConfigInfo->childPath( pathSegmentIndex ) == childPathInfoKey );
+   parentPathConfigInfo->childPathDel( pathSegmentIndex );
+   pathConfigInfoTable()->pathConfigInfo( childPathInfoKey )->parentPathIs( {} );
+}
+
+void
+PathSmBase::dumpState( Kiv::DumpContext & context, int indent ) const {
+   for ( const PathKey & pathKey : Lum::sortedKeys( cspfConfig_->pathConfigColl() ) ) {
+      dumpPathConfig( *cspfConfig_->pathConfigFind( pathKey ), context, indent );
+      if ( const PathStatus * status = cspfStatus_->pathStatusFind( pathKey ) ) {
+         dumpPathStatus( *status, context, indent + 2 );
+      }
+   }
+   for ( const auto & [ idx, pqInfo ] : cspfStatus_->pqInfoColl() ) {
+      context.printf( indent, "%*cPqInfo idx: %u, nhIp: %s, nhIntf: %s\n", idx,
+                      pqInfo.nhIp().stringValue().c_str(), pqInfo.nhIntf().stringValue().c_str() );
+   }
+   dumpAge( context, indent, "Last Updated", lastUpdatedAt_ );
+   for ( const PathKey & pathKey : Lum::sortedKeys( cspfStatus_->pathStatusColl() ) ) {
+      if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
+         context.printf( indent,
+                         "%*cDest: %s Id: %u is present in PathStatus, but has no PathConfig\n",
+                         pathKey.dst().stringValue().c_str(), pathKey.id() );
+      }
+   }
+}
+
+void
+PathSmBase::dumpPathConfig( const PathConfig & config, Kiv::DumpContext & context,
+                            int indent ) const {
+   const PathConstraint & constraint = config.constraint();
+   context.printf( indent,
+                   "%*cDest: %s Id: %u RefreshReqSeq: %u AutoUpdate: %s, Constraint intf: %s, "
+                   "Constraint node: %s nexthopIntf %s, TopoId: %s\n",
+                   config.pathKey().dst().stringValue().c_str(), config.pathKey().id(),
+                   config.refreshReqSeq(), config.autoUpdate() ? "True" : "False",
+                   constraint.excludeIntf().stringValue().c_str(),
+                   constraint.excludeNode().nodeId().stringValue().c_str(),
+                   constraint.excludeNode().nexthopIntf().stringValue().c_str(),
+                   constraint.topoId().stringValue().c_str() );
+   context.printf( indent, "%*cBandwidth: %llubwSetupPriority: %u, sharedBwGroupId: %u\n",
+                   static_cast< unsigned long long >( constraint.bandwidth() ),
+                   constraint.bwSetupPriority(), constraint.sharedBwGroupId() );
+   context.printf( indent, "%*cExcludeLinkWithIp #%u\n",
+                   static_cast< unsigned >( constraint.excludeLinkWithIps() ) );
+   unsigned index = 0;
+   for ( const Kivnet::IpGenAddr & address : constraint.excludeLinkWithIpList() ) {
+      context.printf( indent + 2, "%*c%u : %s\n", index++, address.stringValue().c_str() );
+   }
+}
+
+void
+PathSmBase::dumpPathStatus( const PathStatus & status, Kiv::DumpContext & context,
+                            int indent ) const {
+   context.printf( indent, "%*cPathStatus -- RefreshRespSeq: %u ChangeCount:%u RepairPathIdx: %u\n",
+                   status.refreshRespSeq(), status.changeCount(), status.repairPathIdx() );
+   for ( const Kivnet::IpGenAddr & hop : status.pathList() ) {
+      context.printf( indent + 2, "%*c%s\n", hop.stringValue().c_str() );
+   }
+}
+
+}

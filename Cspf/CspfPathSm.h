@@ -1,0 +1,131 @@
+#pragma once
+
+#include "Cspf/CspfVrfRootTypes.h"
+#include "platform/Lum/Clock.h"
+#include "schema/TrafficEngineering.h"
+
+namespace Cspf {
+
+/// The keys that one client path maps to.
+class LinkedPathInfoKeys : public Lum::Entity {
+   LUM_ENTITY( Cspf, LinkedPathInfoKeys );
+   explicit LinkedPathInfoKeys( const PathInfoKey & parent ) : parentPathInfoKey_( parent ) {}
+   LUM_COLLECTION_ORDERED( childPathInfoKey, std::uint8_t, PathInfoKey );  ///< by path segment
+
+   /// The client's path itself.
+   const PathInfoKey & parentPathInfoKey() const noexcept { return parentPathInfoKey_; }
+   /// Same parent, and the same children at the same indexes.
+   bool isSame( const LinkedPathInfoKeys & other ) const;
+
+ private:
+   const PathInfoKey parentPathInfoKey_;
+};
+
+/// Follows the path requests of one client in one VRF and family: the rows of each path exist while
+/// its request does.
+///
+///   watches              handler            writes
+///   Config.pathConfig    handleCspfConfig   rows of the path, Status.pathStatus (removes)
+///   Status.pathStatus    handlePathStatus   PathConfigInfo.usageChangeCount
+class PathSmBase : public Lum::Reactor {
+ public:
+   /// `teStatus` may be null.
+   PathSmBase( Kivnet::AddressFamily af, const L3::VrfName & vrfName, const Lum::String & name,
+               const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
+               const Lum::Ptr< const Config > & cspfConfig, const Lum::Ptr< Status > & cspfStatus,
+               const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
+               const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable );
+
+   void handleInitialized() override;
+   /// Removes the rows of all the client's paths. What is published stays.
+   void doPrepareToDie() override;
+
+   /// The request for one path was added, changed or removed.
+   virtual void handleCspfConfig( const PathKey & pathKey ) = 0;
+   /// The agent's key of a client path. REQUIRES: of a path without request, that it is tracked.
+   virtual PathInfoKey externalPathInfoKey( const PathKey & pathKey ) const = 0;
+   /// Removes all keys of a client path.
+   virtual void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) = 0;
+
+   void handlePathStatus( const PathKey & pathKey );
+   /// The path's bandwidth use must be accounted anew.
+   void handlePathUsage( const PathKey & pathKey ) { doCheckPathUsageAndUpdate( pathKey ); }
+   void doCheckPathUsageAndUpdate( const PathKey & pathKey );
+   /// Removes what an earlier run of the agent has published for requests that are gone.
+   void doCleanupStalePathEntries();
+
+   /// Makes the rows of a key where there are none, and counts a change of its configuration.
+   void addOrUpdatePathInfoKey( const PathInfoKey & key );
+   /// Removes the rows of a key and, of a client's own path, what is published.
+   void deletePathInfoKey( const PathInfoKey & key );
+
+   const Lum::String & name() const noexcept { return name_; }
+   const L3::VrfName & vrfName() const noexcept { return vrfName_; }
+   Kivnet::AddressFamily af() const noexcept { return af_; }
+   const Lum::Ptr< const Config > & cspfConfig() const noexcept { return cspfConfig_; }
+   const Lum::Ptr< Status > & cspfStatus() const noexcept { return cspfStatus_; }
+   bool initialized() const noexcept { return initialized_; }
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ protected:
+   const Lum::Ptr< const TrafficEngineering::Status > & teStatus() const { return teStatus_; }
+   const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable() const {
+      return pathConfigInfoTable_;
+   }
+   const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable() const {
+      return pathStatusInfoTable_;
+   }
+   void addRows( const PathInfoKey & key );
+   void deleteRows( const PathInfoKey & key );
+
+ private:
+   void dumpPathConfig( const PathConfig & config, Kiv::DumpContext & context, int indent ) const;
+   void dumpPathStatus( const PathStatus & status, Kiv::DumpContext & context, int indent ) const;
+
+   const Kivnet::AddressFamily af_;
+   bool initialized_ = false;
+   const L3::VrfName vrfName_;
+   const Lum::String name_;
+   const Lum::Ptr< const TrafficEngineering::Status > teStatus_;
+   const Lum::Ptr< const Config > cspfConfig_;
+   const Lum::Ptr< Status > cspfStatus_;
+   const Lum::Ptr< PathConfigInfoTable > pathConfigInfoTable_;
+   const Lum::Ptr< PathStatusInfoTable > pathStatusInfoTable_;
+   Lum::Seconds lastUpdatedAt_ = 0;  // when a path of the client was last published
+};
+
+/// Ordinary paths. A path without explicit hops is one key with the modifier `noChange`. A path
+/// with explicit hops is a parent key with the modifier `noSpf`, and a child key for each
+/// segment that is computed on its own.
+class PathSm : public PathSmBase {
+   LUM_ENTITY( Cspf, PathSm );
+   using PathSmBase::PathSmBase;
+
+   void handleCspfConfig( const PathKey & pathKey ) override;
+   PathInfoKey externalPathInfoKey( const PathKey & pathKey ) const override;
+   void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) override;
+   void doCleanupChildPathInfoKeyEntries( const LinkedPathInfoKeys & held );
+
+   /// The key under which the path is tracked, read from the tables; empty where it is not.
+   PathInfoKey currentExternalPathInfoKey( const PathKey & pathKey ) const;
+   /// The keys that the client's request needs. REQUIRES: there is a request.
+   Lum::Ptr< LinkedPathInfoKeys > getLinkedPathsFromCspfConfig( const PathKey & pathKey ) const;
+   /// The keys that are held for the path; the parent is empty where there are none.
+   Lum::Ptr< LinkedPathInfoKeys > getLinkedPathsFromPathConfigInfo( const PathKey & pathKey ) const;
+
+   void addOrUpdateChildPathInfoKey( const PathInfoKey & parentPathInfoKey,
+                                     std::uint8_t pathSegmentIndex,
+                                     const PathInfoKey & childPathInfoKey );
+   void deleteChildPathInfoKey( const PathInfoKey & parentPathInfoKey,
+                                std::uint8_t pathSegmentIndex,
+                                const PathInfoKey & childPathInfoKey );
+   void linkPathInfoKeys( const PathInfoKey & parentPathInfoKey, std::uint8_t pathSegmentIndex,
+                          const PathInfoKey & childPathInfoKey );
+   void unlinkPathInfoKeys( const PathInfoKey & parentPathInfoKey, std::uint8_t pathSegmentIndex,
+                            const PathInfoKey & childPathInfoKey );
+
+ private:
+   void doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted );
+};
+
+}

@@ -1,0 +1,271 @@
+// How a path is refreshed and published. The client reads one record a path, and every write of it
+// costs the client work, so a result is compared with what is published field by field and written
+// only where they differ; a request with a new sequence number is answered in any case.
+//
+// A refresh has two stages because some paths are put together from several runs. Whoever completes
+// a stage counts it on the path's cache. A second stage that ends while a newer refresh is already
+// under way publishes nothing: the newer one will.
+
+#include "Cspf/CspfPathStatusUpdate.h"
+
+#include "Cspf/CspfChildPathStatusCacheSm.h"
+#include "Cspf/CspfVrfRoot.h"
+#include "platform/Trace/Trace.h"
+
+namespace Cspf {
+
+namespace {
+
+/// The first index at which the lists differ; nothing when they are equal. Lists of different
+/// lengths differ at once, which is traced with `lengthsText`.
+template< class List >
+std::optional< std::size_t >
+firstDifference( const List & published, const List & cached, const char * lengthsText ) {
+   if ( published.size() != cached.size() ) {
+      TRACE8( lengthsText << cached.size() << ", from status: " << published.size() );
+      return 0;
+   }
+   const auto at = std::mismatch( published.begin(), published.end(), cached.begin() ).first;
+   if ( at == published.end() ) {
+      return std::nullopt;
+   }
+   return static_cast< std::size_t >( at - published.begin() );
+}
+
+template< class List >
+std::string
+elementText( const List & list, std::size_t i ) {
+   return i < list.size() ? Lum::valueString( list[ i ] ) : "none";
+}
+
+const PathArray noPath;
+const PathSrlg noSrlgs;
+const PathTeRouterId noTeRouterIds;
+const IncludeIps noIncludeIps;
+
+template< class Record >
+const Record &
+orNone( const Lum::Ptr< const Record > & record, const Record & none ) {
+   return record ? *record : none;
+}
+
+}
+
+std::uint32_t
+repairPathIdx( const PathStatusCache & pathStatusCache ) {
+   return pathStatusCache.pqInfo() ? pathStatusCache.pqInfo()->pqIdx() : 0;
+}
+
+void
+initializePathStatusCache( const Lum::Ptr< PathStatusCache > & pathStatusCache,
+                           const PathStatus & pathStatus ) {
+   LUM_ASSERT( !pathStatusCache->path() );
+   pathStatusCache->pathIs( Lum::make< const PathArray >( pathStatus.pathList() ) );
+   pathStatusCache->pathSrlgIs( Lum::make< const PathSrlg >( pathStatus.pathSrlgList() ) );
+   pathStatusCache->pathTeRouterIdIs(
+      Lum::make< const PathTeRouterId >( pathStatus.pathTeRouterIdList() ) );
+   pathStatusCache->includeIpsIs( Lum::make< const IncludeIps >( pathStatus.includeIpList() ) );
+}
+
+bool
+PathStatusUpdator::isPathUpdateRequired( const PathStatusCache & cache ) const {
+   const auto * pathStatusCache = &cache;
+   TRACE8( "Checking if path status update is needed for " << keyText() );
+   LUM_ASSERT( pathStatusCache->pathInfoKey() == pathStatusInfo()->pathInfoKey() );
+   const PathStatus * published = cspfStatus_.pathStatusFind( pathKey() );
+   if ( !published ) {
+      TRACE8( "Path Status didn't previously exist for path: " << keyText() );
+      return true;
+   }
+   if ( published->refreshRespSeq() != pathStatusInfo()->lastRefreshReqSeq() ) {
+      TRACE8( "RefreshReqSeq needs updation for path: " << keyText() );
+      return true;
+   }
+   if ( published->repairPathIdx() != repairPathIdx( cache ) ) {
+      TRACE8( "repairPathIdx needs an update for path: " << keyText() );
+      return true;
+   }
+   return isPathArrayUpdateRequired( orNone( cache.path(), noPath ) )
+          || isPathTeRouterIdUpdateRequired( orNone( cache.pathTeRouterId(), noTeRouterIds ) )
+          || isIncludeIpUpdateRequired( orNone( cache.includeIps(), noIncludeIps ) )
+          || isPathSrlgUpdateRequired( orNone( cache.pathSrlg(), noSrlgs ) );
+}
+
+bool
+PathStatusUpdator::isPathArrayUpdateRequired( const PathArray & path ) const {
+   const auto & status = published().pathList();
+   const auto at = firstDifference( status, path.path(), "Path array lengths from cache: " );
+   if ( at ) {
+      TRACE8( "Path status hop " << *at << " " << elementText( status, *at )
+                                 << " differs from cache " << elementText( path.path(), *at ) );
+   }
+   return at.has_value();
+}
+
+bool
+PathStatusUpdator::isPathTeRouterIdUpdateRequired( const PathTeRouterId & teRouterIds ) const {
+   const auto & status = published().pathTeRouterIdList();
+   const auto & cached = teRouterIds.pathTeRouterId();
+   const auto at =
+      firstDifference( status, cached, "Path TE router ID array lengths from cache: " );
+   if ( at ) {
+      TRACE8( "Path status TE router ID "
+              << *at << " " << elementText( status, *at )
+              << " differs from cache: " << elementText( cached, *at ) );
+   }
+   return at.has_value();
+}
+
+bool
+PathStatusUpdator::isIncludeIpUpdateRequired( const IncludeIps & includeIps ) const {
+   const auto & status = published().includeIpList();
+   const auto & cached = includeIps.includeIp();
+   const auto at = firstDifference( status, cached, "IncludeIp array lengths from cache: " );
+   if ( at ) {
+      TRACE8( "PathStatus includeIp " << *at << " differ from cache " << elementText( cached, *at )
+                                      << " from status: " << elementText( status, *at ) );
+   }
+   return at.has_value();
+}
+
+bool
+PathStatusUpdator::isPathSrlgUpdateRequired( const PathSrlg & pathSrlg ) const {
+   const auto & status = published().pathSrlgList();
+   const auto & cached = pathSrlg.pathSrlg();
+   const auto at = firstDifference( status, cached, "PathSrlg array lengths from cache: " );
+   if ( at ) {
+      TRACE8( "PathStatus SRLG " << *at << " " << elementText( status, *at )
+                                 << " differs from cache " << elementText( cached, *at ) );
+   }
+   return at.has_value();
+}
+
+void
+PathStatusUpdator::publishPath( const PathStatusCache & cache ) {
+   TRACE7( "called for: " << keyText() << "ChangeCount: " << published().changeCount()
+                          << "RefreshRespSeq: " << published().refreshRespSeq()
+                          << "repairPathIdx: " << repairPathIdx( cache ) );
+   LUM_ASSERT( !pathStatusInfo()->refreshNeeded() );
+   if ( !isPathUpdateRequired( cache ) ) {
+      return;
+   }
+   cspfStatus_.pathStatusIs( newPathStatus( cache ) );
+   TRACE7( "Wrote new path status for path: " << keyText() );
+}
+
+PathStatus
+PathStatusUpdator::newPathStatus( const PathStatusCache & cache ) const {
+   PathStatus pathStatus;
+   pathStatus.pathKey_ = pathKey();
+   pathStatus.path_ = orNone( cache.path(), noPath ).path();
+   pathStatus.pathSrlg_ = orNone( cache.pathSrlg(), noSrlgs ).pathSrlg();
+   pathStatus.includeIp_ = orNone( cache.includeIps(), noIncludeIps ).includeIp();
+   const PathTeRouterId * pathTeRouterId = &orNone( cache.pathTeRouterId(), noTeRouterIds );
+   LUM_ASSERT( pathStatus.paths() == pathTeRouterId->hopCount() );
+   pathStatus.pathTeRouterId_ = pathTeRouterId->pathTeRouterId();
+   pathStatus.repairPathIdxIs( repairPathIdx( cache ) );
+   pathStatus.changeCountIs( published().changeCount() + 1 );
+   pathStatus.refreshRespSeqIs( pathStatusInfo()->lastRefreshReqSeq() );
+   LUM_ASSERT( pathStatusInfo()->lastRefreshReqSeq() == pathStatus.refreshRespSeq() );
+   return pathStatus;
+}
+
+void
+PathStatusUpdator::publishPathMetadata( const PathTeRouterId * pathTeRouterId,
+                                        const IncludeIps * includeIps ) {
+   LUM_ASSERT( pathTeRouterId || includeIps );
+   PathStatus pathStatus = published();
+   if ( pathTeRouterId ) {
+      LUM_ASSERT( pathStatus.paths() == pathTeRouterId->hopCount() );
+      pathStatus.pathTeRouterId_ = pathTeRouterId->pathTeRouterId();
+   }
+   if ( includeIps ) {
+      pathStatus.includeIp_ = includeIps->includeIp();
+   }
+   pathStatus.changeCountIs( pathStatus.changeCount() + 1 );
+   cspfStatus_.pathStatusIs( pathStatus );
+   pathStatusInfo_.pathStatusMetadataUpdateCountInc();
+   TRACE7( "Wrote new path metadata for path: " << keyText() );
+}
+
+PathStatusUpdateSm::PathStatusUpdateSm(
+   VrfRoot & vrfRoot, const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
+   const Lum::Ptr< const PathStatusCache > & pathStatusCache,
+   const Lum::Ptr< const ParentPathHelper > & parentPathHelper )
+   : vrfRoot_( vrfRoot ),
+     pathStatusInfo_( pathStatusInfo ),
+     pathStatusCache_( pathStatusCache ),
+     parentPathHelper_( parentPathHelper ),
+     pathStatusUpdator_( *pathStatusInfo, *pathStatusInfo->cspfStatus() ) {}
+
+PathStatusUpdateSm::~PathStatusUpdateSm() = default;
+
+void
+PathStatusUpdateSm::handleInitialized() {
+   LUM_WATCH( pathStatusInfo_, refreshNeeded, handleRefreshNeeded );
+   LUM_WATCH( pathStatusCache_, refreshedStage1Count, handleRefreshStage1Completion );
+   LUM_WATCH( pathStatusCache_, refreshedStage2Count, handleRefreshStage2Completion );
+   handleRefreshNeeded();
+}
+
+void
+PathStatusUpdateSm::handleRefreshNeeded() {
+   const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
+   if ( !pathStatusInfo_->refreshNeeded() ) {
+      return;
+   }
+   const RefreshReason reason = pathStatusInfo_->refreshReason();
+   const bool explicitRefresh = reason & ( refreshReasonExplicit | refreshReasonConfigChanged );
+   const bool delayedPathValidation = reason & refreshReasonTopoChanged;
+   LUM_ASSERT( explicitRefresh || delayedPathValidation );
+   if ( explicitRefresh ) {
+      TRACE7( "Explicit path refresh request for " << key.traceString() );
+   }
+   if ( !parentPathHelper_->anyChildPathRefreshNeeded( key ) ) {
+      requestCspf();
+   }
+}
+
+void
+PathStatusUpdateSm::requestCspf() {
+   const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
+   TRACE7( "CSPF requested for path: "
+           << key.traceString() << ", with topoChanged "
+           << static_cast< bool >( pathStatusInfo_->refreshReason() & refreshReasonTopoChanged )
+           << ", and newPath " << !pathStatusInfo_->cspfStatus()->pathStatusHas( key.pathKey() ) );
+   vrfRoot_.constraintInfoTable()
+      ->constraintInfo( pathStatusInfo_->constraint() )
+      ->cspfRequestCountInc();
+}
+
+void
+PathStatusUpdateSm::handleRefreshStage1Completion() {
+   TRACE7( "called for " << pathStatusInfo_->pathInfoKey().traceString() );
+   if ( !pathStatusInfo_->refreshNeeded() && !pathStatusInfo_->updatePathPending() ) {
+      return;  // its segments were computed anew, but the path itself still holds
+   }
+   pathStatusInfo_->refreshNeededIs( false );
+   pathStatusInfo_->refreshReasonIs( 0 );
+   TRACE7( "Trigger stage2 for path: " << pathStatusInfo_->pathInfoKey().traceString() );
+   pathStatusInfo_->updatePathPendingIs( true );
+   pathStatusInfo_->stage2RequestCountInc();
+}
+
+void
+PathStatusUpdateSm::handleRefreshStage2Completion() {
+   TRACE7( "called for " << pathStatusInfo_->pathInfoKey().traceString() );
+   if ( pathStatusInfo_->refreshNeeded() ) {
+      return;
+   }
+   pathStatusInfo_->updatePathPendingIs( false );
+   publishPathStatus();
+}
+
+void
+PathStatusUpdateSm::publishPathStatus() {
+   if ( !pathStatusInfo_->pathInfoKey().internal() ) {
+      pathStatusUpdator_.publishPath( *pathStatusCache_ );
+   }
+}
+
+}

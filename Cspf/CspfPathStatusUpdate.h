@@ -1,0 +1,87 @@
+#pragma once
+
+#include "Cspf/CspfVrfRootTypes.h"
+
+namespace Cspf {
+
+class ParentPathHelper;
+class VrfRoot;
+
+/// Writes a path's status where its client reads it, and only what changed.
+class PathStatusUpdator {
+ public:
+   /// Both outlive this object.
+   PathStatusUpdator( PathStatusInfo & pathStatusInfo, Status & cspfStatus )
+      : pathStatusInfo_( pathStatusInfo ),
+        cspfStatus_( cspfStatus ) {}
+
+   /// Whether the cached result or the request that it answers differs from what is published.
+   bool isPathUpdateRequired( const PathStatusCache & pathStatusCache ) const;
+   bool isPathTeRouterIdUpdateRequired( const PathTeRouterId & pathTeRouterId ) const;
+   bool isIncludeIpUpdateRequired( const IncludeIps & includeIps ) const;
+   bool isPathSrlgUpdateRequired( const PathSrlg & pathSrlg ) const;
+
+   /// Publishes the cached result where it differs. REQUIRES: the refresh is finished.
+   void publishPath( const PathStatusCache & pathStatusCache );
+   /// Replaces the TE router ids, the include IPs or both; the hops stay. Null: keep. REQUIRES: the
+   /// path is published, and there is one TE router id a hop.
+   void publishPathMetadata( const PathTeRouterId * pathTeRouterId, const IncludeIps * includeIps );
+
+ private:
+   const PathStatusInfo * pathStatusInfo() const noexcept { return &pathStatusInfo_; }
+   const PathKey & pathKey() const noexcept { return pathStatusInfo_.pathInfoKey().pathKey(); }
+   std::string keyText() const { return pathStatusInfo_.pathInfoKey().traceString(); }
+   /// The default where nothing is published.
+   const PathStatus & published() const { return cspfStatus_.pathStatus( pathKey() ); }
+   bool isPathArrayUpdateRequired( const PathArray & path ) const;
+   PathStatus newPathStatus( const PathStatusCache & cache ) const;
+
+   PathStatusInfo & pathStatusInfo_;
+   Status & cspfStatus_;
+};
+
+/// The index under which the repair of a TI-LFA path is published; 0 where it has none.
+std::uint32_t repairPathIdx( const PathStatusCache & pathStatusCache );
+
+/// Takes what is published of the path as its last result, so that an agent that was restarted
+/// keeps the paths that are in use. REQUIRES: nothing was computed yet.
+void initializePathStatusCache( const Lum::Ptr< PathStatusCache > & pathStatusCache,
+                                const PathStatus & pathStatus );
+
+/// Brings a path that needs it up to date: stage 1 is the run of its constraint, stage 2 what is
+/// made of the run (stitching, a repair); then the result is published.
+///
+///   watches                                handler                        writes
+///   PathStatusInfo.refreshNeeded           handleRefreshNeeded            cspfRequestCount
+///   PathStatusCache.refreshedStage1Count   handleRefreshStage1Completion  refreshNeeded and
+///   -Reason,
+///                                                                         stage2RequestCount,
+///                                                                         updatePathPending
+///   PathStatusCache.refreshedStage2Count   handleRefreshStage2Completion  updatePathPending,
+///                                                                         Status.pathStatus
+class PathStatusUpdateSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, PathStatusUpdateSm );
+   /// The root outlives this object. REQUIRES: the path has a constraint.
+   PathStatusUpdateSm( VrfRoot & vrfRoot, const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
+                       const Lum::Ptr< const PathStatusCache > & pathStatusCache,
+                       const Lum::Ptr< const ParentPathHelper > & parentPathHelper );
+   ~PathStatusUpdateSm() override;
+
+   void handleInitialized() override;
+   void handleRefreshNeeded();
+   void handleRefreshStage1Completion();
+   void handleRefreshStage2Completion();
+   /// A path of the agent's own is not published.
+   void publishPathStatus();
+
+ private:
+   void requestCspf();
+
+   VrfRoot & vrfRoot_;
+   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+   const Lum::Ptr< const PathStatusCache > pathStatusCache_;
+   const Lum::Ptr< const ParentPathHelper > parentPathHelper_;
+   PathStatusUpdator pathStatusUpdator_;
+};
+
+}

@@ -1,0 +1,249 @@
+// How a path with explicit hops is put together.
+//
+// The stitcher holds the router that the path has come to; each operation appends hops that leave
+// that router and moves it on. Loose segments were computed before, by runs of their own. A strict
+// hop is one link, and is chosen here, from the links between the two routers, by the order in which
+// a run that is limited to a single hop would rank them.
+//
+// An operator who writes the address of an interface means that link, so parallel links do not
+// stand in for it, neither when they cost less nor when that link is not to be had.
+
+#include "Cspf/CspfPathStitcher.h"
+
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+namespace {
+
+bool
+isOn( const AllTopoDbView & view, const Kivnet::IpGenAddr & teRouterId,
+      const Kivnet::IpGenAddr & address ) {
+   const auto routers = view.allTopoDbStatus()->teRouterIdsOfTep( address );
+   return address == teRouterId || std::ranges::find( routers, teRouterId ) != routers.end();
+}
+
+CspfRunOptions
+runOptions( CspfVertex source ) {
+   CspfRunOptions options;
+   options.source = source;
+   options.useTeMetric = true;
+   options.singleHop = true;
+   return options;
+}
+
+}
+
+PathStitcher::PathStitcher( const AllTopoDbView & view, PathValidationMemory & memory,
+                            const PathInfoKey & pathInfoKey, const PathStatus & published )
+   : view_( view ), memory_( memory ), pathInfoKey_( pathInfoKey ), published_( published ),
+     filter_( memory.filter( view, view.spfRoot() ) ), end_( view.spfRoot().ipAddress() ) {}
+
+bool
+PathStitcher::checkAndUpdatePathForSelfPath( const Destination & destination,
+                                             const PathConstraint & constraint ) {
+   const auto isHere = [ & ]( const auto & address ) { return isOn( view_, end_, address ); };
+   if ( !isHere( destination.ipAddress() )
+        || !std::ranges::all_of( constraint.includeHopList(), isHere, &IncludeHop::addr ) ) {
+      return false;
+   }
+   for ( const IncludeHop & hop : constraint.includeHopList() ) {
+      includeIps_.push_back( { hop.addr(), end_ } );
+   }
+   isPathFromSourceToSource_ = true;
+   return true;
+}
+
+std::string
+PathStitcher::checkAndUpdateAllExplicitPath( const PathConstraint & constraint ) {
+   PathStatus explicitPath;
+   for ( const IncludeHop & hop : constraint.includeHopList() ) {
+      explicitPath.path_.push( hop.addr() );
+   }
+   RsvpPathValidator validator( pathInfoKey_, explicitPath, false, view_, memory_ );
+   validator.validatePathAndUpdateMetadata();
+   if ( !validator.valid() ) {
+      return "The specified explicit path is not valid: "
+             + ( explicitPath.paths() > 0 ? validator.reason() : "it has no hops" );
+   }
+   [[maybe_unused]] const RsvpPathValidator * pathValidator = &validator;
+   LUM_ASSERT( pathValidator->pathTeRouterIdChanged() );
+   for ( std::size_t i = 0; i < explicitPath.paths(); ++i ) {
+      addHop( validator.links()[ i ], explicitPath.pathList()[ i ] );
+      includeIps_.push_back( { explicitPath.pathList()[ i ], end_ } );
+   }
+   return {};
+}
+
+std::string
+PathStitcher::doUpdatePathForStrictHop( const PathSegment & segment ) {
+   if ( view_.topoGraph().vertex( NodeId( end_ ) ) == noVertex ) {
+      return "Source with TE router ID " + end_.stringValue() + " not found";
+   }
+   const auto destinations = view_.allTopoDbStatus()->teRouterIdsOfTep( segment.end );
+   if ( destinations.empty() ) {
+      return "Destination TE router id not found for includeHop " + segment.end.stringValue();
+   }
+   std::string reason = "Destination " + segment.end.stringValue()
+                        + " is not found as an immediate neighbor from source "
+                        + end_.stringValue();
+   for ( const Kivnet::IpGenAddr & destination : destinations ) {
+      const auto best = findBestNexthopForStrictHop( destination, segment.end );
+      if ( best && best->refusal == CspfRefusal::none ) {
+         addHop( best->hop, best->nexthop );
+         addIncludeIp( segment );
+         return {};
+      }
+      if ( best ) {
+         reason += ": link to " + best->nexthop.stringValue() + ": "
+                   + std::string( text( best->refusal ) );
+      }
+   }
+   return reason;
+}
+
+std::string
+PathStitcher::doUpdatePathForLooseHop( const PathSegment & segment, const PathStatusCache & child ) {
+   const std::string index = std::to_string( segment.index );
+   const auto & path = child.path();
+   if ( !child.cspfData() || !path
+        || ( path->hopCount() == 0 && !path->isPathFromSourceToSource() ) ) {
+      return "No path for pathSegmentIndex " + index;
+   }
+   const NodeId & source = child.cspfData()->source();
+   if ( source != NodeId( end_ ) ) {
+      return "pathSegmentIndex " + index + " starts at " + source.stringValue() + ", not at "
+             + end_.stringValue();
+   }
+   for ( std::size_t i = 0; i < path->hopCount(); ++i ) {
+      end_ = child.pathTeRouterId()->pathTeRouterId()[ i ];
+      hops_.push_back( { path->path()[ i ], end_, child.pathSrlg()->pathSrlg()[ i ] } );
+   }
+   addIncludeIp( segment );
+   return {};
+}
+
+Kivnet::IpGenAddr
+PathStitcher::findOldNexthopForStrictHop( const Kivnet::IpGenAddr & teRouterId ) const {
+   const auto & routers = published_.pathTeRouterIdList();
+   Kivnet::IpGenAddr previous = view_.spfRoot().ipAddress();
+   for ( std::size_t i = 0; i < routers.size() && i < published_.paths(); ++i ) {
+      if ( previous == end_ && routers[ i ] == teRouterId ) {
+         TRACE8( "Found old nexthop " << published_.pathList()[ i ] << " for node "
+                                      << teRouterId );
+         return published_.pathList()[ i ];
+      }
+      previous = routers[ i ];
+   }
+   return {};
+}
+
+std::optional< PathStitcher::StrictHop >
+PathStitcher::findBestNexthopForStrictHop( const Kivnet::IpGenAddr & destination,
+                                           const Kivnet::IpGenAddr & strictHop ) const {
+   const TopoGraph & topoGraph = view_.topoGraph();
+   auto candidates = singleHops( topoGraph.vertex( NodeId( end_ ) ),
+                                 topoGraph.vertex( NodeId( destination ) ) );
+   const auto isMeant = [ & ]( const StrictHop & hop ) { return arrivesAt( hop.hop, strictHop ); };
+   if ( std::ranges::any_of( candidates, isMeant ) ) {
+      std::erase_if( candidates, std::not_fn( isMeant ) );
+   }
+   const auto old = findOldNexthopForStrictHop( destination );
+   const auto rank = [ & ]( const StrictHop & hop ) {
+      return std::tuple( hop.refusal != CspfRefusal::none, hop.nexthop != old, hop.cost,
+                         hop.hop.membership != noEdge,
+                         topoGraph.graph().keyRank( hop.hop.link ) );
+   };
+   const auto best = std::ranges::min_element( candidates, {}, rank );
+   return best == candidates.end() ? std::nullopt : std::optional( *best );
+}
+
+/// All links between the two routers, allowed or not.
+std::vector< PathStitcher::StrictHop >
+PathStitcher::singleHops( CspfVertex from, CspfVertex to ) const {
+   const CspfGraph & graph = view_.graph();
+   std::vector< StrictHop > found;
+   for ( const std::uint32_t e : graph.out( from ) ) {
+      const CspfEdge link{ e };
+      if ( graph.to( link ) == to ) {
+         found.push_back( strictHop( { link, noEdge } ) );
+      } else if ( graph.isNetwork( graph.to( link ) ) ) {
+         for ( const std::uint32_t m : graph.out( graph.to( link ) ) ) {
+            if ( graph.to( CspfEdge{ m } ) == to ) {
+               found.push_back( strictHop( { link, CspfEdge{ m } } ) );
+            }
+         }
+      }
+   }
+   return found;
+}
+
+PathStitcher::StrictHop
+PathStitcher::strictHop( const CspfPathHop & hop ) const {
+   const TopoGraph & topoGraph = view_.topoGraph();
+   const CspfGraph & graph = view_.graph();
+   const AllTopoNeighborKey key = topoGraph.neighborKey( hop.link );
+   const CspfRunOptions options = runOptions( graph.from( hop.link ) );
+   StrictHop strictHop{ hop, {}, {}, CspfArcs::refusal( graph, filter_, hop.link, options ) };
+   if ( strictHop.refusal == CspfRefusal::none && hop.membership != noEdge ) {
+      strictHop.refusal = filter_.reason( graph, hop.membership );
+   }
+   strictHop.nexthop =
+      hop.membership == noEdge
+         ? view_.nexthopOnP2pLink( key )
+         : view_.nexthopOnLanLink( key, topoGraph.nodeId( hop.end( graph ) ) );
+   strictHop.cost = { view_.srlgExcludeInfo( key ), view_.srlgIncludeInfo( key ),
+                      CspfArcs::stepMetric( graph, hop.link, options ) };
+   return strictHop;
+}
+
+bool
+PathStitcher::arrivesAt( const CspfPathHop & hop, const Kivnet::IpGenAddr & address ) const {
+   const CspfEdge farEnd =
+      hop.membership != noEdge ? hop.membership : view_.graph().reverse( hop.link );
+   return farEnd != noEdge
+          && neighborHasInterfaceAddr( view_.topoGraph().neighbor( farEnd ), address );
+}
+
+void
+PathStitcher::addHop( const CspfPathHop & hop, const Kivnet::IpGenAddr & nexthop ) {
+   const TopoGraph & topoGraph = view_.topoGraph();
+   end_ = topoGraph.nodeId( hop.end( topoGraph.graph() ) ).ipAddress();
+   hops_.push_back( { nexthop, end_, { topoGraph.neighbor( hop.link ).srlgList() } } );
+}
+
+/// The destination's own segment ends at no include hop.
+void
+PathStitcher::addIncludeIp( const PathSegment & segment ) {
+   if ( segment.isIncludeHop ) {
+      includeIps_.push_back( { segment.end, end_ } );
+   }
+}
+
+std::optional< CspfPathResult >
+PathStitcher::result() const {
+   if ( hops_.size() > HopIndex::max + 1u ) {
+      return std::nullopt;
+   }
+   PathArray::Hops path;
+   PathSrlg::Hops srlgs;
+   PathTeRouterId::Hops teRouterIds;
+   IncludeIps::List includeIps;
+   for ( const Hop & hop : hops_ ) {
+      path.push( hop.nexthop );
+      srlgs.push( hop.srlgs );
+      teRouterIds.push( hop.teRouterId );
+   }
+   for ( const IncludeIp & includeIp : includeIps_ ) {
+      includeIps.push( includeIp );
+   }
+   return CspfPathResult{
+      Lum::make< const PathArray >( std::move( path ), isPathFromSourceToSource_ ),
+      Lum::make< const PathSrlg >( std::move( srlgs ) ),
+      Lum::make< const PathTeRouterId >( std::move( teRouterIds ) ),
+      Lum::make< const IncludeIps >( std::move( includeIps ) ) };
+}
+
+}

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "Cspf/CspfImpl.h"
+#include "Cspf/CspfPathSegments.h"
+#include "Cspf/CspfPathValidator.h"
+#include "schema/CspfStatus.h"
+
+#include <optional>
+#include <string>
+
+namespace Cspf {
+
+/// Puts one path together, hop by hop and segment by segment, from its source to its end. Operations
+/// that extend the path give the reason why they could not, "" when they did; after a failure the
+/// path is not to be used.
+class PathStitcher {
+ public:
+   /// `published`: what the client uses at present; its hops are preferred where there is a choice.
+   /// All outlive this object. REQUIRES: the source of computations is known.
+   PathStitcher( const AllTopoDbView & view, PathValidationMemory & memory,
+                 const PathInfoKey & pathInfoKey, const PathStatus & published );
+
+   /// Whether the destination and all include hops stand on the source itself: a path without hops.
+   bool checkAndUpdatePathForSelfPath( const Destination & destination,
+                                       const PathConstraint & constraint );
+   /// Takes the include hops as the whole path, if it holds.
+   std::string checkAndUpdateAllExplicitPath( const PathConstraint & constraint );
+   /// Extends the path to the segment's end by a single link.
+   std::string doUpdatePathForStrictHop( const PathSegment & segment );
+   /// Extends the path by the path that a run found for the segment.
+   std::string doUpdatePathForLooseHop( const PathSegment & segment, const PathStatusCache & child );
+
+   /// The records of the path; none for a path of more hops than they can hold.
+   std::optional< CspfPathResult > result() const;
+
+ private:
+   /// One of the links between two routers.
+   struct StrictHop {
+      CspfPathHop hop;
+      Kivnet::IpGenAddr nexthop;
+      CspfCost cost;
+      CspfRefusal refusal;  ///< why the constraint does not allow it
+   };
+   struct Hop {
+      Kivnet::IpGenAddr nexthop;
+      Kivnet::IpGenAddr teRouterId;
+      SrlgOfHop srlgs;
+   };
+
+   /// The next hop by which the published path went from where this path is to that router; unset
+   /// where it did not.
+   Kivnet::IpGenAddr findOldNexthopForStrictHop( const Kivnet::IpGenAddr & teRouterId ) const;
+   /// The best single link to the destination: the one with the address `strictHop` at its far end,
+   /// where there is one; of the others those that the constraint allows, then the one that the
+   /// published path used, then by cost, then by link. Nothing where there is no link.
+   std::optional< StrictHop > findBestNexthopForStrictHop( const Kivnet::IpGenAddr & destination,
+                                                           const Kivnet::IpGenAddr & strictHop ) const;
+   std::vector< StrictHop > singleHops( CspfVertex from, CspfVertex to ) const;
+   StrictHop strictHop( const CspfPathHop & hop ) const;
+   bool arrivesAt( const CspfPathHop & hop, const Kivnet::IpGenAddr & address ) const;
+   void addHop( const CspfPathHop & hop, const Kivnet::IpGenAddr & nexthop );
+   void addIncludeIp( const PathSegment & segment );
+
+   const AllTopoDbView & view_;
+   PathValidationMemory & memory_;
+   const PathInfoKey & pathInfoKey_;
+   const PathStatus & published_;
+   const CspfLinkFilter & filter_;
+   Kivnet::IpGenAddr end_;  // TE router id of the router that the path has come to
+   std::vector< Hop > hops_;
+   std::vector< IncludeIp > includeIps_;
+   bool isPathFromSourceToSource_ = false;
+};
+
+}

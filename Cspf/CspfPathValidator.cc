@@ -1,0 +1,207 @@
+// Whether a published path still holds. A tunnel that carries traffic must not move because the
+// network changed somewhere else, so a path is not computed again before this says that it must be.
+//
+// The check asks the graph about the links of the path alone: each hop costs one look-up of its
+// address (remembered from path to path) and the few tests of the constraint; no run, and no pass
+// over all links. What is known of the hops is worked out anew on the way; the caller publishes it
+// where it moved.
+
+#include "Cspf/CspfPathValidator.h"
+
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+PathValidationMemory::PathValidationMemory(
+   const Lum::Ptr< const AllTopoDbStatus > & allTopoDbStatus )
+   : hopAddresses_( Lum::make< HopAddressMemory >( allTopoDbStatus ) ) {}
+
+PathValidationMemory::~PathValidationMemory() = default;
+
+const CspfLinkFilter &
+PathValidationMemory::filter( const AllTopoDbView & view, const NodeId & source ) {
+   // Reservations change without the graph.
+   const bool same = view.constraint().bandwidth() == 0 && filterVersion_ == view.graph().version()
+                     && filterSource_ == source && filterConstraint_ == view.constraint();
+   if ( !same ) {
+      filter_.constraintIs( view.linkConstraint( source ) );
+      filterConstraint_ = view.constraint();
+      filterSource_ = source;
+      filterVersion_ = view.graph().version();
+   }
+   return filter_;
+}
+
+void
+RsvpPathValidator::validatePathAndUpdateMetadata() {
+   valid_ = checkPath();
+   if ( valid_ ) {
+      updateIncludeIps();
+   }
+}
+
+bool
+RsvpPathValidator::checkPath() {
+   if ( pathStatus_.pathList().empty() && !isPathFromSourceToSource_ ) {
+      return fail( " : no old path computed to validate" );
+   }
+   const NodeId source = view_.spfRoot();
+   if ( !source || view_.topoGraph().vertex( source ) == noVertex ) {
+      return fail( " : Source node not found in the topology " );
+   }
+   const CspfLinkFilter & filter = memory_.filter( view_, source );
+   if ( pathStatus_.paths() != pathStatus_.pathTeRouterIds() ) {
+      TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " : path length "
+                                     << pathStatus_.paths() << " and pathTeRouterId length "
+                                     << pathStatus_.pathTeRouterIds() << " in path status differ" );
+   }
+   if ( !validatePath( view_.topoGraph().vertex( source ), filter ) ) {
+      return false;
+   }
+   updateTeRouterIds();
+   const Kivnet::IpGenAddr end =
+      pathTeRouterId_.empty() ? sourceTeRouterId() : pathTeRouterId_[ pathTeRouterId_.size() - 1 ];
+   return destinationIsOn( end );
+}
+
+bool
+RsvpPathValidator::validatePath( CspfVertex sourceNode, const CspfLinkFilter & filter ) {
+   HopToTopoDbLinkMapper mapper( view_, memory_.hopAddresses(), &filter );
+   mapper.handleNew( sourceNode, pathStatus_.pathList(), memory_.links() );
+   const auto & links = memory_.links();
+   const auto found = std::ranges::count_if( links, &CspfPathHop::known );
+   if ( static_cast< std::size_t >( found ) != pathStatus_.paths() ) {
+      fail( " : missing links, expected " + std::to_string( pathStatus_.paths() )
+            + " but found " + std::to_string( found ) );
+      reason_ = mapper.failure();
+      return false;
+   }
+   CspfVertex previous = sourceNode;
+   for ( std::size_t i = 0; i < links.size(); ++i ) {
+      if ( !validateHop( i, previous, filter ) ) {
+         return false;
+      }
+      previous = links[ i ].end( view_.graph() );
+   }
+   return true;
+}
+
+bool
+RsvpPathValidator::validateHop( std::size_t hopIndex, CspfVertex previous,
+                                const CspfLinkFilter & filter ) {
+   const CspfGraph & graph = view_.graph();
+   const CspfPathHop & hop = memory_.links()[ hopIndex ];
+   const auto hopText = [ & ]() { return pathStatus_.pathList()[ hopIndex ].stringValue(); };
+   if ( graph.from( hop.link ) != previous ) {
+      const TopoGraph & names = view_.topoGraph();
+      return fail( " : path not continuous, expected previous hop "
+                   + names.nodeId( previous ).stringValue() + ", but found "
+                   + names.nodeId( graph.from( hop.link ) ).stringValue() + " for hop " + hopText()
+                   + " at hopIndex " + std::to_string( hopIndex ) );
+   }
+   CspfRefusal refusal = filter.reason( graph, hop.link );
+   if ( refusal == CspfRefusal::none && hop.membership != noEdge ) {
+      refusal = filter.reason( graph, hop.membership );
+   }
+   return refusal == CspfRefusal::none
+          || fail( " : Link on hop to hop failed constraint verification " + hopText() + ": "
+                   + std::string( text( refusal ) ) );
+}
+
+void
+RsvpPathValidator::updateTeRouterIds() {
+   const TopoGraph & topoGraph = view_.topoGraph();
+   const auto & published = pathStatus_.pathTeRouterIdList();
+   pathTeRouterIdChanged_ = published.size() != memory_.links().size();
+   pathTeRouterId_.reserve( memory_.links().size() );
+   for ( const CspfPathHop & hop : memory_.links() ) {
+      const Kivnet::IpGenAddr teNeighborId =
+         topoGraph.nodeId( hop.end( topoGraph.graph() ) ).ipAddress();
+      const std::size_t i = pathTeRouterId_.size();
+      if ( i < published.size() && published[ i ] != teNeighborId ) {
+         TRACE8( "RsvpPathValidator : "
+                 << pathInfoKey_.traceString() << " : path TE router id mismatch, expected "
+                 << published[ i ] << ", found " << teNeighborId );
+         pathTeRouterIdChanged_ = true;
+      }
+      pathTeRouterId_.push( teNeighborId );
+   }
+}
+
+bool
+RsvpPathValidator::destinationIsOn( const Kivnet::IpGenAddr & teRouterId ) {
+   const Kivnet::IpGenAddr destination = pathInfoKey_.pathKey().dst().ipAddress();
+   if ( hasAddress( teRouterId, destination ) ) {
+      return true;
+   }
+   return fail( " : path destination " + destination.stringValue()
+                + " is not found on node with TE router id " + teRouterId.stringValue()
+                + ", destWasOnSourceNode: " + ( isPathFromSourceToSource_ ? "1" : "0" ) );
+}
+
+void
+RsvpPathValidator::updateIncludeIps() {
+   for ( const IncludeIp & published : pathStatus_.includeIpList() ) {
+      const IncludeIp current = currentIncludeIp( published );
+      if ( current.teRouterId() ) {
+         includeIps_.push( current );
+      }
+   }
+   includeIpsChanged_ = includeIps_ != pathStatus_.includeIpList();
+   if ( includeIps_.size() != pathStatus_.includeIps() ) {
+      TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString()
+                                     << " : Include IP length changed" );
+   } else if ( includeIpsChanged_ ) {
+      TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " : Include IP changed" );
+   }
+}
+
+/// The include IP with the router that has it now: its router under the id that this has now, else
+/// another router of the path; unset where none has it.
+IncludeIp
+RsvpPathValidator::currentIncludeIp( const IncludeIp & published ) const {
+   Kivnet::IpGenAddr teRouterId = published.teRouterId();
+   const auto & old = pathStatus_.pathTeRouterIdList();
+   for ( std::size_t i = 0; i < old.size() && i < pathTeRouterId_.size(); ++i ) {
+      if ( old[ i ] == published.teRouterId() ) {
+         teRouterId = pathTeRouterId_[ i ];
+         break;
+      }
+   }
+   if ( hasAddress( teRouterId, published.addr() ) ) {
+      return { published.addr(), teRouterId };
+   }
+   TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " Include IP "
+                                  << published.addr() << " no longer present on " << teRouterId );
+   const auto moved = std::ranges::find_if( pathTeRouterId_, [ & ]( const auto & router ) {
+      return hasAddress( router, published.addr() );
+   } );
+   return { published.addr(), moved == pathTeRouterId_.end() ? Kivnet::IpGenAddr() : *moved };
+}
+
+bool
+RsvpPathValidator::hasAddress( const Kivnet::IpGenAddr & teRouterId,
+                               const Kivnet::IpGenAddr & address ) const {
+   if ( address == teRouterId ) {
+      return true;
+   }
+   const auto routers = view_.allTopoDbStatus()->teRouterIdsOfTep( address );
+   return std::ranges::find( routers, teRouterId ) != routers.end();
+}
+
+Kivnet::IpGenAddr
+RsvpPathValidator::sourceTeRouterId() const {
+   return view_.spfRoot().ipAddress();
+}
+
+bool
+RsvpPathValidator::fail( const std::string & text ) {
+   TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << text );
+   const std::size_t begin = text.find_first_not_of( " :" );
+   reason_ = text.substr( begin, text.find_last_not_of( ' ' ) + 1 - begin );
+   return false;
+}
+
+}

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "Cspf/CspfHopToTopoDbLinkMapper.h"
+#include "schema/CspfStatus.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Cspf {
+
+/// What validations work in, one after the other, and what they share: where addresses lead, and
+/// the constraint in the graph's numbers while it stays the same.
+class PathValidationMemory {
+ public:
+   explicit PathValidationMemory( const Lum::Ptr< const AllTopoDbStatus > & allTopoDbStatus );
+   ~PathValidationMemory();
+
+   /// The view's constraint, ready to be asked for reasons. May renumber the graph.
+   const CspfLinkFilter & filter( const AllTopoDbView & view, const NodeId & source );
+   HopAddressMemory & hopAddresses() noexcept { return *hopAddresses_; }
+   std::vector< CspfPathHop > & links() noexcept { return links_; }
+
+ private:
+   Lum::Ptr< HopAddressMemory > hopAddresses_;
+   CspfLinkFilter filter_;
+   InternalPathConstraint filterConstraint_;  // that filter_ was made of
+   NodeId filterSource_;
+   std::uint64_t filterVersion_ = 0;          // of the graph; 0: none was made
+   std::vector< CspfPathHop > links_;
+};
+
+/// Checks one published path: whether it still holds in the topology as it is and under the view's
+/// constraint, and what is known of its hops now.
+class RsvpPathValidator {
+ public:
+   /// `sourceToSource`: the path leads from its source to itself, without a hop. All outlive this
+   /// object.
+   RsvpPathValidator( const PathInfoKey & pathInfoKey, const PathStatus & pathStatus,
+                      bool sourceToSource, const AllTopoDbView & view,
+                      PathValidationMemory & memory )
+      : pathInfoKey_( pathInfoKey ), pathStatus_( pathStatus ),
+        isPathFromSourceToSource_( sourceToSource ), view_( view ), memory_( memory ) {}
+
+   /// Does all of the check. O(hops).
+   void validatePathAndUpdateMetadata();
+
+   // Results. The metadata means something for a valid path only.
+
+   bool valid() const noexcept { return valid_; }
+   /// Why not, as a person reads it; "" for a valid path.
+   const std::string & reason() const noexcept { return reason_; }
+   bool pathTeRouterIdChanged() const noexcept { return pathTeRouterIdChanged_; }
+   bool includeIpsChanged() const noexcept { return includeIpsChanged_; }
+   const PathTeRouterId::Hops & pathTeRouterId() const noexcept { return pathTeRouterId_; }
+   const IncludeIps::List & includeIps() const noexcept { return includeIps_; }
+   /// The links of the hops.
+   std::span< const CspfPathHop > links() const { return memory_.links(); }
+
+ private:
+   bool checkPath();
+   /// Whether there is a link for each hop, each starts where the last one ended, and the
+   /// constraint allows it.
+   bool validatePath( CspfVertex sourceNode, const CspfLinkFilter & filter );
+   bool validateHop( std::size_t hopIndex, CspfVertex previous, const CspfLinkFilter & filter );
+   void updateTeRouterIds();
+   bool destinationIsOn( const Kivnet::IpGenAddr & teRouterId );
+   void updateIncludeIps();
+   IncludeIp currentIncludeIp( const IncludeIp & published ) const;
+   bool hasAddress( const Kivnet::IpGenAddr & teRouterId, const Kivnet::IpGenAddr & address ) const;
+   bool fail( const std::string & text );
+   Kivnet::IpGenAddr sourceTeRouterId() const;
+
+   const PathInfoKey & pathInfoKey_;
+   const PathStatus & pathStatus_;
+   const bool isPathFromSourceToSource_;
+   const AllTopoDbView & view_;
+   PathValidationMemory & memory_;
+   bool valid_ = false;
+   std::string reason_;
+   bool pathTeRouterIdChanged_ = false;
+   bool includeIpsChanged_ = false;
+   PathTeRouterId::Hops pathTeRouterId_;
+   IncludeIps::List includeIps_;
+};
+
+}

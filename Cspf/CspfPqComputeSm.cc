@@ -1,0 +1,362 @@
+// When the repair of a path is worked out, and what becomes of it. Four runs come in on their own
+// throttles; a repair needs all four of one and the same topology, so this waits until the last one
+// has caught up. Meanwhile what is published stays. A run that cannot be had (the protected link is
+// gone, say) ends the wait: then there is no repair, and the client reads why.
+//
+// The repair is the second stage of the path's refresh; counting it makes the path's publisher
+// compare and write. Nothing is counted while a newer refresh is under way, whose own second
+// stage comes later.
+
+#include "Cspf/CspfPqComputeSm.h"
+
+#include "Cspf/AllTopoDbView.h"
+#include "Cspf/CspfDumpAge.h"
+#include "Cspf/CspfVrfRoot.h"
+#include "platform/Kiv/DumpContext.h"
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+
+namespace Cspf::Lfa {
+
+namespace {
+
+Lum::Ptr< const LfaCspfData >
+dataOf( const Lum::Ptr< PathStatusCache > & cache ) {
+   return cache ? Lum::cast< const LfaCspfData >( cache->cspfData() ) : nullptr;
+}
+
+std::uint32_t
+cheapest( const CspfTree & tree, const std::vector< CspfRepairTable::Originator > & originators ) {
+   std::uint64_t least = CspfTree::unreachedMetric;
+   for ( const auto & originator : originators ) {
+      if ( tree.reached( originator.router ) ) {
+         least = std::min( least,
+                           std::uint64_t( tree.metric( originator.router ) ) + originator.metric );
+      }
+   }
+   return static_cast< std::uint32_t >( least );
+}
+
+}
+
+bool
+RepairRuns::complete() const {
+   return constrained && constrained->hasTree() && forward && forward->hasTree() && neighbor
+          && neighbor->hasTree() && reverse && reverse->hasTree();
+}
+
+std::strong_ordering
+SharedRepairs::compare( const Kiv::DedupHandle & other ) const {
+   const auto key = []( const RepairRuns & runs ) {
+      return std::tuple( runs.constrained.ptr(), runs.forward.ptr(), runs.neighbor.ptr(),
+                         runs.reverse.ptr(), runs.isLinkProtection );
+   };
+   return key( runs_ ) <=> key( static_cast< const SharedRepairs & >( other ).runs_ );
+}
+
+const CspfRepairTable &
+SharedRepairs::table( const TopoGraph & topology ) {
+   if ( !table_ ) {
+      const CspfVertex plr = topology.vertex( runs_.constrained->source() );
+      const CspfVertex node = topology.vertex( runs_.neighbor->source() );
+      table_.emplace().build(
+         topology.graph(),
+         { plr, node, runs_.isLinkProtection, runs_.forward->tree().metric( node ) },
+         { runs_.constrained->tree(), runs_.neighbor->tree(), runs_.reverse->tree() } );
+   }
+   return *table_;
+}
+
+PqComputeSm::PqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey )
+   : vrfRoot_( vrfRoot ),
+     pathInfoKey_( pathInfoKey ),
+     pathStatusInfo_( vrfRoot.pathStatusInfoTable()->pathStatusInfo( pathInfoKey ) ),
+     isisAdjacencyInfo_( vrfRoot.clientData()->isisAdjacencyInfo() ),
+     pqComputeTask_( vrfRoot.taskScheduler(), "pqComputeTask-" + pathInfoKey.traceString(),
+                     [ this ]() { handlePqComputeTask(); } ) {}
+
+void
+PqComputeSm::handleInitialized() {
+   LUM_WATCH( pathStatusInfo_, updatePathPending, handleUpdatePathPending );
+   if ( isisAdjacencyInfo_ ) {
+      LUM_WATCH_KEYS( isisAdjacencyInfo_, adjacency, handleAdjacency );
+   }
+   bindCaches();
+   handleCspfData();
+}
+
+void
+PqComputeSm::doPrepareToDie() {
+   pqComputeTask_.unschedule();
+}
+
+Lum::Ptr< PathStatusCache >
+PqComputeSm::cacheOf( const PathInfoKey & key ) {
+   const auto cache = vrfRoot_.pathStatusCacheTable()->pathStatusCache( key );
+   if ( cache ) {
+      LUM_WATCH( cache, cspfData, handleCspfData );
+      LUM_WATCH( cache, refreshedStage1Count, handleCspfData );
+   }
+   return cache;
+}
+
+Lum::Ptr< PathStatusCache >
+PqComputeSm::treeCache( TilfaTree tree ) {
+   return cacheOf( tilfaTreeKey( pathInfoKey_, tree, isLinkProtection_ ) );
+}
+
+void
+PqComputeSm::bindCaches() {
+   const auto & row = vrfRoot_.pathConfigInfoTable()->pathConfigInfo( pathInfoKey_ );
+   isLinkProtection_ =
+      isLinkProtection( row->cspfConfig()->pathConfig( pathInfoKey_.pathKey() ).constraint() );
+   pPathStatusCache_ = cPathStatusCache_ = cacheOf( pathInfoKey_ );
+   uFwdPathStatusCache_ = treeCache( TilfaTree::forward );
+   uNgbPathStatusCache_ = treeCache( TilfaTree::neighbor );
+   uRevPathStatusCache_ = treeCache( TilfaTree::reverse );
+}
+
+RepairRuns
+PqComputeSm::currentRuns() const {
+   return { dataOf( cPathStatusCache_ ), dataOf( uFwdPathStatusCache_ ),
+            dataOf( uNgbPathStatusCache_ ), dataOf( uRevPathStatusCache_ ), isLinkProtection_ };
+}
+
+std::string
+PqComputeSm::missingRunOf( const Lum::Ptr< PathStatusCache > & cache ) const {
+   const auto & path = vrfRoot_.pathStatusInfoTable()->pathStatusInfo( cache->pathInfoKey() );
+   const auto & constraint = path ? path->constraint() : nullptr;
+   const auto & row =
+      constraint ? vrfRoot_.constraintInfoTable()->constraintInfo( constraint ) : nullptr;
+   if ( !row || !( row->sourceMissing() || row->constraintMissingInTopo() ) ) {
+      return "";
+   }
+   return row->sourceMissing() ? "source not found in topology"
+                               : "protected link or its neighbor not found in topology";
+}
+
+/// Why one of the runs will not come; empty while they may.
+std::string
+PqComputeSm::missingRun() const {
+   for ( const auto & cache :
+         { cPathStatusCache_, uFwdPathStatusCache_, uNgbPathStatusCache_, uRevPathStatusCache_ } ) {
+      if ( !cache ) {
+         return "no protected interface asked for";
+      }
+      if ( const std::string missing = missingRunOf( cache ); !missing.empty() ) {
+         return missing;
+      }
+   }
+   const auto constrained = dataOf( cPathStatusCache_ );
+   return constrained && constrained->buildReverseSpt() ? "reverse path asked for" : "";
+}
+
+bool
+PqComputeSm::canCompute() const {
+   return pathStatusInfo_->constraint() && !waitsForRefresh()
+          && ( currentRuns().complete() || !missingRun().empty() );
+}
+
+void
+PqComputeSm::handleUpdatePathPending() {
+   if ( pathStatusInfo_->updatePathPending() ) {
+      handleCspfData();
+   }
+}
+
+void
+PqComputeSm::handleCspfData() {
+   TRACE8( "called for " << pathInfoKey_.traceString() );
+   if ( canCompute() ) {
+      pqComputeTask_.schedule();
+   } else if ( pqComputeTask_.scheduled() ) {
+      TRACE8( "Unscheduling pqComputeTask" );
+      pqComputeTask_.unschedule();
+   }
+}
+
+void
+PqComputeSm::handleAdjacency( const IsisExportImpl::AdjacencyKey & key ) {
+   if ( key == adjacencyKey_ ) {
+      adjacencyUpdatedAt_ = Lum::now();
+      handleCspfData();
+   }
+}
+
+void
+PqComputeSm::handlePqComputeTask() {
+   doPqCompute();
+}
+
+void
+PqComputeSm::doPqCompute() {
+   if ( !canCompute() ) {
+      return;
+   }
+   const Lum::Ptr< const SharedRepairs > shared = repairs_;  // until its successor is found
+   runs_ = currentRuns();
+   repairs_ = nullptr;
+   reason_ = missingRun();
+   if ( !reason_.empty() ) {
+      TRACE7( "no repair for " << pathInfoKey_.traceString() << ": " << reason_ );
+      publish( std::nullopt );
+   } else {
+      compute();
+   }
+}
+
+void
+PqComputeSm::compute() {
+   repairs_ =
+      vrfRoot_.dedupPqInfoTable()->sharedRepairs()->dedup( Lum::make< SharedRepairs >( runs_ ) );
+   if ( !validateDestination() ) {
+      publish( std::nullopt );
+      return;
+   }
+   TRACE7( "PQ computation with constrained at: " << runs_.constrained->ranAt()
+                                                  << " fwdSpf at: " << runs_.forward->ranAt()
+                                                  << " ngbSpf at: " << runs_.neighbor->ranAt()
+                                                  << " revSpf at: " << runs_.reverse->ranAt() );
+   const auto repair = getAllPqPath();
+   publish( repair ? getLoadBalancedPqPath( *repair ) : std::nullopt );
+}
+
+const TopoId &
+PqComputeSm::topoId() const {
+   return pathStatusInfo_->constraint()->pathConstraint().topoId();
+}
+
+const TopoGraph &
+PqComputeSm::topology() const {
+   return runs_.constrained->view().topoGraph();
+}
+
+std::vector< CspfRepairTable::Originator >
+PqComputeSm::getAllDestinationNodes() const {
+   const CspfVertex router = topology().vertex( NodeId( destination() ) );
+   if ( router == noVertex ) {
+      return {};
+   }
+   return { { router, 0 } };
+}
+
+std::uint32_t
+PqComputeSm::getCostFromProtNodeToDest() const {
+   return cheapest( runs_.neighbor->tree(), getAllDestinationNodes() );
+}
+
+std::uint32_t
+PqComputeSm::getPostConvergenceCostFromPlrToDest() const {
+   return cheapest( runs_.constrained->tree(), getAllDestinationNodes() );
+}
+
+bool
+PqComputeSm::isDestinationNode( const NodeId & nodeId ) const {
+   return nodeId == NodeId( destination() );
+}
+
+bool
+PqComputeSm::validateDestination() {
+   if ( isDestinationNode( runs_.constrained->source() ) ) {
+      TRACE7( "Ignoring computation as source is the destination: " << destination() );
+      reason_ = "source is the destination";
+   } else if ( getPostConvergenceCostFromPlrToDest() == CspfTree::unreachedMetric ) {
+      TRACE7( "Ignoring computation as shortest path to dest not found: " << destination() );
+      reason_ = "no path to the destination that avoids what is protected";
+   }
+   return reason_.empty();
+}
+
+std::optional< CspfRepair >
+PqComputeSm::getAllPqPath() {
+   const TopoGraph & topology = this->topology();
+   const auto repair =
+      repairs_->table( topology )
+         .repair( topology.graph(), runs_.constrained->tree(), getAllDestinationNodes(),
+                  destination().hash(),
+                  [ & ]( CspfVertex router ) { return topology.nodeId( router ).hash(); } );
+   TRACE7( "Found " << ( repair ? 1 : 0 ) << " PQ paths to dst: " << destination() );
+   if ( !repair ) {
+      reason_ = "no repair with as few repair nodes as there may be";
+   }
+   return repair;
+}
+
+std::optional< PqPath >
+PqComputeSm::getLoadBalancedPqPath( const CspfRepair & repair ) {
+   PqPath path;
+   if ( !resolveNexthop( repair, path ) ) {
+      reason_ = "no next hop known on " + adjacencyKey_.intf().stringValue();
+      return std::nullopt;
+   }
+   for ( const CspfVertex node : repair.nodes ) {
+      path.path_.push( topology().nodeId( node ).isisSystemId() );
+   }
+   return path;
+}
+
+/// A neighbour on a point-to-point link may be without address, the interface names it; one on a
+/// LAN may not.
+bool
+PqComputeSm::resolveNexthop( const CspfRepair & repair, PqPath & path ) {
+   adjacencyKey_ = { topology().neighbor( repair.firstLink ).intfId(),
+                     topology().nodeId( repair.firstHop ).isisSystemId() };
+   const auto * adjacency =
+      isisAdjacencyInfo_ ? isisAdjacencyInfo_->adjacencyFind( adjacencyKey_ ) : nullptr;
+   path.nhIntfIs( adjacencyKey_.intf() );
+   if ( adjacency ) {
+      path.nhIpIs( vrfRoot_.af() == Kivnet::AddressFamily::ipv4 ? adjacency->nexthopV4()
+                                                                : adjacency->nexthopV6() );
+   }
+   if ( !path.nhIp() ) {
+      TRACE7( "Nexthop information not available for intf: " << adjacencyKey_.intf() << " sysId: "
+                                                             << adjacencyKey_.systemId() );
+   }
+   const bool isLan = topology().graph().kind( repair.firstLink ) == CspfEdgeKind::routerToNetwork;
+   return path.nhIp() || ( adjacency && !isLan );
+}
+
+/// The path's publisher may end this machine's path.
+void
+PqComputeSm::publish( const std::optional< PqPath > & path ) {
+   const auto alive = keptAlive();
+   const auto & status = pathStatusInfo_->cspfStatus();
+   if ( path ) {
+      status->pathErrorDel( pathInfoKey_.pathKey() );
+   } else {
+      status->pathErrorIs( pathInfoKey_.pathKey(), reason_ );
+   }
+   pPathStatusCache_->pqInfoIs( path ? vrfRoot_.dedupPqInfoTable()->dedup( *path ) : nullptr );
+   pPathStatusCache_->stage2LastRanAtIs( Lum::now() );
+   pPathStatusCache_->refreshedStage2CountInc();
+}
+
+void
+PqComputeSm::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*cPqComputeSm %s\n", pathInfoKey_.traceString().c_str() );
+   context.printf( indent + 1, "%*cprotection: %s\n", isLinkProtection_ ? "link" : "node" );
+   context.printf( indent + 1, "%*cadjacency: %s %s\n", adjacencyKey_.intf().stringValue().c_str(),
+                   adjacencyKey_.systemId().stringValue().c_str() );
+   dumpAge( context, indent + 1, "adjacency updated", adjacencyUpdatedAt_ );
+   if ( !reason_.empty() ) {
+      context.printf( indent + 1, "%*cno repair: %s\n", reason_.c_str() );
+   } else if ( runs_.complete() ) {
+      context.printf( indent + 1, "%*ccost to destination: after the failure %u, from %s %u\n",
+                      getPostConvergenceCostFromPlrToDest(),
+                      runs_.neighbor->source().stringValue().c_str(), getCostFromProtNodeToDest() );
+   }
+}
+
+Lum::Ptr< PqComputeSm >
+makePqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey ) {
+   const Destination & destination = pathInfoKey.pathKey().dst();
+   const bool isRouter =
+      destination.type() == VertexType::isisRouter || destination.type() == VertexType::ospfRouter;
+   if ( isRouter || !destination ) {
+      return new PqComputeSm( vrfRoot, pathInfoKey );
+   }
+   return new PqComputePfxSm( vrfRoot, pathInfoKey );
+}
+
+}

@@ -1,0 +1,163 @@
+#pragma once
+
+#include "Cspf/AllTopoDbTypes.h"
+#include "Cspf/CspfRepairTable.h"
+#include "Cspf/CspfTilfaKeys.h"
+#include "platform/Kiv/TaskScheduler.h"
+
+#include <optional>
+
+namespace Cspf {
+class LfaCspfData;
+class VrfRoot;
+}
+
+/// Repairs for TI-LFA requests: which runs they need, when they are worked out, what is published.
+/// The work itself is CspfRepairTable's.
+namespace Cspf::Lfa {
+
+/// The runs that one repair is worked out of.
+struct RepairRuns {
+   Lum::Ptr< const LfaCspfData > constrained;  ///< without the protected resource
+   Lum::Ptr< const LfaCspfData > forward;      ///< plain, from this router
+   Lum::Ptr< const LfaCspfData > neighbor;     ///< plain, from the protected node
+   Lum::Ptr< const LfaCspfData > reverse;      ///< plain, to this router or to the protected node
+   bool isLinkProtection = true;
+
+   /// All there, and all of the topology as it is now.
+   bool complete() const;
+   bool operator==( const RepairRuns & ) const = default;
+};
+
+/// The repairs of one protected link or node towards all destinations. Worked out once, when the
+/// first of the requests behind it asks, and shared by all of them.
+class SharedRepairs : public Kiv::DedupHandle {
+   LUM_ENTITY( Cspf::Lfa, SharedRepairs );
+   explicit SharedRepairs( RepairRuns runs ) : runs_( std::move( runs ) ) {}
+
+   const RepairRuns & runs() const noexcept { return runs_; }
+   /// REQUIRES: the runs are complete.
+   const CspfRepairTable & table( const TopoGraph & topology );
+   std::size_t hash() const override {
+      return std::hash< const void * >()( runs_.constrained.ptr() );
+   }
+   std::strong_ordering compare( const Kiv::DedupHandle & other ) const override;
+
+ private:
+   const RepairRuns runs_;
+   std::optional< CspfRepairTable > table_;
+};
+
+/// Works out the repair of one client path towards a router. It serves one constraint of the path;
+/// another constraint gets a machine of its own.
+///
+///   watches                                   handler               writes
+///   PathStatusInfo.updatePathPending          handleUpdatePathPending
+///   PathStatusCache, own and of each tree:    handleCspfData
+///     cspfData, refreshedStage1Count
+///   IsisAdjacencyInfo.adjacency               handleAdjacency
+///   task pqComputeTask                        handlePqComputeTask   pqInfo, refreshedStage2Count,
+///                                                                   Status.pathError
+class PqComputeSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf::Lfa, PqComputeSm );
+   /// The path has its rows and those of its trees. The root, with its table of repairs, outlives
+   /// this object.
+   PqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey );
+
+   void handleInitialized() override;
+   void doPrepareToDie() override;
+   void handleUpdatePathPending();
+   /// A run has a new result, or the path waits for its repair.
+   virtual void handleCspfData();
+   virtual void handlePqComputeTask();
+   void handleAdjacency( const IsisExportImpl::AdjacencyKey & key );
+
+   /// Costs in the metric of the IGP, CspfTree::unreachedMetric where there is no path. REQUIRES:
+   /// the runs are complete.
+   virtual std::uint32_t getCostFromProtNodeToDest() const;
+   virtual std::uint32_t getPostConvergenceCostFromPlrToDest() const;
+   /// Whether packets to the destination may end at the node.
+   virtual bool isDestinationNode( const NodeId & nodeId ) const;
+   /// Whether there can be a repair; if not, traces and keeps the reason.
+   virtual bool validateDestination();
+   /// Where packets to the destination may end, and what each router adds to the cost.
+   virtual std::vector< CspfRepairTable::Originator > getAllDestinationNodes() const;
+   virtual void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ protected:
+   VrfRoot & vrfRoot() const noexcept { return vrfRoot_; }
+   const PathInfoKey & pathInfoKey() const noexcept { return pathInfoKey_; }
+   const Destination & destination() const noexcept { return pathInfoKey_.pathKey().dst(); }
+   const TopoId & topoId() const;
+   const RepairRuns & runs() const noexcept { return runs_; }
+   /// REQUIRES: the runs are complete.
+   const TopoGraph & topology() const;
+   bool waitsForRefresh() const { return pathStatusInfo_->refreshNeeded(); }
+   /// Whether the runs are those of the last computation.
+   bool runsAreKnown() const { return repairs_ && repairs_->runs() == currentRuns(); }
+   void doPqCompute();
+
+ private:
+   void bindCaches();
+   Lum::Ptr< PathStatusCache > cacheOf( const PathInfoKey & key );
+   Lum::Ptr< PathStatusCache > treeCache( TilfaTree tree );
+   RepairRuns currentRuns() const;
+   bool canCompute() const;
+   std::string missingRun() const;
+   std::string missingRunOf( const Lum::Ptr< PathStatusCache > & cache ) const;
+   std::optional< CspfRepair > getAllPqPath();
+   std::optional< PqPath > getLoadBalancedPqPath( const CspfRepair & repair );
+   bool resolveNexthop( const CspfRepair & repair, PqPath & path );
+   void compute();
+   void publish( const std::optional< PqPath > & path );
+
+   VrfRoot & vrfRoot_;
+   const PathInfoKey pathInfoKey_;
+   const Lum::Ptr< const PathStatusInfo > pathStatusInfo_;
+   const Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo_;
+   bool isLinkProtection_ = true;
+   // Each carries one run; null where the request has no such tree.
+   Lum::Ptr< PathStatusCache > pPathStatusCache_;  // the path's own, where the repair goes,
+   Lum::Ptr< PathStatusCache > cPathStatusCache_;  //   which is the run without the resource too
+   Lum::Ptr< PathStatusCache > uFwdPathStatusCache_;
+   Lum::Ptr< PathStatusCache > uNgbPathStatusCache_;
+   Lum::Ptr< PathStatusCache > uRevPathStatusCache_;
+   IsisExportImpl::AdjacencyKey adjacencyKey_;  // by which the repair leaves
+   Lum::Seconds adjacencyUpdatedAt_ = 0;
+   RepairRuns runs_;  // of the last computation
+   Lum::Ptr< SharedRepairs > repairs_;
+   std::string reason_;  // why there is no repair
+   Kiv::Task pqComputeTask_;
+};
+
+/// The same towards a prefix: it ends at the routers that originate it, each at its metric. Where
+/// the originators alone have changed, the repair is worked out of the runs that are there, at
+/// most once in a hold-down period that doubles while changes keep coming.
+class PqComputePfxSm : public PqComputeSm {
+   LUM_ENTITY( Cspf::Lfa, PqComputePfxSm );
+   static constexpr Lum::Seconds initialHoldInterval = 0.05, maxHoldInterval = 1.0;
+
+   PqComputePfxSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey );
+
+   void handleCspfData() override;
+   void handlePqComputeTask() override;
+   void handlePqComputePrcTask();
+   bool isDestinationNode( const NodeId & nodeId ) const override;
+   std::vector< CspfRepairTable::Originator > getAllDestinationNodes() const override;
+   void dumpState( Kiv::DumpContext & context, int indent ) const override;
+
+ private:
+   std::vector< OriginatorInfo > originators() const;
+   void schedulePrc();
+
+   const Kivnet::IpGenPrefix prefix_;
+   std::vector< OriginatorInfo > pfxOriginatorInfo_;  // of the last computation
+   Lum::Seconds prcCurrentHoldInterval_ = initialHoldInterval;
+   Lum::Seconds prcLastRan_ = -maxHoldInterval;
+   Kiv::Task pqComputePrcTask_;
+};
+
+/// The computation for a path of the client "tilfa": by prefix or by router.
+Lum::Ptr< PqComputeSm > makePqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey );
+
+}

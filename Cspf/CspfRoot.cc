@@ -1,0 +1,130 @@
+// The active VRFs of one family. Holders of a VRF's handle decide whether it is active; the root
+// only follows, in fixed orders: the topology store comes before the VRF root that reads it, and
+// goes after it; the path tables stand in AllClientInfo while their VRF root lives. The agent owns
+// one root a family for its whole life.
+
+#include "Cspf/CspfRoot.h"
+
+#include "platform/Kiv/DumpContext.h"
+#include "platform/LumZorch/Mount.h"
+#include "platform/Trace/Trace.h"
+
+namespace Cspf {
+
+namespace {
+
+/// The agent among the consumers of topologies.
+constexpr const char * topoDbClientName = "cspf";
+
+const L3::VrfName &
+vrfOf( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
+   const auto castHandle = Lum::cast< const DedupVrfHandle >( handle );
+   LUM_ASSERT( castHandle );
+   return castHandle->vrfName();
+}
+
+}
+
+void
+CspfActiveVrfsNotifiee::handleInsert( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
+   cspfRoot_.vrfActiveIs( vrfOf( handle ) );
+}
+
+void
+CspfActiveVrfsNotifiee::handleRemove( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
+   cspfRoot_.vrfActiveDel( vrfOf( handle ) );
+}
+
+void
+CspfRoot::handleInitialized() {
+   lifeTimeNotifieeIs( this );
+   allClientInfoIs();
+   allClientInfo()->activeVrfsDedupTable()->lifeTimeNotifieeIs( lifeTimeNotifiee() );
+   initializedIs( true );
+}
+
+void
+CspfRoot::doPrepareToDie() {
+   allClientInfo()->activeVrfsDedupTable()->detach();
+   allClientInfoDel();
+   lifeTimeNotifieeDel();
+}
+
+void
+CspfRoot::initialClientsDone() {
+   doCleanupStaleTables();
+   doCleanupStaleTopoDbClient();
+}
+
+void
+CspfRoot::doCleanupStaleTables() {
+   LumZorch::Mount mount( entityManager_ );
+   for ( const std::string base : { "te/cspf/intfIpToRouterId/vrf/",
+                                    "te/cspf/constraintStatus/vrf/", "te/cspf/bwUsage/vrf/" } ) {
+      const std::string family = std::string( "/" ) + text( af_ );
+      for ( const auto & path : mount.list( base ) ) {
+         const auto vrf = path.substr( base.size(), path.rfind( '/' ) - base.size() );
+         if ( path.ends_with( family ) && !vrfRootHas( vrf ) ) {
+            TRACE7( "Deleting path : " << path );
+            mount.cleanup( path );
+         }
+      }
+   }
+}
+
+void
+CspfRoot::doCleanupStaleTopoDbClient() {
+   const auto client =
+      Lum::cast< Routing::Topology::Client >( topoDbClientDir_->entity( topoDbClientName ) );
+   if ( !client ) {
+      return;
+   }
+   for ( const auto & vrf : Lum::sortedKeys( client->needTopoDbColl() ) ) {
+      if ( !vrfRootHas( vrf ) ) {
+         client->needTopoDbDel( vrf );
+      }
+   }
+   if ( client->needTopoDbs() == 0 ) {
+      topoDbClientDir_->entityDel( topoDbClientName );
+   }
+}
+
+void
+CspfRoot::vrfActiveIs( const L3::VrfName & vrf ) {
+   TRACE7( " Adding active VRF: " << vrf );
+   const auto & clients = allClientInfo();
+   const Lum::Ptr< const VrfSourceId > vrfSourceId = clients->vrfSourceId( vrf );
+   const auto allTopoDb = Lum::make< AllTopoDb >();
+   allTopoDbDir_->allTopoDbCollIs( vrf, allTopoDb );
+   const auto root =
+      vrfRootIs( vrf, new VrfRoot( vrf, af_, entityManager_, topoDbClientDir_, vrfSourceId,
+                                   taskScheduler_, teStatus_, allTopoDb ) );
+   vrfRootSmIs( vrf, new VrfRootSm( vrf, root, vrfSourceId ) );
+   clients->pathConfigInfoTableIs( vrf, root->pathConfigInfoTable() );
+   clients->pathStatusInfoTableIs( vrf, root->pathStatusInfoTable() );
+   clients->clientDataIs( vrf, root->clientData() );
+}
+
+void
+CspfRoot::vrfActiveDel( const L3::VrfName & vrf ) {
+   TRACE7( " Deleting active VRF: " << vrf );
+   vrfRootSmDel( vrf );
+   vrfRootDel( vrf );
+   allClientInfo()->pathConfigInfoTableDel( vrf );
+   allClientInfo()->pathStatusInfoTableDel( vrf );
+   allClientInfo()->clientDataDel( vrf );
+   allTopoDbDir_->allTopoDbCollDel( vrf );
+}
+
+void
+CspfRoot::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*c----CSPF Root " );
+   context.printf( indent, "%s----\n", text( af_ ) );
+   for ( const auto & [ vrf, root ] : vrfRootColl() ) {
+      context.printf( indent, "%*cVRF %s\n", vrf.stringValue().c_str() );
+      context.dump( *root, indent + 2 );
+   }
+   context.dump( *allClientInfo(), indent + 2 );
+}
+
+}

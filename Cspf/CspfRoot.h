@@ -1,0 +1,75 @@
+#pragma once
+
+#include "Cspf/AllTopoDbTypes.h"
+#include "Cspf/CspfClientInfo.h"
+#include "Cspf/CspfVrfRootSm.h"
+#include "platform/Corvdb/EntityManager.h"
+#include "platform/Lum/Dir.h"
+
+namespace Cspf {
+
+class CspfRoot;
+
+/// Hears which VRFs of one family somebody needs.
+class CspfActiveVrfsNotifiee : public Kiv::DedupLifeTimeNotifiee {
+   LUM_ENTITY( Cspf, CspfActiveVrfsNotifiee );
+   /// The root outlives this object.
+   explicit CspfActiveVrfsNotifiee( CspfRoot * cspfRoot ) : cspfRoot_( *cspfRoot ) {}
+
+   void handleInsert( const Lum::Ptr< Kiv::DedupHandle > & handle ) override;
+   void handleRemove( const Lum::Ptr< Kiv::DedupHandle > & handle ) override;
+
+ private:
+   CspfRoot & cspfRoot_;
+};
+
+/// The services of one address family: a root and its reactor for each VRF that is active, that
+/// is, whose handle somebody holds.
+class CspfRoot : public Lum::Entity {
+   LUM_ENTITY( Cspf, CspfRoot );
+   /// Takes the family's directory of topology consumers, which is written.
+   CspfRoot( Kivnet::AddressFamily af, const Lum::Ptr< Corvdb::EntityManager > & entityManager,
+             const Lum::Ptr< Lum::Dir > & topoDbClientDir,
+             const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler,
+             const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
+             const Lum::Ptr< AllTopoDbDir > & allTopoDbDir )
+      : af_( af ),
+        entityManager_( entityManager ),
+        topoDbClientDir_( topoDbClientDir ),
+        taskScheduler_( taskScheduler ),
+        teStatus_( teStatus ),
+        allTopoDbDir_( allTopoDbDir ) {}
+   LUM_CHILD( lifeTimeNotifiee, CspfActiveVrfsNotifiee );
+   LUM_CHILD( allClientInfo, AllClientInfo );
+   LUM_CHILDREN( vrfRoot, L3::VrfName, VrfRoot );
+   LUM_CHILDREN( vrfRootSm, L3::VrfName, VrfRootSm );
+   LUM_ATTRIBUTE( initialized, bool );
+
+   Kivnet::AddressFamily af() const noexcept { return af_; }
+
+   void handleInitialized();
+   /// REQUIRES: nobody holds a VRF any more.
+   void doPrepareToDie();
+   /// The clients that were there at the start are served: what an earlier run published for, or
+   /// asked from the IGPs for, other VRFs is stale. Until then it stays, so that for a VRF that
+   /// goes on being served there is no gap.
+   void initialClientsDone();
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   friend class CspfActiveVrfsNotifiee;
+
+   void doCleanupStaleTables();
+   void doCleanupStaleTopoDbClient();
+   void vrfActiveIs( const L3::VrfName & vrf );
+   void vrfActiveDel( const L3::VrfName & vrf );
+
+   const Kivnet::AddressFamily af_;
+   const Lum::Ptr< Corvdb::EntityManager > entityManager_;
+   const Lum::Ptr< Lum::Dir > topoDbClientDir_;
+   const Lum::Ptr< Kiv::TaskScheduler > taskScheduler_;
+   const Lum::Ptr< const TrafficEngineering::Status > teStatus_;
+   const Lum::Ptr< AllTopoDbDir > allTopoDbDir_;
+};
+
+}

@@ -1,0 +1,144 @@
+// When a path is computed again because the topology changed.
+//
+// An ordinary path always is. A path of the RSVP client is in use: traffic flows over it, so it is
+// checked first, on a task of its own because a burst of changes needs one check, and it is marked
+// only when the published path does not hold any more. A path whose last refresh could not be
+// finished does not have what its client asked for, whether or not the older path that is still
+// published holds; it is marked at once.
+//
+// A path that an earlier run of the agent has published is in use as well, and is checked before it
+// is computed.
+
+#include "Cspf/CspfRsvpPathRefreshSm.h"
+
+#include "Cspf/CspfVrfRoot.h"
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+void
+PathRefreshSm::handleInitialized() {
+   LUM_WATCH( constraintInfo_, topoInfoChangedAt, handleTopoChanged );
+   handleNew();
+}
+
+void
+PathRefreshSm::handleNew() {
+   setRefreshNeeded( *pathStatusInfo_, refreshReasonConfigChanged );
+}
+
+void
+PathRefreshSm::handleTopoChanged() {
+   TRACE7( "topoChangedAt reset for " << pathStatusInfo_->pathInfoKey().traceString() );
+   setRefreshNeeded( *pathStatusInfo_, refreshReasonTopoChanged );
+}
+
+void
+PathRefreshSm::setRefreshNeeded( PathStatusInfo & path, RefreshReason reason ) {
+   path.refreshReasonIs( path.refreshReason() | reason );
+   path.refreshNeededIs( true );
+}
+
+RsvpPathRefreshSm::RsvpPathRefreshSm( VrfRoot & vrfRoot,
+                                      const Lum::Ptr< const ConstraintInfo > & constraintInfo,
+                                      const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
+                                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
+   : PathRefreshSm( constraintInfo, pathStatusInfo ),
+     vrfRoot_( vrfRoot ),
+     pathConfigInfo_( pathConfigInfo ),
+     pathStatusUpdator_( *pathStatusInfo, *pathStatusInfo->cspfStatus() ),
+     pathValidationTask_(
+        vrfRoot.taskScheduler(),
+        "RsvpPathValidationTask-" + Lum::valueString( pathStatusInfo->pathInfoKey().pathKey() ),
+        [ this ]() { doPathValidation(); } ) {}
+
+void
+RsvpPathRefreshSm::handleNew() {
+   LUM_ASSERT( !pathConfigInfo()->pathInfoKey().internal() );
+   if ( isPublishedPathInUse() ) {
+      pathValidationTask_.schedule();
+   } else {
+      PathRefreshSm::handleNew();
+   }
+}
+
+/// A service that begins, and finds what an earlier one has published for this same request.
+bool
+RsvpPathRefreshSm::isPublishedPathInUse() const {
+   const PathKey & pathKey = pathStatusInfo()->pathInfoKey().pathKey();
+   const Status & status = *pathStatusInfo()->cspfStatus();
+   const PathConfig * config = pathConfigInfo()->cspfConfig()->pathConfigFind( pathKey );
+   const PathStatus * published = status.pathStatusFind( pathKey );
+   return pathStatusInfo()->constraintChangeCount() == 1 && config && published
+          && published->paths() > 0 && !status.pathErrorHas( pathKey )
+          && published->refreshRespSeq() == config->refreshReqSeq()
+          && std::ranges::equal( published->includeIpList(), config->constraint().includeHopList(),
+                                 {}, &IncludeIp::addr, &IncludeHop::addr );
+}
+
+void
+RsvpPathRefreshSm::handleTopoChanged() {
+   if ( pathStatusInfo()->refreshNeeded() ) {
+      TRACE8( "refreshNeeded already set" );
+   } else if ( constraintInfo()->topoInfoChangedAt() == 0 ) {
+      TRACE8( "topoChangedAt is reset" );
+   } else if ( pathStatusInfo()->updatePathPending() ) {
+      setRefreshNeededForLinkedPaths();
+   } else if ( !pathValidationTask_.scheduled() ) {
+      pathValidationTask_.schedule();
+   }
+}
+
+void
+RsvpPathRefreshSm::doPathValidation() {
+   const PathInfoKey & key = pathStatusInfo()->pathInfoKey();
+   if ( pathStatusInfo()->refreshNeeded() || !pathStatusInfo()->constraint() ) {
+      TRACE8( "Skipping path validation for " << key.traceString() );
+      return;
+   }
+   TRACE8( "Process path validation for destination " << key.pathKey().dst() );
+   const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
+   const auto view = Lum::make< AllTopoTeDbView >( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(),
+                                                   pathStatusInfo()->constraint()->pathConstraint() );
+   RsvpPathValidator validator( key, published, isPathFromSourceToSource(), *view,
+                                vrfRoot_.pathValidationMemory() );
+   validator.validatePathAndUpdateMetadata();
+   if ( validator.valid() ) {
+      publishPathMetadata( validator );
+   } else {
+      setRefreshNeededForLinkedPaths();
+   }
+}
+
+bool
+RsvpPathRefreshSm::isPathFromSourceToSource() const {
+   const auto & cache =
+      vrfRoot_.pathStatusCacheTable()->pathStatusCache( pathStatusInfo()->pathInfoKey() );
+   return cache && cache->path() && cache->path()->isPathFromSourceToSource();
+}
+
+void
+RsvpPathRefreshSm::publishPathMetadata( const RsvpPathValidator & validator ) {
+   if ( !validator.pathTeRouterIdChanged() && !validator.includeIpsChanged() ) {
+      return;
+   }
+   const PathTeRouterId pathTeRouterId( validator.pathTeRouterId() );
+   const IncludeIps includeIps( validator.includeIps() );
+   pathStatusUpdator_.publishPathMetadata(
+      validator.pathTeRouterIdChanged() ? &pathTeRouterId : nullptr,
+      validator.includeIpsChanged() ? &includeIps : nullptr );
+}
+
+void
+RsvpPathRefreshSm::setRefreshNeededForLinkedPaths() {
+   for ( const auto & [ segment, child ] : pathConfigInfo()->childPathColl() ) {
+      if ( const auto & status = vrfRoot_.pathStatusInfoTable()->pathStatusInfo( child ) ) {
+         setRefreshNeeded( *status, refreshReasonTopoChanged );
+      }
+   }
+   setRefreshNeeded( *pathStatusInfo(), refreshReasonTopoChanged );
+}
+
+}

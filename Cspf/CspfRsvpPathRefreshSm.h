@@ -1,0 +1,74 @@
+#pragma once
+
+#include "Cspf/CspfPathStatusUpdate.h"
+#include "Cspf/CspfPathValidator.h"
+#include "Cspf/CspfVrfRootTypes.h"
+#include "platform/Kiv/TaskScheduler.h"
+
+namespace Cspf {
+
+class VrfRoot;
+
+/// Marks a path for refresh when it starts, and whenever the topology that its constraint sees
+/// changes.
+///
+///   watches                             handler               writes
+///   ConstraintInfo.topoInfoChangedAt    handleTopoChanged     PathStatusInfo.refreshNeeded, its
+///                                                             reason
+class PathRefreshSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, PathRefreshSm );
+   PathRefreshSm( const Lum::Ptr< const ConstraintInfo > & constraintInfo,
+                  const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
+      : constraintInfo_( constraintInfo ), pathStatusInfo_( pathStatusInfo ) {}
+
+   void handleInitialized() override;
+   virtual void handleTopoChanged();
+
+ protected:
+   /// What is due when the machine starts: a first constraint, or another one.
+   virtual void handleNew();
+   /// Marks a path; one that is marked already gets the further reason.
+   static void setRefreshNeeded( PathStatusInfo & path, RefreshReason reason );
+
+   const Lum::Ptr< const ConstraintInfo > & constraintInfo() const { return constraintInfo_; }
+   const Lum::Ptr< PathStatusInfo > & pathStatusInfo() const { return pathStatusInfo_; }
+
+ private:
+   const Lum::Ptr< const ConstraintInfo > constraintInfo_;
+   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+};
+
+/// Keeps a path that is in use: on a topology change it checks whether the published path still
+/// holds, and marks the path and its segments for refresh only when it does not. Metadata of a
+/// valid path that moved is published as it is now.
+///
+///   task                          runs               writes
+///   RsvpPathValidationTask-<key>  doPathValidation   PathStatusInfo.refreshNeeded, its reason, or
+///                                                    the published metadata
+class RsvpPathRefreshSm : public PathRefreshSm {
+   LUM_ENTITY( Cspf, RsvpPathRefreshSm );
+   /// REQUIRES: the path is no internal one. The VRF root outlives this object.
+   RsvpPathRefreshSm( VrfRoot & vrfRoot, const Lum::Ptr< const ConstraintInfo > & constraintInfo,
+                      const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
+                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo );
+
+   void doPrepareToDie() override { pathValidationTask_.unschedule(); }
+   void handleTopoChanged() override;
+   void doPathValidation();
+   /// Marks the children, then the path, so that the path finds its children waiting.
+   void setRefreshNeededForLinkedPaths();
+
+ private:
+   const Lum::Ptr< const PathConfigInfo > & pathConfigInfo() const { return pathConfigInfo_; }
+   void handleNew() override;
+   bool isPublishedPathInUse() const;
+   bool isPathFromSourceToSource() const;
+   void publishPathMetadata( const RsvpPathValidator & validator );
+
+   VrfRoot & vrfRoot_;
+   const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
+   PathStatusUpdator pathStatusUpdator_;
+   Kiv::Task pathValidationTask_;
+};
+
+}

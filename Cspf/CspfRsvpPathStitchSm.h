@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Cspf/CspfPathStitcher.h"
+#include "Cspf/CspfVrfRootTypes.h"
+
+namespace Cspf {
+
+class VrfRoot;
+
+/// Builds a path with include hops: loose segments from its child paths, strict hops as single
+/// links, a path that is given hop by hop as it stands. A path that cannot be built leaves the cache
+/// and the published path as they were; the reason goes to the client's `Status::pathError`.
+///
+///   watches                             handler          writes
+///   PathStatusInfo.stage2RequestCount   doStitchPaths    PathStatusCache: the path,
+///                                                          refreshedStage2Count, stage2LastRanAt
+///                                                        Status.pathError
+class RsvpPathStitchSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, RsvpPathStitchSm );
+   /// The VRF root outlives this object. REQUIRES: the path has a constraint.
+   RsvpPathStitchSm( VrfRoot & vrfRoot, const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
+                     const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
+                     const Lum::Ptr< PathStatusCache > & pathStatusCache );
+
+   void handleInitialized() override;
+   void doStitchPaths();
+
+   /// The key of the child path of that segment; empty where it has none.
+   PathInfoKey childPathInfoKey( std::uint8_t segment ) const;
+   bool cspfDataConsistent() const;
+
+ private:
+   void allTopoDbViewIs( const Lum::Ptr< const AllTopoTeDbView > & view ) { allTopoDbView_ = view; }
+   std::string stitch( PathStitcher & stitcher, const PathConstraint & constraint ) const;
+   std::string doUpdatePathForLooseHop( PathStitcher & stitcher, const PathSegment & segment ) const;
+   void publish( PathStitcher & stitcher );
+   void fail( const std::string & error );
+
+   const PathKey & pathKey() const { return pathStatusInfo_->pathInfoKey().pathKey(); }
+
+   VrfRoot & vrfRoot_;
+   const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
+   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+   const Lum::Ptr< PathStatusCache > pathStatusCache_;
+   Lum::Ptr< const AllTopoTeDbView > allTopoDbView_;  // of the last stitching
+};
+
+}

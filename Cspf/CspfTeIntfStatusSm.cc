@@ -1,0 +1,73 @@
+// Constraints that avoid the SRLGs of an interface hold these SRLGs. When TE learns others, the
+// paths concerned derive their constraint anew. Interfaces are few and change rarely, so a change
+// walks all paths instead of keeping an index of those that exclude an interface.
+
+#include "Cspf/CspfTeIntfStatusSm.h"
+
+#include "platform/Trace/Trace.h"
+
+namespace Cspf {
+
+void
+incrementDerivedConfigChangeCount( const Lum::Ptr< PathConfigInfoTable > & table,
+                                   const Kivnet::IntfId & intfId ) {
+   for ( const PathInfoKey & key : Lum::sortedKeys( table->pathConfigInfoColl() ) ) {
+      const Lum::Ptr< PathConfigInfo > i = table->pathConfigInfo( key );
+      if ( !i ) {
+         continue;  // went with an earlier one of this walk
+      }
+      const PathKey & pathKey = key.clientPathKey();
+      LUM_ASSERT( i->cspfConfig()->pathConfigHas( pathKey ) );
+      const PathConstraint & constraint = i->cspfConfig()->pathConfigFind( pathKey )->constraint();
+      if ( constraint.excludeIntf() == intfId
+           || constraint.excludeNode().nexthopIntf() == intfId ) {
+         TRACE7( "Handling update for path : " << key.traceString() );
+         i->derivedConfigChangeCountInc();
+      }
+   }
+}
+
+void
+TeIntfSrlgSm::handleInitialized() {
+   LUM_WATCH_KEYS( intfStatus_, srlg, handleSrlg );
+   if ( intfStatus_->srlgs() > 0 ) {
+      handleAllSrlgs();
+   }
+}
+
+void
+TeIntfSrlgSm::handleSrlg( const TrafficEngineering::SrlgId & srlg ) {
+   TRACE7( "Handling update for SRLG ID:" << srlg << " on interface:" << intfId_ );
+   incrementDerivedConfigChangeCount( pathConfigInfoTable_, intfId_ );
+}
+
+void
+TeIntfSrlgSm::handleAllSrlgs() {
+   TRACE7( "Handling SRLG update for interface:" << intfId_ );
+   incrementDerivedConfigChangeCount( pathConfigInfoTable_, intfId_ );
+}
+
+void
+TeIntfSrlgSm::handleDestroy() {
+   TRACE7( "Handling TE IntfStatus deletion for interface:" << intfId_ );
+   incrementDerivedConfigChangeCount( pathConfigInfoTable_, intfId_ );
+}
+
+void
+TeIntfStatusSm::handleInitialized() {
+   LUM_WATCH_KEYS( teStatus_, intfStatus, handleIntfStatus );
+   for ( const auto & name : Lum::sortedKeys( teStatus_->intfStatusColl() ) ) {
+      handleIntfStatus( name );
+   }
+}
+
+void
+TeIntfStatusSm::handleIntfStatus( const Lum::String & name ) {
+   if ( const auto intfStatus = teStatus_->intfStatus( name ) ) {
+      intfSrlgSmIs( name, new TeIntfSrlgSm( name, intfStatus, pathConfigInfoTable_ ) );
+   } else {
+      intfSrlgSmDel( name );
+   }
+}
+
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Cspf/CspfConstraintInfoSm.h"
+
+namespace Cspf {
+
+/// Runs the trees of one TI-LFA constraint over the LFA view. A tree is run again only when the
+/// graph, or the node that it starts from, has changed since: a new destination, or a prefix that
+/// moved, costs no run.
+class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
+   LUM_ENTITY( Cspf, TilfaConstraintInfoSm );
+   using ConstraintInfoSmBase::ConstraintInfoSmBase;
+
+   /// What the constraint excludes from the view that its tree is run over: for one that starts at
+   /// the far end of a link nothing, since there `excludeIntf` and `excludeNode` name the start.
+   static InternalPathConstraint viewConstraint( InternalPathConstraint constraint );
+
+   void handleThrottleTimeout() override;
+   /// Of a constraint that starts at the far end of a link: whether the link is there, and leads to
+   /// the node that the constraint names. Others name nothing that must be there.
+   bool checkConstraintInTopoDb() override;
+   /// Hands the tree to the constraint's paths; null: there is none.
+   void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData );
+
+ private:
+   NodeId neighborOnConstraintIntf() const;
+   bool isNodeOfConstraint( const NodeId & neighbor ) const;
+   NodeId source() const;
+   bool cspfDataHolds() const;
+   void computeTree();
+   void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
+};
+
+}

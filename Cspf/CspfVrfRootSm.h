@@ -1,0 +1,94 @@
+#pragma once
+
+#include "Cspf/CspfVrfRoot.h"
+
+namespace Cspf {
+
+class ParentPathHelper;
+class VrfRootSm;
+
+/// Makes the machines that a path has only while it has a constraint.
+///
+///   watches                     handler               makes (in the VrfRoot)
+///   PathStatusInfo.constraint   handleNewConstraint   refresh, status update, stitching
+class PathConstraintSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, PathConstraintSm );
+   /// The owner outlives this object.
+   PathConstraintSm( VrfRootSm & owner, const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
+      : owner_( owner ),
+        pathStatusInfo_( pathStatusInfo ) {}
+
+   void handleInitialized() override;
+   void handleNewConstraint();
+
+ private:
+   VrfRootSm & owner_;
+   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+};
+
+/// Gives each constraint and each path of a VrfRoot its state machines, and passes changes of the
+/// topology, of reservations and of the source on to the constraints that they concern.
+///
+///   watches                               handler                      makes or writes
+///   constraintInfoTable.constraintInfo    handleConstraintInfo         constraint machine, stats
+///   pathStatusInfoTable.pathStatusInfo    handlePathStatusInfo         machines of the path
+///   allTopoDbStatus.topoChangedAt         updateConstraintTopoChanged  schedules the task
+///   allTopoDbStatus.bwUsageChangedAt      handleBwUsageChangedAt       topoInfoChangedAt
+///   VrfSourceId.vrfClientSourceId         handleClientSourceId         topoInfoChangedAt
+///   (task)                                handleConstraintTopoInfo-    topoInfoChangedAt
+///                                         UpdaterTask
+class VrfRootSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, VrfRootSm );
+   /// REQUIRES: the root is initialized.
+   VrfRootSm( const L3::VrfName & vrf, const Lum::Ptr< VrfRoot > & vrfRoot,
+              const Lum::Ptr< const VrfSourceId > & vrfSourceId );
+   ~VrfRootSm() override;
+
+   void handleInitialized() override;
+   void doPrepareToDie() override;
+   void handleConstraintInfo( const ConstraintHandle & handle );
+   void handlePathStatusInfo( const PathInfoKey & key );
+   void updateConstraintTopoChanged();
+   void handleConstraintTopoInfoUpdaterTask();
+   void handleBwUsageChangedAt( const BwUsageId & bwUsageId );
+   void handleClientSourceId( const PathComputationType & type );
+
+   /// Drops the reactors on the constraints of paths.
+   void pathStatusInfoDel( const PathInfoKey & key ) { vrfRoot_->pathConstraintSmDel( key ); }
+   void pathStatusInfoDelAll() { vrfRoot_->pathConstraintSmDelAll(); }
+   /// Drops the time at which the user's reservations last changed, unless a constraint still
+   /// names that user.
+   void doCleanupBwUsageChangedAt( const BwUsageId & bwUsageId );
+   void initializePqComputeSm( const PathInfoKey & key,
+                               const Lum::Ptr< PathStatusInfo > & pathStatusInfo );
+   void deletePqComputeSm( const PathInfoKey & key );
+
+   /// The path has a constraint, a first or another one.
+   void doInitConstraintMachines( const Lum::Ptr< PathStatusInfo > & pathStatusInfo );
+   void doCleanupConstraintMachines( const PathInfoKey & key );
+
+ private:
+   void doInitConstraintSm( const ConstraintHandle & handle,
+                            const Lum::Ptr< ConstraintInfo > & constraintInfo );
+   Lum::Ptr< ConstraintInfoSmBase >
+   newConstraintInfoSm( const Lum::Ptr< ConstraintInfo > & constraintInfo,
+                        const Lum::Ptr< ConstraintStats > & stats );
+   void doCleanupConstraintSm( const ConstraintHandle & handle );
+   void doInitPathSms( const PathInfoKey & key, const Lum::Ptr< PathStatusInfo > & pathStatusInfo );
+   /// With what is published of the client's own path as its result.
+   static Lum::Ptr< PathStatusCache > newPathStatusCache( const PathInfoKey & key,
+                                                          const Status & cspfStatus );
+   void doCleanupPathSms( const PathInfoKey & key );
+   /// Tells the constraints of which `concerns( constraint )` holds when their topology last
+   /// changed.
+   template< class Concerns >
+   void updateTopoInfoChangedAt( Concerns && concerns );
+
+   const L3::VrfName vrf_;
+   const Lum::Ptr< VrfRoot > vrfRoot_;
+   const Lum::Ptr< const VrfSourceId > vrfSourceId_;
+   Lum::Ptr< const ParentPathHelper > parentPathHelper_;
+   std::unique_ptr< Kiv::Task > constraintTopoInfoUpdaterTask_;
+};
+
+}

@@ -1,0 +1,108 @@
+// The rows of one VRF and family: how their keys are told apart and written, and how dumps show
+// them. A path's key is the same in all tables; a request that differs in any field of it is
+// another path. Rows are written by the state machines that their attributes are named after in the
+// headers; nothing here reacts.
+
+#include "Cspf/CspfVrfRootTypes.h"
+
+#include "Cspf/CspfDumpAge.h"
+#include "platform/Kiv/DumpContext.h"
+
+namespace Cspf {
+
+namespace {
+
+std::size_t
+pathKeyHash( const PathKey & key ) noexcept {
+   return key.dst().hash() ^ key.id();
+}
+
+std::string
+pathKeyText( const char * label, const PathKey & key ) {
+   return label + key.dst().stringValue() + ", id=" + std::to_string( key.id() ) + ">";
+}
+
+const char *
+boolText( bool value ) {
+   return value ? "True" : "False";
+}
+
+}
+
+std::size_t
+PathInfoKey::hash() const noexcept {
+   std::size_t seed = Lum::hashMix( 0, Lum::hashOf( clientName_ ) );
+   seed = Lum::hashMix( seed, pathKeyHash( pathKey_ ) );
+   seed = Lum::hashMix( seed, internal_ );
+   seed = Lum::hashMix( seed, static_cast< std::size_t >( constraintModifier_ ) );
+   seed = Lum::hashMix( seed, pathKeyHash( parentPathKey_ ) );
+   return Lum::hashMix( seed, pathSegmentSourceNodeAddr_.hash() );
+}
+
+std::string
+PathInfoKey::traceString() const {
+   return "PathInfoKey=<client=" + clientName_ + pathKeyText( ", pathKey=<", pathKey_ )
+          + ", internal=" + ( internal_ ? "1" : "0" )
+          + ", constraintModifier=" + Lum::enumName( constraintModifier_ )
+          + pathKeyText( ", parentPathKey=<dst=", parentPathKey_ )
+          + ", pathSegmentSourceNodeAddr=" + pathSegmentSourceNodeAddr_.stringValue() + ">";
+}
+
+void
+PathConfigInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*cPathConfigInfo %p\n", static_cast< const void * >( this ) );
+   context.printf( indent, "%*cconfigChangeCount: %u\n", configChangeCount() );
+   context.printf( indent, "%*cderivedConfigChangeCount: %u\n", derivedConfigChangeCount() );
+}
+
+void
+PathStatusInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*cPathStatusInfo %p\n", static_cast< const void * >( this ) );
+   context.printf( indent, "%*cConstraint change count: %u\n", constraintChangeCount() );
+   context.printf( indent, "%*cLast Refresh Req Sequence: %u\n", lastRefreshReqSeq() );
+   context.printf( indent, "%*cRefresh Needed: %s Refresh Reason: 0x%x, updPathPending: %s\n",
+                   boolText( refreshNeeded() ), refreshReason(), boolText( updatePathPending() ) );
+}
+
+void
+PathStatusCache::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*cPathStatusCache %p\n", static_cast< const void * >( this ) );
+   context.printf( indent, "%*cPath Refresh Stage1 Count: %u \n", refreshedStage1Count() );
+   context.printf( indent, "%*cPath Refresh Stage2 Count: %u \n", refreshedStage2Count() );
+   if ( !pqInfo() ) {
+      return;
+   }
+   const Lfa::PqPath & pqPath = pqInfo()->pqPath();
+   context.printf( indent, "%*cPath to destination: \n" );
+   context.printf( indent + 2, "%*c%s %s\n", pqPath.nhIp().stringValue().c_str(),
+                   pqPath.nhIntf().stringValue().c_str() );
+   for ( const Routing::Isis::SystemId & node : pqPath.pathList() ) {
+      context.printf( indent + 2, "%*c%s\n", node.stringValue().c_str() );
+   }
+   context.printf( indent, "%*cPqIdx: %u\n", pqInfo()->pqIdx() );
+   context.printf( indent, "%*cSPT results:\n" );
+   if ( cspfData() ) {
+      context.printf( indent + 2, "%*csource: %s\n", cspfData()->source().stringValue().c_str() );
+      dumpAge( context, indent + 2, "run", cspfData()->ranAt() );
+   }
+}
+
+void
+ConstraintStats::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*c CSPF scheduled: %s\n", boolText( cspfScheduled() ) );
+   context.printf( indent, "%*c CSPF current delay: %0.2f ms\n", cspfCurrentDelay() );
+   context.printf( indent, "%*c CSPF run count: %u\n", cspfCount() );
+   context.printf( indent, "%*c cspfSkippedCount: %u\n", cspfSkippedCount() );
+}
+
+void
+PathBwUsage::dumpState( Kiv::DumpContext & context, int indent ) const {
+   context.printf( indent, "%*cPathBwUsage\n" );
+   context.printf( indent, "%*cbwUsage #%u\n", static_cast< unsigned >( bwUsages() ) );
+   for ( const auto & [ link, reservation ] : bwUsageColl() ) {
+      context.printf( indent + 2, "%*c%s : %s\n", link.stringValue().c_str(),
+                      reservation->stringValue().c_str() );
+   }
+}
+
+}

@@ -1,0 +1,402 @@
+// The import of one IGP topology.
+//
+// It hears of every record of the table that changes, brings the store's indexes, published rows
+// and graphs in line with that record, and stamps the store. Records of one thing come in any
+// order, and some never come: a router lists links that have no entry yet,
+// entries stand there that no router lists, both ends of a link appear one after the other.
+// A link counts when its router lists it and its entry is there.
+//
+// TE router ids are claimed: the first router keeps one, others that carry it are parked until the
+// owner lets go.
+
+#include "Cspf/TopoDbSm.h"
+
+#include "platform/Lum/Clock.h"
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+namespace Igp = Routing::Topology;
+using Igp::NeighborKey;
+
+void
+TopoDbSm::handleInitialized() {
+   TRACE7( "for TopoDb: " << topoId_ );
+   routerIdMap_ = Lum::make< RouterIdMap >();
+   pfxOriginatorInfoTable_ = Lum::make< PfxOriginatorInfoTable >();
+   allTopoDbStatus_->routerIdMapIs( topoId_, routerIdMap_ );
+   allTopoDbStatus_->pfxOriginatorInfoTableIs( topoId_, pfxOriginatorInfoTable_ );
+   allTopoDbStatus_->topoDbIs( topoId_, topoDb_ );
+   allTopoDbStatus_->forEachGraph( [ & ]( auto & graph ) { graph.topologyIs( topoId_, topoDb_ ); } );
+   LUM_WATCH_KEYS( routerIdMap_, igpRouterId, handleTeRouterIdChange );
+   LUM_WATCH_KEYS( topoDb_, router, handleRouter );
+   LUM_WATCH_KEYS( topoDb_, neighbor, handleNeighbor );
+   LUM_WATCH_KEYS( topoDb_, network, handleNetwork );
+   LUM_WATCH_KEYS( topoDb_, reachability, handleReachability );
+   for ( const auto & id : Lum::sortedKeys( topoDb_->routerColl() ) ) {
+      handleRouter( id );
+   }
+   for ( const auto & key : Lum::sortedKeys( topoDb_->neighborColl() ) ) {
+      handleNeighbor( key );
+   }
+   for ( const auto & id : Lum::sortedKeys( topoDb_->reachabilityColl() ) ) {
+      handleReachability( id );
+   }
+}
+
+void
+TopoDbSm::handleDestruction() {
+   TRACE7( "for TopoDb: " << topoId_ );
+   unwatchAll();
+   for ( const IgpRouterId & id : knownRouters() ) {
+      doHandleRouterDeletion( id, routerIdMap_->teRouterId( id ) );
+   }
+   pfxOriginatorInfoTable_->pfxOriginatorInfoDelAll();
+   allTopoDbStatus_->forEachGraph( [ & ]( auto & graph ) { graph.topologyDel( topoId_ ); } );
+   allTopoDbStatus_->topoDbDel( topoId_ );
+   allTopoDbStatus_->pfxOriginatorInfoTableDel( topoId_ );
+   allTopoDbStatus_->routerIdMapDel( topoId_ );
+   doUpdateAllTopoDbStatus();
+}
+
+std::set< IgpRouterId >
+TopoDbSm::knownRouters() const {
+   std::set< IgpRouterId > routers;
+   for ( const auto & entry : routerIdMap_->teRouterIdColl() ) {
+      routers.insert( entry.first );
+   }
+   for ( const auto & [ te, duplicates ] : routerIdMap_->duplicateRoutersColl() ) {
+      for ( const auto & entry : duplicates->routerColl() ) {
+         routers.insert( entry.first );
+      }
+   }
+   allTopoDbStatus_->links().visitFrom( { topoId_, {} }, [ & ]( const LinkEntry & link ) {
+      const bool own = link.first.topoId == topoId_;
+      if ( own ) {
+         routers.insert( link.first.neighborKey.routerId() );
+      }
+      return own;
+   } );
+   return routers;
+}
+
+void
+TopoDbSm::doUpdateAllTopoDbStatus() {
+   allTopoDbStatus_->topoChangedAtIs( Lum::now() );
+}
+
+// Routers.
+
+void
+TopoDbSm::handleRouter( const IgpRouterId & igpRouterId ) {
+   LUM_ASSERT( !pendingRouterToHandle() );
+   doHandleRouter( igpRouterId );
+   while ( pendingRouterToHandle_ ) {
+      doHandleRouter( std::exchange( pendingRouterToHandle_, {} ) );
+   }
+   doUpdateAllTopoDbStatus();
+}
+
+void
+TopoDbSm::doHandleRouter( const IgpRouterId & igpRouterId ) {
+   const Igp::Router * router = topoDb_->routerFind( igpRouterId );
+   if ( !router ) {
+      doHandleRouterDeletion( igpRouterId, routerIdMap_->teRouterId( igpRouterId ) );
+      return;
+   }
+   allTopoDbStatus_->ifLfaGraph( [ & ]( TopoGraph & lfa ) {
+      lfa.attach( topoId_, igpRouterId, NodeId( igpRouterId ) );
+   } );
+   doUpdateTeRouterId( igpRouterId, router->teRouterId() );
+   allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) {
+      graph.overloadedIs( topoId_, igpRouterId, router->overload() );
+   } );
+   doReconcileNeighbors( igpRouterId, router->neighborSet() );
+   TRACE9( "IGP router id " << igpRouterId << " is added or updated" );
+}
+
+void
+TopoDbSm::doHandleRouterDeletion( const IgpRouterId & igpRouterId,
+                                  const Kivnet::IpGenAddr & teRouterId ) {
+   TRACE9( "IGP router id " << igpRouterId << " TE router id " << teRouterId << " is deleted" );
+   doReconcileNeighbors( igpRouterId, {} );
+   doUpdateTeRouterId( igpRouterId, {} );
+   allTopoDbStatus_->forEachGraph(
+      [ & ]( TopoGraph & graph ) { graph.detach( topoId_, igpRouterId ); } );
+}
+
+void
+TopoDbSm::doUpdateTeRouterId( const IgpRouterId & igpRouterId,
+                              const Kivnet::IpGenAddr & teRouterId ) {
+   const Kivnet::IpGenAddr oldTeRouterId = routerIdMap_->teRouterId( igpRouterId );
+   const Kivnet::IpGenAddr parkedUnder =
+      oldTeRouterId ? Kivnet::IpGenAddr() : doFindDuplicateRouter( igpRouterId );
+   if ( !teRouterId ) {
+      TRACE9( "non TE router for TopoDb:" << topoId_ << " IGP router id " << igpRouterId );
+   } else if ( teRouterId == oldTeRouterId || teRouterId == parkedUnder ) {
+      return;
+   }
+   if ( parkedUnder ) {
+      doDelDuplicateRouter( igpRouterId, parkedUnder );
+   }
+   const bool taken = routerIdMap_->igpRouterIdHas( teRouterId );
+   if ( taken ) {
+      doAddDuplicateRouter( igpRouterId );
+   }
+   doMoveMapping( igpRouterId, oldTeRouterId, taken ? Kivnet::IpGenAddr() : teRouterId );
+}
+
+/// The router owns `teRouterId` from now on (none where that is unset), and no more the old one.
+void
+TopoDbSm::doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & oldTeRouterId,
+                         const Kivnet::IpGenAddr & teRouterId ) {
+   TopoGraph & graph = allTopoDbStatus_->teGraph();
+   if ( oldTeRouterId == teRouterId ) {
+      return;
+   }
+   if ( teRouterId ) {
+      TRACE9( "adding IGP router id " << igpRouterId << " with TE router id " << teRouterId );
+      routerIdMap_->teRouterIdIs( igpRouterId, teRouterId );
+      routerIdMap_->igpRouterIdIs( teRouterId, igpRouterId );
+      graph.attach( topoId_, igpRouterId, NodeId( teRouterId ) );
+   } else {
+      routerIdMap_->teRouterIdDel( igpRouterId );
+      graph.detach( topoId_, igpRouterId );
+   }
+   for ( LinkEntry * link : linksOf( igpRouterId ) ) {
+      const NeighborKey & key = link->first.neighborKey;
+      for ( const auto & intfIp : link->second.value.intfIp ) {
+         addNeighborKeyToIntfIp( *allTopoDbStatus_, intfKey( key, teRouterId ), intfIp );
+         deleteNeighborKeyFromIntfIp( *allTopoDbStatus_, intfKey( key, oldTeRouterId ), intfIp );
+      }
+   }
+   if ( oldTeRouterId ) {
+      TRACE9( "IGP router id " << igpRouterId << ". teRouterId changed from " << oldTeRouterId
+                               << " to " << teRouterId << ". Deleting the mapping" );
+      routerIdMap_->igpRouterIdDel( oldTeRouterId );
+   }
+}
+
+// Routers that share a TE router id.
+
+Kivnet::IpGenAddr
+TopoDbSm::doFindDuplicateRouter( const IgpRouterId & igpRouterId ) const {
+   const auto & parked = routerIdMap_->duplicateRoutersColl();
+   const auto at = std::ranges::find_if(
+      parked, [ & ]( const auto & entry ) { return entry.second->routerHas( igpRouterId ); } );
+   return at == parked.end() ? Kivnet::IpGenAddr() : at->first;
+}
+
+void
+TopoDbSm::doAddDuplicateRouter( const IgpRouterId & igpRouterId ) {
+   LUM_ASSERT( topoDb()->routerHas( igpRouterId ) );
+   const Kivnet::IpGenAddr teRouterId = topoDb()->router( igpRouterId ).teRouterId();
+   const std::string owner = routerIdMap_->igpRouterId( teRouterId ).stringValue();
+   const std::string newcomer = igpRouterId.stringValue();
+   auto duplicates = routerIdMap_->duplicateRouters( teRouterId );
+   if ( !duplicates ) {
+      duplicates = Lum::make< DuplicateRouters >();
+      routerIdMap_->duplicateRoutersIs( teRouterId, duplicates );
+   }
+   duplicates->routerIs( igpRouterId, true );
+   Trace::logMessage( "CSPF_DUPLICATE_TE_ROUTER_ID", Trace::Severity::warning,
+                      "TE router ID " + teRouterId.stringValue() + " for IS-IS router " + newcomer
+                         + " conflicts with IS-IS router " + owner + ", IS-IS router " + newcomer
+                         + " ignored" );
+}
+
+void
+TopoDbSm::doDelDuplicateRouter( const IgpRouterId & igpRouterId,
+                                const Kivnet::IpGenAddr & teRouterId ) {
+   LUM_ASSERT( routerIdMap()->duplicateRouters( teRouterId )->routerHas( igpRouterId ) );
+   TRACE9( " deleting IGP router id " << igpRouterId << " with TE router id " << teRouterId );
+   const auto duplicates = routerIdMap_->duplicateRouters( teRouterId );
+   duplicates->routerDel( igpRouterId );
+   if ( duplicates->routers() == 0 ) {
+      routerIdMap_->duplicateRoutersDel( teRouterId );
+   }
+}
+
+void
+TopoDbSm::handleTeRouterIdChange( const Kivnet::IpGenAddr & teRouterId ) {
+   if ( const IgpRouterId * owner = routerIdMap_->igpRouterIdFind( teRouterId ) ) {
+      TRACE9( "TE router id " << teRouterId << " got added, used by " << *owner );
+      return;
+   }
+   TRACE9( "TE router id " << teRouterId << " got deleted" );
+   const auto duplicates = routerIdMap_->duplicateRouters( teRouterId );
+   if ( !duplicates ) {
+      return;
+   }
+   const IgpRouterId firstDuplicateRouter = duplicates->routerColl().begin()->first;
+   LUM_ASSERT( topoDb()->routerHas( firstDuplicateRouter ) );
+   TRACE9( "schedule resurrection of old duplicate router with IGP router id "
+           << firstDuplicateRouter );
+   doDelDuplicateRouter( firstDuplicateRouter, teRouterId );
+   pendingRouterToHandle_ = firstDuplicateRouter;
+}
+
+// Links.
+
+AllTopoNeighborKey
+TopoDbSm::intfKey( const NeighborKey & neighborKey, const Kivnet::IpGenAddr & teNeighborOf ) const {
+   return { topoId_, neighborKey, teNeighborOf, {} };
+}
+
+std::vector< TopoDbSm::LinkEntry * >
+TopoDbSm::linksOf( const IgpRouterId & igpRouterId ) const {
+   std::vector< LinkEntry * > links;
+   NeighborKey first;
+   first.routerIdIs( igpRouterId );
+   allTopoDbStatus_->links().visitFrom( { topoId_, first }, [ & ]( LinkEntry & link ) {
+      const bool own = link.first.topoId == topoId_
+                       && link.first.neighborKey.routerId() == igpRouterId;
+      if ( own ) {
+         links.push_back( &link );
+      }
+      return own;
+   } );
+   return links;
+}
+
+void
+TopoDbSm::doReconcileNeighbors( const IgpRouterId & igpRouterId,
+                                const Lum::Set< NeighborKey > & listed ) {
+   for ( LinkEntry * link : linksOf( igpRouterId ) ) {
+      if ( !listed.has( link->first.neighborKey ) ) {
+         doDelLink( *link );
+      }
+   }
+   for ( const NeighborKey & key : listed ) {
+      if ( key.routerId() == igpRouterId ) {
+         doAddLink( key );
+      }
+   }
+}
+
+void
+TopoDbSm::doAddLink( const NeighborKey & neighborKey ) {
+   TopoLinks & links = allTopoDbStatus_->links();
+   const TopoLinkName name{ topoId_, neighborKey };
+   if ( links.find( name ) ) {
+      return;
+   }
+   LinkEntry & link = links.insert( name, [ this ]( const LinkEntry & moved ) {
+      allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) { graph.rankMoved( moved ); } );
+   } );
+   doUpdateLink( link, topoDb_->neighborFind( neighborKey ) );
+}
+
+void
+TopoDbSm::doDelLink( LinkEntry & link ) {
+   doUpdateLink( link, nullptr );
+   const TopoLinkName name = link.first;
+   allTopoDbStatus_->links().erase( name );
+}
+
+/// Brings what is registered for a listed link in line with its entry; null: it has none.
+void
+TopoDbSm::doUpdateLink( LinkEntry & link, const Igp::Neighbor * neighbor ) {
+   const NeighborKey & neighborKey = link.first.neighborKey;
+   const AllTopoNeighborKey key =
+      intfKey( neighborKey, routerIdMap_->teRouterId( neighborKey.routerId() ) );
+   Lum::Set< Kivnet::IpGenAddr > addresses;
+   if ( neighbor ) {
+      for ( const auto & address : neighbor->interfaceAddrList() ) {
+         if ( address ) {
+            addresses.insert( address );
+         }
+      }
+   }
+   for ( const auto & address : addresses ) {
+      if ( !link.second.value.intfIp.has( address ) ) {
+         addNeighborKeyToIntfIp( *allTopoDbStatus_, key, address );
+      }
+   }
+   for ( const auto & address : link.second.value.intfIp ) {
+      if ( !addresses.has( address ) ) {
+         deleteNeighborKeyFromIntfIp( *allTopoDbStatus_, key, address );
+      }
+   }
+   link.second.value.intfIp = std::move( addresses );
+   allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) {
+      neighbor ? graph.linkIs( link, *neighbor ) : graph.linkDel( link );
+   } );
+}
+
+void
+TopoDbSm::handleNeighbor( const NeighborKey & neighborKey ) {
+   const Igp::Neighbor * neighbor = topoDb_->neighborFind( neighborKey );
+   if ( LinkEntry * link = allTopoDbStatus_->links().find( { topoId_, neighborKey } ) ) {
+      doUpdateLink( *link, neighbor );
+   }
+   if ( neighbor ) {
+      TRACE9( "IGP router ID for the added neighbor: "
+              << neighborKey.routerId()
+              << " TE router id: " << routerIdMap_->teRouterId( neighborKey.routerId() ) );
+   } else {
+      TRACE9( "IGP router ID for the deleted neighbor: " << neighborKey.routerId()
+                                                         << " is deleted" );
+   }
+   doUpdateAllTopoDbStatus();
+}
+
+void
+TopoDbSm::handleNetwork( const Igp::NetworkId & networkId ) {
+   if ( !topoDb_->networkHas( networkId ) ) {
+      TRACE9( "TopoDb: (" << topoId_ << "), network: " << networkId << " is deleted" );
+   }
+   allTopoDbStatus_->forEachGraph(
+      [ & ]( TopoGraph & graph ) { graph.networkChanged( topoId_, networkId ); } );
+   doUpdateAllTopoDbStatus();
+}
+
+// Prefixes.
+
+void
+TopoDbSm::doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId & router,
+                              const std::uint32_t * metric ) {
+   auto info = pfxOriginatorInfoTable_->pfxOriginatorInfo( prefix );
+   if ( !info ) {
+      info = Lum::make< PfxOriginatorInfo >();
+      pfxOriginatorInfoTable_->pfxOriginatorInfoIs( prefix, info );
+   }
+   if ( metric ) {
+      info->originatorInfoIs( router, { router, *metric } );
+      return;
+   }
+   info->originatorInfoDel( router );
+   if ( info->originatorInfos() == 0 ) {
+      pfxOriginatorInfoTable_->pfxOriginatorInfoDel( prefix );
+   }
+}
+
+void
+TopoDbSm::handleReachability( const IgpRouterId & igpRouterId ) {
+   TRACE9( "reachability update of " << igpRouterId );
+   const NodeId router( igpRouterId );
+   Lum::Set< Kivnet::IpGenPrefix > prefixes;
+   if ( const auto * reachability = topoDb_->reachabilityFind( igpRouterId ) ) {
+      for ( const Igp::PrefixMetric & entry : reachability->prefixSet() ) {
+         if ( !prefixes.has( entry.prefix() ) ) {  // the least metric comes first
+            prefixes.insert( entry.prefix() );
+            doUpdateOriginator( entry.prefix(), router, &entry.metric() );
+         }
+      }
+   }
+   for ( const auto & prefix : reachabilityMap_[ igpRouterId ] ) {
+      if ( !prefixes.has( prefix ) ) {
+         doUpdateOriginator( prefix, router, nullptr );
+      }
+   }
+   if ( prefixes.empty() ) {
+      reachabilityMap_.erase( igpRouterId );
+   } else {
+      reachabilityMap_[ igpRouterId ] = std::move( prefixes );
+   }
+   doUpdateAllTopoDbStatus();
+}
+
+}

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "Cspf/AllTopoDbTypes.h"
+
+#include <set>
+#include <vector>
+
+namespace Cspf {
+
+/// Imports one topology into the store.
+///
+///   watches                      handler                writes
+///   TopoDb.router                handleRouter           RouterIdMap, links, graphs
+///   TopoDb.neighbor              handleNeighbor         interface addresses, graphs
+///   TopoDb.network               handleNetwork          graphs
+///   TopoDb.reachability          handleReachability     PfxOriginatorInfoTable
+///   RouterIdMap.igpRouterId      handleTeRouterIdChange pendingRouterToHandle
+///
+/// Every change stamps the store. A router that gives up a TE router id which others carry as
+/// well makes the first of them pending; it is handled when the router at hand is done.
+class TopoDbSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, TopoDbSm );
+   TopoDbSm( const TopoId & topoId, Lum::Ptr< const Routing::Topology::TopoDb > topoDb,
+             Lum::Ptr< AllTopoDbStatus > allTopoDbStatus )
+      : topoId_( topoId ), topoDb_( std::move( topoDb ) ),
+        allTopoDbStatus_( std::move( allTopoDbStatus ) ) {}
+
+   void handleInitialized() override;
+   void doPrepareToDie() override { handleDestruction(); }
+   void handleDestruction();
+
+   void handleRouter( const IgpRouterId & igpRouterId );
+   void handleNeighbor( const Routing::Topology::NeighborKey & neighborKey );
+   void handleNetwork( const Routing::Topology::NetworkId & networkId );
+   void handleReachability( const IgpRouterId & igpRouterId );
+   void handleTeRouterIdChange( const Kivnet::IpGenAddr & teRouterId );
+
+   const TopoId & topoId() const noexcept { return topoId_; }
+   const Lum::Ptr< const Routing::Topology::TopoDb > & topoDb() const noexcept { return topoDb_; }
+   const Lum::Ptr< RouterIdMap > & routerIdMap() const noexcept { return routerIdMap_; }
+   const IgpRouterId & pendingRouterToHandle() const noexcept { return pendingRouterToHandle_; }
+   /// The TE router id under which the router is parked as a duplicate; unset where it is not.
+   Kivnet::IpGenAddr doFindDuplicateRouter( const IgpRouterId & igpRouterId ) const;
+
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   using LinkEntry = TopoLinks::Entry;
+
+   void doHandleRouter( const IgpRouterId & igpRouterId );
+   void doHandleRouterDeletion( const IgpRouterId & igpRouterId,
+                                const Kivnet::IpGenAddr & teRouterId );
+   void doUpdateTeRouterId( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & teRouterId );
+   void doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & oldTeRouterId,
+                       const Kivnet::IpGenAddr & teRouterId );
+   void doAddDuplicateRouter( const IgpRouterId & igpRouterId );
+   void doDelDuplicateRouter( const IgpRouterId & igpRouterId,
+                              const Kivnet::IpGenAddr & teRouterId );
+   void doReconcileNeighbors( const IgpRouterId & igpRouterId,
+                              const Lum::Set< Routing::Topology::NeighborKey > & listed );
+   void doAddLink( const Routing::Topology::NeighborKey & neighborKey );
+   void doDelLink( LinkEntry & link );
+   void doUpdateLink( LinkEntry & link, const Routing::Topology::Neighbor * neighbor );
+   void doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId & router,
+                            const std::uint32_t * metric );
+   std::vector< LinkEntry * > linksOf( const IgpRouterId & igpRouterId ) const;
+   AllTopoNeighborKey intfKey( const Routing::Topology::NeighborKey & neighborKey,
+                               const Kivnet::IpGenAddr & teNeighborOf ) const;
+   std::set< IgpRouterId > knownRouters() const;
+   void doUpdateAllTopoDbStatus();
+
+   const TopoId topoId_;
+   const Lum::Ptr< const Routing::Topology::TopoDb > topoDb_;
+   const Lum::Ptr< AllTopoDbStatus > allTopoDbStatus_;
+   Lum::Ptr< RouterIdMap > routerIdMap_;
+   Lum::Ptr< PfxOriginatorInfoTable > pfxOriginatorInfoTable_;
+   Lum::Map< IgpRouterId, Lum::Set< Kivnet::IpGenPrefix > > reachabilityMap_;
+   IgpRouterId pendingRouterToHandle_;
+};
+
+}

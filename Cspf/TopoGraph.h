@@ -1,0 +1,169 @@
+#pragma once
+
+#include "Cspf/TopoLinks.h"
+#include "schema/CspfKeys.h"
+
+#include <map>
+#include <set>
+#include <span>
+#include <vector>
+
+namespace Cspf {
+
+/// The compact graph of one view, kept in step with the topology store, and the way between the
+/// store's keys and the graph's numbers in both directions.
+///
+/// All topologies of a VRF and family are one graph. A router of a topology takes part as the node
+/// that it is attached as (its TE router id, or its IGP vertex); routers attached as the same node
+/// are one vertex. An edge stands for a link exactly while both of its ends take part. A LAN is
+/// a vertex while a link leads to it.
+///
+/// The operations that change it may come in any order, for records that are half written; saying
+/// the same twice changes nothing. Cost of one changed link: O(log links), and its parallel links.
+class TopoGraph {
+ public:
+   using LinkEntry = TopoLinks::Entry;
+   /// The number of no topology.
+   static constexpr std::uint16_t noTopology = CspfGraph::anyTopology - 1;
+
+   /// The links outlive the graph.
+   TopoGraph( TopoGraphKind kind, TopoLinks & links ) : kind_( kind ), links_( links ) {}
+   TopoGraph( const TopoGraph & ) = delete;
+   TopoGraph & operator=( const TopoGraph & ) = delete;
+
+   // Changes, told by the import.
+
+   void topologyIs( const TopoId & topoId, const Lum::Ptr< const Routing::Topology::TopoDb > & topoDb );
+   /// Nothing of the topology takes part any more.
+   void topologyDel( const TopoId & topoId );
+   /// The router takes part as that node. O(its links * log links) when it is new or another one.
+   void attach( const TopoId & topoId, const IgpRouterId & router, const NodeId & node );
+   void detach( const TopoId & topoId, const IgpRouterId & router );
+   void overloadedIs( const TopoId & topoId, const IgpRouterId & router, bool overloaded );
+   /// The link is there, with what its neighbour entry says now.
+   void linkIs( LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
+   void linkDel( LinkEntry & link );
+   /// The routers that the LAN lists have changed, or it is gone. O(routers * log links).
+   void networkChanged( const TopoId & topoId, const Routing::Topology::NetworkId & networkId );
+   void rankMoved( const LinkEntry & link );
+
+   /// Puts numbers in the order of walks from `root` when so much has changed since the last time
+   /// that it pays; every number and tree from before the last change is void then. Call it before
+   /// a run, before asking for numbers. Amortised O(1) for each change.
+   void settle( const NodeId & root );
+
+   // Keys to numbers: noVertex, noEdge where there is none.
+
+   const CspfGraph & graph() const { return graph_; }
+   CspfVertex vertex( const NodeId & node ) const;
+   CspfVertex vertex( const AllTopoNetworkId & network ) const;
+   /// The vertex of a router of that topology.
+   CspfVertex router( const TopoId & topoId, const IgpRouterId & router ) const;
+   /// By topology and neighbour key; TE router ids do not matter. O(log links).
+   CspfEdge edge( const AllTopoNeighborKey & key ) const;
+   /// Of a topology that is there, its number in the edges; nothing otherwise.
+   std::optional< std::uint16_t > topologyNumber( const TopoId & topoId ) const;
+
+   // Numbers to keys and records, O(1). REQUIRES: the number is in use, and of that kind.
+
+   const NodeId & nodeId( CspfVertex router ) const;
+   AllTopoNetworkId networkId( CspfVertex network ) const;
+   /// The link's key, with the TE router ids of its ends in a TE graph. Of the step from a LAN to
+   /// a router: the key of that router's link to the LAN.
+   AllTopoNeighborKey neighborKey( CspfEdge edge ) const;
+   /// The link's neighbour entry (of a step from a LAN: of the router's link to the LAN).
+   const Routing::Topology::Neighbor & neighbor( CspfEdge edge ) const {
+      return *edgeMeanings_[ index( edge ) ].neighbor;
+   }
+   /// The address at which a packet that takes this edge enters the router at its far end: of a
+   /// link between routers, and of the step from a LAN to a router. Unset where it has none.
+   const Kivnet::IpGenAddr & nextHop( CspfEdge edge ) const {
+      return edgeMeanings_[ index( edge ) ].nextHop;
+   }
+
+   /// The router of that topology which is this vertex (the first, where several are); empty where
+   /// there is none.
+   IgpRouterId igpRouterId( const TopoId & topoId, CspfVertex router ) const;
+   bool overloaded( const TopoId & topoId, const IgpRouterId & router ) const;
+   /// Edges into (or, `leaving`, out of) routers that are overloaded in one of their topologies
+   /// but not in all, in those topologies. O(edges of such routers).
+   std::vector< CspfEdge > edgesOfPartlyOverloaded( bool leaving ) const;
+
+ private:
+   using RouterName = std::pair< TopoId, IgpRouterId >;
+   struct Node {
+      CspfVertex vertex = noVertex;
+      std::set< RouterName > routers;  // that are attached as this node
+      std::uint32_t overloaded = 0;    // how many of them are
+   };
+   using Nodes = RankedMap< NodeId, Node, 63 >;
+   struct Attached {
+      Nodes::Entry * node;
+      bool overloaded;
+   };
+   struct OneTopology {
+      Lum::Ptr< const Routing::Topology::TopoDb > topoDb;
+      std::uint16_t number = 0;
+      Lum::Map< IgpRouterId, Attached > routers;
+      Lum::Map< IgpRouterId, CspfVertex > networks;
+      /// Links of attached routers to a router that takes no part (yet), by that router.
+      std::map< IgpRouterId, std::set< LinkEntry * > > waiting;
+   };
+   /// What a vertex stands for: a node, or a LAN.
+   struct Meaning {
+      Nodes::Entry * node = nullptr;
+      AllTopoNetworkId networkId;
+   };
+   /// What an edge stands for. The neighbour entry is the table's own: an edge is gone before its
+   /// entry is.
+   struct EdgeMeaning {
+      LinkEntry * link = nullptr;
+      const Routing::Topology::Neighbor * neighbor = nullptr;
+      Kivnet::IpGenAddr nextHop;
+   };
+   struct Parallel {
+      CspfEdge edge;
+      bool paired = false;
+   };
+
+   TopoLink::Place & place( LinkEntry & link ) const { return link.second.value.at( kind_ ); }
+   const Attached * attached( const TopoId & topoId, const IgpRouterId & router ) const;
+   Nodes::Entry & nodeIs( const NodeId & nodeId );
+   void detach( OneTopology & topology, const RouterName & name, Attached attached );
+   void updateOverload( Nodes::Entry & node );
+   CspfVertex networkIs( OneTopology & topology, const AllTopoNetworkId & networkId );
+   void networkDelIfUnused( OneTopology & topology, const IgpRouterId & networkId );
+   void meaningIs( CspfVertex vertex, const Meaning & meaning );
+   void numberIs( const Meaning & meaning, CspfVertex vertex );
+
+   template< class Visit >
+   void forEachLinkOf( const RouterName & router, Visit && visit );
+   void connect( LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
+   void disconnect( LinkEntry & link );
+   CspfEdge addEdge( CspfVertex from, CspfVertex to, const CspfEdgeRecord & record,
+                     LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
+   void removeEdge( CspfEdge & edge );
+   void updateMembership( LinkEntry & link );
+   std::vector< Parallel > parallels( const TopoId & topoId, const IgpRouterId & from,
+                                      const IgpRouterId & to );
+   void pairParallels( const TopoId & topoId, const Routing::Topology::NeighborKey & key );
+   void pair( Parallel & one, Parallel & other, bool agree );
+   void unpair( CspfEdge edge );
+   void updateNextHop( CspfEdge edge );
+   CspfEdgeRecord record( const LinkEntry & link, const OneTopology & topology,
+                          const Routing::Topology::Neighbor & neighbor ) const;
+   Kivnet::IpGenAddr teRouterIdOf( CspfVertex router ) const;
+
+   const TopoGraphKind kind_;
+   TopoLinks & links_;
+   CspfGraph graph_;
+   std::map< TopoId, OneTopology > topologies_;
+   std::vector< bool > topologyNumbers_;  // in use
+   Nodes nodes_;
+   std::vector< Meaning > meanings_;       // by vertex
+   std::vector< EdgeMeaning > edgeMeanings_;
+   std::set< Nodes::Entry * > partlyOverloaded_;
+   std::uint64_t changes_ = 0;  // edges that came or went since the last settling
+};
+
+}

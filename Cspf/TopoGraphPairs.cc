@@ -1,0 +1,165 @@
+// What two records say of each other: the reverse of a point-to-point link, and who is on a LAN.
+//
+// An edge is paired with its reverse among the parallel links of two routers: with the one whose
+// addresses mirror it, else with the one of equal rank in key order. The pairing is a function of
+// the links that are there, not of the order in which they came; a pair that stays is not
+// touched. On a LAN the router lists the LAN (that is its link), and the LAN lists the router (the
+// step back); where both do, the two edges are a pair.
+
+#include "Cspf/AllTopoDbTypes.h"
+#include "Cspf/TopoGraph.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+namespace Igp = Routing::Topology;
+using Igp::NeighborKey;
+
+namespace {
+
+using Addresses = Lum::List< Igp::AddrIndex, Kivnet::IpGenAddr >;
+
+Kivnet::IpGenAddr
+first( const Addresses & addresses ) {
+   return addresses.empty() ? Kivnet::IpGenAddr() : addresses[ 0 ];
+}
+
+}
+
+// The reverses of point-to-point links.
+
+std::vector< TopoGraph::Parallel >
+TopoGraph::parallels( const TopoId & topoId, const IgpRouterId & from, const IgpRouterId & to ) {
+   std::vector< Parallel > found;
+   links_.visitFrom( { topoId, { from, Igp::p2p(), to, 0 } }, [ & ]( LinkEntry & link ) {
+      const NeighborKey & key = link.first.neighborKey;
+      if ( link.first.topoId != topoId || key.routerId() != from || key.neighborId() != to
+           || key.neighborType() != Igp::p2p() ) {
+         return false;
+      }
+      if ( place( link ).edge != noEdge ) {
+         found.push_back( { place( link ).edge } );
+      }
+      return true;
+   } );
+   return found;
+}
+
+void
+TopoGraph::pairParallels( const TopoId & topoId, const NeighborKey & key ) {
+   const auto & [ low, high ] = std::minmax( key.routerId(), key.neighborId() );
+   std::vector< Parallel > forward = parallels( topoId, low, high );
+   std::vector< Parallel > backward = parallels( topoId, high, low );
+   const auto pairEach = [ & ]( bool agree, auto && match ) {
+      for ( Parallel & one : forward ) {
+         const auto other = std::ranges::find_if( backward, [ & ]( const Parallel & candidate ) {
+            return !one.paired && !candidate.paired && match( one, candidate );
+         } );
+         if ( other != backward.end() ) {
+            pair( one, *other, agree );
+         }
+      }
+   };
+   pairEach( true, [ & ]( const Parallel & one, const Parallel & other ) {
+      return addressesMirror( neighbor( one.edge ), neighbor( other.edge ) );
+   } );
+   pairEach( kind_ == TopoGraphKind::lfa, []( const auto &, const auto & ) { return true; } );
+   for ( const auto * side : { &forward, &backward } ) {
+      for ( const Parallel & one : *side ) {
+         if ( !one.paired ) {
+            unpair( one.edge );
+         }
+         updateNextHop( one.edge );
+      }
+   }
+}
+
+void
+TopoGraph::pair( Parallel & one, Parallel & other, bool agree ) {
+   one.paired = other.paired = true;
+   if ( graph_.reverse( one.edge ) == other.edge && graph_.twoWay( one.edge ) == agree ) {
+      return;
+   }
+   unpair( one.edge );
+   unpair( other.edge );
+   graph_.pairIs( one.edge, other.edge, agree );
+}
+
+void
+TopoGraph::unpair( CspfEdge edge ) {
+   if ( graph_.reverse( edge ) != noEdge ) {
+      graph_.unpair( edge );
+   }
+}
+
+void
+TopoGraph::updateNextHop( CspfEdge edge ) {
+   static const Addresses none;
+   const CspfEdge reverse = graph_.reverse( edge );
+   const Addresses & known = neighbor( edge ).neighborAddrList();
+   const Addresses & own = reverse == noEdge ? none : neighbor( reverse ).interfaceAddrList();
+   const auto shared = std::ranges::find_if( known, [ & ]( const Kivnet::IpGenAddr & address ) {
+      return std::ranges::find( own, address ) != own.end();
+   } );
+   edgeMeanings_[ index( edge ) ].nextHop = shared != known.end() ? *shared
+                                            : !own.empty()        ? first( own )
+                                                                  : first( known );
+}
+
+// LANs.
+
+CspfVertex
+TopoGraph::networkIs( OneTopology & topology, const AllTopoNetworkId & networkId ) {
+   const auto [ at, fresh ] = topology.networks.try_emplace( networkId.networkId().id(), noVertex );
+   if ( fresh ) {
+      at->second = graph_.addNetwork();
+      meaningIs( at->second, { nullptr, networkId } );
+   }
+   return at->second;
+}
+
+void
+TopoGraph::networkDelIfUnused( OneTopology & topology, const IgpRouterId & networkId ) {
+   const auto at = topology.networks.find( networkId );
+   if ( graph_.in( at->second ).empty() ) {
+      graph_.removeVertex( at->second );
+      topology.networks.erase( at );
+   }
+}
+
+void
+TopoGraph::updateMembership( LinkEntry & link ) {
+   const auto & [ topoId, key ] = link.first;
+   const auto & topology = topologies_.at( topoId );
+   const auto * network = topology.topoDb->networkFind( { key.neighborId() } );
+   const bool listed = network && network->routerHas( key.routerId() );
+   TopoLink::Place & place = this->place( link );
+   if ( !listed ) {
+      removeEdge( place.membership );
+   } else if ( place.membership == noEdge ) {
+      CspfEdgeRecord record;
+      record.topology = topology.number;
+      place.membership = addEdge( graph_.to( place.edge ), graph_.from( place.edge ), record, link,
+                                  neighbor( place.edge ) );
+      graph_.pairIs( place.edge, place.membership, true );
+   }
+   if ( listed ) {
+      edgeMeanings_[ index( place.membership ) ].nextHop =
+         first( neighbor( place.edge ).interfaceAddrList() );
+   }
+}
+
+void
+TopoGraph::networkChanged( const TopoId & topoId, const Igp::NetworkId & networkId ) {
+   const CspfVertex network = vertex( AllTopoNetworkId{ topoId, networkId } );
+   if ( network == noVertex ) {
+      return;
+   }
+   const auto entering = graph_.in( network );
+   for ( const std::uint32_t e : std::vector( entering.begin(), entering.end() ) ) {
+      updateMembership( *edgeMeanings_[ e ].link );
+   }
+}
+
+}

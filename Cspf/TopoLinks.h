@@ -1,0 +1,43 @@
+#pragma once
+
+#include "Cspf/CspfGraph.h"
+#include "Cspf/RankedMap.h"
+#include "schema/Topology.h"
+
+#include <array>
+
+namespace Cspf {
+
+/// Names one directed link in all topologies of one VRF and family. Links of one router, and of one
+/// pair of routers in one direction, stand side by side.
+struct TopoLinkName {
+   TopoId topoId;
+   Routing::Topology::NeighborKey neighborKey;
+   auto operator<=>( const TopoLinkName & ) const = default;
+};
+
+/// The graphs that follow the store.
+enum class TopoGraphKind : std::uint8_t { te, lfa };
+
+/// What the store keeps of a link that its router lists: what it has registered under the link's
+/// name, so that it can be taken back, and where the link stands in each graph.
+struct TopoLink {
+   /// For a link to a LAN `membership` is the step back from the LAN.
+   struct Place {
+      CspfEdge edge = noEdge;
+      CspfEdge membership = noEdge;
+   };
+
+   Lum::Set< Kivnet::IpGenAddr > intfIp;  ///< in the table of interface addresses
+   std::array< Place, 2 > places;         ///< by TopoGraphKind
+
+   Place & at( TopoGraphKind kind ) { return places[ static_cast< std::size_t >( kind ) ]; }
+   const Place & at( TopoGraphKind kind ) const {
+      return places[ static_cast< std::size_t >( kind ) ];
+   }
+};
+
+/// All listed links, ranked in key order. Entries do not move in memory.
+using TopoLinks = RankedMap< TopoLinkName, TopoLink, 63 >;
+
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "bench/NetworkGenerator.h"
+#include "platform/AgentRunner/Runner.h"
+#include "schema/CspfStatus.h"
+#include "tools/lab/LabState.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+/// Wall-clock milliseconds that the work took.
+template< typename Work >
+double
+milliseconds( Work && work ) {
+   const auto begin = std::chrono::steady_clock::now();
+   work();
+   const std::chrono::duration< double, std::milli > took =
+      std::chrono::steady_clock::now() - begin;
+   return took.count();
+}
+
+/// Bytes of the heap in use.
+std::size_t heapInUse();
+
+/// "r00017", so that names sort by number.
+std::string routerName( std::uint32_t router );
+/// 1.0.0.1 + router.
+Kivnet::IpGenAddr teRouterIdOf( std::uint32_t router );
+
+/// The generated network as the router's own level-2 table; the agent runs on router 0. Link n has
+/// the name "l" + n. Without paths or clients.
+Lab::LabDocument labOf( const GeneratedNetwork & network );
+
+/// The whole agent on state in this process and a virtual clock.
+class BenchAgent {
+ public:
+   BenchAgent();
+   ~BenchAgent();
+
+   Lab::LabState & lab() { return lab_; }
+   Corvdb::StateStore & state() { return state_; }
+   Zorch::TableStore & tables() { return tables_; }
+   AgentRunner::Runner & runner() { return runner_; }
+   /// Lets the agent work until nothing is pending.
+   void settle();
+
+   /// The table that the network stands in.
+   Lum::Ptr< Routing::Topology::TopoDb > topology() const;
+   /// What the agent published for the client.
+   Lum::Ptr< const Cspf::Status > status( const std::string & client ) const;
+   /// Runs made so far for all constraints.
+   std::uint64_t runs() const;
+
+ private:
+   Lum::ActivityLoop loop_{ Lum::ActivityLoop::Time::virtualTime };
+   Corvdb::TypeRegistry types_;
+   Corvdb::StateStore state_{ types_ };
+   Zorch::TableStore tables_{ types_ };
+   Lab::LabState lab_{ state_, tables_ };
+   AgentRunner::Runner runner_;
+};

@@ -1,0 +1,460 @@
+// The frame around the path service: when the agent is enabled, which services there are for which
+// clients, what it mounts and publishes meanwhile, and what it leaves behind. All of it is seen
+// from outside, in state and tables.
+
+#include "platform/LumZorch/Mount.h"
+#include "platform/Trace/Gemtrace.h"
+#include "platform/Trace/Velotrace.h"
+#include "schema/Types.h"
+#include "tests/Lab.h"
+#include "tools/state/StateTypes.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <random>
+#include <set>
+
+extern "C" AgentRunner::Agent * agentFactory( const char * name );
+
+namespace {
+
+using Json = TestLab::Json;
+using Paths = std::set< std::string >;
+using Routing::Topology::ExportPath;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using Zorch::MountMode;
+
+const Json noClients{ { "clients", { { "cli", nullptr }, { "rsvp", nullptr } } } };
+
+Json
+client( const Json & vrfs, const Json & families, bool bwmRequired = false ) {
+   return { { "vrf", vrfs }, { "addressFamily", families }, { "bwmRequired", bwmRequired } };
+}
+
+const Json ordinaryClient = client( { { "default", true } }, { { "ipv4", true } } );
+
+bool
+enabled( TestLab & lab ) {
+   return lab.state().entityIs< Cspf::AgentStatus >( "te/cspf/agentStatus" )->agentEnabled();
+}
+
+Paths
+tablesBelow( TestLab & lab, const std::string & prefix ) {
+   const auto paths = lab.tables().list( prefix );
+   return Paths( paths.begin(), paths.end() );
+}
+
+/// The agent on its own, on a state that a test prepares.
+struct Bare {
+   Bare() { Schema::registerTypes( types ); }
+
+   Corvdb::TypeRegistry types;
+   Lum::ActivityLoop loop{ Lum::ActivityLoop::Time::virtualTime };
+   Corvdb::StateStore state{ types };
+   Zorch::TableStore tables{ types };
+   AgentRunner::Runner runner{ loop, state, tables, agentFactory, "Probe" };
+};
+
+/// Collects the traces that contain a text, from that text on.
+class Traces {
+ public:
+   explicit Traces( std::string wanted ) {
+      Gemtrace::sinkIs( [ this, wanted ]( int, std::string_view text ) {
+         if ( const auto at = text.find( wanted ); at != text.npos ) {
+            texts.emplace_back( text.substr( at ) );
+         }
+      } );
+   }
+   ~Traces() { Gemtrace::sinkIs( nullptr ); }
+   Traces( const Traces & ) = delete;
+   Traces & operator=( const Traces & ) = delete;
+
+   std::vector< std::string > texts;
+};
+
+}
+
+// ---- Enablement ----
+
+TEST( Agent, IsEnabledByTheClientsAtItsStartAndDisabledByTheLastOneThatGoes ) {
+   TestLab lab( "A -10- B", noClients );
+   lab.settle();
+   EXPECT_FALSE( enabled( lab ) );
+
+   lab.patch( { { "clients", { { "cli", ordinaryClient } } } } );
+   lab.request( "cli", "p", "B" );
+   lab.settle();
+   EXPECT_FALSE( enabled( lab ) );
+   EXPECT_EQ( lab.path( "cli", "p" ), "A B" );
+
+   lab.restart();
+   lab.settle();
+   EXPECT_TRUE( enabled( lab ) );
+
+   lab.patch( { { "clients", { { "rsvp", ordinaryClient }, { "cli", nullptr } } } } );
+   EXPECT_TRUE( enabled( lab ) );
+   Traces traces( "No client present, disabling the agent" );
+   lab.patch( { { "clients", { { "rsvp", nullptr } } } } );
+   EXPECT_FALSE( enabled( lab ) );
+   EXPECT_EQ( traces.texts.size(), 1u );
+   EXPECT_EQ( tablesBelow( lab, "te/cspf/status" ), Paths() );
+}
+
+TEST( AgentDeathTest, DoesNotRunWithoutItsMounts ) {
+   setenv( "VELOTRACE_DISABLE", "1", 1 );
+   Bare bare;
+   bare.state.entityIs< Lum::Dir >( "te/config" );
+   bare.runner.start();
+   EXPECT_DEATH( bare.loop.settle(), "status == Corvdb::mountSuccess_" );
+}
+
+TEST( Agent, NamesItsTraceFileAndMayGoWithoutOne ) {
+   const auto traceFiles = []( const char * disable ) {
+      char dir[] = "/tmp/agentTestXXXXXX";
+      EXPECT_TRUE( mkdtemp( dir ) );
+      setenv( "VELOTRACEDIR", dir, 1 );
+      disable ? setenv( "VELOTRACE_DISABLE", disable, 1 ) : unsetenv( "VELOTRACE_DISABLE" );
+      Bare().runner.start();
+      Velotrace::close();
+      unsetenv( "VELOTRACEDIR" );
+      std::vector< std::string > names;
+      for ( const auto & entry : std::filesystem::directory_iterator( dir ) ) {
+         names.push_back( entry.path().filename() );
+      }
+      std::filesystem::remove_all( dir );
+      return names;
+   };
+   EXPECT_THAT( traceFiles( nullptr ), ElementsAre( "Probe.qt" ) );
+   EXPECT_THAT( traceFiles( "" ), IsEmpty() );
+}
+
+// ---- Intake of clients ----
+
+namespace {
+
+const char * const needsOf[] = { "routing/export/topodb/client/cspf",
+                                 "routing6/export/topodb/client/cspf" };
+
+/// What the agent is to keep for the document's clients, worked out from the document alone: paths
+/// of tables, and of entries of entities.
+Paths
+expectedServices( const Json & document ) {
+   Paths paths;
+   const auto addFamily = [ & ]( const std::string & name, const std::string & vrf,
+                                 const std::string & af ) {
+      if ( name == "tilfa" ? document[ "segmentRouting" ].contains( vrf ) : af == "ipv4" ) {
+         paths.insert( { "te/cspf/status/vrf/" + vrf + "/" + af + "/" + name,
+                         "te/cspf/intfIpToRouterId/vrf/" + vrf + "/" + af,
+                         std::string( needsOf[ af == "ipv6" ] ) + "/" + vrf } );
+      }
+   };
+   for ( const auto & [ name, client ] : document.value( "clients", Json::object() ).items() ) {
+      for ( const auto & [ vrf, isVrf ] : client.value( "vrf", Json::object() ).items() ) {
+         for ( const auto & [ af, isAf ] :
+               client.value( "addressFamily", Json::object() ).items() ) {
+            if ( isVrf == true && isAf == true ) {
+               addFamily( name, vrf, af );
+            }
+         }
+         if ( isVrf == true && client.value( "bwmRequired", false ) ) {
+            paths.insert( { "te/bwm/client/status/vrf/" + vrf + "/" + name,
+                            "te/bwm/status/vrf/" + vrf, "te/bwm/activeStatus/" + vrf } );
+         }
+      }
+   }
+   return document[ "te" ][ "enabled" ] == true ? paths : Paths();
+}
+
+/// What there is of that.
+Paths
+services( TestLab & lab ) {
+   Paths paths;
+   for ( const char * kind : { "te/cspf/status", "te/cspf/intfIpToRouterId", "te/bwm/client/status",
+                               "te/bwm/status" } ) {
+      paths.merge( tablesBelow( lab, kind ) );
+   }
+   for ( const std::string path : needsOf ) {
+      const auto needs = lab.state().entity( path );
+      for ( const auto & [ vrf, needed ] :
+            ( needs ? State::toJson( *needs ) : Json() )[ "needTopoDb" ].items() ) {
+         paths.insert( path + "/" + vrf );
+      }
+   }
+   for ( const auto & [ vrf, active ] :
+         State::toJson( *lab.state().entity( "te/bwm/activeStatus" ) )[ "bwmActive" ].items() ) {
+      paths.insert( "te/bwm/activeStatus/" + vrf );
+   }
+   return paths;
+}
+
+/// A random change of who is there and wants what.
+Json
+intakeEvent( std::mt19937 & engine ) {
+   const auto oneOf = [ & ]( const std::vector< Json > & values ) {
+      return values[ engine() % values.size() ];
+   };
+   const Json name = oneOf( { "cli", "rsvp", "tilfa" } );
+   const std::string vrf = oneOf( { "default", "red" } ), af = oneOf( { "ipv4", "ipv6" } );
+   const Json yesOrNo = oneOf( { true, true, false, nullptr } );
+   Json part;
+   switch ( engine() % 8 ) {
+   case 0: return { { "te", { { "enabled", engine() % 3 != 0 } } } };
+   case 1:
+      return { { "segmentRouting",
+                 { { vrf, oneOf( { nullptr, { { "systemId", "0000.0000.0001" } } } ) } } } };
+   case 2: part = nullptr; break;
+   case 3: part = { { "bwmRequired", engine() % 2 == 0 } }; break;
+   case 4:
+   case 5: part = { { "vrf", { { vrf, yesOrNo } } } }; break;
+   default: part = { { "addressFamily", { { af, yesOrNo } } } };
+   }
+   return { { "clients", { { name, part } } } };
+}
+
+}
+
+TEST( Agent, ServesWhoIsThereAndLeavesNothingBehind ) {
+   const Json systemId{ { "systemId", "0000.0000.0001" } };
+   Json resting = noClients;
+   resting.update( { { "te", { { "enabled", true } } },
+                     { "segmentRouting", { { "default", systemId }, { "red", nullptr } } } } );
+   for ( unsigned seed = 1; seed <= 40; ++seed ) {
+      SCOPED_TRACE( "seed " + std::to_string( seed ) );
+      std::mt19937 engine( seed );
+      TestLab lab( "A -10{bw 100}- B -10{bw 100}- C; A -30{bw 100}- C", resting );
+      lab.request( "cli", "p", "C" );
+      lab.request( "rsvp", "p", "C", { { "bandwidth", 10 } } );
+      lab.request( "rsvp", "q", "C",
+                   { { "includeHop", { { { "addr", "10.0.0.2" }, { "loose", true } } } } } );
+      lab.request( "tilfa", "p", "C", { { "excludeIntf", "A-B.a" } } );
+      lab.settle();
+      const Json before = lab.snapshot();
+      for ( int event = 0; event < 25; ++event ) {
+         lab.patch( intakeEvent( engine ) );
+         if ( engine() % 2 ) {
+            lab.settle();
+         }
+         ASSERT_EQ( services( lab ), expectedServices( lab.document() ) ) << lab.document();
+      }
+      lab.patch( { { "clients", nullptr } } );
+      lab.patch( resting );
+      lab.settle();
+      ASSERT_EQ( lab.snapshot(), before );
+      lab.patch( { { "clients", { { "cli", ordinaryClient }, { "rsvp", ordinaryClient } } } } );
+      lab.settle();
+      lab.stop();
+      ASSERT_EQ( lab.snapshot(), before );
+   }
+}
+
+TEST( Agent, AClientDoesNotNoticeThatAnotherOneGoes ) {
+   TestLab lab( "A -10- B" );
+   lab.request( "cli", "p", "B" );
+   lab.settle();
+   const auto status = lab.statusTable( "cli" );
+   const auto writes = Lum::make< WriteCount >( *status );
+   lab.patch( { { "clients", { { "rsvp", nullptr } } } } );
+   lab.settle();
+   EXPECT_EQ( lab.statusTable( "cli" ), status );
+   EXPECT_EQ( writes->writes(), 0u );
+}
+
+TEST( Agent, RemovesWhatAnEarlierRunLeftAndKeepsWhatIsInUse ) {
+   TestLab lab( "A -10- B -10- C", { { "clients", { { "cli", { { "bwmRequired", true } } } } } } );
+   lab.request( "cli", "p", "C" );
+   lab.settle();
+   const auto seen = [ & ] {
+      Json state = lab.snapshot();
+      state.erase( "te/cspf/constraintStatus/vrf/default/ipv4" );  // counts runs
+      return state;
+   };
+   const Json before = seen();
+   const std::pair< const char *, const char * > stale[] = {
+      { "te/cspf/status/vrf/default/ipv4/gone", "Cspf::Status" },
+      { "te/cspf/status/vrf/default/ipv6/cli", "Cspf::Status" },
+      { "te/cspf/status/vrf/red/ipv4/cli", "Cspf::Status" },
+      { "te/bwm/client/status/vrf/default/rsvp", "TrafficEngineering::BandwidthClientStatus" },
+      { "te/bwm/status/vrf/old", "TrafficEngineering::BwmStatus" },
+      { "te/cspf/intfIpToRouterId/vrf/old/ipv4", "Cspf::IntfIpToRouterIdTable" } };
+   std::vector< std::string > deletions;
+   for ( const auto & [ path, type ] : stale ) {
+      lab.tables().alwaysIs( path, type );
+      deletions.push_back( std::string( "Deleting path : " ) + path );
+   }
+   deletions.push_back( "Deleting vrf old from bwmActiveStatus" );
+   const auto bwmActive =
+      lab.state().entityIs< TrafficEngineering::BwmActiveStatus >( "te/bwm/activeStatus" );
+   bwmActive->bwmActiveIs( "old", true );
+   for ( const char * path : needsOf ) {
+      lab.state().entityIs< Routing::Topology::Client >( path )->needTopoDbIs( "old", true );
+   }
+
+   lab.restart();
+   const auto statusWrites = Lum::make< WriteCount >( *lab.statusTable( "cli" ) );
+   const auto activeWrites = Lum::make< WriteCount >( *bwmActive );
+   Traces traces( "Deleting " );
+   lab.settle();
+   EXPECT_EQ( traces.texts, deletions );
+   EXPECT_EQ( seen(), before );
+   EXPECT_EQ( statusWrites->writes(), 0u );
+   EXPECT_EQ( activeWrites->writes(), 1u );
+}
+
+// ---- Announced topologies ----
+
+TEST( Agent, MountsAnAnnouncedTopologyWhileItIsReadyAndNeeded ) {
+   TestLab lab( "A -10- B" );
+   lab.settle();
+   const std::string table = "routing/ospf/topodb/ip/0/5/default";
+   const auto isMounted = [ & ] { return lab.tables().table( table ) != nullptr; };
+   const auto announce = [ & ]( const std::string & name, const char * vrf ) {
+      const auto path = lab.state().entityIs< ExportPath >( "routing/topoDbExport/" + name );
+      path->igpSourceIs( Cspf::IgpSource::ospf );
+      path->number2Is( 5 );
+      path->vrfNameIs( vrf );
+      path->afIs( Kivnet::AddressFamily::ipv4 );
+      return path;
+   };
+   const auto ready = announce( "area5", "default" );
+   announce( "elsewhere", "red" )->initializedIs( true );
+   EXPECT_FALSE( isMounted() );
+   ready->initializedIs( true );
+   EXPECT_TRUE( isMounted() );
+
+   lab.patch( { { "clients", nullptr } } );
+   EXPECT_FALSE( isMounted() );
+   lab.patch( { { "clients", { { "cli", ordinaryClient } } } } );
+   EXPECT_TRUE( isMounted() );
+   EXPECT_EQ( lab.tables().table( "routing/ospf/topodb/ip/0/5/red" ), nullptr );
+
+   ready->initializedIs( false );
+   EXPECT_FALSE( isMounted() );
+   ready->number2Is( 6 );
+   ready->initializedIs( true );
+   EXPECT_FALSE( isMounted() );
+   EXPECT_NE( lab.tables().table( "routing/ospf/topodb/ip/0/6/default" ), nullptr );
+   lab.state().entityDel( "routing/topoDbExport/area5" );
+   EXPECT_EQ( tablesBelow( lab, "routing/ospf" ), Paths() );
+}
+
+TEST( AgentDeathTest, DoesNotServeAnUnknownSourceOfTopologiesUnlessTheToggleIsOff ) {
+   const auto announceOdd = []( bool toggle, const Lum::Ptr< Lum::Entity > & announcement ) {
+      TestLab lab( "A -10- B", { { "toggles", { { "OspfTopoDbExport", toggle } } } } );
+      lab.request( "cli", "p", "B" );
+      lab.state().entityIs< Lum::Dir >( "routing/topoDbExport" )->entityIs( "odd", announcement );
+      lab.settle();
+      return lab.path( "cli", "p" );
+   };
+   const auto odd = Lum::make< ExportPath >();
+   odd->igpSourceIs( Cspf::IgpSource( 7 ) );
+   EXPECT_EQ( announceOdd( false, odd ), "A B" );
+   EXPECT_DEATH( announceOdd( true, odd ), "Invalid IGP source" );
+   EXPECT_DEATH( announceOdd( true, Lum::make< Lum::Dir >() ), "exportPathPtr" );
+}
+
+// ---- Sources of computations ----
+
+TEST( Agent, ComputesFromTheTeRouterIdAndTheSegmentRoutingIdentity ) {
+   TestLab lab( "A -10- B" );
+   lab.settle();
+   EXPECT_THAT( lab.dump(), HasSubstr( " Client: 0, sourceId: 10.0.0.1\n" ) );
+   lab.patch( { { "routing", { { "routerIdV4", "10.0.0.2" } } },
+                { "te", { { "routerId", "0.0.0.0" } } } } );
+   EXPECT_THAT( lab.dump(), HasSubstr( " Client: 0, sourceId: 10.0.0.2\n" ) );
+   lab.patch( { { "te", { { "routerId", "10.0.0.1" } } } } );
+   EXPECT_THAT( lab.dump(), HasSubstr( " Client: 0, sourceId: 10.0.0.1\n" ) );
+
+   lab.settle();
+   lab.advance( 100 );
+   const std::string before = lab.dump();
+   lab.patch( { { "routing", { { "routerIdV4", "10.0.0.3" } } } } );
+   EXPECT_EQ( lab.dump(), before ) << "the same source, set anew";
+
+   lab.patch( { { "te", { { "enabled", false } } } } );
+   EXPECT_THAT( lab.dump(), Not( HasSubstr( " Client: 0" ) ) );
+   EXPECT_THAT( lab.dump(), HasSubstr( " Client: 1, sourceId: 0000.0000.0001\n" ) );
+   lab.patch( { { "segmentRouting",
+                  { { "default", nullptr }, { "red", { { "systemId", "0000.0000.0009" } } } } } } );
+   EXPECT_THAT( lab.dump(), HasSubstr( "Vrf: red\n" ) );
+   lab.patch( { { "segmentRouting", { { "red", nullptr } } } } );
+   EXPECT_THAT( lab.dump(), Not( HasSubstr( "sourceId" ) ) );
+}
+
+// ---- Bandwidth manager ----
+
+TEST( Agent, TellsABandwidthClientWhatTheOthersLeave ) {
+   using TrafficEngineering::BandwidthClientUsage;
+   const Json bwmClient = client( { { "default", true }, { "red", true } }, Json::object(), true );
+   TestLab lab( "A -10- B", { { "clients", { { "cli", bwmClient }, { "rsvp", bwmClient } } } } );
+   lab.settle();
+   const auto told = [ & ]( const std::string & name, const std::string & vrf = "default" ) {
+      return State::toJson( *lab.tables().table( "te/bwm/client/status/vrf/" + vrf + "/" + name ) )
+         .at( "maxReservableBandwidth" );
+   };
+   const auto sum = [ & ] {
+      return State::toJson( *lab.tables().table( "te/bwm/status/vrf/default" ) ).at( "usage" );
+   };
+   const auto & local = *lab.runner().agent()->entityManager();
+   const auto ports =
+      local.entity< Interface::AllEthPhyIntfStatusDir >( "interface/status/eth/phy/all" );
+   const auto lags = local.entity< Interface::EthLagIntfStatusDir >( "interface/status/eth/lag" );
+   ports->bandwidthIs( "et1", 1000 );
+   lags->bandwidthIs( "po1", 500 );
+   EXPECT_EQ( told( "cli" ), ( Json{ { "et1", 1000 }, { "po1", 500 } } ) );
+
+   const std::string input = "te/bwm/client/input/vrf/default/";
+   const auto cli = lab.tables().mount< BandwidthClientUsage >( input + "cli", MountMode::writer );
+   const auto rsvp =
+      lab.tables().mount< BandwidthClientUsage >( input + "rsvp", MountMode::writer );
+   cli->usageIs( "et1", 300 );
+   rsvp->usageIs( "et1", 200 );
+   rsvp->usageIs( "ghost", 7 );
+   EXPECT_EQ( told( "cli" ), ( Json{ { "et1", 800 }, { "po1", 500 } } ) );
+   EXPECT_EQ( told( "rsvp" ), ( Json{ { "et1", 700 }, { "po1", 500 } } ) );
+   EXPECT_EQ( told( "cli", "red" ), ( Json{ { "et1", 1000 }, { "po1", 500 } } ) );
+   EXPECT_EQ( sum(), ( Json{ { "et1", 500 }, { "ghost", 7 } } ) );
+
+   constexpr auto huge = std::numeric_limits< std::uint64_t >::max();
+   cli->usageIs( "et1", huge );
+   EXPECT_EQ( told( "rsvp" )[ "et1" ], 0 );
+   EXPECT_EQ( sum()[ "et1" ], huge );
+   Traces traces( "active VRF: " );
+   lab.patch( { { "clients", { { "cli", { { "bwmRequired", false } } } } } } );
+   EXPECT_EQ( told( "rsvp" ), ( Json{ { "et1", 1000 }, { "po1", 500 } } ) );
+   EXPECT_EQ( sum(), ( Json{ { "et1", 200 }, { "ghost", 7 } } ) );
+   ports->bandwidthDel( "et1" );
+   EXPECT_EQ( told( "rsvp" ), ( Json{ { "po1", 500 } } ) );
+   EXPECT_THAT( traces.texts, IsEmpty() );
+   lab.patch( { { "clients", { { "rsvp", { { "vrf", { { "default", false } } } } } } } } );
+   EXPECT_THAT( traces.texts, ElementsAre( "active VRF: default" ) );
+}
+
+// ---- Dump ----
+
+TEST( Agent, DumpsItsFrame ) {
+   Json empty = noClients;
+   empty[ "segmentRouting" ] = { { "default", nullptr } };
+   TestLab lab( "A -10- B", empty );
+   lab.settle();
+   const std::string family = "  Source ID per vrf per client\n  ClientData per vrf\n";
+   EXPECT_EQ( lab.dump(),
+              "\n-----------Cspf Internal State Dump-------------\n"
+              "-----CSPF client config and status-----\n\n"
+              "----CSPF Root ipv4----\n"
+                 + family + "----CSPF Root ipv6----\n" + family
+                 + "BwmRoot\n-------\n\ninitialVrfCount: 0\nbwmActiveStatusCleanupDone: True\n\n"
+                   "BwmActiveStatus\n\n"
+                   "VRF Name                       Active    \n"
+                   "--------                       --------  \n\n"
+                   "All BW values below are in Bps\n\n"
+                   "\nStale BandwidthClientStatusTable entries\n"
+                   "\nStale BandwidthClientUsageTable entries\n\n" );
+   lab.patch( { { "clients", { { "cli", ordinaryClient } } } } );
+   EXPECT_THAT( lab.dump(),
+                HasSubstr( "-----CSPF client config and status-----\n"
+                           "  Client: cli\n  bwmRequired: False\n    Vrf: default\n" ) );
+}

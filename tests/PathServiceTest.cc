@@ -1,0 +1,301 @@
+// The agent end to end: what clients read after they asked, after the network changed, and after
+// the agent itself came back. An oracle that shares nothing with the agent judges what it
+// published.
+
+#include "tests/Lab.h"
+#include "tests/LabJudge.h"
+#include "tests/LabText.h"
+#include "tests/RandomLab.h"
+#include "tests/RunnerProcess.h"
+#include "tools/lab/LabJson.h"
+#include "tools/lab/LabOutput.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+using Json = nlohmann::json;
+
+namespace {
+
+Json
+published( TestLab & lab ) {
+   return Json::parse( Lab::outcomeJson( lab.outcome() ) );
+}
+
+/// What is the same whatever happened before: where paths lead does not depend on history, which
+/// of several equal ones is published does.
+Json
+essence( TestLab & lab ) {
+   Json outcome = published( lab ), essence;
+   for ( const Json cli = outcome[ "clients" ].value( "cli", Json::object() );
+         const auto & [ where, service ] : cli.items() ) {
+      for ( const Json & path : service[ "pathStatus" ] ) {
+         essence[ "costs" ][ where ].push_back( { path[ "name" ], path[ "cost" ], path[ "dst" ] } );
+      }
+   }
+   for ( Json & constraint : outcome[ "constraints" ] ) {
+      for ( const char * history : { "cspfCount", "cspfSkippedCount", "cspfCurrentDelay" } ) {
+         constraint.erase( history );
+      }
+      std::sort( constraint[ "paths" ].begin(), constraint[ "paths" ].end() );
+   }
+   std::sort( outcome[ "constraints" ].begin(), outcome[ "constraints" ].end() );
+   essence[ "constraints" ] = outcome[ "constraints" ];
+   essence[ "addresses" ] = outcome[ "intfIpToRouterId" ];
+   return essence;
+}
+
+/// Applies a random event; gives false where it would leave no lab.
+bool
+tryEvent( TestLab & lab, RandomLab & random ) {
+   try {
+      lab.patch( random.event( lab.document() ) );
+      return true;
+   } catch ( const Lab::LabError & ) {
+      return false;
+   }
+}
+
+}
+
+TEST( PathService, EveryPathIsTheBestThatItsConstraintAllows ) {
+   std::size_t found = 0, missing = 0;
+   for ( unsigned seed = 1; seed <= 150; ++seed ) {
+      SCOPED_TRACE( "seed " + std::to_string( seed ) );
+      RandomLab random( seed );
+      auto lab = TestLab::of( random.document() );
+      lab.settle();
+      const Judgement judgement = judge( lab.document(), published( lab ), true );
+      ASSERT_EQ( judgement.complaints, "" ) << lab.document().dump();
+      found += judgement.paths;
+      missing += judgement.missing;
+   }
+   EXPECT_GT( found, 500u );
+   EXPECT_GT( missing, 100u );
+}
+
+TEST( PathService, AfterAStormOfEventsStateIsAsFromScratch ) {
+   for ( unsigned seed = 1; seed <= 60; ++seed ) {
+      SCOPED_TRACE( "seed " + std::to_string( seed ) );
+      RandomLab random( seed );
+      std::mt19937 engine( seed );
+      Json document, after;
+      {
+         auto lab = TestLab::of( random.document() );
+         for ( int event = 0; event < 40; ++event ) {
+            if ( tryEvent( lab, random ) && engine() % 3 == 0 ) {
+               lab.advance( 0.001 * static_cast< double >( engine() % 400 ) );
+            }
+            if ( engine() % 12 == 0 ) {
+               lab.settle();
+               ASSERT_EQ( judge( lab.document(), published( lab ), false ).complaints, "" )
+                  << lab.document().dump();
+            }
+         }
+         lab.settle();
+         document = lab.document();
+         after = essence( lab );
+         ASSERT_EQ( judge( document, published( lab ), false ).complaints, "" ) << document.dump();
+      }
+      auto fresh = TestLab::of( document );
+      fresh.settle();
+      ASSERT_EQ( after, essence( fresh ) ) << document.dump();
+   }
+}
+
+TEST( PathService, ABurstOfChangesCostsOneRunAndNoWriteWherePathsStay ) {
+   TestLab lab( "A -10- B -10- C -10- D; A -15- C; C -90- E; D -90- E; A -10- E" );
+   lab.request( "cli", "near", "B" );
+   lab.request( "cli", "far", "D", { { "excludeIntf", "A-B.a" } } );
+   lab.request( "rsvp", "kept", "D" );
+   lab.settle();
+   ASSERT_EQ( lab.path( "cli", "far" ), "A C D" );
+   const auto before = lab.outcome();
+   auto cli = Lum::make< WriteCount >( *lab.statusTable( "cli" ) );
+   auto rsvp = Lum::make< WriteCount >( *lab.statusTable( "rsvp" ) );
+   for ( std::uint32_t change = 0; change < 1000; ++change ) {
+      lab.link( change % 2 ? "D-E" : "C-E", { { "metric", 50 + change % 40 } } );
+      lab.advance( 0.00004 );
+   }
+   lab.settle();
+   EXPECT_EQ( lab.runs( "cli", "near" ), before.constraints[ 0 ].cspfCount + 1 );
+   EXPECT_EQ( lab.runs(),
+              [ & ] {
+                 std::uint64_t runs = 2;
+                 for ( const auto & constraint : before.constraints ) {
+                    runs += constraint.cspfCount;
+                 }
+                 return runs;
+              }() )
+      << "a path in use that is still valid asks for no run";
+   EXPECT_EQ( cli->writes(), 0u );
+   EXPECT_EQ( rsvp->writes(), 0u );
+
+   lab.link( "C-D", { { "metric", 1000 } } );
+   lab.settle();
+   EXPECT_EQ( lab.path( "cli", "far" ), "A E D" );
+   EXPECT_EQ( lab.path( "rsvp", "kept" ).back(), 'D' );
+   EXPECT_EQ( cli->writes(), 1u );
+   EXPECT_EQ( rsvp->writes(), 0u );
+   lab.down( "C-D" );
+   lab.settle();
+   EXPECT_EQ( lab.path( "rsvp", "kept" ), "A E D" );
+}
+
+TEST( PathService, ClientsThatComeAndGoLeaveNothingBehind ) {
+   const Json core = labTopology( "A -10- B -10- C; A -30- C; C =lan= D A" );
+   Json v6 = Json::parse( R"( { "af": "ipv6", "routers": {
+      "A": { "id": "0000.0000.0001", "teRouterId": "fc00::1", "prefixes": { "fc00::1/128": 0 } },
+      "B": { "id": "0000.0000.0002", "teRouterId": "fc00::2", "prefixes": { "fc00::2/128": 0 } },
+      "C": { "id": "0000.0000.0003", "teRouterId": "fc00::3", "prefixes": { "fc00::3/128": 0 } } },
+      "links": { "A-B": { "a": "A", "b": "B", "aAddr": "fc00:1::1", "bAddr": "fc00:1::2" },
+                 "B-C": { "a": "B", "b": "C", "aAddr": "fc00:2::1", "bAddr": "fc00:2::2" },
+                 "C-A": { "a": "C", "b": "A", "aAddr": "fc00:3::1", "bAddr": "fc00:3::2" } } } )" );
+   Json red = core;
+   red[ "vrf" ] = "red";
+   const Json world{ { "router", "A" },
+                     { "te", { { "routerId", "10.0.0.1" } } },
+                     { "topologies", { { "core", core }, { "red", red }, { "v6", v6 } } } };
+   const auto client = []( bool red, bool v6, bool bwm ) -> Json {
+      return { { "vrf", { { "default", true }, { "red", red } } },
+               { "addressFamily", { { "ipv4", true }, { "ipv6", v6 } } },
+               { "bwmRequired", bwm } };
+   };
+   const Json paths{
+      { "cli",
+        { { "p", { { "dst", "10.0.0.3" } } },
+          { "r", { { "dst", "10.0.0.2" }, { "vrf", "red" } } } } },
+      { "rsvp",
+        { { "b", { { "dst", "10.0.0.3" }, { "constraint", { { "bandwidth", 1 } } } } },
+          { "h",
+            { { "dst", "10.0.0.4" },
+              { "constraint",
+                { { "includeHop", { { { "addr", "10.0.0.3" }, { "loose", true } } } } } } } } } },
+      { "tilfa",
+        { { "t",
+            { { "dst", "0000.0000.0002" }, { "constraint", { { "excludeIntf", "A-B.a" } } } } },
+          { "s",
+            { { "dst", "0000.0000.0002" },
+              { "af", "ipv6" },
+              { "constraint", { { "excludeIntf", "A-B.a" } } } } } } } };
+   std::mt19937 engine( 7 );
+   auto lab = TestLab::of( world );
+   lab.settle();
+   const Json before = lab.snapshot();
+   const auto census = Lum::census();
+   Json left;
+   for ( int life = 0; life < 12; ++life ) {
+      std::vector< Json > acts;
+      for ( const auto & [ name, asked ] : paths.items() ) {
+         acts.push_back(
+            { { "clients", { { name, client( engine() % 2, engine() % 2, engine() % 2 ) } } } } );
+         acts.push_back(
+            { { "clients", { { name, client( engine() % 2, true, engine() % 2 ) } } } } );
+         acts.push_back( { { "paths", { { name, asked } } } } );
+      }
+      acts.push_back( { { "topologies",
+                          { { "core", { { "links", { { "A-B", { { "up", false } } } } } } } } } } );
+      acts.push_back( { { "te", { { "enabled", false } } } } );
+      acts.push_back( { { "te", { { "enabled", true } } } } );
+      std::ranges::shuffle( acts, engine );
+      for ( const Json & act : acts ) {
+         lab.patch( act );
+         lab.advance( engine() % 3 ? 0.02 : 1 );
+      }
+      std::vector< Json > ends{ { { "paths", nullptr } },
+                                { { "clients", { { "cli", nullptr }, { "tilfa", nullptr } } } },
+                                { { "clients", { { "rsvp", nullptr } } } },
+                                { { "te", { { "enabled", true } } } },
+                                { { "topologies", { { "core", core } } } } };
+      std::ranges::shuffle( ends, engine );
+      for ( const Json & end : ends ) {
+         lab.patch( end );
+         lab.advance( engine() % 2 ? 0.02 : 1 );
+      }
+      lab.link( "A-B", { { "up", true } } );
+      lab.settle();
+      ASSERT_EQ( Json::diff( before, lab.snapshot() ), Json::array() ) << "life " << life;
+      ASSERT_EQ( census, Lum::census() ) << "life " << life;
+      if ( life % 4 == 3 ) {
+         lab.stop();
+         ASSERT_EQ( left.is_null() ? lab.snapshot() : left, lab.snapshot() );
+         left = lab.snapshot();
+         lab.start();
+         lab.settle();
+      }
+   }
+}
+
+TEST( PathService, ARestartKeepsWhatIsValidAndClearsWhatIsStale ) {
+   for ( unsigned seed = 1; seed <= 40; ++seed ) {
+      SCOPED_TRACE( "seed " + std::to_string( seed ) );
+      RandomLab random( seed );
+      Json document, after;
+      {
+         auto lab = TestLab::of( random.document() );
+         for ( int event = 0; event < 6; ++event ) {
+            tryEvent( lab, random );
+            lab.settle();
+         }
+         const Json before = published( lab );
+         lab.restart();
+         std::vector< Lum::Ptr< WriteCount > > writes;
+         for ( const auto & path : lab.tables().list( "te/cspf/status" ) ) {
+            writes.push_back( Lum::make< WriteCount >( *lab.tables().table( path ) ) );
+         }
+         lab.settle();
+         ASSERT_EQ( before[ "clients" ], published( lab )[ "clients" ] ) << lab.document().dump();
+         for ( const auto & count : writes ) {
+            ASSERT_EQ( count->writes(), 0u ) << lab.document().dump();
+         }
+
+         // What changes while no agent runs is found by the next one.
+         lab.restart();
+         lab.patch( { { "clients", { { random.oneIn( 2 ) ? "cli" : "rsvp", nullptr } } } } );
+         for ( int event = 0; event < 6; ++event ) {
+            tryEvent( lab, random );
+         }
+         lab.patch( { { "te", { { "enabled", true } } } } );
+         lab.settle();
+         document = lab.document();
+         after = essence( lab );
+         ASSERT_EQ( judge( document, published( lab ), false ).complaints, "" ) << document.dump();
+      }
+      auto fresh = TestLab::of( document );
+      fresh.settle();
+      ASSERT_EQ( after, essence( fresh ) ) << document.dump();
+   }
+}
+
+TEST( PathService, ExamplesRunAndHoldWhatTheyAsk ) {
+   std::size_t examples = 0;
+   for ( const auto & file : std::filesystem::directory_iterator( CSPF_SOURCE_DIR "/examples" ) ) {
+      if ( file.path().extension() != ".json" ) {
+         continue;
+      }
+      SCOPED_TRACE( file.path().string() );
+      ++examples;
+      const auto run = runProgram( "cspfctl", { "run", "--json", file.path().string() } );
+      ASSERT_EQ( run.exitStatus, 0 ) << run.err;
+      Json document = Json::parse( std::ifstream( file.path() ) );
+      Json events = document.value( "events", Json::array() );
+      document.erase( "events" );
+      events.push_back( Json::object() );
+      std::istringstream lines( run.out );
+      std::string line;
+      for ( const Json & event : events ) {
+         ASSERT_TRUE( std::getline( lines, line ) );
+         document.merge_patch( event.value( "patch", Json::object() ) );
+      }
+      const Json last = Json::parse( line );
+      document[ "te" ][ "routerId" ] = last[ "teRouterId" ];
+      EXPECT_EQ( judge( document, last, false ).complaints, "" );
+      EXPECT_FALSE( std::getline( lines, line ) ) << line;
+   }
+   EXPECT_GE( examples, 2u );
+}

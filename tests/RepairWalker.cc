@@ -1,0 +1,286 @@
+// Packets against repairs. Nothing here follows the reasoning of the repair computation: a packet
+// is put on each link that plain forwarding could choose, and the fewest repair nodes are found by
+// trying all.
+
+#include "tests/RepairWalker.h"
+
+#include <algorithm>
+#include <queue>
+
+using namespace Cspf;
+
+RandomNetwork::RandomNetwork( uint32_t routers, std::mt19937 & random ) : routers( routers ) {
+   const auto pick = [ & ]( uint32_t n ) { return static_cast< uint32_t >( random() % n ); };
+   const uint32_t largest = pick( 2 ) ? 4 : 40, asymmetry = pick( 3 );
+   const auto metric = [ & ]() { return pick( 60 ) ? 1 + pick( largest ) : 0xFFFFFF; };
+   const auto connect = [ & ]( uint32_t a, uint32_t b ) {
+      if ( a != b ) {
+         const uint32_t there = metric();
+         links.push_back( { a, b, there, pick( 3 ) < asymmetry ? metric() : there,
+                            pick( 25 ) ? State::up : State::oneWay } );
+      }
+   };
+   for ( uint32_t i = 0; i < routers; ++i ) {  // a ring, parts of it doubled, and chords
+      connect( i, ( i + 1 ) % routers );
+      if ( pick( 6 ) == 0 ) {
+         connect( i, ( i + 1 ) % routers );
+      }
+      if ( pick( 2 ) ) {
+         connect( pick( routers ), pick( routers ) );
+      }
+      rest += pick( 15 ) ? "" : "; overload " + name( i );
+   }
+   for ( uint32_t lan = pick( routers / 10 + 2 ); lan > 0; --lan ) {
+      const uint32_t first = pick( routers );
+      rest += "; " + name( first ) + " =lan" + std::to_string( lan ) + " "
+              + std::to_string( 1 + pick( largest ) ) + "= " + name( ( first + 2 ) % routers ) + " "
+              + ( routers > 5 ? name( ( first + 5 ) % routers ) : "" );
+   }
+}
+
+std::string
+RandomNetwork::text() const {
+   std::string text;
+   for ( uint32_t i = 0; i < routers; ++i ) {
+      text += ( i ? "; " : "" ) + name( i );
+   }
+   for ( const Link & link : links ) {
+      if ( link.state != State::down ) {
+         text += "; " + name( link.a ) + " -" + std::to_string( link.metric ) + "{back "
+                 + std::to_string( link.back ) + ( link.state == State::up ? "}- " : "}> " )
+                 + name( link.b );
+      }
+   }
+   return text + rest;
+}
+
+RepairWalker::RepairWalker( const CspfGraph & graph )
+   : graph_( graph ),
+     steps_( graph.vertexBound() ),
+     visited_( graph.vertexBound() ) {
+   for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
+      if ( !graph.isRouter( CspfVertex{ v } ) ) {
+         continue;
+      }
+      for ( const uint32_t out : graph.out( CspfVertex{ v } ) ) {
+         const CspfEdge link{ out };
+         const CspfVertex to = graph.to( link );
+         const uint32_t metric = graph.record( link ).igpMetric;
+         if ( !graph.twoWay( link ) || metric == 0 || metric > 0xFFFFFE ) {
+            continue;
+         }
+         if ( graph.isRouter( to ) ) {
+            steps_[ v ].push_back( { index( to ), metric, link } );
+            continue;
+         }
+         for ( const uint32_t member : graph.out( to ) ) {
+            const uint32_t other = index( graph.to( CspfEdge{ member } ) );
+            if ( other != v && graph.twoWay( CspfEdge{ member } ) ) {
+               steps_[ v ].push_back( { other, metric, link } );
+            }
+         }
+      }
+   }
+   for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
+      before_.push_back( costsFrom( v, false ) );
+   }
+}
+
+void
+RepairWalker::resourceIs( const Resource & resource ) {
+   resource_ = resource;
+   after_.assign( graph_.vertexBound(), {} );
+}
+
+const std::vector< uint32_t > &
+RepairWalker::after( uint32_t router ) const {
+   if ( after_[ router ].empty() ) {
+      after_[ router ] = costsFrom( router, true );
+   }
+   return after_[ router ];
+}
+
+bool
+RepairWalker::fails( const Step & step ) const {
+   return resource_.isLink
+             ? step.link == resource_.link || step.link == graph_.reverse( resource_.link )
+             : step.to == node() || graph_.from( step.link ) == CspfVertex{ node() };
+}
+
+std::vector< uint32_t >
+RepairWalker::costsFrom( uint32_t source, bool afterFailure ) const {
+   std::vector< uint32_t > costs( graph_.vertexBound(), far );
+   std::priority_queue< std::pair< int64_t, uint32_t > > queue;
+   costs[ source ] = 0;
+   queue.push( { 0, source } );
+   while ( !queue.empty() ) {
+      const auto [ negative, at ] = queue.top();
+      queue.pop();
+      if ( -negative != costs[ at ] || ( at != source && !mayCross( at ) ) ) {
+         continue;
+      }
+      for ( const Step & step : steps_[ at ] ) {
+         if ( costs[ at ] + step.metric < costs[ step.to ] && !( afterFailure && fails( step ) ) ) {
+            costs[ step.to ] = costs[ at ] + step.metric;
+            queue.push( { -int64_t( costs[ step.to ] ), step.to } );
+         }
+      }
+   }
+   return costs;
+}
+
+uint32_t
+RepairWalker::cost( const std::vector< uint32_t > & costs, const Originators & destination ) {
+   uint32_t least = far;
+   for ( const auto & originator : destination ) {
+      least = std::min( least, costs[ index( originator.router ) ] + originator.metric );
+   }
+   return least;
+}
+
+/// What is left of the way at a router, which packets may end at but not cross when it is
+/// overloaded.
+uint32_t
+RepairWalker::rest( uint32_t at, const std::vector< uint32_t > & costs,
+                    const Originators & destination ) const {
+   return mayCross( at ) ? cost( costs, destination ) : own( at, destination );
+}
+
+/// The metric at which the router originates the destination itself.
+uint32_t
+RepairWalker::own( uint32_t at, const Originators & destination ) {
+   uint32_t least = far;
+   for ( const auto & originator : destination ) {
+      least = index( originator.router ) == at ? std::min( least, originator.metric ) : least;
+   }
+   return least;
+}
+
+/// Sends the packet by all next hops at once; what goes wrong on any of them. Begun at the router
+/// that is nearest after the failure, and originates the destination, it is there; elsewhere a
+/// router that originates it may as well use another one at the same cost.
+std::string
+RepairWalker::forward( uint32_t from, const Originators & destination ) const {
+   if ( own( from, destination ) == rest( from, after( from ), destination ) ) {
+      return "";
+   }
+   ++packet_;
+   std::vector< uint32_t > waiting{ from };
+   visited_[ from ] = packet_;
+   bool delivered = false;
+   while ( !waiting.empty() ) {
+      const uint32_t at = waiting.back();
+      waiting.pop_back();
+      const uint32_t left = rest( at, before_[ at ], destination );
+      delivered |= left < far && left == own( at, destination );
+      if ( !mayCross( at ) ) {
+         continue;
+      }
+      for ( const Step & step : steps_[ at ] ) {
+         if ( step.metric + rest( step.to, before_[ step.to ], destination ) != left ) {
+            continue;
+         }
+         if ( fails( step ) ) {
+            return "crosses the failure at " + std::to_string( at );
+         }
+         if ( visited_[ step.to ] != packet_ ) {
+            visited_[ step.to ] = packet_;
+            waiting.push_back( step.to );
+         }
+      }
+   }
+   return delivered ? "" : "is not delivered";
+}
+
+const RepairWalker::Step *
+RepairWalker::cheapestLink( uint32_t from, uint32_t to ) const {
+   const Step * best = nullptr;
+   for ( const Step & step : steps_[ from ] ) {
+      if ( step.to == to && ( !best || step.metric < best->metric ) ) {
+         best = &step;
+      }
+   }
+   return best;
+}
+
+std::string
+RepairWalker::walk( const CspfRepair & repair, const Originators & destination ) const {
+   uint32_t at = index( repair.firstHop );
+   const auto leaves = [ & ]( const Step & s ) { return s.link == repair.firstLink && s.to == at; };
+   const auto first = std::ranges::find_if( steps_[ plr() ], leaves );
+   if ( first == steps_[ plr() ].end() || fails( *first ) ) {
+      return "does not leave by a link that is left";
+   }
+   for ( size_t i = 0; i < repair.nodes.size(); ++i ) {
+      const uint32_t next = index( repair.nodes[ i ] );
+      const Step * adjacency = i > 0 ? cheapestLink( at, next ) : nullptr;
+      std::string fault = adjacency ? "" : forward( at, { { CspfVertex{ next }, 0 } } );
+      if ( adjacency && fails( *adjacency ) ) {
+         fault = "crosses the failure by an adjacency";
+      }
+      if ( !fault.empty() || !onPath( next, next, destination ) ) {
+         return "segment " + std::to_string( i ) + ": " + ( fault.empty() ? "strays" : fault );
+      }
+      at = next;
+   }
+   return forward( at, destination );
+}
+
+/// Whether some path after the failure leads from the PLR through `from` and then `to`.
+bool
+RepairWalker::onPath( uint32_t from, uint32_t to, const Originators & destination ) const {
+   const uint32_t passed = after( plr() )[ from ] + after( from )[ to ];
+   return passed == after( plr() )[ to ]
+          && passed + rest( to, after( to ), destination ) == cost( after( plr() ), destination );
+}
+
+/// By breadth: from every router where a segment may begin, to every router further on the path.
+uint32_t
+RepairWalker::fewestNodes( const Originators & destination ) const {
+   std::vector< uint32_t > begins;
+   for ( const Step & step : steps_[ plr() ] ) {
+      if ( !fails( step ) && after( plr() )[ step.to ] == step.metric
+           && onPath( step.to, step.to, destination ) ) {
+         begins.push_back( step.to );
+      }
+   }
+   std::vector< bool > used( graph_.vertexBound() );
+   for ( uint32_t nodes = 0; !begins.empty(); ++nodes ) {
+      std::vector< uint32_t > next;
+      for ( const uint32_t from : begins ) {
+         if ( forward( from, destination ).empty() ) {
+            return nodes;
+         }
+         for ( uint32_t to = 0; to < graph_.vertexBound(); ++to ) {
+            const Step * link = nodes ? cheapestLink( from, to ) : nullptr;
+            if ( used[ to ] || to == plr() || !graph_.isRouter( CspfVertex{ to } )
+                 || after( from )[ to ] >= far || !onPath( from, to, destination ) ) {
+               continue;
+            }
+            if ( ( link && link->metric == after( from )[ to ] && !fails( *link ) )
+                 || forward( from, { { CspfVertex{ to }, 0 } } ).empty() ) {
+               used[ to ] = true;
+               next.push_back( to );
+            }
+         }
+      }
+      begins = next;
+   }
+   return far;
+}
+
+std::string
+RepairWalker::fault( const std::optional< CspfRepair > & repair, const Originators & destination,
+                     bool tryAll ) const {
+   const uint32_t least = cost( after( plr() ), destination );
+   if ( least >= far || own( plr(), destination ) == least ) {
+      return repair ? "a repair where there is none" : "";
+   }
+   const std::string fault = repair ? walk( *repair, destination ) : "";
+   if ( !fault.empty() || ( repair && !tryAll ) ) {
+      return fault;
+   }
+   const uint32_t fewest = fewestNodes( destination );
+   const bool right = repair ? fewest == repair->nodes.size() : fewest > CspfRepairTable::maxNodes;
+   return right ? "" : "would need " + std::to_string( fewest ) + " nodes";
+}

@@ -1,0 +1,297 @@
+// The service from outside: a process that is started, talked to over its socket as an IGP, a
+// client and an operator would, killed, and started again.
+
+#include "tests/LabText.h"
+#include "tests/RunnerProcess.h"
+#include "tools/service/UnixSocket.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using Service::Client;
+using Service::Json;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr const char * statusPath = "te/cspf/status/vrf/default/ipv4/rsvp";
+
+/// A square with a short and a long way from A to D, and a client that asks for the way.
+Json
+squareLab( bool shortWay ) {
+   Json topology = labTopology( "A -10- B -10- D; A -20- C -20- D" );
+   topology[ "links" ][ "B-D" ][ "up" ] = shortWay;
+   return { { "router", "A" },
+            { "topologies", { { "net", topology } } },
+            { "clients",
+              { { "rsvp",
+                  { { "vrf", { { "default", true } } },
+                    { "addressFamily", { { "ipv4", true } } } } } } },
+            { "paths", { { "rsvp", { { "t1", { { "dst", "10.0.0.3" } } } } } } } };
+}
+
+/// Hops of the only published path; none while there is no path.
+Json
+publishedHops( Client & client ) {
+   try {
+      const Json status = client.call( "get", { { "path", statusPath } } );
+      for ( const Json & path : status[ "value" ][ "pathStatus" ] ) {
+         return path[ "path" ];
+      }
+   } catch ( const std::runtime_error & ) {
+   }
+   return Json::array();
+}
+
+/// Asks until the published path has that last hop; false once patience is over.
+bool
+comesToLastHop( Client & client, const std::string & address ) {
+   for ( int i = 0; i < 3000; ++i ) {
+      const Json hops = publishedHops( client );
+      if ( hops.empty() ? address.empty() : hops.back() == address ) {
+         return true;
+      }
+      usleep( 10'000 );
+   }
+   return false;
+}
+
+/// A connection on which anything can be sent.
+class RawConnection {
+ public:
+   explicit RawConnection( const std::string & socket ) : fd_( Service::connectTo( socket ) ) {}
+   ~RawConnection() { close( fd_ ); }
+   RawConnection( const RawConnection & ) = delete;
+   RawConnection & operator=( const RawConnection & ) = delete;
+
+   void send( std::string_view text ) {
+      while ( !text.empty() ) {
+         const ssize_t n = ::send( fd_, text.data(), text.size(), MSG_NOSIGNAL );
+         ASSERT_GT( n, 0 );
+         text.remove_prefix( static_cast< std::size_t >( n ) );
+      }
+   }
+   /// The next frame; null at the end of the stream.
+   Json frame() {
+      std::size_t end;
+      while ( ( end = received_.find( '\n' ) ) == received_.npos ) {
+         char buffer[ 1 << 16 ];
+         const ssize_t n = read( fd_, buffer, sizeof buffer );
+         if ( n <= 0 ) {
+            return nullptr;
+         }
+         received_.append( buffer, static_cast< std::size_t >( n ) );
+      }
+      const std::string line = received_.substr( 0, end );
+      received_.erase( 0, end + 1 );
+      return Json::parse( line );
+   }
+
+ private:
+   int fd_;
+   std::string received_;
+};
+
+std::string
+errorOf( Client & client, const std::string & method, const Json & params ) {
+   try {
+      client.call( method, params );
+   } catch ( const std::runtime_error & error ) {
+      return error.what();
+   }
+   return "";
+}
+
+struct ServiceTest : testing::Test {
+   TemporaryDirectory directory;
+};
+
+}
+
+TEST_F( ServiceTest, aNetworkComesAPathIsPublishedALinkIsCutTheProcessDiesAndComesBack ) {
+   auto runner = std::make_unique< RunnerProcess >( directory );
+   for ( int life = 0; life < 3; ++life ) {
+      Client client( runner->socket() );
+      client.call( "load", { { "lab", squareLab( true ) } } );
+      ASSERT_TRUE( comesToLastHop( client, "10.64.0.5" ) ) << life;
+      client.call( "load", { { "lab", squareLab( false ) } } );
+      ASSERT_TRUE( comesToLastHop( client, "10.64.0.9" ) ) << life;
+      client.call( "patch", { { "path", "te/config" }, { "patch", { { "enabled", false } } } } );
+      ASSERT_TRUE( comesToLastHop( client, "" ) ) << life;
+      const int status = runner->end( life == 1 ? SIGKILL : SIGTERM );
+      EXPECT_TRUE( life == 1 ? WIFSIGNALED( status )
+                             : WIFEXITED( status ) && WEXITSTATUS( status ) == 0 );
+      // A killed one leaves its socket behind, which the next one takes over.
+      EXPECT_EQ( std::filesystem::exists( directory / "control.sock" ), life == 1 );
+      runner = std::make_unique< RunnerProcess >( directory );
+   }
+}
+
+TEST_F( ServiceTest, theSocketIsItsOwnersAndServedByOne ) {
+   const RunnerProcess runner( directory );
+   struct stat info;
+   ASSERT_EQ( stat( runner.socket().c_str(), &info ), 0 );
+   EXPECT_EQ( info.st_mode & 0777, 0600u );
+   EXPECT_EQ( info.st_uid, getuid() );
+   const ProgramResult second = runProgram( "agentrunner", { "--socket", runner.socket() } );
+   EXPECT_EQ( second.exitStatus, 1 );
+   EXPECT_THAT( second.err, HasSubstr( runner.socket() ) );
+   Client( runner.socket() ).call( "status", Json::object() );
+}
+
+TEST_F( ServiceTest, everyWatcherHearsEachChangeOnceAndInOrder ) {
+   const RunnerProcess runner( directory );
+   Client writer( runner.socket() ), early( runner.socket() ), late( runner.socket() );
+   const auto patch = [ & ]( const Json & patch ) {
+      writer.call( "patch", { { "path", "te/cspf/cliConfig" }, { "patch", patch } } );
+   };
+   const Json watch{ { "paths", { "te/cspf/cliConfig" } } };
+   const auto stateOf = []( Client & client, const Json & watch ) {
+      return client.call( "watch", watch )[ "te/cspf/cliConfig" ][ "value" ];
+   };
+   patch( { { "holdInt", 1 } } );
+   EXPECT_EQ( stateOf( early, watch )[ "holdInt" ], 1 );
+   for ( int i = 2; i <= 500; ++i ) {
+      patch( { { "holdInt", i } } );
+      patch( { { "holdInt", i } } );  // no change
+      if ( i == 100 ) {
+         EXPECT_EQ( stateOf( late, watch )[ "holdInt" ], 100 );
+      }
+   }
+   struct Done {};
+   const auto expectFrom = []( Client & client, int first ) {
+      int next = first;
+      try {
+         client.listen( [ & ]( const std::string & method, const Json & change ) {
+            ASSERT_EQ( method, "change" );
+            ASSERT_EQ( change[ "attribute" ], "holdInt" );
+            ASSERT_EQ( change[ "value" ], next );
+            if ( next++ == 500 ) {
+               throw Done();
+            }
+         } );
+      } catch ( const Done & ) {
+      }
+      EXPECT_EQ( next, 501 );
+   };
+   expectFrom( early, 2 );
+   expectFrom( late, 101 );
+}
+
+TEST_F( ServiceTest, aBadFrameGetsAnErrorAndNothingElse ) {
+   const RunnerProcess runner( directory );
+   RawConnection raw( runner.socket() );
+   Client client( runner.socket() );
+   const Json before = client.call( "get", { { "path", "te/config" } } );
+   for ( const auto & [ text, code ] : std::vector< std::pair< std::string, int > >{
+            { "noise", -32700 },
+            { "", -32700 },
+            { "[]", -32600 },
+            { R"({"jsonrpc": "2.0", "id": 1})", -32600 },
+            { R"({"jsonrpc": "1.0", "id": 1, "method": "get"})", -32600 },
+            { R"({"jsonrpc": "2.0", "id": 1, "method": "fly"})", -32601 },
+            { R"({"jsonrpc": "2.0", "id": 1, "method": "get"})", -32602 },
+            { R"({"jsonrpc": "2.0", "id": 1, "method": "get", "params": {"path": 7}})", -32602 },
+            { std::string( 9 << 20, 'x' ), -32600 } } ) {
+      raw.send( text + "\n" );
+      EXPECT_EQ( raw.frame()[ "error" ][ "code" ], code ) << text.substr( 0, 80 );
+   }
+   const auto patchError = [ & ]( const std::string & path, const Json & patch ) {
+      return errorOf( client, "patch", { { "path", path }, { "patch", patch } } );
+   };
+   EXPECT_THAT( patchError( "te/config", { { "enabled", 3 } } ), HasSubstr( "enabled" ) );
+   EXPECT_THAT( patchError( "te/config", { { "enabled", true }, { "colour", 1 } } ),
+                HasSubstr( "colour" ) );
+   EXPECT_NE( patchError( "te/cspf/agentStatus", { { "agentEnabled", true } } ), "" );
+   EXPECT_NE( patchError( statusPath, { { "pathStatus", nullptr } } ), "" );
+   EXPECT_NE( errorOf( client, "get", { { "path", "no/such/path" } } ), "" );
+   EXPECT_NE( errorOf( client, "command", { { "name", "Fly" }, { "text", "" } } ), "" );
+   Json lab = squareLab( true );
+   lab[ "paths" ][ "rsvp" ][ "t1" ][ "dst" ] = 7;
+   EXPECT_THAT( errorOf( client, "load", { { "lab", lab } } ), HasSubstr( "/paths/rsvp/t1/dst" ) );
+   EXPECT_EQ( client.call( "get", { { "path", "te/config" } } ), before );
+   raw.send( R"({"jsonrpc": "2.0", "id": "still here", "method": "status"})" "\n" );
+   EXPECT_EQ( raw.frame()[ "id" ], "still here" );
+}
+
+TEST_F( ServiceTest, aWatcherThatDoesNotReadIsCutOffAndToldSo ) {
+   const RunnerProcess runner( directory );
+   RawConnection slow( runner.socket() );
+   Client writer( runner.socket() );
+   slow.send( R"({"jsonrpc": "2.0", "id": 1, "method": "watch", "params": {"paths": ["te/config"]}})"
+              "\n" );
+   ASSERT_EQ( slow.frame()[ "id" ], 1 );
+   Json srlgs = Json::array();
+   for ( int i = 0; i < 20'000; ++i ) {
+      srlgs.push_back( 100'000 + i );
+   }
+   // Every other change is 140 kB; 40 MB of them are more than may wait.
+   for ( int i = 0; i < 300; ++i ) {
+      for ( const Json & value : { srlgs, Json::array( { 1 } ) } ) {
+         writer.call( "patch", { { "path", "te/config" },
+                                 { "patch", { { "intfSrlg", { { "Ethernet1", value } } } } } } );
+      }
+   }
+   Json last, frame;
+   while ( !( frame = slow.frame() ).is_null() ) {
+      last = frame;
+   }
+   EXPECT_EQ( last[ "method" ], "cutOff" );
+   EXPECT_EQ( writer.call( "status", Json::object() )[ "clients" ], 1 );
+}
+
+TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
+   const RunnerProcess runner( directory, { "--trace", directory / "trace" } );
+   Client client( runner.socket() );
+   client.call( "load", { { "lab", squareLab( true ) } } );
+   ASSERT_TRUE( comesToLastHop( client, "10.64.0.5" ) );
+   const auto cspfctl = [ & ]( std::vector< std::string > arguments ) {
+      arguments.insert( arguments.end(), { "--socket", runner.socket() } );
+      const ProgramResult result = runProgram( "cspfctl", arguments );
+      EXPECT_EQ( result.exitStatus, 0 ) << result.err;
+      return result.out;
+   };
+   EXPECT_THAT( cspfctl( { "status" } ), HasSubstr( "CspfAgent" ) );
+   EXPECT_TRUE( Json::parse( cspfctl( { "status", "--json" } ) )[ "agentEnabled" ] );
+   EXPECT_THAT( cspfctl( { "paths" } ), HasSubstr( "10.64.0.1 10.64.0.5" ) );
+   EXPECT_THAT( cspfctl( { "dump" } ), HasSubstr( "10.0.0.3" ) );
+   cspfctl( { "patch", "te/config", R"({"enabled": false})" } );
+   EXPECT_FALSE( Json::parse( cspfctl( { "get", "te/config", "--json" } ) )[ "value" ][ "enabled" ] );
+   EXPECT_THAT( cspfctl( { "trace", directory / "CspfAgent.qt" } ), HasSubstr( "enabling agent" ) );
+   EXPECT_NE( runProgram( "cspfctl", { "get", "x", "--socket", directory / "none" } ).exitStatus, 0 );
+
+   // A trace that was moved away goes on in a new file after SIGHUP.
+   std::filesystem::rename( directory / "trace", directory / "moved" );
+   kill( runner.pid(), SIGHUP );
+   for ( int i = 0; i < 3000 && !std::filesystem::exists( directory / "trace" ); ++i ) {
+      usleep( 10'000 );
+   }
+   EXPECT_TRUE( std::filesystem::exists( directory / "trace" ) );
+   EXPECT_GT( std::filesystem::file_size( directory / "moved" ), 0u );
+}
+
+TEST_F( ServiceTest, thePackageInstallsWhatItNeeds ) {
+   const ProgramResult packed = runProgram(
+      "/bin/sh", { "-c", "cd " CSPF_BINARY_DIR " && cpack -G DEB -B '" + directory.path()
+                            + "' && dpkg-deb -x '" + directory.path() + "'/*.deb '"
+                            + directory / "root" + "'" } );
+   ASSERT_EQ( packed.exitStatus, 0 ) << packed.out << packed.err;
+   const std::string root = directory / "root/usr/";
+   for ( const char * file :
+         { "lib/systemd/system/cspf-agent.service", "share/man/man1/cspfctl.1",
+           "share/man/man8/agentrunner.8", "share/bash-completion/completions/cspfctl" } ) {
+      EXPECT_TRUE( std::filesystem::exists( root + file ) ) << file;
+   }
+   std::ofstream( directory / "lab.json" ) << squareLab( true );
+   const ProgramResult run =
+      runProgram( root + "bin/cspfctl", { "run", "--json", directory / "lab.json" } );
+   EXPECT_EQ( run.exitStatus, 0 ) << run.err;
+   EXPECT_THAT( run.out, HasSubstr( R"(["10.64.0.1","10.64.0.5"])" ) );
+}

@@ -1,0 +1,104 @@
+// The order of the house: who may include whom, and what the library's own sources may lean on.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::vector< std::string > storeys{ "platform", "schema", "Cspf", "tools" };
+
+int
+storeyOf( const std::string & path ) {
+   const auto at = std::ranges::find( storeys, path.substr( 0, path.find( '/' ) ) );
+   return at == storeys.end() ? -1 : static_cast< int >( at - storeys.begin() );
+}
+
+struct Include {
+   std::string by;   ///< file, from the root
+   std::string what;
+   bool angled;
+};
+
+/// All includes of the product's own sources.
+std::vector< Include >
+includes() {
+   const std::filesystem::path root = CSPF_SOURCE_DIR;
+   const std::regex line( "#include ([<\"])([^>\"]+)[>\"].*" );
+   std::vector< Include > found;
+   for ( const std::string & storey : storeys ) {
+      for ( const auto & entry : std::filesystem::recursive_directory_iterator( root / storey ) ) {
+         const std::string by = std::filesystem::relative( entry.path(), root );
+         if ( !by.ends_with( ".h" ) && !by.ends_with( ".cc" ) ) {
+            continue;
+         }
+         std::ifstream in( entry.path() );
+         std::smatch match;
+         for ( std::string text; std::getline( in, text ); ) {
+            if ( std::regex_match( text, match, line ) ) {
+               found.push_back( { by, match[ 2 ], match[ 1 ] == "<" } );
+            }
+         }
+      }
+   }
+   return found;
+}
+
+}
+
+TEST( Tidy, includesGoDownFromTheRoot ) {
+   const auto all = includes();
+   ASSERT_GT( all.size(), 500u );
+   for ( const Include & include : all ) {
+      if ( include.angled ) {
+         continue;
+      }
+      EXPECT_TRUE( std::filesystem::exists( std::string( CSPF_SOURCE_DIR "/" ) + include.what ) )
+         << include.by << ": " << include.what << " is not written from the root";
+      EXPECT_LE( storeyOf( include.what ), storeyOf( include.by ) ) << include.by;
+      // Programs stand on the agent's platform, not on the agent: they load it.
+      EXPECT_FALSE( storeyOf( include.by ) == 3 && storeyOf( include.what ) == 2 ) << include.by;
+   }
+}
+
+TEST( Tidy, theLibraryLeansOnTheStandardLibraryAlone ) {
+   for ( const Include & include : includes() ) {
+      if ( include.angled && storeyOf( include.by ) < 3 ) {
+         const bool ofStandard = include.what.find( '/' ) == std::string::npos
+                                 || include.what.starts_with( "sys/" )
+                                 || include.what.starts_with( "arpa/" );
+         EXPECT_TRUE( ofStandard ) << include.by << " includes " << include.what;
+      }
+   }
+}
+
+TEST( Tidy, noFileIncludesItselfRoundabout ) {
+   std::map< std::string, std::vector< std::string > > edges;
+   for ( const Include & include : includes() ) {
+      if ( !include.angled ) {
+         edges[ include.by ].push_back( include.what );
+      }
+   }
+   std::map< std::string, int > state;  // 1: being looked at, 2: done
+   const auto visit = [ & ]( const auto & self, const std::string & file ) -> void {
+      ASSERT_NE( state[ file ], 1 ) << file << " is part of a circle";
+      if ( std::exchange( state[ file ], 1 ) == 0 ) {
+         for ( const std::string & next : edges[ file ] ) {
+            self( self, next );
+         }
+      }
+      state[ file ] = 2;
+   };
+   for ( const auto & [ file, next ] : std::map( edges ) ) {
+      if ( state[ file ] == 0 ) {
+         visit( visit, file );
+      }
+   }
+}

@@ -1,0 +1,277 @@
+// The topology store against the tables that it imports. Storms of random records, half written
+// ones included, hit a store that lives on; at any moment it must hold what a store holds that
+// reads the tables at that moment, and its graphs must say of each link what plain look-ups say.
+
+#include "platform/Trace/Trace.h"
+#include "tests/TopoStorm.h"
+
+#include <gmock/gmock.h>
+#include <sstream>
+
+using namespace TopoStorm;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+/// Everything that the graph holds, by key; what depends on its numbers alone is left out.
+std::set< std::string >
+contents( const TopoGraph & topology ) {
+   const CspfGraph & graph = topology.graph();
+   EXPECT_EQ( graph.inconsistency(), "" );
+   std::set< std::string > lines;
+   std::map< AllTopoNeighborKey, std::uint64_t > ranks;
+   for ( unsigned v = 0; v < graph.vertexBound(); ++v ) {
+      if ( const CspfVertex vertex{ v }; graph.has( vertex ) ) {
+         lines.insert( graph.isRouter( vertex )
+                          ? topology.nodeId( vertex ).stringValue()
+                               + ( graph.overloaded( vertex ) ? " full" : "" )
+                          : Lum::valueString( topology.networkId( vertex ) ) );
+      }
+   }
+   for ( unsigned e = 0; e < graph.edgeBound(); ++e ) {
+      const CspfEdge edge{ e };
+      if ( !graph.has( edge ) ) {
+         continue;
+      }
+      const CspfEdgeRecord record = graph.record( edge );
+      std::ostringstream line;
+      line << topology.neighborKey( edge ).stringValue() << int( graph.kind( edge ) ) << " "
+           << record.igpMetric << " " << record.teMetric.value_or( 0 ) << " " << record.adminGroup
+           << " " << record.unreserved[ 7 ] << " " << record.interface << " "
+           << ( record.topology
+                == topology.topologyNumber( topology.neighborKey( edge ).topoId() ) )
+           << " " << graph.twoWay( edge ) << " " << topology.nextHop( edge ).stringValue();
+      for ( const auto srlg : record.srlgs ) {
+         line << " s" << srlg;
+      }
+      if ( const CspfEdge reverse = graph.reverse( edge ); reverse != noEdge ) {
+         line << " back " << topology.neighborKey( reverse ).stringValue();
+      }
+      lines.insert( line.str() );
+      if ( graph.kind( edge ) != CspfEdgeKind::networkToRouter ) {
+         ranks[ topology.neighborKey( edge ) ] = graph.keyRank( edge );
+         EXPECT_EQ( topology.edge( topology.neighborKey( edge ) ), edge );
+      }
+   }
+   std::uint64_t last = 0;
+   for ( const auto & [ key, rank ] : ranks ) {
+      EXPECT_GT( rank, std::exchange( last, rank ) ) << key.stringValue();
+   }
+   return lines;
+}
+
+/// Everything that the store holds but its graphs.
+std::set< std::string >
+contents( const Store & store ) {
+   std::set< std::string > lines;
+   for ( const auto & [ topoId, map ] : store.status->routerIdMapColl() ) {
+      for ( const auto & [ id, te ] : map->teRouterIdColl() ) {
+         lines.insert( topoId.stringValue() + id.stringValue() + " is " + te.stringValue() );
+         EXPECT_EQ( map->igpRouterId( te ), id );
+      }
+      EXPECT_EQ( map->igpRouterIds(), map->teRouterIds() );
+   }
+   for ( const auto & [ topoId, table ] : store.status->pfxOriginatorInfoTableColl() ) {
+      for ( const auto & [ prefix, info ] : table->pfxOriginatorInfoColl() ) {
+         EXPECT_GT( info->originatorInfos(), 0u );
+         for ( const auto & [ node, originator ] : info->originatorInfoColl() ) {
+            lines.insert( prefix.stringValue() + topoId.stringValue()
+                          + Lum::valueString( originator ) );
+         }
+      }
+   }
+   std::set< IpGenAddr > withOwner;
+   for ( const auto & [ address, entry ] :
+         store.status->intfIpToNeighborTable()->intfIpToNeighborColl() ) {
+      lines.insert( address.stringValue() + Lum::valueString( entry ) );
+      std::set< IpGenAddr > owners;
+      for ( const AllTopoNeighborKey & link : entry.neighborSet() ) {
+         owners.insert( link.teNeighborOf() );
+      }
+      owners.erase( IpGenAddr() );
+      if ( !owners.empty() ) {
+         withOwner.insert( address );  // which of several owners is published is open
+         EXPECT_TRUE( owners.contains( store.published->intfIpToRouterId( address ) ) );
+      }
+   }
+   EXPECT_EQ( store.published->intfIpToRouterIds(), withOwner.size() );
+   return lines;
+}
+
+}
+
+TEST( TopoStore, IsTheSameAsFromScratchAfterStorms ) {
+   for ( unsigned seed = 1; seed <= 30; ++seed ) {
+      SCOPED_TRACE( seed );
+      Storm storm( seed );
+      Store store;
+      std::shared_ptr< TopoGraph > lfa;
+      for ( unsigned round = 0; round < 40; ++round ) {
+         for ( unsigned i = 0; i < 12; ++i ) {
+            storm.strike( store );
+         }
+         const Store fresh( store.tables );
+         ASSERT_EQ( contents( store ), contents( fresh ) );
+         ASSERT_EQ( contents( store.te() ), contents( fresh.te() ) );
+         if ( lfa ) {
+            ASSERT_EQ( contents( *lfa ), contents( *fresh.status->lfaGraph() ) );
+         }
+         lfa = storm.below( 3 ) ? store.status->lfaGraph() : nullptr;
+      }
+   }
+}
+
+TEST( TopoStore, GraphHasTheLinksOfTheTablesAndJudgesThemAsSingleTestsDo ) {
+   unsigned admitted = 0;
+   for ( unsigned seed = 1; seed <= 40; ++seed ) {
+      SCOPED_TRACE( seed );
+      Storm storm( seed );
+      Store store;
+      for ( unsigned i = 0; i < 400; ++i ) {
+         storm.strike( store );
+      }
+      std::set< AllTopoNeighborKey > wanted;
+      std::vector< Lum::Ptr< BwUsageDeduped > > reservations;
+      for ( const auto & [ topoId, table ] : store.tables->topoDbColl() ) {
+         for ( const auto & [ key, entry ] : table->neighborColl() ) {
+            const Router & near = table->router( key.routerId() );
+            const bool far = key.neighborType() == lan()
+                             || ( key.neighborId() != key.routerId()
+                                  && table->router( key.neighborId() ).teRouterId() );
+            const auto link = store.status->allTopoNeighborKey( topoId, key );
+            if ( near.teRouterId() && far && near.neighborHas( key ) ) {
+               wanted.insert( link );
+               reservations.push_back( store.bandwidth->updateReservedBandwidth(
+                  { link, { "cli", 0, 1 } }, 0, storm.below( 60 ) ) );
+            }
+         }
+      }
+      const auto view = store.view( storm.constraint() );
+      const CspfGraph & graph = view->graph();
+      CspfLinkFilter filter;
+      filter.apply( graph, view->linkConstraint( view->spfRoot() ) );
+      for ( const AllTopoNeighborKey & key : wanted ) {
+         const CspfEdge edge = store.te().edge( key );
+         ASSERT_NE( edge, noEdge ) << key.stringValue();
+         ASSERT_EQ( store.te().neighborKey( edge ), key );
+         const AllTopoNetwork network = view->network( key.allTopoNetworkId() );
+         for ( const NodeId & node : network.routerSet() ) {
+            const bool across =
+               std::ranges::any_of( graph.out( graph.to( edge ) ), [ & ]( unsigned e ) {
+                  return store.te().nodeId( graph.to( CspfEdge{ e } ) ) == node
+                         && filter.admitted( CspfEdge{ e } );
+               } );
+            ASSERT_EQ( filter.admitted( edge ) && across,
+                       view->neighborAndTepAllowedForTe( key, node ).neighborAllowed() );
+         }
+         const bool allowed = filter.admitted( edge );
+         admitted += allowed;
+         if ( !key.isLan() ) {
+            ASSERT_EQ( allowed, view->neighborAndTepAllowedForTe( key ).neighborAllowed() );
+            ASSERT_EQ( allowed, filter.reason( graph, edge ) == CspfRefusal::none );
+         }
+      }
+      unsigned links = 0;
+      for ( unsigned e = 0; e < graph.edgeBound(); ++e ) {
+         links += graph.has( CspfEdge{ e } )
+                  && graph.kind( CspfEdge{ e } ) != CspfEdgeKind::networkToRouter;
+      }
+      ASSERT_EQ( links, wanted.size() );
+   }
+   EXPECT_GT( admitted, 40u );  // not a comparison of refusals alone
+}
+
+TEST( TopoStore, EachTeRouterIdHasOneOwnerAndParksTheOthers ) {
+   Storm storm( 7 );
+   Store store;
+   for ( unsigned i = 0; i < 3000; ++i ) {
+      storm.strike( store, true );
+      for ( const auto & [ topoId, table ] : store.tables->topoDbColl() ) {
+         const auto & map = store.status->routerIdMap( topoId );
+         std::map< IpGenAddr, std::set< IgpRouterId > > carriers, known;
+         for ( const auto & [ id, router ] : table->routerColl() ) {
+            carriers[ router.teRouterId() ].insert( id );
+         }
+         carriers.erase( IpGenAddr() );
+         for ( const auto & [ te, owner ] : map->igpRouterIdColl() ) {
+            known[ te ].insert( owner );
+         }
+         for ( const auto & [ te, duplicates ] : map->duplicateRoutersColl() ) {
+            ASSERT_TRUE( known.contains( te ) );
+            for ( const auto & [ id, parked ] : duplicates->routerColl() ) {
+               ASSERT_TRUE( known[ te ].insert( id ).second );
+            }
+         }
+         ASSERT_EQ( known, carriers );
+         ASSERT_EQ( map->teRouterIds(), map->igpRouterIds() );
+      }
+   }
+   contents( store.te() );
+   contents( store );
+}
+
+TEST( TopoStore, FirstOwnerOfATeRouterIdKeepsItAndTheLogSaysWhoIsIgnored ) {
+   static std::vector< std::string > log;
+   log.clear();
+   Trace::logSinkIs( []( auto id, auto, auto text ) {
+      log.push_back( std::string( id ) + ": " + std::string( text ) );
+   } );
+   Store store;
+   store.router( level2, 2, teId( 1 ) );
+   store.router( level2, 1, teId( 1 ) );
+   store.router( level2, 1, teId( 1 ), {}, true );  // says nothing new of the clash
+   Trace::logSinkIs( nullptr );
+   EXPECT_THAT( log, ElementsAre( "CSPF_DUPLICATE_TE_ROUTER_ID: TE router ID 1.0.0.1 for IS-IS "
+                                  "router 0000.0000.0001 conflicts with IS-IS router "
+                                  "0000.0000.0002, IS-IS router 0000.0000.0001 ignored" ) );
+   const auto & map = store.status->routerIdMap( level2 );
+   EXPECT_EQ( map->igpRouterId( teId( 1 ) ), routerId( level2, 2 ) );
+   store.router( level2, 2, teId( 9 ) );
+   EXPECT_EQ( map->igpRouterId( teId( 1 ) ), routerId( level2, 1 ) );
+   EXPECT_TRUE( store.te().graph().overloaded( store.te().vertex( NodeId( teId( 1 ) ) ) ) );
+   EXPECT_TRUE( store.status->teRouterIdPresent( teId( 9 ) ) );
+}
+
+TEST( TopoStore, ParallelLinksPairByTheirAddressesAndOneWayLinksFail ) {
+   Store store;
+   store.router( level2, 1, teId( 1 ),
+                 { p2pKey( 1, 2, 1 ), p2pKey( 1, 2, 2 ), p2pKey( 1, 2, 3 ) } );
+   store.router( level2, 2, teId( 2 ), { p2pKey( 2, 1, 1 ), p2pKey( 2, 1, 2 ) } );
+   store.link( p2pKey( 1, 2, 1 ), "10.0.1.1", "10.0.1.2" );
+   store.link( p2pKey( 1, 2, 2 ), "10.0.2.1", "10.0.2.2" );
+   store.link( p2pKey( 1, 2, 3 ), "10.0.3.1", "10.0.3.2" );
+   store.link( p2pKey( 2, 1, 1 ), "10.0.2.2", "10.0.2.1" );  // the numbers are crossed
+   store.link( p2pKey( 2, 1, 2 ), "10.0.1.2", "10.0.1.1" );
+   const auto link = [ & ]( unsigned id ) {
+      return store.status->allTopoNeighborKey( level2, p2pKey( 1, 2, id ) );
+   };
+   EXPECT_EQ( store.view()->getReverseNeighborKeyP2P( link( 1 ) ).neighborKey(),
+              p2pKey( 2, 1, 2 ) );
+   EXPECT_EQ( store.view()->nexthopOnP2pLink( link( 2 ) ), ip( "10.0.2.2" ) );
+   EXPECT_TRUE( store.view()->twoWayCheckPassed( link( 2 ) ) );
+   EXPECT_FALSE( store.view()->twoWayCheckPassed( link( 3 ) ) );
+   store.link( p2pKey( 2, 1, 1 ), "10.0.9.2", "10.0.9.1" );  // shares no address any more
+   EXPECT_FALSE( store.view()->twoWayCheckPassed( link( 2 ) ) );
+   EXPECT_EQ( store.view()->router( NodeId( teId( 1 ) ) ).teps(), 4u );
+}
+
+TEST( TopoStore, PublishedRowsFollowTheLinksAndStaleOnesGo ) {
+   const auto rows = Lum::make< IntfIpToRouterIdTable >();
+   rows->intfIpToRouterIdIs( ip( "10.9.9.9" ), teId( 9 ) );  // an earlier agent's
+   Store store( Lum::make< AllTopoDb >(), rows );
+   EXPECT_THAT( rows->intfIpToRouterIdColl(), IsEmpty() );
+   store.link( p2pKey( 1, 2 ), "10.0.0.1", "" );
+   store.link( lanKey( 2, 2 ), "10.0.0.1", "" );
+   store.router( level2, 1, teId( 1 ), { p2pKey( 1, 2 ) } );
+   store.router( level2, 2, teId( 2 ), { lanKey( 2, 2 ) } );
+   EXPECT_EQ( rows->intfIpToRouterId( ip( "10.0.0.1" ) ), teId( 2 ) );
+   store.table( level2 ).neighborDel( lanKey( 2, 2 ) );
+   EXPECT_EQ( rows->intfIpToRouterId( ip( "10.0.0.1" ) ), teId( 1 ) );
+   store.router( level2, 1, teId( 7 ), { p2pKey( 1, 2 ) } );
+   EXPECT_EQ( rows->intfIpToRouterId( ip( "10.0.0.1" ) ), teId( 7 ) );
+   EXPECT_THAT( store.status->teRouterIdsOfTep( ip( "10.0.0.1" ) ), ElementsAre( teId( 7 ) ) );
+   store.tables->topoDbDel( level2 );
+   EXPECT_THAT( rows->intfIpToRouterIdColl(), IsEmpty() );
+   EXPECT_EQ( store.te().graph().vertices(), 0u );
+}

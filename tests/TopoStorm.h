@@ -1,0 +1,216 @@
+#pragma once
+
+#include "Cspf/AllTopoDbSm.h"
+#include "Cspf/AllTopoDbView.h"
+#include "Cspf/CspfBwUsageManager.h"
+
+#include <random>
+
+/// A topology store with tables of its own, and storms of random records on it.
+namespace TopoStorm {
+
+using namespace Cspf;
+using namespace Routing::Topology;
+using Kivnet::IpGenAddr;
+
+inline IpGenAddr
+ip( const std::string & text ) {
+   return *IpGenAddr::parse( text );
+}
+
+inline IgpRouterId
+routerId( const TopoId & topoId, unsigned n ) {
+   const bool isis = topoId.igpSource() == IgpSource::isis;
+   return isis ? IgpRouterId( VertexType::isisRouter, "0000.0000.000" + std::to_string( n ) )
+               : IgpRouterId( VertexType::ospfRouter, "9.0.0." + std::to_string( n ) );
+}
+
+inline IpGenAddr
+teId( unsigned n ) {
+   return ip( "1.0.0." + std::to_string( n ) );
+}
+
+inline const TopoId level2 = TopoId::isisL2();
+inline const TopoId area0{ IgpSource::ospf, 0, 0 };
+
+/// One VRF's store, and the tables that it imports.
+struct Store {
+   explicit Store(
+      const Lum::Ptr< AllTopoDb > & tables = Lum::make< AllTopoDb >(),
+      const Lum::Ptr< IntfIpToRouterIdTable > & rows = Lum::make< IntfIpToRouterIdTable >() )
+      : tables( tables ),
+        published( rows ) {
+      sources->vrfClientSourceIdIs( cspf(), { cspf(), NodeId( teId( 1 ) ), 1 } );
+      status->bwUsageManagerIs( bandwidth.ptr() );
+      sm->handleInitialized();
+   }
+   ~Store() { Lum::retire( sm ); }
+
+   TopoDb & table( const TopoId & topoId ) {
+      if ( !tables->topoDbHas( topoId ) ) {
+         owned[ topoId ] = Lum::make< TopoDb >();
+         tables->topoDbIs( topoId, owned[ topoId ] );
+      }
+      return *owned[ topoId ];
+   }
+   void router( const TopoId & topoId, unsigned n, const IpGenAddr & te,
+                const std::vector< NeighborKey > & links = {}, bool overload = false ) {
+      Router router{ routerId( topoId, n ), te, overload, {} };
+      for ( const NeighborKey & key : links ) {
+         router.neighborIs( key );
+      }
+      table( topoId ).routerIs( router.id(), router );
+   }
+   void link( const NeighborKey & key, const std::string & near, const std::string & far ) {
+      Neighbor neighbor;
+      neighbor.keyIs( key );
+      neighbor.metricIs( 10 );
+      if ( !near.empty() ) {
+         neighbor.interfaceAddrIs( 0, ip( near ) );
+      }
+      if ( !far.empty() ) {
+         neighbor.neighborAddrIs( 0, ip( far ) );
+      }
+      table( level2 ).neighborIs( key, neighbor );
+   }
+   const TopoGraph & te() const { return status->teGraph(); }
+   CspfEdge edge( const NeighborKey & key ) const { return te().edge( { level2, key, {}, {} } ); }
+   Lum::Ptr< AllTopoTeDbView > view( const InternalPathConstraint & constraint = {} ) const {
+      return Lum::make< AllTopoTeDbView >( tables, status, constraint );
+   }
+
+   Lum::Ptr< AllTopoDb > tables;
+   Lum::Ptr< IntfIpToRouterIdTable > published;
+   Lum::Ptr< VrfSourceId > sources = Lum::make< VrfSourceId >( L3::VrfName( "default" ) );
+   Lum::Ptr< BwUsageManager > bandwidth =
+      Lum::make< BwUsageManager >( tables, Lum::make< BwUsageTable >() );
+   Lum::Ptr< AllTopoDbStatus > status = Lum::make< AllTopoDbStatus >( sources, published );
+   Lum::Ptr< AllTopoDbSm > sm{ new AllTopoDbSm( tables, status ) };
+   std::map< TopoId, Lum::Ptr< TopoDb > > owned;
+};
+
+inline NeighborKey
+p2pKey( unsigned from, unsigned to, unsigned id = 1, const TopoId & topoId = level2 ) {
+   return { routerId( topoId, from ), p2p(), routerId( topoId, to ), id };
+}
+
+inline IgpRouterId
+pseudonode( const TopoId & topoId, unsigned n ) {
+   return IgpRouterId( routerId( topoId, n ).pseudonode( 1 ) );
+}
+
+inline NeighborKey
+lanKey( unsigned from, unsigned lanOf, const TopoId & topoId = level2 ) {
+   return { routerId( topoId, from ), lan(), pseudonode( topoId, lanOf ), 0 };
+}
+
+/// Random records of two topologies whose routers share their TE router ids.
+class Storm {
+ public:
+   explicit Storm( unsigned seed ) : random_( seed ) {}
+   unsigned below( unsigned n ) { return random_() % n; }
+   /// `clashing`: routers take each other's TE router ids.
+   void strike( Store & store, bool clashing = false ) {
+      const TopoId topoId = below( 3 ) ? level2 : area0;
+      const unsigned n = 1 + below( routers );
+      TopoDb & table = store.table( topoId );
+      switch ( below( 24 ) ) {
+      case 0: table.routerDel( routerId( topoId, n ) ); break;
+      case 1: table.neighborDel( key( topoId, n ) ); break;
+      case 2: table.networkDel( { pseudonode( topoId, n % 2 ) } ); break;
+      case 3: network( table, topoId, n % 2 ); break;
+      case 4: reachability( table, routerId( topoId, n ) ); break;
+      case 5: store.status->teGraph().settle( NodeId( teId( n ) ) ); break;
+      case 6:
+         if ( below( 8 ) == 0 ) {
+            store.tables->topoDbDel( topoId );
+         }
+         break;
+      case 7:
+      case 8:
+      case 9:
+      case 10:
+      case 11:
+         store.router( topoId, n, clashing ? teId( below( 3 ) ) : te( n ), keys( topoId, n ),
+                       below( 5 ) == 0 );
+         break;
+      default: neighbor( table, key( topoId, n ) );
+      }
+   }
+   InternalPathConstraint constraint() {
+      InternalPathConstraint c;
+      c.excludeNodeIs( { below( 3 ) ? NodeId() : NodeId( teId( 2 ) ), {} } );
+      c.excludeSrlgIs( below( 2 ) );
+      c.srlgStrictModeIs( below( 2 ) );
+      c.srlgExcludeOnlyLocalLinksIs( below( 2 ) );
+      c.excludeSrlgDerivedIs( below( 8 ) );
+      c.includeAnyAdminGroupIs( below( 4 ) ? 0 : 3 );
+      c.excludeAdminGroupIs( below( 4 ) ? 0 : 4 );
+      c.topoIdIs( below( 4 ) ? TopoId() : level2 );
+      c.excludeIntfIs( below( 2 ) ? Kivnet::IntfId() : Kivnet::IntfId( "et1" ) );
+      c.bandwidthIs( below( 2 ) * 50 );
+      c.bwUsageIdIs( { "cli", 0, 1 } );
+      c.excludeLinkWithIpIs( 0, address( 1 + below( routers ), 1 ) );
+      return c;
+   }
+
+ private:
+   static constexpr unsigned routers = 4;
+   IpGenAddr te( unsigned n ) {
+      return below( 6 ) ? teId( n ) : below( 2 ) ? teId( n + 50 ) : IpGenAddr();
+   }
+   static IpGenAddr address( unsigned from, unsigned to ) {
+      return ip( "10." + std::to_string( from ) + ".0." + std::to_string( to ) );
+   }
+   NeighborKey key( const TopoId & topoId, unsigned n ) {
+      return below( 3 ) ? p2pKey( n, 1 + below( routers ), below( 4 ) == 0, topoId )
+                        : lanKey( n, below( 2 ), topoId );
+   }
+   std::vector< NeighborKey > keys( const TopoId & topoId, unsigned n ) {
+      std::vector< NeighborKey > keys;
+      for ( unsigned i = below( 30 ); i > 0; --i ) {
+         keys.push_back( key( topoId, n ) );
+      }
+      return keys;
+   }
+   void neighbor( TopoDb & table, const NeighborKey & key ) {
+      const auto number = []( const IgpRouterId & id ) {
+         return id.type() == VertexType::isisRouter ? id.isisSystemId().bytes[ 5 ]
+                                                    : id.ipAddress().v4().value() & 0xF;
+      };
+      const unsigned from = number( key.routerId() ), to = number( key.neighborId() );
+      Neighbor n;
+      n.keyIs( key );
+      n.intfIdIs( Kivnet::IntfId( "et" + std::to_string( to ) ) );
+      n.adminGroupIs( below( 8 ) );
+      n.metricIs( below( 5 ) );
+      n.unreservedBandwidthIs( { 100, 0, 0, 0, 0, 0, 0, float( below( 99 ) ) } );
+      for ( unsigned i = below( 3 ); i > 0; --i ) {
+         n.interfaceAddrIs( i - 1, address( from, to + 10 * ( below( 4 ) == 0 ) ) );
+         n.neighborAddrIs( i - 1, address( to, from + 10 * ( below( 4 ) == 0 ) ) );
+         n.srlgIs( i - 1, below( 8 ) );
+      }
+      if ( below( 2 ) ) {
+         n.teMetricIs( below( 9 ) );
+      }
+      table.neighborIs( key, n );
+   }
+   void network( TopoDb & table, const TopoId & topoId, unsigned n ) {
+      Network network{ { pseudonode( topoId, n ) }, {} };
+      for ( unsigned i = below( 6 ); i > 0; --i ) {
+         network.routerIs( routerId( topoId, 1 + below( routers ) ) );
+      }
+      table.networkIs( network.networkId(), network );
+   }
+   void reachability( TopoDb & table, const IgpRouterId & id ) {
+      Reachability record{ id, {} };
+      for ( unsigned i = below( 4 ); i > 0; --i ) {
+         record.prefixIs( { Kivnet::IpGenPrefix( teId( 0 ), 32 - below( 3 ) ), below( 9 ) } );
+      }
+      table.reachabilityIs( id, record );
+   }
+
+   std::mt19937 random_;
+};
+
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+/// Adds `run LAB`. The status is set to the exit status of the run.
+void addRunCommand( CLI::App & app, int & status );
+
+/// Adds `check LAB...`: the labs are read and nothing runs. The status is set to that of a bad lab
+/// where one is.
+void addCheckCommand( CLI::App & app, int & status );

@@ -1,0 +1,64 @@
+// `cspfctl run LAB`: the lab through the real agent, in this process.
+
+#include "tools/cspfctl/LabCommands.h"
+#include "tools/lab/LabRunner.h"
+
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string_view>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace {
+
+struct Options {
+   std::string lab;
+   Lab::RunOptions run;
+};
+
+unsigned
+terminalWidth() {
+   winsize size{};
+   return ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
+}
+
+bool
+showsColours() {
+   const char * const terminal = std::getenv( "TERM" );
+   return terminal && std::string_view( terminal ) != "dumb" && !std::getenv( "NO_COLOR" );
+}
+
+int
+run( Options options ) {
+   if ( isatty( STDOUT_FILENO ) ) {
+      options.run.width = terminalWidth();
+      options.run.colour = showsColours();
+   }
+   // Traces come down the same terminal, and say enough of where the run is.
+   options.run.progress = isatty( STDERR_FILENO ) && !options.run.verbose;
+   try {
+      return Lab::runLab( Lab::LabFile::load( options.lab ), options.run, std::cout, std::cerr );
+   } catch ( const Lab::LabError & error ) {
+      std::cerr << "cspfctl: " << options.lab << ": " << error.what() << std::endl;
+      return Lab::exitBadLab;
+   }
+}
+
+}
+
+void
+addRunCommand( CLI::App & app, int & status ) {
+   const auto options = std::make_shared< Options >();
+   CLI::App * command =
+      app.add_subcommand( "run", "Run a lab through the agent and print what it publishes" );
+   command->add_option( "lab", options->lab, "lab file" )->required();
+   command->add_flag( "--json", options->run.json, "print JSON, one document a line" );
+   command->add_flag( "-v,--verbose", options->run.verbose,
+                      "show the agent's traces, with the time of the lab, on standard error" );
+   command->add_option( "--seed", options->run.seed, "of the choice among equal-cost links" )
+      ->capture_default_str();
+   command->add_flag( "--realtime", options->run.realtime,
+                      "use the wall clock instead of the virtual one" );
+   command->callback( [ options, &status ] { status = run( *options ); } );
+}

@@ -1,0 +1,121 @@
+// Lab files, and the documents that their events leave one after the other. A patch is applied to
+// the text as it was written, defaults and all, and the result is read anew, so that what an event
+// leaves is held to the same rules as what stands at the start.
+
+#include "tools/lab/LabFile.h"
+
+#include "tools/lab/LabReader.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <utility>
+
+namespace Lab {
+
+namespace {
+
+LabEvent
+readEvent( const LabCursor & at, double earliest ) {
+   LabEvent event{ 0, false, LabJson( LabJsonObject() ) };
+   readObject(
+      at,
+      requiredKey( "at", "the event's time in seconds",
+                   [ & ]( auto & v ) {
+                      event.at = readSeconds( v );
+                      if ( event.at < earliest ) {
+                         v.fail( "a time not before that of the event before" );
+                      }
+                   } ),
+      key( "restart", [ & ]( auto & v ) { event.restart = readBool( v ); } ),
+      key( "patch", [ & ]( auto & v ) {
+         v.object();
+         if ( const LabJson * events = v.value().find( "events" ) ) {
+            LabCursor( v, "events", *events ).fail( "a patch that leaves the events alone" );
+         }
+         event.patch = v.value();
+      } ) );
+   return event;
+}
+
+std::vector< LabEvent >
+readEvents( const LabCursor & at ) {
+   std::vector< LabEvent > events;
+   double earliest = 0;
+   forEachElement( at, at.list( "a list of events" ), [ & ]( const LabCursor & v ) {
+      events.push_back( readEvent( v, earliest ) );
+      earliest = events.back().at;
+   } );
+   return events;
+}
+
+/// The error of a document as one of the event that leaves it: at the place in the patch that
+/// brought it about where there is one, else at the event.
+LabError
+blamed( const LabError & error, const LabEvent & event, std::size_t number ) {
+   const std::string place = "/events/" + std::to_string( number );
+   const std::string & pointer = error.pointer();
+   const std::string_view above( pointer.data(), error.missing() ? pointer.rfind( '/' ) : 0 );
+   if ( event.patch.resolve( pointer ) || ( error.missing() && event.patch.resolve( above ) ) ) {
+      return LabError( place + "/patch" + pointer, error.text(), error.missing() );
+   }
+   return LabError( place, "leaves an error at " + pointer + ": " + error.text() );
+}
+
+}
+
+LabFile
+LabFile::parse( std::string_view text ) {
+   LabFile file;
+   file.root_ = LabJson::parse( text );
+   file.document_ = readDocument( file.root_ );
+   if ( const LabJson * events = file.root_.find( "events" ) ) {
+      const LabCursor root( file.root_ );
+      file.events_ = readEvents( LabCursor( root, "events", *events ) );
+      file.root_.erase( "events" );
+   }
+   LabJson root = file.root_;
+   for ( std::size_t i = 0; i < file.events_.size(); ++i ) {
+      try {
+         root.merge( file.events_[ i ].patch );
+         readDocument( root );
+      } catch ( const LabError & error ) {
+         throw blamed( error, file.events_[ i ], i );
+      }
+   }
+   return file;
+}
+
+LabFile
+LabFile::load( const std::string & fileName ) {
+   std::ifstream in( fileName, std::ios::binary );
+   std::string text;
+   for ( char piece[ 65536 ]; in; ) {
+      in.read( piece, sizeof piece );
+      text.append( piece, static_cast< std::size_t >( in.gcount() ) );
+   }
+   // A directory opens, and fails when it is read.
+   if ( in.bad() || !in.is_open() ) {
+      throw LabError( "", "expected a file that can be read, found: "
+                             + std::string( std::strerror( errno ) ) );
+   }
+   return parse( text );
+}
+
+LabPlayback::LabPlayback( const LabFile & file )
+   : file_( file ),
+     root_( file.root_ ),
+     document_( file.document_ ) {}
+
+const LabEvent *
+LabPlayback::next() const noexcept {
+   return applied_ < file_.events_.size() ? &file_.events_[ applied_ ] : nullptr;
+}
+
+LabDocument
+LabPlayback::apply() {
+   root_.merge( file_.events_[ applied_++ ].patch );
+   return std::exchange( document_, readDocument( root_ ) );
+}
+
+}

@@ -1,0 +1,143 @@
+// What a run prints. For a person the first outcome is a table for each VRF and family; each
+// further outcome is told as the differences from the one before, under the event that came
+// between.
+
+#include "tools/lab/LabOutput.h"
+
+#include "tools/text/Table.h"
+
+#include <ostream>
+#include <set>
+#include <sstream>
+
+namespace Lab {
+
+namespace {
+
+constexpr const char * red = "31";
+constexpr const char * green = "32";
+constexpr const char * bold = "1";
+
+std::string
+secondsText( double seconds ) {
+   std::ostringstream text;
+   text << seconds << " s";
+   return text.str();
+}
+
+/// "rsvp plain to kansas-city (10.0.0.4) id 1"
+std::string
+title( const RowKey & key, const Row & row ) {
+   std::string text = key.client;
+   if ( !row.name.empty() ) {
+      text += " " + row.name;
+   }
+   text += " to " + row.destination;
+   if ( key.path.id() != 1 ) {
+      text += " id " + std::to_string( key.path.id() );
+   }
+   const bool plain = key.where == VrfAf{ Vrf::defaultVrf(), Af::ipv4 };
+   return plain ? text : text + " in " + key.where.text();
+}
+
+/// How a row came to be what it is.
+std::string
+remark( const Row & before, const Row & after ) {
+   if ( before.hops == after.hops && before.metric == after.metric
+        && before.protection == after.protection ) {
+      return "request " + std::to_string( after.answered ) + " answered";
+   }
+   if ( before.metric == after.metric ) {
+      return "";
+   }
+   return ( after.metric == noMetric ? "metric was " : "was " ) + before.metric;
+}
+
+}
+
+std::string
+LabOutput::coloured( const char * code, const std::string & text ) const {
+   return options_.colour ? "\033[" + std::string( code ) + "m" + text + "\033[0m" : text;
+}
+
+void
+LabOutput::eventIs( const LabEvent & event ) {
+   if ( options_.json ) {
+      return;
+   }
+   std::string what = event.restart ? "restart" : "";
+   if ( !event.patch.as< LabJsonObject >()->empty() ) {
+      what += ( what.empty() ? "" : ", then " ) + event.patch.text();
+   }
+   out_ << "\n" << coloured( bold, "at " + secondsText( event.at ) + ":" ) << " " << what << "\n";
+}
+
+void
+LabOutput::outcomeIs( const LabDocument & document, const Outcome & outcome ) {
+   if ( options_.json ) {
+      out_ << outcomeJson( outcome ) << std::endl;
+      return;
+   }
+   Rows rows = rowsOf( document, outcome );
+   if ( first_ ) {
+      rows_ = std::move( rows );
+      printTables( document, outcome );
+   } else {
+      printChanges( outcome, rows );
+      rows_ = std::move( rows );
+   }
+   first_ = false;
+   enabled_ = outcome.agentEnabled;
+   out_.flush();
+}
+
+void
+LabOutput::printTables( const LabDocument & document, const Outcome & outcome ) const {
+   out_ << coloured( bold, document.router ) << ", TE router id "
+        << outcome.teRouterId.stringValue() << ", after " << secondsText( outcome.time )
+        << ( outcome.agentEnabled ? "" : ", agent not enabled" ) << "\n";
+   for ( auto row = rows_.begin(); row != rows_.end(); ) {
+      const VrfAf where = row->first.where;
+      Text::Table table(
+         { "CLIENT", "PATH", "DESTINATION", "ID", "METRIC", "HOPS", "PROTECTION" } );
+      for ( ; row != rows_.end() && row->first.where == where; ++row ) {
+         const Row & r = row->second;
+         table.row( { row->first.client, r.name, r.destination,
+                      std::to_string( row->first.path.id() ), r.metric, r.hops, r.protection } );
+      }
+      out_ << "\nVRF " << where.vrf.stringValue() << ", " << Kivnet::text( where.af ) << "\n";
+      table.print( out_, options_.width );
+   }
+}
+
+void
+LabOutput::printChanges( const Outcome & outcome, const Rows & after ) const {
+   if ( enabled_ != outcome.agentEnabled ) {
+      out_ << "   agent " << ( outcome.agentEnabled ? "enabled" : "disabled" ) << "\n";
+   }
+   diffMaps(
+      rows_, after,
+      [ & ]( const RowKey & key, const Row & row ) { printChange( key, row, "new" ); },
+      [ & ]( const RowKey & key, const Row & before, const Row & row ) {
+         printChange( key, row, remark( before, row ) );
+      },
+      [ & ]( const RowKey & key, const Row & row ) {
+         out_ << "   " << title( key, row ) << ": withdrawn\n";
+      } );
+   if ( rows_ == after ) {
+      out_ << "   no path changed\n";
+   }
+}
+
+void
+LabOutput::printChange( const RowKey & key, const Row & row, const std::string & remark ) const {
+   out_ << "   " << title( key, row ) << ": "
+        << coloured( row.up ? green : red, row.hops + row.protection );
+   std::string notes = row.metric == noMetric ? "" : "metric " + row.metric;
+   if ( !remark.empty() ) {
+      notes += ( notes.empty() ? "" : ", " ) + remark;
+   }
+   out_ << ( notes.empty() ? "" : "; " + notes ) << "\n";
+}
+
+}

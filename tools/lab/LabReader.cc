@@ -1,0 +1,263 @@
+// Reads a document. What names something, and what has its default from the network, comes after
+// the topologies, wherever it stands in the text: the router, its TE router id, its interfaces and
+// its IS-IS identities, and the paths.
+
+#include "tools/lab/LabReader.h"
+
+#include "schema/CspfClient.h"
+
+#include <tuple>
+
+namespace Lab {
+
+namespace {
+
+class DocumentReader {
+ public:
+   explicit DocumentReader( const LabJson & root );
+   LabDocument document;
+
+ private:
+   /// Reads a member of the document if it is there.
+   template< class Read >
+   void section( std::string_view name, Read read ) {
+      if ( const LabJson * value = at_.value().find( name ) ) {
+         read( LabCursor( at_, name, *value ) );
+      }
+   }
+   void readScalars();
+   void readThrottle( const LabCursor & at );
+   void readTopologies( const LabCursor & at );
+   void readRouter( const LabCursor & at );
+   void readTe( const LabCursor & at );
+   void readSegmentRouting( const LabCursor & at );
+   void readInterfaces( const LabCursor & at );
+   void readClient( const LabCursor & at );
+   void readPaths( const LabCursor & at );
+   void setTeRouterId();
+   void setInterfaces();
+   void setSystemIds();
+   const LabRouter * self( const LabTopology & topology ) const;
+
+   const LabCursor at_;
+   std::vector< const LabTopology * > topologies_;  ///< in the order of the text
+};
+
+DocumentReader::DocumentReader( const LabJson & root ) : at_( root ) {
+   const Lum::Ptr< Cspf::CspfCliConfig > defaults( new Cspf::CspfCliConfig );
+   document.throttle = { defaults->initialInt(), defaults->holdInt(), defaults->maxInt() };
+   readScalars();
+   section( "topologies", [ & ]( const LabCursor & v ) { readTopologies( v ); } );
+   section( "router", [ & ]( const LabCursor & v ) { readRouter( v ); } );
+   setTeRouterId();
+   setInterfaces();
+   setSystemIds();
+   section( "te", [ & ]( const LabCursor & v ) { readTe( v ); } );
+   section( "interfaces", [ & ]( const LabCursor & v ) { readInterfaces( v ); } );
+   section( "segmentRouting", [ & ]( const LabCursor & v ) { readSegmentRouting( v ); } );
+   section( "clients", [ & ]( const LabCursor & v ) {
+      forEachMember( v, [ & ]( const LabCursor & client ) { readClient( client ); } );
+   } );
+   section( "paths", [ & ]( const LabCursor & v ) {
+      forEachMember( v, [ & ]( const LabCursor & client ) { readPaths( client ); } );
+   } );
+}
+
+void
+DocumentReader::readScalars() {
+   const auto later = []( const LabCursor & ) {};
+   readObject(
+      at_,
+      requiredKey( "router", "the name of the router that the agent runs on",
+                   [ & ]( auto & v ) { document.router = readText( v, "a router's name" ); } ),
+      key( "te", later ),
+      key( "routing",
+           [ & ]( auto & v ) {
+              readObject( v, key( "routerIdV4",
+                                  [ & ]( auto & id ) { document.routerIdV4 = readIpv4( id ); } ) );
+           } ),
+      key( "throttle", [ & ]( auto & v ) { readThrottle( v ); } ),
+      key( "toggles",
+           [ & ]( auto & v ) {
+              readObject( v, key( "OspfTopoDbExport", [ & ]( auto & on ) {
+                             document.toggles.ospfTopoDbExport = readBool( on );
+                          } ) );
+           } ),
+      key( "interfaces", later ), key( "segmentRouting", later ),
+      requiredKey( "topologies", "an object of topologies", later ), key( "clients", later ),
+      key( "paths", later ), key( "events", later ) );
+}
+
+void
+DocumentReader::readThrottle( const LabCursor & at ) {
+   LabThrottle & throttle = document.throttle;
+   readObject( at,
+               key( "initialInt", [ & ]( auto & v ) { throttle.initialInt = readUint32( v ); } ),
+               key( "holdInt", [ & ]( auto & v ) { throttle.holdInt = readUint32( v ); } ),
+               key( "maxInt", [ & ]( auto & v ) { throttle.maxInt = readUint32( v ); } ) );
+}
+
+void
+DocumentReader::readTopologies( const LabCursor & at ) {
+   std::map< std::tuple< Vrf, Af, Cspf::TopoId >, std::string > names;
+   forEachMember( at, [ & ]( const LabCursor & v ) {
+      const std::string name( v.key() );
+      const auto topology = document.topologies.emplace( name, readTopology( v ) ).first;
+      topologies_.push_back( &topology->second );
+      const auto & [ vrf, af, id ] =
+         std::tie( topology->second.vrf, topology->second.af, topology->second.id );
+      const auto [ first, isNew ] = names.try_emplace( { vrf, af, id }, name );
+      if ( !isNew ) {
+         v.fail( "a VRF, family, IGP and numbers that no other topology has",
+                 "those of " + LabJson( first->second ).inShort() );
+      }
+   } );
+}
+
+const LabRouter *
+DocumentReader::self( const LabTopology & topology ) const {
+   const auto router = topology.routers.find( document.router );
+   return router == topology.routers.end() ? nullptr : &router->second;
+}
+
+/// Where no topology has any router, which an event may bring about, the name refers to what is
+/// not there yet.
+void
+DocumentReader::readRouter( const LabCursor & at ) {
+   bool anyRouter = false;
+   for ( const LabTopology * topology : topologies_ ) {
+      if ( self( *topology ) ) {
+         return;
+      }
+      anyRouter |= !topology->routers.empty();
+   }
+   if ( anyRouter ) {
+      at.fail( "the name of a router of a topology" );
+   }
+}
+
+void
+DocumentReader::setTeRouterId() {
+   for ( const LabTopology * topology : topologies_ ) {
+      const LabRouter * router = self( *topology );
+      if ( router && router->teRouterId && router->teRouterId.af() == Af::ipv4 ) {
+         document.te.routerId = router->teRouterId.v4();
+         return;
+      }
+   }
+}
+
+void
+DocumentReader::setInterfaces() {
+   for ( const auto & [ name, topology ] : document.topologies ) {
+      for ( const auto & [ linkName, link ] : topology.links ) {
+         if ( link.a.router == document.router ) {
+            document.interfaces.emplace( link.a.intf, link.ab.attributes.srlg );
+         }
+         if ( link.b.router == document.router ) {
+            document.interfaces.emplace( link.b.intf, link.ba.attributes.srlg );
+         }
+      }
+      for ( const auto & [ lanName, lan ] : topology.lans ) {
+         if ( const auto own = lan.members.find( document.router ); own != lan.members.end() ) {
+            document.interfaces.emplace( own->second.intf, own->second.attributes.srlg );
+         }
+      }
+   }
+}
+
+void
+DocumentReader::setSystemIds() {
+   for ( const LabTopology * topology : topologies_ ) {
+      const LabRouter * router = self( *topology );
+      if ( router && topology->id.igpSource() == Cspf::IgpSource::isis ) {
+         document.segmentRouting.emplace( topology->vrf, router->id.isisSystemId() );
+      }
+   }
+}
+
+void
+DocumentReader::readTe( const LabCursor & at ) {
+   readObject( at, key( "enabled", [ & ]( auto & v ) { document.te.enabled = readBool( v ); } ),
+               key( "routerId", [ & ]( auto & v ) { document.te.routerId = readIpv4( v ); } ) );
+}
+
+void
+DocumentReader::readInterfaces( const LabCursor & at ) {
+   forEachMember( at, [ & ]( const LabCursor & v ) {
+      const auto intf = document.interfaces.find( Kivnet::IntfId( v.key() ) );
+      if ( intf == document.interfaces.end() ) {
+         v.fail( "as key, the name of an interface of the lab's router",
+                 LabJson( std::string( v.key() ) ).inShort() );
+      }
+      intf->second.clear();
+      readObject( v, key( "srlg", [ & ]( auto & list ) {
+                     forEachElement( list, list.list( "a list of SRLG ids" ),
+                                     [ & ]( const LabCursor & id ) {
+                                        intf->second.push_back( readUint32( id ) );
+                                     } );
+                  } ) );
+   } );
+}
+
+void
+DocumentReader::readSegmentRouting( const LabCursor & at ) {
+   forEachMember( at, [ & ]( const LabCursor & v ) {
+      const Vrf vrf = checkPathName( v, std::string( v.key() ), "as key, a VRF name" );
+      readObject( v, key( "systemId", [ & ]( auto & id ) {
+                     document.segmentRouting[ vrf ] = readSystemId( id );
+                  } ) );
+   } );
+}
+
+void
+DocumentReader::readClient( const LabCursor & at ) {
+   const std::string name = checkPathName( at, std::string( at.key() ), "as key, a client's name" );
+   LabClient & client = document.clients[ name ];
+   readObject( at,
+               key( "vrf",
+                    [ & ]( auto & v ) {
+                       forEachMember( v, [ & ]( const LabCursor & on ) {
+                          const Vrf vrf =
+                             checkPathName( on, std::string( on.key() ), "as key, a VRF name" );
+                          client.vrf[ vrf ] = readBool( on );
+                       } );
+                    } ),
+               key( "addressFamily",
+                    [ & ]( auto & v ) {
+                       const auto family = [ & ]( const char * text, Af af ) {
+                          return key( text, [ &client, af ]( auto & on ) {
+                             client.addressFamily[ af ] = readBool( on );
+                          } );
+                       };
+                       readObject( v, family( "ipv4", Af::ipv4 ), family( "ipv6", Af::ipv6 ) );
+                    } ),
+               key( "bwmRequired", [ & ]( auto & v ) { client.bwmRequired = readBool( v ); } ) );
+}
+
+void
+DocumentReader::readPaths( const LabCursor & at ) {
+   const std::string client =
+      checkPathName( at, std::string( at.key() ), "as key, a client's name" );
+   auto & paths = document.paths[ client ];
+   std::map< std::tuple< Vrf, Af, Cspf::Destination, std::uint32_t >, std::string > names;
+   forEachMember( at, [ & ]( const LabCursor & v ) {
+      const std::string name( v.key() );
+      const LabPath & path = paths.emplace( name, readPath( v, client, document ) ).first->second;
+      const auto [ first, isNew ] =
+         names.try_emplace( { path.vrf, path.af, path.dst, path.id }, name );
+      if ( !isNew ) {
+         v.fail( "a VRF, family, destination and id that no other path of the client has",
+                 "those of " + LabJson( first->second ).inShort() );
+      }
+   } );
+}
+
+}
+
+LabDocument
+readDocument( const LabJson & root ) {
+   return DocumentReader( root ).document;
+}
+
+}

@@ -1,0 +1,189 @@
+// Puts names to addresses and ids: what a person calls a router is the name that the lab gives it.
+// An address or id that the lab does not know stands as it is.
+
+#include "tools/lab/LabRows.h"
+
+#include "tools/state/JsonText.h"
+
+namespace Lab {
+
+namespace {
+
+/// Names of the routers of one VRF and family.
+class Names {
+ public:
+   Names() = default;
+   Names( const LabDocument & document, const VrfAf & where ) {
+      for ( const auto & [ topologyName, topology ] : document.topologies ) {
+         if ( topology.vrf == where.vrf && topology.af == where.af ) {
+            add( topology );
+         }
+      }
+   }
+
+   std::string of( const Kivnet::IpGenAddr & address ) const {
+      const auto at = byAddress_.find( address );
+      return at == byAddress_.end() ? address.stringValue() : at->second;
+   }
+   std::string of( const Routing::Isis::SystemId & id ) const {
+      const auto at = bySystemId_.find( id );
+      return at == bySystemId_.end() ? id.stringValue() : at->second;
+   }
+   /// "kansas-city (10.0.0.4)"
+   std::string withText( const Cspf::Destination & destination ) const {
+      const std::string text = State::toText( destination );
+      std::string name = text;
+      if ( const auto id = destination.isisSystemId() ) {
+         name = of( id );
+      } else if ( const auto address = destination.ipAddress() ) {
+         name = of( address );
+      } else if ( destination.ipPrefix().isHost() ) {
+         name = of( destination.ipPrefix().address() );
+      }
+      return name == text || name == destination.ipPrefix().address().stringValue()
+                ? text
+                : name + " (" + text + ")";
+   }
+
+ private:
+   void add( const LabTopology & topology ) {
+      for ( const auto & [ name, router ] : topology.routers ) {
+         if ( router.teRouterId ) {
+            byAddress_.emplace( router.teRouterId, name );
+         }
+         for ( const auto & [ prefix, metric ] : router.prefixes ) {
+            if ( prefix.isHost() ) {
+               byAddress_.emplace( prefix.address(), name );
+            }
+         }
+         if ( topology.id.igpSource() == Cspf::IgpSource::isis ) {
+            bySystemId_.emplace( router.id.isisSystemId(), name );
+         }
+      }
+      const auto addAll = [ & ]( const Addresses & addresses, const std::string & name ) {
+         for ( const auto & address : addresses ) {
+            byAddress_.emplace( address, name );
+         }
+      };
+      for ( const auto & [ linkName, link ] : topology.links ) {
+         addAll( link.a.addrs, link.a.router );
+         addAll( link.b.addrs, link.b.router );
+      }
+      for ( const auto & [ lanName, lan ] : topology.lans ) {
+         for ( const auto & [ router, member ] : lan.members ) {
+            addAll( member.addrs, router );
+         }
+      }
+   }
+
+   std::map< Kivnet::IpGenAddr, std::string > byAddress_;
+   std::map< Routing::Isis::SystemId, std::string > bySystemId_;
+};
+
+template< class List >
+std::string
+namesOf( const Names & names, const List & list ) {
+   std::string text;
+   for ( const auto & element : list ) {
+      text.append( text.empty() ? "" : ", " ).append( names.of( element ) );
+   }
+   return text;
+}
+
+std::string
+hopsOf( const Names & names, const PathOutcome & path ) {
+   if ( !path.status.pathTeRouterIdList().empty() ) {
+      return namesOf( names, path.status.pathTeRouterIdList() );
+   }
+   if ( path.cost == std::uint64_t( 0 ) ) {
+      return "this router";
+   }
+   return path.error.empty() ? "no path" : "no path: " + path.error;
+}
+
+/// "over INTERFACE to NEIGHBOR, then NODE, NODE"
+std::string
+protectionOf( const Names & names, const PathOutcome & path, const ClientOutcome & service ) {
+   const auto repair = service.pqInfo.find( path.status.repairPathIdx() );
+   if ( repair == service.pqInfo.end() ) {
+      return path.error.empty() ? "none" : "none: " + path.error;
+   }
+   const Cspf::PqInfo & info = repair->second;
+   std::string text = "over " + info.nhIntf().stringValue();
+   if ( info.nhIp() ) {
+      text += " to " + names.of( info.nhIp() );
+   }
+   return info.pathList().empty() ? text : text + ", then " + namesOf( names, info.pathList() );
+}
+
+Row
+rowOf( const Names & names, const std::string & client, const PathOutcome & path,
+       const ClientOutcome & service ) {
+   Row row;
+   row.name = path.name.value_or( "" );
+   row.destination = names.withText( path.status.pathKey().dst() );
+   row.metric = path.cost ? std::to_string( *path.cost ) : noMetric;
+   row.answered = path.status.refreshRespSeq();
+   if ( client == tilfaClient ) {
+      row.protection = protectionOf( names, path, service );
+      row.up = path.status.repairPathIdx() != 0;
+   } else {
+      row.hops = hopsOf( names, path );
+      row.up = !path.status.pathList().empty();
+   }
+   return row;
+}
+
+class RowMaker {
+ public:
+   explicit RowMaker( const LabDocument & document ) : document_( document ) {}
+
+   void addAsked() {
+      for ( const auto & [ client, paths ] : document_.paths ) {
+         for ( const auto & [ name, path ] : paths ) {
+            const VrfAf where{ path.vrf, path.af };
+            Row row;
+            row.name = name;
+            row.destination = names( where ).withText( path.dst );
+            ( client == tilfaClient ? row.protection : row.hops ) = "no answer";
+            rows.emplace( RowKey{ where, client, { path.dst, path.id } }, std::move( row ) );
+         }
+      }
+   }
+   void addPublished( const Outcome & outcome ) {
+      for ( const auto & [ client, services ] : outcome.clients ) {
+         for ( const auto & [ where, service ] : services ) {
+            for ( const PathOutcome & path : service.pathStatus ) {
+               rows[ { where, client, path.status.pathKey() } ] =
+                  rowOf( names( where ), client, path, service );
+            }
+         }
+      }
+   }
+
+   Rows rows;
+
+ private:
+   const Names & names( const VrfAf & where ) {
+      auto & names = names_[ where ];
+      if ( !names ) {
+         names.emplace( document_, where );
+      }
+      return *names;
+   }
+
+   const LabDocument & document_;
+   std::map< VrfAf, std::optional< Names > > names_;
+};
+
+}
+
+Rows
+rowsOf( const LabDocument & document, const Outcome & outcome ) {
+   RowMaker maker( document );
+   maker.addAsked();
+   maker.addPublished( outcome );
+   return std::move( maker.rows );
+}
+
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "tools/lab/LabOutcome.h"
+
+#include <compare>
+#include <map>
+#include <string>
+
+/// Published paths in the words of a lab, for a person.
+namespace Lab {
+
+struct RowKey {
+   VrfAf where;
+   std::string client;
+   Cspf::PathKey path;
+
+   auto operator<=>( const RowKey & ) const = default;
+};
+
+inline constexpr const char * noMetric = "-";
+
+/// One path that is asked for or published.
+struct Row {
+   std::string name;         ///< of the path in the lab; "" where it is not in the lab
+   std::string destination;  ///< router and address
+   std::string metric = noMetric;
+   std::string hops;            ///< names of routers, or why there are none
+   std::string protection;      ///< of a repair path; "" for other paths
+   std::uint32_t answered = 0;  ///< the request that the status answers
+   bool up = false;             ///< there is a path, or a repair
+
+   bool operator==( const Row & ) const = default;
+};
+
+using Rows = std::map< RowKey, Row >;
+
+/// A row for each path of the document and for each status of the outcome. O(both).
+Rows rowsOf( const LabDocument & document, const Outcome & outcome );
+
+}

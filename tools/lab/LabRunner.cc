@@ -1,0 +1,183 @@
+// A run of a lab: state, tables, the clock and the agent in one process. The document is there
+// before the agent starts; then each event comes at its time, into whatever work is under way. A
+// broken invariant ends the process from inside of the agent, so what was printed until then is
+// flushed from there.
+
+#include "tools/lab/LabRunner.h"
+
+#include "platform/AgentRunner/Runner.h"
+#include "platform/Trace/Gemtrace.h"
+#include "schema/Types.h"
+#include "tools/lab/AgentLibrary.h"
+#include "tools/lab/LabObserve.h"
+#include "tools/lab/LabOutput.h"
+#include "tools/lab/LabProgress.h"
+#include "tools/lab/LabRestart.h"
+#include "tools/lab/LabState.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iomanip>
+#include <limits>
+#include <ostream>
+#include <stdexcept>
+
+namespace Lab {
+
+namespace {
+
+/// Where a broken invariant and the agent's log are told: handlers are plain functions.
+struct Streams {
+   std::ostream * out = nullptr;
+   std::ostream * err = nullptr;
+} streams;
+
+[[noreturn]] void
+exitBroken( std::string_view text ) {
+   streams.out->flush();
+   *streams.err << text << std::endl;
+   std::_Exit( exitBrokenInvariant );
+}
+
+void
+logToErr( std::string_view id, Trace::Severity, std::string_view text ) {
+   *streams.err << id << ": " << text << std::endl;
+}
+
+/// Traces, log and broken invariants of the agent go to the streams while this lives.
+class Listening {
+ public:
+   Listening( const RunOptions & options, std::ostream & out, std::ostream & err,
+              const Lum::ActivityLoop & loop )
+      : start_( loop.now() ) {
+      streams = { &out, &err };
+      previous_ = Lum::assertHandlerIs(
+         []( std::string_view expression, const char *, int ) { exitBroken( expression ); } );
+      Trace::logSinkIs( logToErr );
+      if ( options.verbose ) {
+         Gemtrace::sinkIs( [ this, &err, &loop ]( int level, std::string_view text ) {
+            err << std::fixed << std::setprecision( 6 ) << std::setw( 12 ) << loop.now() - start_
+                << " " << level << " " << text << "\n";
+         } );
+      }
+   }
+   ~Listening() {
+      Gemtrace::sinkIs( nullptr );
+      Trace::logSinkIs( nullptr );
+      Lum::assertHandlerIs( previous_ );
+   }
+   Listening( const Listening & ) = delete;
+   Listening & operator=( const Listening & ) = delete;
+
+ private:
+   const Lum::Seconds start_;
+   Lum::AssertHandler previous_ = nullptr;
+};
+
+class LabRun {
+ public:
+   LabRun( const LabFile & lab, const RunOptions & options, std::ostream & out, std::ostream & err )
+      : playback_( lab ),
+        output_( options, out ),
+        loop_( options.realtime ? Lum::ActivityLoop::Time::real
+                                : Lum::ActivityLoop::Time::virtualTime ),
+        start_( loop_.now() ),
+        isVirtual_( !options.realtime ),
+        listening_( options, out, err, loop_ ),
+        library_( agentLibraryPath() ),
+        progress_( err, options.progress, lab.events().size() ) {
+      Schema::registerTypes( types_ );
+   }
+
+   void run() {
+      writer_.write( playback_.document() );
+      runner_.start();
+      while ( const LabEvent * event = playback_.next() ) {
+         workUntil( start_ + event->at );
+         outcomeIs( event->at );
+         output_.eventIs( *event );
+         apply( *event );
+         ++eventsDone_;
+      }
+      workUntil( unending );
+      outcomeIs( loop_.now() - start_ );
+      runner_.stop();
+   }
+
+ private:
+   void apply( const LabEvent & event ) {
+      if ( event.restart ) {
+         killAndStart( runner_, state_, tables_ );
+         // The new agent finds the state as it is, and takes it up before anything changes.
+         workUntil( loop_.now() );
+      }
+      playback_.apply();
+      writer_.write( playback_.document() );
+   }
+
+   /// Does all that is due until then, and at infinity until nothing is pending.
+   void workUntil( Lum::Seconds end ) {
+      const auto unfinished = [ & ] {
+         const Lum::Seconds next = loop_.nextDeadline();
+         return std::min( next, end ) < unending && ( next <= end || loop_.now() < end );
+      };
+      while ( unfinished() ) {
+         turn( end );
+         progress_.now( loop_.now() - start_, eventsDone_ );
+      }
+   }
+
+   /// Serves what is due next; where that is nothing until `end`, time passes.
+   void turn( Lum::Seconds end ) {
+      if ( !isVirtual_ ) {
+         loop_.runOnce( end - loop_.now() );
+      } else if ( loop_.nextDeadline() <= end ) {
+         loop_.settle( 1, end );
+      } else {
+         loop_.advance( end - loop_.now() );
+      }
+   }
+
+   void outcomeIs( double time ) {
+      progress_.clear();
+      output_.outcomeIs( playback_.document(),
+                         observe( playback_.document(), state_, tables_, time ) );
+   }
+
+   static constexpr Lum::Seconds unending = std::numeric_limits< Lum::Seconds >::infinity();
+
+   LabPlayback playback_;
+   LabOutput output_;
+   Corvdb::TypeRegistry types_;
+   Lum::ActivityLoop loop_;
+   const Lum::Seconds start_;
+   const bool isVirtual_;
+   const Listening listening_;
+   Corvdb::StateStore state_{ types_ };
+   Zorch::TableStore tables_{ types_ };
+   LabState writer_{ state_, tables_ };
+   const AgentRunner::Library library_;
+   AgentRunner::Runner runner_{ loop_, state_, tables_, library_.factory(), "CspfAgent" };
+   LabProgress progress_;
+   std::size_t eventsDone_ = 0;
+};
+
+}
+
+int
+runLab( const LabFile & lab, const RunOptions & options, std::ostream & out, std::ostream & err ) {
+   if ( !std::getenv( "VELOTRACEDIR" ) ) {
+      // A run leaves no trace ring in the directory that it is started in.
+      setenv( "VELOTRACE_DISABLE", "1", 0 );
+   }
+   std::srand( options.seed );
+   LabRun run( lab, options, out, err );
+   try {
+      run.run();
+   } catch ( const std::range_error & broken ) {
+      exitBroken( broken.what() );
+   }
+   return exitOk;
+}
+
+}
