@@ -16,8 +16,7 @@ dumpRecords( Kiv::DumpContext & context, int indent, const char * heading,
              const Collection & collection ) {
    context.printf( indent, heading );
    for ( const auto & key : Lum::sortedKeys( collection ) ) {
-      context.printf( indent + 2, "%*c%s\n",
-                      Lum::valueString( collection.at( key ) ).c_str() );
+      context.printf( indent + 2, "%*c%s\n", Lum::valueString( collection.at( key ) ).c_str() );
    }
 }
 

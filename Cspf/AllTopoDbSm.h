@@ -11,7 +11,8 @@ namespace Cspf {
 class AllTopoDbSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, AllTopoDbSm );
    AllTopoDbSm( Lum::Ptr< const AllTopoDb > allTopoDb, Lum::Ptr< AllTopoDbStatus > allTopoDbStatus )
-      : allTopoDb_( std::move( allTopoDb ) ), allTopoDbStatus_( std::move( allTopoDbStatus ) ) {}
+      : allTopoDb_( std::move( allTopoDb ) ),
+        allTopoDbStatus_( std::move( allTopoDbStatus ) ) {}
    LUM_CHILDREN( topoDbSm, TopoId, TopoDbSm );
 
    void handleInitialized() override;

@@ -160,7 +160,8 @@ AllTopoDbView::router( const NodeId & nodeId ) const {
 
 /// The tunnel end points of one router of one topology.
 void
-AllTopoDbView::addTeps( AllTopoRouter & router, const Igp::TopoDb & table, const IgpRouterId & id ) {
+AllTopoDbView::addTeps( AllTopoRouter & router, const Igp::TopoDb & table,
+                        const IgpRouterId & id ) {
    const Igp::Router & record = table.router( id );
    if ( record.teRouterId() ) {
       router.tepIs( record.teRouterId() );

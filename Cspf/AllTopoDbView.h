@@ -23,7 +23,8 @@ class AllTopoDbView : public Lum::Entity {
    AllTopoDbView( Lum::Ptr< const AllTopoDb > allTopoDb,
                   Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus,
                   const InternalPathConstraint & constraint )
-      : allTopoDb_( std::move( allTopoDb ) ), allTopoDbStatus_( std::move( allTopoDbStatus ) ),
+      : allTopoDb_( std::move( allTopoDb ) ),
+        allTopoDbStatus_( std::move( allTopoDbStatus ) ),
         constraint_( constraint ) {}
 
    // For runs.
@@ -43,7 +44,9 @@ class AllTopoDbView : public Lum::Entity {
    /// Where the computation starts; empty where that is not known.
    virtual NodeId spfRoot() const = 0;
    virtual bool spfRootOverloaded() const;
-   bool hasRouter( const NodeId & nodeId ) const { return topoGraph().vertex( nodeId ) != noVertex; }
+   bool hasRouter( const NodeId & nodeId ) const {
+      return topoGraph().vertex( nodeId ) != noVertex;
+   }
    /// Empty (without a node id) where the view has no such router.
    AllTopoRouter router( const NodeId & nodeId ) const;
    AllTopoNetwork network( const AllTopoNetworkId & networkId ) const;

@@ -197,8 +197,10 @@ void
 ConstraintInfoSmBase::runCspf( const Lum::Ptr< CspfData > & cspfData ) {
    TRACE7( "run cspf, cspfRequestCount " << constraintInfo_->cspfRequestCount() );
    const CspfRun run( context_.runMemory, *cspfData, view_ );
+   // It saw the changes of this instant, whose stamps may be ahead of the clock.
+   cspfData->ranAtIs( std::max( cspfData->ranAt(), constraintInfo_->topoInfoChangedAt() ) );
    constraintStats_->cspfCountInc();
-   constraintStats_->cspfLastRanAtIs( Lum::now() );
+   constraintStats_->cspfLastRanAtIs( cspfData->ranAt() );
    constraintInfo_->cspfDataIs( cspfData );
 }
 

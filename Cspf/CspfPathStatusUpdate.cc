@@ -9,6 +9,7 @@
 #include "Cspf/CspfPathStatusUpdate.h"
 
 #include "Cspf/CspfChildPathStatusCacheSm.h"
+#include "Cspf/CspfPathUsageSm.h"
 #include "Cspf/CspfVrfRoot.h"
 #include "platform/Trace/Trace.h"
 
@@ -263,8 +264,13 @@ PathStatusUpdateSm::handleRefreshStage2Completion() {
 
 void
 PathStatusUpdateSm::publishPathStatus() {
-   if ( !pathStatusInfo_->pathInfoKey().internal() ) {
-      pathStatusUpdator_.publishPath( *pathStatusCache_ );
+   const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
+   if ( key.internal() ) {
+      return;
+   }
+   pathStatusUpdator_.publishPath( *pathStatusCache_ );
+   if ( const Lum::Ptr< PathUsageSm > usage = vrfRoot_.pathUsageSm( key ) ) {
+      usage->handlePublished();
    }
 }
 

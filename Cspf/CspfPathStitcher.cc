@@ -165,6 +165,9 @@ std::vector< PathStitcher::StrictHop >
 PathStitcher::singleHops( CspfVertex from, CspfVertex to ) const {
    const CspfGraph & graph = view_.graph();
    std::vector< StrictHop > found;
+   if ( from == to ) {
+      return found;  // though a LAN leads back to its routers
+   }
    for ( const std::uint32_t e : graph.out( from ) ) {
       const CspfEdge link{ e };
       if ( graph.to( link ) == to ) {

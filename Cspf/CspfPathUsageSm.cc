@@ -1,7 +1,10 @@
-// Reservations of one path. What a path reserves follows from three things: the hops that its client
-// reads, the links that these hops are in the topology, and the user, priority and amount of its
-// constraint. Whenever one of them may have changed, the whole set is worked out again and
+// Reservations of one path. What a path reserves follows from three things: the hops that its
+// client reads, the links that these hops are in the topology, and the user, priority and amount of
+// its constraint. Whenever one of them may have changed, the whole set is worked out again and
 // compared; equal reservations are the same handle, so nothing moves unless something did.
+//
+// When a client asks anew, what it will get is not known yet. Until the answer is published the
+// path goes on holding what it held: more would be had without asking whether there is room.
 
 #include "Cspf/CspfPathUsageSm.h"
 
@@ -13,6 +16,7 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace Cspf {
 
@@ -44,15 +48,39 @@ PathUsageSm::handleConstraintChange() {
    }
    const BwUsageId & bwUsageId = constraint->pathConstraint().bwUsageId();
    if ( bwUsageId == oldBwUsageId_ ) {
-      TRACE8( "same bwUsageId: sharedBwGroupId "
-              << bwUsageId.sharedBwGroupId() << " localId " << bwUsageId.localId() << "for path "
-              << pathStatusInfo_->pathInfoKey().traceString() );
+      TRACE8( "same bwUsageId: sharedBwGroupId " << bwUsageId.sharedBwGroupId() << " localId "
+                                                 << bwUsageId.localId() << "for path "
+                                                 << pathStatusInfo_->pathInfoKey().traceString() );
    } else {
-      // What the path held as another user goes before it becomes this one.
+      const auto held = heldAs( bwUsageId );
       pathBwUsageIs( nullptr );
       oldBwUsageIdIs( bwUsageId );
+      pathBwUsageIs( held );
    }
+   awaitsResult_ = pathStatusInfo_->constraintChangeCount() > 1;
    doUpdatePathBwUsage();
+}
+
+/// What the path holds, in the name of another user; nothing for none.
+Lum::Ptr< const PathBwUsage >
+PathUsageSm::heldAs( const BwUsageId & bwUsageId ) const {
+   if ( !pathBwUsage_ || !bwUsageId ) {
+      return nullptr;
+   }
+   const auto usage = Lum::make< PathBwUsage >();
+   for ( const auto & [ hop, held ] : pathBwUsage_->bwUsageColl() ) {
+      usage->bwUsageIs(
+         hop, vrfRoot_.bwUsageManager()->updateReservedBandwidth(
+                 { held->bwUsageKey().link(), bwUsageId }, held->priority(), held->bandwidth() ) );
+   }
+   return usage;
+}
+
+void
+PathUsageSm::handlePublished() {
+   if ( std::exchange( awaitsResult_, false ) ) {
+      doUpdatePathBwUsage();
+   }
 }
 
 void
@@ -66,7 +94,9 @@ PathUsageSm::doUpdatePathBwUsage() {
       TRACE8( "bwUsageId not set" );
       return;
    }
-   pathBwUsageIs( currentPathBwUsage( constraint->pathConstraint() ) );
+   if ( !awaitsResult_ ) {
+      pathBwUsageIs( currentPathBwUsage( constraint->pathConstraint() ) );
+   }
 }
 
 Lum::Ptr< const PathBwUsage >

@@ -13,7 +13,7 @@ class VrfRoot;
 ///   watches                                handler                  writes
 ///   PathConfigInfo.usageChangeCount        doUpdatePathBwUsage      PathBwUsage
 ///   PathStatusInfo.constraintChangeCount   handleConstraintChange   PathBwUsage
-///   (its PathBwUsage)                      handlePathBwUsage        AllTopoDbStatus.bwUsageChangedAt
+///   (its PathBwUsage)                      handlePathBwUsage AllTopoDbStatus.bwUsageChangedAt
 ///
 /// A path that the agent derived from another one reserves nothing: the path that it serves does.
 class PathUsageSm : public Lum::Reactor {
@@ -21,7 +21,9 @@ class PathUsageSm : public Lum::Reactor {
    /// The root outlives this object.
    PathUsageSm( VrfRoot & vrfRoot, const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                 const Lum::Ptr< const PathStatusInfo > & pathStatusInfo )
-      : vrfRoot_( vrfRoot ), pathConfigInfo_( pathConfigInfo ), pathStatusInfo_( pathStatusInfo ) {}
+      : vrfRoot_( vrfRoot ),
+        pathConfigInfo_( pathConfigInfo ),
+        pathStatusInfo_( pathStatusInfo ) {}
 
    void handleInitialized() override;
    /// Gives everything back.
@@ -30,6 +32,8 @@ class PathUsageSm : public Lum::Reactor {
    void handleConstraintChange();
    void doUpdatePathBwUsage();
    void handlePathBwUsage();
+   /// An answer to the path's request has been published, or is the one that was.
+   void handlePublished();
 
    /// The user under which the reservations were made.
    const BwUsageId & oldBwUsageId() const noexcept { return oldBwUsageId_; }
@@ -39,11 +43,13 @@ class PathUsageSm : public Lum::Reactor {
    void oldBwUsageIdIs( const BwUsageId & id ) { oldBwUsageId_ = id; }
    void pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage );
    Lum::Ptr< const PathBwUsage > currentPathBwUsage( const InternalPathConstraint & constraint );
+   Lum::Ptr< const PathBwUsage > heldAs( const BwUsageId & bwUsageId ) const;
 
    VrfRoot & vrfRoot_;
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< const PathStatusInfo > pathStatusInfo_;
    BwUsageId oldBwUsageId_;
+   bool awaitsResult_ = false;  // the path was asked for anew; what it holds is for the last answer
    Lum::Ptr< const PathBwUsage > pathBwUsage_;
 };
 

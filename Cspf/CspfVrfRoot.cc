@@ -278,8 +278,21 @@ VrfRoot::doMountTopoDb() {
    const auto & level2TopoDb = tables_->isisLevel2->table();
    LUM_ASSERT( level1TopoDb );
    LUM_ASSERT( level2TopoDb );
-   allTopoDb_->topoDbIs( TopoId::isisL1(), level1TopoDb );
-   allTopoDb_->topoDbIs( TopoId::isisL2(), level2TopoDb );
+   doRegisterTopoDb( TopoId::isisL1() );
+   doRegisterTopoDb( TopoId::isisL2() );
+}
+
+/// The router's own table stands for its level unless one was announced under the same identity.
+void
+VrfRoot::doRegisterTopoDb( const TopoId & topoId ) {
+   if ( allTopoDb_->topoDbHas( topoId ) ) {
+      return;
+   }
+   if ( topoId == TopoId::isisL1() ) {
+      allTopoDb_->topoDbIs( topoId, tables_->isisLevel1->table() );
+   } else if ( topoId == TopoId::isisL2() ) {
+      allTopoDb_->topoDbIs( topoId, tables_->isisLevel2->table() );
+   }
 }
 
 void

@@ -120,6 +120,8 @@ class VrfRoot : public Lum::Entity {
    void doPrepareToDie();
    void handleDestruction();
    void doMountTopoDb();
+   /// Puts the router's own table of that level into the store, where no other one is.
+   void doRegisterTopoDb( const TopoId & topoId );
    void enableTopoDbClient();
    void disableTopoDbClient();
    void dumpState( Kiv::DumpContext & context, int indent ) const;

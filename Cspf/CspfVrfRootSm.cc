@@ -90,6 +90,7 @@ VrfRootSm::handleInitialized() {
    LUM_WATCH_KEYS( vrfRoot_->pathStatusInfoTable(), pathStatusInfo, handlePathStatusInfo );
    LUM_WATCH( vrfRoot_->allTopoDbStatus(), topoChangedAt, updateConstraintTopoChanged );
    LUM_WATCH_KEYS( vrfRoot_->allTopoDbStatus(), bwUsageChangedAt, handleBwUsageChangedAt );
+   LUM_WATCH_KEYS( vrfRoot_->allTopoDb(), topoDb, handleTopoDb );
 }
 
 void
@@ -295,7 +296,9 @@ VrfRootSm::updateTopoInfoChangedAt( Concerns && concerns ) {
    const auto & allTopoDbStatus = *vrfRoot_->allTopoDbStatus();
    vrfRoot_->dedupConstraintTable()->forEach( [ & ]( const DedupConstraint & dedupConstraint ) {
       const InternalPathConstraint & constraint = dedupConstraint.pathConstraint();
-      if ( concerns( constraint ) ) {
+      // Service ends path by path when its source has gone; those that are left ask for nothing.
+      if ( concerns( constraint )
+           && vrfSourceId_->vrfClientSourceIdHas( constraint.pathComputationType() ) ) {
          vrfRoot_->constraintInfoTable()
             ->constraintInfo( &dedupConstraint )
             ->topoInfoChangedAtIs( allTopoDbStatus.topoInfoChangedAt(

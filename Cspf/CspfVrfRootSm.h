@@ -35,6 +35,8 @@ class PathConstraintSm : public Lum::Reactor {
 ///   allTopoDbStatus.topoChangedAt         updateConstraintTopoChanged  schedules the task
 ///   allTopoDbStatus.bwUsageChangedAt      handleBwUsageChangedAt       topoInfoChangedAt
 ///   VrfSourceId.vrfClientSourceId         handleClientSourceId         topoInfoChangedAt
+///   AllTopoDb.topoDb                      handleTopoDb                 own table in place of one
+///                                                                      that was withdrawn
 ///   (task)                                handleConstraintTopoInfo-    topoInfoChangedAt
 ///                                         UpdaterTask
 class VrfRootSm : public Lum::Reactor {
@@ -52,6 +54,7 @@ class VrfRootSm : public Lum::Reactor {
    void handleConstraintTopoInfoUpdaterTask();
    void handleBwUsageChangedAt( const BwUsageId & bwUsageId );
    void handleClientSourceId( const PathComputationType & type );
+   void handleTopoDb( const TopoId & topoId ) { vrfRoot_->doRegisterTopoDb( topoId ); }
 
    /// Drops the reactors on the constraints of paths.
    void pathStatusInfoDel( const PathInfoKey & key ) { vrfRoot_->pathConstraintSmDel( key ); }

@@ -15,6 +15,8 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 namespace Cspf {
 
@@ -29,7 +31,8 @@ TopoDbSm::handleInitialized() {
    allTopoDbStatus_->routerIdMapIs( topoId_, routerIdMap_ );
    allTopoDbStatus_->pfxOriginatorInfoTableIs( topoId_, pfxOriginatorInfoTable_ );
    allTopoDbStatus_->topoDbIs( topoId_, topoDb_ );
-   allTopoDbStatus_->forEachGraph( [ & ]( auto & graph ) { graph.topologyIs( topoId_, topoDb_ ); } );
+   allTopoDbStatus_->forEachGraph(
+      [ & ]( auto & graph ) { graph.topologyIs( topoId_, topoDb_ ); } );
    LUM_WATCH_KEYS( routerIdMap_, igpRouterId, handleTeRouterIdChange );
    LUM_WATCH_KEYS( topoDb_, router, handleRouter );
    LUM_WATCH_KEYS( topoDb_, neighbor, handleNeighbor );
@@ -84,7 +87,10 @@ TopoDbSm::knownRouters() const {
 
 void
 TopoDbSm::doUpdateAllTopoDbStatus() {
-   allTopoDbStatus_->topoChangedAtIs( Lum::now() );
+   // Several changes of one instant are several changes.
+   allTopoDbStatus_->topoChangedAtIs(
+      std::max( Lum::now(), std::nextafter( allTopoDbStatus_->topoChangedAt(),
+                                            std::numeric_limits< Lum::Seconds >::infinity() ) ) );
 }
 
 // Routers.
@@ -106,9 +112,8 @@ TopoDbSm::doHandleRouter( const IgpRouterId & igpRouterId ) {
       doHandleRouterDeletion( igpRouterId, routerIdMap_->teRouterId( igpRouterId ) );
       return;
    }
-   allTopoDbStatus_->ifLfaGraph( [ & ]( TopoGraph & lfa ) {
-      lfa.attach( topoId_, igpRouterId, NodeId( igpRouterId ) );
-   } );
+   allTopoDbStatus_->ifLfaGraph(
+      [ & ]( TopoGraph & lfa ) { lfa.attach( topoId_, igpRouterId, NodeId( igpRouterId ) ); } );
    doUpdateTeRouterId( igpRouterId, router->teRouterId() );
    allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) {
       graph.overloadedIs( topoId_, igpRouterId, router->overload() );
@@ -251,8 +256,8 @@ TopoDbSm::linksOf( const IgpRouterId & igpRouterId ) const {
    NeighborKey first;
    first.routerIdIs( igpRouterId );
    allTopoDbStatus_->links().visitFrom( { topoId_, first }, [ & ]( LinkEntry & link ) {
-      const bool own = link.first.topoId == topoId_
-                       && link.first.neighborKey.routerId() == igpRouterId;
+      const bool own =
+         link.first.topoId == topoId_ && link.first.neighborKey.routerId() == igpRouterId;
       if ( own ) {
          links.push_back( &link );
       }

@@ -22,7 +22,8 @@ class TopoDbSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, TopoDbSm );
    TopoDbSm( const TopoId & topoId, Lum::Ptr< const Routing::Topology::TopoDb > topoDb,
              Lum::Ptr< AllTopoDbStatus > allTopoDbStatus )
-      : topoId_( topoId ), topoDb_( std::move( topoDb ) ),
+      : topoId_( topoId ),
+        topoDb_( std::move( topoDb ) ),
         allTopoDbStatus_( std::move( allTopoDbStatus ) ) {}
 
    void handleInitialized() override;

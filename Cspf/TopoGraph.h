@@ -33,7 +33,8 @@ class TopoGraph {
 
    // Changes, told by the import.
 
-   void topologyIs( const TopoId & topoId, const Lum::Ptr< const Routing::Topology::TopoDb > & topoDb );
+   void topologyIs( const TopoId & topoId,
+                    const Lum::Ptr< const Routing::Topology::TopoDb > & topoDb );
    /// Nothing of the topology takes part any more.
    void topologyDel( const TopoId & topoId );
    /// The router takes part as that node. O(its links * log links) when it is new or another one.
@@ -160,7 +161,7 @@ class TopoGraph {
    std::map< TopoId, OneTopology > topologies_;
    std::vector< bool > topologyNumbers_;  // in use
    Nodes nodes_;
-   std::vector< Meaning > meanings_;       // by vertex
+   std::vector< Meaning > meanings_;  // by vertex
    std::vector< EdgeMeaning > edgeMeanings_;
    std::set< Nodes::Entry * > partlyOverloaded_;
    std::uint64_t changes_ = 0;  // edges that came or went since the last settling

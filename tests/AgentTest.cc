@@ -402,31 +402,32 @@ TEST( Agent, TellsABandwidthClientWhatTheOthersLeave ) {
    const auto ports =
       local.entity< Interface::AllEthPhyIntfStatusDir >( "interface/status/eth/phy/all" );
    const auto lags = local.entity< Interface::EthLagIntfStatusDir >( "interface/status/eth/lag" );
-   ports->bandwidthIs( "et1", 1000 );
-   lags->bandwidthIs( "po1", 500 );
+   const Kivnet::IntfId et1( "et1" ), po1( "po1" ), ghost( "ghost" );
+   ports->bandwidthIs( et1, 1000 );
+   lags->bandwidthIs( po1, 500 );
    EXPECT_EQ( told( "cli" ), ( Json{ { "et1", 1000 }, { "po1", 500 } } ) );
 
    const std::string input = "te/bwm/client/input/vrf/default/";
    const auto cli = lab.tables().mount< BandwidthClientUsage >( input + "cli", MountMode::writer );
    const auto rsvp =
       lab.tables().mount< BandwidthClientUsage >( input + "rsvp", MountMode::writer );
-   cli->usageIs( "et1", 300 );
-   rsvp->usageIs( "et1", 200 );
-   rsvp->usageIs( "ghost", 7 );
+   cli->usageIs( et1, 300 );
+   rsvp->usageIs( et1, 200 );
+   rsvp->usageIs( ghost, 7 );
    EXPECT_EQ( told( "cli" ), ( Json{ { "et1", 800 }, { "po1", 500 } } ) );
    EXPECT_EQ( told( "rsvp" ), ( Json{ { "et1", 700 }, { "po1", 500 } } ) );
    EXPECT_EQ( told( "cli", "red" ), ( Json{ { "et1", 1000 }, { "po1", 500 } } ) );
    EXPECT_EQ( sum(), ( Json{ { "et1", 500 }, { "ghost", 7 } } ) );
 
    constexpr auto huge = std::numeric_limits< std::uint64_t >::max();
-   cli->usageIs( "et1", huge );
+   cli->usageIs( et1, huge );
    EXPECT_EQ( told( "rsvp" )[ "et1" ], 0 );
    EXPECT_EQ( sum()[ "et1" ], huge );
    Traces traces( "active VRF: " );
    lab.patch( { { "clients", { { "cli", { { "bwmRequired", false } } } } } } );
    EXPECT_EQ( told( "rsvp" ), ( Json{ { "et1", 1000 }, { "po1", 500 } } ) );
    EXPECT_EQ( sum(), ( Json{ { "et1", 200 }, { "ghost", 7 } } ) );
-   ports->bandwidthDel( "et1" );
+   ports->bandwidthDel( et1 );
    EXPECT_EQ( told( "rsvp" ), ( Json{ { "po1", 500 } } ) );
    EXPECT_THAT( traces.texts, IsEmpty() );
    lab.patch( { { "clients", { { "rsvp", { { "vrf", { { "default", false } } } } } } } } );

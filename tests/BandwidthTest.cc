@@ -25,7 +25,7 @@ using Ledger = std::map< std::string,
 
 /// One published path that asks for bandwidth.
 struct User {
-   std::string id;
+   std::string id, path;
    bool isShared, alwaysBest;
    std::string vrf, dst;
    Json constraint, status;
@@ -43,10 +43,11 @@ usersOf( const Json & document, const Json & outcome ) {
             const Json constraint = path.value( "constraint", Json::object() );
             if ( constraint.value( "bandwidth", 0 ) > 0 ) {
                const unsigned group = constraint.value( "sharedBwGroupId", 0u );
-               users.push_back( { where + " " + client + " "
-                                     + ( group ? std::to_string( group ) : "path " + name ),
-                                  group != 0, client == "cli", path.value( "vrf", "default" ),
-                                  path[ "dst" ], constraint, status } );
+               const std::string asked = where + " " + client + " path " + name;
+               users.push_back(
+                  { group ? where + " " + client + " " + std::to_string( group ) : asked, asked,
+                    group != 0, client == "cli", path.value( "vrf", "default" ), path[ "dst" ],
+                    constraint, status } );
             }
          }
       }
@@ -59,6 +60,12 @@ struct BandwidthLab {
    explicit BandwidthLab( unsigned seed )
       : random( seed ),
         lab( TestLab::of( withBandwidth( random.document() ) ) ) {}
+
+   Json amounts() {
+      return { { "bandwidth", 100 * random.below( 5 ) },
+               { "bwSetupPriority", random.below( 8 ) },
+               { "sharedBwGroupId", random.oneIn( 2 ) ? 0 : random.below( 3 ) } };
+   }
 
    Json links( const Json & some ) {
       Json links = some;
@@ -85,10 +92,7 @@ struct BandwidthLab {
       }
       for ( auto & paths : document[ "paths" ] ) {
          for ( auto & path : paths ) {
-            path[ "constraint" ].update(
-               { { "bandwidth", 100 * random.below( 5 ) },
-                 { "bwSetupPriority", random.below( 8 ) },
-                 { "sharedBwGroupId", random.below( 3 ) % 2 * random.below( 3 ) } } );
+            path[ "constraint" ].update( amounts() );
          }
       }
       return document;
@@ -106,53 +110,65 @@ struct BandwidthLab {
                  { { name, { { "links", links( { { link.key(), Json::object() } } ) } } } } } };
          }
       }
+      const Json paths = lab.document().value( "paths", Json::object() );
+      for ( auto & [ client, asked ] : paths.items() ) {
+         if ( random.oneIn( 4 ) && !asked.empty() ) {
+            patch[ "paths" ][ client ][ asked.begin().key() ][ "constraint" ] = amounts();
+         }
+      }
       try {
          lab.patch( patch );
       } catch ( const Lab::LabError & ) {
       }
    }
 
-   /// Judges what is published, where users held `ledger` before; then holds the accounts against
-   /// what the published hops imply.
+   /// Judges what is published, where users and paths held what the ledgers say; then holds the
+   /// accounts against what the published hops imply.
    void check() {
       lab.settle();
       const Json outcome = Json::parse( Lab::outcomeJson( lab.outcome() ) );
       std::map< std::string, LabOracle > oracles;
       const auto users = usersOf( lab.document(), outcome );
-      Ledger now;
+      Ledger now, paths;
       for ( const User & user : users ) {
          auto & oracle = oracles.try_emplace( user.vrf, lab.document(), user.vrf ).first->second;
          for ( const OracleEdge & hop : oracle.hops( user.status ) ) {
-            now[ user.id ][ hop.link() ][ user.priority() ].insert(
-               user.constraint[ "bandwidth" ].get< std::uint64_t >() );
+            for ( Ledger::mapped_type * holder : { &now[ user.id ], &paths[ user.path ] } ) {
+               ( *holder )[ hop.link() ][ user.priority() ].insert(
+                  user.constraint[ "bandwidth" ].get< std::uint64_t >() );
+            }
          }
       }
       for ( const User & user : users ) {
          LabOracle & oracle = oracles.at( user.vrf );
-         oracle.held = heldBy( user, ledger );
+         oracle.held = heldBy( ledger[ user.id ], user.priority() );
+         merge( oracle.held, heldBy( ofPaths[ user.path ], user.priority() ) );
          if ( user.isShared ) {
-            for ( const auto & [ link, bandwidth ] : heldBy( user, now ) ) {
-               oracle.held[ link ] = std::max( oracle.held[ link ], bandwidth );
-            }
+            merge( oracle.held, heldBy( now[ user.id ], user.priority() ) );
          }
          judge( oracle, user );
       }
       ledger = std::move( now );
+      ofPaths = std::move( paths );
       EXPECT_EQ( valuesOf( outcome ), valuesOf( ledger ) );
    }
 
-   static std::map< std::string, std::uint64_t > heldBy( const User & user,
-                                                         const Ledger & ledger ) {
-      std::map< std::string, std::uint64_t > held;
-      const auto links = ledger.find( user.id );
-      for ( const auto & [ link, priorities ] :
-            links == ledger.end() ? Ledger::mapped_type() : links->second ) {
+   using Held = std::map< std::string, std::uint64_t >;
+
+   static Held heldBy( const Ledger::mapped_type & links, unsigned atPriority ) {
+      Held held;
+      for ( const auto & [ link, priorities ] : links ) {
          for ( const auto & [ priority, values ] : priorities ) {
-            held[ link ] =
-               std::max( held[ link ], priority <= user.priority() ? *values.rbegin() : 0 );
+            held[ link ] = std::max( held[ link ], priority <= atPriority ? *values.rbegin() : 0 );
          }
       }
       return held;
+   }
+
+   static void merge( Held & held, const Held & more ) {
+      for ( const auto & [ link, bandwidth ] : more ) {
+         held[ link ] = std::max( held[ link ], bandwidth );
+      }
    }
 
    void judge( LabOracle & oracle, const User & user ) {
@@ -202,7 +218,7 @@ struct BandwidthLab {
 
    RandomLab random;
    TestLab lab;
-   Ledger ledger;
+   Ledger ledger, ofPaths;  ///< as of the last check, by user and by path
    std::size_t hops = 0;
 };
 
@@ -224,6 +240,18 @@ Lum::Ptr< Cspf::BwUsageTable >
 accountsOf( TestLab & lab ) {
    return Lum::cast< Cspf::BwUsageTable >(
       lab.tables().table( "te/cspf/bwUsage/vrf/default/ipv4" ) );
+}
+
+/// The amounts that a client holds, link by link.
+std::vector< std::uint64_t >
+heldBy( const TestLab & lab, const std::string & client ) {
+   std::vector< std::uint64_t > held;
+   for ( const auto & entry : lab.outcome().bandwidth ) {
+      if ( entry.client == client ) {
+         held.insert( held.end(), entry.reserved.begin(), entry.reserved.end() );
+      }
+   }
+   return held;
 }
 
 }
@@ -267,6 +295,29 @@ TEST( Bandwidth, APathKeepsWhatItHoldsAndMovesWithoutAGap ) {
    lab.settle();
    EXPECT_EQ( lab.path( "cli", "first" ), "A C" );
    EXPECT_EQ( seen->seen, "+--" ) << "the new link is reserved before the old ones are given back";
+}
+
+TEST( Bandwidth, AHigherAmountIsHeldOnlyWhereThereIsRoomForIt ) {
+   TestLab lab( "A -10{bw 100}- B; A -20{bw 500}- C -20{bw 500}- B" );
+   for ( const char * client : { "cli", "rsvp" } ) {
+      lab.request( client, "t", "B", { { "bandwidth", 50 } } );
+   }
+   lab.settle();
+   for ( const char * client : { "cli", "rsvp" } ) {
+      EXPECT_EQ( lab.path( client, "t" ), "A B" );
+      lab.request( client, "t", "B", { { "bandwidth", 80 } } );
+      lab.settle();
+      EXPECT_EQ( lab.path( client, "t" ), "A B" );
+      EXPECT_EQ( heldBy( lab, client ), ( std::vector< std::uint64_t >{ 80 } ) );
+      lab.request( client, "t", "B", { { "bandwidth", 300 } } );
+      lab.settle();
+      EXPECT_EQ( lab.path( client, "t" ), "A C B" );
+      EXPECT_EQ( heldBy( lab, client ), ( std::vector< std::uint64_t >{ 300, 300 } ) );
+      lab.request( client, "t", "B", { { "bandwidth", 600 } } );
+      lab.settle();
+      EXPECT_EQ( lab.path( client, "t" ), "" );
+      EXPECT_EQ( heldBy( lab, client ), std::vector< std::uint64_t >() );
+   }
 }
 
 TEST( Bandwidth, AChangeOfOneUserRecomputesItsPathsAlone ) {

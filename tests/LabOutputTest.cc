@@ -67,8 +67,9 @@ outcome() {
    outcome.agentEnabled = true;
    outcome.teRouterId = address( "10.0.0.1" ).v4();
    outcome.clients[ "idle" ];
-   outcome.clients[ "rsvp" ][ where ] = { { south, stray }, {} };
-   outcome.clients[ "tilfa" ][ where ] = { { link }, { { 5, repair } } };
+   outcome.clients[ "rsvp" ][ where ] = {
+      { south, stray }, {}, { { key( "10.0.0.2", 4 ), "asleep" } } };
+   outcome.clients[ "tilfa" ][ where ] = { { link }, { { 5, repair } }, {} };
    outcome.intfIpToRouterId[ where ][ address( "10.1.0.1" ) ] = address( "10.0.0.2" );
    outcome.constraints.push_back( { where, { "south" }, 2, 1, 200, false, true } );
    outcome.bandwidth.push_back(
@@ -126,18 +127,20 @@ TEST( LabOutput, peopleReadTablesThenChanges ) {
    EXPECT_EQ( out.str(), R"(paris, TE router id 10.0.0.1, after 0.25 s
 
 VRF default, ipv4
-CLIENT PATH   DESTINATION           ID METRIC HOPS                    PROTECTION
-rsvp   asleep lyon (10.0.0.2)       4  -      no answer
+CLIENT PATH   DESTINATION           ID METRIC HOPS OR PROTECTION
+rsvp   asleep lyon (10.0.0.2)       4  -      no answer: asleep
 rsvp   south  nice (10.0.0.3)       1  20     lyon, nice
 rsvp          10.0.0.9              1  -      no path: no such router
-tilfa  link   nice (0000.0000.0003) 1  -                              over pl.a to lyon, then nice
+tilfa  link   nice (0000.0000.0003) 1  -      over pl.a to lyon, then nice
 
-at 1.5 s: restart, then {"te":{"enabled":false}}
+at 1.5 s  the agent is started anew
+at 1.5 s  /te/enabled: false
    rsvp south to nice (10.0.0.3): nice; metric 25, was 20
    rsvp to 10.0.0.9: withdrawn
-   tilfa link to nice (0000.0000.0003): none
+   tilfa link to nice (0000.0000.0003): no protection
 
-at 1.5 s: restart, then {"te":{"enabled":false}}
+at 1.5 s  the agent is started anew
+at 1.5 s  /te/enabled: false
    no path changed
 )" );
 }

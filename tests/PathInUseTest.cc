@@ -29,8 +29,8 @@ strict( const std::string & addr ) {
 }
 
 Json
-through( const Json & hops, bool allExplicit = false ) {
-   return { { "includeHop", hops }, { "includeHopAllExplicit", allExplicit } };
+through( const std::vector< Json > & hops, bool allExplicit = false ) {
+   return { { "includeHop", Json( hops ) }, { "includeHopAllExplicit", allExplicit } };
 }
 
 Json
@@ -234,7 +234,6 @@ TEST( PathInUse, MovesAtOnceWhenItDoesNotHold ) {
       { "direction is gone", linkChange( { { "ba", false } } ) },
       { "address is another", linkChange( { { "bAddr", "10.70.0.1" } } ) },
       { "administrative group", linkChange( { { "adminGroup", 4 } } ) },
-      { "bandwidth", linkChange( { { "unreserved", 99 } } ) },
       { "excluded address", linkChange( { { "aAddr", { "10.64.0.4", "10.99.0.1" } } } ) },
       { "overload", router( "B", { { "overload", true } } ) },
       { "ambiguous address", { { "topologies", { { "level1", stranger } } } } },
@@ -253,7 +252,8 @@ TEST( PathInUse, MovesAtOnceWhenItDoesNotHold ) {
       ASSERT_EQ( lab.path( "rsvp", "p" ), "A B D" );
       lab.patch( change );
       lab.settle();
-      EXPECT_EQ( lab.path( "rsvp", "p" ), what == "destination moved" ? "A G" : "A D" );
+      EXPECT_EQ( lab.path( "rsvp", "p" ), what == "destination moved" ? "A G" : "A D" )
+         << lab.error( "rsvp", "p" ) << hops( lab, "rsvp", "p" );
    }
 }
 
@@ -288,14 +288,15 @@ TEST( ExplicitPath, IsThatOfItsSegmentsPutTogether ) {
       TestLab lab( randomTopology( random ) );
       const Json core = lab.document()[ "topologies" ][ "core" ];
       for ( int i = 0; i < 6; ++i ) {
-         Json hops = Json::array();
+         std::vector< Json > hops;
          for ( auto count = 1 + random() % 4; count > 0; --count ) {
             hops.push_back( randomHop( random, core ) );
          }
          Json constraint = through( hops );
          constraint[ "excludeAdminGroup" ] = random() % 2;
          lab.request( i % 2 ? "rsvp" : "cli", "p" + std::to_string( i ),
-                      std::string( 1, static_cast< char >( 'B' + random() % 7 ) ), constraint );
+                      std::string( 1, static_cast< char >( 'B' + random() % 7 ) ), constraint,
+                      { { "id", i } } );
       }
       lab.settle();
       for ( int i = 0; i < 6; ++i ) {
@@ -323,7 +324,7 @@ TEST( ExplicitPath, IsThatOfItsSegmentsPutTogether ) {
 TEST( ExplicitPath, GivenHopByHopIsTakenAsItStandsOrRefused ) {
    TestLab lab( "A -10- B -10- C -10- D; A -1- D" );
    const auto ask = [ & ]( const std::vector< std::string > & addresses, const char * dst = "D" ) {
-      Json all = Json::array();
+      std::vector< Json > all;
       for ( const std::string & address : addresses ) {
          all.push_back( strict( address ) );
       }
@@ -367,12 +368,12 @@ TEST( ExplicitPath, GivenHopByHopIsTakenAsItStandsOrRefused ) {
 }
 
 TEST( ExplicitPath, FailuresLeaveWhatIsPublishedAndSayWhy ) {
-   TestLab lab( "A -10- B -10- C -10- D; A -1- D; A -9{group 4}- C; E -1- F" );
+   TestLab lab( "A -10- B -10- C -10- D; A -90- D; A -99{group 4}- C; E -1- F" );
    const Json good = through( { loose( "10.0.0.2" ), strict( "10.0.0.3" ) } );
    lab.request( "cli", "p", "D", good );
    lab.settle();
    ASSERT_EQ( lab.path( "cli", "p" ), "A B C D" );
-   const std::vector< std::pair< std::string, Json > > failures{
+   const std::vector< std::pair< std::string, std::vector< Json > > > failures{
       { "No path for pathSegmentIndex 0", { loose( "10.0.0.5" ), loose( "10.0.0.2" ) } },
       { "No path for pathSegmentIndex 0", { loose( "10.77.0.1" ) } },
       { "No path for pathSegmentIndex 2",
@@ -402,12 +403,12 @@ TEST( ExplicitPath, AStrictHopKeepsItsLinkAndAnAddressNamesOne ) {
    TestLab lab( "A -10- B; A -20- B; B -1- C" );
    lab.down( "A-B" );
    lab.request( "rsvp", "kept", "C", through( { strict( "10.0.0.2" ) } ) );
-   lab.request( "rsvp", "named", "C", through( { strict( "10.64.0.5" ) } ) );
+   lab.request( "rsvp", "named", "C", through( { strict( "10.64.0.5" ) } ),
+                { { "id", 2 } } );
    lab.settle();
    lab.up( "A-B" );
    for ( const char * name : { "kept", "named" } ) {
-      const Json asked = lab.document()[ "paths" ][ "rsvp" ][ name ];
-      lab.request( "rsvp", name, "C", asked[ "constraint" ], { { "refreshReqSeq", 1 } } );
+      lab.patch( { { "paths", { { "rsvp", { { name, { { "refreshReqSeq", 1 } } } } } } } } );
       lab.settle();
       EXPECT_EQ( hops( lab, "rsvp", name ), "[10.64.0.5, 10.64.0.7]" );
    }

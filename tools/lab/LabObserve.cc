@@ -109,6 +109,11 @@ class Observer {
          }
          service.pathStatus.push_back( std::move( path ) );
       }
+      for ( const auto & [ key, reason ] : status.pathErrorColl() ) {
+         if ( !status.pathStatusColl().contains( key ) ) {
+            service.unanswered[ key ] = reason;
+         }
+      }
       for ( const auto & [ index, info ] : status.pqInfoColl() ) {
          service.pqInfo[ index ] = info;
       }

@@ -43,14 +43,28 @@ title( const RowKey & key, const Row & row ) {
 /// How a row came to be what it is.
 std::string
 remark( const Row & before, const Row & after ) {
-   if ( before.hops == after.hops && before.metric == after.metric
-        && before.protection == after.protection ) {
+   if ( before.route == after.route && before.metric == after.metric ) {
       return "request " + std::to_string( after.answered ) + " answered";
    }
    if ( before.metric == after.metric ) {
       return "";
    }
-   return ( after.metric == noMetric ? "metric was " : "was " ) + before.metric;
+   const std::string was = before.metric == noMetric ? "none" : before.metric;
+   return ( after.metric == noMetric ? "metric was " : "was " ) + was;
+}
+
+/// Calls `line( "/paths/rsvp/t1/id: 2" )` for each value of the patch.
+template< class Line >
+void
+forEachChange( const std::string & pointer, const LabJson & patch, const Line & line ) {
+   const auto * members = patch.as< LabJsonObject >();
+   if ( !members || ( members->empty() && !pointer.empty() ) ) {
+      line( pointer + ": " + patch.text() );
+      return;
+   }
+   for ( const LabJsonMember & member : *members ) {
+      forEachChange( pointer + "/" + pointerToken( member.key ), member.value, line );
+   }
 }
 
 }
@@ -65,11 +79,14 @@ LabOutput::eventIs( const LabEvent & event ) {
    if ( options_.json ) {
       return;
    }
-   std::string what = event.restart ? "restart" : "";
-   if ( !event.patch.as< LabJsonObject >()->empty() ) {
-      what += ( what.empty() ? "" : ", then " ) + event.patch.text();
+   const auto line = [ & ]( const std::string & what ) {
+      out_ << coloured( bold, "at " + secondsText( event.at ) ) << "  " << what << "\n";
+   };
+   out_ << "\n";
+   if ( event.restart ) {
+      line( "the agent is started anew" );
    }
-   out_ << "\n" << coloured( bold, "at " + secondsText( event.at ) + ":" ) << " " << what << "\n";
+   forEachChange( "", event.patch, line );
 }
 
 void
@@ -99,11 +116,11 @@ LabOutput::printTables( const LabDocument & document, const Outcome & outcome ) 
    for ( auto row = rows_.begin(); row != rows_.end(); ) {
       const VrfAf where = row->first.where;
       Text::Table table(
-         { "CLIENT", "PATH", "DESTINATION", "ID", "METRIC", "HOPS", "PROTECTION" } );
+         { "CLIENT", "PATH", "DESTINATION", "ID", "METRIC", "HOPS OR PROTECTION" } );
       for ( ; row != rows_.end() && row->first.where == where; ++row ) {
          const Row & r = row->second;
          table.row( { row->first.client, r.name, r.destination,
-                      std::to_string( row->first.path.id() ), r.metric, r.hops, r.protection } );
+                      std::to_string( row->first.path.id() ), r.metric, r.route } );
       }
       out_ << "\nVRF " << where.vrf.stringValue() << ", " << Kivnet::text( where.af ) << "\n";
       table.print( out_, options_.width );
@@ -131,8 +148,7 @@ LabOutput::printChanges( const Outcome & outcome, const Rows & after ) const {
 
 void
 LabOutput::printChange( const RowKey & key, const Row & row, const std::string & remark ) const {
-   out_ << "   " << title( key, row ) << ": "
-        << coloured( row.up ? green : red, row.hops + row.protection );
+   out_ << "   " << title( key, row ) << ": " << coloured( row.up ? green : red, row.route );
    std::string notes = row.metric == noMetric ? "" : "metric " + row.metric;
    if ( !remark.empty() ) {
       notes += ( notes.empty() ? "" : ", " ) + remark;

@@ -90,15 +90,21 @@ namesOf( const Names & names, const List & list ) {
    return text;
 }
 
+/// What a path without hops, or a repair, has instead: the agent's reason with it where it gave
+/// one.
+std::string
+withReason( const std::string & text, const std::string & reason ) {
+   return reason.empty() ? text : text + ": " + reason;
+}
+
 std::string
 hopsOf( const Names & names, const PathOutcome & path ) {
-   if ( !path.status.pathTeRouterIdList().empty() ) {
-      return namesOf( names, path.status.pathTeRouterIdList() );
+   if ( path.status.pathTeRouterIdList().empty() ) {
+      return path.cost == std::uint64_t( 0 ) ? "this router" : withReason( "no path", path.error );
    }
-   if ( path.cost == std::uint64_t( 0 ) ) {
-      return "this router";
-   }
-   return path.error.empty() ? "no path" : "no path: " + path.error;
+   // A path that could not be replaced stays published.
+   const std::string hops = namesOf( names, path.status.pathTeRouterIdList() );
+   return path.error.empty() ? hops : hops + "; " + path.error;
 }
 
 /// "over INTERFACE to NEIGHBOR, then NODE, NODE"
@@ -106,7 +112,7 @@ std::string
 protectionOf( const Names & names, const PathOutcome & path, const ClientOutcome & service ) {
    const auto repair = service.pqInfo.find( path.status.repairPathIdx() );
    if ( repair == service.pqInfo.end() ) {
-      return path.error.empty() ? "none" : "none: " + path.error;
+      return withReason( "no protection", path.error );
    }
    const Cspf::PqInfo & info = repair->second;
    std::string text = "over " + info.nhIntf().stringValue();
@@ -119,18 +125,14 @@ protectionOf( const Names & names, const PathOutcome & path, const ClientOutcome
 Row
 rowOf( const Names & names, const std::string & client, const PathOutcome & path,
        const ClientOutcome & service ) {
+   const bool tilfa = client == tilfaClient;
    Row row;
    row.name = path.name.value_or( "" );
    row.destination = names.withText( path.status.pathKey().dst() );
    row.metric = path.cost ? std::to_string( *path.cost ) : noMetric;
+   row.route = tilfa ? protectionOf( names, path, service ) : hopsOf( names, path );
    row.answered = path.status.refreshRespSeq();
-   if ( client == tilfaClient ) {
-      row.protection = protectionOf( names, path, service );
-      row.up = path.status.repairPathIdx() != 0;
-   } else {
-      row.hops = hopsOf( names, path );
-      row.up = !path.status.pathList().empty();
-   }
+   row.up = tilfa ? path.status.repairPathIdx() != 0 : !path.status.pathList().empty();
    return row;
 }
 
@@ -145,7 +147,7 @@ class RowMaker {
             Row row;
             row.name = name;
             row.destination = names( where ).withText( path.dst );
-            ( client == tilfaClient ? row.protection : row.hops ) = "no answer";
+            row.route = "no answer";
             rows.emplace( RowKey{ where, client, { path.dst, path.id } }, std::move( row ) );
          }
       }
@@ -153,6 +155,11 @@ class RowMaker {
    void addPublished( const Outcome & outcome ) {
       for ( const auto & [ client, services ] : outcome.clients ) {
          for ( const auto & [ where, service ] : services ) {
+            for ( const auto & [ key, reason ] : service.unanswered ) {
+               if ( const auto row = rows.find( { where, client, key } ); row != rows.end() ) {
+                  row->second.route = withReason( "no answer", reason );
+               }
+            }
             for ( const PathOutcome & path : service.pathStatus ) {
                rows[ { where, client, path.status.pathKey() } ] =
                   rowOf( names( where ), client, path, service );

@@ -24,8 +24,7 @@ struct Row {
    std::string name;         ///< of the path in the lab; "" where it is not in the lab
    std::string destination;  ///< router and address
    std::string metric = noMetric;
-   std::string hops;            ///< names of routers, or why there are none
-   std::string protection;      ///< of a repair path; "" for other paths
+   std::string route;           ///< names of routers or the protection, or why there is none
    std::uint32_t answered = 0;  ///< the request that the status answers
    bool up = false;             ///< there is a path, or a repair
 
