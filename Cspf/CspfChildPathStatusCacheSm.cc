@@ -21,8 +21,8 @@ bool
 ChildPathTables::cspfDataConsistent( const PathInfoKey & parent ) const {
    const auto & config = pathConfigInfoTable->pathConfigInfo( parent );
    return config && std::ranges::all_of( config->childPathColl(), [ & ]( const auto & child ) {
-      return childConsistent( child.second );
-   } );
+             return childConsistent( child.second );
+          } );
 }
 
 bool
@@ -45,9 +45,9 @@ bool
 ParentPathHelper::anyChildPathRefreshNeeded( const PathInfoKey & parent ) const {
    const auto & config = pathConfigInfoTable_->pathConfigInfo( parent );
    return config && std::ranges::any_of( config->childPathColl(), [ & ]( const auto & child ) {
-      const auto & status = pathStatusInfoTable_->pathStatusInfo( child.second );
-      return status && status->refreshNeeded();
-   } );
+             const auto & status = pathStatusInfoTable_->pathStatusInfo( child.second );
+             return status && status->refreshNeeded();
+          } );
 }
 
 void
@@ -64,7 +64,8 @@ ChildPathStatusSm::handleCspfData() {
 void
 ChildPathStatusCacheSm::handleInitialized() {
    LUM_WATCH_KEYS( tables_.pathStatusCacheTable, pathStatusCache, handlePathStatusCache );
-   for ( const auto & key : Lum::sortedKeys( tables_.pathStatusCacheTable->pathStatusCacheColl() ) ) {
+   for ( const auto & key :
+         Lum::sortedKeys( tables_.pathStatusCacheTable->pathStatusCacheColl() ) ) {
       handlePathStatusCache( key );
    }
 }

@@ -26,7 +26,8 @@ class ParentPathHelper : public Lum::Entity {
    ParentPathHelper( const Lum::Ptr< const PathConfigInfoTable > & pathConfigInfoTable,
                      const Lum::Ptr< const PathStatusInfoTable > & pathStatusInfoTable,
                      const Lum::Ptr< const PathStatusCacheTable > & pathStatusCacheTable )
-      : pathConfigInfoTable_( pathConfigInfoTable ), pathStatusInfoTable_( pathStatusInfoTable ),
+      : pathConfigInfoTable_( pathConfigInfoTable ),
+        pathStatusInfoTable_( pathStatusInfoTable ),
         pathStatusCacheTable_( pathStatusCacheTable ) {}
 
    /// True while any child of the parent has its refresh flag set. False for a path without
@@ -49,9 +50,12 @@ class ChildPathStatusCacheSm;
 class ChildPathStatusSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, ChildPathStatusSm );
    /// The owner outlives this object.
-   ChildPathStatusSm( ChildPathStatusCacheSm & owner, const Lum::Ptr< const PathStatusCache > & cache,
+   ChildPathStatusSm( ChildPathStatusCacheSm & owner,
+                      const Lum::Ptr< const PathStatusCache > & cache,
                       const Lum::Ptr< const PathStatusInfo > & pathStatusInfo )
-      : owner_( owner ), cache_( cache ), pathStatusInfo_( pathStatusInfo ) {}
+      : owner_( owner ),
+        cache_( cache ),
+        pathStatusInfo_( pathStatusInfo ) {}
 
    void handleInitialized() override;
    void handleCspfData();
@@ -65,8 +69,9 @@ class ChildPathStatusSm : public Lum::Reactor {
 /// Tells a parent path when its segments have been computed: one in a VRF root.
 ///
 ///   watches                                  handler                  makes or writes
-///   PathStatusCacheTable.pathStatusCache     handlePathStatusCache    childPathStatus, a child path
-///   each child's result                      handleCspfData           parent's refreshedStage1Count
+///   PathStatusCacheTable.pathStatusCache     handlePathStatusCache    childPathStatus, a child
+///   path each child's result                      handleCspfData           parent's
+///   refreshedStage1Count
 class ChildPathStatusCacheSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, ChildPathStatusCacheSm );
    explicit ChildPathStatusCacheSm( const ChildPathTables & tables ) : tables_( tables ) {}

@@ -6,8 +6,8 @@
 // look-up of an address everything is numbers.
 //
 // The look-up is remembered for each address. Validation runs for thousands of paths after one
-// change of the topology, their hops are mostly the same, and a change makes only the numbers in the
-// memory old, which the graph's version tells.
+// change of the topology, their hops are mostly the same, and a change makes only the numbers in
+// the memory old, which the graph's version tells.
 
 #include "Cspf/CspfHopToTopoDbLinkMapper.h"
 
@@ -27,8 +27,7 @@ HopAddressMemory::carrier( const AllTopoNeighborKey & key ) const {
    const TopoGraph & topoGraph = allTopoDbStatus_->teGraph();
    const CspfGraph & graph = topoGraph.graph();
    Carrier carrier;
-   carrier.topology =
-      topoGraph.topologyNumber( key.topoId() ).value_or( CspfGraph::anyTopology );
+   carrier.topology = topoGraph.topologyNumber( key.topoId() ).value_or( CspfGraph::anyTopology );
    carrier.lan = key.isLan();
    carrier.router = topoGraph.router( key.topoId(), key.neighborKey().routerId() );
    const CspfEdge link = topoGraph.edge( key );
@@ -101,8 +100,7 @@ HopToTopoDbLinkMapper::better( const CspfPathHop & candidate, const CspfPathHop 
    const CspfGraph & graph = view_.graph();
    const auto rank = [ & ]( const CspfPathHop & hop ) {
       const bool continues = graph.from( hop.link ) == previous;
-      const bool allowed =
-         !filter_ || filter_->reason( graph, hop.link ) == CspfRefusal::none;
+      const bool allowed = !filter_ || filter_->reason( graph, hop.link ) == CspfRefusal::none;
       return std::pair( continues, allowed );
    };
    return rank( candidate ) > rank( best );
@@ -196,8 +194,8 @@ pathAsTopoDbLinks( const TopoGraph & topoGraph, std::span< const CspfPathHop > h
          links->pathIs( HopIndex( i ), topoGraph.neighborKey( hops[ i ].link ) );
       }
       if ( hops[ i ].membership != noEdge ) {
-         links->routerInNetworkForHopIs(
-            HopIndex( i ), topoGraph.nodeId( hops[ i ].end( graph ) ).ipAddress() );
+         links->routerInNetworkForHopIs( HopIndex( i ),
+                                         topoGraph.nodeId( hops[ i ].end( graph ) ).ipAddress() );
       }
    }
    return links;

@@ -34,7 +34,7 @@ class HopAddressMemory : public Lum::Reactor {
       CspfVertex router = noVertex;  ///< its owner; noVertex where that takes no part
       std::uint16_t topology = 0;
       bool lan = false;
-      CspfEdge arrival = noEdge;     ///< the link, or the step from the LAN, that leads to the owner
+      CspfEdge arrival = noEdge;  ///< the link, or the step from the LAN, that leads to the owner
    };
 
    explicit HopAddressMemory( const Lum::Ptr< const AllTopoDbStatus > & allTopoDbStatus )
@@ -67,7 +67,9 @@ class HopToTopoDbLinkMapper {
    /// All outlive this object. REQUIRES: the filter is null or was given the constraint.
    HopToTopoDbLinkMapper( const AllTopoDbView & view, HopAddressMemory & memory,
                           const CspfLinkFilter * filter = nullptr )
-      : view_( view ), memory_( memory ), filter_( filter ) {}
+      : view_( view ),
+        memory_( memory ),
+        filter_( filter ) {}
 
    /// Maps the hops of a path that starts at `sourceNode`, one element of `links` a hop. A hop that
    /// cannot be mapped is left out (not known) and traced; `failure` keeps the first such reason.

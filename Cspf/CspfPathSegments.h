@@ -8,10 +8,10 @@ namespace Cspf {
 
 /// The stretch of an explicit-hop path that ends at one include hop, or at the destination.
 struct PathSegment {
-   std::uint8_t index = 0;     ///< of the include hop; one more for the destination's own
-   bool loose = false;         ///< a path of its own; a strict one is a single link
-   bool isIncludeHop = true;   ///< false for the destination's own
-   Kivnet::IpGenAddr source;   ///< the include hop before it; unset for the path's own source
+   std::uint8_t index = 0;    ///< of the include hop; one more for the destination's own
+   bool loose = false;        ///< a path of its own; a strict one is a single link
+   bool isIncludeHop = true;  ///< false for the destination's own
+   Kivnet::IpGenAddr source;  ///< the include hop before it; unset for the path's own source
    Kivnet::IpGenAddr end;
    std::uint32_t repeats = 0;  ///< earlier segments with the same ends
 };

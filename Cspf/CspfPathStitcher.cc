@@ -2,8 +2,8 @@
 //
 // The stitcher holds the router that the path has come to; each operation appends hops that leave
 // that router and moves it on. Loose segments were computed before, by runs of their own. A strict
-// hop is one link, and is chosen here, from the links between the two routers, by the order in which
-// a run that is limited to a single hop would rank them.
+// hop is one link, and is chosen here, from the links between the two routers, by the order in
+// which a run that is limited to a single hop would rank them.
 //
 // An operator who writes the address of an interface means that link, so parallel links do not
 // stand in for it, neither when they cost less nor when that link is not to be had.
@@ -38,8 +38,12 @@ runOptions( CspfVertex source ) {
 
 PathStitcher::PathStitcher( const AllTopoDbView & view, PathValidationMemory & memory,
                             const PathInfoKey & pathInfoKey, const PathStatus & published )
-   : view_( view ), memory_( memory ), pathInfoKey_( pathInfoKey ), published_( published ),
-     filter_( memory.filter( view, view.spfRoot() ) ), end_( view.spfRoot().ipAddress() ) {}
+   : view_( view ),
+     memory_( memory ),
+     pathInfoKey_( pathInfoKey ),
+     published_( published ),
+     filter_( memory.filter( view, view.spfRoot() ) ),
+     end_( view.spfRoot().ipAddress() ) {}
 
 bool
 PathStitcher::checkAndUpdatePathForSelfPath( const Destination & destination,
@@ -105,7 +109,8 @@ PathStitcher::doUpdatePathForStrictHop( const PathSegment & segment ) {
 }
 
 std::string
-PathStitcher::doUpdatePathForLooseHop( const PathSegment & segment, const PathStatusCache & child ) {
+PathStitcher::doUpdatePathForLooseHop( const PathSegment & segment,
+                                       const PathStatusCache & child ) {
    const std::string index = std::to_string( segment.index );
    const auto & path = child.path();
    if ( !child.cspfData() || !path
@@ -131,8 +136,7 @@ PathStitcher::findOldNexthopForStrictHop( const Kivnet::IpGenAddr & teRouterId )
    Kivnet::IpGenAddr previous = view_.spfRoot().ipAddress();
    for ( std::size_t i = 0; i < routers.size() && i < published_.paths(); ++i ) {
       if ( previous == end_ && routers[ i ] == teRouterId ) {
-         TRACE8( "Found old nexthop " << published_.pathList()[ i ] << " for node "
-                                      << teRouterId );
+         TRACE8( "Found old nexthop " << published_.pathList()[ i ] << " for node " << teRouterId );
          return published_.pathList()[ i ];
       }
       previous = routers[ i ];
@@ -144,8 +148,8 @@ std::optional< PathStitcher::StrictHop >
 PathStitcher::findBestNexthopForStrictHop( const Kivnet::IpGenAddr & destination,
                                            const Kivnet::IpGenAddr & strictHop ) const {
    const TopoGraph & topoGraph = view_.topoGraph();
-   auto candidates = singleHops( topoGraph.vertex( NodeId( end_ ) ),
-                                 topoGraph.vertex( NodeId( destination ) ) );
+   auto candidates =
+      singleHops( topoGraph.vertex( NodeId( end_ ) ), topoGraph.vertex( NodeId( destination ) ) );
    const auto isMeant = [ & ]( const StrictHop & hop ) { return arrivesAt( hop.hop, strictHop ); };
    if ( std::ranges::any_of( candidates, isMeant ) ) {
       std::erase_if( candidates, std::not_fn( isMeant ) );
@@ -153,8 +157,7 @@ PathStitcher::findBestNexthopForStrictHop( const Kivnet::IpGenAddr & destination
    const auto old = findOldNexthopForStrictHop( destination );
    const auto rank = [ & ]( const StrictHop & hop ) {
       return std::tuple( hop.refusal != CspfRefusal::none, hop.nexthop != old, hop.cost,
-                         hop.hop.membership != noEdge,
-                         topoGraph.graph().keyRank( hop.hop.link ) );
+                         hop.hop.membership != noEdge, topoGraph.graph().keyRank( hop.hop.link ) );
    };
    const auto best = std::ranges::min_element( candidates, {}, rank );
    return best == candidates.end() ? std::nullopt : std::optional( *best );
@@ -193,10 +196,9 @@ PathStitcher::strictHop( const CspfPathHop & hop ) const {
    if ( strictHop.refusal == CspfRefusal::none && hop.membership != noEdge ) {
       strictHop.refusal = filter_.reason( graph, hop.membership );
    }
-   strictHop.nexthop =
-      hop.membership == noEdge
-         ? view_.nexthopOnP2pLink( key )
-         : view_.nexthopOnLanLink( key, topoGraph.nodeId( hop.end( graph ) ) );
+   strictHop.nexthop = hop.membership == noEdge
+                          ? view_.nexthopOnP2pLink( key )
+                          : view_.nexthopOnLanLink( key, topoGraph.nodeId( hop.end( graph ) ) );
    strictHop.cost = { view_.srlgExcludeInfo( key ), view_.srlgIncludeInfo( key ),
                       CspfArcs::stepMetric( graph, hop.link, options ) };
    return strictHop;

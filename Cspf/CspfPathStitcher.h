@@ -10,9 +10,9 @@
 
 namespace Cspf {
 
-/// Puts one path together, hop by hop and segment by segment, from its source to its end. Operations
-/// that extend the path give the reason why they could not, "" when they did; after a failure the
-/// path is not to be used.
+/// Puts one path together, hop by hop and segment by segment, from its source to its end.
+/// Operations that extend the path give the reason why they could not, "" when they did; after a
+/// failure the path is not to be used.
 class PathStitcher {
  public:
    /// `published`: what the client uses at present; its hops are preferred where there is a choice.
@@ -28,7 +28,8 @@ class PathStitcher {
    /// Extends the path to the segment's end by a single link.
    std::string doUpdatePathForStrictHop( const PathSegment & segment );
    /// Extends the path by the path that a run found for the segment.
-   std::string doUpdatePathForLooseHop( const PathSegment & segment, const PathStatusCache & child );
+   std::string doUpdatePathForLooseHop( const PathSegment & segment,
+                                        const PathStatusCache & child );
 
    /// The records of the path; none for a path of more hops than they can hold.
    std::optional< CspfPathResult > result() const;
@@ -53,8 +54,9 @@ class PathStitcher {
    /// The best single link to the destination: the one with the address `strictHop` at its far end,
    /// where there is one; of the others those that the constraint allows, then the one that the
    /// published path used, then by cost, then by link. Nothing where there is no link.
-   std::optional< StrictHop > findBestNexthopForStrictHop( const Kivnet::IpGenAddr & destination,
-                                                           const Kivnet::IpGenAddr & strictHop ) const;
+   std::optional< StrictHop >
+   findBestNexthopForStrictHop( const Kivnet::IpGenAddr & destination,
+                                const Kivnet::IpGenAddr & strictHop ) const;
    std::vector< StrictHop > singleHops( CspfVertex from, CspfVertex to ) const;
    StrictHop strictHop( const CspfPathHop & hop ) const;
    bool arrivesAt( const CspfPathHop & hop, const Kivnet::IpGenAddr & address ) const;

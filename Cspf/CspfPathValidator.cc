@@ -73,8 +73,8 @@ RsvpPathValidator::validatePath( CspfVertex sourceNode, const CspfLinkFilter & f
    const auto & links = memory_.links();
    const auto found = std::ranges::count_if( links, &CspfPathHop::known );
    if ( static_cast< std::size_t >( found ) != pathStatus_.paths() ) {
-      fail( " : missing links, expected " + std::to_string( pathStatus_.paths() )
-            + " but found " + std::to_string( found ) );
+      fail( " : missing links, expected " + std::to_string( pathStatus_.paths() ) + " but found "
+            + std::to_string( found ) );
       reason_ = mapper.failure();
       return false;
    }
@@ -121,9 +121,9 @@ RsvpPathValidator::updateTeRouterIds() {
          topoGraph.nodeId( hop.end( topoGraph.graph() ) ).ipAddress();
       const std::size_t i = pathTeRouterId_.size();
       if ( i < published.size() && published[ i ] != teNeighborId ) {
-         TRACE8( "RsvpPathValidator : "
-                 << pathInfoKey_.traceString() << " : path TE router id mismatch, expected "
-                 << published[ i ] << ", found " << teNeighborId );
+         TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString()
+                                        << " : path TE router id mismatch, expected "
+                                        << published[ i ] << ", found " << teNeighborId );
          pathTeRouterIdChanged_ = true;
       }
       pathTeRouterId_.push( teNeighborId );

@@ -26,7 +26,7 @@ class PathValidationMemory {
    CspfLinkFilter filter_;
    InternalPathConstraint filterConstraint_;  // that filter_ was made of
    NodeId filterSource_;
-   std::uint64_t filterVersion_ = 0;          // of the graph; 0: none was made
+   std::uint64_t filterVersion_ = 0;  // of the graph; 0: none was made
    std::vector< CspfPathHop > links_;
 };
 
@@ -39,8 +39,11 @@ class RsvpPathValidator {
    RsvpPathValidator( const PathInfoKey & pathInfoKey, const PathStatus & pathStatus,
                       bool sourceToSource, const AllTopoDbView & view,
                       PathValidationMemory & memory )
-      : pathInfoKey_( pathInfoKey ), pathStatus_( pathStatus ),
-        isPathFromSourceToSource_( sourceToSource ), view_( view ), memory_( memory ) {}
+      : pathInfoKey_( pathInfoKey ),
+        pathStatus_( pathStatus ),
+        isPathFromSourceToSource_( sourceToSource ),
+        view_( view ),
+        memory_( memory ) {}
 
    /// Does all of the check. O(hops).
    void validatePathAndUpdateMetadata();

@@ -6,7 +6,6 @@
 #include "Cspf/CspfRoot.h"
 
 #include "platform/Kiv/DumpContext.h"
-#include "platform/LumZorch/Mount.h"
 #include "platform/Trace/Trace.h"
 
 namespace Cspf {
@@ -52,28 +51,6 @@ CspfRoot::doPrepareToDie() {
 
 void
 CspfRoot::initialClientsDone() {
-   doCleanupStaleTables();
-   doCleanupStaleTopoDbClient();
-}
-
-void
-CspfRoot::doCleanupStaleTables() {
-   LumZorch::Mount mount( entityManager_ );
-   for ( const std::string base : { "te/cspf/intfIpToRouterId/vrf/",
-                                    "te/cspf/constraintStatus/vrf/", "te/cspf/bwUsage/vrf/" } ) {
-      const std::string family = std::string( "/" ) + text( af_ );
-      for ( const auto & path : mount.list( base ) ) {
-         const auto vrf = path.substr( base.size(), path.rfind( '/' ) - base.size() );
-         if ( path.ends_with( family ) && !vrfRootHas( vrf ) ) {
-            TRACE7( "Deleting path : " << path );
-            mount.cleanup( path );
-         }
-      }
-   }
-}
-
-void
-CspfRoot::doCleanupStaleTopoDbClient() {
    const auto client =
       Lum::cast< Routing::Topology::Client >( topoDbClientDir_->entity( topoDbClientName ) );
    if ( !client ) {

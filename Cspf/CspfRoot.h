@@ -50,17 +50,15 @@ class CspfRoot : public Lum::Entity {
    void handleInitialized();
    /// REQUIRES: nobody holds a VRF any more.
    void doPrepareToDie();
-   /// The clients that were there at the start are served: what an earlier run published for, or
-   /// asked from the IGPs for, other VRFs is stale. Until then it stays, so that for a VRF that
-   /// goes on being served there is no gap.
+   /// The clients that were there at the start are served: what an earlier run asked from the IGPs
+   /// for other VRFs is withdrawn. Until then it stands, so that a VRF that goes on being served
+   /// is needed all the time.
    void initialClientsDone();
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  private:
    friend class CspfActiveVrfsNotifiee;
 
-   void doCleanupStaleTables();
-   void doCleanupStaleTopoDbClient();
    void vrfActiveIs( const L3::VrfName & vrf );
    void vrfActiveDel( const L3::VrfName & vrf );
 

@@ -49,10 +49,10 @@ RsvpPathRefreshSm::RsvpPathRefreshSm( VrfRoot & vrfRoot,
      vrfRoot_( vrfRoot ),
      pathConfigInfo_( pathConfigInfo ),
      pathStatusUpdator_( *pathStatusInfo, *pathStatusInfo->cspfStatus() ),
-     pathValidationTask_(
-        vrfRoot.taskScheduler(),
-        "RsvpPathValidationTask-" + Lum::valueString( pathStatusInfo->pathInfoKey().pathKey() ),
-        [ this ]() { doPathValidation(); } ) {}
+     pathValidationTask_( vrfRoot.taskScheduler(),
+                          "RsvpPathValidationTask-"
+                             + Lum::valueString( pathStatusInfo->pathInfoKey().pathKey() ),
+                          [ this ]() { doPathValidation(); } ) {}
 
 void
 RsvpPathRefreshSm::handleNew() {
@@ -100,8 +100,9 @@ RsvpPathRefreshSm::doPathValidation() {
    }
    TRACE8( "Process path validation for destination " << key.pathKey().dst() );
    const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
-   const auto view = Lum::make< AllTopoTeDbView >( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(),
-                                                   pathStatusInfo()->constraint()->pathConstraint() );
+   const auto view =
+      Lum::make< AllTopoTeDbView >( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(),
+                                    pathStatusInfo()->constraint()->pathConstraint() );
    RsvpPathValidator validator( key, published, isPathFromSourceToSource(), *view,
                                 vrfRoot_.pathValidationMemory() );
    validator.validatePathAndUpdateMetadata();
@@ -126,9 +127,9 @@ RsvpPathRefreshSm::publishPathMetadata( const RsvpPathValidator & validator ) {
    }
    const PathTeRouterId pathTeRouterId( validator.pathTeRouterId() );
    const IncludeIps includeIps( validator.includeIps() );
-   pathStatusUpdator_.publishPathMetadata(
-      validator.pathTeRouterIdChanged() ? &pathTeRouterId : nullptr,
-      validator.includeIpsChanged() ? &includeIps : nullptr );
+   pathStatusUpdator_.publishPathMetadata( validator.pathTeRouterIdChanged() ? &pathTeRouterId
+                                                                             : nullptr,
+                                           validator.includeIpsChanged() ? &includeIps : nullptr );
 }
 
 void

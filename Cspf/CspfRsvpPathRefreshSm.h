@@ -19,7 +19,8 @@ class PathRefreshSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathRefreshSm );
    PathRefreshSm( const Lum::Ptr< const ConstraintInfo > & constraintInfo,
                   const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
-      : constraintInfo_( constraintInfo ), pathStatusInfo_( pathStatusInfo ) {}
+      : constraintInfo_( constraintInfo ),
+        pathStatusInfo_( pathStatusInfo ) {}
 
    void handleInitialized() override;
    virtual void handleTopoChanged();

@@ -1,5 +1,6 @@
-// The second stage of paths with explicit hops. By then all loose segments were computed, each by the
-// run of its own child path; here they become one path, together with the strict hops between them.
+// The second stage of paths with explicit hops. By then all loose segments were computed, each by
+// the run of its own child path; here they become one path, together with the strict hops between
+// them.
 //
 // Segments that were computed on different states of the topology do not make a path. The stitching
 // then waits: the last child to finish counts another first stage on the parent, and that leads
@@ -18,7 +19,9 @@ RsvpPathStitchSm::RsvpPathStitchSm( VrfRoot & vrfRoot,
                                     const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                                     const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                                     const Lum::Ptr< PathStatusCache > & pathStatusCache )
-   : vrfRoot_( vrfRoot ), pathConfigInfo_( pathConfigInfo ), pathStatusInfo_( pathStatusInfo ),
+   : vrfRoot_( vrfRoot ),
+     pathConfigInfo_( pathConfigInfo ),
+     pathStatusInfo_( pathStatusInfo ),
      pathStatusCache_( pathStatusCache ) {}
 
 void
@@ -42,9 +45,9 @@ RsvpPathStitchSm::doStitchPaths() {
    if ( !config || !pathStatusInfo_->constraint() || !cspfDataConsistent() ) {
       return;
    }
-   allTopoDbViewIs( Lum::make< AllTopoTeDbView >(
-      vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(),
-      pathStatusInfo_->constraint()->pathConstraint() ) );
+   allTopoDbViewIs(
+      Lum::make< AllTopoTeDbView >( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(),
+                                    pathStatusInfo_->constraint()->pathConstraint() ) );
    PathStitcher stitcher( *allTopoDbView_, vrfRoot_.pathValidationMemory(),
                           pathStatusInfo_->pathInfoKey(),
                           pathStatusInfo_->cspfStatus()->pathStatus( pathKey() ) );

@@ -8,8 +8,8 @@ namespace Cspf {
 class VrfRoot;
 
 /// Builds a path with include hops: loose segments from its child paths, strict hops as single
-/// links, a path that is given hop by hop as it stands. A path that cannot be built leaves the cache
-/// and the published path as they were; the reason goes to the client's `Status::pathError`.
+/// links, a path that is given hop by hop as it stands. A path that cannot be built leaves the
+/// cache and the published path as they were; the reason goes to the client's `Status::pathError`.
 ///
 ///   watches                             handler          writes
 ///   PathStatusInfo.stage2RequestCount   doStitchPaths    PathStatusCache: the path,
@@ -32,7 +32,8 @@ class RsvpPathStitchSm : public Lum::Reactor {
  private:
    void allTopoDbViewIs( const Lum::Ptr< const AllTopoTeDbView > & view ) { allTopoDbView_ = view; }
    std::string stitch( PathStitcher & stitcher, const PathConstraint & constraint ) const;
-   std::string doUpdatePathForLooseHop( PathStitcher & stitcher, const PathSegment & segment ) const;
+   std::string doUpdatePathForLooseHop( PathStitcher & stitcher,
+                                        const PathSegment & segment ) const;
    void publish( PathStitcher & stitcher );
    void fail( const std::string & error );
 

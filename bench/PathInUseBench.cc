@@ -1,10 +1,10 @@
 // What it costs to leave paths in use alone: 10,000 paths on 2,000 routers, one remote link changes
-// its metric. The RSVP client's paths are validated; those of an ordinary client, which asks for the
-// same, are computed anew. The change, the network and the requests are equal, so that the ratio of
-// the two is that of validating to recomputing.
+// its metric. The RSVP client's paths are validated; those of an ordinary client, which asks for
+// the same, are computed anew. The change, the network and the requests are equal, so that the
+// ratio of the two is that of validating to recomputing.
 //
-// Paths that reserve bandwidth have a constraint, and thus a run, each; paths without share one run,
-// after which only the hops of each path are worked out.
+// Paths that reserve bandwidth have a constraint, and thus a run, each; paths without share one
+// run, after which only the hops of each path are worked out.
 
 #include "bench/BenchAgent.h"
 
@@ -23,9 +23,8 @@ constexpr int rounds = 7;
 Lab::LabDocument
 requests( const GeneratedNetwork & network, const std::string & client, std::uint64_t bandwidth ) {
    Lab::LabDocument document = labOf( network );
-   document.clients[ client ] = { { { Lab::Vrf::defaultVrf(), true } },
-                                  { { Lab::Af::ipv4, true } },
-                                  false };
+   document.clients[ client ] = {
+      { { Lab::Vrf::defaultVrf(), true } }, { { Lab::Af::ipv4, true } }, false };
    std::mt19937 random( 5 );
    for ( std::uint32_t n = 0; n < paths; ++n ) {
       Lab::LabPath & path = document.paths[ client ][ "p" + std::to_string( n ) ];
@@ -91,8 +90,8 @@ compare( const GeneratedNetwork & network, const char * what, std::uint64_t band
 int
 main() {
    const GeneratedNetwork network = generateNetwork( routers, 1 );
-   std::printf( "%u routers, %zu links, %u paths, one link change\n", routers,
-                network.links.size(), paths );
+   std::printf( "%u routers, %zu links, %u paths, one link change\n", routers, network.links.size(),
+                paths );
    compare( network, "paths with bandwidth, a constraint each", 1'000 );
    compare( network, "paths without, one constraint", 0 );
 }

@@ -313,7 +313,7 @@ TEST( Bandwidth, AHigherAmountIsHeldOnlyWhereThereIsRoomForIt ) {
       lab.settle();
       EXPECT_EQ( lab.path( client, "t" ), "A C B" );
       EXPECT_EQ( heldBy( lab, client ), ( std::vector< std::uint64_t >{ 300, 300 } ) );
-      lab.request( client, "t", "B", { { "bandwidth", 600 } } );
+      lab.request( client, "t", "B", { { "bandwidth", 900 } } );
       lab.settle();
       EXPECT_EQ( lab.path( client, "t" ), "" );
       EXPECT_EQ( heldBy( lab, client ), std::vector< std::uint64_t >() );

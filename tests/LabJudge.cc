@@ -63,10 +63,9 @@ class Judge {
          return status.is_null() ? "" : "a path without service";
       }
       const Json constraint = path.value( "constraint", none_ );
-      return status.is_null() ? "no status"
-             : plain( constraint )
-                ? hops( client == "cli" || fresh_, status, path, constraint, vrf )
-                : "";
+      return !plain( constraint ) ? ""
+             : status.is_null()   ? "no status"
+                                : hops( client == "cli" || fresh_, status, path, constraint, vrf );
    }
 
    std::string hops( bool isBest, Json status, const Json & path, const Json & constraint,

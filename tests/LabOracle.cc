@@ -125,7 +125,7 @@ LabOracle::addTopology( const std::string & name, const Json & topology ) {
    }
    for ( const Json lans = topology.value( "lans", none );
          const auto & [ lanName, lan ] : lans.items() ) {
-      addLan( lan );
+      addLan( lanName, lan );
    }
 }
 
@@ -160,12 +160,12 @@ LabOracle::addLink( const std::string & name, const Json & link ) {
 }
 
 void
-LabOracle::addLan( const Json & lan ) {
+LabOracle::addLan( const std::string & name, const Json & lan ) {
    for ( const auto & [ nearName, near ] : lan[ "members" ].items() ) {
       OracleEdge edge;
       edge.lan = true;
       edge.from = te( nearName );
-      edge.intf = near.value( "intf", std::string() );
+      edge.intf = near.value( "intf", name + "." + nearName );
       edge.nearAddrs = addressList( near, "addr" );
       edge.topology = topologyName_;
       attributesOf( edge, near );

@@ -63,7 +63,7 @@ class LabOracle {
 
    void addTopology( const std::string & name, const nlohmann::json & topology );
    void addLink( const std::string & name, const nlohmann::json & link );
-   void addLan( const nlohmann::json & lan );
+   void addLan( const std::string & name, const nlohmann::json & lan );
    void addAddresses( const std::string & router, const nlohmann::json & addresses );
    std::string te( const std::string & router ) const;
    bool allowed( const OracleEdge & edge, const nlohmann::json & constraint );

@@ -60,7 +60,8 @@ class Composition {
 
    /// The cost of all, and the router at which each include hop was met; nothing where a segment
    /// has no path.
-   std::optional< std::uint64_t > cost( const Json & path, std::vector< std::string > & met ) const {
+   std::optional< std::uint64_t > cost( const Json & path,
+                                        std::vector< std::string > & met ) const {
       const Json constraint = path[ "constraint" ];
       Json plain = constraint;
       plain.erase( "includeHop" );
@@ -124,8 +125,8 @@ class Composition {
       std::optional< std::uint64_t > best, named;
       bool isNamed = false;
       const auto way = [ & ]( const Json & link, const Json & far, std::uint64_t metric ) {
-         const bool allowed = ( link.value( "adminGroup", 0u )
-                                & constraint.value( "excludeAdminGroup", 0u ) ) == 0;
+         const bool allowed =
+            ( link.value( "adminGroup", 0u ) & constraint.value( "excludeAdminGroup", 0u ) ) == 0;
          isNamed = isNamed || far == addr;
          auto & least = far == addr ? named : best;
          if ( allowed && ( !least || metric < *least ) ) {
@@ -217,9 +218,8 @@ TEST( PathInUse, StaysUnwrittenWhileItIsValid ) {
 }
 
 TEST( PathInUse, MovesAtOnceWhenItDoesNotHold ) {
-   const Json constraint{ { "excludeAdminGroup", 4 },
-                          { "bandwidth", 100 },
-                          { "excludeLinkWithIp", { "10.99.0.1" } } };
+   const Json constraint{
+      { "excludeAdminGroup", 4 }, { "bandwidth", 100 }, { "excludeLinkWithIp", { "10.99.0.1" } } };
    const auto linkChange = []( const Json & change ) -> Json {
       return { { "topologies", { { "core", { { "links", { { "B-D", change } } } } } } } };
    };
@@ -403,8 +403,7 @@ TEST( ExplicitPath, AStrictHopKeepsItsLinkAndAnAddressNamesOne ) {
    TestLab lab( "A -10- B; A -20- B; B -1- C" );
    lab.down( "A-B" );
    lab.request( "rsvp", "kept", "C", through( { strict( "10.0.0.2" ) } ) );
-   lab.request( "rsvp", "named", "C", through( { strict( "10.64.0.5" ) } ),
-                { { "id", 2 } } );
+   lab.request( "rsvp", "named", "C", through( { strict( "10.64.0.5" ) } ), { { "id", 2 } } );
    lab.settle();
    lab.up( "A-B" );
    for ( const char * name : { "kept", "named" } ) {

@@ -256,7 +256,11 @@ TEST( PathService, ARestartKeepsWhatIsValidAndClearsWhatIsStale ) {
 
          // What changes while no agent runs is found by the next one.
          lab.restart();
-         lab.patch( { { "clients", { { random.oneIn( 2 ) ? "cli" : "rsvp", nullptr } } } } );
+         const bool which = random.oneIn( 2 );
+         lab.patch( { { "clients",
+                        { { which ? "cli" : "rsvp", nullptr },
+                          { which ? "rsvp" : "cli",
+                            { { "vrf", { { "red", random.oneIn( 2 ) } } } } } } } } );
          for ( int event = 0; event < 6; ++event ) {
             tryEvent( lab, random );
          }

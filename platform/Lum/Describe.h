@@ -70,6 +70,20 @@ fieldsUpTo() {
 
 }
 
+namespace Detail {
+
+template< class T, int line, class Object, class Visit >
+constexpr void
+visitUpTo( Object & object, Visit & visit ) {
+   constexpr auto last = T::lumField( Line< line >{} );
+   if constexpr ( !std::is_same_v< decltype( last ), const NoField > ) {
+      visitUpTo< T, last.line - 1 >( object, visit );
+      visit( last, object.*( last.member ) );
+   }
+}
+
+}
+
 /// The described fields of `T`, in order: a tuple of `Field`.
 template< class T >
 inline constexpr auto fields = Detail::fieldsUpTo< T, maxLine >();
@@ -77,13 +91,12 @@ inline constexpr auto fields = Detail::fieldsUpTo< T, maxLine >();
 template< class T >
 concept Described = requires { T::lumField( Line< maxLine >{} ); };
 
-/// Calls `visit( field, value )` for each described field of the object.
+/// Calls `visit( field, value )` for each described field of the object, in order. Far cheaper to
+/// compile than a walk over `fields`.
 template< class T, class Visit >
 constexpr void
 forEachField( T & object, Visit && visit ) {
-   std::apply(
-      [ & ]( const auto &... field ) { ( visit( field, object.*( field.member ) ), ... ); },
-      fields< std::remove_const_t< T > > );
+   Detail::visitUpTo< std::remove_const_t< T >, maxLine >( object, visit );
 }
 
 }

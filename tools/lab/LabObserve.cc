@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 
 namespace Lab {
 
@@ -147,9 +148,10 @@ class Observer {
                                        status->cspfCurrentDelay(),
                                        status->sourceMissing(),
                                        status->constraintMissingInTopo() };
+         std::set< std::string > names;
          for ( const auto & [ user, count ] : status->pathColl() ) {
             const std::string name = nameOf( at.where, user );
-            if ( std::ranges::count( constraint.paths, name ) == 0 ) {
+            if ( names.insert( name ).second ) {
                constraint.paths.push_back( name );
             }
          }
