@@ -35,6 +35,7 @@ HopAddressMemory::carrier( const AllTopoNeighborKey & key ) const {
    if ( carrier.arrival != noEdge ) {
       [[maybe_unused]] const auto linkInReverse = topoGraph.neighborKey( carrier.arrival );
       LUM_ASSERT( !!linkInReverse.teNeighborOf() );
+      carrier.teRouterId = topoGraph.nodeId( carrier.router ).ipAddress();
    }
    return carrier;
 }
@@ -145,7 +146,7 @@ HopToTopoDbLinkMapper::doReverseP2pLink( const Carrier & carrier, const Kivnet::
       fail( "Cannot find matching reverse link for hop ", hop );
       return {};
    }
-   return { carrier.arrival, noEdge };
+   return { carrier.arrival, noEdge, carrier.teRouterId };
 }
 
 CspfPathHop
@@ -164,7 +165,7 @@ HopToTopoDbLinkMapper::doReverseLanLink( const Carrier & carrier, const Kivnet::
    CspfPathHop best;
    if ( previous != noVertex ) {
       for ( const std::uint32_t e : graph.out( previous ) ) {
-         const CspfPathHop candidate{ CspfEdge{ e }, carrier.arrival };
+         const CspfPathHop candidate{ CspfEdge{ e }, carrier.arrival, carrier.teRouterId };
          if ( graph.to( candidate.link ) == network && better( candidate, best, previous ) ) {
             best = candidate;
          }
@@ -187,15 +188,13 @@ HopToTopoDbLinkMapper::fail( const char * reason, const Kivnet::IpGenAddr & hop,
 
 Lum::Ptr< PathAsTopoDbLinks >
 pathAsTopoDbLinks( const TopoGraph & topoGraph, std::span< const CspfPathHop > hops ) {
-   const CspfGraph & graph = topoGraph.graph();
    const auto links = Lum::make< PathAsTopoDbLinks >();
    for ( std::size_t i = 0; i < hops.size(); ++i ) {
       if ( hops[ i ].known() ) {
          links->pathIs( HopIndex( i ), topoGraph.neighborKey( hops[ i ].link ) );
       }
       if ( hops[ i ].membership != noEdge ) {
-         links->routerInNetworkForHopIs( HopIndex( i ),
-                                         topoGraph.nodeId( hops[ i ].end( graph ) ).ipAddress() );
+         links->routerInNetworkForHopIs( HopIndex( i ), hops[ i ].teRouterId );
       }
    }
    return links;

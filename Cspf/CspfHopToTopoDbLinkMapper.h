@@ -13,6 +13,7 @@ namespace Cspf {
 struct CspfPathHop {
    CspfEdge link = noEdge;        ///< by which the previous router is left; noEdge: not known
    CspfEdge membership = noEdge;  ///< across a LAN: the step from the LAN to the router reached
+   Kivnet::IpGenAddr teRouterId;  ///< of the router reached
 
    bool known() const { return link != noEdge; }
    /// The router reached. REQUIRES: the hop is known.
@@ -35,13 +36,19 @@ class HopAddressMemory : public Lum::Reactor {
       std::uint16_t topology = 0;
       bool lan = false;
       CspfEdge arrival = noEdge;  ///< the link, or the step from the LAN, that leads to the owner
+      Kivnet::IpGenAddr teRouterId;  ///< of the owner
    };
 
    explicit HopAddressMemory( const Lum::Ptr< const AllTopoDbStatus > & allTopoDbStatus )
       : allTopoDbStatus_( allTopoDbStatus ) {}
 
    void handleInitialized() override;
-   void handleIntfIp( const Kivnet::IpGenAddr & address ) { entries_.erase( address ); }
+   void handleIntfIp( const Kivnet::IpGenAddr & address ) {
+      entries_.erase( address );
+      ++changes_;
+   }
+   /// Changes of the addresses of any link so far.
+   std::uint64_t changes() const noexcept { return changes_; }
    /// All carriers of the address, in key order; valid until the next call. O(1) when it is known.
    std::span< const Carrier > carriers( const Kivnet::IpGenAddr & address );
 
@@ -54,6 +61,7 @@ class HopAddressMemory : public Lum::Reactor {
 
    const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
    Lum::Map< Kivnet::IpGenAddr, Entry > entries_;
+   std::uint64_t changes_ = 0;
 };
 
 /// Translates hop addresses into links of the topology. A hop address is that of the receiving end;

@@ -26,11 +26,9 @@ isOn( const AllTopoDbView & view, const Kivnet::IpGenAddr & teRouterId,
 }
 
 CspfRunOptions
-runOptions( CspfVertex source ) {
+runOptions() {
    CspfRunOptions options;
-   options.source = source;
    options.useTeMetric = true;
-   options.singleHop = true;
    return options;
 }
 
@@ -171,14 +169,15 @@ PathStitcher::singleHops( CspfVertex from, CspfVertex to ) const {
    if ( from == to ) {
       return found;  // though a LAN leads back to its routers
    }
+   const Kivnet::IpGenAddr teRouterId = view_.topoGraph().nodeId( to ).ipAddress();
    for ( const std::uint32_t e : graph.out( from ) ) {
       const CspfEdge link{ e };
       if ( graph.to( link ) == to ) {
-         found.push_back( strictHop( { link, noEdge } ) );
+         found.push_back( strictHop( { link, noEdge, teRouterId } ) );
       } else if ( graph.isNetwork( graph.to( link ) ) ) {
          for ( const std::uint32_t m : graph.out( graph.to( link ) ) ) {
             if ( graph.to( CspfEdge{ m } ) == to ) {
-               found.push_back( strictHop( { link, CspfEdge{ m } } ) );
+               found.push_back( strictHop( { link, CspfEdge{ m }, teRouterId } ) );
             }
          }
       }
@@ -191,16 +190,20 @@ PathStitcher::strictHop( const CspfPathHop & hop ) const {
    const TopoGraph & topoGraph = view_.topoGraph();
    const CspfGraph & graph = view_.graph();
    const AllTopoNeighborKey key = topoGraph.neighborKey( hop.link );
-   const CspfRunOptions options = runOptions( graph.from( hop.link ) );
-   StrictHop strictHop{ hop, {}, {}, CspfArcs::refusal( graph, filter_, hop.link, options ) };
+   const std::uint32_t metric = CspfArcs::stepMetric( graph, hop.link, runOptions() );
+   StrictHop strictHop{ hop, {}, {}, refusalForUser( view_, filter_, hop.link ) };
    if ( strictHop.refusal == CspfRefusal::none && hop.membership != noEdge ) {
       strictHop.refusal = filter_.reason( graph, hop.membership );
+   }
+   if ( strictHop.refusal == CspfRefusal::none ) {
+      strictHop.refusal = metric == 0                        ? CspfRefusal::zeroMetric
+                          : metric > CspfArcs::maxLinkMetric ? CspfRefusal::maximumMetric
+                                                             : CspfRefusal::none;
    }
    strictHop.nexthop = hop.membership == noEdge
                           ? view_.nexthopOnP2pLink( key )
                           : view_.nexthopOnLanLink( key, topoGraph.nodeId( hop.end( graph ) ) );
-   strictHop.cost = { view_.srlgExcludeInfo( key ), view_.srlgIncludeInfo( key ),
-                      CspfArcs::stepMetric( graph, hop.link, options ) };
+   strictHop.cost = { view_.srlgExcludeInfo( key ), view_.srlgIncludeInfo( key ), metric };
    return strictHop;
 }
 
@@ -215,7 +218,7 @@ PathStitcher::arrivesAt( const CspfPathHop & hop, const Kivnet::IpGenAddr & addr
 void
 PathStitcher::addHop( const CspfPathHop & hop, const Kivnet::IpGenAddr & nexthop ) {
    const TopoGraph & topoGraph = view_.topoGraph();
-   end_ = topoGraph.nodeId( hop.end( topoGraph.graph() ) ).ipAddress();
+   end_ = hop.teRouterId;
    hops_.push_back( { nexthop, end_, { topoGraph.neighbor( hop.link ).srlgList() } } );
 }
 

@@ -22,16 +22,26 @@ PathValidationMemory::~PathValidationMemory() = default;
 
 const CspfLinkFilter &
 PathValidationMemory::filter( const AllTopoDbView & view, const NodeId & source ) {
-   // Reservations change without the graph.
-   const bool same = view.constraint().bandwidth() == 0 && filterVersion_ == view.graph().version()
-                     && filterSource_ == source && filterConstraint_ == view.constraint();
-   if ( !same ) {
-      filter_.constraintIs( view.linkConstraint( source ) );
-      filterConstraint_ = view.constraint();
+   InternalPathConstraint constraint = view.constraint();
+   constraint.bwUsageIdIs( {} );
+   if ( filterVersion_ != view.graph().version() || filterAddresses_ != hopAddresses_->changes()
+        || filterSource_ != source || filterConstraint_ != constraint ) {
+      const AllTopoTeDbView anyUser( view.allTopoDb(), view.allTopoDbStatus(), constraint );
+      filter_.constraintIs( anyUser.linkConstraint( source ) );
+      filterConstraint_ = std::move( constraint );
       filterSource_ = source;
       filterVersion_ = view.graph().version();
+      filterAddresses_ = hopAddresses_->changes();
    }
    return filter_;
+}
+
+CspfRefusal
+refusalForUser( const AllTopoDbView & view, const CspfLinkFilter & filter, CspfEdge link ) {
+   const CspfRefusal refusal = filter.reason( view.graph(), link );
+   const bool ownSuffices = refusal == CspfRefusal::bandwidth
+                            && view.bandwidthCheckPassed( view.topoGraph().neighborKey( link ) );
+   return ownSuffices ? CspfRefusal::none : refusal;
 }
 
 void
@@ -61,9 +71,8 @@ RsvpPathValidator::checkPath() {
       return false;
    }
    updateTeRouterIds();
-   const Kivnet::IpGenAddr end =
-      pathTeRouterId_.empty() ? sourceTeRouterId() : pathTeRouterId_[ pathTeRouterId_.size() - 1 ];
-   return destinationIsOn( end );
+   return destinationIsOn( memory_.links().empty() ? source.ipAddress()
+                                                   : memory_.links().back().teRouterId );
 }
 
 bool
@@ -101,7 +110,7 @@ RsvpPathValidator::validateHop( std::size_t hopIndex, CspfVertex previous,
                    + names.nodeId( graph.from( hop.link ) ).stringValue() + " for hop " + hopText()
                    + " at hopIndex " + std::to_string( hopIndex ) );
    }
-   CspfRefusal refusal = filter.reason( graph, hop.link );
+   CspfRefusal refusal = refusalForUser( view_, filter, hop.link );
    if ( refusal == CspfRefusal::none && hop.membership != noEdge ) {
       refusal = filter.reason( graph, hop.membership );
    }
@@ -112,19 +121,18 @@ RsvpPathValidator::validateHop( std::size_t hopIndex, CspfVertex previous,
 
 void
 RsvpPathValidator::updateTeRouterIds() {
-   const TopoGraph & topoGraph = view_.topoGraph();
    const auto & published = pathStatus_.pathTeRouterIdList();
-   pathTeRouterIdChanged_ = published.size() != memory_.links().size();
-   pathTeRouterId_.reserve( memory_.links().size() );
-   for ( const CspfPathHop & hop : memory_.links() ) {
-      const Kivnet::IpGenAddr teNeighborId =
-         topoGraph.nodeId( hop.end( topoGraph.graph() ) ).ipAddress();
-      const std::size_t i = pathTeRouterId_.size();
+   const auto & links = memory_.links();
+   if ( std::ranges::equal( published, links, {}, {}, &CspfPathHop::teRouterId ) ) {
+      return;
+   }
+   pathTeRouterIdChanged_ = true;
+   for ( std::size_t i = 0; i < links.size(); ++i ) {
+      const Kivnet::IpGenAddr & teNeighborId = links[ i ].teRouterId;
       if ( i < published.size() && published[ i ] != teNeighborId ) {
          TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString()
                                         << " : path TE router id mismatch, expected "
                                         << published[ i ] << ", found " << teNeighborId );
-         pathTeRouterIdChanged_ = true;
       }
       pathTeRouterId_.push( teNeighborId );
    }
@@ -164,9 +172,9 @@ IncludeIp
 RsvpPathValidator::currentIncludeIp( const IncludeIp & published ) const {
    Kivnet::IpGenAddr teRouterId = published.teRouterId();
    const auto & old = pathStatus_.pathTeRouterIdList();
-   for ( std::size_t i = 0; i < old.size() && i < pathTeRouterId_.size(); ++i ) {
+   for ( std::size_t i = 0; i < old.size() && i < memory_.links().size(); ++i ) {
       if ( old[ i ] == published.teRouterId() ) {
-         teRouterId = pathTeRouterId_[ i ];
+         teRouterId = memory_.links()[ i ].teRouterId;
          break;
       }
    }
@@ -175,10 +183,11 @@ RsvpPathValidator::currentIncludeIp( const IncludeIp & published ) const {
    }
    TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " Include IP "
                                   << published.addr() << " no longer present on " << teRouterId );
-   const auto moved = std::ranges::find_if( pathTeRouterId_, [ & ]( const auto & router ) {
-      return hasAddress( router, published.addr() );
+   const auto & links = memory_.links();
+   const auto moved = std::ranges::find_if( links, [ & ]( const CspfPathHop & hop ) {
+      return hasAddress( hop.teRouterId, published.addr() );
    } );
-   return { published.addr(), moved == pathTeRouterId_.end() ? Kivnet::IpGenAddr() : *moved };
+   return { published.addr(), moved == links.end() ? Kivnet::IpGenAddr() : moved->teRouterId };
 }
 
 bool
@@ -189,11 +198,6 @@ RsvpPathValidator::hasAddress( const Kivnet::IpGenAddr & teRouterId,
    }
    const auto routers = view_.allTopoDbStatus()->teRouterIdsOfTep( address );
    return std::ranges::find( routers, teRouterId ) != routers.end();
-}
-
-Kivnet::IpGenAddr
-RsvpPathValidator::sourceTeRouterId() const {
-   return view_.spfRoot().ipAddress();
 }
 
 bool

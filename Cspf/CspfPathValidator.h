@@ -16,7 +16,8 @@ class PathValidationMemory {
    explicit PathValidationMemory( const Lum::Ptr< const AllTopoDbStatus > & allTopoDbStatus );
    ~PathValidationMemory();
 
-   /// The view's constraint, ready to be asked for reasons. May renumber the graph.
+   /// The view's constraint, ready to be asked for reasons; without what its user has reserved, so
+   /// that paths which differ in their user alone share it. May renumber the graph.
    const CspfLinkFilter & filter( const AllTopoDbView & view, const NodeId & source );
    HopAddressMemory & hopAddresses() noexcept { return *hopAddresses_; }
    std::vector< CspfPathHop > & links() noexcept { return links_; }
@@ -24,11 +25,17 @@ class PathValidationMemory {
  private:
    Lum::Ptr< HopAddressMemory > hopAddresses_;
    CspfLinkFilter filter_;
-   InternalPathConstraint filterConstraint_;  // that filter_ was made of
+   InternalPathConstraint filterConstraint_;  // that filter_ was made of, for no user
    NodeId filterSource_;
-   std::uint64_t filterVersion_ = 0;  // of the graph; 0: none was made
+   std::uint64_t filterVersion_ = 0;    // of the graph; 0: none was made
+   std::uint64_t filterAddresses_ = 0;  // changes of addresses that it knows of
    std::vector< CspfPathHop > links_;
 };
+
+/// Why the view's constraint refuses a link, its user's own reservations on the link included; none
+/// where it does not. `filter`: of the memory above, for this view.
+CspfRefusal refusalForUser( const AllTopoDbView & view, const CspfLinkFilter & filter,
+                            CspfEdge link );
 
 /// Checks one published path: whether it still holds in the topology as it is and under the view's
 /// constraint, and what is known of its hops now.
@@ -55,6 +62,7 @@ class RsvpPathValidator {
    const std::string & reason() const noexcept { return reason_; }
    bool pathTeRouterIdChanged() const noexcept { return pathTeRouterIdChanged_; }
    bool includeIpsChanged() const noexcept { return includeIpsChanged_; }
+   /// Worked out when they changed.
    const PathTeRouterId::Hops & pathTeRouterId() const noexcept { return pathTeRouterId_; }
    const IncludeIps::List & includeIps() const noexcept { return includeIps_; }
    /// The links of the hops.
@@ -72,7 +80,6 @@ class RsvpPathValidator {
    IncludeIp currentIncludeIp( const IncludeIp & published ) const;
    bool hasAddress( const Kivnet::IpGenAddr & teRouterId, const Kivnet::IpGenAddr & address ) const;
    bool fail( const std::string & text );
-   Kivnet::IpGenAddr sourceTeRouterId() const;
 
    const PathInfoKey & pathInfoKey_;
    const PathStatus & pathStatus_;

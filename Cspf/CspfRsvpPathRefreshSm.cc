@@ -100,10 +100,9 @@ RsvpPathRefreshSm::doPathValidation() {
    }
    TRACE8( "Process path validation for destination " << key.pathKey().dst() );
    const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
-   const auto view =
-      Lum::make< AllTopoTeDbView >( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(),
-                                    pathStatusInfo()->constraint()->pathConstraint() );
-   RsvpPathValidator validator( key, published, isPathFromSourceToSource(), *view,
+   const AllTopoTeDbView view( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(),
+                               pathStatusInfo()->constraint()->pathConstraint() );
+   RsvpPathValidator validator( key, published, isPathFromSourceToSource(), view,
                                 vrfRoot_.pathValidationMemory() );
    validator.validatePathAndUpdateMetadata();
    if ( validator.valid() ) {

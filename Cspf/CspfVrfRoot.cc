@@ -33,6 +33,8 @@ using LumZorch::MountMode;
 template< class T >
 using Mount = TableMount< T >;
 
+}
+
 struct PathMachines {
    Lum::Ptr< PathConfigInfoSm > pathConfigInfoSm;
    Lum::Ptr< PathStatusInfoSm > pathStatusInfoSm;
@@ -95,6 +97,8 @@ class MachineRows {
  private:
    Lum::Map< Key, Row > rows_;
 };
+
+namespace {
 
 std::string
 statePath( const char * kind, const VrfRoot & root ) {

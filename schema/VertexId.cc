@@ -101,7 +101,7 @@ VertexIdentifierBase::VertexIdentifierBase( const Kivnet::IpGenAddr & address ) 
    } else if ( address.af() == Kivnet::AddressFamily::ipv6 ) {
       type_ = VertexType::ipAddress;
       length_ = 16;
-      const auto & bytes = address.v6().bytes();
+      const auto bytes = address.v6().bytes();
       std::copy( bytes.begin(), bytes.end(), bytes_.begin() );
    }
 }

@@ -44,8 +44,8 @@ TestLab::TestLab( Whole, Json document ) {
    std::srand( 1 );
    Schema::registerTypes( types_ );
    documentIs( std::move( document ) );
-   runner_ =
-      std::make_unique< AgentRunner::Runner >( loop_, state_, tables_, agentFactory, "CspfAgent" );
+   runner_ = std::make_unique< AgentRunner::Runner >( loop_, state_, tables_, ::agentFactory,
+                                                      "CspfAgent" );
    start();
 }
 

@@ -209,7 +209,7 @@ class TilfaStorm {
          const std::string neighbor = network_.name( link->a == 0 ? link->b : link->a );
          for ( const bool isLink : { true, false } ) {
             for ( uint32_t to = 0; to <= network_.routers; ++to ) {
-               char dst[ 16 ] = "10.9.0.0/16";
+               char dst[ 32 ] = "10.9.0.0/16";
                if ( to < network_.routers ) {
                   std::snprintf( dst, sizeof dst, "0000.0000.%04u", to + 1 );
                }
