@@ -254,11 +254,12 @@ class Storm {
 };
 
 TEST( DeliveryStorm, WhoWatchesThroughoutHearsEachChangeAndWhoEndedHearsNone ) {
+   const auto before = Lum::census();
    for ( unsigned seed = 1; seed <= 50; ++seed ) {
       SCOPED_TRACE( seed );
       Storm( seed ).run();
    }
-   EXPECT_THAT( Lum::census(), IsEmpty() );
+   EXPECT_EQ( Lum::census(), before );
 }
 
 class Child : public Lum::Reactor {
