@@ -236,16 +236,22 @@ AllTopoDbView::nexthopOnP2pLink( const AllTopoNeighborKey & link ) const {
 
 Kivnet::IpGenAddr
 AllTopoDbView::nexthopOnLanLink( const AllTopoNeighborKey & link, const NodeId & router ) const {
+   const CspfEdge step = stepFromLan( link, router );
+   return step == noEdge ? Kivnet::IpGenAddr() : topoGraph().nextHop( step );
+}
+
+CspfEdge
+AllTopoDbView::stepFromLan( const AllTopoNeighborKey & link, const NodeId & router ) const {
    const CspfVertex network = topoGraph().vertex( link.allTopoNetworkId() );
    const CspfVertex to = topoGraph().vertex( router );
    if ( network != noVertex && to != noVertex ) {
       for ( const std::uint32_t e : graph().in( to ) ) {
          if ( graph().from( CspfEdge{ e } ) == network ) {
-            return topoGraph().nextHop( CspfEdge{ e } );
+            return CspfEdge{ e };
          }
       }
    }
-   return {};
+   return noEdge;
 }
 
 Kivnet::IpGenAddr

@@ -85,13 +85,15 @@ class AllTopoDbView : public Lum::Entity {
    /// Whether the constraint lets paths use the link.
    NeighborAndTepStatus neighborAndTepAllowed( const AllTopoNeighborKey & link ) const;
    /// ... and whether an ordinary path may: the link is of the constraint's topology and passes the
-   /// two-way check, and the router behind it is not overloaded. `routerInNetwork`: the router
-   /// reached across a LAN.
+   /// two-way check, and the router behind it is not one that the view avoids because of overload.
+   /// `routerInNetwork`: the router reached across a LAN, which must be on it.
    NeighborAndTepStatus neighborAndTepAllowedForTe( const AllTopoNeighborKey & link,
                                                     const NodeId & routerInNetwork = {} ) const;
    bool twoWayCheckPassed( const AllTopoNeighborKey & link ) const;
    bool twoWayCheckP2P( const AllTopoNeighborKey & link ) const;
    bool twoWayCheckLan( const AllTopoNeighborKey & link ) const;
+   /// Whether the router lists the LAN that the link leads to, and the LAN lists it.
+   bool twoWayCheckLan( const AllTopoNeighborKey & link, const NodeId & router ) const;
    bool isInterfaceAllowed( const AllTopoNeighborKey & link, const Kivnet::IntfId & intfId ) const;
    /// `nodeId`: the node that the link leads to; empty (a LAN) passes.
    bool isNodeAllowed( const AllTopoNeighborKey & link, const NodeId & nodeId ) const;
@@ -118,6 +120,8 @@ class AllTopoDbView : public Lum::Entity {
    std::vector< CspfVertex > excludedVertices() const;
    static void addTeps( AllTopoRouter & router, const Routing::Topology::TopoDb & table,
                         const IgpRouterId & id );
+   /// The step from the LAN of the link to the router; noEdge where the router is not on it.
+   CspfEdge stepFromLan( const AllTopoNeighborKey & link, const NodeId & router ) const;
    bool allowed( const AllTopoNeighborKey & link, const NodeId & farEnd ) const;
    bool linkIpsAllowed( const AllTopoNeighborKey & link ) const;
    bool overloaded( const AllTopoNeighborKey & link, const NodeId & farEnd ) const;

@@ -143,10 +143,9 @@ BwmRoot::dumpState( Kiv::DumpContext & context, int indent ) const {
       context.printf( indent, "%*c%-30s %-10s\n", vrf.stringValue().c_str(),
                       active ? "True" : "False" );
    }
-   context.printf( indent, "\n" );
    context.printf( indent, "%*cAll BW values below are in Bps\n\n" );
    for ( const auto & [ vrf, root ] : bwmVrfRootColl() ) {
-      context.dump( *root, indent );
+      context.dump( *root, indent + 2 );
    }
    const auto dumpStale = [ & ]( const char * title, const auto & tables ) {
       context.printf( indent, title );

@@ -151,9 +151,6 @@ Agent::buildClients( const Mounted & mounted ) {
 void
 Agent::doPrepareToDie() {
    clientDirSmDel();
-   if ( mounted_ ) {
-      mounted_->agentStatus->agentEnabledIs( false );
-   }
    cspfSourceIdSmDel();
    teRouterIdUpdateSmDel();
    teConfigDirDel();

@@ -10,7 +10,9 @@ namespace Cspf {
 class BwUsageDeduped : public Kiv::DedupHandle {
    LUM_ENTITY( Cspf, BwUsageDeduped );
    BwUsageDeduped( BwUsageKey key, BwPriority priority, std::uint64_t bandwidth )
-      : key_( std::move( key ) ), priority_( priority ), bandwidth_( bandwidth ) {}
+      : key_( std::move( key ) ),
+        priority_( priority ),
+        bandwidth_( bandwidth ) {}
 
    const BwUsageKey & bwUsageKey() const noexcept { return key_; }
    BwPriority priority() const noexcept { return priority_; }

@@ -7,11 +7,15 @@
 
 #include "platform/Kiv/DumpContext.h"
 
+#include <algorithm>
+#include <limits>
+
 namespace Cspf {
 
 namespace {
 
-/// Truncates. Amounts of 2^63 and more do not fit a signed conversion and go through the upper half.
+/// Truncates. Amounts of 2^63 and more do not fit a signed conversion and go through the upper
+/// half.
 std::uint64_t
 toUnsigned( float bandwidth ) {
    constexpr float half = 9223372036854775808.0f;
@@ -115,8 +119,9 @@ BwUsageManager::bandwidthAvailable( const BwUsageKey & key, std::uint32_t priori
       return 0;
    }
    const std::uint64_t unreserved = toUnsigned( neighbor->unreservedBandwidth()[ p.value() ] );
-   const auto * own = bwUsageTable_->bandwidthUsageFind( key );
-   return own ? unreserved + ( *own )->maxReservedBandwidth( p ) : unreserved;
+   const auto * usage = bwUsageTable_->bandwidthUsageFind( key );
+   const std::uint64_t own = usage ? ( *usage )->maxReservedBandwidth( p ) : 0;
+   return unreserved + std::min( own, std::numeric_limits< std::uint64_t >::max() - unreserved );
 }
 
 void

@@ -44,7 +44,8 @@ class BwUsageManager : public Lum::Entity {
 
    /// The accounts are kept in `bwUsageTable`, where others may read them.
    BwUsageManager( Lum::Ptr< const AllTopoDb > allTopoDb, Lum::Ptr< BwUsageTable > bwUsageTable )
-      : allTopoDb_( std::move( allTopoDb ) ), bwUsageTable_( std::move( bwUsageTable ) ) {}
+      : allTopoDb_( std::move( allTopoDb ) ),
+        bwUsageTable_( std::move( bwUsageTable ) ) {}
    ~BwUsageManager() override;
 
    void handleInitialized();
@@ -53,9 +54,9 @@ class BwUsageManager : public Lum::Entity {
    /// priority while the handle is held. Equal reservations share one handle.
    Lum::Ptr< BwUsageDeduped > updateReservedBandwidth( const BwUsageKey & key, BwPriority priority,
                                                        std::uint64_t bandwidth );
-   /// What the key's user may have of the key's link at the priority, in bytes per second; 0 where
-   /// the topology has no such link. Throws std::range_error for a priority of 8 or more. Two
-   /// look-ups.
+   /// What the key's user may have of the key's link at the priority, in bytes per second, at most
+   /// 2^64 - 1; 0 where the topology has no such link. Throws std::range_error for a priority of 8
+   /// or more. Two look-ups.
    std::uint64_t bandwidthAvailable( const BwUsageKey & key, std::uint32_t priority ) const;
    /// Calls `visit( link, bandwidth )` for each link on which the user holds something at that
    /// priority or a better one. O(links of the user).

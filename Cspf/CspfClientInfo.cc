@@ -68,7 +68,7 @@ AllClientInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*cClientData per vrf\n" );
    for ( const auto & [ vrf, data ] : clientDataColl() ) {
       context.printf( indent, "%*cVrf: %s\n", vrf.stringValue().c_str() );
-      context.dump( *data, indent );
+      context.dump( *data, indent + 2 );
    }
 }
 

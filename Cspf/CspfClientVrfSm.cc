@@ -62,7 +62,7 @@ ClientVrfFamily::handleSourceId( const PathComputationType & ) {
 void
 ClientVrfSm::handleInitialized() {
    pathTypeIs( clientName_ == tilfaClientName ? PathComputationType::tilfa
-                                          : PathComputationType::cspf );
+                                              : PathComputationType::cspf );
    LUM_WATCH_KEYS( client_, addressFamily, createOrDeletePathSm );
    LUM_WATCH( client_, bwmRequired, handleBwmRequired );
    familyIs( Kivnet::AddressFamily::ipv4,

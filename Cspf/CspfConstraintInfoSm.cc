@@ -193,12 +193,23 @@ ConstraintInfoSmBase::sourceInTopology( const NodeId & source ) const {
           && ( !topoId || view_->getIgpId( topoId, source ) );
 }
 
+/// Changes of one instant carry stamps ahead of the clock, and reach the row only later.
+Lum::Seconds
+ConstraintInfoSmBase::seenUntil() const {
+   const AllTopoDbStatus & status = *view_->allTopoDbStatus();
+   const PathComputationType type = pathConstraint().pathComputationType();
+   const Lum::Seconds changedAt =
+      status.vrfSourceId()->vrfClientSourceIdHas( type )
+         ? status.topoInfoChangedAt( type, pathConstraint().bwUsageId() )
+         : constraintInfo_->topoInfoChangedAt();
+   return std::max( Lum::now(), changedAt );
+}
+
 void
 ConstraintInfoSmBase::runCspf( const Lum::Ptr< CspfData > & cspfData ) {
    TRACE7( "run cspf, cspfRequestCount " << constraintInfo_->cspfRequestCount() );
    const CspfRun run( context_.runMemory, *cspfData, view_ );
-   // It saw the changes of this instant, whose stamps may be ahead of the clock.
-   cspfData->ranAtIs( std::max( cspfData->ranAt(), constraintInfo_->topoInfoChangedAt() ) );
+   cspfData->ranAtIs( seenUntil() );
    constraintStats_->cspfCountInc();
    constraintStats_->cspfLastRanAtIs( cspfData->ranAt() );
    constraintInfo_->cspfDataIs( cspfData );
@@ -207,7 +218,6 @@ ConstraintInfoSmBase::runCspf( const Lum::Ptr< CspfData > & cspfData ) {
 void
 ConstraintInfoSmBase::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.dump( *constraintStats_, indent );
-   dumpAge( context, indent, " CSPF last ran", constraintStats_->cspfLastRanAt() );
    context.dump( *constraintInfo_, indent );
 }
 
@@ -282,7 +292,7 @@ ConstraintInfoSm::handleThrottleTimeout() {
       TRACE7( "Source not found in topoId " << pathConstraint.topoId() );
       updatePathStatusCache( nullptr );
    } else if ( pathConstraint.noSpf() ) {
-      constraintStats()->cspfLastRanAtIs( Lum::now() );
+      constraintStats()->cspfLastRanAtIs( seenUntil() );
       updatePathStatusCache( nullptr );
    } else {
       computeFrom( source );

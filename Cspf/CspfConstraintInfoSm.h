@@ -73,6 +73,8 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    /// Runs `cspfData`, whose attributes and destinations are set, counts the run, and keeps it as
    /// the constraint's last one.
    void runCspf( const Lum::Ptr< CspfData > & cspfData );
+   /// The time up to which the constraint's changes are in the topology as it stands; seconds.
+   Lum::Seconds seenUntil() const;
    /// The rows of a path; null while it has none.
    Lum::Ptr< PathStatusCache > pathStatusCache( const PathInfoKey & key ) const;
    Lum::Ptr< const PathStatusInfo > pathStatusInfo( const PathInfoKey & key ) const;

@@ -99,7 +99,8 @@ class CspfData : public Lum::Entity {
 
    /// The hops from the source to the destination, and what is known of them: into `result`, which
    /// holds the path's last result; records that stay right are left as they are, the others are
-   /// replaced. At a choice among equal links one that `oldPath` uses wins, else std::rand decides.
+   /// replaced. Paths with hops to pass are not found by one run, so no such hop is among what is
+   /// known. At a choice among equal links one that `oldPath` uses wins, else std::rand decides.
    /// A path with more hops than a result can hold leaves it empty, and gives false. REQUIRES:
    /// hasTree(), routerWithTepHas( tep ). O(hops), without allocation where nothing changed.
    bool fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPath & oldPath,
@@ -130,7 +131,6 @@ class CspfData : public Lum::Entity {
    bool uses( const CspfOldPath & oldPath, CspfEdge link ) const;
    Kivnet::IpGenAddr nexthopOnLink( CspfEdge arrival ) const;
    Kivnet::IpGenAddr teRouterIdOfNexthopOnLink( CspfEdge arrival ) const;
-   Lum::List< IncludeIpIndex, IncludeIp > includeHopsOnPath() const;
 
    std::vector< Tep > teps_;  // sorted and unique once the run is over
    CspfTree tree_;

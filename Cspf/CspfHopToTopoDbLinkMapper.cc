@@ -31,6 +31,7 @@ HopAddressMemory::carrier( const AllTopoNeighborKey & key ) const {
    carrier.lan = key.isLan();
    carrier.router = topoGraph.router( key.topoId(), key.neighborKey().routerId() );
    const CspfEdge link = topoGraph.edge( key );
+   carrier.known = link != noEdge;
    carrier.arrival = link == noEdge ? noEdge : graph.reverse( link );
    if ( carrier.arrival != noEdge ) {
       [[maybe_unused]] const auto linkInReverse = topoGraph.neighborKey( carrier.arrival );
@@ -54,6 +55,10 @@ HopAddressMemory::carriers( const Kivnet::IpGenAddr & address ) {
             entry.carriers.push_back( carrier( key ) );
          }
       }
+   }
+   if ( entry.carriers.empty() ) {
+      entries_.erase( address );
+      return {};
    }
    return entry.carriers;
 }
@@ -153,11 +158,17 @@ CspfPathHop
 HopToTopoDbLinkMapper::doReverseLanLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop,
                                          CspfVertex previous ) {
    if ( carrier.router == noVertex ) {
-      fail( "Cannot find IGP router id for destination router", hop );
+      fail( "Cannot find IGP router id for destination router ", hop );
       return {};
    }
    if ( carrier.arrival == noEdge ) {
-      fail( "Cannot find Neighbor object for ", hop );
+      fail( carrier.known ? "Destination router in LAN is empty for "
+                          : "Cannot find Neighbor object for ",
+            hop );
+      return {};
+   }
+   if ( carrier.router == previous ) {
+      fail( "Both the end point of the link is expected on the same router for ", hop );
       return {};
    }
    const CspfGraph & graph = view_.graph();

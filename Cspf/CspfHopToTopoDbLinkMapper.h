@@ -35,6 +35,7 @@ class HopAddressMemory : public Lum::Reactor {
       CspfVertex router = noVertex;  ///< its owner; noVertex where that takes no part
       std::uint16_t topology = 0;
       bool lan = false;
+      bool known = false;         ///< it is in the graph itself, whatever of the way back
       CspfEdge arrival = noEdge;  ///< the link, or the step from the LAN, that leads to the owner
       Kivnet::IpGenAddr teRouterId;  ///< of the owner
    };

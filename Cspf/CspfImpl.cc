@@ -22,10 +22,7 @@ struct Words {
    const TopoGraph & topology;
    const CspfTree & tree;
 
-   std::string node( CspfVertex vertex ) const {
-      return topology.graph().isRouter( vertex ) ? topology.nodeId( vertex ).stringValue()
-                                                 : Lum::valueString( topology.networkId( vertex ) );
-   }
+   std::string node( CspfVertex vertex ) const { return nodeText( topology, vertex ); }
    std::string cost( CspfVertex vertex ) const { return pathCost( vertex ).stringValue(); }
    CspfPathCost pathCost( CspfVertex vertex ) const {
       const CspfCost cost = tree.cost( vertex );
@@ -103,8 +100,14 @@ class CspfRunTracer {
                                   << " to tent list as its link metric is maximum" );
       } else if ( refusal != CspfRefusal::none ) {
          TRACE9( kindText( edge ) << words_.link( edge ) << " to tent list: " << text( refusal ) );
-         view_.neighborAndTepAllowed( view_.topoGraph().neighborKey( edge ) );  // traces its tests
+         traceTests( edge );
       }
+   }
+
+   /// The tests trace themselves. A step from a LAN is judged by the link that entered the LAN.
+   void traceTests( CspfEdge edge ) const {
+      const CspfLinkInfoKey key = words_.linkInfoKey( edge );
+      view_.neighborAndTepAllowedForTe( key.allTopoNeighborKey, key.routerInNetwork );
    }
 
    const AllTopoDbView & view_;
@@ -113,6 +116,12 @@ class CspfRunTracer {
    const Words words_;
 };
 
+}
+
+std::string
+nodeText( const TopoGraph & topology, CspfVertex vertex ) {
+   return topology.graph().isRouter( vertex ) ? topology.nodeId( vertex ).stringValue()
+                                              : Lum::valueString( topology.networkId( vertex ) );
 }
 
 std::string
@@ -202,7 +211,8 @@ CspfRun::doSearchAndUpdateForTeps() {
                teps.end() );
    const CspfTree & tree = cspfData_.tree_;
    for ( CspfData::Tep & tep : teps ) {
-      for ( const CspfVertex router : view_.verticesWithTep( tep.tep ) ) {
+      const std::vector< CspfVertex > routers = view_.verticesWithTep( tep.tep );
+      for ( const CspfVertex router : routers ) {
          if ( !tree.reached( router ) ) {
             continue;
          }
@@ -211,8 +221,19 @@ CspfRun::doSearchAndUpdateForTeps() {
          }
       }
       if ( tep.router != noVertex ) {
-         TRACE9( "found TEP " << tep.tep << " on router "
-                              << view_.topoGraph().nodeId( tep.router ) );
+         tellTep( tep, routers );
+      }
+   }
+}
+
+void
+CspfRun::tellTep( const CspfData::Tep & tep, const std::vector< CspfVertex > & routers ) const {
+   const TopoGraph & topology = view_.topoGraph();
+   TRACE9( "found TEP " << tep.tep << " on router " << topology.nodeId( tep.router ) );
+   for ( const CspfVertex other : routers ) {
+      if ( other != tep.router && cspfData_.tree_.reached( other ) ) {
+         TRACE9( "already found TEP " << tep.tep << " on router " << topology.nodeId( tep.router )
+                                      << ", ignoring router " << topology.nodeId( other ) );
       }
    }
 }

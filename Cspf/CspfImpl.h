@@ -16,7 +16,11 @@ struct CspfPathResult {
 
    /// Makes it the answer "no hops".
    void clear();
+   void clearIncludeIps();
 };
+
+/// A vertex in traces.
+std::string nodeText( const TopoGraph & topology, CspfVertex vertex );
 
 /// The path that is published, which equal-cost choices keep to.
 struct CspfOldPath {
@@ -51,6 +55,7 @@ class CspfRun {
    const CspfData * cspfData() const noexcept { return &cspfData_; }
    void doRunCspf( CspfRunMemory & memory );
    void doSearchAndUpdateForTeps();
+   void tellTep( const CspfData::Tep & tep, const std::vector< CspfVertex > & routers ) const;
 
    CspfData & cspfData_;
    const AllTopoDbView & view_;

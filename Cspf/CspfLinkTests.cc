@@ -43,13 +43,18 @@ NeighborAndTepStatus
 AllTopoDbView::neighborAndTepAllowedForTe( const AllTopoNeighborKey & link,
                                            const NodeId & routerInNetwork ) const {
    const NodeId farEnd = link.isLan() ? routerInNetwork : link.neighborId();
+   const bool acrossLan = link.isLan() && routerInNetwork;
    const TopoId & topoId = constraint_.topoId();
    return verdict( ( !topoId || topoId == link.topoId() ) && twoWayCheckPassed( link )
+                   && ( !acrossLan || twoWayCheckLan( link, routerInNetwork ) )
                    && !overloaded( link, farEnd ) && allowed( link, farEnd ) );
 }
 
 bool
 AllTopoDbView::overloaded( const AllTopoNeighborKey & link, const NodeId & farEnd ) const {
+   if ( overloadRule() != CspfOverloadRule::avoid ) {
+      return false;
+   }
    const IgpRouterId router =
       link.isLan() ? getIgpId( link.topoId(), farEnd ) : link.neighborKey().neighborId();
    const bool overloaded = topoGraph().overloaded( link.topoId(), router );
@@ -97,6 +102,12 @@ AllTopoDbView::twoWayCheckLan( const AllTopoNeighborKey & link ) const {
    const Igp::Network * network = allTopoDb_->network( link.allTopoNetworkId() );
    return router && network && routerHasNeighbor( *router, link.neighborKey() )
           && network->routerHas( link.neighborKey().routerId() );
+}
+
+bool
+AllTopoDbView::twoWayCheckLan( const AllTopoNeighborKey & link, const NodeId & router ) const {
+   const CspfEdge step = stepFromLan( link, router );
+   return step != noEdge && graph().twoWay( step );
 }
 
 bool

@@ -6,9 +6,13 @@
 
 #include "Cspf/CspfPathConfigInfoSm.h"
 
+#include "Cspf/CspfPathStatusUpdate.h"
 #include "Cspf/CspfTilfaKeys.h"
 #include "Cspf/CspfVrfRoot.h"
 #include "platform/Trace/Trace.h"
+
+#include <stdexcept>
+#include <utility>
 
 namespace Cspf {
 
@@ -55,6 +59,26 @@ addSrlgsOf( const TrafficEngineering::Status & teStatus, const Kivnet::IntfId & 
    }
 }
 
+/// Clients write any number; empty where it is a priority, or is not read.
+std::string
+setupPriorityError( const InternalPathConstraint & constraint ) {
+   try {
+      BwPriority( constraint.bandwidth() > 0 ? constraint.bwSetupPriority() : 0 );
+   } catch ( const std::range_error & error ) {
+      return error.what();
+   }
+   return {};
+}
+
+void
+clearResult( PathStatusCache & cache ) {
+   cache.pathIs( nullptr );
+   cache.pathSrlgIs( nullptr );
+   cache.pathTeRouterIdIs( nullptr );
+   cache.includeIpsIs( nullptr );
+   cache.pqInfoIs( nullptr );
+}
+
 }
 
 InternalPathConstraint
@@ -71,6 +95,7 @@ modifiedConstraint( const PathConstraint & constraint, ConstraintModifier modifi
       Lum::copyFields( constraint, modified );
       modified.includeHopDelAll();
       modified.includeHopAllExplicitIs( false );
+      modified.noSpfIs( false );  // the whole is given, the segment is computed
       break;
    default: return unconstrained( constraint, modifier );
    }
@@ -115,17 +140,46 @@ PathConfigInfoSm::handleChangeCount() {
                   << pathConfigInfo_->configChangeCount() << " and derivedConfigChangeCount "
                   << pathConfigInfo_->derivedConfigChangeCount() );
    const std::uint32_t refreshReqSeq = config->refreshReqSeq();
+   const InternalPathConstraint derived = getDerivedConstraint(
+      getUpdatedConstraint( config->constraint(), key.constraintModifier() ) );
+   const std::string error = setupPriorityError( derived );
+   if ( !error.empty() ) {
+      refuse( error, refreshReqSeq );
+      return;
+   }
    const Lum::Ptr< DedupConstraint > oldConstraint = pathStatusInfo_->constraint();
    pathStatusInfo_->constraintIs(
-      vrfRoot_.dedupConstraintTable()->dedup( newConstraint( config->constraint() ) ) );
+      vrfRoot_.dedupConstraintTable()->dedup( withBwUsageId( derived ) ) );
    requestRefresh( refreshReqSeq, oldConstraint != pathStatusInfo_->constraint() );
 }
 
+/// A request that cannot be met has no constraint, holds nothing, and is answered at once.
+void
+PathConfigInfoSm::refuse( const std::string & error, std::uint32_t refreshReqSeq ) {
+   const PathInfoKey & key = pathConfigInfo_->pathInfoKey();
+   const Lum::Ptr< DedupConstraint > oldConstraint = pathStatusInfo_->constraint();
+   pathStatusInfo_->constraintIs( nullptr );
+   pathConfigInfo_->usageChangeCountInc();
+   pathStatusInfo_->lastRefreshReqSeqIs( refreshReqSeq );
+   pathStatusInfo_->refreshReasonIs( 0 );
+   pathStatusInfo_->refreshNeededIs( false );
+   pathStatusInfo_->updatePathPendingIs( false );
+   if ( key.internal() ) {
+      return;
+   }
+   if ( oldConstraint ) {
+      releaseLocalId( oldConstraint->pathConstraint() );
+   }
+   pathStatusInfo_->cspfStatus()->pathErrorIs( key.pathKey(), error );
+   PathStatusUpdator( *pathStatusInfo_, *pathStatusInfo_->cspfStatus() )
+      .publishPath( *Lum::make< PathStatusCache >( key ) );
+   if ( const auto & cache = vrfRoot_.pathStatusCacheTable()->pathStatusCache( key ) ) {
+      clearResult( *cache );
+   }
+}
+
 InternalPathConstraint
-PathConfigInfoSm::newConstraint( const PathConstraint & asked ) {
-   const auto modifier = pathConfigInfo_->pathInfoKey().constraintModifier();
-   const InternalPathConstraint derived =
-      getDerivedConstraint( getUpdatedConstraint( asked, modifier ) );
+PathConfigInfoSm::withBwUsageId( const InternalPathConstraint & derived ) {
    if ( const PathInfoKey & parent = pathConfigInfo_->parentPath() ) {
       return withUserOf( parent, derived );
    }
@@ -207,13 +261,15 @@ PathConfigInfoSm::releaseLocalId( const InternalPathConstraint & constraint ) {
 
 void
 PathConfigInfoSm::requestRefresh( std::uint32_t refreshReqSeq, bool constraintReplaced ) {
+   const std::uint32_t configChanges = pathConfigInfo_->configChangeCount();
+   const bool askedAnew = std::exchange( configChangesSeen_, configChanges ) != configChanges;
    const bool isExplicit = refreshReqSeq != pathStatusInfo_->lastRefreshReqSeq();
    pathStatusInfo_->lastRefreshReqSeqIs( refreshReqSeq );
    if ( constraintReplaced ) {
       return;  // the refresh machine that came with it has marked the path, or keeps it in use
    }
-   if ( !isExplicit && pathConfigInfo_->pathInfoKey().internal() ) {
-      return;  // what changed concerns other segments of its parent
+   if ( !isExplicit && ( !askedAnew || pathConfigInfo_->pathInfoKey().internal() ) ) {
+      return;  // what changed is not read here, or concerns other segments of its parent
    }
    pathStatusInfo_->refreshReasonIs( pathStatusInfo_->refreshReason() | refreshReasonConfigChanged
                                      | ( isExplicit ? refreshReasonExplicit : 0 ) );

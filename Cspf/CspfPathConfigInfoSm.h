@@ -36,7 +36,8 @@ InternalPathConstraint modifiedConstraint( const PathConstraint & constraint,
 InternalPathConstraint withDerivedSrlgs( InternalPathConstraint constraint,
                                          const TrafficEngineering::Status * teStatus );
 
-/// Turns the request for a path into its constraint, and asks for a refresh.
+/// Turns the request for a path into its constraint, and asks for a refresh. A request for
+/// bandwidth at a priority that does not exist is answered with an empty path and the reason.
 ///
 ///   watches                                   handler             writes
 ///   PathConfigInfo.configChangeCount          handleChangeCount   PathStatusInfo.constraint,
@@ -65,17 +66,19 @@ class PathConfigInfoSm : public Lum::Reactor {
                                              const InternalPathConstraint & newConstraint );
 
  private:
-   InternalPathConstraint newConstraint( const PathConstraint & asked );
+   InternalPathConstraint withBwUsageId( const InternalPathConstraint & derived );
    InternalPathConstraint withUserOf( const PathInfoKey & parent,
                                       InternalPathConstraint constraint ) const;
    const Lum::Ptr< Kiv::NumAllocator > & bwUsageLocalIdAllocator() const;
    std::uint32_t newLocalId();
    void releaseLocalId( const InternalPathConstraint & constraint );
+   void refuse( const std::string & error, std::uint32_t refreshReqSeq );
    void requestRefresh( std::uint32_t refreshReqSeq, bool constraintReplaced );
 
    VrfRoot & vrfRoot_;
    const Lum::Ptr< PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+   std::uint32_t configChangesSeen_ = 0;
 };
 
 }

@@ -12,7 +12,8 @@ class PathArray : public Lum::Entity {
    using Hops = Lum::List< HopIndex, Kivnet::IpGenAddr >;
    PathArray() = default;
    explicit PathArray( Hops hops, bool fromSourceToSource = false )
-      : hops_( std::move( hops ) ), isPathFromSourceToSource_( fromSourceToSource ) {}
+      : hops_( std::move( hops ) ),
+        isPathFromSourceToSource_( fromSourceToSource ) {}
 
    const Hops & path() const noexcept { return hops_; }
    std::size_t hopCount() const noexcept { return hops_.size(); }

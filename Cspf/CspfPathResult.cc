@@ -52,6 +52,11 @@ CspfPathResult::clear() {
    if ( !pathTeRouterId || pathTeRouterId->hopCount() ) {
       pathTeRouterId = Lum::make< const PathTeRouterId >();
    }
+   clearIncludeIps();
+}
+
+void
+CspfPathResult::clearIncludeIps() {
    if ( !includeIps || !includeIps->includeIp().empty() ) {
       includeIps = Lum::make< const IncludeIps >();
    }
@@ -105,8 +110,7 @@ CspfData::fillAttributes( CspfPathResult & result ) const {
    renew(
       result.pathTeRouterId, &PathTeRouterId::pathTeRouterId, hops_,
       [ & ]( const auto & old, const Hop & hop ) { return old == router( hop ); }, router );
-   renew( result.includeIps, &IncludeIps::includeIp, includeHopsOnPath(), std::equal_to(),
-          std::identity() );
+   result.clearIncludeIps();
 }
 
 /// The hops to the router, in `hops_`. Gives false where there are too many.
@@ -142,8 +146,8 @@ CspfData::choose( std::span< const CspfEdge > links, const Kivnet::IpGenAddr & t
    }
    const std::size_t index = static_cast< std::size_t >( std::rand() ) % links.size();
    TRACE9( "Selecting index " << index << " among " << links.size() << " links for "
-                              << view_->topoGraph().neighborKey( links[ index ] ) << " for TEP "
-                              << tep );
+                              << nodeText( view_->topoGraph(), view_->graph().to( links[ 0 ] ) )
+                              << " for TEP " << tep );
    return index;
 }
 
@@ -176,24 +180,6 @@ Kivnet::IpGenAddr
 CspfData::teRouterIdOfNexthopOnLink( CspfEdge arrival ) const {
    const TopoGraph & topology = view_->topoGraph();
    return topology.nodeId( topology.graph().to( arrival ) ).ipAddress();
-}
-
-/// Include hops of the constraint that the path passes, in their order.
-Lum::List< IncludeIpIndex, IncludeIp >
-CspfData::includeHopsOnPath() const {
-   Lum::List< IncludeIpIndex, IncludeIp > found;
-   auto from = hops_.begin();
-   for ( const IncludeHop & include : view_->constraint().includeHopList() ) {
-      const auto hop = std::find_if( from, hops_.end(), [ & ]( const Hop & h ) {
-         return include.addr() == nexthopOnLink( h.arrival )
-                || include.addr() == teRouterIdOfNexthopOnLink( h.arrival );
-      } );
-      if ( hop != hops_.end() ) {
-         found.push( { include.addr(), teRouterIdOfNexthopOnLink( hop->arrival ) } );
-         from = hop;
-      }
-   }
-   return found;
 }
 
 }

@@ -167,6 +167,7 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
 void
 PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted ) {
    if ( held.parentPathInfoKey() != wanted.parentPathInfoKey() ) {
+      addRows( wanted.parentPathInfoKey() );  // takes over what is reserved
       deleteRows( held.parentPathInfoKey() );
       doCleanupChildPathInfoKeyEntries( held );
       return;

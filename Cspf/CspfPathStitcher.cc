@@ -191,15 +191,7 @@ PathStitcher::strictHop( const CspfPathHop & hop ) const {
    const CspfGraph & graph = view_.graph();
    const AllTopoNeighborKey key = topoGraph.neighborKey( hop.link );
    const std::uint32_t metric = CspfArcs::stepMetric( graph, hop.link, runOptions() );
-   StrictHop strictHop{ hop, {}, {}, refusalForUser( view_, filter_, hop.link ) };
-   if ( strictHop.refusal == CspfRefusal::none && hop.membership != noEdge ) {
-      strictHop.refusal = filter_.reason( graph, hop.membership );
-   }
-   if ( strictHop.refusal == CspfRefusal::none ) {
-      strictHop.refusal = metric == 0                        ? CspfRefusal::zeroMetric
-                          : metric > CspfArcs::maxLinkMetric ? CspfRefusal::maximumMetric
-                                                             : CspfRefusal::none;
-   }
+   StrictHop strictHop{ hop, {}, {}, refusalForUser( view_, filter_, hop ) };
    strictHop.nexthop = hop.membership == noEdge
                           ? view_.nexthopOnP2pLink( key )
                           : view_.nexthopOnLanLink( key, topoGraph.nodeId( hop.end( graph ) ) );

@@ -1,7 +1,9 @@
 // Reservations of one path. What a path reserves follows from three things: the hops that its
 // client reads, the links that these hops are in the topology, and the user, priority and amount of
 // its constraint. Whenever one of them may have changed, the whole set is worked out again and
-// compared; equal reservations are the same handle, so nothing moves unless something did.
+// compared; equal reservations are the same handle, so nothing moves unless something did. Links
+// come and go with the topology, so a path that stays is accounted again whenever a run or a check
+// has found that it holds.
 //
 // When a client asks anew, what it will get is not known yet. Until the answer is published the
 // path goes on holding what it held: more would be had without asking whether there is room.
@@ -16,7 +18,6 @@
 
 #include <cmath>
 #include <limits>
-#include <utility>
 
 namespace Cspf {
 
@@ -24,7 +25,22 @@ void
 PathUsageSm::handleInitialized() {
    LUM_WATCH( pathConfigInfo_, usageChangeCount, doUpdatePathBwUsage );
    LUM_WATCH( pathStatusInfo_, constraintChangeCount, handleConstraintChange );
+   takeOver();
    handleConstraintChange();
+}
+
+/// A request that gets its first explicit hop, or loses its last one, is followed under another
+/// key. What was reserved under the old one is held on, for the path that is still published.
+void
+PathUsageSm::takeOver() {
+   PathInfoKey replaced = pathStatusInfo_->pathInfoKey();
+   replaced.constraintModifierIs( replaced.constraintModifier() == noSpf() ? noChange() : noSpf() );
+   const Lum::Ptr< PathUsageSm > other = vrfRoot_.pathUsageSm( replaced );
+   if ( !replaced.internal() && other ) {
+      oldBwUsageIdIs( other->oldBwUsageId() );
+      pathBwUsage_ = other->pathBwUsage();
+      awaitsResult_ = true;
+   }
 }
 
 void
@@ -57,7 +73,7 @@ PathUsageSm::handleConstraintChange() {
       oldBwUsageIdIs( bwUsageId );
       pathBwUsageIs( held );
    }
-   awaitsResult_ = pathStatusInfo_->constraintChangeCount() > 1;
+   awaitsResult_ = awaitsResult_ || pathStatusInfo_->constraintChangeCount() > 1;
    doUpdatePathBwUsage();
 }
 
@@ -78,9 +94,8 @@ PathUsageSm::heldAs( const BwUsageId & bwUsageId ) const {
 
 void
 PathUsageSm::handlePublished() {
-   if ( std::exchange( awaitsResult_, false ) ) {
-      doUpdatePathBwUsage();
-   }
+   awaitsResult_ = false;
+   doUpdatePathBwUsage();
 }
 
 void
@@ -88,6 +103,7 @@ PathUsageSm::doUpdatePathBwUsage() {
    const auto & constraint = pathStatusInfo_->constraint();
    if ( !constraint ) {
       TRACE8( "path constraint not set yet" );
+      pathBwUsageIs( nullptr );
       return;
    }
    if ( !constraint->pathConstraint().bwUsageId() ) {

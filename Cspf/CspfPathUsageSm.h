@@ -32,7 +32,8 @@ class PathUsageSm : public Lum::Reactor {
    void handleConstraintChange();
    void doUpdatePathBwUsage();
    void handlePathBwUsage();
-   /// An answer to the path's request has been published, or is the one that was.
+   /// An answer to the path's request has been published, or is the one that was; its links may be
+   /// others even so.
    void handlePublished();
 
    /// The user under which the reservations were made.
@@ -40,6 +41,7 @@ class PathUsageSm : public Lum::Reactor {
    const Lum::Ptr< const PathBwUsage > & pathBwUsage() const noexcept { return pathBwUsage_; }
 
  private:
+   void takeOver();
    void oldBwUsageIdIs( const BwUsageId & id ) { oldBwUsageId_ = id; }
    void pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage );
    Lum::Ptr< const PathBwUsage > currentPathBwUsage( const InternalPathConstraint & constraint );

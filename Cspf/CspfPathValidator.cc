@@ -8,6 +8,7 @@
 
 #include "Cspf/CspfPathValidator.h"
 
+#include "Cspf/CspfArcs.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
@@ -37,11 +38,24 @@ PathValidationMemory::filter( const AllTopoDbView & view, const NodeId & source 
 }
 
 CspfRefusal
-refusalForUser( const AllTopoDbView & view, const CspfLinkFilter & filter, CspfEdge link ) {
-   const CspfRefusal refusal = filter.reason( view.graph(), link );
-   const bool ownSuffices = refusal == CspfRefusal::bandwidth
-                            && view.bandwidthCheckPassed( view.topoGraph().neighborKey( link ) );
-   return ownSuffices ? CspfRefusal::none : refusal;
+refusalForUser( const AllTopoDbView & view, const CspfLinkFilter & filter,
+                const CspfPathHop & hop ) {
+   const CspfGraph & graph = view.graph();
+   CspfRefusal refusal = filter.reason( graph, hop.link );
+   if ( refusal == CspfRefusal::bandwidth
+        && view.bandwidthCheckPassed( view.topoGraph().neighborKey( hop.link ) ) ) {
+      refusal = CspfRefusal::none;  // with what its user holds already
+   }
+   if ( refusal == CspfRefusal::none && hop.membership != noEdge ) {
+      refusal = filter.reason( graph, hop.membership );
+   }
+   CspfRunOptions options;
+   options.useTeMetric = true;
+   const std::uint32_t metric = CspfArcs::stepMetric( graph, hop.link, options );
+   return refusal != CspfRefusal::none       ? refusal
+          : metric == 0                      ? CspfRefusal::zeroMetric
+          : metric > CspfArcs::maxLinkMetric ? CspfRefusal::maximumMetric
+                                             : CspfRefusal::none;
 }
 
 void
@@ -110,10 +124,7 @@ RsvpPathValidator::validateHop( std::size_t hopIndex, CspfVertex previous,
                    + names.nodeId( graph.from( hop.link ) ).stringValue() + " for hop " + hopText()
                    + " at hopIndex " + std::to_string( hopIndex ) );
    }
-   CspfRefusal refusal = refusalForUser( view_, filter, hop.link );
-   if ( refusal == CspfRefusal::none && hop.membership != noEdge ) {
-      refusal = filter.reason( graph, hop.membership );
-   }
+   const CspfRefusal refusal = refusalForUser( view_, filter, hop );
    return refusal == CspfRefusal::none
           || fail( " : Link on hop to hop failed constraint verification " + hopText() + ": "
                    + std::string( text( refusal ) ) );
@@ -149,10 +160,14 @@ RsvpPathValidator::destinationIsOn( const Kivnet::IpGenAddr & teRouterId ) {
                 + ", destWasOnSourceNode: " + ( isPathFromSourceToSource_ ? "1" : "0" ) );
 }
 
+/// From what was asked for: an address that was gone for a while is listed again.
 void
 RsvpPathValidator::updateIncludeIps() {
-   for ( const IncludeIp & published : pathStatus_.includeIpList() ) {
-      const IncludeIp current = currentIncludeIp( published );
+   for ( const IncludeHop & hop : view_.constraint().includeHopList() ) {
+      const auto & list = pathStatus_.includeIpList();
+      const auto published = std::ranges::find( list, hop.addr(), &IncludeIp::addr );
+      const IncludeIp current =
+         currentIncludeIp( published == list.end() ? IncludeIp{ hop.addr(), {} } : *published );
       if ( current.teRouterId() ) {
          includeIps_.push( current );
       }
@@ -181,9 +196,16 @@ RsvpPathValidator::currentIncludeIp( const IncludeIp & published ) const {
    if ( hasAddress( teRouterId, published.addr() ) ) {
       return { published.addr(), teRouterId };
    }
-   TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " Include IP "
-                                  << published.addr() << " no longer present on " << teRouterId );
+   if ( teRouterId ) {
+      TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " Include IP "
+                                     << published.addr() << " no longer present on "
+                                     << teRouterId );
+   }
    const auto & links = memory_.links();
+   const Kivnet::IpGenAddr source = view_.spfRoot().ipAddress();
+   if ( isPathFromSourceToSource_ && hasAddress( source, published.addr() ) ) {
+      return { published.addr(), source };
+   }
    const auto moved = std::ranges::find_if( links, [ & ]( const CspfPathHop & hop ) {
       return hasAddress( hop.teRouterId, published.addr() );
    } );

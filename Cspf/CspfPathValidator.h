@@ -32,10 +32,11 @@ class PathValidationMemory {
    std::vector< CspfPathHop > links_;
 };
 
-/// Why the view's constraint refuses a link, its user's own reservations on the link included; none
-/// where it does not. `filter`: of the memory above, for this view.
+/// Why the view's constraint, or the TE metric, refuses a hop: its link, its user's own
+/// reservations on it included, and the step from a LAN; none where nothing does. `filter`: of the
+/// memory above, for this view. REQUIRES: the hop is known.
 CspfRefusal refusalForUser( const AllTopoDbView & view, const CspfLinkFilter & filter,
-                            CspfEdge link );
+                            const CspfPathHop & hop );
 
 /// Checks one published path: whether it still holds in the topology as it is and under the view's
 /// constraint, and what is known of its hops now.

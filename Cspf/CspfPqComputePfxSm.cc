@@ -1,9 +1,11 @@
 // Repairs towards prefixes. What differs from a router is where the packet may end, and that this
 // changes without the graph: a prefix moves, is advertised by one more router, or at another
-// metric. The store stamps that like any change of the topology, the path is refreshed, and its run
-// is found to hold. Then the originators are compared with those of the last computation, and
-// what is left to do waits for the hold-down: prefixes that flap cost one computation a period.
+// metric. That is heard of at once, and what is to be done waits for the hold-down: prefixes that
+// flap cost one computation a period. The store stamps it like any change of the topology, too:
+// the path is refreshed, its run is found to hold, and its second stage ends with the same
+// computation. While the path waits for that refresh nothing is computed.
 
+#include "Cspf/CspfDumpAge.h"
 #include "Cspf/CspfPqComputeSm.h"
 #include "Cspf/CspfVrfRoot.h"
 #include "platform/Kiv/DumpContext.h"
@@ -36,13 +38,60 @@ PqComputePfxSm::originators() const {
 }
 
 void
+PqComputePfxSm::handleInitialized() {
+   const auto & status = vrfRoot().allTopoDbStatus();
+   LUM_WATCH_KEYS( status, pfxOriginatorInfoTable, handlePfxOriginatorInfoTable );
+   for ( const auto & [ topoId, table ] : status->pfxOriginatorInfoTableColl() ) {
+      handlePfxOriginatorInfoTable( topoId );
+   }
+   PqComputeSm::handleInitialized();
+}
+
+void
+PqComputePfxSm::doPrepareToDie() {
+   pqComputePrcTask_.unschedule();
+   PqComputeSm::doPrepareToDie();
+}
+
+void
+PqComputePfxSm::handlePfxOriginatorInfoTable( const TopoId & topoId ) {
+   const auto & table = vrfRoot().allTopoDbStatus()->pfxOriginatorInfoTable( topoId );
+   if ( table ) {
+      unwatch( *table );
+      LUM_WATCH_KEYS( table, pfxOriginatorInfo, handlePfxOriginatorInfo );
+   }
+   handlePfxOriginatorInfo( prefix_ );
+}
+
+void
+PqComputePfxSm::handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix ) {
+   if ( prefix != prefix_ ) {
+      return;
+   }
+   for ( const auto & [ topoId, table ] :
+         vrfRoot().allTopoDbStatus()->pfxOriginatorInfoTableColl() ) {
+      if ( const auto & info = table->pfxOriginatorInfo( prefix ) ) {
+         unwatch( *info );
+         LUM_WATCH_KEYS( info, originatorInfo, handleOriginatorInfo );
+      }
+   }
+   handleOriginatorInfo( {} );
+}
+
+void
+PqComputePfxSm::handleOriginatorInfo( const NodeId & ) {
+   if ( runsAreKnown() ) {
+      schedulePrc();
+   }
+}
+
+void
 PqComputePfxSm::handleCspfData() {
-   const bool onlyReachability = runsAreKnown() && !waitsForRefresh() && runs().complete()
-                                 && originators() != pfxOriginatorInfo_;
+   const bool onlyReachability =
+      runsAreKnown() && canCompute() && runs().complete() && originators() != pfxOriginatorInfo_;
    if ( onlyReachability ) {
       schedulePrc();
    } else {
-      pqComputePrcTask_.unschedule();
       PqComputeSm::handleCspfData();
    }
 }
@@ -57,20 +106,26 @@ PqComputePfxSm::schedulePrc() {
       prcCurrentHoldInterval_ = initialHoldInterval;
    }
    pqComputePrcTask_.schedule( std::max( 0.0, prcCurrentHoldInterval_ - sinceLast ) );
-   if ( sinceLast < prcCurrentHoldInterval_ ) {
-      prcCurrentHoldInterval_ = std::min( maxHoldInterval, 2 * prcCurrentHoldInterval_ );
-   }
 }
 
 void
 PqComputePfxSm::handlePqComputePrcTask() {
-   prcLastRan_ = Lum::now();
+   if ( !canCompute() ) {
+      return;  // the end of the refresh, or the next run, computes
+   }
+   const Lum::Seconds now = Lum::now();
+   if ( now - prcLastRan_ < 2 * prcCurrentHoldInterval_ ) {
+      prcCurrentHoldInterval_ = std::min( maxHoldInterval, 2 * prcCurrentHoldInterval_ );
+   }
+   prcLastRan_ = now;
    handlePqComputeTask();
 }
 
 void
 PqComputePfxSm::handlePqComputeTask() {
-   pfxOriginatorInfo_ = originators();
+   if ( canCompute() ) {
+      pfxOriginatorInfo_ = originators();
+   }
    PqComputeSm::handlePqComputeTask();
 }
 
@@ -101,6 +156,11 @@ PqComputePfxSm::isDestinationNode( const NodeId & nodeId ) const {
 void
 PqComputePfxSm::dumpState( Kiv::DumpContext & context, int indent ) const {
    PqComputeSm::dumpState( context, indent );
+   context.printf( indent + 1, "%*chold interval: %.3f seconds\n", prcCurrentHoldInterval_ );
+   dumpAge( context, indent + 1, "last run for a prefix change",
+            prcLastRan_ > 0 ? prcLastRan_ : 0 );
+   context.printf( indent + 1, "%*crun for a prefix change scheduled: %s\n",
+                   pqComputePrcTask_.scheduled() ? "yes" : "no" );
    for ( const OriginatorInfo & originator : pfxOriginatorInfo_ ) {
       context.printf( indent + 1, "%*coriginator %s, metric %u\n",
                       originator.routerId().stringValue().c_str(), originator.metric() );

@@ -78,7 +78,7 @@ PqComputeSm::PqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey )
 
 void
 PqComputeSm::handleInitialized() {
-   LUM_WATCH( pathStatusInfo_, updatePathPending, handleUpdatePathPending );
+   LUM_WATCH( pathStatusInfo_, stage2RequestCount, handleCspfData );
    if ( isisAdjacencyInfo_ ) {
       LUM_WATCH_KEYS( isisAdjacencyInfo_, adjacency, handleAdjacency );
    }
@@ -96,14 +96,17 @@ PqComputeSm::cacheOf( const PathInfoKey & key ) {
    const auto cache = vrfRoot_.pathStatusCacheTable()->pathStatusCache( key );
    if ( cache ) {
       LUM_WATCH( cache, cspfData, handleCspfData );
-      LUM_WATCH( cache, refreshedStage1Count, handleCspfData );
    }
    return cache;
 }
 
 Lum::Ptr< PathStatusCache >
 PqComputeSm::treeCache( TilfaTree tree ) {
-   return cacheOf( tilfaTreeKey( pathInfoKey_, tree, isLinkProtection_ ) );
+   const auto cache = cacheOf( tilfaTreeKey( pathInfoKey_, tree, isLinkProtection_ ) );
+   if ( cache ) {
+      LUM_WATCH( cache, refreshedStage1Count, handleCspfData );
+   }
+   return cache;
 }
 
 void
@@ -159,13 +162,6 @@ PqComputeSm::canCompute() const {
 }
 
 void
-PqComputeSm::handleUpdatePathPending() {
-   if ( pathStatusInfo_->updatePathPending() ) {
-      handleCspfData();
-   }
-}
-
-void
 PqComputeSm::handleCspfData() {
    TRACE8( "called for " << pathInfoKey_.traceString() );
    if ( canCompute() ) {
@@ -178,7 +174,7 @@ PqComputeSm::handleCspfData() {
 
 void
 PqComputeSm::handleAdjacency( const IsisExportImpl::AdjacencyKey & key ) {
-   if ( key == adjacencyKey_ ) {
+   if ( key == adjacencyKey_ || std::ranges::find( refused_, key ) != refused_.end() ) {
       adjacencyUpdatedAt_ = Lum::now();
       handleCspfData();
    }
@@ -218,8 +214,7 @@ PqComputeSm::compute() {
                                                   << " fwdSpf at: " << runs_.forward->ranAt()
                                                   << " ngbSpf at: " << runs_.neighbor->ranAt()
                                                   << " revSpf at: " << runs_.reverse->ranAt() );
-   const auto repair = getAllPqPath();
-   publish( repair ? getLoadBalancedPqPath( *repair ) : std::nullopt );
+   publish( getLoadBalancedPqPath() );
 }
 
 const TopoId &
@@ -269,12 +264,12 @@ PqComputeSm::validateDestination() {
 }
 
 std::optional< CspfRepair >
-PqComputeSm::getAllPqPath() {
+PqComputeSm::getAllPqPath( std::size_t attempt ) {
    const TopoGraph & topology = this->topology();
    const auto repair =
       repairs_->table( topology )
          .repair( topology.graph(), runs_.constrained->tree(), getAllDestinationNodes(),
-                  destination().hash(),
+                  destination().hash() + attempt,
                   [ & ]( CspfVertex router ) { return topology.nodeId( router ).hash(); } );
    TRACE7( "Found " << ( repair ? 1 : 0 ) << " PQ paths to dst: " << destination() );
    if ( !repair ) {
@@ -283,17 +278,27 @@ PqComputeSm::getAllPqPath() {
    return repair;
 }
 
+/// Of equal repairs the one that the hash chooses; where its next hop is not known, the choice is
+/// made again under another number. A next hop that comes to be known is heard of either way.
 std::optional< PqPath >
-PqComputeSm::getLoadBalancedPqPath( const CspfRepair & repair ) {
-   PqPath path;
-   if ( !resolveNexthop( repair, path ) ) {
-      reason_ = "no next hop known on " + adjacencyKey_.intf().stringValue();
-      return std::nullopt;
+PqComputeSm::getLoadBalancedPqPath() {
+   refused_.clear();
+   for ( std::size_t attempt = 0; attempt < maxChoices; ++attempt ) {
+      const auto repair = getAllPqPath( attempt );
+      if ( !repair ) {
+         return std::nullopt;
+      }
+      PqPath path;
+      if ( resolveNexthop( *repair, path ) ) {
+         for ( const CspfVertex node : repair->nodes ) {
+            path.path_.push( topology().nodeId( node ).isisSystemId() );
+         }
+         return path;
+      }
+      refused_.push_back( adjacencyKey_ );
    }
-   for ( const CspfVertex node : repair.nodes ) {
-      path.path_.push( topology().nodeId( node ).isisSystemId() );
-   }
-   return path;
+   reason_ = "no next hop known on " + refused_.front().intf().stringValue();
+   return std::nullopt;
 }
 
 /// A neighbour on a point-to-point link may be without address, the interface names it; one on a
@@ -322,12 +327,17 @@ void
 PqComputeSm::publish( const std::optional< PqPath > & path ) {
    const auto alive = keptAlive();
    const auto & status = pathStatusInfo_->cspfStatus();
-   if ( path ) {
+   Lum::Ptr< DedupPqInfo > pqInfo = path ? vrfRoot_.dedupPqInfoTable()->dedup( *path ) : nullptr;
+   if ( pqInfo && pqInfo->pqIdx() == 0 ) {
+      pqInfo = nullptr;
+      reason_ = "no repair identifier is left";
+   }
+   if ( pqInfo ) {
       status->pathErrorDel( pathInfoKey_.pathKey() );
    } else {
       status->pathErrorIs( pathInfoKey_.pathKey(), reason_ );
    }
-   pPathStatusCache_->pqInfoIs( path ? vrfRoot_.dedupPqInfoTable()->dedup( *path ) : nullptr );
+   pPathStatusCache_->pqInfoIs( pqInfo );
    pPathStatusCache_->stage2LastRanAtIs( Lum::now() );
    pPathStatusCache_->refreshedStage2CountInc();
 }
@@ -339,6 +349,15 @@ PqComputeSm::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent + 1, "%*cadjacency: %s %s\n", adjacencyKey_.intf().stringValue().c_str(),
                    adjacencyKey_.systemId().stringValue().c_str() );
    dumpAge( context, indent + 1, "adjacency updated", adjacencyUpdatedAt_ );
+   const auto dumpRun = [ & ]( const char * label, const Lum::Ptr< const LfaCspfData > & run ) {
+      dumpAge( context, indent + 1, label, run ? run->ranAt() : 0 );
+   };
+   dumpRun( "constrained run", runs_.constrained );
+   dumpRun( "forward run", runs_.forward );
+   dumpRun( "neighbor run", runs_.neighbor );
+   dumpRun( "reverse run", runs_.reverse );
+   context.printf( indent + 1, "%*ccomputation scheduled: %s\n",
+                   pqComputeTask_.scheduled() ? "yes" : "no" );
    if ( !reason_.empty() ) {
       context.printf( indent + 1, "%*cno repair: %s\n", reason_.c_str() );
    } else if ( runs_.complete() ) {

@@ -52,22 +52,24 @@ class SharedRepairs : public Kiv::DedupHandle {
 /// another constraint gets a machine of its own.
 ///
 ///   watches                                   handler               writes
-///   PathStatusInfo.updatePathPending          handleUpdatePathPending
+///   PathStatusInfo.stage2RequestCount         handleCspfData
 ///   PathStatusCache, own and of each tree:    handleCspfData
-///     cspfData, refreshedStage1Count
+///     cspfData; of trees refreshedStage1Count
 ///   IsisAdjacencyInfo.adjacency               handleAdjacency
 ///   task pqComputeTask                        handlePqComputeTask   pqInfo, refreshedStage2Count,
 ///                                                                   Status.pathError
 class PqComputeSm : public Lum::Reactor {
    LUM_ENTITY( Cspf::Lfa, PqComputeSm );
+   /// How often a repair is chosen anew whose next hop is not known.
+   static constexpr std::size_t maxChoices = 16;
+
    /// The path has its rows and those of its trees. The root, with its table of repairs, outlives
    /// this object.
    PqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey );
 
    void handleInitialized() override;
    void doPrepareToDie() override;
-   void handleUpdatePathPending();
-   /// A run has a new result, or the path waits for its repair.
+   /// A run has a new result, or the path's second stage is asked for.
    virtual void handleCspfData();
    virtual void handlePqComputeTask();
    void handleAdjacency( const IsisExportImpl::AdjacencyKey & key );
@@ -93,6 +95,7 @@ class PqComputeSm : public Lum::Reactor {
    /// REQUIRES: the runs are complete.
    const TopoGraph & topology() const;
    bool waitsForRefresh() const { return pathStatusInfo_->refreshNeeded(); }
+   bool canCompute() const;
    /// Whether the runs are those of the last computation.
    bool runsAreKnown() const { return repairs_ && repairs_->runs() == currentRuns(); }
    void doPqCompute();
@@ -102,11 +105,10 @@ class PqComputeSm : public Lum::Reactor {
    Lum::Ptr< PathStatusCache > cacheOf( const PathInfoKey & key );
    Lum::Ptr< PathStatusCache > treeCache( TilfaTree tree );
    RepairRuns currentRuns() const;
-   bool canCompute() const;
    std::string missingRun() const;
    std::string missingRunOf( const Lum::Ptr< PathStatusCache > & cache ) const;
-   std::optional< CspfRepair > getAllPqPath();
-   std::optional< PqPath > getLoadBalancedPqPath( const CspfRepair & repair );
+   std::optional< CspfRepair > getAllPqPath( std::size_t attempt );
+   std::optional< PqPath > getLoadBalancedPqPath();
    bool resolveNexthop( const CspfRepair & repair, PqPath & path );
    void compute();
    void publish( const std::optional< PqPath > & path );
@@ -122,7 +124,8 @@ class PqComputeSm : public Lum::Reactor {
    Lum::Ptr< PathStatusCache > uFwdPathStatusCache_;
    Lum::Ptr< PathStatusCache > uNgbPathStatusCache_;
    Lum::Ptr< PathStatusCache > uRevPathStatusCache_;
-   IsisExportImpl::AdjacencyKey adjacencyKey_;  // by which the repair leaves
+   IsisExportImpl::AdjacencyKey adjacencyKey_;            // by which the repair leaves
+   std::vector< IsisExportImpl::AdjacencyKey > refused_;  // first choices without a next hop
    Lum::Seconds adjacencyUpdatedAt_ = 0;
    RepairRuns runs_;  // of the last computation
    Lum::Ptr< SharedRepairs > repairs_;
@@ -133,12 +136,23 @@ class PqComputeSm : public Lum::Reactor {
 /// The same towards a prefix: it ends at the routers that originate it, each at its metric. Where
 /// the originators alone have changed, the repair is worked out of the runs that are there, at
 /// most once in a hold-down period that doubles while changes keep coming.
+///
+///   watches                                   handler
+///   AllTopoDbStatus.pfxOriginatorInfoTable    handlePfxOriginatorInfoTable
+///   PfxOriginatorInfoTable.pfxOriginatorInfo  handlePfxOriginatorInfo
+///   PfxOriginatorInfo.originatorInfo          handleOriginatorInfo
+///   task pqComputePrcTask                     handlePqComputePrcTask
 class PqComputePfxSm : public PqComputeSm {
    LUM_ENTITY( Cspf::Lfa, PqComputePfxSm );
    static constexpr Lum::Seconds initialHoldInterval = 0.05, maxHoldInterval = 1.0;
 
    PqComputePfxSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey );
 
+   void handleInitialized() override;
+   void doPrepareToDie() override;
+   void handlePfxOriginatorInfoTable( const TopoId & topoId );
+   void handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix );
+   void handleOriginatorInfo( const NodeId & router );
    void handleCspfData() override;
    void handlePqComputeTask() override;
    void handlePqComputePrcTask();

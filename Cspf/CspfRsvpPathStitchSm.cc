@@ -62,7 +62,9 @@ RsvpPathStitchSm::doStitchPaths() {
 std::string
 RsvpPathStitchSm::stitch( PathStitcher & stitcher, const PathConstraint & constraint ) const {
    if ( stitcher.checkAndUpdatePathForSelfPath( pathKey().dst(), constraint ) ) {
-      return {};
+      const bool found =
+         allTopoDbView_->topoGraph().vertex( allTopoDbView_->spfRoot() ) != noVertex;
+      return found ? "" : "source not found in topology";
    }
    if ( constraint.includeHopAllExplicit() ) {
       return stitcher.checkAndUpdateAllExplicitPath( constraint );

@@ -82,7 +82,8 @@ CspfSourceIdSm::doPrepareToDie() {
 void
 CspfSourceIdSm::handleIsisPathDir( const Lum::String & name ) {
    const L3::VrfName vrf( name );
-   const auto status = Lum::cast< const Mpls::SegmentRouting::Status >( srIsisDir_->entity( name ) );
+   const auto status =
+      Lum::cast< const Mpls::SegmentRouting::Status >( srIsisDir_->entity( name ) );
    if ( status ) {
       TRACE7( "new mount point for " << name );
       isisPathIs( vrf, new IsisPathSm( *this, vrf, status ) );

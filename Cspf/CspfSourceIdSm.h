@@ -18,7 +18,9 @@ class TeVrfConfigSm : public Lum::Reactor {
    /// The owner outlives this object.
    TeVrfConfigSm( CspfSourceIdSm & owner, const Lum::Ptr< const TeVrfConfig > & teVrfConfig,
                   const Lum::Ptr< const TeRouterIdConfig > & teRouterIdConfig )
-      : owner_( owner ), teVrfConfig_( teVrfConfig ), teRouterIdConfig_( teRouterIdConfig ) {}
+      : owner_( owner ),
+        teVrfConfig_( teVrfConfig ),
+        teRouterIdConfig_( teRouterIdConfig ) {}
 
    void handleInitialized() override;
    void handleTeVrfConfig();
@@ -41,7 +43,9 @@ class IsisPathSm : public Lum::Reactor {
    /// The owner outlives this object.
    IsisPathSm( CspfSourceIdSm & owner, const L3::VrfName & vrf,
                const Lum::Ptr< const Mpls::SegmentRouting::Status > & status )
-      : owner_( owner ), vrf_( vrf ), status_( status ) {}
+      : owner_( owner ),
+        vrf_( vrf ),
+        status_( status ) {}
 
    void handleInitialized() override;
    /// Without the entry there is no identity.
@@ -66,8 +70,10 @@ class CspfSourceIdSm : public Lum::Reactor {
                    const Lum::Ptr< const TeRouterIdConfig > & teRouterIdConfig,
                    const Lum::Ptr< AllClientInfo > & v4AllClientInfo,
                    const Lum::Ptr< AllClientInfo > & v6AllClientInfo )
-      : srIsisDir_( srIsisDir ), teConfigDir_( teConfigDir ),
-        teRouterIdConfig_( teRouterIdConfig ), v4AllClientInfo_( v4AllClientInfo ),
+      : srIsisDir_( srIsisDir ),
+        teConfigDir_( teConfigDir ),
+        teRouterIdConfig_( teRouterIdConfig ),
+        v4AllClientInfo_( v4AllClientInfo ),
         v6AllClientInfo_( v6AllClientInfo ) {}
    LUM_CHILDREN( teVrfConfig, L3::VrfName, TeVrfConfigSm );
    LUM_CHILDREN( isisPath, L3::VrfName, IsisPathSm );

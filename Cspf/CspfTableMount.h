@@ -14,8 +14,9 @@ class TableMount {
  public:
    TableMount( const Lum::Ptr< Corvdb::EntityManager > & entityManager, const std::string & path,
                LumZorch::MountMode mode, const std::vector< std::string > & collections = {},
-              std::size_t capacity = 0 )
-      : mount_( entityManager ), path_( path ),
+               std::size_t capacity = 0 )
+      : mount_( entityManager ),
+        path_( path ),
         table_( Lum::cast< T >(
            mount_.mount( { path, T::lumTypeName, mode, collections, capacity } ) ) ) {}
    ~TableMount() {

@@ -6,24 +6,36 @@
 
 #include "platform/Trace/Trace.h"
 
+#include <map>
+
 namespace Cspf {
+
+namespace {
+
+/// Whether the path's constraint excludes the interface, or the node behind it.
+bool
+excludes( const PathInfoKey & key, const PathConfigInfo & info, const Kivnet::IntfId & intfId ) {
+   const auto * i = &info;
+   const PathKey & pathKey = key.clientPathKey();
+   LUM_ASSERT( i->cspfConfig()->pathConfigHas( pathKey ) );
+   const PathConstraint & constraint = i->cspfConfig()->pathConfigFind( pathKey )->constraint();
+   return constraint.excludeIntf() == intfId || constraint.excludeNode().nexthopIntf() == intfId;
+}
+
+}
 
 void
 incrementDerivedConfigChangeCount( const Lum::Ptr< PathConfigInfoTable > & table,
                                    const Kivnet::IntfId & intfId ) {
-   for ( const PathInfoKey & key : Lum::sortedKeys( table->pathConfigInfoColl() ) ) {
-      const Lum::Ptr< PathConfigInfo > i = table->pathConfigInfo( key );
-      if ( !i ) {
-         continue;  // went with an earlier one of this walk
+   std::map< PathInfoKey, Lum::Ptr< PathConfigInfo > > concerned;
+   for ( const auto & [ key, info ] : table->pathConfigInfoColl() ) {
+      if ( excludes( key, *info, intfId ) ) {
+         concerned.emplace( key, info );
       }
-      const PathKey & pathKey = key.clientPathKey();
-      LUM_ASSERT( i->cspfConfig()->pathConfigHas( pathKey ) );
-      const PathConstraint & constraint = i->cspfConfig()->pathConfigFind( pathKey )->constraint();
-      if ( constraint.excludeIntf() == intfId
-           || constraint.excludeNode().nexthopIntf() == intfId ) {
-         TRACE7( "Handling update for path : " << key.traceString() );
-         i->derivedConfigChangeCountInc();
-      }
+   }
+   for ( const auto & [ key, info ] : concerned ) {
+      TRACE7( "Handling update for path : " << key.traceString() );
+      info->derivedConfigChangeCountInc();
    }
 }
 

@@ -333,7 +333,7 @@ VrfRoot::bwUsageTable() const noexcept {
 
 void
 VrfRoot::dumpState( Kiv::DumpContext & context, int indent ) const {
-   context.dump( *allTopoDbStatus(), indent );
+   context.dump( *allTopoDbSm(), indent );
    context.dump( *bwUsageManager(), indent );
    for ( const auto & [ handle, constraintInfo ] : constraintInfoTable()->constraintInfoColl() ) {
       context.printf( indent, "%*cConstraint %s\n", handle.stringValue().c_str() );

@@ -118,6 +118,9 @@ VrfRootSm::doInitConstraintSm( const ConstraintHandle & handle,
    if ( vrfRoot_->constraintInfoSmHas( handle ) ) {
       return;
    }
+   if ( const BwUsageId & user = constraintOf( handle ).pathConstraint().bwUsageId() ) {
+      constraintsOfUser_[ user ].insert( handle );
+   }
    const Lum::Ptr< ConstraintStats > stats = statsTable->constraintStats( handle );
    vrfRoot_->constraintInfoSmIs( handle, newConstraintInfoSm( constraintInfo, stats ) );
    vrfRoot_->constraintStatusSmIs(
@@ -152,6 +155,12 @@ VrfRootSm::doCleanupConstraintSm( const ConstraintHandle & handle ) {
    TRACE7( "Deleting the constraintInfoSm" );
    vrfRoot_->constraintInfoSmDel( handle );
    if ( const BwUsageId & user = constraintOf( handle ).pathConstraint().bwUsageId() ) {
+      if ( const auto own = constraintsOfUser_.find( user ); own != constraintsOfUser_.end() ) {
+         own->second.erase( handle );
+         if ( own->second.empty() ) {
+            constraintsOfUser_.erase( own );
+         }
+      }
       doCleanupBwUsageChangedAt( user );
    }
    vrfRoot_->constraintStatusSmDel( handle );
@@ -166,10 +175,8 @@ VrfRootSm::doCleanupBwUsageChangedAt( const BwUsageId & bwUsageId ) {
       TRACE7( "No bwUsageChangedAt entry for bwUsageId " << Lum::valueString( bwUsageId ) );
       return;
    }
-   for ( const auto & [ handle, info ] : vrfRoot_->constraintInfoTable()->constraintInfoColl() ) {
-      if ( constraintOf( handle ).pathConstraint().bwUsageId() == bwUsageId ) {
-         return;
-      }
+   if ( constraintsOfUser_.contains( bwUsageId ) ) {
+      return;
    }
    TRACE7( "bwUsageId not in use, deleting bwUsageChangedAt entry... "
            << Lum::valueString( bwUsageId ) );
@@ -293,18 +300,23 @@ VrfRootSm::deletePqComputeSm( const PathInfoKey & key ) {
 template< class Concerns >
 void
 VrfRootSm::updateTopoInfoChangedAt( Concerns && concerns ) {
-   const auto & allTopoDbStatus = *vrfRoot_->allTopoDbStatus();
    vrfRoot_->dedupConstraintTable()->forEach( [ & ]( const DedupConstraint & dedupConstraint ) {
-      const InternalPathConstraint & constraint = dedupConstraint.pathConstraint();
-      // Service ends path by path when its source has gone; those that are left ask for nothing.
-      if ( concerns( constraint )
-           && vrfSourceId_->vrfClientSourceIdHas( constraint.pathComputationType() ) ) {
-         vrfRoot_->constraintInfoTable()
-            ->constraintInfo( &dedupConstraint )
-            ->topoInfoChangedAtIs( allTopoDbStatus.topoInfoChangedAt(
-               constraint.pathComputationType(), constraint.bwUsageId() ) );
+      if ( concerns( dedupConstraint.pathConstraint() ) ) {
+         updateTopoInfoChangedAtOf( dedupConstraint );
       }
    } );
+}
+
+/// Service ends path by path when its source has gone; those that are left ask for nothing.
+void
+VrfRootSm::updateTopoInfoChangedAtOf( const DedupConstraint & dedupConstraint ) {
+   const InternalPathConstraint & constraint = dedupConstraint.pathConstraint();
+   if ( vrfSourceId_->vrfClientSourceIdHas( constraint.pathComputationType() ) ) {
+      vrfRoot_->constraintInfoTable()
+         ->constraintInfo( &dedupConstraint )
+         ->topoInfoChangedAtIs( vrfRoot_->allTopoDbStatus()->topoInfoChangedAt(
+            constraint.pathComputationType(), constraint.bwUsageId() ) );
+   }
 }
 
 void
@@ -324,9 +336,16 @@ VrfRootSm::handleBwUsageChangedAt( const BwUsageId & bwUsageId ) {
    LUM_ASSERT( !!bwUsageId );
    TRACE7( "Updating topoInfoChangedAt for constraints with bwUsageId "
            << Lum::valueString( bwUsageId ) );
-   updateTopoInfoChangedAt( [ & ]( const InternalPathConstraint & constraint ) {
-      return constraint.bwUsageId() == bwUsageId;
-   } );
+   const auto own = constraintsOfUser_.find( bwUsageId );
+   if ( own == constraintsOfUser_.end() ) {
+      return;
+   }
+   const auto handles = own->second;  // a path that is told may let its constraint go
+   for ( const ConstraintHandle & handle : handles ) {
+      if ( vrfRoot_->constraintInfoTable()->constraintInfoHas( handle ) ) {
+         updateTopoInfoChangedAtOf( constraintOf( handle ) );
+      }
+   }
 }
 
 void

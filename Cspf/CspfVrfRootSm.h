@@ -2,6 +2,8 @@
 
 #include "Cspf/CspfVrfRoot.h"
 
+#include <set>
+
 namespace Cspf {
 
 class ParentPathHelper;
@@ -86,12 +88,14 @@ class VrfRootSm : public Lum::Reactor {
    /// changed.
    template< class Concerns >
    void updateTopoInfoChangedAt( Concerns && concerns );
+   void updateTopoInfoChangedAtOf( const DedupConstraint & dedupConstraint );
 
    const L3::VrfName vrf_;
    const Lum::Ptr< VrfRoot > vrfRoot_;
    const Lum::Ptr< const VrfSourceId > vrfSourceId_;
    Lum::Ptr< const ParentPathHelper > parentPathHelper_;
    std::unique_ptr< Kiv::Task > constraintTopoInfoUpdaterTask_;
+   Lum::Map< BwUsageId, std::set< ConstraintHandle > > constraintsOfUser_;  // oldest first
 };
 
 }

@@ -90,6 +90,7 @@ PathStatusCache::dumpState( Kiv::DumpContext & context, int indent ) const {
 void
 ConstraintStats::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*c CSPF scheduled: %s\n", boolText( cspfScheduled() ) );
+   dumpAge( context, indent, " CSPF last ran", cspfLastRanAt() );
    context.printf( indent, "%*c CSPF current delay: %0.2f ms\n", cspfCurrentDelay() );
    context.printf( indent, "%*c CSPF run count: %u\n", cspfCount() );
    context.printf( indent, "%*c cspfSkippedCount: %u\n", cspfSkippedCount() );

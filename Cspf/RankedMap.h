@@ -21,10 +21,10 @@ rankBetween( std::uint64_t before, std::uint64_t after, std::uint64_t end, std::
    return half == 0 ? 0 : before + half;
 }
 
-/// An ordered map whose entries carry a number that rises in key order: comparing two ranks compares
-/// their keys. A new key takes a rank in the gap between its neighbours; where there is none,
-/// the entries around it are spread out again, as few of them as the density allows, which costs
-/// O(log n) moved entries for each insertion on average. (Itai, Konheim, Rodeh, ICALP 1981.)
+/// An ordered map whose entries carry a number that rises in key order: comparing two ranks
+/// compares their keys. A new key takes a rank in the gap between its neighbours; where there is
+/// none, the entries around it are spread out again, as few of them as the density allows, which
+/// costs O(log n) moved entries for each insertion on average. (Itai, Konheim, Rodeh, ICALP 1981.)
 /// Entries do not move in memory. Ranks are above 0 and below 2^bits.
 template< class Key, class Value, unsigned bits >
 class RankedMap {
@@ -104,8 +104,8 @@ class RankedMap {
       }
    }
    template< class Moved >
-   void assign( Iterator first, Iterator last, Iterator fresh, std::uint64_t low,
-                std::uint64_t gap, Moved & moved ) {
+   void assign( Iterator first, Iterator last, Iterator fresh, std::uint64_t low, std::uint64_t gap,
+                Moved & moved ) {
       for ( Iterator i = first; i != last; ++i ) {
          low += gap;
          const bool changes = i->second.rank != low;

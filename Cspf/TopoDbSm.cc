@@ -140,6 +140,10 @@ TopoDbSm::doUpdateTeRouterId( const IgpRouterId & igpRouterId,
       oldTeRouterId ? Kivnet::IpGenAddr() : doFindDuplicateRouter( igpRouterId );
    if ( !teRouterId ) {
       TRACE9( "non TE router for TopoDb:" << topoId_ << " IGP router id " << igpRouterId );
+      if ( !oldTeRouterId && !parkedUnder ) {
+         TRACE9( "non TE router changed" );
+         return;
+      }
    } else if ( teRouterId == oldTeRouterId || teRouterId == parkedUnder ) {
       return;
    }

@@ -162,10 +162,14 @@ TopoGraph::updateOverload( Nodes::Entry & entry ) {
    const Node & node = entry.second.value;
    const bool all = node.overloaded == node.routers.size();
    graph_.overloadedIs( node.vertex, node.overloaded && all );
-   if ( node.overloaded && !all ) {
+   const bool wasPartly = partlyOverloaded_.erase( &entry ) > 0;
+   const bool isPartly = node.overloaded && !all;
+   if ( isPartly ) {
       partlyOverloaded_.insert( &entry );
-   } else {
-      partlyOverloaded_.erase( &entry );
+   }
+   if ( wasPartly || isPartly ) {
+      // The graph holds nothing of it, yet filters do: the same rank makes a new version.
+      graph_.nodeRankIs( node.vertex, entry.second.rank );
    }
 }
 

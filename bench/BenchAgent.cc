@@ -78,16 +78,17 @@ labOf( const GeneratedNetwork & network ) {
       const auto & there = network.links[ i ];
       const std::string name = "l" + std::to_string( i / 2 );
       Lab::LabLink & link = topology.links[ name ];
-      link.a = { routerName( there.from ), Kivnet::IntfId( name + ".a" ), { address( 0x0a000000 + i ) } };
-      link.b = { routerName( there.to ), Kivnet::IntfId( name + ".b" ), { address( 0x0a000001 + i ) } };
+      link.a = {
+         routerName( there.from ), Kivnet::IntfId( name + ".a" ), { address( 0x0a000000 + i ) } };
+      link.b = {
+         routerName( there.to ), Kivnet::IntfId( name + ".b" ), { address( 0x0a000001 + i ) } };
       link.ab.attributes = attributesOf( there );
       link.ba.attributes = attributesOf( network.links[ i + 1 ] );
    }
    return document;
 }
 
-BenchAgent::BenchAgent()
-   : runner_( loop_, state_, tables_, agentFactory, "CspfAgent" ) {
+BenchAgent::BenchAgent() : runner_( loop_, state_, tables_, agentFactory, "CspfAgent" ) {
    Schema::registerTypes( types_ );
    setenv( "VELOTRACE_DISABLE", "1", 1 );
    runner_.start();

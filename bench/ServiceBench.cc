@@ -33,9 +33,8 @@ constraintOf( std::uint32_t n, std::uint32_t links ) {
 
 void
 askForPaths( Lab::LabDocument & document, std::uint32_t links ) {
-   document.clients[ "bench" ] = { { { Lab::Vrf::defaultVrf(), true } },
-                                   { { Lab::Af::ipv4, true } },
-                                   false };
+   document.clients[ "bench" ] = {
+      { { Lab::Vrf::defaultVrf(), true } }, { { Lab::Af::ipv4, true } }, false };
    auto & wanted = document.paths[ "bench" ];
    std::mt19937 random( 3 );
    for ( std::uint32_t n = 0; n < paths; ++n ) {
@@ -121,8 +120,7 @@ measureChange() {
    std::printf( "one link change: %.0f ms, %llu runs; the runs alone: %.0f ms, %.3f ms each\n",
                 median( whole ), static_cast< unsigned long long >( runs ), median( alone ),
                 median( alone ) / constraints );
-   std::printf( "outside of the runs: %.3f of the whole\n",
-                1 - median( alone ) / median( whole ) );
+   std::printf( "outside of the runs: %.3f of the whole\n", 1 - median( alone ) / median( whole ) );
 
    const std::size_t withPaths = heapInUse();
    document.paths.clear();
@@ -137,9 +135,8 @@ measureLinks() {
    const GeneratedNetwork network = generateNetwork( 20'500, 1 );
    BenchAgent agent;
    Lab::LabDocument document = labOf( network );
-   document.clients[ "bench" ] = { { { Lab::Vrf::defaultVrf(), true } },
-                                   { { Lab::Af::ipv4, true } },
-                                   false };
+   document.clients[ "bench" ] = {
+      { { Lab::Vrf::defaultVrf(), true } }, { { Lab::Af::ipv4, true } }, false };
    const std::size_t empty = heapInUse();
    agent.lab().write( document );
    agent.settle();

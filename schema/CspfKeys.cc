@@ -6,9 +6,8 @@ namespace Cspf {
 
 std::string
 AllTopoNeighborKey::stringValue() const {
-   return "AllTopoNeighborKey=<topoId=" + topoId_.stringValue()
-          + ", neighborKey=" + Lum::valueString( neighborKey_ )
-          + ", teNeighborOf=" + teNeighborOf_.stringValue()
+   return "AllTopoNeighborKey=<topoId=" + topoId_.stringValue() + ", neighborKey="
+          + Lum::valueString( neighborKey_ ) + ", teNeighborOf=" + teNeighborOf_.stringValue()
           + ", teNeighborId=" + teNeighborId_.stringValue() + ">";
 }
 
@@ -19,7 +18,7 @@ AllTopoNeighborKey::neighborOf() const {
 
 NodeId
 AllTopoNeighborKey::neighborId() const {
-   return isLan()          ? NodeId()
+   return isLan()         ? NodeId()
           : teNeighborId_ ? NodeId( teNeighborId_ )
                           : NodeId( neighborKey_.neighborId() );
 }

@@ -17,7 +17,7 @@ struct PathStatus {
    LUM_FIELD( pathKey, PathKey );
    LUM_FIELD( refreshRespSeq, std::uint32_t );  ///< the `refreshReqSeq` that it answers
    LUM_FIELD( changeCount, std::uint32_t );
-   LUM_FIELD( repairPathIdx, std::uint32_t );   ///< an index of `Status::pqInfo`; 0: none
+   LUM_FIELD( repairPathIdx, std::uint32_t );  ///< an index of `Status::pqInfo`; 0: none
    LUM_LIST( path, HopIndex, Kivnet::IpGenAddr );
    LUM_LIST( pathSrlg, HopIndex, SrlgOfHop );
    LUM_LIST( pathTeRouterId, HopIndex, Kivnet::IpGenAddr );

@@ -21,34 +21,19 @@ template< class Visit >
 void
 forEachEntityType( Visit && visit ) {
    const auto visitAll = [ & ]< class... E >( Is< E >... type ) { ( visit( type ), ... ); };
-   visitAll( Is< Lum::Dir >(),
-             Is< Cspf::AgentStatus >(),
-             Is< Cspf::BwUsage >(),
-             Is< Cspf::BwUsagePerPriority >(),
-             Is< Cspf::BwUsageTable >(),
-             Is< Cspf::Client >(),
-             Is< Cspf::Config >(),
-             Is< Cspf::ConstraintStatus >(),
-             Is< Cspf::ConstraintStatusTable >(),
-             Is< Cspf::CspfCliConfig >(),
-             Is< Cspf::IntfIpToRouterIdTable >(),
-             Is< Cspf::Status >(),
-             Is< Interface::AllEthPhyIntfStatusDir >(),
-             Is< Interface::EthLagIntfStatusDir >(),
-             Is< Ip::Status >(),
-             Is< IsisExportImpl::IsisAdjacencyInfo >(),
-             Is< Mpls::SegmentRouting::Status >(),
-             Is< Routing::General::Config >(),
-             Is< Routing::Topology::Client >(),
-             Is< Routing::Topology::ExportPath >(),
-             Is< Routing::Topology::TopoDb >(),
-             Is< TrafficEngineering::BandwidthClientStatus >(),
-             Is< TrafficEngineering::BandwidthClientUsage >(),
-             Is< TrafficEngineering::BwmActiveStatus >(),
-             Is< TrafficEngineering::BwmStatus >(),
-             Is< TrafficEngineering::Config >(),
-             Is< TrafficEngineering::IntfStatus >(),
-             Is< TrafficEngineering::Status >() );
+   visitAll(
+      Is< Lum::Dir >(), Is< Cspf::AgentStatus >(), Is< Cspf::BwUsage >(),
+      Is< Cspf::BwUsagePerPriority >(), Is< Cspf::BwUsageTable >(), Is< Cspf::Client >(),
+      Is< Cspf::Config >(), Is< Cspf::ConstraintStatus >(), Is< Cspf::ConstraintStatusTable >(),
+      Is< Cspf::CspfCliConfig >(), Is< Cspf::IntfIpToRouterIdTable >(), Is< Cspf::Status >(),
+      Is< Interface::AllEthPhyIntfStatusDir >(), Is< Interface::EthLagIntfStatusDir >(),
+      Is< Ip::Status >(), Is< IsisExportImpl::IsisAdjacencyInfo >(),
+      Is< Mpls::SegmentRouting::Status >(), Is< Routing::General::Config >(),
+      Is< Routing::Topology::Client >(), Is< Routing::Topology::ExportPath >(),
+      Is< Routing::Topology::TopoDb >(), Is< TrafficEngineering::BandwidthClientStatus >(),
+      Is< TrafficEngineering::BandwidthClientUsage >(), Is< TrafficEngineering::BwmActiveStatus >(),
+      Is< TrafficEngineering::BwmStatus >(), Is< TrafficEngineering::Config >(),
+      Is< TrafficEngineering::IntfStatus >(), Is< TrafficEngineering::Status >() );
 }
 
 }

@@ -21,10 +21,10 @@ LUM_ENUM( NeighborType, std::uint8_t, p2p, lan );
 /// One directed link of a router: to a neighbour (point-to-point) or to a LAN.
 struct NeighborKey {
    LUM_VALUE( Routing::Topology, NeighborKey );
-   LUM_FIELD( routerId, IgpRouterId );      ///< the router that owns the link
+   LUM_FIELD( routerId, IgpRouterId );  ///< the router that owns the link
    LUM_FIELD( neighborType, NeighborType );
-   LUM_FIELD( neighborId, IgpRouterId );    ///< the neighbour, or the LAN's pseudonode
-   LUM_FIELD( linkId, std::uint32_t );      ///< tells parallel links of one pair apart
+   LUM_FIELD( neighborId, IgpRouterId );  ///< the neighbour, or the LAN's pseudonode
+   LUM_FIELD( linkId, std::uint32_t );    ///< tells parallel links of one pair apart
 
    explicit operator bool() const { return static_cast< bool >( routerId_ ); }
 };
@@ -51,14 +51,14 @@ struct Router {
 struct Neighbor {
    LUM_VALUE( Routing::Topology, Neighbor );
    LUM_FIELD( key, NeighborKey );
-   LUM_FIELD( intfId, Kivnet::IntfId );                      ///< the owner's local interface
+   LUM_FIELD( intfId, Kivnet::IntfId );  ///< the owner's local interface
    LUM_FIELD( adminGroup, std::uint32_t );
    LUM_LIST( interfaceAddr, AddrIndex, Kivnet::IpGenAddr );
    LUM_LIST( neighborAddr, AddrIndex, Kivnet::IpGenAddr );
-   LUM_FIELD( metric, std::uint32_t );                       ///< IGP metric
+   LUM_FIELD( metric, std::uint32_t );  ///< IGP metric
    LUM_FIELD( teMetric, std::optional< std::uint32_t > );
-   LUM_FIELD( maxLinkBandwidth, float );                     ///< bytes per second
-   LUM_FIELD( unreservedBandwidth, std::array< float, 8 > ); ///< by priority, bytes per second
+   LUM_FIELD( maxLinkBandwidth, float );                      ///< bytes per second
+   LUM_FIELD( unreservedBandwidth, std::array< float, 8 > );  ///< by priority, bytes per second
    LUM_LIST( srlg, Cspf::SrlgIndex, TrafficEngineering::SrlgId );
 };
 

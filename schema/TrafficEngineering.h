@@ -42,8 +42,8 @@ class BwmActiveStatus : public Lum::Entity {
    LUM_COLLECTION_ORDERED( bwmActive, L3::VrfName, bool );
 };
 
-/// "te/bwm/status/vrf/<VRF>": what all clients of the bandwidth manager use together in that VRF, in
-/// bytes per second by interface.
+/// "te/bwm/status/vrf/<VRF>": what all clients of the bandwidth manager use together in that VRF,
+/// in bytes per second by interface.
 class BwmStatus : public Lum::Entity {
    LUM_ENTITY( TrafficEngineering, BwmStatus );
    LUM_COLLECTION_ORDERED( usage, Kivnet::IntfId, std::uint64_t );

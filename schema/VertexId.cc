@@ -115,7 +115,8 @@ VertexIdentifierBase::VertexIdentifierBase( const Kivnet::IpGenPrefix & prefix )
 }
 
 VertexIdentifierBase::VertexIdentifierBase( const Routing::Isis::SystemId & id )
-   : type_( VertexType::isisRouter ), length_( systemIdLength ) {
+   : type_( VertexType::isisRouter ),
+     length_( systemIdLength ) {
    std::copy( id.bytes.begin(), id.bytes.end(), bytes_.begin() );
 }
 

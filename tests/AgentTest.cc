@@ -455,12 +455,16 @@ TEST( Agent, DumpsItsFrame ) {
                  + "BwmRoot\n-------\n\ninitialVrfCount: 0\nbwmActiveStatusCleanupDone: True\n\n"
                    "BwmActiveStatus\n\n"
                    "VRF Name                       Active    \n"
-                   "--------                       --------  \n\n"
+                   "--------                       --------  \n"
                    "All BW values below are in Bps\n\n"
                    "\nStale BandwidthClientStatusTable entries\n"
                    "\nStale BandwidthClientUsageTable entries\n\n" );
    lab.patch( { { "clients", { { "cli", ordinaryClient } } } } );
-   EXPECT_THAT( lab.dump(),
-                HasSubstr( "-----CSPF client config and status-----\n"
-                           "  Client: cli\n  bwmRequired: False\n    Vrf: default\n" ) );
+   const std::string served = lab.dump();
+   EXPECT_THAT( served, HasSubstr( "-----CSPF client config and status-----\n"
+                                   "  Client: cli\n  bwmRequired: False\n    Vrf: default\n" ) );
+   for ( const char * records :
+         { "---Routers---", "---Networks---", "---Neighbors---", "---Reachabilities---" } ) {
+      EXPECT_THAT( served, HasSubstr( records ) );
+   }
 }

@@ -346,6 +346,102 @@ TEST( Bandwidth, AChangeOfOneUserRecomputesItsPathsAlone ) {
    }
 }
 
+TEST( Bandwidth, APriorityThatDoesNotExistIsAnsweredAndLeavesNothingBehind ) {
+   TestLab lab( "A -10{bw 100}- B -10{bw 100}- C" );
+   for ( const char * hop : { "", "10.0.0.2" } ) {
+      Json constraint{ { "bandwidth", 50 }, { "bwSetupPriority", 7 } };
+      if ( *hop ) {
+         constraint[ "includeHop" ] = { { { "addr", hop }, { "loose", true } } };
+      }
+      for ( const char * client : { "cli", "rsvp" } ) {
+         SCOPED_TRACE( std::string( client ) + " " + hop );
+         lab.request( client, "t", "C", constraint );
+         lab.settle();
+         ASSERT_EQ( lab.path( client, "t" ), "A B C" );
+         const auto config = Lum::cast< Cspf::Config >(
+            lab.tables().table( "te/cspf/config/vrf/default/ipv4/" + std::string( client ) ) );
+         const Cspf::PathConfig asked = config->pathConfigColl().begin()->second;
+         Cspf::PathConfig wrong = asked;
+         wrong.constraint_.bwSetupPriorityIs( 8 );
+         wrong.refreshReqSeqIs( 5 );
+         config->pathConfigIs( wrong );
+         lab.settle();
+         EXPECT_EQ( lab.error( client, "t" ),
+                    "BwPriority::value < BwPriority::min or > BwPriority::max not allowed" );
+         ASSERT_TRUE( lab.status( client, "t" ) );
+         EXPECT_EQ( lab.status( client, "t" )->paths(), 0u );
+         EXPECT_EQ( lab.status( client, "t" )->refreshRespSeq(), 5u );
+         EXPECT_TRUE( lab.outcome().bandwidth.empty() );
+         EXPECT_TRUE( lab.outcome().constraints.empty() );
+         EXPECT_NE( lab.dump().find( "local ids in use: 0" ), std::string::npos );
+         config->pathConfigIs( asked );
+         lab.settle();
+         EXPECT_EQ( lab.path( client, "t" ), "A B C" );
+         EXPECT_EQ( lab.error( client, "t" ), "" );
+         EXPECT_EQ( heldBy( lab, client ), ( std::vector< std::uint64_t >{ 50, 50 } ) );
+         lab.withdraw( client, "t" );
+         lab.settle();
+      }
+   }
+}
+
+TEST( Bandwidth, APathThatGetsExplicitHopsHoldsWhatItHeldUntilItIsAnswered ) {
+   using Held = std::vector< std::uint64_t >;
+   for ( const char * client : { "cli", "rsvp" } ) {
+      SCOPED_TRACE( client );
+      TestLab lab( "A -10{bw 100}- B -10{bw 100}- C" );
+      const auto ask = [ & ]( unsigned bandwidth, bool explicitHops ) {
+         Json constraint{ { "bandwidth", bandwidth } };
+         if ( explicitHops ) {
+            constraint[ "includeHop" ] = { { { "addr", "10.0.0.2" }, { "loose", true } } };
+         }
+         lab.request( client, "t", "C", constraint );
+         return heldBy( lab, client );
+      };
+      ask( 50, false );
+      lab.settle();
+      lab.link( "A-B", { { "unreserved", 50 } } );
+      lab.link( "B-C", { { "unreserved", 50 } } );
+      lab.settle();
+      // There is room for the 50 that are held and 50 more.
+      EXPECT_EQ( ask( 120, true ), ( Held{ 50, 50 } ) );
+      lab.settle();
+      EXPECT_NE( lab.error( client, "t" ), "" );
+      EXPECT_EQ( heldBy( lab, client ), ( Held{ 50, 50 } ) );
+      EXPECT_EQ( ask( 90, false ), ( Held{ 50, 50 } ) );
+      lab.settle();
+      EXPECT_EQ( lab.path( client, "t" ), "A B C" );
+      EXPECT_EQ( lab.error( client, "t" ), "" );
+      EXPECT_EQ( heldBy( lab, client ), ( Held{ 90, 90 } ) );
+      EXPECT_EQ( ask( 0, true ), Held() );
+   }
+}
+
+TEST( Bandwidth, APathThatStaysIsHeldOnTheLinkAsItIsKnownNow ) {
+   for ( const char * client : { "cli", "rsvp" } ) {
+      SCOPED_TRACE( client );
+      TestLab lab( "A -10{bw 100}- B; A -30{bw 500}- B" );
+      lab.request( client, "t", "B", { { "bandwidth", 100 } } );
+      lab.settle();
+      const auto heldLink = [ & ] {
+         const auto & accounts = accountsOf( lab )->bandwidthUsageColl();
+         return accounts.size() == 1 ? accounts.begin()->first.link() : Cspf::AllTopoNeighborKey();
+      };
+      const auto before = heldLink();
+      const auto changes = lab.status( client, "t" )->changeCount();
+      Json same = lab.document()[ "topologies" ][ "core" ][ "links" ][ "A-B" ];
+      same[ "unreserved" ] = std::string( client ) == "rsvp" ? 0 : 100;
+      lab.patch(
+         { { "topologies",
+             { { "core", { { "links", { { "A-B", nullptr }, { "again", same } } } } } } } } );
+      lab.settle();
+      EXPECT_EQ( lab.cost( client, "t" ), 10u );
+      EXPECT_EQ( lab.status( client, "t" )->changeCount(), changes );
+      EXPECT_NE( heldLink(), before );
+      EXPECT_EQ( heldBy( lab, client ), std::vector< std::uint64_t >{ 100 } );
+   }
+}
+
 TEST( Bandwidth, LocalIdsComeBackAndDoNotRunOut ) {
    TestLab lab( "A -10{bw 100}- B" );
    lab.settle();

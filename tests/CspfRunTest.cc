@@ -30,14 +30,12 @@ TEST( CspfRun, hopsAreDescribedLinkByLink ) {
    EXPECT_EQ( store.last.pathSrlg, before.pathSrlg );
    EXPECT_EQ( store.last.pathTeRouterId, before.pathTeRouterId );
    EXPECT_EQ( store.last.includeIps, before.includeIps );
-
-   InternalPathConstraint hops;
-   hops.includeHop_.push( { ip( "10.0.0.2" ), true } );
-   hops.includeHop_.push( { ip( "10.99.0.1" ), true } );
-   hops.includeHop_.push( { ip( "10.128.1.4" ), false } );
-   store.path( "10.0.0.4", hops );
-   ASSERT_EQ( store.last.includeIps->includeIp().size(), 2u );
-   EXPECT_EQ( store.last.includeIps->includeIp()[ 1 ].teRouterId(), ip( "10.0.0.4" ) );
+   // Hops that were given before the path was a run's are gone.
+   IncludeIps::List given;
+   given.push( { ip( "10.0.0.2" ), ip( "10.0.0.2" ) } );
+   store.last.includeIps = Lum::make< const IncludeIps >( std::move( given ) );
+   store.path( "10.0.0.4" );
+   EXPECT_TRUE( store.last.includeIps->includeIp().empty() );
 }
 
 TEST( CspfRun, destinationsAreIdsInterfacesAndHostPrefixes ) {
@@ -85,20 +83,29 @@ TEST( CspfRun, equalCostChoicesStayAndSpread ) {
 }
 
 TEST( CspfRun, tellsWhatItDoesToWhoeverListens ) {
-   TopoStore store( "A -10- B -0- C; B -16777215- D; B -10{group 4}- E; A =lan1= F; "
-                    "A -5- G; G -5- B" );
+   nlohmann::json core =
+      labTopology( "A -10- B -0- C; B -16777215- D; B -10{group 4}- E; A =lan1= F H; "
+                   "A -5- G; G -5- B" );
+   core[ "routers" ][ "H" ][ "overload" ] = true;
+   for ( const char * owner : { "B", "G" } ) {
+      core[ "routers" ][ owner ][ "prefixes" ][ "192.0.2.7/32" ] = 0;
+   }
+   TopoStore store( nlohmann::json{ { "core", core } } );
    InternalPathConstraint constraint;
    constraint.excludeAdminGroupIs( 4 );
    std::string told;
    Gemtrace::sinkIs( [ & ]( int, std::string_view line ) { told.append( line ).append( "\n" ); } );
    store.path( "10.0.0.2", constraint );
+   store.path( "192.0.2.7", constraint );
    Gemtrace::sinkIs( nullptr );
    for ( const char * part :
          { "Starting SPF with sourceNode 10.0.0.1 useTeMetric=1 reverseSpt=0",
            "to shortestPathForNetwork", "adding router 10.0.0.2 to shortestPath via ",
            "adding another equal cost path for router 10.0.0.2", "as its metric is zero",
            "as its link metric is maximum", "has an excluded administrative group",
-           "found TEP 10.0.0.2", "creating path with ", "Selecting index " } ) {
+           "found TEP 10.0.0.2", "already found TEP 192.0.2.7 on router 10.0.0.8",
+           "Overload bit set for router ", "creating path with ",
+           " among 2 links for 10.0.0.2 for TEP 10.0.0.2" } ) {
       EXPECT_NE( told.find( part ), std::string::npos ) << part << " in\n" << told;
    }
    EXPECT_EQ( told.find( "adding router 10.0.0.3" ), std::string::npos );

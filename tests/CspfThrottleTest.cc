@@ -106,6 +106,20 @@ TEST( ConstraintInfoSm, newIntervalsCountFromTheNextExpiry ) {
    EXPECT_EQ( t.nextRun(), 30 ) << "without a change of the topology the delay stays";
 }
 
+TEST( ConstraintInfoSm, changesThatTheRunSawDoNotHoldDownTheNext ) {
+   Throttled t( "A -10- B" );
+   t.config->initialIntIs( 0 );
+   t.request( false );
+   t.store.loop.advance( 0 );
+   ASSERT_EQ( t.stats->cspfCount(), 1u );
+   const Lum::Seconds changedAt = t.store.status->topoChangedAt();
+   ASSERT_GT( changedAt, Lum::now() ) << "many changes of one instant";
+   t.config->initialIntIs( 50 );
+   t.info->topoInfoChangedAtIs( changedAt );
+   t.request( false );
+   EXPECT_EQ( t.stats->cspfCurrentDelay(), 50 );
+}
+
 TEST( ConstraintInfoSm, onePassAnswersAllPathsAndTellsThoseThatWait ) {
    Throttled t( "A -10- B -10- C; A -10> D" );
    const PathInfoKey b = t.pathIs( "10.0.0.2" ), c = t.pathIs( "10.0.0.3" ),

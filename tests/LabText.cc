@@ -74,9 +74,8 @@ Connector::attribute( const std::string & word, std::uint32_t value ) {
 class Builder {
  public:
    void statement( const std::string & text );
-   Json topology{ { "routers", Json::object() },
-                  { "links", Json::object() },
-                  { "lans", Json::object() } };
+   Json topology{
+      { "routers", Json::object() }, { "links", Json::object() }, { "lans", Json::object() } };
 
  private:
    Json & router( const std::string & name );
@@ -124,12 +123,13 @@ Builder::member( const std::string & name, const Connector & connector ) {
       lan = { { "dr", name }, { "members", Json::object() } };
    }
    const auto position = []( const std::vector< std::string > & names, const std::string & one ) {
-      return static_cast< std::size_t >( std::find( names.begin(), names.end(), one ) - names.begin() )
+      return static_cast< std::size_t >( std::find( names.begin(), names.end(), one )
+                                         - names.begin() )
              + 1;
    };
    Json member = connector.attributes;
-   member[ "addr" ] = numbered( "10.128.%zu.%zu", position( lans_, connector.lan ),
-                                position( routers_, name ) );
+   member[ "addr" ] =
+      numbered( "10.128.%zu.%zu", position( lans_, connector.lan ), position( routers_, name ) );
    member[ "intf" ] = connector.lan + "." + name;
    lan[ "members" ][ name ] = std::move( member );
 }

@@ -17,7 +17,7 @@
 ///   plain A             no TE router id
 ///
 /// The n-th router named, from 1, has system id 0000.0000.<n in four decimal digits>, and TE router
-/// id 10.0.0.n with its host prefix. The n-th link has the addresses 10.64.0.2n and 10.64.0.2n+1, and
-/// is named "A-B"; a further link of the pair "A-B:2". Its interfaces are "A-B.a" and "A-B.b". On
-/// the n-th LAN router m has the address 10.128.n.m and the interface "lan1.A".
+/// id 10.0.0.n with its host prefix. The n-th link has the addresses 10.64.0.2n and 10.64.0.2n+1,
+/// and is named "A-B"; a further link of the pair "A-B:2". Its interfaces are "A-B.a" and "A-B.b".
+/// On the n-th LAN router m has the address 10.128.n.m and the interface "lan1.A".
 nlohmann::json labTopology( std::string_view text );

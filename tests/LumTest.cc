@@ -333,15 +333,18 @@ TEST( Values, EqualityOrderAndHashSeeEveryFieldInItsOrder ) {
       return trip;
    };
    // Ascending: a later field counts only where the earlier ones are equal.
-   const std::vector< Trip > trips{
-      Trip(),
-      changed( []( Trip & t ) { t.delayIs( 0 ); } ),
-      changed( []( Trip & t ) { t.nameIs( "b" ); } ),
-      changed( []( Trip & t ) { t.tagIs( 1 ); } ),
-      changed( []( Trip & t ) { t.legIs( 0, Leg() ); } ),
-      changed( []( Trip & t ) { t.legIs( 0, Leg{ "", red(), true } ); } ),
-      changed( []( Trip & t ) { t.legIs( 0, Leg{ "", blue(), false } ); } ),
-      changed( []( Trip & t ) { t.legIs( 1, Leg() ); } ) };
+   const std::vector< Trip > trips{ Trip(),
+                                    changed( []( Trip & t ) { t.delayIs( 0 ); } ),
+                                    changed( []( Trip & t ) { t.nameIs( "b" ); } ),
+                                    changed( []( Trip & t ) { t.tagIs( 1 ); } ),
+                                    changed( []( Trip & t ) { t.legIs( 0, Leg() ); } ),
+                                    changed( []( Trip & t ) {
+                                       t.legIs( 0, Leg{ "", red(), true } );
+                                    } ),
+                                    changed( []( Trip & t ) {
+                                       t.legIs( 0, Leg{ "", blue(), false } );
+                                    } ),
+                                    changed( []( Trip & t ) { t.legIs( 1, Leg() ); } ) };
    std::set< std::size_t > hashes;
    for ( std::size_t i = 0; i < trips.size(); ++i ) {
       for ( std::size_t j = 0; j < trips.size(); ++j ) {

@@ -217,6 +217,20 @@ TEST( PathInUse, StaysUnwrittenWhileItIsValid ) {
    EXPECT_EQ( lab.path( "rsvp", "p" ), "A D" );
 }
 
+TEST( PathInUse, StaysWhenAnSrlgChangesThatItsConstraintDoesNotRead ) {
+   TestLab lab( "A -10- B -10- D; A -20- C -20- D; A -1- D" );
+   for ( const bool reads : { false, true } ) {
+      lab.down( "A-D" );
+      lab.request( "rsvp", "p", "D", { { "excludeIntf", "A-C.a" }, { "excludeSrlg", reads } } );
+      lab.settle();
+      ASSERT_EQ( lab.path( "rsvp", "p" ), "A B D" );
+      lab.up( "A-D" );
+      lab.patch( { { "interfaces", { { "A-C.a", { { "srlg", { 7 + reads } } } } } } } );
+      lab.settle();
+      EXPECT_EQ( lab.path( "rsvp", "p" ), reads ? "A D" : "A B D" );
+   }
+}
+
 TEST( PathInUse, MovesAtOnceWhenItDoesNotHold ) {
    const Json constraint{
       { "excludeAdminGroup", 4 }, { "bandwidth", 100 }, { "excludeLinkWithIp", { "10.99.0.1" } } };

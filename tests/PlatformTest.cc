@@ -61,7 +61,8 @@ struct Platform : testing::Test {
 TEST_F( Platform, tasksRunOnceInOrderOfDeadlineThenOfArming ) {
    std::vector< std::string > ran;
    const auto task = [ & ]( const char * name ) {
-      return std::make_unique< Kiv::Task >( scheduler, name, [ &ran, name ] { ran.push_back( name ); } );
+      return std::make_unique< Kiv::Task >( scheduler, name,
+                                            [ &ran, name ] { ran.push_back( name ); } );
    };
    const auto late = task( "late" ), first = task( "first" ), second = task( "second" ),
               moved = task( "moved" ), dropped = task( "dropped" );

@@ -28,13 +28,13 @@ Json
 squareLab( bool shortWay ) {
    Json topology = labTopology( "A -10- B -10- D; A -20- C -20- D" );
    topology[ "links" ][ "B-D" ][ "up" ] = shortWay;
-   return { { "router", "A" },
-            { "topologies", { { "net", topology } } },
-            { "clients",
-              { { "rsvp",
-                  { { "vrf", { { "default", true } } },
-                    { "addressFamily", { { "ipv4", true } } } } } } },
-            { "paths", { { "rsvp", { { "t1", { { "dst", "10.0.0.3" } } } } } } } };
+   return {
+      { "router", "A" },
+      { "topologies", { { "net", topology } } },
+      { "clients",
+        { { "rsvp",
+            { { "vrf", { { "default", true } } }, { "addressFamily", { { "ipv4", true } } } } } } },
+      { "paths", { { "rsvp", { { "t1", { { "dst", "10.0.0.3" } } } } } } } };
 }
 
 /// Hops of the only published path; none while there is no path.
@@ -216,7 +216,8 @@ TEST_F( ServiceTest, aBadFrameGetsAnErrorAndNothingElse ) {
    lab[ "paths" ][ "rsvp" ][ "t1" ][ "dst" ] = 7;
    EXPECT_THAT( errorOf( client, "load", { { "lab", lab } } ), HasSubstr( "/paths/rsvp/t1/dst" ) );
    EXPECT_EQ( client.call( "get", { { "path", "te/config" } } ), before );
-   raw.send( R"({"jsonrpc": "2.0", "id": "still here", "method": "status"})" "\n" );
+   raw.send( R"({"jsonrpc": "2.0", "id": "still here", "method": "status"})"
+             "\n" );
    EXPECT_EQ( raw.frame()[ "id" ], "still here" );
 }
 
@@ -224,8 +225,9 @@ TEST_F( ServiceTest, aWatcherThatDoesNotReadIsCutOffAndToldSo ) {
    const RunnerProcess runner( directory );
    RawConnection slow( runner.socket() );
    Client writer( runner.socket() );
-   slow.send( R"({"jsonrpc": "2.0", "id": 1, "method": "watch", "params": {"paths": ["te/config"]}})"
-              "\n" );
+   slow.send(
+      R"({"jsonrpc": "2.0", "id": 1, "method": "watch", "params": {"paths": ["te/config"]}})"
+      "\n" );
    ASSERT_EQ( slow.frame()[ "id" ], 1 );
    Json srlgs = Json::array();
    for ( int i = 0; i < 20'000; ++i ) {
@@ -248,8 +250,8 @@ TEST_F( ServiceTest, aWatcherThatDoesNotReadIsCutOffAndToldSo ) {
 
 TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    std::ofstream( directory / "lab.json" ) << squareLab( true );
-   const RunnerProcess runner( directory,
-                               { "--trace", directory / "trace", "--lab", directory / "lab.json" } );
+   const RunnerProcess runner(
+      directory, { "--trace", directory / "trace", "--lab", directory / "lab.json" } );
    Client client( runner.socket() );
    ASSERT_TRUE( comesToLastHop( client, "10.64.0.5" ) );
    const auto cspfctl = [ & ]( std::vector< std::string > arguments ) {
@@ -263,10 +265,12 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    EXPECT_THAT( cspfctl( { "paths" } ), HasSubstr( "10.64.0.3 10.64.0.5" ) );
    EXPECT_THAT( cspfctl( { "dump" } ), HasSubstr( "10.0.0.3" ) );
    cspfctl( { "patch", "te/config", R"({"enabled": false})" } );
-   EXPECT_FALSE( Json::parse( cspfctl( { "get", "te/config", "--json" } ) )[ "value" ][ "enabled" ] );
+   EXPECT_FALSE(
+      Json::parse( cspfctl( { "get", "te/config", "--json" } ) )[ "value" ][ "enabled" ] );
    EXPECT_THAT( runProgram( "cspfctl", { "trace", directory / "CspfAgent.qt" } ).out,
                 HasSubstr( "enabling agent" ) );
-   EXPECT_NE( runProgram( "cspfctl", { "get", "x", "--socket", directory / "none" } ).exitStatus, 0 );
+   EXPECT_NE( runProgram( "cspfctl", { "get", "x", "--socket", directory / "none" } ).exitStatus,
+              0 );
 
    // A trace that was moved away goes on in a new file after SIGHUP.
    std::filesystem::rename( directory / "trace", directory / "moved" );
@@ -279,10 +283,10 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
 }
 
 TEST_F( ServiceTest, thePackageInstallsWhatItNeeds ) {
-   const ProgramResult packed = runProgram(
-      "/bin/sh", { "-c", "cd " CSPF_BINARY_DIR " && cpack -G DEB -B '" + directory.path()
-                            + "' && dpkg-deb -x '" + directory.path() + "'/*.deb '"
-                            + directory / "root" + "'" } );
+   const ProgramResult packed =
+      runProgram( "/bin/sh", { "-c", "cd " CSPF_BINARY_DIR " && cpack -G DEB -B '"
+                                        + directory.path() + "' && dpkg-deb -x '" + directory.path()
+                                        + "'/*.deb '" + directory / "root" + "'" } );
    ASSERT_EQ( packed.exitStatus, 0 ) << packed.out << packed.err;
    const std::string root = directory / "root/usr/";
    for ( const char * file :

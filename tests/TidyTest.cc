@@ -22,7 +22,7 @@ storeyOf( const std::string & path ) {
 }
 
 struct Include {
-   std::string by;   ///< file, from the root
+   std::string by;  ///< file, from the root
    std::string what;
    bool angled;
 };

@@ -155,8 +155,12 @@ TEST( TopoStore, GraphHasTheLinksOfTheTablesAndJudgesThemAsSingleTestsDo ) {
          const CspfEdge edge = store.te().edge( key );
          ASSERT_NE( edge, noEdge ) << key.stringValue();
          ASSERT_EQ( store.te().neighborKey( edge ), key );
-         const AllTopoNetwork network = view->network( key.allTopoNetworkId() );
-         for ( const NodeId & node : network.routerSet() ) {
+         const auto & routers = store.status->routerIdMap( key.topoId() )->igpRouterIdColl();
+         for ( const auto & [ te, owner ] : routers ) {
+            if ( !key.isLan() ) {
+               break;
+            }
+            const NodeId node( te );
             const bool across =
                std::ranges::any_of( graph.out( graph.to( edge ) ), [ & ]( unsigned e ) {
                   return store.te().nodeId( graph.to( CspfEdge{ e } ) ) == node

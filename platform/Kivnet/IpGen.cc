@@ -63,9 +63,8 @@ IpGenPrefix::IpGenPrefix( const IpGenAddr & address, std::uint8_t length ) : len
    for ( unsigned bit = length; bit < 128; ++bit ) {
       bytes[ bit / 8 ] &= static_cast< std::uint8_t >( ~( 0x80u >> bit % 8 ) );
    }
-   address_ = address.af() == AddressFamily::ipv4
-                 ? IpGenAddr( IpAddr::fromBytes( bytes.data() ) )
-                 : IpGenAddr( Ip6Addr( bytes ) );
+   address_ = address.af() == AddressFamily::ipv4 ? IpGenAddr( IpAddr::fromBytes( bytes.data() ) )
+                                                  : IpGenAddr( Ip6Addr( bytes ) );
 }
 
 std::optional< IpGenPrefix >

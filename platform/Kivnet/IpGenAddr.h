@@ -14,7 +14,8 @@ class IpGenAddr {
    constexpr IpGenAddr() noexcept = default;
    IpGenAddr( const IpAddr & address ) noexcept;
    IpGenAddr( const Ip6Addr & address ) noexcept
-      : af_( AddressFamily::ipv6 ), bytes_( address.bytes() ) {}
+      : af_( AddressFamily::ipv6 ),
+        bytes_( address.bytes() ) {}
 
    static std::optional< IpGenAddr > parse( std::string_view text );
    AddressFamily af() const noexcept { return af_; }

@@ -43,8 +43,12 @@ sortedKeys( const M & map ) {
  public:                                                                                           \
    using lumSelf = name_;                                                                          \
    static constexpr const char * lumTypeName = #namespace_ "::" #name_;                            \
-   const char * typeName() const override { return lumTypeName; }                                  \
-   static constexpr ::Lum::NoField lumField( ::Lum::Line< __LINE__ > ) { return {}; }              \
+   const char * typeName() const override {                                                        \
+      return lumTypeName;                                                                          \
+   }                                                                                               \
+   static constexpr ::Lum::NoField lumField( ::Lum::Line< __LINE__ > ) {                           \
+      return {};                                                                                   \
+   }                                                                                               \
                                                                                                    \
  private:                                                                                          \
    [[no_unique_address]] ::Lum::Counted< name_ > lumCounted_;                                      \
@@ -56,16 +60,18 @@ sortedKeys( const M & map ) {
 /// tells nothing. The old value lives until all watchers have been told.
 #define LUM_ATTRIBUTE( name_, ... )                                                                \
    static constexpr ::Lum::AttributeId< lumSelf > name_##Attribute{ #name_ };                      \
-   const __VA_ARGS__ & name_() const noexcept { return name_##_; }                                 \
+   const __VA_ARGS__ & name_() const noexcept {                                                    \
+      return name_##_;                                                                             \
+   }                                                                                               \
    void name_##Is( __VA_ARGS__ value ) {                                                           \
       if ( !( name_##_ == value ) ) {                                                              \
          std::swap( name_##_, value );                                                             \
          notify( &name_##Attribute, nullptr );                                                     \
       }                                                                                            \
    }                                                                                               \
-   LUM_DESCRIBE_ENTITY_FIELD_(                                                                     \
-      attribute, name_,                                                                            \
-      []( lumSelf & entity, __VA_ARGS__ value ) { entity.name_##Is( std::move( value ) ); } )      \
+   LUM_DESCRIBE_ENTITY_FIELD_( attribute, name_, []( lumSelf & entity, __VA_ARGS__ value ) {       \
+      entity.name_##Is( std::move( value ) );                                                      \
+   } )                                                                                             \
                                                                                                    \
  private:                                                                                          \
    __VA_ARGS__ name_##_{};                                                                         \
@@ -76,17 +82,20 @@ sortedKeys( const M & map ) {
 /// An unsigned 32-bit counter: `x()`, `xIs( n )`, `xInc()`.
 #define LUM_COUNTER( name_ )                                                                       \
    static constexpr ::Lum::AttributeId< lumSelf > name_##Attribute{ #name_ };                      \
-   std::uint32_t name_() const noexcept { return name_##_; }                                       \
+   std::uint32_t name_() const noexcept {                                                          \
+      return name_##_;                                                                             \
+   }                                                                                               \
    void name_##Is( std::uint32_t value ) {                                                         \
       if ( name_##_ != value ) {                                                                   \
          name_##_ = value;                                                                         \
          notify( &name_##Attribute, nullptr );                                                     \
       }                                                                                            \
    }                                                                                               \
-   void name_##Inc() { name_##Is( name_##_ + 1 ); }                                                \
+   void name_##Inc() {                                                                             \
+      name_##Is( name_##_ + 1 );                                                                   \
+   }                                                                                               \
    LUM_DESCRIBE_ENTITY_FIELD_(                                                                     \
-      counter, name_,                                                                              \
-      []( lumSelf & entity, std::uint32_t value ) { entity.name_##Is( value ); } )                 \
+      counter, name_, []( lumSelf & entity, std::uint32_t value ) { entity.name_##Is( value ); } ) \
                                                                                                    \
  private:                                                                                          \
    std::uint32_t name_##_ = 0;                                                                     \
@@ -96,9 +105,15 @@ sortedKeys( const M & map ) {
 
 #define LUM_COLLECTION_IN_( kind_, Container, name_, Key, ... )                                    \
    static constexpr ::Lum::AttributeId< lumSelf, Key > name_##Attribute{ #name_ };                 \
-   const Container< Key, __VA_ARGS__ > & name_##Coll() const noexcept { return name_##_; }         \
-   std::size_t name_##s() const noexcept { return name_##_.size(); }                               \
-   bool name_##Has( const Key & key ) const { return name_##_.contains( key ); }                   \
+   const Container< Key, __VA_ARGS__ > & name_##Coll() const noexcept {                            \
+      return name_##_;                                                                             \
+   }                                                                                               \
+   std::size_t name_##s() const noexcept {                                                         \
+      return name_##_.size();                                                                      \
+   }                                                                                               \
+   bool name_##Has( const Key & key ) const {                                                      \
+      return name_##_.contains( key );                                                             \
+   }                                                                                               \
    const __VA_ARGS__ * name_##Find( const Key & key ) const {                                      \
       auto at = name_##_.find( key );                                                              \
       return at == name_##_.end() ? nullptr : &at->second;                                         \
@@ -183,7 +198,9 @@ sortedKeys( const M & map ) {
 /// One owned child: `x()` (null where there is none), `xIs( arguments of its constructor... )`
 /// (creates and starts it), `xDel()` (ends it).
 #define LUM_CHILD( name_, ... )                                                                    \
-   const ::Lum::Ptr< __VA_ARGS__ > & name_() const noexcept { return name_##_; }                   \
+   const ::Lum::Ptr< __VA_ARGS__ > & name_() const noexcept {                                      \
+      return name_##_;                                                                             \
+   }                                                                                               \
    template< class... Args >                                                                       \
    const ::Lum::Ptr< __VA_ARGS__ > & name_##Is( Args &&... args ) {                                \
       name_##Del();                                                                                \
@@ -191,7 +208,9 @@ sortedKeys( const M & map ) {
       ::Lum::start( name_##_ );                                                                    \
       return name_##_;                                                                             \
    }                                                                                               \
-   void name_##Del() { ::Lum::retire( name_##_ ); }                                                \
+   void name_##Del() {                                                                             \
+      ::Lum::retire( name_##_ );                                                                   \
+   }                                                                                               \
                                                                                                    \
  private:                                                                                          \
    ::Lum::Ptr< __VA_ARGS__ > name_##_;                                                             \

@@ -89,7 +89,9 @@ template< class T >
 inline constexpr auto fields = Detail::fieldsUpTo< T, maxLine >();
 
 template< class T >
-concept Described = requires { T::lumField( Line< maxLine >{} ); };
+concept Described = requires {
+   T::lumField( Line< maxLine >{} );
+};
 
 /// Calls `visit( field, value )` for each described field of the object, in order. Far cheaper to
 /// compile than a walk over `fields`.

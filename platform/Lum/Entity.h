@@ -100,7 +100,9 @@ struct AnyChange {
    const void * attribute;
    const void * key;
 
-   const char * name() const { return static_cast< const AttributeId< void > * >( attribute )->name; }
+   const char * name() const {
+      return static_cast< const AttributeId< void > * >( attribute )->name;
+   }
 };
 
 /// An entity that watches others. State machines derive from it: `watch` binds a member function

@@ -23,7 +23,9 @@
 #define LUM_ENUM_MEMBER_( name, member ) member,
 #define LUM_ENUM_TEXT_( name, member ) #member,
 #define LUM_ENUM_FUNCTION_( name, member )                                                         \
-   constexpr name member() { return name::member; }
+   constexpr name member() {                                                                       \
+      return name::member;                                                                         \
+   }
 
 /// An enumeration with codes from 0 in the order of its members (at most 16), the text of each
 /// member and the parser of that text, and for each member a function of its name.
@@ -39,7 +41,9 @@
 namespace Lum {
 
 template< class E >
-concept NamedEnum = requires( E e ) { lumEnumTexts( e ); };
+concept NamedEnum = requires( E e ) {
+   lumEnumTexts( e );
+};
 
 /// The text of the member, or its code where it has none.
 template< class E >

@@ -19,13 +19,11 @@ class Ptr {
    Ptr( const Ptr & other ) noexcept : object_( other.object_ ) { retain(); }
    Ptr( Ptr && other ) noexcept : object_( std::exchange( other.object_, nullptr ) ) {}
    template< class U >
-      requires std::is_convertible_v< U *, T * >
-   Ptr( const Ptr< U > & other ) noexcept : object_( other.ptr() ) {
-      retain();
-   }
+      requires std::is_convertible_v< U *, T * > Ptr( const Ptr< U > & other )
+   noexcept : object_( other.ptr() ) { retain(); }
    template< class U >
-      requires std::is_convertible_v< U *, T * >
-   Ptr( Ptr< U > && other ) noexcept : object_( other.detach() ) {}
+      requires std::is_convertible_v< U *, T * > Ptr( Ptr< U > && other )
+   noexcept : object_( other.detach() ) {}
    ~Ptr() {
       if ( object_ ) {
          object_->referenceDec();

@@ -43,16 +43,20 @@ template< class T >
 concept Range = requires( const T & t ) {
    t.begin();
    t.end();
-} && !std::convertible_to< T, std::string >;
+}
+&&!std::convertible_to< T, std::string >;
 
 template< class T >
 std::size_t
 hashOf( const T & value ) noexcept {
-   if constexpr ( requires { { value.hash() } -> std::convertible_to< std::size_t >; } ) {
+   if constexpr ( requires {
+                     { value.hash() } -> std::convertible_to< std::size_t >;
+                  } ) {
       return value.hash();
    } else if constexpr ( Described< T > ) {
       std::size_t seed = 0;
-      forEachField( value, [ & ]( auto &, const auto & v ) { seed = hashMix( seed, hashOf( v ) ); } );
+      forEachField( value,
+                    [ & ]( auto &, const auto & v ) { seed = hashMix( seed, hashOf( v ) ); } );
       return seed;
    } else if constexpr ( requires { value.has_value(); } ) {
       return value ? hashMix( 3, hashOf( *value ) ) : 3;
@@ -91,7 +95,9 @@ describedString( const T & value ) {
 template< class T >
 std::string
 valueString( const T & value ) {
-   if constexpr ( requires { { value.stringValue() } -> std::convertible_to< std::string >; } ) {
+   if constexpr ( requires {
+                     { value.stringValue() } -> std::convertible_to< std::string >;
+                  } ) {
       return value.stringValue();
    } else if constexpr ( std::same_as< T, bool > ) {
       return value ? "True" : "False";
@@ -124,8 +130,9 @@ constexpr std::size_t
 fieldIndex( std::string_view name ) {
    std::size_t found = std::tuple_size_v< decltype( fields< From > ) >;
    std::size_t index = 0;
-   std::apply( [ & ]( const auto &... f ) { ( ( name == f.name ? found = index++ : index++ ), ... ); },
-               fields< From > );
+   std::apply(
+      [ & ]( const auto &... f ) { ( ( name == f.name ? found = index++ : index++ ), ... ); },
+      fields< From > );
    return found;
 }
 
@@ -147,7 +154,8 @@ void
 copyFields( const From & from, To & to ) {
    [ & ]< std::size_t... i >( std::index_sequence< i... > ) {
       ( Detail::copyField< i >( from, to ), ... );
-   }( std::make_index_sequence< std::tuple_size_v< decltype( fields< To > ) > >() );
+   }
+   ( std::make_index_sequence< std::tuple_size_v< decltype( fields< To > ) > >() );
 }
 
 /// A list inside of a value, by index from 0 without gaps: writing beyond the end fills with
@@ -229,15 +237,21 @@ class Set {
 #define LUM_VALUE( namespace_, name_ )                                                             \
    using lumSelf = name_;                                                                          \
    static constexpr const char * lumTypeName = #namespace_ "::" #name_;                            \
-   static constexpr ::Lum::NoField lumField( ::Lum::Line< __LINE__ > ) { return {}; }              \
+   static constexpr ::Lum::NoField lumField( ::Lum::Line< __LINE__ > ) {                           \
+      return {};                                                                                   \
+   }                                                                                               \
    bool operator==( const name_ & ) const = default;                                               \
    auto operator<=>( const name_ & ) const = default
 
 /// A field of a value: `x()` and `xIs( value )`.
 #define LUM_FIELD( name_, ... )                                                                    \
    __VA_ARGS__ name_##_{};                                                                         \
-   const __VA_ARGS__ & name_() const noexcept { return name_##_; }                                 \
-   void name_##Is( __VA_ARGS__ value ) { name_##_ = std::move( value ); }                          \
+   const __VA_ARGS__ & name_() const noexcept {                                                    \
+      return name_##_;                                                                             \
+   }                                                                                               \
+   void name_##Is( __VA_ARGS__ value ) {                                                           \
+      name_##_ = std::move( value );                                                               \
+   }                                                                                               \
    LUM_DESCRIBE_FIELD_( field, name_ )                                                             \
    static_assert( true )
 
@@ -249,24 +263,44 @@ class Set {
       const auto * element = name_##_.find( index );                                               \
       return element ? *element : __VA_ARGS__();                                                   \
    }                                                                                               \
-   std::size_t name_##s() const noexcept { return name_##_.size(); }                               \
-   const ::Lum::List< Index, __VA_ARGS__ > & name_##List() const noexcept { return name_##_; }     \
+   std::size_t name_##s() const noexcept {                                                         \
+      return name_##_.size();                                                                      \
+   }                                                                                               \
+   const ::Lum::List< Index, __VA_ARGS__ > & name_##List() const noexcept {                        \
+      return name_##_;                                                                             \
+   }                                                                                               \
    void name_##Is( Index index, __VA_ARGS__ element ) {                                            \
       name_##_.set( index, std::move( element ) );                                                 \
    }                                                                                               \
-   void name_##Del( Index index ) { name_##_.erase( index ); }                                     \
-   void name_##DelAll() noexcept { name_##_.clear(); }                                             \
+   void name_##Del( Index index ) {                                                                \
+      name_##_.erase( index );                                                                     \
+   }                                                                                               \
+   void name_##DelAll() noexcept {                                                                 \
+      name_##_.clear();                                                                            \
+   }                                                                                               \
    LUM_DESCRIBE_FIELD_( list, name_ )                                                              \
    static_assert( true )
 
 /// A set field: `xHas( element )`, `xs()`, `xSet()`, `xIs( element )`, `xDel`, `xDelAll`.
 #define LUM_SET( name_, ... )                                                                      \
    ::Lum::Set< __VA_ARGS__ > name_##_{};                                                           \
-   bool name_##Has( const __VA_ARGS__ & element ) const { return name_##_.has( element ); }        \
-   std::size_t name_##s() const noexcept { return name_##_.size(); }                               \
-   const ::Lum::Set< __VA_ARGS__ > & name_##Set() const noexcept { return name_##_; }              \
-   void name_##Is( const __VA_ARGS__ & element ) { name_##_.insert( element ); }                   \
-   void name_##Del( const __VA_ARGS__ & element ) { name_##_.erase( element ); }                   \
-   void name_##DelAll() noexcept { name_##_.clear(); }                                             \
+   bool name_##Has( const __VA_ARGS__ & element ) const {                                          \
+      return name_##_.has( element );                                                              \
+   }                                                                                               \
+   std::size_t name_##s() const noexcept {                                                         \
+      return name_##_.size();                                                                      \
+   }                                                                                               \
+   const ::Lum::Set< __VA_ARGS__ > & name_##Set() const noexcept {                                 \
+      return name_##_;                                                                             \
+   }                                                                                               \
+   void name_##Is( const __VA_ARGS__ & element ) {                                                 \
+      name_##_.insert( element );                                                                  \
+   }                                                                                               \
+   void name_##Del( const __VA_ARGS__ & element ) {                                                \
+      name_##_.erase( element );                                                                   \
+   }                                                                                               \
+   void name_##DelAll() noexcept {                                                                 \
+      name_##_.clear();                                                                            \
+   }                                                                                               \
    LUM_DESCRIBE_FIELD_( set, name_ )                                                               \
    static_assert( true )

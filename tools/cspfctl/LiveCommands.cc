@@ -1,5 +1,5 @@
-// Commands for a running agent, over its control socket. Each reads and writes state by path; nothing
-// here knows the agent.
+// Commands for a running agent, over its control socket. Each reads and writes state by path;
+// nothing here knows the agent.
 
 #include "tools/cspfctl/LiveCommands.h"
 
@@ -68,8 +68,7 @@ parsed( const std::string & what, const std::string & text ) {
 Json
 readPatch( const std::string & text ) {
    if ( text == "-" ) {
-      return parsed( "the patch",
-                     std::string( std::istreambuf_iterator< char >( std::cin ), {} ) );
+      return parsed( "the patch", std::string( std::istreambuf_iterator< char >( std::cin ), {} ) );
    }
    return parsed( "the patch", text.starts_with( '@' ) ? contentOf( text.substr( 1 ) ) : text );
 }
@@ -151,8 +150,7 @@ runStatus( const Options & options ) {
 
 void
 runPaths( const Options & options ) {
-   const Json tables =
-      Client( options.socket ).call( "get", { { "path", "te/cspf/status/vrf" } } );
+   const Json tables = Client( options.socket ).call( "get", { { "path", "te/cspf/status/vrf" } } );
    if ( options.json ) {
       std::cout << tables.dump() << "\n";
       return;

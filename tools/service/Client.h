@@ -20,8 +20,9 @@ class Client {
 
    using Notified = std::function< void( const std::string & method, const Json & params ) >;
 
-   /// Gives the result. Notifications that come meanwhile go to `notified`. Throws std::runtime_error
-   /// with the other side's text when the answer is an error, or when the connection ends.
+   /// Gives the result. Notifications that come meanwhile go to `notified`. Throws
+   /// std::runtime_error with the other side's text when the answer is an error, or when the
+   /// connection ends.
    Json call( const std::string & method, Json params, const Notified & notified = {} );
    /// Hands on notifications until the other side closes the connection or `notified` throws.
    void listen( const Notified & notified );

@@ -1,5 +1,5 @@
-// Output of a command. A pipe would make the agent wait for a slow reader, or lose what does not fit;
-// a file in memory does neither.
+// Output of a command. A pipe would make the agent wait for a slow reader, or lose what does not
+// fit; a file in memory does neither.
 
 #include "tools/service/CommandStream.h"
 

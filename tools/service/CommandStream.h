@@ -5,8 +5,8 @@
 
 namespace Service {
 
-/// Takes in what an agent writes to a file descriptor, however much, without ever making it wait for a
-/// reader: a file in memory.
+/// Takes in what an agent writes to a file descriptor, however much, without ever making it wait
+/// for a reader: a file in memory.
 class CommandStream {
  public:
    /// Throws std::runtime_error when there is no memory for it.

@@ -12,7 +12,9 @@
 namespace Service {
 
 Connection::Connection( Lum::ActivityLoop & loop, int socket, Handlers handlers )
-   : loop_( loop ), socket_( socket ), handlers_( std::move( handlers ) ) {
+   : loop_( loop ),
+     socket_( socket ),
+     handlers_( std::move( handlers ) ) {
    watchEvents();
 }
 
@@ -24,8 +26,8 @@ Connection::~Connection() {
 
 void
 Connection::watchEvents() {
-   const std::uint32_t events = ( cutOff_ ? 0u : std::uint32_t( EPOLLIN ) )
-                                | ( backlog() ? std::uint32_t( EPOLLOUT ) : 0u );
+   const std::uint32_t events =
+      ( cutOff_ ? 0u : std::uint32_t( EPOLLIN ) ) | ( backlog() ? std::uint32_t( EPOLLOUT ) : 0u );
    loop_.fdIs( socket_, events, [ this ]( std::uint32_t ready ) { handleEvents( ready ); } );
 }
 

@@ -1,5 +1,5 @@
-// Requests from the control socket. A request is parsed and checked whole, then served, then answered;
-// whatever is wrong with it becomes an error answer and touches nothing else.
+// Requests from the control socket. A request is parsed and checked whole, then served, then
+// answered; whatever is wrong with it becomes an error answer and touches nothing else.
 
 #include "tools/service/ControlServer.h"
 
@@ -13,8 +13,13 @@ namespace Service {
 
 namespace {
 
-enum RpcError { parseError = -32700, invalidRequest = -32600, methodNotFound = -32601,
-                invalidParams = -32602, serverError = -32000 };
+enum RpcError {
+   parseError = -32700,
+   invalidRequest = -32600,
+   methodNotFound = -32601,
+   invalidParams = -32602,
+   serverError = -32000
+};
 
 struct RpcFailure {
    int code;
@@ -38,7 +43,8 @@ param( const Json & params, const char * name ) {
    try {
       return params.at( name ).get< T >();
    } catch ( const Json::exception & ) {
-      throw RpcFailure{ invalidParams, std::string( "\"" ) + name + "\" is missing or of a wrong type" };
+      throw RpcFailure{ invalidParams,
+                        std::string( "\"" ) + name + "\" is missing or of a wrong type" };
    }
 }
 
@@ -47,13 +53,14 @@ param( const Json & params, const char * name ) {
 class ControlServer::Client {
  public:
    Client( ControlServer & server, std::uint64_t number, int socket )
-      : server_( server ), connection_( server.loop_, socket,
-                                        { [ this ]( std::string_view text ) { handleFrame( text ); },
-                                          [ this ] {
-                                             connection_.send( errorFrame(
-                                                nullptr, invalidRequest, "the frame is too large" ) );
-                                          },
-                                          [ &server, number ] { server.clients_.erase( number ); } } ) {
+      : server_( server ),
+        connection_( server.loop_, socket,
+                     { [ this ]( std::string_view text ) { handleFrame( text ); },
+                       [ this ] {
+                          connection_.send(
+                             errorFrame( nullptr, invalidRequest, "the frame is too large" ) );
+                       },
+                       [ &server, number ] { server.clients_.erase( number ); } } ) {
       connection_.farewellIs(
          frame( { { "method", "cutOff" },
                   { "params", { { "reason", "too much is waiting to be read" } } } } ) );
@@ -103,7 +110,8 @@ ControlServer::Client::serve( const std::string & method, const Json & params, c
       return server_.view_.get( param< std::string >( params, "path" ) );
    }
    if ( method == "patch" ) {
-      server_.view_.patch( param< std::string >( params, "path" ), param< Json >( params, "patch" ) );
+      server_.view_.patch( param< std::string >( params, "path" ),
+                           param< Json >( params, "patch" ) );
       return true;
    }
    if ( method == "watch" ) {
@@ -158,8 +166,8 @@ ControlServer::Client::command( const Json & params, const Json & id ) {
       throw RequestError( "the agent takes no command \"" + name + "\"" );
    }
    stream.forEachPiece( [ & ]( std::string_view piece ) {
-      connection_.send( frame( { { "method", "output" },
-                                 { "params", { { "id", id }, { "text", piece } } } } ) );
+      connection_.send(
+         frame( { { "method", "output" }, { "params", { { "id", id }, { "text", piece } } } } ) );
    } );
    return true;
 }
@@ -175,8 +183,12 @@ ControlServer::Client::status() const {
 
 ControlServer::ControlServer( Lum::ActivityLoop & loop, AgentRunner::Runner & runner,
                               StateView & view, std::string path, Load load )
-   : loop_( loop ), runner_( runner ), view_( view ), path_( std::move( path ) ),
-     load_( std::move( load ) ), listener_( listenAt( path_ ) ) {
+   : loop_( loop ),
+     runner_( runner ),
+     view_( view ),
+     path_( std::move( path ) ),
+     load_( std::move( load ) ),
+     listener_( listenAt( path_ ) ) {
    loop_.fdIs( listener_, EPOLLIN, [ this ]( std::uint32_t ) { handleConnect(); } );
 }
 

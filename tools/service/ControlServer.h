@@ -14,10 +14,12 @@ namespace Service {
 ///
 ///   get     {"path": P}                       the state there
 ///   patch   {"path": P, "patch": merge patch} changes it
-///   watch   {"paths": [P...]}                 the state there; then a notification "change" for each
+///   watch   {"paths": [P...]}                 the state there; then a notification "change" for
+///   each
 ///                                             change, in order, none lost and none doubled
 ///   unwatch {"paths": [P...]}
-///   command {"name": N, "text": T}            what the agent writes comes as notifications "output"
+///   command {"name": N, "text": T}            what the agent writes comes as notifications
+///   "output"
 ///                                             {"id", "text"}, then the result
 ///   load    {"lab": document}                 writes a lab's state (its events excluded)
 ///   status  {}                                the process, the agent and what it is busy with

@@ -81,8 +81,9 @@ StateView::findOrMake( const std::string & path ) {
          return tables_.alwaysIs( path, kind.typeName );
       }
    }
-   throw RequestError( "nothing at \"" + path + "\", and no kind of table that is made there; an entry "
-                       "of a directory is made by a patch of the directory" );
+   throw RequestError( "nothing at \"" + path
+                       + "\", and no kind of table that is made there; an entry "
+                         "of a directory is made by a patch of the directory" );
 }
 
 void
@@ -96,15 +97,17 @@ StateView::patch( const std::string & path, const Json & patch ) {
 }
 
 StateWatch::StateWatch( std::string path, Lum::Ptr< Lum::Entity > entity, Tell tell )
-   : path_( std::move( path ) ), entity_( std::move( entity ) ), tell_( std::move( tell ) ) {}
+   : path_( std::move( path ) ),
+     entity_( std::move( entity ) ),
+     tell_( std::move( tell ) ) {}
 
 void
 StateWatch::handleInitialized() {
    watchAny< &StateWatch::handleChange >( *entity_, this );
-   State::forEachChild( *entity_, [ this ]( const std::string & name,
-                                            const Lum::Ptr< Lum::Entity > & child ) {
-      childIs( name, child );
-   } );
+   State::forEachChild(
+      *entity_, [ this ]( const std::string & name, const Lum::Ptr< Lum::Entity > & child ) {
+         childIs( name, child );
+      } );
 }
 
 void

@@ -23,13 +23,16 @@ class StateView {
  public:
    /// The stores outlive the view.
    StateView( Corvdb::StateStore & state, Zorch::TableStore & tables )
-      : state_( state ), tables_( tables ) {}
+      : state_( state ),
+        tables_( tables ) {}
 
-   /// The entity or table at the path as JSON, after {"type": name, "value": ..}; where there is none,
-   /// an object of all tables below the path. Throws RequestError when there is nothing at all.
+   /// The entity or table at the path as JSON, after {"type": name, "value": ..}; where there is
+   /// none, an object of all tables below the path. Throws RequestError when there is nothing at
+   /// all.
    Json get( const std::string & path ) const;
-   /// Merges the patch (RFC 7396) into the entity or table, which is made where it is missing and its
-   /// type follows from the path. Throws RequestError for what an agent writes, and State::Error.
+   /// Merges the patch (RFC 7396) into the entity or table, which is made where it is missing and
+   /// its type follows from the path. Throws RequestError for what an agent writes, and
+   /// State::Error.
    void patch( const std::string & path, const Json & patch );
    /// Null where there is none.
    Lum::Ptr< Lum::Entity > find( const std::string & path ) const;
@@ -45,8 +48,8 @@ class StateView {
 /// collections.
 class StateWatch : public Lum::Reactor {
    LUM_ENTITY( Service, StateWatch );
-   /// `tell( change )`: {"path": .., "attribute": .., "value": ..}, for an entry of a collection with
-   /// its "key"; no "value" where the entry is gone. It may delete the watch.
+   /// `tell( change )`: {"path": .., "attribute": .., "value": ..}, for an entry of a collection
+   /// with its "key"; no "value" where the entry is gone. It may delete the watch.
    using Tell = std::function< void( const Json & change ) >;
    StateWatch( std::string path, Lum::Ptr< Lum::Entity > entity, Tell tell );
 

@@ -1,5 +1,5 @@
-// The control socket in the file system. Its mode keeps others out; the peer's credentials are checked
-// as well, since a directory may have been made by somebody else.
+// The control socket in the file system. Its mode keeps others out; the peer's credentials are
+// checked as well, since a directory may have been made by somebody else.
 
 #include "tools/service/UnixSocket.h"
 

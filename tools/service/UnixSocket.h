@@ -9,11 +9,11 @@ namespace Service {
 /// "/tmp/cspf-<uid>/control.sock" for others.
 std::string defaultSocketPath();
 
-/// A non-blocking listener at the path, for its owner alone. The directory is made where it is missing.
-/// Throws std::runtime_error; a socket that somebody serves is not taken away.
+/// A non-blocking listener at the path, for its owner alone. The directory is made where it is
+/// missing. Throws std::runtime_error; a socket that somebody serves is not taken away.
 int listenAt( const std::string & path );
-/// The next connection, non-blocking; -1 when there is none, or its user is not the one this process runs
-/// as (nor root).
+/// The next connection, non-blocking; -1 when there is none, or its user is not the one this
+/// process runs as (nor root).
 int acceptOwner( int listener );
 /// A connection to the socket at the path. Throws std::runtime_error.
 int connectTo( const std::string & path );

@@ -10,7 +10,8 @@ class Place {
  public:
    Place() noexcept = default;  ///< the whole document
    Place( const Place & parent, std::string token )
-      : parent_( &parent ), token_( std::move( token ) ) {}
+      : parent_( &parent ),
+        token_( std::move( token ) ) {}
 
    /// The JSON pointer (RFC 6901), "" for the whole document.
    std::string pointer() const;

@@ -27,9 +27,9 @@ Json toJson( const Lum::Entity & entity );
 /// Checks the whole patch first, then changes what differs, entry by entry, so that watchers hear
 /// of nothing else. Throws `Error` with the entity untouched.
 void merge( Lum::Entity & entity, const Json & patch, const Place & place = {} );
-/// One change as its watchers hear of it: {"attribute": .., "value": ..}, for an entry of a collection
-/// with its "key" (no "value" where the entry is gone). An entry that is an entity is `child`
-/// (null where it is gone) under `childName`, "attribute/key".
+/// One change as its watchers hear of it: {"attribute": .., "value": ..}, for an entry of a
+/// collection with its "key" (no "value" where the entry is gone). An entry that is an entity is
+/// `child` (null where it is gone) under `childName`, "attribute/key".
 struct Change {
    Json json;
    bool isChild = false;
