@@ -2,7 +2,7 @@
 //
 // Both belong to one graph, which drives them edge by edge. Rows are as wide as powers of two, so
 // that a row which one vertex outgrew fits the next vertex that grows to its width: the arena
-// needs no compaction, and its waste is bounded. Few links carry SRLGs and those that do carry
+// never needs to be packed, and its waste is bounded. Few links carry SRLGs and those that do carry
 // the same few lists, which is why a list is a number into a pool: a constraint judges each list
 // once instead of each link.
 

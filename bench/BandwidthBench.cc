@@ -22,12 +22,6 @@ struct KeyHash {
    std::size_t operator()( const BwUsageKey & key ) const { return Lum::hashOf( key ); }
 };
 
-double
-median( std::vector< double > values ) {
-   std::ranges::sort( values );
-   return values[ values.size() / 2 ];
-}
-
 }
 
 int

@@ -1,24 +1,13 @@
 #pragma once
 
 #include "bench/NetworkGenerator.h"
+#include "bench/Timing.h"
 #include "platform/AgentRunner/Runner.h"
 #include "schema/CspfStatus.h"
 #include "tools/lab/LabState.h"
 
-#include <chrono>
 #include <cstdint>
 #include <string>
-
-/// Wall-clock milliseconds that the work took.
-template< typename Work >
-double
-milliseconds( Work && work ) {
-   const auto begin = std::chrono::steady_clock::now();
-   work();
-   const std::chrono::duration< double, std::milli > took =
-      std::chrono::steady_clock::now() - begin;
-   return took.count();
-}
 
 /// Bytes of the heap in use.
 std::size_t heapInUse();

@@ -12,13 +12,13 @@
 #include "Cspf/CspfHopList.h"
 #include "Cspf/CspfTreeRun.h"
 #include "bench/NetworkGenerator.h"
+#include "bench/Timing.h"
 
 #include <boost/graph/compressed_sparse_row_graph.hpp>
 #include <boost/graph/dijkstra_shortest_paths.hpp>
 #include <boost/graph/filtered_graph.hpp>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -31,23 +31,10 @@ namespace {
 constexpr int sources = 31;
 constexpr uint32_t infinite = std::numeric_limits< uint32_t >::max();
 
-template< typename Work >
-double
-microseconds( Work && work ) {
-   const auto begin = std::chrono::steady_clock::now();
-   work();
-   const std::chrono::duration< double, std::micro > took =
-      std::chrono::steady_clock::now() - begin;
-   return took.count();
-}
-
 class Median {
  public:
    void add( double value ) { values_.push_back( value ); }
-   double get() {
-      std::ranges::sort( values_ );
-      return values_[ values_.size() / 2 ];
-   }
+   double get() const { return median( values_ ); }
 
  private:
    std::vector< double > values_;

@@ -9,9 +9,8 @@
 #include "Cspf/CspfRepairTable.h"
 #include "Cspf/CspfTreeRun.h"
 #include "bench/NetworkGenerator.h"
+#include "bench/Timing.h"
 
-#include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -22,22 +21,6 @@ using namespace Cspf;
 namespace {
 
 constexpr int protectedLinks = 41;
-
-template< typename Work >
-double
-microseconds( Work && work ) {
-   const auto begin = std::chrono::steady_clock::now();
-   work();
-   const std::chrono::duration< double, std::micro > took =
-      std::chrono::steady_clock::now() - begin;
-   return took.count();
-}
-
-double
-median( std::vector< double > & values ) {
-   std::ranges::sort( values );
-   return values[ values.size() / 2 ];
-}
 
 class Bench {
  public:

@@ -67,12 +67,6 @@ runsAlone( const GeneratedNetwork & network ) {
    } );
 }
 
-double
-median( std::vector< double > values ) {
-   std::ranges::sort( values );
-   return values[ values.size() / 2 ];
-}
-
 /// Changes the metric of one link and lets the agent work it through; milliseconds.
 double
 oneLinkChange( BenchAgent & agent, const Routing::Topology::NeighborKey & key ) {

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+/// Wall-clock microseconds that the work took.
+template< typename Work >
+double
+microseconds( Work && work ) {
+   const auto begin = std::chrono::steady_clock::now();
+   work();
+   const std::chrono::duration< double, std::micro > took =
+      std::chrono::steady_clock::now() - begin;
+   return took.count();
+}
+
+template< typename Work >
+double
+milliseconds( Work && work ) {
+   return microseconds( work ) / 1000;
+}
+
+inline double
+median( std::vector< double > values ) {
+   std::ranges::sort( values );
+   return values[ values.size() / 2 ];
+}
