@@ -40,7 +40,7 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
    } else if ( cspfDataHolds() ) {
       TRACE7( "No topodb change, reuse cspf data" );
       constraintStats()->cspfSkippedCountInc();
-      constraintStats()->cspfLastRanAtIs( Lum::now() );
+      constraintStats()->cspfLastRanAtIs( seenUntil() );
       updatePathStatusCache( constraintInfo()->cspfData() );
    } else {
       computeTree();

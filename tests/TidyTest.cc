@@ -7,8 +7,9 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -31,7 +32,7 @@ struct Include {
 std::vector< Include >
 includes() {
    const std::filesystem::path root = CSPF_SOURCE_DIR;
-   const std::regex line( "#include ([<\"])([^>\"]+)[>\"].*" );
+   constexpr std::string_view directive = "#include ";
    std::vector< Include > found;
    for ( const std::string & storey : storeys ) {
       for ( const auto & entry : std::filesystem::recursive_directory_iterator( root / storey ) ) {
@@ -40,10 +41,12 @@ includes() {
             continue;
          }
          std::ifstream in( entry.path() );
-         std::smatch match;
          for ( std::string text; std::getline( in, text ); ) {
-            if ( std::regex_match( text, match, line ) ) {
-               found.push_back( { by, match[ 2 ], match[ 1 ] == "<" } );
+            const std::size_t begin = directive.size() + 1;
+            const std::size_t end = text.find_first_of( ">\"", begin );
+            if ( text.starts_with( directive ) && end != text.npos ) {
+               const bool angled = text[ directive.size() ] == '<';
+               found.push_back( { by, text.substr( begin, end - begin ), angled } );
             }
          }
       }
