@@ -127,6 +127,7 @@ AllTopoDbStatus::originators( const Kivnet::IpGenPrefix & prefix ) const {
       }
    }
    std::vector< OriginatorInfo > all;
+   all.reserve( least.size() );
    for ( const auto & entry : least ) {
       all.push_back( entry.second );
    }

@@ -12,7 +12,7 @@ namespace Kiv {
 
 namespace {
 
-constexpr std::size_t pieceSize = 64 * 1024;
+constexpr std::size_t pieceSize = 65'536;
 constexpr char indentPrefix[] = "%*c";
 constexpr std::size_t indentPrefixLength = sizeof indentPrefix - 1;
 constexpr int patience = 1000;  // milliseconds

@@ -22,7 +22,7 @@ CommandStream::~CommandStream() {
 
 void
 CommandStream::forEachPiece( const std::function< void( std::string_view ) > & visit ) const {
-   std::vector< char > piece( 256 * 1024 );
+   std::vector< char > piece( 262'144 );
    off_t at = 0;
    for ( ssize_t n; ( n = pread( fd_, piece.data(), piece.size(), at ) ) > 0; at += n ) {
       visit( { piece.data(), static_cast< std::size_t >( n ) } );
