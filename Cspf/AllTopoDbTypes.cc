@@ -139,7 +139,7 @@ AllTopoDbStatus::lfaGraph() const {
    if ( auto graph = lfaGraph_.lock() ) {
       return graph;
    }
-   const auto graph = std::make_shared< TopoGraph >( TopoGraphKind::lfa, links_ );
+   auto graph = std::make_shared< TopoGraph >( TopoGraphKind::lfa, links_ );
    links_.visitFrom( {}, []( TopoLinks::Entry & link ) {
       link.second.value.at( TopoGraphKind::lfa ) = {};  // of an earlier graph
       return true;

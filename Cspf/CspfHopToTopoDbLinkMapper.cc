@@ -199,7 +199,7 @@ HopToTopoDbLinkMapper::fail( const char * reason, const Kivnet::IpGenAddr & hop,
 
 Lum::Ptr< PathAsTopoDbLinks >
 pathAsTopoDbLinks( const TopoGraph & topoGraph, std::span< const CspfPathHop > hops ) {
-   const auto links = Lum::make< PathAsTopoDbLinks >();
+   auto links = Lum::make< PathAsTopoDbLinks >();
    for ( std::size_t i = 0; i < hops.size(); ++i ) {
       if ( hops[ i ].known() ) {
          links->pathIs( HopIndex( i ), topoGraph.neighborKey( hops[ i ].link ) );

@@ -193,7 +193,7 @@ PathSm::externalPathInfoKey( const PathKey & pathKey ) const {
 PathInfoKey
 PathSm::currentExternalPathInfoKey( const PathKey & pathKey ) const {
    for ( const auto modifier : { noChange(), noSpf() } ) {
-      const PathInfoKey key = clientPathInfoKey( name(), pathKey, modifier );
+      PathInfoKey key = clientPathInfoKey( name(), pathKey, modifier );
       if ( pathConfigInfoTable()->pathConfigInfoHas( key ) ) {
          return key;
       }
@@ -220,7 +220,7 @@ PathSm::doCleanupChildPathInfoKeyEntries( const LinkedPathInfoKeys & held ) {
 
 Lum::Ptr< LinkedPathInfoKeys >
 PathSm::getLinkedPathsFromCspfConfig( const PathKey & pathKey ) const {
-   const auto linked = Lum::make< LinkedPathInfoKeys >( externalPathInfoKey( pathKey ) );
+   auto linked = Lum::make< LinkedPathInfoKeys >( externalPathInfoKey( pathKey ) );
    const PathInfoKey & parent = linked->parentPathInfoKey();
    const PathConstraint & constraint = cspfConfig()->pathConfigFind( pathKey )->constraint();
    checkParent( parent, constraint );
@@ -240,7 +240,7 @@ PathSm::getLinkedPathsFromCspfConfig( const PathKey & pathKey ) const {
 
 Lum::Ptr< LinkedPathInfoKeys >
 PathSm::getLinkedPathsFromPathConfigInfo( const PathKey & pathKey ) const {
-   const auto linked = Lum::make< LinkedPathInfoKeys >( currentExternalPathInfoKey( pathKey ) );
+   auto linked = Lum::make< LinkedPathInfoKeys >( currentExternalPathInfoKey( pathKey ) );
    if ( const auto row = pathConfigInfoTable()->pathConfigInfo( linked->parentPathInfoKey() ) ) {
       for ( const auto & [ index, child ] : row->childPathColl() ) {
          linked->childPathInfoKeyIs( index, child );

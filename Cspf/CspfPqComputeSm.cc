@@ -93,7 +93,7 @@ PqComputeSm::doPrepareToDie() {
 
 Lum::Ptr< PathStatusCache >
 PqComputeSm::cacheOf( const PathInfoKey & key ) {
-   const auto cache = vrfRoot_.pathStatusCacheTable()->pathStatusCache( key );
+   auto cache = vrfRoot_.pathStatusCacheTable()->pathStatusCache( key );
    if ( cache ) {
       LUM_WATCH( cache, cspfData, handleCspfData );
    }
@@ -102,7 +102,7 @@ PqComputeSm::cacheOf( const PathInfoKey & key ) {
 
 Lum::Ptr< PathStatusCache >
 PqComputeSm::treeCache( TilfaTree tree ) {
-   const auto cache = cacheOf( tilfaTreeKey( pathInfoKey_, tree, isLinkProtection_ ) );
+   auto cache = cacheOf( tilfaTreeKey( pathInfoKey_, tree, isLinkProtection_ ) );
    if ( cache ) {
       LUM_WATCH( cache, refreshedStage1Count, handleCspfData );
    }
@@ -147,7 +147,7 @@ PqComputeSm::missingRun() const {
       if ( !cache ) {
          return "no protected interface asked for";
       }
-      if ( const std::string missing = missingRunOf( cache ); !missing.empty() ) {
+      if ( std::string missing = missingRunOf( cache ); !missing.empty() ) {
          return missing;
       }
    }
@@ -266,11 +266,11 @@ PqComputeSm::validateDestination() {
 std::optional< CspfRepair >
 PqComputeSm::getAllPqPath( std::size_t attempt ) {
    const TopoGraph & topology = this->topology();
-   const auto repair =
-      repairs_->table( topology )
-         .repair( topology.graph(), runs_.constrained->tree(), getAllDestinationNodes(),
-                  destination().hash() + attempt,
-                  [ & ]( CspfVertex router ) { return topology.nodeId( router ).hash(); } );
+   auto repair = repairs_->table( topology )
+                    .repair( topology.graph(), runs_.constrained->tree(), getAllDestinationNodes(),
+                             destination().hash() + attempt, [ & ]( CspfVertex router ) {
+                                return topology.nodeId( router ).hash();
+                             } );
    TRACE7( "Found " << ( repair ? 1 : 0 ) << " PQ paths to dst: " << destination() );
    if ( !repair ) {
       reason_ = "no repair with as few repair nodes as there may be";

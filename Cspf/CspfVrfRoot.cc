@@ -169,8 +169,8 @@ CSPF_MACHINE( constraint, constraintStatusSm, ConstraintHandle, ConstraintMachin
 #define CSPF_CHILD( name_, ... )                                                                   \
    void VrfRoot::name_##Is( Lum::Ptr< __VA_ARGS__ > child ) {                                      \
       name_##Del();                                                                                \
-      name_##_ = child;                                                                            \
-      Lum::start( child );                                                                         \
+      name_##_ = std::move( child );                                                               \
+      Lum::start( name_##_ );                                                                      \
    }                                                                                               \
    void VrfRoot::name_##Del() {                                                                    \
       Lum::retire( name_##_ );                                                                     \

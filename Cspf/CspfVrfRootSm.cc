@@ -219,7 +219,7 @@ VrfRootSm::doInitPathSms( const PathInfoKey & key,
 
 Lum::Ptr< PathStatusCache >
 VrfRootSm::newPathStatusCache( const PathInfoKey & key, const Status & cspfStatus ) {
-   const auto pathStatusCache = Lum::make< PathStatusCache >( key );
+   auto pathStatusCache = Lum::make< PathStatusCache >( key );
    const PathStatus * published = cspfStatus.pathStatusFind( key.pathKey() );
    if ( published && !key.internal() ) {
       TRACE7( "Initializing pathStatusCache with pathStatus for " << key.traceString() );

@@ -15,7 +15,7 @@ Mounts::~Mounts() {
 
 Lum::Ptr< Lum::Entity >
 Mounts::mount( const std::string & path, const std::string & typeName, MountMode mode ) {
-   const auto table = store_.mount( path, typeName, mode );
+   auto table = store_.mount( path, typeName, mode );
    if ( table ) {
       Mounted & mounted = mounted_[ path ];
       if ( mounted.table != table ) {

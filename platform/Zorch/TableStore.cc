@@ -34,7 +34,7 @@ TableStore::unmount( const std::string & path ) {
 
 Lum::Ptr< Lum::Entity >
 TableStore::alwaysIs( const std::string & path, const std::string & typeName ) {
-   const auto entity = mount( path, typeName, MountMode::writer );
+   auto entity = mount( path, typeName, MountMode::writer );
    if ( entity ) {
       unmount( path );
    }

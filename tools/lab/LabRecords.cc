@@ -4,6 +4,8 @@
 
 #include "tools/lab/LabRecords.h"
 
+#include <ranges>
+
 namespace Lab {
 
 using namespace Routing::Topology;
@@ -70,8 +72,8 @@ void
 adjacencyIs( LabAdjacencies & adjacencies, const Kivnet::IntfId & intf, const LabRouter & neighbor,
              const Addresses & addresses ) {
    auto & adjacency = adjacencies[ { intf, neighbor.id.isisSystemId() } ];
-   for ( auto at = addresses.rbegin(); at != addresses.rend(); ++at ) {
-      ( at->af() == Af::ipv4 ? adjacency.nexthopV4_ : adjacency.nexthopV6_ ) = *at;
+   for ( const auto & address : std::views::reverse( addresses ) ) {
+      ( address.af() == Af::ipv4 ? adjacency.nexthopV4_ : adjacency.nexthopV6_ ) = address;
    }
 }
 

@@ -73,7 +73,7 @@ StateView::get( const std::string & path ) const {
 
 Lum::Ptr< Lum::Entity >
 StateView::findOrMake( const std::string & path ) {
-   if ( const auto entity = find( path ) ) {
+   if ( auto entity = find( path ) ) {
       return entity;
    }
    for ( const TableKind & kind : tableKinds ) {

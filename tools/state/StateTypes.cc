@@ -101,7 +101,7 @@ Error::Error( const Place & place, const std::string & expected )
 /// Bare where the reader of such an id takes it for this vertex, else after the kind's name.
 std::string
 vertexText( const Cspf::VertexIdentifierBase & vertex, bool igpRouter ) {
-   const std::string text = vertex.stringValue();
+   std::string text = vertex.stringValue();
    if ( parseVertex( text, igpRouter ) == vertex ) {
       return text;
    }
