@@ -48,7 +48,7 @@ main() {
       BwUsageId user;
       user.clientNameIs( "rsvp" );
       user.localIdIs( 1 + random() % 5'000 );
-      const BwUsageKey key( link, user );
+      const BwUsageKey key{ link, user };
       if ( peer.try_emplace( key, 1'000 ).second ) {
          keys.push_back( key );
          held.push_back( manager->updateReservedBandwidth( key, BwPriority( 3 ), 1'000 ) );

@@ -4,8 +4,6 @@
 
 #include "tools/lab/LabRecords.h"
 
-#include <ranges>
-
 namespace Lab {
 
 using namespace Routing::Topology;
@@ -72,8 +70,11 @@ void
 adjacencyIs( LabAdjacencies & adjacencies, const Kivnet::IntfId & intf, const LabRouter & neighbor,
              const Addresses & addresses ) {
    auto & adjacency = adjacencies[ { intf, neighbor.id.isisSystemId() } ];
-   for ( const auto & address : std::views::reverse( addresses ) ) {
-      ( address.af() == Af::ipv4 ? adjacency.nexthopV4_ : adjacency.nexthopV6_ ) = address;
+   for ( const auto & address : addresses ) {
+      auto & nexthop = address.af() == Af::ipv4 ? adjacency.nexthopV4_ : adjacency.nexthopV6_;
+      if ( !nexthop ) {
+         nexthop = address;
+      }
    }
 }
 
