@@ -2,7 +2,7 @@
 //
 // A walk over rows of edge numbers would fetch four columns for each edge in whatever order the
 // heap dictates. Gathering them here, vertex by vertex, reads every column forwards, drops the
-// edges that the run may not use, and leaves the walk one stream of 12-byte arcs. It is worth its
+// edges that the run may not use, and leaves the walk one stream of 8-byte arcs. It is worth its
 // cost even for a single run; runs from several sources under one filter share it.
 //
 // In a reverse run arcs still point away from the source, the way the walk goes; only the metric
@@ -60,6 +60,7 @@ CspfArcs::build( const CspfGraph & graph, const CspfLinkFilter & filter,
    layout_ = layout;
    begins_.resize( graph.vertexBound() + 1 );
    arcs_.resize( graph.edgeBound() + 1 );  // one more: the fill writes before it decides
+   edges_.resize( arcs_.size() );
    if ( options.reverse ) {
       fill< true >( graph, filter.admitted() );
    } else {
@@ -77,10 +78,12 @@ CspfArcs::fill( const CspfGraph & graph, const uint8_t * admitted ) {
    const CspfEdgeColumns & columns = graph.columns();
    const uint32_t * metrics = ( layout_.useTeMetric ? columns.teMetric : columns.igpMetric ).data();
    const uint32_t limit = layout_.useLinksWithMaxMetric ? 0xFFFFFFFF : maxLinkMetric;
-   Arc * next = arcs_.data();
-   uint32_t largest = 0;
+   Arc * const arcs = arcs_.data();
+   CspfEdge * const edges = edges_.data();
+   uint32_t count = 0;
+   uint32_t bits = 0;
    for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
-      begins_[ v ] = static_cast< uint32_t >( next - arcs_.data() );
+      begins_[ v ] = count;
       const bool network = graph.isNetwork( CspfVertex{ v } );
       for ( uint32_t e : graph.out( CspfVertex{ v } ) ) {
          const bool free =
@@ -88,21 +91,22 @@ CspfArcs::fill( const CspfGraph & graph, const uint8_t * admitted ) {
          // An admitted edge has passed the two-way check and so has a reverse.
          const uint32_t priced = reverse && admitted[ e ] ? index( columns.reverse[ e ] ) : e;
          const uint32_t metric = free ? 0 : metrics[ priced ];
-         const bool usable = admitted[ e ] & ( free | ( metric - 1 < limit ) );
-         *next = { columns.to[ e ], metric, CspfEdge{ e } };
-         next += usable;
-         largest = std::max( largest, usable ? metric : 0 );
+         const uint32_t usable = admitted[ e ] & ( free | ( metric - 1 < limit ) );
+         arcs[ count ] = { columns.to[ e ], metric };
+         edges[ count ] = CspfEdge{ e };
+         count += usable;
+         bits |= metric & -usable;
       }
    }
-   begins_[ graph.vertexBound() ] = static_cast< uint32_t >( next - arcs_.data() );
-   largestMetric_ = largest;
+   begins_[ graph.vertexBound() ] = count;
+   metricBits_ = bits;
 }
 
 void
 CspfArcs::fillCounts( const CspfGraph & graph, const CspfLinkFilter & filter ) {
    counts_.resize( arcs_.size() );
    for ( uint32_t i = 0; i < begins_.back(); ++i ) {
-      const CspfEdge edge = arcs_[ i ].edge;
+      const CspfEdge edge = edges_[ i ];
       counts_[ i ] = uint64_t{ filter.srlgExcludeCount( graph, edge ) } << 32
                      | filter.srlgIncludeCount( graph, edge );
    }

@@ -18,7 +18,6 @@ class CspfArcs {
    struct Arc {
       CspfVertex to;
       uint32_t metric;
-      CspfEdge edge;
    };
 
    /// Lays out the edges that the filter admits and the metric rules allow. Does nothing when
@@ -34,10 +33,11 @@ class CspfArcs {
    /// What the arc adds to a path's SRLG counts: excludes above, includes below, 32 bits each.
    /// REQUIRES: the filter counts SRLGs.
    uint64_t counts( const Arc & arc ) const { return counts_[ &arc - arcs_.data() ]; }
+   CspfEdge edge( const Arc & arc ) const { return edges_[ &arc - arcs_.data() ]; }
    size_t size() const { return begins_.empty() ? 0 : begins_.back(); }
    bool countsSrlgs() const { return countsSrlgs_; }
-   /// The largest metric of any arc.
-   uint32_t largestMetric() const { return largestMetric_; }
+   /// All bits that occur in metrics of arcs: as wide as the largest metric.
+   uint32_t metricBits() const { return metricBits_; }
 
    /// What the step along an edge costs: its TE or IGP metric; in a reverse run that of its
    /// reverse (0 without one). Steps from a network (to it, in a reverse run) cost nothing.
@@ -60,9 +60,10 @@ class CspfArcs {
    Layout layout_;
    std::vector< uint32_t > begins_;  // by vertex, and the end of the last
    std::vector< Arc > arcs_;         // as many as edges; used up to begins_.back()
+   std::vector< CspfEdge > edges_;   // by arc
    std::vector< uint64_t > counts_;  // by arc
    bool countsSrlgs_ = false;
-   uint32_t largestMetric_ = 0;
+   uint32_t metricBits_ = 0;
 };
 
 }

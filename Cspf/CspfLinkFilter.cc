@@ -125,9 +125,9 @@ CspfLinkFilter::countSrlgs( const CspfGraph & graph ) {
    }
 }
 
-template< typename Test >
+template< typename Verdict >
 void
-CspfLinkFilter::narrow( Test test ) {
+CspfLinkFilter::revise( Verdict verdict ) {
    // Blocks of fixed size, judged beside the column: that is what compilers turn into vectors.
    constexpr size_t block = 64;
    uint8_t verdicts[ block ];
@@ -136,29 +136,33 @@ CspfLinkFilter::narrow( Test test ) {
    size_t e = 0;
    for ( ; e + block <= edges; e += block ) {
       for ( size_t i = 0; i < block; ++i ) {
-         verdicts[ i ] = test( e + i );
+         verdicts[ i ] = verdict( e + i, admitted[ e + i ] );
       }
-      for ( size_t i = 0; i < block; ++i ) {
-         admitted[ e + i ] &= verdicts[ i ];
-      }
+      std::copy_n( verdicts, block, admitted + e );
    }
    for ( ; e < edges; ++e ) {
-      admitted[ e ] &= test( e );
+      admitted[ e ] = verdict( e, admitted[ e ] );
    }
+}
+
+template< typename Test >
+void
+CspfLinkFilter::narrow( Test test ) {
+   revise( [ = ]( size_t e, uint8_t admitted ) -> uint8_t { return admitted & test( e ); } );
 }
 
 void
 CspfLinkFilter::admitByAdminGroup( const CspfGraph & graph ) {
-   const uint32_t includeAll = constraint_.includeAllAdminGroup;
-   const uint32_t exclude = constraint_.excludeAdminGroup;
-   const uint32_t * groups = graph.columns().adminGroup.data();
-   if ( includeAll | exclude ) {
-      narrow( [ = ]( size_t e ) {
-         return ( ( ~groups[ e ] & includeAll ) | ( groups[ e ] & exclude ) ) == 0;
+   const uint32_t all = constraint_.includeAllAdminGroup;
+   const uint32_t any = constraint_.includeAnyAdminGroup;
+   const uint32_t none = constraint_.excludeAdminGroup;
+   if ( all | any | none ) {
+      const uint32_t * groups = graph.columns().adminGroup.data();
+      narrow( [ =, anyUnasked = any == 0 ]( size_t e ) {
+         const uint32_t group = groups[ e ];
+         const uint32_t wrong = ( ~group & all ) | ( group & none );
+         return ( wrong == 0 ) & ( ( ( group & any ) | anyUnasked ) != 0 );
       } );
-   }
-   if ( const uint32_t includeAny = constraint_.includeAnyAdminGroup ) {
-      narrow( [ = ]( size_t e ) { return ( groups[ e ] & includeAny ) != 0; } );
    }
 }
 
@@ -203,11 +207,10 @@ CspfLinkFilter::admitByState( const CspfGraph & graph ) {
    // Whatever the loops over attributes read for a membership, it does not matter.
    const uint8_t * flags = graph.columns().flags.data();
    constexpr auto membership = static_cast< uint8_t >( CspfEdgeKind::networkToRouter );
-   uint8_t * admitted = admitted_.data();
-   for ( size_t e = 0, edges = admitted_.size(); e < edges; ++e ) {
-      admitted[ e ] |= ( flags[ e ] & CspfGraph::kindBits ) == membership;
-   }
-   narrow( [ = ]( size_t e ) -> bool { return flags[ e ] & CspfGraph::twoWayBit; } );
+   revise( [ = ]( size_t e, uint8_t admitted ) -> uint8_t {
+      admitted |= ( flags[ e ] & CspfGraph::kindBits ) == membership;
+      return admitted & ( flags[ e ] / CspfGraph::twoWayBit );
+   } );
    if ( const uint16_t wanted = constraint_.topology; wanted != CspfGraph::anyTopology ) {
       const uint16_t * topology = graph.columns().topology.data();
       narrow( [ = ]( size_t e ) { return topology[ e ] == wanted; } );

@@ -93,6 +93,9 @@ class CspfLinkFilter {
    void admitBySrlg( const CspfGraph & graph );
    void admitByBandwidth( const CspfGraph & graph );
    void admitByState( const CspfGraph & graph );
+   /// Replaces every answer by `verdict( edge, answer so far )`.
+   template< typename Verdict >
+   void revise( Verdict verdict );
    /// Refuses every edge that fails the test.
    template< typename Test >
    void narrow( Test test );

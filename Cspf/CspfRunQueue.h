@@ -7,6 +7,7 @@
 #include <bit>
 #include <compare>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace Cspf {
@@ -32,7 +33,7 @@ highestDifference( CspfSrlgKey a, CspfSrlgKey b ) {
 }
 
 /// A monotone queue of vertices with one bucket for each key modulo their number. Buckets are
-/// lists in one pool of entries that are used again as soon as they are free.
+/// lists in one pool that has an entry for each push; a bucket is taken whole.
 /// (R. B. Dial, Algorithm 360, CACM 12(11), 1969.)
 ///
 /// Keys popped never fall; keys pushed lie within `largestStep` of the last key popped. The queue
@@ -52,42 +53,29 @@ class CspfBucketQueue {
       if ( entries_.size() < pushes ) {
          entries_.resize( pushes );
       }
-      free_ = empty;
       mask_ = buckets - 1;
-      now_ = size_ = touched_ = 0;
+      now_ = pushed_ = popped_ = 0;
    }
 
    void push( CspfMetricKey key, CspfVertex vertex ) {
       const uint32_t bucket = key & mask_;
-      uint32_t entry = free_;
-      if ( entry == empty ) {
-         entry = touched_++;
-      } else {
-         free_ = entries_[ entry ].next;
-      }
-      entries_[ entry ] = { vertex, heads_[ bucket ] };
-      heads_[ bucket ] = entry;
+      entries_[ pushed_ ] = { vertex, heads_[ bucket ] };
+      heads_[ bucket ] = pushed_++;
       used_[ bucket / 64 ] |= uint64_t{ 1 } << ( bucket % 64 );
-      ++size_;
    }
 
-   bool pop( CspfMetricKey & key, CspfVertex & vertex ) {
-      if ( size_ == 0 ) {
-         return false;
+   /// Calls `visit( key, vertex )` for each entry by rising key, those that it pushes included.
+   template< typename Visit >
+   void drain( Visit && visit ) {
+      while ( popped_ != pushed_ ) {
+         uint32_t entry = takeBucket();
+         do {
+            const auto [ vertex, next ] = entries_[ entry ];
+            visit( now_, vertex );
+            entry = next;
+            ++popped_;
+         } while ( entry != empty );
       }
-      const uint32_t bucket = nextBucket();
-      now_ += ( bucket - now_ ) & mask_;
-      const uint32_t entry = heads_[ bucket ];
-      heads_[ bucket ] = entries_[ entry ].next;
-      if ( heads_[ bucket ] == empty ) {
-         used_[ bucket / 64 ] &= ~( uint64_t{ 1 } << ( bucket % 64 ) );
-      }
-      vertex = entries_[ entry ].vertex;
-      key = now_;
-      entries_[ entry ].next = free_;
-      free_ = entry;
-      --size_;
-      return true;
    }
 
  private:
@@ -96,6 +84,14 @@ class CspfBucketQueue {
       CspfVertex vertex;
       uint32_t next;
    };
+
+   /// Moves on to the least key and takes the entries of its bucket.
+   uint32_t takeBucket() {
+      const uint32_t bucket = nextBucket();
+      now_ += ( bucket - now_ ) & mask_;
+      used_[ bucket / 64 ] &= ~( uint64_t{ 1 } << ( bucket % 64 ) );
+      return std::exchange( heads_[ bucket ], empty );
+   }
 
    uint32_t nextBucket() const {
       const uint32_t first = now_ & mask_;
@@ -111,11 +107,9 @@ class CspfBucketQueue {
    std::vector< uint32_t > heads_;
    std::vector< uint64_t > used_;  // one bit a bucket
    std::vector< Entry > entries_;
-   uint32_t free_ = empty;
    uint32_t mask_ = 0;
-   uint32_t size_ = 0;
-   uint32_t touched_ = 0;   // entries used since `begin`
-   CspfMetricKey now_ = 0;  // the last key popped
+   uint32_t pushed_ = 0, popped_ = 0;  // since `begin`
+   CspfMetricKey now_ = 0;             // the last key popped
 };
 
 /// A monotone queue for keys of any spread: an entry waits in the bucket of the highest bit in
@@ -136,18 +130,17 @@ class CspfRadixHeap {
       ++size_;
    }
 
-   bool pop( Key & key, CspfVertex & vertex ) {
-      if ( size_ == 0 ) {
-         return false;
+   /// Calls `visit( key, vertex )` for each entry by rising key, those that it pushes included.
+   template< typename Visit >
+   void drain( Visit && visit ) {
+      for ( ; size_; --size_ ) {
+         if ( buckets_[ 0 ].empty() ) {
+            spread();
+         }
+         const CspfVertex vertex = buckets_[ 0 ].back().vertex;
+         buckets_[ 0 ].pop_back();
+         visit( now_, vertex );
       }
-      if ( buckets_[ 0 ].empty() ) {
-         spread();
-      }
-      key = now_;
-      vertex = buckets_[ 0 ].back().vertex;
-      buckets_[ 0 ].pop_back();
-      --size_;
-      return true;
    }
 
  private:

@@ -42,29 +42,57 @@ class CspfTreeRun {
    const CspfArcs & arcs() const { return arcs_; }
 
  private:
-   /// Plain runs: the metric is the whole cost.
-   struct MetricCost {
+   /// Labels of the tree under way, for plain runs: the metric is the whole cost.
+   struct MetricLabels {
       using Key = CspfMetricKey;
-      static constexpr bool withSrlgs = false;
+      MetricLabels( CspfTree & tree, const CspfArcs & ) : labels( tree.labels_.data() ) {}
       static uint32_t metric( Key key ) { return key; }
+      static bool atMost( Key a, Key b ) { return a <= b; }
+      Key next( Key key, const CspfArcs::Arc & arc ) const { return key + arc.metric; }
+      Key known( CspfVertex vertex ) const { return labels[ index( vertex ) ].metric; }
+      CspfCost cost( Key key ) const { return { 0, 0, key }; }
+      void set( CspfVertex vertex, Key key, CspfEdge last, CspfVertex before ) {
+         labels[ index( vertex ) ] = { key, last, before };
+      }
+      CspfTree::Label * labels;
    };
-   /// Runs that rank paths by SRLG counts first.
-   struct SrlgCost {
+   /// ... and for runs that rank paths by SRLG counts first.
+   struct SrlgLabels {
       using Key = CspfSrlgKey;
-      static constexpr bool withSrlgs = true;
+      SrlgLabels( CspfTree & tree, const CspfArcs & arcs )
+         : arcs( arcs ),
+           labels( tree.labels_.data() ),
+           counts( tree.counts_.data() ) {}
       static uint32_t metric( Key key ) { return key.metric; }
+      static bool atMost( Key a, Key b ) {  // without a branch
+         return ( a.counts < b.counts ) | ( ( a.counts == b.counts ) & ( a.metric <= b.metric ) );
+      }
+      Key next( Key key, const CspfArcs::Arc & arc ) const {
+         return { key.counts + arcs.counts( arc ), key.metric + arc.metric };
+      }
+      Key known( CspfVertex vertex ) const {
+         return { counts[ index( vertex ) ], labels[ index( vertex ) ].metric };
+      }
+      CspfCost cost( Key key ) const {
+         return { uint32_t( key.counts >> 32 ), uint32_t( key.counts ), key.metric };
+      }
+      void set( CspfVertex vertex, Key key, CspfEdge last, CspfVertex before ) {
+         labels[ index( vertex ) ] = { key.metric, last, before };
+         counts[ index( vertex ) ] = key.counts;
+      }
+      const CspfArcs & arcs;
+      CspfTree::Label * labels;
+      uint64_t * counts;
    };
 
-   template< typename Cost >
-   static typename Cost::Key keyOf( const CspfTree & tree, CspfVertex vertex );
-   template< typename Cost, typename Queue, typename Observer >
+   template< typename Labels, typename Queue, typename Observer >
    void walk( const CspfGraph & graph, CspfTree & tree, Queue & memory, Observer & observer );
-   template< typename Cost, typename Queue, typename Observer >
-   void relax( CspfVertex vertex, const CspfArcs::Arc & arc, typename Cost::Key key,
-               CspfTree & tree, Queue & queue, Observer & observer );
-   template< typename Cost >
-   static void label( CspfTree & tree, CspfVertex vertex, typename Cost::Key key, CspfEdge last,
-                      CspfVertex before );
+   template< typename Labels, typename Queue, typename Observer >
+   void relax( CspfVertex vertex, typename Labels::Key key, Labels & labels, Queue & queue,
+               Observer & observer );
+   template< typename Labels, typename Queue, typename Observer >
+   void take( CspfVertex vertex, const CspfArcs::Arc & arc, typename Labels::Key key,
+              Labels & labels, Queue & queue, Observer & observer );
 
    CspfArcs arcs_;
    CspfBucketQueue buckets_;
@@ -83,86 +111,80 @@ CspfTreeRun::run( const CspfGraph & graph, const CspfLinkFilter & filter,
    ties_.clear();
    if ( arcs_.countsSrlgs() ) {
       srlgHeap_.begin();
-      walk< SrlgCost >( graph, tree, srlgHeap_, observer );
-   } else if ( arcs_.largestMetric() <= CspfBucketQueue::largestStepAllowed ) {
-      buckets_.begin( arcs_.largestMetric(), arcs_.size() + 1 );
-      walk< MetricCost >( graph, tree, buckets_, observer );
+      walk< SrlgLabels >( graph, tree, srlgHeap_, observer );
+   } else if ( arcs_.metricBits() <= CspfBucketQueue::largestStepAllowed ) {
+      buckets_.begin( arcs_.metricBits(), arcs_.size() + 1 );
+      walk< MetricLabels >( graph, tree, buckets_, observer );
    } else {
       heap_.begin();
-      walk< MetricCost >( graph, tree, heap_, observer );
+      walk< MetricLabels >( graph, tree, heap_, observer );
    }
    tree.collectTies( graph, ties_ );
 }
 
-template< typename Cost >
-typename Cost::Key
-CspfTreeRun::keyOf( const CspfTree & tree, CspfVertex vertex ) {
-   const uint32_t metric = tree.labels_[ index( vertex ) ].metric;
-   if constexpr ( Cost::withSrlgs ) {
-      return { tree.counts_[ index( vertex ) ], metric };
-   } else {
-      return metric;
-   }
-}
-
-template< typename Cost >
-void
-CspfTreeRun::label( CspfTree & tree, CspfVertex vertex, typename Cost::Key key, CspfEdge last,
-                    CspfVertex before ) {
-   tree.labels_[ index( vertex ) ] = { Cost::metric( key ), last, before };
-   if constexpr ( Cost::withSrlgs ) {
-      tree.counts_[ index( vertex ) ] = key.counts;
-   }
-}
-
-template< typename Cost, typename Queue, typename Observer >
+template< typename Labels, typename Queue, typename Observer >
 void
 CspfTreeRun::walk( const CspfGraph & graph, CspfTree & tree, Queue & memory, Observer & observer ) {
-   Queue queue = std::move( memory );  // a local's fields can stay in registers
+   Queue queue = std::move( memory );  // locals' fields can stay in registers
+   Labels labels( tree, arcs_ );
    const CspfVertex source = tree.source();
-   label< Cost >( tree, source, {}, noEdge, noVertex );
+   const bool singleHop = tree.options_.singleHop;
+   labels.set( source, {}, noEdge, noVertex );
    queue.push( {}, source );
-   typename Cost::Key key;
-   CspfVertex vertex;
-   while ( queue.pop( key, vertex ) ) {
-      if ( keyOf< Cost >( tree, vertex ) != key ) {
-         continue;  // reached at less cost since this entry was queued
+   queue.drain( [ & ]( typename Labels::Key key, CspfVertex vertex ) {
+      if ( labels.known( vertex ) != key ) {
+         return;  // reached at less cost since this entry was queued
       }
       tree.reached_.push_back( vertex );
       observer.madeFinal( vertex );
-      if ( tree.options_.singleHop && vertex != source && graph.isRouter( vertex ) ) {
-         continue;
+      if ( !singleHop || vertex == source || !graph.isRouter( vertex ) ) {
+         relax( vertex, key, labels, queue, observer );
       }
-      for ( const CspfArcs::Arc & arc : arcs_.out( vertex ) ) {
-         relax< Cost >( vertex, arc, key, tree, queue, observer );
-      }
-   }
+   } );
    memory = std::move( queue );
 }
 
-template< typename Cost, typename Queue, typename Observer >
+template< typename Labels, typename Queue, typename Observer >
 inline void
-CspfTreeRun::relax( CspfVertex vertex, const CspfArcs::Arc & arc, typename Cost::Key key,
-                    CspfTree & tree, Queue & queue, Observer & observer ) {
-   if ( arc.metric > maxPathMetric - Cost::metric( key ) ) {
-      observer.tooFar( arc.edge );
+CspfTreeRun::relax( CspfVertex vertex, typename Labels::Key key, Labels & labels, Queue & queue,
+                    Observer & observer ) {
+   // First all arcs are judged without a branch, then the few that matter are taken: which ones
+   // they are cannot be predicted, and a wrong guess costs more than the judgement of a block.
+   constexpr size_t block = 64;
+   const CspfArcs::Arc * steps[ block ];
+   const uint32_t room = maxPathMetric - Labels::metric( key );
+   const std::span< const CspfArcs::Arc > out = arcs_.out( vertex );
+   for ( const CspfArcs::Arc *arc = out.data(), *const end = arc + out.size(); arc != end; ) {
+      const CspfArcs::Arc * const blockEnd = arc + std::min< ptrdiff_t >( end - arc, block );
+      size_t count = 0;
+      for ( ; arc != blockEnd; ++arc ) {
+         steps[ count ] = arc;
+         count += Labels::atMost( labels.next( key, *arc ), labels.known( arc->to ) )
+                  | ( arc->metric > room );
+      }
+      for ( size_t i = 0; i < count; ++i ) {
+         take( vertex, *steps[ i ], key, labels, queue, observer );
+      }
+   }
+}
+
+template< typename Labels, typename Queue, typename Observer >
+inline void
+CspfTreeRun::take( CspfVertex vertex, const CspfArcs::Arc & arc, typename Labels::Key key,
+                   Labels & labels, Queue & queue, Observer & observer ) {
+   if ( arc.metric > maxPathMetric - Labels::metric( key ) ) {
+      observer.tooFar( arcs_.edge( arc ) );
       return;
    }
-   typename Cost::Key next = key;
-   if constexpr ( Cost::withSrlgs ) {
-      next.metric += arc.metric;
-      next.counts += arcs_.counts( arc );
-   } else {
-      next += arc.metric;
-   }
-   const typename Cost::Key known = keyOf< Cost >( tree, arc.to );
+   const typename Labels::Key next = labels.next( key, arc );
+   const typename Labels::Key known = labels.known( arc.to );
    if ( next < known ) {
-      label< Cost >( tree, arc.to, next, arc.edge, vertex );
+      labels.set( arc.to, next, arcs_.edge( arc ), vertex );
       queue.push( next, arc.to );
-      observer.improved( arc.edge );
+      observer.improved( arcs_.edge( arc ) );
    } else if ( next == known ) {
-      ties_.push_back( { arc.to, arc.edge, tree.cost( arc.to ) } );
-      observer.equalCost( arc.edge );
+      ties_.push_back( { arc.to, arcs_.edge( arc ), labels.cost( next ) } );
+      observer.equalCost( arcs_.edge( arc ) );
    }
 }
 
