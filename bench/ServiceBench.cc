@@ -1,5 +1,5 @@
 // What the service costs around its computations: a change of one link until every status is
-// published, and the memory of paths and links.
+// published, a dump of all state, and the memory of paths and links.
 //
 // The network has 10,000 routers, the client asks for 20,000 paths under 1,000 distinct
 // constraints. The share of the runs themselves is measured in this process on the same network:
@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <numeric>
 #include <random>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -79,6 +81,17 @@ oneLinkChange( BenchAgent & agent, const Routing::Topology::NeighborKey & key ) 
    } );
 }
 
+/// How long the loop stands while all state is dumped, as the control socket does it.
+void
+measureDump( BenchAgent & agent ) {
+   const int file = memfd_create( "dump", MFD_CLOEXEC );
+   const double took =
+      milliseconds( [ & ]() { agent.runner().command( "CspfDump", file, "DUMP_CSPF_STATE" ); } );
+   std::printf( "dump of all state: %.3f of a second of the loop, %.1f MB\n", took / 1000,
+                static_cast< double >( lseek( file, 0, SEEK_END ) ) / 1e6 );
+   close( file );
+}
+
 void
 measureChange() {
    const GeneratedNetwork network = generateNetwork( routers, 1 );
@@ -116,6 +129,7 @@ measureChange() {
                 median( alone ) / constraints );
    std::printf( "outside of the runs: %.3f of the whole\n", 1 - median( alone ) / median( whole ) );
 
+   measureDump( agent );
    const std::size_t withPaths = heapInUse();
    document.paths.clear();
    const std::size_t documentSize = withPaths - heapInUse();

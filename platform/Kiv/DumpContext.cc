@@ -1,8 +1,12 @@
-// Text of a dump on its way to a file descriptor.
+// Text of a dump on its way to a file descriptor. The loop stands while a dump is made, so the
+// reader of a pipe or a socket is asked before each write, and a write is no larger than what such
+// a descriptor takes at once when it says that it takes anything.
 
 #include "platform/Kiv/DumpContext.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <poll.h>
@@ -15,22 +19,14 @@ namespace {
 constexpr std::size_t pieceSize = 65'536;
 constexpr char indentPrefix[] = "%*c";
 constexpr std::size_t indentPrefixLength = sizeof indentPrefix - 1;
-constexpr int patience = 1000;  // milliseconds
-
-/// Whether a write that came to nothing is worth another try, after waiting for the reader.
-bool
-mayRetry( int fd, ssize_t written ) {
-   if ( written == 0 || ( errno != EAGAIN && errno != EINTR ) ) {
-      return false;
-   }
-   pollfd wait{ fd, POLLOUT, 0 };
-   return errno == EINTR || poll( &wait, 1, patience ) > 0;
-}
 
 }
 
 void
 DumpContext::print( int indent, const char * format, ... ) {
+   if ( fd_ < 0 ) {
+      return;
+   }
    va_list arguments;
    va_start( arguments, format );
    if ( std::strncmp( format, indentPrefix, indentPrefixLength ) == 0 ) {
@@ -62,14 +58,29 @@ DumpContext::append( int indent, const char * format, va_list arguments ) {
    va_end( again );
 }
 
+/// Waits where that is needed, and as long as patience lasts.
+bool
+DumpContext::readerTakesMore() {
+   pollfd reader{ fd_, POLLOUT, 0 };
+   if ( poll( &reader, 1, 0 ) == 0 ) {
+      const Lum::RealClock clock;
+      const Lum::Seconds before = clock.now();
+      const Lum::Seconds wait = std::max( patience_, 0.0 );
+      poll( &reader, 1, reviveRunning_ ? -1 : static_cast< int >( wait * 1000 ) );
+      patience_ -= clock.now() - before;
+   }
+   return ( reader.revents & ( POLLOUT | POLLERR ) ) == POLLOUT;
+}
+
 void
 DumpContext::flush() {
-   std::size_t written = 0;
-   while ( fd_ >= 0 && written < buffer_.size() ) {
-      const ssize_t n = write( fd_, buffer_.data() + written, buffer_.size() - written );
+   std::string_view rest = buffer_;
+   while ( fd_ >= 0 && !rest.empty() ) {
+      const std::size_t length = std::min< std::size_t >( rest.size(), PIPE_BUF );
+      const ssize_t n = readerTakesMore() ? write( fd_, rest.data(), length ) : 0;
       if ( n > 0 ) {
-         written += static_cast< std::size_t >( n );
-      } else if ( !mayRetry( fd_, n ) ) {
+         rest.remove_prefix( static_cast< std::size_t >( n ) );
+      } else if ( n == 0 || errno != EINTR ) {
          fd_ = -1;
       }
    }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Lum/Clock.h"
+
 #include <cstdarg>
 #include <string>
 #include <type_traits>
@@ -8,8 +10,8 @@
 namespace Kiv {
 
 /// Where a dump of internal state goes. Text is gathered and written to the file descriptor in
-/// large pieces, the rest when the context ends. A descriptor that refuses to be written to, or
-/// whose reader takes nothing for a second, ends the output; the dump itself goes on.
+/// large pieces, the rest when the context ends. Readers may keep the dump waiting for a fifth of a
+/// second, all in all; one that is slower, or gone, gets no more, and the dump goes on without.
 class DumpContext {
  public:
    explicit DumpContext( int fd ) : fd_( fd ) {}
@@ -20,7 +22,8 @@ class DumpContext {
    /// One object may be dumped more than once (default: not).
    void dumpDuplicatesIs( bool duplicates ) { dumpDuplicates_ = duplicates; }
    /// The dump runs outside of the loop's order, from a debugger or signal handler: it is written
-   /// at once, piece by piece, so that what was said stands even if the process ends.
+   /// at once, line by line and however long it takes, so that what was said stands even if the
+   /// process ends.
    void reviveRunningIs( bool reviveRunning ) { reviveRunning_ = reviveRunning; }
 
    /// Prints like std::printf. A format that begins with "%*c" is preceded by `indent` blanks; that
@@ -43,10 +46,12 @@ class DumpContext {
  private:
    void print( int indent, const char * format, ... );
    void append( int indent, const char * format, va_list arguments );
+   bool readerTakesMore();
 
-   int fd_;
+   int fd_;  // -1: nobody reads any more
    bool dumpDuplicates_ = false;
    bool reviveRunning_ = false;
+   Lum::Seconds patience_ = 0.2;
    std::string buffer_;
    std::unordered_set< const void * > dumped_;
 };
