@@ -171,14 +171,17 @@ sortedKeys( const M & map ) {
 /// Owned children by key, in key order, held by `Lum::Ptr`: `x( key )` (null where there is none),
 /// `xHas`, `xs`, `xColl`, `xIs( key, child )` (starts the child: `handleInitialized`),
 /// `xDel( key )` (ends it: `doPrepareToDie`), `xDelAll`. Watchers hear of a child when it
-/// is in place, before it starts, and of its end when it is out of the collection.
+/// is in place, before it starts, and of its end when it is out of the collection; a child that one
+/// of them removes at once never starts.
 #define LUM_CHILDREN( name_, Key, ... )                                                            \
    ::Lum::Ptr< __VA_ARGS__ > name_##Is( const Key & key, ::Lum::Ptr< __VA_ARGS__ > child ) {       \
       const Key changed( key );                                                                    \
       name_##Del( changed );                                                                       \
       name_##_.insert_or_assign( changed, child );                                                 \
       notify( &name_##Attribute, &changed );                                                       \
-      ::Lum::start( child );                                                                       \
+      if ( this->name_( changed ) == child ) {                                                     \
+         ::Lum::start( child );                                                                    \
+      }                                                                                            \
       return child;                                                                                \
    }                                                                                               \
    void name_##Del( const Key & key ) {                                                            \

@@ -18,6 +18,18 @@ struct Entity::AttributeList {
    AttributeList * next = nullptr;
 };
 
+/// Keeps ended subscriptions of a list in their place while it is delivered, however that ends.
+struct Entity::Delivery {
+   explicit Delivery( AttributeList & delivered ) : list( delivered ) { ++list.deliveries; }
+   ~Delivery() {
+      if ( --list.deliveries == 0 && !list.swept ) {
+         sweep( list );
+      }
+   }
+
+   AttributeList & list;
+};
+
 namespace {
 
 TypeCensus * allTypes = nullptr;
@@ -92,7 +104,7 @@ Entity::deliverTo( AttributeList & list, const void * key ) {
    if ( !list.first ) {
       return;
    }
-   ++list.deliveries;
+   const Delivery delivery( list );
    const Subscription * const last = list.last;
    for ( Subscription * s = list.first;; s = s->next ) {
       if ( s->owner ) {
@@ -100,11 +112,8 @@ Entity::deliverTo( AttributeList & list, const void * key ) {
          s->deliver( *s->owner, key );
       }
       if ( s == last ) {
-         break;
+         return;
       }
-   }
-   if ( --list.deliveries == 0 && !list.swept ) {
-      sweep( list );
    }
 }
 

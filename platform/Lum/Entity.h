@@ -48,6 +48,8 @@ struct Subscription {
 ///                               owner lives until its handler returns
 ///   inserts into or removes     as "sets A again", for the key in question: the key of this
 ///   from the collection A       delivery stays valid, its entry may be gone
+///   throws                      the change stands; whoever made it gets the exception, and those
+///                               who stand behind the handler do not hear of this change
 class Entity {
  public:
    Entity() noexcept = default;
@@ -82,6 +84,7 @@ class Entity {
  private:
    friend class Reactor;
    struct AttributeList;
+   struct Delivery;
 
    AttributeList & listIs( const void * attribute ) const;
    AttributeList * find( const void * attribute ) const;
@@ -189,8 +192,7 @@ start( const Ptr< T > & child ) {
 template< class T >
 void
 retire( Ptr< T > & child ) {
-   Ptr< T > dying = std::move( child );
-   child = nullptr;
+   const Ptr< T > dying = std::move( child );
    if ( !dying ) {
       return;
    }
