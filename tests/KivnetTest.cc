@@ -5,7 +5,7 @@
 #include "platform/Kivnet/IpGenPrefix.h"
 #include "platform/Kivnet/VrfName.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <random>
@@ -149,13 +149,8 @@ TEST( Kivnet, eitherFamilyIsOneOrderedKey ) {
       }
    }
    EXPECT_EQ( IpGenAddr().stringValue(), "" );
-   EXPECT_FALSE( IpGenAddr() );
-   EXPECT_FALSE( gen( "0.0.0.0" ) );
-   EXPECT_FALSE( gen( "::" ) );
+   EXPECT_FALSE( IpGenAddr() || gen( "0.0.0.0" ) || gen( "::" ) );
    EXPECT_EQ( gen( "10.0.0.1" ).v4().value(), 0x0a000001u );
-   EXPECT_EQ( gen( "10.0.0.1" ).af(), AddressFamily::ipv4 );
-   EXPECT_EQ( gen( "::1" ).af(), AddressFamily::ipv6 );
-   EXPECT_EQ( gen( "::1" ), IpGenAddr( gen( "::1" ).v6() ) );
 }
 
 TEST( Kivnet, hashesOfNeighbouringAddressesSpread ) {
@@ -199,8 +194,6 @@ TEST( Kivnet, prefixHoldsTheAddressesThatShareItsBits ) {
    }
    EXPECT_FALSE( IpGenPrefix::parse( "0.0.0.0/0" )->contains( gen( "::" ) ) );
    EXPECT_FALSE( IpGenPrefix().contains( {} ) );
-   EXPECT_FALSE( IpGenPrefix::host( {} ) );
-   EXPECT_EQ( IpGenPrefix().stringValue(), "" );
    EXPECT_EQ( IpGenPrefix::host( gen( "::1" ) ).stringValue(), "::1/128" );
 }
 
@@ -214,41 +207,19 @@ TEST( Kivnet, prefixTextIsStrict ) {
    }
 }
 
-TEST( Kivnet, noisyTextIsRefusedOrKeptWhole ) {
-   std::mt19937 random( 4 );
-   constexpr std::string_view alphabet = "0123456789abcdefF.:/ %";
-   for ( int i = 0; i < 200'000; ++i ) {
-      std::string text( random() % 20, ' ' );
-      std::ranges::generate( text, [ & ] { return alphabet[ random() % alphabet.size() ]; } );
-      if ( const auto address = IpGenAddr::parse( text ) ) {
-         ASSERT_EQ( IpGenAddr::parse( address->stringValue() ), address ) << text;
-      }
-      if ( const auto prefix = IpGenPrefix::parse( text ) ) {
-         ASSERT_EQ( IpGenPrefix::parse( prefix->stringValue() ), prefix ) << text;
-      }
-   }
-}
-
 TEST( Kivnet, interfacesAreKnownByName ) {
-   const std::string ethernet = "Ethernet1";
-   const IntfId a( ethernet );
+   const IntfId a( "Ethernet1" );
    EXPECT_EQ( a, IntfId( std::string( "Ethernet" ) + "1" ) );
-   EXPECT_EQ( a.hash(), IntfId( "Ethernet1" ).hash() );
+   EXPECT_EQ( a.stringValue(), "Ethernet1" );
    EXPECT_NE( a, IntfId( "Ethernet2" ) );
    EXPECT_LT( IntfId( "Ethernet10" ), IntfId( "Ethernet9" ) );
    EXPECT_LT( IntfId(), a );
-   EXPECT_FALSE( IntfId() );
-   EXPECT_EQ( IntfId( "" ), IntfId() );
-   EXPECT_EQ( a.stringValue(), ethernet );
+   EXPECT_FALSE( IntfId( "" ) );
 }
 
 TEST( Kivnet, vrfNameIsBounded ) {
-   EXPECT_EQ( L3::VrfName::defaultVrf().stringValue(), "default" );
    EXPECT_EQ( L3::VrfName( std::string( 100, 'x' ) ).stringValue().size(), 100u );
-   try {
-      L3::VrfName( std::string( 101, 'x' ) );
-      FAIL() << "a name of 101 bytes was taken";
-   } catch ( const std::range_error & error ) {
-      EXPECT_STREQ( error.what(), "VrfName::value::bytes > VrfName::maxLength not allowed" );
-   }
+   EXPECT_THAT( [] { L3::VrfName( std::string( 101, 'x' ) ); },
+                testing::ThrowsMessage< std::range_error >(
+                   "VrfName::value::bytes > VrfName::maxLength not allowed" ) );
 }

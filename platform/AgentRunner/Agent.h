@@ -57,7 +57,6 @@ class Agent : public Lum::Reactor {
 
    const std::string & name() const noexcept { return name_; }
    void platformIs( AgentPlatform platform ) { platform_ = std::move( platform ); }
-   const AgentPlatform & platform() const noexcept { return platform_; }
    const Lum::Ptr< Corvdb::EntityManager > & entityManager() const {
       return platform_.entityManager;
    }

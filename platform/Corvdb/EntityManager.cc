@@ -4,6 +4,8 @@
 
 #include "platform/Corvdb/EntityManager.h"
 
+#include "platform/Trace/Trace.h"
+
 #include <algorithm>
 
 namespace Corvdb {
@@ -50,6 +52,7 @@ MountStatus
 MountGroup::mountAll() {
    for ( const MountPoint & asked : asked_ ) {
       if ( const MountStatus status = mount( asked ); status != mountSuccess_ ) {
+         TRACE0( error_ );
          return status;
       }
    }

@@ -58,7 +58,6 @@ class EntityManager : public Lum::Entity {
 
    /// The one mount group of the agent.
    const Lum::Ptr< MountGroup > & mountGroup( const std::string & agentName );
-   const std::vector< MountPoint > & mounts() const noexcept { return mounts_; }
 
    /// A local entity, or the entity at or below a mounted path; null for everything else.
    Lum::Ptr< Lum::Entity > entity( std::string_view path ) const;

@@ -47,8 +47,6 @@ class Task {
    void schedule( Lum::Seconds delay = 0 );
    void unschedule();
    bool scheduled() const noexcept { return timer_.second != 0; }
-   /// REQUIRES: the task is scheduled.
-   Lum::Seconds deadline() const noexcept { return timer_.first; }
    const std::string & name() const noexcept { return name_; }
 
  private:

@@ -3,8 +3,6 @@
 #include "platform/Kivnet/AddressFamily.h"
 #include "platform/Kivnet/IpAddr.h"
 
-#include <functional>
-
 namespace Kivnet {
 
 /// An address of either family, or none. Order: none, then IPv4, then IPv6. Tests false when it is
@@ -35,8 +33,3 @@ class IpGenAddr {
 };
 
 }
-
-template<>
-struct std::hash< Kivnet::IpGenAddr > {
-   std::size_t operator()( const Kivnet::IpGenAddr & a ) const noexcept { return a.hash(); }
-};

@@ -2,7 +2,6 @@
 
 #include <compare>
 #include <cstddef>
-#include <functional>
 #include <type_traits>
 #include <utility>
 
@@ -69,10 +68,3 @@ cast( const Ptr< U > & object ) {
 }
 
 }
-
-template< class T >
-struct std::hash< Lum::Ptr< T > > {
-   std::size_t operator()( const Lum::Ptr< T > & p ) const noexcept {
-      return std::hash< T * >()( p.ptr() );
-   }
-};
