@@ -61,7 +61,7 @@ AllTopoDbSm::dumpState( Kiv::DumpContext & context, int indent ) const {
       context.printf( indent, "%*cTopology %s\n", topoId.stringValue().c_str() );
       context.dump( *sm, indent + 2 );
    }
-   context.dump( *allTopoDbStatus_, indent );
+   context.dump( *allTopoDbStatus_, indent + 2 );
 }
 
 }

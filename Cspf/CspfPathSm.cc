@@ -62,7 +62,7 @@ PathSmBase::PathSmBase( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
 void
 PathSmBase::handleInitialized() {
    LUM_WATCH_KEYS( cspfConfig_, pathConfig, handleCspfConfig );
-   LUM_WATCH_KEYS( cspfStatus_, pathStatus, handlePathStatus );
+   LUM_WATCH_KEYS( cspfStatus_, pathStatus, handlePathUsage );
    for ( const PathKey & pathKey : Lum::sortedKeys( cspfConfig_->pathConfigColl() ) ) {
       handleCspfConfig( pathKey );
    }
@@ -78,12 +78,6 @@ PathSmBase::doPrepareToDie() {
          deleteRows( key );
       }
    }
-}
-
-void
-PathSmBase::handlePathStatus( const PathKey & pathKey ) {
-   lastUpdatedAt_ = Lum::now();
-   handlePathUsage( pathKey );
 }
 
 void
@@ -291,13 +285,14 @@ PathSmBase::dumpState( Kiv::DumpContext & context, int indent ) const {
       dumpPathConfig( *cspfConfig_->pathConfigFind( pathKey ), context, indent );
       if ( const PathStatus * status = cspfStatus_->pathStatusFind( pathKey ) ) {
          dumpPathStatus( *status, context, indent + 2 );
+         const auto row = pathStatusInfoTable_->pathStatusInfo( externalPathInfoKey( pathKey ) );
+         dumpAge( context, indent + 2, "Last Updated", row ? row->lastUpdatedAt() : 0 );
       }
    }
    for ( const auto & [ idx, pqInfo ] : cspfStatus_->pqInfoColl() ) {
       context.printf( indent, "%*cPqInfo idx: %u, nhIp: %s, nhIntf: %s\n", idx,
                       pqInfo.nhIp().stringValue().c_str(), pqInfo.nhIntf().stringValue().c_str() );
    }
-   dumpAge( context, indent, "Last Updated", lastUpdatedAt_ );
    for ( const PathKey & pathKey : Lum::sortedKeys( cspfStatus_->pathStatusColl() ) ) {
       if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
          context.printf( indent,

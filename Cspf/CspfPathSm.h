@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Cspf/CspfVrfRootTypes.h"
-#include "platform/Lum/Clock.h"
 #include "schema/TrafficEngineering.h"
 
 namespace Cspf {
@@ -26,7 +25,7 @@ class LinkedPathInfoKeys : public Lum::Entity {
 ///
 ///   watches              handler            writes
 ///   Config.pathConfig    handleCspfConfig   rows of the path, Status.pathStatus (removes)
-///   Status.pathStatus    handlePathStatus   PathConfigInfo.usageChangeCount
+///   Status.pathStatus    handlePathUsage    PathConfigInfo.usageChangeCount
 class PathSmBase : public Lum::Reactor {
  public:
    /// `teStatus` may be null.
@@ -47,7 +46,6 @@ class PathSmBase : public Lum::Reactor {
    /// Removes all keys of a client path.
    virtual void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) = 0;
 
-   void handlePathStatus( const PathKey & pathKey );
    /// The path's bandwidth use must be accounted anew.
    void handlePathUsage( const PathKey & pathKey ) { doCheckPathUsageAndUpdate( pathKey ); }
    void doCheckPathUsageAndUpdate( const PathKey & pathKey );
@@ -91,7 +89,6 @@ class PathSmBase : public Lum::Reactor {
    const Lum::Ptr< Status > cspfStatus_;
    const Lum::Ptr< PathConfigInfoTable > pathConfigInfoTable_;
    const Lum::Ptr< PathStatusInfoTable > pathStatusInfoTable_;
-   Lum::Seconds lastUpdatedAt_ = 0;  // when a path of the client was last published
 };
 
 /// Ordinary paths. A path without explicit hops is one key with the modifier `noChange`. A path

@@ -150,7 +150,7 @@ PathStatusUpdator::publishPath( const PathStatusCache & cache ) {
    if ( !isPathUpdateRequired( cache ) ) {
       return;
    }
-   cspfStatus_.pathStatusIs( newPathStatus( cache ) );
+   write( newPathStatus( cache ) );
    TRACE7( "Wrote new path status for path: " << keyText() );
 }
 
@@ -184,9 +184,15 @@ PathStatusUpdator::publishPathMetadata( const PathTeRouterId * pathTeRouterId,
       pathStatus.includeIp_ = includeIps->includeIp();
    }
    pathStatus.changeCountIs( pathStatus.changeCount() + 1 );
-   cspfStatus_.pathStatusIs( pathStatus );
+   write( pathStatus );
    pathStatusInfo_.pathStatusMetadataUpdateCountInc();
    TRACE7( "Wrote new path metadata for path: " << keyText() );
+}
+
+void
+PathStatusUpdator::write( const PathStatus & pathStatus ) {
+   pathStatusInfo_.lastUpdatedAtIs( Lum::now() );
+   cspfStatus_.pathStatusIs( pathStatus );
 }
 
 PathStatusUpdateSm::PathStatusUpdateSm(

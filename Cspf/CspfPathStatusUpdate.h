@@ -35,6 +35,7 @@ class PathStatusUpdator {
    const PathStatus & published() const { return cspfStatus_.pathStatus( pathKey() ); }
    bool isPathArrayUpdateRequired( const PathArray & path ) const;
    PathStatus newPathStatus( const PathStatusCache & cache ) const;
+   void write( const PathStatus & pathStatus );
 
    PathStatusInfo & pathStatusInfo_;
    Status & cspfStatus_;

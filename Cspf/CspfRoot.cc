@@ -12,9 +12,6 @@ namespace Cspf {
 
 namespace {
 
-/// The agent among the consumers of topologies.
-constexpr const char * topoDbClientName = "cspf";
-
 const L3::VrfName &
 vrfOf( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
    const auto castHandle = Lum::cast< const DedupVrfHandle >( handle );

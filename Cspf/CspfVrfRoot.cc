@@ -25,7 +25,6 @@ namespace Cspf {
 
 namespace {
 
-constexpr const char * topoDbClientName = "cspf";
 constexpr std::size_t intfIpCapacity = 2048;
 
 using LumZorch::MountMode;
@@ -333,8 +332,8 @@ VrfRoot::bwUsageTable() const noexcept {
 
 void
 VrfRoot::dumpState( Kiv::DumpContext & context, int indent ) const {
-   context.dump( *allTopoDbSm(), indent );
-   context.dump( *bwUsageManager(), indent );
+   context.dump( *allTopoDbSm(), indent + 2 );
+   context.dump( *bwUsageManager(), indent + 2 );
    for ( const auto & [ handle, constraintInfo ] : constraintInfoTable()->constraintInfoColl() ) {
       context.printf( indent, "%*cConstraint %s\n", handle.stringValue().c_str() );
       context.dump( *constraintInfoSm( handle ), indent + 2 );

@@ -30,6 +30,9 @@ class DedupPqInfoTable;
 class PqComputeSm;
 }
 
+/// The agent among the consumers of topologies.
+inline constexpr const char * topoDbClientName = "cspf";
+
 /// State machines of one kind: `x( key )` (null where there is none), `xHas( key )`,
 /// `xIs( key, machine )` (starts it in place of an earlier one), `xDel( key )` (ends it),
 /// `xDelAll()`.

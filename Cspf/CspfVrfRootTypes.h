@@ -82,6 +82,7 @@ class PathStatusInfo : public Lum::Entity {
    LUM_ATTRIBUTE( updatePathPending, bool );      ///< a new path must be published
    LUM_COUNTER( stage2RequestCount );             ///< refreshes passed to the second stage
    LUM_COUNTER( pathStatusMetadataUpdateCount );  ///< updates that kept the hops
+   LUM_ATTRIBUTE( lastUpdatedAt, double );        ///< of what is published; seconds, 0: earlier run
 
    /// Where the client reads its paths.
    const Lum::Ptr< Status > & cspfStatus() const noexcept { return cspfStatus_; }
