@@ -110,10 +110,17 @@ Agent::doMountsComplete( Corvdb::MountStatus status,
 }
 
 void
+Agent::teStatusIs( const Lum::String & name ) {
+   if ( !teStatus_ || teStatus_->name() != name ) {
+      teStatus_ = Lum::make< TrafficEngineering::Status >( name );
+   }
+}
+
+void
 Agent::buildRoots( const Mounted & mounted ) {
    using Kivnet::AddressFamily;
-   teStatusIs();
-   teConfigSmIs( mounted.teConfig, teStatus() );
+   teStatusIs( "TeStatus" );
+   teConfigSmIs( mounted.teConfig, teStatus(), mounted.routingGeneralConfig );
    if ( toggleOspfTopoDbExportEnabled() ) {
       topoDbExportDirSmIs( entityManager(), mounted.topoDbExportDir, v4AllTopoDbDir_,
                            v6AllTopoDbDir_ );

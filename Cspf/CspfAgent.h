@@ -17,17 +17,23 @@ class Agent : public AgentRunner::Agent {
    /// The name is that of the trace file as well.
    explicit Agent( const std::string & name );
    ~Agent() override;
-   LUM_CHILD( teStatus, TrafficEngineering::Status );
    LUM_CHILD( teConfigSm, TrafficEngineering::TeConfigSm );
    LUM_CHILD( topoDbExportDirSm, TopoDbExportDirSm );
    LUM_CHILD( v4CspfRoot, CspfRoot );
    LUM_CHILD( v6CspfRoot, CspfRoot );
    LUM_CHILD( bwmRoot, TrafficEngineering::BwmRoot );
    LUM_CHILD( teRouterIdConfig, TeRouterIdConfig );
-   LUM_CHILD( teConfigDir, TeConfigDir );
    LUM_CHILD( teRouterIdUpdateSm, TeRouterIdUpdateSm );
    LUM_CHILD( cspfSourceIdSm, CspfSourceIdSm );
    LUM_CHILD( clientDirSm, ClientDirSm );
+
+   const Lum::Ptr< TrafficEngineering::Status > & teStatus() const noexcept { return teStatus_; }
+   /// A status of that name that is there already stays.
+   void teStatusIs( const Lum::String & name );
+   void teStatusDel() { teStatus_ = nullptr; }
+   const Lum::Ptr< TeConfigDir > & teConfigDir() const noexcept { return teConfigDir_; }
+   void teConfigDirIs() { teConfigDir_ = teConfigDirFactory(); }
+   void teConfigDirDel() { teConfigDir_ = nullptr; }
 
    /// The agent of this process; null while there is none.
    static const Agent * instance() noexcept { return instance_; }
@@ -62,6 +68,8 @@ class Agent : public AgentRunner::Agent {
    static inline const Agent * instance_ = nullptr;
 
    std::optional< Mounted > mounted_;
+   Lum::Ptr< TrafficEngineering::Status > teStatus_;
+   Lum::Ptr< TeConfigDir > teConfigDir_;
    Lum::Ptr< AllTopoDbDir > v4AllTopoDbDir_;
    Lum::Ptr< AllTopoDbDir > v6AllTopoDbDir_;
 };

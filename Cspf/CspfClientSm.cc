@@ -1,11 +1,12 @@
 // The intake of clients: the directory and its clients. The agent owns the directory reactor for
 // its whole life; being enabled or not only means that there are client reactors below it. At the
-// start it removes tables that an earlier run of the agent left for clients, VRFs or families that
-// are not there any more; those that are still wanted stay as they are, so that their readers see
-// no gap.
+// start it removes tables that an earlier run of the agent left and that this one does not serve:
+// the client, its VRF or its family is not there any more, or has nothing to compute from. Those
+// that are served stay as they are, so that their readers see no gap.
 
 #include "Cspf/CspfClientSm.h"
 
+#include "Cspf/CspfTilfaKeys.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
@@ -129,40 +130,64 @@ ClientDirSm::handleEnabled() {
 void
 ClientDirSm::doCleanupStaleClientMounts() {
    TRACE7( "cleaning up stale client mounts" );
-   const ExpectedPaths expected = doBuildExpectedPathList();
+   const ExpectedPaths paths = doBuildExpectedPathList();
    const auto & entityManager = intake_.entityManager;
-   cleanupUnexpected( entityManager, "te/cspf/status", expected.status );
-   cleanupUnexpected( entityManager, "te/cspf/intfIpToRouterId", expected.intfIpToRouterId );
+   cleanupUnexpected( entityManager, "te/cspf/status", paths.expectedStatusPath );
+   cleanupUnexpected( entityManager, "te/cspf/intfIpToRouterId",
+                      paths.expectedIntfIpToRouterIdPath );
    // What an earlier run has told of its own work is of no use to anybody.
    cleanupUnexpected( entityManager, "te/cspf/constraintStatus", {} );
    cleanupUnexpected( entityManager, "te/cspf/bwUsage", {} );
    cleanupUnexpected( entityManager,
                       TrafficEngineering::BwmClientSetupSm::clientStatusMountPathBase(),
-                      expected.bwmClientStatus );
+                      paths.expectedBwmClientStatusPath );
    cleanupUnexpected( entityManager, TrafficEngineering::BwmVrfRoot::statusMountPathBase(),
-                      expected.bwmStatus );
+                      paths.expectedBwmStatusPath );
+}
+
+bool
+ClientDirSm::willHaveSource( const Lum::String & client, const L3::VrfName & vrf,
+                             Kivnet::AddressFamily af ) const {
+   const bool isIpv4 = af == Kivnet::AddressFamily::ipv4;
+   if ( client != tilfaClientName ) {
+      return isIpv4;  // the TE router id, as soon as the client counts in the VRF
+   }
+   const auto & info = isIpv4 ? intake_.v4AllClientInfo : intake_.v6AllClientInfo;
+   const auto & sources = info->vrfSourceId( vrf );
+   return sources && sources->vrfClientSourceIdHas( PathComputationType::tilfa );
+}
+
+void
+ClientDirSm::addExpectedPaths( const Lum::String & name, const Client & client,
+                               const L3::VrfName & vrf, ExpectedPaths & paths ) const {
+   for ( const auto af : wanted( client.addressFamilyColl() ) ) {
+      if ( willHaveSource( name, vrf, af ) ) {
+         paths.expectedStatusPath.insert( clientStatusPath( vrf, af, name ) );
+         paths.expectedIntfIpToRouterIdPath.insert( "te/cspf/intfIpToRouterId/vrf/"
+                                                    + vrf.stringValue() + "/" + text( af ) );
+      }
+   }
+   if ( client.bwmRequired() ) {
+      paths.expectedBwmClientStatusPath.insert(
+         TrafficEngineering::BwmClientSetupSm::clientStatusMountPath( vrf, name ) );
+      paths.expectedBwmStatusPath.insert( TrafficEngineering::BwmVrfRoot::statusMountPath( vrf ) );
+   }
 }
 
 ClientDirSm::ExpectedPaths
 ClientDirSm::doBuildExpectedPathList() const {
-   ExpectedPaths expected;
+   ExpectedPaths paths;
+   if ( !intake_.teRouterIdConfig->routerId() ) {
+      return paths;
+   }
    for ( const auto & [ name, entity ] : clientDir_->entityColl() ) {
-      const auto client = Lum::cast< const Client >( entity );
-      for ( const auto & vrf :
-            client ? wanted( client->vrfColl() ) : std::vector< L3::VrfName >() ) {
-         for ( const auto af : wanted( client->addressFamilyColl() ) ) {
-            expected.status.insert( clientStatusPath( vrf, af, name ) );
-            expected.intfIpToRouterId.insert( "te/cspf/intfIpToRouterId/vrf/" + vrf.stringValue()
-                                              + "/" + text( af ) );
-         }
-         if ( client->bwmRequired() ) {
-            expected.bwmClientStatus.insert(
-               TrafficEngineering::BwmClientSetupSm::clientStatusMountPath( vrf, name ) );
-            expected.bwmStatus.insert( TrafficEngineering::BwmVrfRoot::statusMountPath( vrf ) );
+      if ( const auto client = Lum::cast< const Client >( entity ) ) {
+         for ( const auto & vrf : wanted( client->vrfColl() ) ) {
+            addExpectedPaths( name, *client, vrf, paths );
          }
       }
    }
-   return expected;
+   return paths;
 }
 
 void

@@ -24,8 +24,6 @@ class ClientSm : public Lum::Reactor {
         intake_( intake ) {}
    LUM_CHILDREN( clientVrfConfMounter, L3::VrfName, ClientVrfConfMounter );
 
-   const Lum::String & name() const noexcept { return name_; }
-
    void handleInitialized() override;
    void doPrepareToDie() override { clientVrfConfMounterDelAll(); }
    void handleVrf( const L3::VrfName & vrf );
@@ -67,17 +65,22 @@ class ClientDirSm : public Lum::Reactor {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  private:
-   /// The tables that this run writes for the clients that are there.
+   /// The tables that this run writes for the clients that are there, as things stand.
    struct ExpectedPaths {
-      std::set< std::string > status;
-      std::set< std::string > intfIpToRouterId;
-      std::set< std::string > bwmClientStatus;
-      std::set< std::string > bwmStatus;
+      std::set< std::string > expectedStatusPath;
+      std::set< std::string > expectedIntfIpToRouterIdPath;
+      std::set< std::string > expectedBwmClientStatusPath;
+      std::set< std::string > expectedBwmStatusPath;
    };
 
    void handleEnabled();
    void doCleanupStaleClientMounts();
    ExpectedPaths doBuildExpectedPathList() const;
+   void addExpectedPaths( const Lum::String & name, const Client & client, const L3::VrfName & vrf,
+                          ExpectedPaths & paths ) const;
+   /// Whether computations of a client that is served in the VRF have a node to start from.
+   bool willHaveSource( const Lum::String & client, const L3::VrfName & vrf,
+                        Kivnet::AddressFamily af ) const;
 
    const Lum::Ptr< const Lum::Dir > clientDir_;
    const Lum::Ptr< AgentStatus > agentStatus_;

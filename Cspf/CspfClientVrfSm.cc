@@ -7,8 +7,8 @@
 
 #include "Cspf/CspfClientVrfSm.h"
 
-#include "Cspf/CspfPathSmFactory.h"
 #include "Cspf/CspfTilfaKeys.h"
+#include "Cspf/CspfTilfaPathSm.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
@@ -63,7 +63,7 @@ void
 ClientVrfSm::handleInitialized() {
    pathTypeIs( clientName_ == tilfaClientName ? PathComputationType::tilfa
                                               : PathComputationType::cspf );
-   LUM_WATCH_KEYS( client_, addressFamily, createOrDeletePathSm );
+   LUM_WATCH_KEYS( client_, addressFamily, handleAddressFamily );
    LUM_WATCH( client_, bwmRequired, handleBwmRequired );
    familyIs( Kivnet::AddressFamily::ipv4,
              new ClientVrfFamily( *this, Kivnet::AddressFamily::ipv4, intake_.v4AllClientInfo ) );
@@ -94,7 +94,7 @@ ClientVrfSm::handleBwmRequired() {
 }
 
 void
-ClientVrfSm::createOrDeletePathSm( const Kivnet::AddressFamily & af ) {
+ClientVrfSm::createOrDeletePathSm( Kivnet::AddressFamily af ) {
    if ( !familyHas( af ) ) {
       return;
    }
@@ -149,8 +149,17 @@ ClientVrfSm::doInitPathSm( Kivnet::AddressFamily af ) {
    const auto & cspfStatus = own->statusMount->table();
    LUM_ASSERT( cspfConfig );
    LUM_ASSERT( cspfStatus );
-   pathSmIs( af, makePathSm( pathType(), af, vrf_, clientName_, intake_.teStatus, cspfConfig,
-                             cspfStatus, own->allClientInfo() ) );
+   const auto & pathConfigInfoTable = own->allClientInfo()->pathConfigInfoTable( vrf_ );
+   const auto & pathStatusInfoTable = own->allClientInfo()->pathStatusInfoTable( vrf_ );
+   LUM_ASSERT( pathConfigInfoTable );
+   LUM_ASSERT( pathStatusInfoTable );
+   if ( pathType() == PathComputationType::tilfa ) {
+      pathSmIs( af, new TilfaPathSm( af, vrf_, clientName_, intake_.teStatus, cspfConfig,
+                                     cspfStatus, pathConfigInfoTable, pathStatusInfoTable ) );
+   } else {
+      pathSmIs( af, new PathSm( af, vrf_, clientName_, intake_.teStatus, cspfConfig, cspfStatus,
+                                pathConfigInfoTable, pathStatusInfoTable ) );
+   }
 }
 
 void
@@ -187,7 +196,7 @@ ClientVrfSm::dumpState( Kiv::DumpContext & context, int indent ) const {
 
 void
 ClientVrfConfMounter::handleInitialized() {
-   TRACE7( "ClientVrfConfMounter " << clientName_ << " vrf: " << vrf_ );
+   TRACE7( "ClientVrfConfMounter " << clientName_ << "vrf: " << vrf_ );
    intake_.teConfigDir->teVrfConfigIs( vrf_ )->clientsEnabledIs( clientName_, true );
    Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo;
    if ( clientName_ == tilfaClientName ) {

@@ -67,7 +67,7 @@ class ClientVrfFamily : public Lum::Reactor {
 /// a source to compute from, and the set-up with the bandwidth manager where it is required.
 ///
 ///   watches                  handler               does
-///   Client.addressFamily     createOrDeletePathSm  family's VRF handle, tables and pathSm
+///   Client.addressFamily     handleAddressFamily   family's VRF handle, tables and pathSm
 ///   Client.bwmRequired       handleBwmRequired     bwmClientSetupSm
 class ClientVrfSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, ClientVrfSm );
@@ -90,9 +90,10 @@ class ClientVrfSm : public Lum::Reactor {
 
    void handleInitialized() override;
    void doPrepareToDie() override;
+   void handleAddressFamily( const Kivnet::AddressFamily & af ) { createOrDeletePathSm( af ); }
    void handleBwmRequired();
    /// Brings the family's service in line with what the client wants and what can be had.
-   void createOrDeletePathSm( const Kivnet::AddressFamily & af );
+   void createOrDeletePathSm( Kivnet::AddressFamily af );
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  private:

@@ -8,9 +8,21 @@
 
 namespace TrafficEngineering {
 
+Kivnet::IpAddr
+teRouterId( const Config & teConfig, const Routing::General::Config & routingGeneralConfig ) {
+   if ( !teConfig.enabled() ) {
+      return {};
+   }
+   return teConfig.routerId() ? teConfig.routerId() : routingGeneralConfig.routerIdV4();
+}
+
 void
 TeConfigSm::handleInitialized() {
    LUM_WATCH_KEYS( teConfig_, intfSrlg, handleIntfSrlg );
+   LUM_WATCH( teConfig_, enabled, handleRouterId );
+   LUM_WATCH( teConfig_, routerId, handleRouterId );
+   LUM_WATCH( routingGeneralConfig_, routerIdV4, handleRouterId );
+   handleRouterId();
    for ( const auto & intf : Lum::sortedKeys( teConfig_->intfSrlgColl() ) ) {
       handleIntfSrlg( intf );
    }
@@ -38,6 +50,11 @@ TeConfigSm::handleIntfSrlg( const Lum::String & intf ) {
    }
 }
 
+void
+TeConfigSm::handleRouterId() {
+   teStatus_->routerIdIs( teRouterId( *teConfig_, *routingGeneralConfig_ ) );
+}
+
 }
 
 namespace Cspf {
@@ -52,11 +69,7 @@ TeRouterIdUpdateSm::handleInitialized() {
 
 void
 TeRouterIdUpdateSm::handleTeConfigChange() {
-   Kivnet::IpAddr routerId;
-   if ( teConfig_->enabled() ) {
-      routerId =
-         teConfig_->routerId() ? teConfig_->routerId() : routingGeneralConfig_->routerIdV4();
-   }
+   const auto routerId = TrafficEngineering::teRouterId( *teConfig_, *routingGeneralConfig_ );
    TRACE8( "teConfig::enabled " << teConfig_->enabled() << " teConfig::routerId "
                                 << teConfig_->routerId() << " routingGeneralConfig::routerIdV4 "
                                 << routingGeneralConfig_->routerIdV4() );

@@ -6,31 +6,40 @@
 
 namespace TrafficEngineering {
 
-/// Brings what is configured for the local interfaces into the TE status that the computations
-/// read.
+/// The router's TE identity: the router id configured for TE, else the router's general one;
+/// 0.0.0.0 while TE is off, which is how the rest of the agent learns of that.
+Kivnet::IpAddr teRouterId( const Config & teConfig,
+                           const Routing::General::Config & routingGeneralConfig );
+
+/// Brings the TE configuration of this router into the TE status that the computations read.
 ///
-///   watches            handler          writes
-///   Config.intfSrlg    handleIntfSrlg   Status.intfStatus, IntfStatus.srlg
+///   watches                              handler          writes
+///   Config.intfSrlg                      handleIntfSrlg   Status.intfStatus, IntfStatus.srlg
+///   Config.enabled, .routerId            handleRouterId   Status.routerId
+///   Routing::General::Config.routerIdV4  handleRouterId
 class TeConfigSm : public Lum::Reactor {
    LUM_ENTITY( TrafficEngineering, TeConfigSm );
-   TeConfigSm( const Lum::Ptr< const Config > & teConfig, const Lum::Ptr< Status > & teStatus )
+   TeConfigSm( const Lum::Ptr< const Config > & teConfig, const Lum::Ptr< Status > & teStatus,
+               const Lum::Ptr< const Routing::General::Config > & routingGeneralConfig )
       : teConfig_( teConfig ),
-        teStatus_( teStatus ) {}
+        teStatus_( teStatus ),
+        routingGeneralConfig_( routingGeneralConfig ) {}
 
    void handleInitialized() override;
    void handleIntfSrlg( const Lum::String & intf );
+   void handleRouterId();
 
  private:
    const Lum::Ptr< const Config > teConfig_;
    const Lum::Ptr< Status > teStatus_;
+   const Lum::Ptr< const Routing::General::Config > routingGeneralConfig_;
 };
 
 }
 
 namespace Cspf {
 
-/// Chooses the TE router id: the one configured for TE, else the router's general one. While TE is
-/// off it is 0.0.0.0, which is how the rest of the agent learns of that.
+/// Keeps the TE router id that clients and sources of computations depend on.
 ///
 ///   watches                              handler                writes
 ///   TE Config.enabled, .routerId         handleTeConfigChange   TeRouterIdConfig.routerId

@@ -31,9 +31,17 @@ class IntfStatus : public Lum::Entity {
    LUM_COLLECTION_ORDERED( srlg, SrlgId, bool );
 };
 
+/// What TE has made of its configuration. It is the agent's own, by name.
 class Status : public Lum::Entity {
    LUM_ENTITY( TrafficEngineering, Status );
+   explicit Status( const Lum::String & name = {} ) : name_( name ) {}
+   LUM_ATTRIBUTE( routerId, Kivnet::IpAddr );  ///< 0.0.0.0 while TE is off
    LUM_COLLECTION_ORDERED( intfStatus, Lum::String, Lum::Ptr< IntfStatus > );
+
+   const Lum::String & name() const noexcept { return name_; }
+
+ private:
+   const Lum::String name_;
 };
 
 /// "te/bwm/activeStatus": the VRFs in which the bandwidth manager is active.

@@ -227,8 +227,12 @@ TEST( Agent, ServesWhoIsThereAndLeavesNothingBehind ) {
          { { "clients",
              { { "cli", fullClient }, { "rsvp", fullClient }, { "tilfa", fullClient } } } } );
       for ( int event = 0; event < 25; ++event ) {
+         const bool dies = engine() % 8 == 0;
+         if ( dies ) {
+            lab.restart();  // the new one looks when the event is over
+         }
          lab.patch( intakeEvent( engine ) );
-         if ( engine() % 2 ) {
+         if ( dies || engine() % 2 ) {
             lab.settle();
          }
          ASSERT_EQ( services( lab ), expectedServices( lab.document() ) ) << lab.document();
@@ -460,9 +464,18 @@ TEST( Agent, DumpsItsFrame ) {
                    "\nStale BandwidthClientStatusTable entries\n"
                    "\nStale BandwidthClientUsageTable entries\n\n" );
    lab.patch( { { "clients", { { "cli", ordinaryClient } } } } );
+   lab.request( "cli", "early", "B" );
+   lab.settle();
+   lab.advance( 1000 );
+   lab.request( "cli", "late", "B", Json::object(), { { "id", 2 } } );
+   lab.settle();
    const std::string served = lab.dump();
    EXPECT_THAT( served, HasSubstr( "-----CSPF client config and status-----\n"
-                                   "  Client: cli\n  bwmRequired: False\n    Vrf: default\n" ) );
+                                   "  Client: cli\n  bwmRequired: False\n    Vrf: default\n"
+                                   "      Dest: 10.0.0.2 Id: 1 RefreshReqSeq: 0" ) );
+   EXPECT_THAT( served, HasSubstr( "        Last Updated: 1000." ) );
+   EXPECT_THAT( served, HasSubstr( "        Last Updated: 0." ) );
+   EXPECT_THAT( served, HasSubstr( "VRF default\n    Topology " ) );
    for ( const char * records :
          { "---Routers---", "---Networks---", "---Neighbors---", "---Reachabilities---" } ) {
       EXPECT_THAT( served, HasSubstr( records ) );
