@@ -41,9 +41,7 @@ struct PathInfoKey {
    std::size_t hash() const noexcept;
    explicit operator bool() const { return *this != PathInfoKey(); }
    /// The client's request that this path serves: its own, or that of its parent.
-   const PathKey & clientPathKey() const {
-      return parentPathKey_.dst() ? parentPathKey_ : pathKey_;
-   }
+   const PathKey & clientPathKey() const { return internal_ ? parentPathKey_ : pathKey_; }
    /// "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=1>, internal=0, ...", as traces name a path.
    std::string traceString() const;
 };
