@@ -132,14 +132,18 @@ Kivnet::IpGenAddr
 PathStitcher::findOldNexthopForStrictHop( const Kivnet::IpGenAddr & teRouterId ) const {
    const auto & routers = published_.pathTeRouterIdList();
    Kivnet::IpGenAddr previous = view_.spfRoot().ipAddress();
+   Kivnet::IpGenAddr found;
    for ( std::size_t i = 0; i < routers.size() && i < published_.paths(); ++i ) {
-      if ( previous == end_ && routers[ i ] == teRouterId ) {
-         TRACE8( "Found old nexthop " << published_.pathList()[ i ] << " for node " << teRouterId );
-         return published_.pathList()[ i ];
+      const bool sameStep = previous == end_ && routers[ i ] == teRouterId;
+      if ( sameStep && ( !found || i == hops_.size() ) ) {
+         found = published_.pathList()[ i ];
       }
       previous = routers[ i ];
    }
-   return {};
+   if ( found ) {
+      TRACE8( "Found old nexthop " << found << " for node " << teRouterId );
+   }
+   return found;
 }
 
 std::optional< PathStitcher::StrictHop >

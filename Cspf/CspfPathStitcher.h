@@ -49,7 +49,7 @@ class PathStitcher {
    };
 
    /// The next hop by which the published path went from where this path is to that router; unset
-   /// where it did not.
+   /// where it did not. Of several times, the one at the same hop, else the first.
    Kivnet::IpGenAddr findOldNexthopForStrictHop( const Kivnet::IpGenAddr & teRouterId ) const;
    /// The best single link to the destination: the one with the address `strictHop` at its far end,
    /// where there is one; of the others those that the constraint allows, then the one that the
