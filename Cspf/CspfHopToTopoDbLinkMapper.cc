@@ -14,12 +14,27 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace Cspf {
 
 void
 HopAddressMemory::handleInitialized() {
    LUM_WATCH_KEYS( allTopoDbStatus_->intfIpToNeighborTable(), intfIpToNeighbor, handleIntfIp );
+   LUM_WATCH_KEYS( allTopoDbStatus_->vrfSourceId(), vrfClientSourceId, handleSourceId );
+}
+
+namespace {
+
+/// Whether the link, of a router that has no TE router id in its topology, is one more way to name
+/// a router that has one in another topology.
+bool
+repeatsAnother( const AllTopoNeighborKey & key, const Lum::Set< AllTopoNeighborKey > & all ) {
+   return !key.teNeighborOf() && std::ranges::any_of( all, [ & ]( const auto & other ) {
+      return other.teNeighborOf() && other.neighborKey().routerId() == key.neighborKey().routerId();
+   } );
+}
+
 }
 
 HopAddressMemory::Carrier
@@ -52,7 +67,9 @@ HopAddressMemory::carriers( const Kivnet::IpGenAddr & address ) {
          allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighborFind( address );
       if ( found ) {
          for ( const AllTopoNeighborKey & key : found->neighborSet() ) {
-            entry.carriers.push_back( carrier( key ) );
+            if ( !repeatsAnother( key, found->neighborSet() ) ) {
+               entry.carriers.push_back( carrier( key ) );
+            }
          }
       }
    }
@@ -86,6 +103,7 @@ HopToTopoDbLinkMapper::handleNew( CspfVertex sourceNode, const Hops & hops,
 
 CspfPathHop
 HopToTopoDbLinkMapper::mapHop( const Kivnet::IpGenAddr & hop, CspfVertex previous ) {
+   const bool failedBefore = !failure_.empty();
    CspfPathHop best;
    for ( const Carrier & carrier : linkWithHop( hop ) ) {
       const CspfPathHop candidate = carrier.lan ? doReverseLanLink( carrier, hop, previous )
@@ -93,6 +111,9 @@ HopToTopoDbLinkMapper::mapHop( const Kivnet::IpGenAddr & hop, CspfVertex previou
       if ( better( candidate, best, previous ) ) {
          best = candidate;
       }
+   }
+   if ( best.known() && !failedBefore ) {
+      failure_.clear();  // of another link with that address
    }
    return best;
 }
@@ -107,7 +128,7 @@ HopToTopoDbLinkMapper::better( const CspfPathHop & candidate, const CspfPathHop 
    const auto rank = [ & ]( const CspfPathHop & hop ) {
       const bool continues = graph.from( hop.link ) == previous;
       const bool allowed = !filter_ || filter_->reason( graph, hop.link ) == CspfRefusal::none;
-      return std::pair( continues, allowed );
+      return std::tuple( continues, allowed, ~graph.keyRank( hop.link ) );
    };
    return rank( candidate ) > rank( best );
 }

@@ -28,6 +28,7 @@ struct CspfPathHop {
 ///
 ///   watches                                   handler
 ///   IntfIpToNeighborTable.intfIpToNeighbor    handleIntfIp
+///   VrfSourceId.vrfClientSourceId             handleSourceId
 class HopAddressMemory : public Lum::Reactor {
    LUM_ENTITY( Cspf, HopAddressMemory );
    /// A link that carries the address.
@@ -48,8 +49,10 @@ class HopAddressMemory : public Lum::Reactor {
       entries_.erase( address );
       ++changes_;
    }
-   /// Changes of the addresses of any link so far.
+   void handleSourceId( const PathComputationType & ) { ++sourceChanges_; }
+   /// Changes of the addresses of any link so far, and of where computations start.
    std::uint64_t changes() const noexcept { return changes_; }
+   std::uint64_t sourceChanges() const noexcept { return sourceChanges_; }
    /// All carriers of the address, in key order; valid until the next call. O(1) when it is known.
    std::span< const Carrier > carriers( const Kivnet::IpGenAddr & address );
 
@@ -63,6 +66,7 @@ class HopAddressMemory : public Lum::Reactor {
    const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
    Lum::Map< Kivnet::IpGenAddr, Entry > entries_;
    std::uint64_t changes_ = 0;
+   std::uint64_t sourceChanges_ = 0;
 };
 
 /// Translates hop addresses into links of the topology. A hop address is that of the receiving end;
@@ -72,8 +76,9 @@ class HopToTopoDbLinkMapper {
  public:
    using Hops = PathArray::Hops;
 
-   /// A hop that could be several parallel links is one that `filter` admits, where one is.
-   /// All outlive this object. REQUIRES: the filter is null or was given the constraint.
+   /// A hop that could be several parallel links is one that `filter` admits, where one is, and of
+   /// those the first by key. All outlive this object. REQUIRES: the filter is null or was given
+   /// the constraint.
    HopToTopoDbLinkMapper( const AllTopoDbView & view, HopAddressMemory & memory,
                           const CspfLinkFilter * filter = nullptr )
       : view_( view ),
