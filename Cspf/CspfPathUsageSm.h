@@ -39,6 +39,8 @@ class PathUsageSm : public Lum::Reactor {
    /// The user under which the reservations were made.
    const BwUsageId & oldBwUsageId() const noexcept { return oldBwUsageId_; }
    const Lum::Ptr< const PathBwUsage > & pathBwUsage() const noexcept { return pathBwUsage_; }
+   /// The path was asked for anew; what is published, and held, is for the last answer.
+   bool awaitsResult() const noexcept { return awaitsResult_; }
 
  private:
    void takeOver();
@@ -51,7 +53,7 @@ class PathUsageSm : public Lum::Reactor {
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< const PathStatusInfo > pathStatusInfo_;
    BwUsageId oldBwUsageId_;
-   bool awaitsResult_ = false;  // the path was asked for anew; what it holds is for the last answer
+   bool awaitsResult_ = false;
    Lum::Ptr< const PathBwUsage > pathBwUsage_;
 };
 

@@ -72,8 +72,8 @@ RsvpPathRefreshSm::isPublishedPathInUse() const {
    const Status & status = *pathStatusInfo()->cspfStatus();
    const PathConfig * config = pathConfigInfo()->cspfConfig()->pathConfigFind( pathKey );
    const PathStatus * published = status.pathStatusFind( pathKey );
-   return pathStatusInfo()->constraintChangeCount() == 1 && config && published
-          && published->paths() > 0 && !status.pathErrorHas( pathKey )
+   return !vrfRoot_.pathUsageSm( pathStatusInfo()->pathInfoKey() )->awaitsResult() && config
+          && published && published->paths() > 0 && !status.pathErrorHas( pathKey )
           && published->refreshRespSeq() == config->refreshReqSeq()
           && std::ranges::equal( published->includeIpList(), config->constraint().includeHopList(),
                                  {}, &IncludeIp::addr, &IncludeHop::addr );
