@@ -68,10 +68,10 @@ class ChildPathStatusSm : public Lum::Reactor {
 
 /// Tells a parent path when its segments have been computed: one in a VRF root.
 ///
-///   watches                                  handler                  makes or writes
-///   PathStatusCacheTable.pathStatusCache     handlePathStatusCache    childPathStatus, a child
-///   path each child's result                      handleCspfData           parent's
-///   refreshedStage1Count
+///   watches                                 handler                 makes or writes
+///   PathStatusCacheTable.pathStatusCache    handlePathStatusCache   childPathStatus, one a child
+///   (each child's result)                   handleCspfData          its parent's
+///                                                                    refreshedStage1Count
 class ChildPathStatusCacheSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, ChildPathStatusCacheSm );
    explicit ChildPathStatusCacheSm( const ChildPathTables & tables ) : tables_( tables ) {}

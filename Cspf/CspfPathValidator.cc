@@ -160,20 +160,22 @@ RsvpPathValidator::destinationIsOn( const Kivnet::IpGenAddr & teRouterId ) {
                 + ", destWasOnSourceNode: " + ( isPathFromSourceToSource_ ? "1" : "0" ) );
 }
 
-/// From what was asked for: an address that was gone for a while is listed again.
+/// From what was asked for: an address that was gone for a while is listed again. Listed are those
+/// hops of the request that were there, in their order.
 void
 RsvpPathValidator::updateIncludeIps() {
+   const auto & published = pathStatus_.includeIpList();
+   std::size_t next = 0;
    for ( const IncludeHop & hop : view_.constraint().includeHopList() ) {
-      const auto & list = pathStatus_.includeIpList();
-      const auto published = std::ranges::find( list, hop.addr(), &IncludeIp::addr );
+      const bool listed = next < published.size() && published[ next ].addr() == hop.addr();
       const IncludeIp current =
-         currentIncludeIp( published == list.end() ? IncludeIp{ hop.addr(), {} } : *published );
+         currentIncludeIp( listed ? published[ next++ ] : IncludeIp{ hop.addr(), {} } );
       if ( current.teRouterId() ) {
          includeIps_.push( current );
       }
    }
-   includeIpsChanged_ = includeIps_ != pathStatus_.includeIpList();
-   if ( includeIps_.size() != pathStatus_.includeIps() ) {
+   includeIpsChanged_ = includeIps_ != published;
+   if ( includeIps_.size() != published.size() ) {
       TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString()
                                      << " : Include IP length changed" );
    } else if ( includeIpsChanged_ ) {
@@ -185,31 +187,36 @@ RsvpPathValidator::updateIncludeIps() {
 /// another router of the path; unset where none has it.
 IncludeIp
 RsvpPathValidator::currentIncludeIp( const IncludeIp & published ) const {
-   Kivnet::IpGenAddr teRouterId = published.teRouterId();
+   const Kivnet::IpGenAddr & address = published.addr();
+   const Kivnet::IpGenAddr teRouterId = currentTeRouterId( published.teRouterId() );
+   if ( teRouterId && hasAddress( teRouterId, address ) ) {
+      return { address, teRouterId };
+   }
+   if ( published.teRouterId() ) {
+      TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " Include IP " << address
+                                     << " no longer present on " << published.teRouterId() );
+   }
+   const Kivnet::IpGenAddr source = view_.spfRoot().ipAddress();
+   if ( hasAddress( source, address ) ) {
+      return { address, source };
+   }
+   const auto moved = std::ranges::find_if( memory_.links(), [ & ]( const CspfPathHop & hop ) {
+      return hasAddress( hop.teRouterId, address );
+   } );
+   return { address, moved == memory_.links().end() ? Kivnet::IpGenAddr() : moved->teRouterId };
+}
+
+/// The id that a router of the published path has now; unset where it is none of them.
+Kivnet::IpGenAddr
+RsvpPathValidator::currentTeRouterId( const Kivnet::IpGenAddr & published ) const {
    const auto & old = pathStatus_.pathTeRouterIdList();
    for ( std::size_t i = 0; i < old.size() && i < memory_.links().size(); ++i ) {
-      if ( old[ i ] == published.teRouterId() ) {
-         teRouterId = memory_.links()[ i ].teRouterId;
-         break;
+      if ( old[ i ] == published ) {
+         return memory_.links()[ i ].teRouterId;
       }
    }
-   if ( hasAddress( teRouterId, published.addr() ) ) {
-      return { published.addr(), teRouterId };
-   }
-   if ( teRouterId ) {
-      TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " Include IP "
-                                     << published.addr() << " no longer present on "
-                                     << teRouterId );
-   }
-   const auto & links = memory_.links();
    const Kivnet::IpGenAddr source = view_.spfRoot().ipAddress();
-   if ( isPathFromSourceToSource_ && hasAddress( source, published.addr() ) ) {
-      return { published.addr(), source };
-   }
-   const auto moved = std::ranges::find_if( links, [ & ]( const CspfPathHop & hop ) {
-      return hasAddress( hop.teRouterId, published.addr() );
-   } );
-   return { published.addr(), moved == links.end() ? Kivnet::IpGenAddr() : moved->teRouterId };
+   return published == source ? source : Kivnet::IpGenAddr();
 }
 
 bool

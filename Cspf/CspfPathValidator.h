@@ -79,6 +79,7 @@ class RsvpPathValidator {
    bool destinationIsOn( const Kivnet::IpGenAddr & teRouterId );
    void updateIncludeIps();
    IncludeIp currentIncludeIp( const IncludeIp & published ) const;
+   Kivnet::IpGenAddr currentTeRouterId( const Kivnet::IpGenAddr & published ) const;
    bool hasAddress( const Kivnet::IpGenAddr & teRouterId, const Kivnet::IpGenAddr & address ) const;
    bool fail( const std::string & text );
 
