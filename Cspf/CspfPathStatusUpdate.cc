@@ -17,26 +17,20 @@ namespace Cspf {
 
 namespace {
 
-/// The first index at which the lists differ; nothing when they are equal. Lists of different
-/// lengths differ at once, which is traced with `lengthsText`.
+constexpr std::size_t inLength = ~std::size_t{ 0 };
+
+/// The first index at which the lists differ, or `inLength`; nothing when they are equal.
 template< class List >
 std::optional< std::size_t >
-firstDifference( const List & published, const List & cached, const char * lengthsText ) {
+firstDifference( const List & published, const List & cached ) {
    if ( published.size() != cached.size() ) {
-      TRACE8( lengthsText << cached.size() << ", from status: " << published.size() );
-      return 0;
+      return inLength;
    }
    const auto at = std::mismatch( published.begin(), published.end(), cached.begin() ).first;
    if ( at == published.end() ) {
       return std::nullopt;
    }
    return static_cast< std::size_t >( at - published.begin() );
-}
-
-template< class List >
-std::string
-elementText( const List & list, std::size_t i ) {
-   return i < list.size() ? Lum::valueString( list[ i ] ) : "none";
 }
 
 const PathArray noPath;
@@ -95,10 +89,14 @@ PathStatusUpdator::isPathUpdateRequired( const PathStatusCache & cache ) const {
 bool
 PathStatusUpdator::isPathArrayUpdateRequired( const PathArray & path ) const {
    const auto & status = published().pathList();
-   const auto at = firstDifference( status, path.path(), "Path array lengths from cache: " );
-   if ( at ) {
-      TRACE8( "Path status hop " << *at << " " << elementText( status, *at )
-                                 << " differs from cache " << elementText( path.path(), *at ) );
+   const auto & cached = path.path();
+   const auto at = firstDifference( status, cached );
+   if ( at == inLength ) {
+      TRACE8( "Path array lengths from cache: " << cached.size()
+                                                << ", from status: " << status.size() );
+   } else if ( at ) {
+      TRACE8( "Path status hop " << *at << " " << status[ *at ] << " differs from cache "
+                                 << cached[ *at ] );
    }
    return at.has_value();
 }
@@ -107,12 +105,13 @@ bool
 PathStatusUpdator::isPathTeRouterIdUpdateRequired( const PathTeRouterId & teRouterIds ) const {
    const auto & status = published().pathTeRouterIdList();
    const auto & cached = teRouterIds.pathTeRouterId();
-   const auto at =
-      firstDifference( status, cached, "Path TE router ID array lengths from cache: " );
-   if ( at ) {
-      TRACE8( "Path status TE router ID "
-              << *at << " " << elementText( status, *at )
-              << " differs from cache: " << elementText( cached, *at ) );
+   const auto at = firstDifference( status, cached );
+   if ( at == inLength ) {
+      TRACE8( "Path TE router ID array lengths from cache: " << cached.size() << ", from status: "
+                                                             << status.size() );
+   } else if ( at ) {
+      TRACE8( "Path status TE router ID " << *at << " " << status[ *at ]
+                                          << " differs from cache: " << cached[ *at ] );
    }
    return at.has_value();
 }
@@ -121,10 +120,14 @@ bool
 PathStatusUpdator::isIncludeIpUpdateRequired( const IncludeIps & includeIps ) const {
    const auto & status = published().includeIpList();
    const auto & cached = includeIps.includeIp();
-   const auto at = firstDifference( status, cached, "IncludeIp array lengths from cache: " );
-   if ( at ) {
-      TRACE8( "PathStatus includeIp " << *at << " differ from cache " << elementText( cached, *at )
-                                      << " from status: " << elementText( status, *at ) );
+   const auto at = firstDifference( status, cached );
+   if ( at == inLength ) {
+      TRACE8( "IncludeIp array lengths from cache: " << cached.size()
+                                                     << ", from status: " << status.size() );
+   } else if ( at ) {
+      TRACE8( "PathStatus includeIp " << *at << " differ from cache "
+                                      << Lum::valueString( cached[ *at ] )
+                                      << " from status: " << Lum::valueString( status[ *at ] ) );
    }
    return at.has_value();
 }
@@ -133,10 +136,13 @@ bool
 PathStatusUpdator::isPathSrlgUpdateRequired( const PathSrlg & pathSrlg ) const {
    const auto & status = published().pathSrlgList();
    const auto & cached = pathSrlg.pathSrlg();
-   const auto at = firstDifference( status, cached, "PathSrlg array lengths from cache: " );
-   if ( at ) {
-      TRACE8( "PathStatus SRLG " << *at << " " << elementText( status, *at )
-                                 << " differs from cache " << elementText( cached, *at ) );
+   const auto at = firstDifference( status, cached );
+   if ( at == inLength ) {
+      TRACE8( "PathSrlg array lengths from cache: " << cached.size()
+                                                    << ", from status: " << status.size() );
+   } else if ( at ) {
+      TRACE8( "PathStatus SRLG " << *at << " " << Lum::valueString( status[ *at ] )
+                                 << " differs from cache " << Lum::valueString( cached[ *at ] ) );
    }
    return at.has_value();
 }
@@ -237,9 +243,9 @@ void
 PathStatusUpdateSm::requestCspf() {
    const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
    TRACE7( "CSPF requested for path: "
-           << key.traceString() << ", with topoChanged "
+           << key.traceString() << " with topoChanged "
            << static_cast< bool >( pathStatusInfo_->refreshReason() & refreshReasonTopoChanged )
-           << ", and newPath " << !pathStatusInfo_->cspfStatus()->pathStatusHas( key.pathKey() ) );
+           << " and newPath " << !pathStatusInfo_->cspfStatus()->pathStatusHas( key.pathKey() ) );
    vrfRoot_.constraintInfoTable()
       ->constraintInfo( pathStatusInfo_->constraint() )
       ->cspfRequestCountInc();

@@ -52,14 +52,14 @@ void initializePathStatusCache( const Lum::Ptr< PathStatusCache > & pathStatusCa
 /// Brings a path that needs it up to date: stage 1 is the run of its constraint, stage 2 what is
 /// made of the run (stitching, a repair); then the result is published.
 ///
-///   watches                                handler                        writes
-///   PathStatusInfo.refreshNeeded           handleRefreshNeeded            cspfRequestCount
-///   PathStatusCache.refreshedStage1Count   handleRefreshStage1Completion  refreshNeeded and
-///   -Reason,
-///                                                                         stage2RequestCount,
-///                                                                         updatePathPending
-///   PathStatusCache.refreshedStage2Count   handleRefreshStage2Completion  updatePathPending,
-///                                                                         Status.pathStatus
+///   watches                handler                        writes
+///   PathStatusInfo.
+///     refreshNeeded        handleRefreshNeeded            ConstraintInfo.cspfRequestCount
+///   PathStatusCache.
+///     refreshedStage1Count handleRefreshStage1Completion  PathStatusInfo: refreshNeeded, -Reason,
+///                                                           updatePathPending, stage2RequestCount
+///     refreshedStage2Count handleRefreshStage2Completion  PathStatusInfo.updatePathPending,
+///                                                           Status.pathStatus
 class PathStatusUpdateSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathStatusUpdateSm );
    /// The root outlives this object. REQUIRES: the path has a constraint.
