@@ -15,6 +15,7 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Cspf {
 
@@ -71,6 +72,10 @@ ConstraintInfoSmBase::handleCspfRequestCount() {
    if ( constraintInfo_->cspfRequestCount() == 0 ) {
       return;
    }
+   if ( !hasNotificationActive_ ) {
+      requestWaits_ = true;
+      return;
+   }
    if ( constraintStats_->cspfScheduled() ) {
       TRACE7( "CSPF already scheduled for constraint: " << constraintText() );
       LUM_ASSERT( timerRunning() );
@@ -117,7 +122,8 @@ ConstraintInfoSmBase::requestInQuiet( bool topologyChanged ) {
 
 void
 ConstraintInfoSmBase::startTimer() {
-   timerTask_.schedule( constraintStats_->cspfCurrentDelay() / 1000 );
+   timerDelay_ = constraintStats_->cspfCurrentDelay();
+   timerTask_.schedule( timerDelay_ / 1000 );
 }
 
 void
@@ -130,10 +136,15 @@ void
 ConstraintInfoSmBase::backoffTimerTask() {
    constraintStats_->cspfScheduledIs( false );
    startTimer();
-   TRACE7( "CSPF backoff timer started for constraint: "
-           << constraintText() << " with delay " << constraintStats_->cspfCurrentDelay() << " ms" );
-   if ( requestsServed_ != constraintInfo_->cspfRequestCount() ) {
-      handleCspfRequestCount();  // asked for while results were handed out
+   TRACE7( "CSPF backoff timer started for constraint: " << constraintText() << " with delay "
+                                                         << timerDelay_ << " ms" );
+}
+
+void
+ConstraintInfoSmBase::hasNotificationActiveIs( bool active ) {
+   hasNotificationActive_ = active;
+   if ( active && std::exchange( requestWaits_, false ) ) {
+      handleCspfRequestCount();
    }
 }
 
@@ -142,8 +153,9 @@ void
 ConstraintInfoSmBase::expire() {
    const auto alive = keptAlive();
    const Lum::Ptr< const DedupConstraint > inUse( &constraintInfo_->constraint() );
-   requestsServed_ = constraintInfo_->cspfRequestCount();
+   hasNotificationActiveIs( false );
    handleThrottleTimeout();
+   hasNotificationActiveIs( true );
 }
 
 bool
@@ -151,8 +163,7 @@ ConstraintInfoSmBase::stopUnlessScheduled() {
    if ( constraintStats_->cspfScheduled() ) {
       return false;
    }
-   TRACE7( "no CSPF scheduled for constraint " << constraintText() << " in the last "
-                                               << constraintStats_->cspfCurrentDelay()
+   TRACE7( "no CSPF scheduled for constraint " << constraintText() << " in the last " << timerDelay_
                                                << "throttle window. Stopping timer" );
    timerTaskDel();
    resetDelay();
@@ -352,8 +363,8 @@ ConstraintInfoSm::fill( const PathStatusInfo & path, const CspfData * cspfData,
       error = constraintInfo()->sourceMissing() ? "source not found in topology"
                                                 : "no computation asked for, and no hops given";
    } else if ( !cspfData->routerWithTepHas( tep ) ) {
-      TRACE9( "no path found for tep " << tep );
-      error = "no path found for tep " + tep.stringValue();
+      TRACE9( "no path found for tep " << key.pathKey().dst() );
+      error = "no path found for tep " + key.pathKey().dst().stringValue();
    } else if ( !cspfData->fillHopByHopPathForTep( tep, oldPath( path, cache ), result ) ) {
       error = "path to tep " + tep.stringValue() + " has too many hops";
    }

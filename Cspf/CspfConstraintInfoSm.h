@@ -55,6 +55,8 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    void clearCspfData( const PathInfoKey & key );
    /// Starts the hold-down after a run.
    void backoffTimerTask();
+   /// While results are handed out it is off: a request that they lead to waits until it is on.
+   void hasNotificationActiveIs( bool active );
 
    const Lum::Ptr< ConstraintInfo > & constraintInfo() const noexcept { return constraintInfo_; }
    const Lum::Ptr< ConstraintStats > & constraintStats() const noexcept { return constraintStats_; }
@@ -97,7 +99,9 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    const ConstraintSmContext context_;
    Kiv::Task timerTask_;
    bool timerRunning_ = false;
-   std::uint32_t requestsServed_ = 0;  // requests up to the last expiry
+   bool hasNotificationActive_ = true;
+   bool requestWaits_ = false;
+   double timerDelay_ = 0;  // of the running timer, milliseconds
 };
 
 /// Computes an ordinary constraint over the TE view: one run for all of its paths.
