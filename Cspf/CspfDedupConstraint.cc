@@ -12,7 +12,12 @@ namespace Cspf {
 
 std::strong_ordering
 DedupConstraint::compare( const Kiv::DedupHandle & other ) const {
-   return content_ <=> static_cast< const DedupConstraint & >( other ).content_;
+   return compareByContent( static_cast< const DedupConstraint & >( other ) );
+}
+
+Lum::Ptr< DedupConstraint >
+allocDedupConstraint( const InternalPathConstraint & constraint ) {
+   return Lum::make< DedupConstraint >( constraint );
 }
 
 DedupConstraintTableNotifiee::DedupConstraintTableNotifiee(
@@ -41,7 +46,7 @@ DedupConstraintTable::DedupConstraintTable( const Lum::Ptr< ConstraintInfoTable 
 
 Lum::Ptr< DedupConstraint >
 DedupConstraintTable::dedup( const InternalPathConstraint & constraint ) {
-   return DedupTable::dedup( Lum::make< DedupConstraint >( constraint ) );
+   return DedupTable::dedup( allocDedupConstraint( constraint ) );
 }
 
 namespace {

@@ -43,6 +43,7 @@ struct InternalPathConstraint {
    LUM_FIELD( bwUsageId, BwUsageId );
    LUM_FIELD( noSpf, bool );  ///< the path is given
    LUM_FIELD( pathSegmentSourceNodeAddr, Kivnet::IpGenAddr );
+   InternalPathConstraint() { sourceType_ = plr(); }
 };
 
 /// The constraint that is shared. Tests true unless it is the default.
@@ -76,11 +77,18 @@ class DedupConstraint : public Kiv::DedupHandle {
    const InternalPathConstraint & pathConstraint() const { return content_.pathConstraint(); }
    const DedupConstraintContent & dedupContent() const noexcept { return content_; }
    std::size_t hash() const override { return content_.hash(); }
+   std::strong_ordering compareByContent( const DedupConstraint & other ) const {
+      return content_ <=> other.content_;
+   }
+   /// As the table tells constraints apart: by content. Users order them by handle.
    std::strong_ordering compare( const Kiv::DedupHandle & other ) const override;
 
  private:
    DedupConstraintContent content_;
 };
+
+/// A constraint that is in no table yet.
+Lum::Ptr< DedupConstraint > allocDedupConstraint( const InternalPathConstraint & constraint );
 
 /// What users hold of a constraint.
 using DedupConstraintLifeTimeNotifier = DedupConstraint;

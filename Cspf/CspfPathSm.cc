@@ -152,7 +152,8 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
    }
    addOrUpdatePathInfoKey( wanted->parentPathInfoKey() );
    for ( const auto & [ index, child ] : wanted->childPathInfoKeyColl() ) {
-      addOrUpdateChildPathInfoKey( wanted->parentPathInfoKey(), index, child );
+      addOrUpdateChildPathInfoKey( wanted->parentPathInfoKey(),
+                                   static_cast< std::uint8_t >( index ), child );
    }
    doCheckPathUsageAndUpdate( pathKey );
 }
@@ -168,7 +169,8 @@ PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoK
    }
    for ( const auto & [ index, child ] : held.childPathInfoKeyColl() ) {
       if ( wanted.childPathInfoKey( index ) != child ) {
-         deleteChildPathInfoKey( held.parentPathInfoKey(), index, child );
+         deleteChildPathInfoKey( held.parentPathInfoKey(), static_cast< std::uint8_t >( index ),
+                                 child );
       }
    }
 }

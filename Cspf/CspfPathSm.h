@@ -9,7 +9,7 @@ namespace Cspf {
 class LinkedPathInfoKeys : public Lum::Entity {
    LUM_ENTITY( Cspf, LinkedPathInfoKeys );
    explicit LinkedPathInfoKeys( const PathInfoKey & parent ) : parentPathInfoKey_( parent ) {}
-   LUM_COLLECTION_ORDERED( childPathInfoKey, std::uint8_t, PathInfoKey );  ///< by path segment
+   LUM_COLLECTION_ORDERED( childPathInfoKey, std::uint32_t, PathInfoKey );  ///< by path segment
 
    /// The client's path itself.
    const PathInfoKey & parentPathInfoKey() const noexcept { return parentPathInfoKey_; }

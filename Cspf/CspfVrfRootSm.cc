@@ -154,15 +154,14 @@ void
 VrfRootSm::doCleanupConstraintSm( const ConstraintHandle & handle ) {
    TRACE7( "Deleting the constraintInfoSm" );
    vrfRoot_->constraintInfoSmDel( handle );
-   if ( const BwUsageId & user = constraintOf( handle ).pathConstraint().bwUsageId() ) {
-      if ( const auto own = constraintsOfUser_.find( user ); own != constraintsOfUser_.end() ) {
-         own->second.erase( handle );
-         if ( own->second.empty() ) {
-            constraintsOfUser_.erase( own );
-         }
+   const BwUsageId & user = constraintOf( handle ).pathConstraint().bwUsageId();
+   if ( const auto own = constraintsOfUser_.find( user ); own != constraintsOfUser_.end() ) {
+      own->second.erase( handle );
+      if ( own->second.empty() ) {
+         constraintsOfUser_.erase( own );
       }
-      doCleanupBwUsageChangedAt( user );
    }
+   doCleanupBwUsageChangedAt( user );
    vrfRoot_->constraintStatusSmDel( handle );
    vrfRoot_->constraintStatsTable()->constraintStatsDel( handle );
 }

@@ -50,6 +50,7 @@ struct PathConstraint {
    LUM_FIELD( neighborLink, Kivnet::IpGenAddr );
    LUM_FIELD( neighbor, Kivnet::IpGenAddr );
    LUM_FIELD( noSpf, bool );
+   PathConstraint() { sourceType_ = plr(); }
 };
 
 /// A client's request for one path.

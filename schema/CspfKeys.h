@@ -14,7 +14,7 @@ LUM_BOUNDED( RepairNodeIdx, std::uint8_t, 0, 7 );
 LUM_BOUNDED( BwPriority, std::uint8_t, 0, 7 );
 
 LUM_ENUM( PathComputationType, std::uint8_t, cspf, tilfa );
-LUM_ENUM( CspfSourceType, std::uint8_t, plr, neighborOnLink, pathSegmentSource );
+LUM_ENUM( CspfSourceType, std::uint8_t, neighborOnLink, plr, pathSegmentSource );
 
 /// The client's own name for one path.
 struct PathKey {
