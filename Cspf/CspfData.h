@@ -36,7 +36,12 @@ struct CspfLinkInfoKey {
    NodeId routerInNetwork;  ///< the router reached inside of the LAN that the link leads to
    CspfPathCost cost;
 
-   bool routerLink() const { return !allTopoNeighborKey.isLan(); }
+   CspfLinkInfoKey() = default;
+   /// Throws std::invalid_argument where there is a router inside of a LAN, but no LAN.
+   CspfLinkInfoKey( const AllTopoNeighborKey & link, const NodeId & router,
+                    const CspfPathCost & pathCost );
+   /// Whether paths that end so end at a router, not at a LAN.
+   bool routerLink() const { return !allTopoNeighborKey.isLan() || routerInNetwork; }
    /// Throws std::invalid_argument unless both are links to routers.
    bool equalCost( const CspfLinkInfoKey & other ) const;
    std::string stringValue() const;
@@ -120,7 +125,9 @@ class CspfData : public Lum::Entity {
       CspfEdge arrival;
    };
 
-   std::size_t shortestPaths() const { return tree_.reachedVertices().size(); }
+   std::size_t tents() const { return tree_.tentative(); }
+   std::size_t shortestPaths() const;
+   std::size_t shortestPathForNetworks() const;
    bool routerWithTeps() const;
    CspfVertex tepVertex( const Kivnet::IpGenAddr & tep ) const;
    void fillAttributes( CspfPathResult & result ) const;

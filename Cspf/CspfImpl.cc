@@ -11,6 +11,8 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
 #include <stdexcept>
 
 namespace Cspf {
@@ -41,7 +43,8 @@ struct Words {
    std::string link( CspfEdge edge ) const { return topology.neighborKey( edge ).stringValue(); }
 };
 
-/// Traces a run. A link that the constraint refuses is told when its near end is made final.
+/// Traces a run. A link that the constraint refuses is told when its near end is made final, one
+/// that lost to another way when its far end is.
 class CspfRunTracer {
  public:
    CspfRunTracer( const AllTopoDbView & view, const CspfLinkFilter & filter, const CspfTree & tree )
@@ -51,6 +54,38 @@ class CspfRunTracer {
         words_{ view.topoGraph(), tree } {}
 
    void madeFinal( CspfVertex vertex ) {
+      tellFinal( vertex );
+      final_.insert( vertex );
+      const auto [ first, last ] = lost_.equal_range( vertex );
+      for ( auto lost = first; lost != last; ++lost ) {
+         tellSkipped( lost->second );
+      }
+   }
+   void improved( CspfEdge ) {}
+   void equalCost( CspfEdge edge ) {
+      const CspfVertex to = view_.graph().to( edge );
+      if ( view_.graph().isNetwork( to ) ) {
+         TRACE9( "found another equal cost (" << words_.cost( to ) << ") path for network "
+                                              << words_.node( to ) );
+      } else {
+         TRACE9( "adding another equal cost path for router " << words_.node( to ) );
+      }
+   }
+   void worse( CspfEdge edge ) {
+      const CspfVertex to = view_.graph().to( edge );
+      if ( final_.contains( to ) ) {
+         tellSkipped( edge );
+      } else {
+         lost_.emplace( to, edge );
+      }
+   }
+   void tooFar( CspfEdge edge ) {
+      TRACE9( kindText( edge ) << words_.link( edge ) << " to tent list as its path "
+                               << "cost is more than maximum path metric" );
+   }
+
+ private:
+   void tellFinal( CspfVertex vertex ) const {
       const CspfGraph & graph = view_.graph();
       if ( graph.isNetwork( vertex ) ) {
          TRACE9( "adding network " << words_.node( vertex ) << " with cost "
@@ -68,22 +103,20 @@ class CspfRunTracer {
          tellRefusal( CspfEdge{ edge } );
       }
    }
-   void improved( CspfEdge ) {}
-   void equalCost( CspfEdge edge ) {
+
+   void tellSkipped( CspfEdge edge ) const {
       const CspfVertex to = view_.graph().to( edge );
-      if ( view_.graph().isNetwork( to ) ) {
-         TRACE9( "found another equal cost (" << words_.cost( to ) << ") path for network "
-                                              << words_.node( to ) );
+      if ( to == tree_.source() ) {
+         TRACE9( "Path back to self found via " << words_.link( edge ) << ", skipping..." );
+      } else if ( view_.graph().isNetwork( to ) ) {
+         TRACE9( "network " << words_.node( to )
+                            << " is already in shortestPathForNetwork with cost "
+                            << words_.cost( to ) << "skipping..." );
       } else {
-         TRACE9( "adding another equal cost path for router " << words_.node( to ) );
+         TRACE9( "router " << words_.node( to ) << " is already in shortestPath, skipping..." );
       }
    }
-   void tooFar( CspfEdge edge ) {
-      TRACE9( kindText( edge ) << words_.link( edge ) << " to tent list as its path "
-                               << "cost is more than maximum path metric" );
-   }
 
- private:
    const char * kindText( CspfEdge edge ) const {
       return view_.graph().kind( edge ) == CspfEdgeKind::networkToRouter
                 ? "Not adding network router "
@@ -114,6 +147,8 @@ class CspfRunTracer {
    const CspfLinkFilter & filter_;
    const CspfTree & tree_;
    const Words words_;
+   std::set< CspfVertex > final_;
+   std::multimap< CspfVertex, CspfEdge > lost_;  // links to vertices that were to become final
 };
 
 }
@@ -128,6 +163,18 @@ std::string
 CspfPathCost::stringValue() const {
    return std::to_string( metricCost_ ) + "|SE-" + std::to_string( srlgExcludeInfo_ ) + "|SI-"
           + std::to_string( srlgIncludeInfo_ );
+}
+
+CspfLinkInfoKey::CspfLinkInfoKey( const AllTopoNeighborKey & link, const NodeId & router,
+                                  const CspfPathCost & pathCost )
+   : allTopoNeighborKey( link ),
+     routerInNetwork( router ),
+     cost( pathCost ) {
+   if ( router && !link.isLan() ) {
+      const auto neighborType = static_cast< unsigned >( link.neighborKey().neighborType() );
+      throw std::invalid_argument( "Link with neighborType " + std::to_string( neighborType )
+                                   + " and routerInNetwork are not compatible" );
+   }
 }
 
 bool
@@ -148,7 +195,7 @@ CspfLinkInfoKey::stringValue() const {
 std::strong_ordering
 CspfLinkInfoKey::operator<=>( const CspfLinkInfoKey & other ) const {
    const auto kind = []( const CspfLinkInfoKey & key ) {
-      return key.routerLink() ? 1 : key.routerInNetwork ? 2 : 0;
+      return !key.allTopoNeighborKey.isLan() ? 1 : key.routerInNetwork ? 2 : 0;
    };
    if ( const auto order = std::tuple( cost, kind( *this ), routerInNetwork )
                            <=> std::tuple( other.cost, kind( other ), other.routerInNetwork );
@@ -179,7 +226,9 @@ CspfRun::CspfRun( CspfRunMemory & memory, CspfData & cspfData,
 
 void
 CspfRun::doRunCspf( CspfRunMemory & memory ) {
+   LUM_ASSERT( !cspfData()->tents() );
    LUM_ASSERT( !cspfData()->shortestPaths() );
+   LUM_ASSERT( !cspfData()->shortestPathForNetworks() );
    LUM_ASSERT( !cspfData()->routerWithTeps() );
    const InternalPathConstraint & constraint = view_.constraint();
    TRACE8( "Starting SPF with sourceNode "
@@ -244,6 +293,19 @@ CspfData::~CspfData() = default;
 bool
 CspfData::hasTree() const {
    return view_ && tree_.graphVersion() == view_->graph().version();
+}
+
+std::size_t
+CspfData::shortestPaths() const {
+   return tree_.reachedVertices().size() - shortestPathForNetworks();
+}
+
+std::size_t
+CspfData::shortestPathForNetworks() const {
+   return static_cast< std::size_t >(
+      std::ranges::count_if( tree_.reachedVertices(), [ this ]( CspfVertex vertex ) {
+         return view_->graph().isNetwork( vertex );
+      } ) );
 }
 
 bool

@@ -24,6 +24,13 @@ CspfTree::cost( CspfVertex vertex ) const {
             metric( vertex ) };
 }
 
+size_t
+CspfTree::tentative() const {
+   const auto labelled = std::ranges::count_if(
+      labels_, []( const Label & label ) { return label.metric != unreachedMetric; } );
+   return static_cast< size_t >( labelled ) - reached_.size();
+}
+
 void
 CspfTree::begin( const CspfGraph & graph, const CspfRunOptions & options, bool withSrlgs ) {
    options_ = options;

@@ -61,6 +61,8 @@ class CspfTree {
    CspfVertex before( CspfVertex vertex ) const { return labels_[ index( vertex ) ].before; }
    /// Reached vertices by rising cost, the source first; equal costs in no particular order.
    std::span< const CspfVertex > reachedVertices() const { return reached_; }
+   /// Vertices that have a cost but are not final: none outside of a run. O(vertices).
+   size_t tentative() const;
 
    /// The link by which a reached network was made final: its first last link; in a reverse
    /// tree, where several routers of equal cost share the network, that of the first final one.

@@ -7,6 +7,7 @@
 #include "platform/Lum/Assert.h"
 
 #include <cstdint>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -20,6 +21,8 @@ struct CspfNoObserver {
    /// The edge leads to its far end at a new least cost, or at the cost known so far.
    void improved( CspfEdge ) {}
    void equalCost( CspfEdge ) {}
+   /// ... or at more than that.
+   void worse( CspfEdge ) {}
    /// The edge would take the path metric beyond maxPathMetric.
    void tooFar( CspfEdge ) {}
 };
@@ -151,6 +154,7 @@ CspfTreeRun::relax( CspfVertex vertex, typename Labels::Key key, Labels & labels
    // First all arcs are judged without a branch, then the few that matter are taken: which ones
    // they are cannot be predicted, and a wrong guess costs more than the judgement of a block.
    constexpr size_t block = 64;
+   constexpr bool heard = !std::is_same_v< Observer, CspfNoObserver >;
    const CspfArcs::Arc * steps[ block ];
    const uint32_t room = maxPathMetric - Labels::metric( key );
    const std::span< const CspfArcs::Arc > out = arcs_.out( vertex );
@@ -160,7 +164,7 @@ CspfTreeRun::relax( CspfVertex vertex, typename Labels::Key key, Labels & labels
       for ( ; arc != blockEnd; ++arc ) {
          steps[ count ] = arc;
          count += Labels::atMost( labels.next( key, *arc ), labels.known( arc->to ) )
-                  | ( arc->metric > room );
+                  | ( arc->metric > room ) | heard;
       }
       for ( size_t i = 0; i < count; ++i ) {
          take( vertex, *steps[ i ], key, labels, queue, observer );
@@ -185,6 +189,8 @@ CspfTreeRun::take( CspfVertex vertex, const CspfArcs::Arc & arc, typename Labels
    } else if ( next == known ) {
       ties_.push_back( { arc.to, arcs_.edge( arc ), labels.cost( next ) } );
       observer.equalCost( arcs_.edge( arc ) );
+   } else {
+      observer.worse( arcs_.edge( arc ) );
    }
 }
 

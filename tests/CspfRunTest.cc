@@ -103,6 +103,8 @@ TEST( CspfRun, tellsWhatItDoesToWhoeverListens ) {
            "to shortestPathForNetwork", "adding router 10.0.0.2 to shortestPath via ",
            "adding another equal cost path for router 10.0.0.2", "as its metric is zero",
            "as its link metric is maximum", "has an excluded administrative group",
+           "Path back to self found via ",
+           "router 10.0.0.8 is already in shortestPath, skipping...", "0|SE-0|SI-0skipping...",
            "found TEP 10.0.0.2", "already found TEP 192.0.2.7 on router 10.0.0.8",
            "Overload bit set for router ", "creating path with ",
            " among 2 links for 10.0.0.2 for TEP 10.0.0.2" } ) {
@@ -120,11 +122,7 @@ class Reference {
       while ( !tent_.empty() ) {
          const auto [ key, intfId ] = *tent_.begin();
          tent_.erase( tent_.begin() );
-         if ( !key.routerLink() && !key.routerInNetwork ) {
-            network( key, intfId );
-         } else {
-            router( key, intfId );
-         }
+         key.routerLink() ? router( key, intfId ) : network( key, intfId );
       }
    }
 
@@ -150,7 +148,9 @@ class Reference {
          key.routerInNetwork ? key.routerInNetwork : key.allTopoNeighborKey.neighborId();
       const bool fresh = !paths.contains( node );
       CspfPath & path = paths[ node ];
-      if ( node != data_.source() && ( fresh || path.pathCost() == key.cost ) ) {
+      const auto & known = path.lastLinkSet();
+      if ( node != data_.source()
+           && ( fresh || known.begin()->cspfLinkInfoKey().equalCost( key ) ) ) {
          path.nodeIdIs( node );
          path.lastLinkIs( { key, intfId } );
       }
