@@ -1,9 +1,9 @@
 // Repairs towards prefixes. What differs from a router is where the packet may end, and that this
 // changes without the graph: a prefix moves, is advertised by one more router, or at another
 // metric. That is heard of at once, and what is to be done waits for the hold-down: prefixes that
-// flap cost one computation a period. The store stamps it like any change of the topology, too:
-// the path is refreshed, its run is found to hold, and its second stage ends with the same
-// computation. While the path waits for that refresh nothing is computed.
+// flap cost one computation a period. The store stamps it like any change of the topology, too, so
+// the path is refreshed; but where the trees at hand are of the graph as it is, the refresh does
+// not wait until its run, held down for seconds perhaps, is found to hold.
 
 #include "Cspf/CspfDumpAge.h"
 #include "Cspf/CspfPqComputeSm.h"
@@ -110,6 +110,11 @@ PqComputePfxSm::schedulePrc() {
 
 void
 PqComputePfxSm::handlePqComputePrcTask() {
+   if ( waitsForRefresh() && runsAreKnown() && runs().complete() ) {
+      // The trees hold: the path's first stage is over, and its second one leads here again.
+      vrfRoot().pathStatusCacheTable()->pathStatusCache( pathInfoKey() )->refreshedStage1CountInc();
+      return;
+   }
    if ( !canCompute() ) {
       return;  // the end of the refresh, or the next run, computes
    }
