@@ -258,19 +258,16 @@ stitched( const InternalPathConstraint & c ) {
    return c.noSpf() && ( c.includeHops() > 0 || c.includeHopAllExplicit() );
 }
 
-/// What is in use of a path: what its client was told, or for a path of the agent's own its last
-/// result.
+/// What is in use of a path: what its client was told, of a segment that of the whole path. A
+/// segment of a path that has none yet keeps to its own last result.
 CspfOldPath
 oldPath( const PathStatusInfo & path, const PathStatusCache & cache ) {
-   static const PathArray::Hops none;
    const PathInfoKey & key = path.pathInfoKey();
-   if ( !key.internal() ) {
-      const auto * published = path.cspfStatus()->pathStatusFind( key.pathKey() );
-      return published ? CspfOldPath{ published->pathList(), published->pathTeRouterIdList() }
-                       : CspfOldPath{ none, none };
+   const PathStatus & published = path.cspfStatus()->pathStatus( key.clientPathKey() );
+   if ( published.paths() == 0 && key.internal() && cache.path() ) {
+      return { cache.path()->path(), cache.pathTeRouterId()->pathTeRouterId() };
    }
-   return { cache.path() ? cache.path()->path() : none,
-            cache.pathTeRouterId() ? cache.pathTeRouterId()->pathTeRouterId() : none };
+   return { published.pathList(), published.pathTeRouterIdList() };
 }
 
 /// The reason that the client reads where there is no path; empty where there is one.

@@ -173,21 +173,4 @@ TEST( ConstraintInfoSm, aRequestMadeByAResultIsServed ) {
    EXPECT_EQ( t.nextRun(), 0 );
 }
 
-TEST( DedupConstraintTable, equalConstraintsShareARow ) {
-   const auto infoTable = Lum::make< ConstraintInfoTable >();
-   DedupConstraintTable table( infoTable );
-   InternalPathConstraint constraint;
-   auto plain = table.dedup( constraint );
-   constraint.excludeLinkWithIp_.push( ip( "10.0.0.1" ) );
-   auto one = table.dedup( constraint ), other = table.dedup( constraint );
-   EXPECT_EQ( one, other );
-   EXPECT_NE( one, plain );
-   EXPECT_EQ( infoTable->constraintInfos(), 2u );
-   const ConstraintHandle handle( one );
-   one = nullptr;
-   EXPECT_TRUE( infoTable->constraintInfo( handle ) );
-   other = nullptr;
-   EXPECT_FALSE( infoTable->constraintInfo( handle ) );
-}
-
 }

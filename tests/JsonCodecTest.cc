@@ -158,20 +158,13 @@ TEST( JsonCodecTest, badPatchesNameTheirPlaceAndChangeNothing ) {
               "/vrf/red: expected true or false" );
    EXPECT_EQ( complaint( "Cspf::Client", R"({"vrfs": {}})" ),
               "/vrfs: expected a field of Cspf::Client" );
-   EXPECT_EQ( complaint( "Cspf::Client", R"([])" ), ": expected an object" );
    EXPECT_EQ( complaint( "Cspf::Client", R"({"addressFamily": {"ipv5": true}})" ),
               "/addressFamily/ipv5: expected as key, one of \"\", \"ipv4\", \"ipv6\"" );
    EXPECT_EQ( complaint( "Cspf::CspfCliConfig", R"({"initialInt": 1, "maxInt": 4294967296})" ),
               "/maxInt: expected a number from 0 to 4294967295" );
-   EXPECT_EQ( complaint( "Cspf::CspfCliConfig", R"({"maxInt": 1.5})" ),
-              "/maxInt: expected a number from 0 to 4294967295" );
-   EXPECT_EQ( complaint( "TrafficEngineering::Config", R"({"routerId": "10.0.0"})" ),
-              "/routerId: expected an IPv4 address" );
    EXPECT_EQ(
       complaint( "TrafficEngineering::Config", R"({"intfSrlg": {"Ethernet1/1": [1, -1]}})" ),
       "/intfSrlg/Ethernet1~11/1: expected a number from 0 to 4294967295" );
-   EXPECT_EQ( complaint( "Cspf::Config", R"({"pathConfig": {"10.0.0.4#1": {"autoUpdate": 0}}})" ),
-              "/pathConfig/10.0.0.4#1/autoUpdate: expected true or false" );
    for ( const char * key :
          { "10.0.0.4", "10.0.0.4#", "10.0.0.4#-1", "10.0.0.4#4294967296", "x#1", "" } ) {
       EXPECT_EQ(
@@ -185,9 +178,6 @@ TEST( JsonCodecTest, badPatchesNameTheirPlaceAndChangeNothing ) {
                  "/neighbor/" + std::string( key )
                     + ": expected as key, a link such as \"0000.0000.0001 p2p 0000.0000.0002#1\"" );
    }
-   EXPECT_EQ( complaint( "IsisExportImpl::IsisAdjacencyInfo",
-                         R"({"adjacency": [{"key": {}, "value": {"nexthopV4": 0}}]})" ),
-              "/adjacency/0/value/nexthopV4: expected an address" );
    EXPECT_EQ( complaint( "IsisExportImpl::IsisAdjacencyInfo",
                          R"({"adjacency": [{"key": {}, "value": {}}, {"key": {}, "value": {}}]})" ),
               "/adjacency/1/key: expected a key that is not there yet" );

@@ -2,14 +2,10 @@
 
 #include "Cspf/CspfPathConfigInfoSm.h"
 #include "Cspf/CspfPathStatusUpdate.h"
-#include "schema/TrafficEngineering.h"
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <functional>
-#include <set>
-#include <unordered_set>
 #include <vector>
 
 namespace Cspf {
@@ -28,37 +24,6 @@ pathInfoKey( const char * dst, std::uint32_t id ) {
    return key;
 }
 
-TEST( PathInfoKey, EveryFieldTellsPathsApart ) {
-   const PathInfoKey base = pathInfoKey( "10.0.0.4", 1 );
-   const std::vector< std::function< void( PathInfoKey & ) > > changes{
-      []( auto & key ) { key.clientNameIs( "cli" ); },
-      []( auto & key ) {
-         key.pathKeyIs( { Destination( address( "10.0.0.4" ) ), 2 } );
-      },
-      []( auto & key ) {
-         key.pathKeyIs( { Destination( address( "10.0.0.5" ) ), 1 } );
-      },
-      []( auto & key ) { key.internalIs( true ); },
-      []( auto & key ) { key.constraintModifierIs( noSpf() ); },
-      []( auto & key ) { key.parentPathKeyIs( key.pathKey() ); },
-      []( auto & key ) { key.pathSegmentSourceNodeAddrIs( address( "10.0.0.1" ) ); },
-   };
-   std::set< PathInfoKey > ordered{ base };
-   std::unordered_set< PathInfoKey, Lum::Hash > hashed{ base };
-   std::set< std::size_t > hashes{ base.hash() };
-   std::set< std::string > texts{ base.traceString() };
-   for ( const auto & change : changes ) {
-      PathInfoKey other = base;
-      change( other );
-      EXPECT_TRUE( ordered.insert( other ).second );
-      EXPECT_TRUE( hashed.insert( other ).second );
-      EXPECT_TRUE( hashes.insert( other.hash() ).second );
-      EXPECT_TRUE( texts.insert( other.traceString() ).second );
-   }
-   EXPECT_TRUE( static_cast< bool >( base ) );
-   EXPECT_FALSE( static_cast< bool >( PathInfoKey() ) );
-}
-
 TEST( PathInfoKey, IsWrittenInTracesWithAllItsFields ) {
    PathInfoKey key = pathInfoKey( "10.0.0.4", 7 );
    key.internalIs( true );
@@ -69,63 +34,19 @@ TEST( PathInfoKey, IsWrittenInTracesWithAllItsFields ) {
               "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=7>, internal=1, "
               "constraintModifier=spfForPathSegment, parentPathKey=<dst=10.0.0.9, id=1>, "
               "pathSegmentSourceNodeAddr=10.0.0.3>" );
-}
-
-PathConstraint
-askedConstraint() {
-   PathConstraint asked;
-   asked.excludeIntfIs( Kivnet::IntfId( "et1" ) );
-   asked.excludeNodeIs( { NodeId( address( "10.0.0.7" ) ), Kivnet::IntfId( "et2" ) } );
-   asked.excludeSrlgIs( true );
-   asked.topoIdIs( TopoId::isisL2() );
-   asked.bandwidthIs( 100 );
-   asked.includeHopIs( 0, { address( "10.0.0.5" ), true } );
-   return asked;
+   EXPECT_TRUE( key );
+   EXPECT_FALSE( PathInfoKey() );
 }
 
 TEST( Constraint, SegmentsKeepWhatWasAskedButTheHops ) {
-   const PathConstraint asked = askedConstraint();
+   PathConstraint asked;
+   asked.excludeNodeIs( { NodeId( address( "10.0.0.7" ) ), Kivnet::IntfId( "et2" ) } );
+   asked.bandwidthIs( 100 );
+   asked.includeHopIs( 0, { address( "10.0.0.5" ), true } );
    InternalPathConstraint whole = modifiedConstraint( asked, noChange() );
    EXPECT_EQ( whole.includeHops(), 1u );
-   EXPECT_EQ( whole.bandwidth(), 100u );
    whole.includeHopDelAll();
    EXPECT_EQ( modifiedConstraint( asked, spfForPathSegment() ), whole );
-}
-
-TEST( Constraint, PlainTreesOfAllRequestsAreEqual ) {
-   PathConstraint other = askedConstraint();
-   other.excludeIntfIs( Kivnet::IntfId( "et9" ) );
-   other.bandwidthIs( 5 );
-   for ( const auto modifier : { unconstrainedSpfAtPlr(), unconstrainedReverseSpfAtPlr() } ) {
-      EXPECT_EQ( modifiedConstraint( askedConstraint(), modifier ),
-                 modifiedConstraint( other, modifier ) );
-   }
-   // ... and of the protected node, of those that protect the same.
-   other.excludeIntfIs( askedConstraint().excludeIntf() );
-   const auto tree = modifiedConstraint( other, unconstrainedSpfAtProtectedNode() );
-   EXPECT_EQ( modifiedConstraint( askedConstraint(), unconstrainedSpfAtProtectedNode() ), tree );
-   EXPECT_EQ( tree.sourceType(), neighborOnLink() );
-   other.excludeIntfIs( {} );
-   EXPECT_DEATH( modifiedConstraint( other, unconstrainedSpfAtProtectedNode() ),
-                 "!!constraint.excludeIntf\\(\\)" );
-}
-
-TEST( Constraint, SrlgsAreThoseOfWhatIsExcluded ) {
-   TrafficEngineering::Status teStatus;
-   std::uint32_t srlg = 0;
-   for ( const char * name : { "et1", "et2", "et3" } ) {
-      const auto intfStatus = Lum::make< TrafficEngineering::IntfStatus >();
-      intfStatus->srlgIs( ++srlg, true );
-      intfStatus->srlgIs( 10, true );
-      teStatus.intfStatusIs( name, intfStatus );
-   }
-   InternalPathConstraint constraint = modifiedConstraint( askedConstraint(), noChange() );
-   constraint.excludeSrlgDerivedIs( 99 );
-   const auto derived = withDerivedSrlgs( constraint, &teStatus );
-   EXPECT_EQ( Lum::valueString( derived.excludeSrlgDerivedSet() ), "[1, 2, 10]" );
-   EXPECT_EQ( withDerivedSrlgs( derived, nullptr ).excludeSrlgDerivedSet().size(), 0u );
-   constraint.excludeSrlgIs( false );
-   EXPECT_EQ( withDerivedSrlgs( constraint, &teStatus ).excludeSrlgDerivedSet().size(), 0u );
 }
 
 /// One path with a result of two hops.
@@ -196,22 +117,6 @@ TEST_F( PublishTest, WritesOnceForEachDifference ) {
       }
       ++writes;
    }
-}
-
-TEST_F( PublishTest, WhatIsPublishedBecomesTheFirstResultAfterARestart ) {
-   const auto taken = Lum::make< PathStatusCache >( key );
-   initializePathStatusCache( taken, published() );
-   EXPECT_FALSE( updator.isPathUpdateRequired( *taken ) );
-   EXPECT_DEATH( initializePathStatusCache( taken, published() ), "!pathStatusCache->path\\(\\)" );
-}
-
-TEST_F( PublishTest, MetadataLeavesTheHops ) {
-   const PathTeRouterId moved( hops( { "10.0.0.8", "10.0.0.3" } ) );
-   updator.publishPathMetadata( &moved, nullptr );
-   EXPECT_EQ( published().pathTeRouterIdList(), moved.pathTeRouterId() );
-   EXPECT_EQ( published().pathList(), cache->path()->path() );
-   EXPECT_EQ( published().changeCount(), 2u );
-   EXPECT_EQ( info->pathStatusMetadataUpdateCount(), 1u );
 }
 
 TEST_F( PublishTest, RecordsThatDoNotFitTogetherStopTheAgent ) {

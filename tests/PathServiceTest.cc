@@ -115,7 +115,7 @@ TEST( PathService, ABurstOfChangesCostsOneRunAndNoWriteWherePathsStay ) {
    lab.request( "rsvp", "kept", "D" );
    lab.settle();
    ASSERT_EQ( lab.path( "cli", "far" ), "A C D" );
-   const auto before = lab.outcome();
+   const auto near = lab.runs( "cli", "near" ), all = lab.runs();
    auto cli = Lum::make< WriteCount >( *lab.statusTable( "cli" ) );
    auto rsvp = Lum::make< WriteCount >( *lab.statusTable( "rsvp" ) );
    for ( std::uint32_t change = 0; change < 1000; ++change ) {
@@ -123,16 +123,8 @@ TEST( PathService, ABurstOfChangesCostsOneRunAndNoWriteWherePathsStay ) {
       lab.advance( 0.00004 );
    }
    lab.settle();
-   EXPECT_EQ( lab.runs( "cli", "near" ), before.constraints[ 0 ].cspfCount + 1 );
-   EXPECT_EQ( lab.runs(),
-              [ & ] {
-                 std::uint64_t runs = 2;
-                 for ( const auto & constraint : before.constraints ) {
-                    runs += constraint.cspfCount;
-                 }
-                 return runs;
-              }() )
-      << "a path in use that is still valid asks for no run";
+   EXPECT_EQ( lab.runs( "cli", "near" ), near + 1 );
+   EXPECT_EQ( lab.runs(), all + 2 ) << "a path in use that is still valid asks for no run";
    EXPECT_EQ( cli->writes(), 0u );
    EXPECT_EQ( rsvp->writes(), 0u );
 
@@ -145,6 +137,58 @@ TEST( PathService, ABurstOfChangesCostsOneRunAndNoWriteWherePathsStay ) {
    lab.down( "C-D" );
    lab.settle();
    EXPECT_EQ( lab.path( "rsvp", "kept" ), "A E D" );
+}
+
+TEST( PathService, RequestsForNowhereAreAnsweredAndHarmNobody ) {
+   using namespace Cspf;
+   TestLab lab( "A -10- B -10- C" );
+   lab.request( "cli", "good", "C" );
+   const auto config =
+      Lum::cast< Config >( lab.tables().table( "te/cspf/config/vrf/default/ipv4/cli" ) );
+   PathConfig nowhere, router;
+   nowhere.constraint_.excludeIntfIs( Kivnet::IntfId( "A-B.a" ) );
+   nowhere.constraint_.includeHopIs( 0, { *Kivnet::IpGenAddr::parse( "10.0.0.2" ), true } );
+   nowhere.constraint_.includeHopIs( 1, { {}, true } );
+   router.pathKeyIs( { Destination( VertexType::isisRouter, "0000.0000.0002" ), 1 } );
+   config->pathConfigIs( nowhere );
+   config->pathConfigIs( router );
+   lab.settle();
+   Lum::Set< TrafficEngineering::SrlgId > srlgs;
+   srlgs.insert( 5 );
+   lab.state().entityIs< TrafficEngineering::Config >( "te/config" )->intfSrlgIs( "A-B.a", srlgs );
+   lab.settle();
+   EXPECT_EQ( lab.path( "cli", "good" ), "A B C" );
+   const auto status = lab.statusTable( "cli" );
+   EXPECT_EQ( status->pathError( nowhere.pathKey() ), "No path for pathSegmentIndex 0" );
+   EXPECT_EQ( status->pathError( router.pathKey() ), "no path found for tep 0000.0000.0002" );
+}
+
+TEST( PathService, APrefixThatMovesIsAnsweredWhileRunsAreHeldDown ) {
+   TestLab lab( "A -10- B -10- C -10- D -10- A", Json::parse( R"( { "clients": { "tilfa": {
+                   "vrf": { "default": true }, "addressFamily": { "ipv4": true } } } } )" ) );
+   const auto originator = [ & ]( const char * name ) {
+      Json core;
+      core[ "routers" ][ name ][ "prefixes" ][ "10.9.0.0/16" ] = 0;
+      lab.patch( { { "topologies", { { "core", core } } } } );
+   };
+   const auto repair = [ & ] {
+      return lab.statusTable( "tilfa" )->pqInfo( lab.status( "tilfa", "p" )->repairPathIdx() );
+   };
+   originator( "B" );
+   lab.request( "tilfa", "p", "10.9.0.0/16", { { "excludeIntf", "A-B.a" } } );
+   lab.settle();
+   for ( int metric = 11; metric < 20; ++metric ) {
+      lab.link( "B-C", { { "metric", metric } } );
+      for ( const auto runs = lab.runs(); lab.runs() == runs; ) {
+         lab.advance( 0.01 );
+      }
+   }
+   EXPECT_EQ( lab.outcome().constraints[ 0 ].cspfCurrentDelay, 5000 );
+   EXPECT_GT( repair().paths(), 0u );
+   originator( "D" );
+   lab.advance( 0.1 );
+   EXPECT_EQ( repair().paths(), 0u ) << "D is the next hop";
+   EXPECT_NE( repair().idx(), 0u );
 }
 
 TEST( PathService, ClientsThatComeAndGoLeaveNothingBehind ) {
@@ -274,6 +318,29 @@ TEST( PathService, ARestartKeepsWhatIsValidAndClearsWhatIsStale ) {
       fresh.settle();
       ASSERT_EQ( after, essence( fresh ) ) << document.dump();
    }
+}
+
+TEST( PathService, SegmentsKeepToThePathInUseOverARestartAndAnotherHop ) {
+   TestLab lab( "A -10- B -10- D; A -10- C -10- D; D -10- E -10- G; D -10- F -10- G; G -10- H" );
+   const auto ask = [ & ]( std::initializer_list< const char * > hops ) {
+      Json constraint;
+      for ( const char * hop : hops ) {
+         constraint[ "includeHop" ].push_back( { { "addr", hop }, { "loose", true } } );
+      }
+      lab.request( "cli", "p", "H", constraint );
+      lab.settle();
+   };
+   ask( { "10.0.0.4" } );
+   const std::string path = lab.path( "cli", "p" );
+   ASSERT_EQ( path.size(), 11u );
+   for ( int i = 0; i < 5; ++i ) {
+      lab.restart();
+      lab.settle();
+      ASSERT_EQ( lab.path( "cli", "p" ), path );
+      ASSERT_EQ( lab.status( "cli", "p" )->changeCount(), 1u );
+   }
+   ask( { "10.0.0.4", "10.0.0.7" } );
+   ASSERT_EQ( lab.path( "cli", "p" ), path );
 }
 
 TEST( PathService, ExamplesRunAndHoldWhatTheyAsk ) {
