@@ -2,6 +2,7 @@
 // clients, what it mounts and publishes meanwhile, and what it leaves behind. All of it is seen
 // from outside, in state and tables.
 
+#include "Cspf/CspfCommandCallback.h"
 #include "platform/Trace/Gemtrace.h"
 #include "platform/Trace/Velotrace.h"
 #include "tests/Lab.h"
@@ -476,8 +477,23 @@ TEST( Agent, DumpsItsFrame ) {
    EXPECT_THAT( served, HasSubstr( "        Last Updated: 1000." ) );
    EXPECT_THAT( served, HasSubstr( "        Last Updated: 0." ) );
    EXPECT_THAT( served, HasSubstr( "VRF default\n    Topology " ) );
-   for ( const char * records :
-         { "---Routers---", "---Networks---", "---Neighbors---", "---Reachabilities---" } ) {
-      EXPECT_THAT( served, HasSubstr( records ) );
-   }
+}
+
+TEST( Agent, SaysWhatItCannotDump ) {
+   const auto written = []( auto && write ) {
+      std::FILE * const file = std::tmpfile();
+      write( fileno( file ) );
+      std::string text( static_cast< std::size_t >( lseek( fileno( file ), 0, SEEK_CUR ) ), ' ' );
+      EXPECT_EQ( pread( fileno( file ), text.data(), text.size(), 0 ), ssize_t( text.size() ) );
+      std::fclose( file );
+      return text;
+   };
+   EXPECT_EQ( written( Cspf::dumpStateCallback ), "Cspf Agent addr not set\n" );
+   TestLab lab( "A -10- B" );
+   lab.settle();
+   EXPECT_EQ( written( [ & ]( int fd ) { lab.runner().command( "CspfDump", fd, "DUMP" ); } ),
+              "Unknown command DUMP" );
+   const std::string all = written( Cspf::dumpStateCallback );
+   EXPECT_EQ( all.substr( 0, 20 ), "Cspf Internal State\n" );
+   EXPECT_THAT( lab.dump(), HasSubstr( all.substr( 20 ) ) );
 }

@@ -150,7 +150,6 @@ TEST( Kivnet, eitherFamilyIsOneOrderedKey ) {
    }
    EXPECT_EQ( IpGenAddr().stringValue(), "" );
    EXPECT_FALSE( IpGenAddr() || gen( "0.0.0.0" ) || gen( "::" ) );
-   EXPECT_EQ( gen( "10.0.0.1" ).v4().value(), 0x0a000001u );
 }
 
 TEST( Kivnet, hashesOfNeighbouringAddressesSpread ) {
@@ -199,7 +198,6 @@ TEST( Kivnet, prefixHoldsTheAddressesThatShareItsBits ) {
 
 TEST( Kivnet, prefixTextIsStrict ) {
    EXPECT_EQ( IpGenPrefix::parse( "10.0.0.0/8" )->stringValue(), "10.0.0.0/8" );
-   EXPECT_EQ( IpGenPrefix( gen( "10.1.2.3" ), 8 ), IpGenPrefix::parse( "10.0.0.0/8" ) );
    for ( const char * text : { "", "/", "10.0.0.0", "10.0.0.0/", "10.0.0.0/33", "10.0.0.1/8",
                                "10.0.0.0/08", "10.0.0.0/+8", "10.0.0.0/8 ", "10.0.0.0/8/8", "/8",
                                "::/129", "::1/64", "::/99999999999999999999" } ) {
