@@ -42,9 +42,11 @@ AllTopoDbStatus::AllTopoDbStatus( Lum::Ptr< const VrfSourceId > vrfSourceId,
      teGraph_( std::make_unique< TopoGraph >( TopoGraphKind::te, links_ ) ) {}
 
 Lum::Seconds
-AllTopoDbStatus::topoInfoChangedAt( PathComputationType type, const BwUsageId & bwUsageId ) const {
-   LUM_ASSERT( vrfSourceId()->vrfClientSourceIdHas( type ) );
-   return std::max( { topoChangedAt(), vrfSourceId()->vrfClientSourceId( type ).changedAt(),
+AllTopoDbStatus::topoInfoChangedAt( PathComputationType pathComputationType,
+                                    const BwUsageId & bwUsageId ) const {
+   LUM_ASSERT( vrfSourceId()->vrfClientSourceIdHas( pathComputationType ) );
+   return std::max( { topoChangedAt(),
+                      vrfSourceId()->vrfClientSourceId( pathComputationType ).changedAt(),
                       bwUsageChangedAt( bwUsageId ) } );
 }
 

@@ -125,7 +125,8 @@ class AllTopoDbStatus : public Lum::Entity {
    /// When that last changed which computations of this type for this bandwidth user depend on:
    /// the topology, the source, the user's own reservations.
    /// REQUIRES: the VRF has a source of that type.
-   Lum::Seconds topoInfoChangedAt( PathComputationType type, const BwUsageId & bwUsageId ) const;
+   Lum::Seconds topoInfoChangedAt( PathComputationType pathComputationType,
+                                   const BwUsageId & bwUsageId ) const;
    /// The source of that type of computation; empty where the VRF has none.
    NodeId sourceId( PathComputationType type ) const;
 

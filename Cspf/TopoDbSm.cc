@@ -23,6 +23,14 @@ namespace Cspf {
 namespace Igp = Routing::Topology;
 using Igp::NeighborKey;
 
+namespace {
+
+constexpr Trace::LogMessage duplicateTeRouterId{ "CSPF_DUPLICATE_TE_ROUTER_ID",
+                                                 Trace::Severity::warning,
+                                                 "Router with duplicate TE Router ID is ignored" };
+
+}
+
 void
 TopoDbSm::handleInitialized() {
    TRACE7( "for TopoDb: " << topoId_ );
@@ -158,6 +166,7 @@ TopoDbSm::doUpdateTeRouterId( const IgpRouterId & igpRouterId,
 }
 
 /// The router owns `teRouterId` from now on (none where that is unset), and no more the old one.
+/// Its addresses go over one by one, so that those published never vanish in between.
 void
 TopoDbSm::doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & oldTeRouterId,
                          const Kivnet::IpGenAddr & teRouterId ) {
@@ -165,26 +174,27 @@ TopoDbSm::doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAdd
    if ( oldTeRouterId == teRouterId ) {
       return;
    }
+   if ( routerIdMap_->teRouterIdHas( igpRouterId ) ) {
+      LUM_ASSERT( !!oldTeRouterId );
+      TRACE9( "IGP router id " << igpRouterId << ". teRouterId changed from " << oldTeRouterId
+                               << " to " << teRouterId << ". Deleting the mapping" );
+      routerIdMap_->teRouterIdDel( igpRouterId );
+      routerIdMap_->igpRouterIdDel( oldTeRouterId );
+   }
    if ( teRouterId ) {
       TRACE9( "adding IGP router id " << igpRouterId << " with TE router id " << teRouterId );
       routerIdMap_->teRouterIdIs( igpRouterId, teRouterId );
       routerIdMap_->igpRouterIdIs( teRouterId, igpRouterId );
       graph.attach( topoId_, igpRouterId, NodeId( teRouterId ) );
    } else {
-      routerIdMap_->teRouterIdDel( igpRouterId );
       graph.detach( topoId_, igpRouterId );
    }
-   for ( LinkEntry * link : linksOf( igpRouterId ) ) {
+   for ( LinkEntry * link : routerToNeighbor( igpRouterId ) ) {
       const NeighborKey & key = link->first.neighborKey;
-      for ( const auto & intfIp : link->second.value.intfIp ) {
+      for ( const auto & intfIp : link->second.value.neighborToIntfIp ) {
          addNeighborKeyToIntfIp( *allTopoDbStatus_, intfKey( key, teRouterId ), intfIp );
          deleteNeighborKeyFromIntfIp( *allTopoDbStatus_, intfKey( key, oldTeRouterId ), intfIp );
       }
-   }
-   if ( oldTeRouterId ) {
-      TRACE9( "IGP router id " << igpRouterId << ". teRouterId changed from " << oldTeRouterId
-                               << " to " << teRouterId << ". Deleting the mapping" );
-      routerIdMap_->igpRouterIdDel( oldTeRouterId );
    }
 }
 
@@ -210,10 +220,10 @@ TopoDbSm::doAddDuplicateRouter( const IgpRouterId & igpRouterId ) {
       routerIdMap_->duplicateRoutersIs( teRouterId, duplicates );
    }
    duplicates->routerIs( igpRouterId, true );
-   Trace::logMessage( "CSPF_DUPLICATE_TE_ROUTER_ID", Trace::Severity::warning,
-                      "TE router ID " + teRouterId.stringValue() + " for IS-IS router " + newcomer
-                         + " conflicts with IS-IS router " + owner + ", IS-IS router " + newcomer
-                         + " ignored" );
+   Trace::logMessage( duplicateTeRouterId, "TE router ID " + teRouterId.stringValue()
+                                              + " for IS-IS router " + newcomer
+                                              + " conflicts with IS-IS router " + owner
+                                              + ", IS-IS router " + newcomer + " ignored" );
 }
 
 void
@@ -254,9 +264,16 @@ TopoDbSm::intfKey( const NeighborKey & neighborKey, const Kivnet::IpGenAddr & te
    return { topoId_, neighborKey, teNeighborOf, {} };
 }
 
-std::vector< TopoDbSm::LinkEntry * >
-TopoDbSm::linksOf( const IgpRouterId & igpRouterId ) const {
-   std::vector< LinkEntry * > links;
+bool
+TopoDbSm::neighborToIntfIpHas( const NeighborKey & key ) const {
+   const LinkEntry * link = allTopoDbStatus_->links().find( { topoId_, key } );
+   return link && !link->second.value.neighborToIntfIp.empty();
+}
+
+/// The links that the router listed last.
+TopoDbSm::RouterToNeighbor
+TopoDbSm::routerToNeighbor( const IgpRouterId & igpRouterId ) const {
+   RouterToNeighbor links;
    NeighborKey first;
    first.routerIdIs( igpRouterId );
    allTopoDbStatus_->links().visitFrom( { topoId_, first }, [ & ]( LinkEntry & link ) {
@@ -273,7 +290,7 @@ TopoDbSm::linksOf( const IgpRouterId & igpRouterId ) const {
 void
 TopoDbSm::doReconcileNeighbors( const IgpRouterId & igpRouterId,
                                 const Lum::Set< NeighborKey > & listed ) {
-   for ( LinkEntry * link : linksOf( igpRouterId ) ) {
+   for ( LinkEntry * link : routerToNeighbor( igpRouterId ) ) {
       if ( !listed.has( link->first.neighborKey ) ) {
          doDelLink( *link );
       }
@@ -308,10 +325,10 @@ TopoDbSm::doDelLink( LinkEntry & link ) {
 /// Brings what is registered for a listed link in line with its entry; null: it has none.
 void
 TopoDbSm::doUpdateLink( LinkEntry & link, const Igp::Neighbor * neighbor ) {
-   const NeighborKey & neighborKey = link.first.neighborKey;
-   const AllTopoNeighborKey key =
-      intfKey( neighborKey, routerIdMap_->teRouterId( neighborKey.routerId() ) );
-   Lum::Set< Kivnet::IpGenAddr > addresses;
+   const NeighborKey & key = link.first.neighborKey;
+   const AllTopoNeighborKey allTopoNeighborKey =
+      intfKey( key, routerIdMap_->teRouterId( key.routerId() ) );
+   NeighborToIntfIp addresses;
    if ( neighbor ) {
       for ( const auto & address : neighbor->interfaceAddrList() ) {
          if ( address ) {
@@ -320,16 +337,17 @@ TopoDbSm::doUpdateLink( LinkEntry & link, const Igp::Neighbor * neighbor ) {
       }
    }
    for ( const auto & address : addresses ) {
-      if ( !link.second.value.intfIp.has( address ) ) {
-         addNeighborKeyToIntfIp( *allTopoDbStatus_, key, address );
+      if ( !link.second.value.neighborToIntfIp.has( address ) ) {
+         addNeighborKeyToIntfIp( *allTopoDbStatus_, allTopoNeighborKey, address );
       }
    }
-   for ( const auto & address : link.second.value.intfIp ) {
+   for ( const auto & address : link.second.value.neighborToIntfIp ) {
       if ( !addresses.has( address ) ) {
-         deleteNeighborKeyFromIntfIp( *allTopoDbStatus_, key, address );
+         LUM_ASSERT( neighborToIntfIpHas( key ) );
+         deleteNeighborKeyFromIntfIp( *allTopoDbStatus_, allTopoNeighborKey, address );
       }
    }
-   link.second.value.intfIp = std::move( addresses );
+   link.second.value.neighborToIntfIp = std::move( addresses );
    allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) {
       neighbor ? graph.linkIs( link, *neighbor ) : graph.linkDel( link );
    } );
@@ -338,10 +356,14 @@ TopoDbSm::doUpdateLink( LinkEntry & link, const Igp::Neighbor * neighbor ) {
 void
 TopoDbSm::handleNeighbor( const NeighborKey & neighborKey ) {
    const Igp::Neighbor * neighbor = topoDb_->neighborFind( neighborKey );
-   if ( LinkEntry * link = allTopoDbStatus_->links().find( { topoId_, neighborKey } ) ) {
+   LinkEntry * link = allTopoDbStatus_->links().find( { topoId_, neighborKey } );
+   if ( link ) {
       doUpdateLink( *link, neighbor );
    }
-   if ( neighbor ) {
+   if ( !link ) {
+      TRACE9( "IGP router ID " << neighborKey.routerId() << " does not list neighbor "
+                               << Lum::valueString( neighborKey ) );
+   } else if ( neighbor ) {
       TRACE9( "IGP router ID for the added neighbor: "
               << neighborKey.routerId()
               << " TE router id: " << routerIdMap_->teRouterId( neighborKey.routerId() ) );
@@ -386,7 +408,7 @@ void
 TopoDbSm::handleReachability( const IgpRouterId & igpRouterId ) {
    TRACE9( "reachability update of " << igpRouterId );
    const NodeId router( igpRouterId );
-   Lum::Set< Kivnet::IpGenPrefix > prefixes;
+   ReachabilityMap prefixes;
    if ( const auto * reachability = topoDb_->reachabilityFind( igpRouterId ) ) {
       for ( const Igp::PrefixMetric & entry : reachability->prefixSet() ) {
          if ( !prefixes.has( entry.prefix() ) ) {  // the least metric comes first

@@ -40,6 +40,8 @@ class TopoDbSm : public Lum::Reactor {
    const Lum::Ptr< const Routing::Topology::TopoDb > & topoDb() const noexcept { return topoDb_; }
    const Lum::Ptr< RouterIdMap > & routerIdMap() const noexcept { return routerIdMap_; }
    const IgpRouterId & pendingRouterToHandle() const noexcept { return pendingRouterToHandle_; }
+   /// Whether interface addresses of the link stand in the store.
+   bool neighborToIntfIpHas( const Routing::Topology::NeighborKey & key ) const;
    /// The TE router id under which the router is parked as a duplicate; unset where it is not.
    Kivnet::IpGenAddr doFindDuplicateRouter( const IgpRouterId & igpRouterId ) const;
 
@@ -47,6 +49,8 @@ class TopoDbSm : public Lum::Reactor {
 
  private:
    using LinkEntry = TopoLinks::Entry;
+   using RouterToNeighbor = std::vector< LinkEntry * >;
+   using ReachabilityMap = Lum::Set< Kivnet::IpGenPrefix >;
 
    void doHandleRouter( const IgpRouterId & igpRouterId );
    void doHandleRouterDeletion( const IgpRouterId & igpRouterId,
@@ -64,7 +68,7 @@ class TopoDbSm : public Lum::Reactor {
    void doUpdateLink( LinkEntry & link, const Routing::Topology::Neighbor * neighbor );
    void doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId & router,
                             const std::uint32_t * metric );
-   std::vector< LinkEntry * > linksOf( const IgpRouterId & igpRouterId ) const;
+   RouterToNeighbor routerToNeighbor( const IgpRouterId & igpRouterId ) const;
    AllTopoNeighborKey intfKey( const Routing::Topology::NeighborKey & neighborKey,
                                const Kivnet::IpGenAddr & teNeighborOf ) const;
    std::set< IgpRouterId > knownRouters() const;
@@ -75,7 +79,7 @@ class TopoDbSm : public Lum::Reactor {
    const Lum::Ptr< AllTopoDbStatus > allTopoDbStatus_;
    Lum::Ptr< RouterIdMap > routerIdMap_;
    Lum::Ptr< PfxOriginatorInfoTable > pfxOriginatorInfoTable_;
-   Lum::Map< IgpRouterId, Lum::Set< Kivnet::IpGenPrefix > > reachabilityMap_;
+   Lum::Map< IgpRouterId, ReachabilityMap > reachabilityMap_;  // what each router advertised last
    IgpRouterId pendingRouterToHandle_;
 };
 

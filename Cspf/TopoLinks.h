@@ -19,6 +19,9 @@ struct TopoLinkName {
 /// The graphs that follow the store.
 enum class TopoGraphKind : std::uint8_t { te, lfa };
 
+/// The interface addresses under which a link stands in the store.
+using NeighborToIntfIp = Lum::Set< Kivnet::IpGenAddr >;
+
 /// What the store keeps of a link that its router lists: what it has registered under the link's
 /// name, so that it can be taken back, and where the link stands in each graph.
 struct TopoLink {
@@ -28,8 +31,8 @@ struct TopoLink {
       CspfEdge membership = noEdge;
    };
 
-   Lum::Set< Kivnet::IpGenAddr > intfIp;  ///< in the table of interface addresses
-   std::array< Place, 2 > places;         ///< by TopoGraphKind
+   NeighborToIntfIp neighborToIntfIp;
+   std::array< Place, 2 > places;  ///< by TopoGraphKind
 
    Place & at( TopoGraphKind kind ) { return places[ static_cast< std::size_t >( kind ) ]; }
    const Place & at( TopoGraphKind kind ) const {

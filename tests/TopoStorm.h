@@ -30,6 +30,7 @@ teId( unsigned n ) {
    return ip( "1.0.0." + std::to_string( n ) );
 }
 
+inline const TopoId level1 = TopoId::isisL1();
 inline const TopoId level2 = TopoId::isisL2();
 inline const TopoId area0{ IgpSource::ospf, 0, 0 };
 
@@ -100,18 +101,20 @@ pseudonode( const TopoId & topoId, unsigned n ) {
 }
 
 inline NeighborKey
-lanKey( unsigned from, unsigned lanOf, const TopoId & topoId = level2 ) {
-   return { routerId( topoId, from ), lan(), pseudonode( topoId, lanOf ), 0 };
+lanKey( unsigned from, unsigned lanOf, unsigned id = 0, const TopoId & topoId = level2 ) {
+   return { routerId( topoId, from ), lan(), pseudonode( topoId, lanOf ), id };
 }
 
-/// Random records of two topologies whose routers share their TE router ids.
+/// Random records of three topologies. A router has the same TE router id in all of them, and is
+/// the same IGP vertex in two; sometimes it takes that of another router. Links of one pair of
+/// routers have the same addresses in all topologies, or addresses that all links share.
 class Storm {
  public:
    explicit Storm( unsigned seed ) : random_( seed ) {}
    unsigned below( unsigned n ) { return random_() % n; }
-   /// `clashing`: routers take each other's TE router ids.
-   void strike( Store & store, bool clashing = false ) {
-      const TopoId topoId = below( 3 ) ? level2 : area0;
+   void strike( Store & store ) {
+      const TopoId topologies[] = { level1, level2, level2, area0 };
+      const TopoId topoId = topologies[ below( 4 ) ];
       const unsigned n = 1 + below( routers );
       TopoDb & table = store.table( topoId );
       switch ( below( 24 ) ) {
@@ -120,26 +123,22 @@ class Storm {
       case 2: table.networkDel( { pseudonode( topoId, n % 2 ) } ); break;
       case 3: network( table, topoId, n % 2 ); break;
       case 4: reachability( table, routerId( topoId, n ) ); break;
-      case 5: store.status->teGraph().settle( NodeId( teId( n ) ) ); break;
-      case 6:
-         if ( below( 8 ) == 0 ) {
-            store.tables->topoDbDel( topoId );
-         }
+      case 5:
+         store.status->forEachGraph( [ & ]( TopoGraph & g ) { g.settle( NodeId( teId( n ) ) ); } );
          break;
+      case 6: anotherTable( store, topoId, below( 16 ) ); break;
       case 7:
       case 8:
       case 9:
       case 10:
-      case 11:
-         store.router( topoId, n, clashing ? teId( below( 3 ) ) : te( n ), keys( topoId, n ),
-                       below( 5 ) == 0 );
-         break;
+      case 11: store.router( topoId, n, te( n ), keys( topoId, n ), below( 5 ) == 0 ); break;
       default: neighbor( table, key( topoId, n ) );
       }
    }
    InternalPathConstraint constraint() {
       InternalPathConstraint c;
-      c.excludeNodeIs( { below( 3 ) ? NodeId() : NodeId( teId( 2 ) ), {} } );
+      const NodeId excluded[] = { {}, {}, NodeId( teId( 2 ) ), NodeId( routerId( level2, 2 ) ) };
+      c.excludeNodeIs( { excluded[ below( 4 ) ], {} } );
       c.excludeSrlgIs( below( 2 ) );
       c.srlgStrictModeIs( below( 2 ) );
       c.srlgExcludeOnlyLocalLinksIs( below( 2 ) );
@@ -157,14 +156,15 @@ class Storm {
  private:
    static constexpr unsigned routers = 4;
    IpGenAddr te( unsigned n ) {
-      return below( 6 ) ? teId( n ) : below( 2 ) ? teId( n + 50 ) : IpGenAddr();
+      const IpGenAddr others[] = { {}, teId( n + 50 ), teId( 1 + below( routers ) ) };
+      return below( 4 ) ? teId( n ) : others[ below( 3 ) ];
    }
    static IpGenAddr address( unsigned from, unsigned to ) {
       return ip( "10." + std::to_string( from ) + ".0." + std::to_string( to ) );
    }
    NeighborKey key( const TopoId & topoId, unsigned n ) {
       return below( 3 ) ? p2pKey( n, 1 + below( routers ), below( 4 ) == 0, topoId )
-                        : lanKey( n, below( 2 ), topoId );
+                        : lanKey( n, below( 2 ), below( 8 ) == 0, topoId );
    }
    std::vector< NeighborKey > keys( const TopoId & topoId, unsigned n ) {
       std::vector< NeighborKey > keys;
@@ -172,6 +172,14 @@ class Storm {
          keys.push_back( key( topoId, n ) );
       }
       return keys;
+   }
+   /// Rarely: the table goes, or an empty one comes in its place.
+   static void anotherTable( Store & store, const TopoId & topoId, unsigned choice ) {
+      if ( choice == 0 ) {
+         store.tables->topoDbDel( topoId );
+      } else if ( choice == 1 ) {
+         store.tables->topoDbIs( topoId, store.owned[ topoId ] = Lum::make< TopoDb >() );
+      }
    }
    void neighbor( TopoDb & table, const NeighborKey & key ) {
       const auto number = []( const IgpRouterId & id ) {
@@ -186,8 +194,10 @@ class Storm {
       n.metricIs( below( 5 ) );
       n.unreservedBandwidthIs( { 100, 0, 0, 0, 0, 0, 0, float( below( 99 ) ) } );
       for ( unsigned i = below( 3 ); i > 0; --i ) {
-         n.interfaceAddrIs( i - 1, address( from, to + 10 * ( below( 4 ) == 0 ) ) );
-         n.neighborAddrIs( i - 1, address( to, from + 10 * ( below( 4 ) == 0 ) ) );
+         const bool shared = below( 8 ) == 0;
+         const auto any = ip( "fe80::1" );
+         n.interfaceAddrIs( i - 1, shared ? any : address( from, to + 10 * ( below( 4 ) == 0 ) ) );
+         n.neighborAddrIs( i - 1, shared ? any : address( to, from + 10 * ( below( 4 ) == 0 ) ) );
          n.srlgIs( i - 1, below( 8 ) );
       }
       if ( below( 2 ) ) {
@@ -203,6 +213,10 @@ class Storm {
       table.networkIs( network.networkId(), network );
    }
    void reachability( TopoDb & table, const IgpRouterId & id ) {
+      if ( below( 4 ) == 0 ) {
+         table.reachabilityDel( id );
+         return;
+      }
       Reachability record{ id, {} };
       for ( unsigned i = below( 4 ); i > 0; --i ) {
          record.prefixIs( { Kivnet::IpGenPrefix( teId( 0 ), 32 - below( 3 ) ), below( 9 ) } );

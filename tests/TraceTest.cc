@@ -285,12 +285,13 @@ TEST_F( TraceTest, whatIsNoRingIsSaidSo ) {
 
 TEST_F( TraceTest, logMessagesReachTheOperatorAndTheTraces ) {
    static std::string logged;
-   Trace::logSinkIs( []( std::string_view id, Trace::Severity severity, std::string_view text ) {
-      logged = std::string( id ) + "/" + std::to_string( static_cast< int >( severity ) ) + "/"
+   Trace::logSinkIs( []( const Trace::LogMessage & message, std::string_view text ) {
+      logged = std::string( message.id ) + "/"
+               + std::to_string( static_cast< int >( message.severity ) ) + "/"
                + std::string( text );
    } );
    ASSERT_TRUE( openSmall() );
-   Trace::logMessage( "CSPF_DUPLICATE_TE_ROUTER_ID", Trace::Severity::warning, "1.1.1.1" );
+   Trace::logMessage( { "CSPF_DUPLICATE_TE_ROUTER_ID", Trace::Severity::warning, "" }, "1.1.1.1" );
    EXPECT_EQ( logged, "CSPF_DUPLICATE_TE_ROUTER_ID/3/1.1.1.1" );
    ASSERT_EQ( ring().lines.size(), 1u );
    EXPECT_THAT( ring().lines[ 0 ].text,

@@ -61,11 +61,11 @@ ringLevelIs( int maxLevel ) {
 }
 
 void
-logMessage( std::string_view id, Severity severity, std::string_view text ) {
+logMessage( const LogMessage & message, std::string_view text ) {
    if ( logSink ) {
-      logSink( id, severity, text );
+      logSink( message, text );
    }
-   TRACE0( id << ": " << text );
+   TRACE0( message.id << ": " << text );
 }
 
 void

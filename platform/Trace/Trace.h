@@ -59,9 +59,16 @@ void emit( int level, std::string_view text );
 
 enum class Severity { debug, info, notice, warning, error };
 
-/// An event for the operator's log, outside of the traces. `id` is the message's lasting name.
-void logMessage( std::string_view id, Severity severity, std::string_view text );
-using LogSink = void ( * )( std::string_view id, Severity severity, std::string_view text );
+/// A kind of event for the operator's log.
+struct LogMessage {
+   std::string_view id;  ///< its lasting name
+   Severity severity;
+   std::string_view explanation;  ///< what it means whenever it is seen
+};
+
+/// An event for the operator's log, outside of the traces.
+void logMessage( const LogMessage & message, std::string_view text );
+using LogSink = void ( * )( const LogMessage & message, std::string_view text );
 /// Who hears log messages from now on (null: nobody).
 void logSinkIs( LogSink sink );
 

@@ -91,8 +91,8 @@ class Signals {
 };
 
 void
-logToStandardError( std::string_view id, Trace::Severity, std::string_view text ) {
-   std::cerr << id << ": " << text << std::endl;
+logToStandardError( const Trace::LogMessage & message, std::string_view text ) {
+   std::cerr << message.id << ": " << text << std::endl;
 }
 
 void

@@ -40,8 +40,8 @@ exitBroken( std::string_view text ) {
 }
 
 void
-logToErr( std::string_view id, Trace::Severity, std::string_view text ) {
-   *streams.err << id << ": " << text << std::endl;
+logToErr( const Trace::LogMessage & message, std::string_view text ) {
+   *streams.err << message.id << ": " << text << std::endl;
 }
 
 /// Traces, log and broken invariants of the agent go to the streams while this lives.
