@@ -244,14 +244,18 @@ CspfEdge
 AllTopoDbView::stepFromLan( const AllTopoNeighborKey & link, const NodeId & router ) const {
    const CspfVertex network = topoGraph().vertex( link.allTopoNetworkId() );
    const CspfVertex to = topoGraph().vertex( router );
+   CspfEdge first = noEdge;
    if ( network != noVertex && to != noVertex ) {
       for ( const std::uint32_t e : graph().in( to ) ) {
-         if ( graph().from( CspfEdge{ e } ) == network ) {
-            return CspfEdge{ e };
+         const CspfEdge edge{ e };
+         if ( graph().from( edge ) == network
+              && ( first == noEdge
+                   || topoGraph().neighborKey( edge ) < topoGraph().neighborKey( first ) ) ) {
+            first = edge;
          }
       }
    }
-   return noEdge;
+   return first;
 }
 
 Kivnet::IpGenAddr
@@ -300,15 +304,18 @@ AllTopoLfaDbView::p2pNeighborOnLink( const Kivnet::IntfId & intfId, const TopoId
       TRACE9( "src router: " << getOurSourceId() << " not present" );
       return {};
    }
+   AllTopoNeighborKey first;
    for ( const std::uint32_t e : graph().out( source ) ) {
       const AllTopoNeighborKey key = graph_->neighborKey( CspfEdge{ e } );
       if ( !key.isLan() && ( !topoId || key.topoId() == topoId )
-           && graph_->neighbor( CspfEdge{ e } ).intfId() == intfId ) {
-         return key.neighborKey().neighborId();
+           && graph_->neighbor( CspfEdge{ e } ).intfId() == intfId && ( !first || key < first ) ) {
+         first = key;
       }
    }
-   TRACE9( "neighbor not present, key: " << intfId << " src router: " << getOurSourceId() );
-   return {};
+   if ( !first ) {
+      TRACE9( "neighbor not present, key: " << intfId << " src router: " << getOurSourceId() );
+   }
+   return first.neighborKey().neighborId();
 }
 
 }

@@ -50,8 +50,9 @@ class AllTopoDbView : public Lum::Entity {
    /// Empty (without a node id) where the view has no such router.
    AllTopoRouter router( const NodeId & nodeId ) const;
    AllTopoNetwork network( const AllTopoNetworkId & networkId ) const;
-   /// The far end of the own source's point-to-point link on that interface; a default `topoId`
-   /// looks at all topologies. Empty where there is none.
+   /// The far end of the own source's point-to-point link on that interface (the first in key
+   /// order, while an old and a new neighbour stand there); a default `topoId` looks at all
+   /// topologies. Empty where there is none.
    virtual IgpRouterId p2pNeighborOnLink( const Kivnet::IntfId & intfId,
                                           const TopoId & topoId ) const = 0;
    /// The node as a router of that topology; empty where it is none.
@@ -120,7 +121,8 @@ class AllTopoDbView : public Lum::Entity {
    std::vector< CspfVertex > excludedVertices() const;
    static void addTeps( AllTopoRouter & router, const Routing::Topology::TopoDb & table,
                         const IgpRouterId & id );
-   /// The step from the LAN of the link to the router; noEdge where the router is not on it.
+   /// The step from the LAN of the link to the router (the first in key order, where the router is
+   /// on it with several interfaces); noEdge where the router is not on it.
    CspfEdge stepFromLan( const AllTopoNeighborKey & link, const NodeId & router ) const;
    bool allowed( const AllTopoNeighborKey & link, const NodeId & farEnd ) const;
    bool linkIpsAllowed( const AllTopoNeighborKey & link ) const;

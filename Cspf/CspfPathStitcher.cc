@@ -196,9 +196,7 @@ PathStitcher::strictHop( const CspfPathHop & hop ) const {
    const AllTopoNeighborKey key = topoGraph.neighborKey( hop.link );
    const std::uint32_t metric = CspfArcs::stepMetric( graph, hop.link, runOptions() );
    StrictHop strictHop{ hop, {}, {}, refusalForUser( view_, filter_, hop ) };
-   strictHop.nexthop = hop.membership == noEdge
-                          ? view_.nexthopOnP2pLink( key )
-                          : view_.nexthopOnLanLink( key, topoGraph.nodeId( hop.end( graph ) ) );
+   strictHop.nexthop = topoGraph.nextHop( hop.membership == noEdge ? hop.link : hop.membership );
    strictHop.cost = { view_.srlgExcludeInfo( key ), view_.srlgIncludeInfo( key ), metric };
    return strictHop;
 }
