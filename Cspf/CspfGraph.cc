@@ -1,9 +1,9 @@
 // The compact graph under the topology views.
 //
 // It owns vertices, edges and what edges carry, all under dense numbers. The topology store drives
-// it, one change at a time, and keeps the way from its records to these numbers; it finds the way
-// back by each edge's cookie. Computations read it: filters pass over single columns, runs walk
-// the out-rows, explanations ask for single edges.
+// it, one change at a time, and keeps the way from its records to these numbers and back.
+// Computations read it: filters pass over single columns, runs walk the out-rows, explanations ask
+// for single edges.
 //
 // Edge numbers are stable: what moves when a vertex gains links is its row, a short list of edge
 // numbers, never the edge. After a bulk load or a storm of changes rows and columns no longer lie
@@ -44,7 +44,6 @@ forEachColumn( CspfEdgeColumns & columns, Visit visit ) {
    visit( columns.adminGroup );
    visit( columns.srlgList );
    visit( columns.interface );
-   visit( columns.cookie );
    visit( columns.keyRank );
    visit( columns.reverse );
    for ( auto & column : columns.unreserved ) {
@@ -162,7 +161,6 @@ CspfGraph::write( CspfEdge edge, const CspfEdgeRecord & record ) {
    columns_.flags[ e ] |= record.teMetric ? ownTeMetricBit : 0;
    columns_.adminGroup[ e ] = record.adminGroup;
    columns_.interface[ e ] = record.interface;
-   columns_.cookie[ e ] = record.cookie;
    columns_.keyRank[ e ] = record.keyRank;
    for ( size_t priority = 0; priority < record.unreserved.size(); ++priority ) {
       columns_.unreserved[ priority ][ e ] = record.unreserved[ priority ];
@@ -188,7 +186,6 @@ CspfGraph::record( CspfEdge edge ) const {
    record.topology = columns_.topology[ e ];
    record.interface = columns_.interface[ e ];
    record.keyRank = columns_.keyRank[ e ];
-   record.cookie = columns_.cookie[ e ];
    return record;
 }
 

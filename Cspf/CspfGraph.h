@@ -30,7 +30,7 @@ index( CspfEdge edge ) {
 enum class CspfEdgeKind : uint8_t { routerToRouter, routerToNetwork, networkToRouter };
 
 /// What an edge carries besides its two ends. An edge from a network to a router is a membership,
-/// not a link: only `topology` and `cookie` mean something there.
+/// not a link: only `topology` means something there.
 struct CspfEdgeRecord {
    uint32_t igpMetric = 0;
    std::optional< uint32_t > teMetric;
@@ -40,7 +40,6 @@ struct CspfEdgeRecord {
    uint16_t topology = 0;                // below CspfGraph::anyTopology
    uint32_t interface = 0;               // local interface, 0 for none
    uint64_t keyRank = 0;  // order of the link's key among all links of the graph; unique
-   uint32_t cookie = 0;   // the owner's own number
 };
 
 /// One column an attribute, indexed by edge: a pass over one attribute reads nothing else.
@@ -53,7 +52,6 @@ struct CspfEdgeColumns {
    std::vector< uint32_t > adminGroup;
    std::vector< uint32_t > srlgList;  // number in CspfGraph::srlgPool()
    std::vector< uint32_t > interface;
-   std::vector< uint32_t > cookie;
    std::vector< uint64_t > keyRank;
    std::vector< CspfEdge > reverse;
    std::array< std::vector< float >, 8 > unreserved;
@@ -136,7 +134,6 @@ class CspfGraph {
    CspfEdge reverse( CspfEdge edge ) const { return columns_.reverse[ index( edge ) ]; }
    bool twoWay( CspfEdge edge ) const { return columns_.flags[ index( edge ) ] & twoWayBit; }
    uint64_t keyRank( CspfEdge edge ) const { return columns_.keyRank[ index( edge ) ]; }
-   uint32_t cookie( CspfEdge edge ) const { return columns_.cookie[ index( edge ) ]; }
    uint32_t interface( CspfEdge edge ) const { return columns_.interface[ index( edge ) ]; }
    CspfEdgeKind kind( CspfEdge edge ) const {
       return static_cast< CspfEdgeKind >( columns_.flags[ index( edge ) ] & kindBits );

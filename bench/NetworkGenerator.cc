@@ -79,7 +79,6 @@ GeneratedNetwork::fill( Cspf::CspfGraph & graph ) const {
       record.srlgs = link.srlgs;
       record.unreserved.fill( link.unreserved );
       record.keyRank = record.interface = i + 1;
-      record.cookie = i;
       const CspfEdge edge = graph.addEdge( CspfVertex{ link.from }, CspfVertex{ link.to }, record );
       if ( i % 2 ) {
          graph.pairIs( CspfEdge{ index( edge ) - 1 }, edge, true );

@@ -21,8 +21,7 @@ struct GeneratedNetwork {
    uint32_t routers = 0;
    std::vector< Link > links;
 
-   /// Adds all to an empty graph; vertices in order of their numbers here. The cookie of an edge
-   /// is its position in `links`.
+   /// Adds all to an empty graph; vertices and edges in order of their numbers here.
    void fill( Cspf::CspfGraph & graph ) const;
 };
 

@@ -139,7 +139,7 @@ GraphText::add( CspfVertex from, CspfVertex to, uint32_t metric, const Link & li
    record.srlgs = link.srlgs;
    record.unreserved.fill( link.bandwidth );
    record.topology = link.topology;
-   record.keyRank = record.cookie = record.interface = ++links_;
+   record.keyRank = record.interface = ++links_;
    return graph.addEdge( from, to, record );
 }
 

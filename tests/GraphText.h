@@ -19,7 +19,7 @@
 ///   overload A
 ///
 /// Names sort as node ids do. Links count up from 1 in the order written, forward direction first;
-/// the count is key rank, interface and cookie.
+/// the count is key rank and interface.
 class GraphText {
  public:
    explicit GraphText( std::string_view text );

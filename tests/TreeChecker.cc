@@ -218,6 +218,10 @@ TreeChecker::treeFault() const {
    if ( tree.cost( tree.source() ) != CspfCost{} || !tree.lastLinks( tree.source() ).empty() ) {
       return "the source costs something";
    }
+   if ( !std::ranges::is_sorted( tree.reachedVertices(), {},
+                                 [ & ]( CspfVertex v ) { return tree.cost( v ); } ) ) {
+      return "reached vertices are not in order of their cost";
+   }
    for ( uint32_t e = 0; e < graph.edgeBound(); ++e ) {
       const CspfEdge edge{ e };
       if ( !graph.has( edge ) || !tree.reached( graph.from( edge ) ) ) {
