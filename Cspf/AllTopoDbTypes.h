@@ -202,7 +202,8 @@ routerHasNeighbor( const Routing::Topology::Router & router,
                    const Routing::Topology::NeighborKey & neighborKey ) {
    return router.neighborHas( neighborKey );
 }
-/// Whether the address is among the link's own interface addresses.
+/// Whether the address is among the link's own interface addresses. No link has the unset one,
+/// whatever gaps its list has.
 bool neighborHasInterfaceAddr( const Routing::Topology::Neighbor & neighbor,
                                const Kivnet::IpGenAddr & address );
 /// Each end of a link knows an address of the other: some interface address of each is among the

@@ -168,7 +168,9 @@ AllTopoDbView::addTeps( AllTopoRouter & router, const Igp::TopoDb & table,
    }
    for ( const Igp::NeighborKey & key : record.neighborSet() ) {
       for ( const auto & address : table.neighbor( key ).interfaceAddrList() ) {
-         router.tepIs( address );
+         if ( address ) {
+            router.tepIs( address );
+         }
       }
    }
    for ( const Igp::PrefixMetric & entry : table.reachability( id ).prefixSet() ) {

@@ -22,7 +22,8 @@ using Addresses = Lum::List< Igp::AddrIndex, Kivnet::IpGenAddr >;
 
 Kivnet::IpGenAddr
 first( const Addresses & addresses ) {
-   return addresses.empty() ? Kivnet::IpGenAddr() : addresses[ 0 ];
+   const auto set = std::ranges::find_if( addresses, []( const auto & a ) { return !!a; } );
+   return set == addresses.end() ? Kivnet::IpGenAddr() : *set;
 }
 
 }
@@ -95,15 +96,15 @@ TopoGraph::unpair( CspfEdge edge ) {
 
 void
 TopoGraph::updateNextHop( CspfEdge edge ) {
-   static const Addresses none;
    const CspfEdge reverse = graph_.reverse( edge );
    const Addresses & known = neighbor( edge ).neighborAddrList();
-   const Addresses & own = reverse == noEdge ? none : neighbor( reverse ).interfaceAddrList();
    const auto shared = std::ranges::find_if( known, [ & ]( const Kivnet::IpGenAddr & address ) {
-      return std::ranges::find( own, address ) != own.end();
+      return reverse != noEdge && neighborHasInterfaceAddr( neighbor( reverse ), address );
    } );
+   const Kivnet::IpGenAddr own =
+      reverse == noEdge ? Kivnet::IpGenAddr() : first( neighbor( reverse ).interfaceAddrList() );
    edgeMeanings_[ index( edge ) ].nextHop = shared != known.end() ? *shared
-                                            : !own.empty()        ? first( own )
+                                            : own                 ? own
                                                                   : first( known );
 }
 
