@@ -280,9 +280,13 @@ PathStatusUpdateSm::publishPathStatus() {
    if ( key.internal() ) {
       return;
    }
+   const Lum::Ptr< PathUsageSm > usage = vrfRoot_.pathUsageSm( key );
+   if ( usage ) {
+      usage->handleResult();
+   }
    pathStatusUpdator_.publishPath( *pathStatusCache_ );
-   if ( const Lum::Ptr< PathUsageSm > usage = vrfRoot_.pathUsageSm( key ) ) {
-      usage->handlePublished();
+   if ( usage ) {
+      usage->doUpdatePathBwUsage();  // for the path that stands, too
    }
 }
 

@@ -2,11 +2,13 @@
 // client reads, the links that these hops are in the topology, and the user, priority and amount of
 // its constraint. Whenever one of them may have changed, the whole set is worked out again and
 // compared; equal reservations are the same handle, so nothing moves unless something did. Links
-// come and go with the topology, so a path that stays is accounted again whenever a run or a check
-// has found that it holds.
+// come and go with the topology, so all paths are accounted again before they are judged by it.
 //
 // When a client asks anew, what it will get is not known yet. Until the answer is published the
-// path goes on holding what it held: more would be had without asking whether there is room.
+// path goes on holding what was granted last: more would be had without asking whether there is
+// room. What an earlier run of the agent granted is not known. A path that it left holds what is
+// asked for now, lest its own reservation stand in its way, but for one that stands beside an
+// error: its request was refused, and must not be granted for having been restarted.
 
 #include "Cspf/CspfPathUsageSm.h"
 
@@ -16,6 +18,7 @@
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -38,6 +41,7 @@ PathUsageSm::takeOver() {
    const Lum::Ptr< PathUsageSm > other = vrfRoot_.pathUsageSm( replaced );
    if ( !replaced.internal() && other ) {
       oldBwUsageIdIs( other->oldBwUsageId() );
+      granted_ = other->granted_;
       pathBwUsage_ = other->pathBwUsage();
       awaitsResult_ = true;
    }
@@ -62,40 +66,24 @@ PathUsageSm::handleConstraintChange() {
       TRACE8( "path constraint not set yet" );
       return;
    }
+   awaitsResult_ =
+      awaitsResult_ || pathStatusInfo_->constraintChangeCount() > 1
+      || pathStatusInfo_->cspfStatus()->pathErrorHas( pathStatusInfo_->pathInfoKey().pathKey() );
    const BwUsageId & bwUsageId = constraint->pathConstraint().bwUsageId();
    if ( bwUsageId == oldBwUsageId_ ) {
       TRACE8( "same bwUsageId: sharedBwGroupId " << bwUsageId.sharedBwGroupId() << " localId "
                                                  << bwUsageId.localId() << "for path "
                                                  << pathStatusInfo_->pathInfoKey().traceString() );
-   } else {
-      const auto held = heldAs( bwUsageId );
-      pathBwUsageIs( nullptr );
-      oldBwUsageIdIs( bwUsageId );
-      pathBwUsageIs( held );
+      doUpdatePathBwUsage();
+      return;
    }
-   awaitsResult_ = awaitsResult_ || pathStatusInfo_->constraintChangeCount() > 1;
+   const bool held = pathBwUsage_ != nullptr;
+   const BwUsageId before = oldBwUsageId_;
+   oldBwUsageIdIs( bwUsageId );
    doUpdatePathBwUsage();
-}
-
-/// What the path holds, in the name of another user; nothing for none.
-Lum::Ptr< const PathBwUsage >
-PathUsageSm::heldAs( const BwUsageId & bwUsageId ) const {
-   if ( !pathBwUsage_ || !bwUsageId ) {
-      return nullptr;
+   if ( held && isListening( before ) ) {
+      tell( before );
    }
-   const auto usage = Lum::make< PathBwUsage >();
-   for ( const auto & [ hop, held ] : pathBwUsage_->bwUsageColl() ) {
-      usage->bwUsageIs(
-         hop, vrfRoot_.bwUsageManager()->updateReservedBandwidth(
-                 { held->bwUsageKey().link(), bwUsageId }, held->priority(), held->bandwidth() ) );
-   }
-   return usage;
-}
-
-void
-PathUsageSm::handlePublished() {
-   awaitsResult_ = false;
-   doUpdatePathBwUsage();
 }
 
 void
@@ -103,20 +91,24 @@ PathUsageSm::doUpdatePathBwUsage() {
    const auto & constraint = pathStatusInfo_->constraint();
    if ( !constraint ) {
       TRACE8( "path constraint not set yet" );
+      granted_ = {};
       pathBwUsageIs( nullptr );
       return;
    }
-   if ( !constraint->pathConstraint().bwUsageId() ) {
+   const InternalPathConstraint & asked = constraint->pathConstraint();
+   if ( !asked.bwUsageId() ) {
       TRACE8( "bwUsageId not set" );
-      return;
+      granted_ = {};
+   } else if ( !awaitsResult_ ) {
+      granted_ = { BwPriority( asked.bwSetupPriority() ), asked.bandwidth() };
    }
-   if ( !awaitsResult_ ) {
-      pathBwUsageIs( currentPathBwUsage( constraint->pathConstraint() ) );
-   }
+   pathBwUsageIs( granted_.bandwidth > 0 ? currentPathBwUsage( asked ) : nullptr );
 }
 
+/// What was granted, on the links that the published hops are now. A hop whose link is away goes on
+/// holding it, so that a path which moves gives nothing back before it has the new links.
 Lum::Ptr< const PathBwUsage >
-PathUsageSm::currentPathBwUsage( const InternalPathConstraint & constraint ) {
+PathUsageSm::currentPathBwUsage( const InternalPathConstraint & constraint ) const {
    const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
    const PathStatus * published =
       key.internal() ? nullptr : pathStatusInfo_->cspfStatus()->pathStatusFind( key.pathKey() );
@@ -124,26 +116,49 @@ PathUsageSm::currentPathBwUsage( const InternalPathConstraint & constraint ) {
       TRACE8( "No pathUsage found" );
       return nullptr;
    }
-   const AllTopoTeDbView view( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(), constraint );
-   PathValidationMemory & memory = vrfRoot_.pathValidationMemory();
-   HopToTopoDbLinkMapper( view, memory.hopAddresses() )
-      .handleNew( view.topoGraph().vertex( view.spfRoot() ), published->pathList(),
-                  memory.links() );
-   const auto links = pathAsTopoDbLinks( view.topoGraph(), memory.links() );
+   const auto links = publishedLinks( *published, constraint );
    const auto usage = Lum::make< PathBwUsage >();
    for ( std::size_t i = 0; i < published->paths(); ++i ) {
       const HopIndex hop( i );
-      if ( !links->pathHas( hop ) ) {
-         TRACE8( "Hop " << i << " not present in pathAsTopoDbLinks for path "
-                        << key.traceString() );
+      const Kivnet::IpGenAddr & address = published->path( hop );
+      if ( links->pathHas( hop ) ) {
+         const AllTopoNeighborKey & link = links->path( hop );
+         usage->bwUsageIs( usage->bwUsageHas( address ) ? nearAddress( link ) : address,
+                           reserved( link ) );
          continue;
       }
-      usage->bwUsageIs( published->path( hop ),
-                        vrfRoot_.bwUsageManager()->updateReservedBandwidth(
-                           { links->path( hop ), constraint.bwUsageId() },
-                           BwPriority( constraint.bwSetupPriority() ), constraint.bandwidth() ) );
+      TRACE8( "Hop " << i << " not present in pathAsTopoDbLinks for path " << key.traceString() );
+      if ( pathBwUsage_ && pathBwUsage_->bwUsageHas( address ) ) {
+         usage->bwUsageIs( address,
+                           reserved( pathBwUsage_->bwUsage( address )->bwUsageKey().link() ) );
+      }
    }
-   return usage;
+   return usage->bwUsages() > 0 ? usage : nullptr;
+}
+
+Lum::Ptr< const PathAsTopoDbLinks >
+PathUsageSm::publishedLinks( const PathStatus & published,
+                             const InternalPathConstraint & constraint ) const {
+   const AllTopoTeDbView view( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(), constraint );
+   PathValidationMemory & memory = vrfRoot_.pathValidationMemory();
+   HopToTopoDbLinkMapper( view, memory.hopAddresses() )
+      .handleNew( view.topoGraph().vertex( view.spfRoot() ), published.pathList(), memory.links() );
+   return pathAsTopoDbLinks( view.topoGraph(), memory.links() );
+}
+
+/// Names a further link to a router whose address names one already: across a LAN, a path that is
+/// given by its hops may come to it twice.
+Kivnet::IpGenAddr
+PathUsageSm::nearAddress( const AllTopoNeighborKey & link ) const {
+   const auto * neighbor = vrfRoot_.allTopoDb()->neighbor( link );
+   return neighbor && neighbor->interfaceAddrs() > 0 ? neighbor->interfaceAddrList()[ 0 ]
+                                                     : Kivnet::IpGenAddr();
+}
+
+Lum::Ptr< const BwUsageDeduped >
+PathUsageSm::reserved( const AllTopoNeighborKey & link ) const {
+   return vrfRoot_.bwUsageManager()->updateReservedBandwidth(
+      { link, oldBwUsageId_ }, granted_.priority, granted_.bandwidth );
 }
 
 void
@@ -159,16 +174,26 @@ PathUsageSm::pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) 
 
 void
 PathUsageSm::handlePathBwUsage() {
-   const auto & status = vrfRoot_.allTopoDbStatus();
-   const bool leaving = !pathBwUsage_;
-   if ( leaving && !status->bwUsageChangedAtHas( oldBwUsageId_ ) ) {
-      return;  // nobody is left to hear of it
+   if ( pathBwUsage_ || isListening( oldBwUsageId_ ) ) {
+      tell( oldBwUsageId_ );
    }
-   // The clock stands still while this turn's runs and publications are under way; the change is
-   // later than all runs that did not see it.
+}
+
+/// A user that gives something back may have no other path to hear of it.
+bool
+PathUsageSm::isListening( const BwUsageId & bwUsageId ) const {
+   return vrfRoot_.allTopoDbStatus()->bwUsageChangedAtHas( bwUsageId );
+}
+
+/// The clock stands still while this turn's runs and publications are under way; a change is later
+/// than all runs that did not see it.
+void
+PathUsageSm::tell( const BwUsageId & bwUsageId ) {
+   const auto & status = vrfRoot_.allTopoDbStatus();
+   const auto seen =
+      std::max( { Lum::now(), status->topoChangedAt(), status->bwUsageChangedAt( bwUsageId ) } );
    status->bwUsageChangedAtIs(
-      oldBwUsageId_,
-      std::nextafter( Lum::now(), std::numeric_limits< Lum::Seconds >::infinity() ) );
+      bwUsageId, std::nextafter( seen, std::numeric_limits< Lum::Seconds >::infinity() ) );
 }
 
 }

@@ -13,7 +13,7 @@ class VrfRoot;
 ///   watches                                handler                  writes
 ///   PathConfigInfo.usageChangeCount        doUpdatePathBwUsage      PathBwUsage
 ///   PathStatusInfo.constraintChangeCount   handleConstraintChange   PathBwUsage
-///   (its PathBwUsage)                      handlePathBwUsage AllTopoDbStatus.bwUsageChangedAt
+///   (its PathBwUsage)                      handlePathBwUsage        bwUsageChangedAt of the user
 ///
 /// A path that the agent derived from another one reserves nothing: the path that it serves does.
 class PathUsageSm : public Lum::Reactor {
@@ -32,9 +32,8 @@ class PathUsageSm : public Lum::Reactor {
    void handleConstraintChange();
    void doUpdatePathBwUsage();
    void handlePathBwUsage();
-   /// An answer to the path's request has been published, or is the one that was; its links may be
-   /// others even so.
-   void handlePublished();
+   /// The path's request is answered: what is published from now on is for it.
+   void handleResult() { awaitsResult_ = false; }
 
    /// The user under which the reservations were made.
    const BwUsageId & oldBwUsageId() const noexcept { return oldBwUsageId_; }
@@ -43,17 +42,29 @@ class PathUsageSm : public Lum::Reactor {
    bool awaitsResult() const noexcept { return awaitsResult_; }
 
  private:
+   struct Granted {
+      BwPriority priority;
+      std::uint64_t bandwidth = 0;
+   };
+
    void takeOver();
    void oldBwUsageIdIs( const BwUsageId & id ) { oldBwUsageId_ = id; }
    void pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage );
-   Lum::Ptr< const PathBwUsage > currentPathBwUsage( const InternalPathConstraint & constraint );
-   Lum::Ptr< const PathBwUsage > heldAs( const BwUsageId & bwUsageId ) const;
+   Lum::Ptr< const PathBwUsage >
+   currentPathBwUsage( const InternalPathConstraint & constraint ) const;
+   Lum::Ptr< const PathAsTopoDbLinks >
+   publishedLinks( const PathStatus & published, const InternalPathConstraint & constraint ) const;
+   Kivnet::IpGenAddr nearAddress( const AllTopoNeighborKey & link ) const;
+   Lum::Ptr< const BwUsageDeduped > reserved( const AllTopoNeighborKey & link ) const;
+   bool isListening( const BwUsageId & bwUsageId ) const;
+   void tell( const BwUsageId & bwUsageId );
 
    VrfRoot & vrfRoot_;
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< const PathStatusInfo > pathStatusInfo_;
    BwUsageId oldBwUsageId_;
-   bool awaitsResult_ = false;
+   Granted granted_;            // by the last answer
+   bool awaitsResult_ = false;  // the path was asked for anew, and is not answered yet
    Lum::Ptr< const PathBwUsage > pathBwUsage_;
 };
 

@@ -11,7 +11,6 @@
 
 #include "Cspf/CspfRsvpPathRefreshSm.h"
 
-#include "Cspf/CspfPathUsageSm.h"
 #include "Cspf/CspfVrfRoot.h"
 #include "platform/Trace/Trace.h"
 
@@ -100,7 +99,6 @@ RsvpPathRefreshSm::doPathValidation() {
       return;
    }
    TRACE8( "Process path validation for destination " << key.pathKey().dst() );
-   vrfRoot_.pathUsageSm( key )->doUpdatePathBwUsage();  // what is its own must be known
    const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
    const AllTopoTeDbView view( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(),
                                pathStatusInfo()->constraint()->pathConstraint() );

@@ -327,7 +327,23 @@ VrfRootSm::updateConstraintTopoChanged() {
 void
 VrfRootSm::handleConstraintTopoInfoUpdaterTask() {
    TRACE7( "Updating topoChangedAt for constraints" );
+   doUpdatePathBwUsages();
    updateTopoInfoChangedAt( []( const InternalPathConstraint & ) { return true; } );
+}
+
+/// A link may have another name now. What is a path's own must be known before it is judged.
+void
+VrfRootSm::doUpdatePathBwUsages() {
+   for ( const auto & [ user, handles ] : constraintsOfUser_ ) {
+      for ( const ConstraintHandle & handle : handles ) {
+         for ( const auto & [ key, uses ] :
+               vrfRoot_->constraintInfoTable()->constraintInfo( handle )->pathColl() ) {
+            if ( const auto & usage = vrfRoot_->pathUsageSm( key ) ) {
+               usage->doUpdatePathBwUsage();
+            }
+         }
+      }
+   }
 }
 
 void

@@ -39,8 +39,8 @@ class PathConstraintSm : public Lum::Reactor {
 ///   VrfSourceId.vrfClientSourceId         handleClientSourceId         topoInfoChangedAt
 ///   AllTopoDb.topoDb                      handleTopoDb                 own table in place of one
 ///                                                                      that was withdrawn
-///   (task)                                handleConstraintTopoInfo-    topoInfoChangedAt
-///                                         UpdaterTask
+///   (task)                                handleConstraintTopoInfo-    topoInfoChangedAt, and what
+///                                         UpdaterTask                  paths have reserved
 class VrfRootSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, VrfRootSm );
    /// REQUIRES: the root is initialized.
@@ -89,6 +89,7 @@ class VrfRootSm : public Lum::Reactor {
    template< class Concerns >
    void updateTopoInfoChangedAt( Concerns && concerns );
    void updateTopoInfoChangedAtOf( const DedupConstraint & dedupConstraint );
+   void doUpdatePathBwUsages();
 
    const L3::VrfName vrf_;
    const Lum::Ptr< VrfRoot > vrfRoot_;
