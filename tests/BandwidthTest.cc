@@ -299,7 +299,7 @@ TEST( Bandwidth, ARefusedChangeIsGrantedWhereThereIsRoomForItAndNotByARestart ) 
          lab.request( client, "t", "C", constraint );
          return held( lab, false );
       };
-      const auto leave = [ &, client = client ]( unsigned unreserved ) {
+      const auto leave = [ & ]( unsigned unreserved ) {
          lab.link( "A-B", { { "unreserved", unreserved } } );
          lab.link( "B-C", { { "unreserved", unreserved } } );
          return held( lab );
