@@ -157,6 +157,18 @@ AllTopoDbStatus::lfaGraph() const {
    return graph;
 }
 
+namespace {
+
+/// What an address stands for has changed for all who have it.
+void
+touchOwners( const AllTopoDbStatus & allTopoDbStatus, const IntfIpToNeighbor & owners ) {
+   for ( const AllTopoNeighborKey & link : owners.neighborSet() ) {
+      allTopoDbStatus.teGraph().touch( link.topoId(), link.neighborKey().routerId() );
+   }
+}
+
+}
+
 void
 addNeighborKeyToIntfIp( AllTopoDbStatus & allTopoDbStatus,
                         const AllTopoNeighborKey & allTopoNeighborKey,
@@ -164,6 +176,7 @@ addNeighborKeyToIntfIp( AllTopoDbStatus & allTopoDbStatus,
    const auto & table = allTopoDbStatus.intfIpToNeighborTable();
    IntfIpToNeighbor entry = table->intfIpToNeighbor( intfIp );
    entry.neighborIs( allTopoNeighborKey );
+   touchOwners( allTopoDbStatus, entry );
    table->intfIpToNeighborIs( intfIp, std::move( entry ) );
    const auto & published = allTopoDbStatus.intfIpToRouterIdTable();
    if ( published && allTopoNeighborKey.teNeighborOf() ) {
@@ -203,6 +216,7 @@ deleteNeighborKeyFromIntfIp( AllTopoDbStatus & allTopoDbStatus,
       TRACE9( "Delete ngb " << allTopoNeighborKey << " of " << intfIp << ": already deleted." );
       return;
    }
+   touchOwners( allTopoDbStatus, entry );
    entry.neighborDel( allTopoNeighborKey );
    if ( const auto & published = allTopoDbStatus.intfIpToRouterIdTable() ) {
       republish( *published, intfIp, entry );

@@ -94,21 +94,30 @@ void
 BwUsageManager::handleReserved( const BwUsageDeduped & reservation ) {
    const BwUsageKey & key = reservation.bwUsageKey();
    bwUsageTable_->addBwUsageEntry( key, reservation.priority(), reservation.bandwidth() );
-   linksOfUser_[ key.bwUsageId() ].insert( key.link() );
+   User & user = users_[ key.bwUsageId() ];
+   user.links.insert( key.link() );
+   user.lastChange = ++changes_;
 }
 
 void
 BwUsageManager::handleReleased( const BwUsageDeduped & reservation ) {
    const BwUsageKey & key = reservation.bwUsageKey();
    bwUsageTable_->delBwUsageEntry( key, reservation.priority(), reservation.bandwidth() );
+   const auto user = users_.find( key.bwUsageId() );
+   user->second.lastChange = ++changes_;
    if ( bwUsageTable_->bandwidthUsageHas( key ) ) {
       return;
    }
-   const auto links = linksOfUser_.find( key.bwUsageId() );
-   links->second.erase( key.link() );
-   if ( links->second.empty() ) {
-      linksOfUser_.erase( links );
+   user->second.links.erase( key.link() );
+   if ( user->second.links.empty() ) {
+      users_.erase( user );
    }
+}
+
+std::uint64_t
+BwUsageManager::lastChange( const BwUsageId & user ) const {
+   const auto at = users_.find( user );
+   return at == users_.end() ? 0 : at->second.lastChange;
 }
 
 std::uint64_t
@@ -128,11 +137,11 @@ void
 BwUsageManager::forEachOwnReservation(
    const BwUsageId & user, BwPriority priority,
    const std::function< void( const AllTopoNeighborKey &, std::uint64_t ) > & visit ) const {
-   const auto links = linksOfUser_.find( user );
-   if ( links == linksOfUser_.end() ) {
+   const auto at = users_.find( user );
+   if ( at == users_.end() ) {
       return;
    }
-   for ( const AllTopoNeighborKey & link : links->second ) {
+   for ( const AllTopoNeighborKey & link : at->second.links ) {
       const std::uint64_t own =
          bwUsageTable_->bandwidthUsage( { link, user } )->maxReservedBandwidth( priority );
       if ( own > 0 ) {

@@ -63,6 +63,8 @@ class BwUsageManager : public Lum::Entity {
    void forEachOwnReservation(
       const BwUsageId & user, BwPriority priority,
       const std::function< void( const AllTopoNeighborKey &, std::uint64_t ) > & visit ) const;
+   /// Another number after every change of what the user holds; 0 while that is nothing.
+   std::uint64_t lastChange( const BwUsageId & user ) const;
 
    const Lum::Ptr< BwUsageTable > & bwUsageTable() const noexcept { return bwUsageTable_; }
    const Lum::Ptr< Kiv::NumAllocator > & localIdAllocator() const { return localIdAllocator_; }
@@ -72,6 +74,10 @@ class BwUsageManager : public Lum::Entity {
    friend class BwUsageDedupedLifetimeNotifiee;
    void handleReserved( const BwUsageDeduped & reservation );
    void handleReleased( const BwUsageDeduped & reservation );
+   struct User {
+      std::set< AllTopoNeighborKey > links;
+      std::uint64_t lastChange = 0;
+   };
 
    Lum::Ptr< const AllTopoDb > allTopoDb_;
    Lum::Ptr< BwUsageTable > bwUsageTable_;
@@ -79,7 +85,8 @@ class BwUsageManager : public Lum::Entity {
    Lum::Ptr< Kiv::NumAllocatorConfig > localIdAllocatorConfig_;
    Lum::Ptr< Kiv::NumAllocatorStatus > localIdAllocatorStatus_;
    Lum::Ptr< Kiv::NumAllocator > localIdAllocator_;
-   Lum::Map< BwUsageId, std::set< AllTopoNeighborKey > > linksOfUser_;
+   Lum::Map< BwUsageId, User > users_;
+   std::uint64_t changes_ = 0;
 };
 
 }

@@ -62,6 +62,7 @@ CspfGraph::addVertex( VertexKind kind ) {
    }
    at( vertex ) = Vertex{};
    at( vertex ).kind = kind;
+   touch( vertex );
    return vertex;
 }
 
@@ -88,6 +89,7 @@ CspfGraph::removeVertex( CspfVertex vertex ) {
    rows_.release( at( vertex ).in );
    at( vertex ).kind = VertexKind::free;
    freeVertices_.push_back( vertex );
+   touch( vertex );
    ++version_;
 }
 
@@ -97,6 +99,7 @@ CspfGraph::overloadedIs( CspfVertex router, bool overloaded ) {
       return;
    }
    ++version_;
+   touch( router );
    at( router ).overloaded = overloaded;
    if ( overloaded ) {
       overloaded_.push_back( router );
@@ -108,6 +111,7 @@ CspfGraph::overloadedIs( CspfVertex router, bool overloaded ) {
 void
 CspfGraph::nodeRankIs( CspfVertex router, uint64_t rank ) {
    ++version_;
+   touch( router );
    at( router ).nodeRank = rank;
 }
 
@@ -154,6 +158,7 @@ CspfGraph::write( CspfEdge edge, const CspfEdgeRecord & record ) {
    LUM_ASSERT( record.topology != anyTopology );
    ++version_;
    const uint32_t e = index( edge );
+   touch( columns_.from[ e ] );
    columns_.topology[ e ] = record.topology;
    columns_.igpMetric[ e ] = record.igpMetric;
    columns_.teMetric[ e ] = record.teMetric.value_or( record.igpMetric );
@@ -194,6 +199,7 @@ CspfGraph::removeEdge( CspfEdge edge ) {
    LUM_ASSERT( has( edge ) );
    unpair( edge );
    const uint32_t e = index( edge );
+   touch( columns_.from[ e ] );
    rows_.erase( at( columns_.from[ e ] ).out, e );
    rows_.erase( at( columns_.to[ e ] ).in, e );
    srlgPool_.release( columns_.srlgList[ e ] );
@@ -218,6 +224,7 @@ CspfGraph::pairIs( CspfEdge edge, CspfEdge reverse, bool agree ) {
       columns_.reverse[ e ] = other;
       columns_.flags[ e ] &= ~twoWayBit;
       columns_.flags[ e ] |= agree ? twoWayBit : 0;
+      touch( columns_.from[ e ] );
    }
    ++version_;
 }
@@ -230,6 +237,7 @@ CspfGraph::unpair( CspfEdge edge ) {
       if ( one != noEdge ) {
          columns_.reverse[ index( one ) ] = noEdge;
          columns_.flags[ index( one ) ] &= ~twoWayBit;
+         touch( from( one ) );
       }
    }
 }
@@ -291,6 +299,10 @@ CspfGraph::renumber( CspfVertex root ) {
       }
    }
    copy.version_ = version_ + 1;
+   copy.lastChange_ = lastChange_ + 1;
+   for ( Vertex & vertex : copy.vertices_ ) {
+      vertex.changedAt = copy.lastChange_;
+   }
    *this = std::move( copy );
    return map;
 }

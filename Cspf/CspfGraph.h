@@ -108,6 +108,16 @@ class CspfGraph {
    /// Changes with every change of the graph; filters and trees hold for one version.
    uint64_t version() const { return version_; }
 
+   /// Notes a change of what the vertex stands for and the graph does not hold.
+   void touch( CspfVertex vertex ) { at( vertex ).changedAt = ++lastChange_; }
+   /// Counts changes of all vertices, and the last one of a vertex: of itself, of an edge that
+   /// leaves it, of the pair that such an edge is in. Renumbering changes all. A number that is not
+   /// in use has changed when its vertex went, or since.
+   uint64_t lastChange() const { return lastChange_; }
+   uint64_t changedAt( CspfVertex vertex ) const {
+      return index( vertex ) < vertexBound() ? at( vertex ).changedAt : lastChange_;
+   }
+
    bool has( CspfVertex vertex ) const {
       return index( vertex ) < vertexBound() && at( vertex ).kind != VertexKind::free;
    }
@@ -155,6 +165,7 @@ class CspfGraph {
    struct Vertex {
       uint64_t nodeRank = 0;
       CspfRowPool::Row out, in;
+      uint64_t changedAt = 0;
       VertexKind kind = VertexKind::free;
       bool overloaded = false;
    };
@@ -176,6 +187,7 @@ class CspfGraph {
    CspfRowPool rows_;
    CspfSrlgPool srlgPool_;
    uint64_t version_ = 1;
+   uint64_t lastChange_ = 0;
 };
 
 }

@@ -4,11 +4,14 @@
 // The check asks the graph about the links of the path alone: each hop costs one look-up of its
 // address (remembered from path to path) and the few tests of the constraint; no run, and no pass
 // over all links. What is known of the hops is worked out anew on the way; the caller publishes it
-// where it moved.
+// where it moved. Most paths do not meet most changes: a valid path is not looked at again before
+// one of its routers has changed. A link belongs to the router that it leaves, an address to all
+// routers that have it.
 
 #include "Cspf/CspfPathValidator.h"
 
 #include "Cspf/CspfArcs.h"
+#include "Cspf/CspfBwUsageManager.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
@@ -23,18 +26,45 @@ PathValidationMemory::~PathValidationMemory() = default;
 
 const CspfLinkFilter &
 PathValidationMemory::filter( const AllTopoDbView & view, const NodeId & source ) {
-   InternalPathConstraint constraint = view.constraint();
-   constraint.bwUsageIdIs( {} );
+   filterConstraint_.bwUsageIdIs( view.constraint().bwUsageId() );  // it is the same for all users
    if ( filterVersion_ != view.graph().version() || filterAddresses_ != hopAddresses_->changes()
-        || filterSource_ != source || filterConstraint_ != constraint ) {
-      const AllTopoTeDbView anyUser( view.allTopoDb(), view.allTopoDbStatus(), constraint );
+        || filterSource_ != source || filterConstraint_ != view.constraint() ) {
+      filterConstraint_ = view.constraint();
+      filterConstraint_.bwUsageIdIs( {} );
+      const AllTopoTeDbView anyUser( view.allTopoDb(), view.allTopoDbStatus(), filterConstraint_ );
       filter_.constraintIs( anyUser.linkConstraint( source ) );
-      filterConstraint_ = std::move( constraint );
       filterSource_ = source;
       filterVersion_ = view.graph().version();
       filterAddresses_ = hopAddresses_->changes();
    }
    return filter_;
+}
+
+PathValidity::PathValidity( const AllTopoDbView & view, CspfVertex source,
+                            PathValidationMemory & memory )
+   : change_( view.graph().lastChange() ),
+     sourceChanges_( memory.hopAddresses().sourceChanges() ),
+     userChange_( userChange( *view.allTopoDbStatus(), view.constraint().bwUsageId() ) ) {
+   routers_.reserve( memory.links().size() + 1 );
+   routers_.push_back( source );
+   for ( const CspfPathHop & hop : memory.links() ) {
+      routers_.push_back( hop.end( view.graph() ) );
+   }
+}
+
+bool
+PathValidity::holds( const AllTopoDbStatus & status, const PathValidationMemory & memory,
+                     const BwUsageId & user ) const {
+   const CspfGraph & graph = status.teGraph().graph();
+   return !routers_.empty() && sourceChanges_ == memory.hopAddresses().sourceChanges()
+          && std::ranges::all_of(
+             routers_, [ & ]( CspfVertex router ) { return graph.changedAt( router ) <= change_; } )
+          && userChange_ == userChange( status, user );
+}
+
+std::uint64_t
+PathValidity::userChange( const AllTopoDbStatus & status, const BwUsageId & user ) {
+   return user ? status.bwUsageManager()->lastChange( user ) : 0;
 }
 
 CspfRefusal
@@ -64,6 +94,12 @@ RsvpPathValidator::validatePathAndUpdateMetadata() {
    if ( valid_ ) {
       updateIncludeIps();
    }
+}
+
+PathValidity
+RsvpPathValidator::validity() const {
+   const CspfVertex source = view_.graph().from( memory_.links().front().link );
+   return { view_, source, memory_ };
 }
 
 bool

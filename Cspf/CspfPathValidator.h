@@ -20,16 +20,40 @@ class PathValidationMemory {
    /// that paths which differ in their user alone share it. May renumber the graph.
    const CspfLinkFilter & filter( const AllTopoDbView & view, const NodeId & source );
    HopAddressMemory & hopAddresses() noexcept { return *hopAddresses_; }
+   const HopAddressMemory & hopAddresses() const noexcept { return *hopAddresses_; }
    std::vector< CspfPathHop > & links() noexcept { return links_; }
 
  private:
    Lum::Ptr< HopAddressMemory > hopAddresses_;
    CspfLinkFilter filter_;
-   InternalPathConstraint filterConstraint_;  // that filter_ was made of, for no user
+   InternalPathConstraint filterConstraint_;  // that filter_ was made of, but for the user
    NodeId filterSource_;
    std::uint64_t filterVersion_ = 0;    // of the graph; 0: none was made
    std::uint64_t filterAddresses_ = 0;  // changes of addresses that it knows of
    std::vector< CspfPathHop > links_;
+};
+
+/// That a path was found valid, and when. It rests on the routers that the path passes, with their
+/// links, addresses and prefixes, on the source of computations and on what the constraint's user
+/// has reserved; while none of them changed it holds, and so do the path's metadata, whatever
+/// happened elsewhere. The constraint and what is published of the path are its owner's to watch.
+class PathValidity {
+ public:
+   PathValidity() = default;
+   /// The path in the memory's links, which starts at `source` and has just been found valid.
+   PathValidity( const AllTopoDbView & view, CspfVertex source, PathValidationMemory & memory );
+
+   /// O(hops).
+   bool holds( const AllTopoDbStatus & status, const PathValidationMemory & memory,
+               const BwUsageId & user ) const;
+
+ private:
+   static std::uint64_t userChange( const AllTopoDbStatus & status, const BwUsageId & user );
+
+   std::vector< CspfVertex > routers_;  // empty: nothing was found
+   std::uint64_t change_ = 0;           // the graph's last
+   std::uint64_t sourceChanges_ = 0;
+   std::uint64_t userChange_ = 0;
 };
 
 /// Why the view's constraint, or the TE metric, refuses a hop: its link, its user's own
@@ -66,6 +90,8 @@ class RsvpPathValidator {
    /// Worked out when they changed.
    const PathTeRouterId::Hops & pathTeRouterId() const noexcept { return pathTeRouterId_; }
    const IncludeIps::List & includeIps() const noexcept { return includeIps_; }
+   /// REQUIRES: the path is valid and has hops.
+   PathValidity validity() const;
    /// The links of the hops.
    std::span< const CspfPathHop > links() const { return memory_.links(); }
 

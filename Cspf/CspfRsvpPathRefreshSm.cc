@@ -94,22 +94,41 @@ RsvpPathRefreshSm::handleTopoChanged() {
 void
 RsvpPathRefreshSm::doPathValidation() {
    const PathInfoKey & key = pathStatusInfo()->pathInfoKey();
-   if ( pathStatusInfo()->refreshNeeded() || !pathStatusInfo()->constraint() ) {
+   if ( nothingToValidate() ) {
       TRACE8( "Skipping path validation for " << key.traceString() );
       return;
    }
    TRACE8( "Process path validation for destination " << key.pathKey().dst() );
+   const InternalPathConstraint & constraint = pathStatusInfo()->constraint()->pathConstraint();
    const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
-   const AllTopoTeDbView view( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(),
-                               pathStatusInfo()->constraint()->pathConstraint() );
-   RsvpPathValidator validator( key, published, isPathFromSourceToSource(), view,
+   const AllTopoTeDbView view( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(), constraint );
+   RsvpPathValidator validator( key, published,
+                                published.paths() == 0 && isPathFromSourceToSource(), view,
                                 vrfRoot_.pathValidationMemory() );
    validator.validatePathAndUpdateMetadata();
    if ( validator.valid() ) {
+      validityIs( validator );
       publishPathMetadata( validator );
    } else {
       setRefreshNeededForLinkedPaths();
    }
+}
+
+/// A path that is going to be computed, and one of which nothing has changed since it was valid.
+bool
+RsvpPathRefreshSm::nothingToValidate() const {
+   const auto & constraint = pathStatusInfo()->constraint();
+   return pathStatusInfo()->refreshNeeded() || !constraint
+          || ( validUsage_ == pathConfigInfo()->usageChangeCount()
+               && validity_.holds( *vrfRoot_.allTopoDbStatus(), vrfRoot_.pathValidationMemory(),
+                                   constraint->pathConstraint().bwUsageId() ) );
+}
+
+/// Of a path without hops nothing is remembered.
+void
+RsvpPathRefreshSm::validityIs( const RsvpPathValidator & validator ) {
+   validity_ = validator.links().empty() ? PathValidity() : validator.validity();
+   validUsage_ = pathConfigInfo()->usageChangeCount();
 }
 
 bool

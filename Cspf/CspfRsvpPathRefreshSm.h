@@ -40,8 +40,9 @@ class PathRefreshSm : public Lum::Reactor {
 };
 
 /// Keeps a path that is in use: on a topology change it checks whether the published path still
-/// holds, and marks the path and its segments for refresh only when it does not. Metadata of a
-/// valid path that moved is published as it is now.
+/// holds, unless nothing that the last check rests on has changed, and marks the path and its
+/// segments for refresh only when it does not. Metadata of a valid path that moved is published as
+/// it is now.
 ///
 ///   task                          runs               writes
 ///   RsvpPathValidationTask-<key>  doPathValidation   PathStatusInfo.refreshNeeded, its reason, or
@@ -64,12 +65,16 @@ class RsvpPathRefreshSm : public PathRefreshSm {
    void handleNew() override;
    bool isPublishedPathInUse() const;
    bool isPathFromSourceToSource() const;
+   bool nothingToValidate() const;
+   void validityIs( const RsvpPathValidator & validator );
    void publishPathMetadata( const RsvpPathValidator & validator );
 
    VrfRoot & vrfRoot_;
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
    PathStatusUpdator pathStatusUpdator_;
    Kiv::Task pathValidationTask_;
+   PathValidity validity_;
+   std::uint32_t validUsage_ = 0;  // usageChangeCount of then: it moves with what is published
 };
 
 }

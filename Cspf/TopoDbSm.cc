@@ -427,6 +427,7 @@ TopoDbSm::handleReachability( const IgpRouterId & igpRouterId ) {
    } else {
       reachabilityMap_[ igpRouterId ] = std::move( prefixes );
    }
+   allTopoDbStatus_->teGraph().touch( topoId_, igpRouterId );
    doUpdateAllTopoDbStatus();
 }
 

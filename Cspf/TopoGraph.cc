@@ -162,14 +162,20 @@ TopoGraph::updateOverload( Nodes::Entry & entry ) {
    const Node & node = entry.second.value;
    const bool all = node.overloaded == node.routers.size();
    graph_.overloadedIs( node.vertex, node.overloaded && all );
-   const bool wasPartly = partlyOverloaded_.erase( &entry ) > 0;
-   const bool isPartly = node.overloaded && !all;
-   if ( isPartly ) {
+   if ( node.overloaded && !all ) {
       partlyOverloaded_.insert( &entry );
+   } else {
+      partlyOverloaded_.erase( &entry );
    }
-   if ( wasPartly || isPartly ) {
-      // The graph holds nothing of it, yet filters do: the same rank makes a new version.
-      graph_.nodeRankIs( node.vertex, entry.second.rank );
+   // The graph holds nothing of that, nor of who is attached, yet filters do: the same rank makes a
+   // new version.
+   graph_.nodeRankIs( node.vertex, entry.second.rank );
+}
+
+void
+TopoGraph::touch( const TopoId & topoId, const IgpRouterId & router ) {
+   if ( const Attached * present = attached( topoId, router ) ) {
+      graph_.touch( present->node->second.value.vertex );
    }
 }
 

@@ -41,6 +41,8 @@ class TopoGraph {
    void attach( const TopoId & topoId, const IgpRouterId & router, const NodeId & node );
    void detach( const TopoId & topoId, const IgpRouterId & router );
    void overloadedIs( const TopoId & topoId, const IgpRouterId & router, bool overloaded );
+   /// What is known of the router besides, its addresses and prefixes, has changed.
+   void touch( const TopoId & topoId, const IgpRouterId & router );
    /// The link is there, with what its neighbour entry says now.
    void linkIs( LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
    void linkDel( LinkEntry & link );

@@ -4,7 +4,9 @@
 // ratio of the two is that of validating to recomputing.
 //
 // Paths that reserve bandwidth have a constraint, and thus a run, each; paths without share one
-// run, after which only the hops of each path are worked out.
+// run, after which only the hops of each path are worked out. The first change after a path was
+// published costs it a whole check; later ones, of other routers, a look at its own. Both are
+// given, and the ratio is that of later ones.
 
 #include "bench/BenchAgent.h"
 
@@ -35,13 +37,18 @@ requests( const GeneratedNetwork & network, const std::string & client, std::uin
    return document;
 }
 
-/// The change that no path minds, as milliseconds until nothing is pending: the median.
-double
+struct Times {
+   double first, later;
+};
+
+/// The change that no path minds, as milliseconds until nothing is pending: the first time, and the
+/// median of the others.
+Times
 oneLinkChange( BenchAgent & agent ) {
    const auto table = agent.topology();
    const auto keys = Lum::sortedKeys( table->neighborColl() );
    std::vector< double > times;
-   for ( int i = 0; i < rounds; ++i ) {
+   for ( int i = 0; i <= rounds; ++i ) {
       const auto & key = keys[ keys.size() - 1 - static_cast< std::size_t >( i ) ];
       Routing::Topology::Neighbor link = table->neighbor( key );
       link.metricIs( link.metric() % 1000 + 1 );
@@ -50,8 +57,8 @@ oneLinkChange( BenchAgent & agent ) {
          agent.settle();
       } ) );
    }
-   std::ranges::sort( times );
-   return times[ times.size() / 2 ];
+   std::ranges::sort( times.begin() + 1, times.end() );
+   return { times[ 0 ], times[ 1 + rounds / 2 ] };
 }
 
 double
@@ -65,16 +72,17 @@ measure( const GeneratedNetwork & network, const char * client, std::uint64_t ba
    for ( const auto & [ key, path ] : agent.status( client )->pathStatusColl() ) {
       found += path.paths() > 0;
    }
-   const double time = oneLinkChange( agent );
-   const std::uint64_t runs = ( agent.runs() - runsBefore ) / rounds;
+   const Times time = oneLinkChange( agent );
+   const std::uint64_t runs = ( agent.runs() - runsBefore ) / ( rounds + 1 );
    if ( found != paths || ( runs > 0 ) != recomputes ) {
       std::fprintf( stderr, "wrong: %zu paths, %llu runs a change\n", found,
                     static_cast< unsigned long long >( runs ) );
       std::exit( 1 );
    }
-   std::printf( "   %-10s %9.2f ms, %llu runs\n", recomputes ? "recomputed" : "validated", time,
+   std::printf( "   %-10s %9.2f ms, the first time %9.2f ms, %llu runs\n",
+                recomputes ? "recomputed" : "validated", time.later, time.first,
                 static_cast< unsigned long long >( runs ) );
-   return time;
+   return time.later;
 }
 
 void
