@@ -27,9 +27,10 @@ DedupPqInfoLTNotifiee::handleRemove( const Lum::Ptr< Kiv::DedupHandle > & handle
    table_.release( static_cast< DedupPqInfo & >( *handle ) );
 }
 
-DedupPqInfoTable::DedupPqInfoTable( const Lum::Ptr< Status > & status )
+DedupPqInfoTable::DedupPqInfoTable( const Lum::Ptr< Status > & status,
+                                    const Kiv::Range & identifiers )
    : status_( status ),
-     idConfig_( Lum::make< Kiv::NumAllocatorConfig >( Kiv::Range{ firstIdx, lastIdx } ) ),
+     idConfig_( Lum::make< Kiv::NumAllocatorConfig >( identifiers ) ),
      idStatus_( Lum::make< Kiv::NumAllocatorStatus >() ),
      idAllocator_( Lum::make< Kiv::NumAllocator >( idConfig_, idStatus_ ) ),
      dedupTable_( Lum::make< Kiv::DedupTable< DedupPqInfo > >() ),
@@ -53,15 +54,16 @@ void
 DedupPqInfoTable::takeOverPublished() {
    for ( const auto & [ pathKey, path ] : status_->pathStatusColl() ) {
       const std::uint32_t idx = path.repairPathIdx();
-      if ( idx >= firstIdx && idx <= lastIdx && status_->pqInfoHas( idx ) ) {
+      if ( idx >= idConfig_->range().first() && idx <= idConfig_->range().last()
+           && status_->pqInfoHas( idx ) ) {
          named_[ pathKey ] = idx;
          ++uses_[ idx ].paths;
       }
    }
    std::vector< std::uint64_t > unused;
-   for ( const std::uint32_t last = uses_.empty() ? 0 : uses_.rbegin()->first;
-         idStatus_->inUse() < last; ) {
-      const std::uint64_t number = idAllocator_->getNumber();
+   const std::uint32_t last = uses_.empty() ? 0 : uses_.rbegin()->first;
+   for ( std::uint64_t number = 0; number != last; ) {
+      number = idAllocator_->getNumber();
       if ( !uses_.contains( static_cast< std::uint32_t >( number ) ) ) {
          unused.push_back( number );
       }

@@ -62,7 +62,8 @@ class DedupPqInfoTable : public Lum::Reactor {
    LUM_ENTITY( Cspf::Lfa, DedupPqInfoTable );
    static constexpr std::uint64_t firstIdx = 1, lastIdx = 1'000'000;
 
-   explicit DedupPqInfoTable( const Lum::Ptr< Status > & status );
+   explicit DedupPqInfoTable( const Lum::Ptr< Status > & status,
+                              const Kiv::Range & identifiers = { firstIdx, lastIdx } );
    ~DedupPqInfoTable() override;
 
    void handleInitialized() override;
