@@ -75,11 +75,15 @@ PqComputePfxSm::handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix ) {
          LUM_WATCH_KEYS( info, originatorInfo, handleOriginatorInfo );
       }
    }
-   handleOriginatorInfo( {} );
+   networkUpdate_ = true;
+   if ( runsAreKnown() ) {
+      schedulePrc();
+   }
 }
 
 void
-PqComputePfxSm::handleOriginatorInfo( const NodeId & ) {
+PqComputePfxSm::handleOriginatorInfo( const NodeId & router ) {
+   reachabilityUpdate_.insert( router );
    if ( runsAreKnown() ) {
       schedulePrc();
    }
@@ -88,7 +92,7 @@ PqComputePfxSm::handleOriginatorInfo( const NodeId & ) {
 void
 PqComputePfxSm::handleCspfData() {
    const bool onlyReachability =
-      runsAreKnown() && canCompute() && runs().complete() && originators() != pfxOriginatorInfo_;
+      runsAreKnown() && canCompute() && runs().complete() && reachabilityChanged();
    if ( onlyReachability ) {
       schedulePrc();
    } else {
@@ -115,8 +119,8 @@ PqComputePfxSm::handlePqComputePrcTask() {
       vrfRoot().pathStatusCacheTable()->pathStatusCache( pathInfoKey() )->refreshedStage1CountInc();
       return;
    }
-   if ( !canCompute() ) {
-      return;  // the end of the refresh, or the next run, computes
+   if ( !canCompute() || !reachabilityChanged() ) {
+      return;  // the end of the refresh, or the next run, computes; or has done so
    }
    const Lum::Seconds now = Lum::now();
    if ( now - prcLastRan_ < 2 * prcCurrentHoldInterval_ ) {
@@ -129,7 +133,8 @@ PqComputePfxSm::handlePqComputePrcTask() {
 void
 PqComputePfxSm::handlePqComputeTask() {
    if ( canCompute() ) {
-      pfxOriginatorInfo_ = originators();
+      reachabilityUpdate_.clear();
+      networkUpdate_ = false;
    }
    PqComputeSm::handlePqComputeTask();
 }
@@ -166,7 +171,7 @@ PqComputePfxSm::dumpState( Kiv::DumpContext & context, int indent ) const {
             prcLastRan_ > 0 ? prcLastRan_ : 0 );
    context.printf( indent + 1, "%*crun for a prefix change scheduled: %s\n",
                    pqComputePrcTask_.scheduled() ? "yes" : "no" );
-   for ( const OriginatorInfo & originator : pfxOriginatorInfo_ ) {
+   for ( const OriginatorInfo & originator : originators() ) {
       context.printf( indent + 1, "%*coriginator %s, metric %u\n",
                       originator.routerId().stringValue().c_str(), originator.metric() );
    }

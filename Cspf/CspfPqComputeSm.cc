@@ -1,7 +1,9 @@
 // When the repair of a path is worked out, and what becomes of it. Four runs come in on their own
 // throttles; a repair needs all four of one and the same topology, so this waits until the last one
-// has caught up. Meanwhile what is published stays. A run that cannot be had (the protected link is
-// gone, say) ends the wait: then there is no repair, and the client reads why.
+// has caught up. Meanwhile what is published stays. A run that cannot be had ends the wait: then
+// there is no repair, and the client reads why. But when the protected link goes, which is when
+// routers need the repair, the one that is published stays until its request goes or the link is
+// back.
 //
 // The repair is the second stage of the path's refresh; counting it makes the path's publisher
 // compare and write. Nothing is counted while a newer refresh is under way, whose own second
@@ -174,7 +176,7 @@ PqComputeSm::handleCspfData() {
 
 void
 PqComputeSm::handleAdjacency( const IsisExportImpl::AdjacencyKey & key ) {
-   if ( key == adjacencyKey_ || std::ranges::find( refused_, key ) != refused_.end() ) {
+   if ( std::ranges::find( adjacencyKeys_, key ) != adjacencyKeys_.end() ) {
       adjacencyUpdatedAt_ = Lum::now();
       handleCspfData();
    }
@@ -190,16 +192,30 @@ PqComputeSm::doPqCompute() {
    if ( !canCompute() ) {
       return;
    }
+   reason_ = missingRun();
+   if ( protectedLinkIsGone() ) {
+      TRACE7( "repair for " << pathInfoKey_.traceString() << " stays: " << reason_ );
+      endStage2();
+      return;
+   }
    const Lum::Ptr< const SharedRepairs > shared = repairs_;  // until its successor is found
    runs_ = currentRuns();
    repairs_ = nullptr;
-   reason_ = missingRun();
    if ( !reason_.empty() ) {
       TRACE7( "no repair for " << pathInfoKey_.traceString() << ": " << reason_ );
       publish( std::nullopt );
    } else {
       compute();
    }
+}
+
+/// Whether the link is gone that the published repair protects: there is no new tree of its far
+/// end, but still the one that the repair came of.
+bool
+PqComputeSm::protectedLinkIsGone() const {
+   const auto lastTree = dataOf( uNgbPathStatusCache_ );
+   return pPathStatusCache_->pqInfo() && lastTree && lastTree == runs_.neighbor
+          && !missingRunOf( uNgbPathStatusCache_ ).empty();
 }
 
 void
@@ -214,7 +230,9 @@ PqComputeSm::compute() {
                                                   << " fwdSpf at: " << runs_.forward->ranAt()
                                                   << " ngbSpf at: " << runs_.neighbor->ranAt()
                                                   << " revSpf at: " << runs_.reverse->ranAt() );
-   publish( getLoadBalancedPqPath() );
+   const AllPqPathWithImmNgb allPqPath = getAllPqPath();
+   publish( allPqPath.pqPathWithImmNgbs() > 0 ? getLoadBalancedPqPath( &allPqPath )
+                                              : std::nullopt );
 }
 
 const TopoId &
@@ -263,69 +281,73 @@ PqComputeSm::validateDestination() {
    return reason_.empty();
 }
 
-std::optional< CspfRepair >
-PqComputeSm::getAllPqPath( std::size_t attempt ) {
+/// Of the repairs with the fewest nodes, one for each immediate neighbour that can begin one.
+AllPqPathWithImmNgb
+PqComputeSm::getAllPqPath() {
    const TopoGraph & topology = this->topology();
-   auto repair = repairs_->table( topology )
-                    .repair( topology.graph(), runs_.constrained->tree(), getAllDestinationNodes(),
-                             destination().hash() + attempt, [ & ]( CspfVertex router ) {
-                                return topology.nodeId( router ).hash();
-                             } );
-   TRACE7( "Found " << ( repair ? 1 : 0 ) << " PQ paths to dst: " << destination() );
-   if ( !repair ) {
-      reason_ = "no repair with as few repair nodes as there may be";
+   const auto & cspfData = runs_.constrained;
+   AllPqPathWithImmNgb all;
+   for ( const CspfRepair & repair :
+         repairs_->table( topology )
+            .repairs( topology.graph(), cspfData->tree(), getAllDestinationNodes(),
+                      destination().hash(),
+                      [ & ]( CspfVertex router ) { return topology.nodeId( router ).hash(); } ) ) {
+      PqPathWithImmNgb path{ topology.nodeId( repair.firstHop ), repair.firstLinks, {} };
+      for ( const CspfVertex vertex : repair.nodes ) {
+         const NodeId & node = topology.nodeId( vertex );
+         LUM_ASSERT( node != cspfData->source() );
+         path.path.push( node.isisSystemId() );
+      }
+      all.pqPathWithImmNgb.push_back( std::move( path ) );
    }
-   return repair;
+   TRACE7( "Found " << all.pqPathWithImmNgbs() << " PQ paths to dst: " << destination() );
+   reason_ =
+      all.pqPathWithImmNgb.empty() ? "no repair with as few repair nodes as there may be" : "";
+   return all;
 }
 
-/// Of equal repairs the one that the hash chooses; where its next hop is not known, the choice is
-/// made again under another number. A next hop that comes to be known is heard of either way.
+/// The preferred one of those whose next hop is known. A next hop that comes to be known, and would
+/// have been preferred, is heard of.
 std::optional< PqPath >
-PqComputeSm::getLoadBalancedPqPath() {
-   refused_.clear();
-   for ( std::size_t attempt = 0; attempt < maxChoices; ++attempt ) {
-      const auto repair = getAllPqPath( attempt );
-      if ( !repair ) {
-         return std::nullopt;
-      }
+PqComputeSm::getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath ) {
+   LUM_ASSERT( allPqPath->pqPathWithImmNgbs() != 0 );
+   adjacencyKeys_.clear();
+   for ( const PqPathWithImmNgb & candidate : allPqPath->pqPathWithImmNgb ) {
       PqPath path;
-      if ( resolveNexthop( *repair, path ) ) {
-         for ( const CspfVertex node : repair->nodes ) {
-            path.path_.push( topology().nodeId( node ).isisSystemId() );
-         }
+      if ( std::ranges::any_of( candidate.firstLinks, [ & ]( CspfEdge link ) {
+              return resolveNexthop( candidate.immNgb, link, path );
+           } ) ) {
+         path.path_ = candidate.path;
          return path;
       }
-      refused_.push_back( adjacencyKey_ );
    }
-   reason_ = "no next hop known on " + refused_.front().intf().stringValue();
+   reason_ = "no next hop known on " + adjacencyKeys_.front().intf().stringValue();
    return std::nullopt;
 }
 
 /// A neighbour on a point-to-point link may be without address, the interface names it; one on a
 /// LAN may not.
 bool
-PqComputeSm::resolveNexthop( const CspfRepair & repair, PqPath & path ) {
-   adjacencyKey_ = { topology().neighbor( repair.firstLink ).intfId(),
-                     topology().nodeId( repair.firstHop ).isisSystemId() };
-   const auto * adjacency =
-      isisAdjacencyInfo_ ? isisAdjacencyInfo_->adjacencyFind( adjacencyKey_ ) : nullptr;
-   path.nhIntfIs( adjacencyKey_.intf() );
+PqComputeSm::resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path ) {
+   const IsisExportImpl::AdjacencyKey key{ topology().neighbor( firstLink ).intfId(),
+                                           immNgb.isisSystemId() };
+   adjacencyKeys_.push_back( key );
+   const auto * adjacency = isisAdjacencyInfo_ ? isisAdjacencyInfo_->adjacencyFind( key ) : nullptr;
+   path.nhIntfIs( key.intf() );
    if ( adjacency ) {
       path.nhIpIs( vrfRoot_.af() == Kivnet::AddressFamily::ipv4 ? adjacency->nexthopV4()
                                                                 : adjacency->nexthopV6() );
    }
    if ( !path.nhIp() ) {
-      TRACE7( "Nexthop information not available for intf: " << adjacencyKey_.intf() << " sysId: "
-                                                             << adjacencyKey_.systemId() );
+      TRACE7( "Nexthop information not available for intf: " << key.intf()
+                                                             << " sysId: " << key.systemId() );
    }
-   const bool isLan = topology().graph().kind( repair.firstLink ) == CspfEdgeKind::routerToNetwork;
+   const bool isLan = topology().graph().kind( firstLink ) == CspfEdgeKind::routerToNetwork;
    return path.nhIp() || ( adjacency && !isLan );
 }
 
-/// The path's publisher may end this machine's path.
 void
 PqComputeSm::publish( const std::optional< PqPath > & path ) {
-   const auto alive = keptAlive();
    const auto & status = pathStatusInfo_->cspfStatus();
    Lum::Ptr< DedupPqInfo > pqInfo = path ? vrfRoot_.dedupPqInfoTable()->dedup( *path ) : nullptr;
    if ( pqInfo && pqInfo->pqIdx() == 0 ) {
@@ -338,6 +360,13 @@ PqComputeSm::publish( const std::optional< PqPath > & path ) {
       status->pathErrorIs( pathInfoKey_.pathKey(), reason_ );
    }
    pPathStatusCache_->pqInfoIs( pqInfo );
+   endStage2();
+}
+
+/// The path's publisher may end this machine's path.
+void
+PqComputeSm::endStage2() {
+   const auto alive = keptAlive();
    pPathStatusCache_->stage2LastRanAtIs( Lum::now() );
    pPathStatusCache_->refreshedStage2CountInc();
 }
@@ -346,8 +375,10 @@ void
 PqComputeSm::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*cPqComputeSm %s\n", pathInfoKey_.traceString().c_str() );
    context.printf( indent + 1, "%*cprotection: %s\n", isLinkProtection_ ? "link" : "node" );
-   context.printf( indent + 1, "%*cadjacency: %s %s\n", adjacencyKey_.intf().stringValue().c_str(),
-                   adjacencyKey_.systemId().stringValue().c_str() );
+   for ( const auto & key : adjacencyKeys_ ) {
+      context.printf( indent + 1, "%*cadjacency: %s %s\n", key.intf().stringValue().c_str(),
+                      key.systemId().stringValue().c_str() );
+   }
    dumpAge( context, indent + 1, "adjacency updated", adjacencyUpdatedAt_ );
    const auto dumpRun = [ & ]( const char * label, const Lum::Ptr< const LfaCspfData > & run ) {
       dumpAge( context, indent + 1, label, run ? run->ranAt() : 0 );
@@ -359,7 +390,10 @@ PqComputeSm::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent + 1, "%*ccomputation scheduled: %s\n",
                    pqComputeTask_.scheduled() ? "yes" : "no" );
    if ( !reason_.empty() ) {
-      context.printf( indent + 1, "%*cno repair: %s\n", reason_.c_str() );
+      context.printf( indent + 1, "%*c%s: %s\n",
+                      pPathStatusCache_ && pPathStatusCache_->pqInfo() ? "repair stays"
+                                                                       : "no repair",
+                      reason_.c_str() );
    } else if ( runs_.complete() ) {
       context.printf( indent + 1, "%*ccost to destination: after the failure %u, from %s %u\n",
                       getPostConvergenceCostFromPlrToDest(),

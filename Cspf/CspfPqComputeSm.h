@@ -6,6 +6,7 @@
 #include "platform/Kiv/TaskScheduler.h"
 
 #include <optional>
+#include <set>
 
 namespace Cspf {
 class LfaCspfData;
@@ -48,6 +49,20 @@ class SharedRepairs : public Kiv::DedupHandle {
    std::optional< CspfRepairTable > table_;
 };
 
+/// A repair that begins at one immediate neighbour of the router.
+struct PqPathWithImmNgb {
+   NodeId immNgb;
+   std::vector< CspfEdge > firstLinks;  ///< to the neighbour, the preferred one first
+   Lum::List< RepairNodeIdx, Routing::Isis::SystemId > path;
+};
+
+/// The equally good repairs of one destination, the one that it prefers first.
+struct AllPqPathWithImmNgb {
+   std::vector< PqPathWithImmNgb > pqPathWithImmNgb;
+
+   std::size_t pqPathWithImmNgbs() const { return pqPathWithImmNgb.size(); }
+};
+
 /// Works out the repair of one client path towards a router. It serves one constraint of the path;
 /// another constraint gets a machine of its own.
 ///
@@ -60,9 +75,6 @@ class SharedRepairs : public Kiv::DedupHandle {
 ///                                                                   Status.pathError
 class PqComputeSm : public Lum::Reactor {
    LUM_ENTITY( Cspf::Lfa, PqComputeSm );
-   /// How often a repair is chosen anew whose next hop is not known.
-   static constexpr std::size_t maxChoices = 16;
-
    /// The path has its rows and those of its trees. The root, with its table of repairs, outlives
    /// this object.
    PqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey );
@@ -107,10 +119,12 @@ class PqComputeSm : public Lum::Reactor {
    RepairRuns currentRuns() const;
    std::string missingRun() const;
    std::string missingRunOf( const Lum::Ptr< PathStatusCache > & cache ) const;
-   std::optional< CspfRepair > getAllPqPath( std::size_t attempt );
-   std::optional< PqPath > getLoadBalancedPqPath();
-   bool resolveNexthop( const CspfRepair & repair, PqPath & path );
+   AllPqPathWithImmNgb getAllPqPath();
+   std::optional< PqPath > getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath );
+   bool resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path );
+   bool protectedLinkIsGone() const;
    void compute();
+   void endStage2();
    void publish( const std::optional< PqPath > & path );
 
    VrfRoot & vrfRoot_;
@@ -124,8 +138,8 @@ class PqComputeSm : public Lum::Reactor {
    Lum::Ptr< PathStatusCache > uFwdPathStatusCache_;
    Lum::Ptr< PathStatusCache > uNgbPathStatusCache_;
    Lum::Ptr< PathStatusCache > uRevPathStatusCache_;
-   IsisExportImpl::AdjacencyKey adjacencyKey_;            // by which the repair leaves
-   std::vector< IsisExportImpl::AdjacencyKey > refused_;  // first choices without a next hop
+   // Looked up for a next hop, the preferred one first. The last one has it, if any.
+   std::vector< IsisExportImpl::AdjacencyKey > adjacencyKeys_;
    Lum::Seconds adjacencyUpdatedAt_ = 0;
    RepairRuns runs_;  // of the last computation
    Lum::Ptr< SharedRepairs > repairs_;
@@ -162,10 +176,13 @@ class PqComputePfxSm : public PqComputeSm {
 
  private:
    std::vector< OriginatorInfo > originators() const;
+   bool reachabilityChanged() const { return networkUpdate_ || !reachabilityUpdate_.empty(); }
    void schedulePrc();
 
    const Kivnet::IpGenPrefix prefix_;
-   std::vector< OriginatorInfo > pfxOriginatorInfo_;  // of the last computation
+   // Since the last computation:
+   std::set< NodeId > reachabilityUpdate_;  // originators that came, went or changed their metric
+   bool networkUpdate_ = false;             // the prefix came or went in a topology
    Lum::Seconds prcCurrentHoldInterval_ = initialHoldInterval;
    Lum::Seconds prcLastRan_ = -maxHoldInterval;
    Kiv::Task pqComputePrcTask_;

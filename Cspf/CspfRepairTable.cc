@@ -44,35 +44,112 @@ mix( uint64_t a, uint64_t b ) {
    return x ^ x >> 29;
 }
 
-/// Keeps the candidate with the fewest repair nodes, and among these the one with the highest hash
-/// under one destination (rendezvous hashing): a candidate that goes moves only the destinations
-/// that had chosen it.
-template< typename Candidate >
-class Choice {
- public:
-   explicit Choice( uint64_t destinationKey ) : destinationKey_( destinationKey ) {}
+}
 
-   void offer( uint8_t nodes, uint64_t candidateKey, const Candidate & candidate ) {
-      const uint64_t hash = mix( destinationKey_, candidateKey );
-      if ( !made_ || nodes < nodes_ || ( nodes == nodes_ && hash > hash_ ) ) {
-         best_ = candidate;
-         nodes_ = nodes;
-         hash_ = hash;
-         made_ = true;
+/// What one destination chooses among equals: what has the highest hash under its key (rendezvous
+/// hashing: a candidate that goes moves only the destinations that had chosen it).
+class CspfRepairTable::Chooser {
+ public:
+   Chooser( const CspfRepairTable & table, const CspfGraph & graph, const CspfTree & tree,
+            uint64_t destinationKey, const RouterKey & key )
+      : table_( table ),
+        graph_( graph ),
+        tree_( tree ),
+        destinationKey_( destinationKey ),
+        key_( key ) {}
+
+   uint64_t preference( CspfVertex router ) const { return mix( destinationKey_, key_( router ) ); }
+
+   /// The repair by `firstHop` whose last segment, the `nodes`-th from a repair node, begins at
+   /// `start`.
+   CspfRepair traceBack( CspfVertex firstHop, CspfVertex start, uint8_t nodes ) const {
+      CspfRepair repair{ firstHop, firstLinks( firstHop ), {} };
+      repair.nodes.resize( nodes );
+      for ( ; nodes > 0; --nodes ) {
+         repair.nodes[ nodes - 1u ] = start;
+         start = startBefore( firstHop, start );
       }
+      return repair;
    }
-   bool made() const { return made_; }
-   const Candidate & best() const { return best_; }
 
  private:
+   /// Where the segment begins that leads to the repair node.
+   CspfVertex startBefore( CspfVertex firstHop, CspfVertex node ) const {
+      const Label & label = table_.label( node, firstHop );
+      CspfVertex best = noVertex;
+      const auto offer = [ & ]( CspfVertex start ) {
+         best = best == noVertex || preference( start ) > preference( best ) ? start : best;
+      };
+      if ( label.passing + 1 == label.ending ) {
+         std::ranges::for_each( table_.starts( label ), offer );
+      }
+      forEachPredecessor( graph_, tree_, node, [ & ]( CspfVertex before, CspfEdge ) {
+         if ( table_.label( before, firstHop ).ending + 1 == label.ending ) {
+            offer( before );
+         }
+      } );
+      return best;
+   }
+
+   std::vector< CspfEdge > firstLinks( CspfVertex firstHop ) const {
+      std::vector< CspfEdge > links;
+      forEachPredecessor( graph_, tree_, firstHop, [ & ]( CspfVertex before, CspfEdge link ) {
+         if ( before == table_.resource_.plr ) {
+            links.push_back( link );
+         }
+      } );
+      std::ranges::sort( links, std::greater(), [ & ]( CspfEdge link ) {
+         return mix( destinationKey_, graph_.interface( link ) );
+      } );
+      return links;
+   }
+
+   const CspfRepairTable & table_;
+   const CspfGraph & graph_;
+   const CspfTree & tree_;
    const uint64_t destinationKey_;
-   Candidate best_{};
-   uint8_t nodes_ = 0;
-   uint64_t hash_ = 0;
-   bool made_ = false;
+   const RouterKey & key_;
 };
 
-}
+/// By first hop, where the last segment begins.
+class CspfRepairTable::LastSegments {
+ public:
+   explicit LastSegments( const Chooser & chooser ) : chooser_( chooser ) {}
+
+   void offer( CspfVertex firstHop, uint8_t nodes, CspfVertex start ) {
+      if ( nodes > maxNodes ) {
+         return;
+      }
+      const auto at = std::ranges::find( segments_, firstHop, &Segment::firstHop );
+      if ( at == segments_.end() ) {
+         segments_.push_back( { firstHop, nodes, start } );
+      } else if ( nodes < at->nodes
+                  || ( nodes == at->nodes
+                       && chooser_.preference( start ) > chooser_.preference( at->start ) ) ) {
+         *at = { firstHop, nodes, start };
+      }
+   }
+
+   std::vector< CspfRepair > repairs() {
+      std::ranges::sort( segments_, std::less(), [ & ]( const Segment & segment ) {
+         return std::pair( segment.nodes, ~chooser_.preference( segment.firstHop ) );
+      } );
+      std::vector< CspfRepair > repairs;
+      for ( const auto & [ firstHop, nodes, start ] : segments_ ) {
+         repairs.push_back( chooser_.traceBack( firstHop, start, nodes ) );
+      }
+      return repairs;
+   }
+
+ private:
+   struct Segment {
+      CspfVertex firstHop;
+      uint8_t nodes;
+      CspfVertex start;
+   };
+   const Chooser & chooser_;
+   std::vector< Segment > segments_;
+};
 
 void
 CspfRepairTable::readCosts( const CspfGraph & graph, const CspfRepairTrees & trees ) {
@@ -89,14 +166,29 @@ CspfRepairTable::readCosts( const CspfGraph & graph, const CspfRepairTrees & tre
 }
 
 bool
-CspfRepairTable::avoids( CspfVertex u, uint32_t goalPostConvergence, uint32_t goalFromNode ) const {
-   const Costs & from = cost_[ index( u ) ];
-   if ( neverCrossed_ || from.toResource == unreached || goalFromNode == unreached ) {
+CspfRepairTable::noPathViaProtResource( CspfVertex from ) const {
+   return neverCrossed_ || cost_[ index( from ) ].toResource == unreached;
+}
+
+/// Whether plain forwarding from the immediate neighbour, or a repair node, to `cand` avoids the
+/// resource. REQUIRES: `cand` comes after it on a post-convergence path.
+bool
+CspfRepairTable::isPnode( CspfVertex immNgb, CspfVertex cand ) const {
+   const Costs & costs = cost_[ index( cand ) ];
+   return isQnode( immNgb, { costs.postConvergence, costs.fromNode } );
+}
+
+/// Whether plain forwarding from `cand` to the goal avoids the resource. REQUIRES: it is on a
+/// post-convergence path to the goal.
+bool
+CspfRepairTable::isQnode( CspfVertex cand, const Goal & goal ) const {
+   if ( noPathViaProtResource( cand ) ) {
       return true;
    }
-   const uint64_t across =
-      uint64_t( from.toResource ) + ( resource_.isLink ? resource_.plrToNode : 0 ) + goalFromNode;
-   return across > goalPostConvergence - from.postConvergence;
+   const Costs & costs = cost_[ index( cand ) ];
+   const uint64_t toProtNode =
+      uint64_t( costs.toResource ) + ( resource_.isLink ? resource_.plrToNode : 0 );
+   return toProtNode + goal.costProtNodeToDest > goal.pcCostPlrToDest - costs.postConvergence;
 }
 
 void
@@ -105,7 +197,8 @@ CspfRepairTable::build( const CspfGraph & graph, const CspfProtectedResource & r
    resource_ = resource;
    neverCrossed_ = resource.isLink && graph.overloaded( resource.plr );
    readCosts( graph, trees );
-   labels_.assign( graph.vertexBound(), Label() );
+   rows_.assign( graph.vertexBound(), Row() );
+   labels_.clear();
    starts_.clear();
    for ( const CspfVertex vertex : trees.postConvergence.reachedVertices() ) {
       if ( graph.isRouter( vertex ) && vertex != resource.plr ) {
@@ -115,56 +208,99 @@ CspfRepairTable::build( const CspfGraph & graph, const CspfProtectedResource & r
 }
 
 void
-CspfRepairTable::offer( uint8_t nodes, CspfVertex start, uint8_t & best ) {
-   if ( nodes > best ) {
+CspfRepairTable::Offered::offer( uint8_t nodes, CspfVertex start ) {
+   if ( nodes > label.passing ) {
       return;
    }
-   if ( nodes < best ) {
-      best = nodes;
-      offered_.clear();
+   if ( nodes < label.passing ) {
+      label.passing = nodes;
+      starts.clear();
    }
-   if ( std::find( offered_.begin(), offered_.end(), start ) == offered_.end() ) {
-      offered_.push_back( start );
+   if ( std::ranges::find( starts, start ) == starts.end() ) {
+      starts.push_back( start );
    }
+}
+
+CspfRepairTable::Offered &
+CspfRepairTable::offered( CspfVertex firstHop ) {
+   for ( size_t i = 0; i < offers_; ++i ) {
+      if ( offered_[ i ].label.firstHop == firstHop ) {
+         return offered_[ i ];
+      }
+   }
+   if ( offers_ == offered_.size() ) {
+      offered_.emplace_back();
+   }
+   Offered & fresh = offered_[ offers_++ ];
+   fresh.label = Label();
+   fresh.label.firstHop = firstHop;
+   fresh.starts.clear();
+   return fresh;
 }
 
 void
 CspfRepairTable::label( const CspfGraph & graph, const CspfTree & tree, CspfVertex router ) {
-   Label result;
-   offered_.clear();
+   offers_ = 0;
    forEachPredecessor( graph, tree, router, [ & ]( CspfVertex before, CspfEdge ) {
       if ( before == resource_.plr ) {
-         offer( 0, router, result.passing );
-         return;
-      }
-      const Label & label = labels_[ index( before ) ];
-      for ( const CspfVertex start : starts( before ) ) {
-         if ( avoidsResource( start, router ) ) {
-            offer( label.passing, start, result.passing );
-         }
-      }
-      if ( label.ending == none ) {
-         return;
-      }
-      if ( avoidsResource( before, router ) ) {
-         offer( label.ending, before, result.passing );
-      }
-      if ( label.ending < maxNodes ) {
-         result.ending = std::min< uint8_t >( result.ending, label.ending + 1 );
+         offered( router ).offer( 0, router );
+      } else {
+         label( before, router );
       }
    } );
-   if ( result.passing < maxNodes ) {
-      result.ending = std::min< uint8_t >( result.ending, result.passing + 1 );
+   storeOffered( router );
+}
+
+/// What the paths by the router before it offer.
+void
+CspfRepairTable::label( CspfVertex before, CspfVertex router ) {
+   const bool fromBefore = isPnode( before, router );
+   for ( const Label & label : labels( before ) ) {
+      Offered & offered = this->offered( label.firstHop );
+      for ( const CspfVertex start : starts( label ) ) {
+         if ( isPnode( start, router ) ) {
+            offered.offer( label.passing, start );
+         }
+      }
+      if ( label.ending != none && fromBefore ) {
+         offered.offer( label.ending, before );
+      }
+      if ( label.ending < maxNodes ) {
+         offered.label.ending = std::min< uint8_t >( offered.label.ending, label.ending + 1 );
+      }
    }
-   result.firstStart = static_cast< uint32_t >( starts_.size() );
-   result.starts = static_cast< uint32_t >( offered_.size() );
-   starts_.insert( starts_.end(), offered_.begin(), offered_.end() );
-   labels_[ index( router ) ] = result;
+}
+
+void
+CspfRepairTable::storeOffered( CspfVertex router ) {
+   Row & row = rows_[ index( router ) ];
+   row.first = static_cast< uint32_t >( labels_.size() );
+   for ( size_t i = 0; i < offers_; ++i ) {
+      auto & [ label, starts ] = offered_[ i ];
+      if ( label.passing < maxNodes ) {
+         label.ending = std::min< uint8_t >( label.ending, label.passing + 1 );
+      }
+      if ( label.passing == none && label.ending == none ) {
+         continue;
+      }
+      label.firstStart = static_cast< uint32_t >( starts_.size() );
+      label.starts = static_cast< uint32_t >( starts.size() );
+      starts_.insert( starts_.end(), starts.begin(), starts.end() );
+      labels_.push_back( label );
+      ++row.labels;
+   }
+}
+
+const CspfRepairTable::Label &
+CspfRepairTable::label( CspfVertex router, CspfVertex firstHop ) const {
+   static const Label unlabelled;
+   const auto labels = this->labels( router );
+   const auto at = std::ranges::find( labels, firstHop, &Label::firstHop );
+   return at == labels.end() ? unlabelled : *at;
 }
 
 CspfRepairTable::Goal
-CspfRepairTable::goalOf( std::span< const Originator > originators,
-                         uint64_t destinationKey ) const {
+CspfRepairTable::goalOf( std::span< const Originator > originators ) const {
    const auto cheapest = [ & ]( uint32_t Costs::*cost ) {
       uint64_t least = unreached;
       for ( const Originator & o : originators ) {
@@ -175,76 +311,34 @@ CspfRepairTable::goalOf( std::span< const Originator > originators,
       }
       return static_cast< uint32_t >( least );
    };
-   return { cheapest( &Costs::postConvergence ), cheapest( &Costs::fromNode ), destinationKey };
+   return { cheapest( &Costs::postConvergence ), cheapest( &Costs::fromNode ) };
 }
 
-std::optional< CspfRepair >
-CspfRepairTable::repair( const CspfGraph & graph, const CspfTree & postConvergence,
-                         std::span< const Originator > originators, uint64_t destinationKey,
-                         const RouterKey & key ) const {
-   const Goal goal = goalOf( originators, destinationKey );
-   Choice< Segment > last( destinationKey );
+std::vector< CspfRepair >
+CspfRepairTable::repairs( const CspfGraph & graph, const CspfTree & postConvergence,
+                          std::span< const Originator > originators, uint64_t destinationKey,
+                          const RouterKey & key ) const {
+   const Goal goal = goalOf( originators );
+   const Chooser chooser( *this, graph, postConvergence, destinationKey, key );
+   LastSegments last( chooser );
    for ( const Originator & o : originators ) {
       const uint32_t toRouter = cost_[ index( o.router ) ].postConvergence;
-      if ( toRouter == unreached || uint64_t( toRouter ) + o.metric != goal.postConvergence ) {
+      if ( toRouter == unreached || uint64_t( toRouter ) + o.metric != goal.pcCostPlrToDest ) {
          continue;
       }
       if ( o.router == resource_.plr ) {
-         return std::nullopt;
+         return {};
       }
-      const Label & label = labels_[ index( o.router ) ];
-      for ( const CspfVertex start : starts( o.router ) ) {
-         if ( start == o.router || avoids( start, goal.postConvergence, goal.fromNode ) ) {
-            last.offer( label.passing, key( start ), { start, label.passing > 0 } );
+      for ( const Label & label : labels( o.router ) ) {
+         for ( const CspfVertex start : starts( label ) ) {
+            if ( start == o.router || isQnode( start, goal ) ) {
+               last.offer( label.firstHop, label.passing, start );
+            }
          }
-      }
-      if ( label.ending != none ) {
-         last.offer( label.ending, key( o.router ), { o.router, true } );
+         last.offer( label.firstHop, label.ending, o.router );
       }
    }
-   if ( !last.made() ) {
-      return std::nullopt;
-   }
-   return traceBack( graph, postConvergence, goal, last.best(), key );
-}
-
-CspfRepair
-CspfRepairTable::traceBack( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
-                            Segment segment, const RouterKey & key ) const {
-   CspfRepair repair;
-   while ( segment.listed ) {
-      repair.nodes.push_back( segment.start );
-      segment = segmentBefore( graph, tree, goal, segment.start, key );
-   }
-   std::reverse( repair.nodes.begin(), repair.nodes.end() );
-   repair.firstHop = segment.start;
-   Choice< CspfEdge > link( goal.key );
-   forEachPredecessor( graph, tree, segment.start, [ & ]( CspfVertex before, CspfEdge edge ) {
-      if ( before == resource_.plr ) {
-         link.offer( 0, graph.interface( edge ), edge );
-      }
-   } );
-   repair.firstLink = link.best();
-   return repair;
-}
-
-CspfRepairTable::Segment
-CspfRepairTable::segmentBefore( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
-                                CspfVertex node, const RouterKey & key ) const {
-   const Label & label = labels_[ index( node ) ];
-   Choice< Segment > before( goal.key );
-   if ( label.passing != none && label.passing + 1 == label.ending ) {
-      for ( const CspfVertex start : starts( node ) ) {
-         before.offer( 0, key( start ), { start, label.passing > 0 } );
-      }
-   }
-   forEachPredecessor( graph, tree, node, [ & ]( CspfVertex neighbor, CspfEdge ) {
-      const Label & ofNeighbor = labels_[ index( neighbor ) ];
-      if ( ofNeighbor.ending != none && ofNeighbor.ending + 1 == label.ending ) {
-         before.offer( 0, key( neighbor ), { neighbor, true } );
-      }
-   } );
-   return before.best();
+   return last.repairs();
 }
 
 }

@@ -25,12 +25,12 @@ struct CspfRepairTrees {
    const CspfTree & toResource;       ///< reverse: to the PLR (link) or to the `node` (node)
 };
 
-/// How a packet is steered: out by `firstLink` to `firstHop`, from there by shortest paths to the
-/// first repair node, and so on; two repair nodes in a row that are neighbours are joined by
+/// How a packet is steered: out by one of `firstLinks` to `firstHop`, from there by shortest paths
+/// to the first repair node, and so on; two repair nodes in a row that are neighbours are joined by
 /// the link between them. From the last one it follows shortest paths to the destination.
 struct CspfRepair {
    CspfVertex firstHop = noVertex;
-   CspfEdge firstLink = noEdge;
+   std::vector< CspfEdge > firstLinks;  ///< equally good, the preferred one first
    std::vector< CspfVertex > nodes;
 };
 
@@ -39,11 +39,12 @@ struct CspfRepair {
 ///
 /// A candidate lies on a shortest path after the failure. From router u, plain forwarding to v
 /// avoids the resource exactly when the cost from u to v along that path is less than the least
-/// cost from u to v across the resource. That is the P test (u the first hop), the Q test (v the
-/// destination), and the test between two repair nodes alike. Walking the routers in order of
-/// post-convergence cost, the table keeps for each the fewest repair nodes by which a packet
-/// gets there, and from which routers its last segment may begin. A segment that may begin at
-/// a router may begin at each later router of the same path, so only the fewest need be kept.
+/// cost from u to v across the resource: `isPnode` where u is the first hop, or a repair node on
+/// the way to the next, `isQnode` where v is the destination. Walking the routers in order of
+/// post-convergence cost, the table keeps for each, by the first hop of the path, the fewest repair
+/// nodes by which a packet gets there, and from which routers its last segment may begin. A segment
+/// that may begin at a router may begin at each later router of the same path, so only the fewest
+/// need be kept.
 class CspfRepairTable {
  public:
    static constexpr uint32_t maxNodes = 8;
@@ -60,22 +61,18 @@ class CspfRepairTable {
    };
    using RouterKey = std::function< uint64_t( CspfVertex ) >;
 
-   /// The repair towards a destination that all `originators` advertise at their metrics (a router
-   /// is its only originator, at metric 0). Nothing where the failure disconnects it, where it is
-   /// the PLR's own, or where more than `maxNodes` repair nodes are needed.
+   /// The repairs towards a destination that all `originators` advertise at their metrics (a router
+   /// is its only originator, at metric 0): one for each first hop of a path after the failure,
+   /// with the fewest repair nodes that do, and in the order of their number. Nothing where the
+   /// failure disconnects the destination, where it is the PLR's own, or where more than `maxNodes`
+   /// repair nodes are needed.
    ///
-   /// `key`: a number for each router that lasts; `destinationKey`: one for the destination. Among
-   /// repairs with equally few nodes the choice is by a hash of the two, so that destinations
-   /// spread over them and stay put.
-   std::optional< CspfRepair > repair( const CspfGraph & graph, const CspfTree & postConvergence,
-                                       std::span< const Originator > originators,
-                                       uint64_t destinationKey, const RouterKey & key ) const;
-
-   /// Whether plain forwarding from `u` to the later router `v` of a post-convergence path avoids
-   /// the protected resource.
-   bool avoidsResource( CspfVertex u, CspfVertex v ) const {
-      return avoids( u, cost_[ index( v ) ].postConvergence, cost_[ index( v ) ].fromNode );
-   }
+   /// `key`: a number for each router that lasts; `destinationKey`: one for the destination. What
+   /// is preferred among equals follows from a hash of the two, so that destinations spread over
+   /// equal repairs and stay put.
+   std::vector< CspfRepair > repairs( const CspfGraph & graph, const CspfTree & postConvergence,
+                                      std::span< const Originator > originators,
+                                      uint64_t destinationKey, const RouterKey & key ) const;
 
  private:
    static constexpr uint32_t unreached = CspfTree::unreachedMetric;
@@ -84,44 +81,58 @@ class CspfRepairTable {
    struct Costs {
       uint32_t postConvergence, fromNode, toResource;
    };
-   /// Fewest repair nodes to get a packet to a router: in passing, on a segment that begins at one
-   /// of `starts` (first hops where the number is 0, the last repair node otherwise); or with
-   /// this router as the last repair node.
+   /// Fewest repair nodes to get a packet to a router by `firstHop`: in passing, on a segment that
+   /// begins at one of `starts` (the first hop where the number is 0, the last repair node
+   /// otherwise); or with this router as the last repair node.
    struct Label {
+      CspfVertex firstHop = noVertex;
       uint8_t passing = none;
       uint8_t ending = none;
       uint32_t firstStart = 0, starts = 0;
    };
-   struct Goal {
-      uint32_t postConvergence, fromNode;
-      uint64_t key;
+   /// The labels of one router.
+   struct Row {
+      uint32_t first = 0, labels = 0;
    };
-   /// Where a segment begins: at a repair node, or, not listed, at the first hop.
-   struct Segment {
-      CspfVertex start = noVertex;
-      bool listed = false;
-   };
+   /// A label in the making.
+   struct Offered {
+      Label label;
+      std::vector< CspfVertex > starts;
 
-   bool avoids( CspfVertex u, uint32_t goalPostConvergence, uint32_t goalFromNode ) const;
+      void offer( uint8_t nodes, CspfVertex start );
+   };
+   struct Goal {
+      uint32_t pcCostPlrToDest, costProtNodeToDest;
+   };
+   class Chooser;
+   class LastSegments;
+
+   bool isPnode( CspfVertex immNgb, CspfVertex cand ) const;
+   bool isQnode( CspfVertex cand, const Goal & goal ) const;
+   bool noPathViaProtResource( CspfVertex from ) const;
    void readCosts( const CspfGraph & graph, const CspfRepairTrees & trees );
    void label( const CspfGraph & graph, const CspfTree & tree, CspfVertex router );
-   void offer( uint8_t nodes, CspfVertex start, uint8_t & best );
-   std::span< const CspfVertex > starts( CspfVertex router ) const {
-      const Label & label = labels_[ index( router ) ];
+   void label( CspfVertex before, CspfVertex router );
+   Offered & offered( CspfVertex firstHop );
+   void storeOffered( CspfVertex router );
+   std::span< const Label > labels( CspfVertex router ) const {
+      const Row & row = rows_[ index( router ) ];
+      return { labels_.data() + row.first, row.labels };
+   }
+   const Label & label( CspfVertex router, CspfVertex firstHop ) const;
+   std::span< const CspfVertex > starts( const Label & label ) const {
       return { starts_.data() + label.firstStart, label.starts };
    }
-   Goal goalOf( std::span< const Originator > originators, uint64_t destinationKey ) const;
-   CspfRepair traceBack( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
-                         Segment segment, const RouterKey & key ) const;
-   Segment segmentBefore( const CspfGraph & graph, const CspfTree & tree, const Goal & goal,
-                          CspfVertex node, const RouterKey & key ) const;
+   Goal goalOf( std::span< const Originator > originators ) const;
 
    CspfProtectedResource resource_;
    bool neverCrossed_ = false;  // the protected link carries no transit: the PLR is overloaded
    std::vector< Costs > cost_;  // by vertex
+   std::vector< Row > rows_;    // by vertex
    std::vector< Label > labels_;
    std::vector< CspfVertex > starts_;
-   std::vector< CspfVertex > offered_;  // starts of the router that is being labelled
+   std::vector< Offered > offered_;  // labels of the router at hand, and memory for more
+   size_t offers_ = 0;
 };
 
 }

@@ -32,11 +32,10 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
    }
    constraintInfo()->sourceMissingIs( !sourceInTopology( view()->spfRoot() ) );
    constraintInfo()->constraintMissingInTopoIs( !constraintInfo()->sourceMissing()
+                                                && pathConstraint().sourceType() == neighborOnLink()
                                                 && !checkConstraintInTopoDb() );
    if ( constraintInfo()->sourceMissing() || constraintInfo()->constraintMissingInTopo() ) {
-      TRACE7( "no tree for constraint " << constraintText() );
-      constraintInfo()->cspfDataIs( nullptr );
-      updatePathStatusCache( nullptr );
+      endWithoutRun();
    } else if ( cspfDataHolds() ) {
       TRACE7( "No topodb change, reuse cspf data" );
       constraintStats()->cspfSkippedCountInc();
@@ -48,12 +47,20 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
    backoffTimerTask();
 }
 
+/// The tree of a node behind a link that has gone stays, to tell a repair that came of it from one
+/// of a link that never was there.
+void
+TilfaConstraintInfoSm::endWithoutRun() {
+   TRACE7( "no tree for constraint " << constraintText() );
+   if ( constraintInfo()->sourceMissing() || neighborOnConstraintIntf() ) {
+      constraintInfo()->cspfDataIs( nullptr );
+   }
+   updatePathStatusCache( constraintInfo()->cspfData() );
+}
+
 bool
 TilfaConstraintInfoSm::checkConstraintInTopoDb() {
    const InternalPathConstraint & constraint = pathConstraint();
-   if ( constraint.sourceType() == plr() ) {
-      return true;
-   }
    LUM_ASSERT( constraint.sourceType() == neighborOnLink() );
    const TopoGraph & topology = view()->topoGraph();
    const auto links = view()->graph().out( topology.vertex( view()->spfRoot() ) );

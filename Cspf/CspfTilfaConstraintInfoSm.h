@@ -16,8 +16,8 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    static InternalPathConstraint viewConstraint( InternalPathConstraint constraint );
 
    void handleThrottleTimeout() override;
-   /// Of a constraint that starts at the far end of a link: whether the link is there, and leads to
-   /// the node that the constraint names. Others name nothing that must be there.
+   /// Whether the link is there, and leads to the node that the constraint names. REQUIRES: the
+   /// constraint starts at the far end of a link; others name nothing that must be there.
    bool checkConstraintInTopoDb() override;
    /// Hands the tree to the constraint's paths; null: there is none.
    void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData );
@@ -27,6 +27,7 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    bool isNodeOfConstraint( const NodeId & neighbor ) const;
    NodeId source() const;
    bool cspfDataHolds() const;
+   void endWithoutRun();
    void computeTree();
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
 };

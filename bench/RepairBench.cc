@@ -6,9 +6,8 @@
 // The run is the constrained one that the repairs begin with, filter included. A figure is the
 // median over protected links, the ratio the quotient of two medians.
 
-#include "Cspf/CspfRepairTable.h"
-#include "Cspf/CspfTreeRun.h"
 #include "bench/NetworkGenerator.h"
+#include "bench/RepairRuns.h"
 #include "bench/Timing.h"
 
 #include <cmath>
@@ -35,7 +34,7 @@ class Bench {
       std::vector< double > run, all;
       for ( int i = -2; i < protectedLinks; ++i ) {  // the first two warm the memory up
          const CspfEdge link{ static_cast< uint32_t >( random() % graph_.edgeBound() ) };
-         const double oneRun = microseconds( [ & ]() { constrainedRun( link ); } );
+         const double oneRun = microseconds( [ & ]() { runs_.constrainedRun( link, isLink_ ); } );
          const double repairs = microseconds( [ & ]() { allRepairs( link ); } );
          if ( i >= 0 ) {
             run.push_back( oneRun );
@@ -52,52 +51,20 @@ class Bench {
    }
 
  private:
-   void run( CspfVertex plr, CspfVertex root, CspfLinkConstraint constraint, bool reverse,
-             CspfTree & tree ) {
-      constraint.root = root;
-      constraint.ownSource = plr;
-      constraint.overloadRule = CspfOverloadRule::mayEnd;
-      filter_.apply( graph_, constraint );
-      CspfRunOptions options;
-      options.source = root;
-      options.reverse = reverse;
-      run_.run( graph_, filter_, options, tree );
-   }
-
-   void constrainedRun( CspfEdge link ) {
-      CspfLinkConstraint without;
-      if ( isLink_ ) {
-         without.excludedInterfaces = { graph_.interface( link ) };
-      } else {
-         without.excludedVertices = { graph_.to( link ) };
-      }
-      run( graph_.from( link ), graph_.from( link ), without, false, after_ );
-   }
-
    void allRepairs( CspfEdge link ) {
-      const CspfVertex plr = graph_.from( link ), node = graph_.to( link );
-      constrainedRun( link );
-      run( plr, plr, {}, false, forward_ );
-      run( plr, node, {}, false, fromNode_ );
-      run( plr, isLink_ ? plr : node, {}, true, toResource_ );
-      table_.build( graph_, { plr, node, isLink_, forward_.metric( node ) },
-                    { after_, fromNode_, toResource_ } );
-      const auto key = [ & ]( CspfVertex v ) { return graph_.nodeRank( v ); };
+      runs_.protect( link, isLink_ );
       for ( uint32_t v = 0; v < graph_.vertexBound(); ++v ) {
          const CspfRepairTable::Originator destination{ CspfVertex{ v }, 0 };
-         if ( const auto repair = table_.repair( graph_, after_, { &destination, 1 }, v, key ) ) {
+         if ( const auto repairs = runs_.to( { &destination, 1 }, v ); !repairs.empty() ) {
             ++repairs_;
-            nodes_ += repair->nodes.size();
+            nodes_ += repairs.front().nodes.size();
          }
       }
    }
 
    const bool isLink_;
    CspfGraph graph_;
-   CspfLinkFilter filter_;
-   CspfTreeRun run_;
-   CspfTree after_, forward_, fromNode_, toResource_;
-   CspfRepairTable table_;
+   RepairRuns runs_{ graph_ };
    uint32_t repairs_ = 0;
    uint64_t nodes_ = 0;
 };

@@ -5,6 +5,7 @@
 #include "tests/RepairWalker.h"
 
 #include <algorithm>
+#include <map>
 #include <queue>
 
 using namespace Cspf;
@@ -52,6 +53,17 @@ RandomNetwork::text() const {
       }
    }
    return text + rest;
+}
+
+CspfEdge
+RandomNetwork::edgeOfA( size_t link ) const {
+   uint32_t edge = links[ link ].a == 0 ? 0 : 1;
+   for ( size_t i = 0; i < link; ++i ) {
+      edge += links[ i ].state == State::down ? 0 : links[ i ].state == State::oneWay ? 1 : 2;
+   }
+   const bool isThere = links[ link ].state == State::up
+                        || ( links[ link ].state == State::oneWay && links[ link ].a == 0 );
+   return isThere ? CspfEdge{ edge } : noEdge;
 }
 
 RepairWalker::RepairWalker( const CspfGraph & graph )
@@ -206,10 +218,13 @@ RepairWalker::cheapestLink( uint32_t from, uint32_t to ) const {
 std::string
 RepairWalker::walk( const CspfRepair & repair, const Originators & destination ) const {
    uint32_t at = index( repair.firstHop );
-   const auto leaves = [ & ]( const Step & s ) { return s.link == repair.firstLink && s.to == at; };
-   const auto first = std::ranges::find_if( steps_[ plr() ], leaves );
-   if ( first == steps_[ plr() ].end() || fails( *first ) ) {
-      return "does not leave by a link that is left";
+   for ( const CspfEdge link : repair.firstLinks ) {
+      const auto leaves = [ & ]( const Step & s ) {
+         return s.link == link && s.to == at && !fails( s ) && s.metric == after( plr() )[ at ];
+      };
+      if ( std::ranges::none_of( steps_[ plr() ], leaves ) ) {
+         return "does not leave by a link that is left";
+      }
    }
    for ( size_t i = 0; i < repair.nodes.size(); ++i ) {
       const uint32_t next = index( repair.nodes[ i ] );
@@ -236,14 +251,8 @@ RepairWalker::onPath( uint32_t from, uint32_t to, const Originators & destinatio
 
 /// By breadth: from every router where a segment may begin, to every router further on the path.
 uint32_t
-RepairWalker::fewestNodes( const Originators & destination ) const {
-   std::vector< uint32_t > begins;
-   for ( const Step & step : steps_[ plr() ] ) {
-      if ( !fails( step ) && after( plr() )[ step.to ] == step.metric
-           && onPath( step.to, step.to, destination ) ) {
-         begins.push_back( step.to );
-      }
-   }
+RepairWalker::fewestNodes( uint32_t firstHop, const Originators & destination ) const {
+   std::vector< uint32_t > begins{ firstHop };
    std::vector< bool > used( graph_.vertexBound() );
    for ( uint32_t nodes = 0; !begins.empty(); ++nodes ) {
       std::vector< uint32_t > next;
@@ -270,17 +279,33 @@ RepairWalker::fewestNodes( const Originators & destination ) const {
 }
 
 std::string
-RepairWalker::fault( const std::optional< CspfRepair > & repair, const Originators & destination,
+RepairWalker::fault( const std::vector< CspfRepair > & repairs, const Originators & destination,
                      bool tryAll ) const {
-   const uint32_t least = cost( after( plr() ), destination );
-   if ( least >= far || own( plr(), destination ) == least ) {
-      return repair ? "a repair where there is none" : "";
+   const uint32_t cheapest = cost( after( plr() ), destination );
+   if ( cheapest >= far || own( plr(), destination ) == cheapest ) {
+      return repairs.empty() ? "" : "a repair where there is none";
    }
-   const std::string fault = repair ? walk( *repair, destination ) : "";
-   if ( !fault.empty() || ( repair && !tryAll ) ) {
-      return fault;
+   std::map< CspfVertex, size_t > found, wanted;  // nodes, by first hop
+   for ( const CspfRepair & repair : repairs ) {
+      if ( const std::string fault = walk( repair, destination ); !fault.empty() ) {
+         return fault;
+      }
+      found[ repair.firstHop ] = repair.nodes.size();
    }
-   const uint32_t fewest = fewestNodes( destination );
-   const bool right = repair ? fewest == repair->nodes.size() : fewest > CspfRepairTable::maxNodes;
-   return right ? "" : "would need " + std::to_string( fewest ) + " nodes";
+   if ( !tryAll && !repairs.empty() ) {
+      return "";
+   }
+   size_t least = far;
+   for ( const Step & step : steps_[ plr() ] ) {
+      if ( !fails( step ) && after( plr() )[ step.to ] == step.metric
+           && onPath( step.to, step.to, destination ) ) {
+         const uint32_t nodes = fewestNodes( step.to, destination );
+         least = std::min< size_t >( least, nodes );
+         if ( nodes <= CspfRepairTable::maxNodes ) {
+            wanted[ CspfVertex{ step.to } ] = nodes;
+         }
+      }
+   }
+   const bool right = found == wanted && ( repairs.empty() || repairs[ 0 ].nodes.size() == least );
+   return right ? "" : "would need " + std::to_string( least ) + " nodes";
 }

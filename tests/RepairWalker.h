@@ -2,7 +2,6 @@
 
 #include "Cspf/CspfRepairTable.h"
 
-#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -25,6 +24,8 @@ struct RandomNetwork {
       return router == 0 ? "A" : "R" + std::to_string( router );
    }
    std::string text() const;
+   /// The edge by which A leaves by that link of its own, in a graph of that text.
+   Cspf::CspfEdge edgeOfA( size_t link ) const;
 };
 
 /// Judges repairs by sending packets. It knows the graph alone: costs between all routers by its
@@ -42,10 +43,11 @@ class RepairWalker {
    explicit RepairWalker( const Cspf::CspfGraph & graph );
    void resourceIs( const Resource & resource );
 
-   /// What is wrong with the repair, in words, or nothing. None is right when the failure
-   /// disconnects the destination, or when more nodes are needed than there may be. `tryAll`:
-   /// also proves that no fewer nodes would do.
-   std::string fault( const std::optional< Cspf::CspfRepair > & repair,
+   /// What is wrong with the repairs, in words, or nothing. None is right when the failure
+   /// disconnects the destination, or when more nodes are needed than there may be. `tryAll`: also
+   /// proves that there is one for each first hop after the failure, that no fewer nodes would do,
+   /// and that the first one has the fewest.
+   std::string fault( const std::vector< Cspf::CspfRepair > & repairs,
                       const Originators & destination, bool tryAll ) const;
 
  private:
@@ -72,7 +74,7 @@ class RepairWalker {
    const Step * cheapestLink( uint32_t from, uint32_t to ) const;
    std::string walk( const Cspf::CspfRepair & repair, const Originators & destination ) const;
    bool onPath( uint32_t from, uint32_t to, const Originators & destination ) const;
-   uint32_t fewestNodes( const Originators & destination ) const;
+   uint32_t fewestNodes( uint32_t firstHop, const Originators & destination ) const;
 
    const Cspf::CspfGraph & graph_;
    std::vector< std::vector< Step > > steps_;  // by router
