@@ -111,15 +111,19 @@ PqComputeSm::treeCache( TilfaTree tree ) {
    return cache;
 }
 
+/// Trees of what was protected before may still be there.
 void
 PqComputeSm::bindCaches() {
    const auto & row = vrfRoot_.pathConfigInfoTable()->pathConfigInfo( pathInfoKey_ );
-   isLinkProtection_ =
-      isLinkProtection( row->cspfConfig()->pathConfig( pathInfoKey_.pathKey() ).constraint() );
+   const PathConstraint constraint =
+      row->cspfConfig()->pathConfig( pathInfoKey_.pathKey() ).constraint();
+   isLinkProtection_ = isLinkProtection( constraint );
    pPathStatusCache_ = cPathStatusCache_ = cacheOf( pathInfoKey_ );
-   uFwdPathStatusCache_ = treeCache( TilfaTree::forward );
-   uNgbPathStatusCache_ = treeCache( TilfaTree::neighbor );
-   uRevPathStatusCache_ = treeCache( TilfaTree::reverse );
+   if ( constraint.excludeIntf() ) {
+      uFwdPathStatusCache_ = treeCache( TilfaTree::forward );
+      uNgbPathStatusCache_ = treeCache( TilfaTree::neighbor );
+      uRevPathStatusCache_ = treeCache( TilfaTree::reverse );
+   }
 }
 
 RepairRuns

@@ -157,6 +157,13 @@ TEST( Tilfa, aRepairStaysWhileWhatIsProtectedChanges ) {
    lab.request( "tilfa", "toC", "C", nodeBehind( "A-N.a", "N" ) );
    lab.settle();
    EXPECT_EQ( repair( lab, "toC" ), "" ) << "not worked out for that";
+   lab.up( "A-N" );
+   lab.settle();
+   EXPECT_NE( repair( lab, "toC" ), "" );
+   lab.request( "tilfa", "toC", "C", Json::object(), { { "refreshReqSeq", 8 } } );
+   lab.settle();
+   EXPECT_EQ( repair( lab, "toC" ), "" ) << "nothing is protected any more";
+   EXPECT_EQ( lab.status( "tilfa", "toC" )->refreshRespSeq(), 8u );
 }
 
 TEST( Tilfa, saysWhyThereIsNone ) {
@@ -399,7 +406,7 @@ class TilfaStorm {
 
 TEST( Tilfa, packetsArriveWhileTheNetworkChanges ) {
    int repairs = 0;
-   for ( unsigned seed = 1; seed <= 12 && !HasFailure(); ++seed ) {
+   for ( unsigned seed = 1; seed <= 40 && !HasFailure(); ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( seed ) );
       TilfaStorm storm( seed );
       for ( int round = 0; round < 6 && !HasFailure(); ++round ) {
@@ -410,7 +417,7 @@ TEST( Tilfa, packetsArriveWhileTheNetworkChanges ) {
          storm.lab().settle();
       }
    }
-   EXPECT_GT( repairs, 1000 );
+   EXPECT_GT( repairs, 3000 );
 }
 
 }
