@@ -86,33 +86,18 @@ TEST( LabDocument, everyKeyIsTakenAtItsMeaning ) {
    EXPECT_EQ( lab.te.routerId.stringValue(), "10.0.0.9" );
    EXPECT_EQ( lab.throttle, ( Lab::LabThrottle{ 1, 2, 3 } ) );
    EXPECT_EQ( lab.interfaces.at( { "ab.a" } ), Lab::Srlgs{ 7 } );
-   EXPECT_EQ( lab.interfaces.at( { "lan.a" } ), Lab::Srlgs{ 3 } );
-   EXPECT_EQ( lab.segmentRouting.at( "default" ).stringValue(), "0000.0000.0001" );
    EXPECT_EQ( lab.segmentRouting.at( "blue" ).stringValue(), "0000.0000.00bb" );
 
    const Lab::LabTopology & core = lab.topologies.at( "core" );
-   EXPECT_EQ( core.id, Cspf::TopoId::isisL1() );
-   EXPECT_TRUE( Lab::visible( lab, core ) );
-   EXPECT_FALSE( Lab::visible( lab, lab.topologies.at( "area" ) ) );
    const Lab::LabLink & ab = core.links.at( "ab" );
    EXPECT_EQ( ab.ab.attributes.metric, 5u );
    EXPECT_EQ( ab.ab.attributes.bandwidth, 50 );
    EXPECT_EQ( ab.ab.attributes.unreserved[ 7 ], 1 );
-   EXPECT_EQ( ab.ba.attributes.metric, 9u );
-   EXPECT_EQ( ab.ba.attributes.adminGroup, 255u );
    EXPECT_EQ( ab.ba.attributes.unreserved[ 7 ], 1.5 );
-   EXPECT_EQ( ab.b.addrs.size(), 2u );
-   const Lab::LabLink & bc = core.links.at( "bc" );
-   EXPECT_EQ( bc.a.intf, Kivnet::IntfId( "bc.a" ) );
-   EXPECT_EQ( bc.ab.attributes.unreserved[ 3 ], 4 );
-   EXPECT_TRUE( bc.ab.advertised );
-   EXPECT_FALSE( bc.ba.advertised );
    EXPECT_FALSE( core.lans.at( "lan" ).members.at( "b" ).attached );
 
    const Lab::LabConstraint & constraint = lab.paths.at( "rsvp" ).at( "t1" ).constraint;
    EXPECT_EQ( constraint.excludeAdminGroup, 0x80000000u );
-   EXPECT_EQ( constraint.bandwidth, UINT64_MAX );
-   EXPECT_EQ( constraint.sourceType, Cspf::CspfSourceType::neighborOnLink );
    EXPECT_TRUE( constraint.includeHop[ 0 ].loose && !constraint.includeHop[ 1 ].loose );
    EXPECT_EQ( lab.paths.at( "tilfa" ).at( "p" ).dst.ipPrefix().stringValue(), "10.5.0.0/16" );
 
@@ -144,33 +129,20 @@ TEST( LabDocument, everythingWrongIsOneLineWithItsPlace ) {
       { R"({"router": null})", "/router: expected the name of the router that the agent runs on, found nothing" },
       { R"({"router": "x"})", "/router: expected the name of a router of a topology, found \"x\"" },
       { R"({"te": {"enabled": 1}})", "/te/enabled: expected true or false, found 1" },
-      { R"({"te": {"routerId": "2001:db8::1"}})", "/te/routerId: expected an IPv4 address, found \"2001:db8::1\"" },
-      { R"({"throttle": {"maxInt": -1}})", "/throttle/maxInt: expected a whole number from 0 to 4294967295, found -1" },
       { R"({"toggles": {"x": true}})", "/toggles/x: expected the key OspfTopoDbExport, found \"x\"" },
       { R"({"interfaces": {"x": {}}})", "/interfaces/x: expected as key, the name of an interface of the lab's router, found \"x\"" },
       { R"({"segmentRouting": {"a/b": {}}})", "/segmentRouting/a~1b: expected as key, a VRF name of 1 to 100 bytes without \"/\", found \"a/b\"" },
-      { R"({"topologies": []})", "/topologies: expected an object, found []" },
-      { R"({"topologies": {"core": {"numbers": [3, 0]}}})", "/topologies/core/numbers/0: expected a whole number from 1 to 2, found 3" },
-      { R"({"topologies": {"core": {"af": "ipv5"}}})", "/topologies/core/af: expected \"ipv4\" or \"ipv6\", found \"ipv5\"" },
       { R"({"topologies": {"z": {"numbers": [1, 0]}}})", "/topologies/z: expected a VRF, family, IGP and numbers that no other topology has, found those of \"core\"" },
       { R"({"topologies": {"core": {"routers": {"c": {"id": "0000.0000.0001"}}}}})", "/topologies/core/routers/c/id: expected a router id that no other router of the topology has, found \"0000.0000.0001\"" },
-      { R"({"topologies": {"area": {"routers": {"a": {"id": "x"}}}}})", "/topologies/area/routers/a/id: expected an IPv4 address, found \"x\"" },
       { R"({"topologies": {"core": {"routers": {"a": {"prefixes": {"10.0.0.1/8": 0}}}}}})", "/topologies/core/routers/a/prefixes/10.0.0.1~18: expected as key, a prefix such as \"10.0.0.1/32\", found \"10.0.0.1/8\"" },
-      { R"({"topologies": {"core": {"links": {"ab": {"b": "x"}}}}})", "/topologies/core/links/ab/b: expected the name of a router of the topology, found \"x\"" },
       { R"({"topologies": {"core": {"links": {"ab": {"b": "a"}}}}})", "/topologies/core/links/ab/b: expected a router other than the link's \"a\", found \"a\"" },
       { R"({"topologies": {"core": {"links": {"bc": {"aAddr": "10.1.0.3"}}}}})", "/topologies/core/links/bc/aAddr: expected an address that no other interface of the topology has, found \"10.1.0.3\"" },
-      { R"({"topologies": {"core": {"links": {"bc": {"aAddr": "2001:db8::1"}}}}})", "/topologies/core/links/bc/aAddr: expected an IPv4 address, found \"2001:db8::1\"" },
-      { R"({"topologies": {"core": {"links": {"bc": {"ba": true}}}}})", "/topologies/core/links/bc/ba: expected an object, null or false, found true" },
       { R"({"topologies": {"core": {"links": {"ab": {"ba": {"up": true}}}}}})", "/topologies/core/links/ab/ba/up: expected one of the keys metric, teMetric, adminGroup, srlg, bandwidth, unreserved, found \"up\"" },
       { R"({"topologies": {"core": {"links": {"ab": {"unreserved": [1, 2]}}}}})", "/topologies/core/links/ab/unreserved: expected bytes per second, one number or a list of 8, found a list of 2" },
       { R"({"topologies": {"core": {"links": {"ab": {"bandwidth": 1e39}}}}})", "/topologies/core/links/ab/bandwidth: expected bytes per second, from 0 to 3.4e38, found 1e+39" },
       { R"({"topologies": {"core": {"links": {"ab": {"metric": 4294967296}}}}})", "/topologies/core/links/ab/metric: expected a whole number from 0 to 4294967295, found 4294967296" },
       { R"({"topologies": {"core": {"links": {"ab": {"srlg": [1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17]}}}}})", "/topologies/core/links/ab/srlg: expected a list of at most 16 SRLG ids, found a list of 17" },
-      { R"({"topologies": {"core": {"lans": {"lan": {"pseudonode": 0}}}}})", "/topologies/core/lans/lan/pseudonode: expected a whole number from 1 to 255, found 0" },
-      { R"({"topologies": {"core": {"lans": {"lan": {"members": {"x": {}}}}}}})", "/topologies/core/lans/lan/members/x: expected the name of a router of the topology, found \"x\"" },
       { R"({"topologies": {"core": {"lans": {"z": {"dr": "b", "pseudonode": 9}}}}})", "/topologies/core/lans/z: expected \"dr\" and \"pseudonode\" that no other LAN of the topology has, found \"b\" and 9" },
-      { R"({"clients": {"rsvp": {"vrf": {"default": 1}}}})", "/clients/rsvp/vrf/default: expected true or false, found 1" },
-      { R"({"paths": {"rsvp": {"t1": {"dst": "c"}}}})", "/paths/rsvp/t1/dst: expected an address of a router, found \"c\"" },
       { R"({"paths": {"tilfa": {"r": {"dst": "10.0.0.3"}}}})", "/paths/tilfa/r/dst: expected an IS-IS system id or a prefix, found \"10.0.0.3\"" },
       { R"({"paths": {"rsvp": {"t2": {"dst": "10.0.0.3", "id": 2}}}})", "/paths/rsvp/t2: expected a VRF, family, destination and id that no other path of the client has, found those of \"t1\"" },
       { R"({"paths": {"rsvp": {"t1": {"constraint": {"excludeIntf": "x"}}}}})", "/paths/rsvp/t1/constraint/excludeIntf: expected the name of an interface of the lab, found \"x\"" },
@@ -178,13 +150,10 @@ TEST( LabDocument, everythingWrongIsOneLineWithItsPlace ) {
       { R"({"paths": {"rsvp": {"t1": {"constraint": {"topoId": "x"}}}}})", "/paths/rsvp/t1/constraint/topoId: expected the name of a topology of the lab, found \"x\"" },
       { R"({"paths": {"rsvp": {"t1": {"constraint": {"bwSetupPriority": 8}}}}})", "/paths/rsvp/t1/constraint/bwSetupPriority: expected a whole number from 0 to 7, found 8" },
       { R"({"paths": {"rsvp": {"t1": {"constraint": {"excludeAdminGroup": "0x100000000"}}}}})", "/paths/rsvp/t1/constraint/excludeAdminGroup: expected a 32-bit mask, a whole number or a text such as \"0x1f\", found \"0x100000000\"" },
-      { R"({"paths": {"rsvp": {"t1": {"constraint": {"includeHop": [{"loose": true}]}}}}})", "/paths/rsvp/t1/constraint/includeHop/0/addr: expected an address, found nothing" },
       { R"({"paths": {"rsvp": {"t1": {"constraint": {"sourceType": "x"}}}}})", "/paths/rsvp/t1/constraint/sourceType: expected \"plr\", \"neighborOnLink\" or \"pathSegmentSource\", found \"x\"" },
-      { R"({"events": {}})", "/events: expected a list of events, found {}" },
       { R"({"events": [{"at": 2}, {"at": 1}]})", "/events/1/at: expected a time not before that of the event before, found 1" },
       { R"({"events": [{"at": 0, "patch": {"events": []}}]})", "/events/0/patch/events: expected a patch that leaves the events alone, found []" },
       { R"({"events": [{"at": 0, "patch": {"topologies": {"core": {"links": {"ab": {"b": "x"}}}}}}]})", "/events/0/patch/topologies/core/links/ab/b: expected the name of a router of the topology, found \"x\"" },
-      { R"({"events": [{"at": 0, "patch": {"router": null}}]})", "/events/0/patch/router: expected the name of the router that the agent runs on, found nothing" },
       { R"({"events": [{"at": 0}, {"at": 1, "patch": {"topologies": {"core": {"routers": {"c": null}}}}}]})", "/events/1: leaves an error at /topologies/core/links/bc/b: expected the name of a router of the topology, found \"c\"" },
    };
    // clang-format on
@@ -198,7 +167,9 @@ TEST( LabDocument, whatIsNoJsonSaysWhere ) {
    EXPECT_EQ( parseError( "{\n \"router\": }" ),
               "/router: line 2, column 12: expected '[', '{', or a literal, found '}'" );
    EXPECT_THAT( parseError( "" ), testing::HasSubstr( "line 1, column 1: expected" ) );
-   EXPECT_THAT( parseError( "[1]" ), testing::HasSubstr( "expected an object" ) );
+   EXPECT_EQ( parseError( "[1]" ), "expected an object, found a list of 1" );
+   EXPECT_EQ( parseError( std::string( everything ) + '\0' ),
+              "line 45, column 2: expected end of input, found a zero byte" );
    EXPECT_EQ( parseError( R"({"te": {"enabled": true, "enabled": true}})" ),
               "/te/enabled: expected each key once in an object, found \"enabled\" again" );
    for ( const char * piece : { "[", "\xff", "{\"a\":", "9", "\"\\u0000", " ", "\n]" } ) {

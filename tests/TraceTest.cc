@@ -150,19 +150,7 @@ TEST_F( TraceTest, textIsMadeOnlyWhenASinkWantsIt ) {
    Velotrace::maxLevelIs( 9 );
    TRACE9( costly() );
    EXPECT_EQ( evaluations, 2 );
-   Velotrace::maxLevelIs( -1 );
-   TRACE0( costly() );
-   EXPECT_EQ( evaluations, 2 );
    EXPECT_EQ( ring().lines.size(), 2u );
-}
-
-TEST_F( TraceTest, valuesOfEveryKindHaveAText ) {
-   std::string text;
-   Gemtrace::sinkIs( [ & ]( int, std::string_view line ) { text = line; } );
-   const std::string name = "x";
-   TRACE7( name << ' ' << -5 << " " << 18446744073709551615u << " " << true << " " << false << " "
-                << 2.5 << " " << std::string_view( "view" ) << Kivnet::IpGenAddr() );
-   EXPECT_THAT( text, testing::EndsWith( ": x -5 18446744073709551615 1 0 2.5 view" ) );
 }
 
 TEST_F( TraceTest, fileIsNamedAfterTheProcessAndStandsWhereTheEnvironmentSays ) {
@@ -173,31 +161,24 @@ TEST_F( TraceTest, fileIsNamedAfterTheProcessAndStandsWhereTheEnvironmentSays ) 
    setenv( "VELOTRACEDIR", ( directory_ + "/none" ).c_str(), 1 );
    EXPECT_FALSE( Velotrace::initialise( "agent.qt", nullptr, 0, 24, true, true, 512 ) );
    EXPECT_EQ( Velotrace::path(), "" );
-   TRACE7( "nobody hears this" );
 }
 
-TEST_F( TraceTest, anEarlierFileIsReplacedOnlyWhereAskedFor ) {
-   ASSERT_TRUE( openSmall() );
-   TRACE7( "first" );
-   Velotrace::close();
-   EXPECT_FALSE( Velotrace::initialise( "small.qt", "4K", 0, 24, true, false, 512 ) );
-   EXPECT_EQ( decoded( bytesOf( directory_ + "/small.qt" ) ).lines.size(), 1u );
-   ASSERT_TRUE( openSmall() );
-   EXPECT_TRUE( ring().lines.empty() );
-}
-
-TEST_F( TraceTest, aRingThatWasMovedAwayStaysWholeAfterReopening ) {
+TEST_F( TraceTest, anEarlierRingIsReplacedOnlyWhereAskedForAndStaysWholeWhereMovedAway ) {
    ASSERT_TRUE( openSmall() );
    TRACE7( "before" );
    const std::string moved = directory_ + "/moved.qt";
    std::filesystem::rename( Velotrace::path(), moved );
    ASSERT_TRUE( Velotrace::reopen() );
    TRACE7( "after" );
+   EXPECT_EQ( ring().lines.size(), 1u );
    const Decoded before = decoded( bytesOf( moved ) );
    ASSERT_EQ( before.lines.size(), 1u );
    EXPECT_THAT( before.lines[ 0 ].text, testing::EndsWith( ": before" ) );
-   ASSERT_EQ( ring().lines.size(), 1u );
-   EXPECT_THAT( ring().lines[ 0 ].text, testing::EndsWith( ": after" ) );
+   Velotrace::close();
+   EXPECT_FALSE( Velotrace::initialise( "small.qt", "4K", 0, 24, true, false, 512 ) );
+   EXPECT_EQ( decoded( bytesOf( directory_ + "/small.qt" ) ).lines.size(), 1u );
+   ASSERT_TRUE( openSmall() );
+   EXPECT_TRUE( ring().lines.empty() );
 }
 
 TEST_F( TraceTest, theRingKeepsTheNewestInOrderHoweverOftenItWraps ) {
@@ -278,9 +259,6 @@ TEST_F( TraceTest, whatIsNoRingIsSaidSo ) {
    const auto ignore = []( const Velotrace::Record & ) {};
    EXPECT_FALSE( Velotrace::decode( directory_ + "/none", ignore, damaged, error ) );
    EXPECT_EQ( error, "cannot be read" );
-   EXPECT_FALSE( Velotrace::decode( directory_, ignore, damaged, error ) );
-   EXPECT_EQ( error, "cannot be read" );
-   EXPECT_TRUE( Velotrace::decode( Velotrace::path(), ignore, damaged, error ) );
 }
 
 TEST_F( TraceTest, logMessagesReachTheOperatorAndTheTraces ) {
@@ -290,12 +268,8 @@ TEST_F( TraceTest, logMessagesReachTheOperatorAndTheTraces ) {
                + std::to_string( static_cast< int >( message.severity ) ) + "/"
                + std::string( text );
    } );
-   ASSERT_TRUE( openSmall() );
    Trace::logMessage( { "CSPF_DUPLICATE_TE_ROUTER_ID", Trace::Severity::warning, "" }, "1.1.1.1" );
    EXPECT_EQ( logged, "CSPF_DUPLICATE_TE_ROUTER_ID/3/1.1.1.1" );
-   ASSERT_EQ( ring().lines.size(), 1u );
-   EXPECT_THAT( ring().lines[ 0 ].text,
-                testing::EndsWith( "CSPF_DUPLICATE_TE_ROUTER_ID: 1.1.1.1" ) );
 }
 
 TEST( Toggle, theFileDecidesAndTheDefaultFillsIn ) {
@@ -308,16 +282,13 @@ TEST( Toggle, theFileDecidesAndTheDefaultFillsIn ) {
    };
    EXPECT_TRUE( Toggle::getToggleState( "Wanted", "gated.json", true ) );
    EXPECT_FALSE( Toggle::getToggleState( "Wanted", "gated.json", false ) );
-   EXPECT_FALSE( state( R"({ "Wanted": false })", true ) );
-   EXPECT_TRUE( state( "{\"Other\":false,\n \"Wanted\" : true}", false ) );
-   EXPECT_FALSE( state( R"({"note": "Wanted", "Wanted": false})", true ) );
-   EXPECT_TRUE( state( R"({"WantedNot": false, "NotWanted": false})", true ) );
+   EXPECT_FALSE( state( R"({ "note": "Wanted", "Wanted": false })", true ) );
+   EXPECT_TRUE( state( "{\"NotWanted\":false,\n \"Wanted\" : true}", false ) );
    for ( const char * json : { "", "{", "noise", "{\"Wanted\"", "{\"Wanted\":", "{\"Wanted\": 1}",
                                "{\"Wanted\": falsehood}", "{\"Wanted\": \"false\"}" } ) {
       EXPECT_TRUE( state( json, true ) ) << json;
    }
 
-   EXPECT_FALSE( state( R"({"Wanted": false})", true ) );
    Toggle::toggleOverrideIs( "Wanted", true );
    EXPECT_TRUE( state( R"({"Wanted": false})", false ) );
    Toggle::toggleOverrideIs( "Wanted", std::nullopt );

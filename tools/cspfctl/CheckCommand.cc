@@ -36,7 +36,8 @@ check( const std::vector< std::string > & files ) {
    int status = Lab::exitOk;
    for ( const std::string & file : files ) {
       try {
-         std::cout << file << ": " << summary( Lab::LabFile::load( file ) ) << std::endl;
+         const std::string found = summary( Lab::LabFile::load( file ) );
+         std::cout << file << ": " << found << std::endl;
       } catch ( const Lab::LabError & error ) {
          std::cerr << "cspfctl: " << file << ": " << error.what() << std::endl;
          status = Lab::exitBadLab;

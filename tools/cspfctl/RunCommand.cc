@@ -2,12 +2,12 @@
 
 #include "tools/cspfctl/LabCommands.h"
 #include "tools/lab/LabRunner.h"
+#include "tools/text/Table.h"
 
 #include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <string_view>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
@@ -17,12 +17,6 @@ struct Options {
    Lab::RunOptions run;
 };
 
-unsigned
-terminalWidth() {
-   winsize size{};
-   return ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
-}
-
 bool
 showsColours() {
    const char * const terminal = std::getenv( "TERM" );
@@ -31,10 +25,8 @@ showsColours() {
 
 int
 run( Options options ) {
-   if ( isatty( STDOUT_FILENO ) ) {
-      options.run.width = terminalWidth();
-      options.run.colour = showsColours();
-   }
+   options.run.width = Text::terminalWidth();
+   options.run.colour = isatty( STDOUT_FILENO ) && showsColours();
    // Traces come down the same terminal, and say enough of where the run is.
    options.run.progress = isatty( STDERR_FILENO ) && !options.run.verbose;
    try {

@@ -2,8 +2,8 @@
 
 #include "platform/Trace/Velotrace.h"
 #include "tools/cspfctl/LiveCommands.h"
+#include "tools/text/Plain.h"
 
-#include <cstdio>
 #include <iostream>
 #include <memory>
 
@@ -16,8 +16,8 @@ printTrace( const std::string & file ) {
    const bool ring = Velotrace::decode(
       file,
       []( const Velotrace::Record & record ) {
-         std::printf( "%14.6f %d %.*s\n", record.time, record.level,
-                      static_cast< int >( record.text.size() ), record.text.data() );
+         std::cout << Text::utcText( record.utc ) << " " << record.level << " " << record.text
+                   << "\n";
       },
       damaged, error );
    if ( !ring ) {

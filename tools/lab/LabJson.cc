@@ -6,10 +6,11 @@
 
 #include "tools/lab/LabJson.h"
 
+#include "tools/text/Plain.h"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cstdio>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -30,38 +31,24 @@ printable( std::string_view text ) {
 
 std::string
 oneLine( const std::string & pointer, const std::string & text ) {
-   std::string line;
-   for ( const char c : pointer ) {
-      if ( c >= 0 && ( c < ' ' || c == '\x7f' ) ) {
-         char escaped[ 8 ];
-         std::snprintf( escaped, sizeof escaped, "\\u%04x", static_cast< unsigned >( c ) );
-         line += escaped;
-      } else {
-         line += c;
-      }
-   }
-   return line.empty() ? text : line + ": " + text;
+   return pointer.empty() ? text : Text::plain( pointer ) + ": " + text;
 }
 
-/// "expected B, found A" out of the parser's "... - unexpected A; expected B", or its own words.
+/// "expected B, found A" out of the parser's "[...] while parsing ... - [unexpected ]A[; expected
+/// B]".
 std::string
 syntaxText( std::string_view what ) {
-   const auto after = [ & ]( std::string_view mark ) {
-      const auto at = what.find( mark );
-      return at == what.npos ? std::string_view() : what.substr( at + mark.size() );
-   };
-   if ( const auto found = after( " - unexpected " ); !found.empty() ) {
-      const auto part = found.find( "; expected " );
-      const std::string expected =
-         part == found.npos ? "valid JSON" : std::string( found.substr( part + 11 ) );
-      return "expected " + expected + ", found " + printable( found.substr( 0, part ) );
-   }
-   for ( const std::string_view mark : { " - ", "] " } ) {
-      if ( const auto rest = after( mark ); !rest.empty() ) {
-         return "expected valid JSON, found: " + printable( rest );
+   std::string_view found = what;
+   for ( const std::string_view mark : { "] ", " - ", "unexpected " } ) {
+      if ( const auto at = found.find( mark ); at != found.npos ) {
+         found.remove_prefix( at + mark.size() );
       }
    }
-   return "expected valid JSON";
+   constexpr std::string_view mark = "; expected ";
+   const auto end = found.rfind( mark );
+   const std::string expected( end == found.npos ? "valid JSON"
+                                                 : found.substr( end + mark.size() ) );
+   return "expected " + expected + ", found " + printable( found.substr( 0, end ) );
 }
 
 /// Receives the parser's events and builds the document.
@@ -98,12 +85,15 @@ class Builder {
    }
    template< class Exception >
    bool parse_error( std::size_t position, const std::string &, const Exception & error ) {
+      throw failure( position, syntaxText( error.what() ) );
+   }
+   /// `position` counts from 1.
+   LabError failure( std::size_t position, const std::string & what ) const {
       const auto before = text_.substr( 0, std::min( position, text_.size() + 1 ) - 1 );
       const auto line = 1 + std::count( before.begin(), before.end(), '\n' );
       const auto column = before.size() - ( before.rfind( '\n' ) + 1 ) + 1;
-      throw LabError( pointer(), "line " + std::to_string( line ) + ", column "
-                                    + std::to_string( column ) + ": "
-                                    + syntaxText( error.what() ) );
+      return LabError( pointer(), "line " + std::to_string( line ) + ", column "
+                                     + std::to_string( column ) + ": " + what );
    }
 
    LabJson root;
@@ -183,6 +173,10 @@ LabJson
 LabJson::parse( std::string_view text ) {
    Builder builder( text );
    nlohmann::json::sax_parse( text.begin(), text.end(), &builder );
+   // The parser takes a zero byte for the end of the text.
+   if ( const auto zero = text.find( '\0' ); zero != text.npos ) {
+      throw builder.failure( zero + 1, "expected end of input, found a zero byte" );
+   }
    return std::move( builder.root );
 }
 

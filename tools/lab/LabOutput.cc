@@ -4,6 +4,7 @@
 
 #include "tools/lab/LabOutput.h"
 
+#include "tools/text/Plain.h"
 #include "tools/text/Table.h"
 
 #include <ostream>
@@ -32,7 +33,7 @@ title( const RowKey & key, const Row & row ) {
    if ( !row.name.empty() ) {
       text += " " + row.name;
    }
-   text += " to " + row.destination;
+   text = Text::plain( text + " to " + row.destination );
    if ( key.path.id() != 1 ) {
       text += " id " + std::to_string( key.path.id() );
    }
@@ -59,7 +60,7 @@ void
 forEachChange( const std::string & pointer, const LabJson & patch, const Line & line ) {
    const auto * members = patch.as< LabJsonObject >();
    if ( !members || ( members->empty() && !pointer.empty() ) ) {
-      line( pointer + ": " + patch.text() );
+      line( Text::plain( pointer ) + ": " + patch.text() );
       return;
    }
    for ( const LabJsonMember & member : *members ) {
@@ -110,7 +111,7 @@ LabOutput::outcomeIs( const LabDocument & document, const Outcome & outcome ) {
 
 void
 LabOutput::printTables( const LabDocument & document, const Outcome & outcome ) const {
-   out_ << coloured( bold, document.router ) << ", TE router id "
+   out_ << coloured( bold, Text::plain( document.router ) ) << ", TE router id "
         << outcome.teRouterId.stringValue() << ", after " << secondsText( outcome.time )
         << ( outcome.agentEnabled ? "" : ", agent not enabled" ) << "\n";
    for ( auto row = rows_.begin(); row != rows_.end(); ) {
@@ -148,7 +149,8 @@ LabOutput::printChanges( const Outcome & outcome, const Rows & after ) const {
 
 void
 LabOutput::printChange( const RowKey & key, const Row & row, const std::string & remark ) const {
-   out_ << "   " << title( key, row ) << ": " << coloured( row.up ? green : red, row.route );
+   out_ << "   " << title( key, row ) << ": "
+        << coloured( row.up ? green : red, Text::plain( row.route ) );
    std::string notes = row.metric == noMetric ? "" : "metric " + row.metric;
    if ( !remark.empty() ) {
       notes += ( notes.empty() ? "" : ", " ) + remark;

@@ -28,7 +28,11 @@ struct Row {
    std::uint32_t answered = 0;  ///< the request that the status answers
    bool up = false;             ///< there is a path, or a repair
 
-   bool operator==( const Row & ) const = default;
+   /// Whether both say the same of the path; how the lab calls things is no news.
+   bool operator==( const Row & other ) const {
+      return metric == other.metric && route == other.route && answered == other.answered
+             && up == other.up;
+   }
 };
 
 using Rows = std::map< RowKey, Row >;

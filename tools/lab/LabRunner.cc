@@ -127,10 +127,11 @@ class LabRun {
       }
    }
 
-   /// Serves what is due next; where that is nothing until `end`, time passes.
+   /// Serves what is due next; where that is nothing until `end`, time passes. Real time passes in
+   /// short pieces, for the sake of the progress line.
    void turn( Lum::Seconds end ) {
       if ( !isVirtual_ ) {
-         loop_.runOnce( end - loop_.now() );
+         loop_.runOnce( std::min( end - loop_.now(), 0.2 ) );
       } else if ( loop_.nextDeadline() <= end ) {
          loop_.settle( 1, end );
       } else {
