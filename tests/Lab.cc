@@ -9,13 +9,12 @@
 #include "tools/lab/LabObserve.h"
 #include "tools/lab/LabRecords.h"
 #include "tools/lab/LabRestart.h"
+#include "tools/service/CommandStream.h"
 #include "tools/service/StateView.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <unistd.h>
 
 extern "C" AgentRunner::Agent * agentFactory( const char * name );
 
@@ -206,11 +205,9 @@ TestLab::snapshot() const {
 
 std::string
 TestLab::dump() {
-   std::FILE * const file = std::tmpfile();
-   runner_->command( "CspfDump", fileno( file ), "DUMP_CSPF_STATE" );
-   std::string text( static_cast< std::size_t >( lseek( fileno( file ), 0, SEEK_CUR ) ), '\0' );
-   lseek( fileno( file ), 0, SEEK_SET );
-   text.resize( static_cast< std::size_t >( read( fileno( file ), text.data(), text.size() ) ) );
-   std::fclose( file );
+   const Service::CommandStream stream;
+   runner_->command( "CspfDump", stream.fd(), "DUMP_CSPF_STATE" );
+   std::string text;
+   stream.forEachPiece( [ & ]( std::string_view piece ) { text += piece; } );
    return text;
 }

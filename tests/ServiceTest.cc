@@ -63,42 +63,6 @@ comesToLastHop( Client & client, const std::string & address ) {
    return false;
 }
 
-/// A connection on which anything can be sent.
-class RawConnection {
- public:
-   explicit RawConnection( const std::string & socket ) : fd_( Service::connectTo( socket ) ) {}
-   ~RawConnection() { close( fd_ ); }
-   RawConnection( const RawConnection & ) = delete;
-   RawConnection & operator=( const RawConnection & ) = delete;
-
-   void send( std::string_view text ) {
-      while ( !text.empty() ) {
-         const ssize_t n = ::send( fd_, text.data(), text.size(), MSG_NOSIGNAL );
-         ASSERT_GT( n, 0 );
-         text.remove_prefix( static_cast< std::size_t >( n ) );
-      }
-   }
-   /// The next frame; null at the end of the stream.
-   Json frame() {
-      std::size_t end;
-      while ( ( end = received_.find( '\n' ) ) == received_.npos ) {
-         char buffer[ 1 << 16 ];
-         const ssize_t n = read( fd_, buffer, sizeof buffer );
-         if ( n <= 0 ) {
-            return nullptr;
-         }
-         received_.append( buffer, static_cast< std::size_t >( n ) );
-      }
-      const std::string line = received_.substr( 0, end );
-      received_.erase( 0, end + 1 );
-      return Json::parse( line );
-   }
-
- private:
-   int fd_;
-   std::string received_;
-};
-
 std::string
 errorOf( Client & client, const std::string & method, const Json & params ) {
    try {
@@ -140,9 +104,13 @@ TEST_F( ServiceTest, theSocketIsItsOwnersAndServedByOne ) {
    ASSERT_EQ( stat( runner.socket().c_str(), &info ), 0 );
    EXPECT_EQ( info.st_mode & 0777, 0600u );
    EXPECT_EQ( info.st_uid, getuid() );
-   const ProgramResult second = runProgram( "agentrunner", { "--socket", runner.socket() } );
-   EXPECT_EQ( second.exitStatus, 1 );
-   EXPECT_THAT( second.err, HasSubstr( runner.socket() ) );
+   std::ofstream( directory / "letter" ) << "not to be lost";
+   for ( const std::string & taken : { runner.socket(), directory / "letter" } ) {
+      const ProgramResult second = runProgram( "agentrunner", { "--socket", taken } );
+      EXPECT_EQ( second.exitStatus, 1 );
+      EXPECT_THAT( second.err, HasSubstr( taken ) );
+   }
+   EXPECT_TRUE( std::filesystem::is_regular_file( directory / "letter" ) );
    Client( runner.socket() ).call( "status", Json::object() );
 }
 
@@ -165,21 +133,12 @@ TEST_F( ServiceTest, everyWatcherHearsEachChangeOnceAndInOrder ) {
          EXPECT_EQ( stateOf( late, watch )[ "holdInt" ], 100 );
       }
    }
-   struct Done {};
    const auto expectFrom = []( Client & client, int first ) {
-      int next = first;
-      try {
-         client.listen( [ & ]( const std::string & method, const Json & change ) {
-            ASSERT_EQ( method, "change" );
-            ASSERT_EQ( change[ "attribute" ], "holdInt" );
-            ASSERT_EQ( change[ "value" ], next );
-            if ( next++ == 500 ) {
-               throw Done();
-            }
-         } );
-      } catch ( const Done & ) {
+      for ( int next = first; next <= 500; ++next ) {
+         const Json change = client.receive()[ "params" ];
+         ASSERT_EQ( change[ "attribute" ], "holdInt" );
+         ASSERT_EQ( change[ "value" ], next );
       }
-      EXPECT_EQ( next, 501 );
    };
    expectFrom( early, 2 );
    expectFrom( late, 101 );
@@ -187,65 +146,102 @@ TEST_F( ServiceTest, everyWatcherHearsEachChangeOnceAndInOrder ) {
 
 TEST_F( ServiceTest, aBadFrameGetsAnErrorAndNothingElse ) {
    const RunnerProcess runner( directory );
-   RawConnection raw( runner.socket() );
-   Client client( runner.socket() );
-   const Json before = client.call( "get", { { "path", "te/config" } } );
+   Client raw( runner.socket() ), client( runner.socket() );
+   const Json before = client.call( "get", { { "path", "" } } );
+   const std::string deep( 1'000'000, '[' ), shallow( 1'000'000, ']' );
    for ( const auto & [ text, code ] : std::vector< std::pair< std::string, int > >{
             { "noise", -32700 },
             { "[]", -32600 },
             { R"({"jsonrpc": "2.0", "id": 1})", -32600 },
             { R"({"jsonrpc": "1.0", "id": 1, "method": "get"})", -32600 },
+            { R"({"jsonrpc": "2.0", "id": [1], "method": "status"})", -32600 },
             { R"({"jsonrpc": "2.0", "id": 1, "method": "fly"})", -32601 },
             { R"({"jsonrpc": "2.0", "id": 1, "method": "get"})", -32602 },
+            { R"({"jsonrpc": "2.0", "id": 1, "method": "load", "params": []})", -32602 },
             { R"({"jsonrpc": "2.0", "id": 1, "method": "get", "params": {"path": 7}})", -32602 },
+            { R"({"jsonrpc": "2.0", "id": 1, "method": "get", "params": )" + deep + shallow + "}",
+              -32700 },
             { std::string( 9 << 20, 'x' ), -32600 } } ) {
       raw.send( text + "\n" );
-      EXPECT_EQ( raw.frame()[ "error" ][ "code" ], code ) << text.substr( 0, 80 );
+      EXPECT_EQ( raw.receive()[ "error" ][ "code" ], code ) << text.substr( 0, 80 );
    }
-   const auto patchError = [ & ]( const std::string & path, const Json & patch ) {
-      return errorOf( client, "patch", { { "path", path }, { "patch", patch } } );
-   };
-   EXPECT_THAT( patchError( "te/config", { { "enabled", 3 } } ), HasSubstr( "enabled" ) );
-   EXPECT_THAT( patchError( "te/config", { { "enabled", true }, { "colour", 1 } } ),
-                HasSubstr( "colour" ) );
-   EXPECT_NE( patchError( "te/cspf/agentStatus", { { "agentEnabled", true } } ), "" );
-   EXPECT_NE( patchError( statusPath, { { "pathStatus", nullptr } } ), "" );
+   for ( const auto & [ path, patch, error ] : std::vector< std::array< std::string, 3 > >{
+            { "te/config", R"({"enabled": 3})", "/enabled" },
+            { "te/config", R"({"enabled": true, "colour": 1})", "/colour" },
+            { "//te/cspf/agentStatus/", R"({"agentEnabled": true})", "by the agent alone" },
+            { statusPath, R"({"pathStatus": null})", "by the agent alone" },
+            { "te", R"({"entity": {"config": null}})", "stay" },
+            { "", R"({"entity": {"x": {"type": "Lum::Dir"}}})", "stay" },
+            { "routing/topoDbExport", R"({"entity": {"x": {"type": "Lum::Dir"}}})", "ExportPath" },
+            { "te/cspf/client", R"({"entity": {"a/b": {"type": "Cspf::Client"}}})", "name" },
+            { "te/cspf/config/vrf/default/ipv5/rsvp", "{}", "nothing at" } } ) {
+      EXPECT_THAT(
+         errorOf( client, "patch", { { "path", path }, { "patch", Json::parse( patch ) } } ),
+         HasSubstr( error ) )
+         << path << patch;
+   }
    EXPECT_NE( errorOf( client, "get", { { "path", "no/such/path" } } ), "" );
+   EXPECT_NE( errorOf( client, "watch", { { "paths", { "te/config", "no/such" } } } ), "" );
    EXPECT_NE( errorOf( client, "command", { { "name", "Fly" }, { "text", "" } } ), "" );
    Json lab = squareLab( true );
    lab[ "paths" ][ "rsvp" ][ "t1" ][ "dst" ] = 7;
    EXPECT_THAT( errorOf( client, "load", { { "lab", lab } } ), HasSubstr( "/paths/rsvp/t1/dst" ) );
-   EXPECT_EQ( client.call( "get", { { "path", "te/config" } } ), before );
-   raw.send( R"({"jsonrpc": "2.0", "id": "still here", "method": "status"})"
+   EXPECT_EQ( client.call( "get", { { "path", "" } } ), before );
+   // Frames in a row, one without an answer, and several requests in one.
+   raw.send( R"({"jsonrpc": "2.0", "method": "fly"})"
+             "\n\n"
+             R"([{"jsonrpc": "2.0", "id": "a", "method": "status"}, 7,)"
+             R"( {"jsonrpc": "2.0", "id": null, "method": "fly"}])"
              "\n" );
-   EXPECT_EQ( raw.frame()[ "id" ], "still here" );
+   const Json answers = raw.receive();
+   ASSERT_EQ( answers.size(), 3u );
+   EXPECT_EQ( answers[ 0 ][ "id" ], "a" );
+   EXPECT_EQ( answers[ 1 ][ "error" ][ "code" ], -32600 );
+   EXPECT_EQ( answers[ 2 ][ "error" ][ "code" ], -32601 );
 }
 
-TEST_F( ServiceTest, aWatcherThatDoesNotReadIsCutOffAndToldSo ) {
+TEST_F( ServiceTest, aWatcherThatDoesNotReadIsCutOffAndToldSoWhileOthersAreAnsweredInFull ) {
    const RunnerProcess runner( directory );
-   RawConnection slow( runner.socket() );
-   Client writer( runner.socket() );
-   slow.send(
-      R"({"jsonrpc": "2.0", "id": 1, "method": "watch", "params": {"paths": ["te/config"]}})"
-      "\n" );
-   ASSERT_EQ( slow.frame()[ "id" ], 1 );
-   Json srlgs = Json::array();
+   Client slow( runner.socket() ), writer( runner.socket() );
+   slow.call( "watch", { { "paths", { "te/config" } } } );
+   Json list = Json::array();
    for ( int i = 0; i < 20'000; ++i ) {
-      srlgs.push_back( 100'000 + i );
+      list.push_back( 100'000 + i );
    }
-   // Every other change is 140 kB; 40 MB of them are more than may wait.
+   // Each change is 140 kB; 40 MB of them are more than may wait, and all of them one answer.
    for ( int i = 0; i < 300; ++i ) {
-      for ( const Json & value : { srlgs, Json::array( { 1 } ) } ) {
-         writer.call( "patch", { { "path", "te/config" },
-                                 { "patch", { { "intfSrlg", { { "Ethernet1", value } } } } } } );
-      }
+      const Json change{ { "intfSrlg", { { "Ethernet" + std::to_string( i ), list } } } };
+      writer.call( "patch", { { "path", "te/config" }, { "patch", change } } );
    }
-   Json last, frame;
-   while ( !( frame = slow.frame() ).is_null() ) {
-      last = frame;
-   }
-   EXPECT_EQ( last[ "method" ], "cutOff" );
+   const Json state = writer.call( "get", { { "path", "te/config" } } )[ "value" ];
+   EXPECT_EQ( state[ "intfSrlg" ].size(), 300u );
+   std::string last;
+   EXPECT_THROW(
+      slow.listen( [ & ]( const std::string & method, const Json & ) { last = method; } ),
+      std::runtime_error );
+   EXPECT_EQ( last, "cutOff" );
    EXPECT_EQ( writer.call( "status", Json::object() )[ "clients" ], 1 );
+}
+
+TEST_F( ServiceTest, aWatcherHearsOfTablesThatComeAndGo ) {
+   const RunnerProcess runner( directory );
+   Client client( runner.socket() ), watcher( runner.socket() );
+   EXPECT_EQ( watcher.call( "watch", { { "paths", { "te/cspf/status/vrf" } } } ), Json::object() );
+   for ( int round = 0; round < 2; ++round ) {
+      client.call( "load", { { "lab", squareLab( true ) } } );
+      Json change;
+      do {
+         change = watcher.receive()[ "params" ];
+         ASSERT_EQ( change[ "path" ], statusPath );
+      } while ( change.value( "attribute", "" ) != "pathStatus" );
+      EXPECT_EQ( change[ "value" ][ "path" ].back(), "10.64.0.5" );
+      client.call( "patch", { { "path", "te/cspf/client" },
+                              { "patch", { { "entity", { { "rsvp", nullptr } } } } } } );
+      while ( change.contains( "attribute" ) ) {
+         change = watcher.receive()[ "params" ];
+      }
+      EXPECT_EQ( change, ( Json{ { "path", statusPath } } ) );
+   }
 }
 
 TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
@@ -262,15 +258,25 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    };
    EXPECT_THAT( cspfctl( { "status" } ), HasSubstr( "CspfAgent" ) );
    EXPECT_TRUE( Json::parse( cspfctl( { "status", "--json" } ) )[ "agentEnabled" ] );
-   EXPECT_THAT( cspfctl( { "paths" } ), HasSubstr( "10.64.0.3 10.64.0.5" ) );
+   EXPECT_THAT( cspfctl( { "paths" } ), HasSubstr( "10.64.0.3, 10.64.0.5" ) );
    EXPECT_THAT( cspfctl( { "dump" } ), HasSubstr( "10.0.0.3" ) );
    cspfctl( { "patch", "te/config", R"({"enabled": false})" } );
-   EXPECT_FALSE(
-      Json::parse( cspfctl( { "get", "te/config", "--json" } ) )[ "value" ][ "enabled" ] );
+   const auto teConfig = [ & ] {
+      return Json::parse( cspfctl( { "get", "te/config", "--json" } ) )[ "value" ];
+   };
+   EXPECT_FALSE( teConfig()[ "enabled" ] );
+   // The first topology of the text gives the TE router id.
+   std::ofstream( directory / "two.json" ) << R"({"router": "a", "topologies": {
+      "z": {"routers": {"a": {"id": "0000.0000.0001", "teRouterId": "10.0.0.26"}}},
+      "b": {"numbers": [1, 0], "routers": {"a": {"id": "0000.0000.0001", "teRouterId": "10.0.0.2"}}}}})";
+   cspfctl( { "load", directory / "two.json" } );
+   EXPECT_EQ( teConfig()[ "routerId" ], "10.0.0.26" );
+   EXPECT_TRUE( teConfig()[ "enabled" ] );
    EXPECT_THAT( runProgram( "cspfctl", { "trace", directory / "CspfAgent.qt" } ).out,
                 HasSubstr( "enabling agent" ) );
-   EXPECT_NE( runProgram( "cspfctl", { "get", "x", "--socket", directory / "none" } ).exitStatus,
-              0 );
+   EXPECT_EQ( runProgram( "cspfctl", { "get", "x", "--socket", directory / "none" } ).exitStatus,
+              1 );
+   EXPECT_EQ( runProgram( "cspfctl", { "load", directory / "none" } ).exitStatus, 2 );
 
    // A trace that was moved away goes on in a new file after SIGHUP.
    std::filesystem::rename( directory / "trace", directory / "moved" );

@@ -10,7 +10,8 @@ TableStore::mount( const std::string & path, const std::string & typeName, Mount
       return nullptr;
    }
    Table & table = tables_[ path ];
-   if ( !table.entity ) {
+   const bool isNew = !table.entity;
+   if ( isNew ) {
       table.entity = types_.make( typeName );
    }
    if ( table.entity->typeName() != typeName ) {
@@ -18,7 +19,11 @@ TableStore::mount( const std::string & path, const std::string & typeName, Mount
    }
    ++table.mounts;
    table.stays = table.stays || mode == MountMode::writer;
-   return table.entity;
+   const auto entity = table.entity;
+   if ( isNew ) {
+      tell( path );
+   }
+   return entity;
 }
 
 void
@@ -28,7 +33,14 @@ TableStore::unmount( const std::string & path ) {
       return;
    }
    if ( --at->second.mounts == 0 && !at->second.stays ) {
-      tables_.erase( at );
+      cleanup( path );
+   }
+}
+
+void
+TableStore::cleanup( const std::string & path ) {
+   if ( tables_.erase( path ) ) {
+      tell( path );
    }
 }
 

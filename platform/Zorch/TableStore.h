@@ -2,6 +2,7 @@
 
 #include "platform/Corvdb/TypeRegistry.h"
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -31,9 +32,14 @@ class TableStore {
    /// Ends one mount of the table; nothing happens where it has none.
    void unmount( const std::string & path );
    /// Removes the table, whoever mounted it; those who hold it keep what they hold.
-   void cleanup( const std::string & path ) { tables_.erase( path ); }
+   void cleanup( const std::string & path );
    /// The table always exists from now on. Null as for `mount`.
    Lum::Ptr< Lum::Entity > alwaysIs( const std::string & path, const std::string & typeName );
+
+   /// Is told the path of each table that has come, still empty, or gone. One at a time; empty:
+   /// none.
+   using Listener = std::function< void( const std::string & path ) >;
+   void listenerIs( Listener listener ) { listener_ = std::move( listener ); }
 
    /// Null where there is none.
    Lum::Ptr< Lum::Entity > table( const std::string & path ) const;
@@ -47,8 +53,15 @@ class TableStore {
       bool stays = false;
    };
 
+   void tell( const std::string & path ) const {
+      if ( listener_ ) {
+         listener_( path );
+      }
+   }
+
    const Corvdb::TypeRegistry & types_;
    std::map< std::string, Table > tables_;
+   Listener listener_;
 };
 
 }

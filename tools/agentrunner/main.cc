@@ -9,10 +9,13 @@
 #include "tools/lab/LabLoad.h"
 #include "tools/service/ControlServer.h"
 #include "tools/service/UnixSocket.h"
+#include "tools/text/Plain.h"
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
-#include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <sys/epoll.h>
@@ -29,10 +32,24 @@ struct Options {
    std::string lab;
 };
 
+/// Seconds since 1970. A log is read beside those of other programs.
+double
+utcNow() {
+   timespec time{};
+   clock_gettime( CLOCK_REALTIME, &time );
+   return static_cast< double >( time.tv_sec ) + static_cast< double >( time.tv_nsec ) * 1e-9;
+}
+
 /// The text trace in a file, which may be moved away and reopened.
 class TraceFile {
  public:
-   explicit TraceFile( std::string path ) : path_( std::move( path ) ) { reopen(); }
+   explicit TraceFile( std::string path ) : path_( std::move( path ) ) {
+      reopen();
+      if ( !path_.empty() && !out_ ) {
+         throw std::runtime_error( path_
+                                   + ": the trace cannot be written: " + std::strerror( errno ) );
+      }
+   }
    ~TraceFile() { Gemtrace::sinkIs( nullptr ); }
    TraceFile( const TraceFile & ) = delete;
    TraceFile & operator=( const TraceFile & ) = delete;
@@ -41,11 +58,10 @@ class TraceFile {
       if ( path_.empty() ) {
          return;
       }
-      out_.close();
-      out_.open( path_, std::ios::app );
+      out_ = std::ofstream( path_, std::ios::app );
       Gemtrace::sinkIs(
          [ this ]( int level, std::string_view text ) {
-            out_ << Lum::now() << " " << level << " " << text << std::endl;
+            out_ << Text::utcText( utcNow() ) << " " << level << " " << text << std::endl;
          },
          7 );
    }
@@ -96,6 +112,15 @@ logToStandardError( const Trace::LogMessage & message, std::string_view text ) {
 }
 
 void
+loadFile( const std::string & fileName, const Service::ControlServer::Load & load ) {
+   try {
+      load( Lab::readLabJson( fileName ) );
+   } catch ( const Lab::LabError & error ) {
+      throw std::runtime_error( fileName + ": " + error.what() );
+   }
+}
+
+void
 serve( const Options & options ) {
    Corvdb::TypeRegistry types;
    Schema::registerTypes( types );
@@ -104,9 +129,11 @@ serve( const Options & options ) {
    Zorch::TableStore tables( types );
    TraceFile traceFile( options.traceFile );
    const Signals signals( loop, traceFile );
-   const auto load = [ & ]( const Service::Json & lab ) { Lab::loadLab( lab, state, tables ); };
+   const auto load = [ & ]( const Lab::LabJson & lab ) {
+      Lab::loadLab( Lab::LabFile::of( lab ), state, tables );
+   };
    if ( !options.lab.empty() ) {
-      Lab::loadLabFile( options.lab, state, tables );
+      loadFile( options.lab, load );
    }
 
    const AgentRunner::Library library( options.library.empty() ? Lab::agentLibraryPath()
@@ -134,10 +161,12 @@ main( int argc, char ** argv ) {
    app.add_option( "--socket", options.socket, "control socket" )->capture_default_str();
    app.add_option( "--trace", options.traceFile, "file for the text trace" );
    app.add_option( "--lab", options.lab, "lab whose state is there when the agent starts" );
-   CLI11_PARSE( app, argc, argv );
    Trace::logSinkIs( logToStandardError );
    try {
+      app.parse( argc, argv );
       serve( options );
+   } catch ( const CLI::ParseError & error ) {
+      return app.exit( error ) == 0 ? 0 : 1;
    } catch ( const std::exception & error ) {
       std::cerr << "agentrunner: " << error.what() << std::endl;
       return 1;

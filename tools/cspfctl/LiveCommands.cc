@@ -3,6 +3,8 @@
 
 #include "tools/cspfctl/LiveCommands.h"
 
+#include "tools/lab/LabFile.h"
+#include "tools/lab/LabRunner.h"
 #include "tools/service/Client.h"
 #include "tools/service/UnixSocket.h"
 #include "tools/text/Table.h"
@@ -38,10 +40,10 @@ lastComponents( const std::string & path, std::size_t count ) {
 }
 
 std::string
-joined( const Json & list ) {
+joined( const std::vector< std::string > & list ) {
    std::string text;
-   for ( const Json & element : list ) {
-      text.append( text.empty() ? "" : " " ).append( element.get< std::string >() );
+   for ( const std::string & element : list ) {
+      text.append( text.empty() ? "" : ", " ).append( element );
    }
    return text;
 }
@@ -57,20 +59,21 @@ contentOf( const std::string & fileName ) {
 }
 
 Json
-parsed( const std::string & what, const std::string & text ) {
+parsed( const std::string & text ) {
    try {
+      Lab::LabJson::parse( text );  // which says in words where it is none
       return Json::parse( text );
-   } catch ( const Json::exception & error ) {
-      throw std::runtime_error( what + " is no JSON: " + error.what() );
+   } catch ( const Lab::LabError & error ) {
+      throw std::runtime_error( std::string( "the patch: " ) + error.what() );
    }
 }
 
 Json
 readPatch( const std::string & text ) {
    if ( text == "-" ) {
-      return parsed( "the patch", std::string( std::istreambuf_iterator< char >( std::cin ), {} ) );
+      return parsed( std::string( std::istreambuf_iterator< char >( std::cin ), {} ) );
    }
-   return parsed( "the patch", text.starts_with( '@' ) ? contentOf( text.substr( 1 ) ) : text );
+   return parsed( text.starts_with( '@' ) ? contentOf( text.substr( 1 ) ) : text );
 }
 
 void
@@ -85,16 +88,26 @@ runPatch( const Options & options ) {
    Client( options.socket ).call( "patch", { { "path", options.path }, { "patch", patch } } );
 }
 
-void
+/// The lab is checked here as well, so that its errors read as those of `check`.
+int
 runLoad( const Options & options ) {
-   const Json lab = parsed( options.path, contentOf( options.path ) );
-   Client( options.socket ).call( "load", { { "lab", lab } } );
+   try {
+      const Lab::LabJson lab = Lab::readLabJson( options.path );
+      Lab::LabFile::of( lab );
+      Client( options.socket ).callText( "load", "{\"lab\":" + lab.text() + "}" );
+      return Lab::exitOk;
+   } catch ( const Lab::LabError & error ) {
+      std::cerr << "cspfctl: " << options.path << ": " << error.what() << std::endl;
+      return Lab::exitBadLab;
+   }
 }
 
 void
 printChange( const Json & change ) {
-   std::cout << change[ "path" ].get< std::string >() << " "
-             << change[ "attribute" ].get< std::string >();
+   std::cout << change[ "path" ].get< std::string >();
+   if ( change.contains( "attribute" ) ) {
+      std::cout << " " << change[ "attribute" ].get< std::string >();
+   }
    if ( change.contains( "key" ) ) {
       std::cout << "[" << change[ "key" ].dump() << "]";
    }
@@ -141,11 +154,45 @@ runStatus( const Options & options ) {
       std::cout << status.dump() << "\n";
       return;
    }
-   std::cout << "agent     " << status.value( "agent", Json() ).dump() << "\n"
-             << "process   " << status[ "pid" ] << "\n"
-             << "enabled   " << ( status[ "agentEnabled" ].get< bool >() ? "yes" : "no" ) << "\n"
-             << "callers   " << status[ "clients" ] << "\n"
-             << "waiting   " << status[ "pendingTasks" ].size() << " tasks\n";
+   std::vector< std::string > served, waiting;
+   const Json clients = client.call( "get", { { "path", "te/cspf/client" } } );
+   for ( const auto & [ name, entry ] : clients[ "value" ][ "entity" ].items() ) {
+      served.push_back( name );
+   }
+   constexpr std::size_t most = 5;
+   for ( const Json & task : status[ "pendingTasks" ] ) {
+      waiting.push_back( task.get< std::string >() );
+   }
+   if ( waiting.size() > most ) {
+      waiting[ most ] = "and " + std::to_string( waiting.size() - most ) + " more";
+      waiting.resize( most + 1 );
+   }
+   const auto orNone = []( const std::string & text ) { return text.empty() ? "none" : text; };
+   std::cout << "agent    " << orNone( status[ "agent" ].is_null() ? "" : status[ "agent" ] )
+             << "\n"
+             << "process  " << status[ "pid" ] << "\n"
+             << "enabled  " << ( status[ "agentEnabled" ].get< bool >() ? "yes" : "no" ) << "\n"
+             << "clients  " << orNone( joined( served ) ) << "\n"
+             << "callers  " << status[ "clients" ] << "\n"
+             << "waiting  " << orNone( joined( waiting ) ) << "\n";
+}
+
+/// Hops, or the repair with that number, or why there is neither.
+std::string
+routeOf( const Json & path, const Json & repairs, const std::string & error ) {
+   const auto texts = []( const Json & list ) {
+      return joined( list.get< std::vector< std::string > >() );
+   };
+   std::string route = texts( path[ "path" ] );
+   const auto repair = repairs.find( path[ "repairPathIdx" ].dump() );
+   if ( repair != repairs.end() ) {
+      route = "over " + repair->value( "nhIntf", "" ) + " to " + repair->value( "nhIp", "" );
+      route += ( *repair )[ "path" ].empty() ? "" : ", then " + texts( ( *repair )[ "path" ] );
+   }
+   if ( route.empty() ) {
+      return error.empty() ? "no hops" : "no path: " + error;
+   }
+   return error.empty() ? route : route + "; " + error;
 }
 
 void
@@ -155,48 +202,69 @@ runPaths( const Options & options ) {
       std::cout << tables.dump() << "\n";
       return;
    }
-   Text::Table table( { "VRF", "FAMILY", "CLIENT", "PATH", "HOPS", "REMARK" } );
+   Text::Table table( { "VRF", "FAMILY", "CLIENT", "DESTINATION", "ID", "HOPS OR PROTECTION" } );
    for ( const auto & [ path, status ] : tables.items() ) {
       const auto where = lastComponents( path, 3 );
+      const auto row = [ & ]( const std::string & key, const std::string & route ) {
+         const auto mark = key.rfind( '#' );
+         table.row( { where[ 0 ], where[ 1 ], where[ 2 ], key.substr( 0, mark ),
+                      key.substr( mark + 1 ), route } );
+      };
+      const Json & published = status[ "value" ][ "pathStatus" ];
       const Json & errors = status[ "value" ][ "pathError" ];
-      for ( const auto & [ key, published ] : status[ "value" ][ "pathStatus" ].items() ) {
-         table.row( { where[ 0 ], where[ 1 ], where[ 2 ], key, joined( published[ "path" ] ),
-                      errors.value( key, "" ) } );
+      for ( const auto & [ key, one ] : published.items() ) {
+         row( key, routeOf( one, status[ "value" ][ "pqInfo" ], errors.value( key, "" ) ) );
+      }
+      for ( const auto & [ key, reason ] : errors.items() ) {
+         if ( !published.contains( key ) ) {
+            row( key, "no answer: " + reason.get< std::string >() );
+         }
       }
    }
-   table.print( std::cout );
+   table.print( std::cout, Text::terminalWidth() );
 }
 
+template< class Run >
 CLI::App *
 add( CLI::App & app, const char * name, const char * about,
-     const std::shared_ptr< Options > & options, void ( *run )( const Options & ) ) {
+     const std::shared_ptr< Options > & options, Run run ) {
    CLI::App * command = app.add_subcommand( name, about );
    command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
       ->capture_default_str();
-   command->add_flag( "--json", options->json, "print JSON, one document a line" );
    command->callback( [ options, run ] { run( *options ); } );
+   return command;
+}
+
+CLI::App *
+withJson( CLI::App * command, Options & options ) {
+   command->add_flag( "--json", options.json, "print JSON, one document a line" );
    return command;
 }
 
 }
 
 void
-addLiveCommands( CLI::App & app ) {
+addLiveCommands( CLI::App & app, int & status ) {
    const auto options = std::make_shared< Options >();
-   add( app, "get", "Show the state at a path of a running agent", options, runGet )
+   withJson( add( app, "get", "Show the state at a path of a running agent", options, runGet ),
+             *options )
       ->add_option( "path", options->path, "state path; all tables and the state tree without" );
    CLI::App * patch =
       add( app, "patch", "Change the state at a path by a JSON merge patch", options, runPatch );
    patch->add_option( "path", options->path, "state path" )->required();
    patch->add_option( "patch", options->patch, "the patch; @FILE, or - for standard input" )
       ->required();
-   add( app, "load", "Write the state of a lab around a running agent", options, runLoad )
+   add( app, "load", "Write the state of a lab around a running agent", options,
+        [ &status ]( const Options & given ) { status = runLoad( given ); } )
       ->add_option( "lab", options->path, "lab file; its events are left out" )
       ->required();
-   add( app, "watch", "Show the state at paths, then each change", options, runWatch )
+   withJson( add( app, "watch", "Show the state at paths, then each change", options, runWatch ),
+             *options )
       ->add_option( "paths", options->paths, "state paths" )
       ->required();
    add( app, "dump", "Print the agent's internal state", options, runDump );
-   add( app, "status", "Show whether the agent runs and what it is busy with", options, runStatus );
-   add( app, "paths", "Show the published paths", options, runPaths );
+   withJson( add( app, "status", "Show whether the agent runs and what it is busy with", options,
+                  runStatus ),
+             *options );
+   withJson( add( app, "paths", "Show the published paths", options, runPaths ), *options );
 }

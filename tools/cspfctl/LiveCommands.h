@@ -2,9 +2,10 @@
 
 #include <CLI/CLI.hpp>
 
-/// Adds what is said to a running agent: get, patch, watch, dump, status, paths. Each throws
-/// std::runtime_error with a text for the person when it cannot be done.
-void addLiveCommands( CLI::App & app );
+/// Adds what is said to a running agent: get, patch, load, watch, dump, status, paths. Each throws
+/// std::runtime_error with a text for the person when it cannot be done. The status is set to that
+/// of a bad lab where one is to be loaded.
+void addLiveCommands( CLI::App & app, int & status );
 
 /// Adds `trace FILE`: the records of a trace ring as text.
 void addTraceCommand( CLI::App & app );

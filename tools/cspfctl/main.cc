@@ -12,8 +12,16 @@ main( int argc, char ** argv ) {
    int status = 0;
    addRunCommand( app, status );
    addCheckCommand( app, status );
-   addLiveCommands( app );
+   addLiveCommands( app, status );
    addTraceCommand( app );
+   const auto isNamed = [ & ]( const CLI::App * command ) {
+      return command->check_name( argv[ 1 ] );
+   };
+   if ( argc > 1 && *argv[ 1 ] != '-' && app.get_subcommands( isNamed ).empty() ) {
+      std::cerr << "cspfctl: there is no command \"" << argv[ 1 ] << "\"; see cspfctl --help"
+                << std::endl;
+      return 1;
+   }
    try {
       app.parse( argc, argv );
       if ( !std::cout.flush() ) {

@@ -65,9 +65,9 @@ blamed( const LabError & error, const LabEvent & event, std::size_t number ) {
 }
 
 LabFile
-LabFile::parse( std::string_view text ) {
+LabFile::of( LabJson json ) {
    LabFile file;
-   file.root_ = LabJson::parse( text );
+   file.root_ = std::move( json );
    file.document_ = readDocument( file.root_ );
    if ( const LabJson * events = file.root_.find( "events" ) ) {
       const LabCursor root( file.root_ );
@@ -86,8 +86,8 @@ LabFile::parse( std::string_view text ) {
    return file;
 }
 
-LabFile
-LabFile::load( const std::string & fileName ) {
+LabJson
+readLabJson( const std::string & fileName ) {
    std::ifstream in( fileName, std::ios::binary );
    std::string text;
    for ( char piece[ 65536 ]; in; ) {
@@ -99,7 +99,7 @@ LabFile::load( const std::string & fileName ) {
       throw LabError( "", "expected a file that can be read, found: "
                              + std::string( std::strerror( errno ) ) );
    }
-   return parse( text );
+   return LabJson::parse( text );
 }
 
 LabPlayback::LabPlayback( const LabFile & file )

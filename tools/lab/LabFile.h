@@ -16,14 +16,17 @@ struct LabEvent {
    LabJson patch;  ///< an object, empty where the event changes nothing
 };
 
+/// What the file of that name says. Throws LabError.
+LabJson readLabJson( const std::string & fileName );
+
 /// A whole lab file: the document at the start, and what happens to it.
 class LabFile {
  public:
-   /// Takes the text of a lab file. Every document that an event leaves has been checked as well.
+   /// Takes what a lab file says. Every document that an event leaves has been checked as well.
    /// Throws LabError.
-   static LabFile parse( std::string_view text );
-   /// Reads the file of that name. Throws LabError.
-   static LabFile load( const std::string & fileName );
+   static LabFile of( LabJson json );
+   static LabFile parse( std::string_view text ) { return of( LabJson::parse( text ) ); }
+   static LabFile load( const std::string & fileName ) { return of( readLabJson( fileName ) ); }
 
    const LabDocument & document() const noexcept { return document_; }
    const std::vector< LabEvent > & events() const noexcept { return events_; }

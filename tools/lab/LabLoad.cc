@@ -3,30 +3,14 @@
 
 #include "tools/lab/LabLoad.h"
 
-#include "tools/lab/LabFile.h"
 #include "tools/lab/LabState.h"
 
 namespace Lab {
 
-namespace {
-
 void
-load( const LabFile & file, Corvdb::StateStore & state, Zorch::TableStore & tables ) {
+loadLab( const LabFile & lab, Corvdb::StateStore & state, Zorch::TableStore & tables ) {
    static LabState writer( state, tables );
-   writer.write( file.document() );
-}
-
-}
-
-void
-loadLab( const nlohmann::json & lab, Corvdb::StateStore & state, Zorch::TableStore & tables ) {
-   load( LabFile::parse( lab.dump() ), state, tables );
-}
-
-void
-loadLabFile( const std::string & fileName, Corvdb::StateStore & state,
-             Zorch::TableStore & tables ) {
-   load( LabFile::load( fileName ), state, tables );
+   writer.write( lab.document() );
 }
 
 }

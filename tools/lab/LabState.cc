@@ -1,7 +1,8 @@
-// Writes documents into state. Each step compares what should be with the live entities and
-// changes the differences, in an order in which a router's own processes would: configuration,
-// topologies, adjacencies, then what clients ask for and which clients there are. A new entity is
-// filled before it is put where others can see it.
+// Writes documents into state. Each step compares what should be with the live entities, which
+// others may have changed, and changes the differences, in an order in which a router's own
+// processes would: configuration, topologies, adjacencies, then what clients ask for and which
+// clients there are. A new entity is filled before it is put where others can see it. The document
+// written last says only what may be taken away again.
 
 #include "tools/lab/LabState.h"
 
@@ -23,6 +24,19 @@ sync( const Live & live, const Wanted & wanted, Is && is, Del && del ) {
    for ( const auto & [ key, value ] : wanted ) {
       is( key, value );
    }
+}
+
+/// Fills the directory's entry, which is made where there is none of its type.
+template< class T, class Fill >
+void
+entryIs( Lum::Dir & dir, const std::string & name, Fill && fill ) {
+   if ( const auto present = Lum::cast< T >( dir.entity( name ) ) ) {
+      fill( *present );
+      return;
+   }
+   const auto entry = Lum::make< T >();
+   fill( *entry );
+   dir.entityIs( name, entry );
 }
 
 void
@@ -86,18 +100,16 @@ LabState::writeConfiguration( const LabDocument & document ) {
 void
 LabState::writeSegmentRouting( const LabDocument & document ) {
    const auto dir = state_.entityIs< Lum::Dir >( "segmentrouting/isis" );
-   diffMaps(
-      written_.segmentRouting, document.segmentRouting,
-      [ & ]( const Vrf & vrf, const auto & systemId ) {
-         const auto status = Lum::make< Mpls::SegmentRouting::Status >();
-         status->systemIdIs( systemId );
-         dir->entityIs( vrf.stringValue(), status );
-      },
-      [ & ]( const Vrf & vrf, const auto &, const auto & systemId ) {
-         Lum::cast< Mpls::SegmentRouting::Status >( dir->entity( vrf.stringValue() ) )
-            ->systemIdIs( systemId );
-      },
-      [ & ]( const Vrf & vrf, const auto & ) { dir->entityDel( vrf.stringValue() ); } );
+   for ( const auto & [ vrf, systemId ] : written_.segmentRouting ) {
+      if ( !document.segmentRouting.contains( vrf ) ) {
+         dir->entityDel( vrf.stringValue() );
+      }
+   }
+   for ( const auto & [ vrf, systemId ] : document.segmentRouting ) {
+      entryIs< Mpls::SegmentRouting::Status >(
+         *dir, vrf.stringValue(),
+         [ &id = systemId ]( auto & status ) { status.systemIdIs( id ); } );
+   }
 }
 
 void
@@ -113,9 +125,7 @@ LabState::writeTopologies( const LabDocument & document ) {
       }
    }
    for ( const auto & [ name, topology ] : document.topologies ) {
-      if ( isNew( name ) || !( written_.topologies.at( name ) == topology ) ) {
-         topologyIs( name, topology, isNew( name ) );
-      }
+      topologyIs( name, topology, isNew( name ) );
    }
 }
 
@@ -129,19 +139,15 @@ LabState::topologyIs( const std::string & name, const LabTopology & topology, bo
    if ( !topology.exported ) {
       return;
    }
-   const auto dir = state_.entityIs< Lum::Dir >( "routing/topoDbExport" );
-   if ( const auto present = Lum::cast< Routing::Topology::ExportPath >( dir->entity( name ) ) ) {
-      present->initializedIs( topology.exportReady );
-      return;
-   }
-   const auto announcement = Lum::make< Routing::Topology::ExportPath >();
-   announcement->igpSourceIs( topology.id.igpSource() );
-   announcement->number1Is( topology.id.number1() );
-   announcement->number2Is( topology.id.number2() );
-   announcement->vrfNameIs( topology.vrf );
-   announcement->afIs( topology.af );
-   announcement->initializedIs( topology.exportReady );
-   dir->entityIs( name, announcement );
+   entryIs< Routing::Topology::ExportPath >( *state_.entityIs< Lum::Dir >( "routing/topoDbExport" ),
+                                             name, [ & ]( auto & announcement ) {
+                                                announcement.igpSourceIs( topology.id.igpSource() );
+                                                announcement.number1Is( topology.id.number1() );
+                                                announcement.number2Is( topology.id.number2() );
+                                                announcement.vrfNameIs( topology.vrf );
+                                                announcement.afIs( topology.af );
+                                                announcement.initializedIs( topology.exportReady );
+                                             } );
 }
 
 void
@@ -173,18 +179,19 @@ LabState::writeAdjacencies( const LabDocument & document ) {
          [ & ]( const auto & key, const auto & value ) { table->adjacencyIs( key, value ); },
          [ & ]( const auto & key ) { table->adjacencyDel( key ); } );
    };
-   diffMaps(
-      before, after,
-      [ & ]( const Vrf & vrf, const auto & wanted ) {
-         tables_.mount< IsisExportImpl::IsisAdjacencyInfo >( path( vrf ),
-                                                             Zorch::MountMode::writer );
-         write( vrf, wanted );
-      },
-      [ & ]( const Vrf & vrf, const auto &, const auto & wanted ) { write( vrf, wanted ); },
-      [ & ]( const Vrf & vrf, const auto & ) {
+   for ( const auto & [ vrf, adjacencies ] : before ) {
+      if ( !after.contains( vrf ) ) {
          write( vrf, {} );
          tables_.unmount( path( vrf ) );
-      } );
+      }
+   }
+   for ( const auto & [ vrf, wanted ] : after ) {
+      if ( !before.contains( vrf ) ) {
+         tables_.mount< IsisExportImpl::IsisAdjacencyInfo >( path( vrf ),
+                                                             Zorch::MountMode::writer );
+      }
+      write( vrf, wanted );
+   }
 }
 
 void
@@ -209,17 +216,16 @@ LabState::writePaths( const LabDocument & document ) {
 void
 LabState::writeClients( const LabDocument & document ) {
    const auto dir = state_.entityIs< Lum::Dir >( "te/cspf/client" );
-   diffMaps(
-      written_.clients, document.clients,
-      [ & ]( const std::string & name, const LabClient & client ) {
-         const auto entity = Lum::make< Cspf::Client >();
-         fillClient( *entity, client );
-         dir->entityIs( name, entity );
-      },
-      [ & ]( const std::string & name, const LabClient &, const LabClient & client ) {
-         fillClient( *Lum::cast< Cspf::Client >( dir->entity( name ) ), client );
-      },
-      [ & ]( const std::string & name, const LabClient & ) { dir->entityDel( name ); } );
+   for ( const auto & [ name, client ] : written_.clients ) {
+      if ( !document.clients.contains( name ) ) {
+         dir->entityDel( name );
+      }
+   }
+   for ( const auto & [ name, client ] : document.clients ) {
+      entryIs< Cspf::Client >( *dir, name, [ &asked = client ]( Cspf::Client & entity ) {
+         fillClient( entity, asked );
+      } );
+   }
 }
 
 /// A client that is gone and asks for nothing leaves no table behind.

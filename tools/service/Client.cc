@@ -17,24 +17,25 @@ Client::~Client() {
    close( fd_ );
 }
 
-Json
-Client::call( const std::string & method, Json params, const Notified & notified ) {
-   const std::uint64_t id = ++lastId_;
-   const std::string text = Json{ { "jsonrpc", "2.0" },
-                                  { "id", id },
-                                  { "method", method },
-                                  { "params", std::move( params ) } }
-                               .dump()
-                            + "\n";
-   for ( std::size_t sent = 0; sent < text.size(); ) {
-      const ssize_t n = send( fd_, text.data() + sent, text.size() - sent, MSG_NOSIGNAL );
+void
+Client::send( std::string_view text ) {
+   while ( !text.empty() ) {
+      const ssize_t n = ::send( fd_, text.data(), text.size(), MSG_NOSIGNAL );
       if ( n < 0 && errno != EINTR ) {
          throw std::runtime_error( "the connection to the agent ended" );
       }
-      sent += n > 0 ? static_cast< std::size_t >( n ) : 0;
+      text.remove_prefix( n > 0 ? static_cast< std::size_t >( n ) : 0 );
    }
+}
+
+Json
+Client::callText( const std::string & method, const std::string & params,
+                  const Notified & notified ) {
+   const std::uint64_t id = ++lastId_;
+   send( R"({"jsonrpc":"2.0","id":)" + std::to_string( id ) + R"(,"method":")" + method
+         + R"(","params":)" + params + "}\n" );
    for ( ;; ) {
-      Json frame = readFrame();
+      Json frame = receive();
       if ( frame.contains( "method" ) ) {
          if ( notified ) {
             notified( frame[ "method" ], frame[ "params" ] );
@@ -50,7 +51,7 @@ Client::call( const std::string & method, Json params, const Notified & notified
 void
 Client::listen( const Notified & notified ) {
    for ( ;; ) {
-      const Json frame = readFrame();
+      const Json frame = receive();
       if ( frame.contains( "method" ) ) {
          notified( frame[ "method" ], frame[ "params" ] );
       }
@@ -58,9 +59,10 @@ Client::listen( const Notified & notified ) {
 }
 
 Json
-Client::readFrame() {
+Client::receive() {
    std::size_t end;
-   while ( ( end = received_.find( '\n' ) ) == received_.npos ) {
+   while ( ( end = received_.find( '\n', searched_ ) ) == received_.npos ) {
+      searched_ = received_.size();
       char buffer[ 64 * 1024 ];
       const ssize_t n = read( fd_, buffer, sizeof buffer );
       if ( n == 0 || ( n < 0 && errno != EINTR ) ) {
@@ -70,6 +72,7 @@ Client::readFrame() {
    }
    Json frame = Json::parse( received_.begin(), received_.begin() + std::ptrdiff_t( end ) );
    received_.erase( 0, end + 1 );
+   searched_ = 0;
    return frame;
 }
 

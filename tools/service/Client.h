@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace Service {
 
@@ -23,15 +24,23 @@ class Client {
    /// Gives the result. Notifications that come meanwhile go to `notified`. Throws
    /// std::runtime_error with the other side's text when the answer is an error, or when the
    /// connection ends.
-   Json call( const std::string & method, Json params, const Notified & notified = {} );
+   Json call( const std::string & method, const Json & params, const Notified & notified = {} ) {
+      return callText( method, params.dump(), notified );
+   }
+   /// Likewise with the parameters as JSON text on one line, in whatever order they are written.
+   Json callText( const std::string & method, const std::string & params,
+                  const Notified & notified = {} );
    /// Hands on notifications until the other side closes the connection or `notified` throws.
    void listen( const Notified & notified );
+   /// Sends text as it stands.
+   void send( std::string_view text );
+   /// The next frame. Throws std::runtime_error when the connection ends.
+   Json receive();
 
  private:
-   Json readFrame();
-
    int fd_;
    std::string received_;
+   std::size_t searched_ = 0;  ///< so much of it holds no line feed
    std::uint64_t lastId_ = 0;
 };
 

@@ -25,7 +25,10 @@ CommandStream::forEachPiece( const std::function< void( std::string_view ) > & v
    std::vector< char > piece( 262'144 );
    off_t at = 0;
    for ( ssize_t n; ( n = pread( fd_, piece.data(), piece.size(), at ) ) > 0; at += n ) {
-      visit( { piece.data(), static_cast< std::size_t >( n ) } );
+      const std::string_view text( piece.data(), static_cast< std::size_t >( n ) );
+      const auto end = text.rfind( '\n' );
+      n = end == text.npos ? n : static_cast< ssize_t >( end + 1 );
+      visit( text.substr( 0, static_cast< std::size_t >( n ) ) );
    }
 }
 

@@ -16,7 +16,7 @@ class CommandStream {
    CommandStream & operator=( const CommandStream & ) = delete;
 
    int fd() const noexcept { return fd_; }
-   /// What was written, from the beginning, in pieces that fit a frame.
+   /// What was written, from the beginning, in pieces of whole lines that fit a frame.
    void forEachPiece( const std::function< void( std::string_view ) > & visit ) const;
 
  private:

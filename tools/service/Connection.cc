@@ -27,7 +27,7 @@ Connection::~Connection() {
 void
 Connection::watchEvents() {
    const std::uint32_t events =
-      ( cutOff_ ? 0u : std::uint32_t( EPOLLIN ) ) | ( backlog() ? std::uint32_t( EPOLLOUT ) : 0u );
+      ( deaf_ ? 0u : std::uint32_t( EPOLLIN ) ) | ( backlog() ? std::uint32_t( EPOLLOUT ) : 0u );
    loop_.fdIs( socket_, events, [ this ]( std::uint32_t ready ) { handleEvents( ready ); } );
 }
 
@@ -37,7 +37,7 @@ Connection::handleEvents( std::uint32_t events ) {
    if ( events & EPOLLOUT ) {
       flush();
    }
-   if ( *alive && events & EPOLLIN && !cutOff_ ) {
+   if ( *alive && events & EPOLLIN && !deaf_ ) {
       receive();
    }
    if ( *alive && events & ( EPOLLHUP | EPOLLERR ) ) {
@@ -52,6 +52,11 @@ Connection::receive() {
    if ( n < 0 && ( errno == EAGAIN || errno == EINTR ) ) {
       return;
    }
+   if ( n == 0 && backlog() ) {
+      deaf_ = true;  // what was asked for until here is still answered
+      watchEvents();
+      return;
+   }
    if ( n <= 0 ) {
       end();
       return;
@@ -64,20 +69,27 @@ void
 Connection::takeFrames() {
    const auto alive = alive_;
    std::size_t begin = 0;
-   for ( auto end = received_.find( '\n' ); *alive && end != received_.npos;
-         end = received_.find( '\n', begin ) ) {
+   for ( std::size_t end;
+         !deaf_ && ( end = received_.find( '\n', searched_ ) ) != received_.npos; ) {
       const std::string frame = received_.substr( begin, end - begin );
-      begin = end + 1;
-      if ( !std::exchange( skipping_, false ) && !frame.empty() ) {
-         handlers_.frame( frame );
-         if ( !*alive ) {
-            return;
-         }
+      begin = searched_ = end + 1;
+      if ( std::exchange( skipping_, false ) || frame.empty() ) {
+         continue;
+      }
+      if ( backlog() > maxBacklog ) {
+         cutOff();
+         return;
+      }
+      handlers_.frame( frame );
+      if ( !*alive ) {
+         return;
       }
    }
    received_.erase( 0, begin );
+   searched_ = received_.size();
    if ( received_.size() > maxFrame ) {
       received_.clear();
+      searched_ = 0;
       if ( !std::exchange( skipping_, true ) ) {
          handlers_.oversized();
       }
@@ -86,14 +98,25 @@ Connection::takeFrames() {
 
 void
 Connection::send( std::string frame ) {
-   if ( cutOff_ ) {
-      return;
-   }
    if ( backlog() + frame.size() > maxBacklog ) {
-      cutOff_ = true;
-      frame = farewell_;
+      cutOff();
+   } else {
+      answer( std::move( frame ) );
    }
-   backlog_.append( frame ).push_back( '\n' );
+}
+
+void
+Connection::answer( std::string frame ) {
+   if ( !isCutOff_ ) {
+      backlog_.append( frame ).push_back( '\n' );
+      flush();
+   }
+}
+
+void
+Connection::cutOff() {
+   answer( farewell_ );
+   deaf_ = isCutOff_ = true;
    flush();
 }
 
@@ -113,7 +136,7 @@ Connection::flush() {
       backlog_.erase( 0, sent_ );
       sent_ = 0;
    }
-   if ( cutOff_ && !backlog() ) {
+   if ( deaf_ && !backlog() ) {
       // The peer sees the end of the stream; the next event ends this side.
       shutdown( socket_, SHUT_RDWR );
    }

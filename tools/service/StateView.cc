@@ -1,8 +1,14 @@
 // State by path, as JSON. Entities and tables live in two stores, and here in one name space; their
-// paths do not meet.
+// paths do not meet. What is patched must be what its readers take it for: an entry of another type
+// or a table at a path that nobody mounts is refused.
 
 #include "tools/service/StateView.h"
 
+#include "platform/Kivnet/VrfName.h"
+#include "platform/Lum/Dir.h"
+#include "tools/state/JsonText.h"
+
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -10,39 +16,115 @@ namespace Service {
 
 namespace {
 
+/// Where tables are. In a pattern a word in capitals stands for any of its kind.
 struct TableKind {
-   std::string_view prefix;
-   const char * typeName;
+   std::string_view pattern;
+   const char * typeName;  ///< of a table that others write; null: the agent's own
 };
 
-/// Tables that processes other than the agent write. A path of another kind is not made by a patch.
 constexpr std::array tableKinds = {
-   TableKind{ "te/cspf/config/vrf/", "Cspf::Config" },
-   TableKind{ "routing/isis/topodb/", "Routing::Topology::TopoDb" },
-   TableKind{ "routing/ospf/topodb/", "Routing::Topology::TopoDb" },
-   TableKind{ "routing/isis/adjacency/", "IsisExportImpl::IsisAdjacencyInfo" },
-   TableKind{ "te/bwm/client/input/vrf/", "TrafficEngineering::BandwidthClientUsage" },
+   TableKind{ "te/cspf/config/vrf/NAME/AF/NAME", "Cspf::Config" },
+   TableKind{ "routing/isis/topodb/IP/NUMBER/NAME", "Routing::Topology::TopoDb" },
+   TableKind{ "routing/isis/topodb/IP/NUMBER/NUMBER/NAME", "Routing::Topology::TopoDb" },
+   TableKind{ "routing/ospf/topodb/IP/NUMBER/NUMBER/NAME", "Routing::Topology::TopoDb" },
+   TableKind{ "routing/isis/adjacency/NAME", "IsisExportImpl::IsisAdjacencyInfo" },
+   TableKind{ "te/bwm/client/input/vrf/NAME/NAME", "TrafficEngineering::BandwidthClientUsage" },
+   TableKind{ "te/cspf/status/vrf/NAME/AF/NAME", nullptr },
+   TableKind{ "te/cspf/intfIpToRouterId/vrf/NAME/AF", nullptr },
+   TableKind{ "te/cspf/constraintStatus/vrf/NAME/AF", nullptr },
+   TableKind{ "te/cspf/bwUsage/vrf/NAME/AF", nullptr },
+   TableKind{ "te/bwm/client/status/vrf/NAME/NAME", nullptr },
+   TableKind{ "te/bwm/status/vrf/NAME", nullptr },
 };
 
-/// What the agent publishes; nobody else writes there.
-constexpr std::array< std::string_view, 10 > agentsOwn = {
-   "te/cspf/status/",
-   "te/cspf/intfIpToRouterId/",
-   "te/cspf/constraintStatus/",
-   "te/cspf/bwUsage/",
+/// Entities that the agent publishes, with all below them.
+constexpr std::array< std::string_view, 4 > agentsOwn = {
    "te/cspf/agentStatus",
    "te/bwm/activeStatus",
-   "te/bwm/client/status/",
-   "te/bwm/status/",
    "routing/export/topodb/client",
    "routing6/export/topodb/client",
 };
 
-Json
-typed( const Lum::Entity & entity ) {
-   return { { "type", entity.typeName() }, { "value", State::toJson( entity ) } };
+/// Directories in which others make and remove entries, all of one type. Entries of any other
+/// directory are there because the agent looks at them, and stay.
+struct EntryKind {
+   std::string_view directory;
+   const char * typeName;
+};
+
+constexpr std::array entryKinds = {
+   EntryKind{ "te/cspf/client", "Cspf::Client" },
+   EntryKind{ "routing/topoDbExport", "Routing::Topology::ExportPath" },
+   EntryKind{ "segmentrouting/isis", "Mpls::SegmentRouting::Status" },
+};
+
+bool
+matches( std::string_view word, const std::string & component ) {
+   if ( word == "NAME" ) {
+      return component.size() <= L3::VrfName::maxLength;
+   }
+   if ( word == "AF" ) {
+      return component == "ipv4" || component == "ipv6";
+   }
+   if ( word == "IP" ) {
+      return component == "ip" || component == "ip6";
+   }
+   return word == "NUMBER" ? State::fromText< std::uint32_t >( component ).has_value()
+                           : component == word;
 }
 
+enum class Match { no, above, exact };
+
+/// `above`: tables of the kind may be below the path.
+Match
+match( const TableKind & kind, const std::string & path ) {
+   const auto words = Corvdb::pathComponents( kind.pattern );
+   const auto components = Corvdb::pathComponents( path );
+   if ( components.size() > words.size()
+        || !std::equal( components.begin(), components.end(), words.begin(),
+                        []( const auto & component, const auto & word ) {
+                           return matches( word, component );
+                        } ) ) {
+      return Match::no;
+   }
+   return components.size() < words.size() ? Match::above : Match::exact;
+}
+
+bool
+anyTable( const std::string & path, std::initializer_list< Match > wanted ) {
+   return std::ranges::any_of( tableKinds, [ & ]( const TableKind & kind ) {
+      return std::ranges::find( wanted, match( kind, path ) ) != wanted.end();
+   } );
+}
+
+/// Refuses a patch of a directory that does not make, change or remove entries of its one type.
+void
+checkEntries( const std::string & path, const Json & patch ) {
+   const auto kind = std::ranges::find( entryKinds, path, &EntryKind::directory );
+   if ( kind == entryKinds.end() ) {
+      throw RequestError( "the entries of the directory \"" + path
+                          + "\" stay: name the path of the entry to be changed" );
+   }
+   const auto entries = patch.is_object() ? patch.find( "entity" ) : patch.end();
+   if ( !patch.is_object() || entries == patch.end() || !entries->is_object() ) {
+      return;
+   }
+   for ( const auto & [ name, entry ] : entries->items() ) {
+      if ( name.empty() || name.size() > L3::VrfName::maxLength || name.find( '/' ) != name.npos ) {
+         throw RequestError( "/entity/" + name
+                             + ": expected as key, a name of 1 to 100 bytes without \"/\"" );
+      }
+      if ( entry.is_object() && entry.value( "type", Json( kind->typeName ) ) != kind->typeName ) {
+         throw RequestError( "/entity/" + name + "/type: expected \"" + kind->typeName + "\"" );
+      }
+   }
+}
+
+}
+
+bool
+isAtOrBelow( const std::string & path, std::string_view top ) {
+   return path.starts_with( top ) && ( path.size() == top.size() || path[ top.size() ] == '/' );
 }
 
 Lum::Ptr< Lum::Entity >
@@ -52,23 +134,40 @@ StateView::find( const std::string & path ) const {
 }
 
 Json
-StateView::get( const std::string & path ) const {
-   if ( const auto entity = find( path ) ) {
-      if ( !path.empty() ) {
-         return typed( *entity );
-      }
+StateView::typed( const std::string & path ) const {
+   const auto entity = find( path );
+   return { { "type", entity->typeName() }, { "value", State::toJson( *entity ) } };
+}
+
+Json
+StateView::get( const std::string & asked ) const {
+   const std::string path = Corvdb::canonicalPath( asked );
+   if ( find( path ) && !path.empty() ) {
+      return typed( path );
    }
    Json below = Json::object();
    for ( const std::string & table : tables_.list( path ) ) {
-      below[ table ] = typed( *tables_.table( table ) );
+      below[ table ] = typed( table );
    }
    if ( path.empty() ) {
-      below[ "/" ] = typed( *state_.root() );
+      below[ "/" ] = typed( path );
    }
-   if ( below.empty() ) {
+   if ( below.empty() && !anyTable( path, { Match::above } ) ) {
       throw RequestError( "nothing at \"" + path + "\"" );
    }
    return below;
+}
+
+StateView::Watched
+StateView::watched( const std::string & asked ) const {
+   const std::string path = Corvdb::canonicalPath( asked );
+   if ( state_.entity( path ) ) {
+      return { path, { path }, false };
+   }
+   if ( !anyTable( path, { Match::above, Match::exact } ) ) {
+      throw RequestError( "nothing at \"" + path + "\"" );
+   }
+   return { path, tables_.list( path ), true };
 }
 
 Lum::Ptr< Lum::Entity >
@@ -77,7 +176,7 @@ StateView::findOrMake( const std::string & path ) {
       return entity;
    }
    for ( const TableKind & kind : tableKinds ) {
-      if ( path.starts_with( kind.prefix ) ) {
+      if ( match( kind, path ) == Match::exact ) {
          return tables_.alwaysIs( path, kind.typeName );
       }
    }
@@ -87,13 +186,21 @@ StateView::findOrMake( const std::string & path ) {
 }
 
 void
-StateView::patch( const std::string & path, const Json & patch ) {
-   for ( const std::string_view own : agentsOwn ) {
-      if ( path.starts_with( own ) ) {
-         throw RequestError( "\"" + path + "\" is written by the agent alone" );
-      }
+StateView::patch( const std::string & asked, const Json & patch ) {
+   const std::string path = Corvdb::canonicalPath( asked );
+   const bool ownTable = std::ranges::any_of( tableKinds, [ & ]( const TableKind & kind ) {
+      return !kind.typeName && match( kind, path ) == Match::exact;
+   } );
+   if ( ownTable || std::ranges::any_of( agentsOwn, [ & ]( std::string_view own ) {
+           return isAtOrBelow( path, own );
+        } ) ) {
+      throw RequestError( "\"" + path + "\" is written by the agent alone" );
    }
-   State::merge( *findOrMake( path ), patch );
+   const auto entity = findOrMake( path );
+   if ( Lum::cast< Lum::Dir >( entity ) ) {
+      checkEntries( path, patch );
+   }
+   State::merge( *entity, patch );
 }
 
 StateWatch::StateWatch( std::string path, Lum::Ptr< Lum::Entity > entity, Tell tell )

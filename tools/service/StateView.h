@@ -19,6 +19,9 @@ struct RequestError : std::runtime_error {
    using std::runtime_error::runtime_error;
 };
 
+/// REQUIRES: both are canonical, and `top` is not empty.
+bool isAtOrBelow( const std::string & path, std::string_view top );
+
 class StateView {
  public:
    /// The stores outlive the view.
@@ -26,15 +29,29 @@ class StateView {
       : state_( state ),
         tables_( tables ) {}
 
-   /// The entity or table at the path as JSON, after {"type": name, "value": ..}; where there is
-   /// none, an object of all tables below the path. Throws RequestError when there is nothing at
-   /// all.
+   /// The entity or table at the path as JSON, {"type": name, "value": ..}; where there is none, an
+   /// object of all tables below the path. Throws RequestError where nothing is or can be.
    Json get( const std::string & path ) const;
-   /// Merges the patch (RFC 7396) into the entity or table, which is made where it is missing and
-   /// its type follows from the path. Throws RequestError for what an agent writes, and
-   /// State::Error.
+   /// Merges the patch (RFC 7396) into the entity or table; a table is made where it is missing.
+   /// Throws RequestError for what an agent writes and for a patch that would put what the agent
+   /// looks at out of its sight, and State::Error.
    void patch( const std::string & path, const Json & patch );
-   /// Null where there is none.
+
+   /// What a watch of a path is about: one entity, or the tables at and below the path, also those
+   /// to come.
+   struct Watched {
+      std::string path;
+      std::vector< std::string > present;
+      bool tables = false;
+   };
+   /// Throws RequestError where nothing is or can be.
+   Watched watched( const std::string & path ) const;
+   void tableListenerIs( Zorch::TableStore::Listener listener ) {
+      tables_.listenerIs( std::move( listener ) );
+   }
+   /// {"type": name, "value": ..}. REQUIRES: there is something at the path, which is canonical.
+   Json typed( const std::string & path ) const;
+   /// Null where there is none. REQUIRES: the path is canonical.
    Lum::Ptr< Lum::Entity > find( const std::string & path ) const;
 
  private:

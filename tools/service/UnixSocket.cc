@@ -53,11 +53,13 @@ defaultSocketPath() {
    if ( const char * path = std::getenv( "CSPF_SOCKET" ) ) {
       return path;
    }
+   if ( geteuid() == 0 ) {
+      return "/run/cspf/control.sock";
+   }
    if ( const char * directory = std::getenv( "XDG_RUNTIME_DIR" ) ) {
       return std::string( directory ) + "/cspf.sock";
    }
-   return geteuid() == 0 ? "/run/cspf/control.sock"
-                         : "/tmp/cspf-" + std::to_string( geteuid() ) + "/control.sock";
+   return "/tmp/cspf-" + std::to_string( geteuid() ) + "/control.sock";
 }
 
 int
@@ -71,6 +73,10 @@ listenAt( const std::string & path ) {
    if ( const int served = tryConnect( address ); served >= 0 ) {
       close( served );
       fail( path, "another process serves this socket" );
+   }
+   struct stat present;
+   if ( lstat( path.c_str(), &present ) == 0 && !S_ISSOCK( present.st_mode ) ) {
+      fail( path, "a file that is no socket stands here" );
    }
    unlink( path.c_str() );
    const int fd = socket( AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0 );

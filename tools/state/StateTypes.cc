@@ -94,7 +94,8 @@ Place::pointer() const {
 }
 
 Error::Error( const Place & place, const std::string & expected )
-   : std::runtime_error( place.pointer() + ": expected " + expected ),
+   : std::runtime_error( ( place.pointer().empty() ? "" : place.pointer() + ": " ) + "expected "
+                         + expected ),
      pointer_( place.pointer() ),
      expected_( expected ) {}
 
