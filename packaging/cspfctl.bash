@@ -8,8 +8,10 @@ _cspfctl() {
    fi
    case "$command:$word" in
    run:-*) mapfile -t COMPREPLY < <( compgen -W "--json --verbose --seed --realtime --help" -- "$word" ) ;;
-   run:* | check:* | load:* | trace:*) mapfile -t COMPREPLY < <( compgen -f -- "$word" ) ;;
+   check:-* | trace:-*) mapfile -t COMPREPLY < <( compgen -W "--help" -- "$word" ) ;;
+   patch:-* | load:-* | dump:-*) mapfile -t COMPREPLY < <( compgen -W "--socket --help" -- "$word" ) ;;
    *:-*) mapfile -t COMPREPLY < <( compgen -W "--socket --json --help" -- "$word" ) ;;
+   run:* | check:* | load:* | trace:*) mapfile -t COMPREPLY < <( compgen -f -- "$word" ) ;;
    get:* | patch:* | watch:*)
       path="te/config te/cspf/client te/cspf/cliConfig te/cspf/agentStatus te/cspf/status/vrf
             te/cspf/config/vrf te/cspf/constraintStatus/vrf te/cspf/bwUsage/vrf routing/topoDbExport
