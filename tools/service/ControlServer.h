@@ -13,20 +13,23 @@ namespace Service {
 
 /// The control socket of a running agent: JSON-RPC 2.0, one frame a line, several clients at once.
 ///
-///   get     {"path": P}            the entity or table there as {"type", "value"}; of a directory
-///   of
-///                                  tables each that there is, by path
-///   patch   {"path": P, "patch": merge patch}
-///   watch   {"paths": [P...]}      the state there by path, as of `get`; then notifications
-///   "change",
-///                                  in order, none lost and none doubled: {"path", "attribute",
-///                                  "key"?, "value"?}, without the value for an entry that is gone;
-///                                  of tables that come and go {"path", "type"?, "value"?}
+///   get {"path": P}: the entity or table there as {"type", "value"}; of tables below the path each
+///   that there is, by its path.
+///
+///   patch {"path": P, "patch": merge patch}
+///
+///   watch {"paths": [P...]}: the state there by path, as of `get`; then notifications "change", in
+///   order, none lost and none doubled: {"path", "attribute", "key"?, "value"?}, without the value
+///   for an entry that is gone; of tables that come and go {"path", "type"?, "value"?}.
+///
 ///   unwatch {"paths": [P...]}
-///   command {"name": N, "text": T} what the agent writes comes as notifications "output",
-///                                  {"id", "text"}, then the result
-///   load    {"lab": document}      writes a lab's state (its events excluded)
-///   status  {}                     the process, the agent and what it is busy with
+///
+///   command {"name": N, "text": T}: what the agent writes comes as notifications "output",
+///   {"id", "text"}, then the result.
+///
+///   load {"lab": document}: writes a lab's state, its events excluded.
+///
+///   status {}: the process, the agent and what it is busy with.
 ///
 /// A client that does not read hears of it in a last notification "cutOff", {"reason"}.
 class ControlServer {

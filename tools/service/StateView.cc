@@ -6,6 +6,7 @@
 
 #include "platform/Kivnet/VrfName.h"
 #include "platform/Lum/Dir.h"
+#include "schema/Topology.h"
 #include "tools/state/JsonText.h"
 
 #include <algorithm>
@@ -120,6 +121,25 @@ checkEntries( const std::string & path, const Json & patch ) {
    }
 }
 
+/// Refuses a patch that would leave a finished announcement of a topology without its family.
+void
+checkAnnouncements( const Lum::Entity & entity, const Json & patch ) {
+   const auto patched = State::makeEntity( entity.typeName() );
+   State::merge( *patched, State::toJson( entity ) );
+   State::merge( *patched, patch );
+   const auto check = []( const Lum::Ptr< Lum::Entity > & one ) {
+      const auto announcement = Lum::cast< Routing::Topology::ExportPath >( one );
+      if ( announcement && announcement->initialized()
+           && announcement->af() == Kivnet::AddressFamily::unspecified ) {
+         throw RequestError(
+            "\"af\": expected \"ipv4\" or \"ipv6\" where \"initialized\" is true" );
+      }
+   };
+   check( patched );
+   State::forEachChild( *patched,
+                        [ & ]( const std::string &, const auto & entry ) { check( entry ); } );
+}
+
 }
 
 bool
@@ -171,12 +191,13 @@ StateView::watched( const std::string & asked ) const {
 }
 
 Lum::Ptr< Lum::Entity >
-StateView::findOrMake( const std::string & path ) {
+StateView::findOrMake( const std::string & path, const Json & patch ) {
    if ( auto entity = find( path ) ) {
       return entity;
    }
    for ( const TableKind & kind : tableKinds ) {
       if ( match( kind, path ) == Match::exact ) {
+         State::merge( *State::makeEntity( kind.typeName ), patch );  // a bad one makes no table
          return tables_.alwaysIs( path, kind.typeName );
       }
    }
@@ -196,9 +217,12 @@ StateView::patch( const std::string & asked, const Json & patch ) {
         } ) ) {
       throw RequestError( "\"" + path + "\" is written by the agent alone" );
    }
-   const auto entity = findOrMake( path );
+   const auto entity = findOrMake( path, patch );
    if ( Lum::cast< Lum::Dir >( entity ) ) {
       checkEntries( path, patch );
+   }
+   if ( isAtOrBelow( path, "routing/topoDbExport" ) ) {
+      checkAnnouncements( *entity, patch );
    }
    State::merge( *entity, patch );
 }

@@ -55,7 +55,7 @@ class StateView {
    Lum::Ptr< Lum::Entity > find( const std::string & path ) const;
 
  private:
-   Lum::Ptr< Lum::Entity > findOrMake( const std::string & path );
+   Lum::Ptr< Lum::Entity > findOrMake( const std::string & path, const Json & patch );
 
    Corvdb::StateStore & state_;
    Zorch::TableStore & tables_;
