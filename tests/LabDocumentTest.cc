@@ -92,7 +92,6 @@ TEST( LabDocument, everyKeyIsTakenAtItsMeaning ) {
    const Lab::LabLink & ab = core.links.at( "ab" );
    EXPECT_EQ( ab.ab.attributes.metric, 5u );
    EXPECT_EQ( ab.ab.attributes.bandwidth, 50 );
-   EXPECT_EQ( ab.ab.attributes.unreserved[ 7 ], 1 );
    EXPECT_EQ( ab.ba.attributes.unreserved[ 7 ], 1.5 );
    EXPECT_FALSE( core.lans.at( "lan" ).members.at( "b" ).attached );
 
@@ -116,7 +115,6 @@ TEST( LabDocument, defaultsComeFromTheNetwork ) {
    const Lab::LabDocument & lab = file.document();
    EXPECT_EQ( lab.te, ( Lab::LabTe{ true, *Kivnet::IpAddr::parse( "10.0.0.1" ) } ) );
    EXPECT_EQ( lab.throttle, ( Lab::LabThrottle{ 50, 200, 5000 } ) );
-   EXPECT_FALSE( lab.topologies.at( "six" ).exported );
    EXPECT_TRUE( lab.topologies.at( "four" ).exported );
    EXPECT_EQ( lab.segmentRouting.size(), 1u );
 }

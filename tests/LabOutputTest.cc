@@ -53,6 +53,9 @@ outcome() {
    Lab::PathOutcome stray;
    stray.status.pathKeyIs( key( "10.0.0.9", 1 ) );
    stray.error = "no such router";
+   Lab::PathOutcome asleep;
+   asleep.status.pathKeyIs( key( "10.0.0.2", 4 ) );
+   asleep.error = "asleep";
    Lab::PathOutcome link;
    link.name = "link";
    link.status.pathKeyIs(
@@ -67,8 +70,7 @@ outcome() {
    outcome.agentEnabled = true;
    outcome.teRouterId = address( "10.0.0.1" ).v4();
    outcome.clients[ "idle" ];
-   outcome.clients[ "rsvp" ][ where ] = {
-      { south, stray }, {}, { { key( "10.0.0.2", 4 ), "asleep" } } };
+   outcome.clients[ "rsvp" ][ where ] = { { south, stray }, {}, { asleep } };
    outcome.clients[ "tilfa" ][ where ] = { { link }, { { 5, repair } }, {} };
    outcome.intfIpToRouterId[ where ][ address( "10.1.0.1" ) ] = address( "10.0.0.2" );
    outcome.constraints.push_back( { where, { "south" }, 2, 1, 200, false, true } );
@@ -91,7 +93,7 @@ TEST( LabOutput, programsGetTheDocumentedShape ) {
                {"name": null, "dst": "10.0.0.9", "id": 1, "path": [], "pathTeRouterId": [],
                 "pathSrlg": [], "includeIp": [], "refreshRespSeq": 0, "changeCount": 0,
                 "repairPathIdx": 0, "cost": null, "error": "no such router"}],
-            "pqInfo": []}},
+            "pqInfo": [], "unanswered": [{"name": null, "dst": "10.0.0.2", "id": 4, "error": "asleep"}]}},
          "tilfa": {"default/ipv4": {
             "pathStatus": [
                {"name": "link", "dst": "0000.0000.0003", "id": 1, "path": [], "pathTeRouterId": [],

@@ -110,9 +110,15 @@ class Observer {
          }
          service.pathStatus.push_back( std::move( path ) );
       }
-      for ( const auto & [ key, reason ] : status.pathErrorColl() ) {
+      for ( const auto & key : Lum::sortedKeys( status.pathErrorColl() ) ) {
          if ( !status.pathStatusColl().contains( key ) ) {
-            service.unanswered[ key ] = reason;
+            const Named known = named( table, key );
+            PathOutcome & path = service.unanswered.emplace_back();
+            path.status.pathKeyIs( key );
+            path.error = status.pathError( key );
+            if ( known.name ) {
+               path.name = *known.name;
+            }
          }
       }
       for ( const auto & [ index, info ] : status.pqInfoColl() ) {

@@ -34,8 +34,7 @@ struct PathOutcome {
 struct ClientOutcome {
    std::vector< PathOutcome > pathStatus;  ///< by path key
    std::map< std::uint32_t, Cspf::PqInfo > pqInfo;
-   /// The agent's reasons for paths that have no status.
-   std::map< Cspf::PathKey, std::string > unanswered;
+   std::vector< PathOutcome > unanswered;  ///< paths that have no status but the agent's reason
 };
 
 struct ConstraintOutcome {

@@ -29,29 +29,35 @@ textsJson( const List & list ) {
    return listJson( list, []( const auto & element ) { return element.stringValue(); } );
 }
 
+/// Which path it is.
+Json
+keyJson( const PathOutcome & path ) {
+   return { { "name", path.name ? Json( *path.name ) : Json() },
+            { "dst", State::toText( path.status.pathKey().dst() ) },
+            { "id", path.status.pathKey().id() } };
+}
+
 Json
 pathJson( const PathOutcome & path ) {
    const Cspf::PathStatus & status = path.status;
-   Json json = { { "name", path.name ? Json( *path.name ) : Json() },
-                 { "dst", State::toText( status.pathKey().dst() ) },
-                 { "id", status.pathKey().id() },
-                 { "path", textsJson( status.pathList() ) },
-                 { "pathTeRouterId", textsJson( status.pathTeRouterIdList() ) },
-                 { "pathSrlg", listJson( status.pathSrlgList(),
-                                         []( const Cspf::SrlgOfHop & hop ) {
-                                            return listJson( hop.srlgList(),
-                                                             []( auto srlg ) { return srlg; } );
-                                         } ) },
-                 { "includeIp", listJson( status.includeIpList(),
-                                          []( const Cspf::IncludeIp & hop ) -> Json {
-                                             return {
-                                                { "addr", hop.addr().stringValue() },
-                                                { "teRouterId", hop.teRouterId().stringValue() } };
+   Json json = keyJson( path );
+   json.update( { { "path", textsJson( status.pathList() ) },
+                  { "pathTeRouterId", textsJson( status.pathTeRouterIdList() ) },
+                  { "pathSrlg", listJson( status.pathSrlgList(),
+                                          []( const Cspf::SrlgOfHop & hop ) {
+                                             return listJson( hop.srlgList(),
+                                                              []( auto srlg ) { return srlg; } );
                                           } ) },
-                 { "refreshRespSeq", status.refreshRespSeq() },
-                 { "changeCount", status.changeCount() },
-                 { "repairPathIdx", status.repairPathIdx() },
-                 { "cost", path.cost ? Json( *path.cost ) : Json() } };
+                  { "includeIp", listJson( status.includeIpList(),
+                                           []( const Cspf::IncludeIp & hop ) -> Json {
+                                              return {
+                                                 { "addr", hop.addr().stringValue() },
+                                                 { "teRouterId", hop.teRouterId().stringValue() } };
+                                           } ) },
+                  { "refreshRespSeq", status.refreshRespSeq() },
+                  { "changeCount", status.changeCount() },
+                  { "repairPathIdx", status.repairPathIdx() },
+                  { "cost", path.cost ? Json( *path.cost ) : Json() } } );
    if ( !path.error.empty() ) {
       json[ "error" ] = path.error;
    }
@@ -70,10 +76,18 @@ Json
 clientJson( const std::map< VrfAf, ClientOutcome > & services ) {
    Json json = Json::object();
    for ( const auto & [ where, service ] : services ) {
-      json[ where.text() ] = { { "pathStatus", listJson( service.pathStatus, pathJson ) },
-                               { "pqInfo", listJson( service.pqInfo, []( const auto & entry ) {
-                                    return repairJson( entry.second );
-                                 } ) } };
+      Json & one = json[ where.text() ];
+      one = { { "pathStatus", listJson( service.pathStatus, pathJson ) },
+              { "pqInfo", listJson( service.pqInfo, []( const auto & entry ) {
+                   return repairJson( entry.second );
+                } ) } };
+      if ( !service.unanswered.empty() ) {
+         one[ "unanswered" ] = listJson( service.unanswered, []( const PathOutcome & path ) {
+            Json reason = keyJson( path );
+            reason[ "error" ] = path.error;
+            return reason;
+         } );
+      }
    }
    return json;
 }

@@ -155,9 +155,10 @@ class RowMaker {
    void addPublished( const Outcome & outcome ) {
       for ( const auto & [ client, services ] : outcome.clients ) {
          for ( const auto & [ where, service ] : services ) {
-            for ( const auto & [ key, reason ] : service.unanswered ) {
-               if ( const auto row = rows.find( { where, client, key } ); row != rows.end() ) {
-                  row->second.route = withReason( "no answer", reason );
+            for ( const PathOutcome & path : service.unanswered ) {
+               const auto row = rows.find( { where, client, path.status.pathKey() } );
+               if ( row != rows.end() ) {
+                  row->second.route = withReason( "no answer", path.error );
                }
             }
             for ( const PathOutcome & path : service.pathStatus ) {
