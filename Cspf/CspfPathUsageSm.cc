@@ -24,6 +24,17 @@
 
 namespace Cspf {
 
+namespace {
+
+/// Whose the reservations are; all of a path are of one user.
+BwUsageId
+userOf( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) {
+   return pathBwUsage ? pathBwUsage->bwUsageColl().begin()->second->bwUsageKey().bwUsageId()
+                      : BwUsageId();
+}
+
+}
+
 void
 PathUsageSm::handleInitialized() {
    LUM_WATCH( pathConfigInfo_, usageChangeCount, doUpdatePathBwUsage );
@@ -74,16 +85,10 @@ PathUsageSm::handleConstraintChange() {
       TRACE8( "same bwUsageId: sharedBwGroupId " << bwUsageId.sharedBwGroupId() << " localId "
                                                  << bwUsageId.localId() << "for path "
                                                  << pathStatusInfo_->pathInfoKey().traceString() );
-      doUpdatePathBwUsage();
-      return;
+   } else {
+      oldBwUsageIdIs( bwUsageId );
    }
-   const bool held = pathBwUsage_ != nullptr;
-   const BwUsageId before = oldBwUsageId_;
-   oldBwUsageIdIs( bwUsageId );
    doUpdatePathBwUsage();
-   if ( held && isListening( before ) ) {
-      tell( before );
-   }
 }
 
 void
@@ -166,29 +171,24 @@ PathUsageSm::pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) 
    const bool same = pathBwUsage && pathBwUsage_
                         ? pathBwUsage->bwUsageColl() == pathBwUsage_->bwUsageColl()
                         : pathBwUsage == pathBwUsage_;
-   if ( !same ) {
-      pathBwUsage_ = pathBwUsage;  // the old reservations end here, after the new ones were made
-      handlePathBwUsage();
+   if ( same ) {
+      return;
    }
-}
-
-void
-PathUsageSm::handlePathBwUsage() {
-   if ( pathBwUsage_ || isListening( oldBwUsageId_ ) ) {
-      tell( oldBwUsageId_ );
+   const BwUsageId before = userOf( pathBwUsage_ );
+   pathBwUsage_ = pathBwUsage;  // the old reservations end here, after the new ones were made
+   if ( before != userOf( pathBwUsage_ )
+        && vrfRoot_.allTopoDbStatus()->bwUsageChangedAtHas( before ) ) {
+      handlePathBwUsage( before );  // its other paths
    }
-}
-
-/// A user that gives something back may have no other path to hear of it.
-bool
-PathUsageSm::isListening( const BwUsageId & bwUsageId ) const {
-   return vrfRoot_.allTopoDbStatus()->bwUsageChangedAtHas( bwUsageId );
+   if ( pathBwUsage_ ) {
+      handlePathBwUsage( oldBwUsageId_ );
+   }
 }
 
 /// The clock stands still while this turn's runs and publications are under way; a change is later
 /// than all runs that did not see it.
 void
-PathUsageSm::tell( const BwUsageId & bwUsageId ) {
+PathUsageSm::handlePathBwUsage( const BwUsageId & bwUsageId ) {
    const auto & status = vrfRoot_.allTopoDbStatus();
    const auto seen =
       std::max( { Lum::now(), status->topoChangedAt(), status->bwUsageChangedAt( bwUsageId ) } );

@@ -13,7 +13,7 @@ class VrfRoot;
 ///   watches                                handler                  writes
 ///   PathConfigInfo.usageChangeCount        doUpdatePathBwUsage      PathBwUsage
 ///   PathStatusInfo.constraintChangeCount   handleConstraintChange   PathBwUsage
-///   (its PathBwUsage)                      handlePathBwUsage        bwUsageChangedAt of the user
+///   (its PathBwUsage)                      handlePathBwUsage        bwUsageChangedAt of its user
 ///
 /// A path that the agent derived from another one reserves nothing: the path that it serves does.
 class PathUsageSm : public Lum::Reactor {
@@ -31,7 +31,7 @@ class PathUsageSm : public Lum::Reactor {
    void handleDestruction();
    void handleConstraintChange();
    void doUpdatePathBwUsage();
-   void handlePathBwUsage();
+   void handlePathBwUsage( const BwUsageId & bwUsageId );
    /// The path's request is answered: what is published from now on is for it.
    void handleResult() { awaitsResult_ = false; }
 
@@ -56,8 +56,6 @@ class PathUsageSm : public Lum::Reactor {
    publishedLinks( const PathStatus & published, const InternalPathConstraint & constraint ) const;
    Kivnet::IpGenAddr nearAddress( const AllTopoNeighborKey & link ) const;
    Lum::Ptr< const BwUsageDeduped > reserved( const AllTopoNeighborKey & link ) const;
-   bool isListening( const BwUsageId & bwUsageId ) const;
-   void tell( const BwUsageId & bwUsageId );
 
    VrfRoot & vrfRoot_;
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
