@@ -1,11 +1,14 @@
-// Tables for a terminal. A cell is as wide as it has characters of UTF-8; the last column takes
-// what the others leave, and is broken between words.
+// Tables, laid out by libsmartcols.
 
 #include "tools/text/Table.h"
 
 #include "tools/text/Plain.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <libsmartcols/libsmartcols.h>
+#include <locale.h>
+#include <memory>
 #include <ostream>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -14,31 +17,22 @@ namespace Text {
 
 namespace {
 
-/// Narrower than this, a column is not worth breaking.
-constexpr std::size_t leastWidth = 16;
-
-std::size_t
-widthOf( std::string_view text ) {
-   return static_cast< std::size_t >(
-      std::count_if( text.begin(), text.end(), []( char c ) { return ( c & 0xc0 ) != 0x80; } ) );
-}
-
-/// The text in lines of at most `width`, words that are longer by themselves; 0: one line.
-std::vector< std::string >
-wrapped( const std::string & text, std::size_t width ) {
-   std::vector< std::string > lines( 1 );
-   std::size_t begin = 0;
-   while ( width && begin < text.size() ) {
-      const std::size_t end = std::min( text.find( ' ', begin ), text.size() );
-      const std::string word = text.substr( begin, end - begin );
-      if ( !lines.back().empty() && widthOf( lines.back() ) + 1 + widthOf( word ) > width ) {
-         lines.emplace_back();
-      }
-      lines.back() += lines.back().empty() ? word : " " + word;
-      begin = end + 1;
+/// Text is UTF-8 while this lives, whatever the user's locale: names appear as they are.
+class Utf8 {
+ public:
+   Utf8() : locale_( newlocale( LC_CTYPE_MASK, "C.UTF-8", nullptr ) ) {
+      old_ = uselocale( locale_ );
    }
-   return width ? lines : std::vector< std::string >{ text };
-}
+   ~Utf8() {
+      uselocale( old_ );
+      freelocale( locale_ );
+   }
+   Utf8( const Utf8 & ) = delete;
+   Utf8 & operator=( const Utf8 & ) = delete;
+
+ private:
+   locale_t locale_, old_;
+};
 
 }
 
@@ -56,27 +50,27 @@ Table::row( std::vector< std::string > cells ) {
 
 void
 Table::print( std::ostream & out, unsigned width ) const {
-   const std::size_t last = rows_.front().size() - 1;
-   std::vector< std::size_t > widths( last );
-   std::size_t left = 0;
-   for ( std::size_t i = 0; i < last; ++i ) {
-      for ( const auto & row : rows_ ) {
-         widths[ i ] = std::max( widths[ i ], widthOf( row[ i ] ) );
-      }
-      left += widths[ i ] + 1;
+   const Utf8 utf8;
+   const std::unique_ptr< libscols_table, decltype( &scols_unref_table ) > table(
+      scols_new_table(), &scols_unref_table );
+   scols_table_set_termforce( table.get(), SCOLS_TERMFORCE_ALWAYS );
+   scols_table_enable_minout( table.get(), 1 );  // no spaces after an empty last cell
+   scols_table_set_termwidth( table.get(), width ? width : 1'000'000 );
+   for ( const std::string & column : columns_ ) {
+      const bool last = &column == &columns_.back();
+      scols_table_new_column( table.get(), column.c_str(), 0, last ? SCOLS_FL_WRAP : 0 );
    }
-   const std::size_t room = width >= left + leastWidth ? width - left : 0;
    for ( const auto & row : rows_ ) {
-      std::string line;
-      for ( std::size_t i = 0; i < last; ++i ) {
-         line += row[ i ] + std::string( widths[ i ] - widthOf( row[ i ] ) + 1, ' ' );
-      }
-      for ( const std::string & piece : wrapped( row[ last ], room ) ) {
-         line += piece;
-         out << line.substr( 0, line.find_last_not_of( ' ' ) + 1 ) << "\n";
-         line.assign( left, ' ' );
+      libscols_line * const line = scols_table_new_line( table.get(), nullptr );
+      for ( std::size_t i = 0; i < row.size(); ++i ) {
+         scols_line_set_data( line, i, row[ i ].c_str() );
       }
    }
+   char * text = nullptr;
+   if ( scols_print_table_to_string( table.get(), &text ) == 0 && text ) {
+      out << text << "\n";
+   }
+   std::free( text );
 }
 
 }

@@ -12,7 +12,7 @@ unsigned terminalWidth();
 /// A table for a person: columns as wide as their texts.
 class Table {
  public:
-   explicit Table( std::vector< std::string > columns ) { row( std::move( columns ) ); }
+   explicit Table( std::vector< std::string > columns ) : columns_( std::move( columns ) ) {}
 
    /// REQUIRES: one cell a column.
    void row( std::vector< std::string > cells );
@@ -20,7 +20,8 @@ class Table {
    void print( std::ostream & out, unsigned width = 0 ) const;
 
  private:
-   std::vector< std::vector< std::string > > rows_;  ///< the first one names the columns
+   std::vector< std::string > columns_;
+   std::vector< std::vector< std::string > > rows_;
 };
 
 }
