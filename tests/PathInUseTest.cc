@@ -318,7 +318,7 @@ newPath( const TopoStorm::Store & store, TopoStorm::Storm & storm ) {
 
 TEST( PathInUse, IsNotLookedAtOnlyWhereAWholeCheckWouldFindItAsItWas ) {
    std::size_t untouched = 0, changed = 0;
-   for ( unsigned seed = 0; seed < 40; ++seed ) {
+   for ( unsigned seed = 0; seed < 100; ++seed ) {
       TopoStorm::Store store;
       TopoStorm::Storm storm( seed );
       Cspf::PathValidationMemory memory( store.status );
