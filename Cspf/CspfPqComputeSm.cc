@@ -42,34 +42,6 @@ cheapest( const CspfTree & tree, const std::vector< CspfRepairTable::Originator 
 
 }
 
-bool
-RepairRuns::complete() const {
-   return constrained && constrained->hasTree() && forward && forward->hasTree() && neighbor
-          && neighbor->hasTree() && reverse && reverse->hasTree();
-}
-
-std::strong_ordering
-SharedRepairs::compare( const Kiv::DedupHandle & other ) const {
-   const auto key = []( const RepairRuns & runs ) {
-      return std::tuple( runs.constrained.ptr(), runs.forward.ptr(), runs.neighbor.ptr(),
-                         runs.reverse.ptr(), runs.isLinkProtection );
-   };
-   return key( runs_ ) <=> key( static_cast< const SharedRepairs & >( other ).runs_ );
-}
-
-const CspfRepairTable &
-SharedRepairs::table( const TopoGraph & topology ) {
-   if ( !table_ ) {
-      const CspfVertex plr = topology.vertex( runs_.constrained->source() );
-      const CspfVertex node = topology.vertex( runs_.neighbor->source() );
-      table_.emplace().build(
-         topology.graph(),
-         { plr, node, runs_.isLinkProtection, runs_.forward->tree().metric( node ) },
-         { runs_.constrained->tree(), runs_.neighbor->tree(), runs_.reverse->tree() } );
-   }
-   return *table_;
-}
-
 PqComputeSm::PqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey )
    : vrfRoot_( vrfRoot ),
      pathInfoKey_( pathInfoKey ),

@@ -5,10 +5,10 @@
 // a LAN is no repair node. Predecessors cost strictly less than their successor, so one pass in
 // order of cost meets each router after all that lead to it.
 //
-// What may surprise: that a label keeps only the fewest repair nodes is exact, not a heuristic.
-// With one more node a packet may end a segment at this very router, and no earlier start reaches
-// farther than a later one. The destination of a repair may itself be its last repair node,
-// where only the link into it avoids the resource.
+// What may surprise: that a label keeps only the fewest repair nodes is exact, not a heuristic, as
+// long as each first hop has a label of its own. With one more node a packet may end a segment at
+// this very router, and no earlier start reaches farther than a later one. The destination of a
+// repair may itself be its last repair node, where only the link into it avoids the resource.
 
 #include "Cspf/CspfRepairTable.h"
 

@@ -16,9 +16,13 @@ RandomNetwork::RandomNetwork( uint32_t routers, std::mt19937 & random ) : router
    const auto metric = [ & ]() { return pick( 60 ) ? 1 + pick( largest ) : 0xFFFFFF; };
    const auto connect = [ & ]( uint32_t a, uint32_t b ) {
       if ( a != b ) {
+         const auto same = [ & ]( const Link & link ) { return link.a == a && link.b == b; };
+         const auto before = std::ranges::count_if( links, same );
          const uint32_t there = metric();
          links.push_back( { a, b, there, pick( 3 ) < asymmetry ? metric() : there,
-                            pick( 25 ) ? State::up : State::oneWay } );
+                            pick( 25 ) ? State::up : State::oneWay,
+                            name( a ) + "-" + name( b )
+                               + ( before ? ":" + std::to_string( before + 1 ) : "" ) } );
       }
    };
    for ( uint32_t i = 0; i < routers; ++i ) {  // a ring, parts of it doubled, and chords
@@ -168,13 +172,13 @@ RepairWalker::own( uint32_t at, const Originators & destination ) {
    return least;
 }
 
-/// Sends the packet by all next hops at once; what goes wrong on any of them. Begun at the router
-/// that is nearest after the failure, and originates the destination, it is there; elsewhere a
-/// router that originates it may as well use another one at the same cost.
-std::string
+/// Sends the packet by all next hops at once; whether it arrives by each of them. Begun at the
+/// router that is nearest after the failure, and originates the destination, it is there; elsewhere
+/// a router that originates it may as well use another one at the same cost.
+bool
 RepairWalker::forward( uint32_t from, const Originators & destination ) const {
    if ( own( from, destination ) == rest( from, after( from ), destination ) ) {
-      return "";
+      return true;
    }
    ++packet_;
    std::vector< uint32_t > waiting{ from };
@@ -193,7 +197,7 @@ RepairWalker::forward( uint32_t from, const Originators & destination ) const {
             continue;
          }
          if ( fails( step ) ) {
-            return "crosses the failure at " + std::to_string( at );
+            return false;
          }
          if ( visited_[ step.to ] != packet_ ) {
             visited_[ step.to ] = packet_;
@@ -201,7 +205,7 @@ RepairWalker::forward( uint32_t from, const Originators & destination ) const {
          }
       }
    }
-   return delivered ? "" : "is not delivered";
+   return delivered;
 }
 
 const RepairWalker::Step *
@@ -215,7 +219,7 @@ RepairWalker::cheapestLink( uint32_t from, uint32_t to ) const {
    return best;
 }
 
-std::string
+bool
 RepairWalker::walk( const CspfRepair & repair, const Originators & destination ) const {
    uint32_t at = index( repair.firstHop );
    for ( const CspfEdge link : repair.firstLinks ) {
@@ -223,20 +227,17 @@ RepairWalker::walk( const CspfRepair & repair, const Originators & destination )
          return s.link == link && s.to == at && !fails( s ) && s.metric == after( plr() )[ at ];
       };
       if ( std::ranges::none_of( steps_[ plr() ], leaves ) ) {
-         return "does not leave by a link that is left";
+         return false;
       }
    }
    for ( size_t i = 0; i < repair.nodes.size(); ++i ) {
-      const uint32_t next = index( repair.nodes[ i ] );
-      const Step * adjacency = i > 0 ? cheapestLink( at, next ) : nullptr;
-      std::string fault = adjacency ? "" : forward( at, { { CspfVertex{ next }, 0 } } );
-      if ( adjacency && fails( *adjacency ) ) {
-         fault = "crosses the failure by an adjacency";
+      const CspfVertex next = repair.nodes[ i ];
+      const Step * adjacency = i > 0 ? cheapestLink( at, index( next ) ) : nullptr;
+      if ( !( adjacency ? !fails( *adjacency ) : forward( at, { { next, 0 } } ) )
+           || !onPath( index( next ), index( next ), destination ) ) {
+         return false;
       }
-      if ( !fault.empty() || !onPath( next, next, destination ) ) {
-         return "segment " + std::to_string( i ) + ": " + ( fault.empty() ? "strays" : fault );
-      }
-      at = next;
+      at = index( next );
    }
    return forward( at, destination );
 }
@@ -257,7 +258,7 @@ RepairWalker::fewestNodes( uint32_t firstHop, const Originators & destination ) 
    for ( uint32_t nodes = 0; !begins.empty(); ++nodes ) {
       std::vector< uint32_t > next;
       for ( const uint32_t from : begins ) {
-         if ( forward( from, destination ).empty() ) {
+         if ( forward( from, destination ) ) {
             return nodes;
          }
          for ( uint32_t to = 0; to < graph_.vertexBound(); ++to ) {
@@ -267,7 +268,7 @@ RepairWalker::fewestNodes( uint32_t firstHop, const Originators & destination ) 
                continue;
             }
             if ( ( link && link->metric == after( from )[ to ] && !fails( *link ) )
-                 || forward( from, { { CspfVertex{ to }, 0 } } ).empty() ) {
+                 || forward( from, { { CspfVertex{ to }, 0 } } ) ) {
                used[ to ] = true;
                next.push_back( to );
             }
@@ -287,8 +288,8 @@ RepairWalker::fault( const std::vector< CspfRepair > & repairs, const Originator
    }
    std::map< CspfVertex, size_t > found, wanted;  // nodes, by first hop
    for ( const CspfRepair & repair : repairs ) {
-      if ( const std::string fault = walk( repair, destination ); !fault.empty() ) {
-         return fault;
+      if ( repair.firstLinks.empty() || !walk( repair, destination ) ) {
+         return "by " + std::to_string( index( repair.firstHop ) ) + " packets do not arrive";
       }
       found[ repair.firstHop ] = repair.nodes.size();
    }

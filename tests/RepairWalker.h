@@ -14,6 +14,7 @@ struct RandomNetwork {
    struct Link {
       uint32_t a, b, metric, back;
       State state = State::up;
+      std::string name = {};  ///< in a lab
    };
    uint32_t routers;
    std::vector< Link > links;
@@ -70,9 +71,9 @@ class RepairWalker {
    static uint32_t own( uint32_t at, const Originators & destination );
    uint32_t rest( uint32_t at, const std::vector< uint32_t > & costs,
                   const Originators & destination ) const;
-   std::string forward( uint32_t at, const Originators & destination ) const;
+   bool forward( uint32_t at, const Originators & destination ) const;
    const Step * cheapestLink( uint32_t from, uint32_t to ) const;
-   std::string walk( const Cspf::CspfRepair & repair, const Originators & destination ) const;
+   bool walk( const Cspf::CspfRepair & repair, const Originators & destination ) const;
    bool onPath( uint32_t from, uint32_t to, const Originators & destination ) const;
    uint32_t fewestNodes( uint32_t firstHop, const Originators & destination ) const;
 

@@ -214,17 +214,15 @@ TEST( Tilfa, leavesByANextHopThatIsKnown ) {
 
 TEST( Tilfa, runsAreSharedAndMadeForTheGraphAlone ) {
    TestLab lab( ring, client );
-   const auto prefixes = [ & ]( const std::string & router, const Json & metrics ) {
+   const std::string prefix = "10.9.0.0/16";
+   const auto announce = [ & ]( const std::string & router, const Json & prefixes ) {
       lab.patch(
          { { "topologies",
-             { { "core", { { "routers", { { router, { { "prefixes", metrics } } } } } } } } } } );
+             { { "core", { { "routers", { { router, { { "prefixes", prefixes } } } } } } } } } } );
       lab.settle();
    };
-   const auto prefix = [ & ]( const std::string & router, const Json & metric ) {
-      prefixes( router, { { "10.9.0.0/16", metric } } );
-   };
-   prefix( "B", 0 );
-   lab.request( "tilfa", "prefix", "10.9.0.0/16", linkOf( "A-B.a" ) );
+   announce( "B", { { prefix, 0 } } );
+   lab.request( "tilfa", "prefix", prefix, linkOf( "A-B.a" ) );
    lab.settle();
    const std::uint32_t runs = lab.runs();
    EXPECT_EQ( runs, 4u ) << "constrained, forward, neighbour, reverse";
@@ -237,21 +235,18 @@ TEST( Tilfa, runsAreSharedAndMadeForTheGraphAlone ) {
       metrics[ dst ] = i;
       paths[ dst ] = { { "dst", dst }, { "constraint", linkOf( "A-B.a" ) } };
    }
-   prefixes( "F", metrics );
+   announce( "F", metrics );
    lab.patch( { { "paths", { { "tilfa", paths } } } } );
    lab.settle();
    EXPECT_EQ( lab.runs(), runs ) << "a thousand more destinations";
    for ( const auto & [ dst, metric ] : metrics.items() ) {
       EXPECT_EQ( idx( lab, dst ), idx( lab, "prefix" ) );
    }
-   prefix( "G", 3 );
+   announce( "G", { { prefix, 3 } } );
    EXPECT_EQ( repair( lab, "prefix" ), "10.64.0.10 E-A.b: 0003" ) << "G is farther";
-   prefix( "B", 3 );
+   announce( "B", { { prefix, 3 } } );
    EXPECT_EQ( repair( lab, "prefix" ), "10.64.0.10 E-A.b:" ) << "G is nearer";
-   for ( int i = 0; i < 20; ++i ) {
-      prefix( "G", i % 2 ? Json( 3 ) : nullptr );
-   }
-   prefix( "G", nullptr );
+   announce( "G", { { prefix, nullptr } } );
    EXPECT_EQ( repair( lab, "prefix" ), "10.64.0.10 E-A.b: 0003" );
    EXPECT_EQ( lab.runs(), runs ) << "prefixes that move";
    lab.link( "C-D", { { "metric", 2 } } );
@@ -282,16 +277,11 @@ class TilfaStorm {
         random_( seed ),
         network_( 5 + seed % 12, random_ ),
         lab_( TestLab::of( inFamily( network_.text(), isV6_ ) ) ) {
-      std::map< std::string, int > pairs;
-      for ( const auto & link : network_.links ) {
-         std::string name = network_.name( link.a ) + "-" + network_.name( link.b );
-         if ( const int number = ++pairs[ name ]; number > 1 ) {
-            name += ":" + std::to_string( number );
-         }
+      for ( std::size_t n = 0; n < network_.links.size(); ++n ) {
+         const auto & link = network_.links[ n ];
          if ( link.a == 0 || link.b == 0 ) {
-            own_[ name + ( link.a == 0 ? ".a" : ".b" ) ] = names_.size();
+            own_[ link.name + ( link.a == 0 ? ".a" : ".b" ) ] = n;
          }
-         names_.push_back( name );
       }
       const char * const prefix = isV6_ ? "fd09::/32" : "10.9.0.0/16";
       Json patch;
@@ -342,8 +332,7 @@ class TilfaStorm {
 
    /// A link changes, goes or comes back.
    void event() {
-      const std::size_t n = random_() % network_.links.size();
-      auto & link = network_.links[ n ];
+      auto & link = network_.links[ random_() % network_.links.size() ];
       if ( link.state == RandomNetwork::State::oneWay ) {
          return;
       }
@@ -351,7 +340,7 @@ class TilfaStorm {
       link.state = goes ? RandomNetwork::State::down : RandomNetwork::State::up;
       link.metric = link.back = 1 + static_cast< uint32_t >( random_() % 5 );
       lab_.link(
-         names_[ n ],
+         link.name,
          { { "up", !goes }, { "metric", link.metric }, { "ba", { { "metric", link.metric } } } } );
       lab_.advance( static_cast< double >( random_() % 3 ) * 0.1 );
    }
@@ -374,11 +363,10 @@ class TilfaStorm {
    }
    std::vector< CspfRepair > published( GraphText & text, std::uint32_t idx ) const {
       const auto af = isV6_ ? Kivnet::AddressFamily::ipv6 : Kivnet::AddressFamily::ipv4;
-      const auto table = lab_.statusTable( "tilfa", "default", af );
       if ( idx == 0 ) {
          return {};
       }
-      const PqInfo & info = table->pqInfo( idx );
+      const PqInfo & info = lab_.statusTable( "tilfa", "default", af )->pqInfo( idx );
       EXPECT_EQ( info.nhIp().af(), af );
       const CspfEdge link = edgeOf( text, info.nhIntf().stringValue() );
       const auto numbered = []( const std::string & id ) {  // a system id, or an address on a LAN
@@ -398,7 +386,6 @@ class TilfaStorm {
    std::mt19937 random_;
    RandomNetwork network_;
    TestLab lab_;
-   std::vector< std::string > names_;            // of links
    std::map< std::string, std::size_t > own_;    // A's point-to-point links, by interface
    std::map< std::string, std::uint32_t > idx_;  // of paths, when they were last judged
    const RepairWalker::Originators prefix_{ { CspfVertex{ 1 }, 4 }, { CspfVertex{ 3 }, 1 } };

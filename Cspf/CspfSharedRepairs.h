@@ -1,0 +1,47 @@
+#pragma once
+
+#include "Cspf/CspfRepairTable.h"
+#include "platform/Kiv/DedupTable.h"
+
+#include <optional>
+
+namespace Cspf {
+class LfaCspfData;
+class TopoGraph;
+}
+
+namespace Cspf::Lfa {
+
+/// The runs that one repair is worked out of.
+struct RepairRuns {
+   Lum::Ptr< const LfaCspfData > constrained;  ///< without the protected resource
+   Lum::Ptr< const LfaCspfData > forward;      ///< plain, from this router
+   Lum::Ptr< const LfaCspfData > neighbor;     ///< plain, from the protected node
+   Lum::Ptr< const LfaCspfData > reverse;      ///< plain, to this router or to the protected node
+   bool isLinkProtection = true;
+
+   /// All there, and all of the topology as it is now.
+   bool complete() const;
+   bool operator==( const RepairRuns & ) const = default;
+};
+
+/// The repairs of one protected link or node towards all destinations. Worked out once, when the
+/// first of the requests behind it asks, and shared by all of them.
+class SharedRepairs : public Kiv::DedupHandle {
+   LUM_ENTITY( Cspf::Lfa, SharedRepairs );
+   explicit SharedRepairs( RepairRuns runs ) : runs_( std::move( runs ) ) {}
+
+   const RepairRuns & runs() const noexcept { return runs_; }
+   /// REQUIRES: the runs are complete.
+   const CspfRepairTable & table( const TopoGraph & topology );
+   std::size_t hash() const override {
+      return std::hash< const void * >()( runs_.constrained.ptr() );
+   }
+   std::strong_ordering compare( const Kiv::DedupHandle & other ) const override;
+
+ private:
+   const RepairRuns runs_;
+   std::optional< CspfRepairTable > table_;
+};
+
+}
