@@ -257,7 +257,7 @@ PqComputeSm::validateDestination() {
    return reason_.empty();
 }
 
-/// Of the repairs with the fewest nodes, one for each immediate neighbour that can begin one.
+/// For each immediate neighbour the repair with the fewest nodes that begins with it.
 AllPqPathWithImmNgb
 PqComputeSm::getAllPqPath() {
    const TopoGraph & topology = this->topology();
@@ -282,8 +282,8 @@ PqComputeSm::getAllPqPath() {
    return all;
 }
 
-/// The preferred one of those whose next hop is known. A next hop that comes to be known, and would
-/// have been preferred, is heard of.
+/// The first one whose next hop is known. A next hop that comes to be known, and would have been
+/// preferred, is heard of.
 std::optional< PqPath >
 PqComputeSm::getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath ) {
    LUM_ASSERT( allPqPath->pqPathWithImmNgbs() != 0 );

@@ -23,7 +23,8 @@ struct PqPathWithImmNgb {
    Lum::List< RepairNodeIdx, Routing::Isis::SystemId > path;
 };
 
-/// The equally good repairs of one destination, the one that it prefers first.
+/// The repairs of one destination, those with the fewest nodes first, among equals the one that it
+/// prefers.
 struct AllPqPathWithImmNgb {
    std::vector< PqPathWithImmNgb > pqPathWithImmNgb;
 
