@@ -80,47 +80,29 @@ idx( const TestLab & lab, const std::string & path ) {
 // A is the router itself, B the neighbour behind the protected link: a ring of five with a tail.
 const char * const ring = "A -1- B -1- C -1- D -1- E -1- A; B -1- F; E -1- G";
 
-TEST( Tilfa, equalRepairsShareOneEntry ) {
-   TestLab lab( ring, client );
-   for ( const char * to : { "B", "F", "G" } ) {
-      lab.request( "tilfa", to, to, linkOf( "A-B.a" ) );
-   }
-   lab.settle();
-   EXPECT_EQ( repair( lab, "B" ), "10.64.0.10 E-A.b: 0003" );
-   EXPECT_EQ( repair( lab, "G" ), "10.64.0.10 E-A.b:" );
-   EXPECT_EQ( lab.statusTable( "tilfa" )->pqInfos(), 2u );
-   const std::uint32_t shared = idx( lab, "B" );
-   lab.withdraw( "tilfa", "B" );
-   lab.settle();
-   EXPECT_EQ( idx( lab, "F" ), shared );
-   lab.withdraw( "tilfa", "F" );
-   lab.settle();
-   EXPECT_FALSE( lab.statusTable( "tilfa" )->pqInfoHas( shared ) );
-   lab.request( "tilfa", "B", "B", linkOf( "A-B.a" ) );
-   lab.settle();
-   EXPECT_GT( idx( lab, "B" ), 2u ) << "fresh identifiers go first";
-}
-
-TEST( Tilfa, identifiersAreUsedAgainWhenTheirEntriesAreGone ) {
+TEST( Tilfa, equalRepairsShareAnIdentifierThatIsUsedAgainWhenTheyAreGone ) {
    const auto status = Lum::make< Status >();
-   const auto table = Lum::make< Lfa::DedupPqInfoTable >( status, Kiv::Range{ 1, 2 } );
+   const auto table = Lum::make< Lfa::DedupPqInfoTable >( status, Kiv::Range{ 1, 3 } );
    Lum::start( table );
    const auto need = [ & ]( const char * intf ) {
       return table->dedup( { Kivnet::IpGenAddr(), Kivnet::IntfId( intf ), {} } );
    };
    const auto first = need( "et1" );
-   auto second = need( "et2" );
    EXPECT_EQ( need( "et1" ), first );
+   EXPECT_EQ( need( "et2" )->pqIdx(), 2u );
+   EXPECT_FALSE( status->pqInfoHas( 2 ) );
+   const auto third = need( "et3" );
+   EXPECT_EQ( third->pqIdx(), 3u ) << "fresh ones go first";
+   auto second = need( "et2" );
    EXPECT_EQ( second->pqIdx(), 2u );
-   EXPECT_EQ( need( "et3" )->pqIdx(), 0u ) << "none is left";
+   EXPECT_EQ( need( "et4" )->pqIdx(), 0u ) << "none is left";
    PathStatus path;
    path.repairPathIdxIs( 2 );
    status->pathStatusIs( path );
    second = nullptr;
-   EXPECT_EQ( need( "et3" )->pqIdx(), 0u ) << "a published path still names it";
+   EXPECT_EQ( need( "et4" )->pqIdx(), 0u ) << "a published path still names it";
    status->pathStatusDel( path.pathKey() );
-   EXPECT_EQ( need( "et3" )->pqIdx(), 2u );
-   EXPECT_EQ( status->pqInfos(), 1u );
+   EXPECT_EQ( need( "et4" )->pqIdx(), 2u );
 }
 
 TEST( Tilfa, aRepairStaysWhileWhatIsProtectedChanges ) {
@@ -242,6 +224,7 @@ TEST( Tilfa, runsAreSharedAndMadeForTheGraphAlone ) {
    for ( const auto & [ dst, metric ] : metrics.items() ) {
       EXPECT_EQ( idx( lab, dst ), idx( lab, "prefix" ) );
    }
+   EXPECT_EQ( lab.statusTable( "tilfa" )->pqInfos(), 1u );
    announce( "G", { { prefix, 3 } } );
    EXPECT_EQ( repair( lab, "prefix" ), "10.64.0.10 E-A.b: 0003" ) << "G is farther";
    announce( "B", { { prefix, 3 } } );
@@ -252,6 +235,9 @@ TEST( Tilfa, runsAreSharedAndMadeForTheGraphAlone ) {
    lab.link( "C-D", { { "metric", 2 } } );
    lab.settle();
    EXPECT_EQ( lab.runs(), 2 * runs );
+   lab.patch( { { "paths", nullptr } } );
+   lab.settle();
+   EXPECT_EQ( lab.statusTable( "tilfa" )->pqInfos(), 0u );
 }
 
 /// The topology, or in IPv6 the same with addresses of that family.
