@@ -362,7 +362,8 @@ ConstraintInfoSm::fill( const PathStatusInfo & path, const CspfData * cspfData,
    } else if ( !cspfData->routerWithTepHas( tep ) ) {
       TRACE9( "no path found for tep " << key.pathKey().dst() );
       error = "no path found for tep " + key.pathKey().dst().stringValue();
-   } else if ( !cspfData->fillHopByHopPathForTep( tep, oldPath( path, cache ), result ) ) {
+   } else if ( !cspfData->fillHopByHopPathForTep(
+                  tep, [ & ]() { return oldPath( path, cache ); }, result ) ) {
       error = "path to tep " + tep.stringValue() + " has too many hops";
    }
    if ( !error.empty() ) {

@@ -14,6 +14,8 @@ class AllTopoDbView;
 class CspfRun;
 class CspfRunMemory;
 struct CspfOldPath;
+/// Asked at a choice only: most paths have none.
+using CspfOldPathOf = std::function< CspfOldPath() >;
 struct CspfPathResult;
 
 using SrlgExcludeInfo = std::uint32_t;  ///< excluded SRLGs that a link or path carries
@@ -90,7 +92,6 @@ class CspfData : public Lum::Entity {
    /// Whether the run found the destination, and where: on several routers, the one that was made
    /// final first. O(log destinations). REQUIRES: hasTree().
    bool routerWithTepHas( const Kivnet::IpGenAddr & tep ) const;
-   NodeId routerWithTep( const Kivnet::IpGenAddr & tep ) const;
 
    /// Whether there is a tree and the topology is still the one that it was run on.
    bool hasTree() const;
@@ -108,7 +109,7 @@ class CspfData : public Lum::Entity {
    /// known. At a choice among equal links one that `oldPath` uses wins, else std::rand decides.
    /// A path with more hops than a result can hold leaves it empty, and gives false. REQUIRES:
    /// hasTree(), routerWithTepHas( tep ). O(hops), without allocation where nothing changed.
-   bool fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPath & oldPath,
+   bool fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
                                 CspfPathResult & result ) const;
 
  private:
@@ -129,10 +130,12 @@ class CspfData : public Lum::Entity {
    std::size_t shortestPaths() const;
    std::size_t shortestPathForNetworks() const;
    bool routerWithTeps() const;
-   CspfVertex tepVertex( const Kivnet::IpGenAddr & tep ) const;
+   /// noVertex: not found.
+   CspfVertex routerWithTep( const Kivnet::IpGenAddr & tep ) const;
+   bool shortestPathHas( CspfVertex router ) const { return tree_.reached( router ); }
    void fillAttributes( CspfPathResult & result ) const;
    bool walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep,
-                  const CspfOldPath & oldPath ) const;
+                  const CspfOldPathOf & oldPath ) const;
    std::size_t choose( std::span< const CspfEdge > links, const Kivnet::IpGenAddr & tep,
                        const CspfOldPath & oldPath ) const;
    bool uses( const CspfOldPath & oldPath, CspfEdge link ) const;

@@ -314,20 +314,14 @@ CspfData::routerWithTeps() const {
 }
 
 CspfVertex
-CspfData::tepVertex( const Kivnet::IpGenAddr & tep ) const {
+CspfData::routerWithTep( const Kivnet::IpGenAddr & tep ) const {
    const auto at = std::ranges::lower_bound( teps_, tep, {}, &Tep::tep );
    return at != teps_.end() && at->tep == tep ? at->router : noVertex;
 }
 
 bool
 CspfData::routerWithTepHas( const Kivnet::IpGenAddr & tep ) const {
-   return tepVertex( tep ) != noVertex;
-}
-
-NodeId
-CspfData::routerWithTep( const Kivnet::IpGenAddr & tep ) const {
-   const CspfVertex router = tepVertex( tep );
-   return router != noVertex ? view_->topoGraph().nodeId( router ) : NodeId();
+   return routerWithTep( tep ) != noVertex;
 }
 
 bool

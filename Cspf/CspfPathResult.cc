@@ -63,12 +63,13 @@ CspfPathResult::clearIncludeIps() {
 }
 
 bool
-CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPath & oldPath,
+CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
                                   CspfPathResult & result ) const {
+   const auto source = [ this ]() { return tree_.source(); };  // as a number, like the router
    LUM_ASSERT( routerWithTepHas( tep ) );
    LUM_ASSERT( shortestPathHas( routerWithTep( tep ) ) );
-   const CspfVertex router = tepVertex( tep );
-   const bool toSource = router == tree_.source();
+   const CspfVertex router = routerWithTep( tep );
+   const bool toSource = router == source();
    if ( !walkBack( router, tep, oldPath ) ) {
       result.clear();
       return false;
@@ -116,12 +117,12 @@ CspfData::fillAttributes( CspfPathResult & result ) const {
 /// The hops to the router, in `hops_`. Gives false where there are too many.
 bool
 CspfData::walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep,
-                    const CspfOldPath & oldPath ) const {
+                    const CspfOldPathOf & oldPath ) const {
    const CspfGraph & graph = view_->graph();
    const auto status = hopList(
       graph, tree_, router, mostHops,
       [ & ]( CspfVertex, std::span< const CspfEdge > links ) {
-         return choose( links, tep, oldPath );
+         return choose( links, tep, oldPath() );
       },
       edges_ );
    hops_.clear();

@@ -11,6 +11,7 @@
 
 #include "Cspf/CspfRsvpPathRefreshSm.h"
 
+#include "Cspf/CspfPathUsageSm.h"
 #include "Cspf/CspfVrfRoot.h"
 #include "platform/Trace/Trace.h"
 

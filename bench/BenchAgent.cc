@@ -3,6 +3,9 @@
 
 #include "bench/BenchAgent.h"
 
+#include "Cspf/CspfAgent.h"
+#include "Cspf/CspfConstraintInfoSm.h"
+#include "Cspf/CspfImpl.h"
 #include "platform/Lum/Assert.h"
 #include "schema/Types.h"
 
@@ -126,4 +129,21 @@ BenchAgent::runs() const {
       }
    }
    return count;
+}
+
+void
+BenchAgent::runAll() const {
+   const auto agent = Lum::cast< Cspf::Agent >( runner_.agent() );
+   const auto root = agent->v4CspfRoot()->vrfRoot( L3::VrfName::defaultVrf() );
+   for ( const auto & [ handle, info ] : root->constraintInfoTable()->constraintInfoColl() ) {
+      const auto & view = root->constraintInfoSm( handle )->view();
+      const auto data = Lum::make< Cspf::CspfData >();
+      data->sourceIs( view->spfRoot() );
+      data->useTeMetricIs( true );
+      for ( const auto & [ key, uses ] : info->pathColl() ) {
+         data->tepIs( key.pathKey().dst().ipAddress() );
+      }
+      Cspf::CspfRun( root->runMemory(), *data, view );
+      root->runMemory().reclaim( *data );
+   }
 }

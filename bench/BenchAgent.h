@@ -40,6 +40,9 @@ class BenchAgent {
    Lum::Ptr< const Cspf::Status > status( const std::string & client ) const;
    /// Runs made so far for all constraints.
    std::uint64_t runs() const;
+   /// Makes one run for each constraint of the agent: its filter, tree and destinations, on the
+   /// agent's own graph. What it finds goes to nobody.
+   void runAll() const;
 
  private:
    Lum::ActivityLoop loop_{ Lum::ActivityLoop::Time::virtualTime };

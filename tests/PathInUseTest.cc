@@ -308,8 +308,10 @@ newPath( const TopoStorm::Store & store, TopoStorm::Storm & storm ) {
       Cspf::CspfRunMemory memory;
       const Cspf::CspfRun run( memory, *data, view );
       Cspf::CspfPathResult result;
+      const Cspf::PathArray::Hops none;
+      const auto noOldPath = [ & ]() -> Cspf::CspfOldPath { return { none, none }; };
       if ( data->routerWithTepHas( tep )
-           && data->fillHopByHopPathForTep( tep, { {}, {} }, result ) ) {
+           && data->fillHopByHopPathForTep( tep, noOldPath, result ) ) {
          path.status.path_ = result.path->path();
       }
    }
@@ -365,7 +367,7 @@ TEST( PathInUse, IsNotLookedAtOnlyWhereAWholeCheckWouldFindItAsItWas ) {
                { paths.back().links.back(), { "cli", 0, 1 } }, 7, storm.below( 80 ) ) );
             reserved.erase( reserved.begin(), reserved.end() - 1 );
          } else {
-            storm.strike( store, storm.below( 8 ) == 0 );
+            storm.strike( store );
          }
          std::erase_if( paths, [ & ]( InUse & path ) { return !stillValid( path ); } );
          if ( InUse path = newPath( store, storm ); paths.size() < 6 && stillValid( path ) ) {

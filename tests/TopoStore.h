@@ -77,11 +77,11 @@ struct TopoStore {
       }
       const CspfPathResult before = last;
       const PathArray::Hops none;
-      EXPECT_TRUE( data.fillHopByHopPathForTep(
-         ip( tep ),
-         { before.path ? before.path->path() : none,
-           before.pathTeRouterId ? before.pathTeRouterId->pathTeRouterId() : none },
-         last ) );
+      const auto old = [ & ]() -> CspfOldPath {
+         return { before.path ? before.path->path() : none,
+                  before.pathTeRouterId ? before.pathTeRouterId->pathTeRouterId() : none };
+      };
+      EXPECT_TRUE( data.fillHopByHopPathForTep( ip( tep ), old, last ) );
       return text( last.path->path() );
    }
 
