@@ -43,6 +43,9 @@ ChildPathTables::childConsistent( const PathInfoKey & child ) const {
 
 bool
 ParentPathHelper::anyChildPathRefreshNeeded( const PathInfoKey & parent ) const {
+   if ( parent.constraintModifier() != noSpf() ) {
+      return false;  // what is computed as a whole has no segments
+   }
    const auto & config = pathConfigInfoTable_->pathConfigInfo( parent );
    return config && std::ranges::any_of( config->childPathColl(), [ & ]( const auto & child ) {
              const auto & status = pathStatusInfoTable_->pathStatusInfo( child.second );

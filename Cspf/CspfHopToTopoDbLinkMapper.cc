@@ -218,6 +218,25 @@ HopToTopoDbLinkMapper::fail( const char * reason, const Kivnet::IpGenAddr & hop,
    }
 }
 
+PathRouters::PathRouters( const CspfGraph & graph, const HopAddressMemory & memory,
+                          std::span< const CspfPathHop > hops )
+   : change_( graph.lastChange() ),
+     sourceChanges_( memory.sourceChanges() ) {
+   routers_.reserve( hops.size() + 1 );
+   routers_.push_back( graph.from( hops.front().link ) );
+   for ( const CspfPathHop & hop : hops ) {
+      routers_.push_back( hop.end( graph ) );
+   }
+}
+
+bool
+PathRouters::unchanged( const CspfGraph & graph, const HopAddressMemory & memory ) const {
+   return !routers_.empty() && sourceChanges_ == memory.sourceChanges()
+          && std::ranges::all_of( routers_, [ & ]( CspfVertex router ) {
+                return graph.changedAt( router ) <= change_;
+             } );
+}
+
 Lum::Ptr< PathAsTopoDbLinks >
 pathAsTopoDbLinks( const TopoGraph & topoGraph, std::span< const CspfPathHop > hops ) {
    auto links = Lum::make< PathAsTopoDbLinks >();

@@ -69,6 +69,25 @@ class HopAddressMemory : public Lum::Reactor {
    std::uint64_t sourceChanges_ = 0;
 };
 
+/// The routers that a path passes, and the changes that were seen of them. While none of them has
+/// changed since, nor the source of computations, neither have their links, addresses and prefixes,
+/// nor which links the path's hops are, whatever happened elsewhere.
+class PathRouters {
+ public:
+   PathRouters() = default;
+   /// REQUIRES: there are hops, and all are known.
+   PathRouters( const CspfGraph & graph, const HopAddressMemory & memory,
+                std::span< const CspfPathHop > hops );
+
+   /// False where no path was seen. O(hops).
+   bool unchanged( const CspfGraph & graph, const HopAddressMemory & memory ) const;
+
+ private:
+   std::vector< CspfVertex > routers_;
+   std::uint64_t change_ = 0;  // the graph's last
+   std::uint64_t sourceChanges_ = 0;
+};
+
 /// Translates hop addresses into links of the topology. A hop address is that of the receiving end;
 /// what is looked for is the link that the packet takes, so the link that carries the address is
 /// turned round.

@@ -110,10 +110,18 @@ PathUsageSm::doUpdatePathBwUsage() {
    pathBwUsageIs( granted_.bandwidth > 0 ? currentPathBwUsage( asked ) : nullptr );
 }
 
+void
+PathUsageSm::handleTopoChanged() {
+   if ( !routers_.unchanged( vrfRoot_.allTopoDbStatus()->teGraph().graph(),
+                             vrfRoot_.pathValidationMemory().hopAddresses() ) ) {
+      doUpdatePathBwUsage();
+   }
+}
+
 /// What was granted, on the links that the published hops are now. A hop whose link is away goes on
 /// holding it, so that a path which moves gives nothing back before it has the new links.
 Lum::Ptr< const PathBwUsage >
-PathUsageSm::currentPathBwUsage( const InternalPathConstraint & constraint ) const {
+PathUsageSm::currentPathBwUsage( const InternalPathConstraint & constraint ) {
    const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
    const PathStatus * published =
       key.internal() ? nullptr : pathStatusInfo_->cspfStatus()->pathStatusFind( key.pathKey() );
@@ -143,11 +151,14 @@ PathUsageSm::currentPathBwUsage( const InternalPathConstraint & constraint ) con
 
 Lum::Ptr< const PathAsTopoDbLinks >
 PathUsageSm::publishedLinks( const PathStatus & published,
-                             const InternalPathConstraint & constraint ) const {
+                             const InternalPathConstraint & constraint ) {
    const AllTopoTeDbView view( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(), constraint );
    PathValidationMemory & memory = vrfRoot_.pathValidationMemory();
    HopToTopoDbLinkMapper( view, memory.hopAddresses() )
       .handleNew( view.topoGraph().vertex( view.spfRoot() ), published.pathList(), memory.links() );
+   const bool all = std::ranges::all_of( memory.links(), &CspfPathHop::known );
+   routers_ =
+      all ? PathRouters( view.graph(), memory.hopAddresses(), memory.links() ) : PathRouters();
    return pathAsTopoDbLinks( view.topoGraph(), memory.links() );
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfVrfRootTypes.h"
+#include "Cspf/CspfHopToTopoDbLinkMapper.h"
 
 namespace Cspf {
 
@@ -31,6 +31,8 @@ class PathUsageSm : public Lum::Reactor {
    void handleDestruction();
    void handleConstraintChange();
    void doUpdatePathBwUsage();
+   /// Accounts again where a router of the path has changed. O(hops).
+   void handleTopoChanged();
    void handlePathBwUsage( const BwUsageId & bwUsageId );
    /// The path's request is answered: what is published from now on is for it.
    void handleResult() { awaitsResult_ = false; }
@@ -50,10 +52,9 @@ class PathUsageSm : public Lum::Reactor {
    void takeOver();
    void oldBwUsageIdIs( const BwUsageId & id ) { oldBwUsageId_ = id; }
    void pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage );
-   Lum::Ptr< const PathBwUsage >
-   currentPathBwUsage( const InternalPathConstraint & constraint ) const;
-   Lum::Ptr< const PathAsTopoDbLinks >
-   publishedLinks( const PathStatus & published, const InternalPathConstraint & constraint ) const;
+   Lum::Ptr< const PathBwUsage > currentPathBwUsage( const InternalPathConstraint & constraint );
+   Lum::Ptr< const PathAsTopoDbLinks > publishedLinks( const PathStatus & published,
+                                                       const InternalPathConstraint & constraint );
    Kivnet::IpGenAddr nearAddress( const AllTopoNeighborKey & link ) const;
    Lum::Ptr< const BwUsageDeduped > reserved( const AllTopoNeighborKey & link ) const;
 
@@ -64,6 +65,7 @@ class PathUsageSm : public Lum::Reactor {
    Granted granted_;            // by the last answer
    bool awaitsResult_ = false;  // the path was asked for anew, and is not answered yet
    Lum::Ptr< const PathBwUsage > pathBwUsage_;
+   PathRouters routers_;  // of the hops that were accounted last
 };
 
 }

@@ -40,25 +40,14 @@ PathValidationMemory::filter( const AllTopoDbView & view, const NodeId & source 
    return filter_;
 }
 
-PathValidity::PathValidity( const AllTopoDbView & view, CspfVertex source,
-                            PathValidationMemory & memory )
-   : change_( view.graph().lastChange() ),
-     sourceChanges_( memory.hopAddresses().sourceChanges() ),
-     userChange_( userChange( *view.allTopoDbStatus(), view.constraint().bwUsageId() ) ) {
-   routers_.reserve( memory.links().size() + 1 );
-   routers_.push_back( source );
-   for ( const CspfPathHop & hop : memory.links() ) {
-      routers_.push_back( hop.end( view.graph() ) );
-   }
-}
+PathValidity::PathValidity( const AllTopoDbView & view, PathValidationMemory & memory )
+   : routers_( view.graph(), memory.hopAddresses(), memory.links() ),
+     userChange_( userChange( *view.allTopoDbStatus(), view.constraint().bwUsageId() ) ) {}
 
 bool
 PathValidity::holds( const AllTopoDbStatus & status, const PathValidationMemory & memory,
                      const BwUsageId & user ) const {
-   const CspfGraph & graph = status.teGraph().graph();
-   return !routers_.empty() && sourceChanges_ == memory.hopAddresses().sourceChanges()
-          && std::ranges::all_of(
-             routers_, [ & ]( CspfVertex router ) { return graph.changedAt( router ) <= change_; } )
+   return routers_.unchanged( status.teGraph().graph(), memory.hopAddresses() )
           && userChange_ == userChange( status, user );
 }
 
@@ -98,8 +87,7 @@ RsvpPathValidator::validatePathAndUpdateMetadata() {
 
 PathValidity
 RsvpPathValidator::validity() const {
-   const CspfVertex source = view_.graph().from( memory_.links().front().link );
-   return { view_, source, memory_ };
+   return { view_, memory_ };
 }
 
 bool

@@ -33,15 +33,15 @@ class PathValidationMemory {
    std::vector< CspfPathHop > links_;
 };
 
-/// That a path was found valid, and when. It rests on the routers that the path passes, with their
-/// links, addresses and prefixes, on the source of computations and on what the constraint's user
-/// has reserved; while none of them changed it holds, and so do the path's metadata, whatever
-/// happened elsewhere. The constraint and what is published of the path are its owner's to watch.
+/// That a path was found valid, and when. It rests on the routers that the path passes, on the
+/// source of computations and on what the constraint's user has reserved; while none of them
+/// changed it holds, and so do the path's metadata. The constraint and what is published of the
+/// path are its owner's to watch.
 class PathValidity {
  public:
    PathValidity() = default;
-   /// The path in the memory's links, which starts at `source` and has just been found valid.
-   PathValidity( const AllTopoDbView & view, CspfVertex source, PathValidationMemory & memory );
+   /// The path in the memory's links, which has just been found valid.
+   PathValidity( const AllTopoDbView & view, PathValidationMemory & memory );
 
    /// O(hops).
    bool holds( const AllTopoDbStatus & status, const PathValidationMemory & memory,
@@ -50,9 +50,7 @@ class PathValidity {
  private:
    static std::uint64_t userChange( const AllTopoDbStatus & status, const BwUsageId & user );
 
-   std::vector< CspfVertex > routers_;  // empty: nothing was found
-   std::uint64_t change_ = 0;           // the graph's last
-   std::uint64_t sourceChanges_ = 0;
+   PathRouters routers_;
    std::uint64_t userChange_ = 0;
 };
 

@@ -339,7 +339,7 @@ VrfRootSm::doUpdatePathBwUsages() {
          for ( const auto & [ key, uses ] :
                vrfRoot_->constraintInfoTable()->constraintInfo( handle )->pathColl() ) {
             if ( const auto & usage = vrfRoot_->pathUsageSm( key ) ) {
-               usage->doUpdatePathBwUsage();
+               usage->handleTopoChanged();
             }
          }
       }

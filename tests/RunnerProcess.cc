@@ -81,6 +81,7 @@ RunnerProcess::RunnerProcess( const TemporaryDirectory & directory,
                               std::vector< std::string > arguments )
    : socket_( directory / "control.sock" ) {
    arguments.insert( arguments.begin(), { "--socket", socket_ } );
+   unsetenv( "VELOTRACE_DISABLE" );  // which labs of this process may have set
    setenv( "VELOTRACEDIR", directory.path().c_str(), 1 );
    pid_ = spawn( inBuild( "agentrunner" ), arguments, "", directory / "log" );
    unsetenv( "VELOTRACEDIR" );

@@ -11,8 +11,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
-#include <regex>
 
 using namespace Cspf;
 
@@ -245,9 +245,17 @@ Json
 inFamily( const std::string & text, bool isV6 ) {
    Json document{ { "router", "A" }, { "topologies", { { "core", labTopology( text ) } } } };
    if ( isV6 ) {
-      const std::regex host( "/32\"" ), address( R"("10\.(\d+)\.(\d+)\.(\d+))" );
-      document = Json::parse( std::regex_replace(
-         std::regex_replace( document.dump(), host, "/128\"" ), address, "\"fd00::$1:$2:$3" ) );
+      std::string lab = document.dump();
+      for ( std::size_t at; ( at = lab.find( "\"10." ) ) != lab.npos; ) {
+         const std::size_t begin = at + 4, end = lab.find( '"', begin );
+         std::string address = lab.substr( begin, end - begin );
+         std::ranges::replace( address, '.', ':' );
+         if ( address.ends_with( "/32" ) ) {
+            address.replace( address.size() - 2, 2, "128" );
+         }
+         lab.replace( at, end - at, "\"fd00::" + address );
+      }
+      document = Json::parse( lab );
       document[ "topologies" ][ "core" ][ "af" ] = "ipv6";
    }
    document.update( client );
