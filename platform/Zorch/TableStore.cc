@@ -19,7 +19,7 @@ TableStore::mount( const std::string & path, const std::string & typeName, Mount
    }
    ++table.mounts;
    table.stays = table.stays || mode == MountMode::writer;
-   const auto entity = table.entity;
+   auto entity = table.entity;  // the listener may end the table
    if ( isNew ) {
       tell( path );
    }

@@ -5,9 +5,9 @@
 #include "tools/text/Plain.h"
 
 #include <algorithm>
+#include <clocale>
 #include <cstdlib>
 #include <libsmartcols/libsmartcols.h>
-#include <locale.h>
 #include <memory>
 #include <ostream>
 #include <sys/ioctl.h>
