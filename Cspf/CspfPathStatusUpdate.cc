@@ -209,6 +209,7 @@ PathStatusUpdateSm::PathStatusUpdateSm(
      pathStatusInfo_( pathStatusInfo ),
      pathStatusCache_( pathStatusCache ),
      parentPathHelper_( parentPathHelper ),
+     pathUsageSm_( vrfRoot.pathUsageSm( pathStatusInfo->pathInfoKey() ) ),
      pathStatusUpdator_( *pathStatusInfo, *pathStatusInfo->cspfStatus() ) {}
 
 PathStatusUpdateSm::~PathStatusUpdateSm() = default;
@@ -276,17 +277,15 @@ PathStatusUpdateSm::handleRefreshStage2Completion() {
 
 void
 PathStatusUpdateSm::publishPathStatus() {
-   const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
-   if ( key.internal() ) {
+   if ( pathStatusInfo_->pathInfoKey().internal() ) {
       return;
    }
-   const Lum::Ptr< PathUsageSm > usage = vrfRoot_.pathUsageSm( key );
-   if ( usage ) {
-      usage->handleResult();
+   if ( pathUsageSm_ ) {
+      pathUsageSm_->handleResult();
    }
    pathStatusUpdator_.publishPath( *pathStatusCache_ );
-   if ( usage ) {
-      usage->doUpdatePathBwUsage();  // for the path that stands, too
+   if ( pathUsageSm_ ) {
+      pathUsageSm_->doUpdatePathBwUsage();  // for the path that stands, too
    }
 }
 

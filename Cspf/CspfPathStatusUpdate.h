@@ -5,6 +5,7 @@
 namespace Cspf {
 
 class ParentPathHelper;
+class PathUsageSm;
 class VrfRoot;
 
 /// Writes a path's status where its client reads it, and only what changed.
@@ -62,7 +63,8 @@ void initializePathStatusCache( const Lum::Ptr< PathStatusCache > & pathStatusCa
 ///                                                           Status.pathStatus
 class PathStatusUpdateSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathStatusUpdateSm );
-   /// The root outlives this object. REQUIRES: the path has a constraint.
+   /// The root outlives this object. REQUIRES: the path has a constraint, and its PathUsageSm
+   /// unless it is a repair.
    PathStatusUpdateSm( VrfRoot & vrfRoot, const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                        const Lum::Ptr< const PathStatusCache > & pathStatusCache,
                        const Lum::Ptr< const ParentPathHelper > & parentPathHelper );
@@ -82,6 +84,7 @@ class PathStatusUpdateSm : public Lum::Reactor {
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    const Lum::Ptr< const PathStatusCache > pathStatusCache_;
    const Lum::Ptr< const ParentPathHelper > parentPathHelper_;
+   const Lum::Ptr< PathUsageSm > pathUsageSm_;  // null for a repair
    PathStatusUpdator pathStatusUpdator_;
 };
 

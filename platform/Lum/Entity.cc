@@ -66,16 +66,17 @@ Entity::~Entity() {
    }
 }
 
+/// The list of those who watch any attribute comes first, so that it is seen at once.
 Entity::AttributeList &
 Entity::listIs( const void * attribute ) const {
-   AttributeList ** end = &lists_;
-   for ( ; *end; end = &( *end )->next ) {
-      if ( ( *end )->attribute == attribute ) {
-         return **end;
-      }
+   if ( AttributeList * list = find( attribute ) ) {
+      return *list;
    }
-   *end = new AttributeList{ attribute };
-   return **end;
+   AttributeList ** place = &lists_;
+   while ( attribute && *place ) {
+      place = &( *place )->next;
+   }
+   return *( *place = new AttributeList{ .attribute = attribute, .next = *place } );
 }
 
 Entity::AttributeList *
@@ -90,9 +91,9 @@ Entity::find( const void * attribute ) const {
 void
 Entity::deliver( const void * attribute, const void * key ) const {
    const Ptr< const Entity > alive( references_ ? this : nullptr );
-   if ( AttributeList * any = find( nullptr ) ) {
+   if ( lists_ && !lists_->attribute ) {
       const AnyChange change{ attribute, key };
-      deliverTo( *any, &change );
+      deliverTo( *lists_, &change );
    }
    if ( AttributeList * list = find( attribute ) ) {
       deliverTo( *list, key );
