@@ -11,6 +11,8 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 namespace Cspf {
 
@@ -42,12 +44,19 @@ AllTopoDbStatus::AllTopoDbStatus( Lum::Ptr< const VrfSourceId > vrfSourceId,
      teGraph_( std::make_unique< TopoGraph >( TopoGraphKind::te, links_ ) ) {}
 
 Lum::Seconds
+AllTopoDbStatus::changeStamp() {
+   lastStamp_ = std::nextafter( std::max( Lum::now(), lastStamp_ ),
+                                std::numeric_limits< Lum::Seconds >::infinity() );
+   return lastStamp_;
+}
+
+Lum::Seconds
 AllTopoDbStatus::topoInfoChangedAt( PathComputationType pathComputationType,
                                     const BwUsageId & bwUsageId ) const {
    LUM_ASSERT( vrfSourceId()->vrfClientSourceIdHas( pathComputationType ) );
    return std::max( { topoChangedAt(),
                       vrfSourceId()->vrfClientSourceId( pathComputationType ).changedAt(),
-                      bwUsageChangedAt( bwUsageId ) } );
+                      sourceChangedAt( pathComputationType ), bwUsageChangedAt( bwUsageId ) } );
 }
 
 NodeId

@@ -109,6 +109,7 @@ class AllTopoDbStatus : public Lum::Entity {
    LUM_COLLECTION_ORDERED( topoDb, TopoId, Lum::Ptr< const Routing::Topology::TopoDb > );
    LUM_ATTRIBUTE( topoChangedAt, Lum::Seconds );
    LUM_COLLECTION( bwUsageChangedAt, BwUsageId, Lum::Seconds );
+   LUM_COLLECTION_ORDERED( sourceChangedAt, PathComputationType, Lum::Seconds );
 
    const Lum::Ptr< IntfIpToNeighborTable > & intfIpToNeighborTable() const noexcept {
       return intfIpToNeighborTable_;
@@ -125,6 +126,9 @@ class AllTopoDbStatus : public Lum::Entity {
    /// When that last changed which computations of this type for this bandwidth user depend on:
    /// the topology, the source, the user's own reservations.
    /// REQUIRES: the VRF has a source of that type.
+   /// For a change of now: later than the clock and than all stamps given before. Changes of one
+   /// instant are several changes, and later than what was computed in it.
+   Lum::Seconds changeStamp();
    Lum::Seconds topoInfoChangedAt( PathComputationType pathComputationType,
                                    const BwUsageId & bwUsageId ) const;
    /// The source of that type of computation; empty where the VRF has none.
@@ -178,6 +182,7 @@ class AllTopoDbStatus : public Lum::Entity {
    const Lum::Ptr< const VrfSourceId > vrfSourceId_;
    const Lum::Ptr< IntfIpToRouterIdTable > intfIpToRouterIdTable_;
    const Lum::Ptr< IntfIpToNeighborTable > intfIpToNeighborTable_;
+   Lum::Seconds lastStamp_ = 0;
    const BwUsageManager * bwUsageManager_ = nullptr;
    mutable TopoLinks links_;  // graphs note in it where they keep each link
    const std::unique_ptr< TopoGraph > teGraph_;

@@ -19,8 +19,6 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 
 namespace Cspf {
 
@@ -196,15 +194,10 @@ PathUsageSm::pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) 
    }
 }
 
-/// The clock stands still while this turn's runs and publications are under way; a change is later
-/// than all runs that did not see it.
 void
 PathUsageSm::handlePathBwUsage( const BwUsageId & bwUsageId ) {
    const auto & status = vrfRoot_.allTopoDbStatus();
-   const auto seen =
-      std::max( { Lum::now(), status->topoChangedAt(), status->bwUsageChangedAt( bwUsageId ) } );
-   status->bwUsageChangedAtIs(
-      bwUsageId, std::nextafter( seen, std::numeric_limits< Lum::Seconds >::infinity() ) );
+   status->bwUsageChangedAtIs( bwUsageId, status->changeStamp() );
 }
 
 }

@@ -186,11 +186,12 @@ PqComputeSm::doPqCompute() {
 }
 
 /// Whether the link is gone that the published repair protects: there is no new tree of its far
-/// end, but still the one that the repair came of.
+/// end, but still an old one, if not the very one that the repair came of.
 bool
 PqComputeSm::protectedLinkIsGone() const {
    const auto lastTree = dataOf( uNgbPathStatusCache_ );
-   return pPathStatusCache_->pqInfo() && lastTree && lastTree == runs_.neighbor
+   return pPathStatusCache_->pqInfo() && lastTree && runs_.neighbor
+          && lastTree->source() == runs_.neighbor->source()
           && !missingRunOf( uNgbPathStatusCache_ ).empty();
 }
 
@@ -265,9 +266,10 @@ PqComputeSm::getAllPqPath() {
    AllPqPathWithImmNgb all;
    for ( const CspfRepair & repair :
          repairs_->table( topology )
-            .repairs( topology.graph(), cspfData->tree(), getAllDestinationNodes(),
-                      destination().hash(),
-                      [ & ]( CspfVertex router ) { return topology.nodeId( router ).hash(); } ) ) {
+            .repairs(
+               topology.graph(), cspfData->tree(), getAllDestinationNodes(), destination().hash(),
+               [ & ]( CspfVertex router ) { return topology.nodeId( router ).hash(); },
+               [ & ]( CspfEdge link ) { return topology.neighbor( link ).intfId().hash(); } ) ) {
       PqPathWithImmNgb path{ topology.nodeId( repair.firstHop ), repair.firstLinks, {} };
       for ( const CspfVertex vertex : repair.nodes ) {
          const NodeId & node = topology.nodeId( vertex );

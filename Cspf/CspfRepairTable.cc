@@ -51,12 +51,13 @@ mix( uint64_t a, uint64_t b ) {
 class CspfRepairTable::Chooser {
  public:
    Chooser( const CspfRepairTable & table, const CspfGraph & graph, const CspfTree & tree,
-            uint64_t destinationKey, const RouterKey & key )
+            uint64_t destinationKey, const RouterKey & key, const LinkKey & linkKey )
       : table_( table ),
         graph_( graph ),
         tree_( tree ),
         destinationKey_( destinationKey ),
-        key_( key ) {}
+        key_( key ),
+        linkKey_( linkKey ) {}
 
    uint64_t preference( CspfVertex router ) const { return mix( destinationKey_, key_( router ) ); }
 
@@ -99,7 +100,7 @@ class CspfRepairTable::Chooser {
          }
       } );
       std::ranges::sort( links, std::greater(), [ & ]( CspfEdge link ) {
-         return mix( destinationKey_, graph_.interface( link ) );
+         return mix( destinationKey_, linkKey_( link ) );
       } );
       return links;
    }
@@ -109,6 +110,7 @@ class CspfRepairTable::Chooser {
    const CspfTree & tree_;
    const uint64_t destinationKey_;
    const RouterKey & key_;
+   const LinkKey & linkKey_;
 };
 
 /// By first hop, where the last segment begins.
@@ -317,9 +319,9 @@ CspfRepairTable::goalOf( std::span< const Originator > originators ) const {
 std::vector< CspfRepair >
 CspfRepairTable::repairs( const CspfGraph & graph, const CspfTree & postConvergence,
                           std::span< const Originator > originators, uint64_t destinationKey,
-                          const RouterKey & key ) const {
+                          const RouterKey & key, const LinkKey & linkKey ) const {
    const Goal goal = goalOf( originators );
-   const Chooser chooser( *this, graph, postConvergence, destinationKey, key );
+   const Chooser chooser( *this, graph, postConvergence, destinationKey, key, linkKey );
    LastSegments last( chooser );
    for ( const Originator & o : originators ) {
       const uint32_t toRouter = cost_[ index( o.router ) ].postConvergence;

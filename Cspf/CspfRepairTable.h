@@ -60,6 +60,7 @@ class CspfRepairTable {
       uint32_t metric;
    };
    using RouterKey = std::function< uint64_t( CspfVertex ) >;
+   using LinkKey = std::function< uint64_t( CspfEdge ) >;
 
    /// The repairs towards a destination that all `originators` advertise at their metrics (a router
    /// is its only originator, at metric 0): one for each first hop of a path after the failure,
@@ -67,12 +68,13 @@ class CspfRepairTable {
    /// failure disconnects the destination, where it is the PLR's own, or where more than `maxNodes`
    /// repair nodes are needed.
    ///
-   /// `key`: a number for each router that lasts; `destinationKey`: one for the destination. What
-   /// is preferred among equals follows from a hash of the two, so that destinations spread over
-   /// equal repairs and stay put.
+   /// `key`, `linkKey`: a number for each router, and for each link of the PLR, that lasts;
+   /// `destinationKey`: one for the destination. What is preferred among equals follows from a hash
+   /// of the two, so that destinations spread over equal repairs and stay put.
    std::vector< CspfRepair > repairs( const CspfGraph & graph, const CspfTree & postConvergence,
                                       std::span< const Originator > originators,
-                                      uint64_t destinationKey, const RouterKey & key ) const;
+                                      uint64_t destinationKey, const RouterKey & key,
+                                      const LinkKey & linkKey ) const;
 
  private:
    static constexpr uint32_t unreached = CspfTree::unreachedMetric;

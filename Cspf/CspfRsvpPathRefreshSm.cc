@@ -100,6 +100,7 @@ RsvpPathRefreshSm::doPathValidation() {
       return;
    }
    TRACE8( "Process path validation for destination " << key.pathKey().dst() );
+   const auto alive = keptAlive();  // whoever reads what is published may withdraw the path
    const InternalPathConstraint & constraint = pathStatusInfo()->constraint()->pathConstraint();
    const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
    const AllTopoTeDbView view( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(), constraint );
@@ -110,6 +111,9 @@ RsvpPathRefreshSm::doPathValidation() {
    if ( validator.valid() ) {
       validityIs( validator );
       publishPathMetadata( validator );
+      if ( constraint.bwUsageId() ) {
+         vrfRoot_.pathUsageSm( key )->handleTopoChanged();  // the source may be another one
+      }
    } else {
       setRefreshNeededForLinkedPaths();
    }

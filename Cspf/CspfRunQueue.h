@@ -22,11 +22,11 @@ struct CspfSrlgKey {
 };
 
 /// The highest bit in which two keys differ, counted from 1; 0 for equal keys.
-inline int
+inline size_t
 highestDifference( CspfMetricKey a, CspfMetricKey b ) {
    return std::bit_width( a ^ b );
 }
-inline int
+inline size_t
 highestDifference( CspfSrlgKey a, CspfSrlgKey b ) {
    return a.counts == b.counts ? highestDifference( a.metric, b.metric )
                                : 32 + std::bit_width( a.counts ^ b.counts );

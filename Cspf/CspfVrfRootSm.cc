@@ -370,6 +370,8 @@ VrfRootSm::handleClientSourceId( const PathComputationType & type ) {
       TRACE7( "client " << Lum::enumName( type ) << " being removed, not scheduling SPF" );
       return;
    }
+   const auto & allTopoDbStatus = vrfRoot_->allTopoDbStatus();
+   allTopoDbStatus->sourceChangedAtIs( type, allTopoDbStatus->changeStamp() );
    updateTopoInfoChangedAt( [ & ]( const InternalPathConstraint & constraint ) {
       return constraint.pathComputationType() == type;
    } );

@@ -15,8 +15,6 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 
 namespace Cspf {
 
@@ -95,10 +93,7 @@ TopoDbSm::knownRouters() const {
 
 void
 TopoDbSm::doUpdateAllTopoDbStatus() {
-   // Several changes of one instant are several changes.
-   allTopoDbStatus_->topoChangedAtIs(
-      std::max( Lum::now(), std::nextafter( allTopoDbStatus_->topoChangedAt(),
-                                            std::numeric_limits< Lum::Seconds >::infinity() ) ) );
+   allTopoDbStatus_->topoChangedAtIs( allTopoDbStatus_->changeStamp() );
 }
 
 // Routers.

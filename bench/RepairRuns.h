@@ -33,8 +33,10 @@ class RepairRuns {
                     { after_, fromNode_, toResource_ } );
    }
    std::vector< Cspf::CspfRepair > to( Originators destination, uint64_t key = 1 ) const {
-      return table_.repairs( graph_, after_, destination, key,
-                             [ & ]( Cspf::CspfVertex v ) { return graph_.nodeRank( v ); } );
+      return table_.repairs(
+         graph_, after_, destination, key,
+         [ & ]( Cspf::CspfVertex v ) { return graph_.nodeRank( v ); },
+         [ & ]( Cspf::CspfEdge e ) { return graph_.interface( e ); } );
    }
 
  private:

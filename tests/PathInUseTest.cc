@@ -379,6 +379,18 @@ TEST( PathInUse, IsNotLookedAtOnlyWhereAWholeCheckWouldFindItAsItWas ) {
    EXPECT_GT( changed, 100u );
 }
 
+TEST( PathInUse, HearsOfEachChangeOfOneInstant ) {
+   TestLab lab( "A -10- B -10- C -10- D" );
+   lab.request( "rsvp", "p", "C" );
+   lab.settle();
+   ASSERT_EQ( lab.path( "rsvp", "p" ), "A B C" );
+   lab.link( "C-D", { { "metric", 20 } } );
+   lab.advance( 0 );
+   lab.patch( { { "te", { { "routerId", "10.0.0.2" } } } } );
+   lab.settle();
+   EXPECT_EQ( lab.path( "rsvp", "p" ), "A C" ) << "it starts at B now";
+}
+
 TEST( ExplicitPath, IsThatOfItsSegmentsPutTogether ) {
    std::mt19937 random( 5 );
    std::size_t found = 0, missing = 0;

@@ -5,7 +5,7 @@
 
 namespace Kiv {
 
-NumAllocator::NumAllocator( Lum::Ptr< const NumAllocatorConfig > config,
+NumAllocator::NumAllocator( const Lum::Ptr< const NumAllocatorConfig > & config,
                             Lum::Ptr< NumAllocatorStatus > status )
    : range_( config->range() ),
      status_( std::move( status ) ) {}

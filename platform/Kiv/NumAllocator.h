@@ -33,7 +33,7 @@ class NumAllocatorStatus : public Lum::Entity {
 /// back are given again, oldest first, only when no fresh one is left.
 class NumAllocator : public Lum::Entity {
    LUM_ENTITY( Kiv, NumAllocator );
-   NumAllocator( Lum::Ptr< const NumAllocatorConfig > config,
+   NumAllocator( const Lum::Ptr< const NumAllocatorConfig > & config,
                  Lum::Ptr< NumAllocatorStatus > status );
 
    static constexpr std::uint64_t invalidNumber() {

@@ -174,7 +174,7 @@ class Observer {
 
    void addReservations( const TablePath & at, const Cspf::BwUsageTable & table ) {
       for ( const auto & key : Lum::sortedKeys( table.bandwidthUsageColl() ) ) {
-         const auto usage = table.bandwidthUsage( key );
+         const auto & usage = table.bandwidthUsage( key );
          for ( const auto & [ priority, reserved ] : usage->reservedBandwidthPerPriorityColl() ) {
             BandwidthOutcome reservation{ at.where,
                                           key.link().teNeighborOf(),

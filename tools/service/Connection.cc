@@ -97,16 +97,16 @@ Connection::takeFrames() {
 }
 
 void
-Connection::send( std::string frame ) {
+Connection::send( const std::string & frame ) {
    if ( backlog() + frame.size() > maxBacklog ) {
       cutOff();
    } else {
-      answer( std::move( frame ) );
+      answer( frame );
    }
 }
 
 void
-Connection::answer( std::string frame ) {
+Connection::answer( const std::string & frame ) {
    if ( !isCutOff_ ) {
       backlog_.append( frame ).push_back( '\n' );
       flush();

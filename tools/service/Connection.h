@@ -33,9 +33,9 @@ class Connection {
    Connection & operator=( const Connection & ) = delete;
 
    /// Sends one frame, which holds no line feed. A connection that is over takes nothing.
-   void send( std::string frame );
+   void send( const std::string & frame );
    /// Likewise a frame that the peer waits for, whatever its size.
-   void answer( std::string frame );
+   void answer( const std::string & frame );
    /// The frame that tells a peer why it is cut off for its backlog.
    void farewellIs( std::string frame ) { farewell_ = std::move( frame ); }
    std::size_t backlog() const noexcept { return backlog_.size() - sent_; }
