@@ -3,7 +3,6 @@
 // two dumps can be compared.
 
 #include "Cspf/AllTopoDbSm.h"
-#include "Cspf/CspfDumpAge.h"
 #include "platform/Kiv/DumpContext.h"
 
 namespace Cspf {
@@ -39,7 +38,7 @@ RouterIdMap::dumpState( Kiv::DumpContext & context, int indent ) const {
 
 void
 AllTopoDbStatus::dumpState( Kiv::DumpContext & context, int indent ) const {
-   dumpAge( context, indent, "Last topology change", topoChangedAt() );
+   context.dumpAge( indent, "Last topology change", topoChangedAt() );
    context.printf( indent, "%*cPer-topology Router ID maps\n" );
    for ( const auto & [ topoId, map ] : routerIdMapColl() ) {
       context.printf( indent + 2, "%*c%s\n", topoId.stringValue().c_str() );

@@ -105,8 +105,8 @@ class BwmClientSetupSm : public Lum::Reactor {
    const Lum::Ptr< BwmAllClientInfo > bwmAllClientInfo_;
    const Lum::Ptr< Corvdb::EntityManager > entityManager_;
    Lum::Ptr< Cspf::DedupVrfHandle > dedupVrfHandle_;
-   std::optional< Cspf::TableMount< BandwidthClientStatus > > clientStatusMount_;
-   std::optional< Cspf::TableMount< BandwidthClientUsage > > clientUsageMount_;
+   std::optional< LumZorch::TableMount< BandwidthClientStatus > > clientStatusMount_;
+   std::optional< LumZorch::TableMount< BandwidthClientUsage > > clientUsageMount_;
 };
 
 }

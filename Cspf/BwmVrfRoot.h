@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfTableMount.h"
+#include "platform/LumZorch/TableMount.h"
 #include "schema/TrafficEngineering.h"
 
 namespace Kiv {
@@ -69,7 +69,7 @@ class BwmVrfRoot : public Lum::Reactor {
    const Lum::Ptr< const Config > teConfig_;
    const Lum::Ptr< const BandwidthClientStatusTable > statusTable_;
    const Lum::Ptr< const BandwidthClientUsageTable > usageTable_;
-   Cspf::TableMount< BwmStatus > status_;
+   LumZorch::TableMount< BwmStatus > status_;
    std::map< Lum::String, Lum::Ptr< const BandwidthClientUsage > > watched_;
 };
 

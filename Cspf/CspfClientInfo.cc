@@ -3,7 +3,6 @@
 
 #include "Cspf/CspfClientInfo.h"
 
-#include "Cspf/CspfDumpAge.h"
 #include "platform/Kiv/DumpContext.h"
 
 namespace Cspf {
@@ -62,7 +61,7 @@ AllClientInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
       for ( const auto & [ type, source ] : sources->vrfClientSourceIdColl() ) {
          context.printf( indent, "%*c Client: %d, sourceId: %s\n", static_cast< int >( type ),
                          source.sourceId().stringValue().c_str() );
-         dumpAge( context, indent, " Last client source ID change", source.changedAt() );
+         context.dumpAge( indent, " Last client source ID change", source.changedAt() );
       }
    }
    context.printf( indent, "%*cClientData per vrf\n" );

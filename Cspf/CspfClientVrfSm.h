@@ -3,7 +3,7 @@
 #include "Cspf/BwmRoot.h"
 #include "Cspf/CspfClientInfo.h"
 #include "Cspf/CspfPathSm.h"
-#include "Cspf/CspfTableMount.h"
+#include "platform/LumZorch/TableMount.h"
 #include "schema/CspfClient.h"
 #include "schema/CspfStatus.h"
 
@@ -52,8 +52,8 @@ class ClientVrfFamily : public Lum::Reactor {
    void handleVrfSourceId( const L3::VrfName & vrf );
 
    /// The client's tables while it has a path reactor.
-   std::optional< TableMount< Config > > configMount;
-   std::optional< TableMount< Status > > statusMount;
+   std::optional< LumZorch::TableMount< Config > > configMount;
+   std::optional< LumZorch::TableMount< Status > > statusMount;
 
  private:
    void handleSourceId( const PathComputationType & );
@@ -133,7 +133,7 @@ class ClientVrfConfMounter : public Lum::Reactor {
    const Lum::String clientName_;
    const Lum::Ptr< const Client > client_;
    const ClientIntake intake_;
-   std::optional< TableMount< IsisExportImpl::IsisAdjacencyInfo > > adjacencyMount_;
+   std::optional< LumZorch::TableMount< IsisExportImpl::IsisAdjacencyInfo > > adjacencyMount_;
 };
 
 }

@@ -9,7 +9,6 @@
 
 #include "Cspf/CspfConstraintInfoSm.h"
 
-#include "Cspf/CspfDumpAge.h"
 #include "Cspf/CspfImpl.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
@@ -235,7 +234,7 @@ ConstraintInfoSmBase::dumpState( Kiv::DumpContext & context, int indent ) const 
 void
 ConstraintInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*c CSPF request count: %u\n", cspfRequestCount() );
-   dumpAge( context, indent, " Last topology change seen", topoInfoChangedAt() );
+   context.dumpAge( indent, " Last topology change seen", topoInfoChangedAt() );
    context.printf( indent, "%*c topoInfoChangedAt: %f\n", topoInfoChangedAt() );
    if ( sourceMissing() ) {
       context.printf( indent, "%*c CSPF source MISSING\n" );

@@ -17,7 +17,7 @@ namespace Igp = Routing::Topology;
 namespace {
 
 bool
-contains( const auto & list, const auto & value ) {
+hasElement( const auto & list, const auto & value ) {
    return std::ranges::find( list, value ) != list.end();
 }
 
@@ -131,7 +131,7 @@ AllTopoDbView::isNodeAllowed( const AllTopoNeighborKey & link, const NodeId & no
    if ( !link.isLan() ) {
       TRACE9( " Applying exclude node constraint on a P2P neighbor " << link );
    }
-   if ( !contains( excludedVertices(), vertex ) ) {
+   if ( !hasElement( excludedVertices(), vertex ) ) {
       return true;
    }
    const bool byTeRouterId = excluded.type() == VertexType::ipAddress;
@@ -232,7 +232,7 @@ AllTopoDbView::srlgIncludeInfo( const AllTopoNeighborKey & link ) const {
    const Igp::Neighbor * entry = neighbor( link );
    SrlgIncludeInfo count = 0;
    for ( const auto srlg : constraint_.includeSrlgDerivedSet() ) {
-      if ( !entry || !contains( entry->srlgList(), srlg ) ) {
+      if ( !entry || !hasElement( entry->srlgList(), srlg ) ) {
          TRACE9( "SRLG " << srlg << " is not included for " << link );
          ++count;
       }

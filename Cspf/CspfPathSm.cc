@@ -6,7 +6,6 @@
 
 #include "Cspf/CspfPathSm.h"
 
-#include "Cspf/CspfDumpAge.h"
 #include "Cspf/CspfPathSegments.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
@@ -288,7 +287,7 @@ PathSmBase::dumpState( Kiv::DumpContext & context, int indent ) const {
       if ( const PathStatus * status = cspfStatus_->pathStatusFind( pathKey ) ) {
          dumpPathStatus( *status, context, indent + 2 );
          const auto row = pathStatusInfoTable_->pathStatusInfo( externalPathInfoKey( pathKey ) );
-         dumpAge( context, indent + 2, "Last Updated", row ? row->lastUpdatedAt() : 0 );
+         context.dumpAge( indent + 2, "Last Updated", row ? row->lastUpdatedAt() : 0 );
       }
    }
    for ( const auto & [ idx, pqInfo ] : cspfStatus_->pqInfoColl() ) {

@@ -5,7 +5,6 @@
 // the path is refreshed; but where the trees at hand are of the graph as it is, the refresh does
 // not wait until its run, held down for seconds perhaps, is found to hold.
 
-#include "Cspf/CspfDumpAge.h"
 #include "Cspf/CspfPqComputeSm.h"
 #include "Cspf/CspfVrfRoot.h"
 #include "platform/Kiv/DumpContext.h"
@@ -167,8 +166,7 @@ void
 PqComputePfxSm::dumpState( Kiv::DumpContext & context, int indent ) const {
    PqComputeSm::dumpState( context, indent );
    context.printf( indent + 1, "%*chold interval: %.3f seconds\n", prcCurrentHoldInterval_ );
-   dumpAge( context, indent + 1, "last run for a prefix change",
-            prcLastRan_ > 0 ? prcLastRan_ : 0 );
+   context.dumpAge( indent + 1, "last run for a prefix change", prcLastRan_ > 0 ? prcLastRan_ : 0 );
    context.printf( indent + 1, "%*crun for a prefix change scheduled: %s\n",
                    pqComputePrcTask_.scheduled() ? "yes" : "no" );
    for ( const OriginatorInfo & originator : originators() ) {

@@ -12,7 +12,6 @@
 #include "Cspf/CspfPqComputeSm.h"
 
 #include "Cspf/AllTopoDbView.h"
-#include "Cspf/CspfDumpAge.h"
 #include "Cspf/CspfVrfRoot.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
@@ -357,9 +356,9 @@ PqComputeSm::dumpState( Kiv::DumpContext & context, int indent ) const {
       context.printf( indent + 1, "%*cadjacency: %s %s\n", key.intf().stringValue().c_str(),
                       key.systemId().stringValue().c_str() );
    }
-   dumpAge( context, indent + 1, "adjacency updated", adjacencyUpdatedAt_ );
+   context.dumpAge( indent + 1, "adjacency updated", adjacencyUpdatedAt_ );
    const auto dumpRun = [ & ]( const char * label, const Lum::Ptr< const LfaCspfData > & run ) {
-      dumpAge( context, indent + 1, label, run ? run->ranAt() : 0 );
+      context.dumpAge( indent + 1, label, run ? run->ranAt() : 0 );
    };
    dumpRun( "constrained run", runs_.constrained );
    dumpRun( "forward run", runs_.forward );

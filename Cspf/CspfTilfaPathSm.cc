@@ -17,7 +17,7 @@ namespace Cspf {
 namespace {
 
 bool
-contains( const auto & keys, const PathInfoKey & key ) {
+hasKey( const auto & keys, const PathInfoKey & key ) {
    return std::ranges::find( keys, key ) != keys.end();
 }
 
@@ -87,7 +87,7 @@ TilfaPathSm::handleCspfConfig( const PathKey & pathKey ) {
    const TilfaPathInfoKeyColl held = tilfaPathInfoKeyColl( pathKey );
    for ( const auto & keys : { held.pathInfoKey_, held.stalePathInfoKey_ } ) {
       for ( const PathInfoKey & key : keys ) {
-         if ( !contains( wanted.pathInfoKey_, key ) ) {
+         if ( !hasKey( wanted.pathInfoKey_, key ) ) {
             wanted.stalePathInfoKey_.push( key );
          }
       }

@@ -30,7 +30,7 @@ constexpr std::size_t intfIpCapacity = 2048;
 using LumZorch::MountMode;
 
 template< class T >
-using Mount = TableMount< T >;
+using Mount = LumZorch::TableMount< T >;
 
 }
 

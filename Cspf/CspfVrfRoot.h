@@ -3,10 +3,10 @@
 #include "Cspf/AllTopoDbSm.h"
 #include "Cspf/CspfBwUsageManager.h"
 #include "Cspf/CspfClientInfo.h"
-#include "Cspf/CspfTableMount.h"
 #include "Cspf/CspfTeIntfStatusSm.h"
 #include "Cspf/CspfVrfRootTypes.h"
 #include "platform/Kiv/TaskScheduler.h"
+#include "platform/LumZorch/TableMount.h"
 
 #include <memory>
 

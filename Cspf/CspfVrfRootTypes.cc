@@ -5,7 +5,6 @@
 
 #include "Cspf/CspfVrfRootTypes.h"
 
-#include "Cspf/CspfDumpAge.h"
 #include "platform/Kiv/DumpContext.h"
 
 namespace Cspf {
@@ -83,14 +82,14 @@ PathStatusCache::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*cSPT results:\n" );
    if ( cspfData() ) {
       context.printf( indent + 2, "%*csource: %s\n", cspfData()->source().stringValue().c_str() );
-      dumpAge( context, indent + 2, "run", cspfData()->ranAt() );
+      context.dumpAge( indent + 2, "run", cspfData()->ranAt() );
    }
 }
 
 void
 ConstraintStats::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*c CSPF scheduled: %s\n", boolText( cspfScheduled() ) );
-   dumpAge( context, indent, " CSPF last ran", cspfLastRanAt() );
+   context.dumpAge( indent, " CSPF last ran", cspfLastRanAt() );
    context.printf( indent, "%*c CSPF current delay: %0.2f ms\n", cspfCurrentDelay() );
    context.printf( indent, "%*c CSPF run count: %u\n", cspfCount() );
    context.printf( indent, "%*c cspfSkippedCount: %u\n", cspfSkippedCount() );

@@ -41,6 +41,15 @@ DumpContext::print( int indent, const char * format, ... ) {
 }
 
 void
+DumpContext::dumpAge( int indent, const char * label, Lum::Seconds at ) {
+   if ( at == 0 ) {
+      printf( indent, "%*c%s: never\n", label );
+   } else {
+      printf( indent, "%*c%s: %.3f seconds ago\n", label, std::max( Lum::now() - at, 0.0 ) );
+   }
+}
+
+void
 DumpContext::append( int indent, const char * format, va_list arguments ) {
    buffer_.append( static_cast< std::size_t >( indent ), ' ' );
    va_list again;

@@ -34,6 +34,11 @@ class DumpContext {
       print( indent, format, arguments... );
    }
 
+   /// Prints the line "<label>: <age> ago", where `at` is in seconds of the framework clock, which
+   /// counts from the start of the machine and means nothing to a reader; "<label>: never" where it
+   /// is 0.
+   void dumpAge( int indent, const char * label, Lum::Seconds at );
+
    /// Dumps the object unless it stands in this dump already.
    template< class T >
    void dump( const T & object, int indent ) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace Cspf {
+namespace LumZorch {
 
 /// One mount of a table of type `T`, for as long as this object lives. The table itself outlives
 /// the mount as the table's own rules say, unless it is cleaned up.
