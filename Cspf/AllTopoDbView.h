@@ -2,8 +2,8 @@
 
 #include "Cspf/AllTopoDbTypes.h"
 #include "Cspf/CspfData.h"
-#include "Cspf/CspfDedupConstraint.h"
 #include "Cspf/CspfLinkFilter.h"
+#include "Cspf/Records/Constraint.h"
 
 namespace Cspf {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfVrfRootTypes.h"
+#include "Cspf/Records/PathRows.h"
 
 namespace Cspf {
 

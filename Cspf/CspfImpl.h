@@ -2,8 +2,8 @@
 
 #include "Cspf/AllTopoDbView.h"
 #include "Cspf/CspfData.h"
-#include "Cspf/CspfPathRecords.h"
 #include "Cspf/CspfTreeRun.h"
+#include "Cspf/Records/PathRecords.h"
 
 namespace Cspf {
 

@@ -6,7 +6,7 @@
 
 #include "Cspf/CspfPathSm.h"
 
-#include "Cspf/CspfPathSegments.h"
+#include "Cspf/Records/Segments.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 

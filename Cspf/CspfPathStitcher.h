@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Cspf/CspfImpl.h"
-#include "Cspf/CspfPathSegments.h"
 #include "Cspf/CspfPathValidator.h"
+#include "Cspf/Records/Segments.h"
 #include "schema/CspfStatus.h"
 
 #include <optional>

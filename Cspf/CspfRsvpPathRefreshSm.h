@@ -2,7 +2,7 @@
 
 #include "Cspf/CspfPathStatusUpdate.h"
 #include "Cspf/CspfPathValidator.h"
-#include "Cspf/CspfVrfRootTypes.h"
+#include "Cspf/Records/PathRows.h"
 #include "platform/Kiv/TaskScheduler.h"
 
 namespace Cspf {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cspf/CspfPathStitcher.h"
-#include "Cspf/CspfVrfRootTypes.h"
+#include "Cspf/Records/PathRows.h"
 
 namespace Cspf {
 

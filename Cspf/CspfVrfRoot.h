@@ -4,7 +4,7 @@
 #include "Cspf/CspfBwUsageManager.h"
 #include "Cspf/CspfClientInfo.h"
 #include "Cspf/CspfTeIntfStatusSm.h"
-#include "Cspf/CspfVrfRootTypes.h"
+#include "Cspf/Records/PathRows.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "platform/LumZorch/TableMount.h"
 

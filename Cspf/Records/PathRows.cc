@@ -3,7 +3,7 @@
 // another path. Rows are written by the state machines that their attributes are named after in the
 // headers; nothing here reacts.
 
-#include "Cspf/CspfVrfRootTypes.h"
+#include "Cspf/Records/PathRows.h"
 
 #include "platform/Kiv/DumpContext.h"
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Cspf/CspfBwUsageDeduped.h"
 #include "Cspf/CspfData.h"
-#include "Cspf/CspfDedupConstraint.h"
 #include "Cspf/CspfDedupPqInfo.h"
-#include "Cspf/CspfPathRecords.h"
+#include "Cspf/Records/Constraint.h"
+#include "Cspf/Records/PathRecords.h"
+#include "Cspf/Records/Reservation.h"
 #include "schema/CspfClient.h"
 #include "schema/CspfStatus.h"
 

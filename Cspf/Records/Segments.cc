@@ -6,7 +6,7 @@
 // path is stitched, so it needs no child. The path's machine makes the children by this list, and
 // the stitching reads them back by it, so that both agree on what segment n is.
 
-#include "Cspf/CspfPathSegments.h"
+#include "Cspf/Records/Segments.h"
 
 #include <algorithm>
 

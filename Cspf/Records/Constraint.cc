@@ -3,9 +3,9 @@
 // comes into use gets its row in the table of constraint information, and the row goes with its
 // last user. Both are told while the handle lives, so that watchers of the row may read it.
 
-#include "Cspf/CspfDedupConstraint.h"
+#include "Cspf/Records/Constraint.h"
 
-#include "Cspf/CspfVrfRootTypes.h"
+#include "Cspf/Records/PathRows.h"
 #include "platform/Kiv/DumpContext.h"
 
 namespace Cspf {
