@@ -2,7 +2,7 @@
 
 #include "Cspf/AllTopoDbTypes.h"
 #include "Cspf/CspfData.h"
-#include "Cspf/CspfLinkFilter.h"
+#include "Cspf/Graph/LinkFilter.h"
 #include "Cspf/Records/Constraint.h"
 
 namespace Cspf {

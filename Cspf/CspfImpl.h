@@ -2,7 +2,7 @@
 
 #include "Cspf/AllTopoDbView.h"
 #include "Cspf/CspfData.h"
-#include "Cspf/CspfTreeRun.h"
+#include "Cspf/Graph/TreeRun.h"
 #include "Cspf/Records/PathRecords.h"
 
 namespace Cspf {

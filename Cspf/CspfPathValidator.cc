@@ -10,8 +10,8 @@
 
 #include "Cspf/CspfPathValidator.h"
 
-#include "Cspf/CspfArcs.h"
 #include "Cspf/CspfBwUsageManager.h"
+#include "Cspf/Graph/Arcs.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>

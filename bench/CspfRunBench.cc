@@ -9,8 +9,8 @@
 // evaluates the same constraint at each link. Every tree is checked against the peer's distances
 // outside of the timed part.
 
-#include "Cspf/CspfHopList.h"
-#include "Cspf/CspfTreeRun.h"
+#include "Cspf/Graph/HopList.h"
+#include "Cspf/Graph/TreeRun.h"
 #include "bench/NetworkGenerator.h"
 #include "bench/Timing.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfGraph.h"
+#include "Cspf/Graph/Graph.h"
 
 #include <array>
 #include <cstdint>

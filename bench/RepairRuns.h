@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cspf/CspfRepairTable.h"
-#include "Cspf/CspfTreeRun.h"
+#include "Cspf/Graph/RepairTable.h"
+#include "Cspf/Graph/TreeRun.h"
 
 /// The repairs of one link or node after another, as the agent works them out: four trees and a
 /// table. Its memory is used again.

@@ -1,8 +1,8 @@
 // The compact graph, link filters, shortest-path trees and hop lists: small topologies as text for
 // what an operator would ask, random ones judged by the checker for everything else.
 
-#include "Cspf/CspfHopList.h"
-#include "Cspf/CspfTreeRun.h"
+#include "Cspf/Graph/HopList.h"
+#include "Cspf/Graph/TreeRun.h"
 #include "tests/GraphText.h"
 #include "tests/TreeChecker.h"
 

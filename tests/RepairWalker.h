@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfRepairTable.h"
+#include "Cspf/Graph/RepairTable.h"
 
 #include <random>
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cspf/CspfLinkFilter.h"
-#include "Cspf/CspfTree.h"
+#include "Cspf/Graph/LinkFilter.h"
+#include "Cspf/Graph/Tree.h"
 
 #include <string>
 

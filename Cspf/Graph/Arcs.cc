@@ -8,7 +8,7 @@
 // In a reverse run arcs still point away from the source, the way the walk goes; only the metric
 // is that of the opposite direction, and the free step is the one onto a network.
 
-#include "Cspf/CspfArcs.h"
+#include "Cspf/Graph/Arcs.h"
 
 #include "platform/Lum/Assert.h"
 

@@ -9,7 +9,7 @@
 // the network becomes final with the first of the equally distant routers on it, and that router
 // decides the key under which all routers of the network are reached.
 
-#include "Cspf/CspfTree.h"
+#include "Cspf/Graph/Tree.h"
 
 #include <algorithm>
 #include <optional>

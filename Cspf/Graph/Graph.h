@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfGraphStorage.h"
+#include "Cspf/Graph/GraphStorage.h"
 
 #include <array>
 #include <cstdint>

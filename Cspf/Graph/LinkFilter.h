@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfGraph.h"
+#include "Cspf/Graph/Graph.h"
 
 #include <cstdint>
 #include <string_view>

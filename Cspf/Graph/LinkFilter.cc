@@ -11,7 +11,7 @@
 // two-way check, overload, node and address exclusion and to nothing else. The loops over
 // attributes ignore this; `admitByState`, which follows them, puts it right.
 
-#include "Cspf/CspfLinkFilter.h"
+#include "Cspf/Graph/LinkFilter.h"
 
 #include "platform/Lum/Assert.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfTree.h"
+#include "Cspf/Graph/Tree.h"
 
 #include <cstdint>
 #include <functional>

@@ -10,7 +10,7 @@
 // in the order in which a walk visits them; `renumber` restores that, and is the only operation
 // which changes numbers.
 
-#include "Cspf/CspfGraph.h"
+#include "Cspf/Graph/Graph.h"
 
 #include "platform/Lum/Assert.h"
 

@@ -6,7 +6,7 @@
 // the same few lists, which is why a list is a number into a pool: a constraint judges each list
 // once instead of each link.
 
-#include "Cspf/CspfGraphStorage.h"
+#include "Cspf/Graph/GraphStorage.h"
 
 #include "platform/Lum/Assert.h"
 

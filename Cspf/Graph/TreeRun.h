@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Cspf/CspfArcs.h"
-#include "Cspf/CspfRunQueue.h"
-#include "Cspf/CspfTree.h"
+#include "Cspf/Graph/Arcs.h"
+#include "Cspf/Graph/RunQueue.h"
+#include "Cspf/Graph/Tree.h"
 
 #include "platform/Lum/Assert.h"
 
