@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Cspf/AllTopoDbTypes.h"
 #include "Cspf/CspfData.h"
 #include "Cspf/Graph/LinkFilter.h"
 #include "Cspf/Records/Constraint.h"
+#include "Cspf/Topology/Store.h"
 
 namespace Cspf {
 

@@ -5,7 +5,7 @@
 #include "Cspf/CspfRoot.h"
 #include "Cspf/CspfSourceIdSm.h"
 #include "Cspf/CspfTeConfigSm.h"
-#include "Cspf/CspfTopoDbExportSm.h"
+#include "Cspf/Topology/ExportSm.h"
 #include "platform/AgentRunner/Agent.h"
 
 namespace Cspf {

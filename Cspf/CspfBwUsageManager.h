@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cspf/AllTopoDbTypes.h"
 #include "Cspf/Records/Reservation.h"
+#include "Cspf/Topology/Store.h"
 #include "platform/Kiv/NumAllocator.h"
 
 #include <functional>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Cspf/AllTopoDbTypes.h"
 #include "Cspf/CspfSharedRepairs.h"
 #include "Cspf/CspfTilfaKeys.h"
+#include "Cspf/Topology/Store.h"
 #include "platform/Kiv/TaskScheduler.h"
 
 #include <optional>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Cspf/AllTopoDbTypes.h"
 #include "Cspf/CspfClientInfo.h"
 #include "Cspf/CspfVrfRootSm.h"
+#include "Cspf/Topology/Store.h"
 #include "platform/Corvdb/EntityManager.h"
 #include "platform/Lum/Dir.h"
 

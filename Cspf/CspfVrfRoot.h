@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Cspf/AllTopoDbSm.h"
 #include "Cspf/CspfBwUsageManager.h"
 #include "Cspf/CspfClientInfo.h"
 #include "Cspf/CspfTeIntfStatusSm.h"
 #include "Cspf/Records/PathRows.h"
+#include "Cspf/Topology/AllTopoDbSm.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "platform/LumZorch/TableMount.h"
 

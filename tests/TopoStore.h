@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cspf/AllTopoDbSm.h"
 #include "Cspf/CspfImpl.h"
+#include "Cspf/Topology/AllTopoDbSm.h"
 #include "platform/Lum/ActivityLoop.h"
 #include "tests/LabText.h"
 #include "tools/lab/LabFile.h"

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Cspf/AllTopoDbSm.h"
 #include "Cspf/AllTopoDbView.h"
 #include "Cspf/CspfBwUsageManager.h"
+#include "Cspf/Topology/AllTopoDbSm.h"
 
 #include <random>
 

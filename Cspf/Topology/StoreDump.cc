@@ -2,7 +2,7 @@
 // table as the IGP wrote them, then what was derived of them. Everything is in key order, so that
 // two dumps can be compared.
 
-#include "Cspf/AllTopoDbSm.h"
+#include "Cspf/Topology/AllTopoDbSm.h"
 #include "platform/Kiv/DumpContext.h"
 
 namespace Cspf {

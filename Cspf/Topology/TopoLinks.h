@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cspf/Graph/Graph.h"
-#include "Cspf/RankedMap.h"
+#include "Cspf/Topology/RankedMap.h"
 #include "schema/Topology.h"
 
 #include <array>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/TopoDbSm.h"
+#include "Cspf/Topology/TopoDbSm.h"
 
 namespace Cspf {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/AllTopoDbTypes.h"
+#include "Cspf/Topology/Store.h"
 
 #include <set>
 #include <vector>

@@ -6,8 +6,8 @@
 // touched. On a LAN the router lists the LAN (that is its link), and the LAN lists the router (the
 // step back); where both do, the two edges are a pair.
 
-#include "Cspf/AllTopoDbTypes.h"
-#include "Cspf/TopoGraph.h"
+#include "Cspf/Topology/Store.h"
+#include "Cspf/Topology/TopoGraph.h"
 
 #include <algorithm>
 

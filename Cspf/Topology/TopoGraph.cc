@@ -8,7 +8,7 @@
 // A link whose far end takes no part waits under the name of that router, so that it is found
 // when the router comes.
 
-#include "Cspf/TopoGraph.h"
+#include "Cspf/Topology/TopoGraph.h"
 
 #include "platform/Lum/Assert.h"
 

@@ -5,7 +5,7 @@
 // `AllTopoDbSm` keeps all of it up to date; everybody else reads. The graph of IGP vertices exists
 // only while somebody holds it; the one of TE router ids always.
 
-#include "Cspf/AllTopoDbTypes.h"
+#include "Cspf/Topology/Store.h"
 
 #include "platform/Lum/Assert.h"
 #include "platform/Trace/Trace.h"

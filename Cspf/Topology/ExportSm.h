@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/AllTopoDbTypes.h"
+#include "Cspf/Topology/Store.h"
 #include "platform/Corvdb/EntityManager.h"
 #include "platform/Lum/Dir.h"
 #include "schema/Topology.h"

@@ -4,7 +4,7 @@
 // comes and goes with the table. Published rows may be those of an agent that ended before this
 // one started; once the tables that are there were read, rows that no link backs are removed.
 
-#include "Cspf/AllTopoDbSm.h"
+#include "Cspf/Topology/AllTopoDbSm.h"
 
 #include "platform/Trace/Trace.h"
 

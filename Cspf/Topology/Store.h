@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cspf/CspfClientInfo.h"
-#include "Cspf/TopoGraph.h"
+#include "Cspf/Topology/TopoGraph.h"
 #include "schema/CspfKeys.h"
 #include "schema/CspfStatus.h"
 

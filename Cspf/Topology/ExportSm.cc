@@ -3,7 +3,7 @@
 // The identity of a table is read when its announcement becomes ready; one that ceases to be ready
 // is treated as withdrawn. The agent owns the directory reactor, unless the toggle is off.
 
-#include "Cspf/CspfTopoDbExportSm.h"
+#include "Cspf/Topology/ExportSm.h"
 
 #include "platform/LumZorch/Mount.h"
 #include "platform/Trace/Trace.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/TopoLinks.h"
+#include "Cspf/Topology/TopoLinks.h"
 #include "schema/CspfKeys.h"
 
 #include <map>

@@ -9,7 +9,7 @@
 // TE router ids are claimed: the first router keeps one, others that carry it are parked until the
 // owner lets go.
 
-#include "Cspf/TopoDbSm.h"
+#include "Cspf/Topology/TopoDbSm.h"
 
 #include "platform/Lum/Clock.h"
 #include "platform/Trace/Trace.h"

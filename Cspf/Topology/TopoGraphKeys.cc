@@ -4,7 +4,7 @@
 // afterwards, so each way is a look-up or two. `settle` is the only operation that changes numbers
 // of what is there; everything that keeps one is in this class or in the records of the links.
 
-#include "Cspf/TopoGraph.h"
+#include "Cspf/Topology/TopoGraph.h"
 
 #include "platform/Lum/Assert.h"
 
