@@ -7,7 +7,7 @@
 
 #include "Cspf/AllTopoDbView.h"
 
-#include "Cspf/CspfBwUsageManager.h"
+#include "Cspf/Bandwidth/BwUsageManager.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/BwmRoot.h"
+#include "Cspf/Bandwidth/BwmRoot.h"
 #include "Cspf/CspfClientSm.h"
 #include "Cspf/CspfRoot.h"
 #include "Cspf/CspfSourceIdSm.h"

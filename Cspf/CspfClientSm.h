@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/BwmRoot.h"
+#include "Cspf/Bandwidth/BwmRoot.h"
 #include "Cspf/CspfClientVrfSm.h"
 #include "platform/Lum/Dir.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/BwmRoot.h"
+#include "Cspf/Bandwidth/BwmRoot.h"
 #include "Cspf/CspfClientInfo.h"
 #include "Cspf/CspfPathSm.h"
 #include "platform/LumZorch/TableMount.h"

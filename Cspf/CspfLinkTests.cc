@@ -5,7 +5,7 @@
 // why, and stop at the first refusal. Both ways give the same answers, which is tested.
 
 #include "Cspf/AllTopoDbView.h"
-#include "Cspf/CspfBwUsageManager.h"
+#include "Cspf/Bandwidth/BwUsageManager.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>

@@ -10,7 +10,7 @@
 
 #include "Cspf/CspfPathValidator.h"
 
-#include "Cspf/CspfBwUsageManager.h"
+#include "Cspf/Bandwidth/BwUsageManager.h"
 #include "Cspf/Graph/Arcs.h"
 #include "platform/Trace/Trace.h"
 

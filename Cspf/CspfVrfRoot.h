@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfBwUsageManager.h"
+#include "Cspf/Bandwidth/BwUsageManager.h"
 #include "Cspf/CspfClientInfo.h"
 #include "Cspf/CspfTeIntfStatusSm.h"
 #include "Cspf/Records/PathRows.h"

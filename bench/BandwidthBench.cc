@@ -1,7 +1,7 @@
 // One availability query against one hash look-up of the same key, with 50,000 reservations on a
 // network of 2,000 routers.
 
-#include "Cspf/CspfBwUsageManager.h"
+#include "Cspf/Bandwidth/BwUsageManager.h"
 #include "bench/BenchAgent.h"
 
 #include <algorithm>

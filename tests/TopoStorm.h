@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cspf/AllTopoDbView.h"
-#include "Cspf/CspfBwUsageManager.h"
+#include "Cspf/Bandwidth/BwUsageManager.h"
 #include "Cspf/Topology/AllTopoDbSm.h"
 
 #include <random>

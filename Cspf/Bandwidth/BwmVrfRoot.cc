@@ -4,7 +4,7 @@
 // used is summed afresh where it changes. Sums stop at the largest number, whatever clients say.
 // What an earlier run published stays until the first client is there, and then only changes.
 
-#include "Cspf/BwmVrfRoot.h"
+#include "Cspf/Bandwidth/BwmVrfRoot.h"
 
 #include "platform/Kiv/DumpContext.h"
 

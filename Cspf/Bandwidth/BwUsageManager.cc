@@ -3,7 +3,7 @@
 // reservation back is letting a handle go. The accounts themselves are a table that operators
 // can read.
 
-#include "Cspf/CspfBwUsageManager.h"
+#include "Cspf/Bandwidth/BwUsageManager.h"
 
 #include "platform/Kiv/DumpContext.h"
 

@@ -3,7 +3,7 @@
 // is a manager. The marks of active VRFs outlive the process, so those of an earlier run are looked
 // through once the clients are known, and again whenever a VRF becomes active.
 
-#include "Cspf/BwmRoot.h"
+#include "Cspf/Bandwidth/BwmRoot.h"
 
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"

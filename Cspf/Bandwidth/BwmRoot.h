@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/BwmVrfRoot.h"
+#include "Cspf/Bandwidth/BwmVrfRoot.h"
 #include "Cspf/CspfClientInfo.h"
 
 /// The bandwidth manager's side of the agent: for each VRF in which a client requires it, a root,
