@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cspf/AllTopoDbView.h"
 #include "Cspf/Records/PathRows.h"
+#include "Cspf/Views/View.h"
 #include "platform/Kiv/TaskScheduler.h"
 
 namespace Cspf {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Cspf/AllTopoDbView.h"
 #include "Cspf/Records/PathRecords.h"
 #include "Cspf/Records/PathRows.h"
+#include "Cspf/Views/View.h"
 
 #include <span>
 #include <vector>

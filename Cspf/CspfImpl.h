@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Cspf/AllTopoDbView.h"
 #include "Cspf/CspfData.h"
 #include "Cspf/Graph/TreeRun.h"
 #include "Cspf/Records/PathRecords.h"
+#include "Cspf/Views/View.h"
 
 namespace Cspf {
 

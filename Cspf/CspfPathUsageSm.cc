@@ -12,9 +12,9 @@
 
 #include "Cspf/CspfPathUsageSm.h"
 
-#include "Cspf/AllTopoDbView.h"
 #include "Cspf/CspfPathValidator.h"
 #include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 

@@ -11,8 +11,8 @@
 
 #include "Cspf/CspfPqComputeSm.h"
 
-#include "Cspf/AllTopoDbView.h"
 #include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 

@@ -4,7 +4,7 @@
 
 #include "Cspf/CspfSharedRepairs.h"
 
-#include "Cspf/AllTopoDbView.h"
+#include "Cspf/Views/View.h"
 
 #include <tuple>
 

@@ -8,8 +8,8 @@
 
 #include "Cspf/CspfTilfaConstraintInfoSm.h"
 
-#include "Cspf/AllTopoDbView.h"
 #include "Cspf/CspfImpl.h"
+#include "Cspf/Views/View.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>

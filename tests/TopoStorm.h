@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Cspf/AllTopoDbView.h"
 #include "Cspf/Bandwidth/BwUsageManager.h"
 #include "Cspf/Topology/AllTopoDbSm.h"
+#include "Cspf/Views/View.h"
 
 #include <random>
 

@@ -4,8 +4,8 @@
 // whoever has a single link at hand, a published path that is checked or a trace that is to say
 // why, and stop at the first refusal. Both ways give the same answers, which is tested.
 
-#include "Cspf/AllTopoDbView.h"
 #include "Cspf/Bandwidth/BwUsageManager.h"
+#include "Cspf/Views/View.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>

@@ -5,7 +5,7 @@
 // Neither view keeps a copy of anything. The constraint is turned into numbers anew for each run,
 // since numbers change with the topology; what it names is looked up, never searched for.
 
-#include "Cspf/AllTopoDbView.h"
+#include "Cspf/Views/View.h"
 
 #include "Cspf/Bandwidth/BwUsageManager.h"
 #include "platform/Trace/Trace.h"
