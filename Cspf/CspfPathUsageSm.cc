@@ -12,8 +12,8 @@
 
 #include "Cspf/CspfPathUsageSm.h"
 
-#include "Cspf/CspfPathValidator.h"
 #include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Hops/PathValidator.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"

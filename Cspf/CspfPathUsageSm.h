@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfHopToTopoDbLinkMapper.h"
+#include "Cspf/Hops/HopLinks.h"
 
 namespace Cspf {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfPathStitcher.h"
+#include "Cspf/Hops/PathStitcher.h"
 #include "Cspf/Records/PathRows.h"
 
 namespace Cspf {

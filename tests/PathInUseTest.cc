@@ -3,7 +3,7 @@
 // against segments that are put together here, each the cheapest that the oracle knows.
 
 #include "Cspf/CspfImpl.h"
-#include "Cspf/CspfPathValidator.h"
+#include "Cspf/Hops/PathValidator.h"
 #include "tests/Lab.h"
 #include "tests/LabOracle.h"
 #include "tests/LabText.h"

@@ -9,7 +9,7 @@
 // change of the topology, their hops are mostly the same, and a change makes only the numbers in
 // the memory old, which the graph's version tells.
 
-#include "Cspf/CspfHopToTopoDbLinkMapper.h"
+#include "Cspf/Hops/HopLinks.h"
 
 #include "platform/Trace/Trace.h"
 

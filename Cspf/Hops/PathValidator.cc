@@ -8,7 +8,7 @@
 // one of its routers has changed. A link belongs to the router that it leaves, an address to all
 // routers that have it.
 
-#include "Cspf/CspfPathValidator.h"
+#include "Cspf/Hops/PathValidator.h"
 
 #include "Cspf/Bandwidth/BwUsageManager.h"
 #include "Cspf/Graph/Arcs.h"

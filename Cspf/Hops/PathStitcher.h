@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cspf/CspfImpl.h"
-#include "Cspf/CspfPathValidator.h"
+#include "Cspf/Hops/PathValidator.h"
 #include "Cspf/Records/Segments.h"
 #include "schema/CspfStatus.h"
 

@@ -8,7 +8,7 @@
 // An operator who writes the address of an interface means that link, so parallel links do not
 // stand in for it, neither when they cost less nor when that link is not to be had.
 
-#include "Cspf/CspfPathStitcher.h"
+#include "Cspf/Hops/PathStitcher.h"
 
 #include "platform/Trace/Trace.h"
 
