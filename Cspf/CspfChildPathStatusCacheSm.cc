@@ -10,7 +10,7 @@
 
 #include "Cspf/CspfChildPathStatusCacheSm.h"
 
-#include "Cspf/CspfData.h"
+#include "Cspf/Runs/RunData.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>

@@ -8,7 +8,7 @@
 
 #include "Cspf/CspfTilfaConstraintInfoSm.h"
 
-#include "Cspf/CspfImpl.h"
+#include "Cspf/Runs/Run.h"
 #include "Cspf/Views/View.h"
 #include "platform/Trace/Trace.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfConstraintInfoSm.h"
+#include "Cspf/Runs/ConstraintInfoSm.h"
 
 namespace Cspf {
 

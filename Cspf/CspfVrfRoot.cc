@@ -7,9 +7,6 @@
 #include "Cspf/CspfVrfRoot.h"
 
 #include "Cspf/CspfChildPathStatusCacheSm.h"
-#include "Cspf/CspfConstraintInfoSm.h"
-#include "Cspf/CspfConstraintStatusSm.h"
-#include "Cspf/CspfImpl.h"
 #include "Cspf/CspfPathConfigInfoSm.h"
 #include "Cspf/CspfPathStatusInfoSm.h"
 #include "Cspf/CspfPathStatusUpdate.h"
@@ -18,6 +15,9 @@
 #include "Cspf/CspfRsvpPathRefreshSm.h"
 #include "Cspf/CspfRsvpPathStitchSm.h"
 #include "Cspf/CspfVrfRootSm.h"
+#include "Cspf/Runs/ConstraintInfoSm.h"
+#include "Cspf/Runs/ConstraintStatusSm.h"
+#include "Cspf/Runs/Run.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 

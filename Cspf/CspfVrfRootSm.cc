@@ -9,8 +9,6 @@
 #include "Cspf/CspfVrfRootSm.h"
 
 #include "Cspf/CspfChildPathStatusCacheSm.h"
-#include "Cspf/CspfConstraintStatusSm.h"
-#include "Cspf/CspfImpl.h"
 #include "Cspf/CspfPathConfigInfoSm.h"
 #include "Cspf/CspfPathStatusInfoSm.h"
 #include "Cspf/CspfPathStatusUpdate.h"
@@ -19,6 +17,8 @@
 #include "Cspf/CspfRsvpPathRefreshSm.h"
 #include "Cspf/CspfRsvpPathStitchSm.h"
 #include "Cspf/CspfTilfaConstraintInfoSm.h"
+#include "Cspf/Runs/ConstraintStatusSm.h"
+#include "Cspf/Runs/Run.h"
 #include "platform/Trace/Trace.h"
 
 namespace Cspf {

@@ -4,8 +4,8 @@
 #include "bench/BenchAgent.h"
 
 #include "Cspf/CspfAgent.h"
-#include "Cspf/CspfConstraintInfoSm.h"
-#include "Cspf/CspfImpl.h"
+#include "Cspf/Runs/ConstraintInfoSm.h"
+#include "Cspf/Runs/Run.h"
 #include "platform/Lum/Assert.h"
 #include "schema/Types.h"
 

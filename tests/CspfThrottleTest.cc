@@ -1,6 +1,6 @@
 // When a constraint is computed, and what its paths hear of it, on a virtual clock.
 
-#include "Cspf/CspfConstraintInfoSm.h"
+#include "Cspf/Runs/ConstraintInfoSm.h"
 #include "tests/TopoStore.h"
 
 #include <cmath>

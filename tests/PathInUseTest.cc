@@ -2,8 +2,8 @@
 // and what does not, and what becomes of hops that an operator wrote down. Stitched paths are held
 // against segments that are put together here, each the cheapest that the oracle knows.
 
-#include "Cspf/CspfImpl.h"
 #include "Cspf/Hops/PathValidator.h"
+#include "Cspf/Runs/Run.h"
 #include "tests/Lab.h"
 #include "tests/LabOracle.h"
 #include "tests/LabText.h"

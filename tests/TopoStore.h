@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfImpl.h"
+#include "Cspf/Runs/Run.h"
 #include "Cspf/Topology/AllTopoDbSm.h"
 #include "platform/Lum/ActivityLoop.h"
 #include "tests/LabText.h"

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Cspf/CspfImpl.h"
 #include "Cspf/Hops/PathValidator.h"
 #include "Cspf/Records/Segments.h"
+#include "Cspf/Runs/Run.h"
 #include "schema/CspfStatus.h"
 
 #include <optional>

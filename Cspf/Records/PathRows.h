@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Cspf/CspfData.h"
 #include "Cspf/CspfDedupPqInfo.h"
 #include "Cspf/Records/Constraint.h"
 #include "Cspf/Records/PathRecords.h"
 #include "Cspf/Records/Reservation.h"
+#include "Cspf/Runs/RunData.h"
 #include "schema/CspfClient.h"
 #include "schema/CspfStatus.h"
 

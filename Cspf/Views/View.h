@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Cspf/CspfData.h"
 #include "Cspf/Graph/LinkFilter.h"
 #include "Cspf/Records/Constraint.h"
+#include "Cspf/Runs/RunData.h"
 #include "Cspf/Topology/Store.h"
 
 namespace Cspf {

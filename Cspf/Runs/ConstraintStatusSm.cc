@@ -3,7 +3,7 @@
 // client path may use a constraint by several keys of the same name (segments of one path); the
 // row counts them.
 
-#include "Cspf/CspfConstraintStatusSm.h"
+#include "Cspf/Runs/ConstraintStatusSm.h"
 
 namespace Cspf {
 

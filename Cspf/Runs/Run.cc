@@ -6,7 +6,7 @@
 // wants have one. A renumbering of the graph may come with the constraint's translation, so no
 // number is asked for before that.
 
-#include "Cspf/CspfImpl.h"
+#include "Cspf/Runs/Run.h"
 
 #include "platform/Trace/Trace.h"
 

@@ -9,8 +9,8 @@
 // the path in use, so that paths stay where they are while they are among the best, and are random
 // otherwise, so that new paths spread.
 
-#include "Cspf/CspfImpl.h"
 #include "Cspf/Graph/HopList.h"
+#include "Cspf/Runs/Run.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>

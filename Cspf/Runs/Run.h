@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Cspf/CspfData.h"
 #include "Cspf/Graph/TreeRun.h"
 #include "Cspf/Records/PathRecords.h"
+#include "Cspf/Runs/RunData.h"
 #include "Cspf/Views/View.h"
 
 namespace Cspf {

@@ -7,9 +7,9 @@
 // of change that the fan-out writes must be there before the request is. The tree of an ordinary
 // run lives only while its results are handed out: thousands of constraints share its memory.
 
-#include "Cspf/CspfConstraintInfoSm.h"
+#include "Cspf/Runs/ConstraintInfoSm.h"
 
-#include "Cspf/CspfImpl.h"
+#include "Cspf/Runs/Run.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
