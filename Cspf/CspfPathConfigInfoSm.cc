@@ -6,9 +6,9 @@
 
 #include "Cspf/CspfPathConfigInfoSm.h"
 
-#include "Cspf/CspfPathStatusUpdate.h"
 #include "Cspf/CspfTilfaKeys.h"
 #include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Paths/StatusUpdate.h"
 #include "platform/Trace/Trace.h"
 
 #include <stdexcept>

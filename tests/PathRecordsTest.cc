@@ -1,7 +1,7 @@
 // Keys, constraints and publications of single paths, below what a client can tell apart.
 
 #include "Cspf/CspfPathConfigInfoSm.h"
-#include "Cspf/CspfPathStatusUpdate.h"
+#include "Cspf/Paths/StatusUpdate.h"
 
 #include <gtest/gtest.h>
 

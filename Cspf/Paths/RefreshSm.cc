@@ -9,10 +9,10 @@
 // A path that an earlier run of the agent has published is in use as well, and is checked before it
 // is computed.
 
-#include "Cspf/CspfRsvpPathRefreshSm.h"
+#include "Cspf/Paths/RefreshSm.h"
 
-#include "Cspf/CspfPathUsageSm.h"
 #include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Paths/UsageSm.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>

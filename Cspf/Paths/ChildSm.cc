@@ -8,7 +8,7 @@
 // Only a parent that waits is told. Children follow every change of the topology, but a path that
 // is in use must not move because one of its segments could be better now.
 
-#include "Cspf/CspfChildPathStatusCacheSm.h"
+#include "Cspf/Paths/ChildSm.h"
 
 #include "Cspf/Runs/RunData.h"
 #include "platform/Trace/Trace.h"

@@ -6,10 +6,10 @@
 // then waits: the last child to finish counts another first stage on the parent, and that leads
 // here again.
 
-#include "Cspf/CspfRsvpPathStitchSm.h"
+#include "Cspf/Paths/StitchSm.h"
 
-#include "Cspf/CspfChildPathStatusCacheSm.h"
 #include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Paths/ChildSm.h"
 #include "platform/Lum/Clock.h"
 #include "platform/Trace/Trace.h"
 

@@ -6,11 +6,11 @@
 // a stage counts it on the path's cache. A second stage that ends while a newer refresh is already
 // under way publishes nothing: the newer one will.
 
-#include "Cspf/CspfPathStatusUpdate.h"
+#include "Cspf/Paths/StatusUpdate.h"
 
-#include "Cspf/CspfChildPathStatusCacheSm.h"
-#include "Cspf/CspfPathUsageSm.h"
 #include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Paths/ChildSm.h"
+#include "Cspf/Paths/UsageSm.h"
 #include "platform/Trace/Trace.h"
 
 namespace Cspf {

@@ -10,7 +10,7 @@
 // asked for now, lest its own reservation stand in its way, but for one that stands beside an
 // error: its request was refused, and must not be granted for having been restarted.
 
-#include "Cspf/CspfPathUsageSm.h"
+#include "Cspf/Paths/UsageSm.h"
 
 #include "Cspf/CspfVrfRoot.h"
 #include "Cspf/Hops/PathValidator.h"

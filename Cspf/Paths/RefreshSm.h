@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cspf/CspfPathStatusUpdate.h"
 #include "Cspf/Hops/PathValidator.h"
+#include "Cspf/Paths/StatusUpdate.h"
 #include "Cspf/Records/PathRows.h"
 #include "platform/Kiv/TaskScheduler.h"
 
