@@ -2,7 +2,7 @@
 
 #include "Cspf/Bandwidth/BwmRoot.h"
 #include "Cspf/CspfClientInfo.h"
-#include "Cspf/CspfPathSm.h"
+#include "Cspf/Requests/PathSm.h"
 #include "platform/LumZorch/TableMount.h"
 #include "schema/CspfClient.h"
 #include "schema/CspfStatus.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cspf/CspfPathSm.h"
 #include "Cspf/CspfTilfaKeys.h"
+#include "Cspf/Requests/PathSm.h"
 
 #include <set>
 

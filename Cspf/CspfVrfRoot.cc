@@ -6,8 +6,6 @@
 
 #include "Cspf/CspfVrfRoot.h"
 
-#include "Cspf/CspfPathConfigInfoSm.h"
-#include "Cspf/CspfPathStatusInfoSm.h"
 #include "Cspf/CspfPqComputeSm.h"
 #include "Cspf/CspfVrfRootSm.h"
 #include "Cspf/Paths/ChildSm.h"
@@ -15,6 +13,8 @@
 #include "Cspf/Paths/StatusUpdate.h"
 #include "Cspf/Paths/StitchSm.h"
 #include "Cspf/Paths/UsageSm.h"
+#include "Cspf/Requests/PathConfigInfoSm.h"
+#include "Cspf/Requests/PathStatusInfoSm.h"
 #include "Cspf/Runs/ConstraintInfoSm.h"
 #include "Cspf/Runs/ConstraintStatusSm.h"
 #include "Cspf/Runs/Run.h"

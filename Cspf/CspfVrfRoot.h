@@ -2,8 +2,8 @@
 
 #include "Cspf/Bandwidth/BwUsageManager.h"
 #include "Cspf/CspfClientInfo.h"
-#include "Cspf/CspfTeIntfStatusSm.h"
 #include "Cspf/Records/PathRows.h"
+#include "Cspf/Requests/TeIntfStatusSm.h"
 #include "Cspf/Topology/AllTopoDbSm.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "platform/LumZorch/TableMount.h"

@@ -8,8 +8,6 @@
 
 #include "Cspf/CspfVrfRootSm.h"
 
-#include "Cspf/CspfPathConfigInfoSm.h"
-#include "Cspf/CspfPathStatusInfoSm.h"
 #include "Cspf/CspfPqComputeSm.h"
 #include "Cspf/CspfTilfaConstraintInfoSm.h"
 #include "Cspf/Paths/ChildSm.h"
@@ -17,6 +15,8 @@
 #include "Cspf/Paths/StatusUpdate.h"
 #include "Cspf/Paths/StitchSm.h"
 #include "Cspf/Paths/UsageSm.h"
+#include "Cspf/Requests/PathConfigInfoSm.h"
+#include "Cspf/Requests/PathStatusInfoSm.h"
 #include "Cspf/Runs/ConstraintStatusSm.h"
 #include "Cspf/Runs/Run.h"
 #include "platform/Trace/Trace.h"

@@ -1,7 +1,7 @@
 // Keys, constraints and publications of single paths, below what a client can tell apart.
 
-#include "Cspf/CspfPathConfigInfoSm.h"
 #include "Cspf/Paths/StatusUpdate.h"
+#include "Cspf/Requests/PathConfigInfoSm.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 // remembers them. A parent's rows come before those of its children, whose constraints take the
 // parent's user of bandwidth, and go before them, so that a parent never sees a child missing.
 
-#include "Cspf/CspfPathSm.h"
+#include "Cspf/Requests/PathSm.h"
 
 #include "Cspf/Records/Segments.h"
 #include "platform/Kiv/DumpContext.h"

@@ -4,7 +4,7 @@
 // computation follows from the client, the source from the key. The local bandwidth id of a path
 // without a shared group is taken and given back here.
 
-#include "Cspf/CspfPathConfigInfoSm.h"
+#include "Cspf/Requests/PathConfigInfoSm.h"
 
 #include "Cspf/CspfTilfaKeys.h"
 #include "Cspf/CspfVrfRoot.h"

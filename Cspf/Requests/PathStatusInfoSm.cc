@@ -2,7 +2,7 @@
 // with. The set is what a run computes for. The old constraint's row is still there while a
 // replacement is being told, unless its table went first.
 
-#include "Cspf/CspfPathStatusInfoSm.h"
+#include "Cspf/Requests/PathStatusInfoSm.h"
 
 #include "Cspf/CspfVrfRoot.h"
 #include "platform/Trace/Trace.h"

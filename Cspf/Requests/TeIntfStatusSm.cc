@@ -2,7 +2,7 @@
 // paths concerned derive their constraint anew. Interfaces are few and change rarely, so a change
 // walks all paths instead of keeping an index of those that exclude an interface.
 
-#include "Cspf/CspfTeIntfStatusSm.h"
+#include "Cspf/Requests/TeIntfStatusSm.h"
 
 #include "platform/Trace/Trace.h"
 
