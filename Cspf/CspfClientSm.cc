@@ -6,7 +6,7 @@
 
 #include "Cspf/CspfClientSm.h"
 
-#include "Cspf/CspfTilfaKeys.h"
+#include "Cspf/Repairs/TilfaKeys.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 

@@ -7,8 +7,8 @@
 
 #include "Cspf/CspfClientVrfSm.h"
 
-#include "Cspf/CspfTilfaKeys.h"
-#include "Cspf/CspfTilfaPathSm.h"
+#include "Cspf/Repairs/TilfaKeys.h"
+#include "Cspf/Repairs/TilfaPathSm.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 

@@ -6,13 +6,13 @@
 
 #include "Cspf/CspfVrfRoot.h"
 
-#include "Cspf/CspfPqComputeSm.h"
 #include "Cspf/CspfVrfRootSm.h"
 #include "Cspf/Paths/ChildSm.h"
 #include "Cspf/Paths/RefreshSm.h"
 #include "Cspf/Paths/StatusUpdate.h"
 #include "Cspf/Paths/StitchSm.h"
 #include "Cspf/Paths/UsageSm.h"
+#include "Cspf/Repairs/PqComputeSm.h"
 #include "Cspf/Requests/PathConfigInfoSm.h"
 #include "Cspf/Requests/PathStatusInfoSm.h"
 #include "Cspf/Runs/ConstraintInfoSm.h"

@@ -8,13 +8,13 @@
 
 #include "Cspf/CspfVrfRootSm.h"
 
-#include "Cspf/CspfPqComputeSm.h"
-#include "Cspf/CspfTilfaConstraintInfoSm.h"
 #include "Cspf/Paths/ChildSm.h"
 #include "Cspf/Paths/RefreshSm.h"
 #include "Cspf/Paths/StatusUpdate.h"
 #include "Cspf/Paths/StitchSm.h"
 #include "Cspf/Paths/UsageSm.h"
+#include "Cspf/Repairs/PqComputeSm.h"
+#include "Cspf/Repairs/TilfaConstraintInfoSm.h"
 #include "Cspf/Requests/PathConfigInfoSm.h"
 #include "Cspf/Requests/PathStatusInfoSm.h"
 #include "Cspf/Runs/ConstraintStatusSm.h"

@@ -1,7 +1,7 @@
 // Repairs as the client "tilfa" reads them from a running agent: what is shared, what stays, what
 // is computed anew, and, on random networks that change, packets along all that is published.
 
-#include "Cspf/CspfDedupPqInfo.h"
+#include "Cspf/Repairs/DedupPqInfoTable.h"
 #include "schema/Isis.h"
 #include "tests/GraphText.h"
 #include "tests/Lab.h"

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Cspf/CspfDedupPqInfo.h"
 #include "Cspf/Records/Constraint.h"
 #include "Cspf/Records/PathRecords.h"
 #include "Cspf/Records/Reservation.h"
+#include "Cspf/Repairs/DedupPqInfoTable.h"
 #include "Cspf/Runs/RunData.h"
 #include "schema/CspfClient.h"
 #include "schema/CspfStatus.h"

@@ -6,9 +6,9 @@
 
 #include "Cspf/Requests/PathConfigInfoSm.h"
 
-#include "Cspf/CspfTilfaKeys.h"
 #include "Cspf/CspfVrfRoot.h"
 #include "Cspf/Paths/StatusUpdate.h"
+#include "Cspf/Repairs/TilfaKeys.h"
 #include "platform/Trace/Trace.h"
 
 #include <stdexcept>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfTilfaKeys.h"
+#include "Cspf/Repairs/TilfaKeys.h"
 #include "Cspf/Requests/PathSm.h"
 
 #include <set>

@@ -6,7 +6,7 @@
 // A request without a protected interface has neither neighbour nor repair; it keeps its own key,
 // under which the client reads why.
 
-#include "Cspf/CspfTilfaPathSm.h"
+#include "Cspf/Repairs/TilfaPathSm.h"
 
 #include "platform/Trace/Trace.h"
 

@@ -6,7 +6,7 @@
 // was run on. That also tells whether the topology has changed, without comparing times: a
 // change of prefixes stamps the topology but leaves the graph alone.
 
-#include "Cspf/CspfTilfaConstraintInfoSm.h"
+#include "Cspf/Repairs/TilfaConstraintInfoSm.h"
 
 #include "Cspf/Runs/Run.h"
 #include "Cspf/Views/View.h"

@@ -6,7 +6,7 @@
 // After a restart the published entries begin with the second kind alone. A computation that comes
 // to the same result finds its entry among them, and the client sees nothing of the restart.
 
-#include "Cspf/CspfDedupPqInfo.h"
+#include "Cspf/Repairs/DedupPqInfoTable.h"
 
 #include "platform/Trace/Trace.h"
 

@@ -2,7 +2,7 @@
 // have the same four runs, and so the same table. It is kept while the computation of one of them
 // holds it.
 
-#include "Cspf/CspfSharedRepairs.h"
+#include "Cspf/Repairs/SharedRepairs.h"
 
 #include "Cspf/Views/View.h"
 

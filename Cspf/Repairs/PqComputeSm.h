@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cspf/CspfSharedRepairs.h"
-#include "Cspf/CspfTilfaKeys.h"
+#include "Cspf/Repairs/SharedRepairs.h"
+#include "Cspf/Repairs/TilfaKeys.h"
 #include "Cspf/Topology/Store.h"
 #include "platform/Kiv/TaskScheduler.h"
 

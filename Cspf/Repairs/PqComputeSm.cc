@@ -9,7 +9,7 @@
 // compare and write. Nothing is counted while a newer refresh is under way, whose own second
 // stage comes later.
 
-#include "Cspf/CspfPqComputeSm.h"
+#include "Cspf/Repairs/PqComputeSm.h"
 
 #include "Cspf/CspfVrfRoot.h"
 #include "Cspf/Views/View.h"
