@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfClientInfo.h"
+#include "Cspf/Clients/ClientInfo.h"
 #include "Cspf/CspfVrfRootSm.h"
 #include "Cspf/Topology/Store.h"
 #include "platform/Corvdb/EntityManager.h"

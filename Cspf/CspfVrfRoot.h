@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cspf/Bandwidth/BwUsageManager.h"
-#include "Cspf/CspfClientInfo.h"
+#include "Cspf/Clients/ClientInfo.h"
 #include "Cspf/Records/PathRows.h"
 #include "Cspf/Requests/TeIntfStatusSm.h"
 #include "Cspf/Topology/AllTopoDbSm.h"

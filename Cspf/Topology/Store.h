@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfClientInfo.h"
+#include "Cspf/Clients/ClientInfo.h"
 #include "Cspf/Topology/TopoGraph.h"
 #include "schema/CspfKeys.h"
 #include "schema/CspfStatus.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cspf/Bandwidth/BwmRoot.h"
-#include "Cspf/CspfClientInfo.h"
+#include "Cspf/Clients/ClientInfo.h"
 #include "Cspf/Requests/PathSm.h"
 #include "platform/LumZorch/TableMount.h"
 #include "schema/CspfClient.h"

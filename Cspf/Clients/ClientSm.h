@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cspf/Bandwidth/BwmRoot.h"
-#include "Cspf/CspfClientVrfSm.h"
+#include "Cspf/Clients/ClientVrfSm.h"
 #include "platform/Lum/Dir.h"
 
 #include <set>

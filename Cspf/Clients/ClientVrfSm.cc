@@ -5,7 +5,7 @@
 // which is what gives ordinary computations their source; so the source may come, and the service
 // start, while the mounter is still starting.
 
-#include "Cspf/CspfClientVrfSm.h"
+#include "Cspf/Clients/ClientVrfSm.h"
 
 #include "Cspf/Repairs/TilfaKeys.h"
 #include "Cspf/Repairs/TilfaPathSm.h"

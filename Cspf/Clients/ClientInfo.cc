@@ -1,7 +1,7 @@
 // Records that the intake of clients and the services of one address family share. Nothing here
 // watches anything: the intake writes, the services read.
 
-#include "Cspf/CspfClientInfo.h"
+#include "Cspf/Clients/ClientInfo.h"
 
 #include "platform/Kiv/DumpContext.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfClientInfo.h"
+#include "Cspf/Clients/ClientInfo.h"
 #include "schema/Topology.h"
 #include "schema/TrafficEngineering.h"
 

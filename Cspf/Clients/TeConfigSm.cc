@@ -2,7 +2,7 @@
 // router id. The agent owns both reactors for its whole life. An interface's status keeps its
 // identity while it is configured, so that who watches it hears of single SRLGs.
 
-#include "Cspf/CspfTeConfigSm.h"
+#include "Cspf/Clients/TeConfigSm.h"
 
 #include "platform/Trace/Trace.h"
 

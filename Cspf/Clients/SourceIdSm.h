@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfClientInfo.h"
+#include "Cspf/Clients/ClientInfo.h"
 #include "platform/Lum/Dir.h"
 
 namespace Cspf {

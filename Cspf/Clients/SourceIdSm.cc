@@ -3,7 +3,7 @@
 // The readers are the intake of clients, which serves a VRF only while it has a source, and the
 // VRF's root. A source id leaves before its record does, so readers let go of the VRF first.
 
-#include "Cspf/CspfSourceIdSm.h"
+#include "Cspf/Clients/SourceIdSm.h"
 
 #include "platform/Trace/Trace.h"
 

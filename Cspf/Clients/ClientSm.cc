@@ -4,7 +4,7 @@
 // the client, its VRF or its family is not there any more, or has nothing to compute from. Those
 // that are served stay as they are, so that their readers see no gap.
 
-#include "Cspf/CspfClientSm.h"
+#include "Cspf/Clients/ClientSm.h"
 
 #include "Cspf/Repairs/TilfaKeys.h"
 #include "platform/Kiv/DumpContext.h"
