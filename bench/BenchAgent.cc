@@ -3,7 +3,7 @@
 
 #include "bench/BenchAgent.h"
 
-#include "Cspf/CspfAgent.h"
+#include "Cspf/Agent/Agent.h"
 #include "Cspf/Runs/ConstraintInfoSm.h"
 #include "Cspf/Runs/Run.h"
 #include "platform/Lum/Assert.h"

@@ -2,7 +2,7 @@
 // clients, what it mounts and publishes meanwhile, and what it leaves behind. All of it is seen
 // from outside, in state and tables.
 
-#include "Cspf/CspfCommandCallback.h"
+#include "Cspf/Agent/CommandCallback.h"
 #include "platform/Trace/Gemtrace.h"
 #include "platform/Trace/Velotrace.h"
 #include "tests/Lab.h"

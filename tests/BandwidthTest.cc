@@ -6,8 +6,8 @@
 #include "tests/RandomLab.h"
 #include "tools/lab/LabOutput.h"
 
-#include "Cspf/CspfAgent.h"
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/Agent.h"
+#include "Cspf/Agent/VrfRoot.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

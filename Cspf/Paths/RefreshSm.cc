@@ -11,7 +11,7 @@
 
 #include "Cspf/Paths/RefreshSm.h"
 
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Paths/UsageSm.h"
 #include "platform/Trace/Trace.h"
 

@@ -8,7 +8,7 @@
 
 #include "Cspf/Paths/StatusUpdate.h"
 
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Paths/ChildSm.h"
 #include "Cspf/Paths/UsageSm.h"
 #include "platform/Trace/Trace.h"

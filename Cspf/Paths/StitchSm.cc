@@ -8,7 +8,7 @@
 
 #include "Cspf/Paths/StitchSm.h"
 
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Paths/ChildSm.h"
 #include "platform/Lum/Clock.h"
 #include "platform/Trace/Trace.h"

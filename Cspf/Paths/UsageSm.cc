@@ -12,7 +12,7 @@
 
 #include "Cspf/Paths/UsageSm.h"
 
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Hops/PathValidator.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"

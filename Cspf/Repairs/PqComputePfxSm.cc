@@ -5,7 +5,7 @@
 // the path is refreshed; but where the trees at hand are of the graph as it is, the refresh does
 // not wait until its run, held down for seconds perhaps, is found to hold.
 
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Repairs/PqComputeSm.h"
 #include "platform/Kiv/DumpContext.h"
 

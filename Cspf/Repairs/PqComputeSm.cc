@@ -11,7 +11,7 @@
 
 #include "Cspf/Repairs/PqComputeSm.h"
 
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"

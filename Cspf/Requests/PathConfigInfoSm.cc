@@ -6,7 +6,7 @@
 
 #include "Cspf/Requests/PathConfigInfoSm.h"
 
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Paths/StatusUpdate.h"
 #include "Cspf/Repairs/TilfaKeys.h"
 #include "platform/Trace/Trace.h"

@@ -4,7 +4,7 @@
 
 #include "Cspf/Requests/PathStatusInfoSm.h"
 
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/VrfRoot.h"
 #include "platform/Trace/Trace.h"
 
 namespace Cspf {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Cspf/Agent/Root.h"
 #include "Cspf/Bandwidth/BwmRoot.h"
 #include "Cspf/Clients/ClientSm.h"
 #include "Cspf/Clients/SourceIdSm.h"
 #include "Cspf/Clients/TeConfigSm.h"
-#include "Cspf/CspfRoot.h"
 #include "Cspf/Topology/ExportSm.h"
 #include "platform/AgentRunner/Agent.h"
 

@@ -3,9 +3,9 @@
 // set everything else to work; on the way down they go first, so that every table and every entry
 // that a client brought about is gone before the parts that keep them.
 
-#include "Cspf/CspfAgent.h"
+#include "Cspf/Agent/Agent.h"
 
-#include "Cspf/CspfCommandCallback.h"
+#include "Cspf/Agent/CommandCallback.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Toggle/Toggle.h"
 #include "platform/Trace/Velotrace.h"

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Cspf/Agent/VrfRootSm.h"
 #include "Cspf/Clients/ClientInfo.h"
-#include "Cspf/CspfVrfRootSm.h"
 #include "Cspf/Topology/Store.h"
 #include "platform/Corvdb/EntityManager.h"
 #include "platform/Lum/Dir.h"

@@ -3,7 +3,7 @@
 // goes after it; the path tables stand in AllClientInfo while their VRF root lives. The agent owns
 // one root a family for its whole life.
 
-#include "Cspf/CspfRoot.h"
+#include "Cspf/Agent/Root.h"
 
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"

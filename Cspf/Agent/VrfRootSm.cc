@@ -6,7 +6,7 @@
 // one task for however many changes came before it; what follows from the stamp is the constraint's
 // and the paths' own affair. A change of reservations moves the stamps of that user's constraints.
 
-#include "Cspf/CspfVrfRootSm.h"
+#include "Cspf/Agent/VrfRootSm.h"
 
 #include "Cspf/Paths/ChildSm.h"
 #include "Cspf/Paths/RefreshSm.h"

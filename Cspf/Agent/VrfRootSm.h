@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/VrfRoot.h"
 
 #include <set>
 

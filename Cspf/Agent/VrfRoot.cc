@@ -4,9 +4,9 @@
 // here they only have their place. A path has up to eight machines, which stand in one row, so
 // that its key is kept once.
 
-#include "Cspf/CspfVrfRoot.h"
+#include "Cspf/Agent/VrfRoot.h"
 
-#include "Cspf/CspfVrfRootSm.h"
+#include "Cspf/Agent/VrfRootSm.h"
 #include "Cspf/Paths/ChildSm.h"
 #include "Cspf/Paths/RefreshSm.h"
 #include "Cspf/Paths/StatusUpdate.h"

@@ -2,9 +2,9 @@
 // consistent; the entry for debuggers gives up that order, and therefore writes at once. The
 // command dumps an object wherever it stands, not only where it is met first.
 
-#include "Cspf/CspfCommandCallback.h"
+#include "Cspf/Agent/CommandCallback.h"
 
-#include "Cspf/CspfAgent.h"
+#include "Cspf/Agent/Agent.h"
 
 namespace Cspf {
 
