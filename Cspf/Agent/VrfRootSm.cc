@@ -13,6 +13,7 @@
 #include "Cspf/Paths/StatusUpdate.h"
 #include "Cspf/Paths/StitchSm.h"
 #include "Cspf/Paths/UsageSm.h"
+#include "Cspf/Repairs/DedupPqInfoTable.h"
 #include "Cspf/Repairs/PqComputeSm.h"
 #include "Cspf/Repairs/TilfaConstraintInfoSm.h"
 #include "Cspf/Requests/PathConfigInfoSm.h"

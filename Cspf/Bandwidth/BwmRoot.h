@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cspf/Bandwidth/BwmVrfRoot.h"
-#include "Cspf/Clients/ClientInfo.h"
+#include "Cspf/Records/VrfHandle.h"
 
 /// The bandwidth manager's side of the agent: for each VRF in which a client requires it, a root,
 /// and for each such client the tables through which the two talk.

@@ -18,16 +18,6 @@ teConfigDirFactory() {
    return Lum::make< TeConfigDir >();
 }
 
-std::strong_ordering
-DedupVrfHandle::compare( const Kiv::DedupHandle & other ) const {
-   return vrfName_ <=> static_cast< const DedupVrfHandle & >( other ).vrfName_;
-}
-
-Lum::Ptr< DedupVrfHandle >
-dedupVrfHandleFactory( const L3::VrfName & vrf ) {
-   return Lum::make< DedupVrfHandle >( vrf );
-}
-
 Lum::Ptr< DedupVrfHandle >
 CspfActiveVrfsDedupTable::dedupFromVrfName( const L3::VrfName & vrf ) {
    return dedup( dedupVrfHandleFactory( vrf ) );

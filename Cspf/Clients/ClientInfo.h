@@ -1,9 +1,9 @@
 #pragma once
 
 #include "Cspf/Records/PathRows.h"
-#include "platform/Kiv/DedupTable.h"
+#include "Cspf/Records/Source.h"
+#include "Cspf/Records/VrfHandle.h"
 #include "platform/Kivnet/IpAddr.h"
-#include "platform/Lum/Clock.h"
 #include "schema/Isis.h"
 
 /// What the intake of clients shares with the services of one address family: which clients and
@@ -36,25 +36,6 @@ class TeConfigDir : public Lum::Entity {
 
 Lum::Ptr< TeConfigDir > teConfigDirFactory();
 
-/// Where one kind of computation starts.
-struct VrfClientSourceId {
-   LUM_VALUE( Cspf, VrfClientSourceId );
-   LUM_FIELD( pathComputationType, PathComputationType );
-   LUM_FIELD( sourceId, NodeId );
-   LUM_FIELD( changedAt, Lum::Seconds );  ///< when it was set
-};
-
-/// The sources of one VRF and family. It lives while there is one.
-class VrfSourceId : public Lum::Entity {
-   LUM_ENTITY( Cspf, VrfSourceId );
-   explicit VrfSourceId( const L3::VrfName & vrfName ) : vrfName_( vrfName ) {}
-   const L3::VrfName & vrfName() const noexcept { return vrfName_; }
-   LUM_COLLECTION_ORDERED( vrfClientSourceId, PathComputationType, VrfClientSourceId );
-
- private:
-   const L3::VrfName vrfName_;
-};
-
 /// What the clients of one VRF and family brought along for the computations.
 class ClientData : public Lum::Entity {
    LUM_ENTITY( Cspf, ClientData );
@@ -63,20 +44,6 @@ class ClientData : public Lum::Entity {
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
-
-/// Says that somebody needs a VRF.
-class DedupVrfHandle : public Kiv::DedupHandle {
-   LUM_ENTITY( Cspf, DedupVrfHandle );
-   explicit DedupVrfHandle( const L3::VrfName & vrfName ) : vrfName_( vrfName ) {}
-   const L3::VrfName & vrfName() const noexcept { return vrfName_; }
-   std::size_t hash() const override { return vrfName_.hash(); }
-   std::strong_ordering compare( const Kiv::DedupHandle & other ) const override;
-
- private:
-   const L3::VrfName vrfName_;
-};
-
-Lum::Ptr< DedupVrfHandle > dedupVrfHandleFactory( const L3::VrfName & vrf );
 
 /// The VRFs that are needed: the first handle of a VRF makes it active, the last release inactive.
 class CspfActiveVrfsDedupTable : public Kiv::DedupTable< DedupVrfHandle > {

@@ -9,10 +9,13 @@
 
 namespace Cspf {
 
+using SrlgExcludeInfo = std::uint32_t;  ///< excluded SRLGs that a link or path carries
+using SrlgIncludeInfo = std::uint32_t;  ///< SRLGs to include that a link or path's links lack
+
 /// Cost of a path; compares in this order: SRLGs first, then the metric.
 struct CspfCost {
-   uint32_t srlgExclude = 0;
-   uint32_t srlgInclude = 0;
+   SrlgExcludeInfo srlgExclude = 0;
+   SrlgIncludeInfo srlgInclude = 0;
    uint32_t metric = 0;
    auto operator<=>( const CspfCost & ) const = default;
 };

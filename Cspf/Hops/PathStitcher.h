@@ -2,7 +2,6 @@
 
 #include "Cspf/Hops/PathValidator.h"
 #include "Cspf/Records/Segments.h"
-#include "Cspf/Runs/Run.h"
 #include "schema/CspfStatus.h"
 
 #include <optional>

@@ -66,4 +66,22 @@ class IncludeIps : public Lum::Entity {
    List includeIps_;
 };
 
+/// The answer for one path: its hops, and what is known of them. Null where nothing was worked out.
+struct CspfPathResult {
+   Lum::Ptr< const PathArray > path;
+   Lum::Ptr< const PathSrlg > pathSrlg;
+   Lum::Ptr< const PathTeRouterId > pathTeRouterId;
+   Lum::Ptr< const IncludeIps > includeIps;
+
+   /// Makes it the answer "no hops".
+   void clear();
+   void clearIncludeIps();
+};
+
+/// The path that is published, which equal-cost choices keep to.
+struct CspfOldPath {
+   const PathArray::Hops & path;
+   const PathTeRouterId::Hops & pathTeRouterId;  ///< one a hop
+};
+
 }

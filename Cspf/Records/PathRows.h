@@ -2,9 +2,9 @@
 
 #include "Cspf/Records/Constraint.h"
 #include "Cspf/Records/PathRecords.h"
+#include "Cspf/Records/PqInfo.h"
 #include "Cspf/Records/Reservation.h"
-#include "Cspf/Repairs/DedupPqInfoTable.h"
-#include "Cspf/Runs/RunData.h"
+#include "Cspf/Records/RunInfo.h"
 #include "schema/CspfClient.h"
 #include "schema/CspfStatus.h"
 
@@ -21,6 +21,9 @@ LUM_ENUM( ConstraintModifier, std::uint8_t, noChange, noSpf, unconstrainedSpfAtP
           unconstrainedSpfAtProtectedNode, unconstrainedReverseSpfAtPlr,
           unconstrainedReverseSpfAtProtectedNode, spfForPathSegment );
 inline constexpr ConstraintModifier constraintModifierDefault = ConstraintModifier::noChange;
+
+/// The client whose paths are repairs.
+inline constexpr const char * tilfaClientName = "tilfa";
 
 /// Why a path is to be refreshed: a bit set.
 using RefreshReason = std::uint32_t;
@@ -95,7 +98,7 @@ class PathStatusCache : public Lum::Entity {
    LUM_ENTITY( Cspf, PathStatusCache );
    explicit PathStatusCache( const PathInfoKey & key ) : pathInfoKey_( key ) {}
    LUM_ATTRIBUTE( pathInfoKey, PathInfoKey );
-   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfData > );  ///< the run that gave the result
+   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfRunInfo > );  ///< the run that gave the result
    LUM_ATTRIBUTE( path, Lum::Ptr< const PathArray > );
    LUM_ATTRIBUTE( pathSrlg, Lum::Ptr< const PathSrlg > );
    LUM_ATTRIBUTE( pathTeRouterId, Lum::Ptr< const PathTeRouterId > );
@@ -140,9 +143,9 @@ class ConstraintInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintInfo );
    explicit ConstraintInfo( const DedupConstraint & constraint ) : constraint_( constraint ) {}
    LUM_COLLECTION_ORDERED( path, PathInfoKey, bool );
-   LUM_COUNTER( cspfRequestCount );                  ///< requests for a computation
-   LUM_ATTRIBUTE( topoInfoChangedAt, double );       ///< seconds; 0: reset
-   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfData > );  ///< the last run
+   LUM_COUNTER( cspfRequestCount );                     ///< requests for a computation
+   LUM_ATTRIBUTE( topoInfoChangedAt, double );          ///< seconds; 0: reset
+   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfRunInfo > );  ///< the last run
    LUM_ATTRIBUTE( sourceMissing, bool );
    LUM_ATTRIBUTE( constraintMissingInTopo, bool );
 

@@ -12,11 +12,6 @@
 
 namespace Cspf::Lfa {
 
-std::strong_ordering
-DedupPqInfo::compare( const Kiv::DedupHandle & other ) const {
-   return pqPath_ <=> static_cast< const DedupPqInfo & >( other ).pqPath_;
-}
-
 void
 DedupPqInfoLTNotifiee::handleInsert( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
    table_.publish( static_cast< DedupPqInfo & >( *handle ) );

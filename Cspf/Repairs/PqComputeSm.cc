@@ -12,6 +12,7 @@
 #include "Cspf/Repairs/PqComputeSm.h"
 
 #include "Cspf/Agent/VrfRoot.h"
+#include "Cspf/Repairs/DedupPqInfoTable.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "Cspf/Graph/RepairTable.h"
+#include "Cspf/Runs/RunData.h"
 #include "platform/Kiv/DedupTable.h"
 
 #include <optional>
 
 namespace Cspf {
-class LfaCspfData;
 class TopoGraph;
 }
 

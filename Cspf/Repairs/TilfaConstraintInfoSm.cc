@@ -40,7 +40,7 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
       TRACE7( "No topodb change, reuse cspf data" );
       constraintStats()->cspfSkippedCountInc();
       constraintStats()->cspfLastRanAtIs( seenUntil() );
-      updatePathStatusCache( constraintInfo()->cspfData() );
+      updatePathStatusCache( tree_ );
    } else {
       computeTree();
    }
@@ -54,8 +54,9 @@ TilfaConstraintInfoSm::endWithoutRun() {
    TRACE7( "no tree for constraint " << constraintText() );
    if ( constraintInfo()->sourceMissing() || neighborOnConstraintIntf() ) {
       constraintInfo()->cspfDataIs( nullptr );
+      tree_ = nullptr;
    }
-   updatePathStatusCache( constraintInfo()->cspfData() );
+   updatePathStatusCache( tree_ );
 }
 
 bool
@@ -111,19 +112,18 @@ TilfaConstraintInfoSm::source() const {
 
 bool
 TilfaConstraintInfoSm::cspfDataHolds() const {
-   const auto & last = constraintInfo()->cspfData();
-   return last && last->hasTree() && last->source() == source();
+   return tree_ && tree_->hasTree() && tree_->source() == source();
 }
 
 void
 TilfaConstraintInfoSm::computeTree() {
-   const auto cspfData = Lum::make< LfaCspfData >();
-   cspfData->sourceIs( source() );
-   cspfData->buildReverseSptIs( pathConstraint().reversePath() );
-   cspfData->sourceOverloadedIs(
-      view()->graph().overloaded( view()->topoGraph().vertex( cspfData->source() ) ) );
-   runCspf( cspfData );
-   updatePathStatusCache( cspfData );
+   tree_ = Lum::make< LfaCspfData >();
+   tree_->sourceIs( source() );
+   tree_->buildReverseSptIs( pathConstraint().reversePath() );
+   tree_->sourceOverloadedIs(
+      view()->graph().overloaded( view()->topoGraph().vertex( tree_->source() ) ) );
+   runCspf( tree_ );
+   updatePathStatusCache( tree_ );
 }
 
 void

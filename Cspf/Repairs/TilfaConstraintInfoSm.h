@@ -30,6 +30,8 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    void endWithoutRun();
    void computeTree();
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
+
+   Lum::Ptr< LfaCspfData > tree_;  // the last one
 };
 
 }

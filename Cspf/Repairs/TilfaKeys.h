@@ -10,8 +10,6 @@
 /// runs are shared.
 namespace Cspf {
 
-inline constexpr const char * tilfaClientName = "tilfa";
-
 LUM_BOUNDED( TilfaPathInfoKeyIndex, std::uint8_t, 0, 7 );
 
 /// The internal keys of one client path, by TilfaTree.

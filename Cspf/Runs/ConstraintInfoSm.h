@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Cspf/Records/PathRows.h"
+#include "Cspf/Runs/RunData.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/TaskScheduler.h"
 

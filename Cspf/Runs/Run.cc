@@ -154,12 +154,6 @@ class CspfRunTracer {
 }
 
 std::string
-nodeText( const TopoGraph & topology, CspfVertex vertex ) {
-   return topology.graph().isRouter( vertex ) ? topology.nodeId( vertex ).stringValue()
-                                              : Lum::valueString( topology.networkId( vertex ) );
-}
-
-std::string
 CspfPathCost::stringValue() const {
    return std::to_string( metricCost_ ) + "|SE-" + std::to_string( srlgExcludeInfo_ ) + "|SI-"
           + std::to_string( srlgIncludeInfo_ );

@@ -7,27 +7,6 @@
 
 namespace Cspf {
 
-/// The answer for one path: its hops, and what is known of them. Null where nothing was worked out.
-struct CspfPathResult {
-   Lum::Ptr< const PathArray > path;
-   Lum::Ptr< const PathSrlg > pathSrlg;
-   Lum::Ptr< const PathTeRouterId > pathTeRouterId;
-   Lum::Ptr< const IncludeIps > includeIps;
-
-   /// Makes it the answer "no hops".
-   void clear();
-   void clearIncludeIps();
-};
-
-/// A vertex in traces.
-std::string nodeText( const TopoGraph & topology, CspfVertex vertex );
-
-/// The path that is published, which equal-cost choices keep to.
-struct CspfOldPath {
-   const PathArray::Hops & path;
-   const PathTeRouterId::Hops & pathTeRouterId;  ///< one a hop
-};
-
 /// What runs work in. They follow each other on one loop, so one memory serves all constraints of
 /// a VRF, and a run allocates nothing once the topology has its size.
 class CspfRunMemory {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Cspf/Graph/Tree.h"
-#include "platform/Lum/Attribute.h"
-#include "schema/CspfKeys.h"
+#include "Cspf/Records/PathRecords.h"
+#include "Cspf/Records/RunInfo.h"
 
 #include <span>
 #include <string>
@@ -13,13 +13,8 @@ namespace Cspf {
 class AllTopoDbView;
 class CspfRun;
 class CspfRunMemory;
-struct CspfOldPath;
 /// Asked at a choice only: most paths have none.
 using CspfOldPathOf = std::function< CspfOldPath() >;
-struct CspfPathResult;
-
-using SrlgExcludeInfo = std::uint32_t;  ///< excluded SRLGs that a link or path carries
-using SrlgIncludeInfo = std::uint32_t;  ///< SRLGs to include that a link or path's links lack
 
 /// Cost of a path. Compares in this order: SRLG avoidance outranks the metric.
 struct CspfPathCost {
@@ -76,16 +71,14 @@ struct CspfPath {
 /// found is large; whoever ran it gives it back (CspfRunMemory::reclaim) when all results that are
 /// wanted were taken out, and then only the run's identity is left. A tree that stays holds
 /// numbers of the graph that it was run on, so that it answers until the topology changes.
-class CspfData : public Lum::Entity {
+class CspfData : public CspfRunInfo {
    LUM_ENTITY( Cspf, CspfData );
    CspfData();
    ~CspfData() override;
-   LUM_ATTRIBUTE( source, NodeId );
    LUM_ATTRIBUTE( useTeMetric, bool );            ///< of links that have one
    LUM_ATTRIBUTE( useLinksWithMaxMetric, bool );  ///< do not skip them
    LUM_ATTRIBUTE( buildReverseSpt, bool );        ///< paths towards the source
    LUM_ATTRIBUTE( singleHopCountLimit, bool );    ///< routers beyond the source are not crossed
-   LUM_ATTRIBUTE( ranAt, double );                ///< seconds; 0: never
 
    /// Adds a destination to find. REQUIRES: the run is still to come.
    void tepIs( const Kivnet::IpGenAddr & tep ) { teps_.push_back( { tep, noVertex } ); }

@@ -41,27 +41,6 @@ renew( Lum::Ptr< const Record > & record, const List & ( Record::*list )() const
 
 }
 
-void
-CspfPathResult::clear() {
-   if ( !path || path->hopCount() || path->isPathFromSourceToSource() ) {
-      path = Lum::make< const PathArray >();
-   }
-   if ( !pathSrlg || pathSrlg->hopCount() ) {
-      pathSrlg = Lum::make< const PathSrlg >();
-   }
-   if ( !pathTeRouterId || pathTeRouterId->hopCount() ) {
-      pathTeRouterId = Lum::make< const PathTeRouterId >();
-   }
-   clearIncludeIps();
-}
-
-void
-CspfPathResult::clearIncludeIps() {
-   if ( !includeIps || !includeIps->includeIp().empty() ) {
-      includeIps = Lum::make< const IncludeIps >();
-   }
-}
-
 bool
 CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
                                   CspfPathResult & result ) const {

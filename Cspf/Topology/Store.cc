@@ -253,20 +253,4 @@ deleteIntfIpToRouterId( IntfIpToRouterIdTable & intfIpToRouterIdTable,
    intfIpToRouterIdTable.intfIpToRouterIdDel( intfIp );
 }
 
-bool
-neighborHasInterfaceAddr( const Igp::Neighbor & neighbor, const Kivnet::IpGenAddr & address ) {
-   const auto & addresses = neighbor.interfaceAddrList();
-   return address && std::ranges::find( addresses, address ) != addresses.end();
-}
-
-bool
-addressesMirror( const Igp::Neighbor & neighbor, const Igp::Neighbor & reverseNeighbor ) {
-   const auto knows = []( const Igp::Neighbor & one, const Igp::Neighbor & other ) {
-      return std::ranges::any_of( one.neighborAddrList(), [ & ]( const auto & address ) {
-         return neighborHasInterfaceAddr( other, address );
-      } );
-   };
-   return knows( neighbor, reverseNeighbor ) && knows( reverseNeighbor, neighbor );
-}
-
 }

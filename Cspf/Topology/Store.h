@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Clients/ClientInfo.h"
+#include "Cspf/Records/Source.h"
 #include "Cspf/Topology/TopoGraph.h"
 #include "schema/CspfKeys.h"
 #include "schema/CspfStatus.h"
@@ -207,13 +207,5 @@ routerHasNeighbor( const Routing::Topology::Router & router,
                    const Routing::Topology::NeighborKey & neighborKey ) {
    return router.neighborHas( neighborKey );
 }
-/// Whether the address is among the link's own interface addresses. No link has the unset one,
-/// whatever gaps its list has.
-bool neighborHasInterfaceAddr( const Routing::Topology::Neighbor & neighbor,
-                               const Kivnet::IpGenAddr & address );
-/// Each end of a link knows an address of the other: some interface address of each is among the
-/// other's neighbour addresses. False where one has no addresses.
-bool addressesMirror( const Routing::Topology::Neighbor & neighbor,
-                      const Routing::Topology::Neighbor & reverseNeighbor );
 
 }

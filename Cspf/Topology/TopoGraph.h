@@ -169,4 +169,7 @@ class TopoGraph {
    std::uint64_t changes_ = 0;  // edges that came or went since the last settling
 };
 
+/// A vertex as traces name it.
+std::string nodeText( const TopoGraph & topology, CspfVertex vertex );
+
 }

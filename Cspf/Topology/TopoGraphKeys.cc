@@ -139,4 +139,10 @@ TopoGraph::numberIs( const Meaning & meaning, CspfVertex vertex ) {
    }
 }
 
+std::string
+nodeText( const TopoGraph & topology, CspfVertex vertex ) {
+   return topology.graph().isRouter( vertex ) ? topology.nodeId( vertex ).stringValue()
+                                              : Lum::valueString( topology.networkId( vertex ) );
+}
+
 }

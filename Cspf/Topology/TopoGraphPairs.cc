@@ -6,7 +6,6 @@
 // touched. On a LAN the router lists the LAN (that is its link), and the LAN lists the router (the
 // step back); where both do, the two edges are a pair.
 
-#include "Cspf/Topology/Store.h"
 #include "Cspf/Topology/TopoGraph.h"
 
 #include <algorithm>

@@ -43,4 +43,13 @@ struct TopoLink {
 /// All listed links, ranked in key order. Entries do not move in memory.
 using TopoLinks = RankedMap< TopoLinkName, TopoLink, 63 >;
 
+/// Whether the address is among the link's own interface addresses. No link has the unset one,
+/// whatever gaps its list has.
+bool neighborHasInterfaceAddr( const Routing::Topology::Neighbor & neighbor,
+                               const Kivnet::IpGenAddr & address );
+/// Each end of a link knows an address of the other: some interface address of each is among the
+/// other's neighbour addresses. False where one has no addresses.
+bool addressesMirror( const Routing::Topology::Neighbor & neighbor,
+                      const Routing::Topology::Neighbor & reverseNeighbor );
+
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Cspf/Graph/LinkFilter.h"
+#include "Cspf/Graph/Tree.h"
 #include "Cspf/Records/Constraint.h"
-#include "Cspf/Runs/RunData.h"
 #include "Cspf/Topology/Store.h"
 
 namespace Cspf {

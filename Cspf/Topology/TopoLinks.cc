@@ -1,0 +1,28 @@
+// How the addresses of a link's two ends tell that they are its ends.
+
+#include "Cspf/Topology/TopoLinks.h"
+
+#include <algorithm>
+
+namespace Cspf {
+
+bool
+neighborHasInterfaceAddr( const Routing::Topology::Neighbor & neighbor,
+                          const Kivnet::IpGenAddr & address ) {
+   const auto & addresses = neighbor.interfaceAddrList();
+   return address && std::ranges::find( addresses, address ) != addresses.end();
+}
+
+bool
+addressesMirror( const Routing::Topology::Neighbor & neighbor,
+                 const Routing::Topology::Neighbor & reverseNeighbor ) {
+   const auto knows = []( const Routing::Topology::Neighbor & one,
+                          const Routing::Topology::Neighbor & other ) {
+      return std::ranges::any_of( one.neighborAddrList(), [ & ]( const auto & address ) {
+         return neighborHasInterfaceAddr( other, address );
+      } );
+   };
+   return knows( neighbor, reverseNeighbor ) && knows( reverseNeighbor, neighbor );
+}
+
+}
