@@ -329,7 +329,7 @@ TEST( PathInUse, IsNotLookedAtOnlyWhereAWholeCheckWouldFindItAsItWas ) {
       const auto stillValid = [ & ]( InUse & path ) {
          const auto view = store.view( path.constraint );
          const bool holds =
-            path.validity.holds( *store.status, memory, path.constraint.bwUsageId() );
+            path.validity.holds( store.topology(), memory, path.constraint.bwUsageId() );
          Cspf::PathValidationMemory fresh( store.status );
          Cspf::RsvpPathValidator whole( path.key, path.status, false, *view,
                                         holds ? fresh : memory );

@@ -42,7 +42,6 @@ struct Store {
       : tables( tables ),
         published( rows ) {
       sources->vrfClientSourceIdIs( cspf(), { cspf(), NodeId( teId( 1 ) ), 1 } );
-      status->bwUsageManagerIs( bandwidth.ptr() );
       sm->handleInitialized();
    }
    ~Store() { Lum::retire( sm ); }
@@ -76,8 +75,9 @@ struct Store {
    }
    const TopoGraph & te() const { return status->teGraph(); }
    CspfEdge edge( const NeighborKey & key ) const { return te().edge( { level2, key, {}, {} } ); }
+   VrfTopology topology() const { return { tables, status, bandwidth }; }
    Lum::Ptr< AllTopoTeDbView > view( const InternalPathConstraint & constraint = {} ) const {
-      return Lum::make< AllTopoTeDbView >( tables, status, constraint );
+      return Lum::make< AllTopoTeDbView >( topology(), constraint );
    }
 
    Lum::Ptr< AllTopoDb > tables;

@@ -7,18 +7,6 @@
 #include "Cspf/Agent/VrfRoot.h"
 
 #include "Cspf/Agent/VrfRootSm.h"
-#include "Cspf/Paths/ChildSm.h"
-#include "Cspf/Paths/RefreshSm.h"
-#include "Cspf/Paths/StatusUpdate.h"
-#include "Cspf/Paths/StitchSm.h"
-#include "Cspf/Paths/UsageSm.h"
-#include "Cspf/Repairs/DedupPqInfoTable.h"
-#include "Cspf/Repairs/PqComputeSm.h"
-#include "Cspf/Requests/PathConfigInfoSm.h"
-#include "Cspf/Requests/PathStatusInfoSm.h"
-#include "Cspf/Runs/ConstraintInfoSm.h"
-#include "Cspf/Runs/ConstraintStatusSm.h"
-#include "Cspf/Runs/Run.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
@@ -32,73 +20,6 @@ using LumZorch::MountMode;
 
 template< class T >
 using Mount = LumZorch::TableMount< T >;
-
-}
-
-struct PathMachines {
-   Lum::Ptr< PathConfigInfoSm > pathConfigInfoSm;
-   Lum::Ptr< PathStatusInfoSm > pathStatusInfoSm;
-   Lum::Ptr< PathRefreshSm > pathRefreshSm;
-   Lum::Ptr< PathStatusUpdateSm > pathStatusUpdateSm;
-   Lum::Ptr< Lfa::PqComputeSm > pqComputeSm;
-   Lum::Ptr< PathUsageSm > pathUsageSm;
-   Lum::Ptr< RsvpPathStitchSm > rsvpPathStitchSm;
-   Lum::Ptr< PathConstraintSm > pathConstraintSm;
-
-   bool empty() const {
-      return !pathConfigInfoSm && !pathStatusInfoSm && !pathRefreshSm && !pathStatusUpdateSm
-             && !pqComputeSm && !pathUsageSm && !rsvpPathStitchSm && !pathConstraintSm;
-   }
-};
-
-struct ConstraintMachines {
-   Lum::Ptr< ConstraintInfoSmBase > constraintInfoSm;
-   Lum::Ptr< ConstraintStatusSm > constraintStatusSm;
-
-   bool empty() const { return !constraintInfoSm && !constraintStatusSm; }
-};
-
-/// Rows of machines by key. A row is there while one of its machines is.
-template< class Key, class Row >
-class MachineRows {
- public:
-   template< auto member >
-   const auto & get( const Key & key ) const {
-      static const std::remove_cvref_t< decltype( std::declval< Row >().*member ) > none;
-      const auto row = rows_.find( key );
-      return row == rows_.end() ? none : row->second.*member;
-   }
-   template< auto member, class Machine >
-   void set( const Key & key, Lum::Ptr< Machine > machine ) {
-      del< member >( key );
-      rows_[ key ].*member = machine;
-      Lum::start( machine );
-   }
-   template< auto member >
-   void del( const Key & key ) {
-      const auto row = rows_.find( key );
-      if ( row == rows_.end() ) {
-         return;
-      }
-      auto machine = std::move( row->second.*member );
-      row->second.*member = nullptr;
-      if ( row->second.empty() ) {
-         rows_.erase( row );
-      }
-      Lum::retire( machine );
-   }
-   template< auto member >
-   void delAll() {
-      for ( const Key & key : Lum::sortedKeys( rows_ ) ) {
-         del< member >( key );
-      }
-   }
-
- private:
-   Lum::Map< Key, Row > rows_;
-};
-
-namespace {
 
 std::string
 statePath( const char * kind, const VrfRoot & root ) {
@@ -131,58 +52,6 @@ struct VrfRoot::Tables {
    std::unique_ptr< Mount< TopoDb > > isisLevel1, isisLevel2;
 };
 
-struct VrfRoot::Machines {
-   MachineRows< PathInfoKey, PathMachines > path;
-   MachineRows< ConstraintHandle, ConstraintMachines > constraint;
-};
-
-#define CSPF_MACHINE( rows_, name_, Key, Row, ... )                                                \
-   const Lum::Ptr< __VA_ARGS__ > & VrfRoot::name_( const Key & key ) const {                       \
-      return machines_->rows_.get< &Row::name_ >( key );                                           \
-   }                                                                                               \
-   void VrfRoot::name_##Is( const Key & key, Lum::Ptr< __VA_ARGS__ > machine ) {                   \
-      machines_->rows_.set< &Row::name_ >( key, std::move( machine ) );                            \
-   }                                                                                               \
-   void VrfRoot::name_##Del( const Key & key ) {                                                   \
-      machines_->rows_.del< &Row::name_ >( key );                                                  \
-   }                                                                                               \
-   void VrfRoot::name_##DelAll() {                                                                 \
-      machines_->rows_.delAll< &Row::name_ >();                                                    \
-   }                                                                                               \
-   static_assert( true )
-
-CSPF_MACHINE( path, pathConfigInfoSm, PathInfoKey, PathMachines, PathConfigInfoSm );
-CSPF_MACHINE( path, pathStatusInfoSm, PathInfoKey, PathMachines, PathStatusInfoSm );
-CSPF_MACHINE( path, pathRefreshSm, PathInfoKey, PathMachines, PathRefreshSm );
-CSPF_MACHINE( path, pathStatusUpdateSm, PathInfoKey, PathMachines, PathStatusUpdateSm );
-CSPF_MACHINE( path, pqComputeSm, PathInfoKey, PathMachines, Lfa::PqComputeSm );
-CSPF_MACHINE( path, pathUsageSm, PathInfoKey, PathMachines, PathUsageSm );
-CSPF_MACHINE( path, rsvpPathStitchSm, PathInfoKey, PathMachines, RsvpPathStitchSm );
-CSPF_MACHINE( path, pathConstraintSm, PathInfoKey, PathMachines, PathConstraintSm );
-CSPF_MACHINE( constraint, constraintInfoSm, ConstraintHandle, ConstraintMachines,
-              ConstraintInfoSmBase );
-CSPF_MACHINE( constraint, constraintStatusSm, ConstraintHandle, ConstraintMachines,
-              ConstraintStatusSm );
-
-#undef CSPF_MACHINE
-
-#define CSPF_CHILD( name_, ... )                                                                   \
-   void VrfRoot::name_##Is( Lum::Ptr< __VA_ARGS__ > child ) {                                      \
-      name_##Del();                                                                                \
-      name_##_ = std::move( child );                                                               \
-      Lum::start( name_##_ );                                                                      \
-   }                                                                                               \
-   void VrfRoot::name_##Del() {                                                                    \
-      Lum::retire( name_##_ );                                                                     \
-   }                                                                                               \
-   static_assert( true )
-
-CSPF_CHILD( dedupConstraintTable, DedupConstraintTable );
-CSPF_CHILD( dedupPqInfoTable, Lfa::DedupPqInfoTable );
-CSPF_CHILD( childPathStatusCacheSm, ChildPathStatusCacheSm );
-
-#undef CSPF_CHILD
-
 VrfRoot::VrfRoot( const L3::VrfName & vrf, Kivnet::AddressFamily af,
                   const Lum::Ptr< Corvdb::EntityManager > & entityManager,
                   const Lum::Ptr< Lum::Dir > & dir,
@@ -197,19 +66,9 @@ VrfRoot::VrfRoot( const L3::VrfName & vrf, Kivnet::AddressFamily af,
      vrfSourceId_( vrfSourceId ),
      taskScheduler_( taskScheduler ),
      teStatus_( teStatus ),
-     allTopoDb_( allTopoDb ),
-     runMemory_( std::make_unique< CspfRunMemory >() ),
-     machines_( std::make_unique< Machines >() ) {}
+     allTopoDb_( allTopoDb ) {}
 
 VrfRoot::~VrfRoot() = default;
-
-PathValidationMemory &
-VrfRoot::pathValidationMemory() {
-   if ( !pathValidationMemory_ ) {
-      pathValidationMemory_ = std::make_unique< PathValidationMemory >( allTopoDbStatus() );
-   }
-   return *pathValidationMemory_;
-}
 
 void
 VrfRoot::handleInitialized() {
@@ -218,7 +77,7 @@ VrfRoot::handleInitialized() {
    cliConfigIs( entityManager_->entity< const CspfCliConfig >( "te/cspf/cliConfig" ) );
    constraintInfoTableIs();
    constraintStatsTableIs();
-   dedupConstraintTableIs( new DedupConstraintTable( constraintInfoTable() ) );
+   dedupConstraintTableIs( constraintInfoTable() );
    pathConfigInfoTableIs();
    pathStatusInfoTableIs();
    pathStatusCacheTableIs();
@@ -226,15 +85,14 @@ VrfRoot::handleInitialized() {
    doMountTopoDb();
    bwUsageManagerIs( allTopoDb_, bwUsageTable() );
    allTopoDbStatusIs( vrfSourceId_, tables_->intfIpToRouterId.table() );
-   allTopoDbStatus()->bwUsageManagerIs( bwUsageManager().ptr() );
+   topology_ = { allTopoDb_, allTopoDbStatus(), bwUsageManager() };
+   pathValidationMemory_ = std::make_unique< PathValidationMemory >( allTopoDbStatus() );
    allTopoDbSmIs( allTopoDb_, allTopoDbStatus() );
    enableTopoDbClient();
    if ( teStatus_ ) {
       teIntfStatusSmIs( teStatus_, pathConfigInfoTable() );
    }
-   childPathStatusCacheSmIs(
-      new ChildPathStatusCacheSm( { pathConfigInfoTable(), pathStatusCacheTable(),
-                                    pathStatusInfoTable(), constraintInfoTable() } ) );
+   childPathStatusCacheSmIs( childPathTables() );
    initializedIs( true );
 }
 
@@ -263,7 +121,6 @@ VrfRoot::handleDestruction() {
    TRACE7( "vrf " << vrf_ << ", af " << Kivnet::text( af_ ) );
    disableTopoDbClient();
    allTopoDbSmDel();
-   allTopoDbStatus()->bwUsageManagerIs( nullptr );
    bwUsageManagerDel();
    tables_->intfIpToRouterId.cleanup();
    tables_->constraintStatus.cleanup();

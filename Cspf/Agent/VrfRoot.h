@@ -1,63 +1,74 @@
 #pragma once
 
-#include "Cspf/Bandwidth/BwUsageManager.h"
+#include "Cspf/Agent/MachineRows.h"
 #include "Cspf/Clients/ClientInfo.h"
-#include "Cspf/Records/PathRows.h"
+#include "Cspf/Paths/ChildSm.h"
+#include "Cspf/Paths/RefreshSm.h"
+#include "Cspf/Paths/StatusUpdate.h"
+#include "Cspf/Paths/StitchSm.h"
+#include "Cspf/Paths/UsageSm.h"
+#include "Cspf/Repairs/PqComputeSm.h"
+#include "Cspf/Requests/PathConfigInfoSm.h"
+#include "Cspf/Requests/PathStatusInfoSm.h"
 #include "Cspf/Requests/TeIntfStatusSm.h"
+#include "Cspf/Runs/ConstraintInfoSm.h"
+#include "Cspf/Runs/ConstraintStatusSm.h"
+#include "Cspf/Runs/Run.h"
 #include "Cspf/Topology/AllTopoDbSm.h"
-#include "platform/Kiv/TaskScheduler.h"
 #include "platform/LumZorch/TableMount.h"
 
 #include <memory>
 
 namespace Cspf {
 
-class ChildPathStatusCacheSm;
-class ConstraintInfoSmBase;
-class ConstraintStatusSm;
-class CspfRunMemory;
-class DedupConstraintTable;
-class PathConfigInfoSm;
-class PathConstraintSm;
-class PathRefreshSm;
-class PathStatusInfoSm;
-class PathStatusUpdateSm;
-class PathUsageSm;
-class PathValidationMemory;
-class RsvpPathStitchSm;
-namespace Lfa {
-class DedupPqInfoTable;
-class PqComputeSm;
-}
-
 /// The agent among the consumers of topologies.
 inline constexpr const char * topoDbClientName = "cspf";
 
-/// State machines of one kind: `x( key )` (null where there is none), `xHas( key )`,
-/// `xIs( key, machine )` (starts it in place of an earlier one), `xDel( key )` (ends it),
-/// `xDelAll()`.
-#define CSPF_MACHINE( name_, Key, ... )                                                            \
-   const Lum::Ptr< __VA_ARGS__ > & name_( const Key & key ) const;                                 \
-   bool name_##Has( const Key & key ) const {                                                      \
-      return name_( key ) != nullptr;                                                              \
-   }                                                                                               \
-   void name_##Is( const Key & key, Lum::Ptr< __VA_ARGS__ > machine );                             \
-   void name_##Del( const Key & key );                                                             \
-   void name_##DelAll()
+class VrfRootSm;
 
-/// An owned child whose type the users of this header need not know.
-#define CSPF_CHILD( name_, ... )                                                                   \
-   const Lum::Ptr< __VA_ARGS__ > & name_() const noexcept {                                        \
-      return name_##_;                                                                             \
-   }                                                                                               \
-   void name_##Is( Lum::Ptr< __VA_ARGS__ > child );                                                \
-   void name_##Del();                                                                              \
-                                                                                                   \
- private:                                                                                          \
-   Lum::Ptr< __VA_ARGS__ > name_##_;                                                               \
-                                                                                                   \
- public:                                                                                           \
-   static_assert( true )
+/// Makes the machines that a path has only while it has a constraint.
+///
+///   watches                     handler               makes (in the VrfRoot)
+///   PathStatusInfo.constraint   handleNewConstraint   refresh, status update, stitching
+class PathConstraintSm : public Lum::Reactor {
+   LUM_ENTITY( Cspf, PathConstraintSm );
+   /// The owner outlives this object.
+   PathConstraintSm( VrfRootSm & owner, const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
+      : owner_( owner ),
+        pathStatusInfo_( pathStatusInfo ) {}
+
+   void handleInitialized() override;
+   void handleNewConstraint();
+
+ private:
+   VrfRootSm & owner_;
+   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+};
+
+/// The machines of one path.
+struct PathMachines {
+   Lum::Ptr< PathConfigInfoSm > pathConfigInfoSm;
+   Lum::Ptr< PathStatusInfoSm > pathStatusInfoSm;
+   Lum::Ptr< PathRefreshSm > pathRefreshSm;
+   Lum::Ptr< PathStatusUpdateSm > pathStatusUpdateSm;
+   Lum::Ptr< Lfa::PqComputeSm > pqComputeSm;
+   Lum::Ptr< PathUsageSm > pathUsageSm;
+   Lum::Ptr< RsvpPathStitchSm > rsvpPathStitchSm;
+   Lum::Ptr< PathConstraintSm > pathConstraintSm;
+
+   bool empty() const {
+      return !pathConfigInfoSm && !pathStatusInfoSm && !pathRefreshSm && !pathStatusUpdateSm
+             && !pqComputeSm && !pathUsageSm && !rsvpPathStitchSm && !pathConstraintSm;
+   }
+};
+
+/// ... and of one constraint.
+struct ConstraintMachines {
+   Lum::Ptr< ConstraintInfoSmBase > constraintInfoSm;
+   Lum::Ptr< ConstraintStatusSm > constraintStatusSm;
+
+   bool empty() const { return !constraintInfoSm && !constraintStatusSm; }
+};
 
 /// The path service of one VRF and address family: the tables, the topology, the bandwidth
 /// accounts, and all state machines of constraints and paths. It only owns; VrfRootSm decides
@@ -76,31 +87,33 @@ class VrfRoot : public Lum::Entity {
    LUM_ATTRIBUTE( cliConfig, Lum::Ptr< const CspfCliConfig > );
    LUM_CHILD( constraintInfoTable, ConstraintInfoTable );
    LUM_CHILD( constraintStatsTable, ConstraintStatsTable );
-   CSPF_CHILD( dedupConstraintTable, DedupConstraintTable );
+   LUM_CHILD( dedupConstraintTable, DedupConstraintTable );
    LUM_CHILD( pathConfigInfoTable, PathConfigInfoTable );
    LUM_CHILD( pathStatusInfoTable, PathStatusInfoTable );
    LUM_CHILD( pathStatusCacheTable, PathStatusCacheTable );
    LUM_CHILD( clientData, ClientData );
    /// Made with the first TI-LFA path.
-   CSPF_CHILD( dedupPqInfoTable, Lfa::DedupPqInfoTable );
+   LUM_CHILD( dedupPqInfoTable, Lfa::DedupPqInfoTable );
    LUM_CHILD( bwUsageManager, BwUsageManager );
    LUM_CHILD( allTopoDbStatus, AllTopoDbStatus );
    LUM_CHILD( allTopoDbSm, AllTopoDbSm );
    LUM_ATTRIBUTE( topoDbClient, Lum::Ptr< Routing::Topology::Client > );
    LUM_CHILD( teIntfStatusSm, TeIntfStatusSm );
-   CSPF_CHILD( childPathStatusCacheSm, ChildPathStatusCacheSm );
+   LUM_CHILD( childPathStatusCacheSm, ChildPathStatusCacheSm );
    LUM_ATTRIBUTE( initialized, bool );
 
-   CSPF_MACHINE( constraintInfoSm, ConstraintHandle, ConstraintInfoSmBase );
-   CSPF_MACHINE( constraintStatusSm, ConstraintHandle, ConstraintStatusSm );
-   CSPF_MACHINE( pathConfigInfoSm, PathInfoKey, PathConfigInfoSm );
-   CSPF_MACHINE( pathStatusInfoSm, PathInfoKey, PathStatusInfoSm );
-   CSPF_MACHINE( pathRefreshSm, PathInfoKey, PathRefreshSm );
-   CSPF_MACHINE( pathStatusUpdateSm, PathInfoKey, PathStatusUpdateSm );
-   CSPF_MACHINE( pqComputeSm, PathInfoKey, Lfa::PqComputeSm );
-   CSPF_MACHINE( pathUsageSm, PathInfoKey, PathUsageSm );
-   CSPF_MACHINE( rsvpPathStitchSm, PathInfoKey, RsvpPathStitchSm );
-   CSPF_MACHINE( pathConstraintSm, PathInfoKey, PathConstraintSm );
+   CSPF_MACHINE( constraintMachines_, constraintInfoSm, ConstraintHandle, ConstraintMachines,
+                 ConstraintInfoSmBase );
+   CSPF_MACHINE( constraintMachines_, constraintStatusSm, ConstraintHandle, ConstraintMachines,
+                 ConstraintStatusSm );
+   CSPF_MACHINE( pathMachines_, pathConfigInfoSm, PathInfoKey, PathMachines, PathConfigInfoSm );
+   CSPF_MACHINE( pathMachines_, pathStatusInfoSm, PathInfoKey, PathMachines, PathStatusInfoSm );
+   CSPF_MACHINE( pathMachines_, pathRefreshSm, PathInfoKey, PathMachines, PathRefreshSm );
+   CSPF_MACHINE( pathMachines_, pathStatusUpdateSm, PathInfoKey, PathMachines, PathStatusUpdateSm );
+   CSPF_MACHINE( pathMachines_, pqComputeSm, PathInfoKey, PathMachines, Lfa::PqComputeSm );
+   CSPF_MACHINE( pathMachines_, pathUsageSm, PathInfoKey, PathMachines, PathUsageSm );
+   CSPF_MACHINE( pathMachines_, rsvpPathStitchSm, PathInfoKey, PathMachines, RsvpPathStitchSm );
+   CSPF_MACHINE( pathMachines_, pathConstraintSm, PathInfoKey, PathMachines, PathConstraintSm );
 
    const L3::VrfName & vrfName() const noexcept { return vrf_; }
    Kivnet::AddressFamily af() const noexcept { return af_; }
@@ -114,9 +127,16 @@ class VrfRoot : public Lum::Entity {
    const Lum::Ptr< ConstraintStatusTable > & constraintStatusTable() const noexcept;
    const Lum::Ptr< BwUsageTable > & bwUsageTable() const noexcept;
    /// The memory of shortest-path runs. Runs follow each other on one loop, so one is enough.
-   CspfRunMemory & runMemory() noexcept { return *runMemory_; }
+   CspfRunMemory & runMemory() noexcept { return runMemory_; }
    /// ... and of validations of published paths.
-   PathValidationMemory & pathValidationMemory();
+   PathValidationMemory & pathValidationMemory() noexcept { return *pathValidationMemory_; }
+   /// The tables in which a path stands with its segments.
+   ChildPathTables childPathTables() const {
+      return { pathConfigInfoTable(), pathStatusCacheTable(), pathStatusInfoTable(),
+               constraintInfoTable() };
+   }
+   /// What its computations see. There is none before it is initialized.
+   const VrfTopology & topology() const noexcept { return topology_; }
 
    void handleInitialized();
    /// Ends all state machines, then leaves the topology and the published tables.
@@ -131,7 +151,6 @@ class VrfRoot : public Lum::Entity {
 
  private:
    struct Tables;
-   struct Machines;
 
    const L3::VrfName vrf_;
    const Kivnet::AddressFamily af_;
@@ -141,13 +160,14 @@ class VrfRoot : public Lum::Entity {
    const Lum::Ptr< Kiv::TaskScheduler > taskScheduler_;
    const Lum::Ptr< const TrafficEngineering::Status > teStatus_;
    const Lum::Ptr< AllTopoDb > allTopoDb_;
-   const std::unique_ptr< CspfRunMemory > runMemory_;
-   std::unique_ptr< PathValidationMemory > pathValidationMemory_;  // made when first used
-   std::unique_ptr< Tables > tables_;                              // mounted
-   const std::unique_ptr< Machines > machines_;
+   VrfTopology topology_;
+   CspfRunMemory runMemory_;
+   std::unique_ptr< PathValidationMemory > pathValidationMemory_;
+   std::unique_ptr< Tables > tables_;  // mounted
+   MachineRows< PathInfoKey, PathMachines > pathMachines_;
+   MachineRows< ConstraintHandle, ConstraintMachines > constraintMachines_;
 };
 
 #undef CSPF_MACHINE
-#undef CSPF_CHILD
 
 }

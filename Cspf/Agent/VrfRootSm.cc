@@ -1,25 +1,10 @@
-// What there is in a VRF root, and what is told to whom. Rows decide: a constraint has its machine
-// while its row is there, a path has its machines while its status row is there, and those that
-// work on a computed path while it has a constraint.
-//
-// Nothing is computed here. A change of the topology moves one time stamp of each constraint, by
-// one task for however many changes came before it; what follows from the stamp is the constraint's
-// and the paths' own affair. A change of reservations moves the stamps of that user's constraints.
+// What there is in a VRF root. Rows decide: a constraint has its machine while its row is there, a
+// path has its machines while its status row is there, and those that work on a computed path while
+// it has a constraint. Each is handed what it uses.
 
 #include "Cspf/Agent/VrfRootSm.h"
 
-#include "Cspf/Paths/ChildSm.h"
-#include "Cspf/Paths/RefreshSm.h"
-#include "Cspf/Paths/StatusUpdate.h"
-#include "Cspf/Paths/StitchSm.h"
-#include "Cspf/Paths/UsageSm.h"
-#include "Cspf/Repairs/DedupPqInfoTable.h"
-#include "Cspf/Repairs/PqComputeSm.h"
 #include "Cspf/Repairs/TilfaConstraintInfoSm.h"
-#include "Cspf/Requests/PathConfigInfoSm.h"
-#include "Cspf/Requests/PathStatusInfoSm.h"
-#include "Cspf/Runs/ConstraintStatusSm.h"
-#include "Cspf/Runs/Run.h"
 #include "platform/Trace/Trace.h"
 
 namespace Cspf {
@@ -43,11 +28,6 @@ isValidatedAsRsvpPath( const PathInfoKey & key ) {
 bool
 isStitched( const PathInfoKey & key ) {
    return !isTilfa( key ) && !key.internal() && key.constraintModifier() == noSpf();
-}
-
-const DedupConstraint &
-constraintOf( const ConstraintHandle & handle ) {
-   return static_cast< const DedupConstraint & >( *handle.handle() );
 }
 
 }
@@ -119,7 +99,7 @@ VrfRootSm::doInitConstraintSm( const ConstraintHandle & handle,
    if ( vrfRoot_->constraintInfoSmHas( handle ) ) {
       return;
    }
-   if ( const BwUsageId & user = constraintOf( handle ).pathConstraint().bwUsageId() ) {
+   if ( const BwUsageId & user = dedupConstraintOf( handle ).pathConstraint().bwUsageId() ) {
       constraintsOfUser_[ user ].insert( handle );
    }
    const Lum::Ptr< ConstraintStats > stats = statsTable->constraintStats( handle );
@@ -132,8 +112,7 @@ Lum::Ptr< ConstraintInfoSmBase >
 VrfRootSm::newConstraintInfoSm( const Lum::Ptr< ConstraintInfo > & constraintInfo,
                                 const Lum::Ptr< ConstraintStats > & stats ) {
    const InternalPathConstraint & constraint = constraintInfo->constraint().pathConstraint();
-   const auto & allTopoDb = vrfRoot_->allTopoDb();
-   const auto & allTopoDbStatus = vrfRoot_->allTopoDbStatus();
+   const VrfTopology & topology = vrfRoot_->topology();
    const ConstraintSmContext context{ vrfRoot_->cliConfig(), vrfRoot_->taskScheduler(),
                                       vrfRoot_->pathStatusInfoTable(),
                                       vrfRoot_->pathStatusCacheTable(), vrfRoot_->runMemory() };
@@ -141,13 +120,11 @@ VrfRootSm::newConstraintInfoSm( const Lum::Ptr< ConstraintInfo > & constraintInf
       TRACE7( "Starting a new TilfaConstraintInfoSm" );
       return new TilfaConstraintInfoSm(
          constraintInfo, stats,
-         new AllTopoLfaDbView( allTopoDb, allTopoDbStatus,
-                               TilfaConstraintInfoSm::viewConstraint( constraint ) ),
+         new AllTopoLfaDbView( topology, TilfaConstraintInfoSm::viewConstraint( constraint ) ),
          context );
    }
    TRACE7( "Starting a new ConstraintInfoSm" );
-   return new ConstraintInfoSm( constraintInfo, stats,
-                                new AllTopoTeDbView( allTopoDb, allTopoDbStatus, constraint ),
+   return new ConstraintInfoSm( constraintInfo, stats, new AllTopoTeDbView( topology, constraint ),
                                 context );
 }
 
@@ -155,7 +132,7 @@ void
 VrfRootSm::doCleanupConstraintSm( const ConstraintHandle & handle ) {
    TRACE7( "Deleting the constraintInfoSm" );
    vrfRoot_->constraintInfoSmDel( handle );
-   const BwUsageId & user = constraintOf( handle ).pathConstraint().bwUsageId();
+   const BwUsageId & user = dedupConstraintOf( handle ).pathConstraint().bwUsageId();
    if ( const auto own = constraintsOfUser_.find( user ); own != constraintsOfUser_.end() ) {
       own->second.erase( handle );
       if ( own->second.empty() ) {
@@ -201,20 +178,40 @@ VrfRootSm::doInitPathSms( const PathInfoKey & key,
    const Lum::Ptr< PathConfigInfo > pathConfigInfo =
       vrfRoot_->pathConfigInfoTable()->pathConfigInfo( key );
    vrfRoot_->pathConfigInfoSmIs(
-      key, new PathConfigInfoSm( *vrfRoot_, pathConfigInfo, pathStatusInfo ) );
-   vrfRoot_->pathStatusInfoSmIs( key, new PathStatusInfoSm( *vrfRoot_, pathStatusInfo ) );
+      key, new PathConfigInfoSm( requestContext(), pathConfigInfo, pathStatusInfo ) );
+   vrfRoot_->pathStatusInfoSmIs(
+      key, new PathStatusInfoSm( vrfRoot_->constraintInfoTable(), pathStatusInfo ) );
    const auto cache = newPathStatusCache( key, *pathStatusInfo->cspfStatus() );
    vrfRoot_->pathStatusCacheTable()->pathStatusCacheIs( key, cache );
    if ( isTilfa( key ) ) {
       initializePqComputeSm( key, pathStatusInfo );
    } else {
-      vrfRoot_->pathUsageSmIs( key, new PathUsageSm( *vrfRoot_, pathConfigInfo, pathStatusInfo ) );
+      vrfRoot_->pathUsageSmIs(
+         key, new PathUsageSm( vrfRoot_->topology(), vrfRoot_->pathValidationMemory(),
+                               replacedUsageSm( key ), pathConfigInfo, pathStatusInfo ) );
    }
    if ( isStitched( key ) ) {
       vrfRoot_->rsvpPathStitchSmIs(
-         key, new RsvpPathStitchSm( *vrfRoot_, pathConfigInfo, pathStatusInfo, cache ) );
+         key, new RsvpPathStitchSm( vrfRoot_->topology(), vrfRoot_->pathValidationMemory(),
+                                    vrfRoot_->childPathTables(), pathConfigInfo, pathStatusInfo,
+                                    cache ) );
    }
    vrfRoot_->pathConstraintSmIs( key, new PathConstraintSm( *this, pathStatusInfo ) );
+}
+
+RequestContext
+VrfRootSm::requestContext() const {
+   return { vrfRoot_->dedupConstraintTable(), vrfRoot_->pathStatusInfoTable(),
+            vrfRoot_->pathStatusCacheTable(), vrfRoot_->teStatus(),
+            vrfRoot_->bwUsageManager()->localIdAllocator() };
+}
+
+/// A request that gets its first explicit hop, or loses its last one, is followed under another
+/// key, where its reservations go along.
+Lum::Ptr< PathUsageSm >
+VrfRootSm::replacedUsageSm( PathInfoKey key ) const {
+   key.constraintModifierIs( key.constraintModifier() == noSpf() ? noChange() : noSpf() );
+   return key.internal() ? nullptr : vrfRoot_->pathUsageSm( key );
 }
 
 Lum::Ptr< PathStatusCache >
@@ -247,25 +244,31 @@ void
 VrfRootSm::doInitConstraintMachines( const Lum::Ptr< PathStatusInfo > & pathStatusInfo ) {
    const PathInfoKey & key = pathStatusInfo->pathInfoKey();
    TRACE7( "Creating PathRefreshSm and PathStatusUpdateSm for " << key.traceString() );
-   const Lum::Ptr< const ConstraintInfo > constraintInfo =
-      vrfRoot_->constraintInfoTable()->constraintInfo( pathStatusInfo->constraint() );
    // The refresh machine marks the path; the update machine that asks for the run comes after it.
    vrfRoot_->pathStatusUpdateSmDel( key );
-   if ( isValidatedAsRsvpPath( key ) ) {
-      vrfRoot_->pathRefreshSmIs(
-         key, new RsvpPathRefreshSm( *vrfRoot_, constraintInfo,
-                                     vrfRoot_->pathConfigInfoTable()->pathConfigInfo( key ),
-                                     pathStatusInfo ) );
-   } else {
-      vrfRoot_->pathRefreshSmIs( key, new PathRefreshSm( constraintInfo, pathStatusInfo ) );
-   }
+   vrfRoot_->pathRefreshSmIs( key, newPathRefreshSm( pathStatusInfo ) );
    if ( isTilfa( key ) ) {
       initializePqComputeSm( key, pathStatusInfo );
    }
    vrfRoot_->pathStatusUpdateSmIs(
-      key, new PathStatusUpdateSm( *vrfRoot_, pathStatusInfo,
-                                   vrfRoot_->pathStatusCacheTable()->pathStatusCache( key ),
-                                   parentPathHelper_ ) );
+      key, new PathStatusUpdateSm(
+              vrfRoot_->constraintInfoTable(), vrfRoot_->pathUsageSm( key ), pathStatusInfo,
+              vrfRoot_->pathStatusCacheTable()->pathStatusCache( key ), parentPathHelper_ ) );
+}
+
+Lum::Ptr< PathRefreshSm >
+VrfRootSm::newPathRefreshSm( const Lum::Ptr< PathStatusInfo > & pathStatusInfo ) const {
+   const PathInfoKey & key = pathStatusInfo->pathInfoKey();
+   const Lum::Ptr< const ConstraintInfo > constraintInfo =
+      vrfRoot_->constraintInfoTable()->constraintInfo( pathStatusInfo->constraint() );
+   if ( !isValidatedAsRsvpPath( key ) ) {
+      return new PathRefreshSm( constraintInfo, pathStatusInfo );
+   }
+   return new RsvpPathRefreshSm(
+      { vrfRoot_->topology(), vrfRoot_->pathValidationMemory(), vrfRoot_->taskScheduler(),
+        vrfRoot_->pathStatusInfoTable() },
+      constraintInfo, vrfRoot_->pathConfigInfoTable()->pathConfigInfo( key ), pathStatusInfo,
+      vrfRoot_->pathStatusCacheTable()->pathStatusCache( key ), vrfRoot_->pathUsageSm( key ) );
 }
 
 void
@@ -287,9 +290,9 @@ VrfRootSm::initializePqComputeSm( const PathInfoKey & key,
    }
    const auto & table = vrfRoot_->dedupPqInfoTable();
    if ( !table || table->status() != pathStatusInfo->cspfStatus() ) {
-      vrfRoot_->dedupPqInfoTableIs( new Lfa::DedupPqInfoTable( pathStatusInfo->cspfStatus() ) );
+      vrfRoot_->dedupPqInfoTableIs( pathStatusInfo->cspfStatus() );
    }
-   vrfRoot_->pqComputeSmIs( key, Lfa::makePqComputeSm( *vrfRoot_, key ) );
+   vrfRoot_->pqComputeSmIs( key, Lfa::makePqComputeSm( repairContext(), key ) );
 }
 
 void
@@ -297,85 +300,17 @@ VrfRootSm::deletePqComputeSm( const PathInfoKey & key ) {
    vrfRoot_->pqComputeSmDel( key );
 }
 
-template< class Concerns >
-void
-VrfRootSm::updateTopoInfoChangedAt( Concerns && concerns ) {
-   vrfRoot_->dedupConstraintTable()->forEach( [ & ]( const DedupConstraint & dedupConstraint ) {
-      if ( concerns( dedupConstraint.pathConstraint() ) ) {
-         updateTopoInfoChangedAtOf( dedupConstraint );
-      }
-   } );
-}
-
-/// Service ends path by path when its source has gone; those that are left ask for nothing.
-void
-VrfRootSm::updateTopoInfoChangedAtOf( const DedupConstraint & dedupConstraint ) {
-   const InternalPathConstraint & constraint = dedupConstraint.pathConstraint();
-   if ( vrfSourceId_->vrfClientSourceIdHas( constraint.pathComputationType() ) ) {
-      vrfRoot_->constraintInfoTable()
-         ->constraintInfo( &dedupConstraint )
-         ->topoInfoChangedAtIs( vrfRoot_->allTopoDbStatus()->topoInfoChangedAt(
-            constraint.pathComputationType(), constraint.bwUsageId() ) );
-   }
-}
-
-void
-VrfRootSm::updateConstraintTopoChanged() {
-   TRACE7( "Scheduling constraintTopoInfoUpdaterTask" );
-   constraintTopoInfoUpdaterTask_->schedule();
-}
-
-void
-VrfRootSm::handleConstraintTopoInfoUpdaterTask() {
-   TRACE7( "Updating topoChangedAt for constraints" );
-   doUpdatePathBwUsages();
-   updateTopoInfoChangedAt( []( const InternalPathConstraint & ) { return true; } );
-}
-
-/// A link may have another name now. What is a path's own must be known before it is judged.
-void
-VrfRootSm::doUpdatePathBwUsages() {
-   for ( const auto & [ user, handles ] : constraintsOfUser_ ) {
-      for ( const ConstraintHandle & handle : handles ) {
-         for ( const auto & [ key, uses ] :
-               vrfRoot_->constraintInfoTable()->constraintInfo( handle )->pathColl() ) {
-            if ( const auto & usage = vrfRoot_->pathUsageSm( key ) ) {
-               usage->handleTopoChanged();
-            }
-         }
-      }
-   }
-}
-
-void
-VrfRootSm::handleBwUsageChangedAt( const BwUsageId & bwUsageId ) {
-   LUM_ASSERT( !!bwUsageId );
-   TRACE7( "Updating topoInfoChangedAt for constraints with bwUsageId "
-           << Lum::valueString( bwUsageId ) );
-   const auto own = constraintsOfUser_.find( bwUsageId );
-   if ( own == constraintsOfUser_.end() ) {
-      return;
-   }
-   const auto handles = own->second;  // a path that is told may let its constraint go
-   for ( const ConstraintHandle & handle : handles ) {
-      if ( vrfRoot_->constraintInfoTable()->constraintInfoHas( handle ) ) {
-         updateTopoInfoChangedAtOf( constraintOf( handle ) );
-      }
-   }
-}
-
-void
-VrfRootSm::handleClientSourceId( const PathComputationType & type ) {
-   TRACE7( "Updating SourceId for all constraint for client " << Lum::enumName( type ) );
-   if ( !vrfSourceId_->vrfClientSourceIdHas( type ) ) {
-      TRACE7( "client " << Lum::enumName( type ) << " being removed, not scheduling SPF" );
-      return;
-   }
-   const auto & allTopoDbStatus = vrfRoot_->allTopoDbStatus();
-   allTopoDbStatus->sourceChangedAtIs( type, allTopoDbStatus->changeStamp() );
-   updateTopoInfoChangedAt( [ & ]( const InternalPathConstraint & constraint ) {
-      return constraint.pathComputationType() == type;
-   } );
+Lfa::RepairContext
+VrfRootSm::repairContext() const {
+   return { vrfRoot_->af(),
+            vrfRoot_->taskScheduler(),
+            vrfRoot_->pathConfigInfoTable(),
+            vrfRoot_->pathStatusInfoTable(),
+            vrfRoot_->pathStatusCacheTable(),
+            vrfRoot_->constraintInfoTable(),
+            vrfRoot_->allTopoDbStatus(),
+            vrfRoot_->clientData()->isisAdjacencyInfo(),
+            vrfRoot_->dedupPqInfoTable() };
 }
 
 }

@@ -6,28 +6,6 @@
 
 namespace Cspf {
 
-class ParentPathHelper;
-class VrfRootSm;
-
-/// Makes the machines that a path has only while it has a constraint.
-///
-///   watches                     handler               makes (in the VrfRoot)
-///   PathStatusInfo.constraint   handleNewConstraint   refresh, status update, stitching
-class PathConstraintSm : public Lum::Reactor {
-   LUM_ENTITY( Cspf, PathConstraintSm );
-   /// The owner outlives this object.
-   PathConstraintSm( VrfRootSm & owner, const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
-      : owner_( owner ),
-        pathStatusInfo_( pathStatusInfo ) {}
-
-   void handleInitialized() override;
-   void handleNewConstraint();
-
- private:
-   VrfRootSm & owner_;
-   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
-};
-
 /// Gives each constraint and each path of a VrfRoot its state machines, and passes changes of the
 /// topology, of reservations and of the source on to the constraints that they concern.
 ///
@@ -84,6 +62,13 @@ class VrfRootSm : public Lum::Reactor {
    static Lum::Ptr< PathStatusCache > newPathStatusCache( const PathInfoKey & key,
                                                           const Status & cspfStatus );
    void doCleanupPathSms( const PathInfoKey & key );
+   RequestContext requestContext() const;
+   Lfa::RepairContext repairContext() const;
+   /// Of the same request under the key that it was followed under before; null where it was not.
+   Lum::Ptr< PathUsageSm > replacedUsageSm( PathInfoKey key ) const;
+   /// REQUIRES: the path has a constraint.
+   Lum::Ptr< PathRefreshSm >
+   newPathRefreshSm( const Lum::Ptr< PathStatusInfo > & pathStatusInfo ) const;
    /// Tells the constraints of which `concerns( constraint )` holds when their topology last
    /// changed.
    template< class Concerns >

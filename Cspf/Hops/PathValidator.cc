@@ -31,7 +31,8 @@ PathValidationMemory::filter( const AllTopoDbView & view, const NodeId & source 
         || filterSource_ != source || filterConstraint_ != view.constraint() ) {
       filterConstraint_ = view.constraint();
       filterConstraint_.bwUsageIdIs( {} );
-      const AllTopoTeDbView anyUser( view.allTopoDb(), view.allTopoDbStatus(), filterConstraint_ );
+      const AllTopoTeDbView anyUser( view.allTopoDb(), view.allTopoDbStatus(), filterConstraint_,
+                                     view.bwUsageManager() );
       filter_.constraintIs( anyUser.linkConstraint( source ) );
       filterSource_ = source;
       filterVersion_ = view.graph().version();
@@ -42,18 +43,18 @@ PathValidationMemory::filter( const AllTopoDbView & view, const NodeId & source 
 
 PathValidity::PathValidity( const AllTopoDbView & view, PathValidationMemory & memory )
    : routers_( view.graph(), memory.hopAddresses(), memory.links() ),
-     userChange_( userChange( *view.allTopoDbStatus(), view.constraint().bwUsageId() ) ) {}
+     userChange_( userChange( view.bwUsageManager().ptr(), view.constraint().bwUsageId() ) ) {}
 
 bool
-PathValidity::holds( const AllTopoDbStatus & status, const PathValidationMemory & memory,
+PathValidity::holds( const VrfTopology & topology, const PathValidationMemory & memory,
                      const BwUsageId & user ) const {
-   return routers_.unchanged( status.teGraph().graph(), memory.hopAddresses() )
-          && userChange_ == userChange( status, user );
+   return routers_.unchanged( topology.allTopoDbStatus->teGraph().graph(), memory.hopAddresses() )
+          && userChange_ == userChange( topology.bwUsageManager.ptr(), user );
 }
 
 std::uint64_t
-PathValidity::userChange( const AllTopoDbStatus & status, const BwUsageId & user ) {
-   return user ? status.bwUsageManager()->lastChange( user ) : 0;
+PathValidity::userChange( const BwUsageManager * manager, const BwUsageId & user ) {
+   return user ? manager->lastChange( user ) : 0;
 }
 
 CspfRefusal

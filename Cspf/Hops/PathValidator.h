@@ -44,11 +44,11 @@ class PathValidity {
    PathValidity( const AllTopoDbView & view, PathValidationMemory & memory );
 
    /// O(hops).
-   bool holds( const AllTopoDbStatus & status, const PathValidationMemory & memory,
+   bool holds( const VrfTopology & topology, const PathValidationMemory & memory,
                const BwUsageId & user ) const;
 
  private:
-   static std::uint64_t userChange( const AllTopoDbStatus & status, const BwUsageId & user );
+   static std::uint64_t userChange( const BwUsageManager * manager, const BwUsageId & user );
 
    PathRouters routers_;
    std::uint64_t userChange_ = 0;

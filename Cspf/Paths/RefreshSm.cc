@@ -11,7 +11,6 @@
 
 #include "Cspf/Paths/RefreshSm.h"
 
-#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Paths/UsageSm.h"
 #include "platform/Trace/Trace.h"
 
@@ -42,18 +41,24 @@ PathRefreshSm::setRefreshNeeded( PathStatusInfo & path, RefreshReason reason ) {
    path.refreshNeededIs( true );
 }
 
-RsvpPathRefreshSm::RsvpPathRefreshSm( VrfRoot & vrfRoot,
+RsvpPathRefreshSm::RsvpPathRefreshSm( const PathInUseContext & context,
                                       const Lum::Ptr< const ConstraintInfo > & constraintInfo,
                                       const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
-                                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
+                                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
+                                      const Lum::Ptr< const PathStatusCache > & pathStatusCache,
+                                      const Lum::Ptr< PathUsageSm > & pathUsageSm )
    : PathRefreshSm( constraintInfo, pathStatusInfo ),
-     vrfRoot_( vrfRoot ),
+     context_( context ),
      pathConfigInfo_( pathConfigInfo ),
+     pathStatusCache_( pathStatusCache ),
+     pathUsageSm_( pathUsageSm ),
      pathStatusUpdator_( *pathStatusInfo, *pathStatusInfo->cspfStatus() ),
-     pathValidationTask_( vrfRoot.taskScheduler(),
+     pathValidationTask_( context.taskScheduler,
                           "RsvpPathValidationTask-"
                              + Lum::valueString( pathStatusInfo->pathInfoKey().pathKey() ),
                           [ this ]() { doPathValidation(); } ) {}
+
+RsvpPathRefreshSm::~RsvpPathRefreshSm() = default;
 
 void
 RsvpPathRefreshSm::handleNew() {
@@ -72,8 +77,8 @@ RsvpPathRefreshSm::isPublishedPathInUse() const {
    const Status & status = *pathStatusInfo()->cspfStatus();
    const PathConfig * config = pathConfigInfo()->cspfConfig()->pathConfigFind( pathKey );
    const PathStatus * published = status.pathStatusFind( pathKey );
-   return !vrfRoot_.pathUsageSm( pathStatusInfo()->pathInfoKey() )->awaitsResult() && config
-          && published && published->paths() > 0 && !status.pathErrorHas( pathKey )
+   return !pathUsageSm_->awaitsResult() && config && published && published->paths() > 0
+          && !status.pathErrorHas( pathKey )
           && published->refreshRespSeq() == config->refreshReqSeq()
           && std::ranges::equal( published->includeIpList(), config->constraint().includeHopList(),
                                  {}, &IncludeIp::addr, &IncludeHop::addr );
@@ -103,16 +108,15 @@ RsvpPathRefreshSm::doPathValidation() {
    const auto alive = keptAlive();  // whoever reads what is published may withdraw the path
    const InternalPathConstraint & constraint = pathStatusInfo()->constraint()->pathConstraint();
    const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
-   const AllTopoTeDbView view( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(), constraint );
-   RsvpPathValidator validator( key, published,
-                                published.paths() == 0 && isPathFromSourceToSource(), view,
-                                vrfRoot_.pathValidationMemory() );
+   const AllTopoTeDbView view( context_.topology, constraint );
+   RsvpPathValidator validator(
+      key, published, published.paths() == 0 && isPathFromSourceToSource(), view, context_.memory );
    validator.validatePathAndUpdateMetadata();
    if ( validator.valid() ) {
       validityIs( validator );
       publishPathMetadata( validator );
       if ( constraint.bwUsageId() ) {
-         vrfRoot_.pathUsageSm( key )->handleTopoChanged();  // the source may be another one
+         pathUsageSm_->handleTopoChanged();  // the source may be another one
       }
    } else {
       setRefreshNeededForLinkedPaths();
@@ -125,7 +129,7 @@ RsvpPathRefreshSm::nothingToValidate() const {
    const auto & constraint = pathStatusInfo()->constraint();
    return pathStatusInfo()->refreshNeeded() || !constraint
           || ( validUsage_ == pathConfigInfo()->usageChangeCount()
-               && validity_.holds( *vrfRoot_.allTopoDbStatus(), vrfRoot_.pathValidationMemory(),
+               && validity_.holds( context_.topology, context_.memory,
                                    constraint->pathConstraint().bwUsageId() ) );
 }
 
@@ -138,9 +142,7 @@ RsvpPathRefreshSm::validityIs( const RsvpPathValidator & validator ) {
 
 bool
 RsvpPathRefreshSm::isPathFromSourceToSource() const {
-   const auto & cache =
-      vrfRoot_.pathStatusCacheTable()->pathStatusCache( pathStatusInfo()->pathInfoKey() );
-   return cache && cache->path() && cache->path()->isPathFromSourceToSource();
+   return pathStatusCache_->path() && pathStatusCache_->path()->isPathFromSourceToSource();
 }
 
 void
@@ -158,7 +160,7 @@ RsvpPathRefreshSm::publishPathMetadata( const RsvpPathValidator & validator ) {
 void
 RsvpPathRefreshSm::setRefreshNeededForLinkedPaths() {
    for ( const auto & [ segment, child ] : pathConfigInfo()->childPathColl() ) {
-      if ( const auto & status = vrfRoot_.pathStatusInfoTable()->pathStatusInfo( child ) ) {
+      if ( const auto & status = context_.pathStatusInfoTable->pathStatusInfo( child ) ) {
          setRefreshNeeded( *status, refreshReasonTopoChanged );
       }
    }

@@ -7,7 +7,7 @@
 
 namespace Cspf {
 
-class VrfRoot;
+class PathUsageSm;
 
 /// Marks a path for refresh when it starts, and whenever the topology that its constraint sees
 /// changes.
@@ -39,6 +39,15 @@ class PathRefreshSm : public Lum::Reactor {
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
 };
 
+/// What the paths of one VRF and family that are in use are judged by. The memory outlives the
+/// machines.
+struct PathInUseContext {
+   VrfTopology topology;
+   PathValidationMemory & memory;
+   Lum::Ptr< Kiv::TaskScheduler > taskScheduler;
+   Lum::Ptr< const PathStatusInfoTable > pathStatusInfoTable;  ///< for children
+};
+
 /// Keeps a path that is in use: on a topology change it checks whether the published path still
 /// holds, unless nothing that the last check rests on has changed, and marks the path and its
 /// segments for refresh only when it does not. Metadata of a valid path that moved is published as
@@ -49,10 +58,14 @@ class PathRefreshSm : public Lum::Reactor {
 ///                                                    the published metadata
 class RsvpPathRefreshSm : public PathRefreshSm {
    LUM_ENTITY( Cspf, RsvpPathRefreshSm );
-   /// REQUIRES: the path is no internal one. The VRF root outlives this object.
-   RsvpPathRefreshSm( VrfRoot & vrfRoot, const Lum::Ptr< const ConstraintInfo > & constraintInfo,
+   /// REQUIRES: the path is no internal one.
+   RsvpPathRefreshSm( const PathInUseContext & context,
+                      const Lum::Ptr< const ConstraintInfo > & constraintInfo,
                       const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
-                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo );
+                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
+                      const Lum::Ptr< const PathStatusCache > & pathStatusCache,
+                      const Lum::Ptr< PathUsageSm > & pathUsageSm );
+   ~RsvpPathRefreshSm() override;
 
    void doPrepareToDie() override { pathValidationTask_.unschedule(); }
    void handleTopoChanged() override;
@@ -69,8 +82,10 @@ class RsvpPathRefreshSm : public PathRefreshSm {
    void validityIs( const RsvpPathValidator & validator );
    void publishPathMetadata( const RsvpPathValidator & validator );
 
-   VrfRoot & vrfRoot_;
+   const PathInUseContext context_;
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
+   const Lum::Ptr< const PathStatusCache > pathStatusCache_;
+   const Lum::Ptr< PathUsageSm > pathUsageSm_;
    PathStatusUpdator pathStatusUpdator_;
    Kiv::Task pathValidationTask_;
    PathValidity validity_;

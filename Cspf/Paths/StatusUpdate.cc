@@ -8,7 +8,6 @@
 
 #include "Cspf/Paths/StatusUpdate.h"
 
-#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Paths/ChildSm.h"
 #include "Cspf/Paths/UsageSm.h"
 #include "platform/Trace/Trace.h"
@@ -202,14 +201,15 @@ PathStatusUpdator::write( const PathStatus & pathStatus ) {
 }
 
 PathStatusUpdateSm::PathStatusUpdateSm(
-   VrfRoot & vrfRoot, const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
+   const Lum::Ptr< const ConstraintInfoTable > & constraintInfoTable,
+   const Lum::Ptr< PathUsageSm > & pathUsageSm, const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
    const Lum::Ptr< const PathStatusCache > & pathStatusCache,
    const Lum::Ptr< const ParentPathHelper > & parentPathHelper )
-   : vrfRoot_( vrfRoot ),
+   : constraintInfoTable_( constraintInfoTable ),
+     pathUsageSm_( pathUsageSm ),
      pathStatusInfo_( pathStatusInfo ),
      pathStatusCache_( pathStatusCache ),
      parentPathHelper_( parentPathHelper ),
-     pathUsageSm_( vrfRoot.pathUsageSm( pathStatusInfo->pathInfoKey() ) ),
      pathStatusUpdator_( *pathStatusInfo, *pathStatusInfo->cspfStatus() ) {}
 
 PathStatusUpdateSm::~PathStatusUpdateSm() = default;
@@ -247,9 +247,7 @@ PathStatusUpdateSm::requestCspf() {
            << key.traceString() << " with topoChanged "
            << static_cast< bool >( pathStatusInfo_->refreshReason() & refreshReasonTopoChanged )
            << " and newPath " << !pathStatusInfo_->cspfStatus()->pathStatusHas( key.pathKey() ) );
-   vrfRoot_.constraintInfoTable()
-      ->constraintInfo( pathStatusInfo_->constraint() )
-      ->cspfRequestCountInc();
+   constraintInfoTable_->constraintInfo( pathStatusInfo_->constraint() )->cspfRequestCountInc();
 }
 
 void

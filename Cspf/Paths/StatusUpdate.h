@@ -6,7 +6,6 @@ namespace Cspf {
 
 class ParentPathHelper;
 class PathUsageSm;
-class VrfRoot;
 
 /// Writes a path's status where its client reads it, and only what changed.
 class PathStatusUpdator {
@@ -63,9 +62,10 @@ void initializePathStatusCache( const Lum::Ptr< PathStatusCache > & pathStatusCa
 ///                                                           Status.pathStatus
 class PathStatusUpdateSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathStatusUpdateSm );
-   /// The root outlives this object. REQUIRES: the path has a constraint, and its PathUsageSm
-   /// unless it is a repair.
-   PathStatusUpdateSm( VrfRoot & vrfRoot, const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
+   /// `pathUsageSm`: the path's; null for a repair. REQUIRES: the path has a constraint.
+   PathStatusUpdateSm( const Lum::Ptr< const ConstraintInfoTable > & constraintInfoTable,
+                       const Lum::Ptr< PathUsageSm > & pathUsageSm,
+                       const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                        const Lum::Ptr< const PathStatusCache > & pathStatusCache,
                        const Lum::Ptr< const ParentPathHelper > & parentPathHelper );
    ~PathStatusUpdateSm() override;
@@ -80,11 +80,11 @@ class PathStatusUpdateSm : public Lum::Reactor {
  private:
    void requestCspf();
 
-   VrfRoot & vrfRoot_;
+   const Lum::Ptr< const ConstraintInfoTable > constraintInfoTable_;
+   const Lum::Ptr< PathUsageSm > pathUsageSm_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    const Lum::Ptr< const PathStatusCache > pathStatusCache_;
    const Lum::Ptr< const ParentPathHelper > parentPathHelper_;
-   const Lum::Ptr< PathUsageSm > pathUsageSm_;  // null for a repair
    PathStatusUpdator pathStatusUpdator_;
 };
 

@@ -8,18 +8,19 @@
 
 #include "Cspf/Paths/StitchSm.h"
 
-#include "Cspf/Agent/VrfRoot.h"
-#include "Cspf/Paths/ChildSm.h"
 #include "platform/Lum/Clock.h"
 #include "platform/Trace/Trace.h"
 
 namespace Cspf {
 
-RsvpPathStitchSm::RsvpPathStitchSm( VrfRoot & vrfRoot,
+RsvpPathStitchSm::RsvpPathStitchSm( const VrfTopology & topology, PathValidationMemory & memory,
+                                    const ChildPathTables & childPathTables,
                                     const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                                     const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                                     const Lum::Ptr< PathStatusCache > & pathStatusCache )
-   : vrfRoot_( vrfRoot ),
+   : topology_( topology ),
+     memory_( memory ),
+     childPathTables_( childPathTables ),
      pathConfigInfo_( pathConfigInfo ),
      pathStatusInfo_( pathStatusInfo ),
      pathStatusCache_( pathStatusCache ) {}
@@ -36,7 +37,7 @@ RsvpPathStitchSm::childPathInfoKey( std::uint8_t segment ) const {
 
 bool
 RsvpPathStitchSm::cspfDataConsistent() const {
-   return vrfRoot_.childPathStatusCacheSm()->cspfDataConsistent( pathStatusInfo_->pathInfoKey() );
+   return childPathTables_.cspfDataConsistent( pathStatusInfo_->pathInfoKey() );
 }
 
 void
@@ -46,10 +47,8 @@ RsvpPathStitchSm::doStitchPaths() {
       return;
    }
    allTopoDbViewIs(
-      Lum::make< AllTopoTeDbView >( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(),
-                                    pathStatusInfo_->constraint()->pathConstraint() ) );
-   PathStitcher stitcher( *allTopoDbView_, vrfRoot_.pathValidationMemory(),
-                          pathStatusInfo_->pathInfoKey(),
+      Lum::make< AllTopoTeDbView >( topology_, pathStatusInfo_->constraint()->pathConstraint() ) );
+   PathStitcher stitcher( *allTopoDbView_, memory_, pathStatusInfo_->pathInfoKey(),
                           pathStatusInfo_->cspfStatus()->pathStatus( pathKey() ) );
    const std::string error = stitch( stitcher, config->constraint() );
    if ( error.empty() ) {
@@ -84,7 +83,7 @@ std::string
 RsvpPathStitchSm::doUpdatePathForLooseHop( PathStitcher & stitcher,
                                            const PathSegment & segment ) const {
    const PathInfoKey key = childPathInfoKey( segment.index );
-   const auto & child = vrfRoot_.pathStatusCacheTable()->pathStatusCache( key );
+   const auto & child = childPathTables_.pathStatusCacheTable->pathStatusCache( key );
    return child ? stitcher.doUpdatePathForLooseHop( segment, *child )
                 : "pathSegmentIndex " + std::to_string( segment.index ) + " not found";
 }

@@ -1,11 +1,10 @@
 #pragma once
 
 #include "Cspf/Hops/PathStitcher.h"
+#include "Cspf/Paths/ChildSm.h"
 #include "Cspf/Records/PathRows.h"
 
 namespace Cspf {
-
-class VrfRoot;
 
 /// Builds a path with include hops: loose segments from its child paths, strict hops as single
 /// links, a path that is given hop by hop as it stands. A path that cannot be built leaves the
@@ -17,8 +16,10 @@ class VrfRoot;
 ///                                                        Status.pathError
 class RsvpPathStitchSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, RsvpPathStitchSm );
-   /// The VRF root outlives this object. REQUIRES: the path has a constraint.
-   RsvpPathStitchSm( VrfRoot & vrfRoot, const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
+   /// The memory outlives this object. REQUIRES: the path has a constraint.
+   RsvpPathStitchSm( const VrfTopology & topology, PathValidationMemory & memory,
+                     const ChildPathTables & childPathTables,
+                     const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                      const Lum::Ptr< PathStatusCache > & pathStatusCache );
 
@@ -39,7 +40,9 @@ class RsvpPathStitchSm : public Lum::Reactor {
 
    const PathKey & pathKey() const { return pathStatusInfo_->pathInfoKey().pathKey(); }
 
-   VrfRoot & vrfRoot_;
+   const VrfTopology topology_;
+   PathValidationMemory & memory_;
+   const ChildPathTables childPathTables_;
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    const Lum::Ptr< PathStatusCache > pathStatusCache_;

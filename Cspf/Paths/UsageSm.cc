@@ -12,13 +12,13 @@
 
 #include "Cspf/Paths/UsageSm.h"
 
-#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Hops/PathValidator.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Cspf {
 
@@ -45,13 +45,10 @@ PathUsageSm::handleInitialized() {
 /// key. What was reserved under the old one is held on, for the path that is still published.
 void
 PathUsageSm::takeOver() {
-   PathInfoKey replaced = pathStatusInfo_->pathInfoKey();
-   replaced.constraintModifierIs( replaced.constraintModifier() == noSpf() ? noChange() : noSpf() );
-   const Lum::Ptr< PathUsageSm > other = vrfRoot_.pathUsageSm( replaced );
-   if ( !replaced.internal() && other ) {
-      oldBwUsageIdIs( other->oldBwUsageId() );
-      granted_ = other->granted_;
-      pathBwUsage_ = other->pathBwUsage();
+   if ( const auto replaced = std::exchange( replaced_, nullptr ) ) {
+      oldBwUsageIdIs( replaced->oldBwUsageId() );
+      granted_ = replaced->granted_;
+      pathBwUsage_ = replaced->pathBwUsage();
       awaitsResult_ = true;
    }
 }
@@ -110,8 +107,8 @@ PathUsageSm::doUpdatePathBwUsage() {
 
 void
 PathUsageSm::handleTopoChanged() {
-   if ( !routers_.unchanged( vrfRoot_.allTopoDbStatus()->teGraph().graph(),
-                             vrfRoot_.pathValidationMemory().hopAddresses() ) ) {
+   if ( !routers_.unchanged( topology_.allTopoDbStatus->teGraph().graph(),
+                             memory_.hopAddresses() ) ) {
       doUpdatePathBwUsage();
    }
 }
@@ -150,28 +147,28 @@ PathUsageSm::currentPathBwUsage( const InternalPathConstraint & constraint ) {
 Lum::Ptr< const PathAsTopoDbLinks >
 PathUsageSm::publishedLinks( const PathStatus & published,
                              const InternalPathConstraint & constraint ) {
-   const AllTopoTeDbView view( vrfRoot_.allTopoDb(), vrfRoot_.allTopoDbStatus(), constraint );
-   PathValidationMemory & memory = vrfRoot_.pathValidationMemory();
-   HopToTopoDbLinkMapper( view, memory.hopAddresses() )
-      .handleNew( view.topoGraph().vertex( view.spfRoot() ), published.pathList(), memory.links() );
-   const bool all = std::ranges::all_of( memory.links(), &CspfPathHop::known );
+   const AllTopoTeDbView view( topology_, constraint );
+   HopToTopoDbLinkMapper( view, memory_.hopAddresses() )
+      .handleNew( view.topoGraph().vertex( view.spfRoot() ), published.pathList(),
+                  memory_.links() );
+   const bool all = std::ranges::all_of( memory_.links(), &CspfPathHop::known );
    routers_ =
-      all ? PathRouters( view.graph(), memory.hopAddresses(), memory.links() ) : PathRouters();
-   return pathAsTopoDbLinks( view.topoGraph(), memory.links() );
+      all ? PathRouters( view.graph(), memory_.hopAddresses(), memory_.links() ) : PathRouters();
+   return pathAsTopoDbLinks( view.topoGraph(), memory_.links() );
 }
 
 /// Names a further link to a router whose address names one already: across a LAN, a path that is
 /// given by its hops may come to it twice.
 Kivnet::IpGenAddr
 PathUsageSm::nearAddress( const AllTopoNeighborKey & link ) const {
-   const auto * neighbor = vrfRoot_.allTopoDb()->neighbor( link );
+   const auto * neighbor = topology_.allTopoDb->neighbor( link );
    return neighbor && neighbor->interfaceAddrs() > 0 ? neighbor->interfaceAddrList()[ 0 ]
                                                      : Kivnet::IpGenAddr();
 }
 
 Lum::Ptr< const BwUsageDeduped >
 PathUsageSm::reserved( const AllTopoNeighborKey & link ) const {
-   return vrfRoot_.bwUsageManager()->updateReservedBandwidth(
+   return topology_.bwUsageManager->updateReservedBandwidth(
       { link, oldBwUsageId_ }, granted_.priority, granted_.bandwidth );
 }
 
@@ -186,7 +183,7 @@ PathUsageSm::pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) 
    const BwUsageId before = userOf( pathBwUsage_ );
    pathBwUsage_ = pathBwUsage;  // the old reservations end here, after the new ones were made
    if ( before != userOf( pathBwUsage_ )
-        && vrfRoot_.allTopoDbStatus()->bwUsageChangedAtHas( before ) ) {
+        && topology_.allTopoDbStatus->bwUsageChangedAtHas( before ) ) {
       handlePathBwUsage( before );  // its other paths
    }
    if ( pathBwUsage_ ) {
@@ -196,7 +193,7 @@ PathUsageSm::pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) 
 
 void
 PathUsageSm::handlePathBwUsage( const BwUsageId & bwUsageId ) {
-   const auto & status = vrfRoot_.allTopoDbStatus();
+   const auto & status = topology_.allTopoDbStatus;
    status->bwUsageChangedAtIs( bwUsageId, status->changeStamp() );
 }
 

@@ -4,7 +4,7 @@
 
 namespace Cspf {
 
-class VrfRoot;
+class PathValidationMemory;
 
 /// Keeps the bandwidth that one path has reserved in step with the path that its client uses: the
 /// published one. New links are reserved before old ones are given back, so a path that moves
@@ -18,10 +18,15 @@ class VrfRoot;
 /// A path that the agent derived from another one reserves nothing: the path that it serves does.
 class PathUsageSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathUsageSm );
-   /// The root outlives this object.
-   PathUsageSm( VrfRoot & vrfRoot, const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
+   /// `replaced`: the machine of the same request under the key that it is not followed under any
+   /// more; null where there is none. The memory outlives this object.
+   PathUsageSm( const VrfTopology & topology, PathValidationMemory & memory,
+                const Lum::Ptr< PathUsageSm > & replaced,
+                const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                 const Lum::Ptr< const PathStatusInfo > & pathStatusInfo )
-      : vrfRoot_( vrfRoot ),
+      : topology_( topology ),
+        memory_( memory ),
+        replaced_( replaced ),
         pathConfigInfo_( pathConfigInfo ),
         pathStatusInfo_( pathStatusInfo ) {}
 
@@ -58,7 +63,9 @@ class PathUsageSm : public Lum::Reactor {
    Kivnet::IpGenAddr nearAddress( const AllTopoNeighborKey & link ) const;
    Lum::Ptr< const BwUsageDeduped > reserved( const AllTopoNeighborKey & link ) const;
 
-   VrfRoot & vrfRoot_;
+   const VrfTopology topology_;
+   PathValidationMemory & memory_;
+   Lum::Ptr< PathUsageSm > replaced_;  // until this one has started
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< const PathStatusInfo > pathStatusInfo_;
    BwUsageId oldBwUsageId_;

@@ -176,6 +176,12 @@ class PathStatusCacheTable : public Lum::Entity {
 /// Tables by constraint.
 using ConstraintHandle = Kiv::DedupHandle::Key;
 
+/// REQUIRES: the handle is that of a constraint.
+inline const DedupConstraint &
+dedupConstraintOf( const ConstraintHandle & handle ) {
+   return static_cast< const DedupConstraint & >( *handle.handle() );
+}
+
 class ConstraintStatsTable : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintStatsTable );
    LUM_COLLECTION_ORDERED( constraintStats, ConstraintHandle, Lum::Ptr< ConstraintStats > );

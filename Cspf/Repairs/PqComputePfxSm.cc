@@ -5,7 +5,6 @@
 // the path is refreshed; but where the trees at hand are of the graph as it is, the refresh does
 // not wait until its run, held down for seconds perhaps, is found to hold.
 
-#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Repairs/PqComputeSm.h"
 #include "platform/Kiv/DumpContext.h"
 
@@ -13,16 +12,16 @@
 
 namespace Cspf::Lfa {
 
-PqComputePfxSm::PqComputePfxSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey )
-   : PqComputeSm( vrfRoot, pathInfoKey ),
+PqComputePfxSm::PqComputePfxSm( const RepairContext & context, const PathInfoKey & pathInfoKey )
+   : PqComputeSm( context, pathInfoKey ),
      prefix_( destination().ipPrefix() ? destination().ipPrefix()
                                        : Kivnet::IpGenPrefix::host( destination().ipAddress() ) ),
-     pqComputePrcTask_( vrfRoot.taskScheduler(), "pqComputePrcTask-" + pathInfoKey.traceString(),
+     pqComputePrcTask_( context.taskScheduler, "pqComputePrcTask-" + pathInfoKey.traceString(),
                         [ this ]() { handlePqComputePrcTask(); } ) {}
 
 std::vector< OriginatorInfo >
 PqComputePfxSm::originators() const {
-   const auto & status = vrfRoot().allTopoDbStatus();
+   const auto & status = context().allTopoDbStatus;
    if ( !topoId() ) {
       return status->originators( prefix_ );
    }
@@ -38,7 +37,7 @@ PqComputePfxSm::originators() const {
 
 void
 PqComputePfxSm::handleInitialized() {
-   const auto & status = vrfRoot().allTopoDbStatus();
+   const auto & status = context().allTopoDbStatus;
    LUM_WATCH_KEYS( status, pfxOriginatorInfoTable, handlePfxOriginatorInfoTable );
    for ( const auto & [ topoId, table ] : status->pfxOriginatorInfoTableColl() ) {
       handlePfxOriginatorInfoTable( topoId );
@@ -54,7 +53,7 @@ PqComputePfxSm::doPrepareToDie() {
 
 void
 PqComputePfxSm::handlePfxOriginatorInfoTable( const TopoId & topoId ) {
-   const auto & table = vrfRoot().allTopoDbStatus()->pfxOriginatorInfoTable( topoId );
+   const auto & table = context().allTopoDbStatus->pfxOriginatorInfoTable( topoId );
    if ( table ) {
       unwatch( *table );
       LUM_WATCH_KEYS( table, pfxOriginatorInfo, handlePfxOriginatorInfo );
@@ -68,7 +67,7 @@ PqComputePfxSm::handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix ) {
       return;
    }
    for ( const auto & [ topoId, table ] :
-         vrfRoot().allTopoDbStatus()->pfxOriginatorInfoTableColl() ) {
+         context().allTopoDbStatus->pfxOriginatorInfoTableColl() ) {
       if ( const auto & info = table->pfxOriginatorInfo( prefix ) ) {
          unwatch( *info );
          LUM_WATCH_KEYS( info, originatorInfo, handleOriginatorInfo );
@@ -115,7 +114,7 @@ void
 PqComputePfxSm::handlePqComputePrcTask() {
    if ( waitsForRefresh() && runsAreKnown() && runs().complete() ) {
       // The trees hold: the path's first stage is over, and its second one leads here again.
-      vrfRoot().pathStatusCacheTable()->pathStatusCache( pathInfoKey() )->refreshedStage1CountInc();
+      context().pathStatusCacheTable->pathStatusCache( pathInfoKey() )->refreshedStage1CountInc();
       return;
    }
    if ( !canCompute() || !reachabilityChanged() ) {

@@ -11,8 +11,6 @@
 
 #include "Cspf/Repairs/PqComputeSm.h"
 
-#include "Cspf/Agent/VrfRoot.h"
-#include "Cspf/Repairs/DedupPqInfoTable.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
@@ -42,19 +40,18 @@ cheapest( const CspfTree & tree, const std::vector< CspfRepairTable::Originator 
 
 }
 
-PqComputeSm::PqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey )
-   : vrfRoot_( vrfRoot ),
+PqComputeSm::PqComputeSm( const RepairContext & context, const PathInfoKey & pathInfoKey )
+   : context_( context ),
      pathInfoKey_( pathInfoKey ),
-     pathStatusInfo_( vrfRoot.pathStatusInfoTable()->pathStatusInfo( pathInfoKey ) ),
-     isisAdjacencyInfo_( vrfRoot.clientData()->isisAdjacencyInfo() ),
-     pqComputeTask_( vrfRoot.taskScheduler(), "pqComputeTask-" + pathInfoKey.traceString(),
+     pathStatusInfo_( context.pathStatusInfoTable->pathStatusInfo( pathInfoKey ) ),
+     pqComputeTask_( context.taskScheduler, "pqComputeTask-" + pathInfoKey.traceString(),
                      [ this ]() { handlePqComputeTask(); } ) {}
 
 void
 PqComputeSm::handleInitialized() {
    LUM_WATCH( pathStatusInfo_, stage2RequestCount, handleCspfData );
-   if ( isisAdjacencyInfo_ ) {
-      LUM_WATCH_KEYS( isisAdjacencyInfo_, adjacency, handleAdjacency );
+   if ( context_.isisAdjacencyInfo ) {
+      LUM_WATCH_KEYS( context_.isisAdjacencyInfo, adjacency, handleAdjacency );
    }
    bindCaches();
    handleCspfData();
@@ -67,7 +64,7 @@ PqComputeSm::doPrepareToDie() {
 
 Lum::Ptr< PathStatusCache >
 PqComputeSm::cacheOf( const PathInfoKey & key ) {
-   auto cache = vrfRoot_.pathStatusCacheTable()->pathStatusCache( key );
+   auto cache = context_.pathStatusCacheTable->pathStatusCache( key );
    if ( cache ) {
       LUM_WATCH( cache, cspfData, handleCspfData );
    }
@@ -86,7 +83,7 @@ PqComputeSm::treeCache( TilfaTree tree ) {
 /// Trees of what was protected before may still be there.
 void
 PqComputeSm::bindCaches() {
-   const auto & row = vrfRoot_.pathConfigInfoTable()->pathConfigInfo( pathInfoKey_ );
+   const auto & row = context_.pathConfigInfoTable->pathConfigInfo( pathInfoKey_ );
    const PathConstraint constraint =
       row->cspfConfig()->pathConfig( pathInfoKey_.pathKey() ).constraint();
    isLinkProtection_ = isLinkProtection( constraint );
@@ -106,10 +103,10 @@ PqComputeSm::currentRuns() const {
 
 std::string
 PqComputeSm::missingRunOf( const Lum::Ptr< PathStatusCache > & cache ) const {
-   const auto & path = vrfRoot_.pathStatusInfoTable()->pathStatusInfo( cache->pathInfoKey() );
+   const auto & path = context_.pathStatusInfoTable->pathStatusInfo( cache->pathInfoKey() );
    const auto & constraint = path ? path->constraint() : nullptr;
    const auto & row =
-      constraint ? vrfRoot_.constraintInfoTable()->constraintInfo( constraint ) : nullptr;
+      constraint ? context_.constraintInfoTable->constraintInfo( constraint ) : nullptr;
    if ( !row || !( row->sourceMissing() || row->constraintMissingInTopo() ) ) {
       return "";
    }
@@ -198,7 +195,7 @@ PqComputeSm::protectedLinkIsGone() const {
 void
 PqComputeSm::compute() {
    repairs_ =
-      vrfRoot_.dedupPqInfoTable()->sharedRepairs()->dedup( Lum::make< SharedRepairs >( runs_ ) );
+      context_.dedupPqInfoTable->sharedRepairs()->dedup( Lum::make< SharedRepairs >( runs_ ) );
    if ( !validateDestination() ) {
       publish( std::nullopt );
       return;
@@ -310,11 +307,12 @@ PqComputeSm::resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath &
    const IsisExportImpl::AdjacencyKey key{ topology().neighbor( firstLink ).intfId(),
                                            immNgb.isisSystemId() };
    adjacencyKeys_.push_back( key );
-   const auto * adjacency = isisAdjacencyInfo_ ? isisAdjacencyInfo_->adjacencyFind( key ) : nullptr;
+   const auto * adjacency =
+      context_.isisAdjacencyInfo ? context_.isisAdjacencyInfo->adjacencyFind( key ) : nullptr;
    path.nhIntfIs( key.intf() );
    if ( adjacency ) {
-      path.nhIpIs( vrfRoot_.af() == Kivnet::AddressFamily::ipv4 ? adjacency->nexthopV4()
-                                                                : adjacency->nexthopV6() );
+      path.nhIpIs( context_.af == Kivnet::AddressFamily::ipv4 ? adjacency->nexthopV4()
+                                                              : adjacency->nexthopV6() );
    }
    if ( !path.nhIp() ) {
       TRACE7( "Nexthop information not available for intf: " << key.intf()
@@ -327,7 +325,7 @@ PqComputeSm::resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath &
 void
 PqComputeSm::publish( const std::optional< PqPath > & path ) {
    const auto & status = pathStatusInfo_->cspfStatus();
-   Lum::Ptr< DedupPqInfo > pqInfo = path ? vrfRoot_.dedupPqInfoTable()->dedup( *path ) : nullptr;
+   Lum::Ptr< DedupPqInfo > pqInfo = path ? context_.dedupPqInfoTable->dedup( *path ) : nullptr;
    if ( pqInfo && pqInfo->pqIdx() == 0 ) {
       pqInfo = nullptr;
       reason_ = "no repair identifier is left";
@@ -380,14 +378,14 @@ PqComputeSm::dumpState( Kiv::DumpContext & context, int indent ) const {
 }
 
 Lum::Ptr< PqComputeSm >
-makePqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey ) {
+makePqComputeSm( const RepairContext & context, const PathInfoKey & pathInfoKey ) {
    const Destination & destination = pathInfoKey.pathKey().dst();
    const bool isRouter =
       destination.type() == VertexType::isisRouter || destination.type() == VertexType::ospfRouter;
    if ( isRouter || !destination ) {
-      return new PqComputeSm( vrfRoot, pathInfoKey );
+      return new PqComputeSm( context, pathInfoKey );
    }
-   return new PqComputePfxSm( vrfRoot, pathInfoKey );
+   return new PqComputePfxSm( context, pathInfoKey );
 }
 
 }

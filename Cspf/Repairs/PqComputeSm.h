@@ -1,16 +1,14 @@
 #pragma once
 
+#include "Cspf/Repairs/DedupPqInfoTable.h"
 #include "Cspf/Repairs/SharedRepairs.h"
 #include "Cspf/Repairs/TilfaKeys.h"
 #include "Cspf/Topology/Store.h"
 #include "platform/Kiv/TaskScheduler.h"
+#include "schema/Isis.h"
 
 #include <optional>
 #include <set>
-
-namespace Cspf {
-class VrfRoot;
-}
 
 /// Repairs for TI-LFA requests: which runs they need, when they are worked out, what is published.
 /// The work itself is CspfRepairTable's.
@@ -31,6 +29,19 @@ struct AllPqPathWithImmNgb {
    std::size_t pqPathWithImmNgbs() const { return pqPathWithImmNgb.size(); }
 };
 
+/// What the repairs of one VRF and family are worked out with.
+struct RepairContext {
+   Kivnet::AddressFamily af;
+   Lum::Ptr< Kiv::TaskScheduler > taskScheduler;
+   Lum::Ptr< const PathConfigInfoTable > pathConfigInfoTable;
+   Lum::Ptr< const PathStatusInfoTable > pathStatusInfoTable;
+   Lum::Ptr< const PathStatusCacheTable > pathStatusCacheTable;
+   Lum::Ptr< const ConstraintInfoTable > constraintInfoTable;
+   Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus;
+   Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo;  ///< may be null
+   Lum::Ptr< DedupPqInfoTable > dedupPqInfoTable;
+};
+
 /// Works out the repair of one client path towards a router. It serves one constraint of the path;
 /// another constraint gets a machine of its own.
 ///
@@ -43,9 +54,8 @@ struct AllPqPathWithImmNgb {
 ///                                                                   Status.pathError
 class PqComputeSm : public Lum::Reactor {
    LUM_ENTITY( Cspf::Lfa, PqComputeSm );
-   /// The path has its rows and those of its trees. The root, with its table of repairs, outlives
-   /// this object.
-   PqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey );
+   /// REQUIRES: the path has its rows and those of its trees.
+   PqComputeSm( const RepairContext & context, const PathInfoKey & pathInfoKey );
 
    void handleInitialized() override;
    void doPrepareToDie() override;
@@ -67,7 +77,7 @@ class PqComputeSm : public Lum::Reactor {
    virtual void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  protected:
-   VrfRoot & vrfRoot() const noexcept { return vrfRoot_; }
+   const RepairContext & context() const noexcept { return context_; }
    const PathInfoKey & pathInfoKey() const noexcept { return pathInfoKey_; }
    const Destination & destination() const noexcept { return pathInfoKey_.pathKey().dst(); }
    const TopoId & topoId() const;
@@ -95,10 +105,9 @@ class PqComputeSm : public Lum::Reactor {
    void endStage2();
    void publish( const std::optional< PqPath > & path );
 
-   VrfRoot & vrfRoot_;
+   const RepairContext context_;
    const PathInfoKey pathInfoKey_;
    const Lum::Ptr< const PathStatusInfo > pathStatusInfo_;
-   const Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo_;
    bool isLinkProtection_ = true;
    // Each carries one run; null where the request has no such tree.
    Lum::Ptr< PathStatusCache > pPathStatusCache_;  // the path's own, where the repair goes,
@@ -128,7 +137,7 @@ class PqComputePfxSm : public PqComputeSm {
    LUM_ENTITY( Cspf::Lfa, PqComputePfxSm );
    static constexpr Lum::Seconds initialHoldInterval = 0.05, maxHoldInterval = 1.0;
 
-   PqComputePfxSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey );
+   PqComputePfxSm( const RepairContext & context, const PathInfoKey & pathInfoKey );
 
    void handleInitialized() override;
    void doPrepareToDie() override;
@@ -157,6 +166,7 @@ class PqComputePfxSm : public PqComputeSm {
 };
 
 /// The computation for a path of the client "tilfa": by prefix or by router.
-Lum::Ptr< PqComputeSm > makePqComputeSm( VrfRoot & vrfRoot, const PathInfoKey & pathInfoKey );
+Lum::Ptr< PqComputeSm > makePqComputeSm( const RepairContext & context,
+                                         const PathInfoKey & pathInfoKey );
 
 }

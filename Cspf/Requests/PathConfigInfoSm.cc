@@ -6,9 +6,7 @@
 
 #include "Cspf/Requests/PathConfigInfoSm.h"
 
-#include "Cspf/Agent/VrfRoot.h"
 #include "Cspf/Paths/StatusUpdate.h"
-#include "Cspf/Repairs/TilfaKeys.h"
 #include "platform/Trace/Trace.h"
 
 #include <stdexcept>
@@ -149,7 +147,7 @@ PathConfigInfoSm::handleChangeCount() {
    }
    const Lum::Ptr< DedupConstraint > oldConstraint = pathStatusInfo_->constraint();
    pathStatusInfo_->constraintIs(
-      vrfRoot_.dedupConstraintTable()->dedup( withBwUsageId( derived ) ) );
+      context_.dedupConstraintTable->dedup( withBwUsageId( derived ) ) );
    requestRefresh( refreshReqSeq, oldConstraint != pathStatusInfo_->constraint() );
 }
 
@@ -173,7 +171,7 @@ PathConfigInfoSm::refuse( const std::string & error, std::uint32_t refreshReqSeq
    pathStatusInfo_->cspfStatus()->pathErrorIs( key.pathKey(), error );
    PathStatusUpdator( *pathStatusInfo_, *pathStatusInfo_->cspfStatus() )
       .publishPath( *Lum::make< PathStatusCache >( key ) );
-   if ( const auto & cache = vrfRoot_.pathStatusCacheTable()->pathStatusCache( key ) ) {
+   if ( const auto & cache = context_.pathStatusCacheTable->pathStatusCache( key ) ) {
       clearResult( *cache );
    }
 }
@@ -206,7 +204,7 @@ PathConfigInfoSm::getUpdatedConstraint( const PathConstraint & constraint,
 
 InternalPathConstraint
 PathConfigInfoSm::getDerivedConstraint( const InternalPathConstraint & constraint ) const {
-   return withDerivedSrlgs( constraint, vrfRoot_.teStatus().ptr() );
+   return withDerivedSrlgs( constraint, context_.teStatus.ptr() );
 }
 
 InternalPathConstraint
@@ -233,16 +231,11 @@ PathConfigInfoSm::doUpdateBwUsageId( const InternalPathConstraint & oldConstrain
 InternalPathConstraint
 PathConfigInfoSm::withUserOf( const PathInfoKey & parent,
                               InternalPathConstraint constraint ) const {
-   const auto & row = vrfRoot_.pathStatusInfoTable()->pathStatusInfo( parent );
+   const auto & row = context_.pathStatusInfoTable->pathStatusInfo( parent );
    if ( row && row->constraint() ) {
       constraint.bwUsageIdIs( row->constraint()->pathConstraint().bwUsageId() );
    }
    return constraint;
-}
-
-const Lum::Ptr< Kiv::NumAllocator > &
-PathConfigInfoSm::bwUsageLocalIdAllocator() const {
-   return vrfRoot_.bwUsageManager()->localIdAllocator();
 }
 
 std::uint32_t

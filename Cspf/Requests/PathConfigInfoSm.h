@@ -1,17 +1,10 @@
 #pragma once
 
 #include "Cspf/Records/PathRows.h"
-
-namespace Kiv {
-class NumAllocator;
-}
-namespace TrafficEngineering {
-class Status;
-}
+#include "platform/Kiv/NumAllocator.h"
+#include "schema/TrafficEngineering.h"
 
 namespace Cspf {
-
-class VrfRoot;
 
 /// The constraint that a client asked for, as the modifier changes it. Without the parts that the
 /// agent derives (SRLGs of what is excluded, the user of bandwidth, a segment's source).
@@ -36,6 +29,15 @@ InternalPathConstraint modifiedConstraint( const PathConstraint & constraint,
 InternalPathConstraint withDerivedSrlgs( InternalPathConstraint constraint,
                                          const TrafficEngineering::Status * teStatus );
 
+/// What the requests of one VRF and family are turned into constraints with.
+struct RequestContext {
+   Lum::Ptr< DedupConstraintTable > dedupConstraintTable;
+   Lum::Ptr< const PathStatusInfoTable > pathStatusInfoTable;
+   Lum::Ptr< const PathStatusCacheTable > pathStatusCacheTable;
+   Lum::Ptr< const TrafficEngineering::Status > teStatus;  ///< may be null
+   Lum::Ptr< Kiv::NumAllocator > localIds;  ///< of bandwidth users without a shared group
+};
+
 /// Turns the request for a path into its constraint, and asks for a refresh. A request for
 /// bandwidth at a priority that does not exist is answered with an empty path and the reason.
 ///
@@ -45,10 +47,10 @@ InternalPathConstraint withDerivedSrlgs( InternalPathConstraint constraint,
 ///                                                                   refreshReason, refreshNeeded
 class PathConfigInfoSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathConfigInfoSm );
-   /// The root outlives this object.
-   PathConfigInfoSm( VrfRoot & vrfRoot, const Lum::Ptr< PathConfigInfo > & pathConfigInfo,
+   PathConfigInfoSm( const RequestContext & context,
+                     const Lum::Ptr< PathConfigInfo > & pathConfigInfo,
                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
-      : vrfRoot_( vrfRoot ),
+      : context_( context ),
         pathConfigInfo_( pathConfigInfo ),
         pathStatusInfo_( pathStatusInfo ) {}
 
@@ -69,13 +71,15 @@ class PathConfigInfoSm : public Lum::Reactor {
    InternalPathConstraint withBwUsageId( const InternalPathConstraint & derived );
    InternalPathConstraint withUserOf( const PathInfoKey & parent,
                                       InternalPathConstraint constraint ) const;
-   const Lum::Ptr< Kiv::NumAllocator > & bwUsageLocalIdAllocator() const;
+   const Lum::Ptr< Kiv::NumAllocator > & bwUsageLocalIdAllocator() const {
+      return context_.localIds;
+   }
    std::uint32_t newLocalId();
    void releaseLocalId( const InternalPathConstraint & constraint );
    void refuse( const std::string & error, std::uint32_t refreshReqSeq );
    void requestRefresh( std::uint32_t refreshReqSeq, bool constraintReplaced );
 
-   VrfRoot & vrfRoot_;
+   const RequestContext context_;
    const Lum::Ptr< PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    std::uint32_t configChangesSeen_ = 0;

@@ -4,7 +4,6 @@
 
 #include "Cspf/Requests/PathStatusInfoSm.h"
 
-#include "Cspf/Agent/VrfRoot.h"
 #include "platform/Trace/Trace.h"
 
 namespace Cspf {
@@ -26,7 +25,7 @@ PathStatusInfoSm::handleConstraint() {
       TRACE7( "constraint reset for " << key.traceString() );
       return;
    }
-   vrfRoot_.constraintInfoTable()->constraintInfo( handle )->pathIs( key, true );
+   constraintInfoTable_->constraintInfo( handle )->pathIs( key, true );
    oldConstraintIs( handle );
    TRACE7( "constraintInfo " << handle << " updated for " << key.traceString() );
    pathStatusInfo()->constraintChangeCountInc();
@@ -39,7 +38,7 @@ PathStatusInfoSm::doUpdateOldConstraint() {
       TRACE7( "no old constraint for " << key.traceString() );
       return;
    }
-   const auto constraintInfo = vrfRoot_.constraintInfoTable()->constraintInfo( oldConstraint_ );
+   const auto constraintInfo = constraintInfoTable_->constraintInfo( oldConstraint_ );
    oldConstraintIs( {} );
    if ( !constraintInfo ) {
       TRACE7( "constraintInfo deleted for " << key.traceString() );

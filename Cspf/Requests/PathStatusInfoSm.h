@@ -4,8 +4,6 @@
 
 namespace Cspf {
 
-class VrfRoot;
-
 /// Keeps the path among the users of its constraint.
 ///
 ///   watches                     handler            writes
@@ -13,9 +11,9 @@ class VrfRoot;
 ///                                                  PathStatusInfo.constraintChangeCount
 class PathStatusInfoSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathStatusInfoSm );
-   /// The root outlives this object.
-   PathStatusInfoSm( VrfRoot & vrfRoot, const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
-      : vrfRoot_( vrfRoot ),
+   PathStatusInfoSm( const Lum::Ptr< const ConstraintInfoTable > & constraintInfoTable,
+                     const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
+      : constraintInfoTable_( constraintInfoTable ),
         pathStatusInfo_( pathStatusInfo ) {}
 
    void handleInitialized() override;
@@ -28,7 +26,7 @@ class PathStatusInfoSm : public Lum::Reactor {
    const Lum::Ptr< PathStatusInfo > & pathStatusInfo() const noexcept { return pathStatusInfo_; }
    void oldConstraintIs( const ConstraintHandle & handle ) noexcept { oldConstraint_ = handle; }
 
-   VrfRoot & vrfRoot_;
+   const Lum::Ptr< const ConstraintInfoTable > constraintInfoTable_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    ConstraintHandle oldConstraint_;  // the one last registered with
 };

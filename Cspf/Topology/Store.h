@@ -16,8 +16,6 @@ class DumpContext;
 /// computation needs besides.
 namespace Cspf {
 
-class BwUsageManager;
-
 /// A router as a view offers it.
 struct AllTopoRouter {
    LUM_VALUE( Cspf, AllTopoRouter );
@@ -118,17 +116,13 @@ class AllTopoDbStatus : public Lum::Entity {
       return intfIpToRouterIdTable_;
    }
    const Lum::Ptr< const VrfSourceId > & vrfSourceId() const noexcept { return vrfSourceId_; }
-   /// The VRF's bandwidth accounts, which views ask; null before there are any. Not owned: whoever
-   /// sets it takes it back before the accounts end.
-   const BwUsageManager * bwUsageManager() const noexcept { return bwUsageManager_; }
-   void bwUsageManagerIs( const BwUsageManager * manager ) { bwUsageManager_ = manager; }
 
-   /// When that last changed which computations of this type for this bandwidth user depend on:
-   /// the topology, the source, the user's own reservations.
-   /// REQUIRES: the VRF has a source of that type.
    /// For a change of now: later than the clock and than all stamps given before. Changes of one
    /// instant are several changes, and later than what was computed in it.
    Lum::Seconds changeStamp();
+   /// When that last changed which computations of this type for this bandwidth user depend on:
+   /// the topology, the source, the user's own reservations. REQUIRES: the VRF has a source of that
+   /// type.
    Lum::Seconds topoInfoChangedAt( PathComputationType pathComputationType,
                                    const BwUsageId & bwUsageId ) const;
    /// The source of that type of computation; empty where the VRF has none.
@@ -183,7 +177,6 @@ class AllTopoDbStatus : public Lum::Entity {
    const Lum::Ptr< IntfIpToRouterIdTable > intfIpToRouterIdTable_;
    const Lum::Ptr< IntfIpToNeighborTable > intfIpToNeighborTable_;
    Lum::Seconds lastStamp_ = 0;
-   const BwUsageManager * bwUsageManager_ = nullptr;
    mutable TopoLinks links_;  // graphs note in it where they keep each link
    const std::unique_ptr< TopoGraph > teGraph_;
    mutable std::weak_ptr< TopoGraph > lfaGraph_;

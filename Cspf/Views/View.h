@@ -3,7 +3,7 @@
 #include "Cspf/Graph/LinkFilter.h"
 #include "Cspf/Graph/Tree.h"
 #include "Cspf/Records/Constraint.h"
-#include "Cspf/Topology/Store.h"
+#include "Cspf/Views/VrfTopology.h"
 
 namespace Cspf {
 
@@ -20,12 +20,18 @@ struct NeighborAndTepStatus {
 /// key; both ways give the same answers. A view reads live state and keeps nothing of it.
 class AllTopoDbView : public Lum::Entity {
  public:
+   /// `bwUsageManager` is needed where the constraint asks for bandwidth.
    AllTopoDbView( Lum::Ptr< const AllTopoDb > allTopoDb,
                   Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus,
-                  const InternalPathConstraint & constraint )
+                  const InternalPathConstraint & constraint,
+                  Lum::Ptr< const BwUsageManager > bwUsageManager = nullptr )
       : allTopoDb_( std::move( allTopoDb ) ),
         allTopoDbStatus_( std::move( allTopoDbStatus ) ),
+        bwUsageManager_( std::move( bwUsageManager ) ),
         constraint_( constraint ) {}
+   AllTopoDbView( const VrfTopology & topology, const InternalPathConstraint & constraint )
+      : AllTopoDbView( topology.allTopoDb, topology.allTopoDbStatus, constraint,
+                       topology.bwUsageManager ) {}
 
    // For runs.
 
@@ -79,7 +85,6 @@ class AllTopoDbView : public Lum::Entity {
    Kivnet::IpGenAddr teRouterIdOfNodeWithTep( const Kivnet::IpGenAddr & tep ) const;
    /// The node that this type of computation starts from in this VRF.
    NodeId getOurSourceId() const;
-   const BwUsageManager * bwUsageManager() const { return allTopoDbStatus_->bwUsageManager(); }
 
    // The tests of a link, in the order in which they are made.
 
@@ -110,6 +115,10 @@ class AllTopoDbView : public Lum::Entity {
    const Lum::Ptr< const AllTopoDbStatus > & allTopoDbStatus() const noexcept {
       return allTopoDbStatus_;
    }
+   /// Null where it was not given.
+   const Lum::Ptr< const BwUsageManager > & bwUsageManager() const noexcept {
+      return bwUsageManager_;
+   }
    const InternalPathConstraint & constraint() const noexcept { return constraint_; }
 
  protected:
@@ -130,6 +139,7 @@ class AllTopoDbView : public Lum::Entity {
 
    const Lum::Ptr< const AllTopoDb > allTopoDb_;
    const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
+   const Lum::Ptr< const BwUsageManager > bwUsageManager_;
    const InternalPathConstraint constraint_;
 };
 
@@ -161,6 +171,9 @@ class AllTopoLfaDbView : public AllTopoDbView {
                      const InternalPathConstraint & constraint )
       : AllTopoDbView( allTopoDb, allTopoDbStatus, constraint ),
         graph_( allTopoDbStatus->lfaGraph() ) {}
+   AllTopoLfaDbView( const VrfTopology & topology, const InternalPathConstraint & constraint )
+      : AllTopoDbView( topology, constraint ),
+        graph_( topology.allTopoDbStatus->lfaGraph() ) {}
 
    TopoGraph & topoGraph() const override { return *graph_; }
    NodeId spfRoot() const override { return getOurSourceId(); }

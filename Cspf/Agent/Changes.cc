@@ -1,0 +1,92 @@
+// Which change is told to whom. A change of the topology moves one time stamp of each constraint,
+// by one task for however many changes came before it; what follows from the stamp is the
+// constraint's and the paths' own affair. A change of reservations moves the stamps of that user's
+// constraints, a new source those of its type.
+
+#include "Cspf/Agent/VrfRootSm.h"
+#include "platform/Trace/Trace.h"
+
+namespace Cspf {
+
+template< class Concerns >
+void
+VrfRootSm::updateTopoInfoChangedAt( Concerns && concerns ) {
+   vrfRoot_->dedupConstraintTable()->forEach( [ & ]( const DedupConstraint & dedupConstraint ) {
+      if ( concerns( dedupConstraint.pathConstraint() ) ) {
+         updateTopoInfoChangedAtOf( dedupConstraint );
+      }
+   } );
+}
+
+/// Service ends path by path when its source has gone; those that are left ask for nothing.
+void
+VrfRootSm::updateTopoInfoChangedAtOf( const DedupConstraint & dedupConstraint ) {
+   const InternalPathConstraint & constraint = dedupConstraint.pathConstraint();
+   if ( vrfSourceId_->vrfClientSourceIdHas( constraint.pathComputationType() ) ) {
+      vrfRoot_->constraintInfoTable()
+         ->constraintInfo( &dedupConstraint )
+         ->topoInfoChangedAtIs( vrfRoot_->allTopoDbStatus()->topoInfoChangedAt(
+            constraint.pathComputationType(), constraint.bwUsageId() ) );
+   }
+}
+
+void
+VrfRootSm::updateConstraintTopoChanged() {
+   TRACE7( "Scheduling constraintTopoInfoUpdaterTask" );
+   constraintTopoInfoUpdaterTask_->schedule();
+}
+
+void
+VrfRootSm::handleConstraintTopoInfoUpdaterTask() {
+   TRACE7( "Updating topoChangedAt for constraints" );
+   doUpdatePathBwUsages();
+   updateTopoInfoChangedAt( []( const InternalPathConstraint & ) { return true; } );
+}
+
+/// A link may have another name now. What is a path's own must be known before it is judged.
+void
+VrfRootSm::doUpdatePathBwUsages() {
+   for ( const auto & [ user, handles ] : constraintsOfUser_ ) {
+      for ( const ConstraintHandle & handle : handles ) {
+         for ( const auto & [ key, uses ] :
+               vrfRoot_->constraintInfoTable()->constraintInfo( handle )->pathColl() ) {
+            if ( const auto & usage = vrfRoot_->pathUsageSm( key ) ) {
+               usage->handleTopoChanged();
+            }
+         }
+      }
+   }
+}
+
+void
+VrfRootSm::handleBwUsageChangedAt( const BwUsageId & bwUsageId ) {
+   LUM_ASSERT( !!bwUsageId );
+   TRACE7( "Updating topoInfoChangedAt for constraints with bwUsageId "
+           << Lum::valueString( bwUsageId ) );
+   const auto own = constraintsOfUser_.find( bwUsageId );
+   if ( own == constraintsOfUser_.end() ) {
+      return;
+   }
+   const auto handles = own->second;  // a path that is told may let its constraint go
+   for ( const ConstraintHandle & handle : handles ) {
+      if ( vrfRoot_->constraintInfoTable()->constraintInfoHas( handle ) ) {
+         updateTopoInfoChangedAtOf( dedupConstraintOf( handle ) );
+      }
+   }
+}
+
+void
+VrfRootSm::handleClientSourceId( const PathComputationType & type ) {
+   TRACE7( "Updating SourceId for all constraint for client " << Lum::enumName( type ) );
+   if ( !vrfSourceId_->vrfClientSourceIdHas( type ) ) {
+      TRACE7( "client " << Lum::enumName( type ) << " being removed, not scheduling SPF" );
+      return;
+   }
+   const auto & allTopoDbStatus = vrfRoot_->allTopoDbStatus();
+   allTopoDbStatus->sourceChangedAtIs( type, allTopoDbStatus->changeStamp() );
+   updateTopoInfoChangedAt( [ & ]( const InternalPathConstraint & constraint ) {
+      return constraint.pathComputationType() == type;
+   } );
+}
+
+}
