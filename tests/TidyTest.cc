@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -20,6 +22,40 @@ int
 storeyOf( const std::string & path ) {
    const auto at = std::ranges::find( storeys, path.substr( 0, path.find( '/' ) ) );
    return at == storeys.end() ? -1 : static_cast< int >( at - storeys.begin() );
+}
+
+/// The rooms of the agent, from the ground up.
+const std::vector< std::string > rooms{ "Records",  "Graph",   "Topology", "Bandwidth",
+                                        "Views",    "Hops",    "Runs",     "Paths",
+                                        "Requests", "Repairs", "Clients",  "Agent" };
+
+/// -1: not in a room. A file of the agent that is in none is a face.
+int
+roomOf( const std::string & path ) {
+   const std::filesystem::path parts( path );
+   const auto at = std::ranges::find( rooms, parts.parent_path().filename().string() );
+   const bool ofAgent = parts.parent_path().parent_path() == "Cspf";
+   return !ofAgent || at == rooms.end() ? -1 : static_cast< int >( at - rooms.begin() );
+}
+
+bool
+isFace( const std::string & path ) {
+   return std::filesystem::path( path ).parent_path() == "Cspf";
+}
+
+bool
+hasWord( const std::string & text, const std::string & word ) {
+   const auto letter = []( char c ) {
+      return std::isalnum( static_cast< unsigned char >( c ) ) || c == '_';
+   };
+   for ( std::size_t at = text.find( word ); at != text.npos; at = text.find( word, at + 1 ) ) {
+      const std::size_t end = at + word.size();
+      if ( ( at == 0 || !letter( text[ at - 1 ] ) )
+           && ( end == text.size() || !letter( text[ end ] ) ) ) {
+         return true;
+      }
+   }
+   return false;
 }
 
 struct Include {
@@ -69,6 +105,50 @@ TEST( Tidy, includesGoDownFromTheRoot ) {
       // Programs stand on the agent's platform, not on the agent: they load it.
       EXPECT_FALSE( storeyOf( include.by ) == 3 && storeyOf( include.what ) == 2 ) << include.by;
    }
+}
+
+TEST( Tidy, roomsLeanOnRoomsBelowThem ) {
+   std::set< std::string > faces;
+   for ( const Include & include : includes() ) {
+      if ( !include.by.starts_with( "Cspf/" ) ) {
+         continue;
+      }
+      if ( isFace( include.by ) ) {
+         faces.insert( include.by );
+         EXPECT_NE( roomOf( include.what ), -1 )
+            << include.by << " is a face: it only includes rooms";
+         continue;
+      }
+      ASSERT_NE( roomOf( include.by ), -1 ) << include.by << " is in no room";
+      if ( include.what.starts_with( "Cspf/" ) ) {
+         EXPECT_FALSE( isFace( include.what ) )
+            << include.by << " includes a face: " << include.what;
+         EXPECT_LE( roomOf( include.what ), roomOf( include.by ) )
+            << include.by << " leans up on " << include.what;
+      }
+      if ( include.by.starts_with( "Cspf/Graph/" ) ) {
+         EXPECT_TRUE( include.angled || include.what.starts_with( "Cspf/Graph/" )
+                      || include.what.starts_with( "platform/Lum/Assert" ) )
+            << include.by << " computes with numbers alone, and includes " << include.what;
+      }
+   }
+   EXPECT_EQ( faces.size(), 15u );
+}
+
+TEST( Tidy, nothingBelowTheRootsKnowsTheirOwner ) {
+   const std::filesystem::path root = CSPF_SOURCE_DIR;
+   std::size_t lines = 0;
+   for ( const auto & entry : std::filesystem::recursive_directory_iterator( root / "Cspf" ) ) {
+      const std::string file = std::filesystem::relative( entry.path(), root );
+      if ( file.starts_with( "Cspf/Agent/" ) || roomOf( file ) == -1 ) {
+         continue;
+      }
+      std::ifstream in( entry.path() );
+      for ( std::string text; std::getline( in, text ); ++lines ) {
+         EXPECT_FALSE( hasWord( text, "VrfRoot" ) ) << file << ": " << text;
+      }
+   }
+   EXPECT_GT( lines, 10'000u );
 }
 
 TEST( Tidy, theLibraryLeansOnTheStandardLibraryAlone ) {

@@ -1,0 +1,6 @@
+#pragma once
+
+/// The agent among the clients of the bandwidth manager.
+
+#include "Cspf/Bandwidth/BwmRoot.h"
+#include "Cspf/Bandwidth/BwmVrfRoot.h"

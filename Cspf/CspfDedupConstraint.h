@@ -1,0 +1,5 @@
+#pragma once
+
+/// Constraints, each distinct one once.
+
+#include "Cspf/Records/Constraint.h"
