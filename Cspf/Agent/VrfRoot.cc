@@ -7,6 +7,7 @@
 #include "Cspf/Agent/VrfRoot.h"
 
 #include "Cspf/Agent/VrfRootSm.h"
+#include "Cspf/Records/StatePaths.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
@@ -22,12 +23,6 @@ template< class T >
 using Mount = LumZorch::TableMount< T >;
 
 std::string
-statePath( const char * kind, const VrfRoot & root ) {
-   return std::string( "te/cspf/" ) + kind + "/vrf/" + root.vrfName().stringValue() + "/"
-          + Kivnet::text( root.af() );
-}
-
-std::string
 isisTopoDbPath( const VrfRoot & root, const char * level ) {
    const char * const word = root.af() == Kivnet::AddressFamily::ipv4 ? "ip" : "ip6";
    return std::string( "routing/isis/topodb/" ) + word + "/" + level + "/"
@@ -40,11 +35,14 @@ struct VrfRoot::Tables {
    using TopoDb = Routing::Topology::TopoDb;
 
    explicit Tables( const VrfRoot & root )
-      : intfIpToRouterId( root.entityManager_, statePath( "intfIpToRouterId", root ),
+      : intfIpToRouterId( root.entityManager_,
+                          StatePath::ofVrf( StatePath::intfIpToRouterId, root.vrf_, root.af_ ),
                           MountMode::writer, { "intfIpToRouterId" }, intfIpCapacity ),
-        constraintStatus( root.entityManager_, statePath( "constraintStatus", root ),
+        constraintStatus( root.entityManager_,
+                          StatePath::ofVrf( StatePath::constraintStatus, root.vrf_, root.af_ ),
                           MountMode::writer ),
-        bwUsage( root.entityManager_, statePath( "bwUsage", root ), MountMode::writer ) {}
+        bwUsage( root.entityManager_, StatePath::ofVrf( StatePath::bwUsage, root.vrf_, root.af_ ),
+                 MountMode::writer ) {}
 
    Mount< IntfIpToRouterIdTable > intfIpToRouterId;
    Mount< ConstraintStatusTable > constraintStatus;

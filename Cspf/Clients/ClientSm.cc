@@ -6,6 +6,7 @@
 
 #include "Cspf/Clients/ClientSm.h"
 
+#include "Cspf/Records/StatePaths.h"
 #include "Cspf/Repairs/TilfaKeys.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
@@ -132,12 +133,12 @@ ClientDirSm::doCleanupStaleClientMounts() {
    TRACE7( "cleaning up stale client mounts" );
    const ExpectedPaths paths = doBuildExpectedPathList();
    const auto & entityManager = intake_.entityManager;
-   cleanupUnexpected( entityManager, "te/cspf/status", paths.expectedStatusPath );
-   cleanupUnexpected( entityManager, "te/cspf/intfIpToRouterId",
+   cleanupUnexpected( entityManager, StatePath::status, paths.expectedStatusPath );
+   cleanupUnexpected( entityManager, StatePath::intfIpToRouterId,
                       paths.expectedIntfIpToRouterIdPath );
    // What an earlier run has told of its own work is of no use to anybody.
-   cleanupUnexpected( entityManager, "te/cspf/constraintStatus", {} );
-   cleanupUnexpected( entityManager, "te/cspf/bwUsage", {} );
+   cleanupUnexpected( entityManager, StatePath::constraintStatus, {} );
+   cleanupUnexpected( entityManager, StatePath::bwUsage, {} );
    cleanupUnexpected( entityManager,
                       TrafficEngineering::BwmClientSetupSm::clientStatusMountPathBase(),
                       paths.expectedBwmClientStatusPath );
@@ -162,9 +163,9 @@ ClientDirSm::addExpectedPaths( const Lum::String & name, const Client & client,
                                const L3::VrfName & vrf, ExpectedPaths & paths ) const {
    for ( const auto af : wanted( client.addressFamilyColl() ) ) {
       if ( willHaveSource( name, vrf, af ) ) {
-         paths.expectedStatusPath.insert( clientStatusPath( vrf, af, name ) );
-         paths.expectedIntfIpToRouterIdPath.insert( "te/cspf/intfIpToRouterId/vrf/"
-                                                    + vrf.stringValue() + "/" + text( af ) );
+         paths.expectedStatusPath.insert( StatePath::ofClient( StatePath::status, vrf, af, name ) );
+         paths.expectedIntfIpToRouterIdPath.insert(
+            StatePath::ofVrf( StatePath::intfIpToRouterId, vrf, af ) );
       }
    }
    if ( client.bwmRequired() ) {

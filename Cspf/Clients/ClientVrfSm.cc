@@ -7,31 +7,13 @@
 
 #include "Cspf/Clients/ClientVrfSm.h"
 
+#include "Cspf/Records/StatePaths.h"
 #include "Cspf/Repairs/TilfaKeys.h"
 #include "Cspf/Repairs/TilfaPathSm.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
 namespace Cspf {
-
-namespace {
-
-std::string
-pathSuffix( const L3::VrfName & vrf, Kivnet::AddressFamily af, const Lum::String & client ) {
-   return vrf.stringValue() + "/" + text( af ) + "/" + client;
-}
-
-}
-
-std::string
-clientConfigPath( const L3::VrfName & vrf, Kivnet::AddressFamily af, const Lum::String & client ) {
-   return "te/cspf/config/vrf/" + pathSuffix( vrf, af, client );
-}
-
-std::string
-clientStatusPath( const L3::VrfName & vrf, Kivnet::AddressFamily af, const Lum::String & client ) {
-   return "te/cspf/status/vrf/" + pathSuffix( vrf, af, client );
-}
 
 void
 ClientVrfFamily::handleInitialized() {
@@ -140,11 +122,12 @@ ClientVrfSm::deletePathSm( Kivnet::AddressFamily af ) {
 void
 ClientVrfSm::doInitPathSm( Kivnet::AddressFamily af ) {
    const auto & own = family( af );
-   own->configMount.emplace( intake_.entityManager, clientConfigPath( vrf_, af, clientName_ ),
+   own->configMount.emplace( intake_.entityManager,
+                             StatePath::ofClient( StatePath::config, vrf_, af, clientName_ ),
                              LumZorch::MountMode::reader );
-   own->statusMount.emplace( intake_.entityManager, clientStatusPath( vrf_, af, clientName_ ),
-                             LumZorch::MountMode::writer,
-                             std::vector< std::string >{ "pathStatus", "pqInfo" } );
+   own->statusMount.emplace(
+      intake_.entityManager, StatePath::ofClient( StatePath::status, vrf_, af, clientName_ ),
+      LumZorch::MountMode::writer, std::vector< std::string >{ "pathStatus", "pqInfo" } );
    const auto & cspfConfig = own->configMount->table();
    const auto & cspfStatus = own->statusMount->table();
    LUM_ASSERT( cspfConfig );

@@ -20,11 +20,6 @@ struct ClientIntake {
    Lum::Ptr< TeConfigDir > teConfigDir;
 };
 
-std::string clientConfigPath( const L3::VrfName & vrf, Kivnet::AddressFamily af,
-                              const Lum::String & client );
-std::string clientStatusPath( const L3::VrfName & vrf, Kivnet::AddressFamily af,
-                              const Lum::String & client );
-
 class ClientVrfSm;
 
 /// One family of a `ClientVrfSm`: what the client holds there, and the watch on the VRF's sources.
