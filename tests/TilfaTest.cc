@@ -83,7 +83,6 @@ const char * const ring = "A -1- B -1- C -1- D -1- E -1- A; B -1- F; E -1- G";
 TEST( Tilfa, equalRepairsShareAnIdentifierThatIsUsedAgainWhenTheyAreGone ) {
    const auto status = Lum::make< Status >();
    const auto table = Lum::make< Lfa::DedupPqInfoTable >( status, Kiv::Range{ 1, 3 } );
-   Lum::start( table );
    const auto need = [ & ]( const char * intf ) {
       return table->dedup( { Kivnet::IpGenAddr(), Kivnet::IntfId( intf ), {} } );
    };

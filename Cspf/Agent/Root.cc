@@ -10,17 +10,6 @@
 
 namespace Cspf {
 
-namespace {
-
-const L3::VrfName &
-vrfOf( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
-   const auto castHandle = Lum::cast< const DedupVrfHandle >( handle );
-   LUM_ASSERT( castHandle );
-   return castHandle->vrfName();
-}
-
-}
-
 void
 CspfActiveVrfsNotifiee::handleInsert( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
    cspfRoot_.vrfActiveIs( vrfOf( handle ) );

@@ -12,13 +12,6 @@ namespace TrafficEngineering {
 
 namespace {
 
-const L3::VrfName &
-vrfOf( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
-   const auto castHandle = Lum::cast< const Cspf::DedupVrfHandle >( handle );
-   LUM_ASSERT( castHandle );
-   return castHandle->vrfName();
-}
-
 std::string
 clientUsageMountPath( const L3::VrfName & vrf, const Lum::String & client ) {
    return "te/bwm/client/input/vrf/" + vrf.stringValue() + "/" + client;
@@ -28,12 +21,12 @@ clientUsageMountPath( const L3::VrfName & vrf, const Lum::String & client ) {
 
 void
 BwmActiveVrfsNotifiee::handleInsert( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
-   bwmRoot_.vrfActiveIs( vrfOf( handle ) );
+   bwmRoot_.vrfActiveIs( Cspf::vrfOf( handle ) );
 }
 
 void
 BwmActiveVrfsNotifiee::handleRemove( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
-   bwmRoot_.vrfActiveDel( vrfOf( handle ) );
+   bwmRoot_.vrfActiveDel( Cspf::vrfOf( handle ) );
 }
 
 void

@@ -66,11 +66,8 @@ void
 CspfSourceIdSm::handleInitialized() {
    LUM_ASSERT( v4AllClientInfo()->vrfSourceIds() == 0 );
    LUM_ASSERT( v6AllClientInfo()->vrfSourceIds() == 0 );
-   LUM_WATCH_KEYS( srIsisDir_, entity, handleIsisPathDir );
    LUM_WATCH_KEYS( teConfigDir_, teVrfConfig, handleTeConfigDir );
-   for ( const auto & name : Lum::sortedKeys( srIsisDir_->entityColl() ) ) {
-      handleIsisPathDir( name );
-   }
+   LUM_FOLLOW_KEYS( srIsisDir_, entity, handleIsisPathDir );
 }
 
 void

@@ -66,11 +66,7 @@ ChildPathStatusSm::handleCspfData() {
 
 void
 ChildPathStatusCacheSm::handleInitialized() {
-   LUM_WATCH_KEYS( tables_.pathStatusCacheTable, pathStatusCache, handlePathStatusCache );
-   for ( const auto & key :
-         Lum::sortedKeys( tables_.pathStatusCacheTable->pathStatusCacheColl() ) ) {
-      handlePathStatusCache( key );
-   }
+   LUM_FOLLOW_KEYS( tables_.pathStatusCacheTable, pathStatusCache, handlePathStatusCache );
 }
 
 void

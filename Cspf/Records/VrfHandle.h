@@ -19,6 +19,14 @@ class DedupVrfHandle : public Kiv::DedupHandle {
    const L3::VrfName vrfName_;
 };
 
+/// REQUIRES: the handle is that of a VRF.
+inline const L3::VrfName &
+vrfOf( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
+   const auto castHandle = Lum::cast< const DedupVrfHandle >( handle );
+   LUM_ASSERT( castHandle );
+   return castHandle->vrfName();
+}
+
 inline Lum::Ptr< DedupVrfHandle >
 dedupVrfHandleFactory( const L3::VrfName & vrf ) {
    return Lum::make< DedupVrfHandle >( vrf );

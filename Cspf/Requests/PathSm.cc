@@ -60,11 +60,8 @@ PathSmBase::PathSmBase( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
 
 void
 PathSmBase::handleInitialized() {
-   LUM_WATCH_KEYS( cspfConfig_, pathConfig, handleCspfConfig );
    LUM_WATCH_KEYS( cspfStatus_, pathStatus, handlePathUsage );
-   for ( const PathKey & pathKey : Lum::sortedKeys( cspfConfig_->pathConfigColl() ) ) {
-      handleCspfConfig( pathKey );
-   }
+   LUM_FOLLOW_KEYS( cspfConfig_, pathConfig, handleCspfConfig );
    doCleanupStalePathEntries();
    initialized_ = true;
 }

@@ -67,10 +67,7 @@ TeIntfSrlgSm::handleDestroy() {
 
 void
 TeIntfStatusSm::handleInitialized() {
-   LUM_WATCH_KEYS( teStatus_, intfStatus, handleIntfStatus );
-   for ( const auto & name : Lum::sortedKeys( teStatus_->intfStatusColl() ) ) {
-      handleIntfStatus( name );
-   }
+   LUM_FOLLOW_KEYS( teStatus_, intfStatus, handleIntfStatus );
 }
 
 void

@@ -129,10 +129,7 @@ TopoDbExportSm::allTopoDbDir() const {
 void
 TopoDbExportDirSm::handleInitialized() {
    TRACE7( "topoDbExportDirSm getting initialized" );
-   LUM_WATCH_KEYS( topoDbExportDir_, entity, handleTopoDbExportDir );
-   for ( const auto & name : Lum::sortedKeys( topoDbExportDir_->entityColl() ) ) {
-      handleTopoDbExportDir( name );
-   }
+   LUM_FOLLOW_KEYS( topoDbExportDir_, entity, handleTopoDbExportDir );
 }
 
 void

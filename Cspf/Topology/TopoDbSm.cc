@@ -40,19 +40,10 @@ TopoDbSm::handleInitialized() {
    allTopoDbStatus_->forEachGraph(
       [ & ]( auto & graph ) { graph.topologyIs( topoId_, topoDb_ ); } );
    LUM_WATCH_KEYS( routerIdMap_, igpRouterId, handleTeRouterIdChange );
-   LUM_WATCH_KEYS( topoDb_, router, handleRouter );
-   LUM_WATCH_KEYS( topoDb_, neighbor, handleNeighbor );
    LUM_WATCH_KEYS( topoDb_, network, handleNetwork );
-   LUM_WATCH_KEYS( topoDb_, reachability, handleReachability );
-   for ( const auto & id : Lum::sortedKeys( topoDb_->routerColl() ) ) {
-      handleRouter( id );
-   }
-   for ( const auto & key : Lum::sortedKeys( topoDb_->neighborColl() ) ) {
-      handleNeighbor( key );
-   }
-   for ( const auto & id : Lum::sortedKeys( topoDb_->reachabilityColl() ) ) {
-      handleReachability( id );
-   }
+   LUM_FOLLOW_KEYS( topoDb_, router, handleRouter );
+   LUM_FOLLOW_KEYS( topoDb_, neighbor, handleNeighbor );
+   LUM_FOLLOW_KEYS( topoDb_, reachability, handleReachability );
 }
 
 void

@@ -79,7 +79,9 @@ sortedKeys( const M & map ) {
  public:                                                                                           \
    static_assert( true )
 
-/// An unsigned 32-bit counter: `x()`, `xIs( n )`, `xInc()`.
+/// An unsigned 32-bit counter: `x()`, `xIs( n )`, `xInc()`. Who watches it is told of each
+/// increment, so that a counter is also the way to say that something has happened, as often as it
+/// does.
 #define LUM_COUNTER( name_ )                                                                       \
    static constexpr ::Lum::AttributeId< lumSelf > name_##Attribute{ #name_ };                      \
    std::uint32_t name_() const noexcept {                                                          \

@@ -95,6 +95,10 @@ class Entity {
 
    mutable AttributeList * lists_ = nullptr;
    mutable std::uint32_t references_ = 0;
+   bool started_ = false;
+
+   template< class T >
+   friend void start( const Ptr< T > & object );
 };
 
 /// What a watcher of all attributes hears: which one, and the key of the entry of a collection that
@@ -167,25 +171,27 @@ class TypeCensus {
    TypeCensus * const next;
 };
 
-/// Creates an object and, where it is a state machine, starts it.
+/// Starts an object, where it is one that starts (`handleInitialized`): a state machine would
+/// subscribe twice if it started twice. REQUIRES: it has not been started.
+template< class T >
+void
+start( const Ptr< T > & object ) {
+   if constexpr ( requires { object->handleInitialized(); } ) {
+      const Ptr< T > starting = object;
+      Entity & entity = *starting;
+      LUM_ASSERT( !entity.started_ );
+      entity.started_ = true;
+      starting->handleInitialized();
+   }
+}
+
+/// Creates an object and starts it. An owner that starts what it is given takes a `new` one.
 template< class T, class... Args >
 Ptr< T >
 make( Args &&... args ) {
    Ptr< T > object( new T( std::forward< Args >( args )... ) );
-   if constexpr ( requires { object->handleInitialized(); } ) {
-      object->handleInitialized();
-   }
+   start( object );
    return object;
-}
-
-/// Starts an owned child, where it is a state machine.
-template< class T >
-void
-start( const Ptr< T > & child ) {
-   if constexpr ( requires { child->handleInitialized(); } ) {
-      const Ptr< T > starting = child;
-      starting->handleInitialized();
-   }
 }
 
 /// Ends an owned child: its own undoing, then its subscriptions, then the owner's reference.
@@ -214,3 +220,10 @@ retire( Ptr< T > & child ) {
 #define LUM_WATCH_KEYS( entity, collection, handler )                                              \
    this->template watchCollection< &std::remove_reference_t< decltype( *this ) >::handler >(       \
       entity, std::remove_reference_t< decltype( *( entity ) ) >::collection##Attribute, this )
+/// LUM_WATCH_KEYS, and the handler for each key that is there at this moment, in order.
+#define LUM_FOLLOW_KEYS( entity, collection, handler )                                             \
+   LUM_WATCH_KEYS( entity, collection, handler );                                                  \
+   for ( const auto & lumKey : ::Lum::sortedKeys( ( entity )->collection##Coll() ) ) {             \
+      handler( lumKey );                                                                           \
+   }                                                                                               \
+   static_assert( true )
