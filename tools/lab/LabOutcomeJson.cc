@@ -95,8 +95,11 @@ clientJson( const std::map< VrfAf, ClientOutcome > & services ) {
 Json
 addressesJson( const std::map< Kivnet::IpGenAddr, Kivnet::IpGenAddr > & addresses ) {
    Json json = Json::object();
+   // Addresses differ, and looking for one before it is added would be quadratic.
+   auto & members = json.get_ref< Json::object_t & >();
+   members.reserve( addresses.size() );
    for ( const auto & [ address, teRouterId ] : addresses ) {
-      json[ address.stringValue() ] = teRouterId.stringValue();
+      members.emplace_back( address.stringValue(), teRouterId.stringValue() );
    }
    return json;
 }
