@@ -182,6 +182,18 @@ TEST( JsonCodecTest, badPatchesNameTheirPlaceAndChangeNothing ) {
               "/adjacency/1/key: expected a key that is not there yet" );
    EXPECT_EQ( complaint( "Lum::Dir", R"({"entity": {"x": {"type": "No::Such", "value": {}}}})" ),
               "/entity/x/type: expected the name of a state type" );
+   EXPECT_EQ( complaint( "Lum::Dir", R"({"entity": {"x": {"type": "Cspf::Client", "vrf": {}}}})" ),
+              "/entity/x/vrf: expected \"type\" or \"value\", as in "
+              "{\"type\": \"Cspf::Client\", \"value\": {}}" );
+   for ( const auto & [ type, patch, place ] : std::vector< std::array< const char *, 3 > >{
+            { "Cspf::Config", R"({"pathConfig": {"10.0.0.4#1": {"pathKey": "10.0.0.4#2"}}})",
+              "/pathConfig/10.0.0.4#1/pathKey" },
+            { "Routing::Topology::TopoDb",
+              R"({"router": {"0000.0000.0001": {"id": "0000.0000.0002"}}})",
+              "/router/0000.0000.0001/id" } } ) {
+      EXPECT_EQ( complaint( type, patch ),
+                 place + std::string( ": expected the key that the entry stands under" ) );
+   }
    const std::string seventeen( "[1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17]" );
    EXPECT_EQ( complaint( "Cspf::Status", R"({"pathStatus": {"10.0.0.4#1":
                                             {"pathSrlg": [{"srlg": )"

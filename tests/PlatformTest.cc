@@ -101,6 +101,35 @@ TEST_F( Platform, aTaskMayScheduleItselfOrEndItself ) {
    EXPECT_FALSE( loop.settle( 100 ) );  // never comes to rest, and is given up
 }
 
+TEST( RealLoop, delaysCountFromTheTimeAsItIsAndManyDueTasksLeaveTurnsToDescriptors ) {
+   Lum::ActivityLoop real( Lum::ActivityLoop::Time::real );
+   const auto realScheduler = Lum::make< Kiv::TaskScheduler >( real );
+   int turns = 0, toRun = 20;
+   std::vector< std::unique_ptr< Kiv::Task > > tasks;
+   Kiv::Task late( realScheduler, "late", [ &real ] { real.stop(); } );
+   for ( int i = 0; i < toRun; ++i ) {
+      tasks.push_back( std::make_unique< Kiv::Task >( realScheduler, "long", [ & ] {
+         const Lum::Seconds begin = Lum::RealClock::read();
+         while ( Lum::RealClock::read() < begin + 0.005 ) {
+         }
+         if ( --toRun == 0 ) {
+            late.schedule( 3600 );
+            EXPECT_GT( real.nextDeadline(), real.now() + 3600.004 );
+            late.schedule();
+         }
+      } ) );
+      tasks.back()->schedule();
+   }
+   int ends[ 2 ];
+   ASSERT_EQ( pipe( ends ), 0 );
+   real.fdIs( ends[ 1 ], EPOLLOUT, [ & ]( std::uint32_t ) { ++turns; } );
+   real.run();
+   EXPECT_GE( turns, 3 );
+   real.fdDel( ends[ 1 ] );
+   close( ends[ 0 ] );
+   close( ends[ 1 ] );
+}
+
 TEST_F( Platform, equalValuesAreOneWhileSomebodyHoldsThem ) {
    for ( const bool unordered : { false, true } ) {
       Kiv::DedupTable< Word > table;

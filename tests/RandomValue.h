@@ -27,8 +27,13 @@ class RandomValue {
          using Member = std::remove_cvref_t< decltype( member ) >;
          if constexpr ( Field::kind == Lum::FieldKind::collection ) {
             for ( unsigned n = below( 5 ); n > 0; --n ) {
-               field.is( entity, make< typename Member::key_type >(),
-                         make< typename Member::mapped_type >() );
+               using Key = typename Member::key_type;
+               const Key key = make< Key >();
+               auto row = make< typename Member::mapped_type >();
+               if constexpr ( Lum::HasOwnKey< decltype( row ), Key > ) {
+                  Lum::firstField( row ) = key;
+               }
+               field.is( entity, key, std::move( row ) );
             }
          } else {
             field.is( entity, make< Member >() );

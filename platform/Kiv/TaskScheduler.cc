@@ -20,7 +20,7 @@ void
 Task::schedule( Lum::Seconds delay ) {
    unschedule();
    auto & loop = scheduler_->loop_;
-   timer_ = loop.timerIs( loop.now() + delay, [ this ] { run(); } );
+   timer_ = loop.timerIs( loop.deadlineAfter( delay ), [ this ] { run(); } );
    next_ = scheduler_->scheduled_;
    if ( next_ ) {
       next_->previous_ = this;

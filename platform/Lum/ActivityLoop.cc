@@ -3,7 +3,8 @@
 // arming; a timer is taken out before its callback runs, so a callback may arm, cancel or destroy
 // anything, itself included. A descriptor's callback is shared for the duration of its call for
 // the same reason. Timers that are armed in a turn wait for the next one, so that a task that keeps
-// arming itself cannot starve the descriptors.
+// arming itself cannot starve the descriptors; nor can many that are due at once, since they get no
+// more than a slice of time in a turn.
 
 #include "platform/Lum/ActivityLoop.h"
 
@@ -16,6 +17,13 @@
 #include <unistd.h>
 
 namespace Lum {
+
+namespace {
+
+/// Seconds of one turn after which no further timer is begun.
+constexpr Seconds slice = 0.02;
+
+}
 
 ActivityLoop::ActivityLoop( Time time )
    : isVirtual_( time == Time::virtualTime ),
@@ -93,7 +101,9 @@ void
 ActivityLoop::serveTimers() {
    const std::uint64_t armedBefore = armed_;
    const Seconds due = now();
-   while ( !timers_.empty() && timers_.begin()->first.second <= armedBefore && fireOne( due ) ) {
+   const Seconds end = deadlineAfter( slice );
+   while ( !timers_.empty() && timers_.begin()->first.second <= armedBefore && fireOne( due )
+           && deadlineAfter( 0 ) < end ) {
    }
 }
 

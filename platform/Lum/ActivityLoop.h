@@ -19,6 +19,7 @@ namespace Lum {
 /// Its clock, real or virtual, is the process's clock while the loop lives. Timers of equal
 /// deadline fire in order of arming. Time stands still while the handlers of one turn run, on
 /// either clock; the virtual one moves only in `advance` and `settle`, from deadline to deadline.
+/// Deadlines count from the time as it is, so that a delay that is longer than a turn has a rest.
 class ActivityLoop {
  public:
    using Callback = std::function< void() >;
@@ -34,6 +35,10 @@ class ActivityLoop {
 
    Seconds now() const { return isVirtual_ ? virtualClock_.now() : realClock_.now(); }
 
+   /// The deadline of a timer that is armed now, to fire after `delay` seconds.
+   Seconds deadlineAfter( Seconds delay ) const {
+      return ( isVirtual_ ? virtualClock_.now() : RealClock::read() ) + delay;
+   }
    TimerId timerIs( Seconds deadline, Callback callback );
    void timerDel( const TimerId & id );
    /// The earliest deadline; infinity where no timer is armed.
@@ -44,8 +49,9 @@ class ActivityLoop {
    void fdIs( int fd, std::uint32_t events, FdCallback callback );
    void fdDel( int fd );
 
-   /// One turn: waits at most `maxWait` seconds for a timer or a descriptor, then serves all that
-   /// are due. On the virtual clock it does not wait and time does not move.
+   /// One turn: waits at most `maxWait` seconds for a timer or a descriptor, then serves those that
+   /// are due; timers of which many are due go on in the next turn, after the descriptors. On the
+   /// virtual clock it does not wait and time does not move.
    void runOnce( Seconds maxWait );
    /// Turns until `stop`. REQUIRES: the clock is real.
    void run();

@@ -22,10 +22,10 @@ class RealClock : public Clock {
    Seconds now() const override { return standsAt_ > 0 ? standsAt_ : read(); }
    /// While it stands still, the clock gives the time at which it was stopped.
    void standsStillIs( bool standsStill ) { standsAt_ = standsStill ? read() : 0; }
-
- private:
+   /// The time as it is, whether or not a clock stands still.
    static Seconds read();
 
+ private:
    Seconds standsAt_ = 0;
 };
 

@@ -158,6 +158,19 @@ copyFields( const From & from, To & to ) {
    ( std::make_index_sequence< std::tuple_size_v< decltype( fields< To > ) > >() );
 }
 
+/// The first field of a row. REQUIRES: the row is described.
+template< class Row >
+constexpr auto &
+firstField( Row & row ) {
+   return row.*( std::get< 0 >( fields< std::remove_const_t< Row > > ).member );
+}
+
+/// Whether a row of a collection with such keys holds its own key: as its first field.
+template< class Row, class Key >
+concept HasOwnKey = Described< Row > && requires( Row & row ) {
+   { firstField( row ) } -> std::same_as< Key & >;
+};
+
 /// A list inside of a value, by index from 0 without gaps: writing beyond the end fills with
 /// default elements. `Index` is a bounded type, so an index out of its bounds raises its error.
 template< class Index, class T >

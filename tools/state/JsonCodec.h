@@ -163,22 +163,22 @@ mergeValue( T & value, const Json & patch, const Place & place ) {
 enum class Walk { check, apply };
 
 void mergeEntity( Lum::Entity & entity, const Json & patch, const Place & place, Walk walk );
+/// Throws where the patch is not {"type": .., "value": ..}, of which either may be missing.
+void checkTyped( const Json & patch, const Place & place );
 
 template< class E >
 Lum::Ptr< E >
 childFromJson( const Lum::Ptr< E > & present, const Json & patch, const Place & place, Walk walk ) {
    if constexpr ( std::same_as< E, Lum::Entity > ) {
-      const auto type = patch.is_object() ? patch.find( "type" ) : patch.end();
-      const bool typed = patch.is_object() && type != patch.end();
+      checkTyped( patch, place );
+      const auto type = patch.find( "type" );
+      const bool typed = type != patch.end();
       const std::string name = typed && type->is_string() ? type->get< std::string >()
                                : present                  ? present->typeName()
                                                           : std::string();
       Lum::Ptr< E > child = present && name == present->typeName() ? present : makeEntity( name );
       if ( !child || ( typed && !type->is_string() ) ) {
          throw Error( Place( place, "type" ), "the name of a state type" );
-      }
-      if ( !patch.is_object() ) {
-         throw Error( place, "an object with \"type\" and \"value\"" );
       }
       mergeEntity( *child, patch.value( "value", Json::object() ), Place( place, "value" ), walk );
       return child;
@@ -200,18 +200,28 @@ entryFromJson( T present, const Json & patch, const Place & place, Walk walk ) {
    }
 }
 
-/// A value that begins with its own key has it from the start.
+/// A row that holds its own key has it from the start.
 template< class T, class Key >
 T
 newEntry( const Key & key ) {
-   T value{};
-   if constexpr ( Lum::Described< T > && !Lum::isPtr< T > ) {
-      constexpr auto first = std::get< 0 >( Lum::fields< T > ).member;
-      if constexpr ( std::same_as< std::remove_cvref_t< decltype( value.*first ) >, Key > ) {
-         value.*first = key;
+   T row{};
+   if constexpr ( Lum::HasOwnKey< T, Key > ) {
+      Lum::firstField( row ) = key;
+   }
+   return row;
+}
+
+/// The patch of a row may name its key, and not change it.
+template< class T, class Key >
+void
+checkOwnKey( [[maybe_unused]] const T & row, [[maybe_unused]] const Key & key,
+             [[maybe_unused]] const Place & place ) {
+   if constexpr ( Lum::HasOwnKey< T, Key > ) {
+      if ( Lum::firstField( row ) != key ) {
+         const std::string name = std::get< 0 >( Lum::fields< T > ).name;
+         throw Error( Place( place, name ), "the key that the entry stands under" );
       }
    }
-   return value;
 }
 
 /// A collection with text keys: the patch names the entries that change.
@@ -246,6 +256,7 @@ mergeEntries( E & entity, const F & field, const Coll & coll, const Json & patch
       using T = typename Coll::mapped_type;
       T value =
          entryFromJson( at == coll.end() ? newEntry< T >( *key ) : at->second, part, here, walk );
+      checkOwnKey( value, *key, here );
       if ( walk == Walk::apply ) {
          field.is( entity, *key, std::move( value ) );
       }
@@ -274,6 +285,7 @@ replaceEntries( E & entity, const F & field, const Coll & coll, const Json & pat
       mergeValue( key, entry[ "key" ], Place( here, "key" ) );
       T value = entryFromJson( newEntry< T >( key ), entry[ "value" ], Place( here, "value" ),
                                Walk::apply );
+      checkOwnKey( value, key, Place( here, "value" ) );
       const auto at = coll.find( key );
       if ( Lum::isPtr< T > && at != coll.end()
            && valueToJson( at->second ) == valueToJson( value ) ) {

@@ -207,6 +207,19 @@ makeEntity( std::string_view typeName ) {
 }
 
 void
+checkTyped( const Json & patch, const Place & place ) {
+   if ( !patch.is_object() ) {
+      throw Error( place, "an object with \"type\" and \"value\"" );
+   }
+   for ( const auto & [ name, part ] : patch.items() ) {
+      if ( name != "type" && name != "value" ) {
+         throw Error( Place( place, name ),
+                      "\"type\" or \"value\", as in {\"type\": \"Cspf::Client\", \"value\": {}}" );
+      }
+   }
+}
+
+void
 mergeEntity( Lum::Entity & entity, const Json & patch, const Place & place, Walk walk ) {
    const auto at = types().find( entity.typeName() );
    if ( at == types().end() ) {
