@@ -200,7 +200,12 @@ TestLab::outcome() const {
 
 Json
 TestLab::snapshot() const {
-   return Service::StateView( state_, tables_ ).get( "" );
+   struct Text : State::TextSink {
+      void text( std::string_view piece ) override { all += piece; }
+      std::string all;
+   } text;
+   Service::StateView( state_, tables_ ).get( "", text );
+   return State::Json::parse( text.all );
 }
 
 std::string

@@ -33,6 +33,9 @@ class CommandRequestReactor : public Lum::Entity {
       callbacks_[ callback->name() ] = callback;
    }
    void agentCommandCallbackDelAll() { callbacks_.clear(); }
+   bool agentCommandCallbackHas( const std::string & name ) const {
+      return callbacks_.contains( name );
+   }
    /// Hands the command over; false where nobody is registered under that name.
    bool command( const std::string & name, int fd, const std::string & text ) const;
 

@@ -45,6 +45,10 @@ class Runner {
    /// Null while none runs.
    const Lum::Ptr< Agent > & agent() const noexcept { return agent_; }
    const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler() const noexcept { return scheduler_; }
+   /// Whether an agent runs that takes commands of that name.
+   bool takesCommand( const std::string & name ) const {
+      return agent_ && agent_->commandRequestReactor()->agentCommandCallbackHas( name );
+   }
    /// Hands a command to the agent; false where it takes none of that name.
    bool command( const std::string & name, int fd, const std::string & text );
 

@@ -1,6 +1,9 @@
 // The writer of the trace ring. It appends to memory that the kernel carries to the file, so a
 // record costs no system call, and what was traced last is there whatever ends the process. A
 // record is complete by its check sum, not by the order in which its bytes arrive.
+//
+// A file that somebody cuts short takes its pages away under the mapping. The write that meets this
+// gets pages of its own instead, and the next record begins a new file.
 
 #include "platform/Trace/Velotrace.h"
 
@@ -10,18 +13,23 @@
 #include "platform/Trace/Sinks.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
 #include <limits>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Velotrace {
 
 namespace {
 
 constexpr int defaultMaxLevel = 7;
+
+volatile std::sig_atomic_t fileIsCut = 0;
+struct sigaction actionBefore;
 
 struct Ring {
    std::string fileName;
@@ -114,6 +122,33 @@ open() {
    return true;
 }
 
+/// A bus error that is not the ring's happens again, under the action that was in force before.
+void
+handleBusError( int signal, siginfo_t * info, void * ) {
+   auto * const begin = reinterpret_cast< char * >( ring.header );
+   const auto * const at = static_cast< const char * >( info->si_addr );
+   const std::uint64_t size = sizeof( RingHeader ) + ring.capacity;
+   if ( begin && at >= begin && at < begin + size
+        && mmap( begin, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1,
+                 0 )
+              != MAP_FAILED ) {
+      fileIsCut = 1;
+   } else {
+      sigaction( signal, &actionBefore, nullptr );
+   }
+}
+
+void
+catchBusErrors() {
+   static bool caught = false;
+   if ( !std::exchange( caught, true ) ) {
+      struct sigaction action {};
+      action.sa_sigaction = handleBusError;
+      action.sa_flags = SA_SIGINFO;
+      sigaction( SIGBUS, &action, &actionBefore );
+   }
+}
+
 void
 unmap() {
    if ( ring.header ) {
@@ -138,6 +173,7 @@ initialise( const std::string & fileName, const char * sizeSpec, int levelOffset
    const std::uint32_t longest = std::numeric_limits< std::uint16_t >::max();
    const auto fits = static_cast< std::uint32_t >( ring.capacity - sizeof( RecordHeader ) );
    ring.maxTextLength = std::min( { maxTextLength, longest, fits } );
+   catchBusErrors();
    return open();
 }
 
@@ -168,6 +204,12 @@ path() {
 
 void
 record( int level, std::string_view text ) {
+   if ( fileIsCut ) {
+      fileIsCut = 0;
+      if ( !reopen() ) {
+         return;
+      }
+   }
    text = text.substr( 0, ring.maxTextLength );
    const std::uint64_t size = recordSize( text.size() );
    std::uint64_t position = ring.header->written;

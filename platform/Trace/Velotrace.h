@@ -26,7 +26,8 @@ inline constexpr bool singleThreaded = true;
 /// 30). `levelOffset` is added to each level that is recorded. One thread traces, and no form with
 /// locks exists: REQUIRES `threads` is `singleThreaded`. With `replace` an earlier file of that
 /// name goes; who has it open keeps it. Texts are cut to `maxTextLength` bytes, at most 65,535.
-/// False where the file cannot be made; the trace then stays off.
+/// False where the file cannot be made; the trace then stays off. A file that is cut short while it
+/// is in use is given up, and a new one begun; the process's SIGBUS is caught for that.
 bool initialise( const std::string & fileName, const char * sizeSpec, int levelOffset,
                  int maxSizeLog2, bool threads, bool replace, std::uint32_t maxTextLength );
 

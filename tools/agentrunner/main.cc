@@ -2,22 +2,20 @@
 // control socket until it is told to stop.
 
 #include "platform/AgentRunner/Runner.h"
-#include "platform/Trace/Gemtrace.h"
 #include "platform/Trace/Velotrace.h"
 #include "schema/Types.h"
+#include "tools/agentrunner/ServiceManager.h"
+#include "tools/agentrunner/TraceFile.h"
 #include "tools/lab/AgentLibrary.h"
 #include "tools/lab/LabLoad.h"
 #include "tools/service/ControlServer.h"
-#include "tools/service/UnixSocket.h"
 #include "tools/text/Plain.h"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <ctime>
-#include <fstream>
 #include <iostream>
+#include <new>
+#include <sstream>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -27,48 +25,10 @@ namespace {
 struct Options {
    std::string library;
    std::string name = "CspfAgent";
-   std::string socket = Service::defaultSocketPath();
+   Service::SocketFile control{ Service::defaultSocketPath(), "" };
+   Service::SocketFile monitor;
    std::string traceFile;
    std::string lab;
-};
-
-/// Seconds since 1970. A log is read beside those of other programs.
-double
-utcNow() {
-   timespec time{};
-   clock_gettime( CLOCK_REALTIME, &time );
-   return static_cast< double >( time.tv_sec ) + static_cast< double >( time.tv_nsec ) * 1e-9;
-}
-
-/// The text trace in a file, which may be moved away and reopened.
-class TraceFile {
- public:
-   explicit TraceFile( std::string path ) : path_( std::move( path ) ) {
-      reopen();
-      if ( !path_.empty() && !out_ ) {
-         throw std::runtime_error( path_
-                                   + ": the trace cannot be written: " + std::strerror( errno ) );
-      }
-   }
-   ~TraceFile() { Gemtrace::sinkIs( nullptr ); }
-   TraceFile( const TraceFile & ) = delete;
-   TraceFile & operator=( const TraceFile & ) = delete;
-
-   void reopen() {
-      if ( path_.empty() ) {
-         return;
-      }
-      out_ = std::ofstream( path_, std::ios::app );
-      Gemtrace::sinkIs(
-         [ this ]( int level, std::string_view text ) {
-            out_ << Text::utcText( utcNow() ) << " " << level << " " << text << std::endl;
-         },
-         7 );
-   }
-
- private:
-   std::string path_;
-   std::ofstream out_;
 };
 
 /// Signals as events of the loop.
@@ -81,6 +41,7 @@ class Signals {
          sigaddset( &set, signal );
       }
       sigprocmask( SIG_BLOCK, &set, nullptr );
+      signal( SIGPIPE, SIG_IGN );  // a log that nobody reads any more is no reason to end
       fd_ = signalfd( -1, &set, SFD_CLOEXEC | SFD_NONBLOCK );
       loop_.fdIs( fd_, EPOLLIN, [ this, &traceFile ]( std::uint32_t ) {
          signalfd_siginfo info;
@@ -106,9 +67,34 @@ class Signals {
    int fd_;
 };
 
+/// One line on standard error, whatever became of earlier ones.
+void
+say( std::string_view text ) {
+   std::cerr.clear();
+   std::cerr << Text::plain( text ) << std::endl;
+}
+
 void
 logToStandardError( const Trace::LogMessage & message, std::string_view text ) {
-   std::cerr << message.id << ": " << text << std::endl;
+   std::ostringstream line;
+   line << message.id << ": " << text;
+   say( line.view() );
+}
+
+constexpr int exitOutOfMemory = 3;
+
+/// Ends the process at once: nothing that is half built may be taken down, or served.
+[[noreturn]] void
+endForWantOfMemory() {
+   constexpr std::string_view text = "agentrunner: out of memory\n";
+   [[maybe_unused]] const ssize_t ignored = write( STDERR_FILENO, text.data(), text.size() );
+   _exit( exitOutOfMemory );
+}
+
+/// In force before anything of the program or its libraries allocates.
+[[gnu::constructor( 101 )]] void
+watchMemory() {
+   std::set_new_handler( endForWantOfMemory );
 }
 
 void
@@ -140,10 +126,15 @@ serve( const Options & options ) {
                                                                : options.library );
    AgentRunner::Runner runner( loop, state, tables, library.factory(), options.name );
    Service::StateView view( state, tables );
-   const Service::ControlServer server( loop, runner, view, options.socket, load );
+   const auto monitor =
+      options.monitor.path.empty() ? std::nullopt : std::optional( options.monitor );
+   const Service::ControlServer server( loop, runner, view, options.control, monitor, load );
+   const ServiceManager manager( loop );
    runner.start();
-   std::cerr << "agentrunner: serving " << options.socket << std::endl;
+   say( "agentrunner: serving " + options.control.path );
+   manager.ready();
    loop.run();
+   manager.stopping();
    runner.stop();
    Velotrace::close();
 }
@@ -158,7 +149,13 @@ main( int argc, char ** argv ) {
                    "agent library (default: the one beside this program)" );
    app.add_option( "--name", options.name, "name of the agent and of its trace ring" )
       ->capture_default_str();
-   app.add_option( "--socket", options.socket, "control socket" )->capture_default_str();
+   app.add_option( "--socket", options.control.path, "control socket" )->capture_default_str();
+   app.add_option( "--group", options.control.group, "group whose members may use the socket" );
+   auto * const monitor =
+      app.add_option( "--monitor", options.monitor.path, "second socket, for reading only" );
+   app.add_option( "--monitor-group", options.monitor.group,
+                   "group whose members may use that one" )
+      ->needs( monitor );
    app.add_option( "--trace", options.traceFile, "file for the text trace" );
    app.add_option( "--lab", options.lab, "lab whose state is there when the agent starts" );
    Trace::logSinkIs( logToStandardError );
@@ -168,7 +165,7 @@ main( int argc, char ** argv ) {
    } catch ( const CLI::ParseError & error ) {
       return app.exit( error ) == 0 ? 0 : 1;
    } catch ( const std::exception & error ) {
-      std::cerr << "agentrunner: " << error.what() << std::endl;
+      say( std::string( "agentrunner: " ) + error.what() );
       return 1;
    }
    return 0;

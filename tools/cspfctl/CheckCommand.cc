@@ -3,6 +3,7 @@
 #include "tools/cspfctl/LabCommands.h"
 #include "tools/lab/LabFile.h"
 #include "tools/lab/LabRunner.h"
+#include "tools/text/Plain.h"
 
 #include <iostream>
 #include <memory>
@@ -39,7 +40,7 @@ check( const std::vector< std::string > & files ) {
          const std::string found = summary( Lab::LabFile::load( file ) );
          std::cout << file << ": " << found << std::endl;
       } catch ( const Lab::LabError & error ) {
-         std::cerr << "cspfctl: " << file << ": " << error.what() << std::endl;
+         std::cerr << "cspfctl: " << Text::plain( file + ": " + error.what() ) << std::endl;
          status = Lab::exitBadLab;
       }
    }

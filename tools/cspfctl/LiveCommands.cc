@@ -7,6 +7,7 @@
 #include "tools/lab/LabRunner.h"
 #include "tools/service/Client.h"
 #include "tools/service/UnixSocket.h"
+#include "tools/text/Plain.h"
 #include "tools/text/Table.h"
 
 #include <fstream>
@@ -97,7 +98,7 @@ runLoad( const Options & options ) {
       Client( options.socket ).callText( "load", "{\"lab\":" + lab.text() + "}" );
       return Lab::exitOk;
    } catch ( const Lab::LabError & error ) {
-      std::cerr << "cspfctl: " << options.path << ": " << error.what() << std::endl;
+      std::cerr << "cspfctl: " << Text::plain( options.path + ": " + error.what() ) << std::endl;
       return Lab::exitBadLab;
    }
 }
@@ -231,7 +232,10 @@ add( CLI::App & app, const char * name, const char * about,
    CLI::App * command = app.add_subcommand( name, about );
    command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
       ->capture_default_str();
-   command->callback( [ options, run ] { run( *options ); } );
+   command->callback( [ options, run ] {
+      const Text::PlainOutput plain( std::cout );
+      run( *options );
+   } );
    return command;
 }
 

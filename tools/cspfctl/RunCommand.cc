@@ -2,6 +2,7 @@
 
 #include "tools/cspfctl/LabCommands.h"
 #include "tools/lab/LabRunner.h"
+#include "tools/text/Plain.h"
 #include "tools/text/Table.h"
 
 #include <cstdlib>
@@ -32,7 +33,7 @@ run( Options options ) {
    try {
       return Lab::runLab( Lab::LabFile::load( options.lab ), options.run, std::cout, std::cerr );
    } catch ( const Lab::LabError & error ) {
-      std::cerr << "cspfctl: " << options.lab << ": " << error.what() << std::endl;
+      std::cerr << "cspfctl: " << Text::plain( options.lab + ": " + error.what() ) << std::endl;
       return Lab::exitBadLab;
    }
 }

@@ -11,6 +11,7 @@ namespace {
 
 void
 printTrace( const std::string & file ) {
+   const Text::PlainOutput plain( std::cout );
    std::size_t damaged = 0;
    std::string error;
    const bool ring = Velotrace::decode(

@@ -2,8 +2,24 @@
 
 #include "tools/cspfctl/LabCommands.h"
 #include "tools/cspfctl/LiveCommands.h"
+#include "tools/text/Plain.h"
 
 #include <iostream>
+#include <sstream>
+
+namespace {
+
+/// Prints help, or what is wrong with the command line, in which anything may stand.
+int
+exitStatus( const CLI::App & app, const CLI::ParseError & error ) {
+   std::ostringstream complaint;
+   const int status = app.exit( error, std::cout, complaint );
+   const Text::PlainOutput plainErrors( std::cerr );
+   std::cerr << complaint.view() << std::flush;
+   return status == 0 ? 0 : 1;
+}
+
+}
 
 int
 main( int argc, char ** argv ) {
@@ -18,8 +34,8 @@ main( int argc, char ** argv ) {
       return command->check_name( argv[ 1 ] );
    };
    if ( argc > 1 && *argv[ 1 ] != '-' && app.get_subcommands( isNamed ).empty() ) {
-      std::cerr << "cspfctl: there is no command \"" << argv[ 1 ] << "\"; see cspfctl --help"
-                << std::endl;
+      std::cerr << "cspfctl: there is no command \"" << Text::plain( argv[ 1 ] )
+                << "\"; see cspfctl --help" << std::endl;
       return 1;
    }
    try {
@@ -28,9 +44,9 @@ main( int argc, char ** argv ) {
          throw std::runtime_error( "standard output cannot be written" );
       }
    } catch ( const CLI::ParseError & error ) {
-      return app.exit( error ) == 0 ? 0 : 1;
+      return exitStatus( app, error );
    } catch ( const std::exception & error ) {
-      std::cerr << "cspfctl: " << error.what() << std::endl;
+      std::cerr << "cspfctl: " << Text::plain( error.what() ) << std::endl;
       return 1;
    }
    return status;

@@ -11,6 +11,15 @@
 
 namespace Service {
 
+namespace {
+
+/// Seconds of the frames of one connection before others have their turn.
+constexpr Lum::Seconds slice = 0.01;
+/// Bytes that are sent at once, however fast the peer reads.
+constexpr std::size_t maxFlush = 4u << 20;
+
+}
+
 Connection::Connection( Lum::ActivityLoop & loop, int socket, Handlers handlers )
    : loop_( loop ),
      socket_( socket ),
@@ -20,14 +29,15 @@ Connection::Connection( Lum::ActivityLoop & loop, int socket, Handlers handlers 
 
 Connection::~Connection() {
    *alive_ = false;
+   loop_.timerDel( rest_ );
    loop_.fdDel( socket_ );
    close( socket_ );
 }
 
 void
 Connection::watchEvents() {
-   const std::uint32_t events =
-      ( deaf_ ? 0u : std::uint32_t( EPOLLIN ) ) | ( backlog() ? std::uint32_t( EPOLLOUT ) : 0u );
+   const std::uint32_t events = ( takesFrames() && !rest_.second ? std::uint32_t( EPOLLIN ) : 0u )
+                                | ( backlog() ? std::uint32_t( EPOLLOUT ) : 0u );
    loop_.fdIs( socket_, events, [ this ]( std::uint32_t ready ) { handleEvents( ready ); } );
 }
 
@@ -36,8 +46,11 @@ Connection::handleEvents( std::uint32_t events ) {
    const auto alive = alive_;
    if ( events & EPOLLOUT ) {
       flush();
+      if ( !isFull() ) {
+         handlers_.drained();
+      }
    }
-   if ( *alive && events & EPOLLIN && !deaf_ ) {
+   if ( *alive && events & EPOLLIN && takesFrames() ) {
       receive();
    }
    if ( *alive && events & ( EPOLLHUP | EPOLLERR ) ) {
@@ -68,9 +81,10 @@ Connection::receive() {
 void
 Connection::takeFrames() {
    const auto alive = alive_;
+   const Lum::Seconds sliceEnd = loop_.deadlineAfter( slice );
    std::size_t begin = 0;
-   for ( std::size_t end;
-         !deaf_ && ( end = received_.find( '\n', searched_ ) ) != received_.npos; ) {
+   for ( std::size_t end; takesFrames() && !yields( sliceEnd )
+                          && ( end = received_.find( '\n', searched_ ) ) != received_.npos; ) {
       const std::string frame = received_.substr( begin, end - begin );
       begin = searched_ = end + 1;
       if ( std::exchange( skipping_, false ) || frame.empty() ) {
@@ -86,8 +100,8 @@ Connection::takeFrames() {
       }
    }
    received_.erase( 0, begin );
-   searched_ = received_.size();
-   if ( received_.size() > maxFrame ) {
+   searched_ = takesFrames() && !rest_.second ? received_.size() : 0;
+   if ( searched_ > maxFrame ) {
       received_.clear();
       searched_ = 0;
       if ( !std::exchange( skipping_, true ) ) {
@@ -96,33 +110,78 @@ Connection::takeFrames() {
    }
 }
 
+bool
+Connection::yields( Lum::Seconds end ) {
+   if ( !rest_.second && loop_.deadlineAfter( 0 ) > end ) {
+      rest_ = loop_.timerIs( loop_.deadlineAfter( 0 ), [ this ] {
+         rest_ = { 0, 0 };
+         pausedIs( paused_ );
+      } );
+      watchEvents();
+   }
+   return rest_.second != 0;
+}
+
+void
+Connection::pausedIs( bool paused ) {
+   paused_ = paused;
+   const auto alive = alive_;
+   if ( takesFrames() && !rest_.second ) {
+      takeFrames();  // those that were received already
+   }
+   if ( *alive ) {
+      watchEvents();
+   }
+}
+
 void
 Connection::send( const std::string & frame ) {
-   if ( backlog() + frame.size() > maxBacklog ) {
+   if ( backlog() + held_.size() + frame.size() > maxBacklog ) {
       cutOff();
+   } else if ( amidFrame_ ) {
+      held_.append( frame ).push_back( '\n' );
    } else {
       answer( frame );
    }
 }
 
 void
-Connection::answer( const std::string & frame ) {
+Connection::part( std::string_view text ) {
    if ( !isCutOff_ ) {
-      backlog_.append( frame ).push_back( '\n' );
+      amidFrame_ = true;
+      backlog_ += text;
+      flush();
+   }
+}
+
+void
+Connection::endFrame() {
+   if ( !isCutOff_ ) {
+      amidFrame_ = false;
+      backlog_.append( "\n" ).append( std::exchange( held_, {} ) );
       flush();
    }
 }
 
 void
 Connection::cutOff() {
-   answer( farewell_ );
+   if ( !amidFrame_ ) {
+      answer( farewell_ );
+   }
+   breakOff();
+}
+
+void
+Connection::breakOff() {
    deaf_ = isCutOff_ = true;
+   paused_ = false;
    flush();
 }
 
 void
 Connection::flush() {
-   while ( backlog() ) {
+   const std::size_t enough = sent_ + maxFlush;
+   while ( backlog() && sent_ < enough ) {
       const ssize_t n = ::send( socket_, backlog_.data() + sent_, backlog(), MSG_NOSIGNAL );
       if ( n < 0 && errno == EINTR ) {
          continue;
@@ -136,7 +195,7 @@ Connection::flush() {
       backlog_.erase( 0, sent_ );
       sent_ = 0;
    }
-   if ( deaf_ && !backlog() ) {
+   if ( deaf_ && !backlog() && !paused_ ) {
       // The peer sees the end of the stream; the next event ends this side.
       shutdown( socket_, SHUT_RDWR );
    }

@@ -1,13 +1,12 @@
 #pragma once
 
-#include "platform/AgentRunner/Runner.h"
-#include "tools/lab/LabJson.h"
-#include "tools/service/Connection.h"
-#include "tools/service/StateView.h"
+#include "tools/service/Session.h"
+#include "tools/service/UnixSocket.h"
 
+#include <list>
 #include <map>
 #include <memory>
-#include <string>
+#include <optional>
 
 namespace Service {
 
@@ -25,39 +24,48 @@ namespace Service {
 ///   unwatch {"paths": [P...]}
 ///
 ///   command {"name": N, "text": T}: what the agent writes comes as notifications "output",
-///   {"id", "text"}, then the result.
+///   {"id", "text"}, then the result. It works on a copy of the agent.
 ///
 ///   load {"lab": document}: writes a lab's state, its events excluded.
 ///
 ///   status {}: the process, the agent and what it is busy with.
 ///
-/// A client that does not read hears of it in a last notification "cutOff", {"reason"}.
+/// What is asked for is as of one instant, however large it is. A client that does not read hears
+/// of it in a last notification "cutOff", {"reason"}. A second socket may serve all but `patch` and
+/// `load`. Callers beyond what the limit of descriptors allows are turned away.
 class ControlServer {
  public:
    /// Writes a lab document into the stores; throws with a text that names the place.
    using Load = std::function< void( const Lab::LabJson & lab ) >;
 
-   /// Listens on a Unix socket at `path`, which only its owner may connect to. A stale socket is
-   /// replaced; one that somebody serves is an error. Throws std::runtime_error. All outlive it.
+   /// Serves the sockets of the files. Throws std::runtime_error where one cannot be made. All else
+   /// outlives it.
    ControlServer( Lum::ActivityLoop & loop, AgentRunner::Runner & runner, StateView & view,
-                  std::string path, Load load );
+                  const SocketFile & control, const std::optional< SocketFile > & monitor,
+                  Load load );
    ~ControlServer();
    ControlServer( const ControlServer & ) = delete;
    ControlServer & operator=( const ControlServer & ) = delete;
 
+   /// Callers at the moment, and bytes that wait until they read them.
+   std::size_t sessions() const noexcept { return sessions_.size(); }
+   std::size_t backlog() const;
+
  private:
-   class Client;
+   struct Door {
+      Listener listener;
+      Session::Access access;
+      Lum::ActivityLoop::TimerId rest{ 0, 0 };  ///< armed while it takes nobody in
+   };
 
-   void handleConnect();
+   void open( Door & door );
+   void handleConnect( Door & door );
 
-   Lum::ActivityLoop & loop_;
-   AgentRunner::Runner & runner_;
-   StateView & view_;
-   const std::string path_;
-   const Load load_;
-   int listener_ = -1;
-   std::uint64_t lastClient_ = 0;
-   std::map< std::uint64_t, std::unique_ptr< Client > > clients_;
+   Shared shared_;
+   const std::size_t maxSessions_;
+   std::list< Door > doors_;
+   std::uint64_t lastSession_ = 0;
+   std::map< std::uint64_t, std::unique_ptr< Session > > sessions_;
 };
 
 }

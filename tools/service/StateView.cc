@@ -159,23 +159,32 @@ StateView::typed( const std::string & path ) const {
    return { { "type", entity->typeName() }, { "value", State::toJson( *entity ) } };
 }
 
-Json
-StateView::get( const std::string & asked ) const {
+void
+StateView::states( const std::vector< std::string > & paths, State::TextSink & sink ) const {
+   std::string before( "{" );
+   for ( const std::string & path : paths ) {
+      sink.text( before + State::text( path ) + ":" );
+      State::writeTyped( *find( path ), sink );
+      before = ",";
+   }
+   sink.text( paths.empty() ? "{}" : "}" );
+}
+
+void
+StateView::get( const std::string & asked, State::TextSink & sink ) const {
    const std::string path = Corvdb::canonicalPath( asked );
-   if ( find( path ) && !path.empty() ) {
-      return typed( path );
+   if ( !path.empty() && find( path ) ) {
+      State::writeTyped( *find( path ), sink );
+      return;
    }
-   Json below = Json::object();
-   for ( const std::string & table : tables_.list( path ) ) {
-      below[ table ] = typed( table );
-   }
+   std::vector< std::string > below = tables_.list( path );
    if ( path.empty() ) {
-      below[ "/" ] = typed( path );
+      below.insert( below.begin(), "/" );
    }
    if ( below.empty() && !anyTable( path, { Match::above } ) ) {
       throw RequestError( "nothing at \"" + path + "\"" );
    }
-   return below;
+   states( below, sink );
 }
 
 StateView::Watched

@@ -29,9 +29,12 @@ class StateView {
       : state_( state ),
         tables_( tables ) {}
 
-   /// The entity or table at the path as JSON, {"type": name, "value": ..}; where there is none, an
-   /// object of all tables below the path. Throws RequestError where nothing is or can be.
-   Json get( const std::string & path ) const;
+   /// Writes the entity or table at the path as JSON, {"type": name, "value": ..}; where there is
+   /// none, an object of all tables below the path. Throws RequestError where nothing is or can be.
+   void get( const std::string & path, State::TextSink & sink ) const;
+   /// Writes an object of what is at the paths. REQUIRES: they are canonical and differ, and there
+   /// is something at each.
+   void states( const std::vector< std::string > & paths, State::TextSink & sink ) const;
    /// Merges the patch (RFC 7396) into the entity or table; a table is made where it is missing.
    /// Throws RequestError for what an agent writes and for a patch that would put what the agent
    /// looks at out of its sight, and State::Error.

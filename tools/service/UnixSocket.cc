@@ -3,15 +3,21 @@
 
 #include "tools/service/UnixSocket.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <grp.h>
 #include <stdexcept>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Service {
 
@@ -46,6 +52,24 @@ tryConnect( const sockaddr_un & address ) {
    return -1;
 }
 
+/// Whether the peer is this user, root, or in the group (0: none).
+bool
+mayComeIn( int socket, gid_t group ) {
+   ucred peer{};
+   socklen_t length = sizeof peer;
+   if ( getsockopt( socket, SOL_SOCKET, SO_PEERCRED, &peer, &length ) != 0 ) {
+      return false;
+   }
+   if ( peer.uid == geteuid() || peer.uid == 0 || ( group && peer.gid == group ) ) {
+      return true;
+   }
+   std::array< gid_t, 1024 > groups;
+   length = sizeof groups;
+   return group && getsockopt( socket, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length ) == 0
+          && std::find( groups.begin(), groups.begin() + length / sizeof( gid_t ), group )
+                != groups.begin() + length / sizeof( gid_t );
+}
+
 }
 
 std::string
@@ -62,50 +86,110 @@ defaultSocketPath() {
    return "/tmp/cspf-" + std::to_string( geteuid() ) + "/control.sock";
 }
 
-int
-listenAt( const std::string & path ) {
-   const sockaddr_un address = addressOf( path );
+Listener::Listener( const SocketFile & file ) : path_( file.path ) {
+   makeDirectory();
+   lock();
+   bind();
+   if ( !file.group.empty() ) {
+      giveToGroup( file.group );
+   }
+   if ( listen( fd_, 64 ) != 0 ) {
+      fail( std::strerror( errno ) );
+   }
+}
+
+Listener::Listener( Listener && other ) noexcept
+   : path_( std::move( other.path_ ) ),
+     lock_( std::exchange( other.lock_, -1 ) ),
+     fd_( std::exchange( other.fd_, -1 ) ),
+     inode_( other.inode_ ),
+     group_( other.group_ ) {}
+
+Listener::~Listener() {
+   struct stat present;
+   if ( fd_ >= 0 && lstat( path_.c_str(), &present ) == 0 && present.st_ino == inode_ ) {
+      unlink( path_.c_str() );
+   }
+   close( fd_ );
+   close( lock_ );
+}
+
+void
+Listener::fail( const std::string & what ) {
+   close( fd_ );
+   close( lock_ );
+   Service::fail( path_, what );
+}
+
+void
+Listener::makeDirectory() const {
    std::error_code ignored;
-   const auto directory = std::filesystem::path( path ).parent_path();
+   const auto directory = std::filesystem::path( path_ ).parent_path();
    if ( !directory.empty() && std::filesystem::create_directories( directory, ignored ) ) {
       chmod( directory.c_str(), 0700 );
    }
-   if ( const int served = tryConnect( address ); served >= 0 ) {
-      close( served );
-      fail( path, "another process serves this socket" );
-   }
-   struct stat present;
-   if ( lstat( path.c_str(), &present ) == 0 && !S_ISSOCK( present.st_mode ) ) {
-      fail( path, "a file that is no socket stands here" );
-   }
-   unlink( path.c_str() );
-   const int fd = socket( AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0 );
-   const mode_t mask = umask( 0177 );
-   const bool bound =
-      fd >= 0 && bind( fd, reinterpret_cast< const sockaddr * >( &address ), sizeof address ) == 0;
-   const int error = errno;
-   umask( mask );
-   if ( !bound || listen( fd, 64 ) != 0 ) {
-      close( fd );
-      fail( path, std::strerror( bound ? errno : error ) );
-   }
-   return fd;
 }
 
-int
-acceptOwner( int listener ) {
-   const int fd = accept4( listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC );
-   if ( fd < 0 ) {
-      return -1;
+void
+Listener::lock() {
+   lock_ = open( ( path_ + ".lock" ).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600 );
+   if ( lock_ < 0 ) {
+      fail( std::string( "its lock cannot be made: " ) + std::strerror( errno ) );
    }
-   ucred peer{};
-   socklen_t length = sizeof peer;
-   if ( getsockopt( fd, SOL_SOCKET, SO_PEERCRED, &peer, &length ) == 0
-        && ( peer.uid == geteuid() || peer.uid == 0 ) ) {
-      return fd;
+   if ( flock( lock_, LOCK_EX | LOCK_NB ) != 0 ) {
+      fail( "another process serves this socket" );
+   }
+}
+
+void
+Listener::bind() {
+   const sockaddr_un address = addressOf( path_ );
+   if ( const int served = tryConnect( address ); served >= 0 ) {
+      close( served );
+      fail( "another process serves this socket" );
+   }
+   struct stat present;
+   if ( lstat( path_.c_str(), &present ) == 0 && !S_ISSOCK( present.st_mode ) ) {
+      fail( "a file that is no socket stands here" );
+   }
+   unlink( path_.c_str() );
+   fd_ = socket( AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0 );
+   const mode_t mask = umask( 0177 );
+   const bool bound =
+      fd_ >= 0
+      && ::bind( fd_, reinterpret_cast< const sockaddr * >( &address ), sizeof address ) == 0;
+   const int error = errno;
+   umask( mask );
+   if ( !bound || lstat( path_.c_str(), &present ) != 0 ) {
+      fail( std::strerror( bound ? errno : error ) );
+   }
+   inode_ = present.st_ino;
+}
+
+void
+Listener::giveToGroup( const std::string & name ) {
+   const group * const entry = getgrnam( name.c_str() );
+   if ( !entry ) {
+      fail( "there is no group \"" + name + "\"" );
+   }
+   group_ = entry->gr_gid;
+   if ( chown( path_.c_str(), static_cast< uid_t >( -1 ), group_ ) != 0
+        || chmod( path_.c_str(), 0660 ) != 0 ) {
+      fail( "it cannot be given to the group \"" + name + "\": " + std::strerror( errno ) );
+   }
+}
+
+Listener::Caller
+Listener::accept() const {
+   const int fd = accept4( fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC );
+   if ( fd < 0 ) {
+      return { -1, errno != EAGAIN && errno != EINTR && errno != ECONNABORTED };
+   }
+   if ( mayComeIn( fd, group_ ) ) {
+      return { fd, false };
    }
    close( fd );
-   return -1;
+   return {};
 }
 
 int

@@ -1,22 +1,57 @@
 #pragma once
 
 #include <string>
+#include <sys/types.h>
 
+/// The control socket: a Unix stream socket at a path in the file system.
 namespace Service {
 
-/// Where the control socket is unless somebody says otherwise: CSPF_SOCKET of the environment, else
-/// "/run/cspf/control.sock" for root, and for others "cspf.sock" in XDG_RUNTIME_DIR, else
-/// "/tmp/cspf-<uid>/control.sock".
+/// The environment's CSPF_SOCKET; without it "/run/cspf/control.sock" for root, else a path in the
+/// user's runtime directory.
 std::string defaultSocketPath();
 
-/// A non-blocking listener at the path, for its owner alone. The directory is made where it is
-/// missing. Throws std::runtime_error; neither a socket that somebody serves nor another file is
-/// taken away.
-int listenAt( const std::string & path );
-/// The next connection, non-blocking; -1 when there is none, or its user is not the one this
-/// process runs as (nor root).
-int acceptOwner( int listener );
-/// A connection to the socket at the path. Throws std::runtime_error.
+/// Where a socket stands, and whose it is beside its owner's and root's: the members' of a group,
+/// "" for nobody's.
+struct SocketFile {
+   std::string path;
+   std::string group;
+};
+
+/// A socket that takes callers. A lock file beside it, "PATH.lock", says that it is served, so that
+/// of several processes that start at once one serves it.
+class Listener {
+ public:
+   /// Makes the directory where there is none. A stale socket is replaced. Throws
+   /// std::runtime_error with the reason, so where another process serves the socket.
+   explicit Listener( const SocketFile & file );
+   Listener( Listener && other ) noexcept;
+   Listener & operator=( Listener && ) = delete;
+   /// Removes the socket, if it is still the one that was made.
+   ~Listener();
+
+   int fd() const noexcept { return fd_; }
+
+   struct Caller {
+      int socket = -1;      ///< non-blocking; -1: nobody, or somebody who may not come in
+      bool failed = false;  ///< the caller still waits, for want of descriptors or memory
+   };
+   Caller accept() const;
+
+ private:
+   void makeDirectory() const;
+   void lock();
+   void bind();
+   void giveToGroup( const std::string & group );
+   [[noreturn]] void fail( const std::string & what );
+
+   std::string path_;
+   int lock_ = -1;
+   int fd_ = -1;
+   ino_t inode_ = 0;
+   gid_t group_ = 0;  ///< 0: no group
+};
+
+/// A connected, blocking socket. Throws std::runtime_error.
 int connectTo( const std::string & path );
 
 }

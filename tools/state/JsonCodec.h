@@ -363,6 +363,60 @@ entityToJson( const E & entity ) {
    return json;
 }
 
+template< class T >
+void
+valueToText( const T & value, TextSink & sink ) {
+   if constexpr ( std::same_as< T, Lum::Ptr< Lum::Entity > > ) {
+      writeTyped( *value, sink );
+   } else if constexpr ( Lum::isPtr< T > ) {
+      if ( value ) {
+         writeText( *value, sink );
+      } else {
+         sink.text( "null" );
+      }
+   } else {
+      sink.text( text( valueToJson( value ) ) );
+   }
+}
+
+template< class Coll >
+void
+collectionToText( const Coll & coll, TextSink & sink ) {
+   constexpr bool textual = Textual< typename Coll::key_type >;
+   sink.entries( coll.size() );
+   std::string before( textual ? "{" : "[" );
+   for ( const auto & key : Lum::sortedKeys( coll ) ) {
+      if constexpr ( textual ) {
+         sink.text( before + text( toText( key ) ) + ":" );
+         valueToText( coll.at( key ), sink );
+      } else {
+         sink.text( before + R"({"key":)" + text( valueToJson( key ) ) + R"(,"value":)" );
+         valueToText( coll.at( key ), sink );
+         sink.text( "}" );
+      }
+      before = ",";
+   }
+   sink.text( coll.empty() ? before : "" );
+   sink.text( textual ? "}" : "]" );
+}
+
+template< class E >
+void
+entityToText( const E & entity, TextSink & sink ) {
+   std::string before( "{" );
+   Lum::forEachField( entity, [ & ]( auto & field, const auto & value ) {
+      sink.text( before + text( field.name ) + ":" );
+      if constexpr ( std::remove_cvref_t< decltype( field ) >::kind
+                     == Lum::FieldKind::collection ) {
+         collectionToText( value, sink );
+      } else {
+         valueToText( value, sink );
+      }
+      before = ",";
+   } );
+   sink.text( before == "{" ? "{}" : "}" );
+}
+
 template< class E >
 void
 mergeFields( E & entity, const Json & patch, const Place & place, Walk walk ) {

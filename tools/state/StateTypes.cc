@@ -16,6 +16,7 @@ namespace {
 struct Type {
    Lum::Ptr< Lum::Entity > ( *make )();
    Json ( *toJson )( const Lum::Entity & );
+   void ( *writeText )( const Lum::Entity &, TextSink & );
    void ( *merge )( Lum::Entity &, const Json &, const Place &, Walk );
    Change ( *change )( const Lum::Entity &, const Lum::AnyChange & );
    void ( *children )(
@@ -29,6 +30,9 @@ typeOf() {
    return { [] { return Lum::Ptr< Lum::Entity >( new E ); },
             []( const Lum::Entity & entity ) {
                return entityToJson( static_cast< const E & >( entity ) );
+            },
+            []( const Lum::Entity & entity, TextSink & sink ) {
+               entityToText( static_cast< const E & >( entity ), sink );
             },
             []( Lum::Entity & entity, const Json & patch, const Place & place, Walk walk ) {
                mergeFields( static_cast< E & >( entity ), patch, place, walk );
@@ -183,6 +187,28 @@ Json
 toJson( const Lum::Entity & entity ) {
    const auto at = types().find( entity.typeName() );
    return at == types().end() ? Json() : at->second.toJson( entity );
+}
+
+void
+writeText( const Lum::Entity & entity, TextSink & sink ) {
+   const auto at = types().find( entity.typeName() );
+   if ( at == types().end() ) {
+      sink.text( "null" );
+   } else {
+      at->second.writeText( entity, sink );
+   }
+}
+
+void
+writeTyped( const Lum::Entity & entity, TextSink & sink ) {
+   sink.text( R"({"type":)" + text( entity.typeName() ) + R"(,"value":)" );
+   writeText( entity, sink );
+   sink.text( "}" );
+}
+
+std::string
+text( const Json & json ) {
+   return json.dump( -1, ' ', false, Json::error_handler_t::replace );
 }
 
 Change

@@ -24,6 +24,22 @@ namespace State {
 using Json = nlohmann::json;
 
 Json toJson( const Lum::Entity & entity );
+
+/// Takes a long text, piece by piece.
+class TextSink {
+ public:
+   virtual ~TextSink() = default;
+   virtual void text( std::string_view piece ) = 0;
+   /// So many entries of a collection come next.
+   virtual void entries( std::size_t /*count*/ ) {}
+};
+/// The JSON of the entity as text, an entry at a time.
+void writeText( const Lum::Entity & entity, TextSink & sink );
+/// Likewise {"type": name, "value": the entity's}.
+void writeTyped( const Lum::Entity & entity, TextSink & sink );
+/// A JSON value as text on one line. Bytes that are not UTF-8 are replaced.
+std::string text( const Json & json );
+
 /// Checks the whole patch first, then changes what differs, entry by entry, so that watchers hear
 /// of nothing else. Throws `Error` with the entity untouched.
 void merge( Lum::Entity & entity, const Json & patch, const Place & place = {} );

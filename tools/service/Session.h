@@ -1,0 +1,97 @@
+#pragma once
+
+#include "platform/AgentRunner/Runner.h"
+#include "tools/lab/LabJson.h"
+#include "tools/service/Connection.h"
+#include "tools/service/Rpc.h"
+#include "tools/service/StateView.h"
+#include "tools/service/Worker.h"
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace Service {
+
+/// What the sessions of one server share.
+struct Shared {
+   Lum::ActivityLoop & loop;
+   AgentRunner::Runner & runner;
+   StateView & view;
+   /// Writes a lab document into the stores; throws with a text that names the place.
+   std::function< void( const Lab::LabJson & lab ) > load;
+   std::size_t sessions = 0;
+   std::size_t workers = 0;
+};
+
+/// One caller of the control socket: its requests, one after the other, and what it watches.
+///
+/// A frame of many requests is served in slices of time, and no faster than its answers are read.
+/// What is large to read is read by a worker; the requests behind it wait for it.
+class Session {
+ public:
+   enum class Access { full, reading };
+
+   /// Takes over the connected socket; `closed` is called when the caller has gone, and may destroy
+   /// the session. What is shared outlives it.
+   Session( Shared & shared, int socket, Access access, std::function< void() > closed );
+   ~Session();
+   Session( const Session & ) = delete;
+   Session & operator=( const Session & ) = delete;
+
+   std::size_t backlog() const noexcept { return connection_.backlog(); }
+   /// A table has come or gone.
+   void handleTable( const std::string & path );
+
+ private:
+   /// What a client watches under one path; the watches of single entities and tables.
+   struct Watch {
+      bool tables = false;
+      std::map< std::string, Lum::Ptr< StateWatch > > parts;
+   };
+   struct Request {
+      Json json;
+      Lab::LabJson inOrder;
+   };
+   /// A result as text, or nothing where a worker brings it.
+   using Result = std::optional< std::string >;
+
+   void handleFrame( std::string_view text );
+   void pump();
+   bool mayGoOn( Lum::Seconds sliceEnd );
+   /// Goes on after so many seconds.
+   void rest( Lum::Seconds duration );
+   void serveNext();
+   void answer( const std::string & text );
+   void batchEnds();
+   Result serve( const std::string & method, const Request & request );
+   Result get( const Json & params );
+   Result watch( const Json & params );
+   Result unwatch( const Json & params );
+   Result command( const Json & params );
+   Result load( const Lab::LabJson & request );
+   std::string status() const;
+   /// What `write` writes: at once if that is little, else by a worker.
+   Result text( const std::function< void( State::TextSink & ) > & write );
+   void workerIs( const Worker::Work & work, const std::string & before,
+                  const std::string & behind );
+   void workerEnded( bool done, const std::string & behind );
+   Lum::Ptr< StateWatch > watchOf( const std::string & path );
+   void tell( const Json & change ) { connection_.send( notificationFrame( "change", change ) ); }
+
+   Shared & shared_;
+   const Access access_;
+   Connection connection_;
+   std::deque< Request > requests_;
+   Json id_;                    ///< of the request in hand
+   bool wantsAnswer_ = false;   ///< so does that request
+   bool batch_ = false;         ///< the requests came in one frame
+   std::size_t batchSize_ = 0;  ///< bytes of its answers so far
+   std::unique_ptr< Worker > worker_;
+   Lum::ActivityLoop::TimerId rest_{ 0, 0 };
+   std::map< std::string, Watch > watches_;
+};
+
+}
