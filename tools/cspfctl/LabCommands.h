@@ -8,3 +8,4 @@ void addRunCommand( CLI::App & app, int & status );
 /// Adds `check LAB...`: the labs are read and nothing runs. The status is set to that of a bad lab
 /// where one is.
 void addCheckCommand( CLI::App & app, int & status );
+void addImportCommand( CLI::App & app, int & status );

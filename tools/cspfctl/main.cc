@@ -28,6 +28,7 @@ main( int argc, char ** argv ) {
    int status = 0;
    addRunCommand( app, status );
    addCheckCommand( app, status );
+   addImportCommand( app, status );
    addLiveCommands( app, status );
    addTraceCommand( app );
    const auto isNamed = [ & ]( const CLI::App * command ) {

@@ -1,0 +1,114 @@
+// `cspfctl import`: a capture of a routing daemon as a lab.
+
+#include "tools/cspfctl/LabCommands.h"
+#include "tools/igp/IsisTopology.h"
+#include "tools/igp/LabOfTopologies.h"
+#include "tools/igp/OspfText.h"
+#include "tools/lab/LabFile.h"
+#include "tools/lab/LabRunner.h"
+
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+namespace {
+
+struct Options {
+   std::vector< std::string > files;
+   std::string router;
+   bool bare = false;
+};
+
+struct Imported {
+   std::vector< Igp::Topology > topologies;
+   Igp::Findings findings;
+};
+
+std::string
+contentOf( const std::string & file ) {
+   if ( file == "-" ) {
+      return { std::istreambuf_iterator< char >( std::cin ), {} };
+   }
+   std::ifstream in( file );
+   std::string content( std::istreambuf_iterator< char >( in ), {} );
+   if ( !in.is_open() || in.bad() ) {
+      throw Igp::CaptureError( file + ": cannot be read" );
+   }
+   return content;
+}
+
+Imported
+importIsis( const std::vector< std::string > & files ) {
+   Igp::IsisCapture capture;
+   for ( const std::string & file : files ) {
+      Igp::readIsis( contentOf( file ), file, capture );
+   }
+   if ( capture.lsps.empty() ) {
+      throw Igp::CaptureError( "no LSP in the capture: expected `show isis database detail`" );
+   }
+   auto network = Igp::isisNetwork( capture, L3::VrfName::defaultVrf() );
+   return { std::move( network.topologies ), std::move( network.findings ) };
+}
+
+Imported
+importOspf( const std::vector< std::string > & files ) {
+   Igp::OspfCapture capture;
+   for ( const std::string & file : files ) {
+      Igp::readOspf( contentOf( file ), file, capture );
+   }
+   auto network = Igp::ospfNetwork( capture, 0 );
+   std::erase_if( network.topologies,
+                  []( const auto & topology ) { return topology.routers.empty(); } );
+   if ( network.topologies.empty() ) {
+      throw Igp::CaptureError(
+         "no router LSA in the capture: expected `show ip ospf database router`" );
+   }
+   return { std::move( network.topologies ), std::move( network.findings ) };
+}
+
+int
+run( const Options & options, Imported ( *read )( const std::vector< std::string > & ) ) {
+   try {
+      Imported imported = read( options.files );
+      const auto lab =
+         Igp::labOf( imported.topologies, options.router, !options.bare, imported.findings );
+      for ( const std::string & finding : imported.findings ) {
+         std::cerr << "cspfctl: " << finding << "\n";
+      }
+      const std::string text =
+         lab.dump( 2, ' ', false, nlohmann::ordered_json::error_handler_t::replace );
+      Lab::LabFile::parse( text );  // what is printed can be run
+      std::cout << text << std::endl;
+      return Lab::exitOk;
+   } catch ( const std::runtime_error & error ) {
+      std::cerr << "cspfctl: " << error.what() << std::endl;
+      return Lab::exitBadLab;
+   }
+}
+
+void
+addProtocol( CLI::App & import, const char * name, const char * about, int & status,
+             Imported ( *read )( const std::vector< std::string > & ) ) {
+   const auto options = std::make_shared< Options >();
+   CLI::App * command = import.add_subcommand( name, about );
+   command->add_option( "files", options->files, "what the commands printed; - for standard input" )
+      ->required();
+   command->add_option( "--router", options->router,
+                        "the router that the lab is of; without it, the one that was asked" );
+   command->add_flag( "--bare", options->bare,
+                      "the network alone, without a client and its paths" );
+   command->callback( [ options, read, &status ] { status = run( *options, read ); } );
+}
+
+}
+
+void
+addImportCommand( CLI::App & app, int & status ) {
+   CLI::App * import =
+      app.add_subcommand( "import", "Make a lab of what an operator saved from a routing daemon" );
+   import->require_subcommand( 1 );
+   addProtocol( *import, "isis", "from `show isis database detail` and `show isis hostname`",
+                status, importIsis );
+   addProtocol( *import, "ospf", "from `show ip ospf database router`, `network`, `opaque-area`",
+                status, importOspf );
+}

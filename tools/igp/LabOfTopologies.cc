@@ -1,0 +1,345 @@
+// A lab names routers, each address once, and writes a link once for both of its ends.
+
+#include "tools/igp/LabOfTopologies.h"
+
+#include "tools/igp/CaptureText.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace Igp {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Cspf::IgpRouterId;
+
+Json
+maskOf( std::uint32_t mask ) {
+   char text[ 16 ];
+   std::snprintf( text, sizeof text, "0x%x", mask );
+   return text;
+}
+
+/// The shortest decimal that reads back as the same single-precision number.
+Json
+numberOf( float value ) {
+   char text[ 32 ];
+   std::snprintf( text, sizeof text, "%.9g", static_cast< double >( value ) );
+   for ( int digits = 1; digits < 9; ++digits ) {
+      char shorter[ 32 ];
+      std::snprintf( shorter, sizeof shorter, "%.*g", digits, static_cast< double >( value ) );
+      if ( std::strtof( shorter, nullptr ) == value ) {
+         return std::strtod( shorter, nullptr );
+      }
+   }
+   return std::strtod( text, nullptr );
+}
+
+Json
+attributesOf( const LinkEnd & link ) {
+   Json json = Json::object();
+   json[ "metric" ] = link.metric;
+   if ( link.te.teMetric ) {
+      json[ "teMetric" ] = *link.te.teMetric;
+   }
+   if ( link.te.adminGroup ) {
+      json[ "adminGroup" ] = maskOf( link.te.adminGroup );
+   }
+   if ( link.te.bandwidth > 0 ) {
+      json[ "bandwidth" ] = numberOf( link.te.bandwidth );
+   }
+   const auto & unreserved = link.te.unreserved;
+   if ( std::ranges::any_of( unreserved, [ & ]( float u ) { return u != link.te.bandwidth; } ) ) {
+      Json & list = json[ "unreserved" ] = Json::array();
+      for ( const float one : unreserved ) {
+         list.push_back( numberOf( one ) );
+      }
+   }
+   return json;
+}
+
+/// What `other` says that differs from `one`: an override of one direction. What `other` leaves out
+/// stands with the value that it has then.
+Json
+difference( const LinkEnd & one, const LinkEnd & other ) {
+   const Json base = attributesOf( one ), said = attributesOf( other );
+   Json differing = Json::object();
+   for ( const auto & [ name, value ] : said.items() ) {
+      if ( !base.contains( name ) || base[ name ] != value ) {
+         differing[ name ] = value;
+      }
+   }
+   if ( one.te.teMetric && !other.te.teMetric ) {
+      differing[ "teMetric" ] = other.metric;
+   }
+   if ( one.te.adminGroup && !other.te.adminGroup ) {
+      differing[ "adminGroup" ] = 0;
+   }
+   if ( one.te.bandwidth > 0 && other.te.bandwidth == 0 ) {
+      differing[ "bandwidth" ] = 0;
+   }
+   if ( base.contains( "unreserved" ) && !said.contains( "unreserved" ) ) {
+      differing[ "unreserved" ] = numberOf( other.te.bandwidth );
+   }
+   return differing;
+}
+
+/// The router whose pseudonode that is.
+IgpRouterId
+ownerOf( const IgpRouterId & pseudonode ) {
+   return pseudonode.type() == Cspf::VertexType::isisRouter
+             ? IgpRouterId( pseudonode.isisSystemId() )
+             : IgpRouterId( pseudonode.type(), pseudonode.ipAddress().stringValue() );
+}
+
+class TopologyWriter {
+ public:
+   TopologyWriter( const Topology & topology, Findings & findings )
+      : topology_( topology ),
+        findings_( findings ) {}
+
+   Json write();
+   const std::string & name( const IgpRouterId & id ) const { return names_.at( id ); }
+
+ private:
+   void nameRouters();
+   Json routerOf( const IgpRouterId & id, const Router & router ) const;
+   void addLink( Json & links, const IgpRouterId & id, const LinkEnd & link );
+   void addLans( Json & lans );
+   void addMembers( Json & lan, const IgpRouterId & pseudonode );
+   Json addressesOf( const Addresses & addresses, const std::string & where );
+
+   const Topology & topology_;
+   Findings & findings_;
+   std::map< IgpRouterId, std::string > names_;
+   std::set< Kivnet::IpGenAddr > addresses_;
+};
+
+void
+TopologyWriter::nameRouters() {
+   std::set< std::string > taken;
+   for ( const auto & [ id, router ] : topology_.routers ) {
+      std::string name = router.name;
+      if ( !taken.insert( name ).second ) {
+         name += "-" + id.stringValue();
+         taken.insert( name );
+      }
+      names_[ id ] = name;
+   }
+}
+
+/// One address, or a list where there are several. An address that another end has is left out.
+Json
+TopologyWriter::addressesOf( const Addresses & addresses, const std::string & where ) {
+   Json list = Json::array();
+   for ( const auto & address : addresses ) {
+      if ( list.size() > Routing::Topology::AddrIndex::max ) {
+         break;
+      }
+      if ( addresses_.insert( address ).second ) {
+         list.push_back( address.stringValue() );
+      } else {
+         findings_.push_back( where + ": the address " + address.stringValue()
+                              + " is there twice; left out" );
+      }
+   }
+   return list.size() == 1 ? list.front() : list;
+}
+
+Json
+TopologyWriter::routerOf( const IgpRouterId & id, const Router & router ) const {
+   Json json = { { "id", id.stringValue() } };
+   if ( router.teRouterId ) {
+      json[ "teRouterId" ] = router.teRouterId.stringValue();
+   }
+   if ( router.overload ) {
+      json[ "overload" ] = true;
+   }
+   for ( const auto & [ prefix, metric ] : router.prefixes ) {
+      json[ "prefixes" ][ prefix.stringValue() ] = metric;
+   }
+   return json;
+}
+
+void
+TopologyWriter::addLink( Json & links, const IgpRouterId & id, const LinkEnd & link ) {
+   const auto far = topology_.routers.find( link.to );
+   if ( link.lan || far == topology_.routers.end() || ( link.reverse && link.to < id ) ) {
+      return;
+   }
+   std::string name = names_[ id ] + "-" + names_[ link.to ];
+   for ( int number = 2; links.contains( name ); ++number ) {
+      name = names_[ id ] + "-" + names_[ link.to ] + "-" + std::to_string( number );
+   }
+   Json & json = links[ name ] = { { "a", names_[ id ] }, { "b", names_[ link.to ] } };
+   const LinkEnd * back = link.reverse ? &far->second.links[ *link.reverse ] : nullptr;
+   const auto addAddresses = [ & ]( const char * key, const Addresses & addresses ) {
+      if ( Json list = addressesOf( addresses, "link " + name ); !list.empty() ) {
+         json[ key ] = std::move( list );
+      }
+   };
+   addAddresses( "aAddr", link.local );
+   addAddresses( "bAddr", link.remote );
+   if ( !link.intf.empty() ) {
+      json[ "aIntf" ] = link.intf;
+   }
+   if ( back && !back->intf.empty() ) {
+      json[ "bIntf" ] = back->intf;
+   }
+   json.update( attributesOf( link ) );
+   if ( !back ) {
+      json[ "ba" ] = false;
+   } else if ( Json differing = difference( link, *back ); !differing.empty() ) {
+      json[ "ba" ] = std::move( differing );
+   }
+}
+
+void
+TopologyWriter::addMembers( Json & lan, const IgpRouterId & pseudonode ) {
+   const auto at = topology_.lans.find( pseudonode );
+   for ( const auto & [ id, router ] : topology_.routers ) {
+      for ( const LinkEnd & link : router.links ) {
+         if ( !link.lan || link.to != pseudonode ) {
+            continue;
+         }
+         const std::string & name = names_[ id ];
+         if ( lan[ "members" ].contains( name ) ) {
+            findings_.push_back( "LAN " + pseudonode.stringValue() + ": " + name
+                                 + " is on it twice; the second time left out" );
+            continue;
+         }
+         Json & member = lan[ "members" ][ name ] = Json::object();
+         if ( Json list = addressesOf( link.local, "LAN " + pseudonode.stringValue() );
+              !list.empty() ) {
+            member[ "addr" ] = std::move( list );
+         }
+         if ( !link.intf.empty() ) {
+            member[ "intf" ] = link.intf;
+         }
+         member.update( attributesOf( link ) );
+         if ( at == topology_.lans.end() || !at->second.contains( id ) ) {
+            member[ "attached" ] = false;
+         }
+      }
+   }
+}
+
+void
+TopologyWriter::addLans( Json & lans ) {
+   std::set< IgpRouterId > pseudonodes;
+   for ( const auto & [ id, router ] : topology_.routers ) {
+      for ( const LinkEnd & link : router.links ) {
+         if ( link.lan ) {
+            pseudonodes.insert( link.to );
+         }
+      }
+   }
+   for ( const IgpRouterId & pseudonode : pseudonodes ) {
+      const auto dr = names_.find( ownerOf( pseudonode ) );
+      if ( dr == names_.end() ) {
+         findings_.push_back( "LAN " + pseudonode.stringValue()
+                              + ": its designated router says nothing of itself; not used" );
+         continue;
+      }
+      const auto number =
+         std::stoul( pseudonode.stringValue().substr( pseudonode.stringValue().rfind( '.' ) + 1 ),
+                     nullptr, 16 );
+      Json & lan = lans[ "lan-" + dr->second + "-" + std::to_string( number ) ] = {
+         { "dr", dr->second }, { "pseudonode", number } };
+      addMembers( lan, pseudonode );
+   }
+}
+
+Json
+TopologyWriter::write() {
+   nameRouters();
+   Json json = Json::object();
+   if ( topology_.vrf != L3::VrfName::defaultVrf() ) {
+      json[ "vrf" ] = topology_.vrf.stringValue();
+   }
+   if ( topology_.af == Kivnet::AddressFamily::ipv6 ) {
+      json[ "af" ] = "ipv6";
+   }
+   json[ "igp" ] = Lum::enumName( topology_.id.igpSource() );
+   json[ "numbers" ] = { topology_.id.number1(), topology_.id.number2() };
+   if ( topology_.id.number2() != 0 ) {
+      json[ "export" ] = true;  // the router's own tables are one a level
+   }
+   for ( const auto & [ id, router ] : topology_.routers ) {
+      json[ "routers" ][ names_[ id ] ] = routerOf( id, router );
+   }
+   Json links = Json::object(), lans = Json::object();
+   for ( const auto & [ id, router ] : topology_.routers ) {
+      for ( const LinkEnd & link : router.links ) {
+         addLink( links, id, link );
+      }
+   }
+   addLans( lans );
+   if ( !links.empty() ) {
+      json[ "links" ] = std::move( links );
+   }
+   if ( !lans.empty() ) {
+      json[ "lans" ] = std::move( lans );
+   }
+   return json;
+}
+
+/// Adds what `client` asks for: a path to every other TE router of IPv4 in that topology.
+void
+addPaths( Json & lab, const Topology & topology, const TopologyWriter & writer ) {
+   const std::string router = lab[ "router" ];
+   const std::string vrf = topology.vrf.stringValue();
+   for ( const auto & [ id, one ] : topology.routers ) {
+      const std::string & name = writer.name( id );
+      if ( name == router || !one.teRouterId || topology.af != Kivnet::AddressFamily::ipv4 ) {
+         continue;
+      }
+      lab[ "clients" ][ "rsvp" ][ "vrf" ][ vrf ] = true;
+      lab[ "clients" ][ "rsvp" ][ "addressFamily" ] = { { "ipv4", true } };
+      Json path = { { "dst", one.teRouterId.stringValue() } };
+      if ( vrf != "default" ) {
+         path[ "vrf" ] = vrf;
+      }
+      // A router in several topologies is asked for once.
+      Json & paths = lab[ "paths" ][ "rsvp" ];
+      if ( std::ranges::find( paths, path ) == paths.end() ) {
+         paths[ paths.contains( "to-" + name ) ? "to-" + name + "-" + vrf + "-" + topology.name
+                                               : "to-" + name ] = std::move( path );
+      }
+   }
+}
+
+}
+
+Json
+labOf( const std::vector< Topology > & topologies, const std::string & router, bool paths,
+       Findings & findings ) {
+   Json lab = { { "router", router } };
+   Json & written = lab[ "topologies" ] = Json::object();
+   std::vector< TopologyWriter > writers;
+   bool found = false;
+   for ( const Topology & topology : topologies ) {
+      writers.emplace_back( topology, findings );
+      const std::string name = topology.vrf == L3::VrfName::defaultVrf()
+                                  ? topology.name
+                                  : topology.vrf.stringValue() + "-" + topology.name;
+      written[ name ] = writers.back().write();
+      if ( router.empty() && !found && topology.routers.contains( topology.self ) ) {
+         lab[ "router" ] = writers.back().name( topology.self );
+      }
+      found =
+         found || written[ name ][ "routers" ].contains( lab[ "router" ].get< std::string >() );
+   }
+   if ( !found ) {
+      throw CaptureError( router.empty()
+                             ? "the capture does not say which router it is of: name one"
+                             : "there is no router \"" + router + "\" in the capture" );
+   }
+   for ( std::size_t i = 0; paths && i < topologies.size(); ++i ) {
+      addPaths( lab, topologies[ i ], writers[ i ] );
+   }
+   return lab;
+}
+
+}
