@@ -58,6 +58,13 @@ Client::listen( const Notified & notified ) {
    }
 }
 
+bool
+Client::isOpen() const {
+   char byte;
+   const ssize_t n = recv( fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT );
+   return n > 0 || ( n < 0 && ( errno == EAGAIN || errno == EINTR ) );
+}
+
 Json
 Client::receive() {
    std::size_t end;

@@ -34,6 +34,8 @@ class Client {
    void listen( const Notified & notified );
    /// Sends text as it stands.
    void send( std::string_view text );
+   /// False once the other side has closed the connection.
+   bool isOpen() const;
    /// The next frame. Throws std::runtime_error when the connection ends.
    Json receive();
 
