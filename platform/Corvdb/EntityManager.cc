@@ -109,7 +109,7 @@ EntityManager::localEntityIs( const std::string & path, const std::string & type
    LUM_ASSERT( !localEntitiesCreated_ );
    auto & local = local_[ canonicalPath( path ) ];
    if ( !local ) {
-      local = state_.types().make( typeName );
+      local = state_.entityIs( path, typeName );
    }
    LUM_ASSERT( local );
    return local;

@@ -48,8 +48,8 @@ class MountGroup : public Lum::Entity {
    Kiv::Task completionTask_;
 };
 
-/// What one agent sees of the state database: what it has mounted, and its local entities, which
-/// nobody else sees. State outlives the manager.
+/// What one agent sees of the state database: what it has mounted, and its local entities. State
+/// outlives the manager.
 class EntityManager : public Lum::Entity {
    LUM_ENTITY( Corvdb, EntityManager );
    /// The stores outlive the manager.
@@ -67,8 +67,9 @@ class EntityManager : public Lum::Entity {
       return Lum::cast< T >( entity( path ) );
    }
 
-   /// The local entity at the path, made where there was none. REQUIRES: local entity creation is
-   /// not declared finished; the type is known.
+   /// The local entity at the path, made where there was none: the agent has it without a mount,
+   /// and the platform of this machine fills it. REQUIRES: local entity creation is not declared
+   /// finished; the type is known, and nothing of another type is at the path.
    Lum::Ptr< Lum::Entity > localEntityIs( const std::string & path, const std::string & typeName,
                                           const std::string & entityName );
    void localEntitiesCreatedIs( bool created ) { localEntitiesCreated_ = created; }

@@ -10,8 +10,10 @@ namespace IgpFeed {
 
 namespace {
 
-constexpr double restPerRead = 4;    // times as long as the read took
-constexpr double retryInterval = 1;  // seconds between attempts to reach the state
+constexpr double quiet = 5;           // seconds without news, after which a daemon has settled
+constexpr double settlePerGrace = 3;  // times as long a daemon may take to settle
+constexpr double restPerRead = 4;     // times as long as the read took
+constexpr double retryInterval = 1;   // seconds between attempts to reach the state
 
 }
 
@@ -54,7 +56,7 @@ Feed::lookAtDaemon() {
          vty_ = std::make_unique< Vty >( options_.vtySocket );
          version_.clear();
          holding_ = true;
-         holdUntil_ = loop_.now() + options_.grace;
+         holdUntil_ = loop_.now() + settlePerGrace * options_.grace;
          tellOnce( daemonTrouble_, "reading " + options_.vtySocket );
       }
       if ( loop_.now() < nextRead_ ) {
@@ -77,12 +79,15 @@ Feed::readDaemon( const std::string & version ) {
    const double begin = clock.now();
    const Reading reading = daemon_->read( *vty_ );
    tellFindings( reading.findings );
-   wanted_ = FeedContent::of( reading );
+   if ( FeedContent content = FeedContent::of( reading ); wanted_ != content ) {
+      wanted_ = std::move( content );
+      changedAt_ = loop_.now();
+      written_ = false;
+   }
    selves_.clear();
    for ( const Igp::Topology & topology : reading.topologies ) {
       selves_[ { topology.id, topology.af, topology.vrf } ] = topology.self;
    }
-   written_ = false;
    version_ = version;
    nextRead_ = loop_.now() + restPerRead * ( clock.now() - begin );
 }
@@ -116,6 +121,13 @@ Feed::tellFindings( const Igp::Findings & findings ) {
    told_ = std::move( now );
 }
 
+bool
+Feed::isBelieved() const {
+   const FeedContent & standing = state_->standing();
+   return !holding_ || loop_.now() >= holdUntil_ || comesUpTo( *wanted_, standing, selves_ )
+          || ( loop_.now() - changedAt_ >= quiet && isConnected( *wanted_, standing, selves_ ) );
+}
+
 void
 Feed::writeState() {
    if ( access_ && !access_->isOpen() ) {
@@ -132,8 +144,7 @@ Feed::writeState() {
          state_ = std::make_unique< FeedState >( *access_, igp_ );
          stateTrouble_.clear();
       }
-      if ( holding_ && loop_.now() < holdUntil_
-           && !comesUpTo( *wanted_, state_->standing(), selves_ ) ) {
+      if ( !isBelieved() ) {
          return;
       }
       holding_ = false;

@@ -17,9 +17,9 @@ struct FeedOptions {
    double grace = 30;      ///< seconds for which a table outlives its daemon
 };
 
-/// Keeps the state current with one daemon. While the daemon is away, and until it has come back to
-/// what it knew, the state stays as it is; for longer than the grace, that ends: without a daemon
-/// everything is withdrawn, and one that has come back to something else is believed.
+/// Keeps the state current with one daemon. While the daemon is away the state stays as it is, for
+/// the time of grace; then everything is withdrawn. A daemon that is back is believed when it knows
+/// again what it knew, or has neighbours again and has been quiet for a while, or in the end.
 class Feed {
  public:
    /// `openState` connects to the state; it is called again whenever that has failed. The loop
@@ -36,6 +36,7 @@ class Feed {
    void lookAtDaemon();
    void readDaemon( const std::string & version );
    void handleLoss( const std::string & why );
+   bool isBelieved() const;
    void writeState();
    void tell( const std::string & text ) const;
    void tellOnce( std::string & last, const std::string & text ) const;
@@ -54,7 +55,8 @@ class Feed {
    double holdUntil_ = 0;  ///< until then a view that does not come up to the state is not written
    bool holding_ = true;
    std::optional< FeedContent > wanted_;
-   std::map< TableId, Cspf::IgpRouterId > selves_;
+   Selves selves_;
+   double changedAt_ = 0;  ///< when the daemon last said something new
 
    std::unique_ptr< StateAccess > access_;
    std::unique_ptr< FeedState > state_;

@@ -145,6 +145,20 @@ tableComesUpTo( const Lab::LabTable & after, const Lab::LabTable & before,
    return allRouters && ownLinks && lansOf( after, self ) >= lansOf( before, self );
 }
 
+/// Whether each table of `before` is there and `holds( it, as it was, the daemon's own router )`.
+template< class Holds >
+bool
+everyTable( const FeedContent & after, const FeedContent & before, const Selves & selves,
+            Holds holds ) {
+   return std::ranges::all_of( before.tables, [ & ]( const auto & entry ) {
+      const auto there = after.tables.find( entry.first );
+      const auto self = selves.find( entry.first );
+      return there != after.tables.end()
+             && holds( there->second, entry.second,
+                       self == selves.end() ? IgpRouterId() : self->second );
+   } );
+}
+
 }
 
 std::string
@@ -173,15 +187,22 @@ FeedContent::of( const Reading & reading ) {
 }
 
 bool
-comesUpTo( const FeedContent & after, const FeedContent & before,
-           const std::map< TableId, IgpRouterId > & selves ) {
-   return std::ranges::all_of( before.tables, [ & ]( const auto & entry ) {
-      const auto & [ id, table ] = entry;
-      const auto there = after.tables.find( id );
-      const auto self = selves.find( id );
-      return there != after.tables.end()
-             && tableComesUpTo( there->second, table,
-                                self == selves.end() ? IgpRouterId() : self->second );
+comesUpTo( const FeedContent & after, const FeedContent & before, const Selves & selves ) {
+   return everyTable( after, before, selves, tableComesUpTo );
+}
+
+bool
+isConnected( const FeedContent & after, const FeedContent & before, const Selves & selves ) {
+   return everyTable( after, before, selves, []( const auto & table, const auto &, auto & self ) {
+      return lansOf( table, self ) > 0
+             || std::ranges::any_of( table.neighbor, [ & ]( const auto & entry ) {
+                   const NeighborKey & key = entry.first;
+                   const auto back =
+                      table.neighbor.lower_bound( { key.neighborId(), p2p(), key.routerId(), 0 } );
+                   return key.routerId() == self && back != table.neighbor.end()
+                          && back->first.routerId() == key.neighborId()
+                          && back->first.neighborId() == self;
+                } );
    } );
 }
 

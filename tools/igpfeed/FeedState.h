@@ -26,12 +26,17 @@ struct FeedContent {
    std::map< Vrf, Routing::Isis::SystemId > systemIds;
 
    static FeedContent of( const Reading & reading );
+   bool operator==( const FeedContent & ) const = default;
 };
 
+/// The daemon's own router, by table.
+using Selves = std::map< TableId, Cspf::IgpRouterId >;
+
 /// Whether `after` is a daemon's view that has come back to what it was: it has every router of
-/// `before`, and every link to and from the daemon's own router. `selves`: that router by table.
-bool comesUpTo( const FeedContent & after, const FeedContent & before,
-                const std::map< TableId, Cspf::IgpRouterId > & selves );
+/// `before`, and every link to and from the daemon's own router.
+bool comesUpTo( const FeedContent & after, const FeedContent & before, const Selves & selves );
+/// Whether in each table of `before` the daemon's own router has a neighbour again that knows it.
+bool isConnected( const FeedContent & after, const FeedContent & before, const Selves & selves );
 
 /// Keeps that part of the state which one IGP writes: a table is filled before it is announced, and
 /// its announcement goes before its content does. Only differences are written, in pieces.

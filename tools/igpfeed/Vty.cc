@@ -17,8 +17,8 @@ int
 connectOrThrow( const std::string & path ) {
    try {
       return Service::connectTo( path );
-   } catch ( const std::runtime_error & error ) {
-      throw VtyError( error.what() );
+   } catch ( const std::runtime_error & ) {
+      throw VtyError( path + ": no daemon answers" );
    }
 }
 

@@ -179,6 +179,14 @@ struct LabPath {
    bool operator==( const LabPath & ) const = default;
 };
 
+/// What the platform says of a local interface.
+struct LabInterfaceBandwidth {
+   std::uint64_t bandwidth = 0;  ///< bytes per second
+   bool aggregate = false;       ///< of several interfaces
+
+   bool operator==( const LabInterfaceBandwidth & ) const = default;
+};
+
 /// The lab at one moment.
 struct LabDocument {
    std::string router;
@@ -187,6 +195,7 @@ struct LabDocument {
    LabThrottle throttle;
    LabToggles toggles;
    std::map< Kivnet::IntfId, Srlgs > interfaces;  ///< every interface of `router` on a link or LAN
+   std::map< Kivnet::IntfId, LabInterfaceBandwidth > interfaceBandwidths;  ///< where it is given
    std::map< Vrf, Routing::Isis::SystemId > segmentRouting;
    std::map< std::string, LabTopology > topologies;
    std::map< std::string, LabClient > clients;

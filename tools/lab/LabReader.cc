@@ -31,6 +31,7 @@ class DocumentReader {
    void readRouter( const LabCursor & at );
    void readTe( const LabCursor & at );
    void readSegmentRouting( const LabCursor & at );
+   void readInterface( const LabCursor & at, const Kivnet::IntfId & intf, Srlgs & srlgs );
    void readInterfaces( const LabCursor & at );
    void readClient( const LabCursor & at );
    void readPaths( const LabCursor & at );
@@ -182,6 +183,27 @@ DocumentReader::readTe( const LabCursor & at ) {
                key( "routerId", [ & ]( auto & v ) { document.te.routerId = readIpv4( v ); } ) );
 }
 
+/// One that is named keeps the SRLGs of its link only where it is named for its bandwidth.
+void
+DocumentReader::readInterface( const LabCursor & at, const Kivnet::IntfId & intf, Srlgs & srlgs ) {
+   LabInterfaceBandwidth bandwidth;
+   const auto readList = [ & ]( const LabCursor & list ) {
+      srlgs.clear();
+      forEachElement( list, list.list( "a list of SRLG ids" ),
+                      [ & ]( const LabCursor & id ) { srlgs.push_back( readUint32( id ) ); } );
+   };
+   if ( !at.value().find( "bandwidth" ) ) {
+      srlgs.clear();
+   }
+   readObject( at, key( "srlg", readList ),
+               key( "bandwidth",
+                    [ & ]( auto & v ) { bandwidth.bandwidth = readNumber( v, 0, UINT64_MAX ); } ),
+               key( "aggregate", [ & ]( auto & v ) { bandwidth.aggregate = readBool( v ); } ) );
+   if ( bandwidth.bandwidth > 0 ) {
+      document.interfaceBandwidths[ intf ] = bandwidth;
+   }
+}
+
 void
 DocumentReader::readInterfaces( const LabCursor & at ) {
    forEachMember( at, [ & ]( const LabCursor & v ) {
@@ -190,13 +212,7 @@ DocumentReader::readInterfaces( const LabCursor & at ) {
          v.fail( "as key, the name of an interface of the lab's router",
                  LabJson( std::string( v.key() ) ).inShort() );
       }
-      intf->second.clear();
-      readObject( v, key( "srlg", [ & ]( auto & list ) {
-                     forEachElement( list, list.list( "a list of SRLG ids" ),
-                                     [ & ]( const LabCursor & id ) {
-                                        intf->second.push_back( readUint32( id ) );
-                                     } );
-                  } ) );
+      readInterface( v, intf->first, intf->second );
    } );
 }
 

@@ -62,6 +62,7 @@ samePlace( const LabTopology & a, const LabTopology & b ) {
 void
 LabState::write( const LabDocument & document ) {
    writeConfiguration( document );
+   writeInterfaces( document );
    writeSegmentRouting( document );
    writeTopologies( document );
    writeAdjacencies( document );
@@ -95,6 +96,34 @@ LabState::writeConfiguration( const LabDocument & document ) {
       [ & ]( const auto & intf ) { te->intfSrlgDel( intf ); } );
    te->routerIdIs( document.te.routerId );
    te->enabledIs( document.te.enabled );
+}
+
+/// Only what a lab has said is taken away: others keep the platform's state, too.
+void
+LabState::writeInterfaces( const LabDocument & document ) {
+   const auto ports =
+      state_.entityIs< Interface::AllEthPhyIntfStatusDir >( "interface/status/eth/phy/all" );
+   const auto aggregates =
+      state_.entityIs< Interface::EthLagIntfStatusDir >( "interface/status/eth/lag" );
+   for ( const auto & [ intf, before ] : written_.interfaceBandwidths ) {
+      const auto now = document.interfaceBandwidths.find( intf );
+      if ( now != document.interfaceBandwidths.end()
+           && now->second.aggregate == before.aggregate ) {
+         continue;
+      }
+      if ( before.aggregate ) {
+         aggregates->bandwidthDel( intf );
+      } else {
+         ports->bandwidthDel( intf );
+      }
+   }
+   for ( const auto & [ intf, said ] : document.interfaceBandwidths ) {
+      if ( said.aggregate ) {
+         aggregates->bandwidthIs( intf, said.bandwidth );
+      } else {
+         ports->bandwidthIs( intf, said.bandwidth );
+      }
+   }
 }
 
 void

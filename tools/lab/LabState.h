@@ -21,6 +21,7 @@ class LabState {
 
  private:
    void writeConfiguration( const LabDocument & document );
+   void writeInterfaces( const LabDocument & document );
    void writeSegmentRouting( const LabDocument & document );
    void writeTopologies( const LabDocument & document );
    void topologyIs( const std::string & name, const LabTopology & topology, bool isNew );

@@ -13,6 +13,7 @@ struct LabTable {
    std::map< Routing::Topology::NetworkId, Routing::Topology::Network > network;
    std::map< Cspf::IgpRouterId, Routing::Topology::Reachability > reachability;
 
+   bool operator==( const LabTable & ) const = default;
    /// Adds a link to its owner's list and to the table. REQUIRES: the owner is in `router`.
    void linkIs( const Routing::Topology::Neighbor & link );
 };
