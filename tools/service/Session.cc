@@ -15,7 +15,7 @@ namespace Service {
 namespace {
 
 /// Seconds of the requests of one frame before others have their turn.
-constexpr Lum::Seconds slice = 0.01;
+constexpr Lum::Seconds answerSlice = 0.01;
 /// Seconds after which a request for which there is no worker is looked at again.
 constexpr Lum::Seconds workerWait = 0.02;
 constexpr std::size_t maxWorkers = 4;
@@ -142,7 +142,7 @@ Session::rest( Lum::Seconds duration ) {
 void
 Session::pump() {
    const bool hadWork = !requests_.empty() || worker_;
-   const Lum::Seconds sliceEnd = shared_.loop.deadlineAfter( slice );
+   const Lum::Seconds sliceEnd = shared_.loop.deadlineAfter( answerSlice );
    while ( !requests_.empty() && mayGoOn( sliceEnd ) ) {
       serveNext();
    }
