@@ -77,6 +77,15 @@ runProgram( std::string program, std::vector< std::string > arguments ) {
    return { WIFEXITED( status ) ? WEXITSTATUS( status ) : -1, contentOf( out ), contentOf( err ) };
 }
 
+Background::Background( const std::string & program, std::vector< std::string > arguments,
+                        const std::string & log )
+   : pid_( spawn( inBuild( program ), arguments, "", log ) ) {}
+
+Background::~Background() {
+   kill( pid_, SIGKILL );
+   waitpid( pid_, nullptr, 0 );
+}
+
 RunnerProcess::RunnerProcess( const TemporaryDirectory & directory,
                               std::vector< std::string > arguments )
    : socket_( directory / "control.sock" ) {

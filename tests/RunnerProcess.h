@@ -29,6 +29,20 @@ struct ProgramResult {
 /// Runs a program of the build ("cspfctl"), or one given by its path, to its end.
 ProgramResult runProgram( std::string program, std::vector< std::string > arguments );
 
+/// A program of the build as a process of its own, with what it says on standard error in a file.
+class Background {
+ public:
+   Background( const std::string & program, std::vector< std::string > arguments,
+               const std::string & log );
+   /// Kills it where it still runs.
+   ~Background();
+   Background( const Background & ) = delete;
+   Background & operator=( const Background & ) = delete;
+
+ private:
+   const pid_t pid_;
+};
+
 /// The service as a process of its own, with its socket and its traces in a directory.
 class RunnerProcess {
  public:

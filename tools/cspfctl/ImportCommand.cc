@@ -66,15 +66,21 @@ importOspf( const std::vector< std::string > & files ) {
    return { std::move( network.topologies ), std::move( network.findings ) };
 }
 
+void
+tell( const Igp::Findings & findings ) {
+   for ( const std::string & finding : findings ) {
+      std::cerr << "cspfctl: " << finding << "\n";
+   }
+}
+
 int
 run( const Options & options, Imported ( *read )( const std::vector< std::string > & ) ) {
    try {
-      Imported imported = read( options.files );
-      const auto lab =
-         Igp::labOf( imported.topologies, options.router, !options.bare, imported.findings );
-      for ( const std::string & finding : imported.findings ) {
-         std::cerr << "cspfctl: " << finding << "\n";
-      }
+      const Imported imported = read( options.files );
+      tell( imported.findings );
+      Igp::Findings leftOut;
+      const auto lab = Igp::labOf( imported.topologies, options.router, !options.bare, leftOut );
+      tell( leftOut );
       const std::string text =
          lab.dump( 2, ' ', false, nlohmann::ordered_json::error_handler_t::replace );
       Lab::LabFile::parse( text );  // what is printed can be run

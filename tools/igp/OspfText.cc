@@ -11,6 +11,8 @@ namespace {
 
 using Kivnet::IpAddr;
 
+constexpr std::uint32_t teOpaque = 1;  ///< opaque type of traffic engineering
+
 class OspfReader {
  public:
    OspfReader( std::string_view text, const std::string & name, OspfCapture & capture )
@@ -32,6 +34,7 @@ class OspfReader {
    bool readTeAddress( OspfTeLink & link );
    bool readUnknown();
    void endLsa();
+   bool isWhole() const;
    void checkWhole();
    std::string ownerText() const {
       return "opaque LSA " + lsa_->id.stringValue() + " of " + lsa_->advertiser.stringValue();
@@ -48,6 +51,7 @@ class OspfReader {
    std::uint32_t length_ = 0;         ///< bytes of the LSA
    std::uint32_t linkCount_ = 0;      ///< of a router LSA, as it says
    std::uint32_t metricCount_ = 0;    ///< and as they follow
+   std::uint32_t opaqueLength_ = 0;   ///< bytes of the TLVs of an opaque LSA
    std::uint32_t teLength_ = 0;       ///< bytes of the TLVs of a link, as it says
    std::uint32_t teFound_ = 0;        ///< and as they follow
    bool teSure_ = true;               ///< all of them are known
@@ -156,7 +160,7 @@ OspfReader::readHeader() {
          lsa_.emplace();
          lsa_->kind = kind_;
          lsa_->age = lines_.number( *age );
-         length_ = linkCount_ = metricCount_ = teLength_ = teFound_ = 0;
+         length_ = linkCount_ = metricCount_ = opaqueLength_ = teLength_ = teFound_ = 0;
          teSure_ = true;
       }
    } else if ( !lsa_ || lsa_->kind == Lsa::Kind::other ) {
@@ -219,10 +223,12 @@ OspfReader::readNetwork() {
 
 void
 OspfReader::readOpaque() {
-   if ( lsa_->id.value() >> 24 != 1 ) {
+   if ( lsa_->id.value() >> 24 != teOpaque ) {
       return;  // no traffic engineering
    }
-   if ( const auto id = lines_.after( "Router-Address: " ) ) {
+   if ( auto info = lines_.after( "Opaque-Info: " ) ) {
+      opaqueLength_ = lines_.number( takeWord( *info ) );
+   } else if ( const auto id = lines_.after( "Router-Address: " ) ) {
       lsa_->teRouterId = lines_.ipv4( *id );
    } else if ( auto length = lines_.after( "Link: " ) ) {
       lsa_->teLink.emplace();
@@ -307,19 +313,30 @@ OspfReader::endLsa() {
    lsa_.reset();
 }
 
+/// Each kind counts in its own way.
+bool
+OspfReader::isWhole() const {
+   constexpr std::uint32_t networkHeader = 24, routerAddress = 8;
+   if ( !lsa_->advertiser || !lsa_->id || !length_ ) {
+      return false;
+   }
+   switch ( lsa_->kind ) {
+   case Lsa::Kind::router: return lsa_->links.size() == linkCount_ && metricCount_ == linkCount_;
+   case Lsa::Kind::network: return networkHeader + 4 * lsa_->attached.size() == length_;
+   case Lsa::Kind::opaqueArea:
+      return lsa_->id.value() >> 24 != teOpaque
+             || ( lsa_->teLink ? !teSure_ || teFound_ == teLength_
+                               : lsa_->teRouterId && opaqueLength_ <= routerAddress );
+   case Lsa::Kind::other: break;
+   }
+   return true;
+}
+
 void
 OspfReader::checkWhole() {
-   constexpr std::uint32_t networkHeader = 24;
-   const Lsa & lsa = *lsa_;
-   const bool whole =
-      lsa.advertiser && lsa.id && length_
-      && ( lsa.kind != Lsa::Kind::router
-           || ( lsa.links.size() == linkCount_ && metricCount_ == linkCount_ ) )
-      && ( lsa.kind != Lsa::Kind::network || networkHeader + 4 * lsa.attached.size() == length_ )
-      && ( !lsa.teLink || !teSure_ || teFound_ == teLength_ );
-   if ( !whole ) {
-      lines_.fail( "the rest of the LSA " + lsa.id.stringValue() + " of "
-                      + lsa.advertiser.stringValue(),
+   if ( !isWhole() ) {
+      lines_.fail( "the rest of the LSA " + lsa_->id.stringValue() + " of "
+                      + lsa_->advertiser.stringValue(),
                    lines_.text() );
    }
 }

@@ -47,6 +47,7 @@ class Pairing {
  private:
    using Index = std::vector< std::size_t >;
 
+   void dropLoops();
    static Index linksTo( const Router & router, const IgpRouterId & to );
    void pairBetween( const IgpRouterId & low, const IgpRouterId & high );
    template< class Match >
@@ -160,7 +161,18 @@ Pairing::number( Router & router, const IgpRouterId & id ) {
 }
 
 void
+Pairing::dropLoops() {
+   for ( auto & [ id, router ] : topology_.routers ) {
+      const auto own = [ &own = id ]( const LinkEnd & link ) { return link.to == own; };
+      if ( std::erase_if( router.links, own ) > 0 ) {
+         findings_.push_back( "the link " + router.name + " to itself is not used" );
+      }
+   }
+}
+
+void
 Pairing::pairAll() {
+   dropLoops();
    for ( auto & [ id, router ] : topology_.routers ) {
       std::set< IgpRouterId > neighbors;
       for ( const LinkEnd & link : router.links ) {
