@@ -157,6 +157,24 @@ class RealRouters : public testing::Test {
       std::cout << "followed: " << what << std::endl;
    }
 
+   /// No path is lost while r1's daemon is killed, started again, and finds its network.
+   void survivesRestart(
+      const std::string & daemon,
+      const std::function< bool( const std::map< std::string, RouterRoute > & ) > & holds ) {
+      network->kill( "r1", daemon );
+      EXPECT_TRUE( comesTrue( [ & ] { return routes().empty(); } ) );
+      network->start( "r1", daemon );
+      std::string lost;
+      EXPECT_TRUE( comesTrue( [ & ] {
+         for ( const auto & [ key, path ] : chain->published()[ "pathStatus" ].items() ) {
+            lost += path[ "path" ].empty() ? key + " " : "";
+         }
+         return holds( routes() );
+      } ) );
+      follows( daemon + " killed and started again", holds );
+      EXPECT_EQ( lost, "" );
+   }
+
    std::unique_ptr< RouterNetwork > network;
    std::unique_ptr< Chain > chain;
    std::function< std::map< std::string, RouterRoute >() > routes;
@@ -258,17 +276,7 @@ TEST_F( RealRouters, AreFollowedThroughIsis ) {
    network->start( "r6", "isisd" );
    follows( "and back", all( 5, 20, 30 ) );
 
-   network->kill( "r1", "isisd" );
-   network->start( "r1", "isisd" );
-   std::string lost;
-   EXPECT_TRUE( comesTrue( [ & ] {
-      for ( const auto & [ key, path ] : chain->published()[ "pathStatus" ].items() ) {
-         lost += path[ "path" ].empty() ? key + " " : "";
-      }
-      return all( 5, 20, 30 )( network->isisRoutes() );
-   } ) );
-   follows( "the daemon killed and restarted", all( 5, 20, 30 ) );
-   EXPECT_EQ( lost, "" );
+   survivesRestart( "isisd", all( 5, 20, 30 ) );
    chain.reset();
    EXPECT_EQ( network->down(), "" );
 }
@@ -290,6 +298,15 @@ TEST_F( RealRouters, AreFollowedThroughOspf ) {
             []( const auto & routes ) { return routes.size() == 4; } );
    network->start( "r6", "ospfd" );
    follows( "and back", all( 5, 10, 20 ) );
+   network->configure( "r2", "ospfd", { "router ospf", "max-metric router-lsa administrative" } );
+   follows( "the largest metrics, for overload", []( const auto & routes ) {
+      return routes.contains( "10.0.0.3" )
+             && routes.at( "10.0.0.3" ).nextHops.contains( "10.1.4.4" );
+   } );
+   network->configure( "r2", "ospfd",
+                       { "router ospf", "no max-metric router-lsa administrative" } );
+   follows( "the overload over", all( 5, 10, 20 ) );
+   survivesRestart( "ospfd", all( 5, 10, 20 ) );
    chain.reset();
    EXPECT_EQ( network->down(), "" );
 }
