@@ -6,6 +6,7 @@
 #include "platform/Trace/Gemtrace.h"
 #include "platform/Trace/Velotrace.h"
 #include "tests/Lab.h"
+#include "tools/service/StateView.h"
 #include "tools/state/StateTypes.h"
 
 #include <gmock/gmock.h>
@@ -441,6 +442,28 @@ TEST( Agent, TellsABandwidthClientWhatTheOthersLeave ) {
    EXPECT_THAT( traces.texts, IsEmpty() );
    lab.patch( { { "clients", { { "rsvp", { { "vrf", { { "default", false } } } } } } } } );
    EXPECT_THAT( traces.texts, ElementsAre( "active VRF: default" ) );
+}
+
+TEST( Agent, TakesTheBandwidthOfInterfacesFromState ) {
+   TestLab lab(
+      "A -10- B",
+      { { "clients", { { "cli", client( { { "default", true } }, Json::object(), true ) } } },
+        { "interfaces", { { "A-B.a", { { "bandwidth", 1000 } } } } } } );
+   const auto told = [ & ] {
+      lab.settle();
+      return State::toJson( *lab.tables().table( "te/bwm/client/status/vrf/default/cli" ) )
+         .at( "maxReservableBandwidth" );
+   };
+   EXPECT_EQ( told(), ( Json{ { "A-B.a", 1000 } } ) );
+   Service::StateView view( lab.state(), lab.tables() );
+   view.patch( "interface/status/eth/phy/all", { { "bandwidth", { { "et2", 70 } } } } );
+   EXPECT_EQ( told(), ( Json{ { "A-B.a", 1000 }, { "et2", 70 } } ) );
+   lab.restart();
+   lab.patch(
+      { { "interfaces", { { "A-B.a", { { "bandwidth", 5 }, { "aggregate", true } } } } } } );
+   EXPECT_EQ( told(), ( Json{ { "A-B.a", 5 }, { "et2", 70 } } ) );
+   lab.patch( { { "interfaces", nullptr } } );
+   EXPECT_EQ( told(), ( Json{ { "et2", 70 } } ) );
 }
 
 // ---- Dump ----

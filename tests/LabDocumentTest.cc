@@ -22,7 +22,7 @@ const char * const everything = R"({
    "routing": {"routerIdV4": "10.9.9.9"},
    "throttle": {"initialInt": 1, "holdInt": 2, "maxInt": 3},
    "toggles": {"OspfTopoDbExport": false},
-   "interfaces": {"ab.a": {"srlg": [7]}},
+   "interfaces": {"ab.a": {"srlg": [7], "bandwidth": 1250, "aggregate": true}},
    "segmentRouting": {"blue": {"systemId": "0000.0000.00bb"}},
    "topologies": {
       "core": {
@@ -86,6 +86,8 @@ TEST( LabDocument, everyKeyIsTakenAtItsMeaning ) {
    EXPECT_EQ( lab.te.routerId.stringValue(), "10.0.0.9" );
    EXPECT_EQ( lab.throttle, ( Lab::LabThrottle{ 1, 2, 3 } ) );
    EXPECT_EQ( lab.interfaces.at( { "ab.a" } ), Lab::Srlgs{ 7 } );
+   EXPECT_EQ( lab.interfaceBandwidths.at( { "ab.a" } ),
+              ( Lab::LabInterfaceBandwidth{ 1250, true } ) );
    EXPECT_EQ( lab.segmentRouting.at( "blue" ).stringValue(), "0000.0000.00bb" );
 
    const Lab::LabTopology & core = lab.topologies.at( "core" );
