@@ -219,13 +219,9 @@ repairDifference( RouterNetwork & network, Chain & chain,
    return differences;
 }
 
-TEST_F( RealRouters, AreFollowedThroughIsis ) {
-   network = std::make_unique< RouterNetwork >();
-   chain = std::make_unique< Chain >( *network, "isis" );
-   routes = [ this ] { return network->isisRoutes(); };
-   lastMetric = 10;
-   follows( "all routers", all( 5, 20, 30 ) );
-
+/// r1's repairs are those of its own daemon where both protect against the same.
+void
+expectRepairs( RouterNetwork & network, Chain & chain ) {
    Json repairs = Json::object();
    const auto repair = [ & ]( int to, const char * intf, const char * near, const char * far ) {
       repairs[ "0000.0000.000" + std::to_string( to ) + "#1" ] = {
@@ -240,17 +236,27 @@ TEST_F( RealRouters, AreFollowedThroughIsis ) {
    for ( const int to : { 2, 3, 6 } ) {
       repair( to, "l12a", "10.1.1.1", "10.0.0.2" );
    }
-   chain->patch( configs + "tilfa", { { "pathConfig", repairs } } );
-   network->interfaceIs( "r1", "l12b", false );  // else the parallel link protects, in our words
+   chain.patch( configs + "tilfa", { { "pathConfig", repairs } } );
+   network.interfaceIs( "r1", "l12b", false );  // else the parallel link protects, in our words
    std::string difference;
    EXPECT_TRUE( comesTrue( [ & ] {
-      difference = chain->table()[ "neighbor" ].dump().find( "10.1.2.1" ) != std::string::npos
+      difference = chain.table()[ "neighbor" ].dump().find( "10.1.2.1" ) != std::string::npos
                       ? "l12b is still there"
-                      : repairDifference( *network, *chain, { 2, 3, 4, 6 } );
+                      : repairDifference( network, chain, { 2, 3, 4, 6 } );
       return difference.empty();
    } ) )
       << difference;
-   network->interfaceIs( "r1", "l12b", true );
+   network.interfaceIs( "r1", "l12b", true );
+}
+
+TEST_F( RealRouters, AreFollowedThroughIsis ) {
+   network = std::make_unique< RouterNetwork >();
+   chain = std::make_unique< Chain >( *network, "isis" );
+   routes = [ this ] { return network->isisRoutes(); };
+   lastMetric = 10;
+   follows( "all routers", all( 5, 20, 30 ) );
+
+   expectRepairs( *network, *chain );
 
    network->interfaceIs( "r2", "l23", false );
    follows( "a link cut", all( 5, 20, 40 ) );

@@ -1,8 +1,10 @@
-// Packets name their owner by host name, which may be cut, and neighbours by system id; the table
-// of host names joins the two. Where several routers share the shown name, the order of the
-// database, which is that of the system ids, tells them apart.
+// Packets name their owner by host name and neighbours by system id; the table of host names joins
+// the two. Where several routers share the shown name, the order of the database, which is that of
+// the system ids, tells them apart.
 
 #include "tools/igp/IsisTopology.h"
+
+#include "tools/igp/IsisHostnames.h"
 
 #include <algorithm>
 
@@ -13,41 +15,6 @@ namespace {
 using Cspf::IgpRouterId;
 using Kivnet::AddressFamily;
 using Routing::Isis::SystemId;
-
-constexpr std::size_t shortestCut = 14;  ///< names are shown in full at least up to this length
-
-class Hostnames {
- public:
-   explicit Hostnames( const IsisCapture & capture ) : capture_( capture ) {}
-
-   /// Every system that the shown name may mean, in order.
-   std::vector< SystemId > candidates( const std::string & shown, const std::string & full ) const;
-   /// The one system that the shown name means.
-   std::optional< SystemId > id( const std::string & shown ) const {
-      if ( const auto id = SystemId::parse( shown ) ) {
-         return id;
-      }
-      const auto found = candidates( shown, {} );
-      return found.size() == 1 ? std::optional( found.front() ) : std::nullopt;
-   }
-
- private:
-   const IsisCapture & capture_;
-};
-
-std::vector< SystemId >
-Hostnames::candidates( const std::string & shown, const std::string & full ) const {
-   std::vector< SystemId > found;
-   for ( auto at = capture_.hostnames.lower_bound( shown );
-         at != capture_.hostnames.end() && at->first.starts_with( shown ); ++at ) {
-      const bool cut = shown.size() >= shortestCut && ( full.empty() || at->first == full );
-      if ( at->first == shown || cut ) {
-         found.insert( found.end(), at->second.begin(), at->second.end() );
-      }
-   }
-   std::ranges::sort( found );
-   return found;
-}
 
 /// The packets of one area and level, by owner.
 struct LevelDatabase {
@@ -91,7 +58,7 @@ class NetworkMaker {
 
    const IsisCapture & capture_;
    const L3::VrfName vrf_;
-   const Hostnames hostnames_;
+   const IsisHostnames hostnames_;
    const Lsp * previous_ = nullptr;
    std::optional< SystemId > previousOwner_;
    std::set< SystemId > seen_;  ///< owners of a fragment 0 in the database at hand
