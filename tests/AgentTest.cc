@@ -511,12 +511,12 @@ TEST( Agent, SaysWhatItCannotDump ) {
       std::fclose( file );
       return text;
    };
-   EXPECT_EQ( written( Cspf::dumpStateCallback ), "Cspf Agent addr not set\n" );
+   EXPECT_EQ( written( Cspf::dumpStateTo ), "Cspf Agent addr not set\n" );
    TestLab lab( "A -10- B" );
    lab.settle();
    EXPECT_EQ( written( [ & ]( int fd ) { lab.runner().command( "CspfDump", fd, "DUMP" ); } ),
               "Unknown command DUMP" );
-   const std::string all = written( Cspf::dumpStateCallback );
+   const std::string all = written( Cspf::dumpStateTo );
    EXPECT_EQ( all.substr( 0, 20 ), "Cspf Internal State\n" );
    EXPECT_THAT( lab.dump(), HasSubstr( all.substr( 20 ) ) );
 }

@@ -78,6 +78,7 @@ class TraceTest : public testing::Test {
    ~TraceTest() override {
       Velotrace::close();
       Velotrace::maxLevelIs( 7 );
+      Trace::levelDel();
       Gemtrace::sinkIs( nullptr );
       Trace::logSinkIs( nullptr );
       Lum::currentClockIs( nullptr );
@@ -150,6 +151,46 @@ TEST_F( TraceTest, textIsMadeOnlyWhenASinkWantsIt ) {
    TRACE9( costly() );
    EXPECT_EQ( evaluations, 2 );
    EXPECT_EQ( ring().lines.size(), 2u );
+}
+
+TEST_F( TraceTest, levelsAreChosenAtRunTimeAndForSourceFiles ) {
+   std::size_t text = 0;
+   Gemtrace::sinkIs( [ & ]( int, std::string_view ) { ++text; }, 7 );
+   ASSERT_TRUE( openSmall() );
+   const auto traced = [ & ] {
+      const std::size_t before = text, inRing = ring().lines.size();
+      TRACE0( "zero" );
+      TRACE7( "seven" );
+      TRACE9( "nine" );
+      EXPECT_EQ( ring().lines.size() - inRing, text - before );
+      return text - before;
+   };
+   EXPECT_EQ( traced(), 2u );
+   Trace::levelIs( 9, "No*.cc" );
+   EXPECT_EQ( traced(), 2u );
+   Trace::levelIs( 0 );
+   EXPECT_EQ( traced(), 1u );
+   Trace::levelIs( 9, "tests/Trace*.cc" );
+   EXPECT_EQ( traced(), 3u );
+   Trace::levelIs( 8 );
+   EXPECT_EQ( traced(), 2u );
+   Trace::levelDel();
+   Gemtrace::sinkIs( nullptr );
+   TRACE7( "seven" );
+   EXPECT_EQ( text, 10u ) << "a sink that is closed stays so";
+}
+
+TEST_F( TraceTest, aRingWhoseFileIsCutBeginsANewOne ) {
+   ASSERT_TRUE( openSmall() );
+   Trace::emit( 7, "before" );
+   for ( int i = 0; i < 3; ++i ) {
+      std::filesystem::resize_file( Velotrace::path(), 0 );
+      Trace::emit( 7, "into the gap" );
+      Trace::emit( 7, "behind it" );
+      const Decoded read = ring();
+      ASSERT_EQ( read.lines.size(), 1u );
+      EXPECT_EQ( read.lines[ 0 ].text, "behind it" );
+   }
 }
 
 TEST_F( TraceTest, fileIsNamedAfterTheProcessAndStandsWhereTheEnvironmentSays ) {

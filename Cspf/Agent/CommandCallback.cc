@@ -22,7 +22,7 @@ CspfCommandCallback::handleCommand( int fd, const std::string & command ) {
 }
 
 void
-dumpStateCallback( int fd ) {
+dumpStateTo( int fd ) {
    Kiv::DumpContext context( fd );
    if ( !Agent::instance() ) {
       context.printf( 0, "Cspf Agent addr not set\n" );
@@ -31,6 +31,11 @@ dumpStateCallback( int fd ) {
    context.printf( 0, "Cspf Internal State\n" );
    context.reviveRunningIs( true );
    Agent::instance()->dumpState( context, 0 );
+}
+
+void
+dumpStateCallback() {
+   dumpStateTo( STDERR_FILENO );
 }
 
 }

@@ -22,6 +22,8 @@ class CspfCommandCallback : public AgentRunner::CommandCallback {
 
 /// Dumps the state of the process's agent, for use from a debugger or a signal handler: what is
 /// said stands even if the process ends on the way.
-void dumpStateCallback( int fd = STDERR_FILENO );
+void dumpStateTo( int fd );
+/// The same on standard error.
+void dumpStateCallback();
 
 }

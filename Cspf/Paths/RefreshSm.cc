@@ -31,7 +31,7 @@ PathRefreshSm::handleNew() {
 
 void
 PathRefreshSm::handleTopoChanged() {
-   TRACE7( "topoChangedAt reset for " << pathStatusInfo_->pathInfoKey().traceString() );
+   TRACE8( "topoChangedAt reset for " << pathStatusInfo_->pathInfoKey().traceString() );
    setRefreshNeeded( *pathStatusInfo_, refreshReasonTopoChanged );
 }
 

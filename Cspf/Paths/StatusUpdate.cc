@@ -148,7 +148,7 @@ PathStatusUpdator::isPathSrlgUpdateRequired( const PathSrlg & pathSrlg ) const {
 
 void
 PathStatusUpdator::publishPath( const PathStatusCache & cache ) {
-   TRACE7( "called for: " << keyText() << "ChangeCount: " << published().changeCount()
+   TRACE8( "called for: " << keyText() << "ChangeCount: " << published().changeCount()
                           << "RefreshRespSeq: " << published().refreshRespSeq()
                           << "repairPathIdx: " << repairPathIdx( cache ) );
    LUM_ASSERT( !pathStatusInfo()->refreshNeeded() );
@@ -191,7 +191,7 @@ PathStatusUpdator::publishPathMetadata( const PathTeRouterId * pathTeRouterId,
    pathStatus.changeCountIs( pathStatus.changeCount() + 1 );
    write( pathStatus );
    pathStatusInfo_.pathStatusMetadataUpdateCountInc();
-   TRACE7( "Wrote new path metadata for path: " << keyText() );
+   TRACE8( "Wrote new path metadata for path: " << keyText() );
 }
 
 void
@@ -243,7 +243,7 @@ PathStatusUpdateSm::handleRefreshNeeded() {
 void
 PathStatusUpdateSm::requestCspf() {
    const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
-   TRACE7( "CSPF requested for path: "
+   TRACE8( "CSPF requested for path: "
            << key.traceString() << " with topoChanged "
            << static_cast< bool >( pathStatusInfo_->refreshReason() & refreshReasonTopoChanged )
            << " and newPath " << !pathStatusInfo_->cspfStatus()->pathStatusHas( key.pathKey() ) );
@@ -252,20 +252,20 @@ PathStatusUpdateSm::requestCspf() {
 
 void
 PathStatusUpdateSm::handleRefreshStage1Completion() {
-   TRACE7( "called for " << pathStatusInfo_->pathInfoKey().traceString() );
+   TRACE8( "called for " << pathStatusInfo_->pathInfoKey().traceString() );
    if ( !pathStatusInfo_->refreshNeeded() && !pathStatusInfo_->updatePathPending() ) {
       return;  // its segments were computed anew, but the path itself still holds
    }
    pathStatusInfo_->refreshNeededIs( false );
    pathStatusInfo_->refreshReasonIs( 0 );
-   TRACE7( "Trigger stage2 for path: " << pathStatusInfo_->pathInfoKey().traceString() );
+   TRACE8( "Trigger stage2 for path: " << pathStatusInfo_->pathInfoKey().traceString() );
    pathStatusInfo_->updatePathPendingIs( true );
    pathStatusInfo_->stage2RequestCountInc();
 }
 
 void
 PathStatusUpdateSm::handleRefreshStage2Completion() {
-   TRACE7( "called for " << pathStatusInfo_->pathInfoKey().traceString() );
+   TRACE8( "called for " << pathStatusInfo_->pathInfoKey().traceString() );
    if ( pathStatusInfo_->refreshNeeded() ) {
       return;
    }

@@ -59,13 +59,13 @@ TilfaPathSm::tilfaPathInfoKeyColl( const PathKey & pathKey ) const {
 }
 
 TilfaPathInfoKeyColl
-TilfaPathSm::wantedKeys( const PathConfig & config ) const {
+TilfaPathSm::wantedKeys( const PathKey & pathKey, const PathConstraint & constraint ) const {
    TilfaPathInfoKeyColl keys;
-   keys.isLinkProtectionIs( isLinkProtection( config.constraint() ) );
-   keys.pathKeyIs( config.pathKey() );
+   keys.isLinkProtectionIs( isLinkProtection( constraint ) );
+   keys.pathKeyIs( pathKey );
    keys.clientNameIs( name() );
-   if ( config.constraint().excludeIntf() ) {
-      const PathInfoKey external = externalPathInfoKey( config.pathKey() );
+   if ( constraint.excludeIntf() ) {
+      const PathInfoKey external = externalPathInfoKey( pathKey );
       for ( const TilfaTree tree : tilfaTrees ) {
          keys.pathInfoKey_.push( tilfaTreeKey( external, tree, keys.isLinkProtection() ) );
       }
@@ -83,7 +83,7 @@ TilfaPathSm::handleCspfConfig( const PathKey & pathKey ) {
       doCleanupPathInfoKeyEntries( pathKey );
       return;
    }
-   TilfaPathInfoKeyColl wanted = wantedKeys( *config );
+   TilfaPathInfoKeyColl wanted = wantedKeys( pathKey, config->constraint() );
    const TilfaPathInfoKeyColl held = tilfaPathInfoKeyColl( pathKey );
    for ( const auto & keys : { held.pathInfoKey_, held.stalePathInfoKey_ } ) {
       for ( const PathInfoKey & key : keys ) {

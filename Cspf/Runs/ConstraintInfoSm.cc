@@ -11,12 +11,20 @@
 
 #include "Cspf/Runs/Run.h"
 #include "platform/Kiv/DumpContext.h"
+#include "platform/Metrics/Metrics.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
 #include <utility>
 
 namespace Cspf {
+
+namespace {
+
+Metrics::Histogram runSeconds( "cspf_run_seconds", "Time of one computation",
+                               { 1e-5, 1e-4, 1e-3, 1e-2, 0.1, 1 } );
+
+}
 
 ConstraintInfoSmBase::ConstraintInfoSmBase( const Lum::Ptr< ConstraintInfo > & constraintInfo,
                                             const Lum::Ptr< ConstraintStats > & constraintStats,
@@ -58,7 +66,7 @@ ConstraintInfoSmBase::doPrepareToDie() {
 void
 ConstraintInfoSmBase::resetDelay() {
    constraintStats_->cspfCurrentDelayIs( context_.cliConfig->initialInt() );
-   TRACE7( "CSPF throttle timer current delay set to " << constraintStats_->cspfCurrentDelay() );
+   TRACE8( "CSPF throttle timer current delay set to " << constraintStats_->cspfCurrentDelay() );
 }
 
 void
@@ -76,7 +84,7 @@ ConstraintInfoSmBase::handleCspfRequestCount() {
       return;
    }
    if ( constraintStats_->cspfScheduled() ) {
-      TRACE7( "CSPF already scheduled for constraint: " << constraintText() );
+      TRACE8( "CSPF already scheduled for constraint: " << constraintText() );
       LUM_ASSERT( timerRunning() );
       return;
    }
@@ -114,7 +122,7 @@ ConstraintInfoSmBase::requestInQuiet( bool topologyChanged ) {
                             << constraintStats_->cspfCurrentDelay() );
    if ( topologyChanged ) {
       constraintStats_->cspfCurrentDelayIs( context_.cliConfig->holdInt() );
-      TRACE7( "Topology changed in a quiescent period. "
+      TRACE8( "Topology changed in a quiescent period. "
               << "Next hold int: " << constraintStats_->cspfCurrentDelay() );
    }
 }
@@ -135,7 +143,7 @@ void
 ConstraintInfoSmBase::backoffTimerTask() {
    constraintStats_->cspfScheduledIs( false );
    startTimer();
-   TRACE7( "CSPF backoff timer started for constraint: " << constraintText() << " with delay "
+   TRACE8( "CSPF backoff timer started for constraint: " << constraintText() << " with delay "
                                                          << timerDelay_ << " ms" );
 }
 
@@ -162,7 +170,7 @@ ConstraintInfoSmBase::stopUnlessScheduled() {
    if ( constraintStats_->cspfScheduled() ) {
       return false;
    }
-   TRACE7( "no CSPF scheduled for constraint " << constraintText() << " in the last " << timerDelay_
+   TRACE8( "no CSPF scheduled for constraint " << constraintText() << " in the last " << timerDelay_
                                                << "throttle window. Stopping timer" );
    timerTaskDel();
    resetDelay();
@@ -218,7 +226,9 @@ ConstraintInfoSmBase::seenUntil() const {
 void
 ConstraintInfoSmBase::runCspf( const Lum::Ptr< CspfData > & cspfData ) {
    TRACE7( "run cspf, cspfRequestCount " << constraintInfo_->cspfRequestCount() );
+   const Lum::Seconds begin = Lum::RealClock::read();
    const CspfRun run( context_.runMemory, *cspfData, view_ );
+   runSeconds.observe( Lum::RealClock::read() - begin );
    cspfData->ranAtIs( seenUntil() );
    constraintStats_->cspfCountInc();
    constraintStats_->cspfLastRanAtIs( cspfData->ranAt() );

@@ -72,11 +72,10 @@ bool
 DumpContext::readerTakesMore() {
    pollfd reader{ fd_, POLLOUT, 0 };
    if ( poll( &reader, 1, 0 ) == 0 ) {
-      const Lum::RealClock clock;
-      const Lum::Seconds before = clock.now();
+      const Lum::Seconds before = Lum::RealClock::read();
       const Lum::Seconds wait = std::max( patience_, 0.0 );
-      poll( &reader, 1, reviveRunning_ ? -1 : static_cast< int >( wait * 1000 ) );
-      patience_ -= clock.now() - before;
+      poll( &reader, 1, static_cast< int >( wait * 1000 ) );
+      patience_ -= Lum::RealClock::read() - before;
    }
    return ( reader.revents & ( POLLOUT | POLLERR ) ) == POLLOUT;
 }

@@ -22,9 +22,12 @@ class DumpContext {
    /// One object may be dumped more than once (default: not).
    void dumpDuplicatesIs( bool duplicates ) { dumpDuplicates_ = duplicates; }
    /// The dump runs outside of the loop's order, from a debugger or signal handler: it is written
-   /// at once, line by line and however long it takes, so that what was said stands even if the
-   /// process ends.
-   void reviveRunningIs( bool reviveRunning ) { reviveRunning_ = reviveRunning; }
+   /// at once, line by line, so that what was said stands even if the process ends, and readers may
+   /// keep it waiting for five seconds.
+   void reviveRunningIs( bool reviveRunning ) {
+      reviveRunning_ = reviveRunning;
+      patience_ = reviveRunning ? 5 : 0.2;
+   }
 
    /// Prints like std::printf. A format that begins with "%*c" is preceded by `indent` blanks; that
    /// prefix takes no argument, and at indent 0 nothing stands for it.

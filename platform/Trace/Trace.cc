@@ -1,31 +1,76 @@
 // Where messages go. Each sink says once which levels it wants; the union of that is the one word
-// that a trace statement looks at.
+// that a trace statement looks at. What is chosen at run time stands
+// before what a sink wants by itself, and opens no sink.
 
 #include "platform/Trace/Trace.h"
 
+#include "platform/Lum/Assert.h"
 #include "platform/Trace/Gemtrace.h"
 #include "platform/Trace/Sinks.h"
+
+#include <fnmatch.h>
+#include <optional>
+#include <unordered_map>
+#include <vector>
 
 namespace Trace {
 
 namespace {
 
 Gemtrace::Sink textSink;
+/// The levels that a sink wants by itself; 0 while it is closed.
 unsigned textLevels = 0;
 unsigned ringLevels = 0;
 LogSink logSink = nullptr;
+
+/// What somebody has chosen for both sinks while the process runs.
+struct Rule {
+   std::string filePattern;
+   unsigned levels;
+};
+std::optional< unsigned > chosenLevels;
+std::vector< Rule > rules;
+std::unordered_map< const char *, unsigned > levelsOfFiles;  // by the rules, as far as asked for
 
 unsigned
 upTo( int maxLevel ) {
    return ( 2u << maxLevel ) - 1;
 }
 
-void
-wantedLevelsAreUpdated() {
-   wantedLevels = textLevels | ringLevels;
+/// The levels of the rules for that file.
+unsigned
+levelsOf( const char * file ) {
+   if ( rules.empty() ) {
+      return 0;
+   }
+   const auto [ at, isNew ] = levelsOfFiles.try_emplace( file, 0 );
+   for ( std::size_t i = 0; isNew && i < rules.size(); ++i ) {
+      if ( fnmatch( rules[ i ].filePattern.c_str(), file, 0 ) == 0 ) {
+         at->second |= rules[ i ].levels;
+      }
+   }
+   return at->second;
 }
 
-/// "void Cspf::PathSm::handleX(const Key&)" -> "Cspf::PathSm::handleX(const Key&)".
+bool
+sinkWants( unsigned ownLevels, int level, const char * file ) {
+   return ownLevels && ( chosenLevels.value_or( ownLevels ) | levelsOf( file ) ) >> level & 1;
+}
+
+void
+wantedLevelsAreUpdated() {
+   unsigned ofRules = 0;
+   for ( const Rule & rule : rules ) {
+      ofRules |= rule.levels;
+   }
+   const auto wants = [ & ]( unsigned own ) {
+      return own ? chosenLevels.value_or( own ) | ofRules : 0;
+   };
+   wantedLevels = wants( textLevels ) | wants( ringLevels );
+}
+
+}
+
 std::string_view
 signature( std::string_view prettyFunction ) {
    const auto with = prettyFunction.rfind( " [with " );
@@ -37,19 +82,42 @@ signature( std::string_view prettyFunction ) {
              : prettyFunction.substr( type + 1 );
 }
 
+Message::Message( std::string_view signature ) : text_( std::exchange( spareText, {} ) ) {
+   text_.assign( signature ).append( ": " );
 }
 
-Message::Message( std::string_view prettyFunction ) {
-   text_.reserve( 160 );
-   text_.append( signature( prettyFunction ) ).append( ": " );
+bool
+wantedFrom( int level, const char * file ) {
+   return rules.empty() || sinkWants( textLevels | ringLevels, level, file );
 }
 
 void
-emit( int level, std::string_view text ) {
-   if ( ringLevels >> level & 1 ) {
+levelIs( int maxLevel, const std::string & filePattern ) {
+   LUM_ASSERT( maxLevel >= 0 && maxLevel < levels );
+   levelsOfFiles.clear();
+   if ( filePattern.empty() ) {
+      rules.clear();
+      chosenLevels = upTo( maxLevel );
+   } else {
+      rules.push_back( { "*/" + filePattern, upTo( maxLevel ) } );
+   }
+   wantedLevelsAreUpdated();
+}
+
+void
+levelDel() {
+   rules.clear();
+   levelsOfFiles.clear();
+   chosenLevels.reset();
+   wantedLevelsAreUpdated();
+}
+
+void
+emit( int level, std::string_view text, const char * file ) {
+   if ( sinkWants( ringLevels, level, file ) ) {
       Velotrace::record( level, text );
    }
-   if ( textLevels >> level & 1 ) {
+   if ( sinkWants( textLevels, level, file ) ) {
       textSink( level, text );
    }
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 /// Trace statements: `TRACE7( "Creating TopoDbExportSm for " << name )`. The message begins with
 /// the function's signature and ": ". It goes to the fast ring and to the text trace at once, is
@@ -22,11 +23,26 @@ wanted( int level ) {
    return __builtin_expect( wantedLevels >> level & 1, 0 );
 }
 
+/// Whether some sink wants the level from this source file, a literal. For levels that some sink
+/// wants somewhere.
+bool wantedFrom( int level, const char * file );
+
+/// Traces the levels up to `maxLevel` (0 to 9) from now on, in the ring and in the text trace, each
+/// as far as it is open. With a pattern (fnmatch(3), such as "View.cc" or "Runs/*") this is about
+/// source files whose path ends so, beside what is traced anyway; without one it is about all
+/// files, and patterns that were given before are forgotten. REQUIRES: the level is in its range.
+void levelIs( int maxLevel, const std::string & filePattern = {} );
+/// Forgets all that was chosen so: each sink has the levels that it was opened with.
+void levelDel();
+
 /// The text of a message in the making.
 class Message {
  public:
-   /// Takes the compiler's text of the function ("void Cspf::PathSm::handleX(Key)").
-   explicit Message( std::string_view prettyFunction );
+   /// Begins with the signature.
+   explicit Message( std::string_view signature );
+   ~Message() { spareText = std::move( text_ ); }
+   Message( const Message & ) = delete;
+   Message & operator=( const Message & ) = delete;
 
    Message & operator<<( std::string_view text ) {
       text_ += text;
@@ -51,11 +67,16 @@ class Message {
    const std::string & text() const noexcept { return text_; }
 
  private:
+   static inline std::string spareText;  // one thread traces, and a message follows the other
+
    std::string text_;
 };
 
-/// Hands a complete message to the sinks that want its level.
-void emit( int level, std::string_view text );
+/// "void Cspf::PathSm::handleX(const Key&)", the compiler's text of a function, without its type.
+std::string_view signature( std::string_view prettyFunction );
+
+/// Hands a complete message to the sinks that want its level from that file.
+void emit( int level, std::string_view text, const char * file = "" );
 
 enum class Severity { debug, info, notice, warning, error };
 
@@ -76,10 +97,11 @@ void logSinkIs( LogSink sink );
 
 #define TRACE_AT_( level, ... )                                                                    \
    do {                                                                                            \
-      if ( ::Trace::wanted( level ) ) {                                                            \
-         ::Trace::Message message_( __PRETTY_FUNCTION__ );                                         \
+      if ( ::Trace::wanted( level ) && ::Trace::wantedFrom( level, __FILE__ ) ) {                  \
+         static const std::string_view signature_ = ::Trace::signature( __PRETTY_FUNCTION__ );     \
+         ::Trace::Message message_( signature_ );                                                  \
          message_ << __VA_ARGS__;                                                                  \
-         ::Trace::emit( level, message_.text() );                                                  \
+         ::Trace::emit( level, message_.text(), __FILE__ );                                        \
       }                                                                                            \
    } while ( false )
 #define TRACE0( ... ) TRACE_AT_( 0, __VA_ARGS__ )
