@@ -12,12 +12,14 @@
 #include <fstream>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 using Service::Client;
 using Service::Json;
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -71,6 +73,12 @@ errorOf( Client & client, const std::string & method, const Json & params ) {
       return error.what();
    }
    return "";
+}
+
+std::string
+contentOf( const std::string & file ) {
+   std::ifstream in( file );
+   return { std::istreambuf_iterator< char >( in ), {} };
 }
 
 struct ServiceTest : testing::Test {
@@ -245,6 +253,96 @@ TEST_F( ServiceTest, aWatcherHearsOfTablesThatComeAndGo ) {
    }
 }
 
+TEST_F( ServiceTest, whatIsLargeIsOfOneInstantAndChangesFollowIt ) {
+   const RunnerProcess runner( directory );
+   Client writer( runner.socket() ), reader( runner.socket() ), watcher( runner.socket() );
+   const std::string path = "te/cspf/config/vrf/default/ipv4/many";
+   const auto patch = [ & ]( unsigned first, unsigned last, unsigned sequence ) {
+      Json rows = Json::object();
+      for ( unsigned id = first; id <= last; ++id ) {
+         rows[ "10.0.0.3#" + std::to_string( id ) ][ "refreshReqSeq" ] = sequence;
+      }
+      writer.call( "patch", { { "path", path }, { "patch", { { "pathConfig", rows } } } } );
+   };
+   patch( 1, 5000, 1 );
+   const std::string request = R"({"jsonrpc": "2.0", "id": 1, "method": "%", "params": {"path": ")"
+                               + path + R"(", "paths": [")" + path + R"("]}})";
+   const auto ask = [ & ]( Client & client, const char * method ) {
+      std::string text = request;
+      client.send( text.replace( text.find( '%' ), 1, method ) + "\n" );
+   };
+   ask( reader, "get" );
+   ask( reader, "status" );
+   ask( watcher, "watch" );
+   patch( 1, 5000, 2 );
+   patch( 5001, 5001, 2 );
+   const auto sequences = []( const Json & table ) {
+      std::map< unsigned, unsigned > rows;
+      for ( const Json & row : table[ "value" ][ "pathConfig" ] ) {
+         ++rows[ row[ "refreshReqSeq" ].get< unsigned >() ];
+      }
+      return rows;
+   };
+   const auto read = sequences( reader.receive()[ "result" ] );
+   ASSERT_EQ( read.size(), 1u ) << "two instants in one answer";
+   EXPECT_GE( read.begin()->second, 5000u );
+   EXPECT_TRUE( reader.receive()[ "result" ].contains( "pid" ) );
+
+   // Each change behind the state that was read comes once.
+   const auto state = sequences( watcher.receive()[ "result" ][ path ] );
+   ASSERT_EQ( state.size(), 1u );
+   const bool before = state.begin()->first == 1;
+   for ( unsigned left = before ? 5001 : 5001 - state.begin()->second; left > 0; --left ) {
+      EXPECT_EQ( watcher.receive()[ "params" ][ "value" ][ "refreshReqSeq" ], 2 );
+   }
+}
+
+TEST_F( ServiceTest, theManagerHearsThatItIsReadyThatItsLoopTurnsAndThatItStops ) {
+   sockaddr_un address{ AF_UNIX, {} };
+   ( directory / "notify" ).copy( address.sun_path, sizeof address.sun_path - 1 );
+   const int manager = socket( AF_UNIX, SOCK_DGRAM, 0 );
+   ASSERT_EQ( bind( manager, reinterpret_cast< sockaddr * >( &address ), sizeof address ), 0 );
+   setenv( "NOTIFY_SOCKET", address.sun_path, 1 );
+   setenv( "WATCHDOG_USEC", "20000", 1 );
+   RunnerProcess runner( directory );
+   unsetenv( "NOTIFY_SOCKET" );
+   unsetenv( "WATCHDOG_USEC" );
+   std::map< std::string, int > heard;
+   const auto hear = [ & ] {
+      char text[ 100 ];
+      const ssize_t n = recv( manager, text, sizeof text, 0 );
+      ++heard[ std::string( text, n > 0 ? static_cast< std::size_t >( n ) : 0 ) ];
+   };
+   while ( heard[ "READY=1" ] == 0 || heard[ "WATCHDOG=1" ] < 4 ) {
+      hear();
+   }
+   EXPECT_EQ( heard[ "STOPPING=1" ], 0 );
+   runner.end( SIGTERM );
+   while ( heard[ "STOPPING=1" ] == 0 ) {
+      hear();
+   }
+   close( manager );
+}
+
+TEST_F( ServiceTest, whoMonitorsReadsAndChangesNothing ) {
+   const RunnerProcess runner(
+      directory, { "--monitor", directory / "monitor.sock", "--metrics", directory / "metrics" } );
+   Client client( runner.socket() ), monitor( directory / "monitor.sock" );
+   client.call( "load", { { "lab", squareLab( true ) } } );
+   ASSERT_TRUE( comesToLastHop( client, "10.64.0.5" ) );
+   for ( const char * method : { "patch", "load", "traceLevel" } ) {
+      EXPECT_THAT( errorOf( monitor, method, { { "path", "te/config" }, { "level", 0 } } ),
+                   HasSubstr( "for reading" ) );
+   }
+   EXPECT_TRUE( comesToLastHop( monitor, "10.64.0.5" ) );
+   const auto metrics = monitor.call( "metrics", Json::object() ).get< std::string >();
+   EXPECT_THAT( metrics, HasSubstr( "\ncspf_paths{vrf=\"default\",family=\"ipv4\",client=\"rsvp\","
+                                    "state=\"up\"} 1\n" ) );
+   EXPECT_THAT( metrics, testing::ContainsRegex( "\ncspf_run_seconds_count [1-9]" ) );
+   EXPECT_THAT( contentOf( directory / "metrics" ),
+                HasSubstr( "# TYPE cspf_run_seconds histogram\n" ) );
+}
+
 TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    std::ofstream( directory / "lab.json" ) << squareLab( true );
    const RunnerProcess runner(
@@ -278,6 +376,23 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    EXPECT_EQ( runProgram( "cspfctl", { "get", "x", "--socket", directory / "none" } ).exitStatus,
               1 );
    EXPECT_EQ( runProgram( "cspfctl", { "load", directory / "none" } ).exitStatus, 2 );
+
+   // Why a link is refused can be seen on a live agent.
+   EXPECT_THAT( contentOf( directory / "trace" ), Not( HasSubstr( "is not included" ) ) );
+   cspfctl( { "trace-level", "9", "--files", "Views/*" } );
+   cspfctl( { "trace-level", "9", "--files", "Runs/Run.cc" } );
+   cspfctl( { "patch", "te/cspf/config/vrf/default/ipv4/rsvp",
+              R"({"pathConfig": {"10.0.0.3#9": {"constraint": {"includeAllAdminGroup": 64}}}})" } );
+   for ( int i = 0; i < 3000 && contentOf( directory / "trace" ).find( " 9 " ) == std::string::npos;
+         ++i ) {
+      usleep( 10'000 );
+   }
+   EXPECT_THAT( contentOf( directory / "trace" ), HasSubstr( "to tent list: " ) );
+   cspfctl( { "support", directory / "support.tgz" } );
+   EXPECT_THAT( runProgram( "/bin/tar", { "-tzf", directory / "support.tgz" } ).out,
+                testing::AllOf( HasSubstr( "/state.json" ), HasSubstr( "/dump.txt" ),
+                                HasSubstr( "/metrics.txt" ), HasSubstr( "/CspfAgent.qt" ),
+                                HasSubstr( "/status.json" ), HasSubstr( "/trace" ) ) );
 
    // A trace that was moved away goes on in a new file after SIGHUP.
    std::filesystem::rename( directory / "trace", directory / "moved" );

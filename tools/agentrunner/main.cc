@@ -4,6 +4,7 @@
 #include "platform/AgentRunner/Runner.h"
 #include "platform/Trace/Velotrace.h"
 #include "schema/Types.h"
+#include "tools/agentrunner/MetricsFile.h"
 #include "tools/agentrunner/ServiceManager.h"
 #include "tools/agentrunner/TraceFile.h"
 #include "tools/lab/AgentLibrary.h"
@@ -28,6 +29,8 @@ struct Options {
    Service::SocketFile control{ Service::defaultSocketPath(), "" };
    Service::SocketFile monitor;
    std::string traceFile;
+   std::vector< std::string > traceLevels;
+   std::string metricsFile;
    std::string lab;
 };
 
@@ -41,7 +44,8 @@ class Signals {
          sigaddset( &set, signal );
       }
       sigprocmask( SIG_BLOCK, &set, nullptr );
-      signal( SIGPIPE, SIG_IGN );  // a log that nobody reads any more is no reason to end
+      signal( SIGPIPE, SIG_IGN );  // a log that nobody reads any more is no reason to end,
+      signal( SIGXFSZ, SIG_IGN );  // nor is a trace that may grow no further
       fd_ = signalfd( -1, &set, SFD_CLOEXEC | SFD_NONBLOCK );
       loop_.fdIs( fd_, EPOLLIN, [ this, &traceFile ]( std::uint32_t ) {
          signalfd_siginfo info;
@@ -106,8 +110,31 @@ loadFile( const std::string & fileName, const Service::ControlServer::Load & loa
    }
 }
 
+/// "N" or "N:PATTERN". Throws std::runtime_error.
+void
+traceLevelIs( const std::string & text ) {
+   if ( text.empty() || text[ 0 ] < '0' || text[ 0 ] > '9'
+        || ( text.size() > 1 && text[ 1 ] != ':' ) || text.size() == 2 ) {
+      throw std::runtime_error( "--trace-level " + text
+                                + ": expected a level from 0 to 9, or LEVEL:FILE-PATTERN" );
+   }
+   Trace::levelIs( text[ 0 ] - '0', text.size() > 1 ? text.substr( 2 ) : std::string() );
+}
+
+/// For `cspfctl support`.
+Service::Json
+described( const Options & options ) {
+   return { { "name", options.name },           { "socket", options.control.path },
+            { "group", options.control.group }, { "monitor", options.monitor.path },
+            { "trace", options.traceFile },     { "traceLevels", options.traceLevels },
+            { "metrics", options.metricsFile }, { "lab", options.lab } };
+}
+
 void
 serve( const Options & options ) {
+   for ( const std::string & level : options.traceLevels ) {
+      traceLevelIs( level );
+   }
    Corvdb::TypeRegistry types;
    Schema::registerTypes( types );
    Lum::ActivityLoop loop( Lum::ActivityLoop::Time::real );
@@ -128,7 +155,10 @@ serve( const Options & options ) {
    Service::StateView view( state, tables );
    const auto monitor =
       options.monitor.path.empty() ? std::nullopt : std::optional( options.monitor );
-   const Service::ControlServer server( loop, runner, view, options.control, monitor, load );
+   const Service::ControlServer server( loop, runner, view, options.control, monitor, load,
+                                        described( options ) );
+   const MetricsFile metricsFile( loop, options.metricsFile,
+                                  [ &server ] { return server.metrics(); } );
    const ServiceManager manager( loop );
    runner.start();
    say( "agentrunner: serving " + options.control.path );
@@ -157,6 +187,11 @@ main( int argc, char ** argv ) {
                    "group whose members may use that one" )
       ->needs( monitor );
    app.add_option( "--trace", options.traceFile, "file for the text trace" );
+   app.add_option( "--trace-level", options.traceLevels,
+                   "levels 0 to N are traced; N:PATTERN: in source files that match it as well" )
+      ->allow_extra_args( false );
+   app.add_option( "--metrics", options.metricsFile,
+                   "file for counters and gauges, written anew every 15 seconds" );
    app.add_option( "--lab", options.lab, "lab whose state is there when the agent starts" );
    Trace::logSinkIs( logToStandardError );
    try {

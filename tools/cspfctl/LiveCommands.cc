@@ -25,6 +25,8 @@ struct Options {
    std::vector< std::string > paths;
    std::string patch;
    bool json = false;
+   int level = -1;
+   std::string files;
 };
 
 /// "te/cspf/status/vrf/default/ipv4/rsvp" -> default, ipv4, rsvp.
@@ -89,13 +91,29 @@ runPatch( const Options & options ) {
    Client( options.socket ).call( "patch", { { "path", options.path }, { "patch", patch } } );
 }
 
+/// The text's parts fit a frame however many of their bytes are escaped in it.
+void
+loadInParts( const std::string & socket, const std::string & lab ) {
+   constexpr std::size_t length = 1u << 20;
+   Client client( socket );
+   for ( std::size_t at = 0; at < lab.size(); ) {
+      std::size_t end = std::min( lab.size(), at + length );
+      while ( end < lab.size() && ( lab[ end ] & 0xc0 ) == 0x80 ) {
+         --end;  // letters stay whole
+      }
+      client.call( "load", { { "part", lab.substr( at, end - at ) } } );
+      at = end;
+   }
+   client.call( "load", Json::object() );
+}
+
 /// The lab is checked here as well, so that its errors read as those of `check`.
 int
 runLoad( const Options & options ) {
    try {
       const Lab::LabJson lab = Lab::readLabJson( options.path );
       Lab::LabFile::of( lab );
-      Client( options.socket ).callText( "load", "{\"lab\":" + lab.text() + "}" );
+      loadInParts( options.socket, lab.text() );
       return Lab::exitOk;
    } catch ( const Lab::LabError & error ) {
       std::cerr << "cspfctl: " << Text::plain( options.path + ": " + error.what() ) << std::endl;
@@ -176,6 +194,23 @@ runStatus( const Options & options ) {
              << "clients  " << orNone( joined( served ) ) << "\n"
              << "callers  " << status[ "clients" ] << "\n"
              << "waiting  " << orNone( joined( waiting ) ) << "\n";
+}
+
+void
+runMetrics( const Options & options ) {
+   std::cout << Client( options.socket ).call( "metrics", Json::object() ).get< std::string >();
+}
+
+void
+runTraceLevel( const Options & options ) {
+   Json params = Json::object();
+   if ( options.level >= 0 ) {
+      params[ "level" ] = options.level;
+   }
+   if ( !options.files.empty() ) {
+      params[ "files" ] = options.files;
+   }
+   Client( options.socket ).call( "traceLevel", params );
 }
 
 /// Hops, or the repair with that number, or why there is neither.
@@ -270,5 +305,15 @@ addLiveCommands( CLI::App & app, int & status ) {
    withJson( add( app, "status", "Show whether the agent runs and what it is busy with", options,
                   runStatus ),
              *options );
+   add( app, "metrics", "Print counters and gauges in Prometheus' text form", options, runMetrics );
+   CLI::App * traceLevel =
+      add( app, "trace-level", "Choose what a running agent traces", options, runTraceLevel );
+   traceLevel
+      ->add_option( "level", options->level,
+                    "levels up to this one are traced, 0 to 9; without, as at the start" )
+      ->check( CLI::Range( 0, 9 ) );
+   traceLevel->add_option( "--files", options->files,
+                           "only in source files that match, such as \"View.cc\"; without, in all, "
+                           "and earlier patterns are forgotten" );
    withJson( add( app, "paths", "Show the published paths", options, runPaths ), *options );
 }

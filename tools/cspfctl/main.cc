@@ -31,6 +31,7 @@ main( int argc, char ** argv ) {
    addImportCommand( app, status );
    addLiveCommands( app, status );
    addTraceCommand( app );
+   addSupportCommand( app );
    const auto isNamed = [ & ]( const CLI::App * command ) {
       return command->check_name( argv[ 1 ] );
    };

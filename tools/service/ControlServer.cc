@@ -4,6 +4,8 @@
 
 #include "tools/service/ControlServer.h"
 
+#include "tools/service/StateMetrics.h"
+
 #include <algorithm>
 #include <numeric>
 #include <sys/epoll.h>
@@ -30,8 +32,13 @@ maxSessions() {
 
 ControlServer::ControlServer( Lum::ActivityLoop & loop, AgentRunner::Runner & runner,
                               StateView & view, const SocketFile & control,
-                              const std::optional< SocketFile > & monitor, Load load )
-   : shared_{ loop, runner, view, std::move( load ) },
+                              const std::optional< SocketFile > & monitor, Load load, Json options )
+   : shared_{ loop,
+              runner,
+              view,
+              std::move( load ),
+              [ this ] { return metrics(); },
+              std::move( options ) },
      maxSessions_( maxSessions() ) {
    doors_.push_back( { Listener( control ), Session::Access::full, {} } );
    if ( monitor ) {
@@ -54,6 +61,11 @@ ControlServer::~ControlServer() {
       shared_.loop.timerDel( door.rest );
       shared_.loop.fdDel( door.listener.fd() );
    }
+}
+
+std::string
+ControlServer::metrics() const {
+   return metricsText( shared_.view.tables(), shared_.runner, { sessions_.size(), backlog() } );
 }
 
 std::size_t

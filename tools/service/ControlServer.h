@@ -26,30 +26,35 @@ namespace Service {
 ///   command {"name": N, "text": T}: what the agent writes comes as notifications "output",
 ///   {"id", "text"}, then the result. It works on a copy of the agent.
 ///
-///   load {"lab": document}: writes a lab's state, its events excluded.
+///   load {"lab": document}: writes a lab's state, its events excluded. A lab that does not fit a
+///   frame comes as text: {"part": text} as often as needed, then {}.
 ///
 ///   status {}: the process, the agent and what it is busy with.
 ///
+///   metrics {}: counters and gauges, a text in Prometheus' exposition format.
+///
+///   traceLevel {"level": 0 to 9, "files"?: pattern}: what is traced from now on, as
+///   `Trace::levelIs` has it; {}: as of the start.
+///
 /// What is asked for is as of one instant, however large it is. A client that does not read hears
-/// of it in a last notification "cutOff", {"reason"}. A second socket may serve all but `patch` and
-/// `load`. Callers beyond what the limit of descriptors allows are turned away.
+/// of it in a last notification "cutOff", {"reason"}. A second socket may serve all but `patch`,
+/// `load` and `traceLevel`. Callers beyond what the limit of descriptors allows are turned away.
 class ControlServer {
  public:
    /// Writes a lab document into the stores; throws with a text that names the place.
    using Load = std::function< void( const Lab::LabJson & lab ) >;
 
-   /// Serves the sockets of the files. Throws std::runtime_error where one cannot be made. All else
-   /// outlives it.
+   /// What the service was started with is for people. Serves the sockets of the files. Throws
+   /// std::runtime_error where one cannot be made. All else outlives it.
    ControlServer( Lum::ActivityLoop & loop, AgentRunner::Runner & runner, StateView & view,
                   const SocketFile & control, const std::optional< SocketFile > & monitor,
-                  Load load );
+                  Load load, Json options );
    ~ControlServer();
    ControlServer( const ControlServer & ) = delete;
    ControlServer & operator=( const ControlServer & ) = delete;
 
-   /// Callers at the moment, and bytes that wait until they read them.
-   std::size_t sessions() const noexcept { return sessions_.size(); }
-   std::size_t backlog() const;
+   /// As of `metrics`.
+   std::string metrics() const;
 
  private:
    struct Door {
@@ -58,6 +63,7 @@ class ControlServer {
       Lum::ActivityLoop::TimerId rest{ 0, 0 };  ///< armed while it takes nobody in
    };
 
+   std::size_t backlog() const;
    void open( Door & door );
    void handleConnect( Door & door );
 

@@ -5,10 +5,13 @@
 
 #include "tools/service/Session.h"
 
+#include "platform/Trace/Trace.h"
+#include "platform/Trace/Velotrace.h"
 #include "tools/service/CommandStream.h"
 
 #include <set>
 #include <unistd.h>
+#include <utility>
 
 namespace Service {
 
@@ -21,7 +24,7 @@ constexpr Lum::Seconds workerWait = 0.02;
 constexpr std::size_t maxWorkers = 4;
 /// What is more than this is left to a worker: bytes of text, entries of one collection.
 constexpr std::size_t maxText = 256u << 10, maxEntries = 1000;
-constexpr std::size_t maxBatchAnswer = 64u << 20;
+constexpr std::size_t maxBatchAnswer = 64u << 20, maxLab = 256u << 20;
 
 /// Somebody has to do it who may take longer.
 struct TooLarge {};
@@ -209,7 +212,7 @@ Session::batchEnds() {
 Session::Result
 Session::serve( const std::string & method, const Request & request ) {
    const Json params = request.json.value( "params", Json::object() );
-   const bool changes = method == "patch" || method == "load";
+   const bool changes = method == "patch" || method == "load" || method == "traceLevel";
    if ( changes && access_ == Access::reading ) {
       throw RpcFailure{ serverError, "this socket is for reading: it takes no \"" + method + "\"" };
    }
@@ -235,6 +238,12 @@ Session::serve( const std::string & method, const Request & request ) {
    }
    if ( method == "status" ) {
       return status();
+   }
+   if ( method == "metrics" ) {
+      return State::text( shared_.metrics() );
+   }
+   if ( method == "traceLevel" ) {
+      return traceLevel( params );
    }
    throw RpcFailure{ methodNotFound, "there is no method \"" + method + "\"" };
 }
@@ -383,12 +392,39 @@ Session::command( const Json & params ) {
 
 Session::Result
 Session::load( const Lab::LabJson & request ) {
-   const Lab::LabJson * params = request.find( "params" );
-   const Lab::LabJson * lab = params ? params->find( "lab" ) : nullptr;
-   if ( !lab ) {
+   const Lab::LabJson * const params = request.find( "params" );
+   const auto member = [ params ]( const char * name ) {
+      return params ? params->find( name ) : nullptr;
+   };
+   const Lab::LabJson * const part = member( "part" );
+   if ( part && part->as< std::string >() ) {
+      labText_ += *part->as< std::string >();
+      if ( labText_.size() > maxLab ) {
+         labText_ = {};
+         throw RequestError( "the lab is longer than 256 MiB" );
+      }
+   } else if ( const Lab::LabJson * const lab = member( "lab" ) ) {
+      shared_.load( *lab );
+   } else if ( !labText_.empty() ) {
+      shared_.load( Lab::LabJson::parse( std::exchange( labText_, {} ) ) );
+   } else {
       throw RpcFailure{ invalidParams, "\"lab\" is missing" };
    }
-   shared_.load( *lab );
+   return "true";
+}
+
+Session::Result
+Session::traceLevel( const Json & params ) {
+   if ( params.empty() ) {
+      Trace::levelDel();
+      return "true";
+   }
+   const int level = param< int >( params, "level" );
+   if ( level < 0 || level >= Trace::levels || !params[ "level" ].is_number_integer() ) {
+      throw RpcFailure{ invalidParams, "\"level\" is a number from 0 to 9" };
+   }
+   const bool some = params.contains( "files" );
+   Trace::levelIs( level, some ? param< std::string >( params, "files" ) : std::string() );
    return "true";
 }
 
@@ -397,6 +433,9 @@ Session::status() const {
    const auto & agent = shared_.runner.agent();
    return State::text( { { "pid", getpid() },
                          { "agent", agent ? Json( agent->name() ) : Json() },
+                         { "version", CSPF_VERSION },
+                         { "options", shared_.options },
+                         { "traceRing", Velotrace::path() },
                          { "clients", shared_.sessions },
                          { "pendingTasks", shared_.runner.taskScheduler()->pendingNames() } } );
 }

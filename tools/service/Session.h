@@ -22,6 +22,9 @@ struct Shared {
    StateView & view;
    /// Writes a lab document into the stores; throws with a text that names the place.
    std::function< void( const Lab::LabJson & lab ) > load;
+   std::function< std::string() > metrics;
+   /// What the service was started with, for people.
+   Json options;
    std::size_t sessions = 0;
    std::size_t workers = 0;
 };
@@ -72,6 +75,7 @@ class Session {
    Result unwatch( const Json & params );
    Result command( const Json & params );
    Result load( const Lab::LabJson & request );
+   Result traceLevel( const Json & params );
    std::string status() const;
    /// What `write` writes: at once if that is little, else by a worker.
    Result text( const std::function< void( State::TextSink & ) > & write );
@@ -89,6 +93,7 @@ class Session {
    bool wantsAnswer_ = false;   ///< so does that request
    bool batch_ = false;         ///< the requests came in one frame
    std::size_t batchSize_ = 0;  ///< bytes of its answers so far
+   std::string labText_;        ///< of a lab that comes in parts
    std::unique_ptr< Worker > worker_;
    Lum::ActivityLoop::TimerId rest_{ 0, 0 };
    std::map< std::string, Watch > watches_;

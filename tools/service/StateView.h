@@ -54,6 +54,7 @@ class StateView {
    }
    /// {"type": name, "value": ..}. REQUIRES: there is something at the path, which is canonical.
    Json typed( const std::string & path ) const;
+   const Zorch::TableStore & tables() const noexcept { return tables_; }
    /// Null where there is none. REQUIRES: the path is canonical.
    Lum::Ptr< Lum::Entity > find( const std::string & path ) const;
 

@@ -1,0 +1,49 @@
+// A temporary file takes the place of the last one. Once the first is written, a later one that
+// cannot be, as on a full disk, is tried again at its next time.
+
+#include "tools/agentrunner/MetricsFile.h"
+
+#include <cstdio>
+#include <fstream>
+#include <stdexcept>
+
+namespace {
+
+constexpr Lum::Seconds period = 15;
+
+}
+
+MetricsFile::MetricsFile( Lum::ActivityLoop & loop, std::string path,
+                          std::function< std::string() > text )
+   : loop_( loop ),
+     path_( std::move( path ) ),
+     text_( std::move( text ) ) {
+   if ( path_.empty() ) {
+      return;
+   }
+   if ( !write() ) {
+      throw std::runtime_error( path_ + ": the metrics cannot be written" );
+   }
+   writeAgain();
+}
+
+MetricsFile::~MetricsFile() {
+   loop_.timerDel( timer_ );
+}
+
+bool
+MetricsFile::write() const {
+   const std::string fresh = path_ + ".tmp";
+   std::ofstream out( fresh, std::ios::trunc );
+   out << text_();
+   out.close();
+   return out && std::rename( fresh.c_str(), path_.c_str() ) == 0;
+}
+
+void
+MetricsFile::writeAgain() {
+   timer_ = loop_.timerIs( loop_.deadlineAfter( period ), [ this ] {
+      write();
+      writeAgain();
+   } );
+}
