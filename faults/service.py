@@ -1,0 +1,196 @@
+"""A live agentrunner with its socket, labs to load into it, and figures beside their limits.
+
+Each script here does one kind of harm to the service from outside, and prints one JSON line: the
+figures that it took, each beside its limit, and whether all held. CSPF_BIN names the folder with the
+programs (a sanitizer build is as good as a release build).
+"""
+import argparse, json, os, random, signal, socket, subprocess, sys, tempfile, time
+
+BIN = os.path.abspath(os.environ.get("CSPF_BIN", "build/release/bin"))
+CTL, AGENTRUNNER = os.path.join(BIN, "cspfctl"), os.path.join(BIN, "agentrunner")
+ENVIRONMENT = {"ASAN_OPTIONS": "detect_odr_violation=0", **os.environ}
+
+
+def options(about, **more):
+    """The command line: `--name value` for each of `more`, whose values are the defaults."""
+    parser = argparse.ArgumentParser(description=about)
+    for name, default in {"seed": 1, **more}.items():
+        parser.add_argument("--" + name, type=type(default), default=default)
+    return parser.parse_args()
+
+
+class Report:
+    """Figures beside their limits."""
+
+    def __init__(self):
+        self.figures, self.passed = {}, True
+
+    def limit(self, name, figure, least=None, most=None):
+        good = (least is None or figure >= least) and (most is None or figure <= most)
+        self.figures[name] = {"figure": figure, **({} if least is None else {"least": least}),
+                              **({} if most is None else {"most": most})}
+        self.passed = self.passed and good
+
+    def holds(self, name, truth):
+        self.figures[name] = bool(truth)
+        self.passed = self.passed and bool(truth)
+
+    def finish(self):
+        """Ends with 0 if all limits held, else 1."""
+        test = os.path.splitext(os.path.basename(sys.argv[0]))[0]
+        print(json.dumps({"test": test, **self.figures, "passed": self.passed}), flush=True)
+        sys.exit(0 if self.passed else 1)
+
+
+class Refused(Exception):
+    """The service answered with an error."""
+
+
+class Gone(Exception):
+    """The connection is over."""
+
+
+class Caller:
+    """One connection to the control socket."""
+
+    def __init__(self, path, timeout=120):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(timeout)
+        self.socket.connect(path)
+        self.buffer, self.number = bytearray(), 0
+
+    def send(self, data):
+        try:
+            self.socket.sendall(data)
+        except OSError as error:
+            raise Gone(str(error))
+
+    def request(self, method, **params):
+        """Sends without waiting for the answer."""
+        self.number += 1
+        body = {"jsonrpc": "2.0", "id": self.number, "method": method, "params": params}
+        self.send(json.dumps(body).encode() + b"\n")
+
+    def line(self):
+        searched = 0
+        while (end := self.buffer.find(b"\n", searched)) < 0:
+            searched = len(self.buffer)
+            try:
+                more = self.socket.recv(1 << 20)
+            except TimeoutError:
+                raise
+            except OSError as error:
+                raise Gone(str(error))
+            if not more:
+                raise Gone("end of the stream")
+            self.buffer += more
+        text = bytes(self.buffer[:end])
+        del self.buffer[:end + 1]
+        return text
+
+    def call(self, method, **params):
+        self.request(method, **params)
+        while True:
+            answer = json.loads(self.line())
+            if "error" in answer:
+                raise Refused(answer["error"]["message"])
+            if "method" not in answer:
+                return answer["result"]
+
+    def close(self):
+        self.socket.close()
+
+
+class Service:
+    """An agentrunner of one's own, in a folder of its own."""
+
+    def __init__(self, lab=None, arguments=(), environment=None, wait=120, prefix=()):
+        self.directory = tempfile.TemporaryDirectory(prefix="faults")
+        self.folder = self.directory.name
+        self.socket = self.path("s")
+        self.log = open(self.path("log"), "ab+")
+        command = [*prefix, AGENTRUNNER, "--socket", self.socket, *arguments]
+        if lab is not None:
+            with open(self.path("lab.json"), "w") as out:
+                json.dump(lab, out)
+            command += ["--lab", self.path("lab.json")]
+        self.process = subprocess.Popen(
+            command, stdout=self.log, stderr=self.log, cwd=self.folder,
+            env={**ENVIRONMENT, "VELOTRACEDIR": self.folder, **(environment or {})})
+        end = time.monotonic() + wait
+        while self.alive() and time.monotonic() < end:
+            try:
+                self.caller().close()
+                break
+            except OSError:
+                time.sleep(0.002)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def caller(self, timeout=120):
+        return Caller(self.socket, timeout)
+
+    def alive(self):
+        return self.process.poll() is None
+
+    def said(self):
+        with open(self.path("log"), errors="replace") as text:
+            return text.read()
+
+    def cpu_seconds(self):
+        fields = open(f"/proc/{self.process.pid}/stat").read().rsplit(")", 1)[1].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+    def rss_mib(self):
+        for line in open(f"/proc/{self.process.pid}/status"):
+            if line.startswith("VmRSS:"):
+                return int(line.split()[1]) >> 10
+        return 0
+
+    def settle(self, timeout=300):
+        """Waits until no task is pending."""
+        caller, end = self.caller(timeout), time.monotonic() + timeout
+        while caller.call("status")["pendingTasks"]:
+            if time.monotonic() > end:
+                raise TimeoutError("work pending after %s s" % timeout)
+            time.sleep(0.005)
+        caller.close()
+
+    def stop(self, number=signal.SIGTERM, wait=120):
+        """CPU seconds that it took to end, if it still lived."""
+        before = self.cpu_seconds() if self.alive() else 0
+        usage = os.times()
+        if self.alive():
+            self.process.send_signal(number)
+        self.process.wait(wait)
+        after = os.times()
+        whole = after.children_user + after.children_system - usage.children_user - usage.children_system
+        return max(0.0, whole - before)
+
+
+def grid(rows, columns, seed=1):
+    """A lab of rows x columns routers in a grid, TE router ids 10.1.x.y."""
+    rng, routers, links, address = random.Random(seed), {}, {}, 0
+    for number in range(rows * columns):
+        routers[f"r{number}"] = {"id": "0000.%04x.%04x" % (number + 1 >> 16, number + 1 & 0xFFFF),
+                                 "teRouterId": f"10.1.{number + 1 >> 8}.{number + 1 & 255}"}
+        row, column = divmod(number, columns)
+        for other in [number + 1] * (column + 1 < columns) + [number + columns] * (row + 1 < rows):
+            ends = [f"10.{64 + (n >> 16)}.{n >> 8 & 255}.{n & 255}" for n in (address, address + 1)]
+            links[f"{number}-{other}"] = {
+                "a": f"r{number}", "b": f"r{other}", "aAddr": ends[0], "bAddr": ends[1],
+                "metric": rng.randint(1, 100), "adminGroup": rng.getrandbits(8), "bandwidth": 1e9}
+            address += 2
+    clients = {name: {"vrf": {"default": True}, "addressFamily": {"ipv4": True}} for name in ("planner", "rsvp")}
+    return {"router": "r0", "topologies": {"core": {"routers": routers, "links": links}},
+            "clients": clients, "paths": {name: {} for name in clients}}
+
+
+def with_paths(lab, count, constraints, client="planner"):
+    """Adds so many paths to the routers in turn, under so many constraints."""
+    ends = [r["teRouterId"] for name, r in lab["topologies"]["core"]["routers"].items() if name != lab["router"]]
+    for i in range(count):
+        lab["paths"][client][f"p{i}"] = {"dst": ends[i % len(ends)], "id": i,
+                                         "constraint": {"excludeAdminGroup": (i % constraints) << 8}}
+    return lab
