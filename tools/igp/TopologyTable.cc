@@ -4,21 +4,21 @@ namespace Igp {
 
 namespace {
 
-using namespace Routing::Topology;
+namespace Rows = Routing::Topology;
 
 /// A record has room for so many; the first ones stand for the link.
 template< class List >
 void
 pushAll( List & list, const Addresses & addresses ) {
-   for ( std::size_t i = 0; i < addresses.size() && i <= AddrIndex::max; ++i ) {
+   for ( std::size_t i = 0; i < addresses.size() && i <= Rows::AddrIndex::max; ++i ) {
       list.push( addresses[ i ] );
    }
 }
 
-Neighbor
+Rows::Neighbor
 recordOf( const Cspf::IgpRouterId & owner, const LinkEnd & link ) {
-   Neighbor record;
-   record.keyIs( { owner, link.lan ? lan() : p2p(), link.to, link.linkId } );
+   Rows::Neighbor record;
+   record.keyIs( { owner, link.lan ? Rows::lan() : Rows::p2p(), link.to, link.linkId } );
    record.intfIdIs( Kivnet::IntfId( link.intf ) );
    pushAll( record.interfaceAddr_, link.local );
    if ( !link.lan ) {
@@ -51,7 +51,7 @@ tableOf( const Topology & topology ) {
       }
    }
    for ( const auto & [ id, attached ] : topology.lans ) {
-      Network & network = table.network[ { id } ];
+      Rows::Network & network = table.network[ { id } ];
       network.networkIdIs( { id } );
       for ( const auto & router : attached ) {
          network.routerIs( router );
