@@ -28,7 +28,14 @@ class LocalAccess : public StateAccess {
    }
 
    bool isOpen() const override { return true; }
-   Json entity( const std::string & path ) override { return view_.get( path ).at( "value" ); }
+   Json entity( const std::string & path ) override {
+      struct Text : State::TextSink {
+         void text( std::string_view piece ) override { all += piece; }
+         std::string all;
+      } text;
+      view_.get( path, text );
+      return Json::parse( text.all ).at( "value" );
+   }
    Json table( const std::string & path ) override {
       view_.patch( path, Json::object() );
       return entity( path );
