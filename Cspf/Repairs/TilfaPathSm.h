@@ -27,7 +27,8 @@ class TilfaPathSm : public PathSmBase {
    const TilfaPathInfoKeyColl & tilfaPathInfoKeyColl( const PathKey & pathKey ) const;
 
  private:
-   TilfaPathInfoKeyColl wantedKeys( const PathKey & pathKey, const PathConstraint & constraint ) const;
+   TilfaPathInfoKeyColl wantedKeys( const PathKey & pathKey,
+                                    const PathConstraint & constraint ) const;
    void addTree( const PathInfoKey & key );
    bool hasResult( const PathInfoKey & key ) const;
    void deleteStaleKeys( TilfaPathInfoKeyColl & keys );
