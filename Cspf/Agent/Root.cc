@@ -56,7 +56,7 @@ void
 CspfRoot::vrfActiveIs( const L3::VrfName & vrf ) {
    TRACE7( " Adding active VRF: " << vrf );
    const auto & clients = allClientInfo();
-   const Lum::Ptr< const VrfSourceId > vrfSourceId = clients->vrfSourceId( vrf );
+   const Lum::Ptr< const VrfSourceId > vrfSourceId = clients->vrfSourceIdIs( vrf );
    const auto allTopoDb = Lum::make< AllTopoDb >();
    allTopoDbDir_->allTopoDbCollIs( vrf, allTopoDb );
    const auto root =
@@ -77,6 +77,7 @@ CspfRoot::vrfActiveDel( const L3::VrfName & vrf ) {
    allClientInfo()->pathStatusInfoTableDel( vrf );
    allClientInfo()->clientDataDel( vrf );
    allTopoDbDir_->allTopoDbCollDel( vrf );
+   allClientInfo()->vrfSourceIdDelIfUnused( vrf );
 }
 
 void

@@ -38,6 +38,14 @@ AllClientInfo::vrfSourceIdIs( const L3::VrfName & vrf ) {
 }
 
 void
+AllClientInfo::vrfSourceIdDelIfUnused( const L3::VrfName & vrf ) {
+   const auto & sources = vrfSourceId( vrf );
+   if ( sources && sources->vrfClientSourceIds() == 0 && !pathStatusInfoTableHas( vrf ) ) {
+      vrfSourceIdDel( vrf );
+   }
+}
+
+void
 ClientData::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*cisisAdjacencyInfo: %p\n",
                    static_cast< const void * >( isisAdjacencyInfo().ptr() ) );

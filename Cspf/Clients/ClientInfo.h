@@ -67,6 +67,8 @@ class AllClientInfo : public Lum::Entity {
    void handleInitialized();
    /// The VRF's sources, made where there were none.
    Lum::Ptr< VrfSourceId > vrfSourceIdIs( const L3::VrfName & vrf );
+   /// Takes them out where there are none, unless the VRF is active: its root watches for some.
+   void vrfSourceIdDelIfUnused( const L3::VrfName & vrf );
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
 

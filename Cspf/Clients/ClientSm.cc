@@ -1,8 +1,9 @@
 // The intake of clients: the directory and its clients. The agent owns the directory reactor for
 // its whole life; being enabled or not only means that there are client reactors below it. At the
 // start it removes tables that an earlier run of the agent left and that this one does not serve:
-// the client, its VRF or its family is not there any more, or has nothing to compute from. Those
-// that are served stay as they are, so that their readers see no gap.
+// the client, its VRF or its family is not there any more, or never has anything to compute from.
+// Those that are served stay as they are, so that their readers see no gap; so do those of clients
+// that wait for TE to be switched on.
 
 #include "Cspf/Clients/ClientSm.h"
 
@@ -86,6 +87,7 @@ void
 ClientDirSm::handleInitialized() {
    TRACE7( "clientDirSm getting initialized" );
    LUM_WATCH_KEYS( clientDir_, entity, handleClientDir );
+   LUM_WATCH( intake_.teRouterIdConfig, routerId, doCleanupUnservedTables );
    doCleanupStaleClientMounts();
    handleEnabled();
 }
@@ -107,6 +109,7 @@ ClientDirSm::handleClientDir( const Lum::String & name ) {
    }
    TRACE7( "Deleting ClientSm for client " << name );
    clientSmDel( name );
+   doCleanupUnservedTables();
    if ( clientDir_->entitys() == 0 ) {
       TRACE7( "No client present, disabling the agent" );
       handleEnabled();
@@ -131,14 +134,20 @@ ClientDirSm::handleEnabled() {
 void
 ClientDirSm::doCleanupStaleClientMounts() {
    TRACE7( "cleaning up stale client mounts" );
+   doCleanupUnservedTables();
+   // What an earlier run has told of its own work is of no use to anybody.
+   cleanupUnexpected( intake_.entityManager, StatePath::constraintStatus, {} );
+   cleanupUnexpected( intake_.entityManager, StatePath::bwUsage, {} );
+}
+
+/// Tables that were kept for clients that wait for TE are nobody's when these have gone since.
+void
+ClientDirSm::doCleanupUnservedTables() {
    const ExpectedPaths paths = doBuildExpectedPathList();
    const auto & entityManager = intake_.entityManager;
    cleanupUnexpected( entityManager, StatePath::status, paths.expectedStatusPath );
    cleanupUnexpected( entityManager, StatePath::intfIpToRouterId,
                       paths.expectedIntfIpToRouterIdPath );
-   // What an earlier run has told of its own work is of no use to anybody.
-   cleanupUnexpected( entityManager, StatePath::constraintStatus, {} );
-   cleanupUnexpected( entityManager, StatePath::bwUsage, {} );
    cleanupUnexpected( entityManager,
                       TrafficEngineering::BwmClientSetupSm::clientStatusMountPathBase(),
                       paths.expectedBwmClientStatusPath );
@@ -151,7 +160,7 @@ ClientDirSm::willHaveSource( const Lum::String & client, const L3::VrfName & vrf
                              Kivnet::AddressFamily af ) const {
    const bool isIpv4 = af == Kivnet::AddressFamily::ipv4;
    if ( client != tilfaClientName ) {
-      return isIpv4;  // the TE router id, as soon as the client counts in the VRF
+      return isIpv4;  // the TE router id, as soon as there is one and the client counts in the VRF
    }
    const auto & info = isIpv4 ? intake_.v4AllClientInfo : intake_.v6AllClientInfo;
    const auto & sources = info->vrfSourceId( vrf );
@@ -178,9 +187,6 @@ ClientDirSm::addExpectedPaths( const Lum::String & name, const Client & client,
 ClientDirSm::ExpectedPaths
 ClientDirSm::doBuildExpectedPathList() const {
    ExpectedPaths paths;
-   if ( !intake_.teRouterIdConfig->routerId() ) {
-      return paths;
-   }
    for ( const auto & [ name, entity ] : clientDir_->entityColl() ) {
       if ( const auto client = Lum::cast< const Client >( entity ) ) {
          for ( const auto & vrf : wanted( client->vrfColl() ) ) {

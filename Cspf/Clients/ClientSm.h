@@ -39,8 +39,10 @@ class ClientSm : public Lum::Reactor {
 /// Serves the client directory. The agent is enabled when the directory holds clients at the start,
 /// and disabled when the last one goes; a client that comes later does not enable it again.
 ///
-///   watches             handler           does
-///   Lum::Dir of Clients handleClientDir   clientSm, one a client; AgentStatus.agentEnabled
+///   watches                     handler                    does
+///   Lum::Dir of Clients         handleClientDir            clientSm, one a client;
+///                                                           AgentStatus.agentEnabled
+///   TeRouterIdConfig.routerId   doCleanupUnservedTables    removes tables
 class ClientDirSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, ClientDirSm );
    ClientDirSm( const Lum::Ptr< Corvdb::EntityManager > & entityManager,
@@ -75,6 +77,7 @@ class ClientDirSm : public Lum::Reactor {
 
    void handleEnabled();
    void doCleanupStaleClientMounts();
+   void doCleanupUnservedTables();
    ExpectedPaths doBuildExpectedPathList() const;
    void addExpectedPaths( const Lum::String & name, const Client & client, const L3::VrfName & vrf,
                           ExpectedPaths & paths ) const;

@@ -119,9 +119,7 @@ CspfSourceIdSm::deleteSourceId( const L3::VrfName & vrf, Kivnet::AddressFamily a
       return;
    }
    vrfSourceId->vrfClientSourceIdDel( type );
-   if ( vrfSourceId->vrfClientSourceIds() == 0 ) {
-      allClientInfo( af )->vrfSourceIdDel( vrf );
-   }
+   allClientInfo( af )->vrfSourceIdDelIfUnused( vrf );
 }
 
 const Lum::Ptr< AllClientInfo > &

@@ -1,7 +1,9 @@
 // Announced topology tables. A table is mounted while its announcement is ready and some VRF of its
 // name and family wants topologies, and stands in that VRF's topology store while it is mounted.
-// The identity of a table is read when its announcement becomes ready; one that ceases to be ready
-// is treated as withdrawn. The agent owns the directory reactor, unless the toggle is off.
+// An announcement that ceases to be ready is treated as withdrawn; one that names another table is
+// treated as withdrawn and made anew. Several may name one table, as while an IGP restarts under a
+// new name: the table stands until the last of them goes. The agent owns the directory reactor,
+// unless the toggle is off.
 
 #include "Cspf/Topology/ExportSm.h"
 
@@ -51,6 +53,11 @@ unmountZorchTable( const Lum::Ptr< Corvdb::EntityManager > & entityMgr, const st
 void
 TopoDbExportSm::handleInitialized() {
    LUM_WATCH( exportPath_, initialized, handleTopoDbExport );
+   LUM_WATCH( exportPath_, igpSource, handleTopoDbExport );
+   LUM_WATCH( exportPath_, number1, handleTopoDbExport );
+   LUM_WATCH( exportPath_, number2, handleTopoDbExport );
+   LUM_WATCH( exportPath_, vrfName, handleTopoDbExport );
+   LUM_WATCH( exportPath_, af, handleTopoDbExport );
    LUM_WATCH_KEYS( v4AllTopoDbDir_, allTopoDbColl, handleV4TopoDbDir );
    LUM_WATCH_KEYS( v6AllTopoDbDir_, allTopoDbColl, handleV6TopoDbDir );
    handleTopoDbExport();
@@ -61,10 +68,13 @@ TopoDbExportSm::doPrepareToDie() {
    if ( !zorchTableMounted() ) {
       return;
    }
-   if ( const auto & allTopoDb = allTopoDbDir()->allTopoDbColl( topoVrfName() ) ) {
+   const std::string path = zorchPath( topoAf(), topoId(), topoVrfName() );
+   const bool isLast = LumZorch::Mount( entityMgr_ ).mountCount( path ) == 1;
+   const auto & allTopoDb = allTopoDbDir()->allTopoDbColl( topoVrfName() );
+   if ( isLast && allTopoDb ) {
       allTopoDb->topoDbDel( topoId() );
    }
-   unmountZorchTable( entityMgr_, zorchPath( topoAf(), topoId(), topoVrfName() ) );
+   unmountZorchTable( entityMgr_, path );
    zorchTableMountedIs( false );
 }
 

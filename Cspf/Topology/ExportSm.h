@@ -20,10 +20,11 @@ void unmountZorchTable( const Lum::Ptr< Corvdb::EntityManager > & entityMgr,
                         const std::string & path );
 
 /// Holds one announced topology table mounted and registered, while the announcement is ready and
-/// some VRF of its name and family wants topologies.
+/// some VRF of its name and family wants topologies. Machines of announcements that name one table
+/// share its registration.
 ///
 ///   watches                         handler               does
-///   ExportPath.initialized          handleTopoDbExport    mounts, or takes the table away
+///   ExportPath, all attributes      handleTopoDbExport    mounts, or takes the table away
 ///   IPv4 AllTopoDbDir.allTopoDbColl handleV4TopoDbDir     mounts or unmounts
 ///   IPv6 AllTopoDbDir.allTopoDbColl handleV6TopoDbDir     mounts or unmounts
 class TopoDbExportSm : public Lum::Reactor {
@@ -47,7 +48,7 @@ class TopoDbExportSm : public Lum::Reactor {
    const Lum::String & name() const noexcept { return name_; }
 
    void handleInitialized() override;
-   /// Unregisters the table before its memory goes.
+   /// Unregisters the table, unless another announcement names it, before its memory goes.
    void doPrepareToDie() override;
    void handleTopoDbExport();
    void handleV4TopoDbDir( const L3::VrfName & vrfName );

@@ -33,6 +33,8 @@ class Mount {
    Lum::Ptr< T > entity( const std::string & path ) const {
       return Lum::cast< T >( mounts().table( path ) );
    }
+   /// How often the agent has the table mounted.
+   std::uint32_t mountCount( const std::string & path ) const { return mounts().mounts( path ); }
    void unmount( const std::string & path ) { mounts().unmount( path ); }
    /// Removes the table, whoever mounted it.
    void cleanup( const std::string & path ) { mounts().cleanup( path ); }

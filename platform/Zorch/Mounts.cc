@@ -32,6 +32,12 @@ Mounts::table( const std::string & path ) const {
    return at == mounted_.end() ? nullptr : at->second.table;
 }
 
+std::uint32_t
+Mounts::mounts( const std::string & path ) const {
+   const auto at = mounted_.find( path );
+   return at == mounted_.end() ? 0 : at->second.mounts;
+}
+
 void
 Mounts::unmount( const std::string & path ) {
    const auto at = mounted_.find( path );

@@ -18,6 +18,8 @@ class Mounts {
                                   MountMode mode );
    /// The table that is mounted here; null where none is.
    Lum::Ptr< Lum::Entity > table( const std::string & path ) const;
+   /// How many mounts of the path there are here.
+   std::uint32_t mounts( const std::string & path ) const;
    /// Ends one mount of the path; nothing happens where there is none.
    void unmount( const std::string & path );
    /// Removes the table, whoever mounted it, and all mounts of it here.
