@@ -36,16 +36,21 @@ CspfArcs::stepMetric( const CspfGraph & graph, CspfEdge edge, const CspfRunOptio
 }
 
 CspfRefusal
-CspfArcs::refusal( const CspfGraph & graph, const CspfLinkFilter & filter, CspfEdge edge,
-                   const CspfRunOptions & options ) {
-   const CspfRefusal reason = filter.reason( graph, edge );
-   if ( reason != CspfRefusal::none || stepIsFree( graph.kind( edge ), options.reverse ) ) {
-      return reason;
+CspfArcs::metricRefusal( const CspfGraph & graph, CspfEdge edge, const CspfRunOptions & options ) {
+   if ( stepIsFree( graph.kind( edge ), options.reverse ) ) {
+      return CspfRefusal::none;
    }
    const uint32_t metric = stepMetric( graph, edge, options );
    return metric == 0                                                ? CspfRefusal::zeroMetric
           : metric > maxLinkMetric && !options.useLinksWithMaxMetric ? CspfRefusal::maximumMetric
                                                                      : CspfRefusal::none;
+}
+
+CspfRefusal
+CspfArcs::refusal( const CspfGraph & graph, const CspfLinkFilter & filter, CspfEdge edge,
+                   const CspfRunOptions & options ) {
+   const CspfRefusal reason = filter.reason( graph, edge );
+   return reason != CspfRefusal::none ? reason : metricRefusal( graph, edge, options );
 }
 
 void

@@ -43,6 +43,9 @@ class CspfArcs {
    /// reverse (0 without one). Steps from a network (to it, in a reverse run) cost nothing.
    static uint32_t stepMetric( const CspfGraph & graph, CspfEdge edge,
                                const CspfRunOptions & options );
+   /// What the metric rules say of an edge; none where the step is free, or its metric will do.
+   static CspfRefusal metricRefusal( const CspfGraph & graph, CspfEdge edge,
+                                     const CspfRunOptions & options );
    /// Why an edge is no arc: the filter's reason, then the metric rules; none for an arc.
    static CspfRefusal refusal( const CspfGraph & graph, const CspfLinkFilter & filter,
                                CspfEdge edge, const CspfRunOptions & options );

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <tuple>
 #include <utility>
 
 namespace Cspf {
@@ -88,13 +89,27 @@ CspfTree::collectTies( const CspfGraph & graph, std::vector< Tie > & ties ) {
    }
 }
 
+/// A router that stands on a network several times is reached from it once, by its first link there.
 void
 CspfTree::orderTies( const CspfGraph & graph, CspfVertex vertex ) {
-   std::ranges::sort( group( labels_[ index( vertex ) ].last ), {}, [ & ]( CspfEdge edge ) {
-      const bool step = graph.kind( edge ) == CspfEdgeKind::networkToRouter;
-      const CspfEdge key = step ? entryLink( graph, graph.from( edge ) ) : edge;
-      return std::pair{ step, graph.keyRank( key ) };
+   Label & label = labels_[ index( vertex ) ];
+   const std::span< CspfEdge > links = group( label.last );
+   const auto isStep = [ & ]( CspfEdge edge ) {
+      return graph.kind( edge ) == CspfEdgeKind::networkToRouter;
+   };
+   std::ranges::sort( links, {}, [ & ]( CspfEdge edge ) {
+      const CspfEdge key = isStep( edge ) ? entryLink( graph, graph.from( edge ) ) : edge;
+      const CspfEdge own = isStep( edge ) ? graph.reverse( edge ) : edge;
+      return std::tuple( isStep( edge ), graph.keyRank( key ), graph.keyRank( own ) );
    } );
+   const auto repeated = std::ranges::unique( links, [ & ]( CspfEdge a, CspfEdge b ) {
+      return isStep( a ) && isStep( b ) && graph.from( a ) == graph.from( b );
+   } );
+   const std::size_t kept = links.size() - repeated.size();
+   groups_[ index( label.last ) & ~groupBit ] = CspfEdge{ static_cast< uint32_t >( kept ) };
+   if ( kept == 1 ) {
+      label = { label.metric, links[ 0 ], graph.from( links[ 0 ] ) };
+   }
 }
 
 CspfEdge

@@ -36,7 +36,8 @@ struct CspfRunOptions {
 /// Order of last links at one vertex: links of routers by key rank; then, at a router, the steps
 /// from networks (at equal cost), by key rank of the link by which each network was first made
 /// final. That link (`entryLink`) is the key of a step from a network: all routers of the network
-/// share it, told apart by their own node rank.
+/// share it, told apart by their own node rank. A router that stands on a network several times has
+/// one step from it.
 class CspfTree {
  public:
    static constexpr uint32_t unreachedMetric = 0xFFFFFFFF;
