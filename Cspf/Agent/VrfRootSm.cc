@@ -11,17 +11,9 @@ namespace Cspf {
 
 namespace {
 
-constexpr const char * rsvpClientName = "rsvp";
-
 bool
 isTilfa( const PathInfoKey & key ) {
    return key.clientName() == tilfaClientName;
-}
-
-/// The agent's own paths follow the topology; a client keeps a valid path that it uses.
-bool
-isValidatedAsRsvpPath( const PathInfoKey & key ) {
-   return key.clientName() == rsvpClientName && !key.internal();
 }
 
 /// A client's own path of which no run gives the hops has include hops, and is put together.
@@ -193,8 +185,8 @@ VrfRootSm::doInitPathSms( const PathInfoKey & key,
    if ( isStitched( key ) ) {
       vrfRoot_->rsvpPathStitchSmIs(
          key, new RsvpPathStitchSm( vrfRoot_->topology(), vrfRoot_->pathValidationMemory(),
-                                    vrfRoot_->childPathTables(), pathConfigInfo, pathStatusInfo,
-                                    cache ) );
+                                    vrfRoot_->runMemory(), vrfRoot_->childPathTables(),
+                                    pathConfigInfo, pathStatusInfo, cache ) );
    }
    vrfRoot_->pathConstraintSmIs( key, new PathConstraintSm( *this, pathStatusInfo ) );
 }
@@ -261,7 +253,7 @@ VrfRootSm::newPathRefreshSm( const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
    const PathInfoKey & key = pathStatusInfo->pathInfoKey();
    const Lum::Ptr< const ConstraintInfo > constraintInfo =
       vrfRoot_->constraintInfoTable()->constraintInfo( pathStatusInfo->constraint() );
-   if ( !isValidatedAsRsvpPath( key ) ) {
+   if ( !key.keptWhileValid() ) {
       return new PathRefreshSm( constraintInfo, pathStatusInfo );
    }
    return new RsvpPathRefreshSm(

@@ -11,6 +11,7 @@
 
 #include "Cspf/Hops/HopLinks.h"
 
+#include "Cspf/Graph/Arcs.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
@@ -80,6 +81,33 @@ HopAddressMemory::carriers( const Kivnet::IpGenAddr & address ) {
    return entry.carriers;
 }
 
+CspfRunOptions
+runOptions( const AllTopoDbView & view ) {
+   CspfRunOptions options;
+   options.useTeMetric = true;
+   options.reverse = view.constraint().reversePath();
+   return options;
+}
+
+CspfRefusal
+refusalForUser( const AllTopoDbView & view, const CspfLinkFilter & filter,
+                const CspfPathHop & hop ) {
+   const CspfGraph & graph = view.graph();
+   const CspfRunOptions options = runOptions( view );
+   CspfRefusal refusal = filter.reason( graph, hop.link );
+   if ( refusal == CspfRefusal::bandwidth
+        && view.bandwidthCheckPassed( view.topoGraph().neighborKey( hop.link ) ) ) {
+      refusal = CspfRefusal::none;  // with what its user holds already
+   }
+   if ( refusal == CspfRefusal::none ) {
+      refusal = CspfArcs::metricRefusal( graph, hop.link, options );
+   }
+   if ( refusal == CspfRefusal::none && hop.membership != noEdge ) {
+      refusal = CspfArcs::refusal( graph, filter, hop.membership, options );
+   }
+   return refusal;
+}
+
 void
 HopToTopoDbLinkMapper::handleNew( CspfVertex sourceNode, const Hops & hops,
                                   std::vector< CspfPathHop > & links ) {
@@ -88,6 +116,7 @@ HopToTopoDbLinkMapper::handleNew( CspfVertex sourceNode, const Hops & hops,
    links.clear();
    CspfVertex previous = sourceNode;
    for ( const Kivnet::IpGenAddr & hop : hops ) {
+      hopIndex_ = links.size();
       links.push_back( mapHop( hop, previous ) );
       CspfPathHop & link = links.back();
       if ( links.size() == 1 && link.known() && graph.from( link.link ) != sourceNode ) {
@@ -127,10 +156,16 @@ HopToTopoDbLinkMapper::better( const CspfPathHop & candidate, const CspfPathHop 
    const CspfGraph & graph = view_.graph();
    const auto rank = [ & ]( const CspfPathHop & hop ) {
       const bool continues = graph.from( hop.link ) == previous;
-      const bool allowed = !filter_ || filter_->reason( graph, hop.link ) == CspfRefusal::none;
-      return std::tuple( continues, allowed, ~graph.keyRank( hop.link ) );
+      const bool allowed = refusalForUser( view_, filter_, hop ) == CspfRefusal::none;
+      return std::tuple( continues, allowed, isKnown( hop ), ~graph.keyRank( hop.link ) );
    };
    return rank( candidate ) > rank( best );
+}
+
+bool
+HopToTopoDbLinkMapper::isKnown( const CspfPathHop & hop ) const {
+   const AllTopoNeighborKey * known = known_ ? known_->pathFind( HopIndex( hopIndex_ ) ) : nullptr;
+   return known && view_.topoGraph().edge( *known ) == hop.link;
 }
 
 std::span< const HopAddressMemory::Carrier >
@@ -218,16 +253,28 @@ HopToTopoDbLinkMapper::fail( const char * reason, const Kivnet::IpGenAddr & hop,
    }
 }
 
+namespace {
+
+std::vector< CspfVertex >
+routersOf( const CspfGraph & graph, std::span< const CspfPathHop > hops ) {
+   std::vector< CspfVertex > routers{ graph.from( hops.front().link ) };
+   for ( const CspfPathHop & hop : hops ) {
+      routers.push_back( hop.end( graph ) );
+   }
+   return routers;
+}
+
+}
+
+PathRouters::PathRouters( const CspfGraph & graph, const HopAddressMemory & memory,
+                          std::vector< CspfVertex > routers )
+   : routers_( std::move( routers ) ),
+     change_( graph.lastChange() ),
+     sourceChanges_( memory.sourceChanges() ) {}
+
 PathRouters::PathRouters( const CspfGraph & graph, const HopAddressMemory & memory,
                           std::span< const CspfPathHop > hops )
-   : change_( graph.lastChange() ),
-     sourceChanges_( memory.sourceChanges() ) {
-   routers_.reserve( hops.size() + 1 );
-   routers_.push_back( graph.from( hops.front().link ) );
-   for ( const CspfPathHop & hop : hops ) {
-      routers_.push_back( hop.end( graph ) );
-   }
-}
+   : PathRouters( graph, memory, routersOf( graph, hops ) ) {}
 
 bool
 PathRouters::unchanged( const CspfGraph & graph, const HopAddressMemory & memory ) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cspf/Graph/Tree.h"
 #include "Cspf/Records/PathRecords.h"
 #include "Cspf/Records/PathRows.h"
 #include "Cspf/Views/View.h"
@@ -75,6 +76,8 @@ class HopAddressMemory : public Lum::Reactor {
 class PathRouters {
  public:
    PathRouters() = default;
+   PathRouters( const CspfGraph & graph, const HopAddressMemory & memory,
+                std::vector< CspfVertex > routers );
    /// REQUIRES: there are hops, and all are known.
    PathRouters( const CspfGraph & graph, const HopAddressMemory & memory,
                 std::span< const CspfPathHop > hops );
@@ -88,6 +91,15 @@ class PathRouters {
    std::uint64_t sourceChanges_ = 0;
 };
 
+/// Which metrics count for the view's paths: TE metrics, of the direction that its runs go.
+CspfRunOptions runOptions( const AllTopoDbView & view );
+
+/// Why the view's constraint, or the TE metric, refuses a hop: its link, its user's own
+/// reservations on it included, and the step from a LAN; none where nothing does. `filter`: of the
+/// view's constraint, without its user. REQUIRES: the hop is known.
+CspfRefusal refusalForUser( const AllTopoDbView & view, const CspfLinkFilter & filter,
+                            const CspfPathHop & hop );
+
 /// Translates hop addresses into links of the topology. A hop address is that of the receiving end;
 /// what is looked for is the link that the packet takes, so the link that carries the address is
 /// turned round.
@@ -95,14 +107,16 @@ class HopToTopoDbLinkMapper {
  public:
    using Hops = PathArray::Hops;
 
-   /// A hop that could be several parallel links is one that `filter` admits, where one is, and of
-   /// those the first by key. All outlive this object. REQUIRES: the filter is null or was given
-   /// the constraint.
+   /// A hop that could be several links (parallel ones that share the address, those of a router
+   /// that stands on the LAN several times) is one that the constraint allows, where one is; of
+   /// those the one that `known` has for this hop (null: has none); else the first by key. `filter`:
+   /// of the constraint. All outlive this object.
    HopToTopoDbLinkMapper( const AllTopoDbView & view, HopAddressMemory & memory,
-                          const CspfLinkFilter * filter = nullptr )
+                          const CspfLinkFilter & filter, const PathAsTopoDbLinks * known = nullptr )
       : view_( view ),
         memory_( memory ),
-        filter_( filter ) {}
+        filter_( filter ),
+        known_( known ) {}
 
    /// Maps the hops of a path that starts at `sourceNode`, one element of `links` a hop. A hop that
    /// cannot be mapped is left out (not known) and traced; `failure` keeps the first such reason.
@@ -121,11 +135,14 @@ class HopToTopoDbLinkMapper {
                                  CspfVertex previous );
    bool better( const CspfPathHop & candidate, const CspfPathHop & best,
                 CspfVertex previous ) const;
+   bool isKnown( const CspfPathHop & hop ) const;
    void fail( const char * reason, const Kivnet::IpGenAddr & hop, const std::string & more = {} );
 
    const AllTopoDbView & view_;
    HopAddressMemory & memory_;
-   const CspfLinkFilter * filter_;
+   const CspfLinkFilter & filter_;
+   const PathAsTopoDbLinks * const known_;
+   std::size_t hopIndex_ = 0;
    std::vector< Carrier > inTopology_;
    std::string failure_;
 };

@@ -16,24 +16,6 @@
 
 namespace Cspf {
 
-namespace {
-
-bool
-isOn( const AllTopoDbView & view, const Kivnet::IpGenAddr & teRouterId,
-      const Kivnet::IpGenAddr & address ) {
-   const auto routers = view.allTopoDbStatus()->teRouterIdsOfTep( address );
-   return address == teRouterId || std::ranges::find( routers, teRouterId ) != routers.end();
-}
-
-CspfRunOptions
-runOptions() {
-   CspfRunOptions options;
-   options.useTeMetric = true;
-   return options;
-}
-
-}
-
 PathStitcher::PathStitcher( const AllTopoDbView & view, PathValidationMemory & memory,
                             const PathInfoKey & pathInfoKey, const PathStatus & published )
    : view_( view ),
@@ -46,7 +28,7 @@ PathStitcher::PathStitcher( const AllTopoDbView & view, PathValidationMemory & m
 bool
 PathStitcher::checkAndUpdatePathForSelfPath( const Destination & destination,
                                              const PathConstraint & constraint ) {
-   const auto isHere = [ & ]( const auto & address ) { return isOn( view_, end_, address ); };
+   const auto isHere = [ & ]( const auto & address ) { return view_.hasTep( end_, address ); };
    if ( !isHere( destination.ipAddress() )
         || !std::ranges::all_of( constraint.includeHopList(), isHere, &IncludeHop::addr ) ) {
       return false;
@@ -122,7 +104,9 @@ PathStitcher::doUpdatePathForLooseHop( const PathSegment & segment,
    }
    for ( std::size_t i = 0; i < path->hopCount(); ++i ) {
       end_ = child.pathTeRouterId()->pathTeRouterId()[ i ];
-      hops_.push_back( { path->path()[ i ], end_, child.pathSrlg()->pathSrlg()[ i ] } );
+      const auto & links = child.pathAsTopoDbLinks();
+      hops_.push_back( { path->path()[ i ], end_, child.pathSrlg()->pathSrlg()[ i ],
+                         links ? links->path( HopIndex( i ) ) : AllTopoNeighborKey() } );
    }
    addIncludeIp( segment );
    return {};
@@ -194,7 +178,11 @@ PathStitcher::strictHop( const CspfPathHop & hop ) const {
    const TopoGraph & topoGraph = view_.topoGraph();
    const CspfGraph & graph = view_.graph();
    const AllTopoNeighborKey key = topoGraph.neighborKey( hop.link );
-   const std::uint32_t metric = CspfArcs::stepMetric( graph, hop.link, runOptions() );
+   const CspfRunOptions options = runOptions( view_ );
+   std::uint32_t metric = CspfArcs::stepMetric( graph, hop.link, options );
+   if ( hop.membership != noEdge ) {
+      metric += CspfArcs::stepMetric( graph, hop.membership, options );
+   }
    StrictHop strictHop{ hop, {}, {}, refusalForUser( view_, filter_, hop ) };
    strictHop.nexthop = topoGraph.nextHop( hop.membership == noEdge ? hop.link : hop.membership );
    strictHop.cost = { view_.srlgExcludeInfo( key ), view_.srlgIncludeInfo( key ), metric };
@@ -213,7 +201,10 @@ void
 PathStitcher::addHop( const CspfPathHop & hop, const Kivnet::IpGenAddr & nexthop ) {
    const TopoGraph & topoGraph = view_.topoGraph();
    end_ = hop.teRouterId;
-   hops_.push_back( { nexthop, end_, { topoGraph.neighbor( hop.link ).srlgList() } } );
+   hops_.push_back( { nexthop,
+                      end_,
+                      { topoGraph.neighbor( hop.link ).srlgList() },
+                      topoGraph.neighborKey( hop.link ) } );
 }
 
 /// The destination's own segment ends at no include hop.
@@ -222,6 +213,36 @@ PathStitcher::addIncludeIp( const PathSegment & segment ) {
    if ( segment.isIncludeHop ) {
       includeIps_.push_back( { segment.end, end_ } );
    }
+}
+
+bool
+PathStitcher::isValid() const {
+   const auto stitched = result();
+   if ( !stitched ) {
+      return true;  // too long, whatever the topology
+   }
+   PathStatus path;
+   path.path_ = stitched->path->path();
+   path.pathTeRouterId_ = stitched->pathTeRouterId->pathTeRouterId();
+   RsvpPathValidator validator( pathInfoKey_, path, isPathFromSourceToSource_ || hops_.empty(),
+                                view_, memory_, stitched->pathAsTopoDbLinks.ptr() );
+   validator.validatePathAndUpdateMetadata();
+   return validator.valid();
+}
+
+Lum::Ptr< const PathAsTopoDbLinks >
+PathStitcher::links() const {
+   if ( view_.constraint().bandwidth() == 0 ) {
+      return nullptr;
+   }
+   auto links = Lum::make< PathAsTopoDbLinks >();
+   for ( std::size_t i = 0; i < hops_.size(); ++i ) {
+      links->pathIs( HopIndex( i ), hops_[ i ].link );
+      if ( hops_[ i ].link.isLan() ) {
+         links->routerInNetworkForHopIs( HopIndex( i ), hops_[ i ].teRouterId );
+      }
+   }
+   return links;
 }
 
 std::optional< CspfPathResult >
@@ -245,7 +266,7 @@ PathStitcher::result() const {
       Lum::make< const PathArray >( std::move( path ), isPathFromSourceToSource_ ),
       Lum::make< const PathSrlg >( std::move( srlgs ) ),
       Lum::make< const PathTeRouterId >( std::move( teRouterIds ) ),
-      Lum::make< const IncludeIps >( std::move( includeIps ) ) };
+      Lum::make< const IncludeIps >( std::move( includeIps ) ), links() };
 }
 
 }

@@ -30,6 +30,10 @@ class PathStitcher {
    std::string doUpdatePathForLooseHop( const PathSegment & segment,
                                         const PathStatusCache & child );
 
+   /// TE router id of the router that the path has come to.
+   const Kivnet::IpGenAddr & end() const noexcept { return end_; }
+   /// Whether the path holds in the topology as it is. Its segments may have been computed before.
+   bool isValid() const;
    /// The records of the path; none for a path of more hops than they can hold.
    std::optional< CspfPathResult > result() const;
 
@@ -45,6 +49,7 @@ class PathStitcher {
       Kivnet::IpGenAddr nexthop;
       Kivnet::IpGenAddr teRouterId;
       SrlgOfHop srlgs;
+      AllTopoNeighborKey link;  ///< of a path that reserves bandwidth
    };
 
    /// The next hop by which the published path went from where this path is to that router; unset
@@ -61,13 +66,14 @@ class PathStitcher {
    bool arrivesAt( const CspfPathHop & hop, const Kivnet::IpGenAddr & address ) const;
    void addHop( const CspfPathHop & hop, const Kivnet::IpGenAddr & nexthop );
    void addIncludeIp( const PathSegment & segment );
+   Lum::Ptr< const PathAsTopoDbLinks > links() const;
 
    const AllTopoDbView & view_;
    PathValidationMemory & memory_;
    const PathInfoKey & pathInfoKey_;
    const PathStatus & published_;
    const CspfLinkFilter & filter_;
-   Kivnet::IpGenAddr end_;  // TE router id of the router that the path has come to
+   Kivnet::IpGenAddr end_;
    std::vector< Hop > hops_;
    std::vector< IncludeIp > includeIps_;
    bool isPathFromSourceToSource_ = false;

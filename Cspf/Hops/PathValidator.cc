@@ -11,7 +11,6 @@
 #include "Cspf/Hops/PathValidator.h"
 
 #include "Cspf/Bandwidth/BwUsageManager.h"
-#include "Cspf/Graph/Arcs.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
@@ -57,27 +56,6 @@ PathValidity::userChange( const BwUsageManager * manager, const BwUsageId & user
    return user ? manager->lastChange( user ) : 0;
 }
 
-CspfRefusal
-refusalForUser( const AllTopoDbView & view, const CspfLinkFilter & filter,
-                const CspfPathHop & hop ) {
-   const CspfGraph & graph = view.graph();
-   CspfRefusal refusal = filter.reason( graph, hop.link );
-   if ( refusal == CspfRefusal::bandwidth
-        && view.bandwidthCheckPassed( view.topoGraph().neighborKey( hop.link ) ) ) {
-      refusal = CspfRefusal::none;  // with what its user holds already
-   }
-   if ( refusal == CspfRefusal::none && hop.membership != noEdge ) {
-      refusal = filter.reason( graph, hop.membership );
-   }
-   CspfRunOptions options;
-   options.useTeMetric = true;
-   const std::uint32_t metric = CspfArcs::stepMetric( graph, hop.link, options );
-   return refusal != CspfRefusal::none       ? refusal
-          : metric == 0                      ? CspfRefusal::zeroMetric
-          : metric > CspfArcs::maxLinkMetric ? CspfRefusal::maximumMetric
-                                             : CspfRefusal::none;
-}
-
 void
 RsvpPathValidator::validatePathAndUpdateMetadata() {
    valid_ = checkPath();
@@ -116,7 +94,7 @@ RsvpPathValidator::checkPath() {
 
 bool
 RsvpPathValidator::validatePath( CspfVertex sourceNode, const CspfLinkFilter & filter ) {
-   HopToTopoDbLinkMapper mapper( view_, memory_.hopAddresses(), &filter );
+   HopToTopoDbLinkMapper mapper( view_, memory_.hopAddresses(), filter, known_ );
    mapper.handleNew( sourceNode, pathStatus_.pathList(), memory_.links() );
    const auto & links = memory_.links();
    const auto found = std::ranges::count_if( links, &CspfPathHop::known );
@@ -177,7 +155,7 @@ RsvpPathValidator::updateTeRouterIds() {
 bool
 RsvpPathValidator::destinationIsOn( const Kivnet::IpGenAddr & teRouterId ) {
    const Kivnet::IpGenAddr destination = pathInfoKey_.pathKey().dst().ipAddress();
-   if ( hasAddress( teRouterId, destination ) ) {
+   if ( view_.hasTep( teRouterId, destination ) ) {
       return true;
    }
    return fail( " : path destination " + destination.stringValue()
@@ -214,7 +192,7 @@ IncludeIp
 RsvpPathValidator::currentIncludeIp( const IncludeIp & published ) const {
    const Kivnet::IpGenAddr & address = published.addr();
    const Kivnet::IpGenAddr teRouterId = currentTeRouterId( published.teRouterId() );
-   if ( teRouterId && hasAddress( teRouterId, address ) ) {
+   if ( teRouterId && view_.hasTep( teRouterId, address ) ) {
       return { address, teRouterId };
    }
    if ( published.teRouterId() ) {
@@ -222,11 +200,11 @@ RsvpPathValidator::currentIncludeIp( const IncludeIp & published ) const {
                                      << " no longer present on " << published.teRouterId() );
    }
    const Kivnet::IpGenAddr source = view_.spfRoot().ipAddress();
-   if ( hasAddress( source, address ) ) {
+   if ( view_.hasTep( source, address ) ) {
       return { address, source };
    }
    const auto moved = std::ranges::find_if( memory_.links(), [ & ]( const CspfPathHop & hop ) {
-      return hasAddress( hop.teRouterId, address );
+      return view_.hasTep( hop.teRouterId, address );
    } );
    return { address, moved == memory_.links().end() ? Kivnet::IpGenAddr() : moved->teRouterId };
 }
@@ -242,16 +220,6 @@ RsvpPathValidator::currentTeRouterId( const Kivnet::IpGenAddr & published ) cons
    }
    const Kivnet::IpGenAddr source = view_.spfRoot().ipAddress();
    return published == source ? source : Kivnet::IpGenAddr();
-}
-
-bool
-RsvpPathValidator::hasAddress( const Kivnet::IpGenAddr & teRouterId,
-                               const Kivnet::IpGenAddr & address ) const {
-   if ( address == teRouterId ) {
-      return true;
-   }
-   const auto routers = view_.allTopoDbStatus()->teRouterIdsOfTep( address );
-   return std::ranges::find( routers, teRouterId ) != routers.end();
 }
 
 bool

@@ -54,26 +54,21 @@ class PathValidity {
    std::uint64_t userChange_ = 0;
 };
 
-/// Why the view's constraint, or the TE metric, refuses a hop: its link, its user's own
-/// reservations on it included, and the step from a LAN; none where nothing does. `filter`: of the
-/// memory above, for this view. REQUIRES: the hop is known.
-CspfRefusal refusalForUser( const AllTopoDbView & view, const CspfLinkFilter & filter,
-                            const CspfPathHop & hop );
-
 /// Checks one published path: whether it still holds in the topology as it is and under the view's
 /// constraint, and what is known of its hops now.
 class RsvpPathValidator {
  public:
-   /// `sourceToSource`: the path leads from its source to itself, without a hop. All outlive this
-   /// object.
+   /// `sourceToSource`: the path leads from its source to itself, without a hop. `known`: links that
+   /// its hops are known to be; null where none are. All outlive this object.
    RsvpPathValidator( const PathInfoKey & pathInfoKey, const PathStatus & pathStatus,
                       bool sourceToSource, const AllTopoDbView & view,
-                      PathValidationMemory & memory )
+                      PathValidationMemory & memory, const PathAsTopoDbLinks * known = nullptr )
       : pathInfoKey_( pathInfoKey ),
         pathStatus_( pathStatus ),
         isPathFromSourceToSource_( sourceToSource ),
         view_( view ),
-        memory_( memory ) {}
+        memory_( memory ),
+        known_( known ) {}
 
    /// Does all of the check. O(hops).
    void validatePathAndUpdateMetadata();
@@ -104,7 +99,6 @@ class RsvpPathValidator {
    void updateIncludeIps();
    IncludeIp currentIncludeIp( const IncludeIp & published ) const;
    Kivnet::IpGenAddr currentTeRouterId( const Kivnet::IpGenAddr & published ) const;
-   bool hasAddress( const Kivnet::IpGenAddr & teRouterId, const Kivnet::IpGenAddr & address ) const;
    bool fail( const std::string & text );
 
    const PathInfoKey & pathInfoKey_;
@@ -112,6 +106,7 @@ class RsvpPathValidator {
    const bool isPathFromSourceToSource_;
    const AllTopoDbView & view_;
    PathValidationMemory & memory_;
+   const PathAsTopoDbLinks * const known_;
    bool valid_ = false;
    std::string reason_;
    bool pathTeRouterIdChanged_ = false;

@@ -1,9 +1,12 @@
 // When the segments of an explicit-hop path are ready.
 //
 // Every loose segment is a child path with a constraint, a throttle and runs of its own, so the
-// children of one parent finish one after the other. The parent's first stage is complete when all
-// of them answer for the same topology. That can come true in two ways: a child gets a new result,
-// or a child that has one stops waiting; each child has a watcher for both.
+// children of one parent finish one after the other, and while the topology keeps changing there
+// may be no moment at which all of them answer for the topology as it is. The parent's first stage
+// is complete when each of them answers for the change that the parent waits for, or a later one;
+// what is put together of that is judged before it is published. It can come true in two ways: a
+// child gets a new result, or a child that has one stops waiting; each child has a watcher for
+// both.
 //
 // Only a parent that waits is told. Children follow every change of the topology, but a path that
 // is in use must not move because one of its segments could be better now.
@@ -17,28 +20,53 @@
 
 namespace Cspf {
 
+template< class Test >
 bool
-ChildPathTables::cspfDataConsistent( const PathInfoKey & parent ) const {
+ChildPathTables::allChildren( const PathInfoKey & parent, Test && test ) const {
    const auto & config = pathConfigInfoTable->pathConfigInfo( parent );
    return config && std::ranges::all_of( config->childPathColl(), [ & ]( const auto & child ) {
-             return childConsistent( child.second );
+             return test( child.second );
           } );
 }
 
 bool
-ChildPathTables::childConsistent( const PathInfoKey & child ) const {
+ChildPathTables::cspfDataConsistent( const PathInfoKey & parent ) const {
+   const auto & status = pathStatusInfoTable->pathStatusInfo( parent );
+   return status && allChildren( parent, [ & ]( const PathInfoKey & child ) {
+             return childAnswers( child, status->waitsSince() );
+          } );
+}
+
+bool
+ChildPathTables::cspfDataFresh( const PathInfoKey & parent ) const {
+   return allChildren( parent, [ & ]( const PathInfoKey & child ) { return childFresh( child ); } );
+}
+
+bool
+ChildPathTables::childAnswers( const PathInfoKey & child, double since ) const {
    const auto & status = pathStatusInfoTable->pathStatusInfo( child );
    const auto & cache = pathStatusCacheTable->pathStatusCache( child );
-   if ( !status || !cache || status->refreshNeeded() ) {
+   constexpr RefreshReason asked = refreshReasonConfigChanged | refreshReasonExplicit;
+   if ( !status || !cache || ( status->refreshNeeded() && ( status->refreshReason() & asked ) ) ) {
       return false;
    }
    const auto & info = constraintInfoTable->constraintInfo( status->constraint() );
-   if ( !info ) {
+   const auto & cspfData = cache->cspfData();
+   // A segment that starts nowhere has an answer, though there was nothing to run.
+   return info && ( cspfData ? cspfData->ranAt() >= since : info->sourceMissing() );
+}
+
+bool
+ChildPathTables::childFresh( const PathInfoKey & child ) const {
+   const auto & status = pathStatusInfoTable->pathStatusInfo( child );
+   const auto & cache = pathStatusCacheTable->pathStatusCache( child );
+   if ( !status || !cache ) {
       return false;
    }
-   // A segment that starts nowhere has an answer, though there was nothing to run.
+   const auto & info = constraintInfoTable->constraintInfo( status->constraint() );
    const auto & cspfData = cache->cspfData();
-   return cspfData ? info->topoInfoChangedAt() <= cspfData->ranAt() : info->sourceMissing();
+   return info && cspfData ? info->topoInfoChangedAt() <= cspfData->ranAt()
+                           : !status->refreshNeeded();
 }
 
 bool
@@ -96,7 +124,7 @@ void
 ChildPathStatusCacheSm::updateParentPathInfo( const PathInfoKey & parent ) {
    const auto & status = tables_.pathStatusInfoTable->pathStatusInfo( parent );
    const auto & cache = tables_.pathStatusCacheTable->pathStatusCache( parent );
-   if ( cache && status && ( status->refreshNeeded() || status->updatePathPending() ) ) {
+   if ( cache && status && status->isRefreshed() ) {
       TRACE9( "all segments computed for " << parent.traceString() );
       cache->refreshedStage1CountInc();
    }

@@ -11,13 +11,20 @@ struct ChildPathTables {
    Lum::Ptr< const PathStatusInfoTable > pathStatusInfoTable;
    Lum::Ptr< const ConstraintInfoTable > constraintInfoTable;
 
-   /// True when the results of all children of the parent belong together: each has one, none waits
-   /// for a refresh, and no child's constraint saw the topology change after the run that gave
-   /// its result. True for a parent without children. O(children).
+   /// True when each child of the parent has a result, and none of them has yet to follow its
+   /// request or the change that the parent's refresh is for. Results may be of different moments
+   /// since then. True for a parent without children. O(children).
    bool cspfDataConsistent( const PathInfoKey & parent ) const;
+   /// True when no child's constraint saw the topology change after the run that gave the child's
+   /// result. O(children).
+   bool cspfDataFresh( const PathInfoKey & parent ) const;
+   /// ... of one child.
+   bool childFresh( const PathInfoKey & child ) const;
 
  private:
-   bool childConsistent( const PathInfoKey & child ) const;
+   bool childAnswers( const PathInfoKey & child, double since ) const;
+   template< class Test >
+   bool allChildren( const PathInfoKey & parent, Test && test ) const;
 };
 
 /// Answers for one parent path whether its segments are still being computed.

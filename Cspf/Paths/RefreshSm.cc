@@ -26,19 +26,13 @@ PathRefreshSm::handleInitialized() {
 
 void
 PathRefreshSm::handleNew() {
-   setRefreshNeeded( *pathStatusInfo_, refreshReasonConfigChanged );
+   pathStatusInfo_->refreshIs( refreshReasonConfigChanged );
 }
 
 void
 PathRefreshSm::handleTopoChanged() {
    TRACE8( "topoChangedAt reset for " << pathStatusInfo_->pathInfoKey().traceString() );
-   setRefreshNeeded( *pathStatusInfo_, refreshReasonTopoChanged );
-}
-
-void
-PathRefreshSm::setRefreshNeeded( PathStatusInfo & path, RefreshReason reason ) {
-   path.refreshReasonIs( path.refreshReason() | reason );
-   path.refreshNeededIs( true );
+   pathStatusInfo_->refreshIs( refreshReasonTopoChanged, constraintInfo_->topoInfoChangedAt() );
 }
 
 RsvpPathRefreshSm::RsvpPathRefreshSm( const PathInUseContext & context,
@@ -80,8 +74,28 @@ RsvpPathRefreshSm::isPublishedPathInUse() const {
    return !pathUsageSm_->awaitsResult() && config && published && published->paths() > 0
           && !status.pathErrorHas( pathKey )
           && published->refreshRespSeq() == config->refreshReqSeq()
-          && std::ranges::equal( published->includeIpList(), config->constraint().includeHopList(),
-                                 {}, &IncludeIp::addr, &IncludeHop::addr );
+          && meetsHops( *published, config->constraint() );
+}
+
+/// Whether the path was put together by the request's hops: it lists them, in their order. One that
+/// it does not list was away when it was last checked. Where it is back, the path may miss it.
+bool
+RsvpPathRefreshSm::meetsHops( const PathStatus & published,
+                              const PathConstraint & constraint ) const {
+   const auto & listed = published.includeIpList();
+   const auto & routers = published.pathTeRouterIdList();
+   std::size_t next = 0;
+   for ( const IncludeHop & hop : constraint.includeHopList() ) {
+      if ( next < listed.size() && listed[ next ].addr() == hop.addr() ) {
+         ++next;
+         continue;
+      }
+      const auto owners = context_.topology.allTopoDbStatus->teRouterIdsOfTep( hop.addr() );
+      if ( !owners.empty() && std::ranges::find_first_of( routers, owners ) == routers.end() ) {
+         return false;
+      }
+   }
+   return next == listed.size();
 }
 
 void
@@ -109,15 +123,16 @@ RsvpPathRefreshSm::doPathValidation() {
    const InternalPathConstraint & constraint = pathStatusInfo()->constraint()->pathConstraint();
    const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
    const AllTopoTeDbView view( context_.topology, constraint );
-   RsvpPathValidator validator(
-      key, published, published.paths() == 0 && isPathFromSourceToSource(), view, context_.memory );
+   RsvpPathValidator validator( key, published,
+                                published.paths() == 0 && isPathFromSourceToSource(), view,
+                                context_.memory, pathUsageSm_->links() );
    validator.validatePathAndUpdateMetadata();
    if ( validator.valid() ) {
       validityIs( validator );
-      publishPathMetadata( validator );
       if ( constraint.bwUsageId() ) {
-         pathUsageSm_->handleTopoChanged();  // the source may be another one
+         pathUsageSm_->handleValid( view.topoGraph(), validator.links() );
       }
+      publishPathMetadata( validator );
    } else {
       setRefreshNeededForLinkedPaths();
    }
@@ -159,12 +174,13 @@ RsvpPathRefreshSm::publishPathMetadata( const RsvpPathValidator & validator ) {
 
 void
 RsvpPathRefreshSm::setRefreshNeededForLinkedPaths() {
+   const double since = constraintInfo()->topoInfoChangedAt();
    for ( const auto & [ segment, child ] : pathConfigInfo()->childPathColl() ) {
       if ( const auto & status = context_.pathStatusInfoTable->pathStatusInfo( child ) ) {
-         setRefreshNeeded( *status, refreshReasonTopoChanged );
+         status->refreshIs( refreshReasonTopoChanged, since );
       }
    }
-   setRefreshNeeded( *pathStatusInfo(), refreshReasonTopoChanged );
+   pathStatusInfo()->refreshIs( refreshReasonTopoChanged, since );
 }
 
 }

@@ -28,9 +28,6 @@ class PathRefreshSm : public Lum::Reactor {
  protected:
    /// What is due when the machine starts: a first constraint, or another one.
    virtual void handleNew();
-   /// Marks a path; one that is marked already gets the further reason.
-   static void setRefreshNeeded( PathStatusInfo & path, RefreshReason reason );
-
    const Lum::Ptr< const ConstraintInfo > & constraintInfo() const { return constraintInfo_; }
    const Lum::Ptr< PathStatusInfo > & pathStatusInfo() const { return pathStatusInfo_; }
 
@@ -77,6 +74,7 @@ class RsvpPathRefreshSm : public PathRefreshSm {
    const Lum::Ptr< const PathConfigInfo > & pathConfigInfo() const { return pathConfigInfo_; }
    void handleNew() override;
    bool isPublishedPathInUse() const;
+   bool meetsHops( const PathStatus & published, const PathConstraint & constraint ) const;
    bool isPathFromSourceToSource() const;
    bool nothingToValidate() const;
    void validityIs( const RsvpPathValidator & validator );

@@ -279,7 +279,7 @@ PathStatusUpdateSm::publishPathStatus() {
       return;
    }
    if ( pathUsageSm_ ) {
-      pathUsageSm_->handleResult();
+      pathUsageSm_->handleResult( *pathStatusCache_ );
    }
    pathStatusUpdator_.publishPath( *pathStatusCache_ );
    if ( pathUsageSm_ ) {

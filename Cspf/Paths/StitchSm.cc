@@ -2,24 +2,30 @@
 // the run of its own child path; here they become one path, together with the strict hops between
 // them.
 //
-// Segments that were computed on different states of the topology do not make a path. The stitching
-// then waits: the last child to finish counts another first stage on the parent, and that leads
-// here again.
+// Segments that were computed on different states of the topology may not make a path. Such a path
+// is judged; where it does not hold, a run is due that will tell this again. An ordinary path goes
+// on to follow those runs; one that is in use is content with a path that holds.
+//
+// An address may be one of several routers', as a host prefix can be. A segment that was computed
+// from another one than the router at which the segment before it ended is computed here.
 
 #include "Cspf/Paths/StitchSm.h"
 
+#include "Cspf/Runs/PathAnswer.h"
 #include "platform/Lum/Clock.h"
 #include "platform/Trace/Trace.h"
 
 namespace Cspf {
 
 RsvpPathStitchSm::RsvpPathStitchSm( const VrfTopology & topology, PathValidationMemory & memory,
+                                    CspfRunMemory & runMemory,
                                     const ChildPathTables & childPathTables,
                                     const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                                     const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                                     const Lum::Ptr< PathStatusCache > & pathStatusCache )
    : topology_( topology ),
      memory_( memory ),
+     runMemory_( runMemory ),
      childPathTables_( childPathTables ),
      pathConfigInfo_( pathConfigInfo ),
      pathStatusInfo_( pathStatusInfo ),
@@ -50,42 +56,66 @@ RsvpPathStitchSm::doStitchPaths() {
       Lum::make< AllTopoTeDbView >( topology_, pathStatusInfo_->constraint()->pathConstraint() ) );
    PathStitcher stitcher( *allTopoDbView_, memory_, pathStatusInfo_->pathInfoKey(),
                           pathStatusInfo_->cspfStatus()->pathStatus( pathKey() ) );
-   const std::string error = stitch( stitcher, config->constraint() );
-   if ( error.empty() ) {
-      publish( stitcher );
-   } else {
-      fail( error );
+   std::string error;
+   switch ( stitch( stitcher, config->constraint(), error ) ) {
+   case Outcome::built: publish( stitcher ); break;
+   case Outcome::failed: fail( error ); break;
+   case Outcome::waits:
+      TRACE7( "Waiting for segments of " << pathStatusInfo_->pathInfoKey().traceString() );
+      break;
    }
 }
 
-std::string
-RsvpPathStitchSm::stitch( PathStitcher & stitcher, const PathConstraint & constraint ) const {
+RsvpPathStitchSm::Outcome
+RsvpPathStitchSm::stitch( PathStitcher & stitcher, const PathConstraint & constraint,
+                          std::string & error ) const {
    if ( stitcher.checkAndUpdatePathForSelfPath( pathKey().dst(), constraint ) ) {
       const bool found =
          allTopoDbView_->topoGraph().vertex( allTopoDbView_->spfRoot() ) != noVertex;
-      return found ? "" : "source not found in topology";
+      error = found ? "" : "source not found in topology";
+   } else if ( constraint.includeHopAllExplicit() ) {
+      error = stitcher.checkAndUpdateAllExplicitPath( constraint );
+   } else {
+      return stitchSegments( stitcher, constraint, error );
    }
-   if ( constraint.includeHopAllExplicit() ) {
-      return stitcher.checkAndUpdateAllExplicitPath( constraint );
-   }
-   std::string error;
+   return error.empty() ? Outcome::built : Outcome::failed;
+}
+
+RsvpPathStitchSm::Outcome
+RsvpPathStitchSm::stitchSegments( PathStitcher & stitcher, const PathConstraint & constraint,
+                                  std::string & error ) const {
+   const ChildPathTables & children = childPathTables_;
    for ( const PathSegment & segment : pathSegments( constraint, pathKey().dst() ) ) {
       error = segment.loose ? doUpdatePathForLooseHop( stitcher, segment )
                             : stitcher.doUpdatePathForStrictHop( segment );
       if ( !error.empty() ) {
-         break;
+         const bool final = !segment.loose || children.childFresh( childPathInfoKey( segment.index ) );
+         return final ? Outcome::failed : Outcome::waits;
       }
    }
-   return error;
+   return children.cspfDataFresh( pathStatusInfo_->pathInfoKey() ) || stitcher.isValid()
+             ? Outcome::built
+             : Outcome::waits;
 }
 
 std::string
 RsvpPathStitchSm::doUpdatePathForLooseHop( PathStitcher & stitcher,
                                            const PathSegment & segment ) const {
    const PathInfoKey key = childPathInfoKey( segment.index );
-   const auto & child = childPathTables_.pathStatusCacheTable->pathStatusCache( key );
-   return child ? stitcher.doUpdatePathForLooseHop( segment, *child )
-                : "pathSegmentIndex " + std::to_string( segment.index ) + " not found";
+   Lum::Ptr< const PathStatusCache > child =
+      childPathTables_.pathStatusCacheTable->pathStatusCache( key );
+   if ( !child ) {
+      return "pathSegmentIndex " + std::to_string( segment.index ) + " not found";
+   }
+   const NodeId end( stitcher.end() );
+   if ( child->cspfData() && child->cspfData()->source() != end && allTopoDbView_->hasRouter( end )
+        && allTopoDbView_->hasTep( stitcher.end(), segment.source ) ) {
+      const auto & row = childPathTables_.pathStatusInfoTable->pathStatusInfo( key );
+      const auto view =
+         Lum::make< const AllTopoTeDbView >( topology_, row->constraint()->pathConstraint() );
+      child = computeFrom( end, *row, view, runMemory_ );
+   }
+   return stitcher.doUpdatePathForLooseHop( segment, *child );
 }
 
 void
@@ -99,9 +129,25 @@ RsvpPathStitchSm::publish( PathStitcher & stitcher ) {
    pathStatusCache_->pathSrlgIs( result->pathSrlg );
    pathStatusCache_->pathTeRouterIdIs( result->pathTeRouterId );
    pathStatusCache_->includeIpsIs( result->includeIps );
+   pathStatusCache_->pathAsTopoDbLinksIs( result->pathAsTopoDbLinks );
    pathStatusCache_->stage2LastRanAtIs( Lum::now() );
+   const auto alive = keptAlive();  // whoever reads what is published may withdraw the path
+   const bool fresh =
+      childPathTables_.cspfDataFresh( pathStatusInfo_->pathInfoKey() );
    pathStatusInfo_->cspfStatus()->pathErrorDel( pathKey() );
    pathStatusCache_->refreshedStage2CountInc();
+   if ( !fresh && !pathStatusInfo_->pathInfoKey().keptWhileValid() ) {
+      followSegments();
+   }
+}
+
+/// The best path may be another one when the segments that a run is due for have their results.
+void
+RsvpPathStitchSm::followSegments() {
+   const auto & row = childPathTables_.constraintInfoTable->constraintInfo( pathStatusInfo_->constraint() );
+   if ( row ) {
+      pathStatusInfo_->refreshIs( refreshReasonTopoChanged, row->topoInfoChangedAt() );
+   }
 }
 
 void

@@ -6,8 +6,11 @@
 
 namespace Cspf {
 
+class CspfRunMemory;
+
 /// Builds a path with include hops: loose segments from its child paths, strict hops as single
-/// links, a path that is given hop by hop as it stands. A path that cannot be built leaves the
+/// links, a path that is given hop by hop as it stands. What cannot be built of results that are
+/// going to be replaced waits for the next one. A path that cannot be built at all leaves the
 /// cache and the published path as they were; the reason goes to the client's `Status::pathError`.
 ///
 ///   watches                             handler          writes
@@ -16,8 +19,9 @@ namespace Cspf {
 ///                                                        Status.pathError
 class RsvpPathStitchSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, RsvpPathStitchSm );
-   /// The memory outlives this object. REQUIRES: the path has a constraint.
+   /// The memories outlive this object. REQUIRES: the path has a constraint.
    RsvpPathStitchSm( const VrfTopology & topology, PathValidationMemory & memory,
+                     CspfRunMemory & runMemory,
                      const ChildPathTables & childPathTables,
                      const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
@@ -32,16 +36,22 @@ class RsvpPathStitchSm : public Lum::Reactor {
 
  private:
    void allTopoDbViewIs( const Lum::Ptr< const AllTopoTeDbView > & view ) { allTopoDbView_ = view; }
-   std::string stitch( PathStitcher & stitcher, const PathConstraint & constraint ) const;
+   enum class Outcome { built, waits, failed };
+   Outcome stitch( PathStitcher & stitcher, const PathConstraint & constraint,
+                   std::string & error ) const;
+   Outcome stitchSegments( PathStitcher & stitcher, const PathConstraint & constraint,
+                           std::string & error ) const;
    std::string doUpdatePathForLooseHop( PathStitcher & stitcher,
                                         const PathSegment & segment ) const;
    void publish( PathStitcher & stitcher );
+   void followSegments();
    void fail( const std::string & error );
 
    const PathKey & pathKey() const { return pathStatusInfo_->pathInfoKey().pathKey(); }
 
    const VrfTopology topology_;
    PathValidationMemory & memory_;
+   CspfRunMemory & runMemory_;
    const ChildPathTables childPathTables_;
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;

@@ -1,14 +1,21 @@
 // Reservations of one path. What a path reserves follows from three things: the hops that its
-// client reads, the links that these hops are in the topology, and the user, priority and amount of
-// its constraint. Whenever one of them may have changed, the whole set is worked out again and
-// compared; equal reservations are the same handle, so nothing moves unless something did. Links
-// come and go with the topology, so all paths are accounted again before they are judged by it.
+// client reads, the links that these hops are, and the user, priority and amount of its constraint.
+// Whenever one of them may have changed, the whole set is worked out again and compared; equal
+// reservations are the same handle, so nothing moves unless something did.
+//
+// Several links may have the address of one hop, so which link it is is not looked up: it is told
+// by the run or the stitching that chose it, later by the check that found the path valid. Of a
+// path that an earlier run of the agent has published the addresses are all that is known. The IGP
+// may call a link by another name at any time. All paths follow such names before they are judged;
+// to another link they move only after they were judged there, lest they are granted what nobody
+// asked that link for.
 //
 // When a client asks anew, what it will get is not known yet. Until the answer is published the
 // path goes on holding what was granted last: more would be had without asking whether there is
 // room. What an earlier run of the agent granted is not known. A path that it left holds what is
 // asked for now, lest its own reservation stand in its way, but for one that stands beside an
-// error: its request was refused, and must not be granted for having been restarted.
+// error: its request was refused, and must not be granted for having been restarted. An error
+// about an explicit hop that is away for a while is no such refusal.
 
 #include "Cspf/Paths/UsageSm.h"
 
@@ -49,6 +56,7 @@ PathUsageSm::takeOver() {
       oldBwUsageIdIs( replaced->oldBwUsageId() );
       granted_ = replaced->granted_;
       pathBwUsage_ = replaced->pathBwUsage();
+      linksAre( replaced->hops_, replaced->links_ );
       awaitsResult_ = true;
    }
 }
@@ -73,8 +81,7 @@ PathUsageSm::handleConstraintChange() {
       return;
    }
    awaitsResult_ =
-      awaitsResult_ || pathStatusInfo_->constraintChangeCount() > 1
-      || pathStatusInfo_->cspfStatus()->pathErrorHas( pathStatusInfo_->pathInfoKey().pathKey() );
+      awaitsResult_ || pathStatusInfo_->constraintChangeCount() > 1 || wasRefused();
    const BwUsageId & bwUsageId = constraint->pathConstraint().bwUsageId();
    if ( bwUsageId == oldBwUsageId_ ) {
       TRACE8( "same bwUsageId: sharedBwGroupId " << bwUsageId.sharedBwGroupId() << " localId "
@@ -84,6 +91,16 @@ PathUsageSm::handleConstraintChange() {
       oldBwUsageIdIs( bwUsageId );
    }
    doUpdatePathBwUsage();
+}
+
+bool
+PathUsageSm::wasRefused() const {
+   const auto & hops = pathStatusInfo_->constraint()->pathConstraint().includeHopList();
+   const auto isAway = [ & ]( const IncludeHop & hop ) {
+      return topology_.allTopoDbStatus->teRouterIdsOfTep( hop.addr() ).empty();
+   };
+   return pathStatusInfo_->cspfStatus()->pathErrorHas( pathStatusInfo_->pathInfoKey().pathKey() )
+          && std::ranges::none_of( hops, isAway );
 }
 
 void
@@ -102,21 +119,87 @@ PathUsageSm::doUpdatePathBwUsage() {
    } else if ( !awaitsResult_ ) {
       granted_ = { BwPriority( asked.bwSetupPriority() ), asked.bandwidth() };
    }
-   pathBwUsageIs( granted_.bandwidth > 0 ? currentPathBwUsage( asked ) : nullptr );
+   pathBwUsageIs( granted_.bandwidth > 0 ? currentPathBwUsage() : nullptr );
+}
+
+void
+PathUsageSm::handleResult( const PathStatusCache & result ) {
+   awaitsResult_ = false;
+   linksAre( result.path() ? result.path()->path() : PathArray::Hops(),
+             result.pathAsTopoDbLinks() );
+}
+
+void
+PathUsageSm::handleValid( const TopoGraph & topoGraph, std::span< const CspfPathHop > links ) {
+   const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
+   linksAre( pathStatusInfo_->cspfStatus()->pathStatus( key.pathKey() ).pathList(),
+             pathAsTopoDbLinks( topoGraph, links ) );
+   doUpdatePathBwUsage();
+}
+
+void
+PathUsageSm::linksAre( const PathArray::Hops & hops,
+                       const Lum::Ptr< const PathAsTopoDbLinks > & links ) {
+   hops_ = hops;
+   links_ = links;
+   nearAddresses_.assign( hops.size(), {} );
+   watchRouters();
 }
 
 void
 PathUsageSm::handleTopoChanged() {
-   if ( !routers_.unchanged( topology_.allTopoDbStatus->teGraph().graph(),
-                             memory_.hopAddresses() ) ) {
+   if ( links_
+        && !routers_.unchanged( topology_.allTopoDbStatus->teGraph().graph(),
+                                memory_.hopAddresses() ) ) {
+      followLinks();
       doUpdatePathBwUsage();
    }
 }
 
-/// What was granted, on the links that the published hops are now. A hop whose link is away goes on
-/// holding it, so that a path which moves gives nothing back before it has the new links.
+/// Finds the links of the hops again where they are not there under their names. A link that is
+/// away keeps its name: a path that moves gives nothing back before it has the new links.
+void
+PathUsageSm::followLinks() {
+   const auto now = mapped( hops_, links_.ptr() );
+   const auto links = Lum::make< PathAsTopoDbLinks >();
+   for ( std::size_t i = 0; i < hops_.size(); ++i ) {
+      const HopIndex hop( i );
+      const auto isThere = [ & ]( const PathAsTopoDbLinks & some ) {
+         return some.pathHas( hop ) && isLink( some.path( hop ), nearAddresses_[ i ] );
+      };
+      const PathAsTopoDbLinks & found = isThere( *links_ ) || !isThere( *now ) ? *links_ : *now;
+      if ( const AllTopoNeighborKey * link = found.pathFind( hop ) ) {
+         const CspfEdge edge = topology_.allTopoDbStatus->teGraph().edge( *link );
+         links->pathIs( hop, edge == noEdge ? *link : topology_.allTopoDbStatus->teGraph().neighborKey( edge ) );
+      }
+   }
+   links_ = links;
+   watchRouters();
+}
+
+/// Notes the near ends of the links that are there.
+void
+PathUsageSm::watchRouters() {
+   const TopoGraph & topoGraph = topology_.allTopoDbStatus->teGraph();
+   std::vector< CspfVertex > routers;
+   routers_ = {};
+   for ( std::size_t i = 0; links_ && i < hops_.size(); ++i ) {
+      const AllTopoNeighborKey * link = links_->pathFind( HopIndex( i ) );
+      const CspfEdge edge = link ? topoGraph.edge( *link ) : noEdge;
+      if ( edge != noEdge ) {
+         routers.push_back( topoGraph.graph().from( edge ) );
+         nearAddresses_[ i ] = nearAddress( *link );
+      }
+   }
+   if ( !routers.empty() && routers.size() == hops_.size() ) {
+      routers_ = PathRouters( topoGraph.graph(), memory_.hopAddresses(),
+                              std::move( routers ) );
+   }
+}
+
+/// What was granted, on the links of the published hops.
 Lum::Ptr< const PathBwUsage >
-PathUsageSm::currentPathBwUsage( const InternalPathConstraint & constraint ) {
+PathUsageSm::currentPathBwUsage() {
    const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
    const PathStatus * published =
       key.internal() ? nullptr : pathStatusInfo_->cspfStatus()->pathStatusFind( key.pathKey() );
@@ -124,41 +207,58 @@ PathUsageSm::currentPathBwUsage( const InternalPathConstraint & constraint ) {
       TRACE8( "No pathUsage found" );
       return nullptr;
    }
-   const auto links = publishedLinks( *published, constraint );
+   if ( !linksKnown( published->pathList() ) ) {
+      linksAre( published->pathList(), mapped( published->pathList(), nullptr ) );
+   }
    const auto usage = Lum::make< PathBwUsage >();
    for ( std::size_t i = 0; i < published->paths(); ++i ) {
-      const HopIndex hop( i );
-      const Kivnet::IpGenAddr & address = published->path( hop );
-      if ( links->pathHas( hop ) ) {
-         const AllTopoNeighborKey & link = links->path( hop );
-         usage->bwUsageIs( usage->bwUsageHas( address ) ? nearAddress( link ) : address,
-                           reserved( link ) );
-         continue;
-      }
-      TRACE8( "Hop " << i << " not present in pathAsTopoDbLinks for path " << key.traceString() );
-      if ( pathBwUsage_ && pathBwUsage_->bwUsageHas( address ) ) {
-         usage->bwUsageIs( address,
-                           reserved( pathBwUsage_->bwUsage( address )->bwUsageKey().link() ) );
+      if ( const AllTopoNeighborKey * link = links_->pathFind( HopIndex( i ) ) ) {
+         hold( *usage, i, *link );
+      } else {
+         TRACE8( "Hop " << i << " not present in pathAsTopoDbLinks for path "
+                        << key.traceString() );
       }
    }
    return usage->bwUsages() > 0 ? usage : nullptr;
 }
 
+/// Enters a hop's reservation under the hop's address, or, where that stands for another link
+/// already (a path may come to a router several times), under the near one.
+void
+PathUsageSm::hold( PathBwUsage & usage, std::size_t hop, const AllTopoNeighborKey & link ) const {
+   const Lum::Ptr< const BwUsageDeduped > reservation = reserved( link );
+   for ( const Kivnet::IpGenAddr & address : { hops_[ hop ], nearAddresses_[ hop ] } ) {
+      if ( address && ( !usage.bwUsageHas( address ) || usage.bwUsage( address ) == reservation ) ) {
+         usage.bwUsageIs( address, reservation );
+         return;
+      }
+   }
+   usage.furtherBwUsages.push_back( reservation );
+}
+
+/// Which links the hops are, by their addresses; `known` ones where there are several.
 Lum::Ptr< const PathAsTopoDbLinks >
-PathUsageSm::publishedLinks( const PathStatus & published,
-                             const InternalPathConstraint & constraint ) {
-   const AllTopoTeDbView view( topology_, constraint );
-   HopToTopoDbLinkMapper( view, memory_.hopAddresses() )
-      .handleNew( view.topoGraph().vertex( view.spfRoot() ), published.pathList(),
-                  memory_.links() );
-   const bool all = std::ranges::all_of( memory_.links(), &CspfPathHop::known );
-   routers_ =
-      all ? PathRouters( view.graph(), memory_.hopAddresses(), memory_.links() ) : PathRouters();
+PathUsageSm::mapped( const PathArray::Hops & hops, const PathAsTopoDbLinks * known ) {
+   const AllTopoTeDbView view( topology_, pathStatusInfo_->constraint()->pathConstraint() );
+   const NodeId source = view.spfRoot();
+   if ( !view.hasRouter( source ) ) {
+      return Lum::make< PathAsTopoDbLinks >();
+   }
+   const CspfLinkFilter & filter = memory_.filter( view, source );
+   HopToTopoDbLinkMapper( view, memory_.hopAddresses(), filter, known )
+      .handleNew( view.topoGraph().vertex( source ), hops, memory_.links() );
    return pathAsTopoDbLinks( view.topoGraph(), memory_.links() );
 }
 
-/// Names a further link to a router whose address names one already: across a LAN, a path that is
-/// given by its hops may come to it twice.
+/// Whether a link of that name is there, and has the address.
+bool
+PathUsageSm::isLink( const AllTopoNeighborKey & link, const Kivnet::IpGenAddr & address ) const {
+   const TopoGraph & topoGraph = topology_.allTopoDbStatus->teGraph();
+   const CspfEdge edge = topoGraph.edge( link );
+   return edge != noEdge
+          && ( !address || neighborHasInterfaceAddr( topoGraph.neighbor( edge ), address ) );
+}
+
 Kivnet::IpGenAddr
 PathUsageSm::nearAddress( const AllTopoNeighborKey & link ) const {
    const auto * neighbor = topology_.allTopoDb->neighbor( link );
@@ -176,6 +276,7 @@ void
 PathUsageSm::pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) {
    const bool same = pathBwUsage && pathBwUsage_
                         ? pathBwUsage->bwUsageColl() == pathBwUsage_->bwUsageColl()
+                             && pathBwUsage->furtherBwUsages == pathBwUsage_->furtherBwUsages
                         : pathBwUsage == pathBwUsage_;
    if ( same ) {
       return;

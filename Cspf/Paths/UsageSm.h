@@ -40,13 +40,17 @@ class PathUsageSm : public Lum::Reactor {
    void handleTopoChanged();
    void handlePathBwUsage( const BwUsageId & bwUsageId );
    /// The path's request is answered: what is published from now on is for it.
-   void handleResult() { awaitsResult_ = false; }
+   void handleResult( const PathStatusCache & result );
+   /// The published path was found valid over these links, and holds its bandwidth there.
+   void handleValid( const TopoGraph & topoGraph, std::span< const CspfPathHop > links );
 
    /// The user under which the reservations were made.
    const BwUsageId & oldBwUsageId() const noexcept { return oldBwUsageId_; }
    const Lum::Ptr< const PathBwUsage > & pathBwUsage() const noexcept { return pathBwUsage_; }
    /// The path was asked for anew; what is published, and held, is for the last answer.
    bool awaitsResult() const noexcept { return awaitsResult_; }
+   /// The links that the published hops are known to be; null where none are.
+   const PathAsTopoDbLinks * links() const noexcept { return links_.ptr(); }
 
  private:
    struct Granted {
@@ -55,12 +59,19 @@ class PathUsageSm : public Lum::Reactor {
    };
 
    void takeOver();
+   bool wasRefused() const;
    void oldBwUsageIdIs( const BwUsageId & id ) { oldBwUsageId_ = id; }
    void pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage );
-   Lum::Ptr< const PathBwUsage > currentPathBwUsage( const InternalPathConstraint & constraint );
-   Lum::Ptr< const PathAsTopoDbLinks > publishedLinks( const PathStatus & published,
-                                                       const InternalPathConstraint & constraint );
+   Lum::Ptr< const PathBwUsage > currentPathBwUsage();
+   void linksAre( const PathArray::Hops & hops, const Lum::Ptr< const PathAsTopoDbLinks > & links );
+   bool linksKnown( const PathArray::Hops & hops ) const { return links_ && hops_ == hops; }
+   void followLinks();
+   void watchRouters();
+   Lum::Ptr< const PathAsTopoDbLinks > mapped( const PathArray::Hops & hops,
+                                               const PathAsTopoDbLinks * known );
+   bool isLink( const AllTopoNeighborKey & link, const Kivnet::IpGenAddr & nearAddress ) const;
    Kivnet::IpGenAddr nearAddress( const AllTopoNeighborKey & link ) const;
+   void hold( PathBwUsage & usage, std::size_t hop, const AllTopoNeighborKey & link ) const;
    Lum::Ptr< const BwUsageDeduped > reserved( const AllTopoNeighborKey & link ) const;
 
    const VrfTopology topology_;
@@ -72,7 +83,11 @@ class PathUsageSm : public Lum::Reactor {
    Granted granted_;            // by the last answer
    bool awaitsResult_ = false;  // the path was asked for anew, and is not answered yet
    Lum::Ptr< const PathBwUsage > pathBwUsage_;
-   PathRouters routers_;  // of the hops that were accounted last
+   // The links of the hops that are published, under the names that they have or had last.
+   PathArray::Hops hops_;
+   Lum::Ptr< const PathAsTopoDbLinks > links_;
+   std::vector< Kivnet::IpGenAddr > nearAddresses_;  // of the links, by hop; they outlast names
+   PathRouters routers_;                             // that the links leave
 };
 
 }

@@ -17,6 +17,7 @@ CspfPathResult::clear() {
       pathTeRouterId = Lum::make< const PathTeRouterId >();
    }
    clearIncludeIps();
+   pathAsTopoDbLinks = nullptr;
 }
 
 void

@@ -2,6 +2,8 @@
 
 #include "schema/CspfKeys.h"
 
+#include <span>
+
 /// The result records of one path. They are built once and then only read, so that the cache, the
 /// publisher and the bandwidth accounts share them.
 namespace Cspf {
@@ -66,22 +68,36 @@ class IncludeIps : public Lum::Entity {
    List includeIps_;
 };
 
+/// A path as links of the topology: what it reserves, and what is checked of a published path.
+class PathAsTopoDbLinks : public Lum::Entity {
+   LUM_ENTITY( Cspf, PathAsTopoDbLinks );
+   LUM_COLLECTION_ORDERED( path, HopIndex, AllTopoNeighborKey );
+   /// The TE router id of the router inside of the LAN, for a hop that crosses one.
+   LUM_COLLECTION_ORDERED( routerInNetworkForHop, HopIndex, Kivnet::IpGenAddr );
+
+   bool operator==( const PathAsTopoDbLinks & other ) const {
+      return pathColl() == other.pathColl()
+             && routerInNetworkForHopColl() == other.routerInNetworkForHopColl();
+   }
+};
+
 /// The answer for one path: its hops, and what is known of them. Null where nothing was worked out.
 struct CspfPathResult {
    Lum::Ptr< const PathArray > path;
    Lum::Ptr< const PathSrlg > pathSrlg;
    Lum::Ptr< const PathTeRouterId > pathTeRouterId;
    Lum::Ptr< const IncludeIps > includeIps;
+   Lum::Ptr< const PathAsTopoDbLinks > pathAsTopoDbLinks{};  ///< of paths that reserve bandwidth
 
    /// Makes it the answer "no hops".
    void clear();
    void clearIncludeIps();
 };
 
-/// The path that is published, which equal-cost choices keep to.
+/// The hops that are published, from the source of the run, which equal-cost choices keep to.
 struct CspfOldPath {
-   const PathArray::Hops & path;
-   const PathTeRouterId::Hops & pathTeRouterId;  ///< one a hop
+   std::span< const Kivnet::IpGenAddr > path;
+   std::span< const Kivnet::IpGenAddr > pathTeRouterId;  ///< one a hop
 };
 
 }

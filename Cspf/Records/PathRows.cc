@@ -38,6 +38,15 @@ PathInfoKey::hash() const noexcept {
    return Lum::hashMix( seed, pathSegmentSourceNodeAddr_.hash() );
 }
 
+void
+PathStatusInfo::refreshIs( RefreshReason reason, double since ) {
+   if ( !isRefreshed() ) {
+      waitsSinceIs( since );
+   }
+   refreshReasonIs( refreshReason() | reason );
+   refreshNeededIs( true );
+}
+
 std::string
 PathInfoKey::traceString() const {
    return "PathInfoKey=<client=" + clientName_ + pathKeyText( ", pathKey=<", pathKey_ )

@@ -9,6 +9,7 @@
 #include "schema/CspfStatus.h"
 
 #include <string>
+#include <vector>
 
 namespace Kiv {
 class DumpContext;
@@ -31,6 +32,8 @@ inline constexpr RefreshReason refreshReasonConfigChanged = 0x1;
 inline constexpr RefreshReason refreshReasonTopoChanged = 0x2;
 inline constexpr RefreshReason refreshReasonExplicit = 0x4;
 
+inline constexpr const char * rsvpClientName = "rsvp";
+
 /// The agent's key of every path row.
 struct PathInfoKey {
    LUM_VALUE( Cspf, PathInfoKey );
@@ -43,6 +46,8 @@ struct PathInfoKey {
 
    std::size_t hash() const noexcept;
    explicit operator bool() const { return *this != PathInfoKey(); }
+   /// A path that carries traffic: it stays while it is valid.
+   bool keptWhileValid() const { return clientName_ == rsvpClientName && !internal_; }
    /// The client's request that this path serves: its own, or that of its parent.
    const PathKey & clientPathKey() const { return internal_ ? parentPathKey_ : pathKey_; }
    /// "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=1>, internal=0, ...", as traces name a path.
@@ -80,6 +85,7 @@ class PathStatusInfo : public Lum::Entity {
    LUM_ATTRIBUTE( lastRefreshReqSeq, std::uint32_t );  ///< the request last accepted
    LUM_ATTRIBUTE( refreshNeeded, bool );
    LUM_ATTRIBUTE( refreshReason, RefreshReason );
+   LUM_ATTRIBUTE( waitsSince, double );           ///< the change that the refresh is for; seconds
    LUM_ATTRIBUTE( updatePathPending, bool );      ///< a new path must be published
    LUM_COUNTER( stage2RequestCount );             ///< refreshes passed to the second stage
    LUM_COUNTER( pathStatusMetadataUpdateCount );  ///< updates that kept the hops
@@ -87,6 +93,11 @@ class PathStatusInfo : public Lum::Entity {
 
    /// Where the client reads its paths.
    const Lum::Ptr< Status > & cspfStatus() const noexcept { return cspfStatus_; }
+   /// A refresh is under way: asked for, or to be published.
+   bool isRefreshed() const noexcept { return refreshNeeded() || updatePathPending(); }
+   /// Marks the path; one that is marked already gets the further reason. `since`: the change of
+   /// the topology that it has to follow; 0: none.
+   void refreshIs( RefreshReason reason, double since = 0 );
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  private:
@@ -103,6 +114,8 @@ class PathStatusCache : public Lum::Entity {
    LUM_ATTRIBUTE( pathSrlg, Lum::Ptr< const PathSrlg > );
    LUM_ATTRIBUTE( pathTeRouterId, Lum::Ptr< const PathTeRouterId > );
    LUM_ATTRIBUTE( includeIps, Lum::Ptr< const IncludeIps > );
+   /// The links that the run or the stitching chose, of a path that reserves bandwidth; else null.
+   LUM_ATTRIBUTE( pathAsTopoDbLinks, Lum::Ptr< const PathAsTopoDbLinks > );
    LUM_ATTRIBUTE( pqInfo, Lum::Ptr< Lfa::DedupPqInfo > );  ///< of a repair path
    LUM_COUNTER( refreshedStage1Count );
    LUM_COUNTER( refreshedStage2Count );
@@ -122,18 +135,12 @@ class ConstraintStats : public Lum::Entity {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
 
-/// A path as links of the topology: what it reserves, and what is checked of a published path.
-class PathAsTopoDbLinks : public Lum::Entity {
-   LUM_ENTITY( Cspf, PathAsTopoDbLinks );
-   LUM_COLLECTION_ORDERED( path, HopIndex, AllTopoNeighborKey );
-   /// The TE router id of the router inside of the LAN, for a hop that crosses one.
-   LUM_COLLECTION_ORDERED( routerInNetworkForHop, HopIndex, Kivnet::IpGenAddr );
-};
-
 /// What one path has reserved: link address -> reservation.
 class PathBwUsage : public Lum::Entity {
    LUM_ENTITY( Cspf, PathBwUsage );
    LUM_COLLECTION_ORDERED( bwUsage, Kivnet::IpGenAddr, Lum::Ptr< const BwUsageDeduped > );
+   /// On links whose addresses stand for other ones above already.
+   std::vector< Lum::Ptr< const BwUsageDeduped > > furtherBwUsages;
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };

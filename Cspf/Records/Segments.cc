@@ -28,6 +28,23 @@ addSegment( std::vector< PathSegment > & segments, const Kivnet::IpGenAddr & end
    segments.push_back( segment );
 }
 
+/// The hop after a segment that begins with hop `first`, and ends where the path first comes to
+/// the router of its include hop; nothing where it does not.
+std::optional< std::size_t >
+hopAfter( const PathStatus & published, const Kivnet::IpGenAddr & source, std::size_t first,
+          const IncludeIp & end ) {
+   const auto & routers = published.pathTeRouterIdList();
+   if ( end.teRouterId() == ( first == 0 ? source : routers[ first - 1 ] ) ) {
+      return first;
+   }
+   for ( std::size_t hop = first; hop < routers.size(); ++hop ) {
+      if ( routers[ hop ] == end.teRouterId() ) {
+         return hop + 1;
+      }
+   }
+   return std::nullopt;
+}
+
 }
 
 bool
@@ -47,6 +64,32 @@ pathSegments( const PathConstraint & constraint, const Destination & destination
       segments.back().isIncludeHop = false;
    }
    return segments;
+}
+
+std::optional< HopRange >
+publishedSegment( const PathStatus & published, const Kivnet::IpGenAddr & source,
+                  const PathInfoKey & child ) {
+   const auto & ends = published.includeIpList();
+   const std::size_t paths = published.pathTeRouterIds();
+   const Kivnet::IpGenAddr destination = child.pathKey().dst().ipAddress();
+   Kivnet::IpGenAddr from;
+   std::uint32_t repeats = 0;
+   std::size_t first = 0;
+   for ( std::size_t i = 0; i <= ends.size(); ++i ) {
+      const auto next = i < ends.size() ? hopAfter( published, source, first, ends[ i ] )
+                                        : std::optional( paths );
+      const Kivnet::IpGenAddr & to = i < ends.size() ? ends[ i ].addr() : destination;
+      if ( !next ) {
+         break;
+      }
+      if ( from == child.pathSegmentSourceNodeAddr() && to == destination
+           && repeats++ == child.pathKey().id() ) {
+         return HopRange{ first, *next - first };
+      }
+      from = to;
+      first = *next;
+   }
+   return std::nullopt;
 }
 
 PathInfoKey

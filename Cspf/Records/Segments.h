@@ -2,6 +2,7 @@
 
 #include "Cspf/Records/PathRows.h"
 
+#include <optional>
 #include <vector>
 
 namespace Cspf {
@@ -24,6 +25,17 @@ bool hasExplicitHops( const PathConstraint & constraint );
 /// without explicit hops. O(hops^2), of at most 100.
 std::vector< PathSegment > pathSegments( const PathConstraint & constraint,
                                          const Destination & destination );
+
+/// Part of a path's hops.
+struct HopRange {
+   std::size_t first = 0;
+   std::size_t count = 0;
+};
+/// The hops that a published path has for the segment of one of its child paths, where the include
+/// hops that are published tell. `source`: TE router id of where the path starts. O(hops).
+std::optional< HopRange > publishedSegment( const PathStatus & published,
+                                            const Kivnet::IpGenAddr & source,
+                                            const PathInfoKey & child );
 
 /// The key of the child path of a loose segment. It depends on the ends of the segment and on
 /// nothing else of the parent's hops, so that a change of one hop gives new keys to the segments

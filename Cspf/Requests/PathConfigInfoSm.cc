@@ -74,6 +74,7 @@ clearResult( PathStatusCache & cache ) {
    cache.pathSrlgIs( nullptr );
    cache.pathTeRouterIdIs( nullptr );
    cache.includeIpsIs( nullptr );
+   cache.pathAsTopoDbLinksIs( nullptr );
    cache.pqInfoIs( nullptr );
 }
 
@@ -264,9 +265,8 @@ PathConfigInfoSm::requestRefresh( std::uint32_t refreshReqSeq, bool constraintRe
    if ( !isExplicit && ( !askedAnew || pathConfigInfo_->pathInfoKey().internal() ) ) {
       return;  // what changed is not read here, or concerns other segments of its parent
    }
-   pathStatusInfo_->refreshReasonIs( pathStatusInfo_->refreshReason() | refreshReasonConfigChanged
-                                     | ( isExplicit ? refreshReasonExplicit : 0 ) );
-   pathStatusInfo_->refreshNeededIs( true );
+   pathStatusInfo_->refreshIs( refreshReasonConfigChanged
+                               | ( isExplicit ? refreshReasonExplicit : 0 ) );
 }
 
 }

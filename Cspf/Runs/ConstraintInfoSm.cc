@@ -9,6 +9,7 @@
 
 #include "Cspf/Runs/ConstraintInfoSm.h"
 
+#include "Cspf/Runs/PathAnswer.h"
 #include "Cspf/Runs/Run.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Metrics/Metrics.h"
@@ -267,18 +268,6 @@ stitched( const InternalPathConstraint & c ) {
    return c.noSpf() && ( c.includeHops() > 0 || c.includeHopAllExplicit() );
 }
 
-/// What is in use of a path: what its client was told, of a segment that of the whole path. A
-/// segment of a path that has none yet keeps to its own last result.
-CspfOldPath
-oldPath( const PathStatusInfo & path, const PathStatusCache & cache ) {
-   const PathInfoKey & key = path.pathInfoKey();
-   const PathStatus & published = path.cspfStatus()->pathStatus( key.clientPathKey() );
-   if ( published.paths() == 0 && key.internal() && cache.path() ) {
-      return { cache.path()->path(), cache.pathTeRouterId()->pathTeRouterId() };
-   }
-   return { published.pathList(), published.pathTeRouterIdList() };
-}
-
 /// The reason that the client reads where there is no path; empty where there is one.
 void
 setError( const PathStatusInfo & path, const std::string & error ) {
@@ -349,40 +338,14 @@ ConstraintInfoSm::updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData 
       return;
    }
    if ( !stitched( pathConstraint() ) ) {
-      const std::string error = fill( *path, cspfData.ptr(), *cache );
+      const std::string error =
+         cspfData                            ? fillPathStatusCache( *path, *cspfData, *cache )
+         : constraintInfo()->sourceMissing() ? noPath( *cache, "source not found in topology" )
+                                             : noPath( *cache, "no computation asked for, and no hops given" );
       cache->cspfDataIs( cspfData );
       setError( *path, error );
    }
    tellPath( *path, *cache );
-}
-
-/// Gives the reason why there is no path, or nothing.
-std::string
-ConstraintInfoSm::fill( const PathStatusInfo & path, const CspfData * cspfData,
-                        PathStatusCache & cache ) const {
-   const PathInfoKey & key = path.pathInfoKey();
-   const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
-   CspfPathResult result{ cache.path(), cache.pathSrlg(), cache.pathTeRouterId(),
-                          cache.includeIps() };
-   std::string error;
-   if ( !cspfData ) {
-      error = constraintInfo()->sourceMissing() ? "source not found in topology"
-                                                : "no computation asked for, and no hops given";
-   } else if ( !cspfData->routerWithTepHas( tep ) ) {
-      TRACE9( "no path found for tep " << key.pathKey().dst() );
-      error = "no path found for tep " + key.pathKey().dst().stringValue();
-   } else if ( !cspfData->fillHopByHopPathForTep(
-                  tep, [ & ]() { return oldPath( path, cache ); }, result ) ) {
-      error = "path to tep " + tep.stringValue() + " has too many hops";
-   }
-   if ( !error.empty() ) {
-      result.clear();
-   }
-   cache.pathIs( result.path );
-   cache.pathSrlgIs( result.pathSrlg );
-   cache.pathTeRouterIdIs( result.pathTeRouterId );
-   cache.includeIpsIs( result.includeIps );
-   return error;
 }
 
 void

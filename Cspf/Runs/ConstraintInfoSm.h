@@ -117,8 +117,6 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
  private:
    void computeFrom( const NodeId & source );
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
-   std::string fill( const PathStatusInfo & path, const CspfData * cspfData,
-                     PathStatusCache & cache ) const;
    void tellPath( const PathStatusInfo & path, PathStatusCache & cache );
 };
 

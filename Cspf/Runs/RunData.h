@@ -127,6 +127,7 @@ class CspfData : public CspfRunInfo {
    CspfVertex routerWithTep( const Kivnet::IpGenAddr & tep ) const;
    bool shortestPathHas( CspfVertex router ) const { return tree_.reached( router ); }
    void fillAttributes( CspfPathResult & result ) const;
+   void fillLinks( CspfPathResult & result ) const;
    bool walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep,
                   const CspfOldPathOf & oldPath ) const;
    std::size_t choose( std::span< const CspfEdge > links, const Kivnet::IpGenAddr & tep,

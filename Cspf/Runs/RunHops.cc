@@ -10,6 +10,7 @@
 // otherwise, so that new paths spread.
 
 #include "Cspf/Graph/HopList.h"
+#include "Cspf/Hops/HopLinks.h"
 #include "Cspf/Runs/Run.h"
 #include "platform/Trace/Trace.h"
 
@@ -91,6 +92,24 @@ CspfData::fillAttributes( CspfPathResult & result ) const {
       result.pathTeRouterId, &PathTeRouterId::pathTeRouterId, hops_,
       [ & ]( const auto & old, const Hop & hop ) { return old == router( hop ); }, router );
    result.clearIncludeIps();
+   fillLinks( result );
+}
+
+void
+CspfData::fillLinks( CspfPathResult & result ) const {
+   if ( view_->constraint().bandwidth() == 0 ) {
+      result.pathAsTopoDbLinks = nullptr;
+      return;
+   }
+   std::vector< CspfPathHop > hops;
+   for ( const Hop & hop : hops_ ) {
+      hops.push_back( { hop.link, hop.arrival == hop.link ? noEdge : hop.arrival,
+                        teRouterIdOfNexthopOnLink( hop.arrival ) } );
+   }
+   const auto links = pathAsTopoDbLinks( view_->topoGraph(), hops );
+   if ( !result.pathAsTopoDbLinks || !( *result.pathAsTopoDbLinks == *links ) ) {
+      result.pathAsTopoDbLinks = links;
+   }
 }
 
 /// The hops to the router, in `hops_`. Gives false where there are too many.

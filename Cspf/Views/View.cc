@@ -266,6 +266,12 @@ AllTopoDbView::teRouterIdOfNodeWithTep( const Kivnet::IpGenAddr & tep ) const {
    return ids.empty() ? Kivnet::IpGenAddr() : ids.front();
 }
 
+bool
+AllTopoDbView::hasTep( const Kivnet::IpGenAddr & teRouterId, const Kivnet::IpGenAddr & tep ) const {
+   const auto ids = allTopoDbStatus_->teRouterIdsOfTep( tep );
+   return tep == teRouterId || std::ranges::find( ids, teRouterId ) != ids.end();
+}
+
 NodeId
 AllTopoDbView::getOurSourceId() const {
    return allTopoDbStatus_->sourceId( constraint_.pathComputationType() );

@@ -83,6 +83,8 @@ class AllTopoDbView : public Lum::Entity {
    /// TE router id of the router with that tunnel end point (the first, where there are several);
    /// unset where there is none.
    Kivnet::IpGenAddr teRouterIdOfNodeWithTep( const Kivnet::IpGenAddr & tep ) const;
+   /// Whether the router with that TE router id has that tunnel end point; its own id is one.
+   bool hasTep( const Kivnet::IpGenAddr & teRouterId, const Kivnet::IpGenAddr & tep ) const;
    /// The node that this type of computation starts from in this VRF.
    NodeId getOurSourceId() const;
 

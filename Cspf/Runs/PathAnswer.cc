@@ -1,0 +1,95 @@
+// From a run to the answer for one of its paths. At a choice among equals the answer keeps to what is
+// in use: to what the client was told; a segment to its own part of that, since a path that is put
+// together may meet a router several times, and go on from it differently each time.
+
+#include "Cspf/Runs/PathAnswer.h"
+
+#include "Cspf/Records/Segments.h"
+#include "platform/Trace/Trace.h"
+
+namespace Cspf {
+
+namespace {
+
+CspfOldPath
+part( std::span< const Kivnet::IpGenAddr > hops, std::span< const Kivnet::IpGenAddr > routers,
+      const HopRange & range ) {
+   return { hops.subspan( range.first, range.count ), routers.subspan( range.first, range.count ) };
+}
+
+/// A segment of a path that has none yet keeps to its own last result.
+CspfOldPath
+oldPath( const PathStatusInfo & path, const PathStatusCache & cache, const NodeId & ownSource ) {
+   const PathInfoKey & key = path.pathInfoKey();
+   const PathStatus & published = path.cspfStatus()->pathStatus( key.clientPathKey() );
+   if ( published.paths() == 0 && key.internal() && cache.path() ) {
+      return { cache.path()->path(), cache.pathTeRouterId()->pathTeRouterId() };
+   }
+   if ( key.internal() && published.paths() == published.pathTeRouterIds() ) {
+      if ( const auto range = publishedSegment( published, ownSource.ipAddress(), key ) ) {
+         return part( published.pathList(), published.pathTeRouterIdList(), *range );
+      }
+   }
+   return { published.pathList(), published.pathTeRouterIdList() };
+}
+
+void
+resultIs( PathStatusCache & cache, const CspfPathResult & result ) {
+   cache.pathIs( result.path );
+   cache.pathSrlgIs( result.pathSrlg );
+   cache.pathTeRouterIdIs( result.pathTeRouterId );
+   cache.includeIpsIs( result.includeIps );
+   cache.pathAsTopoDbLinksIs( result.pathAsTopoDbLinks );
+}
+
+CspfPathResult
+result( const PathStatusCache & cache ) {
+   return { cache.path(), cache.pathSrlg(), cache.pathTeRouterId(), cache.includeIps(),
+            cache.pathAsTopoDbLinks() };
+}
+
+}
+
+std::string
+fillPathStatusCache( const PathStatusInfo & path, const CspfData & cspfData,
+                     PathStatusCache & cache ) {
+   const PathInfoKey & key = path.pathInfoKey();
+   const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
+   if ( !cspfData.routerWithTepHas( tep ) ) {
+      TRACE9( "no path found for tep " << key.pathKey().dst() );
+      return noPath( cache, "no path found for tep " + key.pathKey().dst().stringValue() );
+   }
+   CspfPathResult answer = result( cache );
+   const auto old = [ & ]() { return oldPath( path, cache, cspfData.view().getOurSourceId() ); };
+   if ( !cspfData.fillHopByHopPathForTep( tep, old, answer ) ) {
+      return noPath( cache, "path to tep " + tep.stringValue() + " has too many hops" );
+   }
+   resultIs( cache, answer );
+   return {};
+}
+
+std::string
+noPath( PathStatusCache & cache, std::string reason ) {
+   CspfPathResult none = result( cache );
+   none.clear();
+   resultIs( cache, none );
+   return reason;
+}
+
+Lum::Ptr< const PathStatusCache >
+computeFrom( const NodeId & source, const PathStatusInfo & path,
+             const Lum::Ptr< const AllTopoDbView > & view, CspfRunMemory & memory ) {
+   const auto cspfData = Lum::make< CspfData >();
+   cspfData->sourceIs( source );
+   cspfData->useTeMetricIs( true );
+   cspfData->buildReverseSptIs( view->constraint().reversePath() );
+   cspfData->tepIs( path.pathInfoKey().pathKey().dst().ipAddress() );
+   const CspfRun run( memory, *cspfData, view );
+   auto cache = Lum::make< PathStatusCache >( path.pathInfoKey() );
+   fillPathStatusCache( path, *cspfData, *cache );
+   memory.reclaim( *cspfData );
+   cache->cspfDataIs( cspfData );
+   return cache;
+}
+
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "Cspf/Records/PathRows.h"
+#include "Cspf/Runs/Run.h"
+
+namespace Cspf {
+
+/// Puts what a run found for a path into the path's cache: its hops, or none. Gives the reason why
+/// there are none, "" where there are. REQUIRES: the data has its tree.
+std::string fillPathStatusCache( const PathStatusInfo & path, const CspfData & cspfData,
+                                 PathStatusCache & cache );
+/// Puts the answer "no hops" there. Gives the reason back.
+std::string noPath( PathStatusCache & cache, std::string reason );
+
+/// The answer for one path alone, computed from that node in place of the constraint's own source.
+/// O(edges + vertices).
+Lum::Ptr< const PathStatusCache > computeFrom( const NodeId & source, const PathStatusInfo & path,
+                                               const Lum::Ptr< const AllTopoDbView > & view,
+                                               CspfRunMemory & memory );
+
+}
