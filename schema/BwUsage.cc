@@ -1,6 +1,7 @@
 // Accounts of reserved bandwidth. Reservations of one user on one link do not add up: the user
 // holds the largest of them, at every priority equal to or worse than the one at which it was
-// made. A value stands in a priority's set once, however many paths made it.
+// made. A value stands in a priority's set once, however many paths made it. Every change is told
+// once, when all of it is done: whoever hears of it may reserve and release.
 
 #include "schema/BwUsage.h"
 
@@ -21,17 +22,21 @@ BwUsage::maxReservedBandwidth( BwPriority p ) const {
 void
 BwUsageTable::addBwUsageEntry( const BwUsageKey & key, BwPriority priority,
                                std::uint64_t bandwidth ) {
-   if ( !bandwidthUsageHas( key ) ) {
-      bandwidthUsageIs( key, Lum::make< BwUsage >() );
+   Lum::Ptr< BwUsage > usage = bandwidthUsage( key );
+   const bool fresh = !usage;
+   if ( fresh ) {
+      usage = Lum::make< BwUsage >();
    }
-   const auto usage = bandwidthUsage( key );
-   if ( !usage->reservedBandwidthPerPriorityHas( priority.value() ) ) {
-      auto perPriority = Lum::make< BwUsagePerPriority >();
+   if ( const auto perPriority = usage->reservedBandwidthPerPriority( priority.value() ) ) {
       perPriority->bandwidthIs( bandwidth, true );
-      usage->reservedBandwidthPerPriorityIs( priority.value(), perPriority );
-      return;
+   } else {
+      const auto first = Lum::make< BwUsagePerPriority >();
+      first->bandwidthIs( bandwidth, true );
+      usage->reservedBandwidthPerPriorityIs( priority.value(), first );
    }
-   usage->reservedBandwidthPerPriority( priority.value() )->bandwidthIs( bandwidth, true );
+   if ( fresh ) {
+      bandwidthUsageIs( key, usage );
+   }
 }
 
 void
@@ -42,11 +47,11 @@ BwUsageTable::delBwUsageEntry( const BwUsageKey & key, BwPriority priority,
    const auto reservedBandwidthPerPriority =
       bwUsage->reservedBandwidthPerPriority( priority.value() );
    LUM_ASSERT( reservedBandwidthPerPriority );
-   reservedBandwidthPerPriority->bandwidthDel( bandwidth );
-   if ( reservedBandwidthPerPriority->bandwidths() == 0 ) {
+   if ( reservedBandwidthPerPriority->bandwidths() > 1 ) {
+      reservedBandwidthPerPriority->bandwidthDel( bandwidth );
+   } else if ( bwUsage->reservedBandwidthPerPrioritys() > 1 ) {
       bwUsage->reservedBandwidthPerPriorityDel( priority.value() );
-   }
-   if ( bwUsage->reservedBandwidthPerPrioritys() == 0 ) {
+   } else {
       bandwidthUsageDel( key );
    }
 }

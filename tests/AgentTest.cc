@@ -373,10 +373,10 @@ TEST( Agent, ATopologyStandsWhileOneOfItsAnnouncementsIsReady ) {
    lab.request( "cli", "p", "B" );
    lab.settle();
    ASSERT_EQ( lab.path( "cli", "p" ), "A B" );
-   const auto & dir = "routing/topoDbExport/";
-   const auto first = lab.state().entity( dir + lab.state().list( dir ).front() );
-   const auto original = Lum::cast< ExportPath >( first );
-   const auto again = lab.state().entityIs< ExportPath >( std::string( dir ) + "again" );
+   const auto dir = Lum::cast< Lum::Dir >( lab.state().entity( "routing/topoDbExport" ) );
+   ASSERT_EQ( dir->entitys(), 1u );
+   const auto original = Lum::cast< ExportPath >( dir->entityColl().begin()->second );
+   const auto again = lab.state().entityIs< ExportPath >( "routing/topoDbExport/again" );
    const auto announcementIs = [ & ]( const Lum::Ptr< ExportPath > & path ) {
       path->igpSourceIs( original->igpSource() );
       path->number1Is( original->number1() );

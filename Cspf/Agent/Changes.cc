@@ -39,22 +39,30 @@ VrfRootSm::updateConstraintTopoChanged() {
 void
 VrfRootSm::handleConstraintTopoInfoUpdaterTask() {
    TRACE7( "Updating topoChangedAt for constraints" );
+   const auto alive = keptAlive();  // whoever reads reservations may end the VRF's last service
    doUpdatePathBwUsages();
+   if ( isRetired() ) {
+      return;
+   }
    updateTopoInfoChangedAt( []( const InternalPathConstraint & ) { return true; } );
 }
 
 /// A link may have another name now. What is a path's own must be known before it is judged.
 void
 VrfRootSm::doUpdatePathBwUsages() {
+   std::vector< Lum::Ptr< PathUsageSm > > usages;  // a path that is told may go, and take others along
    for ( const auto & [ user, handles ] : constraintsOfUser_ ) {
       for ( const ConstraintHandle & handle : handles ) {
          for ( const auto & [ key, uses ] :
                vrfRoot_->constraintInfoTable()->constraintInfo( handle )->pathColl() ) {
             if ( const auto & usage = vrfRoot_->pathUsageSm( key ) ) {
-               usage->handleTopoChanged();
+               usages.push_back( usage );
             }
          }
       }
+   }
+   for ( const auto & usage : usages ) {
+      usage->handleTopoChanged();
    }
 }
 

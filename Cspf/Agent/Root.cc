@@ -72,6 +72,8 @@ void
 CspfRoot::vrfActiveDel( const L3::VrfName & vrf ) {
    TRACE7( " Deleting active VRF: " << vrf );
    vrfRootSmDel( vrf );
+   endedVrfRoots_.push_back( vrfRoot( vrf ) );  // its machines may be at work further down
+   endedVrfRootsTask_.schedule();
    vrfRootDel( vrf );
    allClientInfo()->pathConfigInfoTableDel( vrf );
    allClientInfo()->pathStatusInfoTableDel( vrf );

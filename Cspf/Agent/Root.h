@@ -4,6 +4,7 @@
 #include "Cspf/Clients/ClientInfo.h"
 #include "Cspf/Topology/Store.h"
 #include "platform/Corvdb/EntityManager.h"
+#include "platform/Kiv/TaskScheduler.h"
 #include "platform/Lum/Dir.h"
 
 namespace Cspf {
@@ -68,6 +69,9 @@ class CspfRoot : public Lum::Entity {
    const Lum::Ptr< Kiv::TaskScheduler > taskScheduler_;
    const Lum::Ptr< const TrafficEngineering::Status > teStatus_;
    const Lum::Ptr< AllTopoDbDir > allTopoDbDir_;
+   std::vector< Lum::Ptr< VrfRoot > > endedVrfRoots_;  // of this turn
+   Kiv::Task endedVrfRootsTask_{ taskScheduler_, std::string( "endedVrfRootsTask-" ) + text( af_ ),
+                                 [ this ]() { endedVrfRoots_.clear(); } };
 };
 
 }

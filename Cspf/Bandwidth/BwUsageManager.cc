@@ -93,25 +93,25 @@ BwUsageManager::updateReservedBandwidth( const BwUsageKey & key, BwPriority prio
 void
 BwUsageManager::handleReserved( const BwUsageDeduped & reservation ) {
    const BwUsageKey & key = reservation.bwUsageKey();
-   bwUsageTable_->addBwUsageEntry( key, reservation.priority(), reservation.bandwidth() );
    User & user = users_[ key.bwUsageId() ];
-   user.links.insert( key.link() );
+   ++user.links[ key.link() ];
    user.lastChange = ++changes_;
+   bwUsageTable_->addBwUsageEntry( key, reservation.priority(), reservation.bandwidth() );
 }
 
 void
 BwUsageManager::handleReleased( const BwUsageDeduped & reservation ) {
    const BwUsageKey & key = reservation.bwUsageKey();
-   bwUsageTable_->delBwUsageEntry( key, reservation.priority(), reservation.bandwidth() );
    const auto user = users_.find( key.bwUsageId() );
+   const auto link = user->second.links.find( key.link() );
    user->second.lastChange = ++changes_;
-   if ( bwUsageTable_->bandwidthUsageHas( key ) ) {
-      return;
+   if ( --link->second == 0 ) {
+      user->second.links.erase( link );
    }
-   user->second.links.erase( key.link() );
    if ( user->second.links.empty() ) {
       users_.erase( user );
    }
+   bwUsageTable_->delBwUsageEntry( key, reservation.priority(), reservation.bandwidth() );
 }
 
 std::uint64_t
@@ -141,9 +141,9 @@ BwUsageManager::forEachOwnReservation(
    if ( at == users_.end() ) {
       return;
    }
-   for ( const AllTopoNeighborKey & link : at->second.links ) {
-      const std::uint64_t own =
-         bwUsageTable_->bandwidthUsage( { link, user } )->maxReservedBandwidth( priority );
+   for ( const auto & [ link, reservations ] : at->second.links ) {
+      const auto & usage = bwUsageTable_->bandwidthUsage( { link, user } );
+      const std::uint64_t own = usage ? usage->maxReservedBandwidth( priority ) : 0;
       if ( own > 0 ) {
          visit( link, own );
       }

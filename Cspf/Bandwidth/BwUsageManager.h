@@ -5,7 +5,7 @@
 #include "platform/Kiv/NumAllocator.h"
 
 #include <functional>
-#include <set>
+#include <map>
 
 namespace Kiv {
 class DumpContext;
@@ -75,7 +75,7 @@ class BwUsageManager : public Lum::Entity {
    void handleReserved( const BwUsageDeduped & reservation );
    void handleReleased( const BwUsageDeduped & reservation );
    struct User {
-      std::set< AllTopoNeighborKey > links;
+      std::map< AllTopoNeighborKey, std::uint32_t > links;  // how many reservations on each
       std::uint64_t lastChange = 0;
    };
 

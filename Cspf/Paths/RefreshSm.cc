@@ -132,7 +132,9 @@ RsvpPathRefreshSm::doPathValidation() {
       if ( constraint.bwUsageId() ) {
          pathUsageSm_->handleValid( view.topoGraph(), validator.links() );
       }
-      publishPathMetadata( validator );
+      if ( !isRetired() ) {
+         publishPathMetadata( validator );
+      }
    } else {
       setRefreshNeededForLinkedPaths();
    }

@@ -247,7 +247,10 @@ PathStatusUpdateSm::requestCspf() {
            << key.traceString() << " with topoChanged "
            << static_cast< bool >( pathStatusInfo_->refreshReason() & refreshReasonTopoChanged )
            << " and newPath " << !pathStatusInfo_->cspfStatus()->pathStatusHas( key.pathKey() ) );
-   constraintInfoTable_->constraintInfo( pathStatusInfo_->constraint() )->cspfRequestCountInc();
+   const auto & constraintInfo =
+      constraintInfoTable_->constraintInfo( pathStatusInfo_->constraint() );
+   constraintInfo->waiting.insert( key );
+   constraintInfo->cspfRequestCountInc();
 }
 
 void

@@ -105,6 +105,9 @@ PathUsageSm::wasRefused() const {
 
 void
 PathUsageSm::doUpdatePathBwUsage() {
+   if ( isRetired() ) {
+      return;
+   }
    const auto & constraint = pathStatusInfo_->constraint();
    if ( !constraint ) {
       TRACE8( "path constraint not set yet" );
@@ -148,7 +151,7 @@ PathUsageSm::linksAre( const PathArray::Hops & hops,
 
 void
 PathUsageSm::handleTopoChanged() {
-   if ( links_
+   if ( !isRetired() && pathStatusInfo_->constraint() && links_
         && !routers_.unchanged( topology_.allTopoDbStatus->teGraph().graph(),
                                 memory_.hopAddresses() ) ) {
       followLinks();

@@ -8,6 +8,7 @@
 #include "schema/CspfClient.h"
 #include "schema/CspfStatus.h"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -155,6 +156,8 @@ class ConstraintInfo : public Lum::Entity {
    LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfRunInfo > );  ///< the last run
    LUM_ATTRIBUTE( sourceMissing, bool );
    LUM_ATTRIBUTE( constraintMissingInTopo, bool );
+   /// The paths that asked since the last run.
+   std::set< PathInfoKey > waiting;
 
    /// The constraint; it outlives this row, which goes when its last user lets it go.
    const DedupConstraint & constraint() const noexcept { return constraint_; }

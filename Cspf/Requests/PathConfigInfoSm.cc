@@ -147,9 +147,12 @@ PathConfigInfoSm::handleChangeCount() {
       return;
    }
    const Lum::Ptr< DedupConstraint > oldConstraint = pathStatusInfo_->constraint();
+   const std::uint32_t seen = changeCount();
    pathStatusInfo_->constraintIs(
       context_.dedupConstraintTable->dedup( withBwUsageId( derived ) ) );
-   requestRefresh( refreshReqSeq, oldConstraint != pathStatusInfo_->constraint() );
+   if ( !isRetired() && changeCount() == seen ) {  // whoever read of reservations may have asked anew
+      requestRefresh( refreshReqSeq, oldConstraint != pathStatusInfo_->constraint() );
+   }
 }
 
 /// A request that cannot be met has no constraint, holds nothing, and is answered at once.

@@ -68,6 +68,9 @@ class PathConfigInfoSm : public Lum::Reactor {
                                              const InternalPathConstraint & newConstraint );
 
  private:
+   std::uint32_t changeCount() const {
+      return pathConfigInfo_->configChangeCount() + pathConfigInfo_->derivedConfigChangeCount();
+   }
    InternalPathConstraint withBwUsageId( const InternalPathConstraint & derived );
    InternalPathConstraint withUserOf( const PathInfoKey & parent,
                                       InternalPathConstraint constraint ) const;

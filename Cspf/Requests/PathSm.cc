@@ -58,6 +58,16 @@ PathSmBase::PathSmBase( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
      pathConfigInfoTable_( pathConfigInfoTable ),
      pathStatusInfoTable_( pathStatusInfoTable ) {}
 
+PathSmBase::Handling::Handling( PathSmBase & owner, const PathKey & pathKey )
+   : owner_( owner ),
+     outer_( owner.handling_ ),
+     pathKey_( pathKey ) {
+   for ( Handling * other = outer_; other; other = other->outer_ ) {
+      other->isVoid_ |= other->pathKey_ == pathKey;
+   }
+   owner_.handling_ = this;
+}
+
 void
 PathSmBase::handleInitialized() {
    LUM_WATCH_KEYS( cspfStatus_, pathStatus, handlePathUsage );
@@ -137,6 +147,10 @@ PathSmBase::deleteRows( const PathInfoKey & key ) {
 
 void
 PathSm::handleCspfConfig( const PathKey & pathKey ) {
+   const Handling handling( *this, pathKey );
+   if ( handling.isVoid() ) {
+      return;
+   }
    if ( !cspfConfig()->pathConfigHas( pathKey ) ) {
       doCleanupPathInfoKeyEntries( pathKey );
       return;
@@ -146,12 +160,18 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
    if ( !held->isSame( *wanted ) ) {
       doDeleteUnwanted( *held, *wanted );
    }
-   addOrUpdatePathInfoKey( wanted->parentPathInfoKey() );
-   for ( const auto & [ index, child ] : wanted->childPathInfoKeyColl() ) {
-      addOrUpdateChildPathInfoKey( wanted->parentPathInfoKey(),
-                                   static_cast< std::uint8_t >( index ), child );
+   if ( !handling.isVoid() ) {
+      addOrUpdatePathInfoKey( wanted->parentPathInfoKey() );
    }
-   doCheckPathUsageAndUpdate( pathKey );
+   for ( const auto & [ index, child ] : wanted->childPathInfoKeyColl() ) {
+      if ( !handling.isVoid() ) {
+         addOrUpdateChildPathInfoKey( wanted->parentPathInfoKey(),
+                                      static_cast< std::uint8_t >( index ), child );
+      }
+   }
+   if ( !handling.isVoid() ) {
+      doCheckPathUsageAndUpdate( pathKey );
+   }
 }
 
 /// What is published of a path stays while its key is replaced.

@@ -76,6 +76,23 @@ class PathSmBase : public Lum::Reactor {
    void addRows( const PathInfoKey & key );
    void deleteRows( const PathInfoKey & key );
 
+   /// The handling of one path's request. Who reads what it leads to may change the request again,
+   /// or end the service, inside of it; that is then handled first, and this handling is void.
+   class Handling {
+    public:
+      Handling( PathSmBase & owner, const PathKey & pathKey );
+      ~Handling() { owner_.handling_ = outer_; }
+      Handling( const Handling & ) = delete;
+      Handling & operator=( const Handling & ) = delete;
+      bool isVoid() const { return isVoid_ || owner_.isRetired(); }
+
+    private:
+      PathSmBase & owner_;
+      Handling * const outer_;
+      const PathKey pathKey_;
+      bool isVoid_ = false;
+   };
+
  private:
    void dumpPathConfig( const PathConfig & config, Kiv::DumpContext & context, int indent ) const;
    void dumpPathStatus( const PathStatus & status, Kiv::DumpContext & context, int indent ) const;
@@ -89,6 +106,7 @@ class PathSmBase : public Lum::Reactor {
    const Lum::Ptr< Status > cspfStatus_;
    const Lum::Ptr< PathConfigInfoTable > pathConfigInfoTable_;
    const Lum::Ptr< PathStatusInfoTable > pathStatusInfoTable_;
+   Handling * handling_ = nullptr;  // the innermost
 };
 
 /// Ordinary paths. A path without explicit hops is one key with the modifier `noChange`. A path

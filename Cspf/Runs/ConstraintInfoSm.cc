@@ -142,6 +142,9 @@ ConstraintInfoSmBase::timerTaskDel() {
 
 void
 ConstraintInfoSmBase::backoffTimerTask() {
+   if ( isRetired() ) {
+      return;
+   }
    constraintStats_->cspfScheduledIs( false );
    startTimer();
    TRACE8( "CSPF backoff timer started for constraint: " << constraintText() << " with delay "
@@ -181,6 +184,7 @@ ConstraintInfoSmBase::stopUnlessScheduled() {
 void
 ConstraintInfoSmBase::handlePathUpdate( const PathInfoKey & key ) {
    if ( !constraintInfo_->pathHas( key ) ) {
+      constraintInfo_->waiting.erase( key );
       clearCspfData( key );
    }
 }
@@ -215,13 +219,16 @@ ConstraintInfoSmBase::sourceInTopology( const NodeId & source ) const {
 /// Changes of one instant carry stamps ahead of the clock, and reach the row only later.
 Lum::Seconds
 ConstraintInfoSmBase::seenUntil() const {
+   return std::max( Lum::now(), changedAt() );
+}
+
+Lum::Seconds
+ConstraintInfoSmBase::changedAt() const {
    const AllTopoDbStatus & status = *view_->allTopoDbStatus();
    const PathComputationType type = pathConstraint().pathComputationType();
-   const Lum::Seconds changedAt =
-      status.vrfSourceId()->vrfClientSourceIdHas( type )
-         ? status.topoInfoChangedAt( type, pathConstraint().bwUsageId() )
-         : constraintInfo_->topoInfoChangedAt();
-   return std::max( Lum::now(), changedAt );
+   return status.vrfSourceId()->vrfClientSourceIdHas( type )
+             ? status.topoInfoChangedAt( type, pathConstraint().bwUsageId() )
+             : constraintInfo_->topoInfoChangedAt();
 }
 
 void
@@ -294,38 +301,54 @@ ConstraintInfoSm::handleThrottleTimeout() {
                || pathConstraint.sourceType() == pathSegmentSource() );
    const NodeId source = view()->spfRoot();
    constraintInfo()->sourceMissingIs( !sourceInTopology( source ) );
+   const std::vector< PathInfoKey > paths = pathsToAnswer( source );
    if ( constraintInfo()->sourceMissing() ) {
       TRACE7( "Source not found in topoId " << pathConstraint.topoId() );
-      updatePathStatusCache( nullptr );
+      updatePathStatusCache( nullptr, paths );
    } else if ( pathConstraint.noSpf() ) {
       constraintStats()->cspfLastRanAtIs( seenUntil() );
-      updatePathStatusCache( nullptr );
+      updatePathStatusCache( nullptr, paths );
    } else {
-      computeFrom( source );
+      computeFrom( source, paths );
    }
    backoffTimerTask();
 }
 
+/// Those that asked where nothing has changed since all were answered, else all. A path more must
+/// not cost a walk over the others.
+std::vector< PathInfoKey >
+ConstraintInfoSm::pathsToAnswer( const NodeId & source ) {
+   const auto waiting = std::exchange( constraintInfo()->waiting, {} );
+   const NodeId from = constraintInfo()->sourceMissing() ? NodeId() : source;
+   const bool fresh = std::exchange( answeredFrom_, from ) == from && from
+                      && changedAt() <= constraintStats()->cspfLastRanAt();
+   return fresh ? std::vector< PathInfoKey >( waiting.begin(), waiting.end() )
+                : Lum::sortedKeys( constraintInfo()->pathColl() );
+}
+
 void
-ConstraintInfoSm::computeFrom( const NodeId & source ) {
+ConstraintInfoSm::computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths ) {
    const auto cspfData = Lum::make< CspfData >();
    cspfData->sourceIs( source );
    cspfData->useTeMetricIs( true );
    cspfData->buildReverseSptIs( pathConstraint().reversePath() );
-   for ( const auto & [ key, uses ] : constraintInfo()->pathColl() ) {
+   for ( const PathInfoKey & key : paths ) {
       const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
       TRACE9( "adding " << tep << " to CspfData::tep collection" );
       cspfData->tepIs( tep );
    }
    runCspf( cspfData );
-   updatePathStatusCache( cspfData );
+   updatePathStatusCache( cspfData, paths );
    context().runMemory.reclaim( *cspfData );
 }
 
 void
-ConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData ) {
-   for ( const PathInfoKey & key : Lum::sortedKeys( constraintInfo()->pathColl() ) ) {
-      updatePath( key, cspfData );
+ConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData,
+                                         const std::vector< PathInfoKey > & paths ) {
+   for ( const PathInfoKey & key : paths ) {
+      if ( constraintInfo()->pathHas( key ) ) {  // whoever reads one answer may change the others
+         updatePath( key, cspfData );
+      }
    }
 }
 
@@ -343,6 +366,9 @@ ConstraintInfoSm::updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData 
          : constraintInfo()->sourceMissing() ? noPath( *cache, "source not found in topology" )
                                              : noPath( *cache, "no computation asked for, and no hops given" );
       cache->cspfDataIs( cspfData );
+      if ( pathStatusInfo( key ) != path ) {
+         return;
+      }
       setError( *path, error );
    }
    tellPath( *path, *cache );

@@ -78,6 +78,8 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    void runCspf( const Lum::Ptr< CspfData > & cspfData );
    /// The time up to which the constraint's changes are in the topology as it stands; seconds.
    Lum::Seconds seenUntil() const;
+   /// The last of these changes; seconds.
+   Lum::Seconds changedAt() const;
    /// The rows of a path; null while it has none.
    Lum::Ptr< PathStatusCache > pathStatusCache( const PathInfoKey & key ) const;
    Lum::Ptr< const PathStatusInfo > pathStatusInfo( const PathInfoKey & key ) const;
@@ -111,13 +113,18 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
    using ConstraintInfoSmBase::ConstraintInfoSmBase;
 
    void handleThrottleTimeout() override;
-   /// Hands the results of a run to the constraint's paths; null: there was nothing to run.
-   void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData );
+   /// Hands the results of a run to these of the constraint's paths; null: there was nothing to
+   /// run.
+   void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData,
+                               const std::vector< PathInfoKey > & paths );
 
  private:
-   void computeFrom( const NodeId & source );
+   std::vector< PathInfoKey > pathsToAnswer( const NodeId & source );
+   void computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths );
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
    void tellPath( const PathStatusInfo & path, PathStatusCache & cache );
+
+   NodeId answeredFrom_;  // all paths, at the last run; unset: they were not
 };
 
 }

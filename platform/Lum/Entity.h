@@ -96,6 +96,7 @@ class Entity {
    mutable AttributeList * lists_ = nullptr;
    mutable std::uint32_t references_ = 0;
    bool started_ = false;
+   bool retired_ = false;  // a Reactor's; here it takes no room
 
    template< class T >
    friend void start( const Ptr< T > & object );
@@ -121,6 +122,9 @@ class Reactor : public Entity {
    virtual void handleInitialized() {}
    /// Runs once before the owner drops the state machine: it undoes what it did to others.
    virtual void doPrepareToDie() {}
+   /// Its owner has let it go (`retire`). It lives on until those who are inside of it return.
+   bool isRetired() const noexcept { return retired_; }
+   void retiredIs() noexcept { retired_ = true; }
 
    /// Ends all subscriptions to attributes of `entity`.
    void unwatch( const Entity & entity );
@@ -201,6 +205,9 @@ retire( Ptr< T > & child ) {
    const Ptr< T > dying = std::move( child );
    if ( !dying ) {
       return;
+   }
+   if constexpr ( requires { dying->retiredIs(); } ) {
+      dying->retiredIs();
    }
    if constexpr ( requires { dying->doPrepareToDie(); } ) {
       dying->doPrepareToDie();
