@@ -4,6 +4,7 @@
 #include "tests/Lab.h"
 #include "tests/LabOracle.h"
 #include "tests/RandomLab.h"
+#include "tests/TopoStore.h"
 #include "tools/lab/LabOutput.h"
 
 #include "Cspf/Agent/Agent.h"
@@ -418,4 +419,93 @@ TEST( Bandwidth, LocalIdsComeBackAndDoNotRunOut ) {
    }
    EXPECT_DEATH( lab.request( "cli", "t", "B", wanted( 1 ) ),
                  "newLocalId64 != bwUsageLocalIdAllocator\\(\\)->invalidNumber\\(\\)" );
+}
+
+// ---- Which link is held ----
+
+namespace {
+
+/// Links with what is held of them, by router names and link ids: "A-B#1 60".
+std::multiset< std::string >
+heldLinks( TestLab & lab ) {
+   std::multiset< std::string > links;
+   for ( const auto & [ key, usage ] : accountsOf( lab )->bandwidthUsageColl() ) {
+      const auto & link = key.link().neighborKey();
+      const std::string from = link.routerId().stringValue(), to = link.neighborId().stringValue();
+      links.insert( std::string( 1, static_cast< char >( 'A' + from[ 13 ] - '1' ) ) + "-"
+                    + static_cast< char >( 'A' + to[ 13 ] - '1' ) + " "
+                    + std::to_string( usage->maxReservedBandwidth( Cspf::BwPriority( 7 ) ) ) );
+   }
+   return links;
+}
+
+}
+
+TEST( Bandwidth, IsHeldOnEveryLinkOfAPathThatGoesThereAndBack ) {
+   TestLab lab( "A -10{bw 50}- B" );
+   const auto hop = []( const char * addr ) { return Json{ { "addr", addr }, { "loose", false } }; };
+   lab.request( "rsvp", "p", "B",
+                { { "bandwidth", 50 },
+                  { "includeHop", { hop( "10.0.0.2" ), hop( "10.0.0.1" ), hop( "10.0.0.2" ) } } } );
+   lab.settle();
+   EXPECT_EQ( heldLinks( lab ), ( std::multiset< std::string >{ "A-B 50", "B-A 50" } ) );
+   lab.link( "A-B", { { "unreserved", 0 } } );
+   lab.link( "A-B", { { "metric", 11 } } );
+   lab.settle();
+   EXPECT_EQ( lab.error( "rsvp", "p" ), "" );
+}
+
+TEST( Bandwidth, StandsOnTheParallelLinkThatWasComputed ) {
+   TestLab lab( "A -10{bw 20}- B; A -10{bw 100}- B" );
+   const auto table = Lum::cast< Routing::Topology::TopoDb >(
+      lab.tables().table( "routing/isis/topodb/ip/2/default" ) );
+   const auto unreserved = [ & ]( const Cspf::AllTopoNeighborKey & link ) {
+      return table->neighbor( link.neighborKey() ).unreservedBandwidth()[ 0 ];
+   };
+   for ( const auto & key : Lum::sortedKeys( table->neighborColl() ) ) {
+      auto neighbor = table->neighbor( key );  // borrowed addresses at both ends
+      const bool fromA = key.routerId().stringValue() == "0000.0000.0001";
+      neighbor.interfaceAddrIs( 0, Cspf::ip( fromA ? "10.200.0.1" : "10.200.0.2" ) );
+      neighbor.neighborAddrIs( 0, Cspf::ip( fromA ? "10.200.0.2" : "10.200.0.1" ) );
+      table->neighborIs( key, neighbor );
+   }
+   lab.settle();
+   const auto config =
+      Lum::cast< Cspf::Config >( lab.tables().table( "te/cspf/config/vrf/default/ipv4/rsvp" ) );
+   Cspf::PathConfig request;
+   request.pathKeyIs( { Cspf::Destination( Cspf::ip( "10.0.0.2" ) ), 1 } );
+   Cspf::PathConstraint constraint;
+   constraint.bandwidthIs( 60 );
+   request.constraintIs( constraint );
+   config->pathConfigIs( request );
+   lab.settle();
+   ASSERT_EQ( accountsOf( lab )->bandwidthUsages(), 1u );
+   const Cspf::AllTopoNeighborKey link =
+      accountsOf( lab )->bandwidthUsageColl().begin()->first.link();
+   EXPECT_EQ( unreserved( link ), 100 );
+
+   auto full = table->neighbor( link.neighborKey() );  // the IGP floods it; the path stays there
+   full.unreservedBandwidthIs( { 40, 40, 40, 40, 40, 40, 40, 40 } );
+   table->neighborIs( link.neighborKey(), full );
+   lab.settle();
+   ASSERT_EQ( accountsOf( lab )->bandwidthUsages(), 1u );
+   EXPECT_EQ( accountsOf( lab )->bandwidthUsageColl().begin()->first.link(), link );
+}
+
+TEST( Bandwidth, IsKeptWhileTheAddressOfAHopIsAway ) {
+   TestLab lab( "A -20{bw 100}- B -10{bw 100}- C; A -10{bw 100}- B" );
+   const std::string away = lab.document()[ "topologies" ][ "core" ][ "links" ][ "A-B" ][ "bAddr" ];
+   lab.request( "rsvp", "p", "C",
+                { { "bandwidth", 60 }, { "includeHop", { { { "addr", away }, { "loose", true } } } } } );
+   lab.settle();
+   const auto before = heldLinks( lab );
+   ASSERT_EQ( before.size(), 2u );
+   lab.down( "A-B" );
+   for ( int restart = 0; restart < 2; ++restart ) {
+      lab.settle();
+      lab.restart();
+   }
+   lab.settle();
+   EXPECT_EQ( heldLinks( lab ), before );
+   EXPECT_EQ( lab.error( "rsvp", "p" ), "" );
 }

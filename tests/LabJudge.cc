@@ -42,8 +42,8 @@ class Judge {
    }
 
    static bool plain( const Json & constraint ) {
-      for ( const char * field : { "includeHop", "includeHopAllExplicit", "bandwidth", "sourceType",
-                                   "reversePath", "noSpf" } ) {
+      for ( const char * field :
+            { "includeHopAllExplicit", "bandwidth", "sourceType", "noSpf" } ) {
          if ( constraint.contains( field ) ) {
             return false;
          }
@@ -65,7 +65,38 @@ class Judge {
       const Json constraint = path.value( "constraint", none_ );
       return !plain( constraint ) ? ""
              : status.is_null()   ? "no status"
-                                : hops( client == "cli" || fresh_, status, path, constraint, vrf );
+             : constraint.contains( "includeHop" )
+                ? explicitHops( client == "cli" || fresh_, status, path, constraint, vrf )
+                : hops( client == "cli" || fresh_, status, path, constraint, vrf );
+   }
+
+   /// A path that was put together holds, and one that follows its request passes the hops in order.
+   std::string explicitHops( bool follows, Json status, const Json & path, Json constraint,
+                             const std::string & vrf ) {
+      const Json hops = constraint[ "includeHop" ];
+      constraint.erase( "includeHop" );
+      status.erase( "pathSrlg" );
+      LabOracle & oracle = this->oracle( vrf );
+      if ( status.contains( "error" ) || status[ "path" ].empty() ) {
+         return "";  // what stands beside an error was for an earlier request
+      }
+      ++judgement_.paths;
+      std::string complaint;
+      const auto cost = oracle.walk( status, path[ "dst" ], constraint, complaint );
+      std::vector< std::string > routers{ oracle.source() };
+      for ( const Json & router : status[ "pathTeRouterId" ] ) {
+         routers.push_back( router );
+      }
+      std::size_t at = 0;
+      for ( const Json & hop : follows ? hops : Json::array() ) {
+         while ( at < routers.size() && !oracle.owns( routers[ at ], hop[ "addr" ] ) ) {
+            ++at;
+         }
+      }
+      return !cost                           ? complaint
+             : at == routers.size()          ? "it does not pass its hops"
+             : status[ "cost" ] != cost->metric ? "its cost is given as " + status[ "cost" ].dump()
+                                             : "";
    }
 
    std::string hops( bool isBest, Json status, const Json & path, const Json & constraint,

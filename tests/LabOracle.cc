@@ -39,16 +39,27 @@ direction( const Json & link, const char * key ) {
    return merged;
 }
 
+/// What the way costs to a path of that constraint.
+std::uint64_t
+step( const OracleEdge & edge, const Json & constraint ) {
+   return constraint.value( "reversePath", false ) ? edge.metricBack : edge.metric;
+}
+
 bool
 advertised( const Json & link, const char * key ) {
    return link.value( "up", true ) && ( !link.contains( key ) || link[ key ].is_object() );
 }
 
+std::uint64_t
+metricOf( const Json & attributes ) {
+   const bool te = attributes.contains( "teMetric" ) && !attributes[ "teMetric" ].is_null();
+   return te ? attributes[ "teMetric" ].get< std::uint64_t >()
+             : attributes.value( "metric", std::uint64_t( 10 ) );
+}
+
 void
 attributesOf( OracleEdge & edge, const Json & attributes ) {
-   const bool te = attributes.contains( "teMetric" ) && !attributes[ "teMetric" ].is_null();
-   edge.metric = te ? attributes[ "teMetric" ].get< std::uint64_t >()
-                    : attributes.value( "metric", std::uint64_t( 10 ) );
+   edge.metric = metricOf( attributes );
    edge.adminGroup = mask( attributes, "adminGroup" );
    edge.srlg = attributes.value( "srlg", std::vector< std::uint32_t >() );
    const Json unreserved =
@@ -141,8 +152,11 @@ LabOracle::addLink( const std::string & name, const Json & link ) {
       edge.nearAddrs = addressList( link, ( std::string( from ) + "Addr" ).c_str() );
       edge.farAddrs = addressList( link, ( std::string( to ) + "Addr" ).c_str() );
       edge.topology = topologyName_;
-      attributesOf( edge,
-                    direction( link, link.contains( way ) && link[ way ].is_object() ? way : "" ) );
+      const auto attributes = [ & ]( const char * key ) {
+         return direction( link, link.contains( key ) && link[ key ].is_object() ? key : "" );
+      };
+      attributesOf( edge, attributes( way ) );
+      edge.metricBack = metricOf( attributes( way == std::string( "ab" ) ? "ba" : "ab" ) );
       if ( router == self ) {
          intfSrlg_.try_emplace( edge.intf, edge.srlg );
       }
@@ -176,6 +190,7 @@ LabOracle::addLan( const std::string & name, const Json & lan ) {
       for ( const auto & [ farName, far ] : lan[ "members" ].items() ) {
          edge.to = te( farName );
          edge.farAddrs = addressList( far, "addr" );
+         edge.metricBack = metricOf( far );
          const bool attached = near.value( "attached", true ) && far.value( "attached", true );
          if ( attached && nearName != farName && !edge.from.empty() && !edge.to.empty() ) {
             edges_.push_back( edge );
@@ -247,8 +262,9 @@ LabOracle::allowed( const OracleEdge & edge, const Json & constraint ) {
       }
    }
    const std::string topology = constraint.value( "topoId", std::string() );
-   return ( topology.empty() || topology == edge.topology ) && edge.metric > 0
-          && edge.metric <= maximumLinkMetric;
+   const std::uint64_t metric = step( edge, constraint );
+   return ( topology.empty() || topology == edge.topology ) && metric > 0
+          && metric <= maximumLinkMetric;
 }
 
 std::optional< OracleCost >
@@ -262,7 +278,7 @@ LabOracle::cost( const std::string & dst, const Json & constraint ) {
             continue;
          }
          const OracleCost cost{ from->second.srlgs + conflicts( edge, constraint ),
-                                from->second.metric + edge.metric };
+                                from->second.metric + step( edge, constraint ) };
          const auto to = best.find( edge.to );
          if ( cost.metric <= maximumPathMetric && ( to == best.end() || cost < to->second ) ) {
             best[ edge.to ] = cost;
@@ -327,7 +343,7 @@ LabOracle::walk( const Json & status, const std::string & dst, const Json & cons
          return std::nullopt;
       }
       cost.srlgs += conflicts( hops[ i ], constraint );
-      cost.metric += hops[ i ].metric;
+      cost.metric += step( hops[ i ], constraint );
    }
    if ( length > 0 && !tunnelEnds_[ dst ].contains( hops.back().to ) ) {
       complaint = "the path ends at " + hops.back().to;

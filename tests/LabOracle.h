@@ -25,6 +25,7 @@ struct OracleEdge {
    std::string intf;  ///< at `from`
    std::vector< std::string > nearAddrs, farAddrs;
    std::uint64_t metric = 0;
+   std::uint64_t metricBack = 0;  ///< of the way back
    std::uint32_t adminGroup = 0;
    std::vector< std::uint32_t > srlg;
    std::array< double, 8 > unreserved{};  ///< by priority, bytes per second
@@ -51,6 +52,10 @@ class LabOracle {
    /// An empty path costs nothing. SRLGs are looked at where the status has "pathSrlg".
    std::optional< OracleCost > walk( const nlohmann::json & status, const std::string & dst,
                                      const nlohmann::json & constraint, std::string & complaint );
+   /// Whether the router has that address.
+   bool owns( const std::string & teRouterId, const std::string & address ) {
+      return tunnelEnds_[ address ].contains( teRouterId );
+   }
    /// The ways of the published hops, as far as they exist.
    std::vector< OracleEdge > hops( const nlohmann::json & status ) const;
    /// What the user of the next question holds of each link, by `OracleEdge::link`, at the priority

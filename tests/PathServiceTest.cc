@@ -35,7 +35,9 @@ essence( TestLab & lab ) {
    for ( const Json cli = outcome[ "clients" ].value( "cli", Json::object() );
          const auto & [ where, service ] : cli.items() ) {
       for ( const Json & path : service[ "pathStatus" ] ) {
-         essence[ "costs" ][ where ].push_back( { path[ "name" ], path[ "cost" ], path[ "dst" ] } );
+         const bool stands = !path.contains( "error" );  // else what it once was
+         essence[ "costs" ][ where ].push_back(
+            { path[ "name" ], stands ? path[ "cost" ] : Json( "error" ), path[ "dst" ] } );
       }
    }
    for ( Json & constraint : outcome[ "constraints" ] ) {
@@ -48,6 +50,39 @@ essence( TestLab & lab ) {
    essence[ "constraints" ] = outcome[ "constraints" ];
    essence[ "addresses" ] = outcome[ "intfIpToRouterId" ];
    return essence;
+}
+
+/// `--seeds=N` of the command line; else the default.
+unsigned
+seeds( unsigned byDefault ) {
+   for ( const std::string & argument : testing::internal::GetArgvs() ) {
+      if ( argument.starts_with( "--seeds=" ) ) {
+         return static_cast< unsigned >( std::stoul( argument.substr( 8 ) ) );
+      }
+   }
+   return byDefault;
+}
+
+/// What is published or held for requests that nobody makes.
+std::string
+answersNobody( TestLab & lab ) {
+   std::string found;
+   if ( !lab.document().value( "te", Json::object() ).value( "enabled", true ) ) {
+      return found;  // nobody is there who could take it back
+   }
+   for ( const auto & path : lab.tables().list( "te/cspf/status" ) ) {
+      std::string configPath = path;
+      configPath.replace( 8, 6, "config" );
+      const auto status = Lum::cast< Cspf::Status >( lab.tables().table( path ) );
+      const auto config = Lum::cast< Cspf::Config >( lab.tables().table( configPath ) );
+      for ( const auto & [ key, answer ] : status->pathStatusColl() ) {
+         found += config && config->pathConfigHas( key ) ? "" : path + " " + Lum::valueString( key );
+      }
+      for ( const auto & [ key, reason ] : status->pathErrorColl() ) {
+         found += config && config->pathConfigHas( key ) ? "" : path + " " + Lum::valueString( key );
+      }
+   }
+   return found;
 }
 
 /// Applies a random event; gives false where it would leave no lab.
@@ -106,6 +141,78 @@ TEST( PathService, AfterAStormOfEventsStateIsAsFromScratch ) {
       fresh.settle();
       ASSERT_EQ( after, essence( fresh ) ) << document.dump();
    }
+}
+
+/// An hour of everything at once. With `--seeds=N` on the command line: N hours.
+TEST( PathService, AfterAnHourOfEverythingPathsAreAsFromScratch ) {
+   for ( unsigned seed = 1; seed <= seeds( 12 ); ++seed ) {
+      SCOPED_TRACE( "seed " + std::to_string( seed ) );
+      RandomLab random( seed, true );
+      Json document, after;
+      {
+         auto lab = TestLab::of( random.document() );
+         for ( double now = 0; now < 3600; ) {
+            tryEvent( lab, random );
+            if ( random.oneIn( 30 ) ) {
+               lab.restart();
+            }
+            const double pause =
+               random.oneIn( 3 ) ? random.below( 60 ) : 0.001 * random.below( 700 );
+            lab.advance( pause );
+            now += pause;
+            ASSERT_EQ( answersNobody( lab ), "" ) << lab.document().dump();
+         }
+         lab.advance( 60 );
+         document = lab.document();
+         after = essence( lab );
+         ASSERT_EQ( judge( document, published( lab ), false ).complaints, "" ) << document.dump();
+      }
+      auto fresh = TestLab::of( document );
+      fresh.settle();
+      ASSERT_EQ( after, essence( fresh ) ) << document.dump();
+   }
+}
+
+TEST( PathService, PathsThroughHopsFollowAChangeWhileTheTopologyKeepsChanging ) {
+   for ( const char * client : { "cli", "rsvp" } ) {
+      for ( const unsigned period : { 150, 400, 700 } ) {
+         SCOPED_TRACE( std::string( client ) + " " + std::to_string( period ) );
+         TestLab lab( "A -10- B -10- C; A -30- C; A -20- D -20- B; X -10- Y" );
+         lab.request( "cli", "near", "B" );
+         const auto churn = [ & ]( double duration ) {
+            for ( double left = duration; left > 0; left -= 0.001 * period ) {
+               lab.link( "X-Y", { { "metric", 10 + static_cast< int >( left * 1000 ) % 50 } } );
+               lab.advance( 0.001 * period );
+            }
+         };
+         churn( 21.9 );
+         lab.request( client, "hops", "C",
+                      { { "includeHop", { { { "addr", "10.0.0.2" }, { "loose", true } } } } },
+                      { { "id", 7 } } );
+         churn( 5.5 );
+         EXPECT_EQ( lab.path( client, "hops" ), "A B C" );
+         churn( 13.3 );
+         lab.down( "A-B" );
+         churn( 5.5 );
+         EXPECT_EQ( lab.path( client, "hops" ), "A D B C" );
+      }
+   }
+}
+
+TEST( PathService, AHopThatTwoRoutersHaveIsTheOneThatTheWayMeets ) {
+   const Json prefix{ { "20.0.0.9/32", 0 } };
+   TestLab lab( "A -50- B -10- E; A -10- C -40- E",
+                { { "topologies",
+                    { { "core",
+                        { { "routers", { { "B", { { "prefixes", prefix } } },
+                                         { "C", { { "prefixes", prefix } } } } } } } } } } );
+   lab.request( "cli", "p", "E",
+                { { "includeHop", { { { "addr", "20.0.0.9" }, { "loose", true } } } } } );
+   lab.settle();
+   EXPECT_EQ( lab.path( "cli", "p" ), "A C E" );
+   lab.down( "A-C" );
+   lab.settle();
+   EXPECT_EQ( lab.path( "cli", "p" ), "A B E" );
 }
 
 TEST( PathService, ABurstOfChangesCostsOneRunAndNoWriteWherePathsStay ) {

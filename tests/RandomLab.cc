@@ -5,7 +5,9 @@
 
 using Json = nlohmann::json;
 
-RandomLab::RandomLab( unsigned seed ) : engine_( seed ) {}
+RandomLab::RandomLab( unsigned seed, bool withHops )
+   : engine_( seed ),
+     withHops_( withHops ) {}
 
 std::string
 RandomLab::keyOf( const Json & object ) {
@@ -174,6 +176,15 @@ RandomLab::constraint( const Json & document, const std::string & vrf ) {
    }
    if ( oneIn( 6 ) ) {
       constraint[ "topoId" ] = keyOf( document[ "topologies" ] );
+   }
+   if ( oneIn( 8 ) ) {
+      constraint[ "reversePath" ] = true;
+   }
+   for ( unsigned hops = withHops_ && oneIn( 2 ) ? 1 + below( 3 ) : 0; hops > 0; --hops ) {
+      const std::string addresses[] = { "10.0.0." + std::to_string( 1 + below( routers_ ) ),
+                                        "10.64.0." + std::to_string( 1 + below( addresses_ ) ),
+                                        "20.0.0." + std::to_string( 1 + below( 3 ) ) };
+      constraint[ "includeHop" ].push_back( { { "addr", addresses[ below( 3 ) ] }, { "loose", true } } );
    }
    return constraint;
 }

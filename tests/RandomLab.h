@@ -13,7 +13,8 @@ class RandomLab {
  public:
    using Json = nlohmann::json;
 
-   explicit RandomLab( unsigned seed );
+   /// `withHops`: some paths have explicit hops.
+   explicit RandomLab( unsigned seed, bool withHops = false );
 
    /// A random document, the same for the same seed.
    Json document();
@@ -41,6 +42,7 @@ class RandomLab {
    std::string keyOf( const Json & object );
 
    std::mt19937 engine_;
+   const bool withHops_;
    unsigned routers_ = 0;
    unsigned addresses_ = 0;
    unsigned paths_ = 0;

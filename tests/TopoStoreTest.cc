@@ -98,9 +98,9 @@ contents( const Store & store ) {
    std::set< IpGenAddr > withOwner;
    for ( const auto & [ address, entry ] :
          store.status->intfIpToNeighborTable()->intfIpToNeighborColl() ) {
-      lines.insert( address.stringValue() + Lum::valueString( entry ) );
+      lines.insert( address.stringValue() + Lum::valueString( entry.neighborSet ) );
       std::set< IpGenAddr > owners;
-      for ( const AllTopoNeighborKey & link : entry.neighborSet() ) {
+      for ( const AllTopoNeighborKey & link : entry.neighborSet ) {
          owners.insert( link.teNeighborOf() );
       }
       owners.erase( IpGenAddr() );

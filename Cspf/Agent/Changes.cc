@@ -50,7 +50,7 @@ VrfRootSm::handleConstraintTopoInfoUpdaterTask() {
 /// A link may have another name now. What is a path's own must be known before it is judged.
 void
 VrfRootSm::doUpdatePathBwUsages() {
-   std::vector< Lum::Ptr< PathUsageSm > > usages;  // a path that is told may go, and take others along
+   std::vector< Lum::Ptr< PathUsageSm > > usages;  // one that is told may end others
    for ( const auto & [ user, handles ] : constraintsOfUser_ ) {
       for ( const ConstraintHandle & handle : handles ) {
          for ( const auto & [ key, uses ] :

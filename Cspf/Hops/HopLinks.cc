@@ -27,13 +27,23 @@ HopAddressMemory::handleInitialized() {
 
 namespace {
 
-/// Whether the link, of a router that has no TE router id in its topology, is one more way to name
-/// a router that has one in another topology.
-bool
-repeatsAnother( const AllTopoNeighborKey & key, const Lum::Set< AllTopoNeighborKey > & all ) {
-   return !key.teNeighborOf() && std::ranges::any_of( all, [ & ]( const auto & other ) {
-      return other.teNeighborOf() && other.neighborKey().routerId() == key.neighborKey().routerId();
-   } );
+/// Those links that name their router. Of a router that has no TE router id in one topology a link
+/// there is but one more way to name it where it has one in another topology.
+std::vector< const AllTopoNeighborKey * >
+withoutRepeats( const std::set< AllTopoNeighborKey > & links ) {
+   std::set< IgpRouterId > named;
+   for ( const AllTopoNeighborKey & key : links ) {
+      if ( key.teNeighborOf() ) {
+         named.insert( key.neighborKey().routerId() );
+      }
+   }
+   std::vector< const AllTopoNeighborKey * > kept;
+   for ( const AllTopoNeighborKey & key : links ) {
+      if ( key.teNeighborOf() || !named.contains( key.neighborKey().routerId() ) ) {
+         kept.push_back( &key );
+      }
+   }
+   return kept;
 }
 
 }
@@ -67,10 +77,8 @@ HopAddressMemory::carriers( const Kivnet::IpGenAddr & address ) {
       const auto * found =
          allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighborFind( address );
       if ( found ) {
-         for ( const AllTopoNeighborKey & key : found->neighborSet() ) {
-            if ( !repeatsAnother( key, found->neighborSet() ) ) {
-               entry.carriers.push_back( carrier( key ) );
-            }
+         for ( const AllTopoNeighborKey * key : withoutRepeats( found->neighborSet ) ) {
+            entry.carriers.push_back( carrier( *key ) );
          }
       }
    }

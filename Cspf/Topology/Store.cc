@@ -96,7 +96,7 @@ AllTopoDbStatus::routersWithTep( const Kivnet::IpGenAddr & tep ) const {
       }
    }
    if ( const auto * links = intfIpToNeighborTable()->intfIpToNeighborFind( tep ) ) {
-      for ( const AllTopoNeighborKey & link : links->neighborSet() ) {
+      for ( const AllTopoNeighborKey & link : links->neighborSet ) {
          routers.push_back( { link.topoId(), link.neighborKey().routerId() } );
       }
    }
@@ -168,14 +168,61 @@ AllTopoDbStatus::lfaGraph() const {
 
 namespace {
 
-/// What an address stands for has changed for all who have it.
+bool
+sameRouter( const AllTopoNeighborKey & a, const AllTopoNeighborKey & b ) {
+   return a.topoId() == b.topoId() && a.neighborKey().routerId() == b.neighborKey().routerId();
+}
+
+/// What an address stands for has changed for the owner of a link that has it, or had it, and for
+/// another router where that is the only other one. Where there are more they stay ambiguous.
 void
-touchOwners( const AllTopoDbStatus & allTopoDbStatus, const IntfIpToNeighbor & owners ) {
-   for ( const AllTopoNeighborKey & link : owners.neighborSet() ) {
-      allTopoDbStatus.teGraph().touch( link.topoId(), link.neighborKey().routerId() );
+touchOwners( const AllTopoDbStatus & allTopoDbStatus, const std::set< AllTopoNeighborKey > & links,
+             const AllTopoNeighborKey & changed ) {
+   TopoGraph & graph = allTopoDbStatus.teGraph();
+   graph.touch( changed.topoId(), changed.neighborKey().routerId() );
+   std::vector< const AllTopoNeighborKey * > others;  // one of each; in several topologies one router
+   for ( auto at = links.begin(); at != links.end(); ) {
+      const AllTopoNeighborKey & link = *at;
+      const auto vertexOf = [ & ]( const AllTopoNeighborKey & l ) {
+         return graph.router( l.topoId(), l.neighborKey().routerId() );
+      };
+      if ( !sameRouter( link, changed ) ) {
+         if ( !others.empty() && vertexOf( link ) != vertexOf( *others.front() ) ) {
+            return;
+         }
+         others.push_back( &link );
+      }
+      AllTopoNeighborKey last = link;
+      last.neighborKeyIs( { link.neighborKey().routerId(), Routing::Topology::NeighborType( 0xFF ), {}, 0 } );
+      at = links.lower_bound( last );
+   }
+   for ( const AllTopoNeighborKey * link : others ) {
+      graph.touch( link->topoId(), link->neighborKey().routerId() );
    }
 }
 
+}
+
+void
+IntfIpToNeighborTable::neighborIs( const Kivnet::IpGenAddr & intfIp,
+                                   const AllTopoNeighborKey & link ) {
+   if ( intfIpToNeighbor_[ intfIp ].neighborSet.insert( link ).second ) {
+      notify( &intfIpToNeighborAttribute, &intfIp );
+   }
+}
+
+void
+IntfIpToNeighborTable::neighborDel( const Kivnet::IpGenAddr & intfIp,
+                                    const AllTopoNeighborKey & link ) {
+   const auto entry = intfIpToNeighbor_.find( intfIp );
+   if ( entry == intfIpToNeighbor_.end() || !entry->second.neighborSet.erase( link ) ) {
+      return;
+   }
+   if ( entry->second.neighborSet.empty() ) {
+      intfIpToNeighborDel( intfIp );
+   } else {
+      notify( &intfIpToNeighborAttribute, &intfIp );
+   }
 }
 
 void
@@ -183,10 +230,9 @@ addNeighborKeyToIntfIp( AllTopoDbStatus & allTopoDbStatus,
                         const AllTopoNeighborKey & allTopoNeighborKey,
                         const Kivnet::IpGenAddr & intfIp ) {
    const auto & table = allTopoDbStatus.intfIpToNeighborTable();
-   IntfIpToNeighbor entry = table->intfIpToNeighbor( intfIp );
-   entry.neighborIs( allTopoNeighborKey );
-   touchOwners( allTopoDbStatus, entry );
-   table->intfIpToNeighborIs( intfIp, std::move( entry ) );
+   touchOwners( allTopoDbStatus, table->intfIpToNeighbor( intfIp ).neighborSet,
+                allTopoNeighborKey );
+   table->neighborIs( intfIp, allTopoNeighborKey );
    const auto & published = allTopoDbStatus.intfIpToRouterIdTable();
    if ( published && allTopoNeighborKey.teNeighborOf() ) {
       addIntfIpToRouterId( *published, intfIp, allTopoNeighborKey.teNeighborOf() );
@@ -204,7 +250,7 @@ republish( IntfIpToRouterIdTable & published, const Kivnet::IpGenAddr & intfIp,
    const auto matches = [ & ]( const AllTopoNeighborKey & link ) {
       return owns( link ) && link.teNeighborOf() == published.intfIpToRouterId( intfIp );
    };
-   const auto & links = entry.neighborSet();
+   const auto & links = entry.neighborSet;
    const auto owner = std::ranges::find_if( links, owns );
    if ( owner == links.end() ) {
       deleteIntfIpToRouterId( published, intfIp );
@@ -220,21 +266,19 @@ deleteNeighborKeyFromIntfIp( AllTopoDbStatus & allTopoDbStatus,
                              const AllTopoNeighborKey & allTopoNeighborKey,
                              const Kivnet::IpGenAddr & intfIp ) {
    const auto & table = allTopoDbStatus.intfIpToNeighborTable();
-   IntfIpToNeighbor entry = table->intfIpToNeighbor( intfIp );
-   if ( !entry.neighborHas( allTopoNeighborKey ) ) {
+   if ( !table->intfIpToNeighbor( intfIp ).neighborSet.contains( allTopoNeighborKey ) ) {
       TRACE9( "Delete ngb " << allTopoNeighborKey << " of " << intfIp << ": already deleted." );
       return;
    }
-   touchOwners( allTopoDbStatus, entry );
-   entry.neighborDel( allTopoNeighborKey );
+   table->neighborDel( intfIp, allTopoNeighborKey );
+   const IntfIpToNeighbor & left = table->intfIpToNeighbor( intfIp );
+   touchOwners( allTopoDbStatus, left.neighborSet, allTopoNeighborKey );
    if ( const auto & published = allTopoDbStatus.intfIpToRouterIdTable() ) {
-      republish( *published, intfIp, entry );
+      republish( *published, intfIp, left );
    }
-   if ( entry.neighbors() ) {
-      table->intfIpToNeighborIs( intfIp, std::move( entry ) );
+   if ( !left.neighborSet.empty() ) {
       return;
    }
-   table->intfIpToNeighborDel( intfIp );
    const IntfIpToNeighbor * intfIpToNeighbor = table->intfIpToNeighborFind( intfIp );
    LUM_ASSERT( !intfIpToNeighbor );
 }

@@ -6,6 +6,7 @@
 #include "schema/CspfStatus.h"
 
 #include <memory>
+#include <set>
 #include <vector>
 
 namespace Kiv {
@@ -75,13 +76,17 @@ class RouterIdMap : public Lum::Entity {
 /// The links that carry one interface address. Their keys name the owner by its TE router id (unset
 /// where it has none), the far end by its IGP vertex alone.
 struct IntfIpToNeighbor {
-   LUM_VALUE( Cspf, IntfIpToNeighbor );
-   LUM_SET( neighbor, AllTopoNeighborKey );
+   std::set< AllTopoNeighborKey > neighborSet;  // many, where links borrow one address
+   bool operator==( const IntfIpToNeighbor & ) const = default;
 };
 
 class IntfIpToNeighborTable : public Lum::Entity {
    LUM_ENTITY( Cspf, IntfIpToNeighborTable );
    LUM_COLLECTION( intfIpToNeighbor, Kivnet::IpGenAddr, IntfIpToNeighbor );
+
+   /// Adds one link to an address, or takes it away. O(log links).
+   void neighborIs( const Kivnet::IpGenAddr & intfIp, const AllTopoNeighborKey & link );
+   void neighborDel( const Kivnet::IpGenAddr & intfIp, const AllTopoNeighborKey & link );
 };
 
 /// Who advertises one prefix, and at which metric.

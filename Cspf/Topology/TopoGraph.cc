@@ -224,7 +224,7 @@ TopoGraph::linkIs( LinkEntry & link, const Igp::Neighbor & neighbor ) {
       graph_.updateEdge( edge, now );
    }
    if ( name.neighborKey.neighborType() == Igp::p2p() ) {
-      pairParallels( name.topoId, name.neighborKey );
+      pairingIs( name.topoId, name.neighborKey );
    } else {
       updateMembership( link );
    }
@@ -252,7 +252,7 @@ TopoGraph::connect( LinkEntry & link, const Igp::Neighbor & neighbor ) {
    } else if ( const Attached * to = attached( topoId, key.neighborId() ) ) {
       const CspfVertex toVertex = to->node->second.value.vertex;
       place( link ).edge = addEdge( fromVertex, toVertex, record, link, neighbor );
-      pairParallels( topoId, key );
+      pairingIs( topoId, key );
    } else {
       topology.waiting[ key.neighborId() ].insert( &link );
    }
@@ -272,7 +272,7 @@ TopoGraph::disconnect( LinkEntry & link ) {
       if ( key.neighborType() == Igp::lan() ) {
          networkDelIfUnused( topology->second, key.neighborId() );
       } else {
-         pairParallels( topoId, key );
+         pairingIs( topoId, key );
       }
    } else if ( const auto at = topology->second.waiting.find( key.neighborId() );
                at != topology->second.waiting.end() ) {

@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 #include <span>
+#include <tuple>
 #include <vector>
 
 namespace Cspf {
@@ -19,7 +20,8 @@ namespace Cspf {
 /// a vertex while a link leads to it.
 ///
 /// The operations that change it may come in any order, for records that are half written; saying
-/// the same twice changes nothing. Cost of one changed link: O(log links), and its parallel links.
+/// the same twice changes nothing. Cost of one changed link: O(log links); of a burst of changes
+/// among n parallel links O(n log n) more, when the graph is asked for next.
 class TopoGraph {
  public:
    using LinkEntry = TopoLinks::Entry;
@@ -57,7 +59,10 @@ class TopoGraph {
 
    // Keys to numbers: noVertex, noEdge where there is none.
 
-   const CspfGraph & graph() const { return graph_; }
+   const CspfGraph & graph() const {
+      settlePairs();
+      return graph_;
+   }
    CspfVertex vertex( const NodeId & node ) const;
    CspfVertex vertex( const AllTopoNetworkId & network ) const;
    /// The vertex of a router of that topology.
@@ -81,6 +86,7 @@ class TopoGraph {
    /// The address at which a packet that takes this edge enters the router at its far end: of a
    /// link between routers, and of the step from a LAN to a router. Unset where it has none.
    const Kivnet::IpGenAddr & nextHop( CspfEdge edge ) const {
+      settlePairs();
       return edgeMeanings_[ index( edge ) ].nextHop;
    }
 
@@ -147,24 +153,35 @@ class TopoGraph {
                      LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
    void removeEdge( CspfEdge & edge );
    void updateMembership( LinkEntry & link );
+   // Pairs follow from what is there; they are worked out when somebody asks.
+   void settlePairs() const {
+      if ( !unpaired_.empty() ) {
+         pairAll();
+      }
+   }
+   void pairingIs( const TopoId & topoId, const Routing::Topology::NeighborKey & key );
+   void pairAll() const;
    std::vector< Parallel > parallels( const TopoId & topoId, const IgpRouterId & from,
-                                      const IgpRouterId & to );
-   void pairParallels( const TopoId & topoId, const Routing::Topology::NeighborKey & key );
-   void pair( Parallel & one, Parallel & other, bool agree );
-   void unpair( CspfEdge edge );
-   void updateNextHop( CspfEdge edge );
+                                      const IgpRouterId & to ) const;
+   void pairParallels( std::vector< Parallel > forward, std::vector< Parallel > backward ) const;
+   void pairMirrored( std::vector< Parallel > & forward, std::vector< Parallel > & backward ) const;
+   void pair( Parallel & one, Parallel & other, bool agree ) const;
+   void unpair( CspfEdge edge ) const;
+   void updateNextHop( CspfEdge edge ) const;
    CspfEdgeRecord record( const LinkEntry & link, const OneTopology & topology,
                           const Routing::Topology::Neighbor & neighbor ) const;
    Kivnet::IpGenAddr teRouterIdOf( CspfVertex router ) const;
 
    const TopoGraphKind kind_;
    TopoLinks & links_;
-   CspfGraph graph_;
+   mutable CspfGraph graph_;
    std::map< TopoId, OneTopology > topologies_;
    std::vector< bool > topologyNumbers_;  // in use
    Nodes nodes_;
    std::vector< Meaning > meanings_;  // by vertex
-   std::vector< EdgeMeaning > edgeMeanings_;
+   mutable std::vector< EdgeMeaning > edgeMeanings_;
+   /// The two routers of links whose pairing may have changed, the lower one first.
+   mutable std::set< std::tuple< TopoId, IgpRouterId, IgpRouterId > > unpaired_;
    std::set< Nodes::Entry * > partlyOverloaded_;
    std::uint64_t changes_ = 0;  // edges that came or went since the last settling
 };

@@ -3,7 +3,8 @@
 // An edge is paired with its reverse among the parallel links of two routers: with the one whose
 // addresses mirror it, else with the one of equal rank in key order. The pairing is a function of
 // the links that are there, not of the order in which they came; a pair that stays is not
-// touched. On a LAN the router lists the LAN (that is its link), and the LAN lists the router (the
+// touched. It is worked out when the graph is asked for, once for however many of the links have
+// changed. On a LAN the router lists the LAN (that is its link), and the LAN lists the router (the
 // step back); where both do, the two edges are a pair.
 
 #include "Cspf/Topology/TopoGraph.h"
@@ -30,7 +31,8 @@ first( const Addresses & addresses ) {
 // The reverses of point-to-point links.
 
 std::vector< TopoGraph::Parallel >
-TopoGraph::parallels( const TopoId & topoId, const IgpRouterId & from, const IgpRouterId & to ) {
+TopoGraph::parallels( const TopoId & topoId, const IgpRouterId & from,
+                      const IgpRouterId & to ) const {
    std::vector< Parallel > found;
    links_.visitFrom( { topoId, { from, Igp::p2p(), to, 0 } }, [ & ]( LinkEntry & link ) {
       const NeighborKey & key = link.first.neighborKey;
@@ -47,24 +49,34 @@ TopoGraph::parallels( const TopoId & topoId, const IgpRouterId & from, const Igp
 }
 
 void
-TopoGraph::pairParallels( const TopoId & topoId, const NeighborKey & key ) {
+TopoGraph::pairingIs( const TopoId & topoId, const NeighborKey & key ) {
    const auto & [ low, high ] = std::minmax( key.routerId(), key.neighborId() );
-   std::vector< Parallel > forward = parallels( topoId, low, high );
-   std::vector< Parallel > backward = parallels( topoId, high, low );
-   const auto pairEach = [ & ]( bool agree, auto && match ) {
+   unpaired_.insert( { topoId, low, high } );
+}
+
+void
+TopoGraph::pairAll() const {
+   for ( const auto & [ topoId, low, high ] : std::exchange( unpaired_, {} ) ) {
+      pairParallels( parallels( topoId, low, high ), parallels( topoId, high, low ) );
+   }
+}
+
+void
+TopoGraph::pairParallels( std::vector< Parallel > forward, std::vector< Parallel > backward ) const {
+   pairMirrored( forward, backward );
+   const auto pairEach = [ & ]( auto && match ) {
+      auto first = backward.begin();  // that may be free
       for ( Parallel & one : forward ) {
-         const auto other = std::ranges::find_if( backward, [ & ]( const Parallel & candidate ) {
+         first = std::find_if( first, backward.end(), []( const auto & p ) { return !p.paired; } );
+         const auto other = std::find_if( first, backward.end(), [ & ]( const Parallel & candidate ) {
             return !one.paired && !candidate.paired && match( one, candidate );
          } );
          if ( other != backward.end() ) {
-            pair( one, *other, agree );
+            pair( one, *other, kind_ == TopoGraphKind::lfa );
          }
       }
    };
-   pairEach( true, [ & ]( const Parallel & one, const Parallel & other ) {
-      return addressesMirror( neighbor( one.edge ), neighbor( other.edge ) );
-   } );
-   pairEach( kind_ == TopoGraphKind::lfa, []( const auto &, const auto & ) { return true; } );
+   pairEach( []( const auto &, const auto & ) { return true; } );
    for ( const auto * side : { &forward, &backward } ) {
       for ( const Parallel & one : *side ) {
          if ( !one.paired ) {
@@ -75,8 +87,64 @@ TopoGraph::pairParallels( const TopoId & topoId, const NeighborKey & key ) {
    }
 }
 
+namespace {
+
+/// Calls `visit( address of this end, address of the far end )` for each two that a link knows.
+template< class Visit >
 void
-TopoGraph::pair( Parallel & one, Parallel & other, bool agree ) {
+forEachAddresses( const Igp::Neighbor & neighbor, Visit && visit ) {
+   for ( const Kivnet::IpGenAddr & near : neighbor.interfaceAddrList() ) {
+      for ( const Kivnet::IpGenAddr & far : neighbor.neighborAddrList() ) {
+         if ( near && far ) {
+            visit( near, far );
+         }
+      }
+   }
+}
+
+}
+
+/// Pairs each link with the first free one, in key order, whose addresses mirror it: one that has
+/// two of its addresses the other way round. O(n log n).
+void
+TopoGraph::pairMirrored( std::vector< Parallel > & forward,
+                         std::vector< Parallel > & backward ) const {
+   using Ends = std::pair< Kivnet::IpGenAddr, Kivnet::IpGenAddr >;  // of a forward link
+   struct Candidates {
+      std::vector< Parallel * > links;
+      std::size_t next = 0;
+   };
+   std::map< Ends, Candidates > byEnds;
+   for ( Parallel & other : backward ) {
+      forEachAddresses( neighbor( other.edge ), [ & ]( const auto & near, const auto & far ) {
+         byEnds[ { far, near } ].links.push_back( &other );
+      } );
+   }
+   for ( Parallel & one : forward ) {
+      Parallel * first = nullptr;
+      forEachAddresses( neighbor( one.edge ), [ & ]( const auto & near, const auto & far ) {
+         const auto at = byEnds.find( { near, far } );
+         if ( at == byEnds.end() ) {
+            return;
+         }
+         Candidates & candidates = at->second;
+         while ( candidates.next < candidates.links.size()
+                 && candidates.links[ candidates.next ]->paired ) {
+            ++candidates.next;
+         }
+         if ( candidates.next < candidates.links.size() ) {
+            Parallel * const candidate = candidates.links[ candidates.next ];
+            first = first ? std::min( first, candidate ) : candidate;
+         }
+      } );
+      if ( first ) {
+         pair( one, *first, true );
+      }
+   }
+}
+
+void
+TopoGraph::pair( Parallel & one, Parallel & other, bool agree ) const {
    one.paired = other.paired = true;
    if ( graph_.reverse( one.edge ) == other.edge && graph_.twoWay( one.edge ) == agree ) {
       return;
@@ -87,14 +155,14 @@ TopoGraph::pair( Parallel & one, Parallel & other, bool agree ) {
 }
 
 void
-TopoGraph::unpair( CspfEdge edge ) {
+TopoGraph::unpair( CspfEdge edge ) const {
    if ( graph_.reverse( edge ) != noEdge ) {
       graph_.unpair( edge );
    }
 }
 
 void
-TopoGraph::updateNextHop( CspfEdge edge ) {
+TopoGraph::updateNextHop( CspfEdge edge ) const {
    const CspfEdge reverse = graph_.reverse( edge );
    const Addresses & known = neighbor( edge ).neighborAddrList();
    const auto shared = std::ranges::find_if( known, [ & ]( const Kivnet::IpGenAddr & address ) {

@@ -170,8 +170,11 @@ readSystemId( const LabCursor & at ) {
 
 const std::string &
 checkPathName( const LabCursor & at, const std::string & name, const std::string & expected ) {
-   if ( name.empty() || name.size() > Vrf::maxLength || name.find( '/' ) != name.npos ) {
-      at.fail( expected + " of 1 to " + std::to_string( Vrf::maxLength ) + " bytes without \"/\"",
+   const bool plain = std::ranges::none_of(
+      name, []( unsigned char c ) { return c == '/' || c < ' ' || c == 0x7f; } );
+   if ( name.empty() || name.size() > Vrf::maxLength || !plain ) {
+      at.fail( expected + " of 1 to " + std::to_string( Vrf::maxLength )
+                  + " bytes without \"/\" and control characters",
                LabJson( name ).inShort() );
    }
    return name;

@@ -130,8 +130,12 @@ ConstraintReader::read( const LabCursor & at ) const {
 std::string
 ConstraintReader::readTopologyName( const LabCursor & at ) const {
    const std::string & name = readText( at, "a topology's name" );
-   if ( !document_.topologies.contains( name ) ) {
+   const auto topology = document_.topologies.find( name );
+   if ( topology == document_.topologies.end() ) {
       at.fail( "the name of a topology of the lab" );
+   }
+   if ( topology->second.af != path_.af ) {
+      at.fail( "the name of a topology of the path's family" );
    }
    return name;
 }

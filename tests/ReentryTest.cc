@@ -1,0 +1,166 @@
+// Clients that answer at once, in the same turn, from inside of the notification that tells them what
+// is published. Whatever they do, nothing breaks, and nothing is left of what they took back.
+
+#include "tests/Lab.h"
+#include "tests/LabText.h"
+#include "tests/TopoStore.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <random>
+
+using Json = nlohmann::json;
+
+namespace {
+
+/// Does something at every change of an entity, but not inside of what it does there.
+class Answering : public Lum::Reactor {
+   LUM_ENTITY( Test, Answering );
+   using Answer = std::function< void( const char * ) >;
+   Answering( const std::vector< Lum::Ptr< Lum::Entity > > & entities, Answer answer )
+      : answer_( std::move( answer ) ) {
+      for ( const auto & entity : entities ) {
+         watchAny< &Answering::handleChange >( *entity, this );
+      }
+   }
+
+ private:
+   void handleChange( const Lum::AnyChange & change ) { answer_( change.name() ); }
+
+   const Answer answer_;
+};
+
+const char * const topology = "A -10{bw 100}- B -20{bw 100}- C; A -40{bw 100}- C; A -10{bw 100}- B";
+
+/// A lab, and what its clients and operators read, of the default VRF.
+struct Watched {
+   Watched() : lab( topology ) { lab.settle(); }
+
+   std::vector< Lum::Ptr< Lum::Entity > > read() {
+      return { lab.statusTable( "cli" ), lab.statusTable( "rsvp" ), usage() };
+   }
+   Lum::Ptr< Cspf::BwUsageTable > usage() {
+      return Lum::cast< Cspf::BwUsageTable >(
+         lab.tables().table( "te/cspf/bwUsage/vrf/default/ipv4" ) );
+   }
+   Lum::Ptr< Cspf::Config > config( const std::string & client ) {
+      return Lum::cast< Cspf::Config >(
+         lab.tables().table( "te/cspf/config/vrf/default/ipv4/" + client ) );
+   }
+   void isEmpty() {
+      for ( const char * client : { "cli", "rsvp" } ) {
+         EXPECT_EQ( lab.statusTable( client )->pathStatuss(), 0u );
+         EXPECT_EQ( lab.statusTable( client )->pathErrors(), 0u );
+      }
+      EXPECT_EQ( usage()->bandwidthUsages(), 0u );
+   }
+
+   TestLab lab;
+};
+
+/// A random request, good or bad, as its client writes it.
+Cspf::PathConfig
+request( std::mt19937 & engine ) {
+   Cspf::PathConfig config;
+   const auto router = [ & ] { return Cspf::ip( "10.0.0." + std::to_string( 1 + engine() % 4 ) ); };
+   config.pathKeyIs( { Cspf::Destination( router() ), 1 + engine() % 3 } );
+   config.refreshReqSeqIs( engine() % 4 );
+   Cspf::PathConstraint constraint;
+   constraint.bandwidthIs( engine() % 3 * 10 );
+   constraint.bwSetupPriorityIs( engine() % 6 ? engine() % 8 : 9 );
+   constraint.sharedBwGroupIdIs( engine() % 3 ? 0 : 5 );
+   for ( unsigned hop = 0; hop < engine() % 3; ++hop ) {
+      constraint.includeHopIs( hop, { router(), engine() % 3 != 0 } );
+   }
+   config.constraintIs( constraint );
+   return config;
+}
+
+}
+
+TEST( Reentry, WhoeverReadsWhatIsPublishedMayAnswerAtOnce ) {
+   for ( unsigned seed = 1; seed <= 150; ++seed ) {
+      SCOPED_TRACE( "seed " + std::to_string( seed ) );
+      std::mt19937 engine( seed );
+      Watched watched;
+      TestLab & lab = watched.lab;
+      const auto before = Lum::census();
+      bool patching = false;
+      unsigned answers = 40;
+      const auto patch = [ & ]( const Json & change ) {
+         patching = true;
+         lab.patch( change );
+         patching = false;
+      };
+      const auto act = [ & ] {
+         const std::string client = engine() % 2 ? "cli" : "rsvp";
+         const auto config = watched.config( client );
+         const unsigned kind = engine() % ( patching ? 8 : 12 );
+         if ( kind < 5 && config ) {
+            config->pathConfigIs( request( engine ) );
+         } else if ( kind < 8 && config && config->pathConfigs() > 0 ) {
+            const auto & requests = config->pathConfigColl();
+            const auto any = std::next( requests.begin(), engine() % requests.size() );
+            config->pathConfigDel( Cspf::PathKey( any->first ) );
+         } else if ( kind == 8 ) {
+            const bool toggle = !lab.document()[ "te" ].value( "enabled", true );
+            patch( { { "te", { { "enabled", toggle } } } } );
+         } else if ( kind == 9 ) {
+            patch( { { "clients", { { client, nullptr } } } } );
+         } else if ( kind > 9 ) {
+            const char * id = engine() % 2 ? "10.0.0.77" : "10.0.0.2";
+            const Json links{ { "A-C", { { "up", engine() % 2 == 0 } } } };
+            const Json routers{ { "B", { { "teRouterId", id } } } };
+            patch( { { "topologies", { { "core", { { "routers", routers }, { "links", links } } } } } } );
+         }
+      };
+      const Json client{ { "vrf", { { "default", true } } }, { "addressFamily", { { "ipv4", true } } } };
+      const auto restore = [ & ] {
+         patch( { { "te", { { "enabled", true } } },
+                  { "clients", { { "cli", client }, { "rsvp", client } } } } );
+      };
+      for ( int round = 0; round < 4; ++round ) {
+         restore();
+         const auto answering = Lum::make< Answering >( watched.read(), [ & ]( const char * ) {
+            if ( answers > 0 && engine() % 3 == 0 ) {
+               --answers;
+               act();
+            }
+         } );
+         for ( int n = 0; n < 6; ++n ) {
+            act();
+            lab.advance( 0.02 * ( engine() % 5 ) );
+         }
+         lab.settle();
+      }
+      answers = 0;
+      restore();
+      watched.config( "cli" )->pathConfigDelAll();
+      watched.config( "rsvp" )->pathConfigDelAll();
+      lab.settle();
+      watched.isEmpty();
+      EXPECT_EQ( Lum::census(), before );
+   }
+}
+
+TEST( Reentry, ARefusedRequestMayBeWithdrawnWhenItsReasonIsRead ) {
+   Watched watched;
+   const auto config = watched.config( "cli" );
+   Cspf::PathConfig refused;
+   refused.pathKeyIs( { Cspf::Destination( Cspf::ip( "10.0.0.3" ) ), 5 } );
+   Cspf::PathConstraint constraint;
+   constraint.bandwidthIs( 1 );
+   constraint.bwSetupPriorityIs( 9 );
+   constraint.includeHopIs( 0, { Cspf::ip( "10.0.0.2" ), true } );
+   refused.constraintIs( constraint );
+   bool read = false;
+   const auto answering = Lum::make< Answering >( watched.read(), [ & ]( const char * ) {
+      read = true;
+      config->pathConfigDel( refused.pathKey() );
+   } );
+   config->pathConfigIs( refused );
+   watched.lab.settle();
+   EXPECT_TRUE( read );
+   watched.isEmpty();
+}
