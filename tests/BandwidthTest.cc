@@ -443,7 +443,9 @@ heldLinks( TestLab & lab ) {
 
 TEST( Bandwidth, IsHeldOnEveryLinkOfAPathThatGoesThereAndBack ) {
    TestLab lab( "A -10{bw 50}- B" );
-   const auto hop = []( const char * addr ) { return Json{ { "addr", addr }, { "loose", false } }; };
+   const auto hop = []( const char * addr ) {
+      return Json{ { "addr", addr }, { "loose", false } };
+   };
    lab.request( "rsvp", "p", "B",
                 { { "bandwidth", 50 },
                   { "includeHop", { hop( "10.0.0.2" ), hop( "10.0.0.1" ), hop( "10.0.0.2" ) } } } );
@@ -495,8 +497,9 @@ TEST( Bandwidth, StandsOnTheParallelLinkThatWasComputed ) {
 TEST( Bandwidth, IsKeptWhileTheAddressOfAHopIsAway ) {
    TestLab lab( "A -20{bw 100}- B -10{bw 100}- C; A -10{bw 100}- B" );
    const std::string away = lab.document()[ "topologies" ][ "core" ][ "links" ][ "A-B" ][ "bAddr" ];
-   lab.request( "rsvp", "p", "C",
-                { { "bandwidth", 60 }, { "includeHop", { { { "addr", away }, { "loose", true } } } } } );
+   lab.request(
+      "rsvp", "p", "C",
+      { { "bandwidth", 60 }, { "includeHop", { { { "addr", away }, { "loose", true } } } } } );
    lab.settle();
    const auto before = heldLinks( lab );
    ASSERT_EQ( before.size(), 2u );

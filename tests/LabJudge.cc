@@ -42,8 +42,7 @@ class Judge {
    }
 
    static bool plain( const Json & constraint ) {
-      for ( const char * field :
-            { "includeHopAllExplicit", "bandwidth", "sourceType", "noSpf" } ) {
+      for ( const char * field : { "includeHopAllExplicit", "bandwidth", "sourceType", "noSpf" } ) {
          if ( constraint.contains( field ) ) {
             return false;
          }
@@ -70,7 +69,8 @@ class Judge {
                 : hops( client == "cli" || fresh_, status, path, constraint, vrf );
    }
 
-   /// A path that was put together holds, and one that follows its request passes the hops in order.
+   /// A path that was put together holds, and one that follows its request passes the hops in
+   /// order.
    std::string explicitHops( bool follows, Json status, const Json & path, Json constraint,
                              const std::string & vrf ) {
       const Json hops = constraint[ "includeHop" ];
@@ -93,10 +93,10 @@ class Judge {
             ++at;
          }
       }
-      return !cost                           ? complaint
-             : at == routers.size()          ? "it does not pass its hops"
+      return !cost                              ? complaint
+             : at == routers.size()             ? "it does not pass its hops"
              : status[ "cost" ] != cost->metric ? "its cost is given as " + status[ "cost" ].dump()
-                                             : "";
+                                                : "";
    }
 
    std::string hops( bool isBest, Json status, const Json & path, const Json & constraint,

@@ -76,10 +76,12 @@ answersNobody( TestLab & lab ) {
       const auto status = Lum::cast< Cspf::Status >( lab.tables().table( path ) );
       const auto config = Lum::cast< Cspf::Config >( lab.tables().table( configPath ) );
       for ( const auto & [ key, answer ] : status->pathStatusColl() ) {
-         found += config && config->pathConfigHas( key ) ? "" : path + " " + Lum::valueString( key );
+         found +=
+            config && config->pathConfigHas( key ) ? "" : path + " " + Lum::valueString( key );
       }
       for ( const auto & [ key, reason ] : status->pathErrorColl() ) {
-         found += config && config->pathConfigHas( key ) ? "" : path + " " + Lum::valueString( key );
+         found +=
+            config && config->pathConfigHas( key ) ? "" : path + " " + Lum::valueString( key );
       }
    }
    return found;
@@ -204,8 +206,9 @@ TEST( PathService, AHopThatTwoRoutersHaveIsTheOneThatTheWayMeets ) {
    TestLab lab( "A -50- B -10- E; A -10- C -40- E",
                 { { "topologies",
                     { { "core",
-                        { { "routers", { { "B", { { "prefixes", prefix } } },
-                                         { "C", { { "prefixes", prefix } } } } } } } } } } );
+                        { { "routers",
+                            { { "B", { { "prefixes", prefix } } },
+                              { "C", { { "prefixes", prefix } } } } } } } } } } );
    lab.request( "cli", "p", "E",
                 { { "includeHop", { { { "addr", "20.0.0.9" }, { "loose", true } } } } } );
    lab.settle();

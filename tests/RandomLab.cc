@@ -5,9 +5,7 @@
 
 using Json = nlohmann::json;
 
-RandomLab::RandomLab( unsigned seed, bool withHops )
-   : engine_( seed ),
-     withHops_( withHops ) {}
+RandomLab::RandomLab( unsigned seed, bool withHops ) : engine_( seed ), withHops_( withHops ) {}
 
 std::string
 RandomLab::keyOf( const Json & object ) {
@@ -184,7 +182,8 @@ RandomLab::constraint( const Json & document, const std::string & vrf ) {
       const std::string addresses[] = { "10.0.0." + std::to_string( 1 + below( routers_ ) ),
                                         "10.64.0." + std::to_string( 1 + below( addresses_ ) ),
                                         "20.0.0." + std::to_string( 1 + below( 3 ) ) };
-      constraint[ "includeHop" ].push_back( { { "addr", addresses[ below( 3 ) ] }, { "loose", true } } );
+      constraint[ "includeHop" ].push_back(
+         { { "addr", addresses[ below( 3 ) ] }, { "loose", true } } );
    }
    return constraint;
 }

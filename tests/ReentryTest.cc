@@ -1,5 +1,5 @@
-// Clients that answer at once, in the same turn, from inside of the notification that tells them what
-// is published. Whatever they do, nothing breaks, and nothing is left of what they took back.
+// Clients that answer at once, in the same turn, from inside of the notification that tells them
+// what is published. Whatever they do, nothing breaks, and nothing is left of what they took back.
 
 #include "tests/Lab.h"
 #include "tests/LabText.h"
@@ -112,10 +112,12 @@ TEST( Reentry, WhoeverReadsWhatIsPublishedMayAnswerAtOnce ) {
             const char * id = engine() % 2 ? "10.0.0.77" : "10.0.0.2";
             const Json links{ { "A-C", { { "up", engine() % 2 == 0 } } } };
             const Json routers{ { "B", { { "teRouterId", id } } } };
-            patch( { { "topologies", { { "core", { { "routers", routers }, { "links", links } } } } } } );
+            patch( { { "topologies",
+                       { { "core", { { "routers", routers }, { "links", links } } } } } } );
          }
       };
-      const Json client{ { "vrf", { { "default", true } } }, { "addressFamily", { { "ipv4", true } } } };
+      const Json client{ { "vrf", { { "default", true } } },
+                         { "addressFamily", { { "ipv4", true } } } };
       const auto restore = [ & ] {
          patch( { { "te", { { "enabled", true } } },
                   { "clients", { { "cli", client }, { "rsvp", client } } } } );

@@ -89,7 +89,8 @@ CspfTree::collectTies( const CspfGraph & graph, std::vector< Tie > & ties ) {
    }
 }
 
-/// A router that stands on a network several times is reached from it once, by its first link there.
+/// A router that stands on a network several times is reached from it once, by its first link
+/// there.
 void
 CspfTree::orderTies( const CspfGraph & graph, CspfVertex vertex ) {
    Label & label = labels_[ index( vertex ) ];

@@ -109,8 +109,8 @@ class HopToTopoDbLinkMapper {
 
    /// A hop that could be several links (parallel ones that share the address, those of a router
    /// that stands on the LAN several times) is one that the constraint allows, where one is; of
-   /// those the one that `known` has for this hop (null: has none); else the first by key. `filter`:
-   /// of the constraint. All outlive this object.
+   /// those the one that `known` has for this hop (null: has none); else the first by key.
+   /// `filter`: of the constraint. All outlive this object.
    HopToTopoDbLinkMapper( const AllTopoDbView & view, HopAddressMemory & memory,
                           const CspfLinkFilter & filter, const PathAsTopoDbLinks * known = nullptr )
       : view_( view ),

@@ -58,8 +58,8 @@ class PathValidity {
 /// constraint, and what is known of its hops now.
 class RsvpPathValidator {
  public:
-   /// `sourceToSource`: the path leads from its source to itself, without a hop. `known`: links that
-   /// its hops are known to be; null where none are. All outlive this object.
+   /// `sourceToSource`: the path leads from its source to itself, without a hop. `known`: links
+   /// that its hops are known to be; null where none are. All outlive this object.
    RsvpPathValidator( const PathInfoKey & pathInfoKey, const PathStatus & pathStatus,
                       bool sourceToSource, const AllTopoDbView & view,
                       PathValidationMemory & memory, const PathAsTopoDbLinks * known = nullptr )

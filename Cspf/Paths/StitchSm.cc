@@ -89,7 +89,8 @@ RsvpPathStitchSm::stitchSegments( PathStitcher & stitcher, const PathConstraint 
       error = segment.loose ? doUpdatePathForLooseHop( stitcher, segment )
                             : stitcher.doUpdatePathForStrictHop( segment );
       if ( !error.empty() ) {
-         const bool final = !segment.loose || children.childFresh( childPathInfoKey( segment.index ) );
+         const bool final =
+            !segment.loose || children.childFresh( childPathInfoKey( segment.index ) );
          return final ? Outcome::failed : Outcome::waits;
       }
    }
@@ -132,8 +133,7 @@ RsvpPathStitchSm::publish( PathStitcher & stitcher ) {
    pathStatusCache_->pathAsTopoDbLinksIs( result->pathAsTopoDbLinks );
    pathStatusCache_->stage2LastRanAtIs( Lum::now() );
    const auto alive = keptAlive();  // whoever reads what is published may withdraw the path
-   const bool fresh =
-      childPathTables_.cspfDataFresh( pathStatusInfo_->pathInfoKey() );
+   const bool fresh = childPathTables_.cspfDataFresh( pathStatusInfo_->pathInfoKey() );
    pathStatusInfo_->cspfStatus()->pathErrorDel( pathKey() );
    pathStatusCache_->refreshedStage2CountInc();
    if ( !fresh && !pathStatusInfo_->pathInfoKey().keptWhileValid() ) {
@@ -144,7 +144,8 @@ RsvpPathStitchSm::publish( PathStitcher & stitcher ) {
 /// The best path may be another one when the segments that a run is due for have their results.
 void
 RsvpPathStitchSm::followSegments() {
-   const auto & row = childPathTables_.constraintInfoTable->constraintInfo( pathStatusInfo_->constraint() );
+   const auto & row =
+      childPathTables_.constraintInfoTable->constraintInfo( pathStatusInfo_->constraint() );
    if ( row ) {
       pathStatusInfo_->refreshIs( refreshReasonTopoChanged, row->topoInfoChangedAt() );
    }

@@ -21,8 +21,7 @@ class RsvpPathStitchSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, RsvpPathStitchSm );
    /// The memories outlive this object. REQUIRES: the path has a constraint.
    RsvpPathStitchSm( const VrfTopology & topology, PathValidationMemory & memory,
-                     CspfRunMemory & runMemory,
-                     const ChildPathTables & childPathTables,
+                     CspfRunMemory & runMemory, const ChildPathTables & childPathTables,
                      const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                      const Lum::Ptr< PathStatusCache > & pathStatusCache );

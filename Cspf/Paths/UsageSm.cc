@@ -80,8 +80,7 @@ PathUsageSm::handleConstraintChange() {
       TRACE8( "path constraint not set yet" );
       return;
    }
-   awaitsResult_ =
-      awaitsResult_ || pathStatusInfo_->constraintChangeCount() > 1 || wasRefused();
+   awaitsResult_ = awaitsResult_ || pathStatusInfo_->constraintChangeCount() > 1 || wasRefused();
    const BwUsageId & bwUsageId = constraint->pathConstraint().bwUsageId();
    if ( bwUsageId == oldBwUsageId_ ) {
       TRACE8( "same bwUsageId: sharedBwGroupId " << bwUsageId.sharedBwGroupId() << " localId "
@@ -173,7 +172,9 @@ PathUsageSm::followLinks() {
       const PathAsTopoDbLinks & found = isThere( *links_ ) || !isThere( *now ) ? *links_ : *now;
       if ( const AllTopoNeighborKey * link = found.pathFind( hop ) ) {
          const CspfEdge edge = topology_.allTopoDbStatus->teGraph().edge( *link );
-         links->pathIs( hop, edge == noEdge ? *link : topology_.allTopoDbStatus->teGraph().neighborKey( edge ) );
+         links->pathIs( hop, edge == noEdge
+                                ? *link
+                                : topology_.allTopoDbStatus->teGraph().neighborKey( edge ) );
       }
    }
    links_ = links;
@@ -195,8 +196,7 @@ PathUsageSm::watchRouters() {
       }
    }
    if ( !routers.empty() && routers.size() == hops_.size() ) {
-      routers_ = PathRouters( topoGraph.graph(), memory_.hopAddresses(),
-                              std::move( routers ) );
+      routers_ = PathRouters( topoGraph.graph(), memory_.hopAddresses(), std::move( routers ) );
    }
 }
 
@@ -231,7 +231,8 @@ void
 PathUsageSm::hold( PathBwUsage & usage, std::size_t hop, const AllTopoNeighborKey & link ) const {
    const Lum::Ptr< const BwUsageDeduped > reservation = reserved( link );
    for ( const Kivnet::IpGenAddr & address : { hops_[ hop ], nearAddresses_[ hop ] } ) {
-      if ( address && ( !usage.bwUsageHas( address ) || usage.bwUsage( address ) == reservation ) ) {
+      if ( address
+           && ( !usage.bwUsageHas( address ) || usage.bwUsage( address ) == reservation ) ) {
          usage.bwUsageIs( address, reservation );
          return;
       }

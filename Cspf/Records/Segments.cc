@@ -76,8 +76,8 @@ publishedSegment( const PathStatus & published, const Kivnet::IpGenAddr & source
    std::uint32_t repeats = 0;
    std::size_t first = 0;
    for ( std::size_t i = 0; i <= ends.size(); ++i ) {
-      const auto next = i < ends.size() ? hopAfter( published, source, first, ends[ i ] )
-                                        : std::optional( paths );
+      const auto next =
+         i < ends.size() ? hopAfter( published, source, first, ends[ i ] ) : std::optional( paths );
       const Kivnet::IpGenAddr & to = i < ends.size() ? ends[ i ].addr() : destination;
       if ( !next ) {
          break;

@@ -150,7 +150,8 @@ PathConfigInfoSm::handleChangeCount() {
    const std::uint32_t seen = changeCount();
    pathStatusInfo_->constraintIs(
       context_.dedupConstraintTable->dedup( withBwUsageId( derived ) ) );
-   if ( !isRetired() && changeCount() == seen ) {  // whoever read of reservations may have asked anew
+   if ( !isRetired()
+        && changeCount() == seen ) {  // whoever read of reservations may have asked anew
       requestRefresh( refreshReqSeq, oldConstraint != pathStatusInfo_->constraint() );
    }
 }

@@ -362,9 +362,10 @@ ConstraintInfoSm::updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData 
    }
    if ( !stitched( pathConstraint() ) ) {
       const std::string error =
-         cspfData                            ? fillPathStatusCache( *path, *cspfData, *cache )
-         : constraintInfo()->sourceMissing() ? noPath( *cache, "source not found in topology" )
-                                             : noPath( *cache, "no computation asked for, and no hops given" );
+         cspfData ? fillPathStatusCache( *path, *cspfData, *cache )
+         : constraintInfo()->sourceMissing()
+            ? noPath( *cache, "source not found in topology" )
+            : noPath( *cache, "no computation asked for, and no hops given" );
       cache->cspfDataIs( cspfData );
       if ( pathStatusInfo( key ) != path ) {
          return;

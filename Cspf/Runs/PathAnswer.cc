@@ -1,6 +1,6 @@
-// From a run to the answer for one of its paths. At a choice among equals the answer keeps to what is
-// in use: to what the client was told; a segment to its own part of that, since a path that is put
-// together may meet a router several times, and go on from it differently each time.
+// From a run to the answer for one of its paths. At a choice among equals the answer keeps to what
+// is in use: to what the client was told; a segment to its own part of that, since a path that is
+// put together may meet a router several times, and go on from it differently each time.
 
 #include "Cspf/Runs/PathAnswer.h"
 

@@ -180,7 +180,8 @@ touchOwners( const AllTopoDbStatus & allTopoDbStatus, const std::set< AllTopoNei
              const AllTopoNeighborKey & changed ) {
    TopoGraph & graph = allTopoDbStatus.teGraph();
    graph.touch( changed.topoId(), changed.neighborKey().routerId() );
-   std::vector< const AllTopoNeighborKey * > others;  // one of each; in several topologies one router
+   std::vector< const AllTopoNeighborKey * >
+      others;  // one of each; in several topologies one router
    for ( auto at = links.begin(); at != links.end(); ) {
       const AllTopoNeighborKey & link = *at;
       const auto vertexOf = [ & ]( const AllTopoNeighborKey & l ) {
@@ -193,7 +194,8 @@ touchOwners( const AllTopoDbStatus & allTopoDbStatus, const std::set< AllTopoNei
          others.push_back( &link );
       }
       AllTopoNeighborKey last = link;
-      last.neighborKeyIs( { link.neighborKey().routerId(), Routing::Topology::NeighborType( 0xFF ), {}, 0 } );
+      last.neighborKeyIs(
+         { link.neighborKey().routerId(), Routing::Topology::NeighborType( 0xFF ), {}, 0 } );
       at = links.lower_bound( last );
    }
    for ( const AllTopoNeighborKey * link : others ) {

@@ -62,15 +62,17 @@ TopoGraph::pairAll() const {
 }
 
 void
-TopoGraph::pairParallels( std::vector< Parallel > forward, std::vector< Parallel > backward ) const {
+TopoGraph::pairParallels( std::vector< Parallel > forward,
+                          std::vector< Parallel > backward ) const {
    pairMirrored( forward, backward );
    const auto pairEach = [ & ]( auto && match ) {
       auto first = backward.begin();  // that may be free
       for ( Parallel & one : forward ) {
          first = std::find_if( first, backward.end(), []( const auto & p ) { return !p.paired; } );
-         const auto other = std::find_if( first, backward.end(), [ & ]( const Parallel & candidate ) {
-            return !one.paired && !candidate.paired && match( one, candidate );
-         } );
+         const auto other =
+            std::find_if( first, backward.end(), [ & ]( const Parallel & candidate ) {
+               return !one.paired && !candidate.paired && match( one, candidate );
+            } );
          if ( other != backward.end() ) {
             pair( one, *other, kind_ == TopoGraphKind::lfa );
          }
