@@ -64,7 +64,7 @@ Cspf::PathConfig
 request( std::mt19937 & engine ) {
    Cspf::PathConfig config;
    const auto router = [ & ] { return Cspf::ip( "10.0.0." + std::to_string( 1 + engine() % 4 ) ); };
-   config.pathKeyIs( { Cspf::Destination( router() ), 1 + engine() % 3 } );
+   config.pathKeyIs( { Cspf::Destination( router() ), unsigned( 1 + engine() % 3 ) } );
    config.refreshReqSeqIs( engine() % 4 );
    Cspf::PathConstraint constraint;
    constraint.bandwidthIs( engine() % 3 * 10 );
