@@ -34,7 +34,7 @@ class Bench {
       std::vector< double > run, all;
       for ( int i = -2; i < protectedLinks; ++i ) {  // the first two warm the memory up
          const CspfEdge link{ static_cast< uint32_t >( random() % graph_.edgeBound() ) };
-         const double oneRun = microseconds( [ & ]() { runs_.constrainedRun( link, isLink_ ); } );
+         const double oneRun = microseconds( [ & ]() { runs_.constrainedRun( { link, isLink_ } ); } );
          const double repairs = microseconds( [ & ]() { allRepairs( link ); } );
          if ( i >= 0 ) {
             run.push_back( oneRun );
@@ -52,12 +52,12 @@ class Bench {
 
  private:
    void allRepairs( CspfEdge link ) {
-      runs_.protect( link, isLink_ );
+      runs_.protect( { link, isLink_ } );
       for ( uint32_t v = 0; v < graph_.vertexBound(); ++v ) {
          const CspfRepairTable::Originator destination{ CspfVertex{ v }, 0 };
-         if ( const auto repairs = runs_.to( { &destination, 1 }, v ); !repairs.empty() ) {
+         if ( const auto all = runs_.to( { &destination, 1 }, v ).repairs; !all.empty() ) {
             ++repairs_;
-            nodes_ += repairs.front().nodes.size();
+            nodes_ += all.front().segments.size();
          }
       }
    }

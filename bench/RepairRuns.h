@@ -11,41 +11,59 @@ class RepairRuns {
 
    explicit RepairRuns( const Cspf::CspfGraph & graph ) : graph_( graph ) {}
 
-   /// Only the tree without the link, or without the node behind it.
-   void constrainedRun( Cspf::CspfEdge link, bool isLink ) {
-      Cspf::CspfLinkConstraint without;
-      if ( isLink ) {
-         without.excludedInterfaces = { graph_.interface( link ) };
-      } else {
-         without.excludedVertices = { graph_.to( link ) };
+   /// What fails at the far end of a link of the PLR.
+   struct Protected {
+      Cspf::CspfEdge link;
+      bool isLink = true;                          ///< else the node
+      Cspf::CspfVertex node = Cspf::noVertex;      ///< else what the link leads to
+      Cspf::CspfLinkConstraint asked = {};         ///< besides
+      bool byInterface = true;                     ///< the PLR does not leave by that interface
+   };
+
+   /// Only the tree without what fails.
+   void constrainedRun( const Protected & what ) {
+      asked_ = what.asked;
+      plr_ = graph_.from( what.link );
+      node_ = what.node == Cspf::noVertex ? graph_.to( what.link ) : what.node;
+      if ( what.byInterface ) {
+         asked_.excludedInterfaces = { graph_.interface( what.link ) };
       }
-      plr_ = graph_.from( link );
-      run( plr_, without, false, after_ );
+      if ( !what.isLink ) {
+         asked_.excludedVertices = { node_ };
+      }
+      run( plr_, asked_, false, after_ );
    }
    /// Everything that repairs are worked out of.
-   void protect( Cspf::CspfEdge link, bool isLink ) {
-      const Cspf::CspfVertex node = graph_.to( link );
-      constrainedRun( link, isLink );
+   void protect( const Protected & what ) {
+      constrainedRun( what );
       run( plr_, {}, false, forward_ );
-      run( node, {}, false, fromNode_ );
-      run( isLink ? plr_ : node, {}, true, toResource_ );
-      table_.build( graph_, { plr_, node, isLink, forward_.metric( node ) },
-                    { after_, fromNode_, toResource_ } );
+      run( node_, {}, false, fromNode_ );
+      run( what.isLink ? plr_ : node_, {}, true, toResource_ );
+      table_.build( graph_, { plr_, node_, what.isLink, forward_.metric( node_ ) },
+                    { after_, fromNode_, toResource_ },
+                    { rooted( {}, Cspf::noVertex ), rooted( asked_, plr_ ) } );
    }
-   std::vector< Cspf::CspfRepair > to( Originators destination, uint64_t key = 1 ) const {
-      return table_.repairs(
-         graph_, after_, destination, key,
-         [ & ]( Cspf::CspfVertex v ) { return graph_.nodeRank( v ); },
-         [ & ]( Cspf::CspfEdge e ) { return graph_.interface( e ); } );
+   Cspf::CspfRepairs to( Originators destination, uint64_t key = 1, uint32_t maxNodes = 8 ) const {
+      const Cspf::CspfRepairTable::RouterKey routerKey = [ & ]( Cspf::CspfVertex v ) {
+         return graph_.nodeRank( v );
+      };
+      const Cspf::CspfRepairTable::LinkKey linkKey = [ & ]( Cspf::CspfEdge e ) {
+         return graph_.interface( e );
+      };
+      return table_.repairs( graph_, after_, { destination, maxNodes, key, routerKey, linkKey } );
    }
 
  private:
-   void run( Cspf::CspfVertex root, Cspf::CspfLinkConstraint constraint, bool reverse,
-             Cspf::CspfTree & tree ) {
+   Cspf::CspfLinkConstraint rooted( Cspf::CspfLinkConstraint constraint,
+                                    Cspf::CspfVertex root ) const {
       constraint.root = root;
       constraint.ownSource = plr_;
       constraint.overloadRule = Cspf::CspfOverloadRule::mayEnd;
-      filter_.apply( graph_, constraint );
+      return constraint;
+   }
+   void run( Cspf::CspfVertex root, const Cspf::CspfLinkConstraint & constraint, bool reverse,
+             Cspf::CspfTree & tree ) {
+      filter_.apply( graph_, rooted( constraint, root ) );
       Cspf::CspfRunOptions options;
       options.source = root;
       options.reverse = reverse;
@@ -53,7 +71,8 @@ class RepairRuns {
    }
 
    const Cspf::CspfGraph & graph_;
-   Cspf::CspfVertex plr_ = Cspf::noVertex;
+   Cspf::CspfVertex plr_ = Cspf::noVertex, node_ = Cspf::noVertex;
+   Cspf::CspfLinkConstraint asked_;
    Cspf::CspfLinkFilter filter_;
    Cspf::CspfTreeRun run_;
    Cspf::CspfTree after_, forward_, fromNode_, toResource_;

@@ -24,13 +24,24 @@ struct PathStatus {
    LUM_LIST( includeIp, IncludeIpIndex, IncludeIp );
 };
 
-/// A repair path: the next hop, then the repair nodes in order.
+/// How a packet gets to a repair node: by the node's own segment, or, where `from` is set, over one
+/// link of the router before it (RFC 8402: node segment, adjacency segment).
+struct RepairSegment {
+   LUM_VALUE( Cspf, RepairSegment );
+   LUM_FIELD( from, Routing::Isis::SystemId );
+   LUM_FIELD( to, Routing::Isis::SystemId );
+   LUM_FIELD( nearAddr, Kivnet::IpGenAddr );  ///< of the link, at `from`; unset where it has none
+   LUM_FIELD( farAddr, Kivnet::IpGenAddr );   ///< at `to`
+};
+
+/// A repair path: the next hop, then the repair nodes in order, each with its segment.
 struct PqInfo {
    LUM_VALUE( Cspf, PqInfo );
    LUM_FIELD( idx, std::uint32_t );
    LUM_FIELD( nhIp, Kivnet::IpGenAddr );
    LUM_FIELD( nhIntf, Kivnet::IntfId );
    LUM_LIST( path, RepairNodeIdx, Routing::Isis::SystemId );
+   LUM_LIST( segment, RepairNodeIdx, RepairSegment );
 };
 
 /// "te/cspf/status/vrf/<VRF>/<family>/<client>"

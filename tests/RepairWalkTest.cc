@@ -8,26 +8,135 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 
 using namespace Cspf;
 
 namespace {
 
-/// All repairs of one network are right.
+/// One protection, as the repairs are asked for and as the walker sees it.
+struct Case {
+   std::string name;
+   RepairRuns::Protected asked;
+   RepairWalker::Resource fails;
+};
+
+/// The edges for which the test holds.
+template< typename Test >
+std::vector< CspfEdge >
+edgesWhere( const CspfGraph & graph, Test test ) {
+   std::vector< CspfEdge > edges;
+   for ( uint32_t e = 0; e < graph.edgeBound(); ++e ) {
+      if ( graph.kind( CspfEdge{ e } ) != CspfEdgeKind::networkToRouter && test( CspfEdge{ e } ) ) {
+         edges.push_back( CspfEdge{ e } );
+      }
+   }
+   return edges;
+}
+
+/// Protection of the link, or of the node behind it, and of something else besides.
+class Cases {
+ public:
+   Cases( const CspfGraph & graph, CspfEdge link, std::mt19937 & random )
+      : graph_( graph ),
+        link_( link ),
+        random_( random ) {
+      if ( graph.kind( link ) == CspfEdgeKind::routerToRouter ) {
+         for ( const bool isLink : { true, false } ) {
+            const Case plain{ isLink ? "link" : "node",
+                              { link, isLink },
+                              RepairWalker( graph ).behind( link, isLink ) };
+            cases.push_back( plain );
+            addSrlgs( plain );
+            addAdminGroup( plain );
+            addAddresses( plain );
+         }
+      } else {
+         addLan();
+      }
+   }
+
+   std::vector< Case > cases;
+
+ private:
+   void addSrlgs( const Case & plain ) {
+      const auto risks = graph_.srlgs( link_ );
+      Case srlg = plain;
+      srlg.asked.asked.excludedSrlgs = { risks.begin(), risks.end() };
+      srlg.asked.asked.srlgStrict = true;
+      for ( const bool local : { false, true } ) {
+         srlg.name = plain.name + ( local ? ", local SRLGs" : ", SRLGs" );
+         srlg.asked.asked.srlgOnlyLocal = local;
+         srlg.fails.edges = plain.fails.edges;
+         add( srlg, [ & ]( CspfEdge e ) {
+            return std::ranges::find_first_of( graph_.srlgs( e ), risks ) != graph_.srlgs( e ).end()
+                   && ( !local || graph_.from( e ) == plain.fails.plr );
+         } );
+      }
+   }
+   void addAdminGroup( Case asked ) {
+      asked.name += ", group 2";
+      asked.asked.asked.excludeAdminGroup = 2;
+      add( asked, [ & ]( CspfEdge e ) { return graph_.record( e ).adminGroup & 2; } );
+   }
+   void addAddresses( Case asked ) {
+      asked.name += ", addresses";
+      for ( int i = 0; i < 3; ++i ) {
+         const CspfEdge edge{ static_cast< uint32_t >( random_() % graph_.edgeBound() ) };
+         for ( const CspfEdge e : { edge, graph_.reverse( edge ) } ) {
+            if ( e != noEdge && graph_.kind( edge ) == CspfEdgeKind::routerToRouter ) {
+               asked.asked.asked.excludedEdges.push_back( e );
+               asked.fails.edges.push_back( e );
+            }
+         }
+      }
+      cases.push_back( asked );
+   }
+   template< typename Test >
+   void add( Case asked, Test test ) {
+      const auto edges = edgesWhere( graph_, test );
+      asked.fails.edges.insert( asked.fails.edges.end(), edges.begin(), edges.end() );
+      cases.push_back( asked );
+   }
+   /// The interface; each neighbour's place on the LAN, and each neighbour.
+   void addLan() {
+      const CspfVertex plr = graph_.from( link_ );
+      const CspfEdge back = graph_.reverse( link_ );
+      cases.push_back( { "LAN", { link_, true }, { plr, { link_, back } } } );
+      for ( const uint32_t step : graph_.out( graph_.to( link_ ) ) ) {
+         const CspfVertex node = graph_.to( CspfEdge{ step } );
+         if ( node == plr || !graph_.twoWay( CspfEdge{ step } ) ) {
+            continue;
+         }
+         const std::vector< CspfEdge > place{ CspfEdge{ step }, graph_.reverse( CspfEdge{ step } ) };
+         CspfLinkConstraint asked;
+         asked.excludedEdges = place;
+         cases.push_back( { "neighbor", { link_, true, node, asked, false }, { plr, place } } );
+         cases.push_back( { "node on LAN", { link_, false, node, {}, false }, { plr, {}, node } } );
+         cases.push_back(
+            { "LAN and node", { link_, false, node }, { plr, { link_, back }, node } } );
+      }
+   }
+
+   const CspfGraph & graph_;
+   const CspfEdge link_;
+   std::mt19937 & random_;
+};
+
+/// All repairs of one network are right. Counts those that there are, by kind.
 void
-judge( const RandomNetwork & network, bool tryAll, std::mt19937 & random, uint32_t & repairs ) {
+judge( const RandomNetwork & network, bool tryAll, std::mt19937 & random,
+       std::map< std::string, uint32_t > & repairs ) {
    const GraphText text( network.text() );
    const CspfGraph & graph = text.graph;
    RepairWalker walker( graph );
    RepairRuns runs( graph );
-   for ( uint32_t e = 0; e < graph.edgeBound(); ++e ) {
-      if ( graph.kind( CspfEdge{ e } ) != CspfEdgeKind::routerToRouter
-           || ( !tryAll && random() % 8 ) ) {
-         continue;
-      }
-      for ( const bool isLink : { true, false } ) {
-         runs.protect( CspfEdge{ e }, isLink );
-         walker.resourceIs( { CspfEdge{ e }, isLink } );
+   for ( const CspfEdge link : edgesWhere( graph, [ & ]( CspfEdge ) {
+            return random() % ( tryAll ? 3 : 24 ) == 0;
+         } ) ) {
+      for ( const Case & one : Cases( graph, link, random ).cases ) {
+         runs.protect( one.asked );
+         walker.resourceIs( one.fails );
          for ( uint32_t v = 0; v < network.routers; ++v ) {
             RepairWalker::Originators destination{ { CspfVertex{ v }, 0 } };
             for ( uint32_t i = v % 3; i > 0 && random() % 2; --i ) {  // a prefix, of several
@@ -36,9 +145,9 @@ judge( const RandomNetwork & network, bool tryAll, std::mt19937 & random, uint32
                destination.push_back( { CspfVertex{ router }, uint32_t( random() % 12 ) } );
             }
             const auto found = runs.to( destination, random() );
-            repairs += !found.empty();
+            repairs[ one.name ] += !found.repairs.empty();
             ASSERT_EQ( walker.fault( found, destination, tryAll ), "" )
-               << ( isLink ? "link " : "node behind link " ) << e << " to " << v << " in "
+               << one.name << " by link " << index( link ) << " to " << v << " in "
                << network.text();
          }
       }
@@ -50,11 +159,11 @@ TEST( RepairWalk, equalRepairsAreSpreadAndStay ) {
    const auto choose = []( const std::string & network ) {
       GraphText text( network );
       RepairRuns runs( text.graph );
-      runs.protect( text.edge( "S", "E" ), true );
+      runs.protect( { text.edge( "S", "E" ) } );
       const RepairWalker::Originators destination{ { text.at( "D" ), 0 } };
       std::vector< std::string > chosen;
       for ( uint64_t key = 0; key < 300; ++key ) {
-         chosen.push_back( text.name( runs.to( destination, key ).front().firstHop ) );
+         chosen.push_back( text.name( runs.to( destination, key ).repairs.front().firstHop ) );
       }
       return chosen;
    };
@@ -80,28 +189,32 @@ TEST( RepairWalk, noRepairBeyondTheNodeLimit ) {
       const RepairWalker::Originators destination{ { text.at( "E" ), 0 } };
       RepairRuns runs( text.graph );
       RepairWalker walker( text.graph );
-      runs.protect( text.edge( "S", "E" ), true );
-      walker.resourceIs( { text.edge( "S", "E" ), true } );
-      const auto repairs = runs.to( destination );
-      EXPECT_EQ( walker.fault( repairs, destination, true ), "" );
-      EXPECT_EQ( repairs.empty() ? 0 : repairs[ 0 ].nodes.size(), length == 7 ? 8u : 0u );
+      runs.protect( { text.edge( "S", "E" ) } );
+      walker.resourceIs( walker.behind( text.edge( "S", "E" ), true ) );
+      const auto found = runs.to( destination );
+      EXPECT_EQ( walker.fault( found, destination, true ), "" );
+      EXPECT_EQ( found.repairs.empty() ? 0 : found.repairs[ 0 ].segments.size(),
+                 length == 7 ? 8u : 0u );
+      EXPECT_EQ( found.nodesNeeded, length == 7 ? 0u : 9u );
    }
 }
 
 TEST( RepairWalk, randomNetworks ) {
-   uint32_t repairs = 0;
+   std::map< std::string, uint32_t > repairs;
    for ( uint32_t seed = 1; seed <= 400 && !HasFailure(); ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( seed ) );
       std::mt19937 random( seed );
       judge( RandomNetwork( 5 + seed % 10, random ), true, random, repairs );
    }
-   EXPECT_GT( repairs, 10'000u );
    for ( uint32_t seed = 1; seed <= 48 && !HasFailure(); ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( 1000 + seed ) );
       std::mt19937 random( 1000 + seed );
       judge( RandomNetwork( 20 + 180 * ( seed % 4 ) / 3, random ), false, random, repairs );
    }
-   EXPECT_GT( repairs, 110'000u );
+   for ( const auto & [ kind, count ] : repairs ) {
+      EXPECT_GT( count, 1000u ) << kind;
+   }
+   EXPECT_EQ( repairs.size(), 14u );
 }
 
 }

@@ -20,6 +20,7 @@ RandomNetwork::RandomNetwork( uint32_t routers, std::mt19937 & random ) : router
          const auto before = std::ranges::count_if( links, same );
          const uint32_t there = metric();
          links.push_back( { a, b, there, pick( 3 ) < asymmetry ? metric() : there,
+                            pick( 2 ) * ( 1 + pick( routers ) / 3 ), pick( 4 ),
                             pick( 25 ) ? State::up : State::oneWay,
                             name( a ) + "-" + name( b )
                                + ( before ? ":" + std::to_string( before + 1 ) : "" ) } );
@@ -52,7 +53,8 @@ RandomNetwork::text() const {
    for ( const Link & link : links ) {
       if ( link.state != State::down ) {
          text += "; " + name( link.a ) + " -" + std::to_string( link.metric ) + "{back "
-                 + std::to_string( link.back ) + ( link.state == State::up ? "}- " : "}> " )
+                 + std::to_string( link.back ) + " group " + std::to_string( link.group )
+                 + ( link.srlg ? " srlg " + std::to_string( link.srlg ) : "" ) + ( link.state == State::up ? "}- " : "}> " )
                  + name( link.b );
       }
    }
@@ -60,13 +62,14 @@ RandomNetwork::text() const {
 }
 
 CspfEdge
-RandomNetwork::edgeOfA( size_t link ) const {
-   uint32_t edge = links[ link ].a == 0 ? 0 : 1;
+RandomNetwork::edgeFrom( CspfVertex router, size_t link ) const {
+   const bool fromA = links[ link ].a == index( router );
+   uint32_t edge = fromA ? 0 : 1;
    for ( size_t i = 0; i < link; ++i ) {
       edge += links[ i ].state == State::down ? 0 : links[ i ].state == State::oneWay ? 1 : 2;
    }
-   const bool isThere = links[ link ].state == State::up
-                        || ( links[ link ].state == State::oneWay && links[ link ].a == 0 );
+   const bool isThere =
+      links[ link ].state == State::up || ( links[ link ].state == State::oneWay && fromA );
    return isThere ? CspfEdge{ edge } : noEdge;
 }
 
@@ -86,13 +89,13 @@ RepairWalker::RepairWalker( const CspfGraph & graph )
             continue;
          }
          if ( graph.isRouter( to ) ) {
-            steps_[ v ].push_back( { index( to ), metric, link } );
+            steps_[ v ].push_back( { index( to ), metric, link, link } );
             continue;
          }
          for ( const uint32_t member : graph.out( to ) ) {
             const uint32_t other = index( graph.to( CspfEdge{ member } ) );
             if ( other != v && graph.twoWay( CspfEdge{ member } ) ) {
-               steps_[ v ].push_back( { other, metric, link } );
+               steps_[ v ].push_back( { other, metric, link, CspfEdge{ member } } );
             }
          }
       }
@@ -105,6 +108,12 @@ RepairWalker::RepairWalker( const CspfGraph & graph )
 void
 RepairWalker::resourceIs( const Resource & resource ) {
    resource_ = resource;
+   fails_.assign( graph_.edgeBound(), false );
+   for ( const CspfEdge edge : resource.edges ) {
+      if ( edge != noEdge ) {
+         fails_[ index( edge ) ] = true;
+      }
+   }
    after_.assign( graph_.vertexBound(), {} );
 }
 
@@ -116,11 +125,18 @@ RepairWalker::after( uint32_t router ) const {
    return after_[ router ];
 }
 
+RepairWalker::Resource
+RepairWalker::behind( CspfEdge link, bool isLink ) const {
+   const CspfVertex plr = graph_.from( link );
+   return isLink ? Resource{ plr, { link, graph_.reverse( link ) } }
+                 : Resource{ plr, {}, graph_.to( link ) };
+}
+
 bool
 RepairWalker::fails( const Step & step ) const {
-   return resource_.isLink
-             ? step.link == resource_.link || step.link == graph_.reverse( resource_.link )
-             : step.to == node() || graph_.from( step.link ) == CspfVertex{ node() };
+   return fails_[ index( step.link ) ] || fails_[ index( step.arrival ) ]
+          || CspfVertex{ step.to } == resource_.node
+          || graph_.from( step.link ) == resource_.node;
 }
 
 std::vector< uint32_t >
@@ -208,15 +224,21 @@ RepairWalker::forward( uint32_t from, const Originators & destination ) const {
    return delivered;
 }
 
-const RepairWalker::Step *
-RepairWalker::cheapestLink( uint32_t from, uint32_t to ) const {
-   const Step * best = nullptr;
-   for ( const Step & step : steps_[ from ] ) {
-      if ( step.to == to && ( !best || step.metric < best->metric ) ) {
-         best = &step;
-      }
-   }
-   return best;
+/// The link that the segment names is there, leads to its node, and does not fail.
+bool
+RepairWalker::crosses( uint32_t from, const CspfRepairSegment & segment ) const {
+   return std::ranges::any_of( steps_[ from ], [ & ]( const Step & step ) {
+      return step.link == segment.link && step.arrival == segment.arrival
+             && CspfVertex{ step.to } == segment.node && !fails( step );
+   } );
+}
+
+/// Whether a link that does not fail is a shortest path after the failure.
+bool
+RepairWalker::adjacent( uint32_t from, uint32_t to ) const {
+   return std::ranges::any_of( steps_[ from ], [ & ]( const Step & step ) {
+      return step.to == to && !fails( step ) && step.metric == after( from )[ to ];
+   } );
 }
 
 bool
@@ -230,14 +252,14 @@ RepairWalker::walk( const CspfRepair & repair, const Originators & destination )
          return false;
       }
    }
-   for ( size_t i = 0; i < repair.nodes.size(); ++i ) {
-      const CspfVertex next = repair.nodes[ i ];
-      const Step * adjacency = i > 0 ? cheapestLink( at, index( next ) ) : nullptr;
-      if ( !( adjacency ? !fails( *adjacency ) : forward( at, { { next, 0 } } ) )
-           || !onPath( index( next ), index( next ), destination ) ) {
+   for ( const CspfRepairSegment & segment : repair.segments ) {
+      const uint32_t next = index( segment.node );
+      if ( !( segment.link == noEdge ? forward( at, { { segment.node, 0 } } )
+                                     : crosses( at, segment ) )
+           || !onPath( next, next, destination ) ) {
          return false;
       }
-      at = index( next );
+      at = next;
    }
    return forward( at, destination );
 }
@@ -262,13 +284,11 @@ RepairWalker::fewestNodes( uint32_t firstHop, const Originators & destination ) 
             return nodes;
          }
          for ( uint32_t to = 0; to < graph_.vertexBound(); ++to ) {
-            const Step * link = nodes ? cheapestLink( from, to ) : nullptr;
             if ( used[ to ] || to == plr() || !graph_.isRouter( CspfVertex{ to } )
                  || after( from )[ to ] >= far || !onPath( from, to, destination ) ) {
                continue;
             }
-            if ( ( link && link->metric == after( from )[ to ] && !fails( *link ) )
-                 || forward( from, { { CspfVertex{ to }, 0 } } ) ) {
+            if ( ( nodes && adjacent( from, to ) ) || forward( from, { { CspfVertex{ to }, 0 } } ) ) {
                used[ to ] = true;
                next.push_back( to );
             }
@@ -280,8 +300,9 @@ RepairWalker::fewestNodes( uint32_t firstHop, const Originators & destination ) 
 }
 
 std::string
-RepairWalker::fault( const std::vector< CspfRepair > & repairs, const Originators & destination,
+RepairWalker::fault( const CspfRepairs & result, const Originators & destination,
                      bool tryAll ) const {
+   const auto & repairs = result.repairs;
    const uint32_t cheapest = cost( after( plr() ), destination );
    if ( cheapest >= far || own( plr(), destination ) == cheapest ) {
       return repairs.empty() ? "" : "a repair where there is none";
@@ -291,7 +312,7 @@ RepairWalker::fault( const std::vector< CspfRepair > & repairs, const Originator
       if ( repair.firstLinks.empty() || !walk( repair, destination ) ) {
          return "by " + std::to_string( index( repair.firstHop ) ) + " packets do not arrive";
       }
-      found[ repair.firstHop ] = repair.nodes.size();
+      found[ repair.firstHop ] = repair.segments.size();
    }
    if ( !tryAll && !repairs.empty() ) {
       return "";
@@ -302,11 +323,13 @@ RepairWalker::fault( const std::vector< CspfRepair > & repairs, const Originator
            && onPath( step.to, step.to, destination ) ) {
          const uint32_t nodes = fewestNodes( step.to, destination );
          least = std::min< size_t >( least, nodes );
-         if ( nodes <= CspfRepairTable::maxNodes ) {
+         if ( nodes <= 8 ) {
             wanted[ CspfVertex{ step.to } ] = nodes;
          }
       }
    }
-   const bool right = found == wanted && ( repairs.empty() || repairs[ 0 ].nodes.size() == least );
+   const bool right = found == wanted
+                      && ( repairs.empty() ? result.nodesNeeded == ( least < far ? least : 0 )
+                                           : repairs[ 0 ].segments.size() == least );
    return right ? "" : "would need " + std::to_string( least ) + " nodes";
 }

@@ -13,6 +13,7 @@ struct RandomNetwork {
    enum class State { up, oneWay, down };
    struct Link {
       uint32_t a, b, metric, back;
+      uint32_t srlg, group;  ///< 0: none
       State state = State::up;
       std::string name = {};  ///< in a lab
    };
@@ -25,8 +26,8 @@ struct RandomNetwork {
       return router == 0 ? "A" : "R" + std::to_string( router );
    }
    std::string text() const;
-   /// The edge by which A leaves by that link of its own, in a graph of that text.
-   Cspf::CspfEdge edgeOfA( size_t link ) const;
+   /// The edge by which a router leaves by that link of its own, in a graph of that text.
+   Cspf::CspfEdge edgeFrom( Cspf::CspfVertex router, size_t link ) const;
 };
 
 /// Judges repairs by sending packets. It knows the graph alone: costs between all routers by its
@@ -36,31 +37,34 @@ struct RandomNetwork {
 class RepairWalker {
  public:
    using Originators = std::vector< Cspf::CspfRepairTable::Originator >;
+   /// What fails: links, named by each direction in which they are not used any more, and a router.
    struct Resource {
-      Cspf::CspfEdge link;  // from the PLR; both directions fail
-      bool isLink = true;   // or the router at its far end
+      Cspf::CspfVertex plr = Cspf::noVertex;
+      std::vector< Cspf::CspfEdge > edges = {};
+      Cspf::CspfVertex node = Cspf::noVertex;
    };
 
    explicit RepairWalker( const Cspf::CspfGraph & graph );
    void resourceIs( const Resource & resource );
+   /// The link and its other direction, or the router that it leads to.
+   Resource behind( Cspf::CspfEdge link, bool isLink ) const;
 
    /// What is wrong with the repairs, in words, or nothing. None is right when the failure
    /// disconnects the destination, or when more nodes are needed than there may be. `tryAll`: also
    /// proves that there is one for each first hop after the failure, that no fewer nodes would do,
    /// and that the first one has the fewest.
-   std::string fault( const std::vector< Cspf::CspfRepair > & repairs,
+   std::string fault( const Cspf::CspfRepairs & result,
                       const Originators & destination, bool tryAll ) const;
 
  private:
    static constexpr uint32_t far = 0x3FFFFFFF;
    struct Step {
       uint32_t to, metric;
-      Cspf::CspfEdge link;
+      Cspf::CspfEdge link, arrival;  // the same, but across a LAN
    };
    using Costs = std::vector< std::vector< uint32_t > >;
 
-   uint32_t plr() const { return index( graph_.from( resource_.link ) ); }
-   uint32_t node() const { return index( graph_.to( resource_.link ) ); }
+   uint32_t plr() const { return index( resource_.plr ); }
    bool mayCross( uint32_t router ) const {
       return !graph_.overloaded( Cspf::CspfVertex{ router } );
    }
@@ -72,7 +76,8 @@ class RepairWalker {
    uint32_t rest( uint32_t at, const std::vector< uint32_t > & costs,
                   const Originators & destination ) const;
    bool forward( uint32_t at, const Originators & destination ) const;
-   const Step * cheapestLink( uint32_t from, uint32_t to ) const;
+   bool crosses( uint32_t from, const Cspf::CspfRepairSegment & segment ) const;
+   bool adjacent( uint32_t from, uint32_t to ) const;
    bool walk( const Cspf::CspfRepair & repair, const Originators & destination ) const;
    bool onPath( uint32_t from, uint32_t to, const Originators & destination ) const;
    uint32_t fewestNodes( uint32_t firstHop, const Originators & destination ) const;
@@ -81,6 +86,7 @@ class RepairWalker {
    std::vector< std::vector< Step > > steps_;  // by router
    Costs before_;
    Resource resource_;
+   std::vector< bool > fails_;  // by edge
    mutable Costs after_;                      // rows that were asked for
    mutable std::vector< uint32_t > visited_;  // by router: number of the packet
    mutable uint32_t packet_ = 0;

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <random>
 
 using namespace Cspf;
@@ -313,7 +314,7 @@ class TilfaStorm {
                EXPECT_TRUE( idx_[ path ] == before || events > 1 ) << path;
                return;
             }
-            walker.resourceIs( { protectedLink, isLink } );
+            walker.resourceIs( walker.behind( protectedLink, isLink ) );
             const RepairWalker::Originators router{ { CspfVertex{ to }, 0 } };
             EXPECT_EQ( walker.fault( published( text, idx_[ path ] ),
                                      to < network_.routers ? router : prefix_, false ),
@@ -352,9 +353,9 @@ class TilfaStorm {
    CspfEdge edgeOf( GraphText & text, const std::string & intf ) const {
       const auto own = own_.find( intf );
       return own == own_.end() ? text.edge( "A", intf.substr( 0, intf.find( '.' ) ) )  // a LAN
-                               : network_.edgeOfA( own->second );
+                               : network_.edgeFrom( CspfVertex{ 0 }, own->second );
    }
-   std::vector< CspfRepair > published( GraphText & text, std::uint32_t idx ) const {
+   CspfRepairs published( GraphText & text, std::uint32_t idx ) const {
       const auto af = isV6_ ? Kivnet::AddressFamily::ipv6 : Kivnet::AddressFamily::ipv4;
       if ( idx == 0 ) {
          return {};
@@ -369,10 +370,34 @@ class TilfaStorm {
       if ( link != noEdge && text.graph.isNetwork( repair.firstHop ) ) {
          repair.firstHop = numbered( info.nhIp().stringValue() );
       }
-      for ( const auto & node : info.pathList() ) {
-         repair.nodes.push_back( numbered( node.stringValue() ) );
+      for ( const RepairSegment & segment : info.segmentList() ) {
+         const CspfVertex node = numbered( segment.to().stringValue() );
+         repair.segments.push_back( { node } );
+         if ( segment.from() ) {
+            setLink( text, numbered( segment.from().stringValue() ), segment,
+                     repair.segments.back() );
+         }
       }
-      return { repair };
+      return { { repair }, 0 };
+   }
+   /// The published addresses of the n-th link are 10.64.0.2n and 2n+1, on a LAN 10.128.n.m.
+   void setLink( GraphText & text, CspfVertex from, const RepairSegment & published,
+                 CspfRepairSegment & segment ) const {
+      std::string address = published.nearAddr().stringValue();
+      std::ranges::replace( address, ':', '.' );
+      const std::size_t at = address.find( "10." );
+      unsigned kind = 0, high = 0, low = 0;
+      std::sscanf( address.c_str() + at, "10.%u.%u.%u", &kind, &high, &low );
+      if ( kind == 128 ) {
+         const std::string lan = "lan" + std::to_string( high );
+         EXPECT_EQ( low, index( from ) + 1 );
+         segment.link = text.edge( text.name( from ), lan );
+         segment.arrival = text.edge( lan, text.name( segment.node ) );
+      } else {
+         segment.link = network_.edgeFrom( from, ( 256 * high + low ) / 2 - 1 );
+         segment.arrival = segment.link;
+      }
+      EXPECT_EQ( published.farAddr().af(), published.nearAddr().af() );
    }
 
    const bool isV6_;

@@ -51,24 +51,25 @@ mix( uint64_t a, uint64_t b ) {
 class CspfRepairTable::Chooser {
  public:
    Chooser( const CspfRepairTable & table, const CspfGraph & graph, const CspfTree & tree,
-            uint64_t destinationKey, const RouterKey & key, const LinkKey & linkKey )
+            const Query & query )
       : table_( table ),
         graph_( graph ),
         tree_( tree ),
-        destinationKey_( destinationKey ),
-        key_( key ),
-        linkKey_( linkKey ) {}
+        query_( query ) {}
 
-   uint64_t preference( CspfVertex router ) const { return mix( destinationKey_, key_( router ) ); }
+   uint64_t preference( CspfVertex router ) const {
+      return mix( query_.destinationKey, query_.key( router ) );
+   }
 
-   /// The repair by `firstHop` whose last segment, the `nodes`-th from a repair node, begins at
-   /// `start`.
+   /// The repair by `firstHop` whose last segment, after `nodes` repair nodes, begins at `start`.
    CspfRepair traceBack( CspfVertex firstHop, CspfVertex start, uint8_t nodes ) const {
       CspfRepair repair{ firstHop, firstLinks( firstHop ), {} };
-      repair.nodes.resize( nodes );
+      repair.segments.resize( nodes );
       for ( ; nodes > 0; --nodes ) {
-         repair.nodes[ nodes - 1u ] = start;
-         start = startBefore( firstHop, start );
+         const CspfVertex before = startBefore( firstHop, start );
+         repair.segments[ nodes - 1u ] =
+            nodes > 1 ? segment( before, start ) : CspfRepairSegment{ start };
+         start = before;
       }
       return repair;
    }
@@ -92,6 +93,30 @@ class CspfRepairTable::Chooser {
       return best;
    }
 
+   /// Neighbours on the path are joined by its link; of equal ones by the first in key order.
+   CspfRepairSegment segment( CspfVertex before, CspfVertex node ) const {
+      CspfRepairSegment segment{ node };
+      const auto offer = [ & ]( CspfVertex from, CspfEdge link, CspfEdge arrival ) {
+         if ( from == before
+              && ( segment.link == noEdge
+                   || graph_.keyRank( link ) < graph_.keyRank( segment.link ) ) ) {
+            segment.link = link;
+            segment.arrival = arrival;
+         }
+      };
+      for ( const CspfEdge arrival : tree_.lastLinks( node ) ) {
+         const CspfVertex from = graph_.from( arrival );
+         if ( graph_.isRouter( from ) ) {
+            offer( from, arrival, arrival );
+            continue;
+         }
+         for ( const CspfEdge intoNetwork : tree_.lastLinks( from ) ) {
+            offer( graph_.from( intoNetwork ), intoNetwork, arrival );
+         }
+      }
+      return segment;
+   }
+
    std::vector< CspfEdge > firstLinks( CspfVertex firstHop ) const {
       std::vector< CspfEdge > links;
       forEachPredecessor( graph_, tree_, firstHop, [ & ]( CspfVertex before, CspfEdge link ) {
@@ -100,7 +125,7 @@ class CspfRepairTable::Chooser {
          }
       } );
       std::ranges::sort( links, std::greater(), [ & ]( CspfEdge link ) {
-         return mix( destinationKey_, linkKey_( link ) );
+         return mix( query_.destinationKey, query_.linkKey( link ) );
       } );
       return links;
    }
@@ -108,18 +133,19 @@ class CspfRepairTable::Chooser {
    const CspfRepairTable & table_;
    const CspfGraph & graph_;
    const CspfTree & tree_;
-   const uint64_t destinationKey_;
-   const RouterKey & key_;
-   const LinkKey & linkKey_;
+   const Query & query_;
 };
 
 /// By first hop, where the last segment begins.
 class CspfRepairTable::LastSegments {
  public:
-   explicit LastSegments( const Chooser & chooser ) : chooser_( chooser ) {}
+   LastSegments( const Chooser & chooser, uint32_t maxNodes )
+      : chooser_( chooser ),
+        maxNodes_( maxNodes ) {}
 
    void offer( CspfVertex firstHop, uint8_t nodes, CspfVertex start ) {
-      if ( nodes > maxNodes ) {
+      if ( nodes > maxNodes_ ) {
+         needed_ = std::min( needed_, nodes );
          return;
       }
       const auto at = std::ranges::find( segments_, firstHop, &Segment::firstHop );
@@ -132,15 +158,16 @@ class CspfRepairTable::LastSegments {
       }
    }
 
-   std::vector< CspfRepair > repairs() {
+   CspfRepairs repairs() {
       std::ranges::sort( segments_, std::less(), [ & ]( const Segment & segment ) {
          return std::pair( segment.nodes, ~chooser_.preference( segment.firstHop ) );
       } );
-      std::vector< CspfRepair > repairs;
+      CspfRepairs result;
       for ( const auto & [ firstHop, nodes, start ] : segments_ ) {
-         repairs.push_back( chooser_.traceBack( firstHop, start, nodes ) );
+         result.repairs.push_back( chooser_.traceBack( firstHop, start, nodes ) );
       }
-      return repairs;
+      result.nodesNeeded = segments_.empty() && needed_ != none ? needed_ : 0;
+      return result;
    }
 
  private:
@@ -150,6 +177,8 @@ class CspfRepairTable::LastSegments {
       CspfVertex start;
    };
    const Chooser & chooser_;
+   const uint32_t maxNodes_;
+   uint8_t needed_ = none;  // more than there may be
    std::vector< Segment > segments_;
 };
 
@@ -172,18 +201,28 @@ CspfRepairTable::noPathViaProtResource( CspfVertex from ) const {
    return neverCrossed_ || cost_[ index( from ) ].toResource == unreached;
 }
 
-/// Whether plain forwarding from the immediate neighbour, or a repair node, to `cand` avoids the
-/// resource. REQUIRES: `cand` comes after it on a post-convergence path.
+/// Whether plain forwarding from the immediate neighbour, or a repair node, to `cand` is good.
+/// REQUIRES: `cand` comes after it on a post-convergence path.
 bool
 CspfRepairTable::isPnode( CspfVertex immNgb, CspfVertex cand ) const {
    const Costs & costs = cost_[ index( cand ) ];
-   return isQnode( immNgb, { costs.postConvergence, costs.fromNode } );
+   const Originator end{ cand, 0 };
+   return isQnode( immNgb, { { &end, 1 }, costs.postConvergence, costs.fromNode } );
 }
 
-/// Whether plain forwarding from `cand` to the goal avoids the resource. REQUIRES: it is on a
-/// post-convergence path to the goal.
+/// Whether plain forwarding from `cand` to the goal is good. REQUIRES: it is on a post-convergence
+/// path to the goal.
 bool
 CspfRepairTable::isQnode( CspfVertex cand, const Goal & goal ) const {
+   return avoidsResource( cand, goal )
+          && ( !forwarding_.refusesAny()
+               || forwarding_.avoidsRefused( cand, goal.originators,
+                                             goal.pcCostPlrToDest
+                                                - cost_[ index( cand ) ].postConvergence ) );
+}
+
+bool
+CspfRepairTable::avoidsResource( CspfVertex cand, const Goal & goal ) const {
    if ( noPathViaProtResource( cand ) ) {
       return true;
    }
@@ -195,8 +234,13 @@ CspfRepairTable::isQnode( CspfVertex cand, const Goal & goal ) const {
 
 void
 CspfRepairTable::build( const CspfGraph & graph, const CspfProtectedResource & resource,
-                        const CspfRepairTrees & trees ) {
+                        const CspfRepairTrees & trees,
+                        const CspfRepairConstraints & constraints ) {
    resource_ = resource;
+   forwarding_.build( graph, constraints.plain, constraints.asked, [ & ]( CspfEdge edge ) {
+      return graph.to( edge ) == resource.node
+             && ( !resource.isLink || graph.from( edge ) == resource.plr );
+   } );
    neverCrossed_ = resource.isLink && graph.overloaded( resource.plr );
    readCosts( graph, trees );
    rows_.assign( graph.vertexBound(), Row() );
@@ -267,7 +311,7 @@ CspfRepairTable::label( CspfVertex before, CspfVertex router ) {
       if ( label.ending != none && fromBefore ) {
          offered.offer( label.ending, before );
       }
-      if ( label.ending < maxNodes ) {
+      if ( label.ending < most ) {
          offered.label.ending = std::min< uint8_t >( offered.label.ending, label.ending + 1 );
       }
    }
@@ -279,7 +323,7 @@ CspfRepairTable::storeOffered( CspfVertex router ) {
    row.first = static_cast< uint32_t >( labels_.size() );
    for ( size_t i = 0; i < offers_; ++i ) {
       auto & [ label, starts ] = offered_[ i ];
-      if ( label.passing < maxNodes ) {
+      if ( label.passing < most ) {
          label.ending = std::min< uint8_t >( label.ending, label.passing + 1 );
       }
       if ( label.passing == none && label.ending == none ) {
@@ -313,17 +357,16 @@ CspfRepairTable::goalOf( std::span< const Originator > originators ) const {
       }
       return static_cast< uint32_t >( least );
    };
-   return { cheapest( &Costs::postConvergence ), cheapest( &Costs::fromNode ) };
+   return { originators, cheapest( &Costs::postConvergence ), cheapest( &Costs::fromNode ) };
 }
 
-std::vector< CspfRepair >
+CspfRepairs
 CspfRepairTable::repairs( const CspfGraph & graph, const CspfTree & postConvergence,
-                          std::span< const Originator > originators, uint64_t destinationKey,
-                          const RouterKey & key, const LinkKey & linkKey ) const {
-   const Goal goal = goalOf( originators );
-   const Chooser chooser( *this, graph, postConvergence, destinationKey, key, linkKey );
-   LastSegments last( chooser );
-   for ( const Originator & o : originators ) {
+                          const Query & query ) const {
+   const Goal goal = goalOf( query.originators );
+   const Chooser chooser( *this, graph, postConvergence, query );
+   LastSegments last( chooser, query.maxNodes );
+   for ( const Originator & o : query.originators ) {
       const uint32_t toRouter = cost_[ index( o.router ) ].postConvergence;
       if ( toRouter == unreached || uint64_t( toRouter ) + o.metric != goal.pcCostPlrToDest ) {
          continue;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Graph/Tree.h"
+#include "Cspf/Graph/PlainForwarding.h"
 
 #include <cstdint>
 #include <functional>
@@ -25,13 +25,33 @@ struct CspfRepairTrees {
    const CspfTree & toResource;       ///< reverse: to the PLR (link) or to the `node` (node)
 };
 
-/// How a packet is steered: out by one of `firstLinks` to `firstHop`, from there by shortest paths
-/// to the first repair node, and so on; two repair nodes in a row that are neighbours are joined by
-/// the link between them. From the last one it follows shortest paths to the destination.
+/// What the network forwards by before the failure, and what repairs are asked to survive.
+struct CspfRepairConstraints {
+   const CspfLinkConstraint & plain;  ///< without root: overloaded routers carry no transit
+   const CspfLinkConstraint & asked;  ///< that of the post-convergence tree
+};
+
+/// One step of a repair: from where the last one ended to the repair node.
+struct CspfRepairSegment {
+   CspfVertex node = noVertex;
+   /// noEdge: by shortest paths. Otherwise over this link, by which the last node is left, and this
+   /// edge, by which the packet enters the node: the same one, or the step from a LAN.
+   CspfEdge link = noEdge, arrival = noEdge;
+};
+
+/// How a packet is steered: out by one of `firstLinks` to `firstHop`, from there by the segments,
+/// and from the last repair node by shortest paths to the destination.
 struct CspfRepair {
    CspfVertex firstHop = noVertex;
    std::vector< CspfEdge > firstLinks;  ///< equally good, the preferred one first
-   std::vector< CspfVertex > nodes;
+   std::vector< CspfRepairSegment > segments;
+};
+
+/// The repairs of one destination: one for each first hop of a path after the failure, with the
+/// fewest repair nodes that do, and in the order of their number.
+struct CspfRepairs {
+   std::vector< CspfRepair > repairs;
+   uint32_t nodesNeeded = 0;  ///< where there is none: by how many repair nodes there would be one
 };
 
 /// Repairs of one protected link or node towards every destination (RFC 9855; P and Q spaces
@@ -40,45 +60,42 @@ struct CspfRepair {
 /// A candidate lies on a shortest path after the failure. From router u, plain forwarding to v
 /// avoids the resource exactly when the cost from u to v along that path is less than the least
 /// cost from u to v across the resource: `isPnode` where u is the first hop, or a repair node on
-/// the way to the next, `isQnode` where v is the destination. Walking the routers in order of
-/// post-convergence cost, the table keeps for each, by the first hop of the path, the fewest repair
-/// nodes by which a packet gets there, and from which routers its last segment may begin. A segment
-/// that may begin at a router may begin at each later router of the same path, so only the fewest
-/// need be kept.
+/// the way to the next, `isQnode` where v is the destination. What else the constraint refuses, of
+/// a shared risk, say, it must avoid, too. Walking the routers in order of post-convergence cost,
+/// the table keeps for each, by the first hop of the path, the fewest repair nodes by which a packet
+/// gets there, and from which routers its last segment may begin. A segment that may begin at a
+/// router may begin at each later router of the same path, so only the fewest need be kept.
 class CspfRepairTable {
  public:
-   static constexpr uint32_t maxNodes = 8;
-
    /// Works out all repairs. REQUIRES: metrics of the three trees are IGP metrics of `graph`; the
    /// PLR is the post-convergence tree's source. Holds nothing of its arguments afterwards but
-   /// numbers. O(edges * first hops) at the worst, in practice a few runs.
+   /// numbers. O(edges * first hops) at the worst, in practice a few runs; where the constraint
+   /// refuses more than the resource, a run more for each repair node that is close to it.
    void build( const CspfGraph & graph, const CspfProtectedResource & resource,
-               const CspfRepairTrees & trees );
+               const CspfRepairTrees & trees, const CspfRepairConstraints & constraints );
 
-   struct Originator {
-      CspfVertex router;
-      uint32_t metric;
-   };
+   using Originator = CspfOriginator;
    using RouterKey = std::function< uint64_t( CspfVertex ) >;
    using LinkKey = std::function< uint64_t( CspfEdge ) >;
 
-   /// The repairs towards a destination that all `originators` advertise at their metrics (a router
-   /// is its only originator, at metric 0): one for each first hop of a path after the failure,
-   /// with the fewest repair nodes that do, and in the order of their number. Nothing where the
-   /// failure disconnects the destination, where it is the PLR's own, or where more than `maxNodes`
-   /// repair nodes are needed.
-   ///
-   /// `key`, `linkKey`: a number for each router, and for each link of the PLR, that lasts;
-   /// `destinationKey`: one for the destination. What is preferred among equals follows from a hash
-   /// of the two, so that destinations spread over equal repairs and stay put.
-   std::vector< CspfRepair > repairs( const CspfGraph & graph, const CspfTree & postConvergence,
-                                      std::span< const Originator > originators,
-                                      uint64_t destinationKey, const RouterKey & key,
-                                      const LinkKey & linkKey ) const;
+   struct Query {
+      /// All who advertise the destination, at their metrics; a router itself is its only one, at
+      /// metric 0.
+      std::span< const Originator > originators;
+      uint32_t maxNodes = 8;
+      /// What is preferred among equals follows from a hash of the destination's key and those of
+      /// routers and of the PLR's links. Keys last, so that destinations spread and stay put.
+      uint64_t destinationKey = 0;
+      const RouterKey & key;
+      const LinkKey & linkKey;
+   };
+   /// No repair where the failure disconnects the destination, or where it is the PLR's own.
+   CspfRepairs repairs( const CspfGraph & graph, const CspfTree & postConvergence,
+                        const Query & query ) const;
 
  private:
    static constexpr uint32_t unreached = CspfTree::unreachedMetric;
-   static constexpr uint8_t none = 0xFF;
+   static constexpr uint8_t none = 0xFF, most = none - 1;
 
    struct Costs {
       uint32_t postConvergence, fromNode, toResource;
@@ -104,6 +121,7 @@ class CspfRepairTable {
       void offer( uint8_t nodes, CspfVertex start );
    };
    struct Goal {
+      std::span< const Originator > originators;
       uint32_t pcCostPlrToDest, costProtNodeToDest;
    };
    class Chooser;
@@ -111,6 +129,7 @@ class CspfRepairTable {
 
    bool isPnode( CspfVertex immNgb, CspfVertex cand ) const;
    bool isQnode( CspfVertex cand, const Goal & goal ) const;
+   bool avoidsResource( CspfVertex cand, const Goal & goal ) const;
    bool noPathViaProtResource( CspfVertex from ) const;
    void readCosts( const CspfGraph & graph, const CspfRepairTrees & trees );
    void label( const CspfGraph & graph, const CspfTree & tree, CspfVertex router );
@@ -128,6 +147,7 @@ class CspfRepairTable {
    Goal goalOf( std::span< const Originator > originators ) const;
 
    CspfProtectedResource resource_;
+   CspfPlainForwarding forwarding_;  // against what the constraint refuses besides
    bool neverCrossed_ = false;  // the protected link carries no transit: the PLR is overloaded
    std::vector< Costs > cost_;  // by vertex
    std::vector< Row > rows_;    // by vertex

@@ -36,7 +36,7 @@ class CspfTreeRun {
    /// Shortest paths from `options.source` over the edges that the filter admits, to every
    /// vertex, into `tree` (whose memory is reused). Skipped: links of metric 0; of a metric above
    /// CspfArcs::maxLinkMetric unless the options allow them; steps that take the path metric above
-   /// maxPathMetric. REQUIRES: the source is a router of the graph; the filter was applied to this
+   /// maxPathMetric. REQUIRES: the source is in the graph; the filter was applied to this
    /// version of the graph. O(edges + vertices), and a queue operation for each improvement.
    template< typename Observer = CspfNoObserver >
    void run( const CspfGraph & graph, const CspfLinkFilter & filter, const CspfRunOptions & options,
@@ -108,7 +108,7 @@ template< typename Observer >
 void
 CspfTreeRun::run( const CspfGraph & graph, const CspfLinkFilter & filter,
                   const CspfRunOptions & options, CspfTree & tree, Observer && observer ) {
-   LUM_ASSERT( graph.has( options.source ) && graph.isRouter( options.source ) );
+   LUM_ASSERT( graph.has( options.source ) );
    arcs_.build( graph, filter, options );
    tree.begin( graph, options, arcs_.countsSrlgs() );
    ties_.clear();

@@ -11,6 +11,7 @@ struct PqPath {
    LUM_FIELD( nhIp, Kivnet::IpGenAddr );
    LUM_FIELD( nhIntf, Kivnet::IntfId );
    LUM_LIST( path, RepairNodeIdx, Routing::Isis::SystemId );
+   LUM_LIST( segment, RepairNodeIdx, RepairSegment );
 };
 
 /// A repair that is shared by all requests that need the same one, with the identifier under

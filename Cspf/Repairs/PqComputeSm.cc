@@ -261,17 +261,23 @@ PqComputeSm::getAllPqPath() {
    const TopoGraph & topology = this->topology();
    const auto & cspfData = runs_.constrained;
    AllPqPathWithImmNgb all;
-   for ( const CspfRepair & repair :
-         repairs_->table( topology )
-            .repairs(
-               topology.graph(), cspfData->tree(), getAllDestinationNodes(), destination().hash(),
-               [ & ]( CspfVertex router ) { return topology.nodeId( router ).hash(); },
-               [ & ]( CspfEdge link ) { return topology.neighbor( link ).intfId().hash(); } ) ) {
-      PqPathWithImmNgb path{ topology.nodeId( repair.firstHop ), repair.firstLinks, {} };
-      for ( const CspfVertex vertex : repair.nodes ) {
-         const NodeId & node = topology.nodeId( vertex );
+   const CspfRepairTable::RouterKey routerKey = [ & ]( CspfVertex router ) {
+      return topology.nodeId( router ).hash();
+   };
+   const CspfRepairTable::LinkKey linkKey = [ & ]( CspfEdge link ) {
+      return topology.neighbor( link ).intfId().hash();
+   };
+   const auto originators = getAllDestinationNodes();
+   const CspfRepairs found = repairs_->table( topology )
+                                .repairs( topology.graph(), cspfData->tree(),
+                                          { originators, 8, destination().hash(), routerKey, linkKey } );
+   for ( const CspfRepair & repair : found.repairs ) {
+      PqPathWithImmNgb path{ topology.nodeId( repair.firstHop ), repair.firstLinks, {}, {} };
+      for ( const CspfRepairSegment & segment : repair.segments ) {
+         const NodeId & node = topology.nodeId( segment.node );
          LUM_ASSERT( node != cspfData->source() );
          path.path.push( node.isisSystemId() );
+         path.segment.push( this->segment( segment ) );
       }
       all.pqPathWithImmNgb.push_back( std::move( path ) );
    }
@@ -279,6 +285,20 @@ PqComputeSm::getAllPqPath() {
    reason_ =
       all.pqPathWithImmNgb.empty() ? "no repair with as few repair nodes as there may be" : "";
    return all;
+}
+
+RepairSegment
+PqComputeSm::segment( const CspfRepairSegment & segment ) const {
+   const TopoGraph & topology = this->topology();
+   RepairSegment published;
+   published.toIs( topology.nodeId( segment.node ).isisSystemId() );
+   if ( segment.link != noEdge ) {
+      const CspfVertex from = topology.graph().from( segment.link );
+      published.fromIs( topology.nodeId( from ).isisSystemId() );
+      published.nearAddrIs( topology.interfaceAddr( segment.link ) );
+      published.farAddrIs( topology.nextHop( segment.arrival ) );
+   }
+   return published;
 }
 
 /// The first one whose next hop is known. A next hop that comes to be known, and would have been
@@ -293,6 +313,7 @@ PqComputeSm::getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath ) {
               return resolveNexthop( candidate.immNgb, link, path );
            } ) ) {
          path.path_ = candidate.path;
+         path.segment_ = candidate.segment;
          return path;
       }
    }

@@ -19,6 +19,7 @@ struct PqPathWithImmNgb {
    NodeId immNgb;
    std::vector< CspfEdge > firstLinks;  ///< to the neighbour, the preferred one first
    Lum::List< RepairNodeIdx, Routing::Isis::SystemId > path;
+   Lum::List< RepairNodeIdx, RepairSegment > segment;  ///< one for each of `path`
 };
 
 /// The repairs of one destination, those with the fewest nodes first, among equals the one that it
@@ -99,6 +100,7 @@ class PqComputeSm : public Lum::Reactor {
    std::string missingRunOf( const Lum::Ptr< PathStatusCache > & cache ) const;
    AllPqPathWithImmNgb getAllPqPath();
    std::optional< PqPath > getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath );
+   RepairSegment segment( const CspfRepairSegment & segment ) const;
    bool resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path );
    bool protectedLinkIsGone() const;
    void compute();

@@ -33,7 +33,9 @@ SharedRepairs::table( const TopoGraph & topology ) {
       table_.emplace().build(
          topology.graph(),
          { plr, node, runs_.isLinkProtection, runs_.forward->tree().metric( node ) },
-         { runs_.constrained->tree(), runs_.neighbor->tree(), runs_.reverse->tree() } );
+         { runs_.constrained->tree(), runs_.neighbor->tree(), runs_.reverse->tree() },
+         { runs_.forward->view().linkConstraint( NodeId() ),
+           runs_.constrained->view().linkConstraint( runs_.constrained->source() ) } );
    }
    return *table_;
 }

@@ -90,6 +90,10 @@ class TopoGraph {
       return edgeMeanings_[ index( edge ) ].nextHop;
    }
 
+   /// The address of the near end of a link; where it has several, one that the far end knows.
+   /// Unset where it has none.
+   Kivnet::IpGenAddr interfaceAddr( CspfEdge link ) const;
+
    /// The router of that topology which is this vertex (the first, where several are); empty where
    /// there is none.
    IgpRouterId igpRouterId( const TopoId & topoId, CspfVertex router ) const;

@@ -177,6 +177,14 @@ TopoGraph::updateNextHop( CspfEdge edge ) const {
                                                                   : first( known );
 }
 
+Kivnet::IpGenAddr
+TopoGraph::interfaceAddr( CspfEdge link ) const {
+   const CspfEdge reverse = graph_.reverse( link );
+   return reverse != noEdge && graph_.kind( link ) == CspfEdgeKind::routerToRouter
+             ? nextHop( reverse )
+             : first( neighbor( link ).interfaceAddrList() );
+}
+
 // LANs.
 
 CspfVertex
