@@ -1,11 +1,12 @@
 // What two records say of each other: the reverse of a point-to-point link, and who is on a LAN.
 //
 // An edge is paired with its reverse among the parallel links of two routers: with the one whose
-// addresses mirror it, else with the one of equal rank in key order. The pairing is a function of
-// the links that are there, not of the order in which they came; a pair that stays is not
-// touched. It is worked out when the graph is asked for, once for however many of the links have
-// changed. On a LAN the router lists the LAN (that is its link), and the LAN lists the router (the
-// step back); where both do, the two edges are a pair.
+// addresses mirror it, else with the one of equal rank in key order, unless the addresses say that
+// they are ends of different links. The pairing is a function of the links that are there, not of
+// the order in which they came; a pair that stays is not touched. It is worked out when the graph is
+// asked for, once for however many of the links have changed. On a LAN the router lists the LAN
+// (that is its link), and the LAN lists the router (the step back); where both do, the two edges
+// are a pair.
 
 #include "Cspf/Topology/TopoGraph.h"
 
@@ -78,7 +79,9 @@ TopoGraph::pairParallels( std::vector< Parallel > forward,
          }
       }
    };
-   pairEach( []( const auto &, const auto & ) { return true; } );
+   pairEach( [ & ]( const Parallel & one, const Parallel & other ) {
+      return !addressesContradict( neighbor( one.edge ), neighbor( other.edge ) );
+   } );
    for ( const auto * side : { &forward, &backward } ) {
       for ( const Parallel & one : *side ) {
          if ( !one.paired ) {

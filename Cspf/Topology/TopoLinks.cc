@@ -25,4 +25,17 @@ addressesMirror( const Routing::Topology::Neighbor & neighbor,
    return knows( neighbor, reverseNeighbor ) && knows( reverseNeighbor, neighbor );
 }
 
+bool
+addressesContradict( const Routing::Topology::Neighbor & neighbor,
+                     const Routing::Topology::Neighbor & reverseNeighbor ) {
+   const auto contradicts = []( const auto & one, const auto & other ) {
+      const auto & known = one.neighborAddrList();
+      return !known.empty() && !other.interfaceAddrList().empty()
+             && std::ranges::none_of( known, [ & ]( const auto & address ) {
+                   return neighborHasInterfaceAddr( other, address );
+                } );
+   };
+   return contradicts( neighbor, reverseNeighbor ) || contradicts( reverseNeighbor, neighbor );
+}
+
 }

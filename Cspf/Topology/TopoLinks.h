@@ -51,5 +51,9 @@ bool neighborHasInterfaceAddr( const Routing::Topology::Neighbor & neighbor,
 /// other's neighbour addresses. False where one has no addresses.
 bool addressesMirror( const Routing::Topology::Neighbor & neighbor,
                       const Routing::Topology::Neighbor & reverseNeighbor );
+/// An end knows addresses of its neighbour, and the other end has addresses, but none of these: the
+/// two are ends of different links.
+bool addressesContradict( const Routing::Topology::Neighbor & neighbor,
+                          const Routing::Topology::Neighbor & reverseNeighbor );
 
 }
