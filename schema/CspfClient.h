@@ -49,6 +49,12 @@ struct PathConstraint {
    LUM_FIELD( sourceType, CspfSourceType );
    LUM_FIELD( neighborLink, Kivnet::IpGenAddr );
    LUM_FIELD( neighbor, Kivnet::IpGenAddr );
+   /// Of a repair on a LAN: the one neighbour whose place on the LAN is protected, by its identity
+   /// (`neighbor` names it by its TE router id). Unset both: the interface as a whole is.
+   LUM_FIELD( neighborSystemId, Routing::Isis::SystemId );
+   LUM_FIELD( maxRepairNodes, std::uint32_t );  ///< of a repair, 1 to 8; 0: 8
+   /// Of a repair for a node: where the node cannot be avoided, the link to it is.
+   LUM_FIELD( fallBackToLink, bool );
    LUM_FIELD( noSpf, bool );
    PathConstraint() { sourceType_ = plr(); }
 };

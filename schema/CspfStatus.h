@@ -11,6 +11,9 @@ class AgentStatus : public Lum::Entity {
    LUM_ATTRIBUTE( agentEnabled, bool );
 };
 
+/// What a published repair protects against.
+LUM_ENUM( RepairKind, std::uint8_t, none, link, node );
+
 /// The published path. No hops: there is none, or the destination is the router itself.
 struct PathStatus {
    LUM_VALUE( Cspf, PathStatus );
@@ -18,6 +21,7 @@ struct PathStatus {
    LUM_FIELD( refreshRespSeq, std::uint32_t );  ///< the `refreshReqSeq` that it answers
    LUM_FIELD( changeCount, std::uint32_t );
    LUM_FIELD( repairPathIdx, std::uint32_t );  ///< an index of `Status::pqInfo`; 0: none
+   LUM_FIELD( achieved, RepairKind );          ///< by the repair
    LUM_LIST( path, HopIndex, Kivnet::IpGenAddr );
    LUM_LIST( pathSrlg, HopIndex, SrlgOfHop );
    LUM_LIST( pathTeRouterId, HopIndex, Kivnet::IpGenAddr );

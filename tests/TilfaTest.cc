@@ -168,6 +168,109 @@ TEST( Tilfa, saysWhyThereIsNone ) {
    }
 }
 
+TEST( Tilfa, theFarEndMaySpeakFirst ) {
+   TestLab lab( "A -1{srlg 7}- B -1- C -1- D -1- E -1- A", client );
+   const Json strict{
+      { "excludeIntf", "A-B.a" }, { "excludeSrlg", true }, { "srlgStrictMode", true } };
+   lab.request( "tilfa", "link", "C", linkOf( "A-B.a" ) );
+   lab.request( "tilfa", "risk", "C", strict, { { "id", 2 } } );
+   lab.settle();
+   const std::uint32_t before = idx( lab, "link" );
+   EXPECT_EQ( repair( lab, "link" ), "10.64.0.10 E-A.b:" );
+   EXPECT_EQ( idx( lab, "risk" ), before );
+   const auto stays = [ & ]( const char * when ) {
+      lab.settle();
+      EXPECT_EQ( idx( lab, "link" ), before ) << when;
+      EXPECT_EQ( idx( lab, "risk" ), before ) << when;
+   };
+   lab.link( "A-B", { { "ba", false } } );
+   stays( "the far end has withdrawn its side" );
+   lab.request( "tilfa", "late", "D", linkOf( "A-B.a" ) );
+   stays( "a new request" );
+   EXPECT_EQ( lab.error( "tilfa", "late" ), "interface A-B.a has no neighbor" );
+   lab.patch( { { "interfaces", { { "A-B.a", { { "srlg", Json::array() } } } } } } );
+   stays( "the interface has lost its attributes" );
+   lab.down( "A-B" );
+   stays( "the link is gone" );
+   EXPECT_EQ( lab.error( "tilfa", "late" ), "interface A-B.a not found in topology" );
+   lab.restart();
+   stays( "an agent that starts meanwhile" );
+   lab.patch( { { "interfaces", nullptr } } );
+   lab.link( "A-B", { { "up", true }, { "ba", nullptr } } );
+   stays( "the link is back" );
+   EXPECT_EQ( lab.error( "tilfa", "late" ), "" );
+}
+
+TEST( Tilfa, aRepairKeepsToOneLevel ) {
+   // Level 1 has A-B and A-C, level 2 A-B as well, and a way by C that level 1 does not know.
+   const auto level = []( int number, const char * text ) {
+      Json topology = labTopology( text );
+      topology[ "numbers" ] = { number, 0 };
+      return topology;
+   };
+   Json document{ { "router", "A" },
+                  { "topologies",
+                    { { "level1", level( 1, "A -10- B; A -1- C" ) },
+                      { "level2", level( 2, "A -10- B; A -1- C; C -1- B; B -1- D" ) } } } };
+   document.update( client );
+   TestLab lab = TestLab::of( document );
+   const auto ask = [ & ]( const char * path, const char * id, int number ) {
+      lab.request( "tilfa", path, id, linkOf( "A-B.a" ), { { "id", number } } );
+   };
+   ask( "toB", "0000.0000.0002", 1 );
+   ask( "toD", "0000.0000.0004", 2 );
+   lab.settle();
+   EXPECT_EQ( repair( lab, "toB" ), "" ) << "packets follow level 1";
+   EXPECT_EQ( lab.error( "tilfa", "toB" ),
+              "no path to the destination that avoids what is protected" );
+   EXPECT_EQ( repair( lab, "toD" ), "10.64.0.5 A-C.a:" ) << "only level 2 has D";
+   lab.patch( { { "topologies",
+                  { { "level1",
+                      { { "routers", { { "B", nullptr } } },
+                        { "links", { { "A-B", nullptr } } } } } } } } );
+   lab.settle();
+   EXPECT_EQ( repair( lab, "toB" ), "10.64.0.5 A-C.a:" ) << "the interface is in level 2 alone";
+}
+
+TEST( Tilfa, protectsOnALan ) {
+   TestLab lab( "A =lan1 5= B C; A -20- D; B -1- D; C -1- D -1- E", client );
+   const Json place{ { "excludeIntf", "lan1.A" }, { "neighbor", "0000.0000.0002" } };
+   lab.request( "tilfa", "interface", "E", linkOf( "lan1.A" ) );
+   lab.request( "tilfa", "place", "E", place, { { "id", 2 } } );
+   lab.request( "tilfa", "node", "E",
+                { { "excludeNode", { { "node", "B" }, { "nexthopIntf", "lan1.A" } } } },
+                { { "id", 3 } } );
+   lab.request( "tilfa", "stranger", "E",
+                { { "excludeIntf", "lan1.A" }, { "neighbor", "0000.0000.0005" } },
+                { { "id", 4 } } );
+   lab.settle();
+   EXPECT_EQ( repair( lab, "interface" ), "10.64.0.3 A-D.a:" );
+   EXPECT_EQ( repair( lab, "place" ), "10.128.1.3 lan1.A:" ) << "C is on the LAN still";
+   EXPECT_EQ( repair( lab, "node" ), "10.64.0.3 A-D.a:" );
+   EXPECT_EQ( lab.status( "tilfa", "node" )->achieved(), RepairKind::node );
+   EXPECT_EQ( lab.status( "tilfa", "place" )->achieved(), RepairKind::link );
+   EXPECT_EQ( lab.error( "tilfa", "stranger" ), "neighbor not found on the LAN behind lan1.A" );
+}
+
+TEST( Tilfa, protectsTheLinkWhereTheNodeCannotBeAvoided ) {
+   TestLab lab( "A -1- B -1- C -1- D -1- A; B -1- E", client );
+   Json fallBack = nodeBehind( "A-B.a", "B" );
+   lab.request( "tilfa", "node", "B", fallBack );
+   fallBack[ "fallBackToLink" ] = true;
+   lab.request( "tilfa", "toB", "B", fallBack, { { "id", 2 } } );
+   lab.request( "tilfa", "toE", "E", fallBack );
+   lab.request( "tilfa", "toC", "C", fallBack );
+   fallBack[ "maxRepairNodes" ] = 1;
+   lab.request( "tilfa", "few", "E", fallBack, { { "id", 2 } } );
+   lab.settle();
+   EXPECT_EQ( lab.error( "tilfa", "node" ), "destination is the protected node" );
+   EXPECT_EQ( repair( lab, "toB" ), "10.64.0.8 D-A.b: 0003" );
+   EXPECT_EQ( repair( lab, "toE" ), "10.64.0.8 D-A.b: 0003" );
+   EXPECT_EQ( idx( lab, "few" ), idx( lab, "toE" ) );
+   EXPECT_EQ( lab.status( "tilfa", "toE" )->achieved(), RepairKind::link );
+   EXPECT_EQ( lab.status( "tilfa", "toC" )->achieved(), RepairKind::node );
+}
+
 TEST( Tilfa, leavesByANextHopThatIsKnown ) {
    TestLab lab( "A -1- B -1- D; A -2- X -1- D; A -2- Y -1- D", client );
    lab.request( "tilfa", "toD", "D", linkOf( "A-B.a" ) );

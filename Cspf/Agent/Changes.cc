@@ -44,6 +44,7 @@ VrfRootSm::handleConstraintTopoInfoUpdaterTask() {
    if ( isRetired() ) {
       return;
    }
+   vrfRoot_->repairScope()->handleTopoChanged();
    updateTopoInfoChangedAt( []( const InternalPathConstraint & ) { return true; } );
 }
 

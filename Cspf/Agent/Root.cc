@@ -66,6 +66,7 @@ CspfRoot::vrfActiveIs( const L3::VrfName & vrf ) {
    clients->pathConfigInfoTableIs( vrf, root->pathConfigInfoTable() );
    clients->pathStatusInfoTableIs( vrf, root->pathStatusInfoTable() );
    clients->clientDataIs( vrf, root->clientData() );
+   clients->repairScopeIs( vrf, root->repairScope() );
 }
 
 void
@@ -78,6 +79,7 @@ CspfRoot::vrfActiveDel( const L3::VrfName & vrf ) {
    allClientInfo()->pathConfigInfoTableDel( vrf );
    allClientInfo()->pathStatusInfoTableDel( vrf );
    allClientInfo()->clientDataDel( vrf );
+   allClientInfo()->repairScopeDel( vrf );
    allTopoDbDir_->allTopoDbCollDel( vrf );
    allClientInfo()->vrfSourceIdDelIfUnused( vrf );
 }

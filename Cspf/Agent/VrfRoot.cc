@@ -91,6 +91,8 @@ VrfRoot::handleInitialized() {
       teIntfStatusSmIs( teStatus_, pathConfigInfoTable() );
    }
    childPathStatusCacheSmIs( childPathTables() );
+   repairScopeIs( topology_ );
+   prefixWatchIs( allTopoDbStatus() );
    initializedIs( true );
 }
 
@@ -109,6 +111,8 @@ VrfRoot::doPrepareToDie() {
    pqComputeSmDelAll();
    pathUsageSmDelAll();
    childPathStatusCacheSmDel();
+   repairScopeDel();
+   prefixWatchDel();
    teIntfStatusSmDel();
    dedupPqInfoTableDel();
    handleDestruction();

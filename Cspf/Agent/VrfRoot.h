@@ -94,11 +94,13 @@ class VrfRoot : public Lum::Entity {
    LUM_CHILD( clientData, ClientData );
    /// Made with the first TI-LFA path.
    LUM_CHILD( dedupPqInfoTable, Lfa::DedupPqInfoTable );
+   LUM_CHILD( prefixWatch, Lfa::PrefixWatch );
    LUM_CHILD( bwUsageManager, BwUsageManager );
    LUM_CHILD( allTopoDbStatus, AllTopoDbStatus );
    LUM_CHILD( allTopoDbSm, AllTopoDbSm );
    LUM_ATTRIBUTE( topoDbClient, Lum::Ptr< Routing::Topology::Client > );
    LUM_CHILD( teIntfStatusSm, TeIntfStatusSm );
+   LUM_CHILD( repairScope, RepairScope );
    LUM_CHILD( childPathStatusCacheSm, ChildPathStatusCacheSm );
    LUM_ATTRIBUTE( initialized, bool );
 

@@ -302,7 +302,8 @@ VrfRootSm::repairContext() const {
             vrfRoot_->constraintInfoTable(),
             vrfRoot_->allTopoDbStatus(),
             vrfRoot_->clientData()->isisAdjacencyInfo(),
-            vrfRoot_->dedupPqInfoTable() };
+            vrfRoot_->dedupPqInfoTable(),
+            vrfRoot_->prefixWatch() };
 }
 
 }

@@ -3,6 +3,7 @@
 #include "Cspf/Records/PathRows.h"
 #include "Cspf/Records/Source.h"
 #include "Cspf/Records/VrfHandle.h"
+#include "Cspf/Requests/RepairScope.h"
 #include "platform/Kivnet/IpAddr.h"
 #include "schema/Isis.h"
 
@@ -60,6 +61,7 @@ class AllClientInfo : public Lum::Entity {
    LUM_COLLECTION_ORDERED( clientData, L3::VrfName, Lum::Ptr< ClientData > );
    LUM_COLLECTION_ORDERED( pathConfigInfoTable, L3::VrfName, Lum::Ptr< PathConfigInfoTable > );
    LUM_COLLECTION_ORDERED( pathStatusInfoTable, L3::VrfName, Lum::Ptr< PathStatusInfoTable > );
+   LUM_COLLECTION_ORDERED( repairScope, L3::VrfName, Lum::Ptr< RepairScope > );
    LUM_COLLECTION_ORDERED( vrfSourceId, L3::VrfName, Lum::Ptr< VrfSourceId > );
    LUM_CHILD( activeVrfsDedupTable, CspfActiveVrfsDedupTable );
    LUM_ATTRIBUTE( initialized, bool );

@@ -138,7 +138,8 @@ ClientVrfSm::doInitPathSm( Kivnet::AddressFamily af ) {
    LUM_ASSERT( pathStatusInfoTable );
    if ( pathType() == PathComputationType::tilfa ) {
       pathSmIs( af, new TilfaPathSm( af, vrf_, clientName_, intake_.teStatus, cspfConfig,
-                                     cspfStatus, pathConfigInfoTable, pathStatusInfoTable ) );
+                                     cspfStatus, pathConfigInfoTable, pathStatusInfoTable,
+                                     own->allClientInfo()->repairScope( vrf_ ) ) );
    } else {
       pathSmIs( af, new PathSm( af, vrf_, clientName_, intake_.teStatus, cspfConfig, cspfStatus,
                                 pathConfigInfoTable, pathStatusInfoTable ) );

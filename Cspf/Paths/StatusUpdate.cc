@@ -75,7 +75,8 @@ PathStatusUpdator::isPathUpdateRequired( const PathStatusCache & cache ) const {
       TRACE8( "RefreshReqSeq needs updation for path: " << keyText() );
       return true;
    }
-   if ( published->repairPathIdx() != repairPathIdx( cache ) ) {
+   if ( published->repairPathIdx() != repairPathIdx( cache )
+        || published->achieved() != cache.achieved() ) {
       TRACE8( "repairPathIdx needs an update for path: " << keyText() );
       return true;
    }
@@ -170,6 +171,7 @@ PathStatusUpdator::newPathStatus( const PathStatusCache & cache ) const {
    LUM_ASSERT( pathStatus.paths() == pathTeRouterId->hopCount() );
    pathStatus.pathTeRouterId_ = pathTeRouterId->pathTeRouterId();
    pathStatus.repairPathIdxIs( repairPathIdx( cache ) );
+   pathStatus.achievedIs( cache.achieved() );
    pathStatus.changeCountIs( published().changeCount() + 1 );
    pathStatus.refreshRespSeqIs( pathStatusInfo()->lastRefreshReqSeq() );
    LUM_ASSERT( pathStatusInfo()->lastRefreshReqSeq() == pathStatus.refreshRespSeq() );

@@ -35,9 +35,11 @@ struct InternalPathConstraint {
    LUM_FIELD( includeHopAllExplicit, bool );  ///< the include hops are the whole path
    LUM_FIELD( reversePath, bool );            ///< from the destination to the source
    LUM_FIELD( pathComputationType, PathComputationType );
-   LUM_FIELD( sourceType, CspfSourceType );       ///< where the computation is rooted
-   LUM_FIELD( neighborLink, Kivnet::IpGenAddr );  ///< `neighborOnLink`: the link
-   LUM_FIELD( neighbor, Kivnet::IpGenAddr );      ///< `neighborOnLink`: the neighbour
+   LUM_FIELD( sourceType, CspfSourceType );                 ///< where the computation is rooted
+   LUM_FIELD( neighborLink, Kivnet::IpGenAddr );            ///< `neighborOnLink`: the link
+   LUM_FIELD( neighbor, Kivnet::IpGenAddr );                ///< `neighborOnLink`: the neighbour
+   LUM_FIELD( neighborSystemId, Routing::Isis::SystemId );  ///< on a LAN: the neighbour
+   LUM_FIELD( fallBackToLink, bool );
    LUM_SET( excludeSrlgDerived, TrafficEngineering::SrlgId );
    LUM_SET( includeSrlgDerived, TrafficEngineering::SrlgId );
    LUM_FIELD( bwUsageId, BwUsageId );

@@ -21,7 +21,7 @@ namespace Cspf {
 
 LUM_ENUM( ConstraintModifier, std::uint8_t, noChange, noSpf, unconstrainedSpfAtPlr,
           unconstrainedSpfAtProtectedNode, unconstrainedReverseSpfAtPlr,
-          unconstrainedReverseSpfAtProtectedNode, spfForPathSegment );
+          unconstrainedReverseSpfAtProtectedNode, spfForPathSegment, spfWithoutProtectedLink );
 inline constexpr ConstraintModifier constraintModifierDefault = ConstraintModifier::noChange;
 
 /// The client whose paths are repairs.
@@ -64,6 +64,8 @@ class PathConfigInfo : public Lum::Entity {
    LUM_COUNTER( configChangeCount );          ///< the client's PathConfig changed
    LUM_COUNTER( derivedConfigChangeCount );   ///< what the constraint is derived from did
    LUM_COUNTER( usageChangeCount );           ///< bandwidth usage is to be re-accounted
+   LUM_ATTRIBUTE( repairTopoId, TopoId );     ///< of a repair whose request names no topology
+   LUM_ATTRIBUTE( treesId, std::uint32_t );   ///< of a repair: the trees that it is worked out of
    LUM_ATTRIBUTE( parentPath, PathInfoKey );  ///< of a child path
    LUM_COLLECTION_ORDERED( childPath, std::uint8_t, PathInfoKey );  ///< by path segment
 
@@ -118,6 +120,9 @@ class PathStatusCache : public Lum::Entity {
    /// The links that the run or the stitching chose, of a path that reserves bandwidth; else null.
    LUM_ATTRIBUTE( pathAsTopoDbLinks, Lum::Ptr< const PathAsTopoDbLinks > );
    LUM_ATTRIBUTE( pqInfo, Lum::Ptr< Lfa::DedupPqInfo > );  ///< of a repair path
+   LUM_ATTRIBUTE( achieved, RepairKind );                  ///< by `pqInfo`
+   /// Hash of the client's constraint that `pqInfo` answers.
+   LUM_ATTRIBUTE( repairOf, std::uint64_t );
    LUM_COUNTER( refreshedStage1Count );
    LUM_COUNTER( refreshedStage2Count );
    LUM_ATTRIBUTE( stage2LastRanAt, double );  ///< seconds
@@ -146,6 +151,10 @@ class PathBwUsage : public Lum::Entity {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
 
+/// What a constraint names that is not in the topology.
+LUM_ENUM( ConstraintMissing, std::uint8_t, nothing, interface, neighborOnInterface, neighborOnLan,
+          nodeBehindInterface );
+
 /// The paths that share one constraint, and what they wait for.
 class ConstraintInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintInfo );
@@ -158,6 +167,7 @@ class ConstraintInfo : public Lum::Entity {
    LUM_ATTRIBUTE( constraintMissingInTopo, bool );
    /// The paths that asked since the last run.
    std::set< PathInfoKey > waiting;
+   LUM_ATTRIBUTE( missing, ConstraintMissing );
 
    /// The constraint; it outlives this row, which goes when its last user lets it go.
    const DedupConstraint & constraint() const noexcept { return constraint_; }

@@ -37,42 +37,32 @@ PqComputePfxSm::originators() const {
 
 void
 PqComputePfxSm::handleInitialized() {
-   const auto & status = context().allTopoDbStatus;
-   LUM_WATCH_KEYS( status, pfxOriginatorInfoTable, handlePfxOriginatorInfoTable );
-   for ( const auto & [ topoId, table ] : status->pfxOriginatorInfoTableColl() ) {
-      handlePfxOriginatorInfoTable( topoId );
-   }
+   context().prefixWatch->listenerIs( prefix_, *this );
+   watchOriginators();
    PqComputeSm::handleInitialized();
 }
 
 void
 PqComputePfxSm::doPrepareToDie() {
+   context().prefixWatch->listenerDel( prefix_, *this );
    pqComputePrcTask_.unschedule();
    PqComputeSm::doPrepareToDie();
 }
 
 void
-PqComputePfxSm::handlePfxOriginatorInfoTable( const TopoId & topoId ) {
-   const auto & table = context().allTopoDbStatus->pfxOriginatorInfoTable( topoId );
-   if ( table ) {
-      unwatch( *table );
-      LUM_WATCH_KEYS( table, pfxOriginatorInfo, handlePfxOriginatorInfo );
-   }
-   handlePfxOriginatorInfo( prefix_ );
-}
-
-void
-PqComputePfxSm::handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix ) {
-   if ( prefix != prefix_ ) {
-      return;
-   }
+PqComputePfxSm::watchOriginators() {
    for ( const auto & [ topoId, table ] :
          context().allTopoDbStatus->pfxOriginatorInfoTableColl() ) {
-      if ( const auto & info = table->pfxOriginatorInfo( prefix ) ) {
+      if ( const auto & info = table->pfxOriginatorInfo( prefix_ ) ) {
          unwatch( *info );
          LUM_WATCH_KEYS( info, originatorInfo, handleOriginatorInfo );
       }
    }
+}
+
+void
+PqComputePfxSm::handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & ) {
+   watchOriginators();
    networkUpdate_ = true;
    if ( runsAreKnown() ) {
       schedulePrc();

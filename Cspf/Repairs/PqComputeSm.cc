@@ -54,6 +54,7 @@ PqComputeSm::handleInitialized() {
       LUM_WATCH_KEYS( context_.isisAdjacencyInfo, adjacency, handleAdjacency );
    }
    bindCaches();
+   adoptPublished();
    handleCspfData();
 }
 
@@ -73,32 +74,67 @@ PqComputeSm::cacheOf( const PathInfoKey & key ) {
 
 Lum::Ptr< PathStatusCache >
 PqComputeSm::treeCache( TilfaTree tree ) {
-   auto cache = cacheOf( tilfaTreeKey( pathInfoKey_, tree, isLinkProtection_ ) );
+   const std::uint32_t trees =
+      context_.pathConfigInfoTable->pathConfigInfo( pathInfoKey_ )->treesId();
+   auto cache =
+      cacheOf( tilfaTreeKey( pathInfoKey_.clientName(), trees, tree, isLinkProtection_ ) );
    if ( cache ) {
       LUM_WATCH( cache, refreshedStage1Count, handleCspfData );
    }
    return cache;
 }
 
-/// Trees of what was protected before may still be there.
+const PathConstraint &
+PqComputeSm::asked() const {
+   const auto & row = context_.pathConfigInfoTable->pathConfigInfo( pathInfoKey_ );
+   return row->cspfConfig()->pathConfigFind( pathInfoKey_.pathKey() )->constraint();
+}
+
 void
 PqComputeSm::bindCaches() {
-   const auto & row = context_.pathConfigInfoTable->pathConfigInfo( pathInfoKey_ );
-   const PathConstraint constraint =
-      row->cspfConfig()->pathConfig( pathInfoKey_.pathKey() ).constraint();
+   const PathConstraint constraint = repairConstraint( asked() );
    isLinkProtection_ = isLinkProtection( constraint );
    pPathStatusCache_ = cPathStatusCache_ = cacheOf( pathInfoKey_ );
-   if ( constraint.excludeIntf() ) {
-      uFwdPathStatusCache_ = treeCache( TilfaTree::forward );
-      uNgbPathStatusCache_ = treeCache( TilfaTree::neighbor );
-      uRevPathStatusCache_ = treeCache( TilfaTree::reverse );
+   if ( !constraint.excludeIntf() ) {
+      return;
+   }
+   uFwdPathStatusCache_ = treeCache( TilfaTree::forward );
+   uNgbPathStatusCache_ = treeCache( TilfaTree::neighbor );
+   uRevPathStatusCache_ = treeCache( TilfaTree::reverse );
+   if ( tilfaTrees( constraint ).size() > 3 ) {
+      linkPathStatusCache_ = treeCache( TilfaTree::withoutLink );
+      plrPathStatusCache_ = treeCache( TilfaTree::toPlr );
    }
 }
 
+/// An agent that starts takes over what an earlier one has published for the same path. Where the
+/// protected link is gone, there is no other way to know it.
+void
+PqComputeSm::adoptPublished() {
+   const auto & status = pathStatusInfo_->cspfStatus();
+   const PathStatus * published = status->pathStatusFind( pathInfoKey_.pathKey() );
+   const PqInfo * repair = published ? status->pqInfoFind( published->repairPathIdx() ) : nullptr;
+   if ( !repair || pPathStatusCache_->pqInfo() ) {
+      return;
+   }
+   PqPath path;
+   Lum::copyFields( *repair, path );
+   pPathStatusCache_->pqInfoIs( context_.dedupPqInfoTable->dedup( path ) );
+   pPathStatusCache_->achievedIs( published->achieved() );
+   pPathStatusCache_->repairOfIs( Lum::hashOf( asked() ) );
+}
+
 RepairRuns
-PqComputeSm::currentRuns() const {
-   return { dataOf( cPathStatusCache_ ), dataOf( uFwdPathStatusCache_ ),
-            dataOf( uNgbPathStatusCache_ ), dataOf( uRevPathStatusCache_ ), isLinkProtection_ };
+PqComputeSm::currentRuns( bool isLinkProtection ) const {
+   const bool instead = isLinkProtection && !isLinkProtection_;
+   return { dataOf( instead ? linkPathStatusCache_ : cPathStatusCache_ ),
+            dataOf( uFwdPathStatusCache_ ), dataOf( uNgbPathStatusCache_ ),
+            dataOf( instead ? plrPathStatusCache_ : uRevPathStatusCache_ ), isLinkProtection };
+}
+
+bool
+PqComputeSm::runsAreComplete() const {
+   return currentRuns().complete() && ( !linkPathStatusCache_ || currentRuns( true ).complete() );
 }
 
 std::string
@@ -110,8 +146,16 @@ PqComputeSm::missingRunOf( const Lum::Ptr< PathStatusCache > & cache ) const {
    if ( !row || !( row->sourceMissing() || row->constraintMissingInTopo() ) ) {
       return "";
    }
-   return row->sourceMissing() ? "source not found in topology"
-                               : "protected link or its neighbor not found in topology";
+   if ( row->sourceMissing() ) {
+      return "source not found in topology";
+   }
+   const std::string intf = constraint->pathConstraint().excludeIntf().stringValue();
+   switch ( row->missing() ) {
+   case ConstraintMissing::neighborOnInterface: return "interface " + intf + " has no neighbor";
+   case ConstraintMissing::neighborOnLan: return "neighbor not found on the LAN behind " + intf;
+   case ConstraintMissing::nodeBehindInterface: return "another node is behind interface " + intf;
+   default: return "interface " + intf + " not found in topology";
+   }
 }
 
 /// Why one of the runs will not come; empty while they may.
@@ -133,7 +177,7 @@ PqComputeSm::missingRun() const {
 bool
 PqComputeSm::canCompute() const {
    return pathStatusInfo_->constraint() && !waitsForRefresh()
-          && ( currentRuns().complete() || !missingRun().empty() );
+          && ( runsAreComplete() || !missingRun().empty() );
 }
 
 void
@@ -166,47 +210,58 @@ PqComputeSm::doPqCompute() {
       return;
    }
    reason_ = missingRun();
-   if ( protectedLinkIsGone() ) {
+   if ( !reason_.empty() && protectedLinkIsGone() ) {
       TRACE7( "repair for " << pathInfoKey_.traceString() << " stays: " << reason_ );
       endStage2();
       return;
    }
-   const Lum::Ptr< const SharedRepairs > shared = repairs_;  // until its successor is found
+   const auto shared = std::pair( repairs_, linkRepairs_ );  // until their successors are found
+   repairs_ = linkRepairs_ = nullptr;
    runs_ = currentRuns();
-   repairs_ = nullptr;
    if ( !reason_.empty() ) {
       TRACE7( "no repair for " << pathInfoKey_.traceString() << ": " << reason_ );
-      publish( std::nullopt );
-   } else {
-      compute();
+      publish( std::nullopt, RepairKind::none );
+      return;
    }
+   std::optional< PqPath > path = compute( isLinkProtection_ );
+   const bool instead = !path && linkPathStatusCache_;
+   if ( instead ) {
+      path = compute( true );
+   }
+   publish( path, isLinkProtection_ || instead ? RepairKind::link : RepairKind::node );
 }
 
-/// Whether the link is gone that the published repair protects: there is no new tree of its far
-/// end, but still an old one, if not the very one that the repair came of.
+/// Whether what the published repair protects against has come: the link is gone, or has lost its
+/// neighbour. The repair is that of the request as it is.
 bool
 PqComputeSm::protectedLinkIsGone() const {
-   const auto lastTree = dataOf( uNgbPathStatusCache_ );
-   return pPathStatusCache_->pqInfo() && lastTree && runs_.neighbor
-          && lastTree->source() == runs_.neighbor->source()
-          && !missingRunOf( uNgbPathStatusCache_ ).empty();
+   if ( !pPathStatusCache_->pqInfo() || !uNgbPathStatusCache_
+        || pPathStatusCache_->repairOf() != Lum::hashOf( asked() )
+        || missingRunOf( uNgbPathStatusCache_ ).empty() ) {
+      return false;
+   }
+   const auto & path =
+      context_.pathStatusInfoTable->pathStatusInfo( uNgbPathStatusCache_->pathInfoKey() );
+   return context_.constraintInfoTable->constraintInfo( path->constraint() )->missing()
+          != ConstraintMissing::nodeBehindInterface;
 }
 
-void
-PqComputeSm::compute() {
-   repairs_ =
+std::optional< PqPath >
+PqComputeSm::compute( bool isLinkProtection ) {
+   reason_.clear();
+   runs_ = currentRuns( isLinkProtection );
+   auto & shared = isLinkProtection == isLinkProtection_ ? repairs_ : linkRepairs_;
+   shared =
       context_.dedupPqInfoTable->sharedRepairs()->dedup( Lum::make< SharedRepairs >( runs_ ) );
    if ( !validateDestination() ) {
-      publish( std::nullopt );
-      return;
+      return std::nullopt;
    }
    TRACE7( "PQ computation with constrained at: " << runs_.constrained->ranAt()
                                                   << " fwdSpf at: " << runs_.forward->ranAt()
                                                   << " ngbSpf at: " << runs_.neighbor->ranAt()
                                                   << " revSpf at: " << runs_.reverse->ranAt() );
-   const AllPqPathWithImmNgb allPqPath = getAllPqPath();
-   publish( allPqPath.pqPathWithImmNgbs() > 0 ? getLoadBalancedPqPath( &allPqPath )
-                                              : std::nullopt );
+   const AllPqPathWithImmNgb allPqPath = getAllPqPath( *shared );
+   return allPqPath.pqPathWithImmNgbs() > 0 ? getLoadBalancedPqPath( &allPqPath ) : std::nullopt;
 }
 
 const TopoId &
@@ -221,7 +276,8 @@ PqComputeSm::topology() const {
 
 std::vector< CspfRepairTable::Originator >
 PqComputeSm::getAllDestinationNodes() const {
-   const CspfVertex router = topology().vertex( NodeId( destination() ) );
+   const CspfVertex router = topoId() ? topology().router( topoId(), IgpRouterId( destination() ) )
+                                      : topology().vertex( NodeId( destination() ) );
    if ( router == noVertex ) {
       return {};
    }
@@ -245,9 +301,18 @@ PqComputeSm::isDestinationNode( const NodeId & nodeId ) const {
 
 bool
 PqComputeSm::validateDestination() {
-   if ( isDestinationNode( runs_.constrained->source() ) ) {
+   const auto originators = getAllDestinationNodes();
+   if ( originators.empty() ) {
+      TRACE7( "Ignoring computation as destination is not there: " << destination() );
+      reason_ = destination().isisSystemId() ? "destination not found in topology"
+                                             : "prefix is not announced";
+   } else if ( isDestinationNode( runs_.constrained->source() ) ) {
       TRACE7( "Ignoring computation as source is the destination: " << destination() );
       reason_ = "source is the destination";
+   } else if ( !runs_.isLinkProtection && originators.size() == 1
+               && topology().nodeId( originators.front().router ) == runs_.neighbor->source() ) {
+      TRACE7( "Ignoring computation as destination is the protected node: " << destination() );
+      reason_ = "destination is the protected node";
    } else if ( getPostConvergenceCostFromPlrToDest() == CspfTree::unreachedMetric ) {
       TRACE7( "Ignoring computation as shortest path to dest not found: " << destination() );
       reason_ = "no path to the destination that avoids what is protected";
@@ -257,7 +322,7 @@ PqComputeSm::validateDestination() {
 
 /// For each immediate neighbour the repair with the fewest nodes that begins with it.
 AllPqPathWithImmNgb
-PqComputeSm::getAllPqPath() {
+PqComputeSm::getAllPqPath( SharedRepairs & shared ) {
    const TopoGraph & topology = this->topology();
    const auto & cspfData = runs_.constrained;
    AllPqPathWithImmNgb all;
@@ -268,9 +333,11 @@ PqComputeSm::getAllPqPath() {
       return topology.neighbor( link ).intfId().hash();
    };
    const auto originators = getAllDestinationNodes();
-   const CspfRepairs found = repairs_->table( topology )
+   const std::uint32_t maxNodes = asked().maxRepairNodes();
+   const CspfRepairs found = shared.table( topology )
                                 .repairs( topology.graph(), cspfData->tree(),
-                                          { originators, 8, destination().hash(), routerKey, linkKey } );
+                                          { originators, maxNodes ? std::min( maxNodes, 8u ) : 8,
+                                            destination().hash(), routerKey, linkKey } );
    for ( const CspfRepair & repair : found.repairs ) {
       PqPathWithImmNgb path{ topology.nodeId( repair.firstHop ), repair.firstLinks, {}, {} };
       for ( const CspfRepairSegment & segment : repair.segments ) {
@@ -282,8 +349,11 @@ PqComputeSm::getAllPqPath() {
       all.pqPathWithImmNgb.push_back( std::move( path ) );
    }
    TRACE7( "Found " << all.pqPathWithImmNgbs() << " PQ paths to dst: " << destination() );
-   reason_ =
-      all.pqPathWithImmNgb.empty() ? "no repair with as few repair nodes as there may be" : "";
+   if ( found.repairs.empty() ) {
+      reason_ = found.nodesNeeded ? std::to_string( found.nodesNeeded )
+                                       + " repair nodes would be needed, more than there may be"
+                                  : "no repair avoids all that is excluded";
+   }
    return all;
 }
 
@@ -344,7 +414,7 @@ PqComputeSm::resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath &
 }
 
 void
-PqComputeSm::publish( const std::optional< PqPath > & path ) {
+PqComputeSm::publish( const std::optional< PqPath > & path, RepairKind achieved ) {
    const auto & status = pathStatusInfo_->cspfStatus();
    Lum::Ptr< DedupPqInfo > pqInfo = path ? context_.dedupPqInfoTable->dedup( *path ) : nullptr;
    if ( pqInfo && pqInfo->pqIdx() == 0 ) {
@@ -356,6 +426,8 @@ PqComputeSm::publish( const std::optional< PqPath > & path ) {
    } else {
       status->pathErrorIs( pathInfoKey_.pathKey(), reason_ );
    }
+   pPathStatusCache_->achievedIs( pqInfo ? achieved : RepairKind::none );
+   pPathStatusCache_->repairOfIs( Lum::hashOf( asked() ) );
    pPathStatusCache_->pqInfoIs( pqInfo );
    endStage2();
 }
@@ -388,9 +460,7 @@ PqComputeSm::dumpState( Kiv::DumpContext & context, int indent ) const {
                    pqComputeTask_.scheduled() ? "yes" : "no" );
    if ( !reason_.empty() ) {
       context.printf( indent + 1, "%*c%s: %s\n",
-                      pPathStatusCache_ && pPathStatusCache_->pqInfo() ? "repair stays"
-                                                                       : "no repair",
-                      reason_.c_str() );
+                      pPathStatusCache_->pqInfo() ? "repair stays" : "no repair", reason_.c_str() );
    } else if ( runs_.complete() ) {
       context.printf( indent + 1, "%*ccost to destination: after the failure %u, from %s %u\n",
                       getPostConvergenceCostFromPlrToDest(),

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "Cspf/Repairs/DedupPqInfoTable.h"
+#include "Cspf/Repairs/PrefixWatch.h"
 #include "Cspf/Repairs/SharedRepairs.h"
 #include "Cspf/Repairs/TilfaKeys.h"
+#include "Cspf/Requests/RepairScope.h"
 #include "Cspf/Topology/Store.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "schema/Isis.h"
@@ -41,6 +43,7 @@ struct RepairContext {
    Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus;
    Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo;  ///< may be null
    Lum::Ptr< DedupPqInfoTable > dedupPqInfoTable;
+   Lum::Ptr< PrefixWatch > prefixWatch;
 };
 
 /// Works out the repair of one client path towards a router. It serves one constraint of the path;
@@ -92,20 +95,24 @@ class PqComputeSm : public Lum::Reactor {
    void doPqCompute();
 
  private:
+   const PathConstraint & asked() const;
+   void adoptPublished();
    void bindCaches();
    Lum::Ptr< PathStatusCache > cacheOf( const PathInfoKey & key );
    Lum::Ptr< PathStatusCache > treeCache( TilfaTree tree );
-   RepairRuns currentRuns() const;
+   RepairRuns currentRuns() const { return currentRuns( isLinkProtection_ ); }
+   RepairRuns currentRuns( bool isLinkProtection ) const;
+   bool runsAreComplete() const;
    std::string missingRun() const;
    std::string missingRunOf( const Lum::Ptr< PathStatusCache > & cache ) const;
-   AllPqPathWithImmNgb getAllPqPath();
+   AllPqPathWithImmNgb getAllPqPath( SharedRepairs & shared );
    std::optional< PqPath > getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath );
    RepairSegment segment( const CspfRepairSegment & segment ) const;
    bool resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path );
    bool protectedLinkIsGone() const;
-   void compute();
+   std::optional< PqPath > compute( bool isLinkProtection );
    void endStage2();
-   void publish( const std::optional< PqPath > & path );
+   void publish( const std::optional< PqPath > & path, RepairKind achieved );
 
    const RepairContext context_;
    const PathInfoKey pathInfoKey_;
@@ -117,12 +124,15 @@ class PqComputeSm : public Lum::Reactor {
    Lum::Ptr< PathStatusCache > uFwdPathStatusCache_;
    Lum::Ptr< PathStatusCache > uNgbPathStatusCache_;
    Lum::Ptr< PathStatusCache > uRevPathStatusCache_;
+   Lum::Ptr< PathStatusCache > linkPathStatusCache_;  // where the link may be protected instead:
+   Lum::Ptr< PathStatusCache > plrPathStatusCache_;   //   without the link, and reverse to the PLR
    // Looked up for a next hop, the preferred one first. The last one has it, if any.
    std::vector< IsisExportImpl::AdjacencyKey > adjacencyKeys_;
    Lum::Seconds adjacencyUpdatedAt_ = 0;
-   RepairRuns runs_;  // of the last computation
-   Lum::Ptr< SharedRepairs > repairs_;
-   std::string reason_;  // why there is no repair
+   RepairRuns runs_;                        // of the last computation
+   Lum::Ptr< SharedRepairs > repairs_;      // of what is asked for
+   Lum::Ptr< SharedRepairs > linkRepairs_;  // of the link instead
+   std::string reason_;                     // why there is no repair
    Kiv::Task pqComputeTask_;
 };
 
@@ -131,11 +141,10 @@ class PqComputeSm : public Lum::Reactor {
 /// most once in a hold-down period that doubles while changes keep coming.
 ///
 ///   watches                                   handler
-///   AllTopoDbStatus.pfxOriginatorInfoTable    handlePfxOriginatorInfoTable
-///   PfxOriginatorInfoTable.pfxOriginatorInfo  handlePfxOriginatorInfo
+///   PrefixWatch                               handlePfxOriginatorInfo
 ///   PfxOriginatorInfo.originatorInfo          handleOriginatorInfo
 ///   task pqComputePrcTask                     handlePqComputePrcTask
-class PqComputePfxSm : public PqComputeSm {
+class PqComputePfxSm : public PqComputeSm, private PrefixListener {
    LUM_ENTITY( Cspf::Lfa, PqComputePfxSm );
    static constexpr Lum::Seconds initialHoldInterval = 0.05, maxHoldInterval = 1.0;
 
@@ -143,8 +152,7 @@ class PqComputePfxSm : public PqComputeSm {
 
    void handleInitialized() override;
    void doPrepareToDie() override;
-   void handlePfxOriginatorInfoTable( const TopoId & topoId );
-   void handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix );
+   void handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix ) override;
    void handleOriginatorInfo( const NodeId & router );
    void handleCspfData() override;
    void handlePqComputeTask() override;
@@ -155,6 +163,7 @@ class PqComputePfxSm : public PqComputeSm {
 
  private:
    std::vector< OriginatorInfo > originators() const;
+   void watchOriginators();
    bool reachabilityChanged() const { return networkUpdate_ || !reachabilityUpdate_.empty(); }
    void schedulePrc();
 

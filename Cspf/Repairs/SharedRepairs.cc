@@ -29,7 +29,7 @@ const CspfRepairTable &
 SharedRepairs::table( const TopoGraph & topology ) {
    if ( !table_ ) {
       const CspfVertex plr = topology.vertex( runs_.constrained->source() );
-      const CspfVertex node = topology.vertex( runs_.neighbor->source() );
+      const CspfVertex node = runs_.neighbor->view().vertex( runs_.neighbor->source() );
       table_.emplace().build(
          topology.graph(),
          { plr, node, runs_.isLinkProtection, runs_.forward->tree().metric( node ) },

@@ -21,6 +21,8 @@ TilfaConstraintInfoSm::viewConstraint( InternalPathConstraint constraint ) {
    if ( constraint.sourceType() == neighborOnLink() ) {
       constraint.excludeIntfIs( Kivnet::IntfId() );
       constraint.excludeNodeIs( ExcludeNode() );
+      constraint.neighborIs( Kivnet::IpGenAddr() );
+      constraint.neighborSystemIdIs( Routing::Isis::SystemId() );
    }
    return constraint;
 }
@@ -47,49 +49,94 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
    backoffTimerTask();
 }
 
-/// The tree of a node behind a link that has gone stays, to tell a repair that came of it from one
-/// of a link that never was there.
 void
 TilfaConstraintInfoSm::endWithoutRun() {
    TRACE7( "no tree for constraint " << constraintText() );
-   if ( constraintInfo()->sourceMissing() || neighborOnConstraintIntf() ) {
-      constraintInfo()->cspfDataIs( nullptr );
-      tree_ = nullptr;
-   }
-   updatePathStatusCache( tree_ );
+   constraintInfo()->cspfDataIs( nullptr );
+   updatePathStatusCache( nullptr );
 }
 
 bool
 TilfaConstraintInfoSm::checkConstraintInTopoDb() {
    const InternalPathConstraint & constraint = pathConstraint();
    LUM_ASSERT( constraint.sourceType() == neighborOnLink() );
-   const TopoGraph & topology = view()->topoGraph();
-   const auto links = view()->graph().out( topology.vertex( view()->spfRoot() ) );
-   if ( std::ranges::none_of( links, [ & ]( std::uint32_t edge ) {
-           return topology.neighbor( CspfEdge{ edge } ).intfId() == constraint.excludeIntf();
-        } ) ) {
+   const FarEnd farEnd = this->farEnd();
+   constraintInfo()->missingIs( farEnd.missing );
+   switch ( farEnd.missing ) {
+   case ConstraintMissing::nothing: return true;
+   case ConstraintMissing::interface:
       TRACE7( "Constraint intf: " << constraint.excludeIntf() << " missing in topology" );
       return false;
-   }
-   const NodeId neighbor = neighborOnConstraintIntf();
-   if ( !neighbor ) {
+   case ConstraintMissing::neighborOnInterface:
+   case ConstraintMissing::neighborOnLan:
       TRACE7( "Neighbor not found on " << constraint.excludeIntf() << ", doing nothing" );
       return false;
-   }
-   if ( !isNodeOfConstraint( neighbor ) ) {
-      TRACE7( "ngb node different from constraint, ngb: " << neighbor );
+   case ConstraintMissing::nodeBehindInterface:
+      TRACE7( "ngb node different from constraint, ngb: " << farEnd.node );
       return false;
    }
-   return true;
+   return false;
 }
 
-NodeId
-TilfaConstraintInfoSm::neighborOnConstraintIntf() const {
-   return NodeId(
-      view()->p2pNeighborOnLink( pathConstraint().excludeIntf(), pathConstraint().topoId() ) );
+TilfaConstraintInfoSm::FarEnd
+TilfaConstraintInfoSm::farEnd() const {
+   const TopoGraph & topology = view()->topoGraph();
+   const CspfGraph & graph = view()->graph();
+   const TopoId & topoId = pathConstraint().topoId();
+   CspfEdge first = noEdge;
+   bool known = false;
+   for ( const std::uint32_t e : graph.out( topology.vertex( view()->spfRoot() ) ) ) {
+      const CspfEdge link{ e };
+      const AllTopoNeighborKey key = topology.neighborKey( link );
+      if ( topology.neighbor( link ).intfId() != pathConstraint().excludeIntf()
+           || ( topoId && key.topoId() != topoId ) ) {
+         continue;
+      }
+      known = true;
+      if ( graph.twoWay( link )
+           && ( first == noEdge || graph.keyRank( link ) < graph.keyRank( first ) ) ) {
+         first = link;
+      }
+   }
+   if ( first == noEdge ) {
+      return { known ? ConstraintMissing::neighborOnInterface : ConstraintMissing::interface };
+   }
+   if ( graph.kind( first ) == CspfEdgeKind::routerToNetwork ) {
+      return farEndOnLan( first );
+   }
+   const NodeId & neighbor = topology.nodeId( graph.to( first ) );
+   return { isNodeOfConstraint( neighbor ) ? ConstraintMissing::nothing
+                                           : ConstraintMissing::nodeBehindInterface,
+            neighbor };
 }
 
-/// A constraint names the node by its identity, by its TE router id, or not at all.
+TilfaConstraintInfoSm::FarEnd
+TilfaConstraintInfoSm::farEndOnLan( CspfEdge link ) const {
+   const TopoGraph & topology = view()->topoGraph();
+   const CspfGraph & graph = view()->graph();
+   const InternalPathConstraint & c = pathConstraint();
+   const bool isNamed = c.excludeNode() || c.neighborSystemId() || c.neighbor();
+   bool known = false;
+   for ( const std::uint32_t e : graph.out( graph.to( link ) ) ) {
+      const CspfEdge step{ e };
+      if ( graph.to( step ) == graph.from( link ) || !graph.twoWay( step ) ) {
+         continue;
+      }
+      known = true;
+      const NodeId & member = topology.nodeId( graph.to( step ) );
+      if ( isNamed && isNodeOfConstraint( member ) ) {
+         return { ConstraintMissing::nothing, member };
+      }
+   }
+   if ( !known || isNamed ) {
+      return { known ? ConstraintMissing::neighborOnLan : ConstraintMissing::neighborOnInterface };
+   }
+   return { ConstraintMissing::nothing,
+            NodeId( topology.neighborKey( link ).neighborKey().neighborId() ) };
+}
+
+/// A constraint names the node by its identity, by its TE router id, or not at all; so it does the
+/// neighbour.
 bool
 TilfaConstraintInfoSm::isNodeOfConstraint( const NodeId & neighbor ) const {
    const NodeId & node = pathConstraint().excludeNode().nodeId();
@@ -100,14 +147,14 @@ TilfaConstraintInfoSm::isNodeOfConstraint( const NodeId & neighbor ) const {
          return router && router->teRouterId() == teRouterId;
       } );
    };
+   const Routing::Isis::SystemId & id = pathConstraint().neighborSystemId();
    return ( !node || node == neighbor || ( node.ipAddress() && hasTeRouterId( node.ipAddress() ) ) )
-          && ( !address || hasTeRouterId( address ) );
+          && ( !id || NodeId( id ) == neighbor ) && ( !address || hasTeRouterId( address ) );
 }
 
 NodeId
 TilfaConstraintInfoSm::source() const {
-   return pathConstraint().sourceType() == neighborOnLink() ? neighborOnConstraintIntf()
-                                                            : view()->spfRoot();
+   return pathConstraint().sourceType() == neighborOnLink() ? farEnd().node : view()->spfRoot();
 }
 
 bool

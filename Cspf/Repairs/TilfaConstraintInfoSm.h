@@ -23,7 +23,14 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData );
 
  private:
-   NodeId neighborOnConstraintIntf() const;
+   /// What stands behind the constraint's interface: the router at the far end of a link, the named
+   /// neighbour or node on a LAN, else the LAN itself. Links without their two-way check are gone.
+   struct FarEnd {
+      ConstraintMissing missing = ConstraintMissing::nothing;
+      NodeId node = {};
+   };
+   FarEnd farEnd() const;
+   FarEnd farEndOnLan( CspfEdge link ) const;
    bool isNodeOfConstraint( const NodeId & neighbor ) const;
    NodeId source() const;
    bool cspfDataHolds() const;

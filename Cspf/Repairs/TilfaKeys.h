@@ -3,11 +3,11 @@
 #include "Cspf/Records/PathRows.h"
 
 #include <array>
+#include <span>
 
 /// How one TI-LFA request becomes several computations: its own run without the protected resource,
 /// and the plain trees that the repairs are worked out of. The plain trees are internal paths of
-/// their own; their constraints are equal for all requests that protect the same thing, so that the
-/// runs are shared.
+/// their own, which all requests share that differ in the destination alone.
 namespace Cspf {
 
 LUM_BOUNDED( TilfaPathInfoKeyIndex, std::uint8_t, 0, 7 );
@@ -23,10 +23,18 @@ struct TilfaPathInfoKeyColl {
              PathInfoKey );  ///< until the new one has a result
 };
 
-/// The plain trees, in the order of `TilfaPathInfoKeyColl::pathInfoKey`.
-enum class TilfaTree : std::uint8_t { forward, neighbor, reverse };
-inline constexpr std::array< TilfaTree, 3 > tilfaTrees{ TilfaTree::forward, TilfaTree::neighbor,
-                                                        TilfaTree::reverse };
+/// The trees besides the path's own, in the order of `TilfaPathInfoKeyColl::pathInfoKey`. The last
+/// two serve protection of the link where the node cannot be avoided: that without the link, and
+/// the plain one that leads to this router.
+enum class TilfaTree : std::uint8_t { forward, neighbor, reverse, withoutLink, toPlr };
+
+/// The trees that repairs under the constraint need.
+inline std::span< const TilfaTree >
+tilfaTrees( const PathConstraint & constraint ) {
+   static constexpr std::array all{ TilfaTree::forward, TilfaTree::neighbor, TilfaTree::reverse,
+                                    TilfaTree::withoutLink, TilfaTree::toPlr };
+   return std::span( all ).first( constraint.fallBackToLink() && constraint.excludeNode() ? 5 : 3 );
+}
 
 /// Link protection unless a node is excluded.
 inline bool
@@ -34,8 +42,9 @@ isLinkProtection( const PathConstraint & constraint ) {
    return !constraint.excludeNode();
 }
 
-/// The internal key of one tree of the client path `external`. The reverse tree leads to the router
-/// itself for link protection, to the protected node for node protection.
-PathInfoKey tilfaTreeKey( const PathInfoKey & external, TilfaTree tree, bool isLinkProtection );
+/// The internal key of one tree of the client's trees of that number. The reverse tree leads to the
+/// router itself for link protection, to the protected node for node protection.
+PathInfoKey tilfaTreeKey( const Lum::String & clientName, std::uint32_t treesId, TilfaTree tree,
+                          bool isLinkProtection );
 
 }

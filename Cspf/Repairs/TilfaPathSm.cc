@@ -1,7 +1,7 @@
 // From a TI-LFA request to the rows of its computations. The rows of the trees come before the
-// request's own, since whoever serves that one looks for them. Which keys a request has follows
-// from its constraint alone: a change of link into node protection replaces the reverse tree by
-// one that leads to the node.
+// request's own, since whoever serves that one looks for them. Which trees a request needs follows
+// from its constraint alone, so that a thousand destinations behind one link need one set. A change
+// of link into node protection replaces it.
 //
 // A request without a protected interface has neither neighbour nor repair; it keeps its own key,
 // under which the client reads why.
@@ -16,16 +16,13 @@ namespace Cspf {
 
 namespace {
 
-bool
-hasKey( const auto & keys, const PathInfoKey & key ) {
-   return std::ranges::find( keys, key ) != keys.end();
-}
-
 ConstraintModifier
 modifierOf( TilfaTree tree, bool isLinkProtection ) {
    switch ( tree ) {
    case TilfaTree::forward: return unconstrainedSpfAtPlr();
    case TilfaTree::neighbor: return unconstrainedSpfAtProtectedNode();
+   case TilfaTree::withoutLink: return ConstraintModifier::spfWithoutProtectedLink;
+   case TilfaTree::toPlr: return unconstrainedReverseSpfAtPlr();
    case TilfaTree::reverse: break;
    }
    return isLinkProtection ? unconstrainedReverseSpfAtPlr()
@@ -35,12 +32,34 @@ modifierOf( TilfaTree tree, bool isLinkProtection ) {
 }
 
 PathInfoKey
-tilfaTreeKey( const PathInfoKey & external, TilfaTree tree, bool isLinkProtection ) {
-   PathInfoKey key = external;
+tilfaTreeKey( const Lum::String & clientName, std::uint32_t treesId, TilfaTree tree,
+              bool isLinkProtection ) {
+   PathInfoKey key;
+   key.clientNameIs( clientName );
+   key.pathKeyIs( { Destination(), treesId } );
    key.internalIs( true );
    key.constraintModifierIs( modifierOf( tree, isLinkProtection ) );
-   key.parentPathKeyIs( external.pathKey() );
+   key.parentPathKeyIs( key.pathKey() );
    return key;
+}
+
+TilfaPathSm::TilfaPathSm( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
+                          const Lum::String & name,
+                          const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
+                          const Lum::Ptr< const Config > & cspfConfig,
+                          const Lum::Ptr< Status > & cspfStatus,
+                          const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
+                          const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable,
+                          const Lum::Ptr< const RepairScope > & scope )
+   : PathSmBase( af, vrfName, name, teStatus, cspfConfig, cspfStatus, pathConfigInfoTable,
+                 pathStatusInfoTable ),
+     scope_( scope ),
+     treesConfig_( Lum::make< Config >() ) {}
+
+void
+TilfaPathSm::handleInitialized() {
+   LUM_WATCH( scope_, changeCount, handleScope );
+   PathSmBase::handleInitialized();
 }
 
 PathInfoKey
@@ -51,26 +70,58 @@ TilfaPathSm::externalPathInfoKey( const PathKey & pathKey ) const {
    return key;
 }
 
-const TilfaPathInfoKeyColl &
-TilfaPathSm::tilfaPathInfoKeyColl( const PathKey & pathKey ) const {
-   static const TilfaPathInfoKeyColl none;
-   const auto keys = keys_.find( pathKey );
-   return keys == keys_.end() ? none : keys->second;
-}
-
-TilfaPathInfoKeyColl
-TilfaPathSm::wantedKeys( const PathKey & pathKey, const PathConstraint & constraint ) const {
-   TilfaPathInfoKeyColl keys;
-   keys.isLinkProtectionIs( isLinkProtection( constraint ) );
-   keys.pathKeyIs( pathKey );
-   keys.clientNameIs( name() );
-   if ( constraint.excludeIntf() ) {
-      const PathInfoKey external = externalPathInfoKey( pathKey );
-      for ( const TilfaTree tree : tilfaTrees ) {
-         keys.pathInfoKey_.push( tilfaTreeKey( external, tree, keys.isLinkProtection() ) );
+std::vector< PathInfoKey >
+TilfaPathSm::keysOf( std::uint32_t trees ) const {
+   std::vector< PathInfoKey > keys;
+   if ( const auto at = trees_.find( trees ); at != trees_.end() ) {
+      const PathConstraint & constraint = at->second.constraint;
+      for ( const TilfaTree tree : tilfaTrees( constraint ) ) {
+         keys.push_back( tilfaTreeKey( name(), trees, tree, isLinkProtection( constraint ) ) );
       }
    }
    return keys;
+}
+
+TilfaPathInfoKeyColl
+TilfaPathSm::tilfaPathInfoKeyColl( const PathKey & pathKey ) const {
+   TilfaPathInfoKeyColl keys;
+   const auto request = requests_.find( pathKey );
+   const PathConfig * config = cspfConfig()->pathConfigFind( pathKey );
+   if ( request == requests_.end() || !config ) {
+      return keys;
+   }
+   keys.isLinkProtectionIs( isLinkProtection( config->constraint() ) );
+   keys.pathKeyIs( pathKey );
+   keys.clientNameIs( name() );
+   for ( const PathInfoKey & key : keysOf( request->second.trees ) ) {
+      keys.pathInfoKey_.push( key );
+   }
+   for ( const PathInfoKey & key : keysOf( request->second.stale ) ) {
+      keys.stalePathInfoKey_.push( key );
+   }
+   return keys;
+}
+
+/// While the interface is gone, the topology that it was in.
+TopoId
+TilfaPathSm::topoIdOf( const PathConfig & config, const TopoId & before ) const {
+   if ( config.constraint().topoId() ) {
+      return config.constraint().topoId();
+   }
+   const TopoId now = scope_->topoId( repairConstraint( config.constraint() ).excludeIntf(),
+                                      config.pathKey().dst() );
+   return now ? now : before;
+}
+
+/// What is the same for all requests that share trees: that which runs read.
+PathConstraint
+TilfaPathSm::treesConstraint( const PathConfig & config, const TopoId & topoId ) const {
+   PathConstraint constraint = repairConstraint( config.constraint() );
+   constraint.topoIdIs( topoId );
+   constraint.maxRepairNodesIs( 0 );
+   constraint.pathComputationTypeIs( PathComputationType::tilfa );
+   constraint.sourceTypeIs( plr() );
+   return constraint;
 }
 
 void
@@ -83,60 +134,112 @@ TilfaPathSm::handleCspfConfig( const PathKey & pathKey ) {
       doCleanupPathInfoKeyEntries( pathKey );
       return;
    }
-   TilfaPathInfoKeyColl wanted = wantedKeys( pathKey, config->constraint() );
-   const TilfaPathInfoKeyColl held = tilfaPathInfoKeyColl( pathKey );
-   for ( const auto & keys : { held.pathInfoKey_, held.stalePathInfoKey_ } ) {
-      for ( const PathInfoKey & key : keys ) {
-         if ( !hasKey( wanted.pathInfoKey_, key ) ) {
-            wanted.stalePathInfoKey_.push( key );
-         }
-      }
-   }
-   keys_[ pathKey ] = wanted;
-   if ( wanted.stalePathInfoKeys() > 0 ) {
-      replacing_.insert( pathKey );
-   }
-   for ( const PathInfoKey & key : wanted.pathInfoKey_ ) {
-      addTree( key );
-   }
-   addOrUpdatePathInfoKey( externalPathInfoKey( pathKey ) );
+   Request & request = requests_[ pathKey ];
+   request.topoId = topoIdOf( *config, request.topoId );
+   const PathConstraint constraint = treesConstraint( *config, request.topoId );
+   replace( pathKey, constraint.excludeIntf() ? treesIs( constraint ) : 0 );
+   const PathInfoKey key = externalPathInfoKey( pathKey );
+   addRows( key );
+   const auto & row = pathConfigInfoTable()->pathConfigInfo( key );
+   row->repairTopoIdIs( request.topoId );
+   row->treesIdIs( request.trees );
+   addOrUpdatePathInfoKey( key );
    handleFirstResult();
 }
 
+/// The number of the trees, one user more; made where there were none.
+std::uint32_t
+TilfaPathSm::treesIs( const PathConstraint & constraint ) {
+   const auto [ at, fresh ] = treesOf_.try_emplace( constraint, lastTrees_ + 1 );
+   const std::uint32_t number = at->second;
+   Trees & trees = trees_[ number ];
+   ++trees.users;
+   if ( fresh ) {
+      ++lastTrees_;
+      trees.constraint = constraint;
+      PathConfig config;
+      config.pathKeyIs( { Destination(), number } );
+      config.constraintIs( constraint );
+      treesConfig_->pathConfigIs( config );
+      for ( const PathInfoKey & key : keysOf( number ) ) {
+         addOrUpdatePathInfoKey( key, treesConfig_ );
+         LUM_WATCH( pathStatusInfoTable()->pathStatusInfo( key ), stage2RequestCount,
+                    handleFirstResult );
+      }
+   }
+   return number;
+}
+
+/// One user less.
 void
-TilfaPathSm::addTree( const PathInfoKey & key ) {
-   const bool isNew = !pathConfigInfoTable()->pathConfigInfoHas( key );
-   addOrUpdatePathInfoKey( key );
-   if ( isNew ) {
-      LUM_WATCH( pathStatusInfoTable()->pathStatusInfo( key ), stage2RequestCount,
-                 handleFirstResult );
+TilfaPathSm::treesDel( std::uint32_t & trees ) {
+   const std::uint32_t number = std::exchange( trees, 0 );
+   const auto at = trees_.find( number );
+   if ( at == trees_.end() || --at->second.users > 0 ) {
+      return;
+   }
+   const auto keys = keysOf( number );
+   treesOf_.erase( at->second.constraint );
+   awaited_.erase( number );
+   trees_.erase( at );
+   for ( const PathInfoKey & key : keys ) {
+      deletePathInfoKey( key );
+   }
+   treesConfig_->pathConfigDel( { Destination(), number } );
+}
+
+/// What was published came of the oldest trees, which stay; those between were never used.
+void
+TilfaPathSm::replace( const PathKey & pathKey, std::uint32_t trees ) {
+   Request & request = requests_[ pathKey ];
+   std::uint32_t old = std::exchange( request.trees, trees );
+   if ( const auto at = trees_.find( old ); at != trees_.end() ) {
+      at->second.waiting.erase( pathKey );
+   }
+   if ( old == trees || request.stale ) {
+      treesDel( old );
+   } else {
+      request.stale = old;
+   }
+   if ( request.stale && trees ) {
+      trees_[ trees ].waiting.insert( pathKey );
+      awaited_.insert( trees );
+   } else {
+      treesDel( request.stale );
    }
 }
 
 bool
-TilfaPathSm::hasResult( const PathInfoKey & key ) const {
-   const auto & row = pathStatusInfoTable()->pathStatusInfo( key );
-   return row && row->stage2RequestCount() > 0;
+TilfaPathSm::haveResult( std::uint32_t trees ) const {
+   return std::ranges::all_of( keysOf( trees ), [ & ]( const PathInfoKey & key ) {
+      const auto & row = pathStatusInfoTable()->pathStatusInfo( key );
+      return row && row->stage2RequestCount() > 0;
+   } );
 }
 
 void
 TilfaPathSm::handleFirstResult() {
-   const std::set< PathKey > replacing = replacing_;
-   for ( const PathKey & pathKey : replacing ) {
-      TilfaPathInfoKeyColl & keys = keys_[ pathKey ];
-      if ( std::ranges::all_of( keys.pathInfoKeyList(),
-                                [ & ]( const auto & key ) { return hasResult( key ); } ) ) {
-         replacing_.erase( pathKey );
-         deleteStaleKeys( keys );
+   const std::set< std::uint32_t > awaited = awaited_;
+   for ( const std::uint32_t trees : awaited ) {
+      if ( haveResult( trees ) ) {
+         awaited_.erase( trees );
+         for ( const PathKey & pathKey : std::exchange( trees_[ trees ].waiting, {} ) ) {
+            treesDel( requests_[ pathKey ].stale );
+         }
       }
    }
 }
 
+/// An interface may be in another topology, or reach a destination in another level.
 void
-TilfaPathSm::deleteStaleKeys( TilfaPathInfoKeyColl & keys ) {
-   const auto stale = std::exchange( keys.stalePathInfoKey_, {} );
-   for ( const PathInfoKey & key : stale ) {
-      deletePathInfoKey( key );
+TilfaPathSm::handleScope() {
+   for ( const PathKey & pathKey : Lum::sortedKeys( requests_ ) ) {
+      const PathConfig * config = cspfConfig()->pathConfigFind( pathKey );
+      const auto request = requests_.find( pathKey );
+      if ( config && request != requests_.end()
+           && topoIdOf( *config, request->second.topoId ) != request->second.topoId ) {
+         handleCspfConfig( pathKey );
+      }
    }
 }
 
@@ -144,14 +247,11 @@ TilfaPathSm::deleteStaleKeys( TilfaPathInfoKeyColl & keys ) {
 void
 TilfaPathSm::doCleanupPathInfoKeyEntries( const PathKey & pathKey ) {
    TRACE7( "Deleting all PathInfoKey Entries for " << pathKey.dst() << ", id " << pathKey.id() );
-   TilfaPathInfoKeyColl keys = tilfaPathInfoKeyColl( pathKey );
-   keys_.erase( pathKey );
-   replacing_.erase( pathKey );
    cspfStatus()->pathStatusDel( pathKey );
    deletePathInfoKey( externalPathInfoKey( pathKey ) );
-   deleteStaleKeys( keys );
-   for ( const PathInfoKey & key : keys.pathInfoKeyList() ) {
-      deletePathInfoKey( key );
+   if ( requests_.contains( pathKey ) ) {
+      replace( pathKey, 0 );
+      requests_.erase( pathKey );
    }
 }
 

@@ -2,39 +2,66 @@
 
 #include "Cspf/Repairs/TilfaKeys.h"
 #include "Cspf/Requests/PathSm.h"
+#include "Cspf/Requests/RepairScope.h"
 
 #include <set>
 
 namespace Cspf {
 
-/// Follows the requests of the client "tilfa". Each becomes a key of its own and the internal keys
-/// of the plain trees that its protection needs. A tree that another protection replaces stays
-/// until the new one has its first result.
+/// Follows the requests of the client "tilfa". Each becomes a key of its own; the internal keys of
+/// the trees that its protection needs are shared by all requests that differ in the destination
+/// alone. Trees that others replace stay until the new ones have their first result.
 ///
 ///   watches                            handler             writes
 ///   (as PathSmBase)
+///   RepairScope.changeCount            handleScope         (as handleCspfConfig)
 ///   PathStatusInfo.stage2RequestCount  handleFirstResult   rows of replaced trees (removes)
 class TilfaPathSm : public PathSmBase {
    LUM_ENTITY( Cspf, TilfaPathSm );
-   using PathSmBase::PathSmBase;
+   TilfaPathSm( Kivnet::AddressFamily af, const L3::VrfName & vrfName, const Lum::String & name,
+                const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
+                const Lum::Ptr< const Config > & cspfConfig, const Lum::Ptr< Status > & cspfStatus,
+                const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
+                const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable,
+                const Lum::Ptr< const RepairScope > & scope );
 
+   void handleInitialized() override;
    void handleCspfConfig( const PathKey & pathKey ) override;
    PathInfoKey externalPathInfoKey( const PathKey & pathKey ) const override;
    void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) override;
+   void handleScope();
    void handleFirstResult();
 
    /// The internal keys of a client path; without keys where it is not tracked.
-   const TilfaPathInfoKeyColl & tilfaPathInfoKeyColl( const PathKey & pathKey ) const;
+   TilfaPathInfoKeyColl tilfaPathInfoKeyColl( const PathKey & pathKey ) const;
 
  private:
-   TilfaPathInfoKeyColl wantedKeys( const PathKey & pathKey,
-                                    const PathConstraint & constraint ) const;
-   void addTree( const PathInfoKey & key );
-   bool hasResult( const PathInfoKey & key ) const;
-   void deleteStaleKeys( TilfaPathInfoKeyColl & keys );
+   /// What one request uses; 0: none.
+   struct Request {
+      TopoId topoId;  // that it is computed over, where it names none
+      std::uint32_t trees = 0, stale = 0;
+   };
+   struct Trees {
+      PathConstraint constraint;
+      std::uint32_t users = 0;
+      std::set< PathKey > waiting;  // requests with stale trees, until these have a result
+   };
 
-   Lum::Map< PathKey, TilfaPathInfoKeyColl > keys_;
-   std::set< PathKey > replacing_;  // paths with stale keys
+   TopoId topoIdOf( const PathConfig & config, const TopoId & before ) const;
+   PathConstraint treesConstraint( const PathConfig & config, const TopoId & topoId ) const;
+   std::vector< PathInfoKey > keysOf( std::uint32_t trees ) const;
+   std::uint32_t treesIs( const PathConstraint & constraint );
+   void treesDel( std::uint32_t & trees );
+   void replace( const PathKey & pathKey, std::uint32_t trees );
+   bool haveResult( std::uint32_t trees ) const;
+
+   const Lum::Ptr< const RepairScope > scope_;
+   const Lum::Ptr< Config > treesConfig_;  // what the trees ask for: { no destination, number }
+   Lum::Map< PathKey, Request > requests_;
+   std::map< std::uint32_t, Trees > trees_;
+   Lum::Map< PathConstraint, std::uint32_t > treesOf_;
+   std::set< std::uint32_t > awaited_;  // trees with waiting requests
+   std::uint32_t lastTrees_ = 0;
 };
 
 }

@@ -41,6 +41,7 @@ unconstrained( const PathConstraint & constraint, ConstraintModifier modifier ) 
       plain.excludeNodeIs( constraint.excludeNode() );
       plain.neighborLinkIs( constraint.neighborLink() );
       plain.neighborIs( constraint.neighbor() );
+      plain.neighborSystemIdIs( constraint.neighborSystemId() );
    }
    return plain;
 }
@@ -57,9 +58,14 @@ addSrlgsOf( const TrafficEngineering::Status & teStatus, const Kivnet::IntfId & 
    }
 }
 
-/// Clients write any number; empty where it is a priority, or is not read.
+/// What is wrong with a request, or nothing. Clients write any number as a priority, which matters
+/// where it is read.
 std::string
-setupPriorityError( const InternalPathConstraint & constraint ) {
+requestError( const InternalPathConstraint & constraint ) {
+   const bool hasHops = constraint.includeHops() > 0 || constraint.includeHopAllExplicit();
+   if ( constraint.pathComputationType() == PathComputationType::tilfa && hasHops ) {
+      return "a repair has no explicit hops";
+   }
    try {
       BwPriority( constraint.bandwidth() > 0 ? constraint.bwSetupPriority() : 0 );
    } catch ( const std::range_error & error ) {
@@ -76,6 +82,7 @@ clearResult( PathStatusCache & cache ) {
    cache.includeIpsIs( nullptr );
    cache.pathAsTopoDbLinksIs( nullptr );
    cache.pqInfoIs( nullptr );
+   cache.achievedIs( RepairKind::none );
 }
 
 }
@@ -95,6 +102,11 @@ modifiedConstraint( const PathConstraint & constraint, ConstraintModifier modifi
       modified.includeHopDelAll();
       modified.includeHopAllExplicitIs( false );
       modified.noSpfIs( false );  // the whole is given, the segment is computed
+      break;
+   case ConstraintModifier::spfWithoutProtectedLink:
+      Lum::copyFields( constraint, modified );
+      modified.excludeNodeIs( ExcludeNode() );
+      modified.fallBackToLinkIs( false );
       break;
    default: return unconstrained( constraint, modifier );
    }
@@ -141,7 +153,7 @@ PathConfigInfoSm::handleChangeCount() {
    const std::uint32_t refreshReqSeq = config->refreshReqSeq();
    const InternalPathConstraint derived = getDerivedConstraint(
       getUpdatedConstraint( config->constraint(), key.constraintModifier() ) );
-   const std::string error = setupPriorityError( derived );
+   const std::string error = requestError( derived );
    if ( !error.empty() ) {
       refuse( error, refreshReqSeq );
       return;
@@ -197,9 +209,11 @@ PathConfigInfoSm::getUpdatedConstraint( const PathConstraint & constraint,
    if ( modifier != noChange() ) {
       TRACE7( "Creating modified constraint for " << key.traceString() );
    }
-   InternalPathConstraint updated = modifiedConstraint( constraint, modifier );
-   updated.pathComputationTypeIs( key.clientName() == tilfaClientName ? PathComputationType::tilfa
-                                                                      : PathComputationType::cspf );
+   const bool isRepair = key.clientName() == tilfaClientName;
+   InternalPathConstraint updated =
+      modifiedConstraint( isRepair ? repairConstraint( constraint ) : constraint, modifier );
+   updated.pathComputationTypeIs( isRepair ? PathComputationType::tilfa
+                                           : PathComputationType::cspf );
    if ( key.pathSegmentSourceNodeAddr() ) {
       updated.sourceTypeIs( pathSegmentSource() );
       updated.pathSegmentSourceNodeAddrIs( key.pathSegmentSourceNodeAddr() );
@@ -209,7 +223,11 @@ PathConfigInfoSm::getUpdatedConstraint( const PathConstraint & constraint,
 
 InternalPathConstraint
 PathConfigInfoSm::getDerivedConstraint( const InternalPathConstraint & constraint ) const {
-   return withDerivedSrlgs( constraint, context_.teStatus.ptr() );
+   InternalPathConstraint derived = withDerivedSrlgs( constraint, context_.teStatus.ptr() );
+   if ( !derived.topoId() && derived.pathComputationType() == PathComputationType::tilfa ) {
+      derived.topoIdIs( pathConfigInfo_->repairTopoId() );
+   }
+   return derived;
 }
 
 InternalPathConstraint

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Records/PathRows.h"
+#include "Cspf/Requests/RepairScope.h"
 #include "platform/Kiv/NumAllocator.h"
 #include "schema/TrafficEngineering.h"
 
@@ -12,6 +12,7 @@ namespace Cspf {
 ///   noChange              as asked
 ///   noSpf                 as asked, and nothing is computed: the path is stitched or given
 ///   spfForPathSegment     without the include hops; computed from the segment's source
+///   spfWithoutProtectedLink  without the excluded node, which is behind the excluded interface
 ///   unconstrained...      what names the topology, and nothing else that was asked:
 ///     SpfAtPlr              the tree from this router
 ///     ReverseSpfAtPlr       the tree to this router

@@ -114,18 +114,19 @@ PathSmBase::doCleanupStalePathEntries() {
 }
 
 void
-PathSmBase::addOrUpdatePathInfoKey( const PathInfoKey & key ) {
-   addRows( key );
+PathSmBase::addOrUpdatePathInfoKey( const PathInfoKey & key,
+                                    const Lum::Ptr< const Config > & config ) {
+   addRows( key, config );
    pathConfigInfoTable_->pathConfigInfo( key )->configChangeCountInc();
 }
 
 void
-PathSmBase::addRows( const PathInfoKey & key ) {
+PathSmBase::addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config ) {
    if ( pathConfigInfoTable_->pathConfigInfoHas( key ) ) {
       return;
    }
    TRACE7( "Adding PathConfigInfo/PathStatusInfo for " << key.traceString() );
-   pathConfigInfoTable_->pathConfigInfoIs( key, Lum::make< PathConfigInfo >( key, cspfConfig_ ) );
+   pathConfigInfoTable_->pathConfigInfoIs( key, Lum::make< PathConfigInfo >( key, config ) );
    pathStatusInfoTable_->pathStatusInfoIs( key, Lum::make< PathStatusInfo >( key, cspfStatus_ ) );
 }
 

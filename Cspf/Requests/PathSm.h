@@ -53,7 +53,11 @@ class PathSmBase : public Lum::Reactor {
    void doCleanupStalePathEntries();
 
    /// Makes the rows of a key where there are none, and counts a change of its configuration.
-   void addOrUpdatePathInfoKey( const PathInfoKey & key );
+   void addOrUpdatePathInfoKey( const PathInfoKey & key ) {
+      addOrUpdatePathInfoKey( key, cspfConfig_ );
+   }
+   /// ... whose request stands in `config`.
+   void addOrUpdatePathInfoKey( const PathInfoKey & key, const Lum::Ptr< const Config > & config );
    /// Removes the rows of a key and, of a client's own path, what is published.
    void deletePathInfoKey( const PathInfoKey & key );
 
@@ -73,7 +77,8 @@ class PathSmBase : public Lum::Reactor {
    const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable() const {
       return pathStatusInfoTable_;
    }
-   void addRows( const PathInfoKey & key );
+   void addRows( const PathInfoKey & key ) { addRows( key, cspfConfig_ ); }
+   void addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config );
    void deleteRows( const PathInfoKey & key );
 
    /// The handling of one path's request. Who reads what it leads to may change the request again,

@@ -231,9 +231,9 @@ CspfRun::doRunCspf( CspfRunMemory & memory ) {
            << " node: " << constraint.excludeNode().nodeId() );
    CspfLinkConstraint linkConstraint = view_.linkConstraint( cspfData_.source() );
    const CspfGraph & graph = view_.graph();
-   const CspfRunOptions options{ view_.topoGraph().vertex( cspfData_.source() ),
-                                 cspfData_.useTeMetric(), cspfData_.useLinksWithMaxMetric(),
-                                 cspfData_.buildReverseSpt(), cspfData_.singleHopCountLimit() };
+   const CspfRunOptions options{ view_.vertex( cspfData_.source() ), cspfData_.useTeMetric(),
+                                 cspfData_.useLinksWithMaxMetric(), cspfData_.buildReverseSpt(),
+                                 cspfData_.singleHopCountLimit() };
    memory.filter_.apply( graph, std::move( linkConstraint ) );
    CspfTree & tree = cspfData_.tree_ = std::exchange( memory.spareTree_, CspfTree() );
    if ( Trace::wanted( 9 ) ) {

@@ -28,9 +28,12 @@ addressesMirror( const Routing::Topology::Neighbor & neighbor,
 bool
 addressesContradict( const Routing::Topology::Neighbor & neighbor,
                      const Routing::Topology::Neighbor & reverseNeighbor ) {
-   const auto contradicts = []( const auto & one, const auto & other ) {
+   const auto anyIsSet = []( const auto & addresses ) {
+      return std::ranges::any_of( addresses, []( const auto & address ) { return !!address; } );
+   };
+   const auto contradicts = [ & ]( const auto & one, const auto & other ) {
       const auto & known = one.neighborAddrList();
-      return !known.empty() && !other.interfaceAddrList().empty()
+      return anyIsSet( known ) && anyIsSet( other.interfaceAddrList() )
              && std::ranges::none_of( known, [ & ]( const auto & address ) {
                    return neighborHasInterfaceAddr( other, address );
                 } );

@@ -39,9 +39,7 @@ AllTopoDbView::linkConstraint( const NodeId & root ) const {
    if ( c.topoId() ) {
       numbers.topology = topology.topologyNumber( c.topoId() ).value_or( TopoGraph::noTopology );
    }
-   if ( c.excludeIntf() ) {
-      numbers.excludedInterfaces = { c.excludeIntf().number() };
-   }
+   excludeInterface( numbers );
    numbers.excludedVertices = excludedVertices();
    numbers.excludedSrlgs = { c.excludeSrlgDerivedSet().begin(), c.excludeSrlgDerivedSet().end() };
    numbers.includedSrlgs = { c.includeSrlgDerivedSet().begin(), c.includeSrlgDerivedSet().end() };
@@ -53,6 +51,57 @@ AllTopoDbView::linkConstraint( const NodeId & root ) const {
    excludeEdges( numbers );
    addOwnReservations( numbers );
    return numbers;
+}
+
+/// Of a LAN with a named neighbour only that neighbour's place on it, for everybody.
+void
+AllTopoDbView::excludeInterface( CspfLinkConstraint & numbers ) const {
+   const InternalPathConstraint & c = constraint_;
+   if ( !c.excludeIntf() ) {
+      return;
+   }
+   const std::uint32_t interface = c.excludeIntf().number();
+   if ( c.pathComputationType() == PathComputationType::tilfa && numbers.ownSource != noVertex ) {
+      for ( const std::uint32_t e : graph().out( numbers.ownSource ) ) {
+         const CspfEdge link{ e };
+         const CspfEdge step =
+            graph().interface( link ) == interface ? stepToNeighbor( link ) : noEdge;
+         if ( step != noEdge ) {
+            numbers.excludedEdges = { step, graph().reverse( step ) };
+            return;
+         }
+      }
+   }
+   numbers.excludedInterfaces = { interface };
+}
+
+CspfEdge
+AllTopoDbView::stepToNeighbor( CspfEdge linkToLan ) const {
+   const InternalPathConstraint & c = constraint_;
+   const TopoGraph & topology = topoGraph();
+   const TopoId topoId = topology.neighborKey( linkToLan ).topoId();
+   if ( graph().kind( linkToLan ) != CspfEdgeKind::routerToNetwork ) {
+      return noEdge;
+   }
+   const auto * routerIds = allTopoDbStatus_->routerIdMapFind( topoId );
+   const NodeId named = c.neighborSystemId() ? NodeId( c.neighborSystemId() )
+                        : routerIds          ? NodeId( ( *routerIds )->igpRouterId( c.neighbor() ) )
+                                             : NodeId();
+   const CspfVertex router = named ? topology.vertex( named ) : noVertex;
+   for ( const std::uint32_t e : graph().out( graph().to( linkToLan ) ) ) {
+      if ( graph().to( CspfEdge{ e } ) == router && graph().twoWay( CspfEdge{ e } ) ) {
+         return CspfEdge{ e };
+      }
+   }
+   return noEdge;
+}
+
+CspfVertex
+AllTopoDbView::vertex( const NodeId & node ) const {
+   const CspfVertex router = topoGraph().vertex( node );
+   return router != noVertex || !node ? router
+                                      : topoGraph().vertex( AllTopoNetworkId{
+                                         constraint_.topoId(), { IgpRouterId( node ) } } );
 }
 
 /// Edges that the constraint excludes by address, and those of partly overloaded routers.

@@ -47,6 +47,12 @@ class AllTopoDbView : public Lum::Entity {
 
    // The topology, by key.
 
+   /// The router, or, in the constraint's topology, the LAN of that identity; noVertex where there
+   /// is none.
+   CspfVertex vertex( const NodeId & node ) const;
+   /// The step from the LAN that the link leads to, to the neighbour that the constraint names;
+   /// noEdge where it names none, or one that is not on the LAN.
+   CspfEdge stepToNeighbor( CspfEdge linkToLan ) const;
    /// Where the computation starts; empty where that is not known.
    virtual NodeId spfRoot() const = 0;
    virtual bool spfRootOverloaded() const;
@@ -127,6 +133,7 @@ class AllTopoDbView : public Lum::Entity {
    virtual CspfOverloadRule overloadRule() const = 0;
 
  private:
+   void excludeInterface( CspfLinkConstraint & numbers ) const;
    void excludeEdges( CspfLinkConstraint & numbers ) const;
    void addOwnReservations( CspfLinkConstraint & numbers ) const;
    std::vector< CspfVertex > excludedVertices() const;

@@ -162,6 +162,9 @@ struct LabConstraint {
    std::optional< Cspf::CspfSourceType > sourceType;
    Kivnet::IpGenAddr neighborLink;
    Kivnet::IpGenAddr neighbor;
+   Routing::Isis::SystemId neighborSystemId;  ///< the neighbour, where it is named so
+   std::uint32_t maxRepairNodes = 0;          ///< 0: as many as there may be
+   bool fallBackToLink = false;
    bool noSpf = false;
 
    bool operator==( const LabConstraint & ) const = default;

@@ -167,9 +167,11 @@ class Observer {
 
    std::string nameOf( const VrfAf & where, const Cspf::ConstraintPath & user ) const {
       const Named known = named( { user.clientName(), where.vrf, where.af }, user.pathKey() );
+      const bool isTrees = user.internal() && !user.pathKey().dst();
       return known.name ? *known.name
+             : isTrees  ? user.clientName() + " trees " + std::to_string( user.pathKey().id() )
                         : user.clientName() + " " + user.pathKey().dst().stringValue() + " "
-                             + std::to_string( user.pathKey().id() );
+                            + std::to_string( user.pathKey().id() );
    }
 
    void addReservations( const TablePath & at, const Cspf::BwUsageTable & table ) {

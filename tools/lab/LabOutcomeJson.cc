@@ -58,8 +58,25 @@ pathJson( const PathOutcome & path ) {
                   { "changeCount", status.changeCount() },
                   { "repairPathIdx", status.repairPathIdx() },
                   { "cost", path.cost ? Json( *path.cost ) : Json() } } );
+   if ( status.achieved() != Cspf::RepairKind::none ) {
+      json[ "achieved" ] = Lum::enumName( status.achieved() );
+   }
    if ( !path.error.empty() ) {
       json[ "error" ] = path.error;
+   }
+   return json;
+}
+
+Json
+segmentJson( const Cspf::RepairSegment & segment ) {
+   const std::string to = segment.to().stringValue();
+   if ( !segment.from() ) {
+      return { { "node", to } };
+   }
+   Json json = { { "adjacency", Json::array( { segment.from().stringValue(), to } ) } };
+   if ( segment.nearAddr() || segment.farAddr() ) {
+      json[ "address" ] =
+         Json::array( { segment.nearAddr().stringValue(), segment.farAddr().stringValue() } );
    }
    return json;
 }
@@ -69,7 +86,8 @@ repairJson( const Cspf::PqInfo & repair ) {
    return { { "idx", repair.idx() },
             { "nhIp", repair.nhIp().stringValue() },
             { "nhIntf", repair.nhIntf().stringValue() },
-            { "path", textsJson( repair.pathList() ) } };
+            { "path", textsJson( repair.pathList() ) },
+            { "segment", listJson( repair.segmentList(), segmentJson ) } };
 }
 
 Json

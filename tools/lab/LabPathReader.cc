@@ -59,6 +59,8 @@ class ConstraintReader {
    std::string readTopologyName( const LabCursor & at ) const;
    static std::uint32_t readPriority( const LabCursor & at );
    std::string readNode( const LabCursor & at ) const;
+   static void readNeighbor( const LabCursor & at, LabConstraint & c );
+   static std::uint32_t readMaxRepairNodes( const LabCursor & at );
    static LabIncludeHop readIncludeHop( const LabCursor & at );
 
    const LabDocument & document_;
@@ -122,9 +124,27 @@ ConstraintReader::read( const LabCursor & at ) const {
       memberKey( "pathComputationType", c.pathComputationType, "\"cspf\" or \"tilfa\"" ),
       memberKey( "sourceType", c.sourceType,
                  "\"plr\", \"neighborOnLink\" or \"pathSegmentSource\"" ),
-      addressKey( "neighborLink", c.neighborLink ), addressKey( "neighbor", c.neighbor ),
-      flagKey( "noSpf", c.noSpf ) );
+      addressKey( "neighborLink", c.neighborLink ),
+      key( "neighbor", [ & ]( auto & v ) { readNeighbor( v, c ); } ),
+      key( "maxRepairNodes", [ & ]( auto & v ) { c.maxRepairNodes = readMaxRepairNodes( v ); } ),
+      flagKey( "fallBackToLink", c.fallBackToLink ), flagKey( "noSpf", c.noSpf ) );
    return c;
+}
+
+void
+ConstraintReader::readNeighbor( const LabCursor & at, LabConstraint & c ) {
+   const std::string & text = readText( at, "an address or an IS-IS system id" );
+   if ( const auto id = Routing::Isis::SystemId::parse( text ) ) {
+      c.neighborSystemId = *id;
+   } else {
+      c.neighbor =
+         orFail( at, Kivnet::IpGenAddr::parse( text ), "an address or an IS-IS system id" );
+   }
+}
+
+std::uint32_t
+ConstraintReader::readMaxRepairNodes( const LabCursor & at ) {
+   return static_cast< std::uint32_t >( readNumber( at, 1, Cspf::RepairNodeIdx::max + 1u ) );
 }
 
 std::string

@@ -133,7 +133,9 @@ nodeOf( const LabDocument & document, const LabPath & path, const std::string & 
 void
 neighborIs( Cspf::PathConstraint & constraint, const LabDocument & document,
             const LabPath & path ) {
-   const auto neighbor = adjacency( document, path.vrf, path.af, constraint.excludeIntf() );
+   const Kivnet::IntfId intf =
+      constraint.excludeIntf() ? constraint.excludeIntf() : constraint.excludeNode().nexthopIntf();
+   const auto neighbor = adjacency( document, path.vrf, path.af, intf );
    if ( !neighbor ) {
       return;
    }
@@ -179,6 +181,9 @@ constraintOf( const LabDocument & document, const LabPath & path, bool tilfa ) {
    constraint.sourceTypeIs( asked.sourceType.value_or( Cspf::CspfSourceType::plr ) );
    constraint.neighborLinkIs( asked.neighborLink );
    constraint.neighborIs( asked.neighbor );
+   constraint.neighborSystemIdIs( asked.neighborSystemId );
+   constraint.maxRepairNodesIs( asked.maxRepairNodes );
+   constraint.fallBackToLinkIs( asked.fallBackToLink );
    constraint.noSpfIs( asked.noSpf );
    if ( tilfa ) {
       neighborIs( constraint, document, path );

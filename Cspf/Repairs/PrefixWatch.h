@@ -1,0 +1,42 @@
+#pragma once
+
+#include "Cspf/Topology/Store.h"
+
+#include <set>
+
+namespace Cspf::Lfa {
+
+/// Hears that a prefix came or went in a topology.
+class PrefixListener {
+ public:
+   virtual void handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix ) = 0;
+
+ protected:
+   ~PrefixListener() = default;
+};
+
+/// Tells each listener of its own prefix alone, however many others there are.
+///
+///   watches                                   handler
+///   AllTopoDbStatus.pfxOriginatorInfoTable    handlePfxOriginatorInfoTable
+///   PfxOriginatorInfoTable.pfxOriginatorInfo  handlePfxOriginatorInfo
+class PrefixWatch : public Lum::Reactor {
+   LUM_ENTITY( Cspf::Lfa, PrefixWatch );
+   explicit PrefixWatch( const Lum::Ptr< const AllTopoDbStatus > & allTopoDbStatus )
+      : allTopoDbStatus_( allTopoDbStatus ) {}
+
+   void handleInitialized() override;
+   /// Not owned: it is taken back before the listener ends.
+   void listenerIs( const Kivnet::IpGenPrefix & prefix, PrefixListener & listener ) {
+      listeners_[ prefix ].insert( &listener );
+   }
+   void listenerDel( const Kivnet::IpGenPrefix & prefix, PrefixListener & listener );
+   void handlePfxOriginatorInfoTable( const TopoId & topoId );
+   void handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix );
+
+ private:
+   const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
+   Lum::Map< Kivnet::IpGenPrefix, std::set< PrefixListener * > > listeners_;
+};
+
+}
