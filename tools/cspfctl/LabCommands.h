@@ -5,6 +5,9 @@
 /// Adds `run LAB`. The status is set to the exit status of the run.
 void addRunCommand( CLI::App & app, int & status );
 
+/// Adds `repairs LAB`. The status is set to the exit status.
+void addRepairsCommand( CLI::App & app, int & status );
+
 /// Adds `check LAB...`: the labs are read and nothing runs. The status is set to that of a bad lab
 /// where one is.
 void addCheckCommand( CLI::App & app, int & status );

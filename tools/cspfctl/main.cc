@@ -27,6 +27,7 @@ main( int argc, char ** argv ) {
    app.require_subcommand( 1 );
    int status = 0;
    addRunCommand( app, status );
+   addRepairsCommand( app, status );
    addCheckCommand( app, status );
    addImportCommand( app, status );
    addLiveCommands( app, status );

@@ -30,6 +30,8 @@ class LabFile {
 
    const LabDocument & document() const noexcept { return document_; }
    const std::vector< LabEvent > & events() const noexcept { return events_; }
+   /// The document as it was written, without events, as JSON.
+   std::string text() const { return root_.text(); }
 
  private:
    friend class LabPlayback;

@@ -1,0 +1,296 @@
+// The coverage of repairs. A lab becomes one that asks, in the name of one router, for a repair of
+// each of its interfaces towards each other router; the agent answers it like any lab. Routers are
+// spread over processes, since an agent and its clock are one a process.
+
+#include "tools/lab/LabCoverage.h"
+
+#include "tools/lab/LabRunner.h"
+#include "tools/text/Plain.h"
+#include "tools/text/Table.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <set>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Lab {
+
+namespace {
+
+using Json = nlohmann::json;
+
+/// A router's interface in one topology, and the router behind it ("" behind a LAN).
+struct Interface {
+   std::string topology, intf, behind;
+};
+
+std::vector< Interface >
+interfacesOf( const LabDocument & document, const std::string & router ) {
+   std::vector< Interface > interfaces;
+   for ( const auto & [ name, topology ] : document.topologies ) {
+      if ( !visible( document, topology ) || topology.id.igpSource() != Cspf::IgpSource::isis ) {
+         continue;
+      }
+      for ( const auto & [ linkName, link ] : topology.links ) {
+         if ( link.a.router == router ) {
+            interfaces.push_back( { name, link.a.intf.stringValue(), link.b.router } );
+         }
+         if ( link.b.router == router ) {
+            interfaces.push_back( { name, link.b.intf.stringValue(), link.a.router } );
+         }
+      }
+      for ( const auto & [ lanName, lan ] : topology.lans ) {
+         if ( const auto member = lan.members.find( router ); member != lan.members.end() ) {
+            interfaces.push_back( { name, member->second.intf.stringValue(), "" } );
+         }
+      }
+   }
+   return interfaces;
+}
+
+std::string
+pathName( const Interface & interface, const std::string & destination ) {
+   return Json::array( { interface.topology, interface.intf, destination } ).dump();
+}
+
+/// The requests for all repairs of one router.
+Json
+pathsOf( const LabDocument & document, const std::string & router, bool node ) {
+   Json paths = Json::object();
+   unsigned id = 0;
+   for ( const Interface & interface : interfacesOf( document, router ) ) {
+      const LabTopology & topology = document.topologies.at( interface.topology );
+      ++id;
+      Json constraint{ { "excludeIntf", interface.intf }, { "topoId", interface.topology } };
+      if ( node && !interface.behind.empty() ) {
+         constraint[ "excludeNode" ] = { { "node", interface.behind },
+                                         { "nexthopIntf", interface.intf } };
+      }
+      for ( const auto & [ name, destination ] : topology.routers ) {
+         if ( name != router ) {
+            paths[ pathName( interface, name ) ] = { { "vrf", topology.vrf.stringValue() },
+                                                     { "af", Kivnet::text( topology.af ) },
+                                                     { "dst", destination.id.stringValue() },
+                                                     { "id", id },
+                                                     { "constraint", constraint } };
+         }
+      }
+   }
+   return paths;
+}
+
+/// The lab as it begins, seen from that router, with these requests alone.
+LabFile
+labOf( const Json & root, const LabDocument & document, const std::string & router, bool node ) {
+   Json lab = root;
+   lab[ "router" ] = router;
+   for ( const char * own :
+         { "events", "interfaces", "segmentRouting", "te", "clients", "paths" } ) {
+      if ( router != document.router || std::string( own ) != "interfaces" ) {
+         lab.erase( own );
+      }
+   }
+   Json vrfs = Json::object();
+   for ( const auto & [ name, topology ] : document.topologies ) {
+      vrfs[ topology.vrf.stringValue() ] = true;
+   }
+   lab[ "clients" ][ "tilfa" ] = { { "vrf", vrfs },
+                                   { "addressFamily", { { "ipv4", true }, { "ipv6", true } } } };
+   lab[ "paths" ][ "tilfa" ] = pathsOf( document, router, node );
+   return LabFile::parse( lab.dump() );
+}
+
+/// What one interface has.
+Json
+emptyCoverage( const Interface & interface ) {
+   return { { "topology", interface.topology },
+            { "intf", interface.intf },
+            { "direct", 0 },
+            { "oneNode", 0 },
+            { "twoNodes", 0 },
+            { "more", 0 },
+            { "unprotected", Json::array() } };
+}
+
+const char *
+kindOf( std::size_t nodes ) {
+   static constexpr const char * kinds[] = { "direct", "oneNode", "twoNodes", "more" };
+   return kinds[ std::min< std::size_t >( nodes, 3 ) ];
+}
+
+/// Counts the answers, which are one line of a run's output.
+Json
+coverageOf( const Json & outcome, const std::string & router,
+            const std::vector< Interface > & interfaces ) {
+   std::map< std::pair< std::string, std::string >, Json > counted;
+   for ( const Interface & interface : interfaces ) {
+      counted[ { interface.topology, interface.intf } ] = emptyCoverage( interface );
+   }
+   for ( const Json & service : outcome[ "clients" ][ "tilfa" ] ) {
+      std::map< std::uint32_t, std::size_t > nodes;
+      for ( const Json & repair : service[ "pqInfo" ] ) {
+         nodes[ repair[ "idx" ] ] = repair[ "path" ].size();
+      }
+      for ( const Json & path : service[ "pathStatus" ] ) {
+         const Json name = Json::parse( path[ "name" ].get< std::string >() );
+         Json & count = counted[ { name[ 0 ], name[ 1 ] } ];
+         if ( const auto repair = nodes.find( path[ "repairPathIdx" ] ); repair != nodes.end() ) {
+            Json & kind = count[ kindOf( repair->second ) ];
+            kind = kind.get< int >() + 1;
+         } else {
+            count[ "unprotected" ].push_back(
+               { { "dst", name[ 2 ] }, { "error", path.value( "error", "no answer" ) } } );
+         }
+      }
+   }
+   Json json{ { "router", router }, { "interfaces", Json::array() } };
+   for ( const auto & [ key, count ] : counted ) {
+      json[ "interfaces" ].push_back( count );
+   }
+   return json;
+}
+
+/// Throws LabError; gives nothing where the agent stopped.
+Json
+coverageOf( const Json & root, const LabDocument & document, const std::string & router,
+            const CoverageOptions & options, std::ostream & err ) {
+   std::ostringstream out;
+   RunOptions run;
+   run.json = true;
+   if ( runLab( labOf( root, document, router, options.node ), run, out, err ) != exitOk ) {
+      return {};
+   }
+   return coverageOf( Json::parse( out.str() ), router, interfacesOf( document, router ) );
+}
+
+/// "12 r3: no path to ..." for each reason, and whom it concerns.
+std::string
+unprotectedText( const Json & unprotected ) {
+   std::map< std::string, std::string > byReason;
+   for ( const Json & one : unprotected ) {
+      std::string & names = byReason[ one[ "error" ] ];
+      names += ( names.empty() ? "" : ", " ) + one[ "dst" ].get< std::string >();
+   }
+   std::string text;
+   for ( const auto & [ reason, names ] : byReason ) {
+      text += ( text.empty() ? "" : "; " ) + reason + ": " + names;
+   }
+   return Text::plain( text );
+}
+
+void
+print( const std::vector< Json > & routers, unsigned width, std::ostream & out ) {
+   Text::Table table( { "ROUTER", "INTERFACE", "PROTECTED", "DIRECT", "1 NODE", "2 NODES", "MORE",
+                        "NOT PROTECTED" } );
+   for ( const Json & router : routers ) {
+      for ( const Json & i : router[ "interfaces" ] ) {
+         int all = 0;
+         std::vector< std::string > cells{ Text::plain( router[ "router" ].get< std::string >() ),
+                                           Text::plain( i[ "intf" ].get< std::string >() ), "" };
+         for ( const char * kind : { "direct", "oneNode", "twoNodes", "more" } ) {
+            all += i[ kind ].get< int >();
+            cells.push_back( i[ kind ].dump() );
+         }
+         cells[ 2 ] =
+            std::to_string( all ) + "/" + std::to_string( all + i[ "unprotected" ].size() );
+         cells.push_back( unprotectedText( i[ "unprotected" ] ) );
+         table.row( cells );
+      }
+   }
+   table.print( out, width );
+}
+
+/// One process a core; each writes a line a router into its pipe. Gives an empty list where one
+/// of them failed, which has said why.
+std::vector< Json >
+coverageOfAll( const Json & root, const LabDocument & document,
+               const std::set< std::string > & routers, const CoverageOptions & options ) {
+   const unsigned workers = std::max( 1u, std::thread::hardware_concurrency() );
+   std::vector< std::pair< pid_t, std::FILE * > > started;
+   for ( unsigned worker = 0; worker < workers; ++worker ) {
+      int ends[ 2 ];
+      if ( pipe( ends ) != 0 ) {
+         throw std::runtime_error( "no pipe to be had" );
+      }
+      const pid_t pid = fork();
+      if ( pid == 0 ) {
+         close( ends[ 0 ] );
+         std::FILE * const to = fdopen( ends[ 1 ], "w" );
+         unsigned number = 0;
+         bool ok = true;
+         for ( const std::string & router : routers ) {
+            if ( number++ % workers == worker ) {
+               const Json one = coverageOf( root, document, router, options, std::cerr );
+               ok = ok && !one.is_null();
+               std::fprintf( to, "%s\n", one.dump().c_str() );
+            }
+         }
+         std::fclose( to );
+         _exit( ok ? exitOk : exitBrokenInvariant );
+      }
+      close( ends[ 1 ] );
+      started.emplace_back( pid, fdopen( ends[ 0 ], "r" ) );
+   }
+   std::map< std::string, Json > byName;
+   bool ok = true;
+   for ( const auto & [ pid, from ] : started ) {
+      std::string text;
+      for ( int c; ( c = std::fgetc( from ) ) != EOF; ) {
+         text += static_cast< char >( c );
+      }
+      std::fclose( from );
+      std::istringstream lines( text );
+      for ( std::string line; std::getline( lines, line ); ) {
+         Json one = Json::parse( line );
+         if ( one.is_object() ) {
+            byName[ one[ "router" ] ] = one;
+         }
+      }
+      int status = 0;
+      waitpid( pid, &status, 0 );
+      ok = ok && WIFEXITED( status ) && WEXITSTATUS( status ) == exitOk;
+   }
+   std::vector< Json > all;
+   for ( const auto & [ name, one ] : byName ) {
+      all.push_back( one );
+   }
+   return ok ? all : std::vector< Json >();
+}
+
+}
+
+int
+printCoverage( const LabFile & lab, const CoverageOptions & options, std::ostream & out,
+               std::ostream & err ) {
+   const LabDocument & document = lab.document();
+   const Json root = Json::parse( lab.text() );
+   std::vector< Json > routers;
+   if ( options.everyRouter ) {
+      std::set< std::string > names;
+      for ( const auto & [ name, topology ] : document.topologies ) {
+         for ( const auto & [ router, record ] : topology.routers ) {
+            names.insert( router );
+         }
+      }
+      routers = coverageOfAll( root, document, names, options );
+   } else if ( Json one = coverageOf( root, document, document.router, options, err );
+               !one.is_null() ) {
+      routers.push_back( one );
+   }
+   if ( options.json ) {
+      for ( const Json & router : routers ) {
+         out << router.dump() << "\n";
+      }
+   } else if ( !routers.empty() ) {
+      print( routers, options.width, out );
+   }
+   return routers.empty() ? exitBrokenInvariant : exitOk;
+}
+
+}
