@@ -343,6 +343,34 @@ TEST( Tilfa, runsAreSharedAndMadeForTheGraphAlone ) {
    EXPECT_EQ( lab.statusTable( "tilfa" )->pqInfos(), 0u );
 }
 
+TEST( Tilfa, prefixesThatFlapAreHeldDownLongerAndLonger ) {
+   TestLab lab( ring, client );
+   const std::string prefix = "10.9.0.0/16";
+   const auto announce = [ & ]( const char * router, unsigned metric ) {
+      lab.patch( { { "topologies",
+                     { { "core",
+                         { { "routers",
+                             { { router, { { "prefixes", { { prefix, metric } } } } } } } } } } } } );
+   };
+   announce( "G", 3 );
+   lab.request( "tilfa", "prefix", prefix, linkOf( "A-B.a" ) );
+   lab.settle();
+   std::mt19937 random( 1 );
+   std::string last = repair( lab, "prefix" );
+   int changes = 0;
+   for ( int i = 0; i < 200; ++i ) {  // two seconds, in which B is now nearer, now farther than G
+      announce( "B", random() % 2 ? 0 : 3 );
+      lab.advance( 0.01 );
+      const std::string now = repair( lab, "prefix" );
+      changes += std::exchange( last, now ) != now;
+   }
+   EXPECT_GE( changes, 1 );
+   EXPECT_LE( changes, 7 ) << "after 0, 50, 150, 350, 750 and 1550 ms at most";
+   announce( "B", 0 );
+   lab.settle();
+   EXPECT_EQ( repair( lab, "prefix" ), "10.64.0.10 E-A.b: 0003" );
+}
+
 /// The topology, or in IPv6 the same with addresses of that family.
 Json
 inFamily( const std::string & text, bool isV6 ) {
