@@ -70,6 +70,7 @@ PathUsageSm::doPrepareToDie() {
 void
 PathUsageSm::handleDestruction() {
    TRACE7( "for path " << pathStatusInfo_->pathInfoKey().traceString() );
+   ++updates_;
    pathBwUsageIs( nullptr );
 }
 
@@ -121,7 +122,13 @@ PathUsageSm::doUpdatePathBwUsage() {
    } else if ( !awaitsResult_ ) {
       granted_ = { BwPriority( asked.bwSetupPriority() ), asked.bandwidth() };
    }
-   pathBwUsageIs( granted_.bandwidth > 0 ? currentPathBwUsage() : nullptr );
+   // Whoever reads what is reserved may change what it is for: then that has been accounted by now.
+   const auto alive = keptAlive();
+   const std::uint32_t update = ++updates_;
+   const auto usage = granted_.bandwidth > 0 ? currentPathBwUsage() : nullptr;
+   if ( update == updates_ ) {
+      pathBwUsageIs( usage );
+   }
 }
 
 void
@@ -214,9 +221,11 @@ PathUsageSm::currentPathBwUsage() {
       linksAre( published->pathList(), mapped( published->pathList(), nullptr ) );
    }
    const auto usage = Lum::make< PathBwUsage >();
-   for ( std::size_t i = 0; i < published->paths(); ++i ) {
-      if ( const AllTopoNeighborKey * link = links_->pathFind( HopIndex( i ) ) ) {
-         hold( *usage, i, *link );
+   const auto links = links_;
+   const std::uint32_t update = updates_;
+   for ( std::size_t i = 0; update == updates_ && i < hops_.size(); ++i ) {
+      if ( const AllTopoNeighborKey * link = links->pathFind( HopIndex( i ) ) ) {
+         hold( *usage, i, reserved( *link ) );
       } else {
          TRACE8( "Hop " << i << " not present in pathAsTopoDbLinks for path "
                         << key.traceString() );
@@ -228,8 +237,11 @@ PathUsageSm::currentPathBwUsage() {
 /// Enters a hop's reservation under the hop's address, or, where that stands for another link
 /// already (a path may come to a router several times), under the near one.
 void
-PathUsageSm::hold( PathBwUsage & usage, std::size_t hop, const AllTopoNeighborKey & link ) const {
-   const Lum::Ptr< const BwUsageDeduped > reservation = reserved( link );
+PathUsageSm::hold( PathBwUsage & usage, std::size_t hop,
+                   const Lum::Ptr< const BwUsageDeduped > & reservation ) const {
+   if ( hop >= hops_.size() ) {
+      return;  // the path is another one since that was reserved
+   }
    for ( const Kivnet::IpGenAddr & address : { hops_[ hop ], nearAddresses_[ hop ] } ) {
       if ( address
            && ( !usage.bwUsageHas( address ) || usage.bwUsage( address ) == reservation ) ) {
@@ -285,14 +297,13 @@ PathUsageSm::pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) 
    if ( same ) {
       return;
    }
-   const BwUsageId before = userOf( pathBwUsage_ );
+   const BwUsageId before = userOf( pathBwUsage_ ), now = userOf( pathBwUsage );
    pathBwUsage_ = pathBwUsage;  // the old reservations end here, after the new ones were made
-   if ( before != userOf( pathBwUsage_ )
-        && topology_.allTopoDbStatus->bwUsageChangedAtHas( before ) ) {
+   if ( before != now && topology_.allTopoDbStatus->bwUsageChangedAtHas( before ) ) {
       handlePathBwUsage( before );  // its other paths
    }
-   if ( pathBwUsage_ ) {
-      handlePathBwUsage( oldBwUsageId_ );
+   if ( now ) {
+      handlePathBwUsage( now );
    }
 }
 

@@ -71,7 +71,8 @@ class PathUsageSm : public Lum::Reactor {
                                                const PathAsTopoDbLinks * known );
    bool isLink( const AllTopoNeighborKey & link, const Kivnet::IpGenAddr & nearAddress ) const;
    Kivnet::IpGenAddr nearAddress( const AllTopoNeighborKey & link ) const;
-   void hold( PathBwUsage & usage, std::size_t hop, const AllTopoNeighborKey & link ) const;
+   void hold( PathBwUsage & usage, std::size_t hop,
+              const Lum::Ptr< const BwUsageDeduped > & reservation ) const;
    Lum::Ptr< const BwUsageDeduped > reserved( const AllTopoNeighborKey & link ) const;
 
    const VrfTopology topology_;
@@ -83,6 +84,7 @@ class PathUsageSm : public Lum::Reactor {
    Granted granted_;            // by the last answer
    bool awaitsResult_ = false;  // the path was asked for anew, and is not answered yet
    Lum::Ptr< const PathBwUsage > pathBwUsage_;
+   std::uint32_t updates_ = 0;  // begun; one may begin inside of another
    // The links of the hops that are published, under the names that they have or had last.
    PathArray::Hops hops_;
    Lum::Ptr< const PathAsTopoDbLinks > links_;

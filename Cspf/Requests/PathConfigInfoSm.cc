@@ -171,6 +171,7 @@ PathConfigInfoSm::handleChangeCount() {
 /// A request that cannot be met has no constraint, holds nothing, and is answered at once.
 void
 PathConfigInfoSm::refuse( const std::string & error, std::uint32_t refreshReqSeq ) {
+   const auto alive = keptAlive();  // whoever reads the reason may withdraw or change the request
    const PathInfoKey & key = pathConfigInfo_->pathInfoKey();
    const Lum::Ptr< DedupConstraint > oldConstraint = pathStatusInfo_->constraint();
    pathStatusInfo_->constraintIs( nullptr );
@@ -185,11 +186,13 @@ PathConfigInfoSm::refuse( const std::string & error, std::uint32_t refreshReqSeq
    if ( oldConstraint ) {
       releaseLocalId( oldConstraint->pathConstraint() );
    }
-   pathStatusInfo_->cspfStatus()->pathErrorIs( key.pathKey(), error );
-   PathStatusUpdator( *pathStatusInfo_, *pathStatusInfo_->cspfStatus() )
-      .publishPath( *Lum::make< PathStatusCache >( key ) );
    if ( const auto & cache = context_.pathStatusCacheTable->pathStatusCache( key ) ) {
       clearResult( *cache );
+   }
+   pathStatusInfo_->cspfStatus()->pathErrorIs( key.pathKey(), error );
+   if ( !isRetired() && !pathStatusInfo_->constraint() ) {
+      PathStatusUpdator( *pathStatusInfo_, *pathStatusInfo_->cspfStatus() )
+         .publishPath( *Lum::make< PathStatusCache >( key ) );
    }
 }
 

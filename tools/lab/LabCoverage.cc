@@ -23,7 +23,7 @@ namespace Lab {
 
 namespace {
 
-using Json = nlohmann::json;
+using nlohmann::json;
 
 /// A router's interface in one topology, and the router behind it ("" behind a LAN).
 struct Interface {
@@ -56,18 +56,18 @@ interfacesOf( const LabDocument & document, const std::string & router ) {
 
 std::string
 pathName( const Interface & interface, const std::string & destination ) {
-   return Json::array( { interface.topology, interface.intf, destination } ).dump();
+   return json::array( { interface.topology, interface.intf, destination } ).dump();
 }
 
 /// The requests for all repairs of one router.
-Json
+json
 pathsOf( const LabDocument & document, const std::string & router, bool node ) {
-   Json paths = Json::object();
+   json paths = json::object();
    unsigned id = 0;
    for ( const Interface & interface : interfacesOf( document, router ) ) {
       const LabTopology & topology = document.topologies.at( interface.topology );
       ++id;
-      Json constraint{ { "excludeIntf", interface.intf }, { "topoId", interface.topology } };
+      json constraint{ { "excludeIntf", interface.intf }, { "topoId", interface.topology } };
       if ( node && !interface.behind.empty() ) {
          constraint[ "excludeNode" ] = { { "node", interface.behind },
                                          { "nexthopIntf", interface.intf } };
@@ -87,8 +87,8 @@ pathsOf( const LabDocument & document, const std::string & router, bool node ) {
 
 /// The lab as it begins, seen from that router, with these requests alone.
 LabFile
-labOf( const Json & root, const LabDocument & document, const std::string & router, bool node ) {
-   Json lab = root;
+labOf( const json & root, const LabDocument & document, const std::string & router, bool node ) {
+   json lab = root;
    lab[ "router" ] = router;
    for ( const char * own :
          { "events", "interfaces", "segmentRouting", "te", "clients", "paths" } ) {
@@ -96,7 +96,7 @@ labOf( const Json & root, const LabDocument & document, const std::string & rout
          lab.erase( own );
       }
    }
-   Json vrfs = Json::object();
+   json vrfs = json::object();
    for ( const auto & [ name, topology ] : document.topologies ) {
       vrfs[ topology.vrf.stringValue() ] = true;
    }
@@ -107,7 +107,7 @@ labOf( const Json & root, const LabDocument & document, const std::string & rout
 }
 
 /// What one interface has.
-Json
+json
 emptyCoverage( const Interface & interface ) {
    return { { "topology", interface.topology },
             { "intf", interface.intf },
@@ -115,7 +115,7 @@ emptyCoverage( const Interface & interface ) {
             { "oneNode", 0 },
             { "twoNodes", 0 },
             { "more", 0 },
-            { "unprotected", Json::array() } };
+            { "unprotected", json::array() } };
 }
 
 const char *
@@ -125,23 +125,23 @@ kindOf( std::size_t nodes ) {
 }
 
 /// Counts the answers, which are one line of a run's output.
-Json
-coverageOf( const Json & outcome, const std::string & router,
+json
+coverageOf( const json & outcome, const std::string & router,
             const std::vector< Interface > & interfaces ) {
-   std::map< std::pair< std::string, std::string >, Json > counted;
+   std::map< std::pair< std::string, std::string >, json > counted;
    for ( const Interface & interface : interfaces ) {
       counted[ { interface.topology, interface.intf } ] = emptyCoverage( interface );
    }
-   for ( const Json & service : outcome[ "clients" ][ "tilfa" ] ) {
+   for ( const json & service : outcome[ "clients" ][ "tilfa" ] ) {
       std::map< std::uint32_t, std::size_t > nodes;
-      for ( const Json & repair : service[ "pqInfo" ] ) {
+      for ( const json & repair : service[ "pqInfo" ] ) {
          nodes[ repair[ "idx" ] ] = repair[ "path" ].size();
       }
-      for ( const Json & path : service[ "pathStatus" ] ) {
-         const Json name = Json::parse( path[ "name" ].get< std::string >() );
-         Json & count = counted[ { name[ 0 ], name[ 1 ] } ];
+      for ( const json & path : service[ "pathStatus" ] ) {
+         const json name = json::parse( path[ "name" ].get< std::string >() );
+         json & count = counted[ { name[ 0 ], name[ 1 ] } ];
          if ( const auto repair = nodes.find( path[ "repairPathIdx" ] ); repair != nodes.end() ) {
-            Json & kind = count[ kindOf( repair->second ) ];
+            json & kind = count[ kindOf( repair->second ) ];
             kind = kind.get< int >() + 1;
          } else {
             count[ "unprotected" ].push_back(
@@ -149,7 +149,7 @@ coverageOf( const Json & outcome, const std::string & router,
          }
       }
    }
-   Json json{ { "router", router }, { "interfaces", Json::array() } };
+   json json{ { "router", router }, { "interfaces", json::array() } };
    for ( const auto & [ key, count ] : counted ) {
       json[ "interfaces" ].push_back( count );
    }
@@ -157,8 +157,8 @@ coverageOf( const Json & outcome, const std::string & router,
 }
 
 /// Throws LabError; gives nothing where the agent stopped.
-Json
-coverageOf( const Json & root, const LabDocument & document, const std::string & router,
+json
+coverageOf( const json & root, const LabDocument & document, const std::string & router,
             const CoverageOptions & options, std::ostream & err ) {
    std::ostringstream out;
    RunOptions run;
@@ -166,14 +166,14 @@ coverageOf( const Json & root, const LabDocument & document, const std::string &
    if ( runLab( labOf( root, document, router, options.node ), run, out, err ) != exitOk ) {
       return {};
    }
-   return coverageOf( Json::parse( out.str() ), router, interfacesOf( document, router ) );
+   return coverageOf( json::parse( out.str() ), router, interfacesOf( document, router ) );
 }
 
 /// "12 r3: no path to ..." for each reason, and whom it concerns.
 std::string
-unprotectedText( const Json & unprotected ) {
+unprotectedText( const json & unprotected ) {
    std::map< std::string, std::string > byReason;
-   for ( const Json & one : unprotected ) {
+   for ( const json & one : unprotected ) {
       std::string & names = byReason[ one[ "error" ] ];
       names += ( names.empty() ? "" : ", " ) + one[ "dst" ].get< std::string >();
    }
@@ -185,11 +185,11 @@ unprotectedText( const Json & unprotected ) {
 }
 
 void
-print( const std::vector< Json > & routers, unsigned width, std::ostream & out ) {
+print( const std::vector< json > & routers, unsigned width, std::ostream & out ) {
    Text::Table table( { "ROUTER", "INTERFACE", "PROTECTED", "DIRECT", "1 NODE", "2 NODES", "MORE",
                         "NOT PROTECTED" } );
-   for ( const Json & router : routers ) {
-      for ( const Json & i : router[ "interfaces" ] ) {
+   for ( const json & router : routers ) {
+      for ( const json & i : router[ "interfaces" ] ) {
          int all = 0;
          std::vector< std::string > cells{ Text::plain( router[ "router" ].get< std::string >() ),
                                            Text::plain( i[ "intf" ].get< std::string >() ), "" };
@@ -208,8 +208,8 @@ print( const std::vector< Json > & routers, unsigned width, std::ostream & out )
 
 /// One process a core; each writes a line a router into its pipe. Gives an empty list where one
 /// of them failed, which has said why.
-std::vector< Json >
-coverageOfAll( const Json & root, const LabDocument & document,
+std::vector< json >
+coverageOfAll( const json & root, const LabDocument & document,
                const std::set< std::string > & routers, const CoverageOptions & options ) {
    const unsigned workers = std::max( 1u, std::thread::hardware_concurrency() );
    std::vector< std::pair< pid_t, std::FILE * > > started;
@@ -226,7 +226,7 @@ coverageOfAll( const Json & root, const LabDocument & document,
          bool ok = true;
          for ( const std::string & router : routers ) {
             if ( number++ % workers == worker ) {
-               const Json one = coverageOf( root, document, router, options, std::cerr );
+               const json one = coverageOf( root, document, router, options, std::cerr );
                ok = ok && !one.is_null();
                std::fprintf( to, "%s\n", one.dump().c_str() );
             }
@@ -237,7 +237,7 @@ coverageOfAll( const Json & root, const LabDocument & document,
       close( ends[ 1 ] );
       started.emplace_back( pid, fdopen( ends[ 0 ], "r" ) );
    }
-   std::map< std::string, Json > byName;
+   std::map< std::string, json > byName;
    bool ok = true;
    for ( const auto & [ pid, from ] : started ) {
       std::string text;
@@ -247,7 +247,7 @@ coverageOfAll( const Json & root, const LabDocument & document,
       std::fclose( from );
       std::istringstream lines( text );
       for ( std::string line; std::getline( lines, line ); ) {
-         Json one = Json::parse( line );
+         json one = json::parse( line );
          if ( one.is_object() ) {
             byName[ one[ "router" ] ] = one;
          }
@@ -256,11 +256,11 @@ coverageOfAll( const Json & root, const LabDocument & document,
       waitpid( pid, &status, 0 );
       ok = ok && WIFEXITED( status ) && WEXITSTATUS( status ) == exitOk;
    }
-   std::vector< Json > all;
+   std::vector< json > all;
    for ( const auto & [ name, one ] : byName ) {
       all.push_back( one );
    }
-   return ok ? all : std::vector< Json >();
+   return ok ? all : std::vector< json >();
 }
 
 }
@@ -269,8 +269,8 @@ int
 printCoverage( const LabFile & lab, const CoverageOptions & options, std::ostream & out,
                std::ostream & err ) {
    const LabDocument & document = lab.document();
-   const Json root = Json::parse( lab.text() );
-   std::vector< Json > routers;
+   const json root = json::parse( lab.text() );
+   std::vector< json > routers;
    if ( options.everyRouter ) {
       std::set< std::string > names;
       for ( const auto & [ name, topology ] : document.topologies ) {
@@ -279,12 +279,12 @@ printCoverage( const LabFile & lab, const CoverageOptions & options, std::ostrea
          }
       }
       routers = coverageOfAll( root, document, names, options );
-   } else if ( Json one = coverageOf( root, document, document.router, options, err );
+   } else if ( json one = coverageOf( root, document, document.router, options, err );
                !one.is_null() ) {
       routers.push_back( one );
    }
    if ( options.json ) {
-      for ( const Json & router : routers ) {
+      for ( const json & router : routers ) {
          out << router.dump() << "\n";
       }
    } else if ( !routers.empty() ) {
