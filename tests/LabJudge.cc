@@ -62,11 +62,17 @@ class Judge {
          return status.is_null() ? "" : "a path without service";
       }
       const Json constraint = path.value( "constraint", none_ );
-      return !plain( constraint ) ? ""
-             : status.is_null()   ? "no status"
-             : constraint.contains( "includeHop" )
-                ? explicitHops( client == "cli" || fresh_, status, path, constraint, vrf )
-                : hops( client == "cli" || fresh_, status, path, constraint, vrf );
+      if ( !plain( constraint ) ) {
+         return "";
+      }
+      if ( constraint.contains(
+              "includeHop" ) ) {  // hops that cannot be followed leave a reason alone
+         return status.is_null()
+                   ? ""
+                   : explicitHops( client == "cli" || fresh_, status, path, constraint, vrf );
+      }
+      return status.is_null() ? "no status"
+                              : hops( client == "cli" || fresh_, status, path, constraint, vrf );
    }
 
    /// A path that was put together holds, and one that follows its request passes the hops in

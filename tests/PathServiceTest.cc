@@ -179,7 +179,7 @@ TEST( PathService, PathsThroughHopsFollowAChangeWhileTheTopologyKeepsChanging ) 
    for ( const char * client : { "cli", "rsvp" } ) {
       for ( const unsigned period : { 150, 400, 700 } ) {
          SCOPED_TRACE( std::string( client ) + " " + std::to_string( period ) );
-         TestLab lab( "A -10- B -10- C; A -30- C; A -20- D -20- B; X -10- Y" );
+         TestLab lab( "A -10- B -10- C; A -40- C; A -20- D -20- B; X -10- Y" );
          lab.request( "cli", "near", "B" );
          const auto churn = [ & ]( double duration ) {
             for ( double left = duration; left > 0; left -= 0.001 * period ) {

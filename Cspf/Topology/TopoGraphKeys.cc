@@ -104,11 +104,12 @@ TopoGraph::edgesOfPartlyOverloaded( bool leaving ) const {
 
 void
 TopoGraph::settle( const NodeId & root ) {
-   if ( changes_ * 4 <= graph_.edges() ) {
+   const CspfVertex first = vertex( root );
+   if ( first == noVertex || changes_ * 4 <= graph_.edges() ) {
       return;
    }
    changes_ = 0;
-   const CspfGraph::Renumbering to = graph_.renumber( vertex( root ) );
+   const CspfGraph::Renumbering to = graph_.renumber( first );
    std::vector< Meaning > meanings( graph_.vertexBound() );
    for ( std::size_t v = 0; v < meanings_.size(); ++v ) {
       if ( to.vertex[ v ] != noVertex ) {
