@@ -167,8 +167,7 @@ TilfaConstraintInfoSm::computeTree() {
    tree_ = Lum::make< LfaCspfData >();
    tree_->sourceIs( source() );
    tree_->buildReverseSptIs( pathConstraint().reversePath() );
-   tree_->sourceOverloadedIs(
-      view()->graph().overloaded( view()->topoGraph().vertex( tree_->source() ) ) );
+   tree_->sourceOverloadedIs( view()->graph().overloaded( view()->vertex( tree_->source() ) ) );
    runCspf( tree_ );
    updatePathStatusCache( tree_ );
 }

@@ -98,10 +98,14 @@ AllTopoDbView::stepToNeighbor( CspfEdge linkToLan ) const {
 
 CspfVertex
 AllTopoDbView::vertex( const NodeId & node ) const {
-   const CspfVertex router = topoGraph().vertex( node );
-   return router != noVertex || !node ? router
-                                      : topoGraph().vertex( AllTopoNetworkId{
-                                         constraint_.topoId(), { IgpRouterId( node ) } } );
+   CspfVertex vertex = topoGraph().vertex( node );
+   for ( const auto & [ topoId, table ] : allTopoDb_->topoDbColl() ) {
+      const bool isSeen = !constraint_.topoId() || topoId == constraint_.topoId();
+      if ( vertex == noVertex && isSeen ) {
+         vertex = topoGraph().vertex( AllTopoNetworkId{ topoId, { IgpRouterId( node ) } } );
+      }
+   }
+   return vertex;
 }
 
 /// Edges that the constraint excludes by address, and those of partly overloaded routers.

@@ -47,8 +47,8 @@ class AllTopoDbView : public Lum::Entity {
 
    // The topology, by key.
 
-   /// The router, or, in the constraint's topology, the LAN of that identity; noVertex where there
-   /// is none.
+   /// The router, or the LAN (in the constraint's topology, else the first one) of that identity;
+   /// noVertex where there is none.
    CspfVertex vertex( const NodeId & node ) const;
    /// The step from the LAN that the link leads to, to the neighbour that the constraint names;
    /// noEdge where it names none, or one that is not on the LAN.
