@@ -383,7 +383,8 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    cspfctl( { "trace-level", "9", "--files", "Runs/Run.cc" } );
    cspfctl( { "patch", "te/cspf/config/vrf/default/ipv4/rsvp",
               R"({"pathConfig": {"10.0.0.3#9": {"constraint": {"includeAllAdminGroup": 64}}}})" } );
-   for ( int i = 0; i < 3000 && contentOf( directory / "trace" ).find( " 9 " ) == std::string::npos;
+   for ( int i = 0;
+         i < 3000 && contentOf( directory / "trace" ).find( "to tent list: " ) == std::string::npos;
          ++i ) {
       usleep( 10'000 );
    }
