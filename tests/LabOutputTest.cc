@@ -61,8 +61,18 @@ outcome() {
    link.status.pathKeyIs(
       { Cspf::Destination( *Routing::Isis::SystemId::parse( "0000.0000.0003" ) ), 1 } );
    link.status.repairPathIdxIs( 5 );
-   Cspf::PqInfo repair{ 5, address( "10.1.0.1" ), Kivnet::IntfId( "pl.a" ), {} };
-   repair.path_.push( *Routing::Isis::SystemId::parse( "0000.0000.0003" ) );
+   link.status.achievedIs( Cspf::RepairKind::node );
+   const auto systemId = []( const char * text ) {
+      return *Routing::Isis::SystemId::parse( text );
+   };
+   const auto nice = systemId( "0000.0000.0003" ), other = systemId( "0000.0000.0004" );
+   Cspf::PqInfo repair{ 5, address( "10.1.0.1" ), Kivnet::IntfId( "pl.a" ), {}, {} };
+   repair.path_.push( nice );
+   repair.segment_.push( { {}, nice, {}, {} } );
+   repair.path_.push( other );
+   repair.segment_.push( { nice, other, address( "10.1.0.9" ), address( "10.1.0.10" ) } );
+   repair.path_.push( nice );
+   repair.segment_.push( { other, nice, {}, {} } );  // unnumbered
 
    const Lab::VrfAf where{ "default", Lab::Af::ipv4 };
    Lab::Outcome outcome;
@@ -98,9 +108,13 @@ TEST( LabOutput, programsGetTheDocumentedShape ) {
             "pathStatus": [
                {"name": "link", "dst": "0000.0000.0003", "id": 1, "path": [], "pathTeRouterId": [],
                 "pathSrlg": [], "includeIp": [], "refreshRespSeq": 0, "changeCount": 0,
-                "repairPathIdx": 5, "cost": null}],
-            "pqInfo": [{"idx": 5, "nhIp": "10.1.0.1", "nhIntf": "pl.a", "path": ["0000.0000.0003"],
-                       "segment": []}]}}},
+                "repairPathIdx": 5, "cost": null, "achieved": "node"}],
+            "pqInfo": [{"idx": 5, "nhIp": "10.1.0.1", "nhIntf": "pl.a",
+                "path": ["0000.0000.0003", "0000.0000.0004", "0000.0000.0003"],
+                "segment": [{"node": "0000.0000.0003"},
+                            {"adjacency": ["0000.0000.0003", "0000.0000.0004"],
+                             "address": ["10.1.0.9", "10.1.0.10"]},
+                            {"adjacency": ["0000.0000.0004", "0000.0000.0003"]}]}]}}},
       "intfIpToRouterId": {"default/ipv4": {"10.1.0.1": "10.0.0.2"}},
       "constraints": [{"vrf": "default", "af": "ipv4", "paths": ["south"], "cspfCount": 2,
                        "cspfSkippedCount": 1, "cspfCurrentDelay": 200.0, "sourceMissing": false,
@@ -134,7 +148,7 @@ CLIENT PATH   DESTINATION           ID METRIC HOPS OR PROTECTION
 rsvp   asleep lyon (10.0.0.2)       4  -      no answer: asleep
 rsvp   south  nice (10.0.0.3)       1  20     lyon, nice
 rsvp          10.0.0.9              1  -      no path: no such router
-tilfa  link   nice (0000.0000.0003) 1  -      over pl.a to lyon, then nice
+tilfa  link   nice (0000.0000.0003) 1  -      over pl.a to lyon, then nice, 0000.0000.0004, nice
 
 at 1.5 s  the agent is started anew
 at 1.5 s  /te/enabled: false

@@ -347,10 +347,11 @@ TEST( Tilfa, prefixesThatFlapAreHeldDownLongerAndLonger ) {
    TestLab lab( ring, client );
    const std::string prefix = "10.9.0.0/16";
    const auto announce = [ & ]( const char * router, unsigned metric ) {
-      lab.patch( { { "topologies",
-                     { { "core",
-                         { { "routers",
-                             { { router, { { "prefixes", { { prefix, metric } } } } } } } } } } } } );
+      lab.patch(
+         { { "topologies",
+             { { "core",
+                 { { "routers",
+                     { { router, { { "prefixes", { { prefix, metric } } } } } } } } } } } } );
    };
    announce( "G", 3 );
    lab.request( "tilfa", "prefix", prefix, linkOf( "A-B.a" ) );
@@ -441,7 +442,7 @@ class TilfaStorm {
             const std::uint32_t before = std::exchange( idx_[ path ], idx( lab_, path ) );
             repairs += idx_[ path ] > 0;
             const CspfEdge protectedLink = edgeOf( text, intf );
-            if ( protectedLink == noEdge ) {
+            if ( protectedLink == noEdge || !text.graph.twoWay( protectedLink ) ) {
                EXPECT_TRUE( idx_[ path ] == before || events > 1 ) << path;
                return;
             }
@@ -511,14 +512,16 @@ class TilfaStorm {
       }
       return { { repair }, 0 };
    }
-   /// The published addresses of the n-th link are 10.64.0.2n and 2n+1, on a LAN 10.128.n.m.
+   /// The published addresses of the n-th link end in 64.0.2n and 2n+1, on a LAN in 128.n.m.
    void setLink( GraphText & text, CspfVertex from, const RepairSegment & published,
                  CspfRepairSegment & segment ) const {
       std::string address = published.nearAddr().stringValue();
       std::ranges::replace( address, ':', '.' );
-      const std::size_t at = address.find( "10." );
       unsigned kind = 0, high = 0, low = 0;
-      std::sscanf( address.c_str() + at, "10.%u.%u.%u", &kind, &high, &low );
+      ASSERT_EQ( std::sscanf( address.c_str(), isV6_ ? "fd00..%u.%u.%u" : "10.%u.%u.%u", &kind,
+                              &high, &low ),
+                 3 )
+         << address;
       if ( kind == 128 ) {
          const std::string lan = "lan" + std::to_string( high );
          EXPECT_EQ( low, index( from ) + 1 );
