@@ -138,9 +138,9 @@ class Service:
         with open(self.path("log"), errors="replace") as text:
             return text.read()
 
-    def cpu_seconds(self):
+    def cpu_seconds(self, with_children=False):
         fields = open(f"/proc/{self.process.pid}/stat").read().rsplit(")", 1)[1].split()
-        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+        return sum(map(int, fields[11:15 if with_children else 13])) / os.sysconf("SC_CLK_TCK")
 
     def rss_mib(self):
         for line in open(f"/proc/{self.process.pid}/status"):
@@ -159,7 +159,7 @@ class Service:
 
     def stop(self, number=signal.SIGTERM, wait=120):
         """CPU seconds that it took to end, if it still lived."""
-        before = self.cpu_seconds() if self.alive() else 0
+        before = self.cpu_seconds(True) if self.alive() else 0
         usage = os.times()
         if self.alive():
             self.process.send_signal(number)

@@ -359,6 +359,19 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    EXPECT_TRUE( Json::parse( cspfctl( { "status", "--json" } ) )[ "agentEnabled" ] );
    EXPECT_THAT( cspfctl( { "paths" } ), HasSubstr( "10.64.0.3, 10.64.0.5" ) );
    EXPECT_THAT( cspfctl( { "dump" } ), HasSubstr( "10.0.0.3" ) );
+   // Why a link is refused can be seen on a live agent.
+   EXPECT_THAT( contentOf( directory / "trace" ), Not( HasSubstr( "is not included" ) ) );
+   cspfctl( { "trace-level", "9", "--files", "Views/*" } );
+   cspfctl( { "trace-level", "9", "--files", "Runs/Run.cc" } );
+   cspfctl( { "patch", "te/cspf/config/vrf/default/ipv4/rsvp",
+              R"({"pathConfig": {"10.0.0.3#9": {"constraint": {"includeAllAdminGroup": 64}}}})" } );
+   for ( int i = 0;
+         i < 3000 && contentOf( directory / "trace" ).find( "to tent list: " ) == std::string::npos;
+         ++i ) {
+      usleep( 10'000 );
+   }
+   EXPECT_THAT( contentOf( directory / "trace" ), HasSubstr( "to tent list: " ) );
+
    cspfctl( { "patch", "te/config", R"({"enabled": false})" } );
    const auto teConfig = [ & ] {
       return Json::parse( cspfctl( { "get", "te/config", "--json" } ) )[ "value" ];
@@ -377,18 +390,6 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
               1 );
    EXPECT_EQ( runProgram( "cspfctl", { "load", directory / "none" } ).exitStatus, 2 );
 
-   // Why a link is refused can be seen on a live agent.
-   EXPECT_THAT( contentOf( directory / "trace" ), Not( HasSubstr( "is not included" ) ) );
-   cspfctl( { "trace-level", "9", "--files", "Views/*" } );
-   cspfctl( { "trace-level", "9", "--files", "Runs/Run.cc" } );
-   cspfctl( { "patch", "te/cspf/config/vrf/default/ipv4/rsvp",
-              R"({"pathConfig": {"10.0.0.3#9": {"constraint": {"includeAllAdminGroup": 64}}}})" } );
-   for ( int i = 0;
-         i < 3000 && contentOf( directory / "trace" ).find( "to tent list: " ) == std::string::npos;
-         ++i ) {
-      usleep( 10'000 );
-   }
-   EXPECT_THAT( contentOf( directory / "trace" ), HasSubstr( "to tent list: " ) );
    cspfctl( { "support", directory / "support.tgz" } );
    EXPECT_THAT( runProgram( "/bin/tar", { "-tzf", directory / "support.tgz" } ).out,
                 testing::AllOf( HasSubstr( "/state.json" ), HasSubstr( "/dump.txt" ),

@@ -34,7 +34,7 @@ TraceFile::TraceFile( std::string path ) : path_( std::move( path ) ) {
       throw std::runtime_error( path_
                                 + ": the trace cannot be written: " + std::strerror( errno ) );
    }
-   Gemtrace::sinkIs( [ this ]( int level, std::string_view text ) { write( level, text ); } );
+   Gemtrace::sinkIs( [ this ]( int level, std::string_view text ) { write( level, text ); }, 7 );
 }
 
 TraceFile::~TraceFile() {
