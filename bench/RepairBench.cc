@@ -34,7 +34,9 @@ class Bench {
       std::vector< double > run, all;
       for ( int i = -2; i < protectedLinks; ++i ) {  // the first two warm the memory up
          const CspfEdge link{ static_cast< uint32_t >( random() % graph_.edgeBound() ) };
-         const double oneRun = microseconds( [ & ]() { runs_.constrainedRun( { link, isLink_ } ); } );
+         const double oneRun = microseconds( [ & ]() {
+            runs_.constrainedRun( { link, isLink_ } );
+         } );
          const double repairs = microseconds( [ & ]() { allRepairs( link ); } );
          if ( i >= 0 ) {
             run.push_back( oneRun );

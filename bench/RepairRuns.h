@@ -14,10 +14,10 @@ class RepairRuns {
    /// What fails at the far end of a link of the PLR.
    struct Protected {
       Cspf::CspfEdge link;
-      bool isLink = true;                          ///< else the node
-      Cspf::CspfVertex node = Cspf::noVertex;      ///< else what the link leads to
-      Cspf::CspfLinkConstraint asked = {};         ///< besides
-      bool byInterface = true;                     ///< the PLR does not leave by that interface
+      bool isLink = true;                      ///< else the node
+      Cspf::CspfVertex node = Cspf::noVertex;  ///< else what the link leads to
+      Cspf::CspfLinkConstraint asked = {};     ///< besides
+      bool byInterface = true;                 ///< the PLR does not leave by that interface
    };
 
    /// Only the tree without what fails.

@@ -108,7 +108,8 @@ class Cases {
          if ( node == plr || !graph_.twoWay( CspfEdge{ step } ) ) {
             continue;
          }
-         const std::vector< CspfEdge > place{ CspfEdge{ step }, graph_.reverse( CspfEdge{ step } ) };
+         const std::vector< CspfEdge > place{ CspfEdge{ step },
+                                              graph_.reverse( CspfEdge{ step } ) };
          CspfLinkConstraint asked;
          asked.excludedEdges = place;
          cases.push_back( { "neighbor", { link_, true, node, asked, false }, { plr, place } } );
@@ -131,9 +132,8 @@ judge( const RandomNetwork & network, bool tryAll, std::mt19937 & random,
    const CspfGraph & graph = text.graph;
    RepairWalker walker( graph );
    RepairRuns runs( graph );
-   for ( const CspfEdge link : edgesWhere( graph, [ & ]( CspfEdge ) {
-            return random() % ( tryAll ? 3 : 24 ) == 0;
-         } ) ) {
+   for ( const CspfEdge link :
+         edgesWhere( graph, [ & ]( CspfEdge ) { return random() % ( tryAll ? 3 : 24 ) == 0; } ) ) {
       for ( const Case & one : Cases( graph, link, random ).cases ) {
          runs.protect( one.asked );
          walker.resourceIs( one.fails );

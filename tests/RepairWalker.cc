@@ -54,8 +54,8 @@ RandomNetwork::text() const {
       if ( link.state != State::down ) {
          text += "; " + name( link.a ) + " -" + std::to_string( link.metric ) + "{back "
                  + std::to_string( link.back ) + " group " + std::to_string( link.group )
-                 + ( link.srlg ? " srlg " + std::to_string( link.srlg ) : "" ) + ( link.state == State::up ? "}- " : "}> " )
-                 + name( link.b );
+                 + ( link.srlg ? " srlg " + std::to_string( link.srlg ) : "" )
+                 + ( link.state == State::up ? "}- " : "}> " ) + name( link.b );
       }
    }
    return text + rest;
@@ -135,8 +135,7 @@ RepairWalker::behind( CspfEdge link, bool isLink ) const {
 bool
 RepairWalker::fails( const Step & step ) const {
    return fails_[ index( step.link ) ] || fails_[ index( step.arrival ) ]
-          || CspfVertex{ step.to } == resource_.node
-          || graph_.from( step.link ) == resource_.node;
+          || CspfVertex{ step.to } == resource_.node || graph_.from( step.link ) == resource_.node;
 }
 
 std::vector< uint32_t >
@@ -288,7 +287,8 @@ RepairWalker::fewestNodes( uint32_t firstHop, const Originators & destination ) 
                  || after( from )[ to ] >= far || !onPath( from, to, destination ) ) {
                continue;
             }
-            if ( ( nodes && adjacent( from, to ) ) || forward( from, { { CspfVertex{ to }, 0 } } ) ) {
+            if ( ( nodes && adjacent( from, to ) )
+                 || forward( from, { { CspfVertex{ to }, 0 } } ) ) {
                used[ to ] = true;
                next.push_back( to );
             }

@@ -53,8 +53,8 @@ class RepairWalker {
    /// disconnects the destination, or when more nodes are needed than there may be. `tryAll`: also
    /// proves that there is one for each first hop after the failure, that no fewer nodes would do,
    /// and that the first one has the fewest.
-   std::string fault( const Cspf::CspfRepairs & result,
-                      const Originators & destination, bool tryAll ) const;
+   std::string fault( const Cspf::CspfRepairs & result, const Originators & destination,
+                      bool tryAll ) const;
 
  private:
    static constexpr uint32_t far = 0x3FFFFFFF;
@@ -86,7 +86,7 @@ class RepairWalker {
    std::vector< std::vector< Step > > steps_;  // by router
    Costs before_;
    Resource resource_;
-   std::vector< bool > fails_;  // by edge
+   std::vector< bool > fails_;                // by edge
    mutable Costs after_;                      // rows that were asked for
    mutable std::vector< uint32_t > visited_;  // by router: number of the packet
    mutable uint32_t packet_ = 0;

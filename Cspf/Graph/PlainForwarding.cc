@@ -33,7 +33,7 @@ class CspfPlainForwarding::Run {
       Label & label = labels_[ index( vertex ) ];
       if ( cost < label.cost ) {
          label = { cost, meetsRefused };
-         const uint64_t place = isRouter_[ index( vertex ) ] ? routerBit | index( vertex ) //
+         const uint64_t place = isRouter_[ index( vertex ) ] ? routerBit | index( vertex )  //
                                                              : index( vertex );
          queue_.push( uint64_t( cost ) << 32 | place );
       } else if ( cost == label.cost ) {
@@ -174,10 +174,12 @@ CspfPlainForwarding::avoidsRefused( CspfVertex from, std::span< const CspfOrigin
    const auto & reached = reach( from, within ).vertices;
    for ( const CspfOriginator & end : destination ) {
       const auto at = std::ranges::lower_bound( reached, end.router, {}, &Reached::vertex );
-      if ( at == reached.end() || at->vertex != end.router || at->cost + uint64_t( end.metric ) > least ) {
+      if ( at == reached.end() || at->vertex != end.router
+           || at->cost + uint64_t( end.metric ) > least ) {
          continue;
       }
-      meetsRefused = at->meetsRefused || ( meetsRefused && at->cost + uint64_t( end.metric ) == least );
+      meetsRefused =
+         at->meetsRefused || ( meetsRefused && at->cost + uint64_t( end.metric ) == least );
       least = at->cost + uint64_t( end.metric );
    }
    return !meetsRefused;

@@ -234,8 +234,7 @@ CspfRepairTable::avoidsResource( CspfVertex cand, const Goal & goal ) const {
 
 void
 CspfRepairTable::build( const CspfGraph & graph, const CspfProtectedResource & resource,
-                        const CspfRepairTrees & trees,
-                        const CspfRepairConstraints & constraints ) {
+                        const CspfRepairTrees & trees, const CspfRepairConstraints & constraints ) {
    resource_ = resource;
    forwarding_.build( graph, constraints.plain, constraints.asked, [ & ]( CspfEdge edge ) {
       return graph.to( edge ) == resource.node

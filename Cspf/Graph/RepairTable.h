@@ -62,9 +62,9 @@ struct CspfRepairs {
 /// cost from u to v across the resource: `isPnode` where u is the first hop, or a repair node on
 /// the way to the next, `isQnode` where v is the destination. What else the constraint refuses, of
 /// a shared risk, say, it must avoid, too. Walking the routers in order of post-convergence cost,
-/// the table keeps for each, by the first hop of the path, the fewest repair nodes by which a packet
-/// gets there, and from which routers its last segment may begin. A segment that may begin at a
-/// router may begin at each later router of the same path, so only the fewest need be kept.
+/// the table keeps for each, by the first hop of the path, the fewest repair nodes by which a
+/// packet gets there, and from which routers its last segment may begin. A segment that may begin
+/// at a router may begin at each later router of the same path, so only the fewest need be kept.
 class CspfRepairTable {
  public:
    /// Works out all repairs. REQUIRES: metrics of the three trees are IGP metrics of `graph`; the
@@ -148,9 +148,9 @@ class CspfRepairTable {
 
    CspfProtectedResource resource_;
    CspfPlainForwarding forwarding_;  // against what the constraint refuses besides
-   bool neverCrossed_ = false;  // the protected link carries no transit: the PLR is overloaded
-   std::vector< Costs > cost_;  // by vertex
-   std::vector< Row > rows_;    // by vertex
+   bool neverCrossed_ = false;       // the protected link carries no transit: the PLR is overloaded
+   std::vector< Costs > cost_;       // by vertex
+   std::vector< Row > rows_;         // by vertex
    std::vector< Label > labels_;
    std::vector< CspfVertex > starts_;
    std::vector< Offered > offered_;  // labels of the router at hand, and memory for more

@@ -3,8 +3,8 @@
 // An edge is paired with its reverse among the parallel links of two routers: with the one whose
 // addresses mirror it, else with the one of equal rank in key order, unless the addresses say that
 // they are ends of different links. The pairing is a function of the links that are there, not of
-// the order in which they came; a pair that stays is not touched. It is worked out when the graph is
-// asked for, once for however many of the links have changed. On a LAN the router lists the LAN
+// the order in which they came; a pair that stays is not touched. It is worked out when the graph
+// is asked for, once for however many of the links have changed. On a LAN the router lists the LAN
 // (that is its link), and the LAN lists the router (the step back); where both do, the two edges
 // are a pair.
 
