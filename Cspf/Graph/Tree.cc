@@ -103,10 +103,10 @@ CspfTree::orderTies( const CspfGraph & graph, CspfVertex vertex ) {
       const CspfEdge own = isStep( edge ) ? graph.reverse( edge ) : edge;
       return std::tuple( isStep( edge ), graph.keyRank( key ), graph.keyRank( own ) );
    } );
-   const auto repeated = std::ranges::unique( links, [ & ]( CspfEdge a, CspfEdge b ) {
+   const auto end = std::unique( links.begin(), links.end(), [ & ]( CspfEdge a, CspfEdge b ) {
       return isStep( a ) && isStep( b ) && graph.from( a ) == graph.from( b );
    } );
-   const std::size_t kept = links.size() - repeated.size();
+   const auto kept = static_cast< std::size_t >( end - links.begin() );
    groups_[ index( label.last ) & ~groupBit ] = CspfEdge{ static_cast< uint32_t >( kept ) };
    if ( kept == 1 ) {
       label = { label.metric, links[ 0 ], graph.from( links[ 0 ] ) };
