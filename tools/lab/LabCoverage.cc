@@ -179,7 +179,7 @@ unprotectedText( const json & unprotected ) {
    }
    std::string text;
    for ( const auto & [ reason, names ] : byReason ) {
-      text += ( text.empty() ? "" : "; " ) + reason + ": " + names;
+      text.append( text.empty() ? "" : "; " ).append( reason ).append( ": " ).append( names );
    }
    return Text::plain( text );
 }
@@ -257,6 +257,7 @@ coverageOfAll( const json & root, const LabDocument & document,
       ok = ok && WIFEXITED( status ) && WEXITSTATUS( status ) == exitOk;
    }
    std::vector< json > all;
+   all.reserve( byName.size() );
    for ( const auto & [ name, one ] : byName ) {
       all.push_back( one );
    }

@@ -112,11 +112,12 @@ Session::handleFrame( std::string_view text ) {
    auto * const several = inOrder.as< Lab::LabJsonArray >();
    batch_ = several && !several->empty();
    batchSize_ = 0;
-   if ( !batch_ ) {
+   if ( batch_ ) {
+      for ( std::size_t i = 0; i < several->size(); ++i ) {
+         requests_.push_back( { std::move( json[ i ] ), std::move( ( *several )[ i ] ) } );
+      }
+   } else {
       requests_.push_back( { std::move( json ), std::move( inOrder ) } );
-   }
-   for ( std::size_t i = 0; batch_ && i < several->size(); ++i ) {
-      requests_.push_back( { std::move( json[ i ] ), std::move( ( *several )[ i ] ) } );
    }
    pump();
 }
