@@ -304,8 +304,11 @@ addPaths( Json & lab, const Topology & topology, const TopologyWriter & writer )
       // A router in several topologies is asked for once.
       Json & paths = lab[ "paths" ][ "rsvp" ];
       if ( std::ranges::find( paths, path ) == paths.end() ) {
-         paths[ paths.contains( "to-" + name ) ? "to-" + name + "-" + vrf + "-" + topology.name
-                                               : "to-" + name ] = std::move( path );
+         std::string label = "to-" + name;
+         if ( paths.contains( label ) ) {
+            label.append( "-" ).append( vrf ).append( "-" ).append( topology.name );
+         }
+         paths[ label ] = std::move( path );
       }
    }
 }

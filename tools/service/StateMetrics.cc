@@ -57,7 +57,8 @@ pathGauges( std::string & text, const Zorch::TableStore & tables ) {
    Gauge paths( text, "cspf_paths", "Paths of clients by state" );
    for ( const std::string & path : tables.list( "te/cspf/config/vrf" ) ) {
       if ( const auto config = Lum::cast< Cspf::Config >( tables.table( path ) ) ) {
-         paths.line( config->pathConfigs(), clientLabels( path, "requested" ) );
+         paths.line( static_cast< double >( config->pathConfigs() ),
+                     clientLabels( path, "requested" ) );
       }
    }
    for ( const std::string & path : tables.list( "te/cspf/status/vrf" ) ) {
@@ -72,7 +73,8 @@ pathGauges( std::string & text, const Zorch::TableStore & tables ) {
       paths.line( static_cast< double >( up ), clientLabels( path, "up" ) );
       paths.line( static_cast< double >( status->pathStatuss() - up ),
                   clientLabels( path, "down" ) );
-      paths.line( status->pathErrors(), clientLabels( path, "with_reason" ) );
+      paths.line( static_cast< double >( status->pathErrors() ),
+                  clientLabels( path, "with_reason" ) );
    }
 }
 
