@@ -50,6 +50,7 @@ class TemporaryDirectory {
 void
 run( const std::vector< std::string > & words ) {
    std::vector< char * > arguments;
+   arguments.reserve( words.size() + 1 );
    for ( const std::string & word : words ) {
       arguments.push_back( const_cast< char * >( word.c_str() ) );
    }
