@@ -129,22 +129,22 @@ class Reference {
 
  private:
    void network( const CspfLinkInfoKey & key, const Kivnet::IntfId & intfId ) {
-      const AllTopoNetworkId id = key.allTopoNeighborKey.allTopoNetworkId();
+      const AllTopoNetworkId id = key.allTopoNeighborKey().allTopoNetworkId();
       if ( !finalNetworks_.insert( id ).second ) {
          return;
       }
       const AllTopoNetwork lan = view_.network( id );
       for ( const NodeId & member : lan.routerSet() ) {
-         if ( view_.neighborAndTepAllowedForTe( key.allTopoNeighborKey, member )
+         if ( view_.neighborAndTepAllowedForTe( key.allTopoNeighborKey(), member )
                  .neighborAllowed() ) {
-            tent_.insert( { { key.allTopoNeighborKey, member, key.cost }, intfId } );
+            tent_.insert( { { key.allTopoNeighborKey(), member, key.cost() }, intfId } );
          }
       }
    }
 
    void router( const CspfLinkInfoKey & key, const Kivnet::IntfId & intfId ) {
       const NodeId node =
-         key.routerInNetwork ? key.routerInNetwork : key.allTopoNeighborKey.neighborId();
+         key.routerInNetwork() ? key.routerInNetwork() : key.allTopoNeighborKey().neighborId();
       const bool fresh = !paths.contains( node );
       CspfPath & path = paths[ node ];
       const auto & known = path.lastLinkSet();
@@ -154,7 +154,7 @@ class Reference {
          path.lastLinkIs( { key, intfId } );
       }
       if ( fresh ) {
-         addRouterNeighborsToTent( node, key.cost, intfId );
+         addRouterNeighborsToTent( node, key.cost(), intfId );
       }
    }
 

@@ -11,8 +11,8 @@
 namespace Cspf {
 
 std::strong_ordering
-DedupConstraint::compare( const Kiv::DedupHandle & other ) const {
-   return compareByContent( static_cast< const DedupConstraint & >( other ) );
+DedupConstraint::compareByContent( const Kiv::DedupHandle & other ) const {
+   return content_ <=> static_cast< const DedupConstraint & >( other ).content_;
 }
 
 Lum::Ptr< DedupConstraint >

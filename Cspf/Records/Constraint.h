@@ -46,6 +46,7 @@ struct InternalPathConstraint {
    LUM_FIELD( noSpf, bool );  ///< the path is given
    LUM_FIELD( pathSegmentSourceNodeAddr, Kivnet::IpGenAddr );
    InternalPathConstraint() { sourceType_ = plr(); }
+   LUM_NO_STRING_CONSTRUCTOR( InternalPathConstraint );
 };
 
 /// The constraint that is shared. Tests true unless it is the default.
@@ -78,12 +79,13 @@ class DedupConstraint : public Kiv::DedupHandle {
 
    const InternalPathConstraint & pathConstraint() const { return content_.pathConstraint(); }
    const DedupConstraintContent & dedupContent() const noexcept { return content_; }
+   const DedupConstraintContent & content() const noexcept { return content_; }
    std::size_t hash() const override { return content_.hash(); }
-   std::strong_ordering compareByContent( const DedupConstraint & other ) const {
-      return content_ <=> other.content_;
+   std::strong_ordering compareByContent( const Kiv::DedupHandle & other ) const override;
+   /// By handle: the older one first.
+   std::strong_ordering compare( const Kiv::DedupHandle & other ) const override {
+      return serial() <=> other.serial();
    }
-   /// As the table tells constraints apart: by content. Users order them by handle.
-   std::strong_ordering compare( const Kiv::DedupHandle & other ) const override;
 
  private:
    DedupConstraintContent content_;

@@ -28,7 +28,7 @@ struct Words {
    std::string cost( CspfVertex vertex ) const { return pathCost( vertex ).stringValue(); }
    CspfPathCost pathCost( CspfVertex vertex ) const {
       const CspfCost cost = tree.cost( vertex );
-      return { cost.srlgExclude, cost.srlgInclude, cost.metric };
+      return { cost.metric, cost.srlgExclude, cost.srlgInclude };
    }
    /// The key of an edge as a last link of its far end.
    CspfLinkInfoKey linkInfoKey( CspfEdge edge ) const {
@@ -140,7 +140,7 @@ class CspfRunTracer {
    /// The tests trace themselves. A step from a LAN is judged by the link that entered the LAN.
    void traceTests( CspfEdge edge ) const {
       const CspfLinkInfoKey key = words_.linkInfoKey( edge );
-      view_.neighborAndTepAllowedForTe( key.allTopoNeighborKey, key.routerInNetwork );
+      view_.neighborAndTepAllowedForTe( key.allTopoNeighborKey(), key.routerInNetwork() );
    }
 
    const AllTopoDbView & view_;
@@ -159,11 +159,17 @@ CspfPathCost::stringValue() const {
           + std::to_string( srlgIncludeInfo_ );
 }
 
+std::strong_ordering
+CspfPathCost::operator<=>( const CspfPathCost & other ) const {
+   return std::tie( srlgExcludeInfo_, srlgIncludeInfo_, metricCost_ )
+          <=> std::tie( other.srlgExcludeInfo_, other.srlgIncludeInfo_, other.metricCost_ );
+}
+
 CspfLinkInfoKey::CspfLinkInfoKey( const AllTopoNeighborKey & link, const NodeId & router,
                                   const CspfPathCost & pathCost )
-   : allTopoNeighborKey( link ),
-     routerInNetwork( router ),
-     cost( pathCost ) {
+   : allTopoNeighborKey_( link ),
+     routerInNetwork_( router ),
+     cost_( pathCost ) {
    if ( router && !link.isLan() ) {
       const auto neighborType = static_cast< unsigned >( link.neighborKey().neighborType() );
       throw std::invalid_argument( "Link with neighborType " + std::to_string( neighborType )
@@ -176,27 +182,20 @@ CspfLinkInfoKey::equalCost( const CspfLinkInfoKey & other ) const {
    if ( !routerLink() || !other.routerLink() ) {
       throw std::invalid_argument( "Only router links are comparable" );
    }
-   return cost == other.cost;
-}
-
-std::string
-CspfLinkInfoKey::stringValue() const {
-   return "Value('Cspf::CspfLinkInfoKey', ** {'allTopoNeighborKey': "
-          + allTopoNeighborKey.stringValue() + ", 'routerInNetwork': "
-          + routerInNetwork.stringValue() + ", 'cost': " + cost.stringValue() + "})";
+   return cost_ == other.cost_;
 }
 
 std::strong_ordering
 CspfLinkInfoKey::operator<=>( const CspfLinkInfoKey & other ) const {
    const auto kind = []( const CspfLinkInfoKey & key ) {
-      return !key.allTopoNeighborKey.isLan() ? 1 : key.routerInNetwork ? 2 : 0;
+      return !key.allTopoNeighborKey_.isLan() ? 1 : key.routerInNetwork_ ? 2 : 0;
    };
-   if ( const auto order = std::tuple( cost, kind( *this ), routerInNetwork )
-                           <=> std::tuple( other.cost, kind( other ), other.routerInNetwork );
+   if ( const auto order = std::tuple( cost_, kind( *this ), routerInNetwork_ )
+                           <=> std::tuple( other.cost_, kind( other ), other.routerInNetwork_ );
         order != 0 ) {
       return order;
    }
-   return allTopoNeighborKey <=> other.allTopoNeighborKey;
+   return allTopoNeighborKey_ <=> other.allTopoNeighborKey_;
 }
 
 void

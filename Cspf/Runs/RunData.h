@@ -16,36 +16,51 @@ class CspfRunMemory;
 /// Asked at a choice only: most paths have none.
 using CspfOldPathOf = std::function< CspfOldPath() >;
 
-/// Cost of a path. Compares in this order: SRLG avoidance outranks the metric.
+/// Cost of a path. SRLG avoidance outranks the metric: costs compare by `srlgExcludeInfo`, then
+/// `srlgIncludeInfo`, then `metricCost`.
 struct CspfPathCost {
-   LUM_VALUE( Cspf, CspfPathCost );
+   LUM_VALUE_OF_OWN_ORDER( Cspf, CspfPathCost );
+   LUM_FIELD( metricCost, std::uint32_t );
    LUM_FIELD( srlgExcludeInfo, SrlgExcludeInfo );
    LUM_FIELD( srlgIncludeInfo, SrlgIncludeInfo );
-   LUM_FIELD( metricCost, std::uint32_t );
 
-   /// "30|SE-1|SI-0"
+   std::strong_ordering operator<=>( const CspfPathCost & other ) const;
+   /// "30|SE-1|SI-0", as traces tell a cost.
    std::string stringValue() const;
 };
 
-/// A link by which paths end, and the cost of these paths.
+}
+
+namespace Lum {
+
+/// The tagged form is for traces only.
+template<>
+inline std::string
+valueString( const Cspf::CspfPathCost & cost ) {
+   return Detail::describedString( cost );
+}
+
+}
+
+namespace Cspf {
+
+/// A link by which paths end, and the cost of these paths. Compares by cost; at equal cost LANs,
+/// then links to routers, both by link, then routers inside of LANs by node.
 struct CspfLinkInfoKey {
-   AllTopoNeighborKey allTopoNeighborKey;
-   NodeId routerInNetwork;  ///< the router reached inside of the LAN that the link leads to
-   CspfPathCost cost;
+   LUM_VALUE_OF_OWN_ORDER( Cspf, CspfLinkInfoKey );
+   LUM_FIELD( allTopoNeighborKey, AllTopoNeighborKey );
+   LUM_FIELD( routerInNetwork, NodeId );  ///< the router reached inside of the LAN it leads to
+   LUM_FIELD( cost, CspfPathCost );
 
    CspfLinkInfoKey() = default;
    /// Throws std::invalid_argument where there is a router inside of a LAN, but no LAN.
    CspfLinkInfoKey( const AllTopoNeighborKey & link, const NodeId & router,
                     const CspfPathCost & pathCost );
    /// Whether paths that end so end at a router, not at a LAN.
-   bool routerLink() const { return !allTopoNeighborKey.isLan() || routerInNetwork; }
+   bool routerLink() const { return !allTopoNeighborKey_.isLan() || routerInNetwork_; }
    /// Throws std::invalid_argument unless both are links to routers.
    bool equalCost( const CspfLinkInfoKey & other ) const;
-   std::string stringValue() const;
-   /// By cost; at equal cost LANs, then links to routers, both by link, then routers inside of LANs
-   /// by node.
    std::strong_ordering operator<=>( const CspfLinkInfoKey & other ) const;
-   bool operator==( const CspfLinkInfoKey & ) const = default;
 };
 
 /// One last link of a node, and the local interface by which its path leaves this router.
@@ -53,6 +68,12 @@ struct CspfLinkInfo {
    LUM_VALUE( Cspf, CspfLinkInfo );
    LUM_FIELD( cspfLinkInfoKey, CspfLinkInfoKey );
    LUM_FIELD( intfId, Kivnet::IntfId );
+
+   const AllTopoNeighborKey & allTopoNeighborKey() const {
+      return cspfLinkInfoKey_.allTopoNeighborKey();
+   }
+   const NodeId & routerInNetwork() const { return cspfLinkInfoKey_.routerInNetwork(); }
+   const CspfPathCost & cost() const { return cspfLinkInfoKey_.cost(); }
 };
 
 /// How a node is reached: by more than one last link where paths are equal, by none at the source.
@@ -60,9 +81,11 @@ struct CspfPath {
    LUM_VALUE( Cspf, CspfPath );
    LUM_FIELD( nodeId, NodeId );
    LUM_SET( lastLink, CspfLinkInfo );
+   CspfPath() = default;
+   LUM_NO_STRING_CONSTRUCTOR( CspfPath );
 
    CspfPathCost pathCost() const {
-      return lastLink_.empty() ? CspfPathCost() : lastLink_.begin()->cspfLinkInfoKey().cost;
+      return lastLink_.empty() ? CspfPathCost() : lastLink_.begin()->cost();
    }
    std::uint32_t metricCost() const { return pathCost().metricCost(); }
 };

@@ -47,8 +47,13 @@ class DedupHandle : public Lum::Entity {
 
    /// Of the content. Equal contents have equal hashes, and compare equal.
    virtual std::size_t hash() const = 0;
-   /// REQUIRES: `other` is of the same type.
+   /// The order in which users keep handles; by content, unless a type says otherwise. REQUIRES:
+   /// `other` is of the same type.
    virtual std::strong_ordering compare( const DedupHandle & other ) const = 0;
+   /// As the table tells handles apart. REQUIRES: as above.
+   virtual std::strong_ordering compareByContent( const DedupHandle & other ) const {
+      return compare( other );
+   }
    /// A number of its own, larger than that of any earlier handle.
    std::uint64_t serial() const noexcept { return serial_; }
 
@@ -72,7 +77,7 @@ class DedupLifeTimeNotifiee : public Lum::Entity {
 };
 
 /// The distinct contents that are in use. It holds no references: users do. Two forms: an ordered
-/// set by `compare`, or an unordered set by `hash`.
+/// set by content, or an unordered set by `hash`.
 class DedupHashTable : public Lum::Entity {
    LUM_ENTITY( Kiv, DedupHashTable );
    ~DedupHashTable() override;
@@ -102,12 +107,12 @@ class DedupHashTable : public Lum::Entity {
    };
    struct EqualContent {
       bool operator()( const DedupHandle * a, const DedupHandle * b ) const {
-         return a->compare( *b ) == 0;
+         return a->compareByContent( *b ) == 0;
       }
    };
    struct LessContent {
       bool operator()( const DedupHandle * a, const DedupHandle * b ) const {
-         return a->compare( *b ) < 0;
+         return a->compareByContent( *b ) < 0;
       }
    };
 

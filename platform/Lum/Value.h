@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -248,13 +249,24 @@ class Set {
 /// Stands first; the fields follow, one LUM_FIELD, LUM_LIST or LUM_SET a line. The struct stays
 /// an aggregate: `BwUsageId{ "rsvp", 0, 7 }`.
 #define LUM_VALUE( namespace_, name_ )                                                             \
+   LUM_VALUE_OF_OWN_ORDER( namespace_, name_ );                                                    \
+   auto operator<=>( const name_ & ) const = default
+
+/// The same for a value that states its order itself.
+#define LUM_VALUE_OF_OWN_ORDER( namespace_, name_ )                                                \
    using lumSelf = name_;                                                                          \
    static constexpr const char * lumTypeName = #namespace_ "::" #name_;                            \
    static constexpr ::Lum::NoField lumField( ::Lum::Line< __LINE__ > ) {                           \
       return {};                                                                                   \
    }                                                                                               \
-   bool operator==( const name_ & ) const = default;                                               \
-   auto operator<=>( const name_ & ) const = default
+   bool operator==( const name_ & ) const = default
+
+/// For a value with lists or sets: text makes none. Throws std::invalid_argument.
+#define LUM_NO_STRING_CONSTRUCTOR( name_ )                                                         \
+   explicit name_( const ::Lum::String & ) {                                                       \
+      throw std::invalid_argument( "No String constructor for " #name_ " - has collection" );      \
+   }                                                                                               \
+   static_assert( true )
 
 /// A field of a value: `x()` and `xIs( value )`.
 #define LUM_FIELD( name_, ... )                                                                    \
