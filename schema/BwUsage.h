@@ -25,6 +25,7 @@ class BwUsage : public Lum::Entity {
 class BwUsageTable : public Lum::Entity {
    LUM_ENTITY( Cspf, BwUsageTable );
    LUM_COLLECTION( bandwidthUsage, BwUsageKey, Lum::Ptr< BwUsage > );
+   LUM_ROWS_BY_KEY( bandwidthUsage, BwUsageKey, BwUsage );
 
    void addBwUsageEntry( const BwUsageKey & key, BwPriority priority, std::uint64_t bandwidth );
    void delBwUsageEntry( const BwUsageKey & key, BwPriority priority, std::uint64_t bandwidth );

@@ -84,17 +84,13 @@ VrfRootSm::handleConstraintInfo( const ConstraintHandle & handle ) {
 void
 VrfRootSm::doInitConstraintSm( const ConstraintHandle & handle,
                                const Lum::Ptr< ConstraintInfo > & constraintInfo ) {
-   const auto & statsTable = vrfRoot_->constraintStatsTable();
-   if ( !statsTable->constraintStatsHas( handle ) ) {
-      statsTable->constraintStatsIs( handle, Lum::make< ConstraintStats >() );
-   }
+   const auto stats = vrfRoot_->constraintStatsTable()->constraintStatsIs( handle );
    if ( vrfRoot_->constraintInfoSmHas( handle ) ) {
       return;
    }
    if ( const BwUsageId & user = dedupConstraintOf( handle ).pathConstraint().bwUsageId() ) {
       constraintsOfUser_[ user ].insert( handle );
    }
-   const Lum::Ptr< ConstraintStats > stats = statsTable->constraintStats( handle );
    vrfRoot_->constraintInfoSmIs( handle, newConstraintInfoSm( constraintInfo, stats ) );
    vrfRoot_->constraintStatusSmIs(
       handle, new ConstraintStatusSm( constraintInfo, stats, vrfRoot_->constraintStatusTable() ) );

@@ -67,6 +67,13 @@ class BwUsageManager : public Lum::Entity {
    std::uint64_t lastChange( const BwUsageId & user ) const;
 
    const Lum::Ptr< BwUsageTable > & bwUsageTable() const noexcept { return bwUsageTable_; }
+   const Lum::Ptr< BwUsageDedupTable > & bwUsageDedupTable() const { return bwUsageDedupTable_; }
+   const Lum::Ptr< Kiv::NumAllocatorConfig > & localIdAllocatorConfig() const {
+      return localIdAllocatorConfig_;
+   }
+   const Lum::Ptr< Kiv::NumAllocatorStatus > & localIdAllocatorStatus() const {
+      return localIdAllocatorStatus_;
+   }
    const Lum::Ptr< Kiv::NumAllocator > & localIdAllocator() const { return localIdAllocator_; }
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 

@@ -7,12 +7,6 @@
 
 namespace Cspf {
 
-Lum::Ptr< TeVrfConfig >
-TeConfigDir::teVrfConfigIs( const L3::VrfName & vrf ) {
-   return teVrfConfigHas( vrf ) ? teVrfConfig( vrf )
-                                : teVrfConfigIs( vrf, Lum::make< TeVrfConfig >( vrf ) );
-}
-
 Lum::Ptr< TeConfigDir >
 teConfigDirFactory() {
    return Lum::make< TeConfigDir >();
@@ -27,14 +21,6 @@ void
 AllClientInfo::handleInitialized() {
    activeVrfsDedupTableIs();
    initializedIs( true );
-}
-
-Lum::Ptr< VrfSourceId >
-AllClientInfo::vrfSourceIdIs( const L3::VrfName & vrf ) {
-   if ( !vrfSourceIdHas( vrf ) ) {
-      vrfSourceIdIs( vrf, Lum::make< VrfSourceId >( vrf ) );
-   }
-   return vrfSourceId( vrf );
 }
 
 void

@@ -31,8 +31,7 @@ class TeVrfConfig : public Lum::Entity {
 class TeConfigDir : public Lum::Entity {
    LUM_ENTITY( Cspf, TeConfigDir );
    LUM_CHILDREN( teVrfConfig, L3::VrfName, TeVrfConfig );
-   /// The VRF's configuration, made where there was none.
-   Lum::Ptr< TeVrfConfig > teVrfConfigIs( const L3::VrfName & vrf );
+   LUM_ROWS_BY_KEY( teVrfConfig, L3::VrfName, TeVrfConfig );
 };
 
 Lum::Ptr< TeConfigDir > teConfigDirFactory();
@@ -63,13 +62,13 @@ class AllClientInfo : public Lum::Entity {
    LUM_COLLECTION_ORDERED( pathStatusInfoTable, L3::VrfName, Lum::Ptr< PathStatusInfoTable > );
    LUM_COLLECTION_ORDERED( repairScope, L3::VrfName, Lum::Ptr< RepairScope > );
    LUM_COLLECTION_ORDERED( vrfSourceId, L3::VrfName, Lum::Ptr< VrfSourceId > );
+   LUM_ROWS_BY_KEY( vrfSourceId, L3::VrfName, VrfSourceId );
    LUM_CHILD( activeVrfsDedupTable, CspfActiveVrfsDedupTable );
    LUM_ATTRIBUTE( initialized, bool );
 
    void handleInitialized();
-   /// The VRF's sources, made where there were none.
-   Lum::Ptr< VrfSourceId > vrfSourceIdIs( const L3::VrfName & vrf );
-   /// Takes them out where there are none, unless the VRF is active: its root watches for some.
+   /// Takes the VRF's sources out where there are none, unless the VRF is active: its root watches
+   /// for some.
    void vrfSourceIdDelIfUnused( const L3::VrfName & vrf );
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };

@@ -28,8 +28,7 @@ DedupConstraintTableNotifiee::~DedupConstraintTableNotifiee() = default;
 
 void
 DedupConstraintTableNotifiee::handleInsert( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
-   const auto & constraint = static_cast< const DedupConstraint & >( *handle );
-   constraintInfoTable()->constraintInfoIs( handle, Lum::make< ConstraintInfo >( constraint ) );
+   constraintInfoTable()->constraintInfoIs( handle );
    LUM_ASSERT( constraintInfoTable()->constraintInfo( handle ) );
 }
 

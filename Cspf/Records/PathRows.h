@@ -57,7 +57,10 @@ struct PathInfoKey {
 
 class PathConfigInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, PathConfigInfo );
-   PathConfigInfo( const PathInfoKey & key, const Lum::Ptr< const Config > & config )
+   /// A row that is made by its key alone stands for a request that is in no client's
+   /// configuration.
+   explicit PathConfigInfo( const PathInfoKey & key,
+                            const Lum::Ptr< const Config > & config = Lum::make< const Config >() )
       : pathInfoKey_( key ),
         cspfConfig_( config ) {}
    LUM_ATTRIBUTE( pathInfoKey, PathInfoKey );
@@ -79,7 +82,8 @@ class PathConfigInfo : public Lum::Entity {
 
 class PathStatusInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, PathStatusInfo );
-   PathStatusInfo( const PathInfoKey & key, const Lum::Ptr< Status > & status )
+   explicit PathStatusInfo( const PathInfoKey & key,
+                            const Lum::Ptr< Status > & status = Lum::make< Status >() )
       : pathInfoKey_( key ),
         cspfStatus_( status ) {}
    LUM_ATTRIBUTE( pathInfoKey, PathInfoKey );
@@ -151,6 +155,14 @@ class PathBwUsage : public Lum::Entity {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
 
+/// Names a constraint in tables.
+using ConstraintHandle = Kiv::DedupHandle::Key;
+
+/// REQUIRES: the handle is that of a constraint.
+inline const DedupConstraint &
+dedupConstraintOf( const ConstraintHandle & handle ) {
+   return static_cast< const DedupConstraint & >( *handle.handle() );
+}
 /// What a constraint names that is not in the topology.
 LUM_ENUM( ConstraintMissing, std::uint8_t, nothing, interface, neighborOnInterface, neighborOnLan,
           nodeBehindInterface );
@@ -158,7 +170,8 @@ LUM_ENUM( ConstraintMissing, std::uint8_t, nothing, interface, neighborOnInterfa
 /// The paths that share one constraint, and what they wait for.
 class ConstraintInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintInfo );
-   explicit ConstraintInfo( const DedupConstraint & constraint ) : constraint_( constraint ) {}
+   explicit ConstraintInfo( const ConstraintHandle & handle )
+      : constraint_( dedupConstraintOf( handle ) ) {}
    LUM_COLLECTION_ORDERED( path, PathInfoKey, bool );
    LUM_COUNTER( cspfRequestCount );                     ///< requests for a computation
    LUM_ATTRIBUTE( topoInfoChangedAt, double );          ///< seconds; 0: reset
@@ -177,39 +190,37 @@ class ConstraintInfo : public Lum::Entity {
    const DedupConstraint & constraint_;
 };
 
-/// Tables by path. `Is( key, row )` adds, `Del( key )` removes; watch for rows that come and go.
+/// Tables by path. `Is( key, row )` adds a row, `Is( key )` makes one where there is none, `Del(
+/// key )` removes it; watch for rows that come and go.
 class PathConfigInfoTable : public Lum::Entity {
    LUM_ENTITY( Cspf, PathConfigInfoTable );
    LUM_COLLECTION( pathConfigInfo, PathInfoKey, Lum::Ptr< PathConfigInfo > );
+   LUM_ROWS_BY_KEY( pathConfigInfo, PathInfoKey, PathConfigInfo );
 };
 
 class PathStatusInfoTable : public Lum::Entity {
    LUM_ENTITY( Cspf, PathStatusInfoTable );
    LUM_COLLECTION( pathStatusInfo, PathInfoKey, Lum::Ptr< PathStatusInfo > );
+   LUM_ROWS_BY_KEY( pathStatusInfo, PathInfoKey, PathStatusInfo );
 };
 
 class PathStatusCacheTable : public Lum::Entity {
    LUM_ENTITY( Cspf, PathStatusCacheTable );
    LUM_COLLECTION( pathStatusCache, PathInfoKey, Lum::Ptr< PathStatusCache > );
+   LUM_ROWS_BY_KEY( pathStatusCache, PathInfoKey, PathStatusCache );
 };
 
-/// Tables by constraint.
-using ConstraintHandle = Kiv::DedupHandle::Key;
-
-/// REQUIRES: the handle is that of a constraint.
-inline const DedupConstraint &
-dedupConstraintOf( const ConstraintHandle & handle ) {
-   return static_cast< const DedupConstraint & >( *handle.handle() );
-}
-
+/// Tables by constraint, likewise.
 class ConstraintStatsTable : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintStatsTable );
    LUM_COLLECTION_ORDERED( constraintStats, ConstraintHandle, Lum::Ptr< ConstraintStats > );
+   LUM_ROWS_BY_KEY( constraintStats, ConstraintHandle, ConstraintStats );
 };
 
 class ConstraintInfoTable : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintInfoTable );
    LUM_COLLECTION_ORDERED( constraintInfo, ConstraintHandle, Lum::Ptr< ConstraintInfo > );
+   LUM_ROWS_BY_KEY( constraintInfo, ConstraintHandle, ConstraintInfo );
 };
 
 }

@@ -1,14 +1,16 @@
 // One client's requests in one VRF and family, turned into rows. Everything that serves a path
-// follows its rows, so that this is the only place where a path begins and ends. The rows of one
-// client path are found again in the tables, by the two keys that it can have; nothing else
-// remembers them. A parent's rows come before those of its children, whose constraints take the
-// parent's user of bandwidth, and go before them, so that a parent never sees a child missing.
+// follows its rows, so that this is the only place where a path begins and ends. Of a client path
+// the key of its own rows is remembered; its children are found from there. A parent's rows come
+// before those of its children, whose constraints take the parent's user of bandwidth, and go
+// before them, so that a parent never sees a child missing.
 
 #include "Cspf/Requests/PathSm.h"
 
 #include "Cspf/Records/Segments.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
+
+#include <algorithm>
 
 namespace Cspf {
 
@@ -34,6 +36,12 @@ checkParent( const PathInfoKey & parentPathInfoKey, const PathConstraint & const
    }
 }
 
+}
+
+bool
+LinkedPathInfoKeys::hasChildPathInfoKey( const PathInfoKey & key ) const {
+   return std::ranges::any_of( childPathInfoKeyColl(),
+                               [ & ]( const auto & child ) { return child.second == key; } );
 }
 
 bool
@@ -147,6 +155,12 @@ PathSmBase::deleteRows( const PathInfoKey & key ) {
 }
 
 void
+PathSm::doPrepareToDie() {
+   PathSmBase::doPrepareToDie();
+   currentExternalPathInfoKeyDelAll();
+}
+
+void
 PathSm::handleCspfConfig( const PathKey & pathKey ) {
    const Handling handling( *this, pathKey );
    if ( handling.isVoid() ) {
@@ -162,6 +176,7 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
       doDeleteUnwanted( *held, *wanted );
    }
    if ( !handling.isVoid() ) {
+      currentExternalPathInfoKeyIs( pathKey, wanted->parentPathInfoKey() );
       addOrUpdatePathInfoKey( wanted->parentPathInfoKey() );
    }
    for ( const auto & [ index, child ] : wanted->childPathInfoKeyColl() ) {
@@ -203,21 +218,11 @@ PathSm::externalPathInfoKey( const PathKey & pathKey ) const {
    return currentExternalPathInfoKey( pathKey );
 }
 
-PathInfoKey
-PathSm::currentExternalPathInfoKey( const PathKey & pathKey ) const {
-   for ( const auto modifier : { noChange(), noSpf() } ) {
-      PathInfoKey key = clientPathInfoKey( name(), pathKey, modifier );
-      if ( pathConfigInfoTable()->pathConfigInfoHas( key ) ) {
-         return key;
-      }
-   }
-   return {};
-}
-
 void
 PathSm::doCleanupPathInfoKeyEntries( const PathKey & pathKey ) {
    TRACE7( "Deleting all PathInfoKey Entries for " << pathKey.dst() << ", id " << pathKey.id() );
    const auto held = getLinkedPathsFromPathConfigInfo( pathKey );
+   currentExternalPathInfoKeyDel( pathKey );
    if ( held->parentPathInfoKey() ) {
       deletePathInfoKey( held->parentPathInfoKey() );
       doCleanupChildPathInfoKeyEntries( *held );

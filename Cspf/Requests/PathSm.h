@@ -13,6 +13,8 @@ class LinkedPathInfoKeys : public Lum::Entity {
 
    /// The client's path itself.
    const PathInfoKey & parentPathInfoKey() const noexcept { return parentPathInfoKey_; }
+   /// Whether the key is that of a child.
+   bool hasChildPathInfoKey( const PathInfoKey & key ) const;
    /// Same parent, and the same children at the same indexes.
    bool isSame( const LinkedPathInfoKeys & other ) const;
 
@@ -121,13 +123,15 @@ class PathSm : public PathSmBase {
    LUM_ENTITY( Cspf, PathSm );
    using PathSmBase::PathSmBase;
 
+   void doPrepareToDie() override;
    void handleCspfConfig( const PathKey & pathKey ) override;
    PathInfoKey externalPathInfoKey( const PathKey & pathKey ) const override;
    void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) override;
    void doCleanupChildPathInfoKeyEntries( const LinkedPathInfoKeys & held );
 
-   /// The key under which the path is tracked, read from the tables; empty where it is not.
-   PathInfoKey currentExternalPathInfoKey( const PathKey & pathKey ) const;
+   /// The key under which each of the client's own paths is tracked.
+   LUM_COLLECTION( currentExternalPathInfoKey, PathKey, PathInfoKey );
+
    /// The keys that the client's request needs. REQUIRES: there is a request.
    Lum::Ptr< LinkedPathInfoKeys > getLinkedPathsFromCspfConfig( const PathKey & pathKey ) const;
    /// The keys that are held for the path; the parent is empty where there are none.

@@ -69,6 +69,7 @@ class RouterIdMap : public Lum::Entity {
    LUM_COLLECTION( teRouterId, IgpRouterId, Kivnet::IpGenAddr );
    LUM_COLLECTION( igpRouterId, Kivnet::IpGenAddr, IgpRouterId );
    LUM_COLLECTION_ORDERED( duplicateRouters, Kivnet::IpGenAddr, Lum::Ptr< DuplicateRouters > );
+   LUM_ROWS_BY_KEY( duplicateRouters, Kivnet::IpGenAddr, DuplicateRouters );
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
@@ -98,6 +99,7 @@ class PfxOriginatorInfo : public Lum::Entity {
 class PfxOriginatorInfoTable : public Lum::Entity {
    LUM_ENTITY( Cspf, PfxOriginatorInfoTable );
    LUM_COLLECTION( pfxOriginatorInfo, Kivnet::IpGenPrefix, Lum::Ptr< PfxOriginatorInfo > );
+   LUM_ROWS_BY_KEY( pfxOriginatorInfo, Kivnet::IpGenPrefix, PfxOriginatorInfo );
 };
 
 /// What the agent has worked out of the topologies of one VRF and family. `AllTopoDbSm` writes it.

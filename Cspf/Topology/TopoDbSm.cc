@@ -200,12 +200,7 @@ TopoDbSm::doAddDuplicateRouter( const IgpRouterId & igpRouterId ) {
    const Kivnet::IpGenAddr teRouterId = topoDb()->router( igpRouterId ).teRouterId();
    const std::string owner = routerIdMap_->igpRouterId( teRouterId ).stringValue();
    const std::string newcomer = igpRouterId.stringValue();
-   auto duplicates = routerIdMap_->duplicateRouters( teRouterId );
-   if ( !duplicates ) {
-      duplicates = Lum::make< DuplicateRouters >();
-      routerIdMap_->duplicateRoutersIs( teRouterId, duplicates );
-   }
-   duplicates->routerIs( igpRouterId, true );
+   routerIdMap_->duplicateRoutersIs( teRouterId )->routerIs( igpRouterId, true );
    Trace::logMessage( duplicateTeRouterId, "TE router ID " + teRouterId.stringValue()
                                               + " for IS-IS router " + newcomer
                                               + " conflicts with IS-IS router " + owner
@@ -375,11 +370,7 @@ TopoDbSm::handleNetwork( const Igp::NetworkId & networkId ) {
 void
 TopoDbSm::doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId & router,
                               const std::uint32_t * metric ) {
-   auto info = pfxOriginatorInfoTable_->pfxOriginatorInfo( prefix );
-   if ( !info ) {
-      info = Lum::make< PfxOriginatorInfo >();
-      pfxOriginatorInfoTable_->pfxOriginatorInfoIs( prefix, info );
-   }
+   const auto info = pfxOriginatorInfoTable_->pfxOriginatorInfoIs( prefix );
    if ( metric ) {
       info->originatorInfoIs( router, { router, *metric } );
       return;

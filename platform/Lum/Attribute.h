@@ -3,6 +3,7 @@
 #include "platform/Lum/Entity.h"
 #include "platform/Lum/Value.h"
 
+#include <concepts>
 #include <map>
 #include <unordered_map>
 #include <vector>
@@ -20,6 +21,17 @@ struct Counted {
    ~Counted() { --type.live; }
    static inline TypeCensus type{ T::lumTypeName };
 };
+
+/// A row of a table, made of its key where it takes one.
+template< class T, class Key >
+Ptr< T >
+makeRow( const Key & key ) {
+   if constexpr ( std::constructible_from< T, const Key & > ) {
+      return make< T >( key );
+   } else {
+      return make< T >();
+   }
+}
 
 /// The keys of a map at this moment, in their order: for walks during which entries may come
 /// and go.
@@ -221,4 +233,14 @@ sortedKeys( const M & map ) {
    ::Lum::Ptr< __VA_ARGS__ > name_##_;                                                             \
                                                                                                    \
  public:                                                                                           \
+   static_assert( true )
+
+/// `xIs( key )` of a collection of rows: the row of that key, made where there was none.
+#define LUM_ROWS_BY_KEY( name_, Key, ... )                                                         \
+   ::Lum::Ptr< __VA_ARGS__ > name_##Is( const Key & key ) {                                        \
+      if ( !this->name_##Has( key ) ) {                                                            \
+         this->name_##Is( key, ::Lum::makeRow< __VA_ARGS__ >( key ) );                             \
+      }                                                                                            \
+      return this->name_( key );                                                                   \
+   }                                                                                               \
    static_assert( true )
