@@ -58,6 +58,18 @@ addSrlgsOf( const TrafficEngineering::Status & teStatus, const Kivnet::IntfId & 
    }
 }
 
+/// Computations for clients start at this router; a repair's trees also at the neighbour that its
+/// request names.
+std::string
+sourceTypeError( const PathConstraint & constraint, const PathInfoKey & key ) {
+   const CspfSourceType type = constraint.sourceType();
+   const bool isRepair = key.clientName() == tilfaClientName;
+   if ( type == plr() || ( isRepair && type == neighborOnLink() ) ) {
+      return {};
+   }
+   return "source type " + Lum::enumName( type ) + " is not served";
+}
+
 /// What is wrong with a request, or nothing. Clients write any number as a priority, which matters
 /// where it is read.
 std::string
@@ -153,7 +165,10 @@ PathConfigInfoSm::handleChangeCount() {
    const std::uint32_t refreshReqSeq = config->refreshReqSeq();
    const InternalPathConstraint derived = getDerivedConstraint(
       getUpdatedConstraint( config->constraint(), key.constraintModifier() ) );
-   const std::string error = requestError( derived );
+   std::string error = sourceTypeError( config->constraint(), key );
+   if ( error.empty() ) {
+      error = requestError( derived );
+   }
    if ( !error.empty() ) {
       refuse( error, refreshReqSeq );
       return;

@@ -40,7 +40,8 @@ struct RequestContext {
 };
 
 /// Turns the request for a path into its constraint, and asks for a refresh. A request for
-/// bandwidth at a priority that does not exist is answered with an empty path and the reason.
+/// bandwidth at a priority that does not exist, or from a source that is not served, is answered
+/// with an empty path and the reason.
 ///
 ///   watches                                   handler             writes
 ///   PathConfigInfo.configChangeCount          handleChangeCount   PathStatusInfo.constraint,
