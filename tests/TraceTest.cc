@@ -304,12 +304,10 @@ TEST_F( TraceTest, whatIsNoRingIsSaidSo ) {
 TEST_F( TraceTest, logMessagesReachTheOperatorAndTheTraces ) {
    static std::string logged;
    Trace::logSinkIs( []( const Trace::LogMessage & message, std::string_view text ) {
-      logged = std::string( message.id ) + "/"
-               + std::to_string( static_cast< int >( message.severity ) ) + "/"
-               + std::string( text );
+      logged = Trace::logLine( message, text );
    } );
-   Trace::logMessage( { "CSPF_DUPLICATE_TE_ROUTER_ID", Trace::Severity::warning, "" }, "1.1.1.1" );
-   EXPECT_EQ( logged, "CSPF_DUPLICATE_TE_ROUTER_ID/3/1.1.1.1" );
+   Trace::logMessage( { "LINK_FLAPS", Trace::Severity::warning, "A link is not stable" }, "et1" );
+   EXPECT_EQ( logged, "LINK_FLAPS: et1 (warning: A link is not stable)" );
 }
 
 TEST( Toggle, theFileDecidesAndTheDefaultFillsIn ) {

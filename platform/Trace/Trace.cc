@@ -128,12 +128,21 @@ ringLevelIs( int maxLevel ) {
    wantedLevelsAreUpdated();
 }
 
+std::string
+logLine( const LogMessage & message, std::string_view text ) {
+   constexpr std::string_view severities[] = { "debug", "info", "notice", "warning", "error" };
+   std::string line( message.id );
+   line.append( ": " ).append( text ).append( " (" );
+   line.append( severities[ static_cast< std::size_t >( message.severity ) ] );
+   return line.append( ": " ).append( message.explanation ).append( ")" );
+}
+
 void
 logMessage( const LogMessage & message, std::string_view text ) {
    if ( logSink ) {
       logSink( message, text );
    }
-   TRACE0( message.id << ": " << text );
+   TRACE0( logLine( message, text ) );
 }
 
 void

@@ -87,6 +87,8 @@ struct LogMessage {
    std::string_view explanation;  ///< what it means whenever it is seen
 };
 
+/// The event as a line of the log: "ID: text (warning: explanation)".
+std::string logLine( const LogMessage & message, std::string_view text );
 /// An event for the operator's log, outside of the traces.
 void logMessage( const LogMessage & message, std::string_view text );
 using LogSink = void ( * )( const LogMessage & message, std::string_view text );
@@ -95,10 +97,18 @@ void logSinkIs( LogSink sink );
 
 }
 
+/// The signature of a function is cut out of its name once.
 #define TRACE_AT_( level, ... )                                                                    \
+   TRACE_UNDER_( level, static const, __PRETTY_FUNCTION__, __VA_ARGS__ )
+/// In a helper of an operation: the message begins with the signature of the operation, which the
+/// helper is given as the operation's own `__PRETTY_FUNCTION__`.
+#define TRACE7_FOR( operation, ... ) TRACE_UNDER_( 7, const, operation, __VA_ARGS__ )
+#define TRACE8_FOR( operation, ... ) TRACE_UNDER_( 8, const, operation, __VA_ARGS__ )
+#define TRACE9_FOR( operation, ... ) TRACE_UNDER_( 9, const, operation, __VA_ARGS__ )
+#define TRACE_UNDER_( level, kept, operation, ... )                                                \
    do {                                                                                            \
       if ( ::Trace::wanted( level ) && ::Trace::wantedFrom( level, __FILE__ ) ) {                  \
-         static const std::string_view signature_ = ::Trace::signature( __PRETTY_FUNCTION__ );     \
+         kept std::string_view signature_ = ::Trace::signature( operation );                       \
          ::Trace::Message message_( signature_ );                                                  \
          message_ << __VA_ARGS__;                                                                  \
          ::Trace::emit( level, message_.text(), __FILE__ );                                        \

@@ -16,7 +16,6 @@
 #include <csignal>
 #include <iostream>
 #include <new>
-#include <sstream>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -80,9 +79,7 @@ say( std::string_view text ) {
 
 void
 logToStandardError( const Trace::LogMessage & message, std::string_view text ) {
-   std::ostringstream line;
-   line << message.id << ": " << text;
-   say( line.view() );
+   say( Trace::logLine( message, text ) );
 }
 
 constexpr int exitOutOfMemory = 3;

@@ -41,7 +41,7 @@ exitBroken( std::string_view text ) {
 
 void
 logToErr( const Trace::LogMessage & message, std::string_view text ) {
-   *streams.err << message.id << ": " << text << std::endl;
+   *streams.err << Trace::logLine( message, text ) << std::endl;
 }
 
 /// Traces, log and broken invariants of the agent go to the streams while this lives.
