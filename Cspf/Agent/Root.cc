@@ -12,12 +12,16 @@ namespace Cspf {
 
 void
 CspfActiveVrfsNotifiee::handleInsert( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
-   cspfRoot_.vrfActiveIs( vrfOf( handle ) );
+   const L3::VrfName & vrf = vrfOf( handle );
+   TRACE7( " Adding active VRF: " << vrf );
+   cspfRoot_.vrfActiveIs( vrf );
 }
 
 void
 CspfActiveVrfsNotifiee::handleRemove( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
-   cspfRoot_.vrfActiveDel( vrfOf( handle ) );
+   const L3::VrfName & vrf = vrfOf( handle );
+   TRACE7( " Deleting active VRF: " << vrf );
+   cspfRoot_.vrfActiveDel( vrf );
 }
 
 void
@@ -54,7 +58,6 @@ CspfRoot::initialClientsDone() {
 
 void
 CspfRoot::vrfActiveIs( const L3::VrfName & vrf ) {
-   TRACE7( " Adding active VRF: " << vrf );
    const auto & clients = allClientInfo();
    const Lum::Ptr< const VrfSourceId > vrfSourceId = clients->vrfSourceIdIs( vrf );
    const auto allTopoDb = Lum::make< AllTopoDb >();
@@ -71,7 +74,6 @@ CspfRoot::vrfActiveIs( const L3::VrfName & vrf ) {
 
 void
 CspfRoot::vrfActiveDel( const L3::VrfName & vrf ) {
-   TRACE7( " Deleting active VRF: " << vrf );
    vrfRootSmDel( vrf );
    endedVrfRoots_.push_back( vrfRoot( vrf ) );  // its machines may be at work further down
    endedVrfRootsTask_.schedule();

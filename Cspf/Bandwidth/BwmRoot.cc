@@ -21,12 +21,16 @@ clientUsageMountPath( const L3::VrfName & vrf, const Lum::String & client ) {
 
 void
 BwmActiveVrfsNotifiee::handleInsert( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
-   bwmRoot_.vrfActiveIs( Cspf::vrfOf( handle ) );
+   const L3::VrfName & vrf = Cspf::vrfOf( handle );
+   TRACE7( "Adding active VRF: " << vrf );
+   bwmRoot_.vrfActiveIs( vrf );
 }
 
 void
 BwmActiveVrfsNotifiee::handleRemove( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
-   bwmRoot_.vrfActiveDel( Cspf::vrfOf( handle ) );
+   const L3::VrfName & vrf = Cspf::vrfOf( handle );
+   TRACE7( "Deleting active VRF: " << vrf );
+   bwmRoot_.vrfActiveDel( vrf );
 }
 
 void
@@ -52,7 +56,6 @@ BwmRoot::initialClientsDone() {
 
 void
 BwmRoot::vrfActiveIs( const L3::VrfName & vrf ) {
-   TRACE7( "Adding active VRF: " << vrf );
    const auto statusTable = Lum::make< BandwidthClientStatusTable >();
    const auto usageTable = Lum::make< BandwidthClientUsageTable >();
    bwmAllClientInfo()->bandwidthClientStatusTableIs( vrf, statusTable );
@@ -66,7 +69,6 @@ BwmRoot::vrfActiveIs( const L3::VrfName & vrf ) {
 
 void
 BwmRoot::vrfActiveDel( const L3::VrfName & vrf ) {
-   TRACE7( "Deleting active VRF: " << vrf );
    bwmVrfRootDel( vrf );
    bwmAllClientInfo()->bandwidthClientStatusTableDel( vrf );
    bwmAllClientInfo()->bandwidthClientUsageTableDel( vrf );

@@ -17,7 +17,7 @@ namespace Cspf {
 
 void
 ClientVrfFamily::handleInitialized() {
-   LUM_WATCH_KEYS( allClientInfo_, vrfSourceId, handleVrfSourceId );
+   LUM_WATCH_KEYS( owner_.allClientInfo( af_ ), vrfSourceId, handleVrfSourceId );
    handleVrfSourceId( owner_.vrf() );
 }
 
@@ -26,14 +26,13 @@ ClientVrfFamily::handleVrfSourceId( const L3::VrfName & vrf ) {
    if ( vrf != owner_.vrf() ) {
       return;
    }
-   if ( vrfSourceId() ) {
-      unwatch( *vrfSourceId() );
+   if ( const auto old = owner_.vrfSourceId( af_ ) ) {
+      unwatch( *old );
    }
-   vrfSourceIdIs( allClientInfo_->vrfSourceId( vrf ) );
-   if ( vrfSourceId() ) {
-      LUM_WATCH_KEYS( vrfSourceId(), vrfClientSourceId, handleSourceId );
+   if ( const auto & source = owner_.allClientInfo( af_ )->vrfSourceId( vrf ) ) {
+      LUM_WATCH_KEYS( source, vrfClientSourceId, handleSourceId );
    }
-   owner_.createOrDeletePathSm( af_ );
+   owner_.handleVrfSourceId( vrf, af_ );
 }
 
 void
@@ -47,21 +46,38 @@ ClientVrfSm::handleInitialized() {
                                               : PathComputationType::cspf );
    LUM_WATCH_KEYS( client_, addressFamily, handleAddressFamily );
    LUM_WATCH( client_, bwmRequired, handleBwmRequired );
-   familyIs( Kivnet::AddressFamily::ipv4,
-             new ClientVrfFamily( *this, Kivnet::AddressFamily::ipv4, intake_.v4AllClientInfo ) );
-   familyIs( Kivnet::AddressFamily::ipv6,
-             new ClientVrfFamily( *this, Kivnet::AddressFamily::ipv6, intake_.v6AllClientInfo ) );
+   doInitFamily( Kivnet::AddressFamily::ipv4, intake_.v4AllClientInfo );
+   doInitFamily( Kivnet::AddressFamily::ipv6, intake_.v6AllClientInfo );
    handleBwmRequired();
    initializedIs( true );
 }
 
 void
+ClientVrfSm::doInitFamily( Kivnet::AddressFamily af, const Lum::Ptr< AllClientInfo > & info ) {
+   allClientInfoIs( af, info );
+   vrfDedupTableIs( af, info->activeVrfsDedupTable() );
+   familyIs( af, new ClientVrfFamily( *this, af ) );
+}
+
+void
 ClientVrfSm::doPrepareToDie() {
    bwmClientSetupSmDel();
-   for ( const auto & af : Lum::sortedKeys( familyColl() ) ) {
-      deletePathSm( af );
+   for ( const auto & af : Lum::sortedKeys( pathSmColl() ) ) {
+      doCleanupPathSm( af );
+      cleanupClientData( af );
    }
+   vrfDedupHandleDelAll();
    familyDelAll();
+}
+
+void
+ClientVrfSm::handleVrfSourceId( const L3::VrfName & vrf, Kivnet::AddressFamily af ) {
+   if ( const Lum::Ptr< const VrfSourceId > source = allClientInfo( af )->vrfSourceId( vrf ) ) {
+      vrfSourceIdIs( af, source );
+   } else {
+      vrfSourceIdDel( af );
+   }
+   createOrDeletePathSm( af );
 }
 
 void
@@ -80,43 +96,32 @@ ClientVrfSm::createOrDeletePathSm( Kivnet::AddressFamily af ) {
    if ( !familyHas( af ) ) {
       return;
    }
-   if ( client_->addressFamily( af ) && getVrfClientSourceId( af ) ) {
-      createPathSm( af );
-   } else {
-      deletePathSm( af );
+   const bool wanted = client_->addressFamily( af ) && getVrfClientSourceId( af );
+   if ( wanted && !pathSmHas( af ) ) {
+      TRACE7( "Grabbing dedup handle for af " << text( af ) );
+      vrfDedupHandleIs( af, vrfDedupTable( af )->dedupFromVrfName( vrf_ ) );
+      updateClientData( af );
+      TRACE7( "Creating PathSm for af " << text( af ) );
+      doInitPathSm( af );
    }
-}
-
-NodeId
-ClientVrfSm::getVrfClientSourceId( Kivnet::AddressFamily af ) const {
-   const auto & vrfSourceId = family( af )->vrfSourceId();
-   return vrfSourceId ? vrfSourceId->vrfClientSourceId( pathType() ).sourceId() : NodeId();
-}
-
-void
-ClientVrfSm::createPathSm( Kivnet::AddressFamily af ) {
-   if ( pathSmHas( af ) ) {
+   if ( wanted ) {
       return;
    }
-   TRACE7( "Grabbing dedup handle for af " << text( af ) );
-   const auto & own = family( af );
-   own->vrfDedupHandleIs( own->vrfDedupTable()->dedupFromVrfName( vrf_ ) );
-   updateClientData( af );
-   TRACE7( "Creating PathSm for af " << text( af ) );
-   doInitPathSm( af );
-}
-
-void
-ClientVrfSm::deletePathSm( Kivnet::AddressFamily af ) {
    if ( pathSmHas( af ) ) {
       TRACE7( "Deleting PathSm for af " << text( af ) );
       doCleanupPathSm( af );
       cleanupClientData( af );
    }
-   if ( family( af )->vrfDedupHandle() ) {
+   if ( vrfDedupHandle( af ) ) {
       TRACE7( "Releasing dedup handle for af " << text( af ) );
-      family( af )->vrfDedupHandleIs( nullptr );
+      vrfDedupHandleDel( af );
    }
+}
+
+NodeId
+ClientVrfSm::getVrfClientSourceId( Kivnet::AddressFamily af ) const {
+   const auto & source = vrfSourceId( af );
+   return source ? source->vrfClientSourceId( pathType() ).sourceId() : NodeId();
 }
 
 void
@@ -132,14 +137,14 @@ ClientVrfSm::doInitPathSm( Kivnet::AddressFamily af ) {
    const auto & cspfStatus = own->statusMount->table();
    LUM_ASSERT( cspfConfig );
    LUM_ASSERT( cspfStatus );
-   const auto & pathConfigInfoTable = own->allClientInfo()->pathConfigInfoTable( vrf_ );
-   const auto & pathStatusInfoTable = own->allClientInfo()->pathStatusInfoTable( vrf_ );
+   const auto & pathConfigInfoTable = allClientInfo( af )->pathConfigInfoTable( vrf_ );
+   const auto & pathStatusInfoTable = allClientInfo( af )->pathStatusInfoTable( vrf_ );
    LUM_ASSERT( pathConfigInfoTable );
    LUM_ASSERT( pathStatusInfoTable );
    if ( pathType() == PathComputationType::tilfa ) {
       pathSmIs( af, new TilfaPathSm( af, vrf_, clientName_, intake_.teStatus, cspfConfig,
                                      cspfStatus, pathConfigInfoTable, pathStatusInfoTable,
-                                     own->allClientInfo()->repairScope( vrf_ ) ) );
+                                     allClientInfo( af )->repairScope( vrf_ ) ) );
    } else {
       pathSmIs( af, new PathSm( af, vrf_, clientName_, intake_.teStatus, cspfConfig, cspfStatus,
                                 pathConfigInfoTable, pathStatusInfoTable ) );
@@ -158,7 +163,7 @@ ClientVrfSm::doCleanupPathSm( Kivnet::AddressFamily af ) {
 void
 ClientVrfSm::updateClientData( Kivnet::AddressFamily af ) {
    if ( isisAdjacencyInfo_ ) {
-      family( af )->allClientInfo()->clientData( vrf_ )->isisAdjacencyInfoIs( isisAdjacencyInfo_ );
+      allClientInfo( af )->clientData( vrf_ )->isisAdjacencyInfoIs( isisAdjacencyInfo_ );
    }
 }
 
@@ -166,7 +171,7 @@ void
 ClientVrfSm::cleanupClientData( Kivnet::AddressFamily af ) {
    TRACE7( "client: " << clientName_ );
    if ( isisAdjacencyInfo_ ) {
-      family( af )->allClientInfo()->clientData( vrf_ )->isisAdjacencyInfoIs( nullptr );
+      allClientInfo( af )->clientData( vrf_ )->isisAdjacencyInfoIs( nullptr );
    }
 }
 

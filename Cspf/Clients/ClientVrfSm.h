@@ -22,27 +22,15 @@ struct ClientIntake {
 
 class ClientVrfSm;
 
-/// One family of a `ClientVrfSm`: what the client holds there, and the watch on the VRF's sources.
+/// One family of a `ClientVrfSm`: the client's tables there, and the watch on the VRF's sources.
 ///
 ///   watches                        handler            does
 ///   AllClientInfo.vrfSourceId      handleVrfSourceId  createOrDeletePathSm of the owner
 ///   VrfSourceId.vrfClientSourceId  handleSourceId     likewise
 class ClientVrfFamily : public Lum::Reactor {
    LUM_ENTITY( Cspf, ClientVrfFamily );
-   /// The owner outlives this object.
-   ClientVrfFamily( ClientVrfSm & owner, Kivnet::AddressFamily af,
-                    const Lum::Ptr< AllClientInfo > & allClientInfo )
-      : owner_( owner ),
-        af_( af ),
-        allClientInfo_( allClientInfo ) {}
-   LUM_ATTRIBUTE( vrfDedupHandle, Lum::Ptr< DedupVrfHandle > );
-   LUM_ATTRIBUTE( vrfSourceId, Lum::Ptr< const VrfSourceId > );
-
-   const Lum::Ptr< AllClientInfo > & allClientInfo() const noexcept { return allClientInfo_; }
-   const Lum::Ptr< CspfActiveVrfsDedupTable > & vrfDedupTable() const {
-      return allClientInfo_->activeVrfsDedupTable();
-   }
-
+   /// The owner outlives this object, and has the family's `AllClientInfo`.
+   ClientVrfFamily( ClientVrfSm & owner, Kivnet::AddressFamily af ) : owner_( owner ), af_( af ) {}
    void handleInitialized() override;
    void handleVrfSourceId( const L3::VrfName & vrf );
 
@@ -55,7 +43,6 @@ class ClientVrfFamily : public Lum::Reactor {
 
    ClientVrfSm & owner_;
    const Kivnet::AddressFamily af_;
-   const Lum::Ptr< AllClientInfo > allClientInfo_;
 };
 
 /// Serves one client in one VRF: a path reactor for each family that the client wants and that has
@@ -77,6 +64,12 @@ class ClientVrfSm : public Lum::Reactor {
         isisAdjacencyInfo_( isisAdjacencyInfo ) {}
    LUM_ATTRIBUTE( pathType, PathComputationType );
    LUM_ATTRIBUTE( initialized, bool );
+   // By family:
+   LUM_COLLECTION_ORDERED( allClientInfo, Kivnet::AddressFamily, Lum::Ptr< AllClientInfo > );
+   LUM_COLLECTION_ORDERED( vrfDedupTable, Kivnet::AddressFamily,
+                           Lum::Ptr< CspfActiveVrfsDedupTable > );
+   LUM_COLLECTION_ORDERED( vrfDedupHandle, Kivnet::AddressFamily, Lum::Ptr< DedupVrfHandle > );
+   LUM_COLLECTION_ORDERED( vrfSourceId, Kivnet::AddressFamily, Lum::Ptr< const VrfSourceId > );
    LUM_CHILDREN( family, Kivnet::AddressFamily, ClientVrfFamily );
    LUM_CHILDREN( pathSm, Kivnet::AddressFamily, PathSmBase );
    LUM_CHILD( bwmClientSetupSm, TrafficEngineering::BwmClientSetupSm );
@@ -87,6 +80,8 @@ class ClientVrfSm : public Lum::Reactor {
    void doPrepareToDie() override;
    void handleAddressFamily( const Kivnet::AddressFamily & af ) { createOrDeletePathSm( af ); }
    void handleBwmRequired();
+   /// The VRF's sources in the family came or went.
+   void handleVrfSourceId( const L3::VrfName & vrf, Kivnet::AddressFamily af );
    /// Brings the family's service in line with what the client wants and what can be had.
    void createOrDeletePathSm( Kivnet::AddressFamily af );
    void dumpState( Kiv::DumpContext & context, int indent ) const;
@@ -94,8 +89,7 @@ class ClientVrfSm : public Lum::Reactor {
  private:
    /// The node that the client's computations start from; empty where there is none.
    NodeId getVrfClientSourceId( Kivnet::AddressFamily af ) const;
-   void createPathSm( Kivnet::AddressFamily af );
-   void deletePathSm( Kivnet::AddressFamily af );
+   void doInitFamily( Kivnet::AddressFamily af, const Lum::Ptr< AllClientInfo > & info );
    void doInitPathSm( Kivnet::AddressFamily af );
    void doCleanupPathSm( Kivnet::AddressFamily af );
    void updateClientData( Kivnet::AddressFamily af );
