@@ -88,6 +88,14 @@ class CspfTreeRun {
       uint64_t * counts;
    };
 
+   /// An entry of the queue as it is taken.
+   template< typename Key >
+   struct Step {
+      Key key{};
+      Key cspfLinkInfoKey() const { return key; }
+      Key cost() const { return key; }
+   };
+
    template< typename Labels, typename Queue, typename Observer >
    void walk( const CspfGraph & graph, CspfTree & tree, Queue & memory, Observer & observer );
    template< typename Labels, typename Queue, typename Observer >
@@ -134,8 +142,14 @@ CspfTreeRun::walk( const CspfGraph & graph, CspfTree & tree, Queue & memory, Obs
    const bool singleHop = tree.options_.singleHop;
    labels.set( source, {}, noEdge, noVertex );
    queue.push( {}, source );
+   Step< typename Labels::Key > lastLink;
    queue.drain( [ & ]( typename Labels::Key key, CspfVertex vertex ) {
-      if ( labels.known( vertex ) != key ) {
+      const Step< typename Labels::Key > linkInfo{ key };
+      const typename Labels::Key shortestPathCost = labels.known( vertex );
+      LUM_ASSERT( lastLink.cspfLinkInfoKey() <= linkInfo.cspfLinkInfoKey() );
+      LUM_ASSERT( shortestPathCost <= linkInfo.cost() );
+      lastLink = linkInfo;
+      if ( shortestPathCost != key ) {
          return;  // reached at less cost since this entry was queued
       }
       tree.reached_.push_back( vertex );

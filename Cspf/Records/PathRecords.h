@@ -4,26 +4,27 @@
 
 #include <span>
 
-/// The result records of one path. They are built once and then only read, so that the cache, the
-/// publisher and the bandwidth accounts share them.
+/// The result records of one path. Once they are handed out they are only read, so that the cache,
+/// the publisher and the bandwidth accounts share them.
 namespace Cspf {
 
 /// Hop addresses in travel order: the next-hop address of each link.
 class PathArray : public Lum::Entity {
    LUM_ENTITY( Cspf, PathArray );
    using Hops = Lum::List< HopIndex, Kivnet::IpGenAddr >;
+   LUM_LIST( path, HopIndex, Kivnet::IpGenAddr );
    PathArray() = default;
    explicit PathArray( Hops hops, bool fromSourceToSource = false )
-      : hops_( std::move( hops ) ),
+      : path_( std::move( hops ) ),
         isPathFromSourceToSource_( fromSourceToSource ) {}
 
-   const Hops & path() const noexcept { return hops_; }
-   std::size_t hopCount() const noexcept { return hops_.size(); }
+   const Hops & path() const noexcept { return path_; }
+   std::size_t hopCount() const noexcept { return path_.size(); }
    /// The destination is the source itself: no hops, and yet a path.
    bool isPathFromSourceToSource() const noexcept { return isPathFromSourceToSource_; }
+   void isPathFromSourceToSourceIs( bool is ) noexcept { isPathFromSourceToSource_ = is; }
 
  private:
-   Hops hops_;
    bool isPathFromSourceToSource_ = false;
 };
 
@@ -31,41 +32,35 @@ class PathArray : public Lum::Entity {
 class PathSrlg : public Lum::Entity {
    LUM_ENTITY( Cspf, PathSrlg );
    using Hops = Lum::List< HopIndex, SrlgOfHop >;
+   LUM_LIST( pathSrlg, HopIndex, SrlgOfHop );
    PathSrlg() = default;
-   explicit PathSrlg( Hops hops ) : hops_( std::move( hops ) ) {}
+   explicit PathSrlg( Hops hops ) : pathSrlg_( std::move( hops ) ) {}
 
-   const Hops & pathSrlg() const noexcept { return hops_; }
-   std::size_t hopCount() const noexcept { return hops_.size(); }
-
- private:
-   Hops hops_;
+   const Hops & pathSrlg() const noexcept { return pathSrlg_; }
+   std::size_t hopCount() const noexcept { return pathSrlg_.size(); }
 };
 
 /// TE router id of the router at the far end of each hop.
 class PathTeRouterId : public Lum::Entity {
    LUM_ENTITY( Cspf, PathTeRouterId );
    using Hops = Lum::List< HopIndex, Kivnet::IpGenAddr >;
+   LUM_LIST( pathTeRouterId, HopIndex, Kivnet::IpGenAddr );
    PathTeRouterId() = default;
-   explicit PathTeRouterId( Hops hops ) : hops_( std::move( hops ) ) {}
+   explicit PathTeRouterId( Hops hops ) : pathTeRouterId_( std::move( hops ) ) {}
 
-   const Hops & pathTeRouterId() const noexcept { return hops_; }
-   std::size_t hopCount() const noexcept { return hops_.size(); }
-
- private:
-   Hops hops_;
+   const Hops & pathTeRouterId() const noexcept { return pathTeRouterId_; }
+   std::size_t hopCount() const noexcept { return pathTeRouterId_.size(); }
 };
 
 /// Include hops found on the path, in order.
 class IncludeIps : public Lum::Entity {
    LUM_ENTITY( Cspf, IncludeIps );
    using List = Lum::List< IncludeIpIndex, IncludeIp >;
+   LUM_LIST( includeIp, IncludeIpIndex, IncludeIp );
    IncludeIps() = default;
-   explicit IncludeIps( List includeIps ) : includeIps_( std::move( includeIps ) ) {}
+   explicit IncludeIps( List includeIps ) : includeIp_( std::move( includeIps ) ) {}
 
-   const List & includeIp() const noexcept { return includeIps_; }
-
- private:
-   List includeIps_;
+   const List & includeIp() const noexcept { return includeIp_; }
 };
 
 /// A path as links of the topology: what it reserves, and what is checked of a published path.

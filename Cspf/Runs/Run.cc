@@ -8,40 +8,16 @@
 
 #include "Cspf/Runs/Run.h"
 
+#include "Cspf/Runs/RunWords.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
 #include <map>
 #include <set>
-#include <stdexcept>
 
 namespace Cspf {
 
 namespace {
-
-/// A graph's numbers in the words of the topology.
-struct Words {
-   const TopoGraph & topology;
-   const CspfTree & tree;
-
-   std::string node( CspfVertex vertex ) const { return nodeText( topology, vertex ); }
-   std::string cost( CspfVertex vertex ) const { return pathCost( vertex ).stringValue(); }
-   CspfPathCost pathCost( CspfVertex vertex ) const {
-      const CspfCost cost = tree.cost( vertex );
-      return { cost.metric, cost.srlgExclude, cost.srlgInclude };
-   }
-   /// The key of an edge as a last link of its far end.
-   CspfLinkInfoKey linkInfoKey( CspfEdge edge ) const {
-      const CspfGraph & graph = topology.graph();
-      const CspfVertex to = graph.to( edge );
-      if ( graph.kind( edge ) != CspfEdgeKind::networkToRouter ) {
-         return { topology.neighborKey( edge ), NodeId(), pathCost( to ) };
-      }
-      const CspfEdge entry = tree.entryLink( graph, graph.from( edge ) );
-      return { topology.neighborKey( entry ), topology.nodeId( to ), pathCost( to ) };
-   }
-   std::string link( CspfEdge edge ) const { return topology.neighborKey( edge ).stringValue(); }
-};
 
 /// Traces a run. A link that the constraint refuses is told when its near end is made final, one
 /// that lost to another way when its far end is.
@@ -90,6 +66,7 @@ class CspfRunTracer {
       if ( graph.isNetwork( vertex ) ) {
          TRACE9( "adding network " << words_.node( vertex ) << " with cost "
                                    << words_.cost( vertex ) << " to shortestPathForNetwork" );
+         view_.network( view_.topoGraph().networkId( vertex ) );  // tells who is left out
       } else if ( vertex != tree_.source() ) {
          TRACE9( "adding router " << words_.node( vertex ) << " to shortestPath via "
                                   << words_.link( tree_.lastLinks( vertex )[ 0 ] ) );
@@ -146,56 +123,11 @@ class CspfRunTracer {
    const AllTopoDbView & view_;
    const CspfLinkFilter & filter_;
    const CspfTree & tree_;
-   const Words words_;
+   const CspfRunWords words_;
    std::set< CspfVertex > final_;
    std::multimap< CspfVertex, CspfEdge > lost_;  // links to vertices that were to become final
 };
 
-}
-
-std::string
-CspfPathCost::stringValue() const {
-   return std::to_string( metricCost_ ) + "|SE-" + std::to_string( srlgExcludeInfo_ ) + "|SI-"
-          + std::to_string( srlgIncludeInfo_ );
-}
-
-std::strong_ordering
-CspfPathCost::operator<=>( const CspfPathCost & other ) const {
-   return std::tie( srlgExcludeInfo_, srlgIncludeInfo_, metricCost_ )
-          <=> std::tie( other.srlgExcludeInfo_, other.srlgIncludeInfo_, other.metricCost_ );
-}
-
-CspfLinkInfoKey::CspfLinkInfoKey( const AllTopoNeighborKey & link, const NodeId & router,
-                                  const CspfPathCost & pathCost )
-   : allTopoNeighborKey_( link ),
-     routerInNetwork_( router ),
-     cost_( pathCost ) {
-   if ( router && !link.isLan() ) {
-      const auto neighborType = static_cast< unsigned >( link.neighborKey().neighborType() );
-      throw std::invalid_argument( "Link with neighborType " + std::to_string( neighborType )
-                                   + " and routerInNetwork are not compatible" );
-   }
-}
-
-bool
-CspfLinkInfoKey::equalCost( const CspfLinkInfoKey & other ) const {
-   if ( !routerLink() || !other.routerLink() ) {
-      throw std::invalid_argument( "Only router links are comparable" );
-   }
-   return cost_ == other.cost_;
-}
-
-std::strong_ordering
-CspfLinkInfoKey::operator<=>( const CspfLinkInfoKey & other ) const {
-   const auto kind = []( const CspfLinkInfoKey & key ) {
-      return !key.allTopoNeighborKey_.isLan() ? 1 : key.routerInNetwork_ ? 2 : 0;
-   };
-   if ( const auto order = std::tuple( cost_, kind( *this ), routerInNetwork_ )
-                           <=> std::tuple( other.cost_, kind( other ), other.routerInNetwork_ );
-        order != 0 ) {
-      return order;
-   }
-   return allTopoNeighborKey_ <=> other.allTopoNeighborKey_;
 }
 
 void
@@ -241,6 +173,16 @@ CspfRun::doRunCspf( CspfRunMemory & memory ) {
    } else {
       memory.treeRun_.run( graph, memory.filter_, options, tree );
    }
+   const CspfRunWords words{ view_.topoGraph(), tree };
+   const CspfLinkInfoKey sourceNode( {}, {}, words.pathCost( tree.source() ) );
+   LUM_ASSERT( !sourceNode.cost().srlgExcludeInfo() );
+   LUM_ASSERT( !sourceNode.cost().srlgIncludeInfo() );
+}
+
+void
+CspfRunIs( CspfData & cspfData, const Lum::Ptr< const AllTopoDbView > & view ) {
+   CspfRunMemory memory;
+   const CspfRun run( memory, cspfData, view );
 }
 
 /// A destination on several routers belongs to the one that was made final first.
@@ -278,64 +220,6 @@ CspfRun::tellTep( const CspfData::Tep & tep, const std::vector< CspfVertex > & r
                                       << ", ignoring router " << topology.nodeId( other ) );
       }
    }
-}
-
-CspfData::CspfData() = default;
-CspfData::~CspfData() = default;
-
-bool
-CspfData::hasTree() const {
-   return view_ && tree_.graphVersion() == view_->graph().version();
-}
-
-std::size_t
-CspfData::shortestPaths() const {
-   return tree_.reachedVertices().size() - shortestPathForNetworks();
-}
-
-std::size_t
-CspfData::shortestPathForNetworks() const {
-   return static_cast< std::size_t >(
-      std::ranges::count_if( tree_.reachedVertices(), [ this ]( CspfVertex vertex ) {
-         return view_->graph().isNetwork( vertex );
-      } ) );
-}
-
-bool
-CspfData::routerWithTeps() const {
-   return std::ranges::any_of( teps_, []( const Tep & tep ) { return tep.router != noVertex; } );
-}
-
-CspfVertex
-CspfData::routerWithTep( const Kivnet::IpGenAddr & tep ) const {
-   const auto at = std::ranges::lower_bound( teps_, tep, {}, &Tep::tep );
-   return at != teps_.end() && at->tep == tep ? at->router : noVertex;
-}
-
-bool
-CspfData::routerWithTepHas( const Kivnet::IpGenAddr & tep ) const {
-   return routerWithTep( tep ) != noVertex;
-}
-
-bool
-CspfData::shortestPathHas( const NodeId & router ) const {
-   const CspfVertex vertex = view_->topoGraph().vertex( router );
-   return vertex != noVertex && tree_.reached( vertex );
-}
-
-CspfPath
-CspfData::shortestPath( const NodeId & router ) const {
-   const TopoGraph & topology = view_->topoGraph();
-   const CspfGraph & graph = topology.graph();
-   const CspfVertex own = topology.vertex( view_->getOurSourceId() );
-   const Words words{ topology, tree_ };
-   CspfPath path;
-   path.nodeIdIs( router );
-   for ( const CspfEdge edge : tree_.lastLinks( topology.vertex( router ) ) ) {
-      const std::uint32_t interface = tree_.firstHopInterface( graph, edge, own );
-      path.lastLinkIs( { words.linkInfoKey( edge ), Kivnet::IntfId::fromNumber( interface ) } );
-   }
-   return path;
 }
 
 }

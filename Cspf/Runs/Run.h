@@ -40,4 +40,7 @@ class CspfRun {
    const AllTopoDbView & view_;
 };
 
+/// The same run in a memory of its own. Its results stand as long as the data does.
+void CspfRunIs( CspfData & cspfData, const Lum::Ptr< const AllTopoDbView > & view );
+
 }

@@ -105,9 +105,9 @@ class CspfData : public CspfRunInfo {
 
    /// Adds a destination to find. REQUIRES: the run is still to come.
    void tepIs( const Kivnet::IpGenAddr & tep ) { teps_.push_back( { tep, noVertex } ); }
-   /// Whether the run found the destination, and where: on several routers, the one that was made
-   /// final first. O(log destinations). REQUIRES: hasTree().
-   bool routerWithTepHas( const Kivnet::IpGenAddr & tep ) const;
+   /// Whether the destination is one to find. O(destinations).
+   bool tepHas( const Kivnet::IpGenAddr & tep ) const;
+   std::size_t teps() const noexcept { return teps_.size(); }
 
    /// Whether there is a tree and the topology is still the one that it was run on.
    bool hasTree() const;
@@ -115,9 +115,34 @@ class CspfData : public CspfRunInfo {
    const CspfTree & tree() const { return tree_; }
    /// The topology as the run saw it. REQUIRES: a tree is there.
    const AllTopoDbView & view() const { return *view_; }
-   /// REQUIRES: hasTree(); for `shortestPath` that there is one.
-   bool shortestPathHas( const NodeId & router ) const;
+
+   // What it found. REQUIRES: hasTree().
+
+   /// The router with the destination, empty where none was found: of several, the one that was
+   /// made final first. O(log destinations).
+   NodeId routerWithTep( const Kivnet::IpGenAddr & tep ) const;
+   bool routerWithTepHas( const Kivnet::IpGenAddr & tep ) const;
+   std::size_t routerWithTeps() const;
+   /// How a router is reached; without last links where it is not, and at the source.
    CspfPath shortestPath( const NodeId & router ) const;
+   bool shortestPathHas( const NodeId & router ) const;
+   std::size_t shortestPaths() const;
+   /// The same of a LAN; its node is the LAN's vertex.
+   CspfPath shortestPathForNetwork( const AllTopoNetworkId & network ) const;
+   bool shortestPathForNetworkHas( const AllTopoNetworkId & network ) const;
+   std::size_t shortestPathForNetworks() const;
+
+   // What it counts, in the metrics of this run; 0 where there is no such link.
+
+   std::uint32_t getLinkMetric( const AllTopoNeighborKey & link ) const;
+   /// Of the opposite direction; 0 for a link to a LAN.
+   std::uint32_t getReverseLinkMetric( const AllTopoNeighborKey & link ) const;
+   /// From the router to the LAN; the least, where it is on it with several interfaces.
+   std::uint32_t getReverseMetricNetwork( const AllTopoNetworkId & network,
+                                          const NodeId & router ) const;
+   /// Address, and TE router id, of the router at which a path that ends so arrives.
+   Kivnet::IpGenAddr nexthopOnLink( const CspfLinkInfoKey & link ) const;
+   Kivnet::IpGenAddr teRouterIdOfNexthopOnLink( const CspfLinkInfoKey & link ) const;
 
    /// The hops from the source to the destination, and what is known of them: into `result`, which
    /// holds the path's last result; records that stay right are left as they are, the others are
@@ -127,6 +152,13 @@ class CspfData : public CspfRunInfo {
    /// hasTree(), routerWithTepHas( tep ). O(hops), without allocation where nothing changed.
    bool fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
                                 CspfPathResult & result ) const;
+   /// The same into records of the caller's own. `oldPath`: the hops in use; may be null.
+   bool fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep,
+                                const Lum::Ptr< const PathArray > & oldPath,
+                                const Lum::Ptr< PathArray > & path,
+                                const Lum::Ptr< PathSrlg > & pathSrlg,
+                                const Lum::Ptr< PathTeRouterId > & pathTeRouterId,
+                                const Lum::Ptr< IncludeIps > & includeIps ) const;
 
  private:
    friend class CspfRun;
@@ -143,12 +175,9 @@ class CspfData : public CspfRunInfo {
    };
 
    std::size_t tents() const { return tree_.tentative(); }
-   std::size_t shortestPaths() const;
-   std::size_t shortestPathForNetworks() const;
-   bool routerWithTeps() const;
    /// noVertex: not found.
-   CspfVertex routerWithTep( const Kivnet::IpGenAddr & tep ) const;
-   bool shortestPathHas( CspfVertex router ) const { return tree_.reached( router ); }
+   CspfVertex vertexWithTep( const Kivnet::IpGenAddr & tep ) const;
+   CspfPath shortestPathTo( CspfVertex vertex, const NodeId & node ) const;
    void fillAttributes( CspfPathResult & result ) const;
    void fillLinks( CspfPathResult & result ) const;
    bool walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep,

@@ -45,11 +45,10 @@ renew( Lum::Ptr< const Record > & record, const List & ( Record::*list )() const
 bool
 CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
                                   CspfPathResult & result ) const {
-   const auto source = [ this ]() { return tree_.source(); };  // as a number, like the router
    LUM_ASSERT( routerWithTepHas( tep ) );
    LUM_ASSERT( shortestPathHas( routerWithTep( tep ) ) );
-   const CspfVertex router = routerWithTep( tep );
-   const bool toSource = router == source();
+   const CspfVertex router = vertexWithTep( tep );
+   const bool toSource = router == tree_.source();
    if ( !walkBack( router, tep, oldPath ) ) {
       result.clear();
       return false;
@@ -68,6 +67,25 @@ CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPa
    }
    fillAttributes( result );
    return true;
+}
+
+bool
+CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep,
+                                  const Lum::Ptr< const PathArray > & oldPath,
+                                  const Lum::Ptr< PathArray > & path,
+                                  const Lum::Ptr< PathSrlg > & pathSrlg,
+                                  const Lum::Ptr< PathTeRouterId > & pathTeRouterId,
+                                  const Lum::Ptr< IncludeIps > & includeIps ) const {
+   static const PathArray::Hops none;
+   CspfPathResult result;
+   const auto old = [ & ]() { return CspfOldPath{ oldPath ? oldPath->path() : none, none }; };
+   const bool found = fillHopByHopPathForTep( tep, old, result );
+   path->path_ = result.path->path();
+   path->isPathFromSourceToSourceIs( result.path->isPathFromSourceToSource() );
+   pathSrlg->pathSrlg_ = result.pathSrlg->pathSrlg();
+   pathTeRouterId->pathTeRouterId_ = result.pathTeRouterId->pathTeRouterId();
+   includeIps->includeIp_ = result.includeIps->includeIp();
+   return found;
 }
 
 void

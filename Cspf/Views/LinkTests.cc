@@ -34,14 +34,31 @@ verdict( bool allowed ) {
 
 }
 
+NodeId
+AllTopoDbView::ownNode( const TopoId & topoId, const NodeId & nodeId ) const {
+   const TopoGraph & topology = topoGraph();
+   if ( !nodeId || topology.vertex( nodeId ) != noVertex ) {
+      return nodeId;
+   }
+   const auto * map = allTopoDbStatus_->routerIdMapFind( topoId );
+   const IgpRouterId router = nodeId.type() != VertexType::ipAddress ? IgpRouterId( nodeId )
+                              : map ? ( *map )->igpRouterId( nodeId.ipAddress() )
+                                    : IgpRouterId();
+   const CspfVertex vertex = topology.router( topoId, router );
+   return vertex == noVertex ? nodeId : topology.nodeId( vertex );
+}
+
 NeighborAndTepStatus
-AllTopoDbView::neighborAndTepAllowed( const AllTopoNeighborKey & link ) const {
+AllTopoDbView::neighborAndTepAllowed( const AllTopoNeighborKey & named ) const {
+   const AllTopoNeighborKey link = ownKey( named );
    return verdict( allowed( link, link.neighborId() ) );
 }
 
 NeighborAndTepStatus
-AllTopoDbView::neighborAndTepAllowedForTe( const AllTopoNeighborKey & link,
-                                           const NodeId & routerInNetwork ) const {
+AllTopoDbView::neighborAndTepAllowedForTe( const AllTopoNeighborKey & named,
+                                           const NodeId & router ) const {
+   const AllTopoNeighborKey link = ownKey( named );
+   const NodeId routerInNetwork = ownNode( link.topoId(), router );
    const NodeId farEnd = link.isLan() ? routerInNetwork : link.neighborId();
    const bool acrossLan = link.isLan() && routerInNetwork;
    const TopoId & topoId = constraint_.topoId();
@@ -124,7 +141,8 @@ AllTopoDbView::isInterfaceAllowed( const AllTopoNeighborKey & link,
 bool
 AllTopoDbView::isNodeAllowed( const AllTopoNeighborKey & link, const NodeId & nodeId ) const {
    const NodeId & excluded = constraint_.excludeNode().nodeId();
-   const CspfVertex vertex = excluded && nodeId ? topoGraph().vertex( nodeId ) : noVertex;
+   const CspfVertex vertex =
+      excluded && nodeId ? topoGraph().vertex( ownNode( link.topoId(), nodeId ) ) : noVertex;
    if ( vertex == noVertex ) {
       return true;
    }
@@ -201,7 +219,7 @@ AllTopoDbView::bandwidthCheckPassed( const AllTopoNeighborKey & link ) const {
       return true;
    }
    LUM_ASSERT( bwUsageManager() );
-   const BwUsageKey key{ link, constraint_.bwUsageId() };
+   const BwUsageKey key{ ownKey( link ), constraint_.bwUsageId() };
    const bool enough = bwUsageManager()->bandwidthAvailable( key, constraint_.bwSetupPriority() )
                        >= constraint_.bandwidth();
    if ( !enough ) {
@@ -212,7 +230,8 @@ AllTopoDbView::bandwidthCheckPassed( const AllTopoNeighborKey & link ) const {
 
 SrlgExcludeInfo
 AllTopoDbView::srlgExcludeInfo( const AllTopoNeighborKey & link ) const {
-   if ( constraint_.srlgExcludeOnlyLocalLinks() && link.neighborOf() != getOurSourceId() ) {
+   if ( constraint_.srlgExcludeOnlyLocalLinks()
+        && ownKey( link ).neighborOf() != getOurSourceId() ) {
       return 0;
    }
    SrlgExcludeInfo count = 0;

@@ -246,10 +246,10 @@ AllTopoDbView::network( const AllTopoNetworkId & networkId ) const {
    for ( const IgpRouterId & id : record->routerSet() ) {
       const CspfVertex router = topology.router( networkId.topoId(), id );
       if ( router == noVertex ) {
-         TRACE9( "No TE router id for " << id << " in network " << networkId.networkId()
-                                        << " from topoId " << networkId.topoId() );
+         TRACE9( " No TE router id for " << id << " in network " << networkId.networkId()
+                                         << " from topoId " << networkId.topoId() );
       } else if ( !reaches( graph(), vertex, router ) ) {
-         TRACE9( "No neighbor object found for " << id << ", skipping this router" );
+         TRACE9( " No neighbor object found for " << id << ", skipping this router" );
       } else {
          network.routerIs( topology.nodeId( router ) );
       }
@@ -298,7 +298,7 @@ AllTopoDbView::nexthopOnLanLink( const AllTopoNeighborKey & link, const NodeId &
 CspfEdge
 AllTopoDbView::stepFromLan( const AllTopoNeighborKey & link, const NodeId & router ) const {
    const CspfVertex network = topoGraph().vertex( link.allTopoNetworkId() );
-   const CspfVertex to = topoGraph().vertex( router );
+   const CspfVertex to = topoGraph().vertex( ownNode( link.topoId(), router ) );
    CspfEdge first = noEdge;
    if ( network != noVertex && to != noVertex ) {
       for ( const std::uint32_t e : graph().in( to ) ) {

@@ -94,7 +94,8 @@ class AllTopoDbView : public Lum::Entity {
    /// The node that this type of computation starts from in this VRF.
    NodeId getOurSourceId() const;
 
-   // The tests of a link, in the order in which they are made.
+   // The tests of a link, in the order in which they are made. A link or node that is named as the
+   // other kind of view names it means the same one.
 
    /// Whether the constraint lets paths use the link.
    NeighborAndTepStatus neighborAndTepAllowed( const AllTopoNeighborKey & link ) const;
@@ -131,9 +132,13 @@ class AllTopoDbView : public Lum::Entity {
 
  protected:
    virtual CspfOverloadRule overloadRule() const = 0;
+   /// The link as this view names it.
+   virtual AllTopoNeighborKey ownKey( const AllTopoNeighborKey & link ) const = 0;
 
  private:
    void excludeInterface( CspfLinkConstraint & numbers ) const;
+   /// The router of that topology as this view names it; as it is given where the view has none.
+   NodeId ownNode( const TopoId & topoId, const NodeId & nodeId ) const;
    void excludeEdges( CspfLinkConstraint & numbers ) const;
    void addOwnReservations( CspfLinkConstraint & numbers ) const;
    std::vector< CspfVertex > excludedVertices() const;
@@ -169,6 +174,9 @@ class AllTopoTeDbView : public AllTopoDbView {
 
  protected:
    CspfOverloadRule overloadRule() const override { return CspfOverloadRule::avoid; }
+   AllTopoNeighborKey ownKey( const AllTopoNeighborKey & link ) const override {
+      return allTopoDbStatus()->allTopoNeighborKey( link.topoId(), link.neighborKey() );
+   }
 };
 
 /// Nodes are IGP vertices: the IGP's graph as it is. An overloaded router may be reached, not
@@ -196,6 +204,9 @@ class AllTopoLfaDbView : public AllTopoDbView {
 
  protected:
    CspfOverloadRule overloadRule() const override { return CspfOverloadRule::mayEnd; }
+   AllTopoNeighborKey ownKey( const AllTopoNeighborKey & link ) const override {
+      return { link.topoId(), link.neighborKey(), {}, {} };
+   }
 
  private:
    const std::shared_ptr< TopoGraph > graph_;
