@@ -17,7 +17,7 @@ using Service::Json;
 
 namespace {
 
-constexpr const char * client = "planner";
+constexpr const char * planner = "planner";
 const std::string configs = "te/cspf/config/vrf/default/ipv4/";
 const std::string statuses = "te/cspf/status/vrf/default/ipv4/";
 
@@ -69,7 +69,7 @@ class Chain {
  public:
    Chain( const RouterNetwork & network, const std::string & igp );
 
-   Json published( const std::string & name = client ) {
+   Json published( const std::string & name = planner ) {
       return state_.call( "get", { { "path", statuses + name } } )[ "value" ];
    }
    Json table() { return state_.call( "get", { { "path", tablePath_ } } )[ "value" ]; }
@@ -99,7 +99,7 @@ Chain::Chain( const RouterNetwork & network, const std::string & igp )
    patch( "te/config", { { "enabled", true }, { "routerId", "10.0.0.1" } } );
    const Json served = { { "vrf", { { "default", true } } },
                          { "addressFamily", { { "ipv4", true } } } };
-   for ( const char * name : { client, "tilfa" } ) {
+   for ( const char * name : { planner, "tilfa" } ) {
       patch( "te/cspf/client",
              { { "entity", { { name, { { "type", "Cspf::Client" }, { "value", served } } } } } } );
    }
@@ -107,7 +107,7 @@ Chain::Chain( const RouterNetwork & network, const std::string & igp )
    for ( int n = 2; n <= 6; ++n ) {
       paths[ "10.0.0." + std::to_string( n ) + "#1" ] = Json::object();
    }
-   patch( configs + client, { { "pathConfig", paths } } );
+   patch( configs + planner, { { "pathConfig", paths } } );
 }
 
 /// `last`: what the routers add for the loopback itself.

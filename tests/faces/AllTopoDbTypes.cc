@@ -1,7 +1,32 @@
 #include "Cspf/AllTopoDbTypes.h"
 
-static_assert( ( sizeof( Cspf::AllTopoDb ) > 0 && sizeof( Cspf::AllTopoDbDir ) > 0
-                 && sizeof( Cspf::AllTopoDbSm ) > 0 && sizeof( Cspf::AllTopoDbStatus ) > 0
-                 && sizeof( Cspf::AllTopoDbView ) > 0 && sizeof( Cspf::AllTopoLfaDbView ) > 0
-                 && sizeof( Cspf::AllTopoTeDbView ) > 0 && sizeof( Cspf::RouterIdMap ) > 0
-                 && sizeof( Cspf::TopoDbSm ) > 0 && sizeof( Cspf::NeighborAndTepStatus ) > 0 ) );
+#include <gtest/gtest.h>
+
+using namespace Cspf;
+
+TEST( Faces, AllTopoDbTypes ) {
+   const auto tables = Lum::make< AllTopoDb >();
+   AllTopoDbDir().allTopoDbCollIs( L3::VrfName( "default" ), tables );
+   const auto sources = Lum::make< VrfSourceId >( L3::VrfName( "default" ) );
+   const auto status = Lum::make< AllTopoDbStatus >( sources, nullptr );
+   EXPECT_FALSE( status->teRouterIdPresent( {} ) );
+   EXPECT_FALSE( status->intfIpToNeighborTable()->intfIpToNeighborHas( {} ) );
+   EXPECT_EQ( status->bwUsageChangedAt( {} ), status->topoChangedAt() );
+   const auto topoDb = Lum::make< Routing::Topology::TopoDb >();
+   tables->topoDbIs( TopoId::isisL2(), topoDb );
+   const auto import = Lum::make< AllTopoDbSm >( tables, status );
+   EXPECT_TRUE( import->topoDbSm( TopoId::isisL2() ) );
+   EXPECT_FALSE( status->routerIdMap( TopoId::isisL2() )->duplicateRoutersHas( {} ) );
+   EXPECT_EQ( status->pfxOriginatorInfoTable( TopoId::isisL2() )->pfxOriginatorInfos(), 0u );
+   const auto te = Lum::make< AllTopoTeDbView >( tables, status, InternalPathConstraint() );
+   const auto lfa = Lum::make< AllTopoLfaDbView >( tables, status, InternalPathConstraint() );
+   EXPECT_EQ( te->spfRoot(), te->getOurSourceId() );
+   EXPECT_FALSE( lfa->p2pNeighborOnLink( {}, {} ) );
+   EXPECT_TRUE( te->neighborAndTepAllowed( {} ).neighborAllowed() );
+   EXPECT_FALSE( te->neighborAndTepAllowedForTe( {} ).tepAllowed() );
+   EXPECT_EQ( te->srlgExcludeInfo( {} ) + te->srlgIncludeInfo( {} ), 0u );
+   EXPECT_FALSE( te->router( {} ).nodeId() || te->network( {} ).allTopoNetworkId() );
+   EXPECT_EQ( te->getReverseLinkMetric( {}, true ), 0u );
+   tables->topoDbDel( TopoId::isisL2() );
+   EXPECT_FALSE( import->topoDbSmHas( TopoId::isisL2() ) );
+}

@@ -1,4 +1,19 @@
 #include "Cspf/CspfBwUsageManager.h"
 
-static_assert( ( sizeof( Cspf::BwUsageManager ) > 0 && sizeof( Cspf::BwUsageDeduped ) > 0
-                 && sizeof( Cspf::BwUsageDedupTable ) > 0 && sizeof( Cspf::PathUsageSm ) > 0 ) );
+#include <gtest/gtest.h>
+
+using namespace Cspf;
+
+TEST( Faces, CspfBwUsageManager ) {
+   const auto table = Lum::make< BwUsageTable >();
+   const auto manager = Lum::make< BwUsageManager >( Lum::make< AllTopoDb >(), table );
+   EXPECT_EQ( manager->localIdAllocatorConfig()->range().last(), 300'000u );
+   EXPECT_EQ( manager->localIdAllocator()->getNumber(), 1u );
+   EXPECT_EQ( manager->localIdAllocatorStatus()->inUse(), 1u );
+   const BwUsageKey key{ {}, { "rsvp", 7, 0 } };
+   const auto held = manager->updateReservedBandwidth( key, BwPriority( 3 ), 20 );
+   EXPECT_EQ( manager->bwUsageDedupTable()->dedup( key, BwPriority( 3 ), 20 ), held );
+   EXPECT_EQ( manager->bwUsageTable()->bandwidthUsage( key )->maxReservedBandwidth( 7 ), 20u );
+   EXPECT_EQ( manager->bandwidthAvailable( key, 3 ), 0u );
+   EXPECT_GT( sizeof( PathUsageSm ), 0u );
+}

@@ -1,6 +1,33 @@
 #include "Cspf/CspfImpl.h"
 
-static_assert( ( sizeof( Cspf::CspfRun ) > 0 && sizeof( Cspf::CspfData ) > 0
-                 && sizeof( Cspf::LfaCspfData ) > 0 && sizeof( Cspf::CspfPath ) > 0
-                 && sizeof( Cspf::CspfPathCost ) > 0 && sizeof( Cspf::CspfLinkInfo ) > 0
-                 && sizeof( Cspf::CspfLinkInfoKey ) > 0 ) );
+#include <gtest/gtest.h>
+
+using namespace Cspf;
+
+TEST( Faces, CspfImpl ) {
+   const CspfPathCost cost{ 30, 1, 2 };
+   EXPECT_LT( ( CspfPathCost{ 40, 1, 1 } ), cost );
+   EXPECT_EQ( cost.stringValue(), "30|SE-1|SI-2" );
+   const std::string text = "Value('Cspf::CspfPathCost', ** {'metricCost': 30, "
+                            "'srlgExcludeInfo': 1, 'srlgIncludeInfo': 2})";
+   EXPECT_EQ( Lum::valueString( cost ), text );
+   const CspfLinkInfoKey key( {}, {}, cost );
+   EXPECT_NE( Lum::valueString( key ).find( "'cost': " + text + "})" ), std::string::npos );
+   EXPECT_TRUE( key.routerLink() && key.equalCost( key ) );
+   const CspfLinkInfo link{ key, {} };
+   EXPECT_EQ( link.cost(), cost );
+   EXPECT_EQ( link.allTopoNeighborKey(), key.allTopoNeighborKey() );
+   EXPECT_EQ( link.routerInNetwork(), NodeId() );
+   CspfPath path;
+   path.lastLinkIs( link );
+   EXPECT_EQ( path.metricCost(), 30u );
+   EXPECT_EQ( path.pathCost(), cost );
+   EXPECT_NE( Lum::hashOf( path ), Lum::hashOf( CspfPath() ) );
+   EXPECT_NE( Lum::hashOf( link ), Lum::hashOf( CspfLinkInfo() ) );
+   try {
+      CspfPath( "text" );
+      FAIL();
+   } catch ( const std::invalid_argument & error ) {
+      EXPECT_STREQ( error.what(), "No String constructor for CspfPath - has collection" );
+   }
+}

@@ -1,5 +1,18 @@
 #include "Cspf/CspfRoot.h"
 
-static_assert( ( sizeof( Cspf::CspfRoot ) > 0 && sizeof( Cspf::AllClientInfo ) > 0
-                 && sizeof( Cspf::ClientData ) > 0 && sizeof( Cspf::DedupVrfHandle ) > 0
-                 && sizeof( Cspf::CspfActiveVrfsDedupTable ) > 0 ) );
+#include <gtest/gtest.h>
+
+using namespace Cspf;
+
+TEST( Faces, CspfRoot ) {
+   const L3::VrfName vrf( "default" );
+   const auto info = Lum::make< AllClientInfo >();
+   const auto handle = info->activeVrfsDedupTable()->dedupFromVrfName( vrf );
+   EXPECT_EQ( info->activeVrfsDedupTable()->dedup( dedupVrfHandleFactory( vrf ) ), handle );
+   EXPECT_EQ( handle->vrfName(), vrf );
+   EXPECT_FALSE( info->pathConfigInfoTable( vrf ) || info->pathStatusInfoTable( vrf )
+                 || info->clientData( vrf ) || info->vrfSourceId( vrf ) );
+   info->clientDataIs( vrf, Lum::make< ClientData >() );
+   info->clientDataDel( vrf );
+   EXPECT_GT( sizeof( CspfRoot ) + sizeof( CspfActiveVrfsNotifiee ), 0u );
+}

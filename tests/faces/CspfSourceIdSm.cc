@@ -1,5 +1,21 @@
 #include "Cspf/CspfSourceIdSm.h"
 
-static_assert( ( sizeof( Cspf::CspfSourceIdSm ) > 0 && sizeof( Cspf::TeConfigDir ) > 0
-                 && sizeof( Cspf::TeVrfConfig ) > 0 && sizeof( Cspf::VrfSourceId ) > 0
-                 && sizeof( Cspf::VrfClientSourceId ) > 0 ) );
+#include <gtest/gtest.h>
+
+using namespace Cspf;
+
+TEST( Faces, CspfSourceIdSm ) {
+   const L3::VrfName vrf( "default" );
+   const auto directory = teConfigDirFactory();
+   const auto config = Lum::make< TeRouterIdConfig >();
+   const auto v4 = Lum::make< AllClientInfo >();
+   const auto v6 = Lum::make< AllClientInfo >();
+   const auto sources =
+      Lum::make< CspfSourceIdSm >( Lum::make< Lum::Dir >(), directory, config, v4, v6 );
+   directory->teVrfConfigIs( vrf )->clientsEnabledIs( "rsvp", true );
+   config->routerIdIs( *Kivnet::IpAddr::parse( "10.0.0.1" ) );
+   EXPECT_TRUE( v4->vrfSourceIdIs( vrf )->vrfClientSourceId( cspf() ).sourceId() );
+   sources->deleteSourceId( vrf, Kivnet::AddressFamily::ipv4, cspf() );
+   EXPECT_FALSE( v4->vrfSourceIdHas( vrf ) || v6->vrfSourceIdHas( vrf ) );
+   sources->doPrepareToDie();
+}

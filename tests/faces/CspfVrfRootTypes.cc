@@ -1,13 +1,41 @@
 #include "Cspf/CspfVrfRootTypes.h"
 
-static_assert( ( sizeof( Cspf::PathInfoKey ) > 0 && sizeof( Cspf::PathConfigInfo ) > 0
-                 && sizeof( Cspf::PathStatusInfo ) > 0 && sizeof( Cspf::PathStatusCache ) > 0
-                 && sizeof( Cspf::PathArray ) > 0 && sizeof( Cspf::PathSrlg ) > 0
-                 && sizeof( Cspf::PathTeRouterId ) > 0 && sizeof( Cspf::IncludeIps ) > 0
-                 && sizeof( Cspf::ConstraintInfo ) > 0 && sizeof( Cspf::ConstraintStats ) > 0
-                 && sizeof( Cspf::PathAsTopoDbLinks ) > 0 && sizeof( Cspf::PathBwUsage ) > 0
-                 && sizeof( Cspf::PathConfigInfoTable ) > 0
-                 && sizeof( Cspf::PathStatusInfoTable ) > 0
-                 && sizeof( Cspf::PathStatusCacheTable ) > 0
-                 && sizeof( Cspf::ConstraintInfoTable ) > 0
-                 && sizeof( Cspf::ConstraintStatsTable ) > 0 ) );
+#include <gtest/gtest.h>
+
+using namespace Cspf;
+
+TEST( Faces, CspfVrfRootTypes ) {
+   const PathInfoKey key;
+   PathConfigInfoTable configs;
+   configs.pathConfigInfoIs( key )->configChangeCountInc();
+   configs.pathConfigInfoIs( key )->derivedConfigChangeCountInc();
+   EXPECT_EQ( configs.pathConfigInfo( key )->configChangeCount(), 1u );
+   configs.pathConfigInfo( key )->childPathIs( 0, key );
+   PathStatusInfoTable statuses;
+   statuses.pathStatusInfoIs( key )->refreshReasonIs( refreshReasonExplicit );
+   PathStatusCacheTable caches;
+   const auto cache = caches.pathStatusCacheIs( key );
+   EXPECT_EQ( caches.pathStatusCacheIs( key ), cache );
+   caches.pathStatusCacheDel( key );
+   EXPECT_FALSE( caches.pathStatusCacheHas( key ) );
+
+   const Kivnet::IpGenAddr address( *Kivnet::IpAddr::parse( "10.0.0.1" ) );
+   PathArray path;
+   path.pathIs( 0, address );
+   EXPECT_EQ( path.path( 0 ), address );
+   EXPECT_EQ( path.hopCount(), 1u );
+   PathTeRouterId routers;
+   routers.pathTeRouterIdIs( 0, address );
+   EXPECT_EQ( routers.pathTeRouterId( 0 ), address );
+   PathSrlg srlgs;
+   srlgs.pathSrlgIs( 0, {} );
+   IncludeIps includeIps;
+   includeIps.includeIpIs( 0, { address, address } );
+   EXPECT_EQ( includeIps.includeIp( 0 ).teRouterId(), address );
+   PathAsTopoDbLinks links;
+   links.pathIs( 0, {} );
+   links.routerInNetworkForHopIs( 0, address );
+   links.pathDelAll();
+   links.routerInNetworkForHopDelAll();
+   PathBwUsage().bwUsageDelAll();
+}
