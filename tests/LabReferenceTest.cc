@@ -37,7 +37,7 @@ expectNamed( const std::set< std::string > & keys, std::size_t least ) {
    const std::string reference = contentOf( CSPF_SOURCE_DIR "/docs/lab.md" );
    EXPECT_GE( keys.size(), least );
    for ( const std::string & key : keys ) {
-      EXPECT_NE( reference.find( "`" + key + "`" ), reference.npos ) << key;
+      EXPECT_TRUE( reference.find( "`" + key + "`" ) != reference.npos ) << key << " is missing";
    }
 }
 
