@@ -12,7 +12,7 @@
 namespace {
 
 std::string
-contentOf( const std::filesystem::path & file ) {
+sourceText( const std::filesystem::path & file ) {
    std::ifstream in( file );
    return { std::istreambuf_iterator< char >( in ), {} };
 }
@@ -24,7 +24,7 @@ keysIn( const std::string & suffix, const std::regex & pattern ) {
    const std::filesystem::path sources = CSPF_SOURCE_DIR "/tools/lab";
    for ( const auto & entry : std::filesystem::directory_iterator( sources ) ) {
       const std::string name = entry.path().filename();
-      const std::string text = name.ends_with( suffix ) ? contentOf( entry.path() ) : "";
+      const std::string text = name.ends_with( suffix ) ? sourceText( entry.path() ) : "";
       for ( std::sregex_iterator at( text.begin(), text.end(), pattern ), end; at != end; ++at ) {
          keys.insert( ( *at )[ 1 ] );
       }
@@ -34,7 +34,7 @@ keysIn( const std::string & suffix, const std::regex & pattern ) {
 
 void
 expectNamed( const std::set< std::string > & keys, std::size_t least ) {
-   const std::string reference = contentOf( CSPF_SOURCE_DIR "/docs/lab.md" );
+   const std::string reference = sourceText( CSPF_SOURCE_DIR "/docs/lab.md" );
    EXPECT_GE( keys.size(), least );
    for ( const std::string & key : keys ) {
       EXPECT_TRUE( reference.find( "`" + key + "`" ) != reference.npos ) << key << " is missing";
