@@ -126,11 +126,7 @@ RsvpPathStitchSm::publish( PathStitcher & stitcher ) {
       fail( "The path has more than " + std::to_string( HopIndex::max + 1 ) + " hops" );
       return;
    }
-   pathStatusCache_->pathIs( result->path );
-   pathStatusCache_->pathSrlgIs( result->pathSrlg );
-   pathStatusCache_->pathTeRouterIdIs( result->pathTeRouterId );
-   pathStatusCache_->includeIpsIs( result->includeIps );
-   pathStatusCache_->pathAsTopoDbLinksIs( result->pathAsTopoDbLinks );
+   pathStatusCache_->resultIs( *result );
    pathStatusCache_->stage2LastRanAtIs( Lum::now() );
    const auto alive = keptAlive();  // whoever reads what is published may withdraw the path
    const bool fresh = childPathTables_.cspfDataFresh( pathStatusInfo_->pathInfoKey() );

@@ -47,6 +47,20 @@ PathStatusInfo::refreshIs( RefreshReason reason, double since ) {
    refreshNeededIs( true );
 }
 
+CspfPathResult
+PathStatusCache::result() const {
+   return { path(), pathSrlg(), pathTeRouterId(), includeIps(), pathAsTopoDbLinks() };
+}
+
+void
+PathStatusCache::resultIs( const CspfPathResult & result ) {
+   pathIs( result.path );
+   pathSrlgIs( result.pathSrlg );
+   pathTeRouterIdIs( result.pathTeRouterId );
+   includeIpsIs( result.includeIps );
+   pathAsTopoDbLinksIs( result.pathAsTopoDbLinks );
+}
+
 std::string
 PathInfoKey::traceString() const {
    return "PathInfoKey=<client=" + clientName_ + pathKeyText( ", pathKey=<", pathKey_ )

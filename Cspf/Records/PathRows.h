@@ -131,6 +131,9 @@ class PathStatusCache : public Lum::Entity {
    LUM_COUNTER( refreshedStage2Count );
    LUM_ATTRIBUTE( stage2LastRanAt, double );  ///< seconds
 
+   /// The answer as one value.
+   CspfPathResult result() const;
+   void resultIs( const CspfPathResult & result );
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
 

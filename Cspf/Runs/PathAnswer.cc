@@ -33,21 +33,6 @@ oldPath( const PathStatusInfo & path, const PathStatusCache & cache, const NodeI
    return { published.pathList(), published.pathTeRouterIdList() };
 }
 
-void
-resultIs( PathStatusCache & cache, const CspfPathResult & result ) {
-   cache.pathIs( result.path );
-   cache.pathSrlgIs( result.pathSrlg );
-   cache.pathTeRouterIdIs( result.pathTeRouterId );
-   cache.includeIpsIs( result.includeIps );
-   cache.pathAsTopoDbLinksIs( result.pathAsTopoDbLinks );
-}
-
-CspfPathResult
-result( const PathStatusCache & cache ) {
-   return { cache.path(), cache.pathSrlg(), cache.pathTeRouterId(), cache.includeIps(),
-            cache.pathAsTopoDbLinks() };
-}
-
 }
 
 std::string
@@ -59,20 +44,20 @@ fillPathStatusCache( const PathStatusInfo & path, const CspfData & cspfData,
       TRACE9( "no path found for tep " << key.pathKey().dst() );
       return noPath( cache, "no path found for tep " + key.pathKey().dst().stringValue() );
    }
-   CspfPathResult answer = result( cache );
+   CspfPathResult answer = cache.result();
    const auto old = [ & ]() { return oldPath( path, cache, cspfData.view().getOurSourceId() ); };
    if ( !cspfData.fillHopByHopPathForTep( tep, old, answer ) ) {
       return noPath( cache, "path to tep " + tep.stringValue() + " has too many hops" );
    }
-   resultIs( cache, answer );
+   cache.resultIs( answer );
    return {};
 }
 
 std::string
 noPath( PathStatusCache & cache, std::string reason ) {
-   CspfPathResult none = result( cache );
+   CspfPathResult none = cache.result();
    none.clear();
-   resultIs( cache, none );
+   cache.resultIs( none );
    return reason;
 }
 
