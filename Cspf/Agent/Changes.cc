@@ -33,7 +33,7 @@ VrfRootSm::updateTopoInfoChangedAtOf( const DedupConstraint & dedupConstraint ) 
 void
 VrfRootSm::updateConstraintTopoChanged() {
    TRACE7( "Scheduling constraintTopoInfoUpdaterTask" );
-   constraintTopoInfoUpdaterTask_->schedule();
+   constraintTopoInfoUpdaterTask_.schedule();
 }
 
 void

@@ -100,22 +100,30 @@ void
 VrfRoot::doPrepareToDie() {
    constraintInfoSmDelAll();
    constraintStatusSmDelAll();
+   const auto paths = Lum::sortedKeys( pathStatusInfoTable()->pathStatusInfoColl() );
    pathStatusInfoTable()->pathStatusInfoDelAll();
    pathConfigInfoTable()->pathConfigInfoDelAll();
-   pathConfigInfoSmDelAll();
-   pathStatusInfoSmDelAll();
-   pathStatusUpdateSmDelAll();
-   pathRefreshSmDelAll();
-   rsvpPathStitchSmDelAll();
-   pathStatusCacheTable()->pathStatusCacheDelAll();
-   pqComputeSmDelAll();
-   pathUsageSmDelAll();
+   for ( const PathInfoKey & key : paths ) {
+      pathDel( key );
+   }
    childPathStatusCacheSmDel();
    repairScopeDel();
    prefixWatchDel();
    teIntfStatusSmDel();
    dedupPqInfoTableDel();
    handleDestruction();
+}
+
+void
+VrfRoot::pathDel( const PathInfoKey & key ) {
+   pathConfigInfoSmDel( key );
+   pathStatusInfoSmDel( key );
+   pathStatusUpdateSmDel( key );
+   pathRefreshSmDel( key );
+   rsvpPathStitchSmDel( key );
+   pathStatusCacheTable()->pathStatusCacheDel( key );
+   pqComputeSmDel( key );
+   pathUsageSmDel( key );
 }
 
 void

@@ -144,6 +144,8 @@ class VrfRoot : public Lum::Entity {
    /// Ends all state machines, then leaves the topology and the published tables.
    void doPrepareToDie();
    void handleDestruction();
+   /// Ends all of one path but its rows of configuration and status, whose end brings this about.
+   void pathDel( const PathInfoKey & key );
    void doMountTopoDb();
    /// Puts the router's own table of that level into the store, where no other one is.
    void doRegisterTopoDb( const TopoId & topoId );

@@ -45,16 +45,16 @@ VrfRootSm::VrfRootSm( const L3::VrfName & vrf, const Lum::Ptr< VrfRoot > & vrfRo
                       const Lum::Ptr< const VrfSourceId > & vrfSourceId )
    : vrf_( vrf ),
      vrfRoot_( vrfRoot ),
-     vrfSourceId_( vrfSourceId ) {}
+     vrfSourceId_( vrfSourceId ),
+     constraintTopoInfoUpdaterTask_( *this, vrfRoot->taskScheduler(),
+                                     "constraintTopoInfoUpdaterTask-" + vrf.stringValue(),
+                                     [ this ]() { handleConstraintTopoInfoUpdaterTask(); } ) {}
 
 VrfRootSm::~VrfRootSm() = default;
 
 void
 VrfRootSm::handleInitialized() {
    LUM_ASSERT( vrfRoot_->initialized() );
-   constraintTopoInfoUpdaterTask_ = std::make_unique< Kiv::Task >(
-      vrfRoot_->taskScheduler(), "constraintTopoInfoUpdaterTask-" + vrf_.stringValue(),
-      [ this ]() { handleConstraintTopoInfoUpdaterTask(); } );
    parentPathHelper_ = Lum::make< const ParentPathHelper >( vrfRoot_->pathConfigInfoTable(),
                                                             vrfRoot_->pathStatusInfoTable(),
                                                             vrfRoot_->pathStatusCacheTable() );
@@ -69,7 +69,6 @@ VrfRootSm::handleInitialized() {
 void
 VrfRootSm::doPrepareToDie() {
    pathStatusInfoDelAll();
-   constraintTopoInfoUpdaterTask_ = nullptr;
 }
 
 void
@@ -215,16 +214,7 @@ VrfRootSm::newPathStatusCache( const PathInfoKey & key, const Status & cspfStatu
 
 void
 VrfRootSm::doCleanupPathSms( const PathInfoKey & key ) {
-   vrfRoot_->pathConfigInfoSmDel( key );
-   vrfRoot_->pathStatusInfoSmDel( key );
-   vrfRoot_->pathStatusUpdateSmDel( key );
-   vrfRoot_->pathRefreshSmDel( key );
-   vrfRoot_->rsvpPathStitchSmDel( key );
-   vrfRoot_->pathStatusCacheTable()->pathStatusCacheDel( key );
-   if ( isTilfa( key ) ) {
-      deletePqComputeSm( key );
-   }
-   vrfRoot_->pathUsageSmDel( key );
+   vrfRoot_->pathDel( key );
    pathStatusInfoDel( key );
 }
 

@@ -80,7 +80,7 @@ class VrfRootSm : public Lum::Reactor {
    const Lum::Ptr< VrfRoot > vrfRoot_;
    const Lum::Ptr< const VrfSourceId > vrfSourceId_;
    Lum::Ptr< const ParentPathHelper > parentPathHelper_;
-   std::unique_ptr< Kiv::Task > constraintTopoInfoUpdaterTask_;
+   Kiv::Task constraintTopoInfoUpdaterTask_;
    Lum::Map< BwUsageId, std::set< ConstraintHandle > > constraintsOfUser_;  // oldest first
 };
 

@@ -47,7 +47,7 @@ RsvpPathRefreshSm::RsvpPathRefreshSm( const PathInUseContext & context,
      pathStatusCache_( pathStatusCache ),
      pathUsageSm_( pathUsageSm ),
      pathStatusUpdator_( *pathStatusInfo, *pathStatusInfo->cspfStatus() ),
-     pathValidationTask_( context.taskScheduler,
+     pathValidationTask_( *this, context.taskScheduler,
                           "RsvpPathValidationTask-"
                              + Lum::valueString( pathStatusInfo->pathInfoKey().pathKey() ),
                           [ this ]() { doPathValidation(); } ) {}

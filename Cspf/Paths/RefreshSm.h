@@ -64,7 +64,6 @@ class RsvpPathRefreshSm : public PathRefreshSm {
                       const Lum::Ptr< PathUsageSm > & pathUsageSm );
    ~RsvpPathRefreshSm() override;
 
-   void doPrepareToDie() override { pathValidationTask_.unschedule(); }
    void handleTopoChanged() override;
    void doPathValidation();
    /// Marks the children, then the path, so that the path finds its children waiting.

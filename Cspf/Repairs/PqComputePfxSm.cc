@@ -16,7 +16,8 @@ PqComputePfxSm::PqComputePfxSm( const RepairContext & context, const PathInfoKey
    : PqComputeSm( context, pathInfoKey ),
      prefix_( destination().ipPrefix() ? destination().ipPrefix()
                                        : Kivnet::IpGenPrefix::host( destination().ipAddress() ) ),
-     pqComputePrcTask_( context.taskScheduler, "pqComputePrcTask-" + pathInfoKey.traceString(),
+     pqComputePrcTask_( *this, context.taskScheduler,
+                        "pqComputePrcTask-" + pathInfoKey.traceString(),
                         [ this ]() { handlePqComputePrcTask(); } ) {}
 
 std::vector< OriginatorInfo >
@@ -45,8 +46,6 @@ PqComputePfxSm::handleInitialized() {
 void
 PqComputePfxSm::doPrepareToDie() {
    context().prefixWatch->listenerDel( prefix_, *this );
-   pqComputePrcTask_.unschedule();
-   PqComputeSm::doPrepareToDie();
 }
 
 void

@@ -44,7 +44,7 @@ PqComputeSm::PqComputeSm( const RepairContext & context, const PathInfoKey & pat
    : context_( context ),
      pathInfoKey_( pathInfoKey ),
      pathStatusInfo_( context.pathStatusInfoTable->pathStatusInfo( pathInfoKey ) ),
-     pqComputeTask_( context.taskScheduler, "pqComputeTask-" + pathInfoKey.traceString(),
+     pqComputeTask_( *this, context.taskScheduler, "pqComputeTask-" + pathInfoKey.traceString(),
                      [ this ]() { handlePqComputeTask(); } ) {}
 
 void
@@ -56,11 +56,6 @@ PqComputeSm::handleInitialized() {
    bindCaches();
    adoptPublished();
    handleCspfData();
-}
-
-void
-PqComputeSm::doPrepareToDie() {
-   pqComputeTask_.unschedule();
 }
 
 Lum::Ptr< PathStatusCache >

@@ -62,7 +62,6 @@ class PqComputeSm : public Lum::Reactor {
    PqComputeSm( const RepairContext & context, const PathInfoKey & pathInfoKey );
 
    void handleInitialized() override;
-   void doPrepareToDie() override;
    /// A run has a new result, or the path's second stage is asked for.
    virtual void handleCspfData();
    virtual void handlePqComputeTask();

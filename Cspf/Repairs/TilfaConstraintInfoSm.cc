@@ -189,13 +189,7 @@ TilfaConstraintInfoSm::updatePath( const PathInfoKey & key,
       return;
    }
    cache->cspfDataIs( cspfData );
-   if ( path->refreshNeeded() ) {
-      cache->refreshedStage1CountInc();
-   }
-   if ( path->updatePathPending() && key.internal() ) {
-      cache->stage2LastRanAtIs( Lum::now() );
-      cache->refreshedStage2CountInc();
-   }
+   tellPath( *path, *cache, key.internal() );
 }
 
 }

@@ -35,7 +35,7 @@ ConstraintInfoSmBase::ConstraintInfoSmBase( const Lum::Ptr< ConstraintInfo > & c
      constraintStats_( constraintStats ),
      view_( view ),
      context_( context ),
-     timerTask_( context.taskScheduler,
+     timerTask_( *this, context.taskScheduler,
                  "constraintTimerTask-" + Lum::valueString( constraintInfo->constraint().serial() ),
                  [ this ]() { expire(); } ) {}
 
@@ -372,15 +372,16 @@ ConstraintInfoSm::updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData 
       }
       setError( *path, error );
    }
-   tellPath( *path, *cache );
+   tellPath( *path, *cache, !stitched( pathConstraint() ) );
 }
 
+/// Stage 2 is asked only after stage 1 was told: hearing of it is what makes an update pending.
 void
-ConstraintInfoSm::tellPath( const PathStatusInfo & path, PathStatusCache & cache ) {
+ConstraintInfoSmBase::tellPath( const PathStatusInfo & path, PathStatusCache & cache, bool whole ) {
    if ( path.refreshNeeded() ) {
       cache.refreshedStage1CountInc();
    }
-   if ( path.updatePathPending() && !stitched( pathConstraint() ) ) {
+   if ( whole && path.updatePathPending() ) {
       cache.stage2LastRanAtIs( Lum::now() );
       cache.refreshedStage2CountInc();
    }

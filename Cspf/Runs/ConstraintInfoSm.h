@@ -84,6 +84,8 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    Lum::Ptr< PathStatusCache > pathStatusCache( const PathInfoKey & key ) const;
    Lum::Ptr< const PathStatusInfo > pathStatusInfo( const PathInfoKey & key ) const;
    const ConstraintSmContext & context() const noexcept { return context_; }
+   /// The first stage of a path has its result; of one whose `whole` answer it is, the second, too.
+   static void tellPath( const PathStatusInfo & path, PathStatusCache & cache, bool whole );
    /// As traces name the constraint.
    std::string constraintText() const;
 
@@ -122,7 +124,6 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
    std::vector< PathInfoKey > pathsToAnswer( const NodeId & source );
    void computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths );
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
-   void tellPath( const PathStatusInfo & path, PathStatusCache & cache );
 
    NodeId answeredFrom_;  // all paths, at the last run; unset: they were not
 };

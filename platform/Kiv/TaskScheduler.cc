@@ -51,6 +51,9 @@ Task::leave() {
 void
 Task::run() {
    leave();
+   if ( machine_ && machine_->isRetired() ) {
+      return;
+   }
    const auto callback = callback_;  // the task may be destroyed by it
    callback();
 }

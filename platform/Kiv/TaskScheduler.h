@@ -30,10 +30,16 @@ class TaskScheduler : public Lum::Entity {
    Task * scheduled_ = nullptr;
 };
 
-/// A named piece of deferred work. It ends with its object. The callback may schedule the task
-/// again or destroy it.
+/// A named piece of deferred work. It ends with its object, and where it is a state machine's, when
+/// that machine is let go. The callback may schedule the task again or destroy it.
 class Task {
  public:
+   /// REQUIRES: `machine` owns the task.
+   Task( const Lum::Reactor & machine, Lum::Ptr< TaskScheduler > scheduler, std::string name,
+         std::function< void() > callback )
+      : Task( std::move( scheduler ), std::move( name ), std::move( callback ) ) {
+      machine_ = &machine;
+   }
    Task( Lum::Ptr< TaskScheduler > scheduler, std::string name, std::function< void() > callback )
       : scheduler_( std::move( scheduler ) ),
         name_( std::move( name ) ),
@@ -58,6 +64,7 @@ class Task {
    Lum::Ptr< TaskScheduler > scheduler_;
    std::string name_;
    std::function< void() > callback_;
+   const Lum::Reactor * machine_ = nullptr;
    Lum::ActivityLoop::TimerId timer_{ 0, 0 };
    Task * previous_ = nullptr;
    Task * next_ = nullptr;
