@@ -5,6 +5,7 @@
 #include "tests/RandomValue.h"
 #include "tools/state/StateTypes.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -164,6 +165,15 @@ TEST( JsonCodecTest, badPatchesNameTheirPlaceAndChangeNothing ) {
    EXPECT_EQ(
       complaint( "TrafficEngineering::Config", R"({"intfSrlg": {"Ethernet1/1": [1, -1]}})" ),
       "/intfSrlg/Ethernet1~11/1: expected a number from 0 to 4294967295" );
+   for ( const char * name : { "", "a/b", "a\\u001b[2J", "a\\u007f" } ) {
+      for ( const char * type : { "Cspf::Client", "TrafficEngineering::BwmActiveStatus" } ) {
+         const std::string vrfs = type[ 0 ] == 'C' ? "vrf" : "bwmActive";
+         EXPECT_THAT(
+            complaint( type, "{\"" + vrfs + "\": {\"" + name + "\": true}}" ),
+            testing::HasSubstr( ": expected as key, a name of 1 to 100 bytes without \"/\" and "
+                                "control characters" ) );
+      }
+   }
    for ( const char * key :
          { "10.0.0.4", "10.0.0.4#", "10.0.0.4#-1", "10.0.0.4#4294967296", "x#1", "" } ) {
       EXPECT_EQ(

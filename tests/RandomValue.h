@@ -93,7 +93,10 @@ class RandomValue {
       }
    }
    void fill( Kivnet::IntfId & intf ) { intf = Kivnet::IntfId( make< std::string >() ); }
-   void fill( L3::VrfName & vrf ) { vrf = L3::VrfName( make< std::string >() ); }
+   void fill( L3::VrfName & vrf ) {
+      const auto name = make< std::string >();
+      vrf = L3::VrfName::isName( name ) ? L3::VrfName( name ) : L3::VrfName::defaultVrf();
+   }
    void fill( std::string & text ) {
       static const char * const names[] = { "", "a", "Ethernet1/1", "\"~quoted\\", "z\xc3\xa9" };
       text = names[ below( 5 ) ];

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <compare>
 #include <cstddef>
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace L3 {
@@ -21,6 +23,13 @@ class VrfName {
       }
    }
    VrfName( const char * name ) : VrfName( std::string( name ) ) {}
+   /// Whether a VRF may be called so. Its name is part of paths and of lines on a terminal: 1 to
+   /// `maxLength` bytes without "/" and control characters.
+   static bool isName( std::string_view text ) {
+      return !text.empty() && text.size() <= maxLength
+             && std::ranges::none_of(
+                text, []( unsigned char c ) { return c == '/' || c < ' ' || c == 0x7F; } );
+   }
    /// The VRF that is there without being configured.
    static VrfName defaultVrf() { return "default"; }
 

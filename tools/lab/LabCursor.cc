@@ -170,9 +170,7 @@ readSystemId( const LabCursor & at ) {
 
 const std::string &
 checkPathName( const LabCursor & at, const std::string & name, const std::string & expected ) {
-   const bool plain = std::ranges::none_of(
-      name, []( unsigned char c ) { return c == '/' || c < ' ' || c == 0x7f; } );
-   if ( name.empty() || name.size() > Vrf::maxLength || !plain ) {
+   if ( !Vrf::isName( name ) ) {
       at.fail( expected + " of 1 to " + std::to_string( Vrf::maxLength )
                   + " bytes without \"/\" and control characters",
                LabJson( name ).inShort() );

@@ -62,7 +62,7 @@ constexpr std::array entryKinds = {
 bool
 matches( std::string_view word, const std::string & component ) {
    if ( word == "NAME" ) {
-      return component.size() <= L3::VrfName::maxLength;
+      return L3::VrfName::isName( component );
    }
    if ( word == "AF" ) {
       return component == "ipv4" || component == "ipv6";
@@ -111,9 +111,9 @@ checkEntries( const std::string & path, const Json & patch ) {
       return;
    }
    for ( const auto & [ name, entry ] : entries->items() ) {
-      if ( name.empty() || name.size() > L3::VrfName::maxLength || name.find( '/' ) != name.npos ) {
-         throw RequestError( "/entity/" + name
-                             + ": expected as key, a name of 1 to 100 bytes without \"/\"" );
+      if ( !L3::VrfName::isName( name ) ) {
+         throw RequestError( "/entity/" + name + ": expected as key, "
+                             + State::textExpected< L3::VrfName >() );
       }
       if ( entry.is_object() && entry.value( "type", Json( kind->typeName ) ) != kind->typeName ) {
          throw RequestError( "/entity/" + name + "/type: expected \"" + kind->typeName + "\"" );

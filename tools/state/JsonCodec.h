@@ -243,7 +243,7 @@ mergeEntries( E & entity, const F & field, const Coll & coll, const Json & patch
    for ( const auto & [ text, part ] : patch.items() ) {
       const Place here( place, text );
       const auto key = fromText< Key >( text );
-      if ( !key ) {
+      if ( !key || ( std::same_as< Key, L3::VrfName > && text.empty() ) ) {
          throw Error( here, "as key, " + textExpected< Key >() );
       }
       if ( part.is_null() ) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Kivnet/VrfName.h"
 #include "platform/Lum/Value.h"
 #include "schema/CspfKeys.h"
 
@@ -111,6 +112,9 @@ fromText( std::string_view text ) {
       return error == std::errc() && end == text.end() ? std::optional( number ) : std::nullopt;
    } else if constexpr ( Parsed< T > ) {
       return text.empty() ? std::optional( T() ) : T::parse( text );
+   } else if constexpr ( std::same_as< T, L3::VrfName > ) {
+      return text.empty() || T::isName( text ) ? std::optional( T( std::string( text ) ) )
+                                               : std::nullopt;
    } else if constexpr ( Named< T > ) {
       try {
          return T( std::string( text ) );
@@ -158,6 +162,9 @@ textExpected() {
       return "a system id such as \"0000.0000.0001\"";
    } else if constexpr ( std::same_as< T, Cspf::TopoId > ) {
       return "a topology id such as \"isis/2/0\"";
+   } else if constexpr ( std::same_as< T, L3::VrfName > ) {
+      return "a name of 1 to " + std::to_string( T::maxLength )
+             + " bytes without \"/\" and control characters";
    } else {
       return "a name of its type";
    }
