@@ -400,6 +400,24 @@ TEST( Bandwidth, APathThatComesToARouterTwiceAcrossALanHoldsBothWays ) {
    EXPECT_EQ( held( lab ), ( Held{ 60, 60, 60, 60 } ) ) << lab.error( "rsvp", "t" );
 }
 
+TEST( Bandwidth, ASourceThatMovesWithTheTopologyIsGrantedNothingWithoutRoom ) {
+   TestLab lab( "A =lan1= B C; A -90{bw 100}- B" );
+   Json patch, &members = patch[ "topologies" ][ "core" ][ "lans" ][ "lan1" ][ "members" ];
+   for ( const auto & [ member, free ] : { std::pair{ "A", 100 }, { "B", 40 }, { "C", 100 } } ) {
+      members[ member ][ "bandwidth" ] = free;
+   }
+   lab.patch( patch );
+   lab.request( "rsvp", "t", "C", wanted( 60 ) );
+   lab.settle();
+   ASSERT_EQ( lab.path( "rsvp", "t" ), "A C" );
+   members[ "C" ][ "metric" ] = 20;
+   patch[ "te" ][ "routerId" ] = "10.0.0.2";
+   lab.patch( patch );
+   lab.settle();
+   EXPECT_EQ( lab.path( "rsvp", "t" ), "A A C" ) << "from B by way of A, whose step has the room";
+   EXPECT_EQ( held( lab ), ( Held{ 60, 60 } ) );
+}
+
 TEST( Bandwidth, LocalIdsComeBackAndDoNotRunOut ) {
    TestLab lab( "A -10{bw 100}- B" );
    lab.settle();

@@ -290,6 +290,58 @@ struct InUse {
    std::vector< Cspf::AllTopoNeighborKey > links;
 };
 
+/// The routers that a packet may be at after one more hop, over any link that carries the hop's
+/// address and passes the tests of single links.
+std::set< Cspf::NodeId >
+oneHop( const Cspf::AllTopoDbView & view, const Cspf::NodeId & from,
+        const Kivnet::IpGenAddr & hop ) {
+   std::set< Cspf::NodeId > reached;
+   const auto carries = [ & ]( const Cspf::AllTopoNeighborKey & back ) {
+      const auto * record = view.neighbor( back );
+      return record && std::ranges::count( record->interfaceAddrList(), hop ) > 0;
+   };
+   const auto allowed = [ & ]( const auto &... link ) {
+      return view.neighborAndTepAllowedForTe( link... ).neighborAllowed();
+   };
+   const Cspf::AllTopoRouter router = view.router( from );
+   for ( const auto & link : router.neighborSet() ) {
+      const auto * record = view.neighbor( link );
+      if ( !record || record->teMetric().value_or( record->metric() ) == 0 ) {
+         continue;
+      }
+      if ( !link.isLan() && allowed( link ) && carries( view.getReverseNeighborKeyP2P( link ) ) ) {
+         reached.insert( link.neighborId() );
+      }
+      const auto members = link.isLan() ? view.network( link.allTopoNetworkId() ).routerSet()
+                                        : Lum::Set< Cspf::NodeId >{};
+      for ( const Cspf::NodeId & member : members ) {
+         const auto onLan = [ & ]( const Cspf::AllTopoNeighborKey & back ) {
+            return back.isLan() && back.allTopoNetworkId() == link.allTopoNetworkId()
+                   && carries( back );
+         };
+         const Cspf::AllTopoRouter far = view.router( member );
+         if ( allowed( link, member ) && std::ranges::any_of( far.neighborSet(), onLan ) ) {
+            reached.insert( member );
+         }
+      }
+   }
+   return reached;
+}
+
+/// Whether the published hops lead from the source over links that the constraint lets them use.
+bool
+leadsOn( const Cspf::AllTopoDbView & view, const Cspf::PathStatus & path ) {
+   std::set< Cspf::NodeId > at{ view.spfRoot() };
+   for ( const Kivnet::IpGenAddr & hop : path.pathList() ) {
+      std::set< Cspf::NodeId > next;
+      for ( const Cspf::NodeId & node : at ) {
+         next.merge( oneHop( view, node, hop ) );
+      }
+      at = next;
+   }
+   return !at.empty();
+}
+
 /// A path that a run finds; without hops where it finds none.
 InUse
 newPath( const TopoStorm::Store & store, TopoStorm::Storm & storm ) {
@@ -318,7 +370,8 @@ newPath( const TopoStorm::Store & store, TopoStorm::Storm & storm ) {
    return path;
 }
 
-TEST( PathInUse, IsNotLookedAtOnlyWhereAWholeCheckWouldFindItAsItWas ) {
+TEST( PathInUse, IsValidWhereItsHopsLeadOnAndIsNotLookedAtOnlyWhereAWholeCheckFindsItAsItWas ) {
+   constexpr auto npos = std::string::npos;
    std::size_t untouched = 0, changed = 0;
    for ( unsigned seed = 0; seed < 100; ++seed ) {
       TopoStorm::Store store;
@@ -334,6 +387,10 @@ TEST( PathInUse, IsNotLookedAtOnlyWhereAWholeCheckWouldFindItAsItWas ) {
          Cspf::RsvpPathValidator whole( path.key, path.status, false, *view,
                                         holds ? fresh : memory );
          whole.validatePathAndUpdateMetadata();
+         const bool judged = whole.valid() || whole.reason().find( "failed constraint" ) != npos
+                             || whole.reason().find( "not continuous" ) != npos;
+         EXPECT_TRUE( !judged || whole.valid() == leadsOn( *view, path.status ) )
+            << seed << " " << whole.reason();
          if ( !whole.valid() ) {
             EXPECT_FALSE( holds ) << seed << " " << whole.reason();
             changed += !path.links.empty();
