@@ -3,7 +3,7 @@
 
 #include "bench/RepairRuns.h"
 #include "tests/GraphText.h"
-#include "tests/RepairWalker.h"
+#include "tests/RandomNetwork.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ namespace {
 struct Case {
    std::string name;
    RepairRuns::Protected asked;
-   RepairWalker::Resource fails;
+   GraphWalker::Resource fails;
 };
 
 /// The edges for which the test holds.
@@ -45,7 +45,7 @@ class Cases {
          for ( const bool isLink : { true, false } ) {
             const Case plain{ isLink ? "link" : "node",
                               { link, isLink },
-                              RepairWalker( graph ).behind( link, isLink ) };
+                              GraphWalker::behind( graph, link, isLink ) };
             cases.push_back( plain );
             addSrlgs( plain );
             addAdminGroup( plain );
@@ -130,7 +130,7 @@ judge( const RandomNetwork & network, bool tryAll, std::mt19937 & random,
        std::map< std::string, uint32_t > & repairs ) {
    const GraphText text( network.text() );
    const CspfGraph & graph = text.graph;
-   RepairWalker walker( graph );
+   GraphWalker walker( graph );
    RepairRuns runs( graph );
    for ( const CspfEdge link :
          edgesWhere( graph, [ & ]( CspfEdge ) { return random() % ( tryAll ? 3 : 24 ) == 0; } ) ) {
@@ -138,7 +138,7 @@ judge( const RandomNetwork & network, bool tryAll, std::mt19937 & random,
          runs.protect( one.asked );
          walker.resourceIs( one.fails );
          for ( uint32_t v = 0; v < network.routers; ++v ) {
-            RepairWalker::Originators destination{ { CspfVertex{ v }, 0 } };
+            GraphWalker::Originators destination{ { CspfVertex{ v }, 0 } };
             for ( uint32_t i = v % 3; i > 0 && random() % 2; --i ) {  // a prefix, of several
                const auto router = static_cast< uint32_t >( random() % network.routers );
                destination.front().metric = static_cast< uint32_t >( random() % 5 );
@@ -160,7 +160,7 @@ TEST( RepairWalk, equalRepairsAreSpreadAndStay ) {
       GraphText text( network );
       RepairRuns runs( text.graph );
       runs.protect( { text.edge( "S", "E" ) } );
-      const RepairWalker::Originators destination{ { text.at( "D" ), 0 } };
+      const GraphWalker::Originators destination{ { text.at( "D" ), 0 } };
       std::vector< std::string > chosen;
       for ( uint64_t key = 0; key < 300; ++key ) {
          chosen.push_back( text.name( runs.to( destination, key ).repairs.front().firstHop ) );
@@ -186,11 +186,11 @@ TEST( RepairWalk, noRepairBeyondTheNodeLimit ) {
          network += " -9-" + name + "; E -1{back 1000}-" + name + " -1{back 1000}- S;" + name;
       }
       GraphText text( network + " -9- E" );
-      const RepairWalker::Originators destination{ { text.at( "E" ), 0 } };
+      const GraphWalker::Originators destination{ { text.at( "E" ), 0 } };
       RepairRuns runs( text.graph );
-      RepairWalker walker( text.graph );
+      GraphWalker walker( text.graph );
       runs.protect( { text.edge( "S", "E" ) } );
-      walker.resourceIs( walker.behind( text.edge( "S", "E" ), true ) );
+      walker.resourceIs( GraphWalker::behind( text.graph, text.edge( "S", "E" ), true ) );
       const auto found = runs.to( destination );
       EXPECT_EQ( walker.fault( found, destination, true ), "" );
       EXPECT_EQ( found.repairs.empty() ? 0 : found.repairs[ 0 ].segments.size(),

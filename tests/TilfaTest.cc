@@ -6,7 +6,7 @@
 #include "tests/GraphText.h"
 #include "tests/Lab.h"
 #include "tests/LabText.h"
-#include "tests/RepairWalker.h"
+#include "tests/RandomNetwork.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -435,7 +435,7 @@ class TilfaStorm {
    /// after one, the repair of a link that is gone is the one that it had.
    int judge( int events ) {
       GraphText text( network_.text() );
-      RepairWalker walker( text.graph );
+      GraphWalker walker( text.graph );
       int repairs = 0;
       forEachPath(
          [ & ]( const std::string & path, const std::string & intf, bool isLink, uint32_t to ) {
@@ -446,8 +446,8 @@ class TilfaStorm {
                EXPECT_TRUE( idx_[ path ] == before || events > 1 ) << path;
                return;
             }
-            walker.resourceIs( walker.behind( protectedLink, isLink ) );
-            const RepairWalker::Originators router{ { CspfVertex{ to }, 0 } };
+            walker.resourceIs( GraphWalker::behind( text.graph, protectedLink, isLink ) );
+            const GraphWalker::Originators router{ { CspfVertex{ to }, 0 } };
             EXPECT_EQ( walker.fault( published( text, idx_[ path ] ),
                                      to < network_.routers ? router : prefix_, false ),
                        "" )
@@ -540,7 +540,7 @@ class TilfaStorm {
    TestLab lab_;
    std::map< std::string, std::size_t > own_;    // A's point-to-point links, by interface
    std::map< std::string, std::uint32_t > idx_;  // of paths, when they were last judged
-   const RepairWalker::Originators prefix_{ { CspfVertex{ 1 }, 4 }, { CspfVertex{ 3 }, 1 } };
+   const GraphWalker::Originators prefix_{ { CspfVertex{ 1 }, 4 }, { CspfVertex{ 3 }, 1 } };
 };
 
 TEST( Tilfa, packetsArriveWhileTheNetworkChanges ) {

@@ -12,3 +12,7 @@ void addRepairsCommand( CLI::App & app, int & status );
 /// where one is.
 void addCheckCommand( CLI::App & app, int & status );
 void addImportCommand( CLI::App & app, int & status );
+
+/// Adds `prove [LAB]`: judges what is published at the end of a lab, or by a running agent. The
+/// status is 1 where something does not hold.
+void addProveCommand( CLI::App & app, int & status );

@@ -30,6 +30,7 @@ main( int argc, char ** argv ) {
    addRepairsCommand( app, status );
    addCheckCommand( app, status );
    addImportCommand( app, status );
+   addProveCommand( app, status );
    addLiveCommands( app, status );
    addTraceCommand( app );
    addSupportCommand( app );

@@ -104,6 +104,21 @@ class LabRun {
       runner_.stop();
    }
 
+   void visit( double until, const LabVisitor & visit ) {
+      writer_.write( playback_.document() );
+      runner_.start();
+      for ( const LabEvent * event = playback_.next(); event && event->at < until;
+            event = playback_.next() ) {
+         workUntil( start_ + event->at );
+         apply( *event );
+         ++eventsDone_;
+      }
+      workUntil( start_ + until );
+      progress_.clear();
+      visit( state_, tables_, loop_.nextDeadline() == unending );
+      runner_.stop();
+   }
+
  private:
    void apply( const LabEvent & event ) {
       if ( event.restart ) {
@@ -163,22 +178,41 @@ class LabRun {
    std::size_t eventsDone_ = 0;
 };
 
-}
-
-int
-runLab( const LabFile & lab, const RunOptions & options, std::ostream & out, std::ostream & err ) {
+void
+prepare( const RunOptions & options ) {
    if ( !std::getenv( "VELOTRACEDIR" ) ) {
       // A run leaves no trace ring in the directory that it is started in.
       setenv( "VELOTRACE_DISABLE", "1", 0 );
    }
    std::srand( options.seed );
-   LabRun run( lab, options, out, err );
+}
+
+template< class Work >
+void
+guarded( Work && work ) {
    try {
-      run.run();
+      work();
    } catch ( const std::range_error & broken ) {
       exitBroken( broken.what() );
    }
+}
+
+}
+
+int
+runLab( const LabFile & lab, const RunOptions & options, std::ostream & out, std::ostream & err ) {
+   prepare( options );
+   LabRun run( lab, options, out, err );
+   guarded( [ & ] { run.run(); } );
    return exitOk;
+}
+
+void
+visitLab( const LabFile & lab, const RunOptions & options, double until, const LabVisitor & visit,
+          std::ostream & err ) {
+   prepare( options );
+   LabRun run( lab, options, err, err );
+   guarded( [ & ] { run.visit( until, visit ); } );
 }
 
 }

@@ -1,9 +1,13 @@
 #pragma once
 
+#include "platform/Corvdb/StateStore.h"
+#include "platform/Zorch/TableStore.h"
 #include "tools/lab/LabFile.h"
 
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
+#include <limits>
 
 namespace Lab {
 
@@ -26,5 +30,15 @@ inline constexpr int exitBrokenInvariant = 3;
 /// before each of them and at the end. Gives the exit status.
 int runLab( const LabFile & lab, const RunOptions & options, std::ostream & out,
             std::ostream & err );
+
+/// Takes the state that a lab has led to; `settled`: no work is pending.
+using LabVisitor = std::function< void( const Corvdb::StateStore & state,
+                                        const Zorch::TableStore & tables, bool settled ) >;
+inline constexpr double atTheEnd = std::numeric_limits< double >::infinity();
+
+/// Starts the agent on the lab, lets it work for `until` seconds of the lab, before what happens
+/// then, or through all events until it rests; prints nothing, and shows the state.
+void visitLab( const LabFile & lab, const RunOptions & options, double until,
+               const LabVisitor & visit, std::ostream & err );
 
 }

@@ -1,0 +1,173 @@
+// `cspfctl prove [LAB]`: whether all that is published holds, judged from state alone. A lab runs
+// in this process; without one the state of a running agent is read, all at one moment.
+
+#include "tools/cspfctl/LabCommands.h"
+#include "tools/lab/LabRunner.h"
+#include "tools/prove/Proof.h"
+#include "tools/service/Client.h"
+#include "tools/service/UnixSocket.h"
+#include "tools/text/Plain.h"
+
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <thread>
+
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr int exitFaults = 1;
+
+struct Options {
+   std::string lab;
+   double at = Lab::atTheEnd;
+   std::string socket = Service::defaultSocketPath();
+   double timeout = 10;
+   std::uint32_t seed = 1;
+   bool json = false;
+};
+
+/// Counts in the order of printing: name in JSON, words.
+struct Count {
+   const char * name;
+   std::size_t Prove::Verdict::*count;
+   const char * words;
+};
+
+constexpr Count counts[] = {
+   { "paths", &Prove::Verdict::paths, "paths" },
+   { "best", &Prove::Verdict::best, "held against the least cost" },
+   { "absent", &Prove::Verdict::absent, "without a path since there is none" },
+   { "reservations", &Prove::Verdict::reservations, "reservations" },
+   { "repairs", &Prove::Verdict::repairs, "repairs" },
+   { "unrepaired", &Prove::Verdict::unrepaired, "without a repair since there is none" },
+   { "passedOver", &Prove::Verdict::passedOver, "passed over" } };
+
+void
+printJson( const Prove::Verdict & verdict, bool settled ) {
+   Json json{ { "holds", verdict.faults.empty() },
+              { "settled", settled },
+              { "faults", Json::array() },
+              { "remarks", verdict.remarks } };
+   for ( const Prove::Fault & fault : verdict.faults ) {
+      json[ "faults" ].push_back( { { "where", fault.where },
+                                    { "client", fault.client },
+                                    { "path", fault.path },
+                                    { "text", fault.text } } );
+   }
+   for ( const Count & count : counts ) {
+      json[ count.name ] = verdict.*count.count;
+   }
+   std::cout << json.dump() << "\n";
+}
+
+void
+printText( const Prove::Verdict & verdict, bool settled ) {
+   for ( const Prove::Fault & fault : verdict.faults ) {
+      std::cout << fault.where << " " << fault.client << " " << fault.path << ": " << fault.text
+                << "\n";
+   }
+   for ( const std::string & remark : verdict.remarks ) {
+      std::cout << "note: " << remark << "\n";
+   }
+   if ( !settled ) {
+      std::cout << "note: the agent has work to do; what is published may be behind\n";
+   }
+   std::string sum;
+   for ( const Count & count : counts ) {
+      if ( verdict.*count.count > 0 ) {
+         sum += ( sum.empty() ? "" : ", " ) + std::to_string( verdict.*count.count ) + " "
+                + count.words;
+      }
+   }
+   const std::size_t faults = verdict.faults.size();
+   std::cout << ( sum.empty() ? "nothing is published" : sum ) << ": "
+             << ( faults == 0 ? "all holds" : std::to_string( faults ) + " do not hold" ) << "\n";
+}
+
+int
+report( const Prove::Verdict & verdict, bool settled, bool json ) {
+   const Text::PlainOutput plain( std::cout );
+   json ? printJson( verdict, settled ) : printText( verdict, settled );
+   return verdict.faults.empty() ? Lab::exitOk : exitFaults;
+}
+
+int
+proveLab( const Options & options ) {
+   Lab::RunOptions run;
+   run.seed = options.seed;
+   int status = Lab::exitOk;
+   try {
+      Lab::visitLab(
+         Lab::LabFile::load( options.lab ), run, options.at,
+         [ & ]( const auto & state, const auto & tables, bool settled ) {
+            status = report( Prove::prove( Prove::Snapshot::of( state, tables ) ), settled,
+                             options.json );
+         },
+         std::cerr );
+   } catch ( const Lab::LabError & error ) {
+      std::cerr << "cspfctl: " << Text::plain( options.lab + ": " + error.what() ) << std::endl;
+      return Lab::exitBadLab;
+   }
+   return status;
+}
+
+/// Waits until the agent rests; gives whether it does.
+bool
+settles( Service::Client & client, double timeout ) {
+   using Clock = std::chrono::steady_clock;
+   const auto end = Clock::now() + std::chrono::duration< double >( timeout );
+   while ( !client.call( "status", Json::object() )[ "pendingTasks" ].empty() ) {
+      if ( Clock::now() >= end ) {
+         return false;
+      }
+      std::this_thread::sleep_for( std::chrono::milliseconds( 50 ) );
+   }
+   return true;
+}
+
+int
+proveAgent( const Options & options ) {
+   Service::Client client( options.socket );
+   const bool settled = settles( client, options.timeout );
+   Json paths = Json::array();
+   for ( std::string path : Prove::Snapshot::paths() ) {
+      path.resize( path.size() - path.ends_with( '/' ) );
+      paths.push_back( path );
+   }
+   // A watch begins with all of its paths as of one moment.
+   const Json state = Service::Client( options.socket ).call( "watch", { { "paths", paths } } );
+   return report( Prove::prove( Prove::Snapshot::of( state ) ), settled, options.json );
+}
+
+}
+
+void
+addProveCommand( CLI::App & app, int & status ) {
+   const auto options = std::make_shared< Options >();
+   CLI::App * command =
+      app.add_subcommand( "prove", "Judge all that an agent has published, from state alone" );
+   CLI::Option * lab = command->add_option( "lab", options->lab,
+                                            "lab file; without one, a running agent is judged" );
+   command
+      ->add_option( "--at", options->at,
+                    "seconds of the lab, before what happens then, not its end" )
+      ->needs( lab )
+      ->check( CLI::NonNegativeNumber );
+   command->add_option( "--seed", options->seed, "of the choice among equal-cost links" )
+      ->needs( lab )
+      ->capture_default_str();
+   command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
+      ->capture_default_str()
+      ->excludes( lab );
+   command
+      ->add_option( "--timeout", options->timeout, "seconds to wait for a running agent to rest" )
+      ->capture_default_str()
+      ->excludes( lab );
+   command->add_flag( "--json", options->json, "print one JSON document" );
+   command->callback( [ options, &status ] {
+      status = options->lab.empty() ? proveAgent( *options ) : proveLab( *options );
+   } );
+}

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Prove {
+
+inline constexpr std::uint32_t none = 0xFFFFFFFF;
+
+/// One IGP topology in numbers: routers, and links by direction.
+struct RepairNetwork {
+   /// A way from router to router.
+   struct Step {
+      std::uint32_t to, metric;
+      std::uint32_t link;     ///< by which it leaves
+      std::uint32_t arrival;  ///< the same, but across a LAN: that from the LAN to the router
+   };
+   std::vector< std::vector< Step > > steps;  ///< by router
+   std::vector< bool > overloaded;            ///< carries only what begins or ends there
+   std::uint32_t links = 0;                   ///< above all numbers of links and arrivals
+};
+
+/// Who originates a destination, at which metric.
+struct Originator {
+   std::uint32_t router, metric;
+};
+using Originators = std::vector< Originator >;
+
+/// What fails: links, named by each direction in which they are not used any more, and a router.
+struct Failure {
+   std::uint32_t plr = none;
+   std::vector< std::uint32_t > links = {};
+   std::uint32_t node = none;
+};
+
+/// How packets are steered: out by each of `firstLinks` to `firstHop`, by the segments, and on by
+/// shortest paths.
+struct Repair {
+   /// To a router by shortest paths, or over one link.
+   struct Segment {
+      std::uint32_t node = none, link = none, arrival = none;
+   };
+   std::uint32_t firstHop = none;
+   std::vector< std::uint32_t > firstLinks;
+   std::vector< Segment > segments;
+};
+
+/// Judges repairs by sending packets. It knows the network alone: costs between all routers by its
+/// own reckoning, with and without what fails, and forwarding hop by hop by all next hops of equal
+/// cost. Costs are worked out for the routers where packets pass, and kept.
+class RepairWalker {
+ public:
+   /// More repair nodes than this are too many.
+   static constexpr std::uint32_t maxNodes = 8;
+
+   explicit RepairWalker( RepairNetwork network );
+   const RepairNetwork & network() const { return network_; }
+   void failureIs( const Failure & failure );
+
+   /// What is wrong with the repairs, in words, or nothing. None is right when the failure
+   /// disconnects the destination, or when more nodes are needed than there may be. `tryAll`: also
+   /// proves that there is one for each first hop after the failure, that no fewer nodes would do,
+   /// and that the first one has the fewest.
+   std::string fault( const std::vector< Repair > & repairs, const Originators & destination,
+                      bool tryAll, std::uint32_t nodesAllowed = maxNodes ) const;
+   /// By how many repair nodes there would be a repair; nothing where by none, or none is due.
+   std::optional< std::uint32_t > nodesNeeded( const Originators & destination ) const;
+   /// Whether there is a way to the destination before the failure.
+   bool reaches( std::uint32_t router, const Originators & destination ) const;
+
+ private:
+   static constexpr std::uint32_t far = 0x3FFFFFFF;
+   using Step = RepairNetwork::Step;
+   using Costs = std::vector< std::uint32_t >;
+
+   bool mayCross( std::uint32_t router ) const { return !network_.overloaded[ router ]; }
+   bool fails( std::uint32_t from, const Step & step ) const;
+   Costs costsFrom( std::uint32_t source, bool afterFailure ) const;
+   const Costs & before( std::uint32_t router ) const;
+   const Costs & after( std::uint32_t router ) const;
+   static std::uint32_t cost( const Costs & costs, const Originators & destination );
+   static std::uint32_t own( std::uint32_t at, const Originators & destination );
+   std::uint32_t rest( std::uint32_t at, const Costs & costs,
+                       const Originators & destination ) const;
+   bool forward( std::uint32_t from, const Originators & destination ) const;
+   bool crosses( std::uint32_t from, const Repair::Segment & segment ) const;
+   bool adjacent( std::uint32_t from, std::uint32_t to ) const;
+   bool walk( const Repair & repair, const Originators & destination ) const;
+   bool onPath( std::uint32_t from, std::uint32_t to, const Originators & destination ) const;
+   std::uint32_t fewestNodes( std::uint32_t firstHop, const Originators & destination ) const;
+   template< class Visit >
+   void forEachFirstHop( const Originators & destination, Visit && visit ) const;
+
+   const RepairNetwork network_;
+   Failure failure_;
+   std::vector< bool > fails_;                     // by link
+   mutable std::vector< Costs > before_, after_;   // rows that were asked for
+   mutable std::vector< std::uint32_t > visited_;  // by router: number of the packet
+   mutable std::uint32_t packet_ = 0;
+};
+
+}

@@ -1,0 +1,108 @@
+// State by path, whether it stands in this process or came as JSON from another one, and what of
+// it the agent sees.
+
+#include "tools/prove/Snapshot.h"
+
+#include "platform/Lum/Dir.h"
+#include "platform/Toggle/Toggle.h"
+#include "tools/state/StateTypes.h"
+
+namespace Prove {
+
+using Cspf::TopoId;
+
+const std::vector< std::string > &
+Snapshot::paths() {
+   static const std::vector< std::string > all{
+      "te/config",          "routing/general/config/global",
+      "te/cspf/client",     "routing/topoDbExport",
+      "te/cspf/config/",    "te/cspf/status/",
+      "te/cspf/bwUsage/",   "te/cspf/intfIpToRouterId/",
+      "routing/isis/",      "routing/ospf/",
+      "segmentrouting/isis" };
+   return all;
+}
+
+Snapshot
+Snapshot::of( const Corvdb::StateStore & state, const Zorch::TableStore & tables ) {
+   Snapshot snapshot;
+   for ( const std::string & path : paths() ) {
+      if ( !path.ends_with( '/' ) ) {
+         snapshot.entities_[ path ] = state.entity( path );
+      }
+   }
+   for ( const std::string & path : tables.list( "" ) ) {
+      snapshot.entities_[ path ] = tables.table( path );
+   }
+   return snapshot;
+}
+
+Snapshot
+Snapshot::of( const nlohmann::json & byPath ) {
+   Snapshot snapshot;
+   const State::Place root;
+   for ( const auto & [ path, typed ] : byPath.items() ) {
+      const State::Place place( root, path );
+      const auto type = typed.is_object() ? typed.find( "type" ) : typed.end();
+      const auto entity = typed.is_object() && type != typed.end() && type->is_string()
+                             ? State::makeEntity( type->get_ref< const std::string & >() )
+                             : nullptr;
+      if ( !entity || !typed.contains( "value" ) ) {
+         throw State::Error( place, "an object with the name of a state type and its value" );
+      }
+      State::merge( *entity, typed[ "value" ], State::Place( place, "value" ) );
+      snapshot.entities_[ path ] = entity;
+   }
+   return snapshot;
+}
+
+namespace {
+
+std::string
+tablePath( const TopoId & id, const Vrf & vrf, Af af, bool announced ) {
+   return "routing/" + Lum::enumName( id.igpSource() ) + "/topodb/"
+          + ( af == Af::ipv6 ? "ip6/" : "ip/" ) + std::to_string( id.number1() ) + "/"
+          + ( announced ? std::to_string( id.number2() ) + "/" : "" ) + vrf.stringValue();
+}
+
+}
+
+std::vector< Topology >
+topologiesOf( const Snapshot & state, const Vrf & vrf, Af af ) {
+   std::map< TopoId, Lum::Ptr< Routing::Topology::TopoDb > > found;
+   const auto add = [ & ]( const TopoId & id, bool announced ) {
+      if ( const auto table =
+              state.get< Routing::Topology::TopoDb >( tablePath( id, vrf, af, announced ) ) ) {
+         found.emplace( id, table );
+      }
+   };
+   const auto announcements = state.get< Lum::Dir >( "routing/topoDbExport" );
+   if ( announcements && Toggle::getToggleState( "OspfTopoDbExport", "gated.json", true ) ) {
+      for ( const auto & [ name, entity ] : announcements->entityColl() ) {
+         const auto one = Lum::cast< Routing::Topology::ExportPath >( entity );
+         if ( one && one->initialized() && one->vrfName() == vrf && one->af() == af ) {
+            add( { one->igpSource(), one->number1(), one->number2() }, true );
+         }
+      }
+   }
+   add( TopoId::isisL1(), false );
+   add( TopoId::isisL2(), false );
+   std::vector< Topology > topologies;
+   for ( const auto & [ id, table ] : found ) {
+      topologies.push_back( { id, table } );
+   }
+   return topologies;
+}
+
+Kivnet::IpGenAddr
+teRouterIdOf( const Snapshot & state ) {
+   const auto te = state.get< TrafficEngineering::Config >( "te/config" );
+   const auto general = state.get< Routing::General::Config >( "routing/general/config/global" );
+   if ( !te || !te->enabled() ) {
+      return {};
+   }
+   const Kivnet::IpAddr id = te->routerId() || !general ? te->routerId() : general->routerIdV4();
+   return id ? Kivnet::IpGenAddr( id ) : Kivnet::IpGenAddr();
+}
+
+}
