@@ -1,0 +1,101 @@
+// The judge of what is published, on states that are right, and with one thing put wrong by hand.
+
+#include "schema/BwUsage.h"
+#include "tests/Lab.h"
+#include "tools/prove/Proof.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+namespace {
+
+std::string
+faults( TestLab & lab ) {
+   std::string text;
+   for ( const Prove::Fault & fault :
+         Prove::prove( Prove::Snapshot::of( lab.state(), lab.tables() ) ).faults ) {
+      text += fault.client + " " + fault.path + ": " + fault.text + "\n";
+   }
+   return text;
+}
+
+/// Publishes that in place of the path, as an agent that is wrong would.
+void
+publish( TestLab & lab, const std::string & client, const std::string & name,
+         const std::function< void( Cspf::PathStatus & ) > & change ) {
+   Cspf::PathStatus status = *lab.status( client, name );
+   change( status );
+   lab.statusTable( client )->pathStatusIs( status );
+}
+
+}
+
+TEST( Prove, findsEachThingThatDoesNotHold ) {
+   TestLab lab( "A -10{bw 100}- B -10{bw 100}- C; A -50{bw 100}- C; A -5- D" );
+   lab.request( "cli", "best", "C" );
+   lab.request( "cli", "direct", "C", { { "excludeIntf", "A-B.a" } }, { { "id", 2 } } );
+   lab.request( "rsvp", "paid", "C", { { "bandwidth", 40 } } );
+   lab.settle();
+   EXPECT_EQ( faults( lab ), "" );
+   const Cspf::PathStatus best = *lab.status( "cli", "best" );
+   const Cspf::PathStatus direct = *lab.status( "cli", "direct" );
+   const auto publishedAs = [ & ]( const std::string & name, const auto & change ) {
+      const Cspf::PathStatus before = *lab.status( "cli", name );
+      publish( lab, "cli", name, change );
+      const std::string found = faults( lab );
+      publish( lab, "cli", name, [ & ]( Cspf::PathStatus & status ) { status = before; } );
+      return found;
+   };
+   const auto like = []( const Cspf::PathStatus & other ) {
+      return [ other ]( Cspf::PathStatus & status ) {
+         status.path_ = other.pathList();
+         status.pathTeRouterId_ = other.pathTeRouterIdList();
+         status.pathSrlg_ = other.pathSrlgList();
+      };
+   };
+   EXPECT_EQ( publishedAs( "best", like( direct ) ),
+              "cli 10.0.0.3#1: costs 50; the least cost is 20\n" );
+   EXPECT_EQ( publishedAs( "best", like( {} ) ),
+              "cli 10.0.0.3#1: has no hops; a path of cost 20 exists\n" );
+   EXPECT_EQ( publishedAs( "direct", like( best ) ),
+              "cli 10.0.0.3#2: hop 1, " + best.pathList()[ 0 ].stringValue()
+                 + ": the link leaves by the excluded interface A-B.a\n" );
+   EXPECT_EQ( publishedAs( "best",
+                           []( Cspf::PathStatus & status ) {
+                              status.path_.set( Cspf::HopIndex( 1 ), status.pathList()[ 0 ] );
+                           } ),
+              "cli 10.0.0.3#1: hop 2, " + best.pathList()[ 0 ].stringValue()
+                 + ": there is no such hop to 10.0.0.3\n" );
+
+   const auto accounts =
+      Lum::cast< Cspf::BwUsageTable >( lab.tables().table( "te/cspf/bwUsage/vrf/default/ipv4" ) );
+   const auto key = Lum::sortedKeys( accounts->bandwidthUsageColl() ).front();
+   accounts->addBwUsageEntry( key, Cspf::BwPriority( 0 ), 7 );
+   EXPECT_NE( faults( lab ).find( "7 at priority 0 are reserved, and no path needs them" ),
+              std::string::npos );
+   accounts->delBwUsageEntry( key, Cspf::BwPriority( 0 ), 7 );
+   accounts->delBwUsageEntry( key, Cspf::BwPriority( 0 ), 40 );
+   EXPECT_NE( faults( lab ).find( "40 at priority 0 are not reserved" ), std::string::npos );
+   accounts->addBwUsageEntry( key, Cspf::BwPriority( 0 ), 40 );
+}
+
+TEST( Prove, sendsPacketsAlongRepairs ) {
+   TestLab lab( "A -1- B -1- C -1- D -1- E -1- A; B -1- F",
+                { { "clients",
+                    { { "tilfa",
+                        { { "vrf", { { "default", true } } },
+                          { "addressFamily", { { "ipv4", true } } } } } } } } );
+   lab.request( "tilfa", "toB", "B", { { "excludeIntf", "A-B.a" } } );
+   lab.settle();
+   ASSERT_NE( lab.status( "tilfa", "toB" )->repairPathIdx(), 0u );
+   EXPECT_EQ( faults( lab ), "" );
+   const auto table = lab.statusTable( "tilfa" );
+   Cspf::PqInfo info = table->pqInfo( lab.status( "tilfa", "toB" )->repairPathIdx() );
+   info.path_.clear();
+   info.segment_.clear();
+   table->pqInfoIs( info );  // E sends what is for B back through A
+   EXPECT_NE( faults( lab ).find( "packets do not arrive" ), std::string::npos ) << faults( lab );
+   publish( lab, "tilfa", "toB", []( Cspf::PathStatus & status ) { status.repairPathIdxIs( 0 ); } );
+   EXPECT_NE( faults( lab ).find( "has no repair, which would need" ), std::string::npos );
+}
