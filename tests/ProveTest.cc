@@ -2,6 +2,8 @@
 
 #include "schema/BwUsage.h"
 #include "tests/Lab.h"
+#include "tests/RandomLab.h"
+#include "tools/lab/LabFile.h"
 #include "tools/prove/Proof.h"
 
 #include <gtest/gtest.h>
@@ -98,4 +100,27 @@ TEST( Prove, sendsPacketsAlongRepairs ) {
    EXPECT_NE( faults( lab ).find( "packets do not arrive" ), std::string::npos ) << faults( lab );
    publish( lab, "tilfa", "toB", []( Cspf::PathStatus & status ) { status.repairPathIdxIs( 0 ); } );
    EXPECT_NE( faults( lab ).find( "has no repair, which would need" ), std::string::npos );
+}
+
+TEST( Prove, findsNoFaultWhereThereIsNone ) {
+   std::size_t best = 0, absent = 0;
+   for ( unsigned seed = 1; seed <= 60; ++seed ) {
+      RandomLab random( seed );
+      auto lab = TestLab::of( random.document() );
+      for ( int round = 0; round < 3; ++round ) {
+         lab.settle();
+         const auto verdict = Prove::prove( Prove::Snapshot::of( lab.state(), lab.tables() ) );
+         best += verdict.best;
+         absent += verdict.absent;
+         ASSERT_EQ( faults( lab ), "" ) << lab.document().dump();
+         for ( int event = 0; event < 5; ++event ) {
+            try {
+               lab.patch( random.event( lab.document() ) );
+            } catch ( const Lab::LabError & ) {
+            }
+         }
+      }
+   }
+   EXPECT_GT( best, 80u );
+   EXPECT_GT( absent, 300u );
 }
