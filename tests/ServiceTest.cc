@@ -106,6 +106,22 @@ TEST_F( ServiceTest, aNetworkComesAPathIsPublishedALinkIsCutTheProcessDiesAndCom
    }
 }
 
+TEST_F( ServiceTest, provesWhatIsPublishedWheneverItRests ) {
+   const RunnerProcess runner( directory, { "--prove" } );
+   Client client( runner.socket() );
+   client.call( "load", { { "lab", squareLab( true ) } } );
+   ASSERT_TRUE( comesToLastHop( client, "10.64.0.5" ) );
+   const auto said = [ & ] { return contentOf( directory / "log" ); };
+   for ( int i = 0; i < 3000 && said().find( "1 paths: all holds" ) == std::string::npos; ++i ) {
+      usleep( 10'000 );
+   }
+   EXPECT_THAT( said(), HasSubstr( "agentrunner: 1 paths: all holds\n" ) );
+   const ProgramResult proof =
+      runProgram( "cspfctl", { "prove", "--json", "--socket", runner.socket() } );
+   EXPECT_EQ( proof.exitStatus, 0 ) << proof.err;
+   EXPECT_EQ( Json::parse( proof.out )[ "paths" ], 1 ) << proof.out;
+}
+
 TEST_F( ServiceTest, theSocketIsItsOwnersAndServedByOne ) {
    const RunnerProcess runner( directory );
    struct stat info;

@@ -5,6 +5,7 @@
 #include "platform/Trace/Velotrace.h"
 #include "schema/Types.h"
 #include "tools/agentrunner/MetricsFile.h"
+#include "tools/agentrunner/ProofWatch.h"
 #include "tools/agentrunner/ServiceManager.h"
 #include "tools/agentrunner/TraceFile.h"
 #include "tools/lab/AgentLibrary.h"
@@ -31,6 +32,7 @@ struct Options {
    std::vector< std::string > traceLevels;
    std::string metricsFile;
    std::string lab;
+   bool prove = false;
 };
 
 /// Signals as events of the loop.
@@ -124,7 +126,8 @@ described( const Options & options ) {
    return { { "name", options.name },           { "socket", options.control.path },
             { "group", options.control.group }, { "monitor", options.monitor.path },
             { "trace", options.traceFile },     { "traceLevels", options.traceLevels },
-            { "metrics", options.metricsFile }, { "lab", options.lab } };
+            { "metrics", options.metricsFile }, { "lab", options.lab },
+            { "prove", options.prove } };
 }
 
 void
@@ -156,11 +159,18 @@ serve( const Options & options ) {
                                         described( options ) );
    const MetricsFile metricsFile( loop, options.metricsFile,
                                   [ &server ] { return server.metrics(); } );
+   std::optional< ProofWatch > proofWatch;
    const ServiceManager manager( loop );
    runner.start();
+   if ( options.prove ) {
+      proofWatch.emplace( loop, runner, state, tables, []( std::string_view text ) {
+         say( "agentrunner: " + std::string( text ) );
+      } );
+   }
    say( "agentrunner: serving " + options.control.path );
    manager.ready();
    loop.run();
+   proofWatch.reset();
    manager.stopping();
    runner.stop();
    Velotrace::close();
@@ -189,6 +199,8 @@ main( int argc, char ** argv ) {
       ->allow_extra_args( false );
    app.add_option( "--metrics", options.metricsFile,
                    "file for counters and gauges, written anew every 15 seconds" );
+   app.add_flag( "--prove", options.prove,
+                 "judge all that is published whenever the agent rests after a change" );
    app.add_option( "--lab", options.lab, "lab whose state is there when the agent starts" );
    Trace::logSinkIs( logToStandardError );
    try {

@@ -29,22 +29,6 @@ struct Options {
    bool json = false;
 };
 
-/// Counts in the order of printing: name in JSON, words.
-struct Count {
-   const char * name;
-   std::size_t Prove::Verdict::*count;
-   const char * words;
-};
-
-constexpr Count counts[] = {
-   { "paths", &Prove::Verdict::paths, "paths" },
-   { "best", &Prove::Verdict::best, "held against the least cost" },
-   { "absent", &Prove::Verdict::absent, "without a path since there is none" },
-   { "reservations", &Prove::Verdict::reservations, "reservations" },
-   { "repairs", &Prove::Verdict::repairs, "repairs" },
-   { "unrepaired", &Prove::Verdict::unrepaired, "without a repair since there is none" },
-   { "passedOver", &Prove::Verdict::passedOver, "passed over" } };
-
 void
 printJson( const Prove::Verdict & verdict, bool settled ) {
    Json json{ { "holds", verdict.faults.empty() },
@@ -57,7 +41,7 @@ printJson( const Prove::Verdict & verdict, bool settled ) {
                                     { "path", fault.path },
                                     { "text", fault.text } } );
    }
-   for ( const Count & count : counts ) {
+   for ( const Prove::Count & count : Prove::counts() ) {
       json[ count.name ] = verdict.*count.count;
    }
    std::cout << json.dump() << "\n";
@@ -65,26 +49,11 @@ printJson( const Prove::Verdict & verdict, bool settled ) {
 
 void
 printText( const Prove::Verdict & verdict, bool settled ) {
-   for ( const Prove::Fault & fault : verdict.faults ) {
-      std::cout << fault.where << " " << fault.client << " " << fault.path << ": " << fault.text
-                << "\n";
-   }
-   for ( const std::string & remark : verdict.remarks ) {
-      std::cout << "note: " << remark << "\n";
-   }
+   std::cout << Prove::faultsText( verdict );
    if ( !settled ) {
       std::cout << "note: the agent has work to do; what is published may be behind\n";
    }
-   std::string sum;
-   for ( const Count & count : counts ) {
-      if ( verdict.*count.count > 0 ) {
-         sum += ( sum.empty() ? "" : ", " ) + std::to_string( verdict.*count.count ) + " "
-                + count.words;
-      }
-   }
-   const std::size_t faults = verdict.faults.size();
-   std::cout << ( sum.empty() ? "nothing is published" : sum ) << ": "
-             << ( faults == 0 ? "all holds" : std::to_string( faults ) + " do not hold" ) << "\n";
+   std::cout << Prove::sumText( verdict ) << "\n";
 }
 
 int

@@ -3,6 +3,7 @@
 #include "tools/prove/Snapshot.h"
 
 #include <cstddef>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -37,5 +38,19 @@ struct Verdict {
 /// Judges all that is published. What the agent has not got round to yet, for a throttle, is judged
 /// as if it had. Faults are in the order of VRF, family, client and path key.
 Verdict prove( const Snapshot & state );
+
+/// One of the numbers of a verdict: its name in JSON, and in words.
+struct Count {
+   const char * name;
+   std::size_t Verdict::*count;
+   const char * words;
+};
+/// All of them, in the order of printing.
+std::span< const Count > counts();
+
+/// One line for each fault, then one for each remark.
+std::string faultsText( const Verdict & verdict );
+/// "12 paths, 3 repairs: all holds", without an end of line.
+std::string sumText( const Verdict & verdict );
 
 }
