@@ -98,9 +98,9 @@ contents( const Store & store ) {
    std::set< IpGenAddr > withOwner;
    for ( const auto & [ address, entry ] :
          store.status->intfIpToNeighborTable()->intfIpToNeighborColl() ) {
-      lines.insert( address.stringValue() + Lum::valueString( entry.neighborSet ) );
+      lines.insert( address.stringValue() + Lum::valueString( entry.neighborSet() ) );
       std::set< IpGenAddr > owners;
-      for ( const AllTopoNeighborKey & link : entry.neighborSet ) {
+      for ( const AllTopoNeighborKey & link : entry.neighborSet() ) {
          owners.insert( link.teNeighborOf() );
       }
       owners.erase( IpGenAddr() );
@@ -234,6 +234,8 @@ TEST( TopoStore, GraphHasTheLinksOfTheTablesAndJudgesThemAsSingleTestsDo ) {
          admitted += allowed;
          if ( !key.isLan() ) {
             ASSERT_EQ( allowed, view->neighborAndTepAllowedForTe( key ).neighborAllowed() );
+            const AllTopoNeighborKey ofLfa{ key.topoId(), key.neighborKey(), {}, {} };
+            ASSERT_EQ( allowed, view->neighborAndTepAllowedForTe( ofLfa ).neighborAllowed() );
             ASSERT_EQ( allowed, filter.reason( graph, edge ) == CspfRefusal::none );
          }
       }

@@ -34,10 +34,14 @@ PathConstraintSm::handleInitialized() {
 
 void
 PathConstraintSm::handleNewConstraint() {
+   const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
    if ( pathStatusInfo_->constraint() ) {
+      TRACE7( "Creating PathRefreshSm and PathStatusUpdateSm for " << key.traceString() );
       owner_.doInitConstraintMachines( pathStatusInfo_ );
    } else {
-      owner_.doCleanupConstraintMachines( pathStatusInfo_->pathInfoKey() );
+      TRACE7( "Deleting PathRefreshSm for " << key.traceString() );
+      TRACE7( "Deleting PathStatusUpdateSm for " << key.traceString() );
+      owner_.doCleanupConstraintMachines( key );
    }
 }
 
@@ -74,8 +78,14 @@ VrfRootSm::doPrepareToDie() {
 void
 VrfRootSm::handleConstraintInfo( const ConstraintHandle & handle ) {
    if ( const auto constraintInfo = vrfRoot_->constraintInfoTable()->constraintInfo( handle ) ) {
+      if ( !vrfRoot_->constraintInfoSmHas( handle ) ) {
+         const InternalPathConstraint & constraint = constraintInfo->constraint().pathConstraint();
+         const bool isRepair = constraint.pathComputationType() == PathComputationType::tilfa;
+         TRACE7( "Starting a new " << ( isRepair ? "TilfaConstraintInfoSm" : "ConstraintInfoSm" ) );
+      }
       doInitConstraintSm( handle, constraintInfo );
    } else {
+      TRACE7( "Deleting the constraintInfoSm" );
       doCleanupConstraintSm( handle );
    }
 }
@@ -104,20 +114,17 @@ VrfRootSm::newConstraintInfoSm( const Lum::Ptr< ConstraintInfo > & constraintInf
                                       vrfRoot_->pathStatusInfoTable(),
                                       vrfRoot_->pathStatusCacheTable(), vrfRoot_->runMemory() };
    if ( constraint.pathComputationType() == PathComputationType::tilfa ) {
-      TRACE7( "Starting a new TilfaConstraintInfoSm" );
       return new TilfaConstraintInfoSm(
          constraintInfo, stats,
          new AllTopoLfaDbView( topology, TilfaConstraintInfoSm::viewConstraint( constraint ) ),
          context );
    }
-   TRACE7( "Starting a new ConstraintInfoSm" );
    return new ConstraintInfoSm( constraintInfo, stats, new AllTopoTeDbView( topology, constraint ),
                                 context );
 }
 
 void
 VrfRootSm::doCleanupConstraintSm( const ConstraintHandle & handle ) {
-   TRACE7( "Deleting the constraintInfoSm" );
    vrfRoot_->constraintInfoSmDel( handle );
    const BwUsageId & user = dedupConstraintOf( handle ).pathConstraint().bwUsageId();
    if ( const auto own = constraintsOfUser_.find( user ); own != constraintsOfUser_.end() ) {
@@ -152,6 +159,9 @@ VrfRootSm::handlePathStatusInfo( const PathInfoKey & key ) {
    const auto pathStatusInfo = vrfRoot_->pathStatusInfoTable()->pathStatusInfo( key );
    if ( pathStatusInfo ) {
       TRACE7( "Creating Path SMs for " << key.traceString() );
+      if ( !key.internal() && pathStatusInfo->cspfStatus()->pathStatusHas( key.pathKey() ) ) {
+         TRACE7( "Initializing pathStatusCache with pathStatus for " << key.traceString() );
+      }
       doInitPathSms( key, pathStatusInfo );
    } else {
       TRACE7( "Deleting Path SMs for " << key.traceString() );
@@ -206,7 +216,6 @@ VrfRootSm::newPathStatusCache( const PathInfoKey & key, const Status & cspfStatu
    auto pathStatusCache = Lum::make< PathStatusCache >( key );
    const PathStatus * published = cspfStatus.pathStatusFind( key.pathKey() );
    if ( published && !key.internal() ) {
-      TRACE7( "Initializing pathStatusCache with pathStatus for " << key.traceString() );
       initializePathStatusCache( pathStatusCache, *published );
    }
    return pathStatusCache;
@@ -221,7 +230,6 @@ VrfRootSm::doCleanupPathSms( const PathInfoKey & key ) {
 void
 VrfRootSm::doInitConstraintMachines( const Lum::Ptr< PathStatusInfo > & pathStatusInfo ) {
    const PathInfoKey & key = pathStatusInfo->pathInfoKey();
-   TRACE7( "Creating PathRefreshSm and PathStatusUpdateSm for " << key.traceString() );
    // The refresh machine marks the path; the update machine that asks for the run comes after it.
    vrfRoot_->pathStatusUpdateSmDel( key );
    vrfRoot_->pathRefreshSmIs( key, newPathRefreshSm( pathStatusInfo ) );
@@ -251,9 +259,7 @@ VrfRootSm::newPathRefreshSm( const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
 
 void
 VrfRootSm::doCleanupConstraintMachines( const PathInfoKey & key ) {
-   TRACE7( "Deleting PathRefreshSm for " << key.traceString() );
    vrfRoot_->pathRefreshSmDel( key );
-   TRACE7( "Deleting PathStatusUpdateSm for " << key.traceString() );
    vrfRoot_->pathStatusUpdateSmDel( key );
    if ( isTilfa( key ) ) {
       deletePqComputeSm( key );

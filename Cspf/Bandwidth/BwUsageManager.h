@@ -43,7 +43,8 @@ class BwUsageManager : public Lum::Entity {
    static constexpr std::uint64_t firstLocalId = 1, lastLocalId = 300'000;
 
    /// The accounts are kept in `bwUsageTable`, where others may read them.
-   BwUsageManager( Lum::Ptr< const AllTopoDb > allTopoDb, Lum::Ptr< BwUsageTable > bwUsageTable )
+   explicit BwUsageManager( Lum::Ptr< const AllTopoDb > allTopoDb,
+                            Lum::Ptr< BwUsageTable > bwUsageTable = Lum::make< BwUsageTable >() )
       : allTopoDb_( std::move( allTopoDb ) ),
         bwUsageTable_( std::move( bwUsageTable ) ) {}
    ~BwUsageManager() override;

@@ -94,8 +94,8 @@ BwmClientSetupSm::clientStatusMountPath( const L3::VrfName & vrf, const Lum::Str
 void
 BwmClientSetupSm::doSetupBwmClient() {
    TRACE7( "Acquiring VRF dedup handle for client " << client_ << " in VRF " << vrf_ );
-   dedupVrfHandle_ =
-      bwmAllClientInfo_->activeVrfsDedupTable()->dedup( Cspf::dedupVrfHandleFactory( vrf_ ) );
+   dedupVrfHandleIs(
+      bwmAllClientInfo_->activeVrfsDedupTable()->dedup( Cspf::dedupVrfHandleFactory( vrf_ ) ) );
    TRACE7( "Mounting zorch paths for client " << client_ << " in VRF " << vrf_ );
    clientStatusMount_.emplace( entityManager_, clientStatusMountPath( vrf_, client_ ),
                                LumZorch::MountMode::writer,
@@ -121,7 +121,7 @@ BwmClientSetupSm::doCleanupBwmClient() {
    clientStatusMount_.reset();
    clientUsageMount_.reset();
    TRACE7( "Releasing VRF dedup handle for client " << client_ << " in VRF " << vrf_ );
-   dedupVrfHandle_ = nullptr;
+   dedupVrfHandleIs( nullptr );
 }
 
 void

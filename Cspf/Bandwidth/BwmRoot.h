@@ -62,6 +62,7 @@ class BwmRoot : public Lum::Entity {
    /// The clients that were there at the start are set up: marks of other VRFs are stale. Until
    /// then they stay, so that a VRF that goes on being served is marked all the time.
    void initialClientsDone();
+   void doBwmActiveStatusCleanup();
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  private:
@@ -69,7 +70,6 @@ class BwmRoot : public Lum::Entity {
 
    void vrfActiveIs( const L3::VrfName & vrf );
    void vrfActiveDel( const L3::VrfName & vrf );
-   void doBwmActiveStatusCleanup();
 
    const Lum::Ptr< BwmActiveStatus > bwmActiveStatus_;
    const std::uint32_t subscription_;
@@ -90,21 +90,22 @@ class BwmClientSetupSm : public Lum::Reactor {
         bwmAllClientInfo_( bwmAllClientInfo ),
         entityManager_( entityManager ) {}
 
+   /// Held while the client is set up.
+   LUM_ATTRIBUTE( dedupVrfHandle, Lum::Ptr< Cspf::DedupVrfHandle > );
+
    static const char * clientStatusMountPathBase() { return "te/bwm/client/status/vrf"; }
    static std::string clientStatusMountPath( const L3::VrfName & vrf, const Lum::String & client );
 
    void handleInitialized() override { doSetupBwmClient(); }
    void doPrepareToDie() override { doCleanupBwmClient(); }
-
- private:
    void doSetupBwmClient();
    void doCleanupBwmClient();
 
+ private:
    const Lum::String client_;
    const L3::VrfName vrf_;
    const Lum::Ptr< BwmAllClientInfo > bwmAllClientInfo_;
    const Lum::Ptr< Corvdb::EntityManager > entityManager_;
-   Lum::Ptr< Cspf::DedupVrfHandle > dedupVrfHandle_;
    std::optional< LumZorch::TableMount< BandwidthClientStatus > > clientStatusMount_;
    std::optional< LumZorch::TableMount< BandwidthClientUsage > > clientUsageMount_;
 };

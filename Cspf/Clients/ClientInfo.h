@@ -14,6 +14,7 @@ namespace Cspf {
 /// The TE router id of this router; 0.0.0.0 while TE is off.
 class TeRouterIdConfig : public Lum::Entity {
    LUM_ENTITY( Cspf, TeRouterIdConfig );
+   static constexpr Kivnet::IpAddr routerIdDefault{};
    LUM_ATTRIBUTE( routerId, Kivnet::IpAddr );
 };
 

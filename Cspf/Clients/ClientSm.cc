@@ -12,6 +12,8 @@
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
+#include <algorithm>
+
 namespace Cspf {
 
 namespace {
@@ -29,15 +31,14 @@ wanted( const std::map< Key, bool > & coll ) {
    return keys;
 }
 
+/// `operation`: the one for which, as traces begin.
 void
-cleanupUnexpected( const Lum::Ptr< Corvdb::EntityManager > & entityManager,
-                   const std::string & base, const std::set< std::string > & expected ) {
+cleanupTables( const char * operation, const Lum::Ptr< Corvdb::EntityManager > & entityManager,
+               const std::vector< std::string > & paths ) {
    LumZorch::Mount mount( entityManager );
-   for ( const auto & path : mount.list( base ) ) {
-      if ( !expected.contains( path ) ) {
-         TRACE7( "Deleting path : " << path );
-         mount.cleanup( path );
-      }
+   for ( const auto & path : paths ) {
+      TRACE7_FOR( operation, "Deleting path : " << path );
+      mount.cleanup( path );
    }
 }
 
@@ -134,25 +135,37 @@ ClientDirSm::handleEnabled() {
 void
 ClientDirSm::doCleanupStaleClientMounts() {
    TRACE7( "cleaning up stale client mounts" );
-   doCleanupUnservedTables();
+   std::vector< std::string > paths = unservedTables();
    // What an earlier run has told of its own work is of no use to anybody.
-   cleanupUnexpected( intake_.entityManager, StatePath::constraintStatus, {} );
-   cleanupUnexpected( intake_.entityManager, StatePath::bwUsage, {} );
+   const LumZorch::Mount mount( intake_.entityManager );
+   for ( const char * base : { StatePath::constraintStatus, StatePath::bwUsage } ) {
+      std::ranges::move( mount.list( base ), std::back_inserter( paths ) );
+   }
+   cleanupTables( __PRETTY_FUNCTION__, intake_.entityManager, paths );
 }
 
 /// Tables that were kept for clients that wait for TE are nobody's when these have gone since.
 void
 ClientDirSm::doCleanupUnservedTables() {
-   const ExpectedPaths paths = doBuildExpectedPathList();
-   const auto & entityManager = intake_.entityManager;
-   cleanupUnexpected( entityManager, StatePath::status, paths.expectedStatusPath );
-   cleanupUnexpected( entityManager, StatePath::intfIpToRouterId,
-                      paths.expectedIntfIpToRouterIdPath );
-   cleanupUnexpected( entityManager,
-                      TrafficEngineering::BwmClientSetupSm::clientStatusMountPathBase(),
-                      paths.expectedBwmClientStatusPath );
-   cleanupUnexpected( entityManager, TrafficEngineering::BwmVrfRoot::statusMountPathBase(),
-                      paths.expectedBwmStatusPath );
+   cleanupTables( __PRETTY_FUNCTION__, intake_.entityManager, unservedTables() );
+}
+
+std::vector< std::string >
+ClientDirSm::unservedTables() {
+   using namespace TrafficEngineering;
+   doBuildExpectedPathList();
+   const LumZorch::Mount mount( intake_.entityManager );
+   std::vector< std::string > unserved;
+   const auto add = [ & ]( const char * base, const std::set< std::string > & expected ) {
+      std::ranges::copy_if( mount.list( base ), std::back_inserter( unserved ),
+                            [ & ]( const auto & path ) { return !expected.contains( path ); } );
+   };
+   add( StatePath::status, expectedStatusPath() );
+   add( StatePath::intfIpToRouterId, expectedIntfIpToRouterIdPath() );
+   add( BwmClientSetupSm::clientStatusMountPathBase(), expectedBwmClientStatusPath() );
+   add( BwmVrfRoot::statusMountPathBase(), expectedBwmStatusPath() );
+   doClearExpectedPathList();
+   return unserved;
 }
 
 bool
@@ -169,32 +182,38 @@ ClientDirSm::willHaveSource( const Lum::String & client, const L3::VrfName & vrf
 
 void
 ClientDirSm::addExpectedPaths( const Lum::String & name, const Client & client,
-                               const L3::VrfName & vrf, ExpectedPaths & paths ) const {
+                               const L3::VrfName & vrf ) {
    for ( const auto af : wanted( client.addressFamilyColl() ) ) {
       if ( willHaveSource( name, vrf, af ) ) {
-         paths.expectedStatusPath.insert( StatePath::ofClient( StatePath::status, vrf, af, name ) );
-         paths.expectedIntfIpToRouterIdPath.insert(
+         expectedStatusPath_.insert( StatePath::ofClient( StatePath::status, vrf, af, name ) );
+         expectedIntfIpToRouterIdPath_.insert(
             StatePath::ofVrf( StatePath::intfIpToRouterId, vrf, af ) );
       }
    }
    if ( client.bwmRequired() ) {
-      paths.expectedBwmClientStatusPath.insert(
+      expectedBwmClientStatusPath_.insert(
          TrafficEngineering::BwmClientSetupSm::clientStatusMountPath( vrf, name ) );
-      paths.expectedBwmStatusPath.insert( TrafficEngineering::BwmVrfRoot::statusMountPath( vrf ) );
+      expectedBwmStatusPath_.insert( TrafficEngineering::BwmVrfRoot::statusMountPath( vrf ) );
    }
 }
 
-ClientDirSm::ExpectedPaths
-ClientDirSm::doBuildExpectedPathList() const {
-   ExpectedPaths paths;
+void
+ClientDirSm::doClearExpectedPathList() {
+   expectedStatusPath_.clear();
+   expectedIntfIpToRouterIdPath_.clear();
+   expectedBwmClientStatusPath_.clear();
+   expectedBwmStatusPath_.clear();
+}
+
+void
+ClientDirSm::doBuildExpectedPathList() {
    for ( const auto & [ name, entity ] : clientDir_->entityColl() ) {
       if ( const auto client = Lum::cast< const Client >( entity ) ) {
          for ( const auto & vrf : wanted( client->vrfColl() ) ) {
-            addExpectedPaths( name, *client, vrf, paths );
+            addExpectedPaths( name, *client, vrf );
          }
       }
    }
-   return paths;
 }
 
 void

@@ -62,25 +62,32 @@ class ClientDirSm : public Lum::Reactor {
 
    void handleInitialized() override;
    void doPrepareToDie() override;
+   void handleEnabled();
    /// The entry `name` of the directory came or went.
    void handleClientDir( const Lum::String & name );
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
- private:
-   /// The tables that this run writes for the clients that are there, as things stand.
-   struct ExpectedPaths {
-      std::set< std::string > expectedStatusPath;
-      std::set< std::string > expectedIntfIpToRouterIdPath;
-      std::set< std::string > expectedBwmClientStatusPath;
-      std::set< std::string > expectedBwmStatusPath;
-   };
+   // The tables that this run writes for the clients that are there: known while it is looked which
+   // others there are.
 
-   void handleEnabled();
+   const std::set< std::string > & expectedStatusPath() const { return expectedStatusPath_; }
+   const std::set< std::string > & expectedIntfIpToRouterIdPath() const {
+      return expectedIntfIpToRouterIdPath_;
+   }
+   const std::set< std::string > & expectedBwmClientStatusPath() const {
+      return expectedBwmClientStatusPath_;
+   }
+   const std::set< std::string > & expectedBwmStatusPath() const { return expectedBwmStatusPath_; }
+
+ private:
    void doCleanupStaleClientMounts();
    void doCleanupUnservedTables();
-   ExpectedPaths doBuildExpectedPathList() const;
-   void addExpectedPaths( const Lum::String & name, const Client & client, const L3::VrfName & vrf,
-                          ExpectedPaths & paths ) const;
+   /// All tables of clients that this run does not write.
+   std::vector< std::string > unservedTables();
+   void doBuildExpectedPathList();
+   void doClearExpectedPathList();
+   void addExpectedPaths( const Lum::String & name, const Client & client,
+                          const L3::VrfName & vrf );
    /// Whether computations of a client that is served in the VRF have a node to start from.
    bool willHaveSource( const Lum::String & client, const L3::VrfName & vrf,
                         Kivnet::AddressFamily af ) const;
@@ -88,6 +95,10 @@ class ClientDirSm : public Lum::Reactor {
    const Lum::Ptr< const Lum::Dir > clientDir_;
    const Lum::Ptr< AgentStatus > agentStatus_;
    const ClientIntake intake_;
+   std::set< std::string > expectedStatusPath_;
+   std::set< std::string > expectedIntfIpToRouterIdPath_;
+   std::set< std::string > expectedBwmClientStatusPath_;
+   std::set< std::string > expectedBwmStatusPath_;
 };
 
 }

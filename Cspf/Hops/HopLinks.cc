@@ -56,9 +56,8 @@ HopAddressMemory::carrier( const AllTopoNeighborKey & key ) const {
    carrier.topology = topoGraph.topologyNumber( key.topoId() ).value_or( CspfGraph::anyTopology );
    carrier.lan = key.isLan();
    carrier.router = topoGraph.router( key.topoId(), key.neighborKey().routerId() );
-   const CspfEdge link = topoGraph.edge( key );
-   carrier.known = link != noEdge;
-   carrier.arrival = link == noEdge ? noEdge : graph.reverse( link );
+   carrier.link = topoGraph.edge( key );
+   carrier.arrival = carrier.link == noEdge ? noEdge : graph.reverse( carrier.link );
    if ( carrier.arrival != noEdge ) {
       [[maybe_unused]] const auto linkInReverse = topoGraph.neighborKey( carrier.arrival );
       LUM_ASSERT( !!linkInReverse.teNeighborOf() );
@@ -77,7 +76,7 @@ HopAddressMemory::carriers( const Kivnet::IpGenAddr & address ) {
       const auto * found =
          allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighborFind( address );
       if ( found ) {
-         for ( const AllTopoNeighborKey * key : withoutRepeats( found->neighborSet ) ) {
+         for ( const AllTopoNeighborKey * key : withoutRepeats( found->neighborSet() ) ) {
             entry.carriers.push_back( carrier( *key ) );
          }
       }
@@ -122,10 +121,10 @@ HopToTopoDbLinkMapper::handleNew( CspfVertex sourceNode, const Hops & hops,
    const CspfGraph & graph = view_.graph();
    failure_.clear();
    links.clear();
-   CspfVertex previous = sourceNode;
+   previous_ = sourceNode;
    for ( const Kivnet::IpGenAddr & hop : hops ) {
       hopIndex_ = links.size();
-      links.push_back( mapHop( hop, previous ) );
+      links.push_back( mapHop( hop ) );
       CspfPathHop & link = links.back();
       if ( links.size() == 1 && link.known() && graph.from( link.link ) != sourceNode ) {
          TRACE8( "Skipping hop0, sourceNode "
@@ -134,18 +133,20 @@ HopToTopoDbLinkMapper::handleNew( CspfVertex sourceNode, const Hops & hops,
          failure_ = "hop " + hop.stringValue() + " is not behind a link of the source";
          link = CspfPathHop();
       }
-      previous = link.known() ? link.end( graph ) : noVertex;
+      previous_ = link.known() ? link.end( graph ) : noVertex;
    }
 }
 
 CspfPathHop
-HopToTopoDbLinkMapper::mapHop( const Kivnet::IpGenAddr & hop, CspfVertex previous ) {
+HopToTopoDbLinkMapper::mapHop( const Kivnet::IpGenAddr & hop ) {
    const bool failedBefore = !failure_.empty();
    CspfPathHop best;
-   for ( const Carrier & carrier : linkWithHop( hop ) ) {
-      const CspfPathHop candidate = carrier.lan ? doReverseLanLink( carrier, hop, previous )
-                                                : doReverseP2pLink( carrier, hop );
-      if ( better( candidate, best, previous ) ) {
+   std::span< const Carrier > carriers;
+   linkWithHop( hop, carriers );
+   for ( const Carrier & carrier : carriers ) {
+      const CspfPathHop candidate =
+         carrier.lan ? doReverseLanLink( carrier, hop ) : doReverseP2pLink( carrier, hop );
+      if ( better( candidate, best ) ) {
          best = candidate;
       }
    }
@@ -156,14 +157,13 @@ HopToTopoDbLinkMapper::mapHop( const Kivnet::IpGenAddr & hop, CspfVertex previou
 }
 
 bool
-HopToTopoDbLinkMapper::better( const CspfPathHop & candidate, const CspfPathHop & best,
-                               CspfVertex previous ) const {
+HopToTopoDbLinkMapper::better( const CspfPathHop & candidate, const CspfPathHop & best ) const {
    if ( !candidate.known() || !best.known() ) {
       return candidate.known();
    }
    const CspfGraph & graph = view_.graph();
    const auto rank = [ & ]( const CspfPathHop & hop ) {
-      const bool continues = graph.from( hop.link ) == previous;
+      const bool continues = graph.from( hop.link ) == previous_;
       const bool allowed = refusalForUser( view_, filter_, hop ) == CspfRefusal::none;
       return std::tuple( continues, allowed, isKnown( hop ), ~graph.keyRank( hop.link ) );
    };
@@ -176,9 +176,10 @@ HopToTopoDbLinkMapper::isKnown( const CspfPathHop & hop ) const {
    return known && view_.topoGraph().edge( *known ) == hop.link;
 }
 
-std::span< const HopAddressMemory::Carrier >
-HopToTopoDbLinkMapper::linkWithHop( const Kivnet::IpGenAddr & hop ) {
-   std::span< const Carrier > carriers = memory_.carriers( hop );
+void
+HopToTopoDbLinkMapper::linkWithHop( const Kivnet::IpGenAddr & hop,
+                                    std::span< const Carrier > & carriers ) {
+   carriers = memory_.carriers( hop );
    if ( const TopoId & wanted = view_.constraint().topoId() ) {
       const auto topology = view_.topoGraph().topologyNumber( wanted );
       inTopology_.clear();
@@ -187,8 +188,8 @@ HopToTopoDbLinkMapper::linkWithHop( const Kivnet::IpGenAddr & hop ) {
       carriers = inTopology_;
    }
    if ( carriers.empty() ) {
-      fail( "Hop not found: ", hop );
-      return {};
+      fail( __PRETTY_FUNCTION__, "Hop not found: ", hop );
+      return;
    }
    const Carrier & first = carriers.front();
    for ( const Carrier & other : carriers.subspan( 1 ) ) {
@@ -197,65 +198,90 @@ HopToTopoDbLinkMapper::linkWithHop( const Kivnet::IpGenAddr & hop ) {
             return c.router == noVertex ? std::string()
                                         : view_.topoGraph().nodeId( c.router ).stringValue();
          };
-         fail( "Duplicate IP exists for hop: ", hop,
+         fail( __PRETTY_FUNCTION__, "Duplicate IP exists for hop: ", hop,
                ", teRouterId1 " + name( first ) + " teRouterId2: " + name( other ) );
-         return {};
+         carriers = {};
+         return;
       }
    }
-   return carriers;
 }
 
 CspfPathHop
 HopToTopoDbLinkMapper::doReverseP2pLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop ) {
    if ( carrier.router == noVertex ) {
-      fail( "Cannot find TE router id for ", hop );
+      fail( __PRETTY_FUNCTION__, "Cannot find TE router id for ", hop );
       return {};
    }
    if ( carrier.arrival == noEdge ) {
-      fail( "Cannot find matching reverse link for hop ", hop );
+      fail( __PRETTY_FUNCTION__, "Cannot find matching reverse link for hop ", hop );
       return {};
    }
    return { carrier.arrival, noEdge, carrier.teRouterId };
 }
 
 CspfPathHop
-HopToTopoDbLinkMapper::doReverseLanLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop,
-                                         CspfVertex previous ) {
+HopToTopoDbLinkMapper::doReverseLanLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop ) {
    if ( carrier.router == noVertex ) {
-      fail( "Cannot find IGP router id for destination router ", hop );
+      fail( __PRETTY_FUNCTION__, "Cannot find IGP router id for destination router ", hop );
       return {};
    }
    if ( carrier.arrival == noEdge ) {
-      fail( carrier.known ? "Destination router in LAN is empty for "
-                          : "Cannot find Neighbor object for ",
+      fail( __PRETTY_FUNCTION__,
+            carrier.link != noEdge ? "Destination router in LAN is empty for "
+                                   : "Cannot find Neighbor object for ",
             hop );
       return {};
    }
-   if ( carrier.router == previous ) {
-      fail( "Both the end point of the link is expected on the same router for ", hop );
+   if ( carrier.router == previous_ ) {
+      fail( __PRETTY_FUNCTION__,
+            "Both the end point of the link is expected on the same router for ", hop );
       return {};
    }
    const CspfGraph & graph = view_.graph();
    const CspfVertex network = graph.from( carrier.arrival );
    CspfPathHop best;
-   if ( previous != noVertex ) {
-      for ( const std::uint32_t e : graph.out( previous ) ) {
+   if ( previous_ != noVertex ) {
+      for ( const std::uint32_t e : graph.out( previous_ ) ) {
          const CspfPathHop candidate{ CspfEdge{ e }, carrier.arrival, carrier.teRouterId };
-         if ( graph.to( candidate.link ) == network && better( candidate, best, previous ) ) {
+         if ( graph.to( candidate.link ) == network && better( candidate, best ) ) {
             best = candidate;
          }
       }
    }
    if ( !best.known() ) {
-      fail( "Cannot find reference from router to LAN for ", hop );
+      fail( __PRETTY_FUNCTION__, "Cannot find reference from router to LAN for ", hop );
    }
    return best;
 }
 
+AllTopoNeighborKey
+HopToTopoDbLinkMapper::neighborKey( CspfEdge link ) const {
+   return link == noEdge ? AllTopoNeighborKey() : view_.topoGraph().neighborKey( link );
+}
+
+AllTopoNeighborKey
+HopToTopoDbLinkMapper::linkWithHop( const Kivnet::IpGenAddr & hop ) {
+   std::span< const Carrier > carriers;
+   linkWithHop( hop, carriers );
+   return neighborKey( carriers.empty() ? noEdge : carriers.front().link );
+}
+
+AllTopoNeighborKey
+HopToTopoDbLinkMapper::doReverseP2pLink( const AllTopoNeighborKey & link,
+                                         const Kivnet::IpGenAddr & hop ) {
+   return neighborKey( doReverseP2pLink( memory_.carrier( link ), hop ).link );
+}
+
+AllTopoNeighborKey
+HopToTopoDbLinkMapper::doReverseLanLink( const AllTopoNeighborKey & link,
+                                         const Kivnet::IpGenAddr & hop ) {
+   return neighborKey( doReverseLanLink( memory_.carrier( link ), hop ).link );
+}
+
 void
-HopToTopoDbLinkMapper::fail( const char * reason, const Kivnet::IpGenAddr & hop,
-                             const std::string & more ) {
-   TRACE8( reason << hop << more );
+HopToTopoDbLinkMapper::fail( const char * operation, const char * reason,
+                             const Kivnet::IpGenAddr & hop, const std::string & more ) {
+   TRACE8_FOR( operation, reason << hop << more );
    if ( failure_.empty() ) {
       failure_ = reason + hop.stringValue() + more;
    }
@@ -304,6 +330,27 @@ pathAsTopoDbLinks( const TopoGraph & topoGraph, std::span< const CspfPathHop > h
       }
    }
    return links;
+}
+
+CspfPathHop
+pathHop( const TopoGraph & topoGraph, const PathAsTopoDbLinks & links, HopIndex hop ) {
+   const AllTopoNeighborKey * key = links.pathFind( hop );
+   const CspfEdge link = key ? topoGraph.edge( *key ) : noEdge;
+   if ( link == noEdge ) {
+      return {};
+   }
+   const CspfGraph & graph = topoGraph.graph();
+   const CspfVertex end = graph.to( link );
+   if ( !graph.isNetwork( end ) ) {
+      return { link, noEdge, topoGraph.nodeId( end ).ipAddress() };
+   }
+   const Kivnet::IpGenAddr & router = links.routerInNetworkForHop( hop );
+   for ( const std::uint32_t e : graph.out( end ) ) {
+      if ( topoGraph.nodeId( graph.to( CspfEdge{ e } ) ).ipAddress() == router ) {
+         return { link, CspfEdge{ e }, router };
+      }
+   }
+   return {};
 }
 
 }

@@ -37,7 +37,7 @@ class HopAddressMemory : public Lum::Reactor {
       CspfVertex router = noVertex;  ///< its owner; noVertex where that takes no part
       std::uint16_t topology = 0;
       bool lan = false;
-      bool known = false;         ///< it is in the graph itself, whatever of the way back
+      CspfEdge link = noEdge;     ///< itself, whatever of the way back; noEdge: not in the graph
       CspfEdge arrival = noEdge;  ///< the link, or the step from the LAN, that leads to the owner
       Kivnet::IpGenAddr teRouterId;  ///< of the owner
    };
@@ -56,13 +56,14 @@ class HopAddressMemory : public Lum::Reactor {
    std::uint64_t sourceChanges() const noexcept { return sourceChanges_; }
    /// All carriers of the address, in key order; valid until the next call. O(1) when it is known.
    std::span< const Carrier > carriers( const Kivnet::IpGenAddr & address );
+   /// The link as one that carries an address.
+   Carrier carrier( const AllTopoNeighborKey & key ) const;
 
  private:
    struct Entry {
       std::uint64_t graphVersion = 0;  // 0: never looked up
       std::vector< Carrier > carriers;
    };
-   Carrier carrier( const AllTopoNeighborKey & key ) const;
 
    const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
    Lum::Map< Kivnet::IpGenAddr, Entry > entries_;
@@ -124,25 +125,40 @@ class HopToTopoDbLinkMapper {
    void handleNew( CspfVertex sourceNode, const Hops & hops, std::vector< CspfPathHop > & links );
    const std::string & failure() const noexcept { return failure_; }
 
+   // Single steps, by key. What is not found is empty.
+
+   /// The link that carries the address: the first by key, of those of one router.
+   AllTopoNeighborKey linkWithHop( const Kivnet::IpGenAddr & hop );
+   /// The link by which a packet comes to `hop`, which `link` carries.
+   AllTopoNeighborKey doReverseP2pLink( const AllTopoNeighborKey & link,
+                                        const Kivnet::IpGenAddr & hop );
+   /// ... over a LAN: of the router that the last hop that was mapped ends at, else of the source.
+   /// REQUIRES: handleNew was called.
+   AllTopoNeighborKey doReverseLanLink( const AllTopoNeighborKey & link,
+                                        const Kivnet::IpGenAddr & hop );
+
  private:
    using Carrier = HopAddressMemory::Carrier;
 
-   CspfPathHop mapHop( const Kivnet::IpGenAddr & hop, CspfVertex previous );
-   /// The carriers in the constraint's topology; none unless they belong to one router.
-   std::span< const Carrier > linkWithHop( const Kivnet::IpGenAddr & hop );
+   CspfPathHop mapHop( const Kivnet::IpGenAddr & hop );
+   // The same steps in numbers, for all carriers of an address.
+   /// Those in the constraint's topology; none unless they belong to one router.
+   void linkWithHop( const Kivnet::IpGenAddr & hop, std::span< const Carrier > & carriers );
    CspfPathHop doReverseP2pLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop );
-   CspfPathHop doReverseLanLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop,
-                                 CspfVertex previous );
-   bool better( const CspfPathHop & candidate, const CspfPathHop & best,
-                CspfVertex previous ) const;
+   CspfPathHop doReverseLanLink( const Carrier & carrier, const Kivnet::IpGenAddr & hop );
+   bool better( const CspfPathHop & candidate, const CspfPathHop & best ) const;
+   AllTopoNeighborKey neighborKey( CspfEdge link ) const;
    bool isKnown( const CspfPathHop & hop ) const;
-   void fail( const char * reason, const Kivnet::IpGenAddr & hop, const std::string & more = {} );
+   /// `operation`: the one for which, as traces begin.
+   void fail( const char * operation, const char * reason, const Kivnet::IpGenAddr & hop,
+              const std::string & more = {} );
 
    const AllTopoDbView & view_;
    HopAddressMemory & memory_;
    const CspfLinkFilter & filter_;
    const PathAsTopoDbLinks * const known_;
    std::size_t hopIndex_ = 0;
+   CspfVertex previous_ = noVertex;  // where the hop before ended
    std::vector< Carrier > inTopology_;
    std::string failure_;
 };
@@ -150,5 +166,8 @@ class HopToTopoDbLinkMapper {
 /// The hops as records: which link each one is, and the router inside of a LAN that it crosses.
 Lum::Ptr< PathAsTopoDbLinks > pathAsTopoDbLinks( const TopoGraph & topoGraph,
                                                  std::span< const CspfPathHop > hops );
+/// One hop of these records; not known where its link, or the router's place on the LAN, is none
+/// of the graph.
+CspfPathHop pathHop( const TopoGraph & topoGraph, const PathAsTopoDbLinks & links, HopIndex hop );
 
 }

@@ -10,6 +10,7 @@
 
 #include "Cspf/Hops/PathStitcher.h"
 
+#include "Cspf/Graph/Arcs.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
@@ -74,7 +75,7 @@ PathStitcher::doUpdatePathForStrictHop( const PathSegment & segment ) {
                         + " is not found as an immediate neighbor from source "
                         + end_.stringValue();
    for ( const Kivnet::IpGenAddr & destination : destinations ) {
-      const auto best = findBestNexthopForStrictHop( destination, segment.end );
+      const auto best = bestStrictHop( end_, destination, segment.end );
       if ( best && best->refusal == CspfRefusal::none ) {
          addHop( best->hop, best->nexthop );
          addIncludeIp( segment );
@@ -130,12 +131,21 @@ PathStitcher::findOldNexthopForStrictHop( const Kivnet::IpGenAddr & teRouterId )
    return found;
 }
 
-std::optional< PathStitcher::StrictHop >
-PathStitcher::findBestNexthopForStrictHop( const Kivnet::IpGenAddr & destination,
+Kivnet::IpGenAddr
+PathStitcher::findBestNexthopForStrictHop( const Kivnet::IpGenAddr & source,
+                                           const Kivnet::IpGenAddr & destination,
                                            const Kivnet::IpGenAddr & strictHop ) const {
+   const auto best = bestStrictHop( source, destination, strictHop );
+   return best ? best->nexthop : Kivnet::IpGenAddr();
+}
+
+std::optional< PathStitcher::StrictHop >
+PathStitcher::bestStrictHop( const Kivnet::IpGenAddr & source,
+                             const Kivnet::IpGenAddr & destination,
+                             const Kivnet::IpGenAddr & strictHop ) const {
    const TopoGraph & topoGraph = view_.topoGraph();
    auto candidates =
-      singleHops( topoGraph.vertex( NodeId( end_ ) ), topoGraph.vertex( NodeId( destination ) ) );
+      singleHops( topoGraph.vertex( NodeId( source ) ), topoGraph.vertex( NodeId( destination ) ) );
    const auto isMeant = [ & ]( const StrictHop & hop ) { return arrivesAt( hop.hop, strictHop ); };
    if ( std::ranges::any_of( candidates, isMeant ) ) {
       std::erase_if( candidates, std::not_fn( isMeant ) );
@@ -154,7 +164,7 @@ std::vector< PathStitcher::StrictHop >
 PathStitcher::singleHops( CspfVertex from, CspfVertex to ) const {
    const CspfGraph & graph = view_.graph();
    std::vector< StrictHop > found;
-   if ( from == to ) {
+   if ( from == to || from == noVertex || to == noVertex ) {
       return found;  // though a LAN leads back to its routers
    }
    const Kivnet::IpGenAddr teRouterId = view_.topoGraph().nodeId( to ).ipAddress();
@@ -210,9 +220,14 @@ PathStitcher::addHop( const CspfPathHop & hop, const Kivnet::IpGenAddr & nexthop
 /// The destination's own segment ends at no include hop.
 void
 PathStitcher::addIncludeIp( const PathSegment & segment ) {
-   if ( segment.isIncludeHop ) {
-      includeIps_.push_back( { segment.end, end_ } );
+   if ( !segment.isIncludeHop ) {
+      return;
    }
+   const IncludeIp includeIp{ segment.end, end_ };
+   [[maybe_unused]] const Kivnet::IpGenAddr expectedTeRouterId =
+      hops_.empty() ? view_.spfRoot().ipAddress() : hops_.back().teRouterId;
+   LUM_ASSERT( includeIp.teRouterId() == expectedTeRouterId );
+   includeIps_.push_back( includeIp );
 }
 
 bool

@@ -30,6 +30,17 @@ class PathStitcher {
    std::string doUpdatePathForLooseHop( const PathSegment & segment,
                                         const PathStatusCache & child );
 
+   /// The next hop of the best single link between two routers, which are named by their TE router
+   /// ids: the link with the address `strictHop` at its far end, where there is one; of the others
+   /// those that the constraint allows, then the one that the published path used, then by cost,
+   /// then by link. Unset where there is no link.
+   Kivnet::IpGenAddr findBestNexthopForStrictHop( const Kivnet::IpGenAddr & source,
+                                                  const Kivnet::IpGenAddr & destination,
+                                                  const Kivnet::IpGenAddr & strictHop ) const;
+   /// The next hop by which the published path went from where this path is to that router; unset
+   /// where it did not. Of several times, the one at the same hop, else the first.
+   Kivnet::IpGenAddr findOldNexthopForStrictHop( const Kivnet::IpGenAddr & teRouterId ) const;
+
    /// TE router id of the router that the path has come to.
    const Kivnet::IpGenAddr & end() const noexcept { return end_; }
    /// Whether the path holds in the topology as it is. Its segments may have been computed before.
@@ -52,15 +63,10 @@ class PathStitcher {
       AllTopoNeighborKey link;  ///< of a path that reserves bandwidth
    };
 
-   /// The next hop by which the published path went from where this path is to that router; unset
-   /// where it did not. Of several times, the one at the same hop, else the first.
-   Kivnet::IpGenAddr findOldNexthopForStrictHop( const Kivnet::IpGenAddr & teRouterId ) const;
-   /// The best single link to the destination: the one with the address `strictHop` at its far end,
-   /// where there is one; of the others those that the constraint allows, then the one that the
-   /// published path used, then by cost, then by link. Nothing where there is no link.
-   std::optional< StrictHop >
-   findBestNexthopForStrictHop( const Kivnet::IpGenAddr & destination,
-                                const Kivnet::IpGenAddr & strictHop ) const;
+   /// The link of the next hop of findBestNexthopForStrictHop.
+   std::optional< StrictHop > bestStrictHop( const Kivnet::IpGenAddr & source,
+                                             const Kivnet::IpGenAddr & destination,
+                                             const Kivnet::IpGenAddr & strictHop ) const;
    std::vector< StrictHop > singleHops( CspfVertex from, CspfVertex to ) const;
    StrictHop strictHop( const CspfPathHop & hop ) const;
    bool arrivesAt( const CspfPathHop & hop, const Kivnet::IpGenAddr & address ) const;

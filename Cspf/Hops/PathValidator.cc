@@ -58,9 +58,9 @@ PathValidity::userChange( const BwUsageManager * manager, const BwUsageId & user
 
 void
 RsvpPathValidator::validatePathAndUpdateMetadata() {
-   valid_ = checkPath();
+   valid_ = checkPath( __PRETTY_FUNCTION__ );
    if ( valid_ ) {
-      updateIncludeIps();
+      updateIncludeIps( __PRETTY_FUNCTION__ );
    }
 }
 
@@ -70,43 +70,59 @@ RsvpPathValidator::validity() const {
 }
 
 bool
-RsvpPathValidator::checkPath() {
+RsvpPathValidator::checkPath( const char * operation ) {
    if ( pathStatus_.pathList().empty() && !isPathFromSourceToSource_ ) {
-      return fail( " : no old path computed to validate" );
+      return fail( " : no old path computed to validate", operation );
    }
    const NodeId source = view_.spfRoot();
    if ( !source || view_.topoGraph().vertex( source ) == noVertex ) {
-      return fail( " : Source node not found in the topology " );
+      return fail( " : Source node not found in the topology ", operation );
    }
    const CspfLinkFilter & filter = memory_.filter( view_, source );
    if ( pathStatus_.paths() != pathStatus_.pathTeRouterIds() ) {
-      TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " : path length "
-                                     << pathStatus_.paths() << " and pathTeRouterId length "
-                                     << pathStatus_.pathTeRouterIds() << " in path status differ" );
+      TRACE8_FOR( operation, "RsvpPathValidator : "
+                                << pathInfoKey_.traceString() << " : path length "
+                                << pathStatus_.paths() << " and pathTeRouterId length "
+                                << pathStatus_.pathTeRouterIds() << " in path status differ" );
    }
-   if ( !validatePath( view_.topoGraph().vertex( source ), filter ) ) {
+   const CspfVertex sourceNode = view_.topoGraph().vertex( source );
+   HopToTopoDbLinkMapper mapper( view_, memory_.hopAddresses(), filter, known_ );
+   mapper.handleNew( sourceNode, pathStatus_.pathList(), memory_.links() );
+   if ( !validatePath( sourceNode, filter ) ) {
+      reason_ = mapper.failure().empty() ? reason_ : mapper.failure();
       return false;
    }
-   updateTeRouterIds();
-   return destinationIsOn( memory_.links().empty() ? source.ipAddress()
-                                                   : memory_.links().back().teRouterId );
+   updateTeRouterIds( operation );
+   return destinationIsOn(
+      memory_.links().empty() ? source.ipAddress() : memory_.links().back().teRouterId, operation );
+}
+
+bool
+RsvpPathValidator::validatePath( const PathAsTopoDbLinks & links ) {
+   const NodeId source = view_.spfRoot();
+   if ( !view_.hasRouter( source ) ) {
+      return fail( " : Source node not found in the topology ", __PRETTY_FUNCTION__ );
+   }
+   const CspfLinkFilter & filter = memory_.filter( view_, source );
+   memory_.links().clear();
+   for ( std::size_t i = 0; i < pathStatus_.paths(); ++i ) {
+      memory_.links().push_back( pathHop( view_.topoGraph(), links, HopIndex( i ) ) );
+   }
+   return validatePath( view_.topoGraph().vertex( source ), filter );
 }
 
 bool
 RsvpPathValidator::validatePath( CspfVertex sourceNode, const CspfLinkFilter & filter ) {
-   HopToTopoDbLinkMapper mapper( view_, memory_.hopAddresses(), filter, known_ );
-   mapper.handleNew( sourceNode, pathStatus_.pathList(), memory_.links() );
    const auto & links = memory_.links();
    const auto found = std::ranges::count_if( links, &CspfPathHop::known );
    if ( static_cast< std::size_t >( found ) != pathStatus_.paths() ) {
-      fail( " : missing links, expected " + std::to_string( pathStatus_.paths() ) + " but found "
-            + std::to_string( found ) );
-      reason_ = mapper.failure();
-      return false;
+      return fail( " : missing links, expected " + std::to_string( pathStatus_.paths() )
+                      + " but found " + std::to_string( found ),
+                   __PRETTY_FUNCTION__ );
    }
    CspfVertex previous = sourceNode;
    for ( std::size_t i = 0; i < links.size(); ++i ) {
-      if ( !validateHop( i, previous, filter ) ) {
+      if ( !validateHop( i, previous, filter, __PRETTY_FUNCTION__ ) ) {
          return false;
       }
       previous = links[ i ].end( view_.graph() );
@@ -116,25 +132,27 @@ RsvpPathValidator::validatePath( CspfVertex sourceNode, const CspfLinkFilter & f
 
 bool
 RsvpPathValidator::validateHop( std::size_t hopIndex, CspfVertex previous,
-                                const CspfLinkFilter & filter ) {
+                                const CspfLinkFilter & filter, const char * operation ) {
    const CspfGraph & graph = view_.graph();
    const CspfPathHop & hop = memory_.links()[ hopIndex ];
    const auto hopText = [ & ]() { return pathStatus_.pathList()[ hopIndex ].stringValue(); };
    if ( graph.from( hop.link ) != previous ) {
       const TopoGraph & names = view_.topoGraph();
       return fail( " : path not continuous, expected previous hop "
-                   + names.nodeId( previous ).stringValue() + ", but found "
-                   + names.nodeId( graph.from( hop.link ) ).stringValue() + " for hop " + hopText()
-                   + " at hopIndex " + std::to_string( hopIndex ) );
+                      + names.nodeId( previous ).stringValue() + ", but found "
+                      + names.nodeId( graph.from( hop.link ) ).stringValue() + " for hop "
+                      + hopText() + " at hopIndex " + std::to_string( hopIndex ),
+                   operation );
    }
    const CspfRefusal refusal = refusalForUser( view_, filter, hop );
    return refusal == CspfRefusal::none
           || fail( " : Link on hop to hop failed constraint verification " + hopText() + ": "
-                   + std::string( text( refusal ) ) );
+                      + std::string( text( refusal ) ),
+                   operation );
 }
 
 void
-RsvpPathValidator::updateTeRouterIds() {
+RsvpPathValidator::updateTeRouterIds( const char * operation ) {
    const auto & published = pathStatus_.pathTeRouterIdList();
    const auto & links = memory_.links();
    if ( std::ranges::equal( published, links, {}, {}, &CspfPathHop::teRouterId ) ) {
@@ -144,60 +162,64 @@ RsvpPathValidator::updateTeRouterIds() {
    for ( std::size_t i = 0; i < links.size(); ++i ) {
       const Kivnet::IpGenAddr & teNeighborId = links[ i ].teRouterId;
       if ( i < published.size() && published[ i ] != teNeighborId ) {
-         TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString()
-                                        << " : path TE router id mismatch, expected "
-                                        << published[ i ] << ", found " << teNeighborId );
+         TRACE8_FOR( operation, "RsvpPathValidator : " << pathInfoKey_.traceString()
+                                                       << " : path TE router id mismatch, expected "
+                                                       << published[ i ] << ", found "
+                                                       << teNeighborId );
       }
       pathTeRouterId_.push( teNeighborId );
    }
 }
 
 bool
-RsvpPathValidator::destinationIsOn( const Kivnet::IpGenAddr & teRouterId ) {
+RsvpPathValidator::destinationIsOn( const Kivnet::IpGenAddr & teRouterId, const char * operation ) {
    const Kivnet::IpGenAddr destination = pathInfoKey_.pathKey().dst().ipAddress();
    if ( view_.hasTep( teRouterId, destination ) ) {
       return true;
    }
    return fail( " : path destination " + destination.stringValue()
-                + " is not found on node with TE router id " + teRouterId.stringValue()
-                + ", destWasOnSourceNode: " + ( isPathFromSourceToSource_ ? "1" : "0" ) );
+                   + " is not found on node with TE router id " + teRouterId.stringValue()
+                   + ", destWasOnSourceNode: " + ( isPathFromSourceToSource_ ? "1" : "0" ),
+                operation );
 }
 
 /// From what was asked for: an address that was gone for a while is listed again. Listed are those
 /// hops of the request that were there, in their order.
 void
-RsvpPathValidator::updateIncludeIps() {
+RsvpPathValidator::updateIncludeIps( const char * operation ) {
    const auto & published = pathStatus_.includeIpList();
    std::size_t next = 0;
    for ( const IncludeHop & hop : view_.constraint().includeHopList() ) {
       const bool listed = next < published.size() && published[ next ].addr() == hop.addr();
       const IncludeIp current =
-         currentIncludeIp( listed ? published[ next++ ] : IncludeIp{ hop.addr(), {} } );
+         currentIncludeIp( listed ? published[ next++ ] : IncludeIp{ hop.addr(), {} }, operation );
       if ( current.teRouterId() ) {
          includeIps_.push( current );
       }
    }
    includeIpsChanged_ = includeIps_ != published;
    if ( includeIps_.size() != published.size() ) {
-      TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString()
-                                     << " : Include IP length changed" );
+      TRACE8_FOR( operation, "RsvpPathValidator : " << pathInfoKey_.traceString()
+                                                    << " : Include IP length changed" );
    } else if ( includeIpsChanged_ ) {
-      TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " : Include IP changed" );
+      TRACE8_FOR( operation,
+                  "RsvpPathValidator : " << pathInfoKey_.traceString() << " : Include IP changed" );
    }
 }
 
 /// The include IP with the router that has it now: its router under the id that this has now, else
 /// another router of the path; unset where none has it.
 IncludeIp
-RsvpPathValidator::currentIncludeIp( const IncludeIp & published ) const {
+RsvpPathValidator::currentIncludeIp( const IncludeIp & published, const char * operation ) const {
    const Kivnet::IpGenAddr & address = published.addr();
    const Kivnet::IpGenAddr teRouterId = currentTeRouterId( published.teRouterId() );
    if ( teRouterId && view_.hasTep( teRouterId, address ) ) {
       return { address, teRouterId };
    }
    if ( published.teRouterId() ) {
-      TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << " Include IP " << address
-                                     << " no longer present on " << published.teRouterId() );
+      TRACE8_FOR( operation, "RsvpPathValidator : " << pathInfoKey_.traceString() << " Include IP "
+                                                    << address << " no longer present on "
+                                                    << published.teRouterId() );
    }
    const Kivnet::IpGenAddr source = view_.spfRoot().ipAddress();
    if ( view_.hasTep( source, address ) ) {
@@ -223,8 +245,8 @@ RsvpPathValidator::currentTeRouterId( const Kivnet::IpGenAddr & published ) cons
 }
 
 bool
-RsvpPathValidator::fail( const std::string & text ) {
-   TRACE8( "RsvpPathValidator : " << pathInfoKey_.traceString() << text );
+RsvpPathValidator::fail( const std::string & text, const char * operation ) {
+   TRACE8_FOR( operation, "RsvpPathValidator : " << pathInfoKey_.traceString() << text );
    const std::size_t begin = text.find_first_not_of( " :" );
    reason_ = text.substr( begin, text.find_last_not_of( ' ' ) + 1 - begin );
    return false;

@@ -72,6 +72,9 @@ class RsvpPathValidator {
 
    /// Does all of the check. O(hops).
    void validatePathAndUpdateMetadata();
+   /// The part of it that is about links, for hops that are these: whether there is one for each
+   /// hop, each starts where the last one ended, and the constraint allows it. The metadata stays.
+   bool validatePath( const PathAsTopoDbLinks & links );
 
    // Results. The metadata means something for a valid path only.
 
@@ -89,17 +92,18 @@ class RsvpPathValidator {
    std::span< const CspfPathHop > links() const { return memory_.links(); }
 
  private:
-   bool checkPath();
-   /// Whether there is a link for each hop, each starts where the last one ended, and the
-   /// constraint allows it.
+   // `operation`: the one for which, as traces begin.
+   bool checkPath( const char * operation );
+   /// The same of the links that stand in the memory.
    bool validatePath( CspfVertex sourceNode, const CspfLinkFilter & filter );
-   bool validateHop( std::size_t hopIndex, CspfVertex previous, const CspfLinkFilter & filter );
-   void updateTeRouterIds();
-   bool destinationIsOn( const Kivnet::IpGenAddr & teRouterId );
-   void updateIncludeIps();
-   IncludeIp currentIncludeIp( const IncludeIp & published ) const;
+   bool validateHop( std::size_t hopIndex, CspfVertex previous, const CspfLinkFilter & filter,
+                     const char * operation );
+   void updateTeRouterIds( const char * operation );
+   bool destinationIsOn( const Kivnet::IpGenAddr & teRouterId, const char * operation );
+   void updateIncludeIps( const char * operation );
+   IncludeIp currentIncludeIp( const IncludeIp & published, const char * operation ) const;
    Kivnet::IpGenAddr currentTeRouterId( const Kivnet::IpGenAddr & published ) const;
-   bool fail( const std::string & text );
+   bool fail( const std::string & text, const char * operation );
 
    const PathInfoKey & pathInfoKey_;
    const PathStatus & pathStatus_;

@@ -64,6 +64,7 @@ class RsvpPathRefreshSm : public PathRefreshSm {
                       const Lum::Ptr< PathUsageSm > & pathUsageSm );
    ~RsvpPathRefreshSm() override;
 
+   void handleNew() override;
    void handleTopoChanged() override;
    void doPathValidation();
    /// Marks the children, then the path, so that the path finds its children waiting.
@@ -71,7 +72,6 @@ class RsvpPathRefreshSm : public PathRefreshSm {
 
  private:
    const Lum::Ptr< const PathConfigInfo > & pathConfigInfo() const { return pathConfigInfo_; }
-   void handleNew() override;
    bool isPublishedPathInUse() const;
    bool meetsHops( const PathStatus & published, const PathConstraint & constraint ) const;
    bool isPathFromSourceToSource() const;

@@ -80,23 +80,24 @@ PathStatusUpdator::isPathUpdateRequired( const PathStatusCache & cache ) const {
       TRACE8( "repairPathIdx needs an update for path: " << keyText() );
       return true;
    }
-   return isPathArrayUpdateRequired( orNone( cache.path(), noPath ) )
+   return isPathArrayUpdateRequired( orNone( cache.path(), noPath ), __PRETTY_FUNCTION__ )
           || isPathTeRouterIdUpdateRequired( orNone( cache.pathTeRouterId(), noTeRouterIds ) )
           || isIncludeIpUpdateRequired( orNone( cache.includeIps(), noIncludeIps ) )
           || isPathSrlgUpdateRequired( orNone( cache.pathSrlg(), noSrlgs ) );
 }
 
 bool
-PathStatusUpdator::isPathArrayUpdateRequired( const PathArray & path ) const {
+PathStatusUpdator::isPathArrayUpdateRequired( const PathArray & path,
+                                              const char * operation ) const {
    const auto & status = published().pathList();
    const auto & cached = path.path();
    const auto at = firstDifference( status, cached );
    if ( at == inLength ) {
-      TRACE8( "Path array lengths from cache: " << cached.size()
-                                                << ", from status: " << status.size() );
+      TRACE8_FOR( operation, "Path array lengths from cache: " << cached.size() << ", from status: "
+                                                               << status.size() );
    } else if ( at ) {
-      TRACE8( "Path status hop " << *at << " " << status[ *at ] << " differs from cache "
-                                 << cached[ *at ] );
+      TRACE8_FOR( operation, "Path status hop " << *at << " " << status[ *at ]
+                                                << " differs from cache " << cached[ *at ] );
    }
    return at.has_value();
 }
@@ -211,13 +212,18 @@ PathStatusUpdateSm::PathStatusUpdateSm(
      pathUsageSm_( pathUsageSm ),
      pathStatusInfo_( pathStatusInfo ),
      pathStatusCache_( pathStatusCache ),
-     parentPathHelper_( parentPathHelper ),
-     pathStatusUpdator_( *pathStatusInfo, *pathStatusInfo->cspfStatus() ) {}
+     parentPathHelper_( parentPathHelper ) {}
 
 PathStatusUpdateSm::~PathStatusUpdateSm() = default;
 
 void
+PathStatusUpdateSm::pathStatusUpdatorIs() {
+   pathStatusUpdator_.emplace( *pathStatusInfo_, *pathStatusInfo_->cspfStatus() );
+}
+
+void
 PathStatusUpdateSm::handleInitialized() {
+   pathStatusUpdatorIs();
    LUM_WATCH( pathStatusInfo_, refreshNeeded, handleRefreshNeeded );
    LUM_WATCH( pathStatusCache_, refreshedStage1Count, handleRefreshStage1Completion );
    LUM_WATCH( pathStatusCache_, refreshedStage2Count, handleRefreshStage2Completion );
@@ -237,14 +243,9 @@ PathStatusUpdateSm::handleRefreshNeeded() {
    if ( explicitRefresh ) {
       TRACE7( "Explicit path refresh request for " << key.traceString() );
    }
-   if ( !parentPathHelper_->anyChildPathRefreshNeeded( key ) ) {
-      requestCspf();
+   if ( parentPathHelper_->anyChildPathRefreshNeeded( key ) ) {
+      return;
    }
-}
-
-void
-PathStatusUpdateSm::requestCspf() {
-   const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
    TRACE8( "CSPF requested for path: "
            << key.traceString() << " with topoChanged "
            << static_cast< bool >( pathStatusInfo_->refreshReason() & refreshReasonTopoChanged )
@@ -286,7 +287,7 @@ PathStatusUpdateSm::publishPathStatus() {
    if ( pathUsageSm_ ) {
       pathUsageSm_->handleResult( *pathStatusCache_ );
    }
-   pathStatusUpdator_.publishPath( *pathStatusCache_ );
+   pathStatusUpdator_->publishPath( *pathStatusCache_ );
    if ( pathUsageSm_ ) {
       pathUsageSm_->doUpdatePathBwUsage();  // for the path that stands, too
    }

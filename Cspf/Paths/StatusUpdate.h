@@ -2,6 +2,8 @@
 
 #include "Cspf/Records/PathRows.h"
 
+#include <optional>
+
 namespace Cspf {
 
 class ParentPathHelper;
@@ -33,7 +35,7 @@ class PathStatusUpdator {
    std::string keyText() const { return pathStatusInfo_.pathInfoKey().traceString(); }
    /// The default where nothing is published.
    const PathStatus & published() const { return cspfStatus_.pathStatus( pathKey() ); }
-   bool isPathArrayUpdateRequired( const PathArray & path ) const;
+   bool isPathArrayUpdateRequired( const PathArray & path, const char * operation ) const;
    PathStatus newPathStatus( const PathStatusCache & cache ) const;
    void write( const PathStatus & pathStatus );
 
@@ -76,16 +78,18 @@ class PathStatusUpdateSm : public Lum::Reactor {
    void handleRefreshStage2Completion();
    /// A path of the agent's own is not published.
    void publishPathStatus();
+   /// A fresh one.
+   void pathStatusUpdatorIs();
+   /// REQUIRES: the machine has started.
+   const PathStatusUpdator & pathStatusUpdator() const { return *pathStatusUpdator_; }
 
  private:
-   void requestCspf();
-
    const Lum::Ptr< const ConstraintInfoTable > constraintInfoTable_;
    const Lum::Ptr< PathUsageSm > pathUsageSm_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    const Lum::Ptr< const PathStatusCache > pathStatusCache_;
    const Lum::Ptr< const ParentPathHelper > parentPathHelper_;
-   PathStatusUpdator pathStatusUpdator_;
+   std::optional< PathStatusUpdator > pathStatusUpdator_;
 };
 
 }

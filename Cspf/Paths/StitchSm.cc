@@ -58,8 +58,8 @@ RsvpPathStitchSm::doStitchPaths() {
                           pathStatusInfo_->cspfStatus()->pathStatus( pathKey() ) );
    std::string error;
    switch ( stitch( stitcher, config->constraint(), error ) ) {
-   case Outcome::built: publish( stitcher ); break;
-   case Outcome::failed: fail( error ); break;
+   case Outcome::built: publish( stitcher, __PRETTY_FUNCTION__ ); break;
+   case Outcome::failed: fail( error, __PRETTY_FUNCTION__ ); break;
    case Outcome::waits:
       TRACE7( "Waiting for segments of " << pathStatusInfo_->pathInfoKey().traceString() );
       break;
@@ -120,10 +120,10 @@ RsvpPathStitchSm::doUpdatePathForLooseHop( PathStitcher & stitcher,
 }
 
 void
-RsvpPathStitchSm::publish( PathStitcher & stitcher ) {
+RsvpPathStitchSm::publish( PathStitcher & stitcher, const char * operation ) {
    const auto result = stitcher.result();
    if ( !result ) {
-      fail( "The path has more than " + std::to_string( HopIndex::max + 1 ) + " hops" );
+      fail( "The path has more than " + std::to_string( HopIndex::max + 1 ) + " hops", operation );
       return;
    }
    pathStatusCache_->resultIs( *result );
@@ -148,9 +148,9 @@ RsvpPathStitchSm::followSegments() {
 }
 
 void
-RsvpPathStitchSm::fail( const std::string & error ) {
-   TRACE7( "Cannot stitch paths for " << pathStatusInfo_->pathInfoKey().traceString()
-                                      << " with error: " << error );
+RsvpPathStitchSm::fail( const std::string & error, const char * operation ) {
+   TRACE7_FOR( operation, "Cannot stitch paths for " << pathStatusInfo_->pathInfoKey().traceString()
+                                                     << " with error: " << error );
    pathStatusInfo_->cspfStatus()->pathErrorIs( pathKey(), error );
 }
 

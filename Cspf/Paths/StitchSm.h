@@ -42,9 +42,10 @@ class RsvpPathStitchSm : public Lum::Reactor {
                            std::string & error ) const;
    std::string doUpdatePathForLooseHop( PathStitcher & stitcher,
                                         const PathSegment & segment ) const;
-   void publish( PathStitcher & stitcher );
+   // `operation`: the one for which, as traces begin.
+   void publish( PathStitcher & stitcher, const char * operation );
    void followSegments();
-   void fail( const std::string & error );
+   void fail( const std::string & error, const char * operation );
 
    const PathKey & pathKey() const { return pathStatusInfo_->pathInfoKey().pathKey(); }
 

@@ -125,7 +125,7 @@ PathUsageSm::doUpdatePathBwUsage() {
    // Whoever reads what is reserved may change what it is for: then that has been accounted by now.
    const auto alive = keptAlive();
    const std::uint32_t update = ++updates_;
-   const auto usage = granted_.bandwidth > 0 ? currentPathBwUsage() : nullptr;
+   const auto usage = granted_.bandwidth > 0 ? currentPathBwUsage( __PRETTY_FUNCTION__ ) : nullptr;
    if ( update == updates_ ) {
       pathBwUsageIs( usage );
    }
@@ -209,12 +209,12 @@ PathUsageSm::watchRouters() {
 
 /// What was granted, on the links of the published hops.
 Lum::Ptr< const PathBwUsage >
-PathUsageSm::currentPathBwUsage() {
+PathUsageSm::currentPathBwUsage( const char * operation ) {
    const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
    const PathStatus * published =
       key.internal() ? nullptr : pathStatusInfo_->cspfStatus()->pathStatusFind( key.pathKey() );
    if ( !published || published->paths() == 0 ) {
-      TRACE8( "No pathUsage found" );
+      TRACE8_FOR( operation, "No pathUsage found" );
       return nullptr;
    }
    if ( !linksKnown( published->pathList() ) ) {
@@ -227,8 +227,8 @@ PathUsageSm::currentPathBwUsage() {
       if ( const AllTopoNeighborKey * link = links->pathFind( HopIndex( i ) ) ) {
          hold( *usage, i, reserved( *link ) );
       } else {
-         TRACE8( "Hop " << i << " not present in pathAsTopoDbLinks for path "
-                        << key.traceString() );
+         TRACE8_FOR( operation, "Hop " << i << " not present in pathAsTopoDbLinks for path "
+                                       << key.traceString() );
       }
    }
    return usage->bwUsages() > 0 ? usage : nullptr;
@@ -300,15 +300,22 @@ PathUsageSm::pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) 
    const BwUsageId before = userOf( pathBwUsage_ ), now = userOf( pathBwUsage );
    pathBwUsage_ = pathBwUsage;  // the old reservations end here, after the new ones were made
    if ( before != now && topology_.allTopoDbStatus->bwUsageChangedAtHas( before ) ) {
-      handlePathBwUsage( before );  // its other paths
+      userChangedIs( before );  // its other paths
    }
    if ( now ) {
-      handlePathBwUsage( now );
+      handlePathBwUsage();
    }
 }
 
 void
-PathUsageSm::handlePathBwUsage( const BwUsageId & bwUsageId ) {
+PathUsageSm::handlePathBwUsage() {
+   if ( const BwUsageId user = userOf( pathBwUsage_ ) ) {
+      userChangedIs( user );
+   }
+}
+
+void
+PathUsageSm::userChangedIs( const BwUsageId & bwUsageId ) {
    const auto & status = topology_.allTopoDbStatus;
    status->bwUsageChangedAtIs( bwUsageId, status->changeStamp() );
 }

@@ -38,7 +38,8 @@ class PathUsageSm : public Lum::Reactor {
    void doUpdatePathBwUsage();
    /// Accounts again where a router of the path has changed. O(hops).
    void handleTopoChanged();
-   void handlePathBwUsage( const BwUsageId & bwUsageId );
+   /// What the path has reserved changed.
+   void handlePathBwUsage();
    /// The path's request is answered: what is published from now on is for it.
    void handleResult( const PathStatusCache & result );
    /// The published path was found valid over these links, and holds its bandwidth there.
@@ -60,9 +61,11 @@ class PathUsageSm : public Lum::Reactor {
 
    void takeOver();
    bool wasRefused() const;
+   void userChangedIs( const BwUsageId & bwUsageId );
    void oldBwUsageIdIs( const BwUsageId & id ) { oldBwUsageId_ = id; }
    void pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage );
-   Lum::Ptr< const PathBwUsage > currentPathBwUsage();
+   /// `operation`: the one for which, as traces begin.
+   Lum::Ptr< const PathBwUsage > currentPathBwUsage( const char * operation );
    void linksAre( const PathArray::Hops & hops, const Lum::Ptr< const PathAsTopoDbLinks > & links );
    bool linksKnown( const PathArray::Hops & hops ) const { return links_ && hops_ == hops; }
    void followLinks();

@@ -19,7 +19,9 @@ DedupPqInfoLTNotifiee::handleInsert( const Lum::Ptr< Kiv::DedupHandle > & handle
 
 void
 DedupPqInfoLTNotifiee::handleRemove( const Lum::Ptr< Kiv::DedupHandle > & handle ) {
-   table_.release( static_cast< DedupPqInfo & >( *handle ) );
+   const auto & pqInfo = static_cast< const DedupPqInfo & >( *handle );
+   TRACE7( "pqIdx " << pqInfo.pqIdx() << " is not used any more" );
+   table_.release( pqInfo );
 }
 
 DedupPqInfoTable::DedupPqInfoTable( const Lum::Ptr< Status > & status,
@@ -104,7 +106,6 @@ DedupPqInfoTable::publish( DedupPqInfo & pqInfo ) {
 void
 DedupPqInfoTable::release( const DedupPqInfo & pqInfo ) {
    const std::uint32_t idx = pqInfo.pqIdx();
-   TRACE7( "pqIdx " << idx << " is not used any more" );
    if ( idx == 0 ) {
       return;
    }

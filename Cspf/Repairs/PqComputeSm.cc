@@ -218,10 +218,10 @@ PqComputeSm::doPqCompute() {
       publish( std::nullopt, RepairKind::none );
       return;
    }
-   std::optional< PqPath > path = compute( isLinkProtection_ );
+   std::optional< PqPath > path = doPqCompute( isLinkProtection_ );
    const bool instead = !path && linkPathStatusCache_;
    if ( instead ) {
-      path = compute( true );
+      path = doPqCompute( true );
    }
    publish( path, isLinkProtection_ || instead ? RepairKind::link : RepairKind::node );
 }
@@ -242,7 +242,7 @@ PqComputeSm::protectedLinkIsGone() const {
 }
 
 std::optional< PqPath >
-PqComputeSm::compute( bool isLinkProtection ) {
+PqComputeSm::doPqCompute( bool isLinkProtection ) {
    reason_.clear();
    runs_ = currentRuns( isLinkProtection );
    auto & shared = isLinkProtection == isLinkProtection_ ? repairs_ : linkRepairs_;
@@ -371,11 +371,12 @@ PqComputeSm::segment( const CspfRepairSegment & segment ) const {
 std::optional< PqPath >
 PqComputeSm::getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath ) {
    LUM_ASSERT( allPqPath->pqPathWithImmNgbs() != 0 );
+   const char * const operation = __PRETTY_FUNCTION__;
    adjacencyKeys_.clear();
    for ( const PqPathWithImmNgb & candidate : allPqPath->pqPathWithImmNgb ) {
       PqPath path;
       if ( std::ranges::any_of( candidate.firstLinks, [ & ]( CspfEdge link ) {
-              return resolveNexthop( candidate.immNgb, link, path );
+              return resolveNexthop( candidate.immNgb, link, path, operation );
            } ) ) {
          path.path_ = candidate.path;
          path.segment_ = candidate.segment;
@@ -389,7 +390,8 @@ PqComputeSm::getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath ) {
 /// A neighbour on a point-to-point link may be without address, the interface names it; one on a
 /// LAN may not.
 bool
-PqComputeSm::resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path ) {
+PqComputeSm::resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path,
+                             const char * operation ) {
    const IsisExportImpl::AdjacencyKey key{ topology().neighbor( firstLink ).intfId(),
                                            immNgb.isisSystemId() };
    adjacencyKeys_.push_back( key );
@@ -401,8 +403,8 @@ PqComputeSm::resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath &
                                                               : adjacency->nexthopV6() );
    }
    if ( !path.nhIp() ) {
-      TRACE7( "Nexthop information not available for intf: " << key.intf()
-                                                             << " sysId: " << key.systemId() );
+      TRACE7_FOR( operation, "Nexthop information not available for intf: "
+                                << key.intf() << " sysId: " << key.systemId() );
    }
    const bool isLan = topology().graph().kind( firstLink ) == CspfEdgeKind::routerToNetwork;
    return path.nhIp() || ( adjacency && !isLan );

@@ -107,9 +107,10 @@ class PqComputeSm : public Lum::Reactor {
    AllPqPathWithImmNgb getAllPqPath( SharedRepairs & shared );
    std::optional< PqPath > getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath );
    RepairSegment segment( const CspfRepairSegment & segment ) const;
-   bool resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path );
+   bool resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path,
+                        const char * operation );
    bool protectedLinkIsGone() const;
-   std::optional< PqPath > compute( bool isLinkProtection );
+   std::optional< PqPath > doPqCompute( bool isLinkProtection );
    void endStage2();
    void publish( const std::optional< PqPath > & path, RepairKind achieved );
 

@@ -29,7 +29,7 @@ TilfaConstraintInfoSm::viewConstraint( InternalPathConstraint constraint ) {
 
 void
 TilfaConstraintInfoSm::handleThrottleTimeout() {
-   if ( stopUnlessScheduled() ) {
+   if ( stopUnlessScheduled( __PRETTY_FUNCTION__ ) ) {
       return;
    }
    constraintInfo()->sourceMissingIs( !sourceInTopology( view()->spfRoot() ) );
@@ -44,7 +44,7 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
       constraintStats()->cspfLastRanAtIs( seenUntil() );
       updatePathStatusCache( tree_ );
    } else {
-      computeTree();
+      computeTree( __PRETTY_FUNCTION__ );
    }
    backoffTimerTask();
 }
@@ -163,12 +163,12 @@ TilfaConstraintInfoSm::cspfDataHolds() const {
 }
 
 void
-TilfaConstraintInfoSm::computeTree() {
+TilfaConstraintInfoSm::computeTree( const char * operation ) {
    tree_ = Lum::make< LfaCspfData >();
    tree_->sourceIs( source() );
    tree_->buildReverseSptIs( pathConstraint().reversePath() );
    tree_->sourceOverloadedIs( view()->graph().overloaded( view()->vertex( tree_->source() ) ) );
-   runCspf( tree_ );
+   runCspf( tree_, operation );
    updatePathStatusCache( tree_ );
 }
 

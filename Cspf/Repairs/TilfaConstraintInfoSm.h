@@ -35,7 +35,7 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    NodeId source() const;
    bool cspfDataHolds() const;
    void endWithoutRun();
-   void computeTree();
+   void computeTree( const char * operation );
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
 
    Lum::Ptr< LfaCspfData > tree_;  // the last one

@@ -12,20 +12,18 @@ namespace Cspf {
 
 LUM_BOUNDED( TilfaPathInfoKeyIndex, std::uint8_t, 0, 7 );
 
-/// The internal keys of one client path, by TilfaTree.
+/// The internal key of one tree of a client path.
 struct TilfaPathInfoKeyColl {
    LUM_VALUE( Cspf, TilfaPathInfoKeyColl );
    LUM_FIELD( isLinkProtection, bool );  ///< else of the node
    LUM_FIELD( pathKey, PathKey );
    LUM_FIELD( clientName, Lum::String );
-   LUM_LIST( pathInfoKey, TilfaPathInfoKeyIndex, PathInfoKey );  ///< in use
-   LUM_LIST( stalePathInfoKey, TilfaPathInfoKeyIndex,
-             PathInfoKey );  ///< until the new one has a result
+   LUM_FIELD( pathInfoKey, PathInfoKey );       ///< in use
+   LUM_FIELD( stalePathInfoKey, PathInfoKey );  ///< until the new one has a result
 };
 
-/// The trees besides the path's own, in the order of `TilfaPathInfoKeyColl::pathInfoKey`. The last
-/// two serve protection of the link where the node cannot be avoided: that without the link, and
-/// the plain one that leads to this router.
+/// The trees besides the path's own. The last two serve protection of the link where the node
+/// cannot be avoided: that without the link, and the plain one that leads to this router.
 enum class TilfaTree : std::uint8_t { forward, neighbor, reverse, withoutLink, toPlr };
 
 /// The trees that repairs under the constraint need.

@@ -83,7 +83,7 @@ TilfaPathSm::keysOf( std::uint32_t trees ) const {
 }
 
 TilfaPathInfoKeyColl
-TilfaPathSm::tilfaPathInfoKeyColl( const PathKey & pathKey ) const {
+TilfaPathSm::tilfaPathInfoKeyColl( const PathKey & pathKey, TilfaPathInfoKeyIndex tree ) const {
    TilfaPathInfoKeyColl keys;
    const auto request = requests_.find( pathKey );
    const PathConfig * config = cspfConfig()->pathConfigFind( pathKey );
@@ -93,12 +93,12 @@ TilfaPathSm::tilfaPathInfoKeyColl( const PathKey & pathKey ) const {
    keys.isLinkProtectionIs( isLinkProtection( config->constraint() ) );
    keys.pathKeyIs( pathKey );
    keys.clientNameIs( name() );
-   for ( const PathInfoKey & key : keysOf( request->second.trees ) ) {
-      keys.pathInfoKey_.push( key );
-   }
-   for ( const PathInfoKey & key : keysOf( request->second.stale ) ) {
-      keys.stalePathInfoKey_.push( key );
-   }
+   const auto keyOf = [ & ]( std::uint32_t trees ) {
+      const auto all = keysOf( trees );
+      return tree.value() < all.size() ? all[ tree.value() ] : PathInfoKey();
+   };
+   keys.pathInfoKeyIs( keyOf( request->second.trees ) );
+   keys.stalePathInfoKeyIs( keyOf( request->second.stale ) );
    return keys;
 }
 
@@ -139,7 +139,7 @@ TilfaPathSm::handleCspfConfig( const PathKey & pathKey ) {
    const PathConstraint constraint = treesConstraint( *config, request.topoId );
    replace( pathKey, constraint.excludeIntf() ? treesIs( constraint ) : 0 );
    const PathInfoKey key = externalPathInfoKey( pathKey );
-   addRows( key );
+   addRows( key, cspfConfig(), __PRETTY_FUNCTION__ );
    const auto & row = pathConfigInfoTable()->pathConfigInfo( key );
    row->repairTopoIdIs( request.topoId );
    row->treesIdIs( request.trees );

@@ -32,8 +32,10 @@ class TilfaPathSm : public PathSmBase {
    void handleScope();
    void handleFirstResult();
 
-   /// The internal keys of a client path; without keys where it is not tracked.
-   TilfaPathInfoKeyColl tilfaPathInfoKeyColl( const PathKey & pathKey ) const;
+   /// The internal keys of one tree (TilfaTree, by number) of a client path; the default where the
+   /// path is not tracked.
+   TilfaPathInfoKeyColl tilfaPathInfoKeyColl( const PathKey & pathKey,
+                                              TilfaPathInfoKeyIndex tree ) const;
 
  private:
    /// What one request uses; 0: none.

@@ -124,16 +124,17 @@ PathSmBase::doCleanupStalePathEntries() {
 void
 PathSmBase::addOrUpdatePathInfoKey( const PathInfoKey & key,
                                     const Lum::Ptr< const Config > & config ) {
-   addRows( key, config );
+   addRows( key, config, __PRETTY_FUNCTION__ );
    pathConfigInfoTable_->pathConfigInfo( key )->configChangeCountInc();
 }
 
 void
-PathSmBase::addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config ) {
+PathSmBase::addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config,
+                     const char * operation ) {
    if ( pathConfigInfoTable_->pathConfigInfoHas( key ) ) {
       return;
    }
-   TRACE7( "Adding PathConfigInfo/PathStatusInfo for " << key.traceString() );
+   TRACE7_FOR( operation, "Adding PathConfigInfo/PathStatusInfo for " << key.traceString() );
    pathConfigInfoTable_->pathConfigInfoIs( key, Lum::make< PathConfigInfo >( key, config ) );
    pathStatusInfoTable_->pathStatusInfoIs( key, Lum::make< PathStatusInfo >( key, cspfStatus_ ) );
 }
@@ -194,7 +195,8 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
 void
 PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted ) {
    if ( held.parentPathInfoKey() != wanted.parentPathInfoKey() ) {
-      addRows( wanted.parentPathInfoKey() );  // takes over what is reserved
+      addRows( wanted.parentPathInfoKey(), cspfConfig(),
+               __PRETTY_FUNCTION__ );  // takes over what is reserved
       deleteRows( held.parentPathInfoKey() );
       doCleanupChildPathInfoKeyEntries( held );
       return;
@@ -271,7 +273,7 @@ void
 PathSm::addOrUpdateChildPathInfoKey( const PathInfoKey & parentPathInfoKey,
                                      std::uint8_t pathSegmentIndex,
                                      const PathInfoKey & childPathInfoKey ) {
-   addRows( childPathInfoKey );
+   addRows( childPathInfoKey, cspfConfig(), __PRETTY_FUNCTION__ );
    linkPathInfoKeys( parentPathInfoKey, pathSegmentIndex, childPathInfoKey );
    addOrUpdatePathInfoKey( childPathInfoKey );
 }

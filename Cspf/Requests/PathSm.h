@@ -79,8 +79,9 @@ class PathSmBase : public Lum::Reactor {
    const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable() const {
       return pathStatusInfoTable_;
    }
-   void addRows( const PathInfoKey & key ) { addRows( key, cspfConfig_ ); }
-   void addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config );
+   /// `operation`: the one for which, as traces begin.
+   void addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config,
+                 const char * operation );
    void deleteRows( const PathInfoKey & key );
 
    /// The handling of one path's request. Who reads what it leads to may change the request again,

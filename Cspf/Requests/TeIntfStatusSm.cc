@@ -41,9 +41,9 @@ incrementDerivedConfigChangeCount( const Lum::Ptr< PathConfigInfoTable > & table
 
 void
 TeIntfSrlgSm::handleInitialized() {
-   LUM_WATCH_KEYS( intfStatus_, srlg, handleSrlg );
+   LUM_WATCH_KEYS( intfStatus_, srlg, handleSrlgChange );
    if ( intfStatus_->srlgs() > 0 ) {
-      handleAllSrlgs();
+      handleSrlg();
    }
 }
 
@@ -54,7 +54,7 @@ TeIntfSrlgSm::handleSrlg( const TrafficEngineering::SrlgId & srlg ) {
 }
 
 void
-TeIntfSrlgSm::handleAllSrlgs() {
+TeIntfSrlgSm::handleSrlg() {
    TRACE7( "Handling SRLG update for interface:" << intfId_ );
    incrementDerivedConfigChangeCount( pathConfigInfoTable_, intfId_ );
 }

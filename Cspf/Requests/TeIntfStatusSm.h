@@ -28,10 +28,12 @@ class TeIntfSrlgSm : public Lum::Reactor {
    void doPrepareToDie() override { handleDestroy(); }
    void handleSrlg( const TrafficEngineering::SrlgId & srlg );
    /// Any of them may have changed.
-   void handleAllSrlgs();
+   void handleSrlg();
    void handleDestroy();
 
  private:
+   void handleSrlgChange( const TrafficEngineering::SrlgId & srlg ) { handleSrlg( srlg ); }
+
    const Kivnet::IntfId intfId_;
    const Lum::Ptr< const TrafficEngineering::IntfStatus > intfStatus_;
    const Lum::Ptr< PathConfigInfoTable > pathConfigInfoTable_;

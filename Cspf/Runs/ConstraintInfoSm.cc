@@ -51,7 +51,7 @@ ConstraintInfoSmBase::handleInitialized() {
    LUM_WATCH( context_.cliConfig, maxInt, handleThrottleConfig );
    LUM_WATCH( constraintInfo_, cspfRequestCount, handleCspfRequestCount );
    LUM_WATCH_KEYS( constraintInfo_, path, handlePathUpdate );
-   resetDelay();
+   resetDelay( __PRETTY_FUNCTION__ );
    handleCspfRequestCount();
 }
 
@@ -65,14 +65,15 @@ ConstraintInfoSmBase::doPrepareToDie() {
 }
 
 void
-ConstraintInfoSmBase::resetDelay() {
+ConstraintInfoSmBase::resetDelay( const char * operation ) {
    constraintStats_->cspfCurrentDelayIs( context_.cliConfig->initialInt() );
-   TRACE8( "CSPF throttle timer current delay set to " << constraintStats_->cspfCurrentDelay() );
+   TRACE8_FOR( operation, "CSPF throttle timer current delay set to "
+                             << constraintStats_->cspfCurrentDelay() );
 }
 
 void
 ConstraintInfoSmBase::handleThrottleConfig() {
-   resetDelay();
+   resetDelay( __PRETTY_FUNCTION__ );
 }
 
 void
@@ -92,39 +93,39 @@ ConstraintInfoSmBase::handleCspfRequestCount() {
    const bool topologyChanged =
       constraintInfo_->topoInfoChangedAt() - constraintStats_->cspfLastRanAt() > 0;
    if ( timerRunning() ) {
-      requestInHoldDown( topologyChanged );
+      requestInHoldDown( topologyChanged, __PRETTY_FUNCTION__ );
    } else {
-      requestInQuiet( topologyChanged );
+      requestInQuiet( topologyChanged, __PRETTY_FUNCTION__ );
    }
 }
 
 void
-ConstraintInfoSmBase::requestInHoldDown( bool topologyChanged ) {
+ConstraintInfoSmBase::requestInHoldDown( bool topologyChanged, const char * operation ) {
    if ( topologyChanged ) {
       const double longest = context_.cliConfig->maxInt();
       constraintStats_->cspfCurrentDelayIs(
          std::min( longest, 2 * constraintStats_->cspfCurrentDelay() ) );
-      TRACE7( "Topology changed during the hold down interval. "
-              << "Next hold int: " << constraintStats_->cspfCurrentDelay() );
+      TRACE7_FOR( operation, "Topology changed during the hold down interval. "
+                                << "Next hold int: " << constraintStats_->cspfCurrentDelay() );
    }
    constraintStats_->cspfScheduledIs( true );
-   TRACE7( "CSPF scheduled for constraint " << constraintText()
-                                            << " during the hold down interval" );
+   TRACE7_FOR( operation, "CSPF scheduled for constraint " << constraintText()
+                                                           << " during the hold down interval" );
 }
 
 void
-ConstraintInfoSmBase::requestInQuiet( bool topologyChanged ) {
+ConstraintInfoSmBase::requestInQuiet( bool topologyChanged, const char * operation ) {
    [[maybe_unused]] const double initialInt = context_.cliConfig->initialInt();
    LUM_ASSERT( constraintStats()->cspfCurrentDelay() == initialInt );
    startTimer();
    timerRunningIs( true );
    constraintStats_->cspfScheduledIs( true );
-   TRACE7( constraintText() << " CSPF scheduled for constraint with initial delay "
-                            << constraintStats_->cspfCurrentDelay() );
+   TRACE7_FOR( operation, constraintText() << " CSPF scheduled for constraint with initial delay "
+                                           << constraintStats_->cspfCurrentDelay() );
    if ( topologyChanged ) {
       constraintStats_->cspfCurrentDelayIs( context_.cliConfig->holdInt() );
-      TRACE8( "Topology changed in a quiescent period. "
-              << "Next hold int: " << constraintStats_->cspfCurrentDelay() );
+      TRACE8_FOR( operation, "Topology changed in a quiescent period. "
+                                << "Next hold int: " << constraintStats_->cspfCurrentDelay() );
    }
 }
 
@@ -170,14 +171,15 @@ ConstraintInfoSmBase::expire() {
 }
 
 bool
-ConstraintInfoSmBase::stopUnlessScheduled() {
+ConstraintInfoSmBase::stopUnlessScheduled( const char * operation ) {
    if ( constraintStats_->cspfScheduled() ) {
       return false;
    }
-   TRACE8( "no CSPF scheduled for constraint " << constraintText() << " in the last " << timerDelay_
-                                               << "throttle window. Stopping timer" );
+   TRACE8_FOR( operation, "no CSPF scheduled for constraint "
+                             << constraintText() << " in the last " << timerDelay_
+                             << "throttle window. Stopping timer" );
    timerTaskDel();
-   resetDelay();
+   resetDelay( operation );
    return true;
 }
 
@@ -232,8 +234,8 @@ ConstraintInfoSmBase::changedAt() const {
 }
 
 void
-ConstraintInfoSmBase::runCspf( const Lum::Ptr< CspfData > & cspfData ) {
-   TRACE7( "run cspf, cspfRequestCount " << constraintInfo_->cspfRequestCount() );
+ConstraintInfoSmBase::runCspf( const Lum::Ptr< CspfData > & cspfData, const char * operation ) {
+   TRACE7_FOR( operation, "run cspf, cspfRequestCount " << constraintInfo_->cspfRequestCount() );
    const Lum::Seconds begin = Lum::RealClock::read();
    const CspfRun run( context_.runMemory, *cspfData, view_ );
    runSeconds.observe( Lum::RealClock::read() - begin );
@@ -293,7 +295,7 @@ setError( const PathStatusInfo & path, const std::string & error ) {
 
 void
 ConstraintInfoSm::handleThrottleTimeout() {
-   if ( stopUnlessScheduled() ) {
+   if ( stopUnlessScheduled( __PRETTY_FUNCTION__ ) ) {
       return;
    }
    const InternalPathConstraint & pathConstraint = this->pathConstraint();
@@ -309,7 +311,7 @@ ConstraintInfoSm::handleThrottleTimeout() {
       constraintStats()->cspfLastRanAtIs( seenUntil() );
       updatePathStatusCache( nullptr, paths );
    } else {
-      computeFrom( source, paths );
+      computeFrom( source, paths, __PRETTY_FUNCTION__ );
    }
    backoffTimerTask();
 }
@@ -327,17 +329,18 @@ ConstraintInfoSm::pathsToAnswer( const NodeId & source ) {
 }
 
 void
-ConstraintInfoSm::computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths ) {
+ConstraintInfoSm::computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths,
+                               const char * operation ) {
    const auto cspfData = Lum::make< CspfData >();
    cspfData->sourceIs( source );
    cspfData->useTeMetricIs( true );
    cspfData->buildReverseSptIs( pathConstraint().reversePath() );
    for ( const PathInfoKey & key : paths ) {
       const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
-      TRACE9( "adding " << tep << " to CspfData::tep collection" );
+      TRACE9_FOR( operation, "adding " << tep << " to CspfData::tep collection" );
       cspfData->tepIs( tep );
    }
-   runCspf( cspfData );
+   runCspf( cspfData, operation );
    updatePathStatusCache( cspfData, paths );
    context().runMemory.reclaim( *cspfData );
 }
@@ -347,14 +350,15 @@ ConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData,
                                          const std::vector< PathInfoKey > & paths ) {
    for ( const PathInfoKey & key : paths ) {
       if ( constraintInfo()->pathHas( key ) ) {  // whoever reads one answer may change the others
-         updatePath( key, cspfData );
+         updatePath( key, cspfData, __PRETTY_FUNCTION__ );
       }
    }
 }
 
 /// A path that is stitched gets nothing from here but the word that it may be.
 void
-ConstraintInfoSm::updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData ) {
+ConstraintInfoSm::updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData,
+                              const char * operation ) {
    const auto cache = pathStatusCache( key );
    const auto path = pathStatusInfo( key );
    if ( !cache || !path ) {
@@ -362,7 +366,7 @@ ConstraintInfoSm::updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData 
    }
    if ( !stitched( pathConstraint() ) ) {
       const std::string error =
-         cspfData ? fillPathStatusCache( *path, *cspfData, *cache )
+         cspfData ? fillPathStatusCache( *path, *cspfData, *cache, operation )
          : constraintInfo()->sourceMissing()
             ? noPath( *cache, "source not found in topology" )
             : noPath( *cache, "no computation asked for, and no hops given" );

@@ -66,16 +66,21 @@ class ConstraintInfoSmBase : public Lum::Reactor {
       return constraintInfo_->constraint().pathConstraint();
    }
    bool timerRunning() const noexcept { return timerRunning_; }
+   void timerRunningIs( bool running ) { timerRunning_ = running; }
+   /// Stops the timer.
+   void timerTaskDel();
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  protected:
+   // `operation`: the one for which, as traces begin.
+
    /// The first step of an expiry: true when nobody asked for a run, and the constraint is quiet.
-   bool stopUnlessScheduled();
+   bool stopUnlessScheduled( const char * operation );
    /// Whether the node is a router of the constraint's topology.
    bool sourceInTopology( const NodeId & source ) const;
    /// Runs `cspfData`, whose attributes and destinations are set, counts the run, and keeps it as
    /// the constraint's last one.
-   void runCspf( const Lum::Ptr< CspfData > & cspfData );
+   void runCspf( const Lum::Ptr< CspfData > & cspfData, const char * operation );
    /// The time up to which the constraint's changes are in the topology as it stands; seconds.
    Lum::Seconds seenUntil() const;
    /// The last of these changes; seconds.
@@ -91,12 +96,10 @@ class ConstraintInfoSmBase : public Lum::Reactor {
 
  private:
    void expire();
-   void timerRunningIs( bool running ) { timerRunning_ = running; }
-   void timerTaskDel();
    void startTimer();
-   void requestInHoldDown( bool topologyChanged );
-   void requestInQuiet( bool topologyChanged );
-   void resetDelay();
+   void requestInHoldDown( bool topologyChanged, const char * operation );
+   void requestInQuiet( bool topologyChanged, const char * operation );
+   void resetDelay( const char * operation );
 
    Lum::Ptr< ConstraintInfo > constraintInfo_;
    Lum::Ptr< ConstraintStats > constraintStats_;
@@ -122,8 +125,10 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
 
  private:
    std::vector< PathInfoKey > pathsToAnswer( const NodeId & source );
-   void computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths );
-   void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
+   void computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths,
+                     const char * operation );
+   void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData,
+                    const char * operation );
 
    NodeId answeredFrom_;  // all paths, at the last run; unset: they were not
 };

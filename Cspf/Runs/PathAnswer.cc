@@ -37,11 +37,11 @@ oldPath( const PathStatusInfo & path, const PathStatusCache & cache, const NodeI
 
 std::string
 fillPathStatusCache( const PathStatusInfo & path, const CspfData & cspfData,
-                     PathStatusCache & cache ) {
+                     PathStatusCache & cache, const char * operation ) {
    const PathInfoKey & key = path.pathInfoKey();
    const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
    if ( !cspfData.routerWithTepHas( tep ) ) {
-      TRACE9( "no path found for tep " << key.pathKey().dst() );
+      TRACE9_FOR( operation, "no path found for tep " << key.pathKey().dst() );
       return noPath( cache, "no path found for tep " + key.pathKey().dst().stringValue() );
    }
    CspfPathResult answer = cache.result();
@@ -71,7 +71,7 @@ computeFrom( const NodeId & source, const PathStatusInfo & path,
    cspfData->tepIs( path.pathInfoKey().pathKey().dst().ipAddress() );
    const CspfRun run( memory, *cspfData, view );
    auto cache = Lum::make< PathStatusCache >( path.pathInfoKey() );
-   fillPathStatusCache( path, *cspfData, *cache );
+   fillPathStatusCache( path, *cspfData, *cache, __PRETTY_FUNCTION__ );
    memory.reclaim( *cspfData );
    cache->cspfDataIs( cspfData );
    return cache;

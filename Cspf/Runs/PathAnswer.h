@@ -6,9 +6,10 @@
 namespace Cspf {
 
 /// Puts what a run found for a path into the path's cache: its hops, or none. Gives the reason why
-/// there are none, "" where there are. REQUIRES: the data has its tree.
+/// there are none, "" where there are. `operation`: the one for which, as traces begin. REQUIRES:
+/// the data has its tree.
 std::string fillPathStatusCache( const PathStatusInfo & path, const CspfData & cspfData,
-                                 PathStatusCache & cache );
+                                 PathStatusCache & cache, const char * operation );
 /// Puts the answer "no hops" there. Gives the reason back.
 std::string noPath( PathStatusCache & cache, std::string reason );
 

@@ -23,8 +23,10 @@ namespace {
 /// that lost to another way when its far end is.
 class CspfRunTracer {
  public:
-   CspfRunTracer( const AllTopoDbView & view, const CspfLinkFilter & filter, const CspfTree & tree )
-      : view_( view ),
+   CspfRunTracer( const char * operation, const AllTopoDbView & view, const CspfLinkFilter & filter,
+                  const CspfTree & tree )
+      : operation_( operation ),
+        view_( view ),
         filter_( filter ),
         tree_( tree ),
         words_{ view.topoGraph(), tree } {}
@@ -41,10 +43,12 @@ class CspfRunTracer {
    void equalCost( CspfEdge edge ) {
       const CspfVertex to = view_.graph().to( edge );
       if ( view_.graph().isNetwork( to ) ) {
-         TRACE9( "found another equal cost (" << words_.cost( to ) << ") path for network "
-                                              << words_.node( to ) );
+         TRACE9_FOR( operation_, "found another equal cost (" << words_.cost( to )
+                                                              << ") path for network "
+                                                              << words_.node( to ) );
       } else {
-         TRACE9( "adding another equal cost path for router " << words_.node( to ) );
+         TRACE9_FOR( operation_,
+                     "adding another equal cost path for router " << words_.node( to ) );
       }
    }
    void worse( CspfEdge edge ) {
@@ -56,23 +60,26 @@ class CspfRunTracer {
       }
    }
    void tooFar( CspfEdge edge ) {
-      TRACE9( kindText( edge ) << words_.link( edge ) << " to tent list as its path "
-                               << "cost is more than maximum path metric" );
+      TRACE9_FOR( operation_, kindText( edge )
+                                 << words_.link( edge ) << " to tent list as its path "
+                                 << "cost is more than maximum path metric" );
    }
 
  private:
    void tellFinal( CspfVertex vertex ) const {
       const CspfGraph & graph = view_.graph();
       if ( graph.isNetwork( vertex ) ) {
-         TRACE9( "adding network " << words_.node( vertex ) << " with cost "
-                                   << words_.cost( vertex ) << " to shortestPathForNetwork" );
+         TRACE9_FOR( operation_, "adding network " << words_.node( vertex ) << " with cost "
+                                                   << words_.cost( vertex )
+                                                   << " to shortestPathForNetwork" );
          view_.network( view_.topoGraph().networkId( vertex ) );  // tells who is left out
       } else if ( vertex != tree_.source() ) {
-         TRACE9( "adding router " << words_.node( vertex ) << " to shortestPath via "
-                                  << words_.link( tree_.lastLinks( vertex )[ 0 ] ) );
+         TRACE9_FOR( operation_, "adding router "
+                                    << words_.node( vertex ) << " to shortestPath via "
+                                    << words_.link( tree_.lastLinks( vertex )[ 0 ] ) );
          if ( tree_.options().singleHop ) {
-            TRACE9( "stopping because of single hop count limit at router "
-                    << words_.node( vertex ) );
+            TRACE9_FOR( operation_, "stopping because of single hop count limit at router "
+                                       << words_.node( vertex ) );
             return;
          }
       }
@@ -84,13 +91,15 @@ class CspfRunTracer {
    void tellSkipped( CspfEdge edge ) const {
       const CspfVertex to = view_.graph().to( edge );
       if ( to == tree_.source() ) {
-         TRACE9( "Path back to self found via " << words_.link( edge ) << ", skipping..." );
+         TRACE9_FOR( operation_,
+                     "Path back to self found via " << words_.link( edge ) << ", skipping..." );
       } else if ( view_.graph().isNetwork( to ) ) {
-         TRACE9( "network " << words_.node( to )
-                            << " is already in shortestPathForNetwork with cost "
-                            << words_.cost( to ) << "skipping..." );
+         TRACE9_FOR( operation_, "network " << words_.node( to )
+                                            << " is already in shortestPathForNetwork with cost "
+                                            << words_.cost( to ) << "skipping..." );
       } else {
-         TRACE9( "router " << words_.node( to ) << " is already in shortestPath, skipping..." );
+         TRACE9_FOR( operation_,
+                     "router " << words_.node( to ) << " is already in shortestPath, skipping..." );
       }
    }
 
@@ -104,12 +113,14 @@ class CspfRunTracer {
       const CspfRefusal refusal =
          CspfArcs::refusal( view_.graph(), filter_, edge, tree_.options() );
       if ( refusal == CspfRefusal::zeroMetric ) {
-         TRACE9( kindText( edge ) << words_.link( edge ) << " to tent list as its metric is zero" );
+         TRACE9_FOR( operation_, kindText( edge ) << words_.link( edge )
+                                                  << " to tent list as its metric is zero" );
       } else if ( refusal == CspfRefusal::maximumMetric ) {
-         TRACE9( kindText( edge ) << words_.link( edge )
-                                  << " to tent list as its link metric is maximum" );
+         TRACE9_FOR( operation_, kindText( edge ) << words_.link(
+                                    edge ) << " to tent list as its link metric is maximum" );
       } else if ( refusal != CspfRefusal::none ) {
-         TRACE9( kindText( edge ) << words_.link( edge ) << " to tent list: " << text( refusal ) );
+         TRACE9_FOR( operation_, kindText( edge ) << words_.link( edge )
+                                                  << " to tent list: " << text( refusal ) );
          traceTests( edge );
       }
    }
@@ -120,6 +131,7 @@ class CspfRunTracer {
       view_.neighborAndTepAllowedForTe( key.allTopoNeighborKey(), key.routerInNetwork() );
    }
 
+   const char * const operation_;  // the run, as traces begin
    const AllTopoDbView & view_;
    const CspfLinkFilter & filter_;
    const CspfTree & tree_;
@@ -169,7 +181,7 @@ CspfRun::doRunCspf( CspfRunMemory & memory ) {
    CspfTree & tree = cspfData_.tree_ = std::exchange( memory.spareTree_, CspfTree() );
    if ( Trace::wanted( 9 ) ) {
       memory.treeRun_.run( graph, memory.filter_, options, tree,
-                           CspfRunTracer( view_, memory.filter_, tree ) );
+                           CspfRunTracer( __PRETTY_FUNCTION__, view_, memory.filter_, tree ) );
    } else {
       memory.treeRun_.run( graph, memory.filter_, options, tree );
    }
@@ -205,19 +217,22 @@ CspfRun::doSearchAndUpdateForTeps() {
          }
       }
       if ( tep.router != noVertex ) {
-         tellTep( tep, routers );
+         tellTep( tep, routers, __PRETTY_FUNCTION__ );
       }
    }
 }
 
 void
-CspfRun::tellTep( const CspfData::Tep & tep, const std::vector< CspfVertex > & routers ) const {
+CspfRun::tellTep( const CspfData::Tep & tep, const std::vector< CspfVertex > & routers,
+                  const char * operation ) const {
    const TopoGraph & topology = view_.topoGraph();
-   TRACE9( "found TEP " << tep.tep << " on router " << topology.nodeId( tep.router ) );
+   TRACE9_FOR( operation,
+               "found TEP " << tep.tep << " on router " << topology.nodeId( tep.router ) );
    for ( const CspfVertex other : routers ) {
       if ( other != tep.router && cspfData_.tree_.reached( other ) ) {
-         TRACE9( "already found TEP " << tep.tep << " on router " << topology.nodeId( tep.router )
-                                      << ", ignoring router " << topology.nodeId( other ) );
+         TRACE9_FOR( operation, "already found TEP "
+                                   << tep.tep << " on router " << topology.nodeId( tep.router )
+                                   << ", ignoring router " << topology.nodeId( other ) );
       }
    }
 }

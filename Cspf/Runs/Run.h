@@ -34,7 +34,8 @@ class CspfRun {
    const CspfData * cspfData() const noexcept { return &cspfData_; }
    void doRunCspf( CspfRunMemory & memory );
    void doSearchAndUpdateForTeps();
-   void tellTep( const CspfData::Tep & tep, const std::vector< CspfVertex > & routers ) const;
+   void tellTep( const CspfData::Tep & tep, const std::vector< CspfVertex > & routers,
+                 const char * operation ) const;
 
    CspfData & cspfData_;
    const AllTopoDbView & view_;

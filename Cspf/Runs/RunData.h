@@ -180,10 +180,11 @@ class CspfData : public CspfRunInfo {
    CspfPath shortestPathTo( CspfVertex vertex, const NodeId & node ) const;
    void fillAttributes( CspfPathResult & result ) const;
    void fillLinks( CspfPathResult & result ) const;
-   bool walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep,
-                  const CspfOldPathOf & oldPath ) const;
+   // `operation`: the one for which, as traces begin.
+   bool walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
+                  const char * operation ) const;
    std::size_t choose( std::span< const CspfEdge > links, const Kivnet::IpGenAddr & tep,
-                       const CspfOldPath & oldPath ) const;
+                       const CspfOldPath & oldPath, const char * operation ) const;
    bool uses( const CspfOldPath & oldPath, CspfEdge link ) const;
    Kivnet::IpGenAddr nexthopOnLink( CspfEdge arrival ) const;
    Kivnet::IpGenAddr teRouterIdOfNexthopOnLink( CspfEdge arrival ) const;

@@ -49,7 +49,7 @@ CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPa
    LUM_ASSERT( shortestPathHas( routerWithTep( tep ) ) );
    const CspfVertex router = vertexWithTep( tep );
    const bool toSource = router == tree_.source();
-   if ( !walkBack( router, tep, oldPath ) ) {
+   if ( !walkBack( router, tep, oldPath, __PRETTY_FUNCTION__ ) ) {
       result.clear();
       return false;
    }
@@ -132,13 +132,13 @@ CspfData::fillLinks( CspfPathResult & result ) const {
 
 /// The hops to the router, in `hops_`. Gives false where there are too many.
 bool
-CspfData::walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep,
-                    const CspfOldPathOf & oldPath ) const {
+CspfData::walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
+                    const char * operation ) const {
    const CspfGraph & graph = view_->graph();
    const auto status = hopList(
       graph, tree_, router, mostHops,
       [ & ]( CspfVertex, std::span< const CspfEdge > links ) {
-         return choose( links, tep, oldPath() );
+         return choose( links, tep, oldPath(), operation );
       },
       edges_ );
    hops_.clear();
@@ -154,17 +154,19 @@ CspfData::walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep,
 
 std::size_t
 CspfData::choose( std::span< const CspfEdge > links, const Kivnet::IpGenAddr & tep,
-                  const CspfOldPath & oldPath ) const {
+                  const CspfOldPath & oldPath, const char * operation ) const {
    const auto old =
       std::ranges::find_if( links, [ & ]( CspfEdge link ) { return uses( oldPath, link ); } );
    if ( old != links.end() ) {
-      TRACE9( "Retained old hop " << view_->topoGraph().neighborKey( *old ) << " for TEP " << tep );
+      TRACE9_FOR( operation, "Retained old hop " << view_->topoGraph().neighborKey( *old )
+                                                 << " for TEP " << tep );
       return static_cast< std::size_t >( old - links.begin() );
    }
    const std::size_t index = static_cast< std::size_t >( std::rand() ) % links.size();
-   TRACE9( "Selecting index " << index << " among " << links.size() << " links for "
-                              << nodeText( view_->topoGraph(), view_->graph().to( links[ 0 ] ) )
-                              << " for TEP " << tep );
+   TRACE9_FOR( operation, "Selecting index "
+                             << index << " among " << links.size() << " links for "
+                             << nodeText( view_->topoGraph(), view_->graph().to( links[ 0 ] ) )
+                             << " for TEP " << tep );
    return index;
 }
 

@@ -49,7 +49,7 @@ AllTopoDbSm::doCleanupStaleIntfIpToRouterIdEntries() {
    for ( const auto & intfIp : Lum::sortedKeys( published->intfIpToRouterIdColl() ) ) {
       const auto entry = allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighbor( intfIp );
       const auto owned = []( const AllTopoNeighborKey & link ) { return !!link.teNeighborOf(); };
-      if ( std::ranges::none_of( entry.neighborSet, owned ) ) {
+      if ( std::ranges::none_of( entry.neighborSet(), owned ) ) {
          deleteIntfIpToRouterId( *published, intfIp );
       }
    }

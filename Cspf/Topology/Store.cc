@@ -96,7 +96,7 @@ AllTopoDbStatus::routersWithTep( const Kivnet::IpGenAddr & tep ) const {
       }
    }
    if ( const auto * links = intfIpToNeighborTable()->intfIpToNeighborFind( tep ) ) {
-      for ( const AllTopoNeighborKey & link : links->neighborSet ) {
+      for ( const AllTopoNeighborKey & link : links->neighborSet() ) {
          routers.push_back( { link.topoId(), link.neighborKey().routerId() } );
       }
    }
@@ -208,7 +208,7 @@ touchOwners( const AllTopoDbStatus & allTopoDbStatus, const std::set< AllTopoNei
 void
 IntfIpToNeighborTable::neighborIs( const Kivnet::IpGenAddr & intfIp,
                                    const AllTopoNeighborKey & link ) {
-   if ( intfIpToNeighbor_[ intfIp ].neighborSet.insert( link ).second ) {
+   if ( intfIpToNeighbor_[ intfIp ].neighborIs( link ) ) {
       notify( &intfIpToNeighborAttribute, &intfIp );
    }
 }
@@ -217,10 +217,10 @@ void
 IntfIpToNeighborTable::neighborDel( const Kivnet::IpGenAddr & intfIp,
                                     const AllTopoNeighborKey & link ) {
    const auto entry = intfIpToNeighbor_.find( intfIp );
-   if ( entry == intfIpToNeighbor_.end() || !entry->second.neighborSet.erase( link ) ) {
+   if ( entry == intfIpToNeighbor_.end() || !entry->second.neighborDel( link ) ) {
       return;
    }
-   if ( entry->second.neighborSet.empty() ) {
+   if ( entry->second.neighbors() == 0 ) {
       intfIpToNeighborDel( intfIp );
    } else {
       notify( &intfIpToNeighborAttribute, &intfIp );
@@ -232,7 +232,7 @@ addNeighborKeyToIntfIp( AllTopoDbStatus & allTopoDbStatus,
                         const AllTopoNeighborKey & allTopoNeighborKey,
                         const Kivnet::IpGenAddr & intfIp ) {
    const auto & table = allTopoDbStatus.intfIpToNeighborTable();
-   touchOwners( allTopoDbStatus, table->intfIpToNeighbor( intfIp ).neighborSet,
+   touchOwners( allTopoDbStatus, table->intfIpToNeighbor( intfIp ).neighborSet(),
                 allTopoNeighborKey );
    table->neighborIs( intfIp, allTopoNeighborKey );
    const auto & published = allTopoDbStatus.intfIpToRouterIdTable();
@@ -252,7 +252,7 @@ republish( IntfIpToRouterIdTable & published, const Kivnet::IpGenAddr & intfIp,
    const auto matches = [ & ]( const AllTopoNeighborKey & link ) {
       return owns( link ) && link.teNeighborOf() == published.intfIpToRouterId( intfIp );
    };
-   const auto & links = entry.neighborSet;
+   const auto & links = entry.neighborSet();
    const auto owner = std::ranges::find_if( links, owns );
    if ( owner == links.end() ) {
       deleteIntfIpToRouterId( published, intfIp );
@@ -268,17 +268,17 @@ deleteNeighborKeyFromIntfIp( AllTopoDbStatus & allTopoDbStatus,
                              const AllTopoNeighborKey & allTopoNeighborKey,
                              const Kivnet::IpGenAddr & intfIp ) {
    const auto & table = allTopoDbStatus.intfIpToNeighborTable();
-   if ( !table->intfIpToNeighbor( intfIp ).neighborSet.contains( allTopoNeighborKey ) ) {
+   if ( !table->intfIpToNeighbor( intfIp ).neighborHas( allTopoNeighborKey ) ) {
       TRACE9( "Delete ngb " << allTopoNeighborKey << " of " << intfIp << ": already deleted." );
       return;
    }
    table->neighborDel( intfIp, allTopoNeighborKey );
    const IntfIpToNeighbor & left = table->intfIpToNeighbor( intfIp );
-   touchOwners( allTopoDbStatus, left.neighborSet, allTopoNeighborKey );
+   touchOwners( allTopoDbStatus, left.neighborSet(), allTopoNeighborKey );
    if ( const auto & published = allTopoDbStatus.intfIpToRouterIdTable() ) {
       republish( *published, intfIp, left );
    }
-   if ( !left.neighborSet.empty() ) {
+   if ( left.neighbors() > 0 ) {
       return;
    }
    const IntfIpToNeighbor * intfIpToNeighbor = table->intfIpToNeighborFind( intfIp );

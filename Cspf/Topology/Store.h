@@ -76,9 +76,19 @@ class RouterIdMap : public Lum::Entity {
 
 /// The links that carry one interface address. Their keys name the owner by its TE router id (unset
 /// where it has none), the far end by its IGP vertex alone.
-struct IntfIpToNeighbor {
-   std::set< AllTopoNeighborKey > neighborSet;  // many, where links borrow one address
+class IntfIpToNeighbor {
+ public:
+   const std::set< AllTopoNeighborKey > & neighborSet() const noexcept { return neighbor_; }
+   std::size_t neighbors() const noexcept { return neighbor_.size(); }
+   bool neighborHas( const AllTopoNeighborKey & link ) const { return neighbor_.contains( link ); }
+   /// Whether the link was not there.
+   bool neighborIs( const AllTopoNeighborKey & link ) { return neighbor_.insert( link ).second; }
+   /// Whether it was.
+   bool neighborDel( const AllTopoNeighborKey & link ) { return neighbor_.erase( link ) > 0; }
    bool operator==( const IntfIpToNeighbor & ) const = default;
+
+ private:
+   std::set< AllTopoNeighborKey > neighbor_;  // many, where links borrow one address
 };
 
 class IntfIpToNeighborTable : public Lum::Entity {

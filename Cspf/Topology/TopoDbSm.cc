@@ -92,15 +92,15 @@ TopoDbSm::doUpdateAllTopoDbStatus() {
 void
 TopoDbSm::handleRouter( const IgpRouterId & igpRouterId ) {
    LUM_ASSERT( !pendingRouterToHandle() );
-   doHandleRouter( igpRouterId );
+   doHandleRouter( igpRouterId, __PRETTY_FUNCTION__ );
    while ( pendingRouterToHandle_ ) {
-      doHandleRouter( std::exchange( pendingRouterToHandle_, {} ) );
+      doHandleRouter( std::exchange( pendingRouterToHandle_, {} ), __PRETTY_FUNCTION__ );
    }
    doUpdateAllTopoDbStatus();
 }
 
 void
-TopoDbSm::doHandleRouter( const IgpRouterId & igpRouterId ) {
+TopoDbSm::doHandleRouter( const IgpRouterId & igpRouterId, const char * operation ) {
    const Igp::Router * router = topoDb_->routerFind( igpRouterId );
    if ( !router ) {
       doHandleRouterDeletion( igpRouterId, routerIdMap_->teRouterId( igpRouterId ) );
@@ -108,12 +108,12 @@ TopoDbSm::doHandleRouter( const IgpRouterId & igpRouterId ) {
    }
    allTopoDbStatus_->ifLfaGraph(
       [ & ]( TopoGraph & lfa ) { lfa.attach( topoId_, igpRouterId, NodeId( igpRouterId ) ); } );
-   doUpdateTeRouterId( igpRouterId, router->teRouterId() );
+   doUpdateTeRouterId( igpRouterId, router->teRouterId(), operation );
    allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) {
       graph.overloadedIs( topoId_, igpRouterId, router->overload() );
    } );
    doReconcileNeighbors( igpRouterId, router->neighborSet() );
-   TRACE9( "IGP router id " << igpRouterId << " is added or updated" );
+   TRACE9_FOR( operation, "IGP router id " << igpRouterId << " is added or updated" );
 }
 
 void
@@ -121,21 +121,22 @@ TopoDbSm::doHandleRouterDeletion( const IgpRouterId & igpRouterId,
                                   const Kivnet::IpGenAddr & teRouterId ) {
    TRACE9( "IGP router id " << igpRouterId << " TE router id " << teRouterId << " is deleted" );
    doReconcileNeighbors( igpRouterId, {} );
-   doUpdateTeRouterId( igpRouterId, {} );
+   doUpdateTeRouterId( igpRouterId, {}, __PRETTY_FUNCTION__ );
    allTopoDbStatus_->forEachGraph(
       [ & ]( TopoGraph & graph ) { graph.detach( topoId_, igpRouterId ); } );
 }
 
 void
-TopoDbSm::doUpdateTeRouterId( const IgpRouterId & igpRouterId,
-                              const Kivnet::IpGenAddr & teRouterId ) {
+TopoDbSm::doUpdateTeRouterId( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & teRouterId,
+                              const char * operation ) {
    const Kivnet::IpGenAddr oldTeRouterId = routerIdMap_->teRouterId( igpRouterId );
    const Kivnet::IpGenAddr parkedUnder =
       oldTeRouterId ? Kivnet::IpGenAddr() : doFindDuplicateRouter( igpRouterId );
    if ( !teRouterId ) {
-      TRACE9( "non TE router for TopoDb:" << topoId_ << " IGP router id " << igpRouterId );
+      TRACE9_FOR( operation,
+                  "non TE router for TopoDb:" << topoId_ << " IGP router id " << igpRouterId );
       if ( !oldTeRouterId && !parkedUnder ) {
-         TRACE9( "non TE router changed" );
+         TRACE9_FOR( operation, "non TE router changed" );
          return;
       }
    } else if ( teRouterId == oldTeRouterId || teRouterId == parkedUnder ) {
@@ -148,27 +149,29 @@ TopoDbSm::doUpdateTeRouterId( const IgpRouterId & igpRouterId,
    if ( taken ) {
       doAddDuplicateRouter( igpRouterId );
    }
-   doMoveMapping( igpRouterId, oldTeRouterId, taken ? Kivnet::IpGenAddr() : teRouterId );
+   doMoveMapping( igpRouterId, oldTeRouterId, taken ? Kivnet::IpGenAddr() : teRouterId, operation );
 }
 
 /// The router owns `teRouterId` from now on (none where that is unset), and no more the old one.
 /// Its addresses go over one by one, so that those published never vanish in between.
 void
 TopoDbSm::doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & oldTeRouterId,
-                         const Kivnet::IpGenAddr & teRouterId ) {
+                         const Kivnet::IpGenAddr & teRouterId, const char * operation ) {
    TopoGraph & graph = allTopoDbStatus_->teGraph();
    if ( oldTeRouterId == teRouterId ) {
       return;
    }
    if ( routerIdMap_->teRouterIdHas( igpRouterId ) ) {
       LUM_ASSERT( !!oldTeRouterId );
-      TRACE9( "IGP router id " << igpRouterId << ". teRouterId changed from " << oldTeRouterId
-                               << " to " << teRouterId << ". Deleting the mapping" );
+      TRACE9_FOR( operation, "IGP router id " << igpRouterId << ". teRouterId changed from "
+                                              << oldTeRouterId << " to " << teRouterId
+                                              << ". Deleting the mapping" );
       routerIdMap_->teRouterIdDel( igpRouterId );
       routerIdMap_->igpRouterIdDel( oldTeRouterId );
    }
    if ( teRouterId ) {
-      TRACE9( "adding IGP router id " << igpRouterId << " with TE router id " << teRouterId );
+      TRACE9_FOR( operation,
+                  "adding IGP router id " << igpRouterId << " with TE router id " << teRouterId );
       routerIdMap_->teRouterIdIs( igpRouterId, teRouterId );
       routerIdMap_->igpRouterIdIs( teRouterId, igpRouterId );
       graph.attach( topoId_, igpRouterId, NodeId( teRouterId ) );

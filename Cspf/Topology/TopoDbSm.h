@@ -52,12 +52,14 @@ class TopoDbSm : public Lum::Reactor {
    using RouterToNeighbor = std::vector< LinkEntry * >;
    using ReachabilityMap = Lum::Set< Kivnet::IpGenPrefix >;
 
-   void doHandleRouter( const IgpRouterId & igpRouterId );
+   // `operation`: the signature under which they trace.
+   void doHandleRouter( const IgpRouterId & igpRouterId, const char * operation );
    void doHandleRouterDeletion( const IgpRouterId & igpRouterId,
                                 const Kivnet::IpGenAddr & teRouterId );
-   void doUpdateTeRouterId( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & teRouterId );
+   void doUpdateTeRouterId( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & teRouterId,
+                            const char * operation );
    void doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & oldTeRouterId,
-                       const Kivnet::IpGenAddr & teRouterId );
+                       const Kivnet::IpGenAddr & teRouterId, const char * operation );
    void doAddDuplicateRouter( const IgpRouterId & igpRouterId );
    void doDelDuplicateRouter( const IgpRouterId & igpRouterId,
                               const Kivnet::IpGenAddr & teRouterId );

@@ -51,7 +51,7 @@ AllTopoDbView::ownNode( const TopoId & topoId, const NodeId & nodeId ) const {
 NeighborAndTepStatus
 AllTopoDbView::neighborAndTepAllowed( const AllTopoNeighborKey & named ) const {
    const AllTopoNeighborKey link = ownKey( named );
-   return verdict( allowed( link, link.neighborId() ) );
+   return verdict( allowed( link, link.neighborId(), __PRETTY_FUNCTION__ ) );
 }
 
 NeighborAndTepStatus
@@ -64,11 +64,13 @@ AllTopoDbView::neighborAndTepAllowedForTe( const AllTopoNeighborKey & named,
    const TopoId & topoId = constraint_.topoId();
    return verdict( ( !topoId || topoId == link.topoId() ) && twoWayCheckPassed( link )
                    && ( !acrossLan || twoWayCheckLan( link, routerInNetwork ) )
-                   && !overloaded( link, farEnd ) && allowed( link, farEnd ) );
+                   && !overloaded( link, farEnd, __PRETTY_FUNCTION__ )
+                   && allowed( link, farEnd, __PRETTY_FUNCTION__ ) );
 }
 
 bool
-AllTopoDbView::overloaded( const AllTopoNeighborKey & link, const NodeId & farEnd ) const {
+AllTopoDbView::overloaded( const AllTopoNeighborKey & link, const NodeId & farEnd,
+                           const char * operation ) const {
    if ( overloadRule() != CspfOverloadRule::avoid ) {
       return false;
    }
@@ -76,13 +78,14 @@ AllTopoDbView::overloaded( const AllTopoNeighborKey & link, const NodeId & farEn
       link.isLan() ? getIgpId( link.topoId(), farEnd ) : link.neighborKey().neighborId();
    const bool overloaded = topoGraph().overloaded( link.topoId(), router );
    if ( overloaded ) {
-      TRACE9( "Overload bit set for router " << router << ", so ignoring neighbor" );
+      TRACE9_FOR( operation, "Overload bit set for router " << router << ", so ignoring neighbor" );
    }
    return overloaded;
 }
 
 bool
-AllTopoDbView::allowed( const AllTopoNeighborKey & link, const NodeId & farEnd ) const {
+AllTopoDbView::allowed( const AllTopoNeighborKey & link, const NodeId & farEnd,
+                        const char * operation ) const {
    const InternalPathConstraint & c = constraint_;
    if ( c == InternalPathConstraint() ) {
       return true;
@@ -97,7 +100,7 @@ AllTopoDbView::allowed( const AllTopoNeighborKey & link, const NodeId & farEnd )
           && ( !byAdminGroup
                || isAdminGroupAllowed( link, c.includeAllAdminGroup(), c.includeAnyAdminGroup(),
                                        c.excludeAdminGroup() ) )
-          && linkIpsAllowed( link ) && bandwidthCheckPassed( link );
+          && linkIpsAllowed( link, operation ) && bandwidthCheckPassed( link );
 }
 
 bool
@@ -184,11 +187,11 @@ AllTopoDbView::isAdminGroupAllowed( const AllTopoNeighborKey & link, std::uint32
 
 /// The link's own addresses, and those of the link back.
 bool
-AllTopoDbView::linkIpsAllowed( const AllTopoNeighborKey & link ) const {
+AllTopoDbView::linkIpsAllowed( const AllTopoNeighborKey & link, const char * operation ) const {
    if ( constraint_.excludeLinkWithIps() == 0 ) {
       return true;
    }
-   TRACE9( "Applying excludeLinkWithIp constraint on local interfaces" );
+   TRACE9_FOR( operation, "Applying excludeLinkWithIp constraint on local interfaces" );
    const Igp::Neighbor * entry = neighbor( link );
    if ( entry && !isLinkIpAllowed( *entry ) ) {
       return false;
@@ -196,7 +199,7 @@ AllTopoDbView::linkIpsAllowed( const AllTopoNeighborKey & link ) const {
    if ( link.isLan() ) {
       return true;
    }
-   TRACE9( "Applying excludeLinkWithIp constraint on remote interfaces" );
+   TRACE9_FOR( operation, "Applying excludeLinkWithIp constraint on remote interfaces" );
    const Igp::Neighbor * reverse = neighbor( getReverseNeighborKeyP2P( link ) );
    return !reverse || isLinkIpAllowed( *reverse );
 }

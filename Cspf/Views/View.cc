@@ -115,7 +115,7 @@ AllTopoDbView::excludeEdges( CspfLinkConstraint & numbers ) const {
    const CspfGraph & graph = topology.graph();
    for ( const auto & address : constraint_.excludeLinkWithIpList() ) {
       const auto & links = allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighbor( address );
-      for ( const AllTopoNeighborKey & link : links.neighborSet ) {
+      for ( const AllTopoNeighborKey & link : links.neighborSet() ) {
          const CspfEdge edge = topology.edge( link );
          if ( edge == noEdge ) {
             continue;

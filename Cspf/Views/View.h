@@ -147,9 +147,12 @@ class AllTopoDbView : public Lum::Entity {
    /// The step from the LAN of the link to the router (the first in key order, where the router is
    /// on it with several interfaces); noEdge where the router is not on it.
    CspfEdge stepFromLan( const AllTopoNeighborKey & link, const NodeId & router ) const;
-   bool allowed( const AllTopoNeighborKey & link, const NodeId & farEnd ) const;
-   bool linkIpsAllowed( const AllTopoNeighborKey & link ) const;
-   bool overloaded( const AllTopoNeighborKey & link, const NodeId & farEnd ) const;
+   // `operation`: the one for which, as traces begin.
+   bool allowed( const AllTopoNeighborKey & link, const NodeId & farEnd,
+                 const char * operation ) const;
+   bool linkIpsAllowed( const AllTopoNeighborKey & link, const char * operation ) const;
+   bool overloaded( const AllTopoNeighborKey & link, const NodeId & farEnd,
+                    const char * operation ) const;
 
    const Lum::Ptr< const AllTopoDb > allTopoDb_;
    const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;

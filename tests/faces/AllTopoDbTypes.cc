@@ -1,8 +1,30 @@
 #include "Cspf/AllTopoDbTypes.h"
 
+#include "tests/faces/Names.h"
+
 #include <gtest/gtest.h>
 
 using namespace Cspf;
+
+static_assert(
+   named< &AllTopoDbStatus::topoInfoChangedAt, &addNeighborKeyToIntfIp,
+          &deleteNeighborKeyFromIntfIp, &addIntfIpToRouterId, &deleteIntfIpToRouterId,
+          &routerHasNeighbor, &neighborHasInterfaceAddr, &TopoDbSm::handleInitialized,
+          &TopoDbSm::handleDestruction, &TopoDbSm::handleRouter, &TopoDbSm::handleNeighbor,
+          &TopoDbSm::handleNetwork, &TopoDbSm::handleReachability,
+          &TopoDbSm::handleTeRouterIdChange, &TopoDbSm::pendingRouterToHandle,
+          &TopoDbSm::routerIdMap, &TopoDbSm::neighborToIntfIpHas, &TopoDbSm::doFindDuplicateRouter,
+          &TopoDbSm::dumpState, &DuplicateRouters::routerHas, &PfxOriginatorInfo::originatorInfo,
+          &IntfIpToNeighbor::neighborHas > );
+static_assert( named< &AllTopoDbView::isAdminGroupAllowed, &AllTopoDbView::isSrlgAllowed,
+                      &AllTopoDbView::isLinkIpAllowed, &AllTopoDbView::isNodeAllowed,
+                      &AllTopoDbView::isInterfaceAllowed, &AllTopoDbView::bandwidthCheckPassed,
+                      &AllTopoDbView::twoWayCheckPassed, &AllTopoDbView::twoWayCheckP2P,
+                      &AllTopoDbView::twoWayAddrCheck, &AllTopoDbView::getReverseNeighborKeyP2P,
+                      &AllTopoDbView::neighbor, &AllTopoDbView::nexthopOnP2pLink,
+                      &AllTopoDbView::nexthopOnLanLink, &AllTopoDbView::teRouterIdOfNodeWithTep,
+                      &AllTopoDbView::getIgpId, &AllTopoDbView::spfRootOverloaded,
+                      &AllTopoDbView::bwUsageManager > );
 
 TEST( Faces, AllTopoDbTypes ) {
    const auto tables = Lum::make< AllTopoDb >();

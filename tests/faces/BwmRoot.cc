@@ -1,5 +1,15 @@
 #include "Cspf/BwmRoot.h"
 
-static_assert( ( sizeof( TrafficEngineering::BwmRoot ) > 0
-                 && sizeof( TrafficEngineering::BwmVrfRoot ) > 0
-                 && sizeof( TrafficEngineering::BwmAllClientInfo ) > 0 ) );
+#include "tests/faces/Names.h"
+
+using namespace TrafficEngineering;
+
+static_assert(
+   named< &BwmRoot::bwmAllClientInfo, &BwmRoot::bwmActiveVrfsNotifiee, &BwmRoot::bwmVrfRoot,
+          &BwmRoot::initialVrfCount, &BwmRoot::bwmActiveStatusCleanupDone,
+          &BwmRoot::doBwmActiveStatusCleanup, &BwmRoot::dumpState,
+          &BwmAllClientInfo::activeVrfsDedupTable, &BwmAllClientInfo::bandwidthClientStatusTable,
+          &BwmAllClientInfo::bandwidthClientUsageTable, &BwmActiveVrfsNotifiee::handleInsert,
+          &BwmActiveVrfsNotifiee::handleRemove, &BwmClientSetupSm::doSetupBwmClient,
+          &BwmClientSetupSm::doCleanupBwmClient, &BwmClientSetupSm::dedupVrfHandle,
+          &BwmClientSetupSm::clientStatusMountPathBase, &BwmVrfRoot::statusMountPathBase > );

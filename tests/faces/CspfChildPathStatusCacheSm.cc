@@ -1,4 +1,14 @@
 #include "Cspf/CspfChildPathStatusCacheSm.h"
 
-static_assert( ( sizeof( Cspf::ChildPathStatusCacheSm ) > 0 && sizeof( Cspf::ChildPathStatusSm ) > 0
-                 && sizeof( Cspf::ParentPathHelper ) > 0 ) );
+#include "tests/faces/Names.h"
+
+using namespace Cspf;
+
+static_assert(
+   named< &ChildPathStatusCacheSm::handleCspfData, &ChildPathStatusCacheSm::updateParentPathInfo,
+          &ChildPathStatusCacheSm::cspfDataConsistent, &ParentPathHelper::anyChildPathRefreshNeeded,
+          &RsvpPathStitchSm::doStitchPaths, &RsvpPathStitchSm::childPathInfoKey,
+          &RsvpPathStitchSm::cspfDataConsistent, &PathStitcher::doUpdatePathForStrictHop,
+          &PathStitcher::doUpdatePathForLooseHop, &PathStitcher::checkAndUpdatePathForSelfPath,
+          &PathStitcher::checkAndUpdateAllExplicitPath, &PathStitcher::findOldNexthopForStrictHop,
+          &PathStitcher::findBestNexthopForStrictHop > );

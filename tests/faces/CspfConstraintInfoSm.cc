@@ -1,4 +1,15 @@
 #include "Cspf/CspfConstraintInfoSm.h"
 
-static_assert( ( sizeof( Cspf::ConstraintInfoSm ) > 0 && sizeof( Cspf::ConstraintInfoSmBase ) > 0
-                 && sizeof( Cspf::ConstraintStatusSm ) > 0 ) );
+#include "tests/faces/Names.h"
+
+using namespace Cspf;
+
+static_assert(
+   named< &ConstraintInfoSmBase::handleInitialized, &ConstraintInfoSmBase::handleThrottleConfig,
+          &ConstraintInfoSmBase::handleCspfRequestCount, &ConstraintInfoSmBase::backoffTimerTask,
+          &ConstraintInfoSmBase::handleThrottleTimeout,
+          &ConstraintInfoSmBase::checkConstraintInTopoDb, &ConstraintInfoSmBase::handlePathUpdate,
+          &ConstraintInfoSmBase::clearCspfData, &ConstraintInfoSmBase::timerRunning,
+          &ConstraintInfoSmBase::timerRunningIs, &ConstraintInfoSmBase::timerTaskDel,
+          &ConstraintInfoSmBase::doPrepareToDie, &ConstraintInfoSm::handleThrottleTimeout,
+          &ConstraintInfoSm::updatePathStatusCache, &ConstraintInfoSm::hasNotificationActiveIs > );

@@ -1,8 +1,17 @@
 #include "Cspf/CspfImpl.h"
 
+#include "tests/faces/Names.h"
+
 #include <gtest/gtest.h>
 
 using namespace Cspf;
+
+static_assert(
+   named< &CspfRunIs, &CspfData::source, &CspfData::useTeMetric, &CspfData::useLinksWithMaxMetric,
+          &CspfData::buildReverseSpt, &CspfData::singleHopCountLimit, &CspfData::tepHas,
+          &CspfData::routerWithTep, &CspfData::shortestPath, &CspfData::shortestPathForNetwork,
+          &CspfData::getLinkMetric, &CspfData::getReverseLinkMetric,
+          &CspfData::getReverseMetricNetwork, &LfaCspfData::sourceOverloaded > );
 
 TEST( Faces, CspfImpl ) {
    const CspfPathCost cost{ 30, 1, 2 };

@@ -1,8 +1,17 @@
 #include "Cspf/CspfRoot.h"
 
+#include "tests/faces/Names.h"
+
 #include <gtest/gtest.h>
 
 using namespace Cspf;
+
+static_assert(
+   named< &CspfRoot::lifeTimeNotifiee, &CspfRoot::allClientInfo, &CspfRoot::vrfRoot,
+          &CspfRoot::vrfRootDel, &CspfRoot::vrfRootSm, &CspfRoot::vrfRootSmDel,
+          &CspfRoot::initialized, &CspfRoot::dumpState, &CspfActiveVrfsNotifiee::handleInsert,
+          &CspfActiveVrfsNotifiee::handleRemove, &AllClientInfo::pathConfigInfoTableDel,
+          &AllClientInfo::dumpState, &ClientData::dumpState > );
 
 TEST( Faces, CspfRoot ) {
    const L3::VrfName vrf( "default" );
@@ -14,5 +23,4 @@ TEST( Faces, CspfRoot ) {
                  || info->clientData( vrf ) || info->vrfSourceId( vrf ) );
    info->clientDataIs( vrf, Lum::make< ClientData >() );
    info->clientDataDel( vrf );
-   EXPECT_GT( sizeof( CspfRoot ) + sizeof( CspfActiveVrfsNotifiee ), 0u );
 }

@@ -1,8 +1,14 @@
 #include "Cspf/CspfSourceIdSm.h"
 
+#include "tests/faces/Names.h"
+
 #include <gtest/gtest.h>
 
 using namespace Cspf;
+
+static_assert( named< &CspfSourceIdSm::handleIsisPathDir, &CspfSourceIdSm::updateSourceId,
+                      &CspfSourceIdSm::isisPathDel, &IsisPathSm::handleIsisSystemId,
+                      &TeVrfConfigSm::handleTeVrfConfig > );
 
 TEST( Faces, CspfSourceIdSm ) {
    const L3::VrfName vrf( "default" );

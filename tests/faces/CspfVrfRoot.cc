@@ -1,7 +1,79 @@
 #include "Cspf/CspfVrfRoot.h"
 
-static_assert( ( sizeof( Cspf::VrfRoot ) > 0 && sizeof( Cspf::VrfRootSm ) > 0
-                 && sizeof( Cspf::PathRefreshSm ) > 0 && sizeof( Cspf::RsvpPathRefreshSm ) > 0
-                 && sizeof( Cspf::RsvpPathStitchSm ) > 0 && sizeof( Cspf::PathStatusUpdateSm ) > 0
-                 && sizeof( Cspf::PathStatusUpdator ) > 0 && sizeof( Cspf::RsvpPathValidator ) > 0
-                 && sizeof( Cspf::HopToTopoDbLinkMapper ) > 0 ) );
+#include "tests/TopoStore.h"
+#include "tests/faces/Names.h"
+
+using namespace Cspf;
+
+static_assert(
+   named< &VrfRoot::cliConfig, &VrfRoot::constraintInfoTable, &VrfRoot::constraintStatsTable,
+          &VrfRoot::dedupConstraintTable, &VrfRoot::pathConfigInfoTable,
+          &VrfRoot::pathStatusInfoTable, &VrfRoot::pathStatusCacheTable, &VrfRoot::clientData,
+          &VrfRoot::dedupPqInfoTable, &VrfRoot::bwUsageManager, &VrfRoot::allTopoDbStatus,
+          &VrfRoot::allTopoDbSm, &VrfRoot::topoDbClient, &VrfRoot::teIntfStatusSm,
+          &VrfRoot::childPathStatusCacheSm, &VrfRoot::initialized, &VrfRoot::constraintInfoSmHas,
+          &VrfRoot::constraintInfoSmIs, &VrfRoot::constraintInfoSmDelAll,
+          &VrfRoot::pathConfigInfoSmDel, &VrfRoot::pathStatusInfoSmDel, &VrfRoot::pathRefreshSmDel,
+          &VrfRoot::pathStatusUpdateSmDel, &VrfRoot::pqComputeSmDel, &VrfRoot::pathUsageSmDel,
+          &VrfRoot::rsvpPathStitchSmDel, &VrfRoot::handleInitialized, &VrfRoot::handleDestruction,
+          &VrfRoot::doMountTopoDb, &VrfRoot::enableTopoDbClient, &VrfRoot::disableTopoDbClient,
+          &VrfRoot::dumpState > );
+static_assert(
+   named< &VrfRootSm::handleInitialized, &VrfRootSm::handleConstraintInfo,
+          &VrfRootSm::handlePathStatusInfo, &PathConstraintSm::handleNewConstraint,
+          &VrfRootSm::updateConstraintTopoChanged, &VrfRootSm::handleConstraintTopoInfoUpdaterTask,
+          &VrfRootSm::handleClientSourceId, &VrfRootSm::handleBwUsageChangedAt,
+          &VrfRootSm::doCleanupBwUsageChangedAt, &VrfRootSm::initializePqComputeSm,
+          &VrfRootSm::deletePqComputeSm, &VrfRootSm::pathStatusInfoDel,
+          &VrfRootSm::pathStatusInfoDelAll, &TeIntfSrlgSm::handleDestroy,
+          &incrementDerivedConfigChangeCount > );
+static_assert(
+   named<
+      &PathStatusUpdateSm::handleInitialized, &PathStatusUpdateSm::handleRefreshNeeded,
+      &PathStatusUpdateSm::handleRefreshStage1Completion,
+      &PathStatusUpdateSm::handleRefreshStage2Completion, &PathStatusUpdateSm::publishPathStatus,
+      &PathStatusUpdateSm::pathStatusUpdatorIs, &PathStatusUpdator::isPathUpdateRequired,
+      &PathStatusUpdator::isPathTeRouterIdUpdateRequired,
+      &PathStatusUpdator::isIncludeIpUpdateRequired, &PathStatusUpdator::isPathSrlgUpdateRequired,
+      &PathStatusUpdator::publishPath, &PathStatusUpdator::publishPathMetadata,
+      &RsvpPathValidator::validatePathAndUpdateMetadata, &PathRefreshSm::handleTopoChanged,
+      &RsvpPathRefreshSm::handleNew, &RsvpPathRefreshSm::handleTopoChanged,
+      &RsvpPathRefreshSm::doPathValidation, &RsvpPathRefreshSm::setRefreshNeededForLinkedPaths > );
+
+TEST( Faces, CspfVrfRoot ) {
+   TopoStore store( "A -10- B -10- C; C =lan1= D" );
+   InternalPathConstraint constraint;
+   const AllTopoTeDbView view( store.allTopoDb, store.status, constraint );
+   PathValidationMemory memory( store.status );
+   PathStatus status;
+   PathArray path;
+   for ( const char * hop : { "10.64.0.3", "10.64.0.5", "10.128.1.4" } ) {
+      path.pathIs( HopIndex( path.hopCount() ), ip( hop ) );
+   }
+   status.path_ = path.path();
+
+   HopToTopoDbLinkMapper mapper( view, memory.hopAddresses(), memory.filter( view, store.us ) );
+   std::vector< CspfPathHop > links;
+   mapper.handleNew( view.vertex( store.us ), { path.path() }, links );
+   const auto records = pathAsTopoDbLinks( view.topoGraph(), links );
+   const AllTopoNeighborKey carrier = mapper.linkWithHop( ip( "10.64.0.3" ) );
+   EXPECT_EQ( carrier.neighborOf(), NodeId( ip( "10.0.0.2" ) ) );
+   EXPECT_EQ( mapper.doReverseP2pLink( carrier, ip( "10.64.0.3" ) ), records->path( 0 ) );
+   EXPECT_FALSE( mapper.linkWithHop( ip( "10.99.0.1" ) ) );
+   mapper.handleNew( view.vertex( NodeId( ip( "10.0.0.3" ) ) ), {}, links );
+   EXPECT_EQ(
+      mapper.doReverseLanLink( mapper.linkWithHop( ip( "10.128.1.4" ) ), ip( "10.128.1.4" ) ),
+      records->path( 2 ) );
+   EXPECT_EQ( records->routerInNetworkForHop( 2 ), ip( "10.0.0.4" ) );
+
+   const PathInfoKey key;
+   RsvpPathValidator validator( key, status, false, view, memory );
+   EXPECT_TRUE( validator.validatePath( *records ) );
+   records->pathIs( 1, records->path( 2 ) );
+   EXPECT_FALSE( validator.validatePath( *records ) );
+   EXPECT_FALSE( validator.validatePath( PathAsTopoDbLinks() ) );
+   const PathStitcher stitcher( view, memory, key, status );
+   EXPECT_EQ( stitcher.findBestNexthopForStrictHop( ip( "10.0.0.3" ), ip( "10.0.0.4" ), {} ),
+              ip( "10.128.1.4" ) );
+   EXPECT_FALSE( stitcher.findBestNexthopForStrictHop( ip( "10.0.0.1" ), ip( "10.0.0.3" ), {} ) );
+}
