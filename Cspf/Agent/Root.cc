@@ -62,10 +62,9 @@ CspfRoot::vrfActiveIs( const L3::VrfName & vrf ) {
    const Lum::Ptr< const VrfSourceId > vrfSourceId = clients->vrfSourceIdIs( vrf );
    const auto allTopoDb = Lum::make< AllTopoDb >();
    allTopoDbDir_->allTopoDbCollIs( vrf, allTopoDb );
-   const auto root =
-      vrfRootIs( vrf, new VrfRoot( vrf, af_, entityManager_, topoDbClientDir_, vrfSourceId,
-                                   taskScheduler_, teStatus_, allTopoDb ) );
-   vrfRootSmIs( vrf, new VrfRootSm( vrf, root, vrfSourceId ) );
+   const auto root = vrfRootIs( vrf, af_, entityManager_, topoDbClientDir_, vrfSourceId,
+                                taskScheduler_, teStatus_, allTopoDb );
+   vrfRootSmIs( vrf, root, vrfSourceId );
    clients->pathConfigInfoTableIs( vrf, root->pathConfigInfoTable() );
    clients->pathStatusInfoTableIs( vrf, root->pathStatusInfoTable() );
    clients->clientDataIs( vrf, root->clientData() );

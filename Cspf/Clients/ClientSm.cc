@@ -64,7 +64,7 @@ ClientSm::handleVrf( const L3::VrfName & vrf ) {
       if ( !clientVrfConfMounterHas( vrf ) ) {
          TRACE7( "client " << name_ << ", vrf " << vrf << " te required and configured" );
          TRACE7( "Creating ClientVrfSm for client " << name_ << ", vrf " << vrf );
-         clientVrfConfMounterIs( vrf, new ClientVrfConfMounter( vrf, name_, client_, intake_ ) );
+         clientVrfConfMounterIs( vrf, name_, client_, intake_ );
       }
       return;
    }
@@ -104,7 +104,7 @@ ClientDirSm::handleClientDir( const Lum::String & name ) {
    if ( const auto client = Lum::cast< const Client >( clientDir_->entity( name ) ) ) {
       if ( !clientSmHas( name ) ) {
          TRACE7( "Creating ClientSm for client " << name );
-         clientSmIs( name, new ClientSm( name, client, intake_ ) );
+         clientSmIs( name, client, intake_ );
       }
       return;
    }

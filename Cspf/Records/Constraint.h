@@ -35,16 +35,16 @@ struct InternalPathConstraint {
    LUM_FIELD( includeHopAllExplicit, bool );  ///< the include hops are the whole path
    LUM_FIELD( reversePath, bool );            ///< from the destination to the source
    LUM_FIELD( pathComputationType, PathComputationType );
-   LUM_FIELD( sourceType, CspfSourceType );                 ///< where the computation is rooted
-   LUM_FIELD( neighborLink, Kivnet::IpGenAddr );            ///< `neighborOnLink`: the link
-   LUM_FIELD( neighbor, Kivnet::IpGenAddr );                ///< `neighborOnLink`: the neighbour
-   LUM_FIELD( neighborSystemId, Routing::Isis::SystemId );  ///< on a LAN: the neighbour
-   LUM_FIELD( fallBackToLink, bool );
+   LUM_FIELD( sourceType, CspfSourceType );       ///< where the computation is rooted
+   LUM_FIELD( neighborLink, Kivnet::IpGenAddr );  ///< `neighborOnLink`: the link
+   LUM_FIELD( neighbor, Kivnet::IpGenAddr );      ///< `neighborOnLink`: the neighbour
    LUM_SET( excludeSrlgDerived, TrafficEngineering::SrlgId );
    LUM_SET( includeSrlgDerived, TrafficEngineering::SrlgId );
    LUM_FIELD( bwUsageId, BwUsageId );
    LUM_FIELD( noSpf, bool );  ///< the path is given
    LUM_FIELD( pathSegmentSourceNodeAddr, Kivnet::IpGenAddr );
+   LUM_FURTHER_FIELD( neighborSystemId, Routing::Isis::SystemId );  ///< on a LAN: the neighbour
+   LUM_FURTHER_FIELD( fallBackToLink, bool );
    InternalPathConstraint() { sourceType_ = plr(); }
    LUM_NO_STRING_CONSTRUCTOR( InternalPathConstraint );
 };

@@ -73,7 +73,7 @@ TeIntfStatusSm::handleInitialized() {
 void
 TeIntfStatusSm::handleIntfStatus( const Lum::String & name ) {
    if ( const auto intfStatus = teStatus_->intfStatus( name ) ) {
-      intfSrlgSmIs( name, new TeIntfSrlgSm( name, intfStatus, pathConfigInfoTable_ ) );
+      intfSrlgSmIs( name, intfStatus, pathConfigInfoTable_ );
    } else {
       intfSrlgSmDel( name );
    }

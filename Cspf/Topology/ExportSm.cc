@@ -152,8 +152,7 @@ TopoDbExportDirSm::handleTopoDbExportDir( const Lum::String & name ) {
    }
    if ( exportPathPtr && !topoDbExportSmHas( name ) ) {
       TRACE7( "Creating TopoDbExportSm for " << name );
-      topoDbExportSmIs( name, new TopoDbExportSm( name, exportPathPtr, entityMgr_, v4AllTopoDbDir_,
-                                                  v6AllTopoDbDir_ ) );
+      topoDbExportSmIs( name, exportPathPtr, entityMgr_, v4AllTopoDbDir_, v6AllTopoDbDir_ );
    } else if ( !exportPathPtr && topoDbExportSmHas( name ) ) {
       TRACE7( "Deleting TopoDbExportSm for " << name );
       topoDbExportSmDel( name );

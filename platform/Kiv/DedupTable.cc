@@ -33,12 +33,12 @@ DedupHashTable::dedup( const Lum::Ptr< DedupHandle > & candidate ) {
    if ( unordered_ ) {
       const auto [ at, fresh ] = unorderedSet_.insert( handle );
       if ( !fresh ) {
-         return *at;
+         return ( *at )->referencesIncReturnRef();
       }
    } else {
       const auto [ at, fresh ] = orderedSet_.insert( handle );
       if ( !fresh ) {
-         return *at;
+         return ( *at )->referencesIncReturnRef();
       }
    }
    LUM_ASSERT( !handle->table_ );

@@ -56,6 +56,8 @@ class DedupHandle : public Lum::Entity {
    }
    /// A number of its own, larger than that of any earlier handle.
    std::uint64_t serial() const noexcept { return serial_; }
+   /// One more user.
+   Lum::Ptr< DedupHandle > referencesIncReturnRef() noexcept { return this; }
 
  protected:
    void lastReferenceGone() override;

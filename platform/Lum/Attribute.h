@@ -183,8 +183,9 @@ sortedKeys( const M & map ) {
    LUM_COLLECTION_IN_( collection, std::map, name_, Key, __VA_ARGS__ )
 
 /// Owned children by key, in key order, held by `Lum::Ptr`: `x( key )` (null where there is none),
-/// `xHas`, `xs`, `xColl`, `xIs( key, child )` (starts the child: `handleInitialized`),
-/// `xDel( key )` (ends it: `doPrepareToDie`), `xDelAll`. Watchers hear of a child when it
+/// `xHas`, `xs`, `xColl`, `xIs( key, child )` (starts the child: `handleInitialized`), with several
+/// arguments those of its constructor after the key, `xDel( key )` (ends it: `doPrepareToDie`),
+/// `xDelAll`. Watchers hear of a child when it
 /// is in place, before it starts, and of its end when it is out of the collection; a child that one
 /// of them removes at once never starts.
 #define LUM_CHILDREN( name_, Key, ... )                                                            \
@@ -197,6 +198,12 @@ sortedKeys( const M & map ) {
          ::Lum::start( child );                                                                    \
       }                                                                                            \
       return child;                                                                                \
+   }                                                                                               \
+   template< class... Args >                                                                       \
+      requires( sizeof...( Args ) > 1 )                                                            \
+   ::Lum::Ptr< __VA_ARGS__ > name_##Is( const Key & key, Args &&... args ) {                       \
+      return name_##Is( key, ::Lum::Ptr< __VA_ARGS__ >(                                            \
+                                new __VA_ARGS__( key, std::forward< Args >( args )... ) ) );       \
    }                                                                                               \
    void name_##Del( const Key & key ) {                                                            \
       if ( auto entry = name_##_.extract( key ) ) {                                                \

@@ -21,7 +21,7 @@ struct Line : Line< n - 1 > {};
 template<>
 struct Line< 0 > {};
 
-enum class FieldKind { field, list, set, attribute, counter, collection, children };
+enum class FieldKind { field, further, list, set, attribute, counter, collection, children };
 
 template< int line_, FieldKind kind_, class Member >
 struct Field {

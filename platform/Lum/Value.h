@@ -73,7 +73,8 @@ hashOf( const T & value ) noexcept {
 }
 
 /// The text of a value: its own `stringValue()`, the name of an enumerator, a number, or
-/// "[a, b]" for a list. Of a described value: "Value('Cspf::BwUsageId', ** {'clientName': ..})".
+/// "[a, b]" for a list. Of a described value: "Value('Cspf::BwUsageId', ** {'clientName': ..})",
+/// without its further fields that are not set.
 template< class T >
 std::string valueString( const T & value );
 
@@ -85,6 +86,11 @@ describedString( const T & value ) {
    std::string text = "Value('" + std::string( T::lumTypeName ) + "', ** {";
    const char * separator = "'";
    forEachField( value, [ & ]( auto & field, const auto & v ) {
+      if constexpr ( std::remove_cvref_t< decltype( field ) >::kind == FieldKind::further ) {
+         if ( v == std::remove_cvref_t< decltype( v ) >() ) {
+            return;
+         }
+      }
       text.append( separator ).append( field.name ).append( "': " ).append( valueString( v ) );
       separator = ", '";
    } );
@@ -269,7 +275,10 @@ class Set {
    static_assert( true )
 
 /// A field of a value: `x()` and `xIs( value )`.
-#define LUM_FIELD( name_, ... )                                                                    \
+#define LUM_FIELD( name_, ... ) LUM_FIELD_OF_KIND_( field, name_, __VA_ARGS__ )
+/// One that joined a value whose text others know: the value string tells it only where it is set.
+#define LUM_FURTHER_FIELD( name_, ... ) LUM_FIELD_OF_KIND_( further, name_, __VA_ARGS__ )
+#define LUM_FIELD_OF_KIND_( kind_, name_, ... )                                                    \
    __VA_ARGS__ name_##_{};                                                                         \
    const __VA_ARGS__ & name_() const noexcept {                                                    \
       return name_##_;                                                                             \
@@ -277,7 +286,7 @@ class Set {
    void name_##Is( __VA_ARGS__ value ) {                                                           \
       name_##_ = std::move( value );                                                               \
    }                                                                                               \
-   LUM_DESCRIBE_FIELD_( field, name_ )                                                             \
+   LUM_DESCRIBE_FIELD_( kind_, name_ )                                                             \
    static_assert( true )
 
 /// A list field: `x( index )` (a default element where there is none), `xs()` (the count),
