@@ -67,6 +67,12 @@ TemporaryDirectory::~TemporaryDirectory() {
    std::filesystem::remove_all( path_ );
 }
 
+pid_t
+startProgram( const std::string & program, const std::vector< std::string > & arguments,
+              const std::string & err ) {
+   return spawn( inBuild( program ), arguments, "", err );
+}
+
 ProgramResult
 runProgram( std::string program, std::vector< std::string > arguments ) {
    const TemporaryDirectory directory;

@@ -29,6 +29,10 @@ struct ProgramResult {
 /// Runs a program of the build ("cspfctl"), or one given by its path, to its end.
 ProgramResult runProgram( std::string program, std::vector< std::string > arguments );
 
+/// Starts one; its errors go to the file, where one is given.
+pid_t startProgram( const std::string & program, const std::vector< std::string > & arguments,
+                    const std::string & err = "" );
+
 /// A program of the build as a process of its own, with what it says on standard error in a file.
 class Background {
  public:

@@ -69,6 +69,7 @@ MountGroup::mount( const MountPoint & mount ) {
       error_ = mount.path + ": no entity type " + mount.typeName;
       return MountStatus::unknownType;
    }
+   manager_.state_.mountedIs( mount.path );
    if ( !manager_.state_.entityIs( mount.path, mount.typeName ) ) {
       error_ = mount.path + ": is no " + mount.typeName;
       return MountStatus::otherType;

@@ -63,6 +63,11 @@ StateStore::entity( std::string_view path ) const {
 }
 
 void
+StateStore::mountedIs( std::string_view path ) {
+   mounted_.insert( canonicalPath( path ) );
+}
+
+void
 StateStore::entityDel( std::string_view path ) {
    const std::string canonical = canonicalPath( path );
    const auto slash = canonical.rfind( '/' );

@@ -2,6 +2,7 @@
 
 #include "platform/Corvdb/TypeRegistry.h"
 
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,12 +31,19 @@ class StateStore {
    /// stay, empty or not: others may have mounted them.
    void entityDel( std::string_view path );
 
+   /// Somebody looks at the entity at the path, there or not yet, by its path alone: whoever
+   /// removes it on behalf of a writer elsewhere gives it its defaults instead.
+   void mountedIs( std::string_view path );
+   /// REQUIRES: the path is canonical.
+   bool isMounted( const std::string & path ) const { return mounted_.contains( path ); }
+
    const Lum::Ptr< Lum::Dir > & root() const noexcept { return root_; }
    const TypeRegistry & types() const noexcept { return types_; }
 
  private:
    const TypeRegistry & types_;
    Lum::Ptr< Lum::Dir > root_ = Lum::make< Lum::Dir >();
+   std::set< std::string > mounted_;
 };
 
 /// The components of a path.

@@ -44,6 +44,38 @@ TableStore::cleanup( const std::string & path ) {
    }
 }
 
+void
+TableStore::writerGone( const std::string & path ) {
+   const auto at = tables_.find( path );
+   if ( at == tables_.end() ) {
+      return;
+   }
+   at->second.stays = false;
+   if ( at->second.mounts == 0 ) {
+      cleanup( path );
+   }
+}
+
+void
+TableStore::listenerIs( const void * owner, Listener listener ) {
+   if ( listener ) {
+      listeners_[ owner ] = std::make_shared< Listener >( std::move( listener ) );
+   } else {
+      listeners_.erase( owner );
+   }
+}
+
+/// A listener may make and end tables and listeners.
+void
+TableStore::tell( const std::string & path ) const {
+   const auto listeners = listeners_;
+   for ( const auto & [ owner, listener ] : listeners ) {
+      if ( listeners_.contains( owner ) ) {
+         ( *listener )( path );
+      }
+   }
+}
+
 Lum::Ptr< Lum::Entity >
 TableStore::alwaysIs( const std::string & path, const std::string & typeName ) {
    auto entity = mount( path, typeName, MountMode::writer );

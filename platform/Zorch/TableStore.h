@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,10 +37,13 @@ class TableStore {
    /// The table always exists from now on. Null as for `mount`.
    Lum::Ptr< Lum::Entity > alwaysIs( const std::string & path, const std::string & typeName );
 
-   /// Is told the path of each table that has come, still empty, or gone. One at a time; empty:
-   /// none.
+   /// The table's writer, which lives elsewhere, has removed it: it goes with its last mount.
+   void writerGone( const std::string & path );
+
+   /// Is told the path of each table that has come, still empty, or gone.
    using Listener = std::function< void( const std::string & path ) >;
-   void listenerIs( Listener listener ) { listener_ = std::move( listener ); }
+   /// One listener for each owner; an empty one is none.
+   void listenerIs( const void * owner, Listener listener );
 
    /// Null where there is none.
    Lum::Ptr< Lum::Entity > table( const std::string & path ) const;
@@ -53,15 +57,11 @@ class TableStore {
       bool stays = false;
    };
 
-   void tell( const std::string & path ) const {
-      if ( listener_ ) {
-         listener_( path );
-      }
-   }
+   void tell( const std::string & path ) const;
 
    const Corvdb::TypeRegistry & types_;
    std::map< std::string, Table > tables_;
-   Listener listener_;
+   std::map< const void *, std::shared_ptr< Listener > > listeners_;
 };
 
 }

@@ -50,7 +50,7 @@ class StateView {
    /// Throws RequestError where nothing is or can be.
    Watched watched( const std::string & path ) const;
    void tableListenerIs( Zorch::TableStore::Listener listener ) {
-      tables_.listenerIs( std::move( listener ) );
+      tables_.listenerIs( this, std::move( listener ) );
    }
    /// {"type": name, "value": ..}. REQUIRES: there is something at the path, which is canonical.
    Json typed( const std::string & path ) const;

@@ -1,0 +1,157 @@
+// State on either back end, as those who share it see it: whatever one member writes, the others
+// have, in order, with nothing told that did not change; and with a database behind it, whatever
+// happens to that.
+
+#include "schema/CspfStatus.h"
+#include "tests/RandomValue.h"
+#include "tests/StateBackends.h"
+#include "tools/service/StateView.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using State::Json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr const char * statusPath = "te/cspf/status/vrf/default/ipv4/rsvp";
+
+/// The keys whose content differs, with both contents.
+std::vector< std::string >
+differences( const std::map< std::string, Json > & a, const std::map< std::string, Json > & b ) {
+   const auto text = []( const auto & content, const std::string & key ) {
+      const auto at = content.find( key );
+      return at == content.end() ? "nothing" : at->second.dump();
+   };
+   std::vector< std::string > found;
+   for ( const auto * content : { &a, &b } ) {
+      for ( const auto & [ key, value ] : *content ) {
+         if ( text( a, key ) != text( b, key ) ) {
+            found.push_back( key + ": " + text( a, key ) + " and " + text( b, key ) );
+         }
+      }
+   }
+   return found;
+}
+
+/// Changes anything: entities and tables of all types come, change, go and come again.
+void
+changeSomething( Member & member, RandomValue & random, const std::string & top ) {
+   const std::string name = top + "/" + std::to_string( random.below( 3 ) );
+   unsigned skip = random.below( 27 );
+   Schema::forEachEntityType( [ & ]< class E >( Schema::Is< E > ) {
+      if constexpr ( !std::same_as< E, Lum::Dir > ) {
+         const std::string path = name + "/" + E::lumTypeName;
+         if ( skip-- != 0 ) {
+            return;
+         }
+         const bool table = random.below( 2 ) == 0;
+         if ( random.below( 10 ) == 0 ) {
+            table ? member.tables.cleanup( path ) : member.state.entityDel( path );
+            return;
+         }
+         const auto entity =
+            Lum::cast< E >( table ? member.tables.alwaysIs( path, E::lumTypeName )
+                                  : member.state.entityIs( path, E::lumTypeName ) );
+         random.fillEntity( *entity );
+         if ( random.below( 4 ) == 0 ) {
+            State::Json patch = State::toJson( *entity );
+            for ( auto & [ field, value ] : patch.items() ) {
+               value = random.below( 3 ) ? value : State::Json();
+            }
+            State::merge( *entity, patch );
+         }
+      }
+   } );
+}
+
+struct StateBackendTest : testing::TestWithParam< bool > {
+   StateBackend state{ GetParam(), 2 };
+};
+
+INSTANTIATE_TEST_SUITE_P( Embedded, StateBackendTest, testing::Values( true ) );
+INSTANTIATE_TEST_SUITE_P( Redis, StateBackendTest, testing::Values( false ) );
+
+struct RedisStateTest : testing::Test {
+   /// Everybody has the same, those who come now included.
+   void expectAgreement( const char * when ) {
+      state.settle();
+      const auto content = state[ 0 ].content();
+      for ( std::size_t i = 1; i < state.size(); ++i ) {
+         EXPECT_THAT( differences( state[ i ].content(), content ), IsEmpty() )
+            << when << ", member " << i;
+      }
+      state.restart( state.size() - 1 );
+      state.settle();
+      EXPECT_THAT( differences( state[ state.size() - 1 ].content(), content ), IsEmpty() )
+         << when << ", a new member";
+   }
+
+   StateBackend state{ false, 3 };
+};
+
+}
+
+TEST_P( StateBackendTest, whatOneWritesTheOtherHas ) {
+   RandomValue random( 7 );
+   for ( int round = 0; round < 40; ++round ) {
+      for ( int i = 0; i < 20; ++i ) {
+         changeSomething( state[ 0 ], random, "a" );
+         changeSomething( state[ 1 ], random, "b/c" );
+      }
+      if ( round % 4 == 0 ) {
+         state.settle();
+         ASSERT_THAT( differences( state[ 0 ].content(), state[ 1 ].content() ), IsEmpty() );
+      } else {
+         state.turns( round % 3 );
+      }
+   }
+   ASSERT_GT( state[ 0 ].content().size(), 50u );
+   EXPECT_THAT( state[ 1 ].log, IsEmpty() );
+}
+
+TEST_F( RedisStateTest, whateverHappensToTheDatabaseAllMembersAgree ) {
+   RandomValue random( 11 );
+   // The first two write what is theirs; of the third nothing is its own.
+   state[ 0 ].replica->leaseIs( { "a" }, false, {} );
+   state[ 1 ].replica->leaseIs( { "b" }, false, {} );
+   state.settle();
+   const auto storm = [ & ]( int turns ) {
+      for ( int i = 0; i < turns; ++i ) {
+         changeSomething( state[ 0 ], random, "a" );
+         changeSomething( state[ 1 ], random, "b" );
+         state.turns( static_cast< int >( random.below( 2 ) ) );
+      }
+   };
+   RedisServer & server = state.server();
+   storm( 100 );
+   expectAgreement( "quiet" );
+   server.kill();
+   storm( 100 );
+   server.start();
+   storm( 10 );
+   expectAgreement( "killed with its data" );
+   server.kill();
+   server.forget();
+   storm( 100 );
+   server.start();
+   expectAgreement( "killed without its data" );
+   storm( 50 );
+   server.cli( { "FLUSHALL" } );
+   storm( 50 );
+   expectAgreement( "emptied" );
+   for ( int i = 0; i < 10; ++i ) {
+      storm( 10 );
+      server.cli( { "CLIENT", "KILL", "TYPE", "normal" } );
+   }
+   expectAgreement( "connections cut" );
+   for ( int i = 0; i < 10; ++i ) {
+      storm( 10 );
+      server.cli( { "XTRIM", "log", "MAXLEN", "0" } );
+   }
+   expectAgreement( "log trimmed" );
+   EXPECT_GT( state[ 0 ].replica->status().resyncs, 2u );
+}

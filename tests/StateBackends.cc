@@ -1,0 +1,106 @@
+#include "tests/StateBackends.h"
+
+#include "schema/EntityTypes.h"
+#include "schema/Types.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace {
+
+Corvdb::TypeRegistry
+allTypes() {
+   Corvdb::TypeRegistry types;
+   Schema::registerTypes( types );
+   return types;
+}
+
+void
+addEntities( const std::string & path, const Lum::Dir & dir,
+             std::map< std::string, State::Json > & content ) {
+   for ( const auto & [ name, entity ] : dir.entityColl() ) {
+      if ( const auto below = Lum::cast< Lum::Dir >( entity ) ) {
+         addEntities( path + name + "/", *below, content );
+      } else {
+         content[ path + name ] = State::toJson( *entity );
+      }
+   }
+}
+
+}
+
+Member::Member( Lum::ActivityLoop & loop, const RedisServer * server )
+   : types( allTypes() ),
+     state( types ),
+     tables( types ) {
+   if ( server ) {
+      replica = std::make_unique< Redis::Replica >(
+         loop, state, tables,
+         Redis::Replica::Settings{ Redis::parseUrl( server->url() ), "test",
+                                   []( const auto &, const auto & ) { return std::string(); } },
+         Redis::Replica::Handlers{
+            [ this ] { complete = true; }, []( const std::string &, bool ) {},
+            [ this ]( const std::string & line ) { log.push_back( line ); } } );
+   }
+}
+
+std::map< std::string, State::Json >
+Member::content() const {
+   std::map< std::string, State::Json > content;
+   addEntities( "e:", *state.root(), content );
+   for ( const std::string & path : tables.list( "" ) ) {
+      if ( State::Json table = State::toJson( *tables.table( path ) );
+           table != State::toJson( *types.make( tables.table( path )->typeName() ) ) ) {
+         content[ "t:" + path ] = std::move( table );
+      }
+   }
+   return content;
+}
+
+StateBackend::StateBackend( bool embedded, std::size_t members )
+   : server_( embedded ? nullptr : std::make_unique< RedisServer >() ) {
+   while ( members_.size() < members ) {
+      add();
+   }
+   settle();
+}
+
+Member &
+StateBackend::add() {
+   members_.push_back( server_ || members_.empty()
+                          ? std::make_shared< Member >( loop_, server_.get() )
+                          : members_.front() );
+   return *members_.back();
+}
+
+void
+StateBackend::restart( std::size_t i ) {
+   members_[ i ] = nullptr;
+   members_[ i ] = std::make_shared< Member >( loop_, server_.get() );
+}
+
+void
+StateBackend::turns( int count ) {
+   while ( count-- > 0 ) {
+      loop_.runOnce( 0.001 );
+   }
+}
+
+void
+StateBackend::settle() {
+   const auto atRest = [ & ] {
+      const auto there = members_.front()->replica->status().revision;
+      return std::ranges::all_of( members_, [ & ]( const auto & member ) {
+         return member->replica->isSettled() && member->complete
+                && member->replica->status().revision == there;
+      } );
+   };
+   const Lum::Seconds patience = loop_.now() + 60;
+   for ( int quiet = 0; server_ && quiet < 20; ) {
+      loop_.runOnce( 0.01 );
+      quiet = atRest() ? quiet + 1 : 0;
+      if ( loop_.now() > patience ) {
+         throw std::runtime_error( "the members do not come to rest" );
+      }
+   }
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "platform/Corvdb/StateStore.h"
+#include "platform/Zorch/TableStore.h"
+#include "tests/RedisServer.h"
+#include "tools/redis/Replica.h"
+#include "tools/state/StateTypes.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// The stores of one process, and what keeps them equal to a database, where one does.
+struct Member {
+   Member( Lum::ActivityLoop & loop, const RedisServer * server );
+
+   /// All entities and tables as JSON, by path.
+   std::map< std::string, State::Json > content() const;
+
+   Corvdb::TypeRegistry types;
+   Corvdb::StateStore state;
+   Zorch::TableStore tables;
+   std::vector< std::string > log;
+   bool complete = false;
+   std::unique_ptr< Redis::Replica > replica;
+};
+
+/// Several members of one state: of one process on the embedded stores, where all are the same one,
+/// or each on a replica of its own.
+class StateBackend {
+ public:
+   StateBackend( bool embedded, std::size_t members );
+
+   Member & operator[]( std::size_t i ) { return *members_[ i ]; }
+   std::size_t size() const { return members_.size(); }
+   RedisServer & server() { return *server_; }
+   Lum::ActivityLoop & loop() { return loop_; }
+   /// One more; with `i`, in place of that one, which ends without a word.
+   Member & add();
+   void restart( std::size_t i );
+   /// Serves the loop until all members have seen what all have written.
+   void settle();
+   void turns( int count );
+
+ private:
+   Lum::ActivityLoop loop_{ Lum::ActivityLoop::Time::real };
+   std::unique_ptr< RedisServer > server_;
+   std::vector< std::shared_ptr< Member > > members_;
+};

@@ -1,0 +1,336 @@
+// The two stores as one flat name space. Directories are nothing but the paths of what is in them.
+// A watch stands on each entity and table; while something is taken over from elsewhere, the watch
+// of that field is deaf, but those of everything that its readers change in answer are not.
+
+#include "tools/redis/LocalState.h"
+
+#include "tools/state/JsonPlace.h"
+#include "tools/state/StateFields.h"
+
+namespace Redis {
+
+namespace {
+
+/// "constraintStatus[5].cspfCount" is part of "constraintStatus[5]".
+std::string_view
+outermost( std::string_view field ) {
+   for ( std::size_t i = 0; i < field.size(); ++i ) {
+      if ( field[ i ] == '\\' ) {
+         ++i;
+      } else if ( field[ i ] == ']' ) {
+         return field.substr( 0, i + 1 );
+      }
+   }
+   return field;
+}
+
+std::string
+joined( const std::string & path, const std::string & name ) {
+   return path.empty() ? name : path + "/" + name;
+}
+
+}
+
+/// Watches one entity, and below it the entities in its collections.
+class LocalState::EntityWatch : public Lum::Reactor {
+   LUM_ENTITY( Redis, EntityWatch );
+   EntityWatch( LocalState & owner, std::string key, std::string prefix,
+                Lum::Ptr< Lum::Entity > entity )
+      : owner_( owner ),
+        key_( std::move( key ) ),
+        prefix_( std::move( prefix ) ),
+        entity_( std::move( entity ) ) {}
+
+   void handleInitialized() override {
+      watchAny< &EntityWatch::handleChange >( *entity_, this );
+      State::forEachChildField( *entity_, [ this ]( const std::string & name, const auto & child ) {
+         childIs( prefix_ + name, child );
+      } );
+   }
+   const Lum::Ptr< Lum::Entity > & entity() const { return entity_; }
+   void tellAll() const {
+      State::forEachFieldName( *entity_, [ this ]( const std::string & name ) {
+         owner_.changed( key_, prefix_ + name );
+      } );
+   }
+
+ private:
+   void childIs( const std::string & name, const Lum::Ptr< Lum::Entity > & child ) {
+      children_[ name ] = Lum::make< EntityWatch >( owner_, key_, name + ".", child );
+   }
+   void handleChange( const Lum::AnyChange & change ) {
+      const State::FieldChange field = State::fieldOf( *entity_, change );
+      const std::string name = prefix_ + field.name;
+      owner_.changed( key_, name );
+      if ( !field.isChild ) {
+         return;
+      }
+      if ( const auto old = children_.extract( name ) ) {
+         old.mapped()->tellAll();
+      }
+      if ( field.child ) {
+         childIs( name, field.child );
+         children_[ name ]->tellAll();
+      }
+   }
+
+   LocalState & owner_;
+   const std::string key_, prefix_;
+   const Lum::Ptr< Lum::Entity > entity_;
+   std::map< std::string, Lum::Ptr< EntityWatch > > children_;
+};
+
+class LocalState::DirWatch : public Lum::Reactor {
+   LUM_ENTITY( Redis, DirWatch );
+   DirWatch( LocalState & owner, std::string path, Lum::Ptr< Lum::Dir > dir )
+      : owner_( owner ),
+        path_( std::move( path ) ),
+        dir_( std::move( dir ) ) {}
+
+   void handleInitialized() override {
+      LUM_WATCH_KEYS( dir_, entity, handleEntry );
+      for ( const auto & name : Lum::sortedKeys( dir_->entityColl() ) ) {
+         handleEntry( name );
+      }
+   }
+   void end() {
+      for ( const auto & name : Lum::sortedKeys( dir_->entityColl() ) ) {
+         endEntry( name );
+      }
+   }
+
+ private:
+   void handleEntry( const Lum::String & name ) {
+      endEntry( name );
+      const std::string path = joined( path_, name );
+      const auto entry = dir_->entity( name );
+      if ( const auto dir = Lum::cast< Lum::Dir >( entry ) ) {
+         dirs_[ name ] = Lum::make< DirWatch >( owner_, path, dir );
+      } else if ( entry ) {
+         owner_.watchIs( "e:" + path, entry, !owner_.state_.isMounted( path ) );
+      }
+   }
+   void endEntry( const Lum::String & name ) {
+      if ( const auto dir = dirs_.extract( name ) ) {
+         dir.mapped()->end();
+      }
+      owner_.watchDel( "e:" + joined( path_, name ) );
+   }
+
+   LocalState & owner_;
+   const std::string path_;
+   const Lum::Ptr< Lum::Dir > dir_;
+   std::map< std::string, Lum::Ptr< DirWatch > > dirs_;
+};
+
+/// Makes the watches deaf to one field, or to a whole key.
+class LocalState::Taking {
+ public:
+   Taking( LocalState & owner, const std::string & key, std::string_view field = {} )
+      : owner_( owner ),
+        outerKey_( std::exchange( owner.takenKey_, &key ) ),
+        outerField_( std::exchange( owner.takenField_, field ) ) {}
+   ~Taking() {
+      owner_.takenKey_ = outerKey_;
+      owner_.takenField_ = outerField_;
+   }
+   Taking( const Taking & ) = delete;
+   Taking & operator=( const Taking & ) = delete;
+
+ private:
+   LocalState & owner_;
+   const std::string * const outerKey_;
+   const std::string_view outerField_;
+};
+
+LocalState::LocalState( Corvdb::StateStore & state, Zorch::TableStore & tables, Handlers handlers )
+   : state_( state ),
+     tables_( tables ),
+     handlers_( std::move( handlers ) ),
+     root_( Lum::make< DirWatch >( *this, "", state.root() ) ) {
+   for ( const std::string & path : tables_.list( "" ) ) {
+      watchIs( "t:" + path, tables_.table( path ), true );
+   }
+   tables_.listenerIs( this, [ this ]( const std::string & path ) { handleTable( path ); } );
+}
+
+LocalState::~LocalState() {
+   tables_.listenerIs( this, {} );
+}
+
+void
+LocalState::changed( const std::string & key, const std::string & field ) {
+   if ( takenKey_ && *takenKey_ == key
+        && ( takenField_.empty() || outermost( takenField_ ) == outermost( field ) ) ) {
+      return;
+   }
+   handlers_.changed( key, field );
+}
+
+void
+LocalState::watchIs( const std::string & key, const Lum::Ptr< Lum::Entity > & entity,
+                     bool isNews ) {
+   if ( handlers_.expected( key, entity->typeName() ).empty() ) {
+      watches_[ key ] = Lum::make< EntityWatch >( *this, key, "", entity );
+      if ( isNews ) {
+         tellAll( key );
+      }
+   }
+}
+
+/// A table is not worth a word before it has a row: readers make empty ones.
+void
+LocalState::tellAll( const std::string & key ) {
+   if ( !isTable( key ) ) {
+      changed( key, "" );
+   }
+   watches_.at( key )->tellAll();
+}
+
+void
+LocalState::watchDel( const std::string & key ) {
+   if ( const auto watch = watches_.extract( key ) ) {
+      watch.mapped()->tellAll();
+      changed( key, "" );
+   }
+}
+
+void
+LocalState::handleTable( const std::string & path ) {
+   const std::string key = "t:" + path;
+   watchDel( key );
+   if ( const auto table = tables_.table( path ) ) {
+      watchIs( key, table, false );
+   }
+}
+
+std::vector< std::string >
+LocalState::keys() const {
+   return Lum::sortedKeys( watches_ );
+}
+
+Lum::Ptr< Lum::Entity >
+LocalState::entity( const std::string & key ) const {
+   const auto at = watches_.find( key );
+   return at == watches_.end() ? nullptr : at->second->entity();
+}
+
+void
+LocalState::fieldIs( const std::string & key, const std::string & field,
+                     const std::optional< std::string_view > & text ) {
+   const auto at = entity( key );
+   try {
+      const Taking taking( *this, key, field );
+      State::fieldIs( *at, field, text );
+   } catch ( const State::Error & error ) {
+      handlers_.refused( key + ": " + error.what() );
+   }
+}
+
+void
+LocalState::apply( const KeyChanges & changes ) {
+   const std::string & key = changes.key;
+   for ( const auto & [ field, text ] : changes.fields ) {
+      if ( field == typeField && !text ) {
+         keyDel( key );
+      } else if ( field == typeField ) {
+         create( key, *text, changes );
+         return;
+      }
+   }
+   if ( entity( key ) ) {
+      for ( const auto & [ field, text ] : changes.fields ) {
+         if ( !field.starts_with( '@' ) && entity( key ) ) {
+            fieldIs( key, field, text );
+         }
+      }
+   } else if ( changes.fields.empty() || changes.fields.back().first != typeField ) {
+      handlers_.refused( key + ": " + std::string( typeField ) + ": missing" );
+   }
+}
+
+void
+LocalState::create( const std::string & key, const std::string & type,
+                    const KeyChanges & changes ) {
+   const auto present = entity( key );
+   std::string expected = handlers_.expected( key, type );
+   if ( expected.empty() && !state_.types().has( type ) ) {
+      expected = "the name of a state type";
+   }
+   if ( expected.empty() && present && present->typeName() != type ) {
+      expected = std::string( "\"" ) + present->typeName() + "\", as it is here";
+   }
+   if ( !expected.empty() ) {
+      handlers_.refused( key + ": " + std::string( typeField ) + ": expected " + expected
+                         + ", found \"" + type + "\"" );
+      return;
+   }
+   if ( !present && !isTable( key ) ) {
+      createEntity( key, type, changes );
+      return;
+   }
+   if ( !present ) {
+      const Taking taking( *this, key );
+      tables_.alwaysIs( pathOf( key ), type );
+   }
+   apply( { key, [ & ] {
+              auto fields = changes.fields;
+              std::erase_if( fields, []( const auto & one ) { return one.first == typeField; } );
+              return fields;
+           }() } );
+}
+
+void
+LocalState::createEntity( const std::string & key, const std::string & type,
+                          const KeyChanges & changes ) {
+   const std::string path = pathOf( key );
+   const auto slash = path.rfind( '/' );
+   const auto dir = Lum::cast< Lum::Dir >(
+      slash == path.npos ? state_.root() : state_.entityIs( path.substr( 0, slash ), "Lum::Dir" ) );
+   if ( !dir ) {
+      handlers_.refused( key + ": a part of its path is no directory" );
+      return;
+   }
+   const auto made = state_.types().make( type );
+   setFields( key, *made, changes );
+   const Taking taking( *this, key );
+   dir->entityIs( path.substr( slash + 1 ), made );
+}
+
+void
+LocalState::setFields( const std::string & key, Lum::Entity & entity, const KeyChanges & changes ) {
+   for ( const auto & [ field, text ] : changes.fields ) {
+      if ( field.starts_with( '@' ) ) {
+         continue;
+      }
+      try {
+         State::fieldIs( entity, field, text );
+      } catch ( const State::Error & error ) {
+         handlers_.refused( key + ": " + error.what() );
+      }
+   }
+}
+
+void
+LocalState::keyDel( const std::string & key ) {
+   const auto present = entity( key );
+   if ( !present ) {
+      return;
+   }
+   if ( isTable( key ) || state_.isMounted( pathOf( key ) ) ) {
+      std::vector< std::string > names;
+      State::forEachFieldName( *present,
+                               [ & ]( const std::string & name ) { names.push_back( name ); } );
+      for ( const std::string & name : names ) {
+         fieldIs( key, name, std::nullopt );
+      }
+   }
+   const Taking taking( *this, key );
+   if ( isTable( key ) ) {
+      tables_.writerGone( pathOf( key ) );
+   } else if ( !state_.isMounted( pathOf( key ) ) ) {
+      state_.entityDel( pathOf( key ) );
+   }
+}
+
+}

@@ -1,0 +1,147 @@
+// Changes on their way to the database. One batch is in flight at a time; more changes gather
+// behind it, so the batches grow with the load. A batch counts as standing in the log only when the
+// log has been followed past it: until then entries of others on the same fields are older.
+
+#include "tools/redis/Outbox.h"
+
+#include "tools/state/StateFields.h"
+
+#include <algorithm>
+
+namespace Redis {
+
+namespace {
+
+/// Fields of one batch: a server takes no command of more than 1,048,576 arguments.
+constexpr std::size_t maxFields = 400'000;
+
+}
+
+void
+Outbox::changed( const std::string & key, const std::string & field ) {
+   const auto [ at, isNew ] = pending_.keys.try_emplace( key );
+   if ( isNew ) {
+      pending_.order.push_back( key );
+   }
+   if ( field.empty() ) {
+      at->second.whole = true;
+   } else {
+      at->second.names.insert( field );
+   }
+}
+
+std::size_t
+Outbox::size() const {
+   std::size_t fields = 0;
+   for ( const auto & [ key, one ] : pending_.keys ) {
+      fields += one.names.size() + one.whole;
+   }
+   return fields;
+}
+
+bool
+Outbox::holds( const Batch & batch, const std::string & key, const std::string & field ) {
+   const auto at = batch.keys.find( key );
+   return at != batch.keys.end() && ( at->second.whole || at->second.names.contains( field ) );
+}
+
+bool
+Outbox::holds( const std::string & key, const std::string & field ) const {
+   return holds( pending_, key, field )
+          || std::ranges::any_of(
+             sent_, [ & ]( const Batch & batch ) { return holds( batch, key, field ); } );
+}
+
+bool
+Outbox::holdsAny( const std::string & key ) const {
+   return pending_.keys.contains( key )
+          || std::ranges::any_of(
+             sent_, [ & ]( const Batch & batch ) { return batch.keys.contains( key ); } );
+}
+
+void
+Outbox::addKey( const LocalState & state, const std::string & key, const Fields & fields,
+                Command & command ) {
+   command.add( key );
+   const auto entity = state.entity( key );
+   if ( !entity ) {
+      command.add( "" ).add( "0" );
+      return;
+   }
+   command.add( entity->typeName() ).add( fields.names.size() );
+   std::string text;
+   for ( const std::string & field : fields.names ) {
+      text.clear();
+      State::appendFieldText( *entity, field, text );
+      command.add( field ).add( text );
+   }
+}
+
+void
+Outbox::take( const LocalState & state, Command & command ) {
+   Batch batch;
+   for ( std::size_t room = maxFields; room > 0 && hasPending(); ) {
+      const std::string key = pending_.order.front();
+      Fields & all = pending_.keys.at( key );
+      Fields & fields = batch.keys[ key ];
+      fields.whole = all.whole;
+      while ( room > 0 && !all.names.empty() ) {
+         fields.names.insert( all.names.extract( all.names.begin() ) );
+         --room;
+      }
+      batch.order.push_back( key );
+      addKey( state, key, fields, command );
+      if ( all.names.empty() ) {
+         pending_.keys.erase( key );
+         pending_.order.pop_front();
+      }
+   }
+   sent_.push_back( std::move( batch ) );
+}
+
+void
+Outbox::acknowledged( std::uint64_t revision ) {
+   if ( isInFlight() ) {
+      sent_.back().revision = revision;
+   }
+}
+
+void
+Outbox::reached( std::uint64_t revision, bool own ) {
+   if ( own && isInFlight()
+        && ( sent_.size() == 1 || sent_[ sent_.size() - 2 ].revision < revision ) ) {
+      sent_.back().revision = revision;
+   }
+   while ( !sent_.empty() && sent_.front().revision != 0 && sent_.front().revision <= revision ) {
+      sent_.pop_front();
+   }
+}
+
+void
+Outbox::refused( const std::string & key ) {
+   if ( isInFlight() ) {
+      sent_.back().keys.erase( key );
+      std::erase( sent_.back().order, key );
+   }
+   restore();
+}
+
+void
+Outbox::restore() {
+   if ( isInFlight() ) {
+      Batch older = std::move( sent_.back() );
+      sent_.pop_back();
+      std::swap( older, pending_ );
+      for ( const std::string & key : older.order ) {
+         Fields & fields = older.keys.at( key );
+         const auto [ at, isNew ] = pending_.keys.try_emplace( key );
+         if ( isNew ) {
+            pending_.order.push_back( key );
+         }
+         at->second.whole |= fields.whole;
+         at->second.names.merge( fields.names );
+      }
+   }
+}
+
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "tools/redis/Connection.h"
+#include "tools/redis/LocalState.h"
+
+#include <deque>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace Redis {
+
+/// What has changed here and is not yet known to stand in the database. It holds names, not
+/// values: what a field is worth is read when it is sent, so that it is sent once however often it
+/// has changed, and a database that is away for long costs no more than the state itself.
+class Outbox {
+ public:
+   void changed( const std::string & key, const std::string & field );
+   bool hasPending() const { return !pending_.order.empty(); }
+   bool isInFlight() const { return !sent_.empty() && sent_.back().revision == 0; }
+   bool isEmpty() const { return !hasPending() && sent_.empty(); }
+   std::size_t size() const;
+   /// Whether the field's newest value is one that this process has yet to see in the log. What
+   /// others wrote meanwhile came before it.
+   bool holds( const std::string & key, const std::string & field ) const;
+
+   bool holdsAny( const std::string & key ) const;
+
+   /// Adds what is pending to a `state_write`: all of it, up to the size that a server takes.
+   /// REQUIRES: nothing is in flight.
+   void take( const LocalState & state, Command & command );
+   /// What is in flight has been written with that revision.
+   void acknowledged( std::uint64_t revision );
+   /// The log has been followed up to there; its last turn was written by this process or not.
+   void reached( std::uint64_t revision, bool own );
+   /// What is in flight was refused for the sake of one key: the rest waits to be sent again.
+   void refused( const std::string & key );
+   /// Nobody knows whether what is in flight was written: it waits to be sent again. Of what was
+   /// acknowledged, the database has had it.
+   void restore();
+
+ private:
+   struct Fields {
+      bool whole = false;
+      std::unordered_set< std::string > names;
+   };
+   struct Batch {
+      std::deque< std::string > order;
+      std::unordered_map< std::string, Fields > keys;
+      std::uint64_t revision = 0;  ///< 0: in flight
+   };
+
+   static bool holds( const Batch & batch, const std::string & key, const std::string & field );
+   static void addKey( const LocalState & state, const std::string & key, const Fields & fields,
+                       Command & command );
+
+   Batch pending_;
+   std::deque< Batch > sent_;
+};
+
+}

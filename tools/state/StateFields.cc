@@ -1,0 +1,163 @@
+// Fields of any state type by name. Each type's functions are instances of the one codec; a
+// directory has no fields, since what is in it stands at paths of its own.
+
+#include "tools/state/StateFields.h"
+
+#include "schema/EntityTypes.h"
+#include "tools/state/FieldCodec.h"
+
+#include <map>
+
+namespace State {
+
+namespace {
+
+using Visit = std::function< void( const std::string & ) >;
+using VisitChild = std::function< void( const std::string &, const Lum::Ptr< Lum::Entity > & ) >;
+
+struct Type {
+   void ( *names )( const Lum::Entity &, const Visit & );
+   bool ( *append )( const Lum::Entity &, std::string_view, std::string & );
+   void ( *set )( Lum::Entity &, std::string_view, const std::optional< std::string_view > & );
+   FieldChange ( *change )( const Lum::Entity &, const Lum::AnyChange & );
+   void ( *children )( const Lum::Entity &, const VisitChild & );
+};
+
+template< class E >
+Type
+typeOf() {
+   return { []( const Lum::Entity & entity, const Visit & visit ) {
+              forEachNameOf( static_cast< const E & >( entity ), visit );
+           },
+            []( const Lum::Entity & entity, std::string_view name, std::string & out ) {
+               return appendTextOf( static_cast< const E & >( entity ), name, out );
+            },
+            []( Lum::Entity & entity, std::string_view name, const auto & text ) {
+               setField( static_cast< E & >( entity ), name, text );
+            },
+            []( const Lum::Entity & entity, const Lum::AnyChange & change ) {
+               return fieldOfChange( static_cast< const E & >( entity ), change );
+            },
+            []( const Lum::Entity & entity, const VisitChild & visit ) {
+               visitChildFields( static_cast< const E & >( entity ), visit );
+            } };
+}
+
+const Type &
+typeNamed( const char * name ) {
+   static const auto all = [] {
+      std::map< std::string, Type, std::less<> > map;
+      Schema::forEachEntityType( [ & ]< class E >( Schema::Is< E > ) {
+         if constexpr ( !std::same_as< E, Lum::Dir > ) {
+            map.emplace( E::lumTypeName, typeOf< E >() );
+         }
+      } );
+      return map;
+   }();
+   const auto at = all.find( name );
+   return at != all.end()
+             ? at->second
+             : throw Error( document, std::string( "an entity of a state type, not " ) + name );
+}
+
+}
+
+void
+appendQuoted( std::string & out, std::string_view text ) {
+   constexpr const char * hex = "0123456789abcdef";
+   out += '"';
+   for ( const char c : text ) {
+      if ( static_cast< unsigned char >( c ) < 0x20 ) {
+         out.append( "\\u00" ).append( 1, hex[ c >> 4 ] ).append( 1, hex[ c & 15 ] );
+      } else {
+         out.append( c == '"' || c == '\\' ? 1 : 0, '\\' ).append( 1, c );
+      }
+   }
+   out += '"';
+}
+
+Json
+parseText( std::string_view text, const Place & place ) {
+   Json json = Json::parse( text.begin(), text.end(), nullptr, false );
+   return json.is_discarded() ? throw Error( place, "JSON" ) : json;
+}
+
+FieldName
+parseFieldName( std::string_view name ) {
+   const auto bracket = name.find( '[' );
+   FieldName parsed{ name.substr( 0, bracket ), std::nullopt, {} };
+   if ( bracket == name.npos ) {
+      return parsed;
+   }
+   parsed.key.emplace();
+   for ( std::size_t i = bracket + 1; i < name.size(); ++i ) {
+      if ( name[ i ] == ']' ) {
+         const std::string_view rest = name.substr( i + 1 );
+         if ( rest.empty() || ( rest.size() > 1 && rest[ 0 ] == '.' ) ) {
+            parsed.rest = rest.substr( rest.empty() ? 0 : 1 );
+            return parsed;
+         }
+         break;
+      }
+      i += name[ i ] == '\\' && i + 1 < name.size() ? 1 : 0;
+      parsed.key->push_back( name[ i ] );
+   }
+   throw Error( Place( document, std::string( name ) ), "NAME[KEY], as of an entry" );
+}
+
+void
+appendEscapedKey( std::string & out, std::string_view key ) {
+   for ( const char c : key ) {
+      out.append( c == '\\' || c == ']' ? 1 : 0, '\\' ).append( 1, c );
+   }
+}
+
+bool
+appendChildText( const Lum::Entity & child, std::string_view rest, std::string & out ) {
+   if ( !rest.empty() ) {
+      return appendFieldText( child, rest, out );
+   }
+   out += "{}";
+   return true;
+}
+
+void
+childFieldIs( Lum::Entity & child, std::string_view rest,
+              const std::optional< std::string_view > & text ) {
+   if ( !rest.empty() ) {
+      fieldIs( child, rest, text );
+   }
+}
+
+void
+forEachNameBelow( const Lum::Entity & child, const std::string & above, const Visit & visit ) {
+   forEachFieldName( child, [ & ]( const std::string & name ) { visit( above + name ); } );
+}
+
+void
+forEachFieldName( const Lum::Entity & entity, const Visit & visit ) {
+   typeNamed( entity.typeName() ).names( entity, visit );
+}
+
+bool
+appendFieldText( const Lum::Entity & entity, std::string_view name, std::string & out ) {
+   return typeNamed( entity.typeName() ).append( entity, name, out );
+}
+
+void
+fieldIs( Lum::Entity & entity, std::string_view name,
+         const std::optional< std::string_view > & text ) {
+   typeNamed( entity.typeName() ).set( entity, name, text );
+}
+
+FieldChange
+fieldOf( const Lum::Entity & entity, const Lum::AnyChange & change ) {
+   return typeNamed( entity.typeName() ).change( entity, change );
+}
+
+void
+forEachChildField( const Lum::Entity & entity, const VisitChild & visit ) {
+   typeNamed( entity.typeName() ).children( entity, visit );
+}
+
+}
