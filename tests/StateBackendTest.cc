@@ -155,3 +155,44 @@ TEST_F( RedisStateTest, whateverHappensToTheDatabaseAllMembersAgree ) {
    expectAgreement( "log trimmed" );
    EXPECT_GT( state[ 0 ].replica->status().resyncs, 2u );
 }
+
+TEST_F( RedisStateTest, readingAllAgainTellsNothingOfWhatIsAsItWas ) {
+   RandomValue random( 3 );
+   state[ 0 ].replica->leaseIs( { "a" }, false, {} );
+   for ( int i = 0; i < 300; ++i ) {
+      changeSomething( state[ 0 ], random, "a" );
+   }
+   state.settle();
+   std::vector< std::string > told;
+   std::vector< Lum::Ptr< Service::StateWatch > > watches;
+   Service::StateView view( state[ 1 ].state, state[ 1 ].tables );
+   for ( const auto & [ key, content ] : state[ 1 ].content() ) {
+      watches.push_back( Lum::make< Service::StateWatch >(
+         key.substr( 2 ), view.find( key.substr( 2 ) ),
+         [ & ]( const Json & change ) { told.push_back( change.dump() ); } ) );
+   }
+   ASSERT_GT( watches.size(), 20u );
+   for ( const bool forgets : { false, true } ) {
+      state.server().kill();
+      if ( forgets ) {
+         state.server().forget();
+      }
+      state.server().start();
+      expectAgreement( forgets ? "without its data" : "with its data" );
+   }
+   state.server().cli( { "FLUSHALL" } );
+   expectAgreement( "emptied" );
+   EXPECT_GE( state[ 1 ].replica->status().resyncs, 3u );
+   EXPECT_THAT( told, IsEmpty() );
+   // What nobody writes again is gone when its writers had time to.
+   state[ 2 ].tables.alwaysIs( "c", "Cspf::BwUsageTable" );
+   state[ 2 ].state.entityIs( "d", "Cspf::Client" );
+   expectAgreement( "before" );
+   state.server().cli( { "FLUSHALL" } );
+   for ( const Lum::Seconds end = Lum::now() + 60;
+         state[ 1 ].content().contains( "e:d" ) && Lum::now() < end; ) {
+      state.turns( 1 );
+   }
+   EXPECT_FALSE( state[ 1 ].content().contains( "e:d" ) );
+   expectAgreement( "after" );
+}

@@ -7,6 +7,7 @@
 #include "tools/agentrunner/MetricsFile.h"
 #include "tools/agentrunner/ProofWatch.h"
 #include "tools/agentrunner/ServiceManager.h"
+#include "tools/agentrunner/SharedState.h"
 #include "tools/agentrunner/TraceFile.h"
 #include "tools/lab/AgentLibrary.h"
 #include "tools/lab/LabLoad.h"
@@ -17,6 +18,8 @@
 #include <csignal>
 #include <iostream>
 #include <new>
+#include <optional>
+#include <sstream>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -33,6 +36,9 @@ struct Options {
    std::string metricsFile;
    std::string lab;
    bool prove = false;
+   std::string state;
+   std::string passwordFile;
+   bool standby = false;
 };
 
 /// Signals as events of the loop.
@@ -127,7 +133,13 @@ described( const Options & options ) {
             { "group", options.control.group }, { "monitor", options.monitor.path },
             { "trace", options.traceFile },     { "traceLevels", options.traceLevels },
             { "metrics", options.metricsFile }, { "lab", options.lab },
-            { "prove", options.prove } };
+            { "prove", options.prove },         { "state", options.state },
+            { "standby", options.standby } };
+}
+
+SharedState::Settings
+sharedSettings( const Options & options ) {
+   return { Redis::parseUrl( options.state, options.passwordFile ), options.name, options.standby };
 }
 
 void
@@ -145,23 +157,31 @@ serve( const Options & options ) {
    const auto load = [ & ]( const Lab::LabJson & lab ) {
       Lab::loadLab( Lab::LabFile::of( lab ), state, tables );
    };
-   if ( !options.lab.empty() ) {
-      loadFile( options.lab, load );
-   }
-
    const AgentRunner::Library library( options.library.empty() ? Lab::agentLibraryPath()
                                                                : options.library );
    AgentRunner::Runner runner( loop, state, tables, library.factory(), options.name );
    Service::StateView view( state, tables );
    const auto monitor =
       options.monitor.path.empty() ? std::nullopt : std::optional( options.monitor );
-   const Service::ControlServer server( loop, runner, view, options.control, monitor, load,
-                                        described( options ) );
+   Service::ControlServer server( loop, runner, view, options.control, monitor, load,
+                                  described( options ) );
    const MetricsFile metricsFile( loop, options.metricsFile,
                                   [ &server ] { return server.metrics(); } );
    std::optional< ProofWatch > proofWatch;
    const ServiceManager manager( loop );
-   runner.start();
+   const auto ready = [ & ] {
+      if ( !options.lab.empty() ) {
+         loadFile( options.lab, load );
+      }
+   };
+   std::optional< SharedState > shared;
+   if ( options.state.empty() ) {
+      ready();
+      runner.start();
+   } else {
+      shared.emplace( loop, state, tables, runner, sharedSettings( options ), ready );
+      server.stateIs( [ &shared ] { return shared->status(); } );
+   }
    if ( options.prove ) {
       proofWatch.emplace( loop, runner, state, tables, []( std::string_view text ) {
          say( "agentrunner: " + std::string( text ) );
@@ -173,6 +193,9 @@ serve( const Options & options ) {
    proofWatch.reset();
    manager.stopping();
    runner.stop();
+   if ( shared ) {
+      shared->finish();
+   }
    Velotrace::close();
 }
 
@@ -202,6 +225,13 @@ main( int argc, char ** argv ) {
    app.add_flag( "--prove", options.prove,
                  "judge all that is published whenever the agent rests after a change" );
    app.add_option( "--lab", options.lab, "lab whose state is there when the agent starts" );
+   app.add_option( "--state", options.state,
+                   "database that holds the state: unix:PATH or redis://HOST:PORT/DATABASE "
+                   "(default: this process)" )
+      ->envname( "STATE" );
+   app.add_option( "--state-password", options.passwordFile, "file with the database's password" )
+      ->envname( "STATE_PASSWORD" );
+   app.add_flag( "--standby", options.standby, "wait until no other agent writes to the database" );
    Trace::logSinkIs( logToStandardError );
    try {
       app.parse( argc, argv );

@@ -3,6 +3,7 @@
 
 #include "tools/cspfctl/LiveCommands.h"
 
+#include "tools/cspfctl/Caller.h"
 #include "tools/lab/LabFile.h"
 #include "tools/lab/LabRunner.h"
 #include "tools/service/Client.h"
@@ -21,6 +22,7 @@ using Service::Json;
 
 struct Options {
    std::string socket = Service::defaultSocketPath();
+   std::string state, passwordFile;
    std::string path;
    std::vector< std::string > paths;
    std::string patch;
@@ -28,6 +30,12 @@ struct Options {
    int level = -1;
    std::string files;
 };
+
+std::unique_ptr< Caller >
+caller( const Options & options ) {
+   return options.state.empty() ? agentCaller( options.socket )
+                                : databaseCaller( options.state, options.passwordFile );
+}
 
 /// "te/cspf/status/vrf/default/ipv4/rsvp" -> default, ipv4, rsvp.
 std::vector< std::string >
@@ -81,14 +89,14 @@ readPatch( const std::string & text ) {
 
 void
 runGet( const Options & options ) {
-   const Json state = Client( options.socket ).call( "get", { { "path", options.path } } );
+   const Json state = caller( options )->call( "get", { { "path", options.path } } );
    std::cout << state.dump( options.json ? -1 : 2 ) << "\n";
 }
 
 void
 runPatch( const Options & options ) {
    const Json patch = readPatch( options.patch );
-   Client( options.socket ).call( "patch", { { "path", options.path }, { "patch", patch } } );
+   caller( options )->call( "patch", { { "path", options.path }, { "patch", patch } } );
 }
 
 /// The text's parts fit a frame however many of their bytes are escaped in it.
@@ -136,7 +144,7 @@ printChange( const Json & change ) {
 
 void
 runWatch( const Options & options ) {
-   Client client( options.socket );
+   const auto other = caller( options );
    const auto notified = [ & ]( const std::string & method, const Json & params ) {
       if ( method == "cutOff" ) {
          throw std::runtime_error( "cut off: " + params.value( "reason", "" ) );
@@ -147,34 +155,49 @@ runWatch( const Options & options ) {
          printChange( params );
       }
    };
-   const Json states = client.call( "watch", { { "paths", options.paths } }, notified );
+   const Json states = other->call( "watch", { { "paths", options.paths } }, notified );
    std::cout << states.dump( options.json ? -1 : 2 ) << std::endl;
-   client.listen( notified );
+   other->listen( notified );
 }
 
 void
 runDump( const Options & options ) {
-   Client( options.socket )
-      .call( "command", { { "name", "CspfDump" }, { "text", "DUMP_CSPF_STATE" } },
-             []( const std::string & method, const Json & params ) {
-                if ( method == "output" ) {
-                   std::cout << params.value( "text", "" );
-                }
-             } );
+   caller( options )->call( "command", { { "name", "CspfDump" }, { "text", "DUMP_CSPF_STATE" } },
+                            []( const std::string & method, const Json & params ) {
+                               if ( method == "output" ) {
+                                  std::cout << params.value( "text", "" );
+                               }
+                            } );
+}
+
+/// What there is to say of the database that holds the state.
+std::string
+stateText( const Json & state ) {
+   const auto count = [ & ]( const char * name ) {
+      return state.value( name, std::uint64_t( 0 ) );
+   };
+   std::string text =
+      state.value( "url", "" ) + ( state.value( "connected", false ) ? "" : ", away" );
+   text += ", revision " + std::to_string( count( "revision" ) );
+   for ( const char * name : { "pending", "resyncs", "refused" } ) {
+      text += count( name ) ? ", " + std::to_string( count( name ) ) + " " + name : "";
+   }
+   const std::string writer = state.value( "writer", "" );
+   return text + ( writer.empty() ? "" : ", written by " + writer );
 }
 
 void
 runStatus( const Options & options ) {
-   Client client( options.socket );
-   Json status = client.call( "status", Json::object() );
-   const Json agent = client.call( "get", { { "path", "te/cspf/agentStatus" } } );
+   const auto other = caller( options );
+   Json status = other->call( "status", Json::object() );
+   const Json agent = other->call( "get", { { "path", "te/cspf/agentStatus" } } );
    status[ "agentEnabled" ] = agent[ "value" ][ "agentEnabled" ];
    if ( options.json ) {
       std::cout << status.dump() << "\n";
       return;
    }
    std::vector< std::string > served, waiting;
-   const Json clients = client.call( "get", { { "path", "te/cspf/client" } } );
+   const Json clients = other->call( "get", { { "path", "te/cspf/client" } } );
    for ( const auto & [ name, entry ] : clients[ "value" ][ "entity" ].items() ) {
       served.push_back( name );
    }
@@ -186,14 +209,20 @@ runStatus( const Options & options ) {
       waiting[ most ] = "and " + std::to_string( waiting.size() - most ) + " more";
       waiting.resize( most + 1 );
    }
-   const auto orNone = []( const std::string & text ) { return text.empty() ? "none" : text; };
-   std::cout << "agent    " << orNone( status[ "agent" ].is_null() ? "" : status[ "agent" ] )
-             << "\n"
-             << "process  " << status[ "pid" ] << "\n"
-             << "enabled  " << ( status[ "agentEnabled" ].get< bool >() ? "yes" : "no" ) << "\n"
-             << "clients  " << orNone( joined( served ) ) << "\n"
-             << "callers  " << status[ "clients" ] << "\n"
-             << "waiting  " << orNone( joined( waiting ) ) << "\n";
+   const auto line = [ & ]( const char * name, const std::string & text ) {
+      std::cout << name << ( text.empty() ? "none" : text ) << "\n";
+   };
+   line( "agent    ", status[ "agent" ].is_null() ? "" : status[ "agent" ] );
+   line( "enabled  ", status[ "agentEnabled" ].get< bool >() ? "yes" : "no" );
+   line( "clients  ", joined( served ) );
+   if ( status.contains( "pid" ) ) {
+      line( "process  ", status[ "pid" ].dump() );
+      line( "callers  ", status[ "clients" ].dump() );
+      line( "waiting  ", joined( waiting ) );
+   }
+   if ( status.contains( "state" ) ) {
+      line( "state    ", stateText( status[ "state" ] ) );
+   }
 }
 
 void
@@ -233,7 +262,7 @@ routeOf( const Json & path, const Json & repairs, const std::string & error ) {
 
 void
 runPaths( const Options & options ) {
-   const Json tables = Client( options.socket ).call( "get", { { "path", "te/cspf/status/vrf" } } );
+   const Json tables = caller( options )->call( "get", { { "path", "te/cspf/status/vrf" } } );
    if ( options.json ) {
       std::cout << tables.dump() << "\n";
       return;
@@ -267,6 +296,7 @@ add( CLI::App & app, const char * name, const char * about,
    CLI::App * command = app.add_subcommand( name, about );
    command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
       ->capture_default_str();
+   command->fallthrough();
    command->callback( [ options, run ] {
       const Text::PlainOutput plain( std::cout );
       run( *options );
@@ -285,6 +315,10 @@ withJson( CLI::App * command, Options & options ) {
 void
 addLiveCommands( CLI::App & app, int & status ) {
    const auto options = std::make_shared< Options >();
+   app.add_option( "--state", options->state,
+                   "for get, patch, watch, paths and status: the database that holds the state, "
+                   "unix:PATH or redis://HOST:PORT/DATABASE, instead of an agent" );
+   app.add_option( "--state-password", options->passwordFile, "file with the database's password" );
    withJson( add( app, "get", "Show the state at a path of a running agent", options, runGet ),
              *options )
       ->add_option( "path", options->path, "state path; all tables and the state tree without" );

@@ -29,6 +29,14 @@ Lease::Lease( std::vector< std::string > prefixes, std::string name, bool waits,
      waits_( waits ),
      handlers_( std::move( handlers ) ) {}
 
+std::string
+Lease::holderOf( std::string_view lease ) {
+   for ( int i = 0; i < 3; ++i ) {
+      takeWord( lease );
+   }
+   return std::string( lease );
+}
+
 bool
 Lease::covers( const std::string & path ) const {
    return std::ranges::any_of( prefixes_, [ & ]( const std::string & prefix ) {

@@ -37,6 +37,8 @@ class Lease {
    const std::string & holder() const noexcept { return holder_; }
    /// "0" before it was ever held.
    const std::string & fence() const noexcept { return fence_; }
+   /// The name in the text of a lease; empty for none.
+   static std::string holderOf( std::string_view lease );
    bool covers( const std::string & path ) const;
 
  private:

@@ -7,6 +7,9 @@
 #include "tools/state/JsonPlace.h"
 #include "tools/state/StateFields.h"
 
+#include <algorithm>
+#include <unordered_map>
+
 namespace Redis {
 
 namespace {
@@ -170,7 +173,7 @@ LocalState::changed( const std::string & key, const std::string & field ) {
 void
 LocalState::watchIs( const std::string & key, const Lum::Ptr< Lum::Entity > & entity,
                      bool isNews ) {
-   if ( handlers_.expected( key, entity->typeName() ).empty() ) {
+   if ( handlers_.refusal( key, entity->typeName() ).empty() ) {
       watches_[ key ] = Lum::make< EntityWatch >( *this, key, "", entity );
       if ( isNews ) {
          tellAll( key );
@@ -230,54 +233,87 @@ LocalState::fieldIs( const std::string & key, const std::string & field,
 void
 LocalState::apply( const KeyChanges & changes ) {
    const std::string & key = changes.key;
+   const auto type = std::ranges::find( changes.fields, typeField, &FieldText::first );
+   if ( type != changes.fields.end() && !type->second ) {
+      keyDel( key );
+   } else if ( type != changes.fields.end() && !entity( key ) ) {
+      create( key, *type->second, changes );
+   } else if ( const auto present = entity( key ); !present ) {
+      refuse( key, typeField, "missing" );
+   } else if ( type != changes.fields.end() && present->typeName() != *type->second ) {
+      refuse( key, typeField,
+              std::string( "expected \"" ) + present->typeName() + "\", found \"" + *type->second
+                 + "\"" );
+   } else if ( isTable( key ) ) {
+      setWatchedFields( changes );
+   } else {
+      changeEntity( present, changes );
+   }
+}
+
+/// The entity as it will be must be sound. Its watchers hear of its fields in the order in which
+/// they are described, whatever the order in which they came.
+void
+LocalState::changeEntity( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes ) {
+   const auto copy = state_.types().make( entity->typeName() );
+   std::unordered_map< std::string, std::size_t > order;
+   std::string text;
+   State::forEachFieldName( *entity, [ & ]( const std::string & name ) {
+      order.emplace( name, order.size() );
+      text.clear();
+      State::appendFieldText( *entity, name, text );
+      State::fieldIs( *copy, name, text );
+   } );
+   KeyChanges ordered = changes;
+   std::ranges::stable_sort( ordered.fields, {}, [ & ]( const FieldText & one ) {
+      const auto at = order.find( one.first );
+      return at == order.end() ? 0 : at->second;
+   } );
+   setFields( changes.key, *copy, ordered, false );
+   if ( isSound( *copy, changes.key ) ) {
+      setWatchedFields( ordered );
+   }
+}
+
+bool
+LocalState::isSound( const Lum::Entity & entity, const std::string & key ) {
+   const std::string fault = handlers_.fault( entity );
+   if ( !fault.empty() ) {
+      handlers_.refused( key + ": " + fault );
+   }
+   return fault.empty();
+}
+
+void
+LocalState::setWatchedFields( const KeyChanges & changes ) {
    for ( const auto & [ field, text ] : changes.fields ) {
-      if ( field == typeField && !text ) {
-         keyDel( key );
-      } else if ( field == typeField ) {
-         create( key, *text, changes );
-         return;
+      if ( !field.starts_with( '@' ) && entity( changes.key ) ) {
+         fieldIs( changes.key, field, text );
       }
    }
-   if ( entity( key ) ) {
-      for ( const auto & [ field, text ] : changes.fields ) {
-         if ( !field.starts_with( '@' ) && entity( key ) ) {
-            fieldIs( key, field, text );
-         }
-      }
-   } else if ( changes.fields.empty() || changes.fields.back().first != typeField ) {
-      handlers_.refused( key + ": " + std::string( typeField ) + ": missing" );
-   }
+}
+
+void
+LocalState::refuse( const std::string & key, std::string_view field, const std::string & why ) {
+   handlers_.refused( key + ": /" + std::string( field ) + ": " + why );
 }
 
 void
 LocalState::create( const std::string & key, const std::string & type,
                     const KeyChanges & changes ) {
-   const auto present = entity( key );
-   std::string expected = handlers_.expected( key, type );
-   if ( expected.empty() && !state_.types().has( type ) ) {
-      expected = "the name of a state type";
+   std::string refusal = handlers_.refusal( key, type );
+   if ( refusal.empty() && !state_.types().has( type ) ) {
+      refusal = "expected the name of a state type, found \"" + type + "\"";
    }
-   if ( expected.empty() && present && present->typeName() != type ) {
-      expected = std::string( "\"" ) + present->typeName() + "\", as it is here";
-   }
-   if ( !expected.empty() ) {
-      handlers_.refused( key + ": " + std::string( typeField ) + ": expected " + expected
-                         + ", found \"" + type + "\"" );
-      return;
-   }
-   if ( !present && !isTable( key ) ) {
+   if ( !refusal.empty() ) {
+      refuse( key, typeField, refusal );
+   } else if ( !isTable( key ) ) {
       createEntity( key, type, changes );
-      return;
-   }
-   if ( !present ) {
+   } else {
       const Taking taking( *this, key );
       tables_.alwaysIs( pathOf( key ), type );
+      setWatchedFields( changes );
    }
-   apply( { key, [ & ] {
-              auto fields = changes.fields;
-              std::erase_if( fields, []( const auto & one ) { return one.first == typeField; } );
-              return fields;
-           }() } );
 }
 
 void
@@ -292,13 +328,17 @@ LocalState::createEntity( const std::string & key, const std::string & type,
       return;
    }
    const auto made = state_.types().make( type );
-   setFields( key, *made, changes );
-   const Taking taking( *this, key );
-   dir->entityIs( path.substr( slash + 1 ), made );
+   setFields( key, *made, changes, true );
+   if ( isSound( *made, key ) ) {
+      const Taking taking( *this, key );
+      dir->entityIs( path.substr( slash + 1 ), made );
+   }
 }
 
+/// On an entity that nobody watches yet.
 void
-LocalState::setFields( const std::string & key, Lum::Entity & entity, const KeyChanges & changes ) {
+LocalState::setFields( const std::string & key, Lum::Entity & entity, const KeyChanges & changes,
+                       bool complains ) {
    for ( const auto & [ field, text ] : changes.fields ) {
       if ( field.starts_with( '@' ) ) {
          continue;
@@ -306,7 +346,9 @@ LocalState::setFields( const std::string & key, Lum::Entity & entity, const KeyC
       try {
          State::fieldIs( entity, field, text );
       } catch ( const State::Error & error ) {
-         handlers_.refused( key + ": " + error.what() );
+         if ( complains ) {
+            handlers_.refused( key + ": " + error.what() );
+         }
       }
    }
 }

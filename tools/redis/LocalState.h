@@ -18,8 +18,10 @@ class LocalState {
       /// A field, or with an empty name the key itself, has come, changed or gone here. Not told of
       /// what is taken over from elsewhere.
       std::function< void( const std::string & key, const std::string & field ) > changed;
-      /// Empty where something of that type may stand at the key; else what is expected there.
-      std::function< std::string( const std::string & key, const std::string & type ) > expected;
+      /// Why nothing of that type may stand at the key; empty where it may.
+      std::function< std::string( const std::string & key, const std::string & type ) > refusal;
+      /// What is wrong with an entity as a whole; empty if nothing is.
+      std::function< std::string( const Lum::Entity & entity ) > fault;
       /// Something from elsewhere is refused: one line that names key and field.
       std::function< void( const std::string & line ) > refused;
    };
@@ -57,7 +59,12 @@ class LocalState {
    void create( const std::string & key, const std::string & type, const KeyChanges & changes );
    void createEntity( const std::string & key, const std::string & type,
                       const KeyChanges & changes );
-   void setFields( const std::string & key, Lum::Entity & entity, const KeyChanges & changes );
+   void changeEntity( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes );
+   bool isSound( const Lum::Entity & entity, const std::string & key );
+   void setFields( const std::string & key, Lum::Entity & entity, const KeyChanges & changes,
+                   bool complains );
+   void setWatchedFields( const KeyChanges & changes );
+   void refuse( const std::string & key, std::string_view field, const std::string & why );
 
    Corvdb::StateStore & state_;
    Zorch::TableStore & tables_;

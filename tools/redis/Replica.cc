@@ -18,7 +18,7 @@ namespace Redis {
 namespace {
 
 constexpr Lum::Seconds beatPeriod = 0.25, waitingPeriod = 0.1, firstDelay = 0.1, maxDelay = 1,
-                       maxSilence = 5;
+                       maxSilence = 5, graceOfWriters = 3;
 constexpr std::uint64_t beatsPerRenewal = 4, maxStuckBeats = 8;
 
 std::string
@@ -72,13 +72,14 @@ Replica::Replica( Lum::ActivityLoop & loop, Corvdb::StateStore & state, Zorch::T
      writer_( randomName() ),
      local_( state, tables,
              { [ this ]( const auto & key, const auto & field ) { handleChanged( key, field ); },
-               settings_.expected, [ this ]( const auto & line ) { refused( line ); } } ) {
+               settings_.refusal, settings_.fault,
+               [ this ]( const auto & line ) { refused( line ); } } ) {
    connect();
    beat();
 }
 
 Replica::~Replica() {
-   for ( const auto & timer : { flush_, beat_, connect_ } ) {
+   for ( const auto & timer : { flush_, beat_, connect_, reread_ } ) {
       loop_.timerDel( timer );
    }
 }
@@ -116,6 +117,7 @@ Replica::handleServer( const redisReply & reply ) {
       failed( "the server is Redis " + version + "; 7.0 or later is needed", false, true );
       return;
    }
+   spares_ = complete_ && run != run_;
    rereads_ = rereads_ || run != run_;
    run_ = run;
    open();
@@ -130,6 +132,11 @@ Replica::open() {
                     !textOf( reply ).starts_with( "LOADING" ) );
          }
       } );
+   if ( !settings_.observed.empty() ) {
+      commands_->send( { "GET", "lease:" + settings_.observed }, [ this ]( const auto & reply ) {
+         observedHolder_ = Lease::holderOf( textOf( reply ) );
+      } );
+   }
    commands_->send( { "FCALL", "state_open", "0", writer_ },
                     [ this ]( const redisReply & reply ) { handleOpen( reply ); } );
 }
@@ -145,6 +152,7 @@ Replica::handleOpen( const redisReply & reply ) {
    }
    const std::string epoch( textOf( *reply.element[ 0 ] ) );
    openedAt_ = numberOf( *reply.element[ 1 ] );
+   spares_ = spares_ || ( complete_ && epoch != epoch_ );
    rereads_ = rereads_ || epoch != epoch_ || openedAt_ < revision_;
    epoch_ = epoch;
    delay_ = 0;
@@ -278,7 +286,7 @@ Replica::take( const Picture::Key & key ) {
 void
 Replica::sweepFields( const Picture::Key & key ) {
    const auto entity = local_.entity( key.content.key );
-   if ( !entity || outbox_.holds( key.content.key, "" ) ) {
+   if ( !entity || spares_ || outbox_.holds( key.content.key, "" ) ) {
       return;
    }
    std::unordered_set< std::string_view > theirs;
@@ -315,11 +323,21 @@ Replica::sweepKeys() {
       }
       if ( owns( key ) ) {
          local_.tellAll( key );
-      } else if ( !outbox_.holdsAny( key ) ) {
+      } else if ( !spares_ && !outbox_.holdsAny( key ) ) {
          local_.keyDel( key );
       }
    }
    seen_.clear();
+   if ( spares_ ) {
+      loop_.timerDel( reread_ );
+      reread_ = loop_.timerIs( loop_.now() + graceOfWriters, [ this ] {
+         reread_ = {};
+         if ( phase_ == Phase::following ) {
+            rereads_ = true;
+            connect();
+         }
+      } );
+   }
 }
 
 // ---- The log ----
@@ -581,7 +599,7 @@ Replica::status() const {
             resyncs_,
             refused_,
             lease_ && lease_->isHeld(),
-            lease_ ? lease_->holder() : std::string() };
+            lease_ ? lease_->holder() : observedHolder_ };
 }
 
 }

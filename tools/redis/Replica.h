@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/redis/Border.h"
 #include "tools/redis/Lease.h"
 #include "tools/redis/LocalState.h"
 #include "tools/redis/LogReader.h"
@@ -22,8 +23,12 @@ class Replica {
    struct Settings {
       Url url;
       std::string name;  ///< of this process, for people
-      /// As of `LocalState::Handlers`.
-      std::function< std::string( const std::string & key, const std::string & type ) > expected;
+      /// As of `LocalState::Handlers`: what may come in from the database.
+      std::function< std::string( const std::string & key, const std::string & type ) > refusal =
+         refusalOf;
+      std::function< std::string( const Lum::Entity & entity ) > fault = faultOf;
+      /// A path whose lease another process may hold, asked for when a connection comes.
+      std::string observed{};
    };
    /// The handlers do not destroy the replica.
    struct Handlers {
@@ -41,7 +46,7 @@ class Replica {
       std::uint64_t resyncs = 0;   ///< readings of the whole database after the first
       std::uint64_t refused = 0;   ///< keys and fields that were refused
       bool holdsLease = false;
-      std::string holder;  ///< of the lease, where it is another process
+      std::string holder;  ///< of the lease, own or observed, where it is another process
    };
 
    /// Loop and stores outlive it. What the stores hold already counts as written here.
@@ -65,7 +70,9 @@ class Replica {
    void mute() { muted_ = true; }
 
    /// The log has been followed to its end as far as is known, and all changes stand in it.
-   bool isSettled() const { return phase_ == Phase::following && outbox_.isEmpty(); }
+   bool isSettled() const {
+      return phase_ == Phase::following && outbox_.isEmpty() && reread_.second == 0;
+   }
    /// Serves the loop until that is so, for at most so many seconds; false if it was not enough.
    bool settle( Lum::Seconds most );
    Status status() const;
@@ -113,8 +120,10 @@ class Replica {
    std::unique_ptr< Picture > picture_;
    std::unique_ptr< LogReader > log_;
    std::unique_ptr< Lease > lease_;
-   std::string client_, run_, epoch_;
+   std::string client_, run_, epoch_, observedHolder_;
    bool complete_ = false, muted_ = false, rereads_ = true, wasToldAway_ = false;
+   /// The database may have lost what others wrote, who will write it again: nothing ends yet.
+   bool spares_ = false;
    std::uint64_t revision_ = 0;   ///< of the last turn that was taken over
    std::uint64_t openedAt_ = 0;   ///< of the database when this connection came
    std::uint64_t grantedAt_ = 0;  ///< when the lease was granted; 0: told
@@ -125,7 +134,8 @@ class Replica {
    std::uint64_t beats_ = 0, stuckAt_ = 0, stuckBeats_ = 0;
    std::uint64_t resyncs_ = 0, refused_ = 0;
    Lum::Seconds delay_ = 0;
-   Lum::ActivityLoop::TimerId flush_{ 0, 0 }, beat_{ 0, 0 }, connect_{ 0, 0 };
+   Lum::ActivityLoop::TimerId flush_{ 0, 0 }, beat_{ 0, 0 }, connect_{ 0, 0 },
+      reread_{ 0, 0 };
 };
 
 }

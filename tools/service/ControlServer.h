@@ -55,6 +55,10 @@ class ControlServer {
 
    /// As of `metrics`.
    std::string metrics() const;
+   /// What `status` says of the state beside: "state".
+   void stateIs( std::function< Json() > describe ) {
+      shared_.describeState = std::move( describe );
+   }
 
  private:
    struct Door {

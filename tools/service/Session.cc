@@ -432,13 +432,17 @@ Session::traceLevel( const Json & params ) {
 std::string
 Session::status() const {
    const auto & agent = shared_.runner.agent();
-   return State::text( { { "pid", getpid() },
-                         { "agent", agent ? Json( agent->name() ) : Json() },
-                         { "version", CSPF_VERSION },
-                         { "options", shared_.options },
-                         { "traceRing", Velotrace::path() },
-                         { "clients", shared_.sessions },
-                         { "pendingTasks", shared_.runner.taskScheduler()->pendingNames() } } );
+   Json status = { { "pid", getpid() },
+                   { "agent", agent ? Json( agent->name() ) : Json() },
+                   { "version", CSPF_VERSION },
+                   { "options", shared_.options },
+                   { "traceRing", Velotrace::path() },
+                   { "clients", shared_.sessions },
+                   { "pendingTasks", shared_.runner.taskScheduler()->pendingNames() } };
+   if ( shared_.describeState ) {
+      status[ "state" ] = shared_.describeState();
+   }
+   return State::text( status );
 }
 
 }

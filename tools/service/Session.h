@@ -25,6 +25,8 @@ struct Shared {
    std::function< std::string() > metrics;
    /// What the service was started with, for people.
    Json options;
+   /// Says of the state what is not in it; empty: there is nothing to say.
+   std::function< Json() > describeState = {};
    std::size_t sessions = 0;
    std::size_t workers = 0;
 };

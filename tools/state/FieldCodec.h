@@ -160,14 +160,11 @@ appendTextOf( const E & entity, std::string_view whole, std::string & out ) {
 /// Refuses a value that begins with its own key, and has another one.
 template< class T, class Key >
 void
-checkOwnKey( const T & value, const Key & key, const Place & place ) {
-   if constexpr ( Lum::Described< T > ) {
-      constexpr auto first = std::get< 0 >( Lum::fields< T > );
-      if constexpr ( std::same_as< std::remove_cvref_t< decltype( value.*( first.member ) ) >,
-                                   Key > ) {
-         if ( !( value.*( first.member ) == key ) ) {
-            throw Error( Place( place, first.name ), "the key of its own entry" );
-         }
+checkOwnKey( T & value, const Key & key, const Place & place ) {
+   if constexpr ( Lum::HasOwnKey< T, Key > ) {
+      if ( !( Lum::firstField( value ) == key ) ) {
+         throw Error( Place( place, std::get< 0 >( Lum::fields< T > ).name ),
+                      "the key of its own entry" );
       }
    }
 }

@@ -15,7 +15,7 @@ namespace {
 using Visit = std::function< void( const std::string & ) >;
 using VisitChild = std::function< void( const std::string &, const Lum::Ptr< Lum::Entity > & ) >;
 
-struct Type {
+struct FieldType {
    void ( *names )( const Lum::Entity &, const Visit & );
    bool ( *append )( const Lum::Entity &, std::string_view, std::string & );
    void ( *set )( Lum::Entity &, std::string_view, const std::optional< std::string_view > & );
@@ -24,8 +24,8 @@ struct Type {
 };
 
 template< class E >
-Type
-typeOf() {
+FieldType
+fieldTypeOf() {
    return { []( const Lum::Entity & entity, const Visit & visit ) {
               forEachNameOf( static_cast< const E & >( entity ), visit );
            },
@@ -43,13 +43,13 @@ typeOf() {
             } };
 }
 
-const Type &
+const FieldType &
 typeNamed( const char * name ) {
    static const auto all = [] {
-      std::map< std::string, Type, std::less<> > map;
+      std::map< std::string, FieldType, std::less<> > map;
       Schema::forEachEntityType( [ & ]< class E >( Schema::Is< E > ) {
          if constexpr ( !std::same_as< E, Lum::Dir > ) {
-            map.emplace( E::lumTypeName, typeOf< E >() );
+            map.emplace( E::lumTypeName, fieldTypeOf< E >() );
          }
       } );
       return map;

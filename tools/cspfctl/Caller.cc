@@ -1,0 +1,201 @@
+// The two ways to live state. Who calls the database has a replica of it for the time of the
+// command, and answers from that as an agent's control socket would.
+
+#include "tools/cspfctl/Caller.h"
+
+#include "schema/Types.h"
+#include "tools/redis/Replica.h"
+#include "tools/service/Client.h"
+#include "tools/service/StateView.h"
+#include "tools/state/StatePaths.h"
+
+#include <algorithm>
+#include <map>
+#include <unistd.h>
+
+namespace {
+
+using Service::Json;
+
+class AgentCaller : public Caller {
+ public:
+   explicit AgentCaller( const std::string & socket ) : client_( socket ) {}
+   Json call( const std::string & method, const Json & params,
+              const Notified & notified ) override {
+      return client_.call( method, params, notified );
+   }
+   void listen( const Notified & notified ) override { client_.listen( notified ); }
+
+ private:
+   Service::Client client_;
+};
+
+struct Text : State::TextSink {
+   void text( std::string_view piece ) override { whole += piece; }
+   std::string whole;
+};
+
+Corvdb::TypeRegistry
+stateTypes() {
+   Corvdb::TypeRegistry types;
+   Schema::registerTypes( types );
+   return types;
+}
+
+class DatabaseCaller : public Caller {
+ public:
+   DatabaseCaller( const std::string & url, const std::string & passwordFile );
+   ~DatabaseCaller() override { view_.tableListenerIs( {} ); }
+   DatabaseCaller( const DatabaseCaller & ) = delete;
+   DatabaseCaller & operator=( const DatabaseCaller & ) = delete;
+
+   Json call( const std::string & method, const Json & params, const Notified & notified ) override;
+   void listen( const Notified & ) override { loop_.run(); }
+
+ private:
+   void patch( const std::string & path, const Json & patch );
+   Json watch( const Json & paths );
+   void handleTable( const std::string & path );
+   void tell( const Json & change ) { notified_( "change", change ); }
+   Json status() const;
+
+   const std::string url_;
+   const Corvdb::TypeRegistry types_ = stateTypes();
+   Lum::ActivityLoop loop_{ Lum::ActivityLoop::Time::real };
+   Corvdb::StateStore state_{ types_ };
+   Zorch::TableStore tables_{ types_ };
+   Service::StateView view_{ state_, tables_ };
+   std::unique_ptr< Redis::Replica > replica_;
+   bool complete_ = false;
+   std::string trouble_;
+   Notified notified_;
+   std::vector< std::string > watchedTops_;
+   std::map< std::string, Lum::Ptr< Service::StateWatch > > watches_;
+};
+
+/// What an agent would have there by itself, before the database is read.
+void
+makeMounts( Corvdb::StateStore & state ) {
+   for ( const State::PathKind & kind : State::entityPaths() ) {
+      const std::string path( kind.pattern );
+      if ( kind.isOne ) {
+         state.mountedIs( path );
+         state.entityIs( path, kind.typeName );
+      } else {
+         state.entityIs( path.substr( 0, path.rfind( '/' ) ), "Lum::Dir" );
+      }
+   }
+}
+
+DatabaseCaller::DatabaseCaller( const std::string & url, const std::string & passwordFile )
+   : url_( url ) {
+   makeMounts( state_ );
+   Redis::Replica::Settings settings{ Redis::parseUrl( url, passwordFile ),
+                                      "cspfctl (process " + std::to_string( getpid() ) + ")" };
+   settings.observed = State::agentsPaths().front();
+   replica_ = std::make_unique< Redis::Replica >(
+      loop_, state_, tables_, settings,
+      Redis::Replica::Handlers{ [ this ] { complete_ = true; },
+                                [ this ]( const std::string & why, bool ) {
+                                   trouble_ = url_ + ": " + why;
+                                   loop_.stop();
+                                },
+                                [ this ]( const std::string & line ) { trouble_ = line; } } );
+   while ( !complete_ && trouble_.empty() ) {
+      loop_.runOnce( 1 );
+   }
+   if ( !complete_ ) {
+      throw std::runtime_error( trouble_ );
+   }
+   trouble_.clear();
+}
+
+Json
+DatabaseCaller::call( const std::string & method, const Json & params, const Notified & notified ) {
+   if ( method == "get" ) {
+      Text text;
+      view_.get( params.at( "path" ).get< std::string >(), text );
+      return Json::parse( text.whole );
+   }
+   if ( method == "patch" ) {
+      patch( params.at( "path" ).get< std::string >(), params.at( "patch" ) );
+      return true;
+   }
+   if ( method == "watch" ) {
+      notified_ = notified;
+      return watch( params.at( "paths" ) );
+   }
+   if ( method == "status" ) {
+      return status();
+   }
+   throw std::runtime_error( "this needs an agent: call it over its socket" );
+}
+
+void
+DatabaseCaller::patch( const std::string & path, const Json & patch ) {
+   constexpr Lum::Seconds patience = 10;
+   view_.patch( path, patch );
+   if ( !replica_->settle( patience ) || !trouble_.empty() ) {
+      throw std::runtime_error( trouble_.empty() ? "the database does not answer" : trouble_ );
+   }
+}
+
+Json
+DatabaseCaller::watch( const Json & paths ) {
+   Json states = Json::object();
+   for ( const Json & asked : paths ) {
+      const auto watched = view_.watched( asked.get< std::string >() );
+      if ( watched.tables ) {
+         watchedTops_.push_back( watched.path );
+      }
+      for ( const std::string & part : watched.present ) {
+         states[ part ] = view_.typed( part );
+         watches_[ part ] = Lum::make< Service::StateWatch >(
+            part, view_.find( part ), [ this ]( const Json & change ) { tell( change ); } );
+      }
+   }
+   view_.tableListenerIs( [ this ]( const std::string & path ) { handleTable( path ); } );
+   return states;
+}
+
+void
+DatabaseCaller::handleTable( const std::string & path ) {
+   if ( std::ranges::none_of( watchedTops_, [ & ]( const std::string & top ) {
+           return Service::isAtOrBelow( path, top );
+        } ) ) {
+      return;
+   }
+   const auto table = view_.find( path );
+   Json change = table ? view_.typed( path ) : Json::object();
+   change[ "path" ] = path;
+   tell( change );
+   watches_.erase( path );
+   if ( table ) {
+      watches_[ path ] = Lum::make< Service::StateWatch >(
+         path, table, [ this ]( const Json & told ) { tell( told ); } );
+   }
+}
+
+Json
+DatabaseCaller::status() const {
+   const Redis::Replica::Status now = replica_->status();
+   return { { "agent", now.holder.empty() ? Json() : Json( now.holder ) },
+            { "pendingTasks", Json::array() },
+            { "state",
+              { { "url", url_ },
+                { "connected", now.connected },
+                { "revision", now.revision },
+                { "refused", now.refused } } } };
+}
+
+}
+
+std::unique_ptr< Caller >
+agentCaller( const std::string & socket ) {
+   return std::make_unique< AgentCaller >( socket );
+}
+
+std::unique_ptr< Caller >
+databaseCaller( const std::string & url, const std::string & passwordFile ) {
+   return std::make_unique< DatabaseCaller >( url, passwordFile );
+}

@@ -1,0 +1,35 @@
+// The border between what anybody may have written and what the agent takes for granted.
+
+#include "tools/redis/Border.h"
+
+#include "schema/Topology.h"
+#include "tools/redis/Change.h"
+#include "tools/state/StatePaths.h"
+
+namespace Redis {
+
+std::string
+refusalOf( const std::string & key, const std::string & type ) {
+   const auto kinds = isTable( key ) ? State::tablePaths() : State::entityPaths();
+   const State::PathKind * kind =
+      isTable( key ) || key.starts_with( "e:" ) ? State::pathKind( kinds, pathOf( key ) ) : nullptr;
+   if ( !kind ) {
+      return std::string( "no " ) + ( isTable( key ) ? "table" : "entity" )
+             + " stands at such a path";
+   }
+   return type == kind->typeName
+             ? std::string()
+             : std::string( "expected \"" ) + kind->typeName + "\", found \"" + type + "\"";
+}
+
+std::string
+faultOf( const Lum::Entity & entity ) {
+   const auto * announcement = dynamic_cast< const Routing::Topology::ExportPath * >( &entity );
+   if ( announcement && announcement->initialized()
+        && announcement->af() == Kivnet::AddressFamily::unspecified ) {
+      return "/af: expected \"ipv4\" or \"ipv6\" where \"initialized\" is true";
+   }
+   return {};
+}
+
+}
