@@ -13,6 +13,7 @@
 #include <csignal>
 #include <fstream>
 #include <random>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -211,6 +212,7 @@ startWriter( const RedisServer & server, const std::vector< std::string > & path
    if ( child != 0 ) {
       return child;
    }
+   prctl( PR_SET_PDEATHSIG, SIGKILL );
    Lum::ActivityLoop loop( Lum::ActivityLoop::Time::real );
    Member member( loop, &server );
    bool granted = false, done = false;
@@ -308,7 +310,7 @@ TEST_F( SharedStateTest, whoeverDiesAllAgreeInTheEndAndThePathsAreRight ) {
    Member reader( loop, &server );
    const auto valueAt = [ & ]( const std::string & path ) {
       const auto table = reader.tables.table( path );
-      return table ? State::toJson( *table ) : Json();
+      return table ? State::toJson( *table ) : Json::object();
    };
    const auto seenByAgent = [ & ]( const std::string & path ) -> Json {
       try {
