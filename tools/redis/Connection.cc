@@ -73,7 +73,6 @@ isError( const redisReply & reply ) {
 Connection::Connection( Lum::ActivityLoop & loop, const Url & url, Lost lost )
    : loop_( loop ),
      lost_( std::move( lost ) ),
-     heardAt_( loop.now() ),
      reader_( redisReaderCreate(), redisReaderFree ) {
    greet( url );
    open( url );
@@ -122,20 +121,12 @@ Connection::greet( const Url & url ) {
 
 void
 Connection::send( Command command, Answer answer ) {
-   if ( answers_.empty() ) {
-      heardAt_ = loop_.now();
-   }
    outgoing_.push_back( command.head() );
    outgoing_.push_back( command.takeBody() );
    answers_.push_back( std::move( answer ) );
    if ( connected_ ) {
       flush();
    }
-}
-
-Lum::Seconds
-Connection::silence() const {
-   return answers_.empty() ? 0 : loop_.now() - heardAt_;
 }
 
 void
@@ -171,7 +162,7 @@ Connection::receive() {
          return;
       }
       taken += static_cast< std::size_t >( n );
-      heardAt_ = loop_.now();
+      progress_ += static_cast< std::uint64_t >( n );
       redisReaderFeed( reader_.get(), buffer, static_cast< std::size_t >( n ) );
       if ( !takeAnswers() ) {
          return;
@@ -214,6 +205,7 @@ Connection::flush() {
          break;
       }
       written_ += static_cast< std::size_t >( n );
+      progress_ += static_cast< std::uint64_t >( n );
       if ( written_ == piece.size() ) {
          outgoing_.pop_front();
          written_ = 0;

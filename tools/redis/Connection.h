@@ -51,8 +51,9 @@ class Connection {
 
    /// `answer` does not destroy the connection.
    void send( Command command, Answer answer );
-   /// Seconds for which an answer has been waited for and nothing has come.
-   Lum::Seconds silence() const;
+   bool isWaiting() const noexcept { return !answers_.empty(); }
+   /// Bytes that went either way.
+   std::uint64_t progress() const noexcept { return progress_; }
 
  private:
    void open( const Url & url );
@@ -72,7 +73,7 @@ class Connection {
    std::size_t written_ = 0;  ///< so much of the first of them
    std::uint32_t watched_ = 0;
    std::deque< Answer > answers_;
-   Lum::Seconds heardAt_ = 0;
+   std::uint64_t progress_ = 0;
    std::unique_ptr< redisReader, void ( * )( redisReader * ) > reader_;
    Lum::ActivityLoop::TimerId failure_{ 0, 0 };
 };

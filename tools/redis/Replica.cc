@@ -18,8 +18,9 @@ namespace Redis {
 namespace {
 
 constexpr Lum::Seconds beatPeriod = 0.25, waitingPeriod = 0.1, firstDelay = 0.1, maxDelay = 1,
-                       maxSilence = 5, graceOfWriters = 3;
-constexpr std::uint64_t beatsPerRenewal = 4, maxStuckBeats = 8;
+                       graceOfWriters = 3;
+/// In beats, since a loop that was busy has not listened.
+constexpr std::uint64_t beatsPerRenewal = 4, maxStuckBeats = 8, maxSilentBeats = 20;
 
 std::string
 randomName() {
@@ -152,6 +153,7 @@ Replica::handleOpen( const redisReply & reply ) {
    }
    const std::string epoch( textOf( *reply.element[ 0 ] ) );
    openedAt_ = numberOf( *reply.element[ 1 ] );
+   catchesUp_ = true;
    spares_ = spares_ || ( complete_ && epoch != epoch_ );
    rereads_ = rereads_ || epoch != epoch_ || openedAt_ < revision_;
    epoch_ = epoch;
@@ -400,11 +402,10 @@ Replica::takeOver( const KeyChanges & changes ) {
 /// The log has been followed a bit further, or for the first time.
 void
 Replica::handleProgress() {
-   if ( revision_ < openedAt_ ) {
+   if ( catchesUp_ && revision_ < openedAt_ ) {
       return;
    }
-   if ( openedAt_ != 0 ) {
-      openedAt_ = 0;
+   if ( std::exchange( catchesUp_, false ) ) {
       outbox_.restore();
    }
    if ( !std::exchange( complete_, true ) ) {
@@ -440,8 +441,8 @@ Replica::flushSoon() {
 /// While one batch is on its way the next one gathers.
 void
 Replica::flush() {
-   if ( phase_ != Phase::following || openedAt_ != 0 || outbox_.isInFlight()
-        || !outbox_.hasPending() || muted_ ) {
+   if ( phase_ != Phase::following || catchesUp_ || outbox_.isInFlight() || !outbox_.hasPending()
+        || muted_ ) {
       return;
    }
    Command command{ "FCALL", "state_write", "0", epoch_, writer_ };
@@ -543,7 +544,11 @@ Replica::beat() {
    if ( phase_ == Phase::away ) {
       return;
    }
-   if ( commands_->silence() > maxSilence ) {
+   const bool silent = commands_->isWaiting() && commands_->progress() == progress_;
+   progress_ = commands_->progress();
+   silentBeats_ = silent ? silentBeats_ + 1 : 0;
+   if ( silentBeats_ >= maxSilentBeats ) {
+      silentBeats_ = 0;
       failed( "no answer" );
       return;
    }

@@ -124,8 +124,10 @@ class Replica {
    bool complete_ = false, muted_ = false, rereads_ = true, wasToldAway_ = false;
    /// The database may have lost what others wrote, who will write it again: nothing ends yet.
    bool spares_ = false;
-   std::uint64_t revision_ = 0;   ///< of the last turn that was taken over
-   std::uint64_t openedAt_ = 0;   ///< of the database when this connection came
+   std::uint64_t revision_ = 0;  ///< of the last turn that was taken over
+   std::uint64_t openedAt_ = 0;  ///< of the database when this connection came
+   bool catchesUp_ = false;      ///< up to that one
+   std::uint64_t progress_ = 0, silentBeats_ = 0;
    std::uint64_t grantedAt_ = 0;  ///< when the lease was granted; 0: told
    bool isAuthority_ = false;     ///< lease and picture were both had
    std::set< std::string > seen_;
@@ -134,8 +136,7 @@ class Replica {
    std::uint64_t beats_ = 0, stuckAt_ = 0, stuckBeats_ = 0;
    std::uint64_t resyncs_ = 0, refused_ = 0;
    Lum::Seconds delay_ = 0;
-   Lum::ActivityLoop::TimerId flush_{ 0, 0 }, beat_{ 0, 0 }, connect_{ 0, 0 },
-      reread_{ 0, 0 };
+   Lum::ActivityLoop::TimerId flush_{ 0, 0 }, beat_{ 0, 0 }, connect_{ 0, 0 }, reread_{ 0, 0 };
 };
 
 }
