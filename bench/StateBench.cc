@@ -126,8 +126,8 @@ publish( Zorch::TableStore & tables ) {
       Cspf::PathStatus path;
       path.pathKey_ = { Cspf::Destination( teRouterIdOf( n % routers ) ), n };
       for ( std::uint32_t hop = 0; hop < 6; ++hop ) {
-         path.path.push( teRouterIdOf( ( n + hop ) % routers ) );
-         path.pathTeRouterId.push( teRouterIdOf( ( n * 7 + hop ) % routers ) );
+         path.path_.push( teRouterIdOf( ( n + hop ) % routers ) );
+         path.pathTeRouterId_.push( teRouterIdOf( ( n * 7 + hop ) % routers ) );
       }
       status->pathStatusIs( path );
    }

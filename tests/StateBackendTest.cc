@@ -153,6 +153,18 @@ TEST_F( RedisStateTest, whateverHappensToTheDatabaseAllMembersAgree ) {
       server.cli( { "XTRIM", "log", "MAXLEN", "0" } );
    }
    expectAgreement( "log trimmed" );
+   server.stopAndContinue( true );
+   for ( int i = 0; i < 2000; ++i ) {
+      changeSomething( state[ 0 ], random, "a" );
+      changeSomething( state[ 1 ], random, "b" );
+   }
+   for ( const Lum::Seconds end = Lum::now() + 60;
+         state[ 0 ].replica->status().connected && Lum::now() < end; ) {
+      state.turns( 1 );
+   }
+   EXPECT_FALSE( state[ 0 ].replica->status().connected );
+   server.stopAndContinue( false );
+   expectAgreement( "without an answer for long" );
    EXPECT_GT( state[ 0 ].replica->status().resyncs, 2u );
 }
 
