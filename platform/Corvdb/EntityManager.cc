@@ -110,6 +110,7 @@ EntityManager::localEntityIs( const std::string & path, const std::string & type
    LUM_ASSERT( !localEntitiesCreated_ );
    auto & local = local_[ canonicalPath( path ) ];
    if ( !local ) {
+      state_.mountedIs( path );
       local = state_.entityIs( path, typeName );
    }
    LUM_ASSERT( local );

@@ -18,6 +18,8 @@ constexpr std::array entityKinds = {
    PathKind{ "routing/general/config/global", "Routing::General::Config", false, true },
    PathKind{ "te/cspf/cliConfig", "Cspf::CspfCliConfig", false, true },
    PathKind{ "ip/status", "Ip::Status", false, true },
+   PathKind{ "interface/status/eth/phy/all", "Interface::AllEthPhyIntfStatusDir", false, true },
+   PathKind{ "interface/status/eth/lag", "Interface::EthLagIntfStatusDir", false, true },
    PathKind{ "routing/topoDbExport/NAME", "Routing::Topology::ExportPath" },
    PathKind{ "segmentrouting/isis/NAME", "Mpls::SegmentRouting::Status" },
    PathKind{ "te/cspf/agentStatus", "Cspf::AgentStatus", true, true },
