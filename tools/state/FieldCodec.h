@@ -157,18 +157,6 @@ appendTextOf( const E & entity, std::string_view whole, std::string & out ) {
    return there;
 }
 
-/// Refuses a value that begins with its own key, and has another one.
-template< class T, class Key >
-void
-checkOwnKey( T & value, const Key & key, const Place & place ) {
-   if constexpr ( Lum::HasOwnKey< T, Key > ) {
-      if ( !( Lum::firstField( value ) == key ) ) {
-         throw Error( Place( place, std::get< 0 >( Lum::fields< T > ).name ),
-                      "the key of its own entry" );
-      }
-   }
-}
-
 void childFieldIs( Lum::Entity & child, std::string_view rest,
                    const std::optional< std::string_view > & text );
 
