@@ -168,6 +168,19 @@ TEST_F( RedisStateTest, whateverHappensToTheDatabaseAllMembersAgree ) {
    EXPECT_GT( state[ 0 ].replica->status().resyncs, 2u );
 }
 
+TEST_F( RedisStateTest, whatIsSentBeforeTheLeaseIsGrantedIsKept ) {
+   state.server().stopAndContinue( true );
+   state[ 0 ].replica->leaseIs( { "a" }, false, {} );
+   for ( const char * path : { "a/b", "a/c" } ) {
+      state[ 0 ].state.entityIs( path, "Cspf::Client" );
+   }
+   state.turns( 3 );
+   state.server().stopAndContinue( false );
+   expectAgreement( "granted" );
+   EXPECT_TRUE( state[ 1 ].content().contains( "e:a/b" ) );
+   EXPECT_TRUE( state[ 1 ].content().contains( "e:a/c" ) );
+}
+
 TEST_F( RedisStateTest, readingAllAgainTellsNothingOfWhatIsAsItWas ) {
    RandomValue random( 3 );
    state[ 0 ].replica->leaseIs( { "a" }, false, {} );

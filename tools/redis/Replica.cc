@@ -466,18 +466,22 @@ Replica::handleWritten( const redisReply & reply ) {
    }
 }
 
-/// Another process owns the key: it is as that one has it.
+/// Another process owns the key: it is as that one has it. But what was sent before the answer that
+/// granted this process its own lease bore no fence, and is sent again; should the lease be another
+/// one's by now, the claim before it tells so.
 void
 Replica::handleRefusedKey( std::string_view why ) {
    const std::string_view rest = why.substr( why.find( ' ' ) + 1 );
    const auto end = std::min( rest.find( ' ' ), rest.size() );
    const std::string key( rest.substr( 0, end ) );
-   if ( owns( key ) ) {
-      lease_->tick( *commands_, client_, run_ );  // hears who holds it now
-   } else {
-      refused( key + ": not written: it belongs to "
-               + std::string( rest.substr( std::min( end + 1, rest.size() ) ) ) );
+   if ( lease_ && lease_->isHeld() && lease_->covers( pathOf( key ) ) ) {
+      lease_->tick( *commands_, client_, run_ );
+      outbox_.restore();
+      flushSoon();
+      return;
    }
+   refused( key + ": not written: it belongs to "
+            + std::string( rest.substr( std::min( end + 1, rest.size() ) ) ) );
    outbox_.refused( key );
    Picture::readKey(
       *commands_, key,
