@@ -282,7 +282,7 @@ TEST( TopoStore, ParallelLinksPairByTheirAddressesAndOneWayLinksFail ) {
    };
    EXPECT_EQ( store.view()->getReverseNeighborKeyP2P( link( 1 ) ).neighborKey(),
               p2pKey( 2, 1, 2 ) );
-   EXPECT_EQ( store.view()->nexthopOnP2pLink( link( 2 ) ), TopoStorm::ip( "10.0.2.2" ) );
+   EXPECT_EQ( store.view()->nexthopOnP2pLink( link( 2 ) ), ipOf( "10.0.2.2" ) );
    EXPECT_TRUE( store.view()->twoWayCheckPassed( link( 2 ) ) );
    EXPECT_FALSE( store.view()->twoWayCheckPassed( link( 3 ) ) );
    store.link( p2pKey( 2, 1, 1 ), "10.0.9.2", "10.0.9.1" );  // shares no address any more
@@ -292,19 +292,19 @@ TEST( TopoStore, ParallelLinksPairByTheirAddressesAndOneWayLinksFail ) {
 
 TEST( TopoStore, PublishedRowsFollowTheLinksAndStaleOnesGo ) {
    const auto rows = Lum::make< IntfIpToRouterIdTable >();
-   rows->intfIpToRouterIdIs( TopoStorm::ip( "10.9.9.9" ), teId( 9 ) );  // an earlier agent's
+   rows->intfIpToRouterIdIs( ipOf( "10.9.9.9" ), teId( 9 ) );  // an earlier agent's
    Store store( Lum::make< AllTopoDb >(), rows );
    EXPECT_THAT( rows->intfIpToRouterIdColl(), IsEmpty() );
    store.link( p2pKey( 1, 2 ), "10.0.0.1", "" );
    store.link( lanKey( 2, 2 ), "10.0.0.1", "" );
    store.router( level2, 1, teId( 1 ), { p2pKey( 1, 2 ) } );
    store.router( level2, 2, teId( 2 ), { lanKey( 2, 2 ) } );
-   EXPECT_EQ( rows->intfIpToRouterId( TopoStorm::ip( "10.0.0.1" ) ), teId( 2 ) );
+   EXPECT_EQ( rows->intfIpToRouterId( ipOf( "10.0.0.1" ) ), teId( 2 ) );
    store.table( level2 ).neighborDel( lanKey( 2, 2 ) );
-   EXPECT_EQ( rows->intfIpToRouterId( TopoStorm::ip( "10.0.0.1" ) ), teId( 1 ) );
+   EXPECT_EQ( rows->intfIpToRouterId( ipOf( "10.0.0.1" ) ), teId( 1 ) );
    store.router( level2, 1, teId( 7 ), { p2pKey( 1, 2 ) } );
-   EXPECT_EQ( rows->intfIpToRouterId( TopoStorm::ip( "10.0.0.1" ) ), teId( 7 ) );
-   EXPECT_THAT( store.status->teRouterIdsOfTep( TopoStorm::ip( "10.0.0.1" ) ),
+   EXPECT_EQ( rows->intfIpToRouterId( ipOf( "10.0.0.1" ) ), teId( 7 ) );
+   EXPECT_THAT( store.status->teRouterIdsOfTep( ipOf( "10.0.0.1" ) ),
                 ElementsAre( teId( 7 ) ) );
    store.tables->topoDbDel( level2 );
    EXPECT_THAT( rows->intfIpToRouterIdColl(), IsEmpty() );

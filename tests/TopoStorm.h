@@ -14,7 +14,7 @@ using namespace Routing::Topology;
 using Kivnet::IpGenAddr;
 
 inline IpGenAddr
-ip( const std::string & text ) {
+ipOf( const std::string & text ) {
    return *IpGenAddr::parse( text );
 }
 
@@ -27,7 +27,7 @@ routerId( const TopoId & topoId, unsigned n ) {
 
 inline IpGenAddr
 teId( unsigned n ) {
-   return ip( "1.0.0." + std::to_string( n ) );
+   return ipOf( "1.0.0." + std::to_string( n ) );
 }
 
 inline const TopoId level1 = TopoId::isisL1();
@@ -66,10 +66,10 @@ struct Store {
       neighbor.keyIs( key );
       neighbor.metricIs( 10 );
       if ( !near.empty() ) {
-         neighbor.interfaceAddrIs( 0, ip( near ) );
+         neighbor.interfaceAddrIs( 0, ipOf( near ) );
       }
       if ( !far.empty() ) {
-         neighbor.neighborAddrIs( 0, ip( far ) );
+         neighbor.neighborAddrIs( 0, ipOf( far ) );
       }
       table( level2 ).neighborIs( key, neighbor );
    }
@@ -160,7 +160,7 @@ class Storm {
       return below( 4 ) ? teId( n ) : others[ below( 3 ) ];
    }
    static IpGenAddr address( unsigned from, unsigned to ) {
-      return ip( "10." + std::to_string( from ) + ".0." + std::to_string( to ) );
+      return ipOf( "10." + std::to_string( from ) + ".0." + std::to_string( to ) );
    }
    NeighborKey key( const TopoId & topoId, unsigned n ) {
       return below( 3 ) ? p2pKey( n, 1 + below( routers ), below( 4 ) == 0, topoId )
@@ -195,7 +195,7 @@ class Storm {
       n.unreservedBandwidthIs( { 100, 0, 0, 0, 0, 0, 0, float( below( 99 ) ) } );
       for ( unsigned i = below( 3 ); i > 0; --i ) {
          const bool shared = below( 8 ) == 0;
-         const auto any = ip( "fe80::1" );
+         const auto any = ipOf( "fe80::1" );
          const unsigned at = i - ( below( 4 ) > 0 );  // sometimes there is a gap before it
          n.interfaceAddrIs( at, shared ? any : address( from, to + 10 * ( below( 4 ) == 0 ) ) );
          n.neighborAddrIs( at, shared ? any : address( to, from + 10 * ( below( 4 ) == 0 ) ) );
