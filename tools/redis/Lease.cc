@@ -98,6 +98,9 @@ void
 Lease::handleHeld( std::string_view lease, Connection & connection, const std::string & run ) {
    const std::string fence = takeWord( lease ), client = takeWord( lease ),
                      theirRun = takeWord( lease );
+   if ( fence == fence_ ) {
+      return;  // granted to this process between two claims that were on their way together
+   }
    holder_ = lease;
    if ( isHeld_ ) {
       end( handlers_.lost, holder_ + " writes in its place" );
