@@ -129,18 +129,30 @@ Outbox::refused( const std::string & key ) {
 void
 Outbox::restore() {
    if ( isInFlight() ) {
-      Batch older = std::move( sent_.back() );
-      sent_.pop_back();
-      std::swap( older, pending_ );
-      for ( const std::string & key : older.order ) {
-         Fields & fields = older.keys.at( key );
-         const auto [ at, isNew ] = pending_.keys.try_emplace( key );
-         if ( isNew ) {
-            pending_.order.push_back( key );
-         }
-         at->second.whole |= fields.whole;
-         at->second.names.merge( fields.names );
+      restoreLast();
+   }
+}
+
+void
+Outbox::restoreAll() {
+   while ( !sent_.empty() ) {
+      restoreLast();
+   }
+}
+
+/// It goes in front of what is pending.
+void
+Outbox::restoreLast() {
+   Batch newer = std::exchange( pending_, std::move( sent_.back() ) );
+   sent_.pop_back();
+   for ( const std::string & key : newer.order ) {
+      Fields & fields = newer.keys.at( key );
+      const auto [ at, isNew ] = pending_.keys.try_emplace( key );
+      if ( isNew ) {
+         pending_.order.push_back( key );
       }
+      at->second.whole |= fields.whole;
+      at->second.names.merge( fields.names );
    }
 }
 

@@ -37,6 +37,8 @@ class Outbox {
    /// Nobody knows whether what is in flight was written: it waits to be sent again. Of what was
    /// acknowledged, the database has had it.
    void restore();
+   /// Likewise of all that has yet to be seen in the log: the database may have lost it.
+   void restoreAll();
 
  private:
    struct Fields {
@@ -50,6 +52,7 @@ class Outbox {
    };
 
    static bool holds( const Batch & batch, const std::string & key, const std::string & field );
+   void restoreLast();
    static void addKey( const LocalState & state, const std::string & key, const Fields & fields,
                        Command & command );
 

@@ -70,7 +70,7 @@ Replica::Replica( Lum::ActivityLoop & loop, Corvdb::StateStore & state, Zorch::T
    : loop_( loop ),
      settings_( std::move( settings ) ),
      handlers_( std::move( handlers ) ),
-     writer_( randomName() ),
+     writer_( randomName() + "." ),
      local_( state, tables,
              { [ this ]( const auto & key, const auto & field ) { handleChanged( key, field ); },
                settings_.refusal, settings_.fault,
@@ -80,7 +80,7 @@ Replica::Replica( Lum::ActivityLoop & loop, Corvdb::StateStore & state, Zorch::T
 }
 
 Replica::~Replica() {
-   for ( const auto & timer : { flush_, beat_, connect_, reread_ } ) {
+   for ( const auto & timer : { flush_, beat_, connect_, grace_ } ) {
       loop_.timerDel( timer );
    }
 }
@@ -91,6 +91,7 @@ void
 Replica::connect() {
    connect_ = {};
    phase_ = Phase::opening;
+   session_ = writer_ + std::to_string( ++sessions_ );
    log_.reset();
    picture_.reset();
    commands_ =
@@ -118,10 +119,32 @@ Replica::handleServer( const redisReply & reply ) {
       failed( "the server is Redis " + version + "; 7.0 or later is needed", false, true );
       return;
    }
-   spares_ = complete_ && run != run_;
-   rereads_ = rereads_ || run != run_;
+   if ( run != run_ ) {
+      anotherDatabase();
+   }
    run_ = run;
    open();
+}
+
+/// Nothing ends before the writers of what is missing had time to write it again.
+void
+Replica::anotherDatabase() {
+   rereads_ = true;
+   spares_ = complete_;
+   loop_.timerDel( std::exchange( grace_, {} ) );
+   outbox_.restoreAll();
+}
+
+void
+Replica::graceIs() {
+   grace_ = loop_.timerIs( loop_.now() + graceOfWriters, [ this ] {
+      grace_ = {};
+      if ( phase_ == Phase::following ) {
+         spares_ = false;
+         rereads_ = true;
+         connect();
+      }
+   } );
 }
 
 void
@@ -138,7 +161,9 @@ Replica::open() {
          observedHolder_ = Lease::holderOf( textOf( reply ) );
       } );
    }
-   commands_->send( { "FCALL", "state_open", "0", writer_ },
+   // Each opening with a name of its own: a database that was emptied gets another one than before,
+   // whoever comes first.
+   commands_->send( { "FCALL", "state_open", "0", randomName() },
                     [ this ]( const redisReply & reply ) { handleOpen( reply ); } );
 }
 
@@ -154,8 +179,9 @@ Replica::handleOpen( const redisReply & reply ) {
    const std::string epoch( textOf( *reply.element[ 0 ] ) );
    openedAt_ = numberOf( *reply.element[ 1 ] );
    catchesUp_ = true;
-   spares_ = spares_ || ( complete_ && epoch != epoch_ );
-   rereads_ = rereads_ || epoch != epoch_ || openedAt_ < revision_;
+   if ( epoch != epoch_ || openedAt_ < revision_ ) {
+      anotherDatabase();
+   }
    epoch_ = epoch;
    delay_ = 0;
    if ( std::exchange( wasToldAway_, false ) ) {
@@ -330,16 +356,6 @@ Replica::sweepKeys() {
       }
    }
    seen_.clear();
-   if ( spares_ ) {
-      loop_.timerDel( reread_ );
-      reread_ = loop_.timerIs( loop_.now() + graceOfWriters, [ this ] {
-         reread_ = {};
-         if ( phase_ == Phase::following ) {
-            rereads_ = true;
-            connect();
-         }
-      } );
-   }
 }
 
 // ---- The log ----
@@ -352,6 +368,9 @@ Replica::follow() {
       LogReader::Handlers{ [ this ]( const Turn & turn ) { handleTurn( turn ); },
                            [ this ]( const std::string & why ) { failed( why, true ); },
                            [ this ]( const std::string & why ) { failed( why ); } } );
+   if ( spares_ && grace_.second == 0 ) {
+      graceIs();
+   }
    handleProgress();
 }
 
@@ -360,28 +379,38 @@ Replica::handleTurn( const Turn & turn ) {
    if ( phase_ != Phase::following ) {
       return;
    }
-   const bool own = turn.writer == writer_;
+   const bool own = turn.writer.starts_with( writer_ );
+   const bool isLate = own && turn.writer != session_ && turn.revision > openedAt_;
    for ( const KeyChanges & changes : turn.keys ) {
       const auto read = readAt_.find( changes.key );
-      if ( !own && ( read == readAt_.end() || read->second < turn.revision ) ) {
+      if ( isLate ) {
+         writeAgain( changes );
+      } else if ( !own && ( read == readAt_.end() || read->second < turn.revision ) ) {
          takeOver( changes );
       }
    }
    revision_ = turn.revision;
-   outbox_.reached( revision_, own );
+   outbox_.reached( revision_, own && !isLate );
    if ( revision_ >= lastRead_ ) {
       readAt_.clear();
    }
    handleProgress();
 }
 
+/// What stands here is newer than these: another's writing on what is this process's own, or its
+/// own on an earlier connection, which the server found after it had heard of this one.
+void
+Replica::writeAgain( const KeyChanges & changes ) {
+   for ( const auto & [ field, text ] : changes.fields ) {
+      outbox_.changed( changes.key, field == typeField ? "" : field );
+   }
+   flushSoon();
+}
+
 void
 Replica::takeOver( const KeyChanges & changes ) {
    if ( owns( changes.key ) ) {
-      for ( const auto & [ field, text ] : changes.fields ) {
-         outbox_.changed( changes.key, field == typeField ? "" : field );
-      }
-      flushSoon();
+      writeAgain( changes );
       return;
    }
    if ( !outbox_.holdsAny( changes.key ) ) {
@@ -445,7 +474,7 @@ Replica::flush() {
         || muted_ ) {
       return;
    }
-   Command command{ "FCALL", "state_write", "0", epoch_, writer_ };
+   Command command{ "FCALL", "state_write", "0", epoch_, session_ };
    command.add( lease_ ? lease_->fence() : "0" );
    outbox_.take( local_, command );
    commands_->send( std::move( command ),
@@ -565,22 +594,25 @@ Replica::beat() {
    }
    if ( phase_ == Phase::following ) {
       commands_->send( { "MGET", "epoch", "rev" },
-                       [ this ]( const redisReply & reply ) { handleBeat( reply ); } );
+                       [ this, followed = revision_ ]( const redisReply & reply ) {
+                          handleBeat( reply, followed );
+                       } );
    }
 }
 
 /// Notes what no message tells: that the database has been emptied, put back, or that its log has.
+/// `followed`: up to where this process had read when it asked.
 void
-Replica::handleBeat( const redisReply & reply ) {
+Replica::handleBeat( const redisReply & reply, std::uint64_t followed ) {
    if ( phase_ != Phase::following || reply.type != REDIS_REPLY_ARRAY || reply.elements != 2 ) {
       return;
    }
    const std::uint64_t there = numberOf( *reply.element[ 1 ] );
    if ( textOf( *reply.element[ 0 ] ) != epoch_ ) {
       failed( "the database is another one than before", true );
-   } else if ( there < revision_ ) {
+   } else if ( there < followed ) {
       failed( "the database has gone back", true );
-   } else if ( there == revision_ || stuckAt_ != revision_ ) {
+   } else if ( there <= revision_ || stuckAt_ != revision_ ) {
       stuckBeats_ = 0;
    } else if ( ++stuckBeats_ >= maxStuckBeats ) {
       stuckBeats_ = 0;

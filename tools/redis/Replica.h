@@ -70,9 +70,7 @@ class Replica {
    void mute() { muted_ = true; }
 
    /// The log has been followed to its end as far as is known, and all changes stand in it.
-   bool isSettled() const {
-      return phase_ == Phase::following && outbox_.isEmpty() && reread_.second == 0;
-   }
+   bool isSettled() const { return phase_ == Phase::following && outbox_.isEmpty() && !spares_; }
    /// Serves the loop until that is so, for at most so many seconds; false if it was not enough.
    bool settle( Lum::Seconds most );
    Status status() const;
@@ -84,6 +82,8 @@ class Replica {
    void open();
    void handleServer( const redisReply & reply );
    void handleOpen( const redisReply & reply );
+   void anotherDatabase();
+   void graceIs();
    void readAll();
    void handlePictureKey( const Picture::Key & key );
    void compareOwn( const Picture::Key & key );
@@ -93,6 +93,7 @@ class Replica {
    void sweepKeys();
    void follow();
    void handleTurn( const Turn & turn );
+   void writeAgain( const KeyChanges & changes );
    void takeOver( const KeyChanges & changes );
    void handleProgress();
 
@@ -103,7 +104,7 @@ class Replica {
    void handleRefusedKey( std::string_view why );
 
    void beat();
-   void handleBeat( const redisReply & reply );
+   void handleBeat( const redisReply & reply, std::uint64_t followed );
    void failed( const std::string & why, bool rereads = false, bool isHopeless = false );
    bool owns( const std::string & key ) const;
    void refused( const std::string & line );
@@ -112,7 +113,9 @@ class Replica {
    const Settings settings_;
    const Handlers handlers_;
    LeaseHandlers leaseHandlers_;
-   const std::string writer_;
+   const std::string writer_;  ///< of this process in the log, with a number for each connection
+   std::string session_;
+   std::uint64_t sessions_ = 0;
    LocalState local_;
    Outbox outbox_;
    Phase phase_ = Phase::away;
@@ -136,7 +139,7 @@ class Replica {
    std::uint64_t beats_ = 0, stuckAt_ = 0, stuckBeats_ = 0;
    std::uint64_t resyncs_ = 0, refused_ = 0;
    Lum::Seconds delay_ = 0;
-   Lum::ActivityLoop::TimerId flush_{ 0, 0 }, beat_{ 0, 0 }, connect_{ 0, 0 }, reread_{ 0, 0 };
+   Lum::ActivityLoop::TimerId flush_{ 0, 0 }, beat_{ 0, 0 }, connect_{ 0, 0 }, grace_{ 0, 0 };
 };
 
 }
