@@ -9,8 +9,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+namespace {
+
+constexpr const char * serverProgram = "/usr/bin/redis-server";
+
+}
+
 RedisServer::RedisServer( std::vector< std::string > options ) : options_( std::move( options ) ) {
-   start();
+   if ( isInstalled() ) {
+      start();
+   }
+}
+
+bool
+RedisServer::isInstalled() {
+   return access( serverProgram, X_OK ) == 0;
 }
 
 RedisServer::~RedisServer() {
@@ -29,7 +42,7 @@ RedisServer::start() {
                                          "--save",        "",
                                          "--logfile",     directory_ / "log" };
    arguments.insert( arguments.end(), options_.begin(), options_.end() );
-   pid_ = startProgram( "/usr/bin/redis-server", arguments );
+   pid_ = startProgram( serverProgram, arguments );
    for ( int waited = 0; waited < 60'000; waited += 5 ) {
       const std::string answer = cli( { "PING" } );
       if ( answer == "PONG\n" || answer.starts_with( "NOAUTH" ) ) {

@@ -9,11 +9,13 @@
 class RedisServer {
  public:
    /// `options`: as on the server's command line, such as { "--requirepass", "secret" }.
+   /// Starts nothing where no server is installed.
    explicit RedisServer( std::vector< std::string > options = {} );
    ~RedisServer();
    RedisServer( const RedisServer & ) = delete;
    RedisServer & operator=( const RedisServer & ) = delete;
 
+   static bool isInstalled();
    std::string url() const { return "unix:" + socket(); }
    std::string socket() const { return directory_ / "redis.sock"; }
    /// Waits until it answers.

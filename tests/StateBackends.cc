@@ -16,8 +16,7 @@ allTypes() {
 }
 
 void
-addEntities( const std::string & path, const Lum::Dir & dir,
-             std::map< std::string, State::Json > & content ) {
+addEntities( const std::string & path, const Lum::Dir & dir, Content & content ) {
    for ( const auto & [ name, entity ] : dir.entityColl() ) {
       if ( const auto below = Lum::cast< Lum::Dir >( entity ) ) {
          addEntities( path + name + "/", *below, content );
@@ -45,9 +44,9 @@ Member::Member( Lum::ActivityLoop & loop, const RedisServer * server )
    }
 }
 
-std::map< std::string, State::Json >
+Content
 Member::content() const {
-   std::map< std::string, State::Json > content;
+   Content content;
    addEntities( "e:", *state.root(), content );
    for ( const std::string & path : tables.list( "" ) ) {
       if ( State::Json table = State::toJson( *tables.table( path ) );
@@ -58,9 +57,26 @@ Member::content() const {
    return content;
 }
 
+std::vector< std::string >
+differences( const Content & a, const Content & b ) {
+   const auto text = []( const auto & content, const std::string & key ) {
+      const auto at = content.find( key );
+      return at == content.end() ? "nothing" : at->second.dump();
+   };
+   std::vector< std::string > found;
+   for ( const auto * content : { &a, &b } ) {
+      for ( const auto & [ key, value ] : *content ) {
+         if ( text( a, key ) != text( b, key ) ) {
+            found.push_back( key + ": " + text( a, key ) + " and " + text( b, key ) );
+         }
+      }
+   }
+   return found;
+}
+
 StateBackend::StateBackend( bool embedded, std::size_t members )
    : server_( embedded ? nullptr : std::make_unique< RedisServer >() ) {
-   while ( members_.size() < members ) {
+   while ( isThere() && members_.size() < members ) {
       add();
    }
    settle();
@@ -97,7 +113,7 @@ StateBackend::settle() {
       } );
    };
    const Lum::Seconds patience = loop_.now() + 60;
-   for ( int quiet = 0; server_ && quiet < 20; ) {
+   for ( int quiet = 0; server_ && isThere() && quiet < 20; ) {
       loop_.runOnce( 0.01 );
       quiet = atRest() ? quiet + 1 : 0;
       if ( loop_.now() > patience ) {

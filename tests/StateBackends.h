@@ -11,12 +11,18 @@
 #include <string>
 #include <vector>
 
+/// Entities and tables as JSON, by key: "e:PATH" or "t:PATH".
+using Content = std::map< std::string, State::Json >;
+
+/// The keys whose content differs, with both contents.
+std::vector< std::string > differences( const Content & a, const Content & b );
+
 /// The stores of one process, and what keeps them equal to a database, where one does.
 struct Member {
    Member( Lum::ActivityLoop & loop, const RedisServer * server );
 
-   /// All entities and tables as JSON, by path.
-   std::map< std::string, State::Json > content() const;
+   /// All that there is.
+   Content content() const;
 
    Corvdb::TypeRegistry types;
    Corvdb::StateStore state;
@@ -30,7 +36,9 @@ struct Member {
 /// or each on a replica of its own.
 class StateBackend {
  public:
+   /// No members where no server is installed and one is needed.
    StateBackend( bool embedded, std::size_t members );
+   bool isThere() const { return !server_ || RedisServer::isInstalled(); }
 
    Member & operator[]( std::size_t i ) { return *members_[ i ]; }
    std::size_t size() const { return members_.size(); }
