@@ -65,7 +65,7 @@ TEST_F( SharedStateTest, whatCannotBeIsRefusedWithItsPlaceAndTheRestGoesOn ) {
         "pathConfig[10.0.0.3#7]/refreshReqSeq: expected a number from 0 to 4294967295" },
       { { configKey, row, R"({"pathKey":{"dst":"10.0.0.4","id":7}})" }, "pathConfig[10.0.0.3#7]" },
       { { configKey, row, R"({"pathKey":"10.0.0.4#7"})" },
-        "/pathKey: expected the key of its own" },
+        "/pathKey: expected the key that the entry stands under" },
       { { configKey, "pathConfig[x]", "{}" }, "pathConfig[x]: expected as key" },
       { { configKey, "pathConfig", "{}" }, "pathConfig: expected NAME[KEY]" },
       { { configKey, "noSuch[1]", "{}" }, "noSuch[1]: expected a field of Cspf::Config" },
