@@ -10,6 +10,7 @@
 #include "Cspf/Repairs/PqComputeSm.h"
 #include "Cspf/Requests/PathConfigInfoSm.h"
 #include "Cspf/Requests/PathStatusInfoSm.h"
+#include "Cspf/Requests/RepairScope.h"
 #include "Cspf/Requests/TeIntfStatusSm.h"
 #include "Cspf/Runs/ConstraintInfoSm.h"
 #include "Cspf/Runs/ConstraintStatusSm.h"

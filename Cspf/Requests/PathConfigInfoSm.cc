@@ -7,6 +7,7 @@
 #include "Cspf/Requests/PathConfigInfoSm.h"
 
 #include "Cspf/Paths/StatusUpdate.h"
+#include "Cspf/Requests/RepairScope.h"
 #include "platform/Trace/Trace.h"
 
 #include <stdexcept>

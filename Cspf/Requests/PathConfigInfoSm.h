@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Requests/RepairScope.h"
+#include "Cspf/Records/PathRows.h"
 #include "platform/Kiv/NumAllocator.h"
 #include "schema/TrafficEngineering.h"
 
