@@ -138,8 +138,8 @@ GraphWalker::behind( const CspfGraph & graph, CspfEdge link, bool isLink ) {
 }
 
 std::string
-GraphWalker::fault( const CspfRepairs & result, const Originators & destination,
-                    bool tryAll ) const {
+GraphWalker::fault( const CspfRepairs & result, const Originators & destination, bool tryAll,
+                    uint32_t maxNodes ) const {
    Prove::Originators to;
    for ( const auto & originator : destination ) {
       to.push_back( { index( originator.router ), originator.metric } );
@@ -148,7 +148,7 @@ GraphWalker::fault( const CspfRepairs & result, const Originators & destination,
    for ( const CspfRepair & repair : result.repairs ) {
       repairs.push_back( repairOf( repair ) );
    }
-   std::string fault = walker_.fault( repairs, to, tryAll );
+   std::string fault = walker_.fault( repairs, to, tryAll, maxNodes );
    const auto needed = repairs.empty() ? walker_.nodesNeeded( to ) : std::nullopt;
    if ( fault.empty() && needed && *needed != result.nodesNeeded ) {
       fault = std::to_string( result.nodesNeeded ) + " nodes are said to be needed";

@@ -48,7 +48,7 @@ class GraphWalker {
    static Resource behind( const Cspf::CspfGraph & graph, Cspf::CspfEdge link, bool isLink );
    /// Also holds the number of nodes that are said to be needed against that found by trying all.
    std::string fault( const Cspf::CspfRepairs & result, const Originators & destination,
-                      bool tryAll ) const;
+                      bool tryAll, uint32_t maxNodes = Prove::RepairWalker::maxNodes ) const;
 
  private:
    Prove::RepairWalker walker_;

@@ -32,6 +32,30 @@ class CspfPlainForwarding {
                const std::function< bool( CspfEdge ) > & isApart );
 
    bool refusesAny() const { return !toRefused_.empty(); }
+
+   // For what leaves the paths after the failure all that fails counts, whoever judges it: what is
+   // refused, what is apart, and the other direction of a link that the router may not leave by.
+
+   /// A router that every shortest path from another reaches soundly, without what fails.
+   struct Sound {
+      CspfVertex router;
+      uint32_t cost;
+   };
+   /// Itself among them. One run.
+   std::vector< Sound > soundFrom( CspfVertex from ) const;
+   /// How packets get from a router to a destination.
+   struct Arrival {
+      bool isSound = false;
+      uint32_t cost = CspfTree::unreachedMetric;
+   };
+   /// By vertex: whether every shortest path from there is sound, or ends right there after the
+   /// failure. Two runs.
+   std::vector< Arrival > arrivals( std::span< const CspfOriginator > destination ) const;
+   /// Calls `visit( router, link, arrival, metric )` for each router behind a link that does not
+   /// fail, LANs taken out: `arrival` is the edge that enters the router.
+   template< typename Visit >
+   void forEachNeighbor( CspfVertex router, Visit && visit ) const;
+
    /// Whether every shortest path from the router to the nearest of `destination` avoids what is
    /// refused. REQUIRES: there is a path of at most `within`; the router is not overloaded, or is
    /// the destination. O(1), or a run.
@@ -42,27 +66,68 @@ class CspfPlainForwarding {
    struct Reached {
       CspfVertex vertex;
       uint32_t cost;
-      bool meetsRefused;  // by one of the shortest paths at least
+      bool meetsMarked;  // by one of the shortest paths at least
    };
    /// All that one router reaches within a cost, by vertex.
    struct Reach {
       uint64_t within = 0;
       std::vector< Reached > vertices;
    };
+   /// A step from router to router.
+   struct Step {
+      CspfVertex router;
+      CspfEdge link, arrival;
+      uint32_t metric;
+   };
+   /// What fails: `refused` leaves out what is apart, `failing` does not.
+   enum Mark : uint8_t { unmarked = 0, refused = 1, failing = 2 };
+   template< typename Arcs >
    class Run;
+   class Backwards;
 
+   void mark( const CspfGraph & graph, const CspfLinkFilter & after,
+              const std::function< bool( CspfEdge ) > & isApart );
+   void addOwnSteps( const CspfGraph & graph, const CspfLinkFilter & after );
+   bool fails( CspfEdge edge ) const { return marks_[ index( edge ) ] & failing; }
    std::vector< uint32_t > costsTo( const CspfGraph & graph, const CspfLinkFilter & filter,
                                     std::span< const CspfEdge > links ) const;
    std::vector< uint32_t > costsBehind( const CspfGraph & graph,
                                         std::span< const CspfEdge > links ) const;
-   std::vector< uint32_t > costs( Run & run ) const;
    const Reach & reach( CspfVertex from, uint32_t within ) const;
 
-   CspfArcs arcs_;
-   std::vector< uint8_t > isRefused_;  // by edge
-   std::vector< uint8_t > isRouter_;   // by vertex
+   CspfArcs arcs_;                    // before the failure
+   CspfVertex plr_ = noVertex;        // where the constraint's trees begin
+   std::vector< Step > ownSteps_;     // of the PLR, which may be overloaded
+   std::vector< uint8_t > marks_;     // by edge
+   std::vector< uint8_t > isRouter_;  // by vertex
    std::vector< uint32_t > toRefused_, behindRefused_;
    mutable std::vector< Reach > reaches_;  // by vertex, where one was asked for
 };
+
+template< typename Visit >
+void
+CspfPlainForwarding::forEachNeighbor( CspfVertex router, Visit && visit ) const {
+   if ( router == plr_ ) {
+      for ( const Step & step : ownSteps_ ) {
+         visit( step.router, step.link, step.arrival, step.metric );
+      }
+      return;
+   }
+   for ( const CspfArcs::Arc & arc : arcs_.out( router ) ) {
+      const CspfEdge link = arcs_.edge( arc );
+      if ( fails( link ) ) {
+         continue;
+      }
+      if ( isRouter_[ index( arc.to ) ] ) {
+         visit( arc.to, link, link, arc.metric );
+         continue;
+      }
+      for ( const CspfArcs::Arc & member : arcs_.out( arc.to ) ) {
+         if ( member.to != router && !fails( arcs_.edge( member ) ) ) {
+            visit( member.to, link, arcs_.edge( member ), arc.metric );
+         }
+      }
+   }
+}
 
 }

@@ -158,12 +158,13 @@ class CspfRepairTable::LastSegments {
       }
    }
 
-   CspfRepairs repairs() {
+   CspfRepairs repairs( size_t most ) {
       std::ranges::sort( segments_, std::less(), [ & ]( const Segment & segment ) {
          return std::pair( segment.nodes, ~chooser_.preference( segment.firstHop ) );
       } );
       CspfRepairs result;
-      for ( const auto & [ firstHop, nodes, start ] : segments_ ) {
+      for ( const auto & [ firstHop, nodes, start ] :
+            std::span( segments_ ).first( std::min( most, segments_.size() ) ) ) {
          result.repairs.push_back( chooser_.traceBack( firstHop, start, nodes ) );
       }
       result.nodesNeeded = segments_.empty() && needed_ != none ? needed_ : 0;
@@ -236,6 +237,7 @@ void
 CspfRepairTable::build( const CspfGraph & graph, const CspfProtectedResource & resource,
                         const CspfRepairTrees & trees, const CspfRepairConstraints & constraints ) {
    resource_ = resource;
+   detours_.reset();
    forwarding_.build( graph, constraints.plain, constraints.asked, [ & ]( CspfEdge edge ) {
       return graph.to( edge ) == resource.node
              && ( !resource.isLink || graph.from( edge ) == resource.plr );
@@ -382,7 +384,16 @@ CspfRepairTable::repairs( const CspfGraph & graph, const CspfTree & postConverge
          last.offer( label.firstHop, label.ending, o.router );
       }
    }
-   return last.repairs();
+   CspfRepairs found = last.repairs( query.most );
+   if ( found.nodesNeeded > 0 ) {
+      if ( !detours_ ) {
+         detours_.emplace( forwarding_, resource_.plr );
+      }
+      if ( auto repair = detours_->find( query.originators, query.maxNodes ) ) {
+         found = { { std::move( *repair ) }, 0 };
+      }
+   }
+   return found;
 }
 
 }

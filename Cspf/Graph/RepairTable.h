@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Graph/PlainForwarding.h"
+#include "Cspf/Graph/Detours.h"
 
 #include <cstdint>
 #include <functional>
@@ -31,29 +31,6 @@ struct CspfRepairConstraints {
    const CspfLinkConstraint & asked;  ///< that of the post-convergence tree
 };
 
-/// One step of a repair: from where the last one ended to the repair node.
-struct CspfRepairSegment {
-   CspfVertex node = noVertex;
-   /// noEdge: by shortest paths. Otherwise over this link, by which the last node is left, and this
-   /// edge, by which the packet enters the node: the same one, or the step from a LAN.
-   CspfEdge link = noEdge, arrival = noEdge;
-};
-
-/// How a packet is steered: out by one of `firstLinks` to `firstHop`, from there by the segments,
-/// and from the last repair node by shortest paths to the destination.
-struct CspfRepair {
-   CspfVertex firstHop = noVertex;
-   std::vector< CspfEdge > firstLinks;  ///< equally good, the preferred one first
-   std::vector< CspfRepairSegment > segments;
-};
-
-/// The repairs of one destination: one for each first hop of a path after the failure, with the
-/// fewest repair nodes that do, and in the order of their number.
-struct CspfRepairs {
-   std::vector< CspfRepair > repairs;
-   uint32_t nodesNeeded = 0;  ///< where there is none: by how many repair nodes there would be one
-};
-
 /// Repairs of one protected link or node towards every destination (RFC 9855; P and Q spaces
 /// after RFC 7490). All shortest paths mean those before the failure, equal-cost ones included.
 ///
@@ -67,6 +44,10 @@ struct CspfRepairs {
 /// at a router may begin at each later router of the same path, so only the fewest need be kept.
 class CspfRepairTable {
  public:
+   CspfRepairTable() = default;
+   CspfRepairTable( const CspfRepairTable & ) = delete;
+   CspfRepairTable & operator=( const CspfRepairTable & ) = delete;
+
    /// Works out all repairs. REQUIRES: metrics of the three trees are IGP metrics of `graph`; the
    /// PLR is the post-convergence tree's source. Holds nothing of its arguments afterwards but
    /// numbers. O(edges * first hops) at the worst, in practice a few runs; where the constraint
@@ -88,8 +69,11 @@ class CspfRepairTable {
       uint64_t destinationKey = 0;
       const RouterKey & key;
       const LinkKey & linkKey;
+      size_t most = ~size_t{ 0 };  ///< repairs wanted, the best ones
    };
-   /// No repair where the failure disconnects the destination, or where it is the PLR's own.
+   /// Where the paths after the failure need more nodes than there may be, the one repair that
+   /// leaves them and has the fewest. No repair where the failure disconnects the destination, or
+   /// where it is the PLR's own.
    CspfRepairs repairs( const CspfGraph & graph, const CspfTree & postConvergence,
                         const Query & query ) const;
 
@@ -153,6 +137,7 @@ class CspfRepairTable {
    std::vector< Row > rows_;         // by vertex
    std::vector< Label > labels_;
    std::vector< CspfVertex > starts_;
+   mutable std::optional< CspfDetours > detours_;  // where one was asked for
    std::vector< Offered > offered_;  // labels of the router at hand, and memory for more
    size_t offers_ = 0;
 };

@@ -287,8 +287,11 @@ class RepairProof {
          topology_ = &topology;
          asked_ = asked;
       }
-      const std::string fault =
-         topology.walker->fault( repairs, topology.originators( answer.key.dst() ), false );
+      const std::uint32_t most = RepairWalker::maxNodes;
+      const std::uint32_t allowed =
+         asked.maxRepairNodes() ? std::min( asked.maxRepairNodes(), most ) : most;
+      const std::string fault = topology.walker->fault(
+         repairs, topology.originators( answer.key.dst() ), false, allowed );
       if ( fault.empty() ) {
          return "";
       }

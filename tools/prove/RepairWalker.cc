@@ -101,7 +101,8 @@ RepairWalker::own( std::uint32_t at, const Originators & destination ) {
 /// a router that originates it may as well use another one at the same cost.
 bool
 RepairWalker::forward( std::uint32_t from, const Originators & destination ) const {
-   if ( own( from, destination ) == rest( from, after( from ), destination ) ) {
+   const std::uint32_t here = own( from, destination );
+   if ( here < far && here == rest( from, after( from ), destination ) ) {
       return true;
    }
    ++packet_;
@@ -141,7 +142,15 @@ RepairWalker::crosses( std::uint32_t from, const Repair::Segment & segment ) con
    } );
 }
 
-/// Whether a link that does not fail is a shortest path after the failure.
+/// Whether a link that does not fail leads there; for `adjacent` it is a shortest path after it.
+bool
+RepairWalker::joined( std::uint32_t from, std::uint32_t to ) const {
+   return mayCross( from )
+          && std::ranges::any_of( network_.steps[ from ], [ & ]( const Step & step ) {
+                return step.to == to && !fails( from, step );
+             } );
+}
+
 bool
 RepairWalker::adjacent( std::uint32_t from, std::uint32_t to ) const {
    return std::ranges::any_of( network_.steps[ from ], [ & ]( const Step & step ) {
@@ -150,12 +159,12 @@ RepairWalker::adjacent( std::uint32_t from, std::uint32_t to ) const {
 }
 
 bool
-RepairWalker::walk( const Repair & repair, const Originators & destination ) const {
+RepairWalker::walk( const Repair & repair, const Originators & destination, bool mayLeave ) const {
    std::uint32_t at = repair.firstHop;
    for ( const std::uint32_t link : repair.firstLinks ) {
       const auto leaves = [ & ]( const Step & s ) {
          return s.link == link && s.to == at && !fails( failure_.plr, s )
-                && s.metric == after( failure_.plr )[ at ];
+                && ( mayLeave || s.metric == after( failure_.plr )[ at ] );
       };
       if ( std::ranges::none_of( network_.steps[ failure_.plr ], leaves ) ) {
          return false;
@@ -165,7 +174,7 @@ RepairWalker::walk( const Repair & repair, const Originators & destination ) con
       const std::uint32_t next = segment.node;
       if ( !( segment.link == none ? forward( at, { { segment.node, 0 } } )
                                    : crosses( at, segment ) )
-           || !onPath( next, next, destination ) ) {
+           || !( mayLeave || onPath( next, next, destination ) ) ) {
          return false;
       }
       at = next;
@@ -185,7 +194,8 @@ RepairWalker::onPath( std::uint32_t from, std::uint32_t to,
 
 /// By breadth: from every router where a segment may begin, to every router further on the path.
 std::uint32_t
-RepairWalker::fewestNodes( std::uint32_t firstHop, const Originators & destination ) const {
+RepairWalker::fewestNodes( std::uint32_t firstHop, const Originators & destination,
+                           bool mayLeave ) const {
    std::vector< std::uint32_t > begins{ firstHop };
    std::vector< bool > used( network_.steps.size() );
    for ( std::uint32_t nodes = 0; !begins.empty(); ++nodes ) {
@@ -196,10 +206,11 @@ RepairWalker::fewestNodes( std::uint32_t firstHop, const Originators & destinati
          }
          for ( std::uint32_t to = 0; to < network_.steps.size(); ++to ) {
             if ( used[ to ] || to == failure_.plr || after( from )[ to ] >= far
-                 || !onPath( from, to, destination ) ) {
+                 || !( mayLeave || onPath( from, to, destination ) ) ) {
                continue;
             }
-            if ( ( nodes && adjacent( from, to ) ) || forward( from, { { to, 0 } } ) ) {
+            if ( ( nodes && ( mayLeave ? joined( from, to ) : adjacent( from, to ) ) )
+                 || forward( from, { { to, 0 } } ) ) {
                used[ to ] = true;
                next.push_back( to );
             }
@@ -210,28 +221,32 @@ RepairWalker::fewestNodes( std::uint32_t firstHop, const Originators & destinati
    return far;
 }
 
-/// Calls it for each neighbour on a shortest path after the failure.
-template< class Visit >
-void
-RepairWalker::forEachFirstHop( const Originators & destination, Visit && visit ) const {
+/// Whether the step leads to a neighbour on a shortest path after the failure.
+bool
+RepairWalker::isFirst( const Step & step, const Originators & destination ) const {
+   return !fails( failure_.plr, step ) && after( failure_.plr )[ step.to ] == step.metric
+          && onPath( step.to, step.to, destination );
+}
+
+/// Of the repairs by all first hops.
+std::uint32_t
+RepairWalker::fewestNodes( const Originators & destination, bool mayLeave ) const {
+   std::uint32_t least = far;
    for ( const Step & step : network_.steps[ failure_.plr ] ) {
-      if ( !fails( failure_.plr, step ) && after( failure_.plr )[ step.to ] == step.metric
-           && onPath( step.to, step.to, destination ) ) {
-         visit( step.to );
+      if ( mayLeave ? !fails( failure_.plr, step ) : isFirst( step, destination ) ) {
+         least = std::min( least, fewestNodes( step.to, destination, mayLeave ) );
       }
    }
+   return least;
 }
 
 std::optional< std::uint32_t >
-RepairWalker::nodesNeeded( const Originators & destination ) const {
+RepairWalker::nodesNeeded( const Originators & destination, bool mayLeave ) const {
    const std::uint32_t cheapest = cost( after( failure_.plr ), destination );
    if ( cheapest >= far || own( failure_.plr, destination ) == cheapest ) {
       return std::nullopt;
    }
-   std::uint32_t least = far;
-   forEachFirstHop( destination, [ & ]( std::uint32_t firstHop ) {
-      least = std::min( least, fewestNodes( firstHop, destination ) );
-   } );
+   const std::uint32_t least = fewestNodes( destination, mayLeave );
    return least < far ? std::optional( least ) : std::nullopt;
 }
 
@@ -249,7 +264,10 @@ RepairWalker::fault( const std::vector< Repair > & repairs, const Originators & 
    }
    std::map< std::uint32_t, std::size_t > found, wanted;  // nodes, by first hop
    for ( const Repair & repair : repairs ) {
-      if ( repair.firstLinks.empty() || !walk( repair, destination ) ) {
+      const bool arrives = walk( repair, destination, false )
+                           || ( fewestNodes( destination, false ) > nodesAllowed
+                                && walk( repair, destination, true ) );
+      if ( repair.firstLinks.empty() || !arrives || repair.segments.size() > nodesAllowed ) {
          return "by " + std::to_string( repair.firstHop ) + " packets do not arrive";
       }
       found[ repair.firstHop ] = repair.segments.size();
@@ -257,16 +275,22 @@ RepairWalker::fault( const std::vector< Repair > & repairs, const Originators & 
    if ( !tryAll && !repairs.empty() ) {
       return "";
    }
-   std::size_t least = far;
-   forEachFirstHop( destination, [ & ]( std::uint32_t firstHop ) {
-      const std::uint32_t nodes = fewestNodes( firstHop, destination );
-      least = std::min< std::size_t >( least, nodes );
+   const std::uint32_t least = fewestNodes( destination, false );
+   if ( least > nodesAllowed ) {
+      const std::uint32_t leaving = fewestNodes( destination, true );
+      const bool right = leaving <= nodesAllowed
+                            ? repairs.size() == 1 && repairs[ 0 ].segments.size() == leaving
+                            : repairs.empty();
+      return right ? "" : "off the path would need " + std::to_string( leaving ) + " nodes";
+   }
+   for ( const Step & step : network_.steps[ failure_.plr ] ) {
+      const std::uint32_t nodes =
+         isFirst( step, destination ) ? fewestNodes( step.to, destination, false ) : far;
       if ( nodes <= nodesAllowed ) {
-         wanted[ firstHop ] = nodes;
+         wanted[ step.to ] = nodes;
       }
-   } );
-   const bool right =
-      found == wanted && ( repairs.empty() || repairs[ 0 ].segments.size() == least );
+   }
+   const bool right = found == wanted && repairs[ 0 ].segments.size() == least;
    return right ? "" : "would need " + std::to_string( least ) + " nodes";
 }
 

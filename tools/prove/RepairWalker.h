@@ -62,11 +62,14 @@ class RepairWalker {
    /// What is wrong with the repairs, in words, or nothing. None is right when the failure
    /// disconnects the destination, or when more nodes are needed than there may be. `tryAll`: also
    /// proves that there is one for each first hop after the failure, that no fewer nodes would do,
-   /// and that the first one has the fewest.
+   /// and that the first one has the fewest. Where they all have more than `nodesAllowed`, one that
+   /// leaves the paths after the failure is right, and it must have the fewest of these.
    std::string fault( const std::vector< Repair > & repairs, const Originators & destination,
                       bool tryAll, std::uint32_t nodesAllowed = maxNodes ) const;
-   /// By how many repair nodes there would be a repair; nothing where by none, or none is due.
-   std::optional< std::uint32_t > nodesNeeded( const Originators & destination ) const;
+   /// By how many repair nodes there would be a repair on the paths after the failure, or one that
+   /// may leave them; nothing where by none, or none is due.
+   std::optional< std::uint32_t > nodesNeeded( const Originators & destination,
+                                               bool mayLeave = false ) const;
    /// Whether there is a way to the destination before the failure.
    bool reaches( std::uint32_t router, const Originators & destination ) const;
 
@@ -86,12 +89,14 @@ class RepairWalker {
                        const Originators & destination ) const;
    bool forward( std::uint32_t from, const Originators & destination ) const;
    bool crosses( std::uint32_t from, const Repair::Segment & segment ) const;
+   bool joined( std::uint32_t from, std::uint32_t to ) const;
    bool adjacent( std::uint32_t from, std::uint32_t to ) const;
-   bool walk( const Repair & repair, const Originators & destination ) const;
+   bool walk( const Repair & repair, const Originators & destination, bool mayLeave ) const;
    bool onPath( std::uint32_t from, std::uint32_t to, const Originators & destination ) const;
-   std::uint32_t fewestNodes( std::uint32_t firstHop, const Originators & destination ) const;
-   template< class Visit >
-   void forEachFirstHop( const Originators & destination, Visit && visit ) const;
+   bool isFirst( const Step & step, const Originators & destination ) const;
+   std::uint32_t fewestNodes( std::uint32_t firstHop, const Originators & destination,
+                              bool mayLeave ) const;
+   std::uint32_t fewestNodes( const Originators & destination, bool mayLeave ) const;
 
    const RepairNetwork network_;
    Failure failure_;
