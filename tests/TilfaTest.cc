@@ -149,23 +149,42 @@ TEST( Tilfa, aRepairStaysWhileWhatIsProtectedChanges ) {
 }
 
 TEST( Tilfa, saysWhyThereIsNone ) {
-   TestLab lab( ring, client );
-   lab.down( "A-B" );
-   lab.request( "tilfa", "all", "C" );
-   lab.request( "tilfa", "self", "A", linkOf( "E-A.b" ) );
-   lab.request( "tilfa", "node", "E", nodeBehind( "E-A.b", "E" ), { { "id", 2 } } );
-   lab.request( "tilfa", "other", "D", nodeBehind( "A-B.a", "C" ) );
-   lab.request( "tilfa", "gone", "E", linkOf( "A-B.a" ) );
-   for ( const bool isThere : { false, true } ) {
-      lab.settle();
-      for ( const char * path : { "all", "self", "node", "other", "gone" } ) {
-         const bool mayBe = isThere && path == std::string( "gone" );
-         EXPECT_EQ( repair( lab, path ).empty(), !mayBe ) << path;
-         EXPECT_EQ( lab.error( "tilfa", path ).empty(), mayBe ) << path;
-      }
-      EXPECT_EQ( lab.statusTable( "tilfa" )->pqInfos(), isThere ? 1u : 0u );
-      lab.up( "A-B" );
+   TestLab lab( std::string( ring ) + "; A =lan1 5= H I; A -1- P; A -1- Q -5- R -1- P", client );
+   Json few = linkOf( "A-P.a" ), hops = linkOf( "A-B.a" ), stranger = linkOf( "lan1.A" );
+   few[ "maxRepairNodes" ] = 1;
+   hops[ "includeHop" ] = { { { "addr", "10.0.0.3" }, { "loose", true } } };
+   stranger[ "neighbor" ] = "0000.0000.0003";
+   struct Request {
+      const char *dst, *reason;
+      Json constraint;
+   };
+   const std::vector< Request > requests{
+      { "C", "no protected interface asked for", Json::object() },
+      { "A", "source is the destination", linkOf( "E-A.b" ) },
+      { "E", "destination is the protected node", nodeBehind( "E-A.b", "E" ) },
+      { "D", "another node is behind interface A-B.a", nodeBehind( "A-B.a", "C" ) },
+      { "D", "interface B-C.a not found in topology", linkOf( "B-C.a" ) },
+      { "D", "neighbor not found on the LAN behind lan1.A", stranger },
+      { "0000.0000.0099", "destination not found in topology", linkOf( "A-B.a" ) },
+      { "10.99.0.0/16", "prefix is not announced", linkOf( "A-B.a" ) },
+      { "F", "no path to the destination that avoids what is protected",
+        nodeBehind( "A-B.a", "B" ) },
+      { "P", "2 repair nodes would be needed, more than there may be", few },
+      { "C", "a repair has no explicit hops", hops },
+      { "E", "", linkOf( "A-B.a" ) } };
+   for ( std::size_t i = 0; i < requests.size(); ++i ) {
+      lab.request( "tilfa", std::to_string( i ), requests[ i ].dst, requests[ i ].constraint,
+                   { { "id", i } } );
    }
+   lab.settle();
+   for ( std::size_t i = 0; i < requests.size(); ++i ) {
+      EXPECT_EQ( lab.error( "tilfa", std::to_string( i ) ), requests[ i ].reason );
+      EXPECT_EQ( repair( lab, std::to_string( i ) ).empty(), requests[ i ].reason[ 0 ] != '\0' );
+   }
+   EXPECT_EQ( lab.statusTable( "tilfa" )->pqInfos(), 1u );
+   lab.down( "A-B" );
+   lab.settle();
+   EXPECT_EQ( lab.error( "tilfa", "7" ), "interface A-B.a not found in topology" );
 }
 
 TEST( Tilfa, theFarEndMaySpeakFirst ) {

@@ -93,6 +93,7 @@ VrfRoot::handleInitialized() {
    childPathStatusCacheSmIs( childPathTables() );
    repairScopeIs( topology_ );
    prefixWatchIs( allTopoDbStatus() );
+   protectionTableIs();
    initializedIs( true );
 }
 
@@ -109,6 +110,7 @@ VrfRoot::doPrepareToDie() {
    childPathStatusCacheSmDel();
    repairScopeDel();
    prefixWatchDel();
+   protectionTableDel();
    teIntfStatusSmDel();
    dedupPqInfoTableDel();
    handleDestruction();

@@ -96,6 +96,7 @@ class VrfRoot : public Lum::Entity {
    /// Made with the first TI-LFA path.
    LUM_CHILD( dedupPqInfoTable, Lfa::DedupPqInfoTable );
    LUM_CHILD( prefixWatch, Lfa::PrefixWatch );
+   LUM_CHILD( protectionTable, Lfa::ProtectionTable );
    LUM_CHILD( bwUsageManager, BwUsageManager );
    LUM_CHILD( allTopoDbStatus, AllTopoDbStatus );
    LUM_CHILD( allTopoDbSm, AllTopoDbSm );

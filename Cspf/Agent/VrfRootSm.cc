@@ -230,12 +230,13 @@ VrfRootSm::doCleanupPathSms( const PathInfoKey & key ) {
 void
 VrfRootSm::doInitConstraintMachines( const Lum::Ptr< PathStatusInfo > & pathStatusInfo ) {
    const PathInfoKey & key = pathStatusInfo->pathInfoKey();
+   if ( isTilfa( key ) && !key.internal() ) {  // its protection refreshes it
+      initializePqComputeSm( key, pathStatusInfo );
+      return;
+   }
    // The refresh machine marks the path; the update machine that asks for the run comes after it.
    vrfRoot_->pathStatusUpdateSmDel( key );
    vrfRoot_->pathRefreshSmIs( key, newPathRefreshSm( pathStatusInfo ) );
-   if ( isTilfa( key ) ) {
-      initializePqComputeSm( key, pathStatusInfo );
-   }
    vrfRoot_->pathStatusUpdateSmIs(
       key, new PathStatusUpdateSm(
               vrfRoot_->constraintInfoTable(), vrfRoot_->pathUsageSm( key ), pathStatusInfo,
@@ -295,7 +296,8 @@ VrfRootSm::repairContext() const {
             vrfRoot_->allTopoDbStatus(),
             vrfRoot_->clientData()->isisAdjacencyInfo(),
             vrfRoot_->dedupPqInfoTable(),
-            vrfRoot_->prefixWatch() };
+            vrfRoot_->prefixWatch(),
+            vrfRoot_->protectionTable() };
 }
 
 }

@@ -177,6 +177,7 @@ class ConstraintInfo : public Lum::Entity {
       : constraint_( dedupConstraintOf( handle ) ) {}
    LUM_COLLECTION_ORDERED( path, PathInfoKey, bool );
    LUM_COUNTER( cspfRequestCount );                     ///< requests for a computation
+   LUM_COUNTER( answeredCount );                        ///< of a repair's: they were answered
    LUM_ATTRIBUTE( topoInfoChangedAt, double );          ///< seconds; 0: reset
    LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfRunInfo > );  ///< the last run
    LUM_ATTRIBUTE( sourceMissing, bool );

@@ -30,8 +30,7 @@ DedupPqInfoTable::DedupPqInfoTable( const Lum::Ptr< Status > & status,
      idConfig_( Lum::make< Kiv::NumAllocatorConfig >( identifiers ) ),
      idStatus_( Lum::make< Kiv::NumAllocatorStatus >() ),
      idAllocator_( Lum::make< Kiv::NumAllocator >( idConfig_, idStatus_ ) ),
-     dedupTable_( Lum::make< Kiv::DedupTable< DedupPqInfo > >() ),
-     sharedRepairs_( Lum::make< Kiv::DedupTable< SharedRepairs > >() ) {}
+     dedupTable_( Lum::make< Kiv::DedupTable< DedupPqInfo > >() ) {}
 
 DedupPqInfoTable::~DedupPqInfoTable() {
    dedupTable_->detach();
@@ -41,7 +40,6 @@ DedupPqInfoTable::~DedupPqInfoTable() {
 void
 DedupPqInfoTable::handleInitialized() {
    dedupTable_->DedupHashTableUnorderedSetIs( true );
-   sharedRepairs_->DedupHashTableUnorderedSetIs( true );
    dedupTable_->lifeTimeNotifieeIs( Lum::make< DedupPqInfoLTNotifiee >( *this ) );
    takeOverPublished();
    LUM_WATCH_KEYS( status_, pathStatus, handlePathStatus );

@@ -9,7 +9,6 @@
 namespace Cspf::Lfa {
 
 class DedupPqInfoTable;
-class SharedRepairs;
 
 /// Publishes a repair under an identifier of its own when its first user comes, and withdraws it
 /// after the last one has let it go.
@@ -50,10 +49,6 @@ class DedupPqInfoTable : public Lum::Reactor {
    /// Where the repairs are published.
    const Lum::Ptr< Status > & status() const noexcept { return status_; }
    const Lum::Ptr< Kiv::DedupTable< DedupPqInfo > > & dedupTable() const { return dedupTable_; }
-   /// What the repairs are worked out of, by runs.
-   const Lum::Ptr< Kiv::DedupTable< SharedRepairs > > & sharedRepairs() const {
-      return sharedRepairs_;
-   }
    const Lum::Ptr< Kiv::NumAllocator > & idAllocator() const { return idAllocator_; }
    const Lum::Ptr< Kiv::NumAllocatorConfig > & idConfig() const { return idConfig_; }
    const Lum::Ptr< Kiv::NumAllocatorStatus > & idStatus() const { return idStatus_; }
@@ -75,7 +70,6 @@ class DedupPqInfoTable : public Lum::Reactor {
    const Lum::Ptr< Kiv::NumAllocatorStatus > idStatus_;
    const Lum::Ptr< Kiv::NumAllocator > idAllocator_;
    const Lum::Ptr< Kiv::DedupTable< DedupPqInfo > > dedupTable_;
-   const Lum::Ptr< Kiv::DedupTable< SharedRepairs > > sharedRepairs_;
    std::map< std::uint32_t, Use > uses_;       // of what is published, by identifier
    Lum::Map< PathKey, std::uint32_t > named_;  // by published path
    Lum::Map< PqPath, std::uint32_t > unheld_;  // published, named by a path, and nothing more

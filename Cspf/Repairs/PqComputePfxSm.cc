@@ -1,9 +1,9 @@
 // Repairs towards prefixes. What differs from a router is where the packet may end, and that this
 // changes without the graph: a prefix moves, is advertised by one more router, or at another
 // metric. That is heard of at once, and what is to be done waits for the hold-down: prefixes that
-// flap cost one computation a period. The store stamps it like any change of the topology, too, so
-// the path is refreshed; but where the trees at hand are of the graph as it is, the refresh does
-// not wait until its run, held down for seconds perhaps, is found to hold.
+// flap cost one computation a period. The store stamps it like any change of the topology, too; but
+// where the trees at hand are of the graph as it is, the repair does not wait until their run, held
+// down for seconds perhaps, is found to hold.
 
 #include "Cspf/Repairs/PqComputeSm.h"
 #include "platform/Kiv/DumpContext.h"
@@ -15,25 +15,26 @@ namespace Cspf::Lfa {
 PqComputePfxSm::PqComputePfxSm( const RepairContext & context, const PathInfoKey & pathInfoKey )
    : PqComputeSm( context, pathInfoKey ),
      prefix_( destination().ipPrefix() ? destination().ipPrefix()
-                                       : Kivnet::IpGenPrefix::host( destination().ipAddress() ) ),
-     pqComputePrcTask_( *this, context.taskScheduler,
-                        "pqComputePrcTask-" + pathInfoKey.traceString(),
-                        [ this ]() { handlePqComputePrcTask(); } ) {}
+                                       : Kivnet::IpGenPrefix::host( destination().ipAddress() ) ) {}
 
-std::vector< OriginatorInfo >
-PqComputePfxSm::originators() const {
+/// Calls `visit( router, metric )` for each router that originates the prefix.
+template< class Visit >
+void
+PqComputePfxSm::forEachOriginator( Visit && visit ) const {
    const auto & status = context().allTopoDbStatus;
    if ( !topoId() ) {
-      return status->originators( prefix_ );
+      for ( const OriginatorInfo & originator : status->originators( prefix_ ) ) {
+         visit( originator );
+      }
+      return;
    }
-   std::vector< OriginatorInfo > result;
    const auto & table = status->pfxOriginatorInfoTable( topoId() );
-   if ( const auto prefix = table ? table->pfxOriginatorInfo( prefix_ ) : nullptr ) {
-      for ( const auto & [ router, originator ] : prefix->originatorInfoColl() ) {
-         result.push_back( originator );
+   const auto * prefix = table ? table->pfxOriginatorInfoFind( prefix_ ) : nullptr;
+   if ( prefix ) {
+      for ( const auto & [ router, originator ] : ( *prefix )->originatorInfoColl() ) {
+         visit( originator );
       }
    }
-   return result;
 }
 
 void
@@ -46,6 +47,8 @@ PqComputePfxSm::handleInitialized() {
 void
 PqComputePfxSm::doPrepareToDie() {
    context().prefixWatch->listenerDel( prefix_, *this );
+   pqComputePrcTask_ = nullptr;
+   PqComputeSm::doPrepareToDie();
 }
 
 void
@@ -62,66 +65,52 @@ PqComputePfxSm::watchOriginators() {
 void
 PqComputePfxSm::handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & ) {
    watchOriginators();
-   networkUpdate_ = true;
-   if ( runsAreKnown() ) {
-      schedulePrc();
-   }
+   schedulePrc();
 }
 
 void
-PqComputePfxSm::handleOriginatorInfo( const NodeId & router ) {
-   reachabilityUpdate_.insert( router );
-   if ( runsAreKnown() ) {
-      schedulePrc();
-   }
+PqComputePfxSm::handleOriginatorInfo( const NodeId & ) {
+   schedulePrc();
 }
 
-void
-PqComputePfxSm::handleCspfData() {
-   const bool onlyReachability =
-      runsAreKnown() && canCompute() && runs().complete() && reachabilityChanged();
-   if ( onlyReachability ) {
-      schedulePrc();
-   } else {
-      PqComputeSm::handleCspfData();
-   }
-}
-
+/// Where other runs are to come, what is worked out of them has seen the change.
 void
 PqComputePfxSm::schedulePrc() {
-   if ( pqComputePrcTask_.scheduled() ) {
+   reachabilityChanged_ = true;
+   if ( pqComputePrcTask_ || !protection().runsAreKnown() ) {
       return;
    }
    const Lum::Seconds sinceLast = Lum::now() - prcLastRan_;
    if ( sinceLast >= 2 * prcCurrentHoldInterval_ ) {
       prcCurrentHoldInterval_ = initialHoldInterval;
    }
-   pqComputePrcTask_.schedule( std::max( 0.0, prcCurrentHoldInterval_ - sinceLast ) );
+   pqComputePrcTask_ = std::make_unique< Kiv::Task >(
+      *this, context().taskScheduler, "pqComputePrcTask-" + destination().stringValue(),
+      [ this ]() { handlePqComputePrcTask(); } );
+   pqComputePrcTask_->schedule( std::max( 0.0, prcCurrentHoldInterval_ - sinceLast ) );
 }
 
 void
 PqComputePfxSm::handlePqComputePrcTask() {
-   if ( waitsForRefresh() && runsAreKnown() && runs().complete() ) {
-      // The trees hold: the path's first stage is over, and its second one leads here again.
-      context().pathStatusCacheTable->pathStatusCache( pathInfoKey() )->refreshedStage1CountInc();
-      return;
-   }
-   if ( !canCompute() || !reachabilityChanged() ) {
-      return;  // the end of the refresh, or the next run, computes; or has done so
+   pqComputePrcTask_ = nullptr;
+   if ( !reachabilityChanged_ || !protection().runsAreKnown() ) {
+      return;  // the next runs compute; or have done so
    }
    const Lum::Seconds now = Lum::now();
    if ( now - prcLastRan_ < 2 * prcCurrentHoldInterval_ ) {
       prcCurrentHoldInterval_ = std::min( maxHoldInterval, 2 * prcCurrentHoldInterval_ );
    }
    prcLastRan_ = now;
+   if ( waitsForRefresh() ) {
+      handleCspfData();
+   }
    handlePqComputeTask();
 }
 
 void
 PqComputePfxSm::handlePqComputeTask() {
-   if ( canCompute() ) {
-      reachabilityUpdate_.clear();
-      networkUpdate_ = false;
+   if ( !waitsForRefresh() && runs().complete() ) {
+      reachabilityChanged_ = false;
    }
    PqComputeSm::handlePqComputeTask();
 }
@@ -129,12 +118,12 @@ PqComputePfxSm::handlePqComputeTask() {
 std::vector< CspfRepairTable::Originator >
 PqComputePfxSm::getAllDestinationNodes() const {
    std::vector< CspfRepairTable::Originator > result;
-   for ( const OriginatorInfo & originator : originators() ) {
+   forEachOriginator( [ & ]( const OriginatorInfo & originator ) {
       const CspfVertex router = topology().vertex( originator.routerId() );
       if ( router != noVertex ) {
          result.push_back( { router, originator.metric() } );
       }
-   }
+   } );
    return result;
 }
 
@@ -156,11 +145,11 @@ PqComputePfxSm::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent + 1, "%*chold interval: %.3f seconds\n", prcCurrentHoldInterval_ );
    context.dumpAge( indent + 1, "last run for a prefix change", prcLastRan_ > 0 ? prcLastRan_ : 0 );
    context.printf( indent + 1, "%*crun for a prefix change scheduled: %s\n",
-                   pqComputePrcTask_.scheduled() ? "yes" : "no" );
-   for ( const OriginatorInfo & originator : originators() ) {
+                   pqComputePrcTask_ ? "yes" : "no" );
+   forEachOriginator( [ & ]( const OriginatorInfo & originator ) {
       context.printf( indent + 1, "%*coriginator %s, metric %u\n",
                       originator.routerId().stringValue().c_str(), originator.metric() );
-   }
+   } );
 }
 
 }

@@ -1,16 +1,14 @@
-// When the repair of a path is worked out, and what becomes of it. Four runs come in on their own
-// throttles; a repair needs all four of one and the same topology, so this waits until the last one
-// has caught up. Meanwhile what is published stays. A run that cannot be had ends the wait: then
-// there is no repair, and the client reads why. But when the protected link goes, which is when
-// routers need the repair, the one that is published stays until its request goes or the link is
-// back.
+// What the repair of one path is, and what becomes of it. When it is worked out its protection
+// decides. When the protected link goes, which is when routers need the repair, the one that is
+// published stays until its request goes or the link is back.
 //
-// The repair is the second stage of the path's refresh; counting it makes the path's publisher
-// compare and write. Nothing is counted while a newer refresh is under way, whose own second
-// stage comes later.
+// Most requests are looked at only to find that their repair is what it was. So the best repair is
+// traced first, and others only where its next hop is not known; and nothing is told to anyone that
+// has not changed.
 
 #include "Cspf/Repairs/PqComputeSm.h"
 
+#include "Cspf/Paths/StatusUpdate.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
@@ -21,10 +19,7 @@ namespace Cspf::Lfa {
 
 namespace {
 
-Lum::Ptr< const LfaCspfData >
-dataOf( const Lum::Ptr< PathStatusCache > & cache ) {
-   return cache ? Lum::cast< const LfaCspfData >( cache->cspfData() ) : nullptr;
-}
+constexpr std::size_t allRepairs = ~std::size_t{ 0 };
 
 std::uint32_t
 cheapest( const CspfTree & tree, const std::vector< CspfRepairTable::Originator > & originators ) {
@@ -38,68 +33,54 @@ cheapest( const CspfTree & tree, const std::vector< CspfRepairTable::Originator 
    return static_cast< std::uint32_t >( least );
 }
 
+const PathConstraint &
+askedBy( const PathConfigInfo & row ) {
+   return row.cspfConfig()->pathConfigFind( row.pathInfoKey().pathKey() )->constraint();
+}
+
 }
 
 PqComputeSm::PqComputeSm( const RepairContext & context, const PathInfoKey & pathInfoKey )
-   : context_( context ),
-     pathInfoKey_( pathInfoKey ),
+   : pathConfigInfo_( context.pathConfigInfoTable->pathConfigInfo( pathInfoKey ) ),
      pathStatusInfo_( context.pathStatusInfoTable->pathStatusInfo( pathInfoKey ) ),
-     pqComputeTask_( *this, context.taskScheduler, "pqComputeTask-" + pathInfoKey.traceString(),
-                     [ this ]() { handlePqComputeTask(); } ) {}
+     pathStatusCache_( context.pathStatusCacheTable->pathStatusCache( pathInfoKey ) ),
+     protection_( context.protectionTable->protectionIs(
+        context, { pathStatusInfo_->constraint(), pathConfigInfo_->treesId() },
+        pathInfoKey.clientName(), repairConstraint( askedBy( *pathConfigInfo_ ) ) ) ) {}
 
 void
 PqComputeSm::handleInitialized() {
-   LUM_WATCH( pathStatusInfo_, stage2RequestCount, handleCspfData );
-   if ( context_.isisAdjacencyInfo ) {
-      LUM_WATCH_KEYS( context_.isisAdjacencyInfo, adjacency, handleAdjacency );
-   }
-   bindCaches();
+   protection_->requestIs( *this );
    adoptPublished();
-   handleCspfData();
+   pathStatusInfo_->refreshIs( refreshReasonConfigChanged );
+   LUM_WATCH( pathStatusInfo_, refreshNeeded, handleRefreshNeeded );
+   handleRefreshNeeded();
 }
 
-Lum::Ptr< PathStatusCache >
-PqComputeSm::cacheOf( const PathInfoKey & key ) {
-   auto cache = context_.pathStatusCacheTable->pathStatusCache( key );
-   if ( cache ) {
-      LUM_WATCH( cache, cspfData, handleCspfData );
-   }
-   return cache;
+void
+PqComputeSm::doPrepareToDie() {
+   protection_->requestDel( *this );
+   context().protectionTable->protectionDel( protection_->key() );
 }
 
-Lum::Ptr< PathStatusCache >
-PqComputeSm::treeCache( TilfaTree tree ) {
-   const std::uint32_t trees =
-      context_.pathConfigInfoTable->pathConfigInfo( pathInfoKey_ )->treesId();
-   auto cache =
-      cacheOf( tilfaTreeKey( pathInfoKey_.clientName(), trees, tree, isLinkProtection_ ) );
-   if ( cache ) {
-      LUM_WATCH( cache, refreshedStage1Count, handleCspfData );
+void
+PqComputeSm::handleRefreshNeeded() {
+   if ( pathStatusInfo_->refreshNeeded() ) {
+      protection_->refreshIs( *this );
    }
-   return cache;
+}
+
+void
+PqComputeSm::handleCspfData() {
+   pathStatusInfo_->refreshNeededIs( false );
+   pathStatusInfo_->refreshReasonIs( 0 );
+   pathStatusCache_->refreshedStage1CountInc();
+   isDue_ = true;
 }
 
 const PathConstraint &
 PqComputeSm::asked() const {
-   const auto & row = context_.pathConfigInfoTable->pathConfigInfo( pathInfoKey_ );
-   return row->cspfConfig()->pathConfigFind( pathInfoKey_.pathKey() )->constraint();
-}
-
-void
-PqComputeSm::bindCaches() {
-   const PathConstraint constraint = repairConstraint( asked() );
-   isLinkProtection_ = isLinkProtection( constraint );
-   pPathStatusCache_ = cPathStatusCache_ = cacheOf( pathInfoKey_ );
-   if ( !constraint.excludeIntf() ) {
-      return;
-   }
-   uFwdPathStatusCache_ = treeCache( TilfaTree::forward );
-   uNgbPathStatusCache_ = treeCache( TilfaTree::neighbor );
-   uRevPathStatusCache_ = treeCache( TilfaTree::reverse );
-   if ( tilfaTrees( constraint ).size() > 3 ) {
-      linkPathStatusCache_ = treeCache( TilfaTree::withoutLink );
-      plrPathStatusCache_ = treeCache( TilfaTree::toPlr );
-   }
+   return askedBy( *pathConfigInfo_ );
 }
 
 /// An agent that starts takes over what an earlier one has published for the same path. Where the
@@ -107,166 +88,78 @@ PqComputeSm::bindCaches() {
 void
 PqComputeSm::adoptPublished() {
    const auto & status = pathStatusInfo_->cspfStatus();
-   const PathStatus * published = status->pathStatusFind( pathInfoKey_.pathKey() );
+   const PathStatus * published = status->pathStatusFind( pathInfoKey().pathKey() );
    const PqInfo * repair = published ? status->pqInfoFind( published->repairPathIdx() ) : nullptr;
-   if ( !repair || pPathStatusCache_->pqInfo() ) {
+   if ( !repair || pathStatusCache_->pqInfo() ) {
       return;
    }
    PqPath path;
    Lum::copyFields( *repair, path );
-   pPathStatusCache_->pqInfoIs( context_.dedupPqInfoTable->dedup( path ) );
-   pPathStatusCache_->achievedIs( published->achieved() );
-   pPathStatusCache_->repairOfIs( Lum::hashOf( asked() ) );
+   pathStatusCache_->pqInfoIs( context().dedupPqInfoTable->dedup( path ) );
+   pathStatusCache_->achievedIs( published->achieved() );
+   pathStatusCache_->repairOfIs( Lum::hashOf( asked() ) );
 }
 
-RepairRuns
-PqComputeSm::currentRuns( bool isLinkProtection ) const {
-   const bool instead = isLinkProtection && !isLinkProtection_;
-   return { dataOf( instead ? linkPathStatusCache_ : cPathStatusCache_ ),
-            dataOf( uFwdPathStatusCache_ ), dataOf( uNgbPathStatusCache_ ),
-            dataOf( instead ? plrPathStatusCache_ : uRevPathStatusCache_ ), isLinkProtection };
-}
-
-bool
-PqComputeSm::runsAreComplete() const {
-   return currentRuns().complete() && ( !linkPathStatusCache_ || currentRuns( true ).complete() );
-}
-
-std::string
-PqComputeSm::missingRunOf( const Lum::Ptr< PathStatusCache > & cache ) const {
-   const auto & path = context_.pathStatusInfoTable->pathStatusInfo( cache->pathInfoKey() );
-   const auto & constraint = path ? path->constraint() : nullptr;
-   const auto & row =
-      constraint ? context_.constraintInfoTable->constraintInfo( constraint ) : nullptr;
-   if ( !row || !( row->sourceMissing() || row->constraintMissingInTopo() ) ) {
-      return "";
-   }
-   if ( row->sourceMissing() ) {
-      return "source not found in topology";
-   }
-   const std::string intf = constraint->pathConstraint().excludeIntf().stringValue();
-   switch ( row->missing() ) {
-   case ConstraintMissing::neighborOnInterface: return "interface " + intf + " has no neighbor";
-   case ConstraintMissing::neighborOnLan: return "neighbor not found on the LAN behind " + intf;
-   case ConstraintMissing::nodeBehindInterface: return "another node is behind interface " + intf;
-   default: return "interface " + intf + " not found in topology";
-   }
-}
-
-/// Why one of the runs will not come; empty while they may.
-std::string
-PqComputeSm::missingRun() const {
-   for ( const auto & cache :
-         { cPathStatusCache_, uFwdPathStatusCache_, uNgbPathStatusCache_, uRevPathStatusCache_ } ) {
-      if ( !cache ) {
-         return "no protected interface asked for";
-      }
-      if ( std::string missing = missingRunOf( cache ); !missing.empty() ) {
-         return missing;
-      }
-   }
-   const auto constrained = dataOf( cPathStatusCache_ );
-   return constrained && constrained->buildReverseSpt() ? "reverse path asked for" : "";
-}
-
-bool
-PqComputeSm::canCompute() const {
-   return pathStatusInfo_->constraint() && !waitsForRefresh()
-          && ( runsAreComplete() || !missingRun().empty() );
-}
-
-void
-PqComputeSm::handleCspfData() {
-   TRACE8( "called for " << pathInfoKey_.traceString() );
-   if ( canCompute() ) {
-      pqComputeTask_.schedule();
-   } else if ( pqComputeTask_.scheduled() ) {
-      TRACE8( "Unscheduling pqComputeTask" );
-      pqComputeTask_.unschedule();
-   }
-}
-
-void
-PqComputeSm::handleAdjacency( const IsisExportImpl::AdjacencyKey & key ) {
-   if ( std::ranges::find( adjacencyKeys_, key ) != adjacencyKeys_.end() ) {
-      adjacencyUpdatedAt_ = Lum::now();
-      handleCspfData();
-   }
-}
-
+/// A refresh that was asked for meanwhile is answered by what is worked out for it.
 void
 PqComputeSm::handlePqComputeTask() {
-   doPqCompute();
+   if ( pathStatusInfo_->constraint() && !pathStatusInfo_->refreshNeeded() ) {
+      isDue_ = false;
+      doPqCompute();
+   }
 }
 
 void
 PqComputeSm::doPqCompute() {
-   if ( !canCompute() ) {
-      return;
-   }
-   reason_ = missingRun();
-   if ( !reason_.empty() && protectedLinkIsGone() ) {
-      TRACE7( "repair for " << pathInfoKey_.traceString() << " stays: " << reason_ );
-      endStage2();
-      return;
-   }
-   const auto shared = std::pair( repairs_, linkRepairs_ );  // until their successors are found
-   repairs_ = linkRepairs_ = nullptr;
-   runs_ = currentRuns();
+   TRACE8( "called for " << pathInfoKey().traceString() );
+   reason_ = protection_->settledFor();
    if ( !reason_.empty() ) {
-      TRACE7( "no repair for " << pathInfoKey_.traceString() << ": " << reason_ );
-      publish( std::nullopt, RepairKind::none );
+      const bool stays = pathStatusCache_->pqInfo() && protection_->protectedLinkIsGone()
+                         && pathStatusCache_->repairOf() == Lum::hashOf( asked() );
+      TRACE7( ( stays ? "repair stays for " : "no repair for " )
+              << pathInfoKey().traceString() << ": " << reason_ );
+      if ( stays ) {
+         endStage2();
+      } else {
+         publish( std::nullopt, RepairKind::none );
+      }
       return;
    }
-   std::optional< PqPath > path = doPqCompute( isLinkProtection_ );
-   const bool instead = !path && linkPathStatusCache_;
-   if ( instead ) {
+   std::optional< PqPath > path = doPqCompute( false );
+   const bool isInstead = !path && protection_->mayFallBack();
+   if ( isInstead ) {
       path = doPqCompute( true );
    }
-   publish( path, isLinkProtection_ || instead ? RepairKind::link : RepairKind::node );
-}
-
-/// Whether what the published repair protects against has come: the link is gone, or has lost its
-/// neighbour. The repair is that of the request as it is.
-bool
-PqComputeSm::protectedLinkIsGone() const {
-   if ( !pPathStatusCache_->pqInfo() || !uNgbPathStatusCache_
-        || pPathStatusCache_->repairOf() != Lum::hashOf( asked() )
-        || missingRunOf( uNgbPathStatusCache_ ).empty() ) {
-      return false;
-   }
-   const auto & path =
-      context_.pathStatusInfoTable->pathStatusInfo( uNgbPathStatusCache_->pathInfoKey() );
-   return context_.constraintInfoTable->constraintInfo( path->constraint() )->missing()
-          != ConstraintMissing::nodeBehindInterface;
+   publish( path,
+            protection_->isLinkProtection() || isInstead ? RepairKind::link : RepairKind::node );
 }
 
 std::optional< PqPath >
-PqComputeSm::doPqCompute( bool isLinkProtection ) {
+PqComputeSm::doPqCompute( bool isInstead ) {
+   const ProtectionSm::Work work( *protection_, isInstead );
    reason_.clear();
-   runs_ = currentRuns( isLinkProtection );
-   auto & shared = isLinkProtection == isLinkProtection_ ? repairs_ : linkRepairs_;
-   shared =
-      context_.dedupPqInfoTable->sharedRepairs()->dedup( Lum::make< SharedRepairs >( runs_ ) );
    if ( !validateDestination() ) {
       return std::nullopt;
    }
-   TRACE7( "PQ computation with constrained at: " << runs_.constrained->ranAt()
-                                                  << " fwdSpf at: " << runs_.forward->ranAt()
-                                                  << " ngbSpf at: " << runs_.neighbor->ranAt()
-                                                  << " revSpf at: " << runs_.reverse->ranAt() );
-   const AllPqPathWithImmNgb allPqPath = getAllPqPath( *shared );
-   return allPqPath.pqPathWithImmNgbs() > 0 ? getLoadBalancedPqPath( &allPqPath ) : std::nullopt;
+   TRACE8( "PQ computation with constrained at: " << runs().constrained->ranAt()
+                                                  << " fwdSpf at: " << runs().forward->ranAt()
+                                                  << " ngbSpf at: " << runs().neighbor->ranAt()
+                                                  << " revSpf at: " << runs().reverse->ranAt() );
+   for ( const std::size_t most : { std::size_t{ 1 }, allRepairs } ) {
+      const AllPqPathWithImmNgb allPqPath = getAllPqPath( most );
+      if ( allPqPath.pqPathWithImmNgbs() == 0 ) {
+         break;
+      }
+      if ( auto path = getLoadBalancedPqPath( &allPqPath ) ) {
+         return path;
+      }
+   }
+   return std::nullopt;
 }
 
 const TopoId &
 PqComputeSm::topoId() const {
    return pathStatusInfo_->constraint()->pathConstraint().topoId();
-}
-
-const TopoGraph &
-PqComputeSm::topology() const {
-   return runs_.constrained->view().topoGraph();
 }
 
 std::vector< CspfRepairTable::Originator >
@@ -281,12 +174,12 @@ PqComputeSm::getAllDestinationNodes() const {
 
 std::uint32_t
 PqComputeSm::getCostFromProtNodeToDest() const {
-   return cheapest( runs_.neighbor->tree(), getAllDestinationNodes() );
+   return cheapest( runs().neighbor->tree(), getAllDestinationNodes() );
 }
 
 std::uint32_t
 PqComputeSm::getPostConvergenceCostFromPlrToDest() const {
-   return cheapest( runs_.constrained->tree(), getAllDestinationNodes() );
+   return cheapest( runs().constrained->tree(), getAllDestinationNodes() );
 }
 
 bool
@@ -301,11 +194,11 @@ PqComputeSm::validateDestination() {
       TRACE7( "Ignoring computation as destination is not there: " << destination() );
       reason_ = destination().isisSystemId() ? "destination not found in topology"
                                              : "prefix is not announced";
-   } else if ( isDestinationNode( runs_.constrained->source() ) ) {
+   } else if ( isDestinationNode( runs().constrained->source() ) ) {
       TRACE7( "Ignoring computation as source is the destination: " << destination() );
       reason_ = "source is the destination";
-   } else if ( !runs_.isLinkProtection && originators.size() == 1
-               && topology().nodeId( originators.front().router ) == runs_.neighbor->source() ) {
+   } else if ( !runs().isLinkProtection && originators.size() == 1
+               && topology().nodeId( originators.front().router ) == runs().neighbor->source() ) {
       TRACE7( "Ignoring computation as destination is the protected node: " << destination() );
       reason_ = "destination is the protected node";
    } else if ( getPostConvergenceCostFromPlrToDest() == CspfTree::unreachedMetric ) {
@@ -315,12 +208,9 @@ PqComputeSm::validateDestination() {
    return reason_.empty();
 }
 
-/// For each immediate neighbour the repair with the fewest nodes that begins with it.
-AllPqPathWithImmNgb
-PqComputeSm::getAllPqPath( SharedRepairs & shared ) {
+CspfRepairs
+PqComputeSm::repairs( std::size_t most ) const {
    const TopoGraph & topology = this->topology();
-   const auto & cspfData = runs_.constrained;
-   AllPqPathWithImmNgb all;
    const CspfRepairTable::RouterKey routerKey = [ & ]( CspfVertex router ) {
       return topology.nodeId( router ).hash();
    };
@@ -329,21 +219,30 @@ PqComputeSm::getAllPqPath( SharedRepairs & shared ) {
    };
    const auto originators = getAllDestinationNodes();
    const std::uint32_t maxNodes = asked().maxRepairNodes();
-   const CspfRepairs found = shared.table( topology )
-                                .repairs( topology.graph(), cspfData->tree(),
-                                          { originators, maxNodes ? std::min( maxNodes, 8u ) : 8,
-                                            destination().hash(), routerKey, linkKey } );
+   return protection_->repairs().table().repairs(
+      topology.graph(), runs().constrained->tree(),
+      { originators, maxNodes ? std::min( maxNodes, 8u ) : 8, destination().hash(), routerKey,
+        linkKey, most } );
+}
+
+/// For each immediate neighbour the repair with the fewest nodes that begins with it, of so many
+/// neighbours.
+AllPqPathWithImmNgb
+PqComputeSm::getAllPqPath( std::size_t most ) {
+   const TopoGraph & topology = this->topology();
+   const CspfRepairs found = repairs( most );
+   AllPqPathWithImmNgb all;
    for ( const CspfRepair & repair : found.repairs ) {
       PqPathWithImmNgb path{ topology.nodeId( repair.firstHop ), repair.firstLinks, {}, {} };
       for ( const CspfRepairSegment & segment : repair.segments ) {
          const NodeId & node = topology.nodeId( segment.node );
-         LUM_ASSERT( node != cspfData->source() );
+         LUM_ASSERT( node != runs().constrained->source() );
          path.path.push( node.isisSystemId() );
          path.segment.push( this->segment( segment ) );
       }
       all.pqPathWithImmNgb.push_back( std::move( path ) );
    }
-   TRACE7( "Found " << all.pqPathWithImmNgbs() << " PQ paths to dst: " << destination() );
+   TRACE8( "Found " << all.pqPathWithImmNgbs() << " PQ paths to dst: " << destination() );
    if ( found.repairs.empty() ) {
       reason_ = found.nodesNeeded ? std::to_string( found.nodesNeeded )
                                        + " repair nodes would be needed, more than there may be"
@@ -366,13 +265,11 @@ PqComputeSm::segment( const CspfRepairSegment & segment ) const {
    return published;
 }
 
-/// The first one whose next hop is known. A next hop that comes to be known, and would have been
-/// preferred, is heard of.
+/// The first one whose next hop is known.
 std::optional< PqPath >
 PqComputeSm::getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath ) {
    LUM_ASSERT( allPqPath->pqPathWithImmNgbs() != 0 );
    const char * const operation = __PRETTY_FUNCTION__;
-   adjacencyKeys_.clear();
    for ( const PqPathWithImmNgb & candidate : allPqPath->pqPathWithImmNgb ) {
       PqPath path;
       if ( std::ranges::any_of( candidate.firstLinks, [ & ]( CspfEdge link ) {
@@ -383,7 +280,8 @@ PqComputeSm::getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath ) {
          return path;
       }
    }
-   reason_ = "no next hop known on " + adjacencyKeys_.front().intf().stringValue();
+   const CspfEdge preferred = allPqPath->pqPathWithImmNgb.front().firstLinks.front();
+   reason_ = "no next hop known on " + topology().neighbor( preferred ).intfId().stringValue();
    return std::nullopt;
 }
 
@@ -391,16 +289,15 @@ PqComputeSm::getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath ) {
 /// LAN may not.
 bool
 PqComputeSm::resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path,
-                             const char * operation ) {
+                             const char * operation ) const {
    const IsisExportImpl::AdjacencyKey key{ topology().neighbor( firstLink ).intfId(),
                                            immNgb.isisSystemId() };
-   adjacencyKeys_.push_back( key );
-   const auto * adjacency =
-      context_.isisAdjacencyInfo ? context_.isisAdjacencyInfo->adjacencyFind( key ) : nullptr;
+   const auto & adjacencies = context().isisAdjacencyInfo;
+   const auto * adjacency = adjacencies ? adjacencies->adjacencyFind( key ) : nullptr;
    path.nhIntfIs( key.intf() );
    if ( adjacency ) {
-      path.nhIpIs( context_.af == Kivnet::AddressFamily::ipv4 ? adjacency->nexthopV4()
-                                                              : adjacency->nexthopV6() );
+      path.nhIpIs( context().af == Kivnet::AddressFamily::ipv4 ? adjacency->nexthopV4()
+                                                               : adjacency->nexthopV6() );
    }
    if ( !path.nhIp() ) {
       TRACE7_FOR( operation, "Nexthop information not available for intf: "
@@ -412,56 +309,54 @@ PqComputeSm::resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath &
 
 void
 PqComputeSm::publish( const std::optional< PqPath > & path, RepairKind achieved ) {
+   const auto alive = keptAlive();  // whoever reads the reason may withdraw the request
    const auto & status = pathStatusInfo_->cspfStatus();
-   Lum::Ptr< DedupPqInfo > pqInfo = path ? context_.dedupPqInfoTable->dedup( *path ) : nullptr;
+   const auto & held = pathStatusCache_->pqInfo();
+   Lum::Ptr< DedupPqInfo > pqInfo = !path ? nullptr
+                                    : held && held->pqPath() == *path
+                                       ? held
+                                       : context().dedupPqInfoTable->dedup( *path );
    if ( pqInfo && pqInfo->pqIdx() == 0 ) {
       pqInfo = nullptr;
       reason_ = "no repair identifier is left";
    }
    if ( pqInfo ) {
-      status->pathErrorDel( pathInfoKey_.pathKey() );
+      status->pathErrorDel( pathInfoKey().pathKey() );
    } else {
-      status->pathErrorIs( pathInfoKey_.pathKey(), reason_ );
+      status->pathErrorIs( pathInfoKey().pathKey(), reason_ );
    }
-   pPathStatusCache_->achievedIs( pqInfo ? achieved : RepairKind::none );
-   pPathStatusCache_->repairOfIs( Lum::hashOf( asked() ) );
-   pPathStatusCache_->pqInfoIs( pqInfo );
+   if ( isRetired() ) {
+      return;
+   }
+   pathStatusCache_->achievedIs( pqInfo ? achieved : RepairKind::none );
+   pathStatusCache_->repairOfIs( Lum::hashOf( asked() ) );
+   pathStatusCache_->pqInfoIs( pqInfo );
    endStage2();
 }
 
-/// The path's publisher may end this machine's path.
+/// Whoever read the reason may have asked anew; what is worked out for that is published.
 void
 PqComputeSm::endStage2() {
-   const auto alive = keptAlive();
-   pPathStatusCache_->stage2LastRanAtIs( Lum::now() );
-   pPathStatusCache_->refreshedStage2CountInc();
+   pathStatusCache_->stage2LastRanAtIs( Lum::now() );
+   pathStatusCache_->refreshedStage2CountInc();
+   if ( !waitsForRefresh() ) {
+      PathStatusUpdator( *pathStatusInfo_, *pathStatusInfo_->cspfStatus() )
+         .publishPath( *pathStatusCache_ );
+   }
 }
 
 void
 PqComputeSm::dumpState( Kiv::DumpContext & context, int indent ) const {
-   context.printf( indent, "%*cPqComputeSm %s\n", pathInfoKey_.traceString().c_str() );
-   context.printf( indent + 1, "%*cprotection: %s\n", isLinkProtection_ ? "link" : "node" );
-   for ( const auto & key : adjacencyKeys_ ) {
-      context.printf( indent + 1, "%*cadjacency: %s %s\n", key.intf().stringValue().c_str(),
-                      key.systemId().stringValue().c_str() );
-   }
-   context.dumpAge( indent + 1, "adjacency updated", adjacencyUpdatedAt_ );
-   const auto dumpRun = [ & ]( const char * label, const Lum::Ptr< const LfaCspfData > & run ) {
-      context.dumpAge( indent + 1, label, run ? run->ranAt() : 0 );
-   };
-   dumpRun( "constrained run", runs_.constrained );
-   dumpRun( "forward run", runs_.forward );
-   dumpRun( "neighbor run", runs_.neighbor );
-   dumpRun( "reverse run", runs_.reverse );
-   context.printf( indent + 1, "%*ccomputation scheduled: %s\n",
-                   pqComputeTask_.scheduled() ? "yes" : "no" );
+   context.printf( indent, "%*cPqComputeSm %s\n", pathInfoKey().traceString().c_str() );
+   protection_->dumpState( context, indent + 1 );
    if ( !reason_.empty() ) {
       context.printf( indent + 1, "%*c%s: %s\n",
-                      pPathStatusCache_->pqInfo() ? "repair stays" : "no repair", reason_.c_str() );
-   } else if ( runs_.complete() ) {
+                      pathStatusCache_->pqInfo() ? "repair stays" : "no repair", reason_.c_str() );
+   } else if ( runs().complete() ) {
       context.printf( indent + 1, "%*ccost to destination: after the failure %u, from %s %u\n",
                       getPostConvergenceCostFromPlrToDest(),
-                      runs_.neighbor->source().stringValue().c_str(), getCostFromProtNodeToDest() );
+                      runs().neighbor->source().stringValue().c_str(),
+                      getCostFromProtNodeToDest() );
    }
 }
 

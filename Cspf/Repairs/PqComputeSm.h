@@ -1,16 +1,9 @@
 #pragma once
 
-#include "Cspf/Repairs/DedupPqInfoTable.h"
-#include "Cspf/Repairs/PrefixWatch.h"
-#include "Cspf/Repairs/SharedRepairs.h"
-#include "Cspf/Repairs/TilfaKeys.h"
-#include "Cspf/Requests/RepairScope.h"
-#include "Cspf/Topology/Store.h"
-#include "platform/Kiv/TaskScheduler.h"
-#include "schema/Isis.h"
+#include "Cspf/Repairs/ProtectionSm.h"
 
+#include <memory>
 #include <optional>
-#include <set>
 
 /// Repairs for TI-LFA requests: which runs they need, when they are worked out, what is published.
 /// The work itself is CspfRepairTable's.
@@ -32,40 +25,23 @@ struct AllPqPathWithImmNgb {
    std::size_t pqPathWithImmNgbs() const { return pqPathWithImmNgb.size(); }
 };
 
-/// What the repairs of one VRF and family are worked out with.
-struct RepairContext {
-   Kivnet::AddressFamily af;
-   Lum::Ptr< Kiv::TaskScheduler > taskScheduler;
-   Lum::Ptr< const PathConfigInfoTable > pathConfigInfoTable;
-   Lum::Ptr< const PathStatusInfoTable > pathStatusInfoTable;
-   Lum::Ptr< const PathStatusCacheTable > pathStatusCacheTable;
-   Lum::Ptr< const ConstraintInfoTable > constraintInfoTable;
-   Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus;
-   Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo;  ///< may be null
-   Lum::Ptr< DedupPqInfoTable > dedupPqInfoTable;
-   Lum::Ptr< PrefixWatch > prefixWatch;
-};
-
-/// Works out the repair of one client path towards a router. It serves one constraint of the path;
-/// another constraint gets a machine of its own.
+/// Works out the repair of one client path towards a router, when its protection says so. It serves
+/// one constraint of the path; another constraint gets a machine of its own.
 ///
-///   watches                                   handler               writes
-///   PathStatusInfo.stage2RequestCount         handleCspfData
-///   PathStatusCache, own and of each tree:    handleCspfData
-///     cspfData; of trees refreshedStage1Count
-///   IsisAdjacencyInfo.adjacency               handleAdjacency
-///   task pqComputeTask                        handlePqComputeTask   pqInfo, refreshedStage2Count,
-///                                                                   Status.pathError
+///   watches                         handler               writes
+///   PathStatusInfo.refreshNeeded    handleRefreshNeeded
+///   (ProtectionSm)                  handlePqComputeTask   pqInfo, Status.pathStatus, .pathError
 class PqComputeSm : public Lum::Reactor {
    LUM_ENTITY( Cspf::Lfa, PqComputeSm );
-   /// REQUIRES: the path has its rows and those of its trees.
+   /// REQUIRES: the path has its rows and those of its trees, and a constraint.
    PqComputeSm( const RepairContext & context, const PathInfoKey & pathInfoKey );
 
    void handleInitialized() override;
-   /// A run has a new result, or the path's second stage is asked for.
-   virtual void handleCspfData();
+   void doPrepareToDie() override;
+   void handleRefreshNeeded();
+   /// The run that the refresh asked for is there, or what stands for it.
+   void handleCspfData();
    virtual void handlePqComputeTask();
-   void handleAdjacency( const IsisExportImpl::AdjacencyKey & key );
 
    /// Costs in the metric of the IGP, CspfTree::unreachedMetric where there is no path. REQUIRES:
    /// the runs are complete.
@@ -79,61 +55,44 @@ class PqComputeSm : public Lum::Reactor {
    virtual std::vector< CspfRepairTable::Originator > getAllDestinationNodes() const;
    virtual void dumpState( Kiv::DumpContext & context, int indent ) const;
 
+   /// Whether it is to be computed though its runs are those of the last time.
+   bool isDue() const noexcept { return isDue_; }
+   /// Where the protection keeps it.
+   std::size_t place() const noexcept { return place_; }
+   void placeIs( std::size_t place ) noexcept { place_ = static_cast< std::uint32_t >( place ); }
+
  protected:
-   const RepairContext & context() const noexcept { return context_; }
-   const PathInfoKey & pathInfoKey() const noexcept { return pathInfoKey_; }
-   const Destination & destination() const noexcept { return pathInfoKey_.pathKey().dst(); }
+   ProtectionSm & protection() const noexcept { return *protection_; }
+   const RepairContext & context() const noexcept { return protection_->context(); }
+   const PathInfoKey & pathInfoKey() const noexcept { return pathStatusInfo_->pathInfoKey(); }
+   const Destination & destination() const noexcept { return pathInfoKey().pathKey().dst(); }
    const TopoId & topoId() const;
-   const RepairRuns & runs() const noexcept { return runs_; }
+   const RepairRuns & runs() const noexcept { return protection_->repairs().runs(); }
    /// REQUIRES: the runs are complete.
-   const TopoGraph & topology() const;
+   const TopoGraph & topology() const { return protection_->repairs().topology(); }
    bool waitsForRefresh() const { return pathStatusInfo_->refreshNeeded(); }
-   bool canCompute() const;
-   /// Whether the runs are those of the last computation.
-   bool runsAreKnown() const { return repairs_ && repairs_->runs() == currentRuns(); }
    void doPqCompute();
 
  private:
    const PathConstraint & asked() const;
    void adoptPublished();
-   void bindCaches();
-   Lum::Ptr< PathStatusCache > cacheOf( const PathInfoKey & key );
-   Lum::Ptr< PathStatusCache > treeCache( TilfaTree tree );
-   RepairRuns currentRuns() const { return currentRuns( isLinkProtection_ ); }
-   RepairRuns currentRuns( bool isLinkProtection ) const;
-   bool runsAreComplete() const;
-   std::string missingRun() const;
-   std::string missingRunOf( const Lum::Ptr< PathStatusCache > & cache ) const;
-   AllPqPathWithImmNgb getAllPqPath( SharedRepairs & shared );
+   CspfRepairs repairs( std::size_t most ) const;
+   AllPqPathWithImmNgb getAllPqPath( std::size_t most );
    std::optional< PqPath > getLoadBalancedPqPath( const AllPqPathWithImmNgb * allPqPath );
    RepairSegment segment( const CspfRepairSegment & segment ) const;
    bool resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path,
-                        const char * operation );
-   bool protectedLinkIsGone() const;
-   std::optional< PqPath > doPqCompute( bool isLinkProtection );
-   void endStage2();
+                        const char * operation ) const;
+   std::optional< PqPath > doPqCompute( bool isInstead );
    void publish( const std::optional< PqPath > & path, RepairKind achieved );
+   void endStage2();
 
-   const RepairContext context_;
-   const PathInfoKey pathInfoKey_;
-   const Lum::Ptr< const PathStatusInfo > pathStatusInfo_;
-   bool isLinkProtection_ = true;
-   // Each carries one run; null where the request has no such tree.
-   Lum::Ptr< PathStatusCache > pPathStatusCache_;  // the path's own, where the repair goes,
-   Lum::Ptr< PathStatusCache > cPathStatusCache_;  //   which is the run without the resource too
-   Lum::Ptr< PathStatusCache > uFwdPathStatusCache_;
-   Lum::Ptr< PathStatusCache > uNgbPathStatusCache_;
-   Lum::Ptr< PathStatusCache > uRevPathStatusCache_;
-   Lum::Ptr< PathStatusCache > linkPathStatusCache_;  // where the link may be protected instead:
-   Lum::Ptr< PathStatusCache > plrPathStatusCache_;   //   without the link, and reverse to the PLR
-   // Looked up for a next hop, the preferred one first. The last one has it, if any.
-   std::vector< IsisExportImpl::AdjacencyKey > adjacencyKeys_;
-   Lum::Seconds adjacencyUpdatedAt_ = 0;
-   RepairRuns runs_;                        // of the last computation
-   Lum::Ptr< SharedRepairs > repairs_;      // of what is asked for
-   Lum::Ptr< SharedRepairs > linkRepairs_;  // of the link instead
-   std::string reason_;                     // why there is no repair
-   Kiv::Task pqComputeTask_;
+   const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
+   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+   const Lum::Ptr< PathStatusCache > pathStatusCache_;
+   const Lum::Ptr< ProtectionSm > protection_;
+   std::string reason_;  // why there is no repair
+   std::uint32_t place_ = 0;
+   bool isDue_ = false;
 };
 
 /// The same towards a prefix: it ends at the routers that originate it, each at its metric. Where
@@ -154,7 +113,6 @@ class PqComputePfxSm : public PqComputeSm, private PrefixListener {
    void doPrepareToDie() override;
    void handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix ) override;
    void handleOriginatorInfo( const NodeId & router );
-   void handleCspfData() override;
    void handlePqComputeTask() override;
    void handlePqComputePrcTask();
    bool isDestinationNode( const NodeId & nodeId ) const override;
@@ -162,18 +120,16 @@ class PqComputePfxSm : public PqComputeSm, private PrefixListener {
    void dumpState( Kiv::DumpContext & context, int indent ) const override;
 
  private:
-   std::vector< OriginatorInfo > originators() const;
+   template< class Visit >
+   void forEachOriginator( Visit && visit ) const;
    void watchOriginators();
-   bool reachabilityChanged() const { return networkUpdate_ || !reachabilityUpdate_.empty(); }
    void schedulePrc();
 
    const Kivnet::IpGenPrefix prefix_;
-   // Since the last computation:
-   std::set< NodeId > reachabilityUpdate_;  // originators that came, went or changed their metric
-   bool networkUpdate_ = false;             // the prefix came or went in a topology
+   bool reachabilityChanged_ = false;  // since the last computation
    Lum::Seconds prcCurrentHoldInterval_ = initialHoldInterval;
    Lum::Seconds prcLastRan_ = -maxHoldInterval;
-   Kiv::Task pqComputePrcTask_;
+   std::unique_ptr< Kiv::Task > pqComputePrcTask_;  // while a change waits: few prefixes flap
 };
 
 /// The computation for a path of the client "tilfa": by prefix or by router.

@@ -1,12 +1,9 @@
-// Who shares repairs: all requests that protect the same link or node, whatever their destination,
-// have the same four runs, and so the same table. It is kept while the computation of one of them
-// holds it.
+// What all requests share that protect the same link or node, whatever their destination: the same
+// four runs, and so the same table.
 
 #include "Cspf/Repairs/SharedRepairs.h"
 
 #include "Cspf/Views/View.h"
-
-#include <tuple>
 
 namespace Cspf::Lfa {
 
@@ -16,26 +13,23 @@ RepairRuns::complete() const {
           && neighbor->hasTree() && reverse && reverse->hasTree();
 }
 
-std::strong_ordering
-SharedRepairs::compare( const Kiv::DedupHandle & other ) const {
-   const auto key = []( const RepairRuns & runs ) {
-      return std::tuple( runs.constrained.ptr(), runs.forward.ptr(), runs.neighbor.ptr(),
-                         runs.reverse.ptr(), runs.isLinkProtection );
-   };
-   return key( runs_ ) <=> key( static_cast< const SharedRepairs & >( other ).runs_ );
+const TopoGraph &
+SharedRepairs::topology() const {
+   return runs_.constrained->view().topoGraph();
 }
 
 const CspfRepairTable &
-SharedRepairs::table( const TopoGraph & topology ) {
+SharedRepairs::table() {
    if ( !table_ ) {
+      const TopoGraph & topology = this->topology();
       const CspfVertex plr = topology.vertex( runs_.constrained->source() );
       const CspfVertex node = runs_.neighbor->view().vertex( runs_.neighbor->source() );
-      table_.emplace().build(
-         topology.graph(),
-         { plr, node, runs_.isLinkProtection, runs_.forward->tree().metric( node ) },
-         { runs_.constrained->tree(), runs_.neighbor->tree(), runs_.reverse->tree() },
-         { runs_.forward->view().linkConstraint( NodeId() ),
-           runs_.constrained->view().linkConstraint( runs_.constrained->source() ) } );
+      table_ = std::make_unique< CspfRepairTable >();
+      table_->build( topology.graph(),
+                     { plr, node, runs_.isLinkProtection, runs_.forward->tree().metric( node ) },
+                     { runs_.constrained->tree(), runs_.neighbor->tree(), runs_.reverse->tree() },
+                     { runs_.forward->view().linkConstraint( NodeId() ),
+                       runs_.constrained->view().linkConstraint( runs_.constrained->source() ) } );
    }
    return *table_;
 }

@@ -2,9 +2,8 @@
 
 #include "Cspf/Graph/RepairTable.h"
 #include "Cspf/Runs/RunData.h"
-#include "platform/Kiv/DedupTable.h"
 
-#include <optional>
+#include <memory>
 
 namespace Cspf {
 class TopoGraph;
@@ -26,22 +25,20 @@ struct RepairRuns {
 };
 
 /// The repairs of one protected link or node towards all destinations. Worked out once, when the
-/// first of the requests behind it asks, and shared by all of them.
-class SharedRepairs : public Kiv::DedupHandle {
-   LUM_ENTITY( Cspf::Lfa, SharedRepairs );
+/// first of the requests behind it asks.
+class SharedRepairs {
+ public:
+   SharedRepairs() = default;
    explicit SharedRepairs( RepairRuns runs ) : runs_( std::move( runs ) ) {}
 
    const RepairRuns & runs() const noexcept { return runs_; }
    /// REQUIRES: the runs are complete.
-   const CspfRepairTable & table( const TopoGraph & topology );
-   std::size_t hash() const override {
-      return std::hash< const void * >()( runs_.constrained.ptr() );
-   }
-   std::strong_ordering compare( const Kiv::DedupHandle & other ) const override;
+   const TopoGraph & topology() const;
+   const CspfRepairTable & table();
 
  private:
-   const RepairRuns runs_;
-   std::optional< CspfRepairTable > table_;
+   RepairRuns runs_;
+   std::unique_ptr< CspfRepairTable > table_;
 };
 
 }

@@ -172,14 +172,21 @@ TilfaConstraintInfoSm::computeTree( const char * operation ) {
    updatePathStatusCache( tree_ );
 }
 
+/// A tree is all that an internal path is for. Requests read the constraint's own, all at once.
 void
 TilfaConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData ) {
-   for ( const PathInfoKey & key : Lum::sortedKeys( constraintInfo()->pathColl() ) ) {
+   std::vector< PathInfoKey > trees;
+   for ( const auto & [ key, uses ] : constraintInfo()->pathColl() ) {
+      if ( key.internal() ) {
+         trees.push_back( key );
+      }
+   }
+   for ( const PathInfoKey & key : trees ) {
       updatePath( key, cspfData );
    }
+   constraintInfo()->answeredCountInc();
 }
 
-/// A tree is all that an internal path is for; of a client's path it is the first stage.
 void
 TilfaConstraintInfoSm::updatePath( const PathInfoKey & key,
                                    const Lum::Ptr< CspfData > & cspfData ) {
@@ -189,7 +196,7 @@ TilfaConstraintInfoSm::updatePath( const PathInfoKey & key,
       return;
    }
    cache->cspfDataIs( cspfData );
-   tellPath( *path, *cache, key.internal() );
+   tellPath( *path, *cache, true );
 }
 
 }

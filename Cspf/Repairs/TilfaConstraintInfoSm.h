@@ -19,7 +19,7 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    /// Whether the link is there, and leads to the node that the constraint names. REQUIRES: the
    /// constraint starts at the far end of a link; others name nothing that must be there.
    bool checkConstraintInTopoDb() override;
-   /// Hands the tree to the constraint's paths; null: there is none.
+   /// Hands the tree to those who wait for it; null: there is none.
    void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData );
 
  private:

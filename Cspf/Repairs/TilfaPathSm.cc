@@ -104,12 +104,12 @@ TilfaPathSm::tilfaPathInfoKeyColl( const PathKey & pathKey, TilfaPathInfoKeyInde
 
 /// While the interface is gone, the topology that it was in.
 TopoId
-TilfaPathSm::topoIdOf( const PathConfig & config, const TopoId & before ) const {
-   if ( config.constraint().topoId() ) {
-      return config.constraint().topoId();
+TilfaPathSm::topoIdOf( const PathKey & pathKey, const PathConstraint & constraint,
+                       const TopoId & before ) const {
+   if ( constraint.topoId() ) {
+      return constraint.topoId();
    }
-   const TopoId now = scope_->topoId( repairConstraint( config.constraint() ).excludeIntf(),
-                                      config.pathKey().dst() );
+   const TopoId now = scope_->topoId( repairConstraint( constraint ).excludeIntf(), pathKey.dst() );
    return now ? now : before;
 }
 
@@ -135,7 +135,7 @@ TilfaPathSm::handleCspfConfig( const PathKey & pathKey ) {
       return;
    }
    Request & request = requests_[ pathKey ];
-   request.topoId = topoIdOf( *config, request.topoId );
+   request.topoId = topoIdOf( pathKey, config->constraint(), request.topoId );
    const PathConstraint constraint = treesConstraint( *config, request.topoId );
    replace( pathKey, constraint.excludeIntf() ? treesIs( constraint ) : 0 );
    const PathInfoKey key = externalPathInfoKey( pathKey );
@@ -237,7 +237,8 @@ TilfaPathSm::handleScope() {
       const PathConfig * config = cspfConfig()->pathConfigFind( pathKey );
       const auto request = requests_.find( pathKey );
       if ( config && request != requests_.end()
-           && topoIdOf( *config, request->second.topoId ) != request->second.topoId ) {
+           && topoIdOf( pathKey, config->constraint(), request->second.topoId )
+                 != request->second.topoId ) {
          handleCspfConfig( pathKey );
       }
    }

@@ -49,7 +49,8 @@ class TilfaPathSm : public PathSmBase {
       std::set< PathKey > waiting;  // requests with stale trees, until these have a result
    };
 
-   TopoId topoIdOf( const PathConfig & config, const TopoId & before ) const;
+   TopoId topoIdOf( const PathKey & pathKey, const PathConstraint & constraint,
+                    const TopoId & before ) const;
    PathConstraint treesConstraint( const PathConfig & config, const TopoId & topoId ) const;
    std::vector< PathInfoKey > keysOf( std::uint32_t trees ) const;
    std::uint32_t treesIs( const PathConstraint & constraint );
