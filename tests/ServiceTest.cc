@@ -388,6 +388,22 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    }
    EXPECT_THAT( contentOf( directory / "trace" ), HasSubstr( "to tent list: " ) );
 
+   cspfctl( { "patch", "te/cspf/client", R"({"entity": {"tilfa": {"type": "Cspf::Client", "value":
+      {"vrf": {"default": true}, "addressFamily": {"ipv4": true}}}}})" } );
+   cspfctl( { "patch", "te/cspf/config/vrf/default/ipv4/tilfa", R"({"pathConfig": {
+      "0000.0000.0003#1": {"constraint": {"excludeIntf": "A-B.a"}},
+      "0000.0000.0002#1": {"constraint": {"excludeIntf": "nowhere"}}}})" } );
+   Json coverage;
+   for ( int i = 0; i < 300 && coverage.dump().find( "nowhere not" ) == std::string::npos; ++i ) {
+      usleep( 10'000 );
+      coverage = Json::parse( cspfctl( { "repairs", "--json" } ) )[ "interfaces" ];
+   }
+   ASSERT_EQ( coverage.size(), 2u ) << coverage;
+   EXPECT_EQ( coverage[ 0 ][ "intf" ], "A-B.a" );
+   EXPECT_EQ( coverage[ 0 ][ "direct" ], 1 ) << "by C";
+   EXPECT_EQ( coverage[ 1 ][ "unprotected" ][ 0 ][ "dst" ], "0000.0000.0002#1" );
+   EXPECT_THAT( cspfctl( { "repairs" } ), HasSubstr( "nowhere not found in topology" ) );
+
    cspfctl( { "patch", "te/config", R"({"enabled": false})" } );
    const auto teConfig = [ & ] {
       return Json::parse( cspfctl( { "get", "te/config", "--json" } ) )[ "value" ];

@@ -106,23 +106,7 @@ labOf( const json & root, const LabDocument & document, const std::string & rout
    return LabFile::parse( lab.dump() );
 }
 
-/// What one interface has.
-json
-emptyCoverage( const Interface & interface ) {
-   return { { "topology", interface.topology },
-            { "intf", interface.intf },
-            { "direct", 0 },
-            { "oneNode", 0 },
-            { "twoNodes", 0 },
-            { "more", 0 },
-            { "unprotected", json::array() } };
-}
-
-const char *
-kindOf( std::size_t nodes ) {
-   static constexpr const char * kinds[] = { "direct", "oneNode", "twoNodes", "more" };
-   return kinds[ std::min< std::size_t >( nodes, 3 ) ];
-}
+constexpr const char * kinds[] = { "direct", "oneNode", "twoNodes", "more" };
 
 /// Counts the answers, which are one line of a run's output.
 json
@@ -130,7 +114,9 @@ coverageOf( const json & outcome, const std::string & router,
             const std::vector< Interface > & interfaces ) {
    std::map< std::pair< std::string, std::string >, json > counted;
    for ( const Interface & interface : interfaces ) {
-      counted[ { interface.topology, interface.intf } ] = emptyCoverage( interface );
+      json & coverage = counted[ { interface.topology, interface.intf } ] = noCoverage();
+      coverage[ "topology" ] = interface.topology;
+      coverage[ "intf" ] = interface.intf;
    }
    for ( const json & service : outcome[ "clients" ][ "tilfa" ] ) {
       std::map< std::uint32_t, std::size_t > nodes;
@@ -141,11 +127,9 @@ coverageOf( const json & outcome, const std::string & router,
          const json name = json::parse( path[ "name" ].get< std::string >() );
          json & count = counted[ { name[ 0 ], name[ 1 ] } ];
          if ( const auto repair = nodes.find( path[ "repairPathIdx" ] ); repair != nodes.end() ) {
-            json & kind = count[ kindOf( repair->second ) ];
-            kind = kind.get< int >() + 1;
+            addProtected( count, repair->second );
          } else {
-            count[ "unprotected" ].push_back(
-               { { "dst", name[ 2 ] }, { "error", path.value( "error", "no answer" ) } } );
+            addUnprotected( count, name[ 2 ], path.value( "error", "no answer" ) );
          }
       }
    }
@@ -182,28 +166,6 @@ unprotectedText( const json & unprotected ) {
       text.append( text.empty() ? "" : "; " ).append( reason ).append( ": " ).append( names );
    }
    return Text::plain( text );
-}
-
-void
-print( const std::vector< json > & routers, unsigned width, std::ostream & out ) {
-   Text::Table table( { "ROUTER", "INTERFACE", "PROTECTED", "DIRECT", "1 NODE", "2 NODES", "MORE",
-                        "NOT PROTECTED" } );
-   for ( const json & router : routers ) {
-      for ( const json & i : router[ "interfaces" ] ) {
-         int all = 0;
-         std::vector< std::string > cells{ Text::plain( router[ "router" ].get< std::string >() ),
-                                           Text::plain( i[ "intf" ].get< std::string >() ), "" };
-         for ( const char * kind : { "direct", "oneNode", "twoNodes", "more" } ) {
-            all += i[ kind ].get< int >();
-            cells.push_back( i[ kind ].dump() );
-         }
-         cells[ 2 ] =
-            std::to_string( all ) + "/" + std::to_string( all + i[ "unprotected" ].size() );
-         cells.push_back( unprotectedText( i[ "unprotected" ] ) );
-         table.row( cells );
-      }
-   }
-   table.print( out, width );
 }
 
 /// One process a core; each writes a line a router into its pipe. Gives an empty list where one
@@ -266,6 +228,50 @@ coverageOfAll( const json & root, const LabDocument & document,
 
 }
 
+json
+noCoverage() {
+   return { { "direct", 0 },
+            { "oneNode", 0 },
+            { "twoNodes", 0 },
+            { "more", 0 },
+            { "unprotected", json::array() } };
+}
+
+void
+addProtected( json & coverage, std::size_t repairNodes ) {
+   json & count = coverage[ kinds[ std::min( repairNodes, std::size( kinds ) - 1 ) ] ];
+   count = count.get< int >() + 1;
+}
+
+void
+addUnprotected( json & coverage, const std::string & destination, const std::string & reason ) {
+   coverage[ "unprotected" ].push_back( { { "dst", destination }, { "error", reason } } );
+}
+
+void
+printCoverage( std::vector< std::string > columns, const std::vector< CoverageRow > & rows,
+               unsigned width, std::ostream & out ) {
+   for ( const char * column :
+         { "PROTECTED", "DIRECT", "1 NODE", "2 NODES", "MORE", "NOT PROTECTED" } ) {
+      columns.emplace_back( column );
+   }
+   Text::Table table( columns );
+   for ( const auto & [ of, coverage ] : rows ) {
+      std::vector< std::string > cells = of, counts;
+      std::size_t all = 0;
+      for ( const char * kind : kinds ) {
+         all += coverage[ kind ].get< std::size_t >();
+         counts.push_back( coverage[ kind ].dump() );
+      }
+      const std::size_t asked = all + coverage[ "unprotected" ].size();
+      cells.push_back( std::to_string( all ) + "/" + std::to_string( asked ) );
+      cells.insert( cells.end(), counts.begin(), counts.end() );
+      cells.push_back( unprotectedText( coverage[ "unprotected" ] ) );
+      table.row( cells );
+   }
+   table.print( out, width );
+}
+
 int
 printCoverage( const LabFile & lab, const CoverageOptions & options, std::ostream & out,
                std::ostream & err ) {
@@ -289,7 +295,15 @@ printCoverage( const LabFile & lab, const CoverageOptions & options, std::ostrea
          out << router.dump() << "\n";
       }
    } else if ( !routers.empty() ) {
-      print( routers, options.width, out );
+      std::vector< CoverageRow > rows;
+      for ( const json & router : routers ) {
+         for ( const json & interface : router[ "interfaces" ] ) {
+            rows.push_back( { { Text::plain( router[ "router" ].get< std::string >() ),
+                                Text::plain( interface[ "intf" ].get< std::string >() ) },
+                              interface } );
+         }
+      }
+      printCoverage( { "ROUTER", "INTERFACE" }, rows, options.width, out );
    }
    return routers.empty() ? exitBrokenInvariant : exitOk;
 }
