@@ -2,6 +2,7 @@
 // what an operator would ask, random ones judged by the checker for everything else.
 
 #include "Cspf/Graph/HopList.h"
+#include "Cspf/Graph/LabelTree.h"
 #include "Cspf/Graph/TreeRun.h"
 #include "tests/GraphText.h"
 #include "tests/TreeChecker.h"
@@ -10,6 +11,7 @@
 
 #include <limits>
 #include <map>
+#include <optional>
 #include <random>
 #include <set>
 
@@ -260,13 +262,13 @@ class Storm {
       return { source, chance( 50 ), chance( 50 ), chance( 40 ), chance( 10 ) };
    }
 
+   CspfEdge anyLink() { return *std::next( links.begin(), pick( uint32_t( links.size() ) ) ); }
+
    CspfGraph graph;
    std::vector< CspfVertex > routers, networks;
    uint32_t widestMetric = 4;
 
  private:
-   CspfEdge anyLink() { return *std::next( links.begin(), pick( uint32_t( links.size() ) ) ); }
-
    bool attached( CspfVertex router, CspfVertex network ) const {
       return std::ranges::any_of(
                 graph.out( router ),
@@ -363,6 +365,120 @@ TEST( CspfTree, randomGraphsAreJudgedRight ) {
    }
    EXPECT_GT( reached, 50000u );  // the questions are not all refusals
    EXPECT_GT( tied, 2000u );
+}
+
+/// A constraint that follows a storm, by labels and the links that it refuses besides.
+struct Follower {
+   Follower( Storm & storm, CspfLabelMemory & memory ) : storm( storm ), memory( memory ) {
+      constraint = storm.constraint();
+      constraint.includedSrlgs = {};
+      constraint.srlgStrict = true;
+      constraint.excludedEdges = {};
+      constraint.excludedInterfaces = {};
+      constraint.excludedVertices = {};
+      constraint.ownReservations = {};
+      options = storm.options( constraint.root );
+      options.reverse = options.singleHop = false;
+   }
+
+   /// False where nothing is left to follow.
+   bool follow() {
+      const CspfGraph & graph = storm.graph;
+      std::vector< CspfVertex > moved;
+      touched = {};
+      concerned = all = !labels || epoch != graph.changes().epoch();
+      if ( all ) {
+         epoch = graph.changes().epoch();
+         labels.emplace( constraint, options );
+      }
+      labels->advance( graph, memory );
+      all = all || !labels->touchedSince( steps, graph.vertexBound(), touched );
+      if ( all || std::ranges::any_of( overlay.refused(), [ & ]( auto e ) {
+              return !graph.has( e );
+           } ) ) {
+         overlay = CspfOverlay( { storm.anyLink(), storm.anyLink() } );
+         all = true;
+      }
+      concerned = all || overlay.isConcerned( touched );
+      steps = labels->steps();
+      return !concerned || overlay.compute( graph, *labels, memory, differs );
+   }
+   /// Whether the vertex may have other last links than before.
+   bool tellsOf( CspfVertex vertex ) const {
+      return all || touched.isTouched( vertex )
+             || ( concerned
+                  && ( touched.isNear( vertex ) || std::ranges::count( differs, vertex ) > 0 ) );
+   }
+
+   Storm & storm;
+   CspfLabelMemory & memory;
+   CspfLinkConstraint constraint;
+   CspfRunOptions options;
+   std::optional< CspfLabels > labels;
+   CspfOverlay overlay;
+   CspfTouched touched;
+   std::vector< CspfVertex > differs;
+   uint64_t epoch = 0, steps = 0;
+   bool all = false, concerned = false;
+};
+
+TEST( CspfLabels, whatFollowsIsWhatARunFinds ) {
+   CspfLabelMemory memory;
+   CspfTreeRun run;
+   CspfTree tree;
+   CspfLinkFilter filter;
+   uint32_t told = 0, spared = 0;
+   for ( uint32_t seed = 1; seed <= 300; ++seed ) {
+      SCOPED_TRACE( seed );
+      Storm storm( seed );
+      const uint32_t widths[] = { 2, 6, 1000, 0xFFFFFE }, vertices = seed % 3 ? 90 : 20;
+      storm.widestMetric = widths[ seed % 4 ];
+      while ( storm.graph.vertices() < vertices ) {
+         storm.addVertex();
+      }
+      while ( storm.graph.edges() < vertices * 4 ) {
+         storm.addLink();
+      }
+      Follower follower( storm, memory );
+      std::vector< std::vector< CspfEdge > > before;
+      for ( int step = 0; step < 60 && storm.graph.isRouter( follower.constraint.root ); ++step ) {
+         for ( uint32_t events = storm.pick( 4 ); events > 0; --events ) {
+            const uint32_t kind = storm.pick( 40 );
+            kind == 0 ? storm.changeRouter() : kind < 14 ? storm.addLink() : storm.changeLink();
+         }
+         if ( !storm.graph.has( follower.constraint.root ) || !follower.follow() ) {
+            break;
+         }
+         CspfLinkConstraint whole = follower.constraint;
+         whole.excludedEdges = follower.overlay.refused();
+         filter.apply( storm.graph, whole );
+         run.run( storm.graph, filter, follower.options, tree );
+         const CspfLabelTree kept( storm.graph, *follower.labels, follower.overlay );
+         before.resize( storm.graph.vertexBound() );
+         CspfVertex last = whole.root;
+         for ( const CspfVertex vertex : tree.reachedVertices() ) {
+            if ( storm.graph.isRouter( vertex ) ) {
+               ASSERT_EQ( kept.finalBefore( storm.graph, last, vertex ),
+                          tree.finalBefore( storm.graph, last, vertex ) );
+               last = vertex;
+            }
+         }
+         for ( uint32_t v = 0; v < storm.graph.vertexBound(); ++v ) {
+            const CspfVertex vertex{ v };
+            if ( !storm.graph.has( vertex ) ) {
+               continue;
+            }
+            ASSERT_EQ( kept.metric( vertex ), tree.metric( vertex ) ) << v << " at step " << step;
+            const auto links = kept.lastLinks( vertex );
+            ASSERT_TRUE( std::ranges::equal( links, tree.lastLinks( vertex ) ) ) << v;
+            const bool same = std::ranges::equal( links, before[ v ] );
+            ASSERT_TRUE( same || follower.tellsOf( vertex ) ) << v << " at step " << step;
+            ( follower.tellsOf( vertex ) ? told : spared ) += 1;
+            before[ v ] = { links.begin(), links.end() };
+         }
+      }
+   }
+   EXPECT_GT( spared, told );
 }
 
 }

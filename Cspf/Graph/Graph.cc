@@ -56,6 +56,7 @@ forEachColumn( CspfEdgeColumns & columns, Visit visit ) {
 CspfVertex
 CspfGraph::addVertex( VertexKind kind ) {
    ++version_;
+   noteAll();
    const CspfVertex vertex = takeNumber( freeVertices_, vertexBound() );
    if ( index( vertex ) == vertexBound() ) {
       vertices_.emplace_back();
@@ -90,6 +91,7 @@ CspfGraph::removeVertex( CspfVertex vertex ) {
    at( vertex ).kind = VertexKind::free;
    freeVertices_.push_back( vertex );
    touch( vertex );
+   noteAll();
    ++version_;
 }
 
@@ -100,6 +102,10 @@ CspfGraph::overloadedIs( CspfVertex router, bool overloaded ) {
    }
    ++version_;
    touch( router );
+   changes_.note( { router, router } );  // for edges that enter
+   for ( const uint32_t edge : out( router ) ) {
+      noteEdge( CspfEdge{ edge } );
+   }
    at( router ).overloaded = overloaded;
    if ( overloaded ) {
       overloaded_.push_back( router );
@@ -159,6 +165,7 @@ CspfGraph::write( CspfEdge edge, const CspfEdgeRecord & record ) {
    ++version_;
    const uint32_t e = index( edge );
    touch( columns_.from[ e ] );
+   noteEdge( edge );
    columns_.topology[ e ] = record.topology;
    columns_.igpMetric[ e ] = record.igpMetric;
    columns_.teMetric[ e ] = record.teMetric.value_or( record.igpMetric );
@@ -200,6 +207,7 @@ CspfGraph::removeEdge( CspfEdge edge ) {
    unpair( edge );
    const uint32_t e = index( edge );
    touch( columns_.from[ e ] );
+   noteEdge( edge );
    rows_.erase( at( columns_.from[ e ] ).out, e );
    rows_.erase( at( columns_.to[ e ] ).in, e );
    srlgPool_.release( columns_.srlgList[ e ] );
@@ -225,6 +233,7 @@ CspfGraph::pairIs( CspfEdge edge, CspfEdge reverse, bool agree ) {
       columns_.flags[ e ] &= ~twoWayBit;
       columns_.flags[ e ] |= agree ? twoWayBit : 0;
       touch( columns_.from[ e ] );
+      noteEdge( one );
    }
    ++version_;
 }
@@ -238,6 +247,7 @@ CspfGraph::unpair( CspfEdge edge ) {
          columns_.reverse[ index( one ) ] = noEdge;
          columns_.flags[ index( one ) ] &= ~twoWayBit;
          touch( from( one ) );
+         noteEdge( one );
       }
    }
 }
@@ -299,6 +309,8 @@ CspfGraph::renumber( CspfVertex root ) {
       }
    }
    copy.version_ = version_ + 1;
+   copy.changes_ = changes_;
+   copy.noteAll();
    copy.lastChange_ = lastChange_ + 1;
    for ( Vertex & vertex : copy.vertices_ ) {
       vertex.changedAt = copy.lastChange_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cspf/Graph/ChangeLog.h"
 #include "Cspf/Graph/GraphStorage.h"
 
 #include <array>
@@ -57,6 +58,11 @@ struct CspfEdgeColumns {
    std::array< std::vector< float >, 8 > unreserved;
 };
 
+/// Something of an edge between these two, or of the vertex (twice the same), is not as it was.
+struct CspfEdgeChange {
+   CspfVertex from, to;
+};
+
 /// All topologies of one VRF and family in one view, as path computation walks them.
 ///
 /// Invariants: edges run router to router, router to network or network to router; an edge stands
@@ -107,6 +113,13 @@ class CspfGraph {
    uint32_t edges() const { return edgeBound() - uint32_t( freeEdges_.size() ); }
    /// Changes with every change of the graph; filters and trees hold for one version.
    uint64_t version() const { return version_; }
+
+   /// Every change, by the edges whose use it may concern, but for ranks: their order stays. Where
+   /// vertices come, go or get other numbers everything may have changed.
+   const ChangeLog< CspfEdgeChange > & changes() const { return changes_; }
+   /// Notes a change of what the edge, or some vertex, stands for and the graph does not hold.
+   void noteEdge( CspfEdge edge ) { changes_.note( { from( edge ), to( edge ) } ); }
+   void noteAll() { changes_.noteAll(); }
 
    /// Notes a change of what the vertex stands for and the graph does not hold.
    void touch( CspfVertex vertex ) { at( vertex ).changedAt = ++lastChange_; }
@@ -187,6 +200,7 @@ class CspfGraph {
    CspfRowPool rows_;
    CspfSrlgPool srlgPool_;
    uint64_t version_ = 1;
+   ChangeLog< CspfEdgeChange > changes_{ 4096 };
    uint64_t lastChange_ = 0;
 };
 

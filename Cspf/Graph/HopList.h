@@ -28,11 +28,11 @@ hopCount( const CspfGraph & graph, std::span< const CspfEdge > path ) {
 /// `choose( vertex, links )`: which of several equal-cost last links to take; called from the
 /// destination backwards, only where there are several; gives a position in `links`.
 /// `maxHops`: a longer path is reported as too long, not cut. `hops` is overwritten; it is empty
-/// unless the path is found, and for the source itself. REQUIRES: the graph has not changed since
-/// the run. O(hops).
-template< typename Choose >
+/// unless the path is found, and for the source itself. `tree`: a CspfTree, or what answers as one.
+/// REQUIRES: the graph has not changed since the run. O(hops).
+template< typename Tree, typename Choose >
 CspfHopListStatus
-hopList( const CspfGraph & graph, const CspfTree & tree, CspfVertex destination, uint32_t maxHops,
+hopList( const CspfGraph & graph, const Tree & tree, CspfVertex destination, uint32_t maxHops,
          Choose && choose, std::vector< CspfEdge > & hops ) {
    LUM_ASSERT( tree.graphVersion() == graph.version() );
    hops.clear();

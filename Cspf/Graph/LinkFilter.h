@@ -2,6 +2,7 @@
 
 #include "Cspf/Graph/Graph.h"
 
+#include <compare>
 #include <cstdint>
 #include <string_view>
 #include <utility>
@@ -54,6 +55,7 @@ struct CspfLinkConstraint {
    uint8_t setupPriority = 0;  // 0 to 7
    /// Bandwidth that this request already holds on an edge and may use again; each edge once.
    std::vector< std::pair< CspfEdge, uint64_t > > ownReservations;
+   auto operator<=>( const CspfLinkConstraint & ) const = default;
 };
 
 /// The answer of one constraint for every edge of one version of a graph, worked out by one pass

@@ -235,6 +235,7 @@ addNeighborKeyToIntfIp( AllTopoDbStatus & allTopoDbStatus,
    touchOwners( allTopoDbStatus, table->intfIpToNeighbor( intfIp ).neighborSet(),
                 allTopoNeighborKey );
    table->neighborIs( intfIp, allTopoNeighborKey );
+   allTopoDbStatus.noteAddress( intfIp );
    const auto & published = allTopoDbStatus.intfIpToRouterIdTable();
    if ( published && allTopoNeighborKey.teNeighborOf() ) {
       addIntfIpToRouterId( *published, intfIp, allTopoNeighborKey.teNeighborOf() );
@@ -273,6 +274,7 @@ deleteNeighborKeyFromIntfIp( AllTopoDbStatus & allTopoDbStatus,
       return;
    }
    table->neighborDel( intfIp, allTopoNeighborKey );
+   allTopoDbStatus.noteAddress( intfIp );
    const IntfIpToNeighbor & left = table->intfIpToNeighbor( intfIp );
    touchOwners( allTopoDbStatus, left.neighborSet(), allTopoNeighborKey );
    if ( const auto & published = allTopoDbStatus.intfIpToRouterIdTable() ) {

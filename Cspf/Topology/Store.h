@@ -169,6 +169,13 @@ class AllTopoDbStatus : public Lum::Entity {
    /// Listed links; written by the import.
    TopoLinks & links() noexcept { return links_; }
    const TopoLinks & links() const noexcept { return links_; }
+   /// Addresses that links or host prefixes got, or have no more. Those that are TE router ids
+   /// alone are not among them: with such a one a vertex of the graph comes or goes.
+   const ChangeLog< Kivnet::IpGenAddr > & addressChanges() const noexcept {
+      return addressChanges_;
+   }
+   void noteAddress( const Kivnet::IpGenAddr & address ) { addressChanges_.note( address ); }
+
    /// The graph of TE router ids. It lives as long as the store.
    TopoGraph & teGraph() const noexcept { return *teGraph_; }
    /// The graph of IGP vertices: built for its first holder, kept in step while there is one. The
@@ -194,6 +201,7 @@ class AllTopoDbStatus : public Lum::Entity {
    const Lum::Ptr< IntfIpToRouterIdTable > intfIpToRouterIdTable_;
    const Lum::Ptr< IntfIpToNeighborTable > intfIpToNeighborTable_;
    Lum::Seconds lastStamp_ = 0;
+   ChangeLog< Kivnet::IpGenAddr > addressChanges_{ 64 };
    mutable TopoLinks links_;  // graphs note in it where they keep each link
    const std::unique_ptr< TopoGraph > teGraph_;
    mutable std::weak_ptr< TopoGraph > lfaGraph_;

@@ -373,6 +373,9 @@ TopoDbSm::handleNetwork( const Igp::NetworkId & networkId ) {
 void
 TopoDbSm::doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId & router,
                               const std::uint32_t * metric ) {
+   if ( prefix.isHost() ) {
+      allTopoDbStatus_->noteAddress( prefix.address() );
+   }
    const auto info = pfxOriginatorInfoTable_->pfxOriginatorInfoIs( prefix );
    if ( metric ) {
       info->originatorInfoIs( router, { router, *metric } );

@@ -96,6 +96,7 @@ TopoGraph::attach( const TopoId & topoId, const IgpRouterId & router, const Node
       }
       detach( topoId, router );
    }
+   graph_.noteAll();
    auto & topology = topologies_.at( topoId );
    Nodes::Entry & entry = nodeIs( node );
    entry.second.value.routers.insert( { topoId, router } );
@@ -125,6 +126,7 @@ TopoGraph::detach( const TopoId & topoId, const IgpRouterId & router ) {
 void
 TopoGraph::detach( OneTopology & topology, const RouterName & name, Attached attached ) {
    Node & node = attached.node->second.value;
+   graph_.noteAll();
    forEachLinkOf( name, [ & ]( LinkEntry & link ) { disconnect( link ); } );
    std::vector< LinkEntry * > entering;
    for ( const std::uint32_t e : graph_.in( node.vertex ) ) {
@@ -162,10 +164,10 @@ TopoGraph::updateOverload( Nodes::Entry & entry ) {
    const Node & node = entry.second.value;
    const bool all = node.overloaded == node.routers.size();
    graph_.overloadedIs( node.vertex, node.overloaded && all );
-   if ( node.overloaded && !all ) {
-      partlyOverloaded_.insert( &entry );
-   } else {
-      partlyOverloaded_.erase( &entry );
+   const bool changed = node.overloaded && !all ? partlyOverloaded_.insert( &entry ).second
+                                                : partlyOverloaded_.erase( &entry ) > 0;
+   if ( changed ) {
+      graph_.noteAll();
    }
    // The graph holds nothing of that, nor of who is attached, yet filters do: the same rank makes a
    // new version.

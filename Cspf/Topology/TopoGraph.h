@@ -173,6 +173,7 @@ class TopoGraph {
    void pair( Parallel & one, Parallel & other, bool agree ) const;
    void unpair( CspfEdge edge ) const;
    void updateNextHop( CspfEdge edge ) const;
+   void nextHopIs( CspfEdge edge, const Kivnet::IpGenAddr & nextHop ) const;
    CspfEdgeRecord record( const LinkEntry & link, const OneTopology & topology,
                           const Routing::Topology::Neighbor & neighbor ) const;
    Kivnet::IpGenAddr teRouterIdOf( CspfVertex router ) const;

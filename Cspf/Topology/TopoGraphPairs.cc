@@ -175,9 +175,15 @@ TopoGraph::updateNextHop( CspfEdge edge ) const {
    } );
    const Kivnet::IpGenAddr own =
       reverse == noEdge ? Kivnet::IpGenAddr() : first( neighbor( reverse ).interfaceAddrList() );
-   edgeMeanings_[ index( edge ) ].nextHop = shared != known.end() ? *shared
-                                            : own                 ? own
-                                                                  : first( known );
+   nextHopIs( edge, shared != known.end() ? *shared : own ? own : first( known ) );
+}
+
+void
+TopoGraph::nextHopIs( CspfEdge edge, const Kivnet::IpGenAddr & nextHop ) const {
+   if ( edgeMeanings_[ index( edge ) ].nextHop != nextHop ) {
+      edgeMeanings_[ index( edge ) ].nextHop = nextHop;
+      graph_.noteEdge( edge );
+   }
 }
 
 Kivnet::IpGenAddr
@@ -226,8 +232,7 @@ TopoGraph::updateMembership( LinkEntry & link ) {
       graph_.pairIs( place.edge, place.membership, true );
    }
    if ( listed ) {
-      edgeMeanings_[ index( place.membership ) ].nextHop =
-         first( neighbor( place.edge ).interfaceAddrList() );
+      nextHopIs( place.membership, first( neighbor( place.edge ).interfaceAddrList() ) );
    }
 }
 
