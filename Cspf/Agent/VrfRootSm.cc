@@ -179,6 +179,7 @@ VrfRootSm::doInitPathSms( const PathInfoKey & key,
    vrfRoot_->pathStatusInfoSmIs(
       key, new PathStatusInfoSm( vrfRoot_->constraintInfoTable(), pathStatusInfo ) );
    const auto cache = newPathStatusCache( key, *pathStatusInfo->cspfStatus() );
+   cache->pathStatusInfo = pathStatusInfo;
    vrfRoot_->pathStatusCacheTable()->pathStatusCacheIs( key, cache );
    if ( isTilfa( key ) ) {
       initializePqComputeSm( key, pathStatusInfo );
@@ -246,7 +247,7 @@ VrfRootSm::doInitConstraintMachines( const Lum::Ptr< PathStatusInfo > & pathStat
 Lum::Ptr< PathRefreshSm >
 VrfRootSm::newPathRefreshSm( const Lum::Ptr< PathStatusInfo > & pathStatusInfo ) const {
    const PathInfoKey & key = pathStatusInfo->pathInfoKey();
-   const Lum::Ptr< const ConstraintInfo > constraintInfo =
+   const Lum::Ptr< ConstraintInfo > constraintInfo =
       vrfRoot_->constraintInfoTable()->constraintInfo( pathStatusInfo->constraint() );
    if ( !key.keptWhileValid() ) {
       return new PathRefreshSm( constraintInfo, pathStatusInfo );

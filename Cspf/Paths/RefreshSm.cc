@@ -20,8 +20,17 @@ namespace Cspf {
 
 void
 PathRefreshSm::handleInitialized() {
-   LUM_WATCH( constraintInfo_, topoInfoChangedAt, handleTopoChanged );
+   if ( pathStatusInfo_->pathInfoKey().followsConstraint() ) {
+      pathStatusInfo_->followedIs( constraintInfo_ );
+   } else {
+      LUM_WATCH( constraintInfo_, topoInfoChangedAt, handleTopoChanged );
+   }
    handleNew();
+}
+
+void
+PathRefreshSm::doPrepareToDie() {
+   pathStatusInfo_->followedIs( nullptr );
 }
 
 void
@@ -36,7 +45,7 @@ PathRefreshSm::handleTopoChanged() {
 }
 
 RsvpPathRefreshSm::RsvpPathRefreshSm( const PathInUseContext & context,
-                                      const Lum::Ptr< const ConstraintInfo > & constraintInfo,
+                                      const Lum::Ptr< ConstraintInfo > & constraintInfo,
                                       const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                                       const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                                       const Lum::Ptr< const PathStatusCache > & pathStatusCache,

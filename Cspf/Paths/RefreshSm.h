@@ -10,29 +10,30 @@ namespace Cspf {
 class PathUsageSm;
 
 /// Marks a path for refresh when it starts, and whenever the topology that its constraint sees
-/// changes.
+/// changes. One that follows its constraint is marked with it, by the constraint's machine.
 ///
 ///   watches                             handler               writes
 ///   ConstraintInfo.topoInfoChangedAt    handleTopoChanged     PathStatusInfo.refreshNeeded, its
 ///                                                             reason
 class PathRefreshSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathRefreshSm );
-   PathRefreshSm( const Lum::Ptr< const ConstraintInfo > & constraintInfo,
+   PathRefreshSm( const Lum::Ptr< ConstraintInfo > & constraintInfo,
                   const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
       : constraintInfo_( constraintInfo ),
         pathStatusInfo_( pathStatusInfo ) {}
 
    void handleInitialized() override;
+   void doPrepareToDie() override;
    virtual void handleTopoChanged();
 
  protected:
    /// What is due when the machine starts: a first constraint, or another one.
    virtual void handleNew();
-   const Lum::Ptr< const ConstraintInfo > & constraintInfo() const { return constraintInfo_; }
+   const Lum::Ptr< ConstraintInfo > & constraintInfo() const { return constraintInfo_; }
    const Lum::Ptr< PathStatusInfo > & pathStatusInfo() const { return pathStatusInfo_; }
 
  private:
-   const Lum::Ptr< const ConstraintInfo > constraintInfo_;
+   const Lum::Ptr< ConstraintInfo > constraintInfo_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
 };
 
@@ -57,7 +58,7 @@ class RsvpPathRefreshSm : public PathRefreshSm {
    LUM_ENTITY( Cspf, RsvpPathRefreshSm );
    /// REQUIRES: the path is no internal one.
    RsvpPathRefreshSm( const PathInUseContext & context,
-                      const Lum::Ptr< const ConstraintInfo > & constraintInfo,
+                      const Lum::Ptr< ConstraintInfo > & constraintInfo,
                       const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                       const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                       const Lum::Ptr< const PathStatusCache > & pathStatusCache,

@@ -253,7 +253,9 @@ PathStatusUpdateSm::handleRefreshNeeded() {
    const auto & constraintInfo =
       constraintInfoTable_->constraintInfo( pathStatusInfo_->constraint() );
    constraintInfo->waiting.insert( key );
-   constraintInfo->cspfRequestCountInc();
+   if ( !pathStatusInfo_->hasAskedThrough() ) {
+      constraintInfo->cspfRequestCountInc();
+   }
 }
 
 void

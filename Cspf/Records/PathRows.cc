@@ -61,6 +61,35 @@ PathStatusCache::resultIs( const CspfPathResult & result ) {
    pathAsTopoDbLinksIs( result.pathAsTopoDbLinks );
 }
 
+void
+PathStatusInfo::followedIs( const Lum::Ptr< ConstraintInfo > & constraintInfo ) {
+   if ( followed_ ) {
+      answersThrough_ += followed_->answers;
+      --followed_->followers;
+   }
+   followed_ = constraintInfo;
+   if ( followed_ ) {
+      answersThrough_ -= followed_->answers;
+      followedSince_ = followed_->marks;
+      ++followed_->followers;
+   }
+}
+
+bool
+PathStatusInfo::isMarkedThrough() const {
+   return followed_ && followed_->marked && followed_->marks != followedSince_;
+}
+
+bool
+PathStatusInfo::hasAskedThrough() const {
+   return isMarkedThrough() || ( followed_ && followed_->marksOne );
+}
+
+std::uint32_t
+PathStatusInfo::answersThrough() const {
+   return answersThrough_ + ( followed_ ? followed_->answers : 0 );
+}
+
 std::string
 PathInfoKey::traceString() const {
    return "PathInfoKey=<client=" + clientName_ + pathKeyText( ", pathKey=<", pathKey_ )
@@ -83,14 +112,19 @@ PathStatusInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*cConstraint change count: %u\n", constraintChangeCount() );
    context.printf( indent, "%*cLast Refresh Req Sequence: %u\n", lastRefreshReqSeq() );
    context.printf( indent, "%*cRefresh Needed: %s Refresh Reason: 0x%x, updPathPending: %s\n",
-                   boolText( refreshNeeded() ), refreshReason(), boolText( updatePathPending() ) );
+                   boolText( refreshNeeded() || isMarkedThrough() ),
+                   refreshReason() | ( isMarkedThrough() ? refreshReasonTopoChanged : 0 ),
+                   boolText( updatePathPending() ) );
 }
 
 void
 PathStatusCache::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*cPathStatusCache %p\n", static_cast< const void * >( this ) );
-   context.printf( indent, "%*cPath Refresh Stage1 Count: %u \n", refreshedStage1Count() );
-   context.printf( indent, "%*cPath Refresh Stage2 Count: %u \n", refreshedStage2Count() );
+   const std::uint32_t through = pathStatusInfo ? pathStatusInfo->answersThrough() : 0;
+   context.printf( indent, "%*cPath Refresh Stage1 Count: %u \n",
+                   refreshedStage1Count() + through );
+   context.printf( indent, "%*cPath Refresh Stage2 Count: %u \n",
+                   refreshedStage2Count() + through );
    if ( !pqInfo() ) {
       return;
    }

@@ -49,6 +49,11 @@ struct PathInfoKey {
    explicit operator bool() const { return *this != PathInfoKey(); }
    /// A path that carries traffic: it stays while it is valid.
    bool keptWhileValid() const { return clientName_ == rsvpClientName && !internal_; }
+   /// A path that is computed as a whole, for its client, with every change of the topology.
+   bool followsConstraint() const {
+      return !internal_ && constraintModifier_ == ConstraintModifier::noChange
+             && clientName_ != rsvpClientName && clientName_ != tilfaClientName;
+   }
    /// The client's request that this path serves: its own, or that of its parent.
    const PathKey & clientPathKey() const { return internal_ ? parentPathKey_ : pathKey_; }
    /// "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=1>, internal=0, ...", as traces name a path.
@@ -80,6 +85,53 @@ class PathConfigInfo : public Lum::Entity {
    Lum::Ptr< const Config > cspfConfig_;
 };
 
+/// Names a constraint in tables.
+using ConstraintHandle = Kiv::DedupHandle::Key;
+
+/// REQUIRES: the handle is that of a constraint.
+inline const DedupConstraint &
+dedupConstraintOf( const ConstraintHandle & handle ) {
+   return static_cast< const DedupConstraint & >( *handle.handle() );
+}
+
+/// What a constraint names that is not in the topology.
+LUM_ENUM( ConstraintMissing, std::uint8_t, nothing, interface, neighborOnInterface, neighborOnLan,
+          nodeBehindInterface );
+
+/// The paths that share one constraint, and what they wait for.
+class ConstraintInfo : public Lum::Entity {
+   LUM_ENTITY( Cspf, ConstraintInfo );
+   explicit ConstraintInfo( const ConstraintHandle & handle )
+      : constraint_( dedupConstraintOf( handle ) ) {}
+   LUM_COLLECTION_ORDERED( path, PathInfoKey, bool );
+   LUM_COUNTER( answeredCount );                        ///< of a repair's: they were answered
+   LUM_COUNTER( cspfRequestCount );                     ///< requests for a computation
+   LUM_ATTRIBUTE( topoInfoChangedAt, double );          ///< seconds; 0: reset
+   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfRunInfo > );  ///< the last run
+   LUM_ATTRIBUTE( sourceMissing, bool );
+   LUM_ATTRIBUTE( constraintMissingInTopo, bool );
+   /// The paths that asked since the last run.
+   std::set< PathInfoKey > waiting;
+   LUM_ATTRIBUTE( missing, ConstraintMissing );
+
+   // Followers are marked for refresh, and answered, all at once: their rows stay as they are and
+   // read here what happened. A follower that is answered otherwise by a run is marked itself.
+
+   std::uint32_t followers = 0;  ///< paths
+   bool marked = false;          ///< they wait for a run, since the topology changed
+   double markedSince = 0;       ///< the change; seconds
+   std::uint32_t marks = 0;      ///< how often they were marked
+   std::uint32_t answers = 0;    ///< runs that answered all followers
+   bool marksOne = false;        ///< while one is marked itself: it has asked already
+
+   /// The constraint; it outlives this row, which goes when its last user lets it go.
+   const DedupConstraint & constraint() const noexcept { return constraint_; }
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   const DedupConstraint & constraint_;
+};
+
 class PathStatusInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, PathStatusInfo );
    explicit PathStatusInfo( const PathInfoKey & key,
@@ -105,10 +157,24 @@ class PathStatusInfo : public Lum::Entity {
    /// Marks the path; one that is marked already gets the further reason. `since`: the change of
    /// the topology that it has to follow; 0: none.
    void refreshIs( RefreshReason reason, double since = 0 );
+
+   /// The path is marked and answered through that constraint from now on; null: it is not.
+   void followedIs( const Lum::Ptr< ConstraintInfo > & constraintInfo );
+   /// It waits since its constraint was marked, whatever its own row says.
+   bool isMarkedThrough() const;
+   /// A request for a computation was counted for it when its constraint was marked.
+   bool hasAskedThrough() const;
+   /// How often it was refreshed through its constraint alone.
+   std::uint32_t answersThrough() const;
+   /// A run that answers all followers has answered this one in its own row.
+   void answeredAlone() { --answersThrough_; }
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  private:
    Lum::Ptr< Status > cspfStatus_;
+   Lum::Ptr< ConstraintInfo > followed_;
+   std::uint32_t followedSince_ = 0;   // marks of then
+   std::uint32_t answersThrough_ = 0;  // with the answers of the followed one
 };
 
 /// The computed answer, kept until it is published.
@@ -130,6 +196,8 @@ class PathStatusCache : public Lum::Entity {
    LUM_COUNTER( refreshedStage1Count );
    LUM_COUNTER( refreshedStage2Count );
    LUM_ATTRIBUTE( stage2LastRanAt, double );  ///< seconds
+   /// Of the same path; null in a cache that stands alone.
+   Lum::Ptr< const PathStatusInfo > pathStatusInfo;
 
    /// The answer as one value.
    CspfPathResult result() const;
@@ -156,42 +224,6 @@ class PathBwUsage : public Lum::Entity {
    std::vector< Lum::Ptr< const BwUsageDeduped > > furtherBwUsages;
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
-};
-
-/// Names a constraint in tables.
-using ConstraintHandle = Kiv::DedupHandle::Key;
-
-/// REQUIRES: the handle is that of a constraint.
-inline const DedupConstraint &
-dedupConstraintOf( const ConstraintHandle & handle ) {
-   return static_cast< const DedupConstraint & >( *handle.handle() );
-}
-/// What a constraint names that is not in the topology.
-LUM_ENUM( ConstraintMissing, std::uint8_t, nothing, interface, neighborOnInterface, neighborOnLan,
-          nodeBehindInterface );
-
-/// The paths that share one constraint, and what they wait for.
-class ConstraintInfo : public Lum::Entity {
-   LUM_ENTITY( Cspf, ConstraintInfo );
-   explicit ConstraintInfo( const ConstraintHandle & handle )
-      : constraint_( dedupConstraintOf( handle ) ) {}
-   LUM_COLLECTION_ORDERED( path, PathInfoKey, bool );
-   LUM_COUNTER( cspfRequestCount );                     ///< requests for a computation
-   LUM_COUNTER( answeredCount );                        ///< of a repair's: they were answered
-   LUM_ATTRIBUTE( topoInfoChangedAt, double );          ///< seconds; 0: reset
-   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfRunInfo > );  ///< the last run
-   LUM_ATTRIBUTE( sourceMissing, bool );
-   LUM_ATTRIBUTE( constraintMissingInTopo, bool );
-   /// The paths that asked since the last run.
-   std::set< PathInfoKey > waiting;
-   LUM_ATTRIBUTE( missing, ConstraintMissing );
-
-   /// The constraint; it outlives this row, which goes when its last user lets it go.
-   const DedupConstraint & constraint() const noexcept { return constraint_; }
-   void dumpState( Kiv::DumpContext & context, int indent ) const;
-
- private:
-   const DedupConstraint & constraint_;
 };
 
 /// Tables by path. `Is( key, row )` adds a row, `Is( key )` makes one where there is none, `Del(

@@ -9,7 +9,6 @@
 
 #include "Cspf/Runs/ConstraintInfoSm.h"
 
-#include "Cspf/Runs/PathAnswer.h"
 #include "Cspf/Runs/Run.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Metrics/Metrics.h"
@@ -205,7 +204,7 @@ ConstraintInfoSmBase::pathStatusCache( const PathInfoKey & key ) const {
    return cache ? *cache : nullptr;
 }
 
-Lum::Ptr< const PathStatusInfo >
+Lum::Ptr< PathStatusInfo >
 ConstraintInfoSmBase::pathStatusInfo( const PathInfoKey & key ) const {
    const auto * path = context_.pathStatusInfoTable->pathStatusInfoFind( key );
    return path ? *path : nullptr;
@@ -238,11 +237,16 @@ ConstraintInfoSmBase::runCspf( const Lum::Ptr< CspfData > & cspfData, const char
    TRACE7_FOR( operation, "run cspf, cspfRequestCount " << constraintInfo_->cspfRequestCount() );
    const Lum::Seconds begin = Lum::RealClock::read();
    const CspfRun run( context_.runMemory, *cspfData, view_ );
-   runSeconds.observe( Lum::RealClock::read() - begin );
-   cspfData->ranAtIs( seenUntil() );
+   countRun( cspfData, Lum::RealClock::read() - begin );
+}
+
+void
+ConstraintInfoSmBase::countRun( const Lum::Ptr< CspfRunInfo > & run, Lum::Seconds took ) {
+   runSeconds.observe( took );
+   run->ranAtIs( seenUntil() );
    constraintStats_->cspfCountInc();
-   constraintStats_->cspfLastRanAtIs( cspfData->ranAt() );
-   constraintInfo_->cspfDataIs( cspfData );
+   constraintStats_->cspfLastRanAtIs( run->ranAt() );
+   constraintInfo_->cspfDataIs( run );
 }
 
 void
@@ -267,116 +271,6 @@ ConstraintInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
    for ( const auto & [ key, uses ] : pathColl() ) {
       context.printf( indent + 1, "%*c %s\n", key.pathKey().dst().stringValue().c_str() );
    }
-}
-
-namespace {
-
-/// Whether the constraint's paths are put together from given hops and other paths.
-bool
-stitched( const InternalPathConstraint & c ) {
-   return c.noSpf() && ( c.includeHops() > 0 || c.includeHopAllExplicit() );
-}
-
-/// The reason that the client reads where there is no path; empty where there is one.
-void
-setError( const PathStatusInfo & path, const std::string & error ) {
-   const PathInfoKey & key = path.pathInfoKey();
-   if ( key.internal() || !( path.refreshNeeded() || path.updatePathPending() ) ) {
-      return;
-   }
-   if ( error.empty() ) {
-      path.cspfStatus()->pathErrorDel( key.pathKey() );
-   } else {
-      path.cspfStatus()->pathErrorIs( key.pathKey(), error );
-   }
-}
-
-}
-
-void
-ConstraintInfoSm::handleThrottleTimeout() {
-   if ( stopUnlessScheduled( __PRETTY_FUNCTION__ ) ) {
-      return;
-   }
-   const InternalPathConstraint & pathConstraint = this->pathConstraint();
-   LUM_ASSERT( pathConstraint.sourceType() == plr()
-               || pathConstraint.sourceType() == pathSegmentSource() );
-   const NodeId source = view()->spfRoot();
-   constraintInfo()->sourceMissingIs( !sourceInTopology( source ) );
-   const std::vector< PathInfoKey > paths = pathsToAnswer( source );
-   if ( constraintInfo()->sourceMissing() ) {
-      TRACE7( "Source not found in topoId " << pathConstraint.topoId() );
-      updatePathStatusCache( nullptr, paths );
-   } else if ( pathConstraint.noSpf() ) {
-      constraintStats()->cspfLastRanAtIs( seenUntil() );
-      updatePathStatusCache( nullptr, paths );
-   } else {
-      computeFrom( source, paths, __PRETTY_FUNCTION__ );
-   }
-   backoffTimerTask();
-}
-
-/// Those that asked where nothing has changed since all were answered, else all. A path more must
-/// not cost a walk over the others.
-std::vector< PathInfoKey >
-ConstraintInfoSm::pathsToAnswer( const NodeId & source ) {
-   const auto waiting = std::exchange( constraintInfo()->waiting, {} );
-   const NodeId from = constraintInfo()->sourceMissing() ? NodeId() : source;
-   const bool fresh = std::exchange( answeredFrom_, from ) == from && from
-                      && changedAt() <= constraintStats()->cspfLastRanAt();
-   return fresh ? std::vector< PathInfoKey >( waiting.begin(), waiting.end() )
-                : Lum::sortedKeys( constraintInfo()->pathColl() );
-}
-
-void
-ConstraintInfoSm::computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths,
-                               const char * operation ) {
-   const auto cspfData = Lum::make< CspfData >();
-   cspfData->sourceIs( source );
-   cspfData->useTeMetricIs( true );
-   cspfData->buildReverseSptIs( pathConstraint().reversePath() );
-   for ( const PathInfoKey & key : paths ) {
-      const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
-      TRACE9_FOR( operation, "adding " << tep << " to CspfData::tep collection" );
-      cspfData->tepIs( tep );
-   }
-   runCspf( cspfData, operation );
-   updatePathStatusCache( cspfData, paths );
-   context().runMemory.reclaim( *cspfData );
-}
-
-void
-ConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData,
-                                         const std::vector< PathInfoKey > & paths ) {
-   for ( const PathInfoKey & key : paths ) {
-      if ( constraintInfo()->pathHas( key ) ) {  // whoever reads one answer may change the others
-         updatePath( key, cspfData, __PRETTY_FUNCTION__ );
-      }
-   }
-}
-
-/// A path that is stitched gets nothing from here but the word that it may be.
-void
-ConstraintInfoSm::updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData,
-                              const char * operation ) {
-   const auto cache = pathStatusCache( key );
-   const auto path = pathStatusInfo( key );
-   if ( !cache || !path ) {
-      return;
-   }
-   if ( !stitched( pathConstraint() ) ) {
-      const std::string error =
-         cspfData ? fillPathStatusCache( *path, *cspfData, *cache, operation )
-         : constraintInfo()->sourceMissing()
-            ? noPath( *cache, "source not found in topology" )
-            : noPath( *cache, "no computation asked for, and no hops given" );
-      cache->cspfDataIs( cspfData );
-      if ( pathStatusInfo( key ) != path ) {
-         return;
-      }
-      setError( *path, error );
-   }
-   tellPath( *path, *cache, !stitched( pathConstraint() ) );
 }
 
 /// Stage 2 is asked only after stage 1 was told: hearing of it is what makes an update pending.

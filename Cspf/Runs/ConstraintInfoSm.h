@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Cspf/Records/PathRows.h"
+#include "Cspf/Runs/KeptAnswers.h"
 #include "Cspf/Runs/RunData.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/TaskScheduler.h"
@@ -51,7 +52,7 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    /// Whether what the constraint names is in the topology.
    virtual bool checkConstraintInTopoDb() { return true; }
    /// A path joined or left the constraint.
-   void handlePathUpdate( const PathInfoKey & key );
+   virtual void handlePathUpdate( const PathInfoKey & key );
    /// Forgets the result of one path, so that its next one comes from a new run.
    void clearCspfData( const PathInfoKey & key );
    /// Starts the hold-down after a run.
@@ -81,13 +82,15 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    /// Runs `cspfData`, whose attributes and destinations are set, counts the run, and keeps it as
    /// the constraint's last one.
    void runCspf( const Lum::Ptr< CspfData > & cspfData, const char * operation );
+   /// Counts a run that took so long, seconds, and keeps it as the constraint's last one.
+   void countRun( const Lum::Ptr< CspfRunInfo > & run, Lum::Seconds took );
    /// The time up to which the constraint's changes are in the topology as it stands; seconds.
    Lum::Seconds seenUntil() const;
    /// The last of these changes; seconds.
    Lum::Seconds changedAt() const;
    /// The rows of a path; null while it has none.
    Lum::Ptr< PathStatusCache > pathStatusCache( const PathInfoKey & key ) const;
-   Lum::Ptr< const PathStatusInfo > pathStatusInfo( const PathInfoKey & key ) const;
+   Lum::Ptr< PathStatusInfo > pathStatusInfo( const PathInfoKey & key ) const;
    const ConstraintSmContext & context() const noexcept { return context_; }
    /// The first stage of a path has its result; of one whose `whole` answer it is, the second, too.
    static void tellPath( const PathStatusInfo & path, PathStatusCache & cache, bool whole );
@@ -112,11 +115,21 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    double timerDelay_ = 0;  // of the running timer, milliseconds
 };
 
-/// Computes an ordinary constraint over the TE view: one run for all of its paths.
+/// Computes an ordinary constraint over the TE view: one run for all of its paths, or, where it can
+/// be followed, what a run would answer for those that may get another answer. Marks its followers.
+///
+///   watches                           handler             writes
+///   ConstraintInfo.topoInfoChangedAt  handleTopoChanged   ConstraintInfo: marked, cspfRequestCount
+///
+/// With CSPF_VERIFY_REPAIR=1 in the environment every answer that comes from what is kept is
+/// computed again, and the agent stops at the first difference.
 class ConstraintInfoSm : public ConstraintInfoSmBase {
    LUM_ENTITY( Cspf, ConstraintInfoSm );
    using ConstraintInfoSmBase::ConstraintInfoSmBase;
 
+   void handleInitialized() override;
+   void handlePathUpdate( const PathInfoKey & key ) override;
+   void handleTopoChanged();
    void handleThrottleTimeout() override;
    /// Hands the results of a run to these of the constraint's paths; null: there was nothing to
    /// run.
@@ -124,13 +137,23 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
                                const std::vector< PathInfoKey > & paths );
 
  private:
+   void markFollowers( const std::vector< PathInfoKey > & paths );
+   bool follows( const NodeId & source );
+   void answerFromKept( const NodeId & source, const char * operation );
+   void answerOneByOne( const NodeId & source, const std::vector< PathInfoKey > & paths, bool all,
+                        const char * operation );
+   void answerFromRun( const NodeId & source, const char * operation );
    std::vector< PathInfoKey > pathsToAnswer( const NodeId & source );
    void computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths,
                      const char * operation );
+   Lum::Ptr< CspfData > newCspfData( const NodeId & source,
+                                     const std::vector< PathInfoKey > & paths,
+                                     const char * operation ) const;
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData,
                     const char * operation );
 
    NodeId answeredFrom_;  // all paths, at the last run; unset: they were not
+   KeptAnswers kept_;
 };
 
 }

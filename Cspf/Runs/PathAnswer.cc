@@ -53,6 +53,15 @@ fillPathStatusCache( const PathStatusInfo & path, const CspfData & cspfData,
    return {};
 }
 
+CspfData::Ground
+ground( const PathStatusInfo & path, const CspfData & cspfData ) {
+   const PathStatus & published =
+      path.cspfStatus()->pathStatus( path.pathInfoKey().clientPathKey() );
+   return cspfData.ground( path.pathInfoKey().pathKey().dst().ipAddress(), [ & ]() {
+      return CspfOldPath{ published.pathList(), published.pathTeRouterIdList() };
+   } );
+}
+
 std::string
 noPath( PathStatusCache & cache, std::string reason ) {
    CspfPathResult none = cache.result();

@@ -10,6 +10,8 @@ namespace Cspf {
 /// the data has its tree.
 std::string fillPathStatusCache( const PathStatusInfo & path, const CspfData & cspfData,
                                  PathStatusCache & cache, const char * operation );
+/// What that answer rests on, after it was published. REQUIRES: the data answers from labels.
+CspfData::Ground ground( const PathStatusInfo & path, const CspfData & cspfData );
 /// Puts the answer "no hops" there. Gives the reason back.
 std::string noPath( PathStatusCache & cache, std::string reason );
 

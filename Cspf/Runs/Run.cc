@@ -145,7 +145,9 @@ class CspfRunTracer {
 void
 CspfRunMemory::reclaim( CspfData & cspfData ) {
    cspfData.view_ = nullptr;
-   spareTree_ = std::exchange( cspfData.tree_, CspfTree() );
+   if ( !std::exchange( cspfData.labelTree_, nullptr ) ) {
+      spareTree_ = std::exchange( cspfData.tree_, CspfTree() );
+   }
    cspfData.edges_ = {};
    cspfData.hops_ = {};
    cspfData.teps_ = {};
@@ -159,6 +161,15 @@ CspfRun::CspfRun( CspfRunMemory & memory, CspfData & cspfData,
    doRunCspf( memory );
    doSearchAndUpdateForTeps();
    cspfData_.ranAtIs( Lum::now() );
+}
+
+CspfRun::CspfRun( CspfData & cspfData, const Lum::Ptr< const AllTopoDbView > & view,
+                  const CspfLabelTree & tree )
+   : cspfData_( cspfData ),
+     view_( *view ) {
+   cspfData_.view_ = view;
+   cspfData_.labelTree_ = &tree;
+   doSearchAndUpdateForTeps();
 }
 
 void
@@ -205,20 +216,28 @@ CspfRun::doSearchAndUpdateForTeps() {
    teps.erase( std::unique( teps.begin(), teps.end(),
                             []( const auto & a, const auto & b ) { return a.tep == b.tep; } ),
                teps.end() );
-   const CspfTree & tree = cspfData_.tree_;
    for ( CspfData::Tep & tep : teps ) {
-      const std::vector< CspfVertex > routers = view_.verticesWithTep( tep.tep );
+      searchForTep( tep, __PRETTY_FUNCTION__ );
+   }
+}
+
+void
+CspfRun::searchForTep( CspfData::Tep & tep, const char * operation ) {
+   std::vector< CspfVertex > routers = view_.verticesWithTep( tep.tep );
+   cspfData_.withTree( [ & ]( const auto & tree ) {
       for ( const CspfVertex router : routers ) {
-         if ( !tree.reached( router ) ) {
-            continue;
-         }
-         if ( tep.router == noVertex || tree.finalBefore( view_.graph(), router, tep.router ) ) {
+         if ( tree.reached( router )
+              && ( tep.router == noVertex
+                   || tree.finalBefore( view_.graph(), router, tep.router ) ) ) {
             tep.router = router;
          }
       }
-      if ( tep.router != noVertex ) {
-         tellTep( tep, routers, __PRETTY_FUNCTION__ );
-      }
+   } );
+   if ( tep.router != noVertex ) {
+      tellTep( tep, routers, operation );
+   }
+   if ( cspfData_.labelTree_ ) {
+      tep.routers = std::move( routers );
    }
 }
 
@@ -229,7 +248,7 @@ CspfRun::tellTep( const CspfData::Tep & tep, const std::vector< CspfVertex > & r
    TRACE9_FOR( operation,
                "found TEP " << tep.tep << " on router " << topology.nodeId( tep.router ) );
    for ( const CspfVertex other : routers ) {
-      if ( other != tep.router && cspfData_.tree_.reached( other ) ) {
+      if ( other != tep.router && cspfData_.shortestPathHas( other ) ) {
          TRACE9_FOR( operation, "already found TEP "
                                    << tep.tep << " on router " << topology.nodeId( tep.router )
                                    << ", ignoring router " << topology.nodeId( other ) );

@@ -3,6 +3,7 @@
 #include "Cspf/Graph/TreeRun.h"
 #include "Cspf/Records/PathRecords.h"
 #include "Cspf/Runs/RunData.h"
+#include "Cspf/Runs/SharedLabels.h"
 #include "Cspf/Views/View.h"
 
 namespace Cspf {
@@ -13,12 +14,15 @@ class CspfRunMemory {
  public:
    /// Takes the tree of a run back when its results were handed out.
    void reclaim( CspfData & cspfData );
+   /// What constraints keep between runs, and share.
+   SharedLabels & sharedLabels() noexcept { return sharedLabels_; }
 
  private:
    friend class CspfRun;
    CspfLinkFilter filter_;
    CspfTreeRun treeRun_;
    CspfTree spareTree_;
+   SharedLabels sharedLabels_;
 };
 
 /// One constrained shortest-path run. Creating it runs it to completion; what it found stands in
@@ -29,11 +33,16 @@ class CspfRun {
    /// few look-ups for each destination.
    CspfRun( CspfRunMemory & memory, CspfData & cspfData,
             const Lum::Ptr< const AllTopoDbView > & view );
+   /// Takes what a run would find from a tree that is there; it outlives the handing out of
+   /// answers. O(destinations).
+   CspfRun( CspfData & cspfData, const Lum::Ptr< const AllTopoDbView > & view,
+            const CspfLabelTree & tree );
 
  private:
    const CspfData * cspfData() const noexcept { return &cspfData_; }
    void doRunCspf( CspfRunMemory & memory );
    void doSearchAndUpdateForTeps();
+   void searchForTep( CspfData::Tep & tep, const char * operation );
    void tellTep( const CspfData::Tep & tep, const std::vector< CspfVertex > & routers,
                  const char * operation ) const;
 

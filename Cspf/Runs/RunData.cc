@@ -67,7 +67,9 @@ CspfData::tepHas( const Kivnet::IpGenAddr & tep ) const {
 
 bool
 CspfData::hasTree() const {
-   return view_ && tree_.graphVersion() == view_->graph().version();
+   return view_ && withTree( [ this ]( const auto & tree ) {
+             return tree.graphVersion() == view_->graph().version();
+          } );
 }
 
 std::size_t
@@ -83,10 +85,16 @@ CspfData::shortestPathForNetworks() const {
       } ) );
 }
 
+const CspfData::Tep *
+CspfData::findTep( const Kivnet::IpGenAddr & tep ) const {
+   const auto at = std::ranges::lower_bound( teps_, tep, {}, &Tep::tep );
+   return at != teps_.end() && at->tep == tep ? &*at : nullptr;
+}
+
 CspfVertex
 CspfData::vertexWithTep( const Kivnet::IpGenAddr & tep ) const {
-   const auto at = std::ranges::lower_bound( teps_, tep, {}, &Tep::tep );
-   return at != teps_.end() && at->tep == tep ? at->router : noVertex;
+   const Tep * found = findTep( tep );
+   return found ? found->router : noVertex;
 }
 
 NodeId
@@ -109,7 +117,7 @@ CspfData::routerWithTeps() const {
 bool
 CspfData::shortestPathHas( const NodeId & router ) const {
    const CspfVertex vertex = view_->topoGraph().vertex( router );
-   return vertex != noVertex && tree_.reached( vertex );
+   return vertex != noVertex && shortestPathHas( vertex );
 }
 
 CspfPath

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cspf/Graph/LabelTree.h"
 #include "Cspf/Graph/Tree.h"
 #include "Cspf/Records/PathRecords.h"
 #include "Cspf/Records/RunInfo.h"
@@ -160,12 +161,21 @@ class CspfData : public CspfRunInfo {
                                 const Lum::Ptr< PathTeRouterId > & pathTeRouterId,
                                 const Lum::Ptr< IncludeIps > & includeIps ) const;
 
+   /// What the answer for a destination rests on, after it was filled in from labels.
+   struct Ground {
+      std::vector< CspfVertex > vertices;  ///< of the way, but the source; routers to choose from
+      bool settled = false;                ///< the next run finds the same way where they stay
+   };
+   /// `oldPath`: what the next run will find in use. REQUIRES: the tree is answered from labels.
+   Ground ground( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath ) const;
+
  private:
    friend class CspfRun;
    friend class CspfRunMemory;
    struct Tep {
       Kivnet::IpGenAddr tep;
-      CspfVertex router;  // noVertex: not found
+      CspfVertex router;                       // noVertex: not found
+      std::vector< CspfVertex > routers = {};  // all that have it; noted for labels alone
    };
    /// From one router to the next: a link, and the edge that enters the far router, which is the
    /// same or, across a LAN, the step from the LAN.
@@ -174,10 +184,22 @@ class CspfData : public CspfRunInfo {
       CspfEdge arrival;
    };
 
+   /// The run's own tree, or what answers as one.
+   template< class Ask >
+   auto withTree( Ask && ask ) const {
+      return labelTree_ ? ask( *labelTree_ ) : ask( tree_ );
+   }
    std::size_t tents() const { return tree_.tentative(); }
    /// noVertex: not found.
    CspfVertex vertexWithTep( const Kivnet::IpGenAddr & tep ) const;
    CspfPath shortestPathTo( CspfVertex vertex, const NodeId & node ) const;
+   bool shortestPathHas( CspfVertex router ) const {
+      return withTree( [ & ]( const auto & tree ) { return tree.reached( router ); } );
+   }
+   CspfVertex sourceVertex() const {
+      return withTree( []( const auto & tree ) { return tree.source(); } );
+   }
+   const Tep * findTep( const Kivnet::IpGenAddr & tep ) const;
    void fillAttributes( CspfPathResult & result ) const;
    void fillLinks( CspfPathResult & result ) const;
    // `operation`: the one for which, as traces begin.
@@ -191,9 +213,14 @@ class CspfData : public CspfRunInfo {
 
    std::vector< Tep > teps_;  // sorted and unique once the run is over
    CspfTree tree_;
+   const CspfLabelTree * labelTree_ =
+      nullptr;  // in place of the tree, while answers are handed out
    Lum::Ptr< const AllTopoDbView > view_;
    mutable std::vector< CspfEdge > edges_;  // of the path at hand
    mutable std::vector< Hop > hops_;
+   mutable bool chose_ = false;  // there were equal links to choose from
+   mutable bool drew_ = false;   // ... none of them in use
+   mutable bool mayDraw_ = true;
 };
 
 /// A run for repair paths. It keeps its tree.

@@ -48,7 +48,7 @@ CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPa
    LUM_ASSERT( routerWithTepHas( tep ) );
    LUM_ASSERT( shortestPathHas( routerWithTep( tep ) ) );
    const CspfVertex router = vertexWithTep( tep );
-   const bool toSource = router == tree_.source();
+   const bool toSource = router == sourceVertex();
    if ( !walkBack( router, tep, oldPath, __PRETTY_FUNCTION__ ) ) {
       result.clear();
       return false;
@@ -135,12 +135,15 @@ bool
 CspfData::walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
                     const char * operation ) const {
    const CspfGraph & graph = view_->graph();
-   const auto status = hopList(
-      graph, tree_, router, mostHops,
-      [ & ]( CspfVertex, std::span< const CspfEdge > links ) {
-         return choose( links, tep, oldPath(), operation );
-      },
-      edges_ );
+   chose_ = drew_ = false;
+   const auto status = withTree( [ & ]( const auto & tree ) {
+      return hopList(
+         graph, tree, router, mostHops,
+         [ & ]( CspfVertex, std::span< const CspfEdge > links ) {
+            return choose( links, tep, oldPath(), operation );
+         },
+         edges_ );
+   } );
    hops_.clear();
    for ( const CspfEdge edge : edges_ ) {
       if ( graph.kind( edge ) == CspfEdgeKind::networkToRouter ) {
@@ -155,12 +158,17 @@ CspfData::walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep, const Cspf
 std::size_t
 CspfData::choose( std::span< const CspfEdge > links, const Kivnet::IpGenAddr & tep,
                   const CspfOldPath & oldPath, const char * operation ) const {
+   chose_ = true;
    const auto old =
       std::ranges::find_if( links, [ & ]( CspfEdge link ) { return uses( oldPath, link ); } );
    if ( old != links.end() ) {
       TRACE9_FOR( operation, "Retained old hop " << view_->topoGraph().neighborKey( *old )
                                                  << " for TEP " << tep );
       return static_cast< std::size_t >( old - links.begin() );
+   }
+   drew_ = true;
+   if ( !mayDraw_ ) {
+      return 0;
    }
    const std::size_t index = static_cast< std::size_t >( std::rand() ) % links.size();
    TRACE9_FOR( operation, "Selecting index "
@@ -184,9 +192,38 @@ CspfData::uses( const CspfOldPath & oldPath, CspfEdge link ) const {
    }
    const auto hop = static_cast< std::size_t >( next - oldPath.path.begin() );
    const NodeId & near = view_->topoGraph().nodeId( graph.from( link ) );
-   return hop == 0 ? graph.from( link ) == tree_.source()
+   return hop == 0 ? graph.from( link ) == sourceVertex()
                    : hop <= oldPath.pathTeRouterId.size()
                         && oldPath.pathTeRouterId[ hop - 1 ] == near.ipAddress();
+}
+
+CspfData::Ground
+CspfData::ground( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath ) const {
+   const CspfGraph & graph = view_->graph();
+   const Tep * found = findTep( tep );
+   Ground ground;
+   if ( !found || !hasTree() ) {
+      return ground;
+   }
+   ground.vertices = found->routers;
+   if ( found->router == noVertex ) {
+      ground.settled = true;
+      return ground;
+   }
+   for ( const CspfEdge edge : edges_ ) {
+      ground.vertices.push_back( graph.to( edge ) );
+   }
+   const bool isCut = edges_.empty() && found->router != sourceVertex();
+   if ( chose_ && !isCut ) {
+      const std::vector< CspfEdge > edges = edges_;
+      mayDraw_ = false;
+      walkBack( found->router, tep, oldPath, __PRETTY_FUNCTION__ );
+      mayDraw_ = true;
+      ground.settled = !drew_ && edges == edges_;
+   } else {
+      ground.settled = !isCut;
+   }
+   return ground;
 }
 
 /// The far router's address on the link or LAN by which the path enters it.

@@ -1,0 +1,257 @@
+// The runs of ordinary constraints, and what becomes of their results.
+//
+// A constraint that can be followed keeps what a run would find, and answers only those of its
+// paths that may get another answer, or have asked themselves. All others are answered by one
+// count in the constraint's row. Such a run counts, stamps and holds down like any other.
+//
+// Paths that follow the constraint are marked in its row when the topology changes. Where a run
+// has to tell them one by one, they are marked themselves first, as if they had been all along.
+
+#include "Cspf/Runs/ConstraintInfoSm.h"
+
+#include "Cspf/Runs/KeptCheck.h"
+#include "Cspf/Runs/PathAnswer.h"
+#include "Cspf/Runs/Run.h"
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Cspf {
+
+namespace {
+
+/// Whether the constraint's paths are put together from given hops and other paths.
+bool
+stitched( const InternalPathConstraint & c ) {
+   return c.noSpf() && ( c.includeHops() > 0 || c.includeHopAllExplicit() );
+}
+
+/// The reason that the client reads where there is no path; empty where there is one.
+void
+setError( const PathStatusInfo & path, const std::string & error ) {
+   const PathInfoKey & key = path.pathInfoKey();
+   if ( key.internal() || !( path.refreshNeeded() || path.updatePathPending() ) ) {
+      return;
+   }
+   if ( error.empty() ) {
+      path.cspfStatus()->pathErrorDel( key.pathKey() );
+   } else {
+      path.cspfStatus()->pathErrorIs( key.pathKey(), error );
+   }
+}
+
+}
+
+void
+ConstraintInfoSm::handleInitialized() {
+   LUM_WATCH( constraintInfo(), topoInfoChangedAt, handleTopoChanged );
+   ConstraintInfoSmBase::handleInitialized();
+}
+
+void
+ConstraintInfoSm::handlePathUpdate( const PathInfoKey & key ) {
+   kept_.pathLeft();
+   ConstraintInfoSmBase::handlePathUpdate( key );
+}
+
+void
+ConstraintInfoSm::handleThrottleTimeout() {
+   if ( stopUnlessScheduled( __PRETTY_FUNCTION__ ) ) {
+      return;
+   }
+   [[maybe_unused]] const InternalPathConstraint & pathConstraint = this->pathConstraint();
+   LUM_ASSERT( pathConstraint.sourceType() == plr()
+               || pathConstraint.sourceType() == pathSegmentSource() );
+   const NodeId source = view()->spfRoot();
+   constraintInfo()->sourceMissingIs( !sourceInTopology( source ) );
+   if ( follows( source ) ) {
+      answerFromKept( source, __PRETTY_FUNCTION__ );
+   } else {
+      answerFromRun( source, __PRETTY_FUNCTION__ );
+   }
+   backoffTimerTask();
+}
+
+void
+ConstraintInfoSm::answerFromRun( const NodeId & source, const char * operation ) {
+   kept_.forget();
+   if ( constraintInfo()->marked ) {
+      markFollowers( Lum::sortedKeys( constraintInfo()->pathColl() ) );
+   }
+   const std::vector< PathInfoKey > paths = pathsToAnswer( source );
+   if ( constraintInfo()->sourceMissing() ) {
+      TRACE7_FOR( operation, "Source not found in topoId " << pathConstraint().topoId() );
+      updatePathStatusCache( nullptr, paths );
+   } else if ( pathConstraint().noSpf() ) {
+      constraintStats()->cspfLastRanAtIs( seenUntil() );
+      updatePathStatusCache( nullptr, paths );
+   } else {
+      computeFrom( source, paths, operation );
+   }
+}
+
+/// Followers are marked together. Those that are marked themselves have asked before.
+void
+ConstraintInfoSm::handleTopoChanged() {
+   ConstraintInfo & info = *constraintInfo();
+   if ( info.marked || info.followers == 0 ) {
+      return;
+   }
+   const auto asking = info.followers
+                       - static_cast< std::uint32_t >(
+                          std::ranges::count_if( info.waiting, [ this ]( const PathInfoKey & key ) {
+                             const auto path = pathStatusInfo( key );
+                             return key.followsConstraint() && path && path->refreshNeeded();
+                          } ) );
+   if ( asking == 0 ) {
+      return;
+   }
+   info.marked = true;
+   info.markedSince = info.topoInfoChangedAt();
+   ++info.marks;
+   info.cspfRequestCountIs( info.cspfRequestCount() + asking );
+}
+
+/// Marks these themselves, where the constraint is marked.
+void
+ConstraintInfoSm::markFollowers( const std::vector< PathInfoKey > & paths ) {
+   ConstraintInfo & info = *constraintInfo();
+   if ( !info.marked ) {
+      return;
+   }
+   info.marksOne = true;
+   for ( const PathInfoKey & key : paths ) {
+      const auto * row = context().pathStatusInfoTable->pathStatusInfoFind( key );
+      if ( row && ( *row )->isMarkedThrough() ) {
+         ( *row )->refreshIs( refreshReasonTopoChanged, info.markedSince );
+      }
+   }
+   info.marksOne = info.marked = false;
+}
+
+/// Whether what is kept can answer. Whoever traces every step of a run gets runs.
+bool
+ConstraintInfoSm::follows( const NodeId & source ) {
+   const ConstraintInfo & info = *constraintInfo();
+   SharedLabels & shared = context().runMemory.sharedLabels();
+   kept_.dropLeft( info, *context().pathStatusInfoTable );
+   return !info.sourceMissing() && KeptAnswers::suits( pathConstraint() )
+          && info.followers == info.paths() && shared.enabled() && !Trace::wanted( 9 )
+          && kept_.follow( *view(), source, shared );
+}
+
+void
+ConstraintInfoSm::answerFromKept( const NodeId & source, const char * operation ) {
+   ConstraintInfo & info = *constraintInfo();
+   const bool all = info.marked;
+   const std::vector< PathInfoKey > paths = kept_.pathsToAnswer( info, all );
+   markFollowers( paths );
+   if ( isVerified() ) {  // whoever reads an answer may change the topology
+      verifyKept( kept_, view(), context() );
+   }
+   info.marked = false;
+   info.waiting.clear();
+   info.answers += all;
+   answeredFrom_ = source;
+   TRACE7_FOR( operation, "run cspf, cspfRequestCount " << info.cspfRequestCount() );
+   if ( paths.empty() && info.cspfData() ) {
+      countRun( info.cspfData(), 0 );
+   } else {
+      answerOneByOne( source, paths, all, operation );
+   }
+}
+
+void
+ConstraintInfoSm::answerOneByOne( const NodeId & source, const std::vector< PathInfoKey > & paths,
+                                  bool all, const char * operation ) {
+   const Lum::Seconds begin = Lum::RealClock::read();
+   const CspfLabelTree tree = kept_.tree( view()->graph() );
+   const auto cspfData = newCspfData( source, paths, operation );
+   const CspfRun run( *cspfData, view(), tree );
+   countRun( cspfData, Lum::RealClock::read() - begin );
+   kept_.beginAnswers( paths, *context().pathStatusInfoTable );
+   for ( const PathInfoKey & key : paths ) {
+      const auto path = pathStatusInfo( key );
+      if ( path && constraintInfo()->pathHas( key ) ) {
+         updatePath( key, cspfData, operation );
+         if ( all ) {
+            path->answeredAlone();
+         }
+         kept_.noteAnswer( *path, ground( *path, *cspfData ) );
+      }
+   }
+   context().runMemory.reclaim( *cspfData );
+}
+
+/// Those that asked where nothing has changed since all were answered, else all. A path more must
+/// not cost a walk over the others.
+std::vector< PathInfoKey >
+ConstraintInfoSm::pathsToAnswer( const NodeId & source ) {
+   const auto waiting = std::exchange( constraintInfo()->waiting, {} );
+   const NodeId from = constraintInfo()->sourceMissing() ? NodeId() : source;
+   const bool fresh = std::exchange( answeredFrom_, from ) == from && from
+                      && changedAt() <= constraintStats()->cspfLastRanAt();
+   return fresh ? std::vector< PathInfoKey >( waiting.begin(), waiting.end() )
+                : Lum::sortedKeys( constraintInfo()->pathColl() );
+}
+
+void
+ConstraintInfoSm::computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths,
+                               const char * operation ) {
+   const auto cspfData = newCspfData( source, paths, operation );
+   runCspf( cspfData, operation );
+   updatePathStatusCache( cspfData, paths );
+   context().runMemory.reclaim( *cspfData );
+}
+
+Lum::Ptr< CspfData >
+ConstraintInfoSm::newCspfData( const NodeId & source, const std::vector< PathInfoKey > & paths,
+                               const char * operation ) const {
+   auto cspfData = Lum::make< CspfData >();
+   cspfData->sourceIs( source );
+   cspfData->useTeMetricIs( true );
+   cspfData->buildReverseSptIs( pathConstraint().reversePath() );
+   for ( const PathInfoKey & key : paths ) {
+      const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
+      TRACE9_FOR( operation, "adding " << tep << " to CspfData::tep collection" );
+      cspfData->tepIs( tep );
+   }
+   return cspfData;
+}
+
+void
+ConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData,
+                                         const std::vector< PathInfoKey > & paths ) {
+   for ( const PathInfoKey & key : paths ) {
+      if ( constraintInfo()->pathHas( key ) ) {  // whoever reads one answer may change the others
+         updatePath( key, cspfData, __PRETTY_FUNCTION__ );
+      }
+   }
+}
+
+/// A path that is stitched gets nothing from here but the word that it may be.
+void
+ConstraintInfoSm::updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData,
+                              const char * operation ) {
+   const auto cache = pathStatusCache( key );
+   const auto path = pathStatusInfo( key );
+   if ( !cache || !path ) {
+      return;
+   }
+   if ( !stitched( pathConstraint() ) ) {
+      const std::string error =
+         cspfData ? fillPathStatusCache( *path, *cspfData, *cache, operation )
+         : constraintInfo()->sourceMissing()
+            ? noPath( *cache, "source not found in topology" )
+            : noPath( *cache, "no computation asked for, and no hops given" );
+      cache->cspfDataIs( cspfData );
+      if ( pathStatusInfo( key ) != path ) {
+         return;
+      }
+      setError( *path, error );
+   }
+   tellPath( *path, *cache, !stitched( pathConstraint() ) );
+}
+
+}

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "Cspf/Graph/LabelTree.h"
+#include "Cspf/Records/PathRows.h"
+#include "Cspf/Runs/RunData.h"
+#include "Cspf/Runs/SharedLabels.h"
+#include "Cspf/Views/View.h"
+
+#include <memory>
+#include <span>
+
+namespace Cspf {
+
+/// What one constraint keeps of its runs: labels, which it may share, what it refuses besides, and
+/// the vertices that the way of each of its paths meets. With these it follows the topology and
+/// tells which paths a run could answer differently. A path that is not due is as a run would leave
+/// it.
+class KeptAnswers {
+ public:
+   /// Whether such a constraint can be followed: a path computation in forward direction from the
+   /// router itself, over the TE view, that neither ranks paths by SRLGs nor reserves bandwidth.
+   static bool suits( const InternalPathConstraint & constraint );
+
+   /// Brings everything in line with the topology as it is. False where that cannot be: a run it
+   /// must be. `source`: a node of the view. O(what changed + paths), or a run for all that share
+   /// the labels.
+   bool follow( const AllTopoDbView & view, const NodeId & source, SharedLabels & shared );
+   /// Forgets everything; what is due will be told by the next run.
+   void forget() { *this = KeptAnswers(); }
+
+   /// A path is no more among the constraint's.
+   void pathLeft() { left_ = true; }
+   /// Forgets paths that have left. Comes before anything is asked of paths.
+   void dropLeft( const ConstraintInfo & constraintInfo, const PathStatusInfoTable & rows );
+   /// The paths to answer one by one, in order: those that are due, where `all` must be answered,
+   /// and those that wait.
+   std::vector< PathInfoKey > pathsToAnswer( const ConstraintInfo & constraintInfo,
+                                             bool all ) const;
+   /// Those among them have new answers; `noteAnswer` comes for each.
+   void beginAnswers( const std::vector< PathInfoKey > & paths, const PathStatusInfoTable & rows );
+   void noteAnswer( const PathStatusInfo & path, const CspfData::Ground & ground );
+   /// Calls `visit( path )` for each path that is not due.
+   template< class Visit >
+   void forEachHeld( Visit && visit ) const {
+      for ( const Path & path : paths_ ) {
+         if ( !allDue_ && !path.due ) {
+            visit( *path.row );
+         }
+      }
+   }
+
+   /// What a run would give. REQUIRES: `follow` was true, and the topology is as it was then. Valid
+   /// as long as nothing is followed.
+   CspfLabelTree tree( const CspfGraph & graph ) const { return { graph, *labels_, overlay_ }; }
+
+ private:
+   struct Path {
+      const PathStatusInfo * row;  // not held: a row holds its constraint
+      std::uint32_t begin, end;    // in vertices_
+      bool due;
+   };
+
+   bool startAgain( const AllTopoDbView & view, const NodeId & source, SharedLabels & shared );
+   bool isRenamed( std::span< const CspfEdgeChange > changes,
+                   std::span< const Kivnet::IpGenAddr > addresses,
+                   const InternalPathConstraint & constraint ) const;
+   void shareLabels( const CspfGraph & graph, CspfLinkConstraint numbers, SharedLabels & shared );
+   bool followLabels( const CspfGraph & graph, SharedLabels & shared );
+   void followAddresses( std::span< const Kivnet::IpGenAddr > addresses );
+   bool meets( const Path & path, const CspfTouched & touched, bool overlayMoved ) const;
+
+   std::shared_ptr< CspfLabels > labels_;
+   CspfOverlay overlay_;
+   std::vector< CspfVertex > named_;  // edges into these change what is refused
+   bool namesInterface_ = false;      // ... and edges that leave the source
+   std::vector< CspfVertex > moved_;  // of the overlay, while it is followed
+   std::uint64_t epoch_ = 0, position_ = 0, addressPosition_ = 0, steps_ = 0;  // read up to there
+   std::vector< Path > paths_;
+   std::vector< CspfVertex > vertices_;
+   bool allDue_ = true;
+   bool left_ = false;
+};
+
+}

@@ -1,0 +1,218 @@
+// Constraints that follow the topology in place of being computed anew. Every answer that the agent
+// gives in this program without a run is checked against a run, which stops it at a difference; and
+// an agent that is made to run, since every step of it is traced, must look the same at any moment.
+
+#include "platform/Trace/Gemtrace.h"
+#include "tests/Lab.h"
+#include "tests/RandomLab.h"
+#include "tools/lab/LabJson.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <random>
+#include <regex>
+
+using Json = nlohmann::json;
+
+namespace {
+
+class Verified : public testing::Environment {
+   void SetUp() override { setenv( "CSPF_VERIFY_REPAIR", "1", 1 ); }
+};
+[[maybe_unused]] const auto * const verified = testing::AddGlobalTestEnvironment( new Verified );
+
+/// Everything that can be seen of an agent, but where it keeps it and which numbers were used up.
+std::string
+wholeState( TestLab & lab ) {
+   static const std::regex address( "0x[0-9a-f]{6,}|Constraint #[0-9]+" );
+   Json state = lab.snapshot();
+   for ( auto & [ path, table ] : state.items() ) {
+      if ( table[ "type" ] == "Cspf::ConstraintStatusTable" ) {
+         std::map< unsigned long, Json > bySerial;
+         for ( const auto & [ serial, row ] : table[ "value" ][ "constraintStatus" ].items() ) {
+            bySerial[ std::stoul( serial ) ] = row;
+         }
+         Json rows = Json::array();
+         for ( const auto & [ serial, row ] : bySerial ) {
+            rows.push_back( row );
+         }
+         table[ "value" ] = rows;
+      }
+   }
+   return state.dump() + std::regex_replace( lab.dump(), address, "" );
+}
+
+/// A network of sixty routers, some on LANs, with few metrics: many paths are equal.
+class WideStorm {
+ public:
+   explicit WideStorm( unsigned seed ) : engine_( seed ) {}
+
+   std::string text() {
+      std::string text;
+      for ( unsigned n = 0; n < routers; ++n ) {
+         text += link( n, ( n + 1 ) % routers ) + link( n, below( routers ) );
+      }
+      for ( const unsigned lan : { 1, 2 } ) {
+         text += router( 9 * lan + below( 9 ) ) + " =lan" + std::to_string( lan ) + "= "
+                 + router( 30 + below( 15 ) ) + " " + router( 45 + below( 15 ) ) + "; ";
+      }
+      return text + "A -7- R1; A -7- R1; A -9- R30";
+   }
+
+   void event( TestLab & lab ) {
+      const Json & links = lab.document()[ "topologies" ][ "core" ][ "links" ];
+      const std::string name = std::next( links.begin(), below( links.size() ) ).key();
+      switch ( below( 8 ) ) {
+      case 0: ask( lab ); break;
+      case 1: lab.link( name, { { "up", false } } ); break;
+      case 2: lab.link( name, { { "up", true } } ); break;
+      case 3: lab.link( name, { { "srlg", { 1 + below( 5 ) } } } ); break;
+      case 4: lab.link( name, { { "adminGroup", below( 8 ) } } ); break;
+      case 5:
+         lab.patch( { { "topologies",
+                        { { "core",
+                            { { "routers",
+                                { { router( below( routers ) ),
+                                    { { "overload", below( 2 ) == 0 } } } } } } } } } } );
+         break;
+      default: lab.link( name, { { "metric", 1 + below( 4 ) } } );
+      }
+   }
+
+   void ask( TestLab & lab ) {
+      Json constraint = Json::object();
+      const std::string address = "10.64.0." + std::to_string( 2 + below( 240 ) );
+      switch ( below( 7 ) ) {
+      case 0: constraint[ "excludeLinkWithIp" ] = { address }; break;
+      case 1: constraint[ "excludeIntf" ] = "A-R1.a"; break;
+      case 2:
+         constraint[ "excludeNode" ] = { { "node", router( below( routers ) ) },
+                                         { "nexthopIntf", "A-R1.a" } };
+         break;
+      case 3: constraint[ "excludeAdminGroup" ] = 1 << below( 3 ); break;
+      case 4: constraint[ "bandwidth" ] = 10; break;
+      case 5: constraint[ "reversePath" ] = true; break;
+      default: break;
+      }
+      const unsigned n = ++paths_;
+      lab.request( n % 9 ? "cli" : "rsvp", "p" + std::to_string( n ), router( below( routers ) ),
+                   constraint, { { "id", n } } );
+   }
+
+   unsigned below( std::size_t n ) { return static_cast< unsigned >( engine_() % n ); }
+
+ private:
+   static constexpr unsigned routers = 60;
+   std::string router( unsigned n ) const { return "R" + std::to_string( n ); }
+   std::string link( unsigned a, unsigned b ) {
+      return a == b
+                ? ""
+                : router( a ) + " -" + std::to_string( 1 + below( 4 ) ) + "- " + router( b ) + "; ";
+   }
+
+   std::mt19937 engine_;
+   unsigned paths_ = 0;
+};
+
+/// The states of an agent in a storm, one after the other.
+std::vector< std::string >
+statesOfWideStorm( unsigned seed ) {
+   std::srand( seed );
+   WideStorm storm( seed );
+   TestLab lab( storm.text() );
+   for ( int n = 0; n < 60; ++n ) {
+      storm.ask( lab );
+   }
+   std::vector< std::string > states;
+   for ( int event = 0; event < 40; ++event ) {
+      storm.event( lab );
+      lab.advance( 0.001 * storm.below( 500 ) );
+      states.push_back( wholeState( lab ) );
+   }
+   lab.settle();
+   states.push_back( wholeState( lab ) );
+   return states;
+}
+
+std::vector< std::string >
+statesOfRandomLab( unsigned seed ) {
+   std::srand( seed );
+   RandomLab random( seed, seed % 2 );
+   auto lab = TestLab::of( random.document() );
+   std::vector< std::string > states;
+   for ( int event = 0; event < 30; ++event ) {
+      try {
+         lab.patch( random.event( lab.document() ) );
+      } catch ( const Lab::LabError & ) {
+         continue;
+      }
+      lab.advance( 0.001 * random.below( 400 ) );
+      states.push_back( wholeState( lab ) );
+   }
+   return states;
+}
+
+/// What the storm does while whoever traces every step has every step made.
+std::vector< std::string >
+whileRunning( const std::function< std::vector< std::string >() > & storm ) {
+   Gemtrace::sinkIs( []( int, std::string_view ) {}, 9 );
+   auto states = storm();
+   Gemtrace::sinkIs( nullptr );
+   return states;
+}
+
+void
+expectSame( const std::vector< std::string > & followed, const std::vector< std::string > & run ) {
+   ASSERT_EQ( followed.size(), run.size() );
+   for ( std::size_t i = 0; i < run.size(); ++i ) {
+      const auto at = std::ranges::mismatch( followed[ i ], run[ i ] ).in1 - followed[ i ].begin();
+      const std::size_t from = at < 400 ? 0 : static_cast< std::size_t >( at ) - 400;
+      ASSERT_TRUE( followed[ i ] == run[ i ] ) << "state " << i << "\n"
+                                               << followed[ i ].substr( from, 600 ) << "\n--- not\n"
+                                               << run[ i ].substr( from, 600 );
+   }
+}
+
+}
+
+TEST( Follow, AnAgentThatFollowsLooksLikeOneThatRuns ) {
+   for ( unsigned seed = 1; seed <= 12; ++seed ) {
+      SCOPED_TRACE( "seed " + std::to_string( seed ) );
+      const auto small = [ = ]() { return statesOfRandomLab( seed ); };
+      ASSERT_NO_FATAL_FAILURE( expectSame( small(), whileRunning( small ) ) );
+      if ( seed % 4 == 0 ) {
+         const auto wide = [ = ]() { return statesOfWideStorm( seed ); };
+         ASSERT_NO_FATAL_FAILURE( expectSame( wide(), whileRunning( wide ) ) );
+      }
+   }
+}
+
+/// Nobody is told of a change that concerns nobody, and it counts as a run all the same.
+TEST( Follow, AChangeThatConcernsNobodyTouchesNoPath ) {
+   TestLab lab( "A -10- B -10- C -10- D; A -50- D; A -90- C" );
+   for ( int n = 0; n < 50; ++n ) {
+      lab.request( "cli", "p" + std::to_string( n ), n % 2 ? "C" : "B", Json::object(),
+                   { { "id", n } } );
+   }
+   lab.settle();
+   static std::size_t stages;
+   stages = 0;
+   Gemtrace::sinkIs(
+      []( int, std::string_view text ) { stages += text.find( "Trigger stage2" ) != text.npos; },
+      8 );
+   const std::uint32_t runs = lab.runs();
+   lab.link( "A-D", { { "metric", 60 } } );
+   lab.settle();
+   EXPECT_EQ( stages, 0u );
+   EXPECT_EQ( lab.runs(), runs + 1 );
+   EXPECT_NE( lab.dump().find( "Path Refresh Stage1 Count: 2" ), std::string::npos );
+   lab.link( "B-C", { { "metric", 85 } } );
+   lab.settle();
+   EXPECT_GE( stages, 25u ) << "the paths to C";
+   EXPECT_EQ( lab.path( "cli", "p1" ), "A D C" );
+   Gemtrace::sinkIs( nullptr );
+}
