@@ -10,6 +10,7 @@
 #include "schema/Types.h"
 
 #include <cstdio>
+#include <deque>
 #include <malloc.h>
 
 extern "C" AgentRunner::Agent * agentFactory( const char * name );
@@ -131,10 +132,42 @@ BenchAgent::runs() const {
    return count;
 }
 
+Lum::Ptr< Cspf::VrfRoot >
+BenchAgent::vrfRoot() const {
+   const auto agent = Lum::cast< Cspf::Agent >( runner_.agent() );
+   return agent->v4CspfRoot()->vrfRoot( L3::VrfName::defaultVrf() );
+}
+
+void
+BenchAgent::followingIs( bool following ) const {
+   vrfRoot()->runMemory().sharedLabels().enabledIs( following );
+}
+
+BenchAgent::FirstFollowing
+BenchAgent::followAll() const {
+   const auto root = vrfRoot();
+   Cspf::SharedLabels shared;
+   std::deque< Cspf::KeptAnswers > kept;
+   const auto follow = [ & ]( const auto & handle ) {
+      const auto & view = root->constraintInfoSm( handle )->view();
+      if ( Cspf::KeptAnswers::suits( view->constraint() ) ) {
+         kept.emplace_back().follow( *view, view->spfRoot(), shared );
+      }
+   };
+   const auto & all = root->constraintInfoTable()->constraintInfoColl();
+   follow( all.begin()->first );  // memory that serves all is not counted
+   const std::size_t before = heapInUse();
+   const double took = cpuMilliseconds( [ & ]() {
+      for ( const auto & [ handle, info ] : all ) {
+         follow( handle );
+      }
+   } );
+   return { took, heapInUse() - before };
+}
+
 void
 BenchAgent::runAll() const {
-   const auto agent = Lum::cast< Cspf::Agent >( runner_.agent() );
-   const auto root = agent->v4CspfRoot()->vrfRoot( L3::VrfName::defaultVrf() );
+   const auto root = vrfRoot();
    for ( const auto & [ handle, info ] : root->constraintInfoTable()->constraintInfoColl() ) {
       const auto & view = root->constraintInfoSm( handle )->view();
       const auto data = Lum::make< Cspf::CspfData >();

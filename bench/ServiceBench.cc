@@ -1,6 +1,12 @@
 // What the service costs around its computations: a change of one link until every status is
 // published, a dump of all state, and the memory of paths and links.
 //
+// Then what following saves: the same change with constraints that follow the topology, and with
+// constraints that are run, in one agent. Of the three mixes of constraints the first avoids one
+// link each, as a service that protects its paths does; the second draws masks, SRLGs and bandwidth
+// for each constraint alone; the third has the few masks and bandwidths of a network with classes,
+// some constraints avoiding a link or a router. All figures are CPU time.
+//
 // The network has 10,000 routers, the client asks for 20,000 paths under 1,000 distinct
 // constraints. What the runs themselves take is measured by making them once more, each with its
 // filter and destinations, in the same agent.
@@ -9,6 +15,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <numeric>
 #include <random>
 #include <sys/mman.h>
@@ -92,6 +99,7 @@ measureChange() {
                 constraints, paths, found );
    std::printf( "all paths asked for and published: %.0f ms\n", first );
 
+   agent.followingIs( false );
    const auto keys = Lum::sortedKeys( agent.topology()->neighborColl() );
    std::vector< double > whole, alone;
    std::uint64_t runs = 0;
@@ -112,6 +120,175 @@ measureChange() {
    const std::size_t documentSize = withPaths - heapInUse();
    std::printf( "one path: %zu bytes, its request included\n",
                 ( withPaths - before - documentSize ) / paths );
+}
+
+constexpr std::uint32_t classes[] = { 0, 500'000'000, 1'000'000'000, 1'500'000'000, 2'000'000'000 };
+
+Lab::LabConstraint
+constraintOf( const std::string & mix, std::uint32_t n, const GeneratedNetwork & network,
+              std::mt19937 & random ) {
+   const auto links = static_cast< std::uint32_t >( network.links.size() );
+   if ( mix == "service" ) {
+      return constraintOf( n, links );
+   }
+   const auto pick = [ & ]( std::uint32_t below ) {
+      return static_cast< std::uint32_t >( random() % below );
+   };
+   Lab::LabConstraint constraint;
+   constraint.sharedBwGroupId = 1 + n;
+   if ( mix == "dense" ) {
+      constraint.includeAnyAdminGroup = 0x1E & pick( 32 );
+      constraint.excludeAdminGroup = pick( 2 ) ? 32 : 0;
+      constraint.bandwidth = pick( 3000 ) * 1'000'000ULL;
+      constraint.bwSetupPriority = pick( 8 );
+      return constraint;
+   }
+   const std::uint32_t mask = pick( 16 );
+   constraint.excludeAdminGroup = mask & 1 ? 32 : 0;
+   constraint.includeAllAdminGroup = mask & 2 ? 1 : 0;
+   constraint.includeAnyAdminGroup = mask >> 2 ? ( 0x1E & ~( 2U << ( mask >> 2 ) ) ) | 32 : 0;
+   constraint.bandwidth = classes[ pick( 5 ) ];
+   constraint.bwSetupPriority = pick( 2 );
+   if ( pick( 10 ) < 3 ) {
+      constraint.excludeLinkWithIp = {
+         Kivnet::IpGenAddr( Kivnet::IpAddr( 0x0a000000 + pick( links ) ) ) };
+   }
+   return constraint;
+}
+
+/// Changes of one link, and what each costs the agent.
+class Changes {
+ public:
+   Changes( BenchAgent & agent, std::uint32_t seed )
+      : agent_( agent ),
+        table_( agent.topology() ),
+        keys_( Lum::sortedKeys( table_->neighborColl() ) ),
+        random_( seed ) {
+      for ( const auto & key : keys_ ) {
+         byNextHop_[ table_->neighbor( key ).neighborAddrList()[ 0 ] ] = key;
+      }
+   }
+
+   double metric( const Routing::Topology::NeighborKey & key ) {
+      auto link = table_->neighbor( key );
+      link.metricIs( 1 + random_() % 1000 );
+      return cpuMilliseconds( [ & ]() {
+         table_->neighborIs( key, link );
+         agent_.settle();
+      } );
+   }
+   double randomMetric() { return metric( anyKey() ); }
+   double refusedByAll() {
+      for ( ;; ) {
+         const auto & key = anyKey();
+         if ( table_->neighbor( key ).adminGroup() & 32 ) {
+            return metric( key );
+         }
+      }
+   }
+   /// The last link of a path: a link of a tree.
+   double linkOfTree() {
+      const auto & statuses = agent_.status( "bench" )->pathStatusColl();
+      for ( ;; ) {
+         const auto & path = std::next( statuses.begin(), random_() % statuses.size() )->second;
+         if ( path.paths() > 0 ) {
+            return metric( byNextHop_.at( path.pathList()[ path.paths() - 1 ] ) );
+         }
+      }
+   }
+   double down( Routing::Topology::NeighborKey & key ) {
+      key = anyKey();
+      down_ = table_->neighbor( key );
+      return cpuMilliseconds( [ & ]() {
+         table_->neighborDel( key );
+         agent_.settle();
+      } );
+   }
+   double up( const Routing::Topology::NeighborKey & key ) {
+      return cpuMilliseconds( [ & ]() {
+         table_->neighborIs( key, down_ );
+         agent_.settle();
+      } );
+   }
+
+ private:
+   const Routing::Topology::NeighborKey & anyKey() { return keys_[ random_() % keys_.size() ]; }
+
+   BenchAgent & agent_;
+   const Lum::Ptr< Routing::Topology::TopoDb > table_;
+   const std::vector< Routing::Topology::NeighborKey > keys_;
+   std::map< Kivnet::IpGenAddr, Routing::Topology::NeighborKey > byNextHop_;
+   Routing::Topology::Neighbor down_;
+   std::mt19937 random_;
+};
+
+void
+printRow( const char * change, double run, const std::vector< double > & followed ) {
+   const double median = ::median( followed ), most = quantile( followed, 0.9 );
+   std::printf( "| %s | %.0f | %.3f | %.2f | %.0f | %.0f |\n", change, run, median, most,
+                run / median, run / most );
+   std::fflush( stdout );
+}
+
+void
+measureFollowing( const std::string & mix, std::uint32_t size ) {
+   constexpr int changes = 41;
+   const GeneratedNetwork network = generateNetwork( size, 1 );
+   BenchAgent agent;
+   Lab::LabDocument document = labOf( network );
+   std::mt19937 random( 9 );
+   document.clients[ "bench" ] = {
+      { { Lab::Vrf::defaultVrf(), true } }, { { Lab::Af::ipv4, true } }, false };
+   std::vector< Lab::LabConstraint > all( constraints );
+   for ( std::uint32_t n = 0; n < constraints; ++n ) {
+      all[ n ] = constraintOf( mix, n, network, random );
+   }
+   for ( std::uint32_t n = 0; n < paths; ++n ) {
+      Lab::LabPath & path = document.paths[ "bench" ][ "p" + std::to_string( n ) ];
+      path.dst = Cspf::Destination( teRouterIdOf( 1 + random() % ( size - 1 ) ) );
+      path.id = n;
+      path.constraint = all[ n % constraints ];
+   }
+   agent.lab().write( document );
+   agent.settle();
+
+   Changes change( agent, 17 );
+   std::vector< double > runs, followed;
+   agent.followingIs( false );
+   for ( int i = 0; i < 5; ++i ) {
+      runs.push_back( change.randomMetric() );
+   }
+   const double run = median( runs );
+   const double alone = cpuMilliseconds( [ & ]() { agent.runAll(); } );
+   agent.followingIs( true );
+   for ( int i = 0; i < 3; ++i ) {
+      change.randomMetric();  // from here on everybody follows
+   }
+   const auto first = agent.followAll();
+   std::printf( "\n%s, %u routers: from nothing %.1f ms, by runs %.0f ms (%.0f times faster); "
+                "%.2f MiB\n\n",
+                mix.c_str(), size, first.milliseconds, alone, alone / first.milliseconds,
+                static_cast< double >( first.bytes ) / 1048576 );
+   std::printf( "| change | run, ms | followed, median | 9 in 10 | times faster | 9 in 10 |\n"
+                "|---|---:|---:|---:|---:|---:|\n" );
+   const auto row = [ & ]( const char * name, auto && one ) {
+      followed.clear();
+      for ( int i = 0; i < changes; ++i ) {
+         one();
+      }
+      printRow( name, run, followed );
+   };
+   if ( mix == "service" ) {
+      row( "a link that no constraint admits",
+           [ & ]() { followed.push_back( change.refusedByAll() ); } );
+   }
+   row( "a random metric", [ & ]() { followed.push_back( change.randomMetric() ); } );
+   row( "a link of a tree", [ & ]() { followed.push_back( change.linkOfTree() ); } );
+   row( "down and up", [ & ]() {
+      Routing::Topology::NeighborKey key;
+      followed.push_back( change.down( key ) );
+      followed.push_back( change.up( key ) );
+   } );
 }
 
 /// Heap growth by the store when an IGP table of that many links appears.
@@ -140,4 +317,9 @@ int
 main() {
    measureChange();
    measureLinks();
+   for ( const char * mix : { "service", "dense", "field" } ) {
+      for ( const std::uint32_t size : { 1'000U, 10'000U } ) {
+         measureFollowing( mix, size );
+      }
+   }
 }

@@ -31,6 +31,29 @@ milliseconds( Work && work ) {
    return microseconds( work ) / 1000;
 }
 
+/// CPU milliseconds of this process that the work took: a busy machine does not change them.
+template< typename Work >
+double
+cpuMilliseconds( Work && work ) {
+   const auto now = []() {
+      timespec time{};
+      clock_gettime( CLOCK_PROCESS_CPUTIME_ID, &time );
+      return static_cast< double >( time.tv_sec ) * 1e3
+             + static_cast< double >( time.tv_nsec ) * 1e-6;
+   };
+   const double begin = now();
+   work();
+   return now() - begin;
+}
+
+/// Of 0.9: the value below which nine in ten are.
+inline double
+quantile( std::vector< double > values, double share ) {
+   std::ranges::sort( values );
+   return values[ static_cast< std::size_t >( static_cast< double >( values.size() - 1 )
+                                              * share ) ];
+}
+
 inline double
 median( std::vector< double > values ) {
    std::ranges::sort( values );
