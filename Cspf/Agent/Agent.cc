@@ -6,6 +6,7 @@
 #include "Cspf/Agent/Agent.h"
 
 #include "Cspf/Agent/CommandCallback.h"
+#include "Cspf/Agent/ExplainCommand.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Toggle/Toggle.h"
 #include "platform/Trace/Velotrace.h"
@@ -107,6 +108,8 @@ Agent::doMountsComplete( Corvdb::MountStatus status,
    buildClients( mounted );
    commandRequestReactor()->agentCommandCallbackIs(
       Lum::make< CspfCommandCallback >( "CspfDump", this ) );
+   commandRequestReactor()->agentCommandCallbackIs(
+      Lum::make< CspfExplainCallback >( "CspfExplain", this ) );
 }
 
 void
