@@ -106,7 +106,7 @@ TEST_F( ServiceTest, aNetworkComesAPathIsPublishedALinkIsCutTheProcessDiesAndCom
    }
 }
 
-TEST_F( ServiceTest, provesWhatIsPublishedWheneverItRests ) {
+TEST_F( ServiceTest, provesAndExplainsWhatIsPublished ) {
    const RunnerProcess runner( directory, { "--prove" } );
    Client client( runner.socket() );
    client.call( "load", { { "lab", squareLab( true ) } } );
@@ -120,6 +120,11 @@ TEST_F( ServiceTest, provesWhatIsPublishedWheneverItRests ) {
       runProgram( "cspfctl", { "prove", "--json", "--socket", runner.socket() } );
    EXPECT_EQ( proof.exitStatus, 0 ) << proof.err;
    EXPECT_EQ( Json::parse( proof.out )[ "paths" ], 1 ) << proof.out;
+   const ProgramResult why = runProgram( "cspfctl", { "explain", "rsvp/10.0.0.3", "--why-not",
+                                                      "10.0.0.4", "--socket", runner.socket() } );
+   EXPECT_EQ( why.exitStatus, 0 ) << why.err;
+   EXPECT_THAT( why.out, HasSubstr( "metric 20: the least\n" ) );
+   EXPECT_THAT( why.out, HasSubstr( "metric 40, 20 more than the best\n" ) );
 }
 
 TEST_F( ServiceTest, theSocketIsItsOwnersAndServedByOne ) {

@@ -16,3 +16,10 @@ void addImportCommand( CLI::App & app, int & status );
 /// Adds `prove [LAB]`: judges what is published at the end of a lab, or by a running agent. The
 /// status is 1 where something does not hold.
 void addProveCommand( CLI::App & app, int & status );
+
+/// Adds `explain [LAB] CLIENT/PATH`: why a path is what it is, or why there is none, at the end of
+/// a lab or by a running agent.
+void addExplainCommand( CLI::App & app, int & status );
+
+/// Adds `whatif LAB`: what a change would do to the paths of a lab, or every failure in turn.
+void addWhatIfCommand( CLI::App & app, int & status );

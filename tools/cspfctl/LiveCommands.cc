@@ -4,6 +4,7 @@
 #include "tools/cspfctl/LiveCommands.h"
 
 #include "tools/cspfctl/Caller.h"
+#include "tools/cspfctl/PatchText.h"
 #include "tools/lab/LabFile.h"
 #include "tools/lab/LabRunner.h"
 #include "tools/service/Client.h"
@@ -11,7 +12,6 @@
 #include "tools/text/Plain.h"
 #include "tools/text/Table.h"
 
-#include <fstream>
 #include <iostream>
 #include <memory>
 
@@ -59,16 +59,6 @@ joined( const std::vector< std::string > & list ) {
    return text;
 }
 
-std::string
-contentOf( const std::string & fileName ) {
-   std::ifstream in( fileName );
-   std::string content( std::istreambuf_iterator< char >( in ), {} );
-   if ( !in.is_open() || in.bad() ) {
-      throw std::runtime_error( fileName + ": cannot be read" );
-   }
-   return content;
-}
-
 Json
 parsed( const std::string & text ) {
    try {
@@ -79,14 +69,6 @@ parsed( const std::string & text ) {
    }
 }
 
-Json
-readPatch( const std::string & text ) {
-   if ( text == "-" ) {
-      return parsed( std::string( std::istreambuf_iterator< char >( std::cin ), {} ) );
-   }
-   return parsed( text.starts_with( '@' ) ? contentOf( text.substr( 1 ) ) : text );
-}
-
 void
 runGet( const Options & options ) {
    const Json state = caller( options )->call( "get", { { "path", options.path } } );
@@ -95,7 +77,7 @@ runGet( const Options & options ) {
 
 void
 runPatch( const Options & options ) {
-   const Json patch = readPatch( options.patch );
+   const Json patch = parsed( patchText( options.patch ) );
    caller( options )->call( "patch", { { "path", options.path }, { "patch", patch } } );
 }
 

@@ -2,6 +2,7 @@
 // in this process; without one the state of a running agent is read, all at one moment.
 
 #include "tools/cspfctl/LabCommands.h"
+#include "tools/cspfctl/LiveSnapshot.h"
 #include "tools/lab/LabRunner.h"
 #include "tools/prove/Proof.h"
 #include "tools/service/Client.h"
@@ -71,9 +72,9 @@ proveLab( const Options & options ) {
    try {
       Lab::visitLab(
          Lab::LabFile::load( options.lab ), run, options.at,
-         [ & ]( const auto & state, const auto & tables, bool settled ) {
-            status = report( Prove::prove( Prove::Snapshot::of( state, tables ) ), settled,
-                             options.json );
+         [ & ]( const Lab::LabMoment & moment ) {
+            const auto state = Prove::Snapshot::of( moment.state, moment.tables );
+            status = report( Prove::prove( state ), moment.settled, options.json );
          },
          std::cerr );
    } catch ( const Lab::LabError & error ) {
@@ -101,14 +102,7 @@ int
 proveAgent( const Options & options ) {
    Service::Client client( options.socket );
    const bool settled = settles( client, options.timeout );
-   Json paths = Json::array();
-   for ( std::string path : Prove::Snapshot::paths() ) {
-      path.resize( path.size() - path.ends_with( '/' ) );
-      paths.push_back( path );
-   }
-   // A watch begins with all of its paths as of one moment.
-   const Json state = Service::Client( options.socket ).call( "watch", { { "paths", paths } } );
-   return report( Prove::prove( Prove::Snapshot::of( state ) ), settled, options.json );
+   return report( Prove::prove( liveSnapshot( options.socket ) ), settled, options.json );
 }
 
 }

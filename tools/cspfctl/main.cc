@@ -31,6 +31,8 @@ main( int argc, char ** argv ) {
    addCheckCommand( app, status );
    addImportCommand( app, status );
    addProveCommand( app, status );
+   addExplainCommand( app, status );
+   addWhatIfCommand( app, status );
    addLiveCommands( app, status );
    addTraceCommand( app );
    addSupportCommand( app );

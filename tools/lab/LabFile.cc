@@ -118,4 +118,12 @@ LabPlayback::apply() {
    return std::exchange( document_, readDocument( root_ ) );
 }
 
+void
+LabPlayback::apply( const LabJson & patch ) {
+   LabJson root = root_;
+   root.merge( patch );
+   document_ = readDocument( root );
+   root_ = std::move( root );
+}
+
 }

@@ -53,6 +53,8 @@ class LabPlayback {
    const LabEvent * next() const noexcept;
    /// Applies the patch of that event and gives the document that it found. REQUIRES: there is one.
    LabDocument apply();
+   /// Applies another patch. Throws LabError, with nothing changed, where that leaves no lab.
+   void apply( const LabJson & patch );
 
  private:
    const LabFile & file_;

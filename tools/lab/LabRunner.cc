@@ -14,6 +14,7 @@
 #include "tools/lab/LabProgress.h"
 #include "tools/lab/LabRestart.h"
 #include "tools/lab/LabState.h"
+#include "tools/service/CommandStream.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -115,11 +116,41 @@ class LabRun {
       }
       workUntil( start_ + until );
       progress_.clear();
-      visit( state_, tables_, loop_.nextDeadline() == unending );
+      visit( moment() );
       runner_.stop();
    }
 
  private:
+   LabMoment moment() {
+      const auto published = [ this ] {
+         return observe( playback_.document(), state_, tables_, loop_.now() - start_ );
+      };
+      const auto command = [ this ]( const std::string & name, const std::string & text ) {
+         return this->command( name, text );
+      };
+      const auto after = [ this, published ]( const LabJson & patch ) {
+         playback_.apply( patch );
+         writer_.write( playback_.document() );
+         workUntil( unending );
+         return published();
+      };
+      return { playback_.document(),
+               state_,
+               tables_,
+               loop_.nextDeadline() == unending,
+               command,
+               published,
+               after };
+   }
+
+   std::string command( const std::string & name, const std::string & text ) {
+      const Service::CommandStream stream;
+      std::string answer;
+      runner_.command( name, stream.fd(), text );
+      stream.forEachPiece( [ & ]( std::string_view piece ) { answer += piece; } );
+      return answer;
+   }
+
    void apply( const LabEvent & event ) {
       if ( event.restart ) {
          killAndStart( runner_, state_, tables_ );

@@ -3,6 +3,7 @@
 #include "platform/Corvdb/StateStore.h"
 #include "platform/Zorch/TableStore.h"
 #include "tools/lab/LabFile.h"
+#include "tools/lab/LabOutcome.h"
 
 #include <cstdint>
 #include <functional>
@@ -31,9 +32,21 @@ inline constexpr int exitBrokenInvariant = 3;
 int runLab( const LabFile & lab, const RunOptions & options, std::ostream & out,
             std::ostream & err );
 
-/// Takes the state that a lab has led to; `settled`: no work is pending.
-using LabVisitor = std::function< void( const Corvdb::StateStore & state,
-                                        const Zorch::TableStore & tables, bool settled ) >;
+/// What a lab has led to.
+struct LabMoment {
+   const LabDocument & document;
+   const Corvdb::StateStore & state;
+   const Zorch::TableStore & tables;
+   bool settled = true;  ///< no work is pending
+   /// Hands the agent a command, and gives what it writes; "" where it takes none of that name.
+   std::function< std::string( const std::string & name, const std::string & text ) > command;
+   /// What the agent has published.
+   std::function< Outcome() > outcome;
+   /// Applies a merge patch to the lab, lets the agent work until it rests, and gives what it has
+   /// published then. All above changes with it. Throws LabError where the patch leaves no lab.
+   std::function< Outcome( const LabJson & patch ) > after;
+};
+using LabVisitor = std::function< void( const LabMoment & moment ) >;
 inline constexpr double atTheEnd = std::numeric_limits< double >::infinity();
 
 /// Starts the agent on the lab, lets it work for `until` seconds of the lab, before what happens
