@@ -62,16 +62,18 @@ TEST( Guide, printsWhatItSays ) {
    std::ofstream( directory / "small.json" ) << lab;
    EXPECT_EQ( typed( directory, "cspfctl check small.json" ), all[ 4 ] + "failed\n" );
 
+   const auto isCommand = []( const std::string & block ) {
+      return block.starts_with( "./run " ) || block.starts_with( "cspfctl " );
+   };
    for ( std::size_t i = 5; i < all.size(); ++i ) {
+      ASSERT_TRUE( isCommand( all[ i ] ) ) << all[ i ];
       // `./run LAB` builds the product and runs the lab.
       const bool runs = all[ i ].starts_with( "./run " );
-      ASSERT_TRUE( runs || all[ i ].starts_with( "cspfctl " ) ) << all[ i ];
       const std::string out =
          typed( directory, runs ? "cspfctl " + all[ i ].substr( 2 ) : all[ i ] );
-      EXPECT_THAT( out, testing::Not( testing::HasSubstr( "failed\n" ) ) );
-      EXPECT_THAT( out,
-                   testing::HasSubstr( runs                                      ? "\nat "
-                                       : all[ i ].starts_with( "cspfctl prove" ) ? " holds"
-                                                                                 : "protected" ) );
+      EXPECT_THAT( out, testing::Not( testing::AnyOf( "", testing::HasSubstr( "failed\n" ) ) ) );
+      if ( i + 1 < all.size() && !isCommand( all[ i + 1 ] ) ) {
+         EXPECT_EQ( out, all[ ++i ] );
+      }
    }
 }
