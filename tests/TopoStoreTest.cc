@@ -304,8 +304,7 @@ TEST( TopoStore, PublishedRowsFollowTheLinksAndStaleOnesGo ) {
    EXPECT_EQ( rows->intfIpToRouterId( ipOf( "10.0.0.1" ) ), teId( 1 ) );
    store.router( level2, 1, teId( 7 ), { p2pKey( 1, 2 ) } );
    EXPECT_EQ( rows->intfIpToRouterId( ipOf( "10.0.0.1" ) ), teId( 7 ) );
-   EXPECT_THAT( store.status->teRouterIdsOfTep( ipOf( "10.0.0.1" ) ),
-                ElementsAre( teId( 7 ) ) );
+   EXPECT_THAT( store.status->teRouterIdsOfTep( ipOf( "10.0.0.1" ) ), ElementsAre( teId( 7 ) ) );
    store.tables->topoDbDel( level2 );
    EXPECT_THAT( rows->intfIpToRouterIdColl(), IsEmpty() );
    EXPECT_EQ( store.te().graph().vertices(), 0u );
