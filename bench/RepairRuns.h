@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Graph/RepairTable.h"
+#include "Cspf/Detours/RepairTable.h"
 #include "Cspf/Graph/TreeRun.h"
 
 /// The repairs of one link or node after another, as the agent works them out: four trees and a

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Graph/RepairTable.h"
+#include "Cspf/Detours/RepairTable.h"
 #include "tools/prove/RepairWalker.h"
 
 #include <random>

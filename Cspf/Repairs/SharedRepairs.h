@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Graph/RepairTable.h"
+#include "Cspf/Detours/RepairTable.h"
 #include "Cspf/Runs/RunData.h"
 
 #include <memory>

@@ -10,7 +10,7 @@
 // this very router, and no earlier start reaches farther than a later one. The destination of a
 // repair may itself be its last repair node, where only the link into it avoids the resource.
 
-#include "Cspf/Graph/RepairTable.h"
+#include "Cspf/Detours/RepairTable.h"
 
 #include <algorithm>
 

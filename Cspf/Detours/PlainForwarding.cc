@@ -5,7 +5,7 @@
 // therefore take LANs before routers at equal cost: whatever is to be known of a vertex is known
 // when it is taken.
 
-#include "Cspf/Graph/PlainForwarding.h"
+#include "Cspf/Detours/PlainForwarding.h"
 
 #include <algorithm>
 #include <queue>

@@ -3,7 +3,7 @@
 // fewest nodes. These layers do not depend on the destination. From there one run backwards tells
 // for all routers at once whether plain forwarding takes the rest.
 
-#include "Cspf/Graph/Detours.h"
+#include "Cspf/Detours/Detours.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cspf/Graph/PlainForwarding.h"
-#include "Cspf/Graph/Repair.h"
+#include "Cspf/Detours/PlainForwarding.h"
+#include "Cspf/Detours/Repair.h"
 
 #include <optional>
 #include <vector>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Graph/Detours.h"
+#include "Cspf/Detours/Detours.h"
 
 #include <cstdint>
 #include <functional>
