@@ -16,15 +16,6 @@ microseconds( Work && work ) {
    return took.count();
 }
 
-/// CPU milliseconds of this process that the work took: on a busy machine they say more.
-template< typename Work >
-double
-cpuMilliseconds( Work && work ) {
-   const auto begin = std::clock();
-   work();
-   return 1000.0 * static_cast< double >( std::clock() - begin ) / CLOCKS_PER_SEC;
-}
-
 template< typename Work >
 double
 milliseconds( Work && work ) {

@@ -17,8 +17,6 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr const char * statusPath = "te/cspf/status/vrf/default/ipv4/rsvp";
-
 /// Changes anything: entities and tables of all types come, change, go and come again.
 void
 changeSomething( Member & member, RandomValue & random, const std::string & top ) {

@@ -94,7 +94,7 @@ ProtectionSm::requestDel( PqComputeSm & request ) {
 
 void
 ProtectionSm::refreshIs( PqComputeSm & request ) {
-   waiting_.push_back( &request );
+   waiting_.emplace_back( &request );
    constraintInfo_->cspfRequestCountInc();
 }
 
@@ -160,7 +160,7 @@ ProtectionSm::handlePqComputeTask() {
    std::vector< Lum::Ptr< PqComputeSm > > due;
    for ( PqComputeSm * request : requests_ ) {
       if ( all || request->isDue() ) {
-         due.push_back( request );
+         due.emplace_back( request );
       }
    }
    for ( const auto & request : due ) {

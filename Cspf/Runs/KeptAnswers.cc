@@ -229,6 +229,7 @@ KeptAnswers::beginAnswers( const std::vector< PathInfoKey > & paths,
       allDue_ = false;
    }
    std::vector< const PathStatusInfo * > answered;
+   answered.reserve( paths.size() );
    for ( const PathInfoKey & key : paths ) {
       answered.push_back( rows.pathStatusInfo( key ).ptr() );
    }

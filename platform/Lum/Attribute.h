@@ -199,11 +199,11 @@ sortedKeys( const M & map ) {
       }                                                                                            \
       return child;                                                                                \
    }                                                                                               \
-   template< class... Args >                                                                       \
-      requires( sizeof...( Args ) > 1 )                                                            \
-   ::Lum::Ptr< __VA_ARGS__ > name_##Is( const Key & key, Args &&... args ) {                       \
-      return name_##Is( key, ::Lum::Ptr< __VA_ARGS__ >(                                            \
-                                new __VA_ARGS__( key, std::forward< Args >( args )... ) ) );       \
+   template< class... Args, class Child = __VA_ARGS__ >                                            \
+      requires( sizeof...( Args ) > 1 && std::constructible_from< Child, const Key &, Args... > )  \
+   ::Lum::Ptr< Child > name_##Is( const Key & key, Args &&... args ) {                             \
+      return name_##Is(                                                                            \
+         key, ::Lum::Ptr< Child >( new Child( key, std::forward< Args >( args )... ) ) );          \
    }                                                                                               \
    void name_##Del( const Key & key ) {                                                            \
       if ( auto entry = name_##_.extract( key ) ) {                                                \

@@ -22,7 +22,7 @@ nameForPeople( const std::string & agentName ) {
 
 SharedState::SharedState( Lum::ActivityLoop & loop, Corvdb::StateStore & state,
                           Zorch::TableStore & tables, AgentRunner::Runner & runner,
-                          Settings settings, std::function< void() > ready )
+                          const Settings & settings, std::function< void() > ready )
    : loop_( loop ),
      runner_( runner ),
      url_( settings.url.text ),

@@ -20,7 +20,8 @@ class SharedState {
 
    /// `ready` is called before the agent starts. All outlive it.
    SharedState( Lum::ActivityLoop & loop, Corvdb::StateStore & state, Zorch::TableStore & tables,
-                AgentRunner::Runner & runner, Settings settings, std::function< void() > ready );
+                AgentRunner::Runner & runner, const Settings & settings,
+                std::function< void() > ready );
 
    /// Once the agent is stopped: writes what is left to be written, and lets go of the state.
    /// Throws std::runtime_error where the agent could not start, or could not go on.

@@ -169,7 +169,7 @@ Explained::printHops( std::ostream & out ) const {
    if ( bandwidths ) {
       columns.insert( columns.end(), { "FREE", "OWN" } );
    }
-   columns.push_back( "REMARK" );
+   columns.emplace_back( "REMARK" );
    Text::Table table( columns );
    std::uint64_t sum = 0;
    int count = 0;

@@ -70,7 +70,7 @@ liveCoverage( const std::string & socket ) {
    for ( const auto & [ path, table ] : config.items() ) {
       const std::string of = path.substr( configs.size() + 1 );
       const std::size_t family = of.find( '/' ), name = of.rfind( '/' );
-      const auto published = status.find( statuses + "/" + of );
+      const auto published = status.find( std::string( statuses ).append( "/" ).append( of ) );
       if ( of.substr( name + 1 ) == "tilfa" && published != status.end() ) {
          const json & requests = table[ "value" ][ "pathConfig" ];
          all.push_back(

@@ -78,9 +78,9 @@ class IgpTopology {
    const std::vector< Step > & steps() const { return steps_; }
    /// The steps that leave that router.
    std::span< const Step > stepsFrom( const IgpRouterId & id ) const {
-      const auto range = std::ranges::equal_range(
-         steps_, id, {}, []( const Step & step ) -> const IgpRouterId & { return step.from(); } );
-      return { range.begin(), range.end() };
+      const auto from = []( const Step & step ) -> const IgpRouterId & { return step.from(); };
+      return { std::ranges::lower_bound( steps_, id, {}, from ),
+               std::ranges::upper_bound( steps_, id, {}, from ) };
    }
 
    std::unique_ptr< RepairWalker > walker;
