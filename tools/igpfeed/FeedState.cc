@@ -99,7 +99,7 @@ patchesOf( const Lab::LabTable & before, const Lab::LabTable & after ) {
 template< class T >
 Lum::Ptr< T >
 entityOf( const Json & fields ) {
-   const auto entity = Lum::make< T >();
+   auto entity = Lum::make< T >();
    State::merge( *entity, fields );
    return entity;
 }

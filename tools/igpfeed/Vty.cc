@@ -60,7 +60,7 @@ Vty::receive( std::string & answer ) {
    for ( ;; ) {
       const std::size_t size = answer.size();
       if ( size >= trailer && answer.compare( size - trailer, 3, "\0\0\0", 3 ) == 0 ) {
-         const int status = answer.back();
+         const int status = static_cast< unsigned char >( answer.back() );
          answer.resize( size - trailer );
          return status;
       }

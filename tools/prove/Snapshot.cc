@@ -88,6 +88,7 @@ topologiesOf( const Snapshot & state, const Vrf & vrf, Af af ) {
    add( TopoId::isisL1(), false );
    add( TopoId::isisL2(), false );
    std::vector< Topology > topologies;
+   topologies.reserve( found.size() );
    for ( const auto & [ id, table ] : found ) {
       topologies.push_back( { id, table } );
    }

@@ -16,7 +16,7 @@ constexpr const char * milliseconds = "10000";
 std::string
 takeWord( std::string_view & text ) {
    const auto space = std::min( text.find( ' ' ), text.size() );
-   const std::string word( text.substr( 0, space ) );
+   std::string word( text.substr( 0, space ) );
    text.remove_prefix( std::min( space + 1, text.size() ) );
    return word;
 }
