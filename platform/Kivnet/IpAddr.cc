@@ -18,7 +18,7 @@ parseInto( int family, std::string_view text, void * bytes ) {
    if ( text.size() >= sizeof terminated || text.find( '\0' ) != text.npos ) {
       return false;
    }
-   std::memcpy( terminated, text.data(), text.size() );
+   text.copy( terminated, text.size() );  // of an empty text, too, which may have no place
    terminated[ text.size() ] = '\0';
    return inet_pton( family, terminated, bytes ) == 1;
 }
