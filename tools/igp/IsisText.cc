@@ -97,6 +97,9 @@ IsisReader::readTop() {
          lines_.fail( "the count of LSPs before the next database", lines_.text() );
       }
       level_ = lines_.number( level->substr( 0, 1 ) );
+      if ( level_ != 1 && level_ != 2 ) {
+         lines_.fail( "level 1 or 2", *level );
+      }
       section_ = Section::database;
       inSection_ = 0;
       openDatabase_ = true;
