@@ -3,6 +3,7 @@
 #include "tools/agentrunner/SharedState.h"
 
 #include "tools/state/StatePaths.h"
+#include "tools/text/Plain.h"
 
 #include <iostream>
 #include <unistd.h>
@@ -34,7 +35,7 @@ SharedState::SharedState( Lum::ActivityLoop & loop, Corvdb::StateStore & state,
                     }
                  },
                  []( const std::string & line ) {
-                    std::cerr << "agentrunner: " << line << std::endl;
+                    std::cerr << "agentrunner: " << Text::plain( line ) << std::endl;
                  } } ) {
    const auto paths = State::agentsPaths();
    replica_.leaseIs( { paths.begin(), paths.end() }, settings.standby,

@@ -6,6 +6,7 @@
 #include "tools/igp/OspfText.h"
 #include "tools/lab/LabFile.h"
 #include "tools/lab/LabRunner.h"
+#include "tools/text/Plain.h"
 
 #include <fstream>
 #include <iostream>
@@ -69,7 +70,7 @@ importOspf( const std::vector< std::string > & files ) {
 void
 tell( const Igp::Findings & findings ) {
    for ( const std::string & finding : findings ) {
-      std::cerr << "cspfctl: " << finding << "\n";
+      std::cerr << "cspfctl: " << Text::plain( finding ) << "\n";
    }
 }
 
@@ -87,7 +88,7 @@ run( const Options & options, Imported ( *read )( const std::vector< std::string
       std::cout << text << std::endl;
       return Lab::exitOk;
    } catch ( const std::runtime_error & error ) {
-      std::cerr << "cspfctl: " << error.what() << std::endl;
+      std::cerr << "cspfctl: " << Text::plain( error.what() ) << std::endl;
       return Lab::exitBadLab;
    }
 }

@@ -116,7 +116,7 @@ repairs( RepairsOptions options ) {
       return Lab::printCoverage( Lab::LabFile::load( options.lab ), options.coverage, std::cout,
                                  std::cerr );
    } catch ( const Lab::LabError & error ) {
-      std::cerr << "cspfctl: " << options.lab << ": " << error.what() << std::endl;
+      std::cerr << "cspfctl: " << Text::plain( options.lab + ": " + error.what() ) << std::endl;
       return Lab::exitBadLab;
    }
 }

@@ -3,6 +3,7 @@
 // kept busy by a network that never rests.
 
 #include "tools/igpfeed/Feed.h"
+#include "tools/text/Plain.h"
 
 #include <iostream>
 
@@ -30,7 +31,7 @@ Feed::Feed( Lum::ActivityLoop & loop, std::unique_ptr< Daemon > daemon, Cspf::Ig
 
 void
 Feed::tell( const std::string & text ) const {
-   std::cerr << "igpfeed: " << options_.name << ": " << text << std::endl;
+   std::cerr << "igpfeed: " << options_.name << ": " << Text::plain( text ) << std::endl;
 }
 
 /// `last`: what was told of the same matter before.

@@ -2,6 +2,7 @@
 // change without a message where a link is up all the while, so they are asked for again at times.
 
 #include "tools/igpfeed/Interfaces.h"
+#include "tools/text/Plain.h"
 
 #include <cerrno>
 #include <cstring>
@@ -246,7 +247,7 @@ InterfaceFeed::write() {
       access_.reset();
       if ( trouble_ != error.what() ) {
          trouble_ = error.what();
-         std::cerr << "igpfeed: interfaces: " << trouble_ << std::endl;
+         std::cerr << "igpfeed: interfaces: " << Text::plain( trouble_ ) << std::endl;
       }
    }
 }

@@ -4,6 +4,7 @@
 #include "tools/igpfeed/Feed.h"
 #include "tools/igpfeed/Interfaces.h"
 #include "tools/service/UnixSocket.h"
+#include "tools/text/Plain.h"
 
 #include <CLI/CLI.hpp>
 
@@ -73,7 +74,7 @@ main( int argc, char ** argv ) {
    } catch ( const CLI::ParseError & error ) {
       return app.exit( error ) == 0 ? 0 : 1;
    } catch ( const std::exception & error ) {
-      std::cerr << "igpfeed: " << error.what() << std::endl;
+      std::cerr << "igpfeed: " << Text::plain( error.what() ) << std::endl;
       return 1;
    }
    return 0;
