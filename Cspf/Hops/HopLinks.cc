@@ -115,6 +115,37 @@ refusalForUser( const AllTopoDbView & view, const CspfLinkFilter & filter,
    return refusal;
 }
 
+HopToTopoDbLinkMapper::HopToTopoDbLinkMapper( const PathArray & hops, const NodeId & sourceNode,
+                                              const AllTopoDbView & view )
+   : HopToTopoDbLinkMapper( view, std::make_unique< OnePath >( OnePath{
+                                     hops.path(),
+                                     sourceNode,
+                                     Lum::make< HopAddressMemory >( view.allTopoDbStatus() ),
+                                     {},
+                                     {} } ) ) {
+   onePath_->filter.constraintIs( view.linkConstraint( sourceNode ) );
+}
+
+HopToTopoDbLinkMapper::HopToTopoDbLinkMapper( const AllTopoDbView & view,
+                                              std::unique_ptr< OnePath > onePath )
+   : onePath_( std::move( onePath ) ),
+     view_( view ),
+     memory_( *onePath_->memory ),
+     filter_( onePath_->filter ),
+     known_( nullptr ) {}
+
+void
+HopToTopoDbLinkMapper::handleNew() {
+   LUM_ASSERT( onePath_ );
+   handleNew( view_.topoGraph().vertex( onePath_->sourceNode ), onePath_->hops, onePath_->links );
+}
+
+Lum::Ptr< PathAsTopoDbLinks >
+HopToTopoDbLinkMapper::pathAsTopoDbLinks() const {
+   LUM_ASSERT( onePath_ );
+   return Cspf::pathAsTopoDbLinks( view_.topoGraph(), onePath_->links );
+}
+
 void
 HopToTopoDbLinkMapper::handleNew( CspfVertex sourceNode, const Hops & hops,
                                   std::vector< CspfPathHop > & links ) {

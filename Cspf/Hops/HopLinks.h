@@ -5,6 +5,7 @@
 #include "Cspf/Records/PathRows.h"
 #include "Cspf/Views/View.h"
 
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -118,12 +119,18 @@ class HopToTopoDbLinkMapper {
         memory_( memory ),
         filter_( filter ),
         known_( known ) {}
+   /// For one path on its own: `hops` from `sourceNode`. The view outlives this object.
+   HopToTopoDbLinkMapper( const PathArray & hops, const NodeId & sourceNode,
+                          const AllTopoDbView & view );
 
    /// Maps the hops of a path that starts at `sourceNode`, one element of `links` a hop. A hop that
    /// cannot be mapped is left out (not known) and traced; `failure` keeps the first such reason.
    /// O(hops).
    void handleNew( CspfVertex sourceNode, const Hops & hops, std::vector< CspfPathHop > & links );
    const std::string & failure() const noexcept { return failure_; }
+   /// The same of the one path that it was made for, and what that gave.
+   void handleNew();
+   Lum::Ptr< PathAsTopoDbLinks > pathAsTopoDbLinks() const;
 
    // Single steps, by key. What is not found is empty.
 
@@ -139,7 +146,15 @@ class HopToTopoDbLinkMapper {
 
  private:
    using Carrier = HopAddressMemory::Carrier;
+   struct OnePath {
+      Hops hops;
+      NodeId sourceNode;
+      Lum::Ptr< HopAddressMemory > memory;
+      CspfLinkFilter filter;
+      std::vector< CspfPathHop > links;
+   };
 
+   HopToTopoDbLinkMapper( const AllTopoDbView & view, std::unique_ptr< OnePath > onePath );
    CspfPathHop mapHop( const Kivnet::IpGenAddr & hop );
    // The same steps in numbers, for all carriers of an address.
    /// Those in the constraint's topology; none unless they belong to one router.
@@ -153,6 +168,7 @@ class HopToTopoDbLinkMapper {
    void fail( const char * operation, const char * reason, const Kivnet::IpGenAddr & hop,
               const std::string & more = {} );
 
+   const std::unique_ptr< OnePath > onePath_;  // that it was made for; null: for several
    const AllTopoDbView & view_;
    HopAddressMemory & memory_;
    const CspfLinkFilter & filter_;

@@ -56,6 +56,30 @@ PathValidity::userChange( const BwUsageManager * manager, const BwUsageId & user
    return user ? manager->lastChange( user ) : 0;
 }
 
+RsvpPathValidator::RsvpPathValidator(
+   const PathInfoKey & pathInfoKey,
+   [[maybe_unused]] const Lum::Ptr< const PathStatusInfo > & pathStatusInfo,
+   const PathStatus & pathStatus, [[maybe_unused]] const InternalPathConstraint & constraint,
+   const AllTopoDbView & view )
+   : RsvpPathValidator( pathInfoKey, pathStatus, view,
+                        std::make_unique< PathValidationMemory >( view.allTopoDbStatus() ) ) {
+   LUM_ASSERT( pathStatusInfo->pathInfoKey() == pathInfoKey );
+   LUM_ASSERT( view.constraint() == constraint );
+}
+
+RsvpPathValidator::RsvpPathValidator( const PathInfoKey & pathInfoKey,
+                                      const PathStatus & pathStatus, const AllTopoDbView & view,
+                                      std::unique_ptr< PathValidationMemory > memory )
+   : ownMemory_( std::move( memory ) ),
+     pathInfoKey_( pathInfoKey ),
+     pathStatus_( pathStatus ),
+     isPathFromSourceToSource_(
+        pathStatus.paths() == 0
+        && view.hasTep( view.spfRoot().ipAddress(), pathInfoKey.pathKey().dst().ipAddress() ) ),
+     view_( view ),
+     memory_( *ownMemory_ ),
+     known_( nullptr ) {}
+
 void
 RsvpPathValidator::validatePathAndUpdateMetadata() {
    valid_ = checkPath( __PRETTY_FUNCTION__ );

@@ -69,6 +69,11 @@ class RsvpPathValidator {
         view_( view ),
         memory_( memory ),
         known_( known ) {}
+   /// For one path on its own. REQUIRES: the row is the path's, the view is under the constraint.
+   RsvpPathValidator( const PathInfoKey & pathInfoKey,
+                      const Lum::Ptr< const PathStatusInfo > & pathStatusInfo,
+                      const PathStatus & pathStatus, const InternalPathConstraint & constraint,
+                      const AllTopoDbView & view );
 
    /// Does all of the check. O(hops).
    void validatePathAndUpdateMetadata();
@@ -92,6 +97,8 @@ class RsvpPathValidator {
    std::span< const CspfPathHop > links() const { return memory_.links(); }
 
  private:
+   RsvpPathValidator( const PathInfoKey & pathInfoKey, const PathStatus & pathStatus,
+                      const AllTopoDbView & view, std::unique_ptr< PathValidationMemory > memory );
    // `operation`: the one for which, as traces begin.
    bool checkPath( const char * operation );
    /// The same of the links that stand in the memory.
@@ -105,6 +112,7 @@ class RsvpPathValidator {
    Kivnet::IpGenAddr currentTeRouterId( const Kivnet::IpGenAddr & published ) const;
    bool fail( const std::string & text, const char * operation );
 
+   const std::unique_ptr< PathValidationMemory > ownMemory_;  // null: it shares its caller's
    const PathInfoKey & pathInfoKey_;
    const PathStatus & pathStatus_;
    const bool isPathFromSourceToSource_;

@@ -60,9 +60,7 @@ class CspfRunTracer {
       }
    }
    void tooFar( CspfEdge edge ) {
-      TRACE9_FOR( operation_, kindText( edge )
-                                 << words_.link( edge ) << " to tent list as its path "
-                                 << "cost is more than maximum path metric" );
+      tellNotAdded( edge, " as its path cost is more than maximum path metric" );
    }
 
  private:
@@ -103,25 +101,28 @@ class CspfRunTracer {
       }
    }
 
-   const char * kindText( CspfEdge edge ) const {
-      return view_.graph().kind( edge ) == CspfEdgeKind::networkToRouter
-                ? "Not adding network router "
-                : "Not adding neighbor ";
-   }
-
    void tellRefusal( CspfEdge edge ) const {
       const CspfRefusal refusal =
          CspfArcs::refusal( view_.graph(), filter_, edge, tree_.options() );
       if ( refusal == CspfRefusal::zeroMetric ) {
-         TRACE9_FOR( operation_, kindText( edge ) << words_.link( edge )
-                                                  << " to tent list as its metric is zero" );
+         tellNotAdded( edge, " as its metric is zero" );
       } else if ( refusal == CspfRefusal::maximumMetric ) {
-         TRACE9_FOR( operation_, kindText( edge ) << words_.link(
-                                    edge ) << " to tent list as its link metric is maximum" );
+         tellNotAdded( edge, " as its link metric is maximum" );
       } else if ( refusal != CspfRefusal::none ) {
-         TRACE9_FOR( operation_, kindText( edge ) << words_.link( edge )
-                                                  << " to tent list: " << text( refusal ) );
+         tellNotAdded( edge, ": " + std::string( text( refusal ) ) );
          traceTests( edge );
+      }
+   }
+
+   /// The run takes both steps as one; who reads traces knows them by their names.
+   void tellNotAdded( CspfEdge edge, const std::string & why ) const {
+      if ( view_.graph().kind( edge ) == CspfEdgeKind::networkToRouter ) {
+         TRACE9_FOR( "void Cspf::CspfRun::doAddNetworkRoutersToTent(const Cspf::CspfLinkInfo&)",
+                     "Not adding network router " << words_.link( edge ) << " to tent list"
+                                                  << why );
+      } else {
+         TRACE9_FOR( "void Cspf::CspfRun::doAddRouterNeighborsToTent(const Cspf::CspfLinkInfo&)",
+                     "Not adding neighbor " << words_.link( edge ) << " to tent list" << why );
       }
    }
 

@@ -44,34 +44,42 @@ TEST( Faces, CspfVrfRoot ) {
    TopoStore store( "A -10- B -10- C; C =lan1= D" );
    InternalPathConstraint constraint;
    const AllTopoTeDbView view( store.allTopoDb, store.status, constraint );
-   PathValidationMemory memory( store.status );
-   PathStatus status;
    PathArray path;
    for ( const char * hop : { "10.64.0.3", "10.64.0.5", "10.128.1.4" } ) {
       path.pathIs( HopIndex( path.hopCount() ), ip( hop ) );
    }
-   status.path_ = path.path();
-
-   HopToTopoDbLinkMapper mapper( view, memory.hopAddresses(), memory.filter( view, store.us ) );
-   std::vector< CspfPathHop > links;
-   mapper.handleNew( view.vertex( store.us ), { path.path() }, links );
-   const auto records = pathAsTopoDbLinks( view.topoGraph(), links );
+   HopToTopoDbLinkMapper mapper( path, store.us, view );
+   mapper.handleNew();
+   const auto records = mapper.pathAsTopoDbLinks();
    const AllTopoNeighborKey carrier = mapper.linkWithHop( ip( "10.64.0.3" ) );
    EXPECT_EQ( carrier.neighborOf(), NodeId( ip( "10.0.0.2" ) ) );
    EXPECT_EQ( mapper.doReverseP2pLink( carrier, ip( "10.64.0.3" ) ), records->path( 0 ) );
    EXPECT_FALSE( mapper.linkWithHop( ip( "10.99.0.1" ) ) );
-   mapper.handleNew( view.vertex( NodeId( ip( "10.0.0.3" ) ) ), {}, links );
-   EXPECT_EQ(
-      mapper.doReverseLanLink( mapper.linkWithHop( ip( "10.128.1.4" ) ), ip( "10.128.1.4" ) ),
-      records->path( 2 ) );
+   HopToTopoDbLinkMapper fromC( PathArray(), NodeId( ip( "10.0.0.3" ) ), view );
+   fromC.handleNew();
+   EXPECT_EQ( fromC.doReverseLanLink( fromC.linkWithHop( ip( "10.128.1.4" ) ), ip( "10.128.1.4" ) ),
+              records->path( 2 ) );
    EXPECT_EQ( records->routerInNetworkForHop( 2 ), ip( "10.0.0.4" ) );
 
-   const PathInfoKey key;
-   RsvpPathValidator validator( key, status, false, view, memory );
+   const PathInfoKey key{ "rsvp", { Destination( ip( "10.0.0.4" ) ), 0 } };
+   PathStatusInfoTable rows;
+   PathStatus status;
+   status.path_ = path.path();
+   RsvpPathValidator validator( key, rows.pathStatusInfoIs( key ), status, constraint, view );
    EXPECT_TRUE( validator.validatePath( *records ) );
+   validator.validatePathAndUpdateMetadata();
+   EXPECT_TRUE( validator.valid() && validator.pathTeRouterIdChanged() );
    records->pathIs( 1, records->path( 2 ) );
    EXPECT_FALSE( validator.validatePath( *records ) );
    EXPECT_FALSE( validator.validatePath( PathAsTopoDbLinks() ) );
+   const PathStatus noHops;
+   const PathInfoKey toItself{ "rsvp", { Destination( ip( "10.0.0.1" ) ), 0 } };
+   for ( const PathInfoKey & to : { key, toItself } ) {
+      RsvpPathValidator empty( to, rows.pathStatusInfoIs( to ), noHops, constraint, view );
+      empty.validatePathAndUpdateMetadata();
+      EXPECT_EQ( empty.valid(), to == toItself );
+   }
+   PathValidationMemory memory( store.status );
    const PathStitcher stitcher( view, memory, key, status );
    EXPECT_EQ( stitcher.findBestNexthopForStrictHop( ip( "10.0.0.3" ), ip( "10.0.0.4" ), {} ),
               ip( "10.128.1.4" ) );
