@@ -122,8 +122,12 @@ TEST( CspfRun, tellsWhatItDoesToWhoeverListens ) {
    EXPECT_EQ( told.find( "adding router 10.0.0.3" ), std::string::npos );
    std::istringstream lines( told );
    for ( std::string line; std::getline( lines, line ); ) {
-      if ( line.find( "adding " ) != line.npos ) {  // whatever helps the run
-         EXPECT_TRUE( line.starts_with( "Cspf::CspfRun::doRunCspf(" ) ) << line;
+      const auto tells = [ & ]( const char * text ) { return line.find( text ) != line.npos; };
+      if ( tells( "adding " ) ) {  // whatever helps the run
+         const std::string operation = tells( "Not adding network" ) ? "doAddNetworkRoutersToTent("
+                                       : tells( "Not adding" )       ? "doAddRouterNeighborsToTent("
+                                                                     : "doRunCspf(";
+         EXPECT_TRUE( line.starts_with( "Cspf::CspfRun::" + operation ) ) << line;
       }
    }
 }

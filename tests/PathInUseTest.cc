@@ -408,10 +408,10 @@ TEST( PathInUse, IsValidWhereItsHopsLeadOnAndIsNotLookedAtOnlyWhereAWholeCheckFi
          if ( !holds ) {
             path.validity = whole.validity();
             path.links = links;
-            path.status.includeIp_ = whole.includeIps();
+            path.status.includeIp_ = whole.includeIps()->includeIp();
          }
          if ( whole.pathTeRouterIdChanged() ) {
-            path.status.pathTeRouterId_ = whole.pathTeRouterId();
+            path.status.pathTeRouterId_ = whole.pathTeRouterId()->pathTeRouterId();
          }
          return true;
       };

@@ -83,7 +83,7 @@ CspfSourceIdSm::handleIsisPathDir( const Lum::String & name ) {
       Lum::cast< const Mpls::SegmentRouting::Status >( srIsisDir_->entity( name ) );
    if ( status ) {
       TRACE7( "new mount point for " << name );
-      isisPathIs( vrf, new IsisPathSm( *this, vrf, status ) );
+      isisPathIs( vrf, status );
    } else {
       TRACE7( "mount point deleted for " << name );
       isisPathDel( vrf );

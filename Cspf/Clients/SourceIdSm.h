@@ -77,6 +77,10 @@ class CspfSourceIdSm : public Lum::Reactor {
         v6AllClientInfo_( v6AllClientInfo ) {}
    LUM_CHILDREN( teVrfConfig, L3::VrfName, TeVrfConfigSm );
    LUM_CHILDREN( isisPath, L3::VrfName, IsisPathSm );
+   void isisPathIs( const L3::VrfName & vrf,
+                    const Lum::Ptr< const Mpls::SegmentRouting::Status > & status ) {
+      isisPathIs( vrf, new IsisPathSm( *this, vrf, status ) );
+   }
 
    const Lum::Ptr< AllClientInfo > & v4AllClientInfo() const noexcept { return v4AllClientInfo_; }
    const Lum::Ptr< AllClientInfo > & v6AllClientInfo() const noexcept { return v6AllClientInfo_; }

@@ -159,7 +159,7 @@ HopToTopoDbLinkMapper::handleNew( CspfVertex sourceNode, const Hops & hops,
       CspfPathHop & link = links.back();
       if ( links.size() == 1 && link.known() && graph.from( link.link ) != sourceNode ) {
          TRACE8( "Skipping hop0, sourceNode "
-                 << view_.spfRoot() << " doesn't match with "
+                 << view_.topoGraph().nodeId( sourceNode ) << " doesn't match with "
                  << view_.topoGraph().nodeId( graph.from( link.link ) ) );
          failure_ = "hop " + hop.stringValue() + " is not behind a link of the source";
          link = CspfPathHop();

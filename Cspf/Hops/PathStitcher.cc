@@ -114,19 +114,19 @@ PathStitcher::doUpdatePathForLooseHop( const PathSegment & segment,
 }
 
 Kivnet::IpGenAddr
-PathStitcher::findOldNexthopForStrictHop( const Kivnet::IpGenAddr & teRouterId ) const {
+PathStitcher::findOldNexthopForStrictHop( const Kivnet::IpGenAddr & strictHop ) const {
    const auto & routers = published_.pathTeRouterIdList();
    Kivnet::IpGenAddr previous = view_.spfRoot().ipAddress();
    Kivnet::IpGenAddr found;
    for ( std::size_t i = 0; i < routers.size() && i < published_.paths(); ++i ) {
-      const bool sameStep = previous == end_ && routers[ i ] == teRouterId;
+      const bool sameStep = previous == end_ && view_.hasTep( routers[ i ], strictHop );
       if ( sameStep && ( !found || i == hops_.size() ) ) {
          found = published_.pathList()[ i ];
       }
       previous = routers[ i ];
    }
    if ( found ) {
-      TRACE8( "Found old nexthop " << found << " for node " << teRouterId );
+      TRACE8( "Found old nexthop " << found << " for node " << strictHop );
    }
    return found;
 }

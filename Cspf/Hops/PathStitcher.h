@@ -37,9 +37,9 @@ class PathStitcher {
    Kivnet::IpGenAddr findBestNexthopForStrictHop( const Kivnet::IpGenAddr & source,
                                                   const Kivnet::IpGenAddr & destination,
                                                   const Kivnet::IpGenAddr & strictHop ) const;
-   /// The next hop by which the published path went from where this path is to that router; unset
-   /// where it did not. Of several times, the one at the same hop, else the first.
-   Kivnet::IpGenAddr findOldNexthopForStrictHop( const Kivnet::IpGenAddr & teRouterId ) const;
+   /// The next hop by which the published path went from where this path is to the router with that
+   /// address; unset where it did not. Of several times, the one at the same hop, else the first.
+   Kivnet::IpGenAddr findOldNexthopForStrictHop( const Kivnet::IpGenAddr & strictHop ) const;
 
    /// TE router id of the router that the path has come to.
    const Kivnet::IpGenAddr & end() const noexcept { return end_; }

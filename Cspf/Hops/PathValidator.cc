@@ -163,7 +163,7 @@ RsvpPathValidator::validateHop( std::size_t hopIndex, CspfVertex previous,
    if ( graph.from( hop.link ) != previous ) {
       const TopoGraph & names = view_.topoGraph();
       return fail( " : path not continuous, expected previous hop "
-                      + names.nodeId( previous ).stringValue() + ", but found "
+                      + names.nodeId( previous ).stringValue() + " but found "
                       + names.nodeId( graph.from( hop.link ) ).stringValue() + " for hop "
                       + hopText() + " at hopIndex " + std::to_string( hopIndex ),
                    operation );

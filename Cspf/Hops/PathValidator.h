@@ -88,9 +88,11 @@ class RsvpPathValidator {
    const std::string & reason() const noexcept { return reason_; }
    bool pathTeRouterIdChanged() const noexcept { return pathTeRouterIdChanged_; }
    bool includeIpsChanged() const noexcept { return includeIpsChanged_; }
-   /// Worked out when they changed.
-   const PathTeRouterId::Hops & pathTeRouterId() const noexcept { return pathTeRouterId_; }
-   const IncludeIps::List & includeIps() const noexcept { return includeIps_; }
+   Lum::Ptr< PathTeRouterId > pathTeRouterId() const {
+      return Lum::make< PathTeRouterId >(
+         pathTeRouterIdChanged_ ? pathTeRouterId_ : pathStatus_.pathTeRouterIdList() );
+   }
+   Lum::Ptr< IncludeIps > includeIps() const { return Lum::make< IncludeIps >( includeIps_ ); }
    /// REQUIRES: the path is valid and has hops.
    PathValidity validity() const;
    /// The links of the hops.
@@ -123,7 +125,7 @@ class RsvpPathValidator {
    std::string reason_;
    bool pathTeRouterIdChanged_ = false;
    bool includeIpsChanged_ = false;
-   PathTeRouterId::Hops pathTeRouterId_;
+   PathTeRouterId::Hops pathTeRouterId_;  // where they changed
    IncludeIps::List includeIps_;
 };
 

@@ -176,11 +176,9 @@ RsvpPathRefreshSm::publishPathMetadata( const RsvpPathValidator & validator ) {
    if ( !validator.pathTeRouterIdChanged() && !validator.includeIpsChanged() ) {
       return;
    }
-   const PathTeRouterId pathTeRouterId( validator.pathTeRouterId() );
-   const IncludeIps includeIps( validator.includeIps() );
-   pathStatusUpdator_.publishPathMetadata( validator.pathTeRouterIdChanged() ? &pathTeRouterId
-                                                                             : nullptr,
-                                           validator.includeIpsChanged() ? &includeIps : nullptr );
+   pathStatusUpdator_.publishPathMetadata(
+      validator.pathTeRouterIdChanged() ? validator.pathTeRouterId().ptr() : nullptr,
+      validator.includeIpsChanged() ? validator.includeIps().ptr() : nullptr );
 }
 
 void

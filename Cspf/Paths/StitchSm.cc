@@ -114,7 +114,7 @@ RsvpPathStitchSm::doUpdatePathForLooseHop( PathStitcher & stitcher,
       const auto & row = childPathTables_.pathStatusInfoTable->pathStatusInfo( key );
       const auto view =
          Lum::make< const AllTopoTeDbView >( topology_, row->constraint()->pathConstraint() );
-      child = computeFrom( end, *row, view, runMemory_ );
+      child = computeFrom( end, *row, view, runMemory_, __PRETTY_FUNCTION__ );
    }
    return stitcher.doUpdatePathForLooseHop( segment, *child );
 }

@@ -111,7 +111,8 @@ PqComputeSm::handlePqComputeTask() {
 
 void
 PqComputeSm::doPqCompute() {
-   TRACE8( "called for " << pathInfoKey().traceString() );
+   TRACE8_FOR( "void Cspf::Lfa::PqComputeSm::handleCspfData()",
+               "called for " << pathInfoKey().traceString() );
    reason_ = protection_->settledFor();
    if ( !reason_.empty() ) {
       const bool stays = pathStatusCache_->pqInfo() && protection_->protectedLinkIsGone()
@@ -231,12 +232,13 @@ AllPqPathWithImmNgb
 PqComputeSm::getAllPqPath( std::size_t most ) {
    const TopoGraph & topology = this->topology();
    const CspfRepairs found = repairs( most );
+   [[maybe_unused]] const auto & cspfData = runs().constrained;
    AllPqPathWithImmNgb all;
    for ( const CspfRepair & repair : found.repairs ) {
       PqPathWithImmNgb path{ topology.nodeId( repair.firstHop ), repair.firstLinks, {}, {} };
       for ( const CspfRepairSegment & segment : repair.segments ) {
          const NodeId & node = topology.nodeId( segment.node );
-         LUM_ASSERT( node != runs().constrained->source() );
+         LUM_ASSERT( node != cspfData->source() );
          path.path.push( node.isisSystemId() );
          path.segment.push( this->segment( segment ) );
       }

@@ -40,7 +40,7 @@ class PqComputeSm : public Lum::Reactor {
    void doPrepareToDie() override;
    void handleRefreshNeeded();
    /// The run that the refresh asked for is there, or what stands for it.
-   void handleCspfData();
+   virtual void handleCspfData();
    virtual void handlePqComputeTask();
 
    /// Costs in the metric of the IGP, CspfTree::unreachedMetric where there is no path. REQUIRES:

@@ -136,7 +136,7 @@ ProtectionSm::scheduleIfDue() {
          pqComputeTask_.schedule();
       }
    } else if ( pqComputeTask_.scheduled() ) {
-      TRACE8( "Unscheduling pqComputeTask" );
+      TRACE8_FOR( "void Cspf::Lfa::PqComputeSm::handleCspfData()", "Unscheduling pqComputeTask" );
       pqComputeTask_.unschedule();
    }
 }

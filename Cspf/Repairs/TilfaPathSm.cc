@@ -139,7 +139,7 @@ TilfaPathSm::handleCspfConfig( const PathKey & pathKey ) {
    const PathConstraint constraint = treesConstraint( *config, request.topoId );
    replace( pathKey, constraint.excludeIntf() ? treesIs( constraint ) : 0 );
    const PathInfoKey key = externalPathInfoKey( pathKey );
-   addRows( key, cspfConfig(), __PRETTY_FUNCTION__ );
+   addRows( key, cspfConfig() );
    const auto & row = pathConfigInfoTable()->pathConfigInfo( key );
    row->repairTopoIdIs( request.topoId );
    row->treesIdIs( request.trees );

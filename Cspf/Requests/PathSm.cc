@@ -124,17 +124,17 @@ PathSmBase::doCleanupStalePathEntries() {
 void
 PathSmBase::addOrUpdatePathInfoKey( const PathInfoKey & key,
                                     const Lum::Ptr< const Config > & config ) {
-   addRows( key, config, __PRETTY_FUNCTION__ );
+   addRows( key, config );
    pathConfigInfoTable_->pathConfigInfo( key )->configChangeCountInc();
 }
 
 void
-PathSmBase::addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config,
-                     const char * operation ) {
+PathSmBase::addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config ) {
    if ( pathConfigInfoTable_->pathConfigInfoHas( key ) ) {
       return;
    }
-   TRACE7_FOR( operation, "Adding PathConfigInfo/PathStatusInfo for " << key.traceString() );
+   TRACE7_FOR( "void Cspf::PathSmBase::addOrUpdatePathInfoKey(const Cspf::PathInfoKey&)",
+               "Adding PathConfigInfo/PathStatusInfo for " << key.traceString() );
    pathConfigInfoTable_->pathConfigInfoIs( key, Lum::make< PathConfigInfo >( key, config ) );
    pathStatusInfoTable_->pathStatusInfoIs( key, Lum::make< PathStatusInfo >( key, cspfStatus_ ) );
 }
@@ -195,8 +195,7 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
 void
 PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted ) {
    if ( held.parentPathInfoKey() != wanted.parentPathInfoKey() ) {
-      addRows( wanted.parentPathInfoKey(), cspfConfig(),
-               __PRETTY_FUNCTION__ );  // takes over what is reserved
+      addRows( wanted.parentPathInfoKey(), cspfConfig() );  // takes over what is reserved
       deleteRows( held.parentPathInfoKey() );
       doCleanupChildPathInfoKeyEntries( held );
       return;
@@ -273,7 +272,7 @@ void
 PathSm::addOrUpdateChildPathInfoKey( const PathInfoKey & parentPathInfoKey,
                                      std::uint8_t pathSegmentIndex,
                                      const PathInfoKey & childPathInfoKey ) {
-   addRows( childPathInfoKey, cspfConfig(), __PRETTY_FUNCTION__ );
+   addRows( childPathInfoKey, cspfConfig() );
    linkPathInfoKeys( parentPathInfoKey, pathSegmentIndex, childPathInfoKey );
    addOrUpdatePathInfoKey( childPathInfoKey );
 }
@@ -315,10 +314,6 @@ PathSmBase::dumpState( Kiv::DumpContext & context, int indent ) const {
          context.dumpAge( indent + 2, "Last Updated", row ? row->lastUpdatedAt() : 0 );
       }
    }
-   for ( const auto & [ idx, pqInfo ] : cspfStatus_->pqInfoColl() ) {
-      context.printf( indent, "%*cPqInfo idx: %u, nhIp: %s, nhIntf: %s\n", idx,
-                      pqInfo.nhIp().stringValue().c_str(), pqInfo.nhIntf().stringValue().c_str() );
-   }
    for ( const PathKey & pathKey : Lum::sortedKeys( cspfStatus_->pathStatusColl() ) ) {
       if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
          context.printf( indent,
@@ -359,6 +354,11 @@ PathSmBase::dumpPathStatus( const PathStatus & status, Kiv::DumpContext & contex
                    status.refreshRespSeq(), status.changeCount(), status.repairPathIdx() );
    for ( const Kivnet::IpGenAddr & hop : status.pathList() ) {
       context.printf( indent + 2, "%*c%s\n", hop.stringValue().c_str() );
+   }
+   if ( const auto * pqInfo = cspfStatus_->pqInfoFind( status.repairPathIdx() ) ) {
+      context.printf( indent, "%*cPqInfo idx: %u, nhIp: %s, nhIntf: %s\n", status.repairPathIdx(),
+                      pqInfo->nhIp().stringValue().c_str(),
+                      pqInfo->nhIntf().stringValue().c_str() );
    }
 }
 

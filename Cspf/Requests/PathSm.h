@@ -68,10 +68,6 @@ class PathSmBase : public Lum::Reactor {
    Kivnet::AddressFamily af() const noexcept { return af_; }
    const Lum::Ptr< const Config > & cspfConfig() const noexcept { return cspfConfig_; }
    const Lum::Ptr< Status > & cspfStatus() const noexcept { return cspfStatus_; }
-   bool initialized() const noexcept { return initialized_; }
-   void dumpState( Kiv::DumpContext & context, int indent ) const;
-
- protected:
    const Lum::Ptr< const TrafficEngineering::Status > & teStatus() const { return teStatus_; }
    const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable() const {
       return pathConfigInfoTable_;
@@ -79,9 +75,12 @@ class PathSmBase : public Lum::Reactor {
    const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable() const {
       return pathStatusInfoTable_;
    }
-   /// `operation`: the one for which, as traces begin.
-   void addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config,
-                 const char * operation );
+   bool initialized() const noexcept { return initialized_; }
+   void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ protected:
+   /// Makes the rows of a key where there are none.
+   void addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config );
    void deleteRows( const PathInfoKey & key );
 
    /// The handling of one path's request. Who reads what it leads to may change the request again,

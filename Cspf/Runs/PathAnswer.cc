@@ -72,7 +72,8 @@ noPath( PathStatusCache & cache, std::string reason ) {
 
 Lum::Ptr< const PathStatusCache >
 computeFrom( const NodeId & source, const PathStatusInfo & path,
-             const Lum::Ptr< const AllTopoDbView > & view, CspfRunMemory & memory ) {
+             const Lum::Ptr< const AllTopoDbView > & view, CspfRunMemory & memory,
+             const char * operation ) {
    const auto cspfData = Lum::make< CspfData >();
    cspfData->sourceIs( source );
    cspfData->useTeMetricIs( true );
@@ -80,7 +81,7 @@ computeFrom( const NodeId & source, const PathStatusInfo & path,
    cspfData->tepIs( path.pathInfoKey().pathKey().dst().ipAddress() );
    const CspfRun run( memory, *cspfData, view );
    auto cache = Lum::make< PathStatusCache >( path.pathInfoKey() );
-   fillPathStatusCache( path, *cspfData, *cache, __PRETTY_FUNCTION__ );
+   fillPathStatusCache( path, *cspfData, *cache, operation );
    memory.reclaim( *cspfData );
    cache->cspfDataIs( cspfData );
    return cache;

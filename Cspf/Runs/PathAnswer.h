@@ -16,9 +16,9 @@ CspfData::Ground ground( const PathStatusInfo & path, const CspfData & cspfData 
 std::string noPath( PathStatusCache & cache, std::string reason );
 
 /// The answer for one path alone, computed from that node in place of the constraint's own source.
-/// O(edges + vertices).
+/// `operation`: the one for which, as traces begin. O(edges + vertices).
 Lum::Ptr< const PathStatusCache > computeFrom( const NodeId & source, const PathStatusInfo & path,
                                                const Lum::Ptr< const AllTopoDbView > & view,
-                                               CspfRunMemory & memory );
+                                               CspfRunMemory & memory, const char * operation );
 
 }

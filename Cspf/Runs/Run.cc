@@ -20,7 +20,7 @@ namespace Cspf {
 namespace {
 
 /// Traces a run. A link that the constraint refuses is told when its near end is made final, one
-/// that lost to another way when its far end is.
+/// that is as good as another way or lost to it when its far end is.
 class CspfRunTracer {
  public:
    CspfRunTracer( const char * operation, const AllTopoDbView & view, const CspfLinkFilter & filter,
@@ -34,21 +34,27 @@ class CspfRunTracer {
    void madeFinal( CspfVertex vertex ) {
       tellFinal( vertex );
       final_.insert( vertex );
+      const std::vector< CspfEdge > & best = best_[ vertex ];
+      for ( std::size_t i = 1; i < best.size(); ++i ) {
+         tellEqual( best[ i ] );
+      }
       const auto [ first, last ] = lost_.equal_range( vertex );
       for ( auto lost = first; lost != last; ++lost ) {
          tellSkipped( lost->second );
       }
    }
-   void improved( CspfEdge ) {}
+   void improved( CspfEdge edge ) {
+      const CspfVertex to = view_.graph().to( edge );
+      for ( const CspfEdge displaced : std::exchange( best_[ to ], { edge } ) ) {
+         lost_.emplace( to, displaced );
+      }
+   }
    void equalCost( CspfEdge edge ) {
       const CspfVertex to = view_.graph().to( edge );
-      if ( view_.graph().isNetwork( to ) ) {
-         TRACE9_FOR( operation_, "found another equal cost (" << words_.cost( to )
-                                                              << ") path for network "
-                                                              << words_.node( to ) );
+      if ( final_.contains( to ) ) {
+         tellEqual( edge );
       } else {
-         TRACE9_FOR( operation_,
-                     "adding another equal cost path for router " << words_.node( to ) );
+         best_[ to ].push_back( edge );
       }
    }
    void worse( CspfEdge edge ) {
@@ -83,6 +89,18 @@ class CspfRunTracer {
       }
       for ( const uint32_t edge : graph.out( vertex ) ) {
          tellRefusal( CspfEdge{ edge } );
+      }
+   }
+
+   void tellEqual( CspfEdge edge ) const {
+      const CspfVertex to = view_.graph().to( edge );
+      if ( view_.graph().isNetwork( to ) ) {
+         TRACE9_FOR( operation_, "found another equal cost (" << words_.cost( to )
+                                                              << ") path for network "
+                                                              << words_.node( to ) );
+      } else {
+         TRACE9_FOR( operation_,
+                     "adding another equal cost path for router " << words_.node( to ) );
       }
    }
 
@@ -138,6 +156,7 @@ class CspfRunTracer {
    const CspfTree & tree_;
    const CspfRunWords words_;
    std::set< CspfVertex > final_;
+   std::map< CspfVertex, std::vector< CspfEdge > > best_;  // ways to vertices, equal ones
    std::multimap< CspfVertex, CspfEdge > lost_;  // links to vertices that were to become final
 };
 

@@ -21,13 +21,15 @@ AllTopoDbSm::handleInitialized() {
 void
 AllTopoDbSm::handleTopoDb( const TopoId & topoId ) {
    const auto & table = allTopoDb_->topoDb( topoId );
-   const auto present = topoDbSm( topoId );
-   if ( table && !( present && present->topoDb() == table ) ) {
-      TRACE7( "TopoDb: " << topoId << ") is set" );
-      topoDbSmIs( topoId, new TopoDbSm( topoId, table, allTopoDbStatus_ ) );
-   } else if ( !table ) {
+   if ( !table ) {
       TRACE7( " TopoDb: " << topoId << " is deleted" );
       topoDbSmDel( topoId );
+      return;
+   }
+   TRACE7( "TopoDb: " << topoId << ") is set" );
+   const auto present = topoDbSm( topoId );
+   if ( !present || present->topoDb() != table ) {
+      topoDbSmIs( topoId, new TopoDbSm( topoId, table, allTopoDbStatus_ ) );
    }
 }
 

@@ -112,16 +112,22 @@ TopoDbSm::doHandleRouter( const IgpRouterId & igpRouterId, const char * operatio
    allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) {
       graph.overloadedIs( topoId_, igpRouterId, router->overload() );
    } );
-   doReconcileNeighbors( igpRouterId, router->neighborSet() );
-   TRACE9_FOR( operation, "IGP router id " << igpRouterId << " is added or updated" );
+   if ( routerIdMap_->teRouterIdHas( igpRouterId ) ) {
+      TRACE9_FOR( operation, "IGP router id " << igpRouterId << " is added or updated" );
+   }
+   doReconcileNeighbors( igpRouterId, router->neighborSet(), operation );
 }
 
 void
 TopoDbSm::doHandleRouterDeletion( const IgpRouterId & igpRouterId,
                                   const Kivnet::IpGenAddr & teRouterId ) {
    TRACE9( "IGP router id " << igpRouterId << " TE router id " << teRouterId << " is deleted" );
-   doReconcileNeighbors( igpRouterId, {} );
-   doUpdateTeRouterId( igpRouterId, {}, __PRETTY_FUNCTION__ );
+   doReconcileNeighbors( igpRouterId, {}, __PRETTY_FUNCTION__ );
+   if ( const Kivnet::IpGenAddr parkedUnder = doFindDuplicateRouter( igpRouterId ) ) {
+      doDelDuplicateRouter( igpRouterId, parkedUnder );
+   } else {
+      doMoveMapping( igpRouterId, teRouterId, {}, __PRETTY_FUNCTION__ );
+   }
    allTopoDbStatus_->forEachGraph(
       [ & ]( TopoGraph & graph ) { graph.detach( topoId_, igpRouterId ); } );
 }
@@ -135,21 +141,24 @@ TopoDbSm::doUpdateTeRouterId( const IgpRouterId & igpRouterId, const Kivnet::IpG
    if ( !teRouterId ) {
       TRACE9_FOR( operation,
                   "non TE router for TopoDb:" << topoId_ << " IGP router id " << igpRouterId );
-      if ( !oldTeRouterId && !parkedUnder ) {
-         TRACE9_FOR( operation, "non TE router changed" );
-         return;
-      }
-   } else if ( teRouterId == oldTeRouterId || teRouterId == parkedUnder ) {
+      TRACE9_FOR( operation, "non TE router changed" );
+   }
+   if ( teRouterId == ( parkedUnder ? parkedUnder : oldTeRouterId ) ) {
       return;
    }
    if ( parkedUnder ) {
       doDelDuplicateRouter( igpRouterId, parkedUnder );
    }
+   if ( oldTeRouterId ) {
+      TRACE9_FOR( operation, "IGP router id " << igpRouterId << ". teRouterId changed from "
+                                              << oldTeRouterId << " to " << teRouterId
+                                              << ". Deleting the mapping" );
+   }
    const bool taken = routerIdMap_->igpRouterIdHas( teRouterId );
+   doMoveMapping( igpRouterId, oldTeRouterId, taken ? Kivnet::IpGenAddr() : teRouterId, operation );
    if ( taken ) {
       doAddDuplicateRouter( igpRouterId );
    }
-   doMoveMapping( igpRouterId, oldTeRouterId, taken ? Kivnet::IpGenAddr() : teRouterId, operation );
 }
 
 /// The router owns `teRouterId` from now on (none where that is unset), and no more the old one.
@@ -163,9 +172,6 @@ TopoDbSm::doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAdd
    }
    if ( routerIdMap_->teRouterIdHas( igpRouterId ) ) {
       LUM_ASSERT( !!oldTeRouterId );
-      TRACE9_FOR( operation, "IGP router id " << igpRouterId << ". teRouterId changed from "
-                                              << oldTeRouterId << " to " << teRouterId
-                                              << ". Deleting the mapping" );
       routerIdMap_->teRouterIdDel( igpRouterId );
       routerIdMap_->igpRouterIdDel( oldTeRouterId );
    }
@@ -273,9 +279,11 @@ TopoDbSm::routerToNeighbor( const IgpRouterId & igpRouterId ) const {
 
 void
 TopoDbSm::doReconcileNeighbors( const IgpRouterId & igpRouterId,
-                                const Lum::Set< NeighborKey > & listed ) {
+                                const Lum::Set< NeighborKey > & listed, const char * operation ) {
    for ( LinkEntry * link : routerToNeighbor( igpRouterId ) ) {
       if ( !listed.has( link->first.neighborKey ) ) {
+         TRACE9_FOR( operation,
+                     "IGP router ID for the deleted neighbor: " << igpRouterId << " is deleted" );
          doDelLink( *link );
       }
    }

@@ -64,7 +64,8 @@ class TopoDbSm : public Lum::Reactor {
    void doDelDuplicateRouter( const IgpRouterId & igpRouterId,
                               const Kivnet::IpGenAddr & teRouterId );
    void doReconcileNeighbors( const IgpRouterId & igpRouterId,
-                              const Lum::Set< Routing::Topology::NeighborKey > & listed );
+                              const Lum::Set< Routing::Topology::NeighborKey > & listed,
+                              const char * operation );
    void doAddLink( const Routing::Topology::NeighborKey & neighborKey );
    void doDelLink( LinkEntry & link );
    void doUpdateLink( LinkEntry & link, const Routing::Topology::Neighbor * neighbor );

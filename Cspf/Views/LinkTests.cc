@@ -93,6 +93,9 @@ AllTopoDbView::allowed( const AllTopoNeighborKey & link, const NodeId & farEnd,
    if ( link.neighborOf() == getOurSourceId() && !isInterfaceAllowed( link, c.excludeIntf() ) ) {
       return false;
    }
+   if ( c.excludeNode().nodeId() && !link.isLan() ) {
+      TRACE9_FOR( operation, " Applying exclude node constraint on a P2P neighbor " << link );
+   }
    const bool byAdminGroup =
       c.includeAllAdminGroup() || c.includeAnyAdminGroup() || c.excludeAdminGroup();
    return isNodeAllowed( link, farEnd )
@@ -148,9 +151,6 @@ AllTopoDbView::isNodeAllowed( const AllTopoNeighborKey & link, const NodeId & no
       excluded && nodeId ? topoGraph().vertex( ownNode( link.topoId(), nodeId ) ) : noVertex;
    if ( vertex == noVertex ) {
       return true;
-   }
-   if ( !link.isLan() ) {
-      TRACE9( " Applying exclude node constraint on a P2P neighbor " << link );
    }
    if ( !hasElement( excludedVertices(), vertex ) ) {
       return true;

@@ -193,6 +193,12 @@ AllTopoDbView::spfRootOverloaded() const {
    return false;
 }
 
+bool
+AllTopoDbView::rootOverloaded() const {
+   const CspfVertex root = topoGraph().vertex( spfRoot() );
+   return root != noVertex && graph().overloaded( root );
+}
+
 AllTopoRouter
 AllTopoDbView::router( const NodeId & nodeId ) const {
    const TopoGraph & topology = topoGraph();
@@ -245,12 +251,7 @@ AllTopoDbView::network( const AllTopoNetworkId & networkId ) const {
    network.allTopoNetworkIdIs( networkId );
    for ( const IgpRouterId & id : record->routerSet() ) {
       const CspfVertex router = topology.router( networkId.topoId(), id );
-      if ( router == noVertex ) {
-         TRACE9( " No TE router id for " << id << " in network " << networkId.networkId()
-                                         << " from topoId " << networkId.topoId() );
-      } else if ( !reaches( graph(), vertex, router ) ) {
-         TRACE9( " No neighbor object found for " << id << ", skipping this router" );
-      } else {
+      if ( router != noVertex && reaches( graph(), vertex, router ) ) {
          network.routerIs( topology.nodeId( router ) );
       }
    }
@@ -352,10 +353,20 @@ AllTopoTeDbView::p2pNeighborOnLink( const Kivnet::IntfId &, const TopoId & ) con
 
 // The LFA view.
 
-bool
-AllTopoLfaDbView::spfRootOverloaded() const {
-   const CspfVertex root = graph_->vertex( spfRoot() );
-   return root != noVertex && graph().overloaded( root );
+AllTopoNetwork
+AllTopoTeDbView::network( const AllTopoNetworkId & networkId ) const {
+   const AllTopoNetwork network = AllTopoDbView::network( networkId );
+   const Igp::Network * record = allTopoDb()->network( networkId );
+   for ( const IgpRouterId & id : record ? record->routerSet() : Lum::Set< IgpRouterId >() ) {
+      const CspfVertex router = topoGraph().router( networkId.topoId(), id );
+      if ( router == noVertex ) {
+         TRACE9( " No TE router id for " << id << " in network " << networkId.networkId()
+                                         << " from topoId " << networkId.topoId() );
+      } else if ( !network.routerHas( topoGraph().nodeId( router ) ) ) {
+         TRACE9( " No neighbor object found for " << id << ", skipping this router" );
+      }
+   }
+   return network;
 }
 
 IgpRouterId

@@ -60,20 +60,21 @@ class AllTopoDbView : public Lum::Entity {
       return topoGraph().vertex( nodeId ) != noVertex;
    }
    /// Empty (without a node id) where the view has no such router.
-   AllTopoRouter router( const NodeId & nodeId ) const;
-   AllTopoNetwork network( const AllTopoNetworkId & networkId ) const;
+   virtual AllTopoRouter router( const NodeId & nodeId ) const;
+   virtual AllTopoNetwork network( const AllTopoNetworkId & networkId ) const;
    /// The far end of the own source's point-to-point link on that interface (the first in key
    /// order, while an old and a new neighbour stand there); a default `topoId` looks at all
    /// topologies. Empty where there is none.
    virtual IgpRouterId p2pNeighborOnLink( const Kivnet::IntfId & intfId,
                                           const TopoId & topoId ) const = 0;
    /// The node as a router of that topology; empty where it is none.
-   IgpRouterId getIgpId( const TopoId & topoId, const NodeId & nodeId ) const;
+   virtual IgpRouterId getIgpId( const TopoId & topoId, const NodeId & nodeId ) const;
    virtual bool twoWayAddrCheck( const Routing::Topology::Neighbor & neighbor,
                                  const Routing::Topology::Neighbor & reverseNeighbor ) const = 0;
    /// Metric of the link in the opposite direction (with `useTeMetric`, the TE metric where it has
    /// one); 0 where there is none, and for a link to a LAN.
-   std::uint32_t getReverseLinkMetric( const AllTopoNeighborKey & link, bool useTeMetric ) const;
+   virtual std::uint32_t getReverseLinkMetric( const AllTopoNeighborKey & link,
+                                               bool useTeMetric ) const;
    /// The link's neighbour entry; null where it has none.
    const Routing::Topology::Neighbor * neighbor( const AllTopoNeighborKey & link ) const {
       return allTopoDb_->neighbor( link );
@@ -131,6 +132,7 @@ class AllTopoDbView : public Lum::Entity {
    const InternalPathConstraint & constraint() const noexcept { return constraint_; }
 
  protected:
+   bool rootOverloaded() const;
    virtual CspfOverloadRule overloadRule() const = 0;
    /// The link as this view names it.
    virtual AllTopoNeighborKey ownKey( const AllTopoNeighborKey & link ) const = 0;
@@ -168,6 +170,8 @@ class AllTopoTeDbView : public AllTopoDbView {
 
    TopoGraph & topoGraph() const override { return allTopoDbStatus()->teGraph(); }
    NodeId spfRoot() const override;
+   bool spfRootOverloaded() const override { return rootOverloaded(); }
+   AllTopoNetwork network( const AllTopoNetworkId & networkId ) const override;
    IgpRouterId p2pNeighborOnLink( const Kivnet::IntfId & intfId,
                                   const TopoId & topoId ) const override;
    bool twoWayAddrCheck( const Routing::Topology::Neighbor & neighbor,
@@ -197,7 +201,7 @@ class AllTopoLfaDbView : public AllTopoDbView {
 
    TopoGraph & topoGraph() const override { return *graph_; }
    NodeId spfRoot() const override { return getOurSourceId(); }
-   bool spfRootOverloaded() const override;
+   bool spfRootOverloaded() const override { return rootOverloaded(); }
    IgpRouterId p2pNeighborOnLink( const Kivnet::IntfId & intfId,
                                   const TopoId & topoId ) const override;
    bool twoWayAddrCheck( const Routing::Topology::Neighbor &,

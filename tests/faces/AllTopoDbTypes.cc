@@ -20,15 +20,17 @@ static_assert( named< &AllTopoDbView::isAdminGroupAllowed, &AllTopoDbView::isSrl
                       &AllTopoDbView::isLinkIpAllowed, &AllTopoDbView::isNodeAllowed,
                       &AllTopoDbView::isInterfaceAllowed, &AllTopoDbView::bandwidthCheckPassed,
                       &AllTopoDbView::twoWayCheckPassed, &AllTopoDbView::twoWayCheckP2P,
-                      &AllTopoDbView::twoWayAddrCheck, &AllTopoDbView::getReverseNeighborKeyP2P,
-                      &AllTopoDbView::neighbor, &AllTopoDbView::nexthopOnP2pLink,
-                      &AllTopoDbView::nexthopOnLanLink, &AllTopoDbView::teRouterIdOfNodeWithTep,
-                      &AllTopoDbView::getIgpId, &AllTopoDbView::spfRootOverloaded,
-                      &AllTopoDbView::bwUsageManager > );
+                      &AllTopoNeighborKey::neighborId, &AllTopoDbView::twoWayAddrCheck,
+                      &AllTopoDbView::getReverseNeighborKeyP2P, &AllTopoDbView::neighbor,
+                      &AllTopoDbView::nexthopOnP2pLink, &AllTopoDbView::nexthopOnLanLink,
+                      &AllTopoDbView::teRouterIdOfNodeWithTep, &AllTopoDbView::getIgpId,
+                      &AllTopoDbView::spfRootOverloaded, &AllTopoDbView::bwUsageManager > );
 
 TEST( Faces, AllTopoDbTypes ) {
    const auto tables = Lum::make< AllTopoDb >();
-   AllTopoDbDir().allTopoDbCollIs( L3::VrfName( "default" ), tables );
+   AllTopoDbDir directory;
+   directory.allTopoDbCollIs( L3::VrfName( "default" ), tables );
+   directory.allTopoDbCollDel( L3::VrfName( "default" ) );
    const auto sources = Lum::make< VrfSourceId >( L3::VrfName( "default" ) );
    const auto status = Lum::make< AllTopoDbStatus >( sources, nullptr );
    EXPECT_FALSE( status->teRouterIdPresent( {} ) );
@@ -49,6 +51,8 @@ TEST( Faces, AllTopoDbTypes ) {
    EXPECT_EQ( te->srlgExcludeInfo( {} ) + te->srlgIncludeInfo( {} ), 0u );
    EXPECT_FALSE( te->router( {} ).nodeId() || te->network( {} ).allTopoNetworkId() );
    EXPECT_EQ( te->getReverseLinkMetric( {}, true ), 0u );
+   EXPECT_FALSE( te->spfRootOverloaded() || lfa->spfRootOverloaded() || te->twoWayCheckLan( {} ) );
+   EXPECT_EQ( ( OriginatorInfo{ {}, 20 }.metric() ), 20u );
    tables->topoDbDel( TopoId::isisL2() );
    EXPECT_FALSE( import->topoDbSmHas( TopoId::isisL2() ) );
 }
