@@ -3,7 +3,7 @@
 _cspfctl() {
    local word=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]} path
    if [[ $COMP_CWORD -eq 1 ]]; then
-      mapfile -t COMPREPLY < <( compgen -W "run check prove explain whatif import load get patch watch dump status paths metrics trace trace-level support --help" -- "$word" )
+      mapfile -t COMPREPLY < <( compgen -W "run repairs check prove explain whatif import load get patch watch dump status paths metrics trace trace-level support --help" -- "$word" )
       return
    fi
    case "$command:$word" in
@@ -12,6 +12,7 @@ _cspfctl() {
    explain:-*) mapfile -t COMPREPLY < <( compgen -W "--why-not --vrf --at --seed --socket --json --help" -- "$word" ) ;;
    whatif:-*) mapfile -t COMPREPLY < <( compgen -W "--event --each --at --seed --json --help" -- "$word" ) ;;
    import:-*) mapfile -t COMPREPLY < <( compgen -W "--router --bare --help" -- "$word" ) ;;
+   repairs:-*) mapfile -t COMPREPLY < <( compgen -W "--node --every-router --socket --json --help" -- "$word" ) ;;
    check:-* | trace:-*) mapfile -t COMPREPLY < <( compgen -W "--help" -- "$word" ) ;;
    patch:-* | load:-* | dump:-* | metrics:-* | support:-*) mapfile -t COMPREPLY < <( compgen -W "--socket --help" -- "$word" ) ;;
    trace-level:-*) mapfile -t COMPREPLY < <( compgen -W "--files --socket --help" -- "$word" ) ;;
@@ -23,7 +24,7 @@ _cspfctl() {
          mapfile -t COMPREPLY < <( compgen -f -- "$word" )
       fi
       ;;
-   run:* | check:* | prove:* | explain:* | whatif:* | load:* | trace:* | support:*) mapfile -t COMPREPLY < <( compgen -f -- "$word" ) ;;
+   run:* | repairs:* | check:* | prove:* | explain:* | whatif:* | load:* | trace:* | support:*) mapfile -t COMPREPLY < <( compgen -f -- "$word" ) ;;
    trace-level:*) mapfile -t COMPREPLY < <( compgen -W "0 7 8 9" -- "$word" ) ;;
    get:* | patch:* | watch:*)
       path="te/config te/cspf/client te/cspf/cliConfig te/cspf/agentStatus te/cspf/status/vrf

@@ -443,21 +443,25 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    EXPECT_GT( std::filesystem::file_size( directory / "moved" ), 0u );
 }
 
-TEST_F( ServiceTest, thePackageInstallsWhatItNeeds ) {
-   const ProgramResult packed =
-      runProgram( "/bin/sh", { "-c", "cd " CSPF_BINARY_DIR " && cpack -G DEB -B '"
-                                        + directory.path() + "' && dpkg-deb -x '" + directory.path()
-                                        + "'/*.deb '" + directory / "root" + "'" } );
-   ASSERT_EQ( packed.exitStatus, 0 ) << packed.out << packed.err;
-   const std::string root = directory / "root/usr/";
+TEST_F( ServiceTest, whatIsInstalledNeedsNothingElseWhereverItStands ) {
+   const std::string root = directory / "root/", moved = directory / "moved/";
+   const ProgramResult installed = runProgram(
+      "/bin/sh", { "-c", "cmake --install '" CSPF_BINARY_DIR "' --prefix '" + root + "'" } );
+   ASSERT_EQ( installed.exitStatus, 0 ) << installed.out << installed.err;
    for ( const char * file :
-         { "lib/systemd/system/cspf-agent.service", "share/man/man1/cspfctl.1",
-           "share/man/man8/agentrunner.8", "share/bash-completion/completions/cspfctl" } ) {
+         { "lib/sysusers.d/cspf-agent.conf", "share/man/man1/cspfctl.1",
+           "share/man/man8/agentrunner.8", "share/bash-completion/completions/cspfctl",
+           "include/cspf-agent/schema/CspfClient.h" } ) {
       EXPECT_TRUE( std::filesystem::exists( root + file ) ) << file;
    }
+   std::ostringstream unit;
+   unit << std::ifstream( root + "lib/systemd/system/cspf-agent.service" ).rdbuf();
+   EXPECT_THAT( unit.str(),
+                HasSubstr( "ExecStart=" + directory / "root/bin/agentrunner --socket" ) );
+   std::filesystem::rename( root, moved );
    std::ofstream( directory / "lab.json" ) << squareLab( true );
    const ProgramResult run =
-      runProgram( root + "bin/cspfctl", { "run", "--json", directory / "lab.json" } );
+      runProgram( moved + "bin/cspfctl", { "run", "--json", directory / "lab.json" } );
    EXPECT_EQ( run.exitStatus, 0 ) << run.err;
    EXPECT_THAT( run.out, HasSubstr( R"(["10.64.0.3","10.64.0.5"])" ) );
 }

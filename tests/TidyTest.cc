@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -64,28 +66,36 @@ struct Include {
    bool angled;
 };
 
+/// Calls `look( file, text )` with each line of the sources below a folder of the root.
+template< class Look >
+void
+eachLine( const std::string & folder, Look look ) {
+   const std::filesystem::path root = CSPF_SOURCE_DIR;
+   for ( const auto & entry : std::filesystem::recursive_directory_iterator( root / folder ) ) {
+      const std::string file = std::filesystem::relative( entry.path(), root );
+      if ( file.ends_with( ".h" ) || file.ends_with( ".cc" ) ) {
+         std::ifstream in( entry.path() );
+         for ( std::string text; std::getline( in, text ); ) {
+            look( file, text );
+         }
+      }
+   }
+}
+
 /// All includes of the product's own sources.
 std::vector< Include >
 includes() {
-   const std::filesystem::path root = CSPF_SOURCE_DIR;
    constexpr std::string_view directive = "#include ";
    std::vector< Include > found;
    for ( const std::string & storey : storeys ) {
-      for ( const auto & entry : std::filesystem::recursive_directory_iterator( root / storey ) ) {
-         const std::string by = std::filesystem::relative( entry.path(), root );
-         if ( !by.ends_with( ".h" ) && !by.ends_with( ".cc" ) ) {
-            continue;
+      eachLine( storey, [ & ]( const std::string & by, const std::string & text ) {
+         const std::size_t begin = directive.size() + 1;
+         const std::size_t end = text.find_first_of( ">\"", begin );
+         if ( text.starts_with( directive ) && end != text.npos ) {
+            const bool angled = text[ directive.size() ] == '<';
+            found.push_back( { by, text.substr( begin, end - begin ), angled } );
          }
-         std::ifstream in( entry.path() );
-         for ( std::string text; std::getline( in, text ); ) {
-            const std::size_t begin = directive.size() + 1;
-            const std::size_t end = text.find_first_of( ">\"", begin );
-            if ( text.starts_with( directive ) && end != text.npos ) {
-               const bool angled = text[ directive.size() ] == '<';
-               found.push_back( { by, text.substr( begin, end - begin ), angled } );
-            }
-         }
-      }
+      } );
    }
    return found;
 }
@@ -139,18 +149,13 @@ TEST( Tidy, roomsLeanOnRoomsBelowThem ) {
 }
 
 TEST( Tidy, nothingBelowTheRootsKnowsTheirOwner ) {
-   const std::filesystem::path root = CSPF_SOURCE_DIR;
    std::size_t lines = 0;
-   for ( const auto & entry : std::filesystem::recursive_directory_iterator( root / "Cspf" ) ) {
-      const std::string file = std::filesystem::relative( entry.path(), root );
-      if ( file.starts_with( "Cspf/Agent/" ) || roomOf( file ) == -1 ) {
-         continue;
-      }
-      std::ifstream in( entry.path() );
-      for ( std::string text; std::getline( in, text ); ++lines ) {
+   eachLine( "Cspf", [ & ]( const std::string & file, const std::string & text ) {
+      if ( !file.starts_with( "Cspf/Agent/" ) && roomOf( file ) != -1 ) {
          EXPECT_FALSE( hasWord( text, "VrfRoot" ) ) << file << ": " << text;
+         ++lines;
       }
-   }
+   } );
    EXPECT_GT( lines, 10'000u );
 }
 
@@ -162,6 +167,39 @@ TEST( Tidy, theLibraryLeansOnTheStandardLibraryAlone ) {
                                  || include.what.starts_with( "arpa/" );
          EXPECT_TRUE( ofStandard ) << include.by << " includes " << include.what;
       }
+   }
+}
+
+TEST( Tidy, versionsComeFromOnePlace ) {
+   const auto placeIn = []( const char * file, const std::string & text ) {
+      std::ostringstream content;
+      content << std::ifstream( std::string( CSPF_SOURCE_DIR "/" ) + file ).rdbuf();
+      EXPECT_NE( content.str().find( text ), std::string::npos ) << file << " has no " << text;
+      return content.str().find( text );
+   };
+   EXPECT_EQ( placeIn( "debian/changelog", "cspf-agent (" CSPF_VERSION ") " ), 0u );
+   const std::size_t at = placeIn( "CHANGELOG.md", "\n## " CSPF_VERSION "\n" );
+   EXPECT_EQ( placeIn( "CHANGELOG.md", "\n## " ), at ) << "another version stands first";
+}
+
+TEST( Tidy, theLibrariesShowEveryNamespace ) {
+   // Of one that is not shown, program and agent would have two.
+   std::ostringstream exports;
+   exports << std::ifstream( CSPF_SOURCE_DIR "/packaging/Exports.cmake" ).rdbuf();
+   const std::regex opening( R"(^namespace (\w+).*\{$)" );
+   const std::set< std::string > inner{ "Detail" };
+   std::set< std::string > found;
+   for ( const char * storey : { "platform", "schema", "Cspf" } ) {
+      eachLine( storey, [ & ]( const std::string &, const std::string & text ) {
+         std::smatch match;
+         if ( std::regex_match( text, match, opening ) ) {
+            found.insert( match[ 1 ] );
+         }
+      } );
+   }
+   EXPECT_GT( found.size(), 15u );
+   for ( const std::string & name : found ) {
+      EXPECT_TRUE( inner.contains( name ) || hasWord( exports.str(), name ) ) << name;
    }
 }
 

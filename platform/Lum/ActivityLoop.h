@@ -20,6 +20,10 @@ namespace Lum {
 /// deadline fire in order of arming. Time stands still while the handlers of one turn run, on
 /// either clock; the virtual one moves only in `advance` and `settle`, from deadline to deadline.
 /// Deadlines count from the time as it is, so that a delay that is longer than a turn has a rest.
+///
+/// A program with a loop of its own drives this one from there: it waits until `epollFd` is
+/// readable or `nextDeadline` is reached, then calls `runOnce( 0 )`, and asks for the deadline
+/// anew.
 class ActivityLoop {
  public:
    using Callback = std::function< void() >;
@@ -41,8 +45,12 @@ class ActivityLoop {
    }
    TimerId timerIs( Seconds deadline, Callback callback );
    void timerDel( const TimerId & id );
-   /// The earliest deadline; infinity where no timer is armed.
+   /// The earliest deadline, on the clock of `now`; infinity where no timer is armed. It moves with
+   /// whatever is done to the process's state, in turns and between them.
    Seconds nextDeadline() const;
+   /// An epoll descriptor that is readable while one of the loop's descriptors is ready. It stays
+   /// the loop's, and is only to be waited for.
+   int epollFd() const noexcept { return epollFd_; }
 
    /// Calls `callback( events )` when one of the epoll `events` is there. Replaces an earlier call
    /// for the same descriptor. The descriptor stays the caller's.

@@ -206,7 +206,7 @@ main( int argc, char ** argv ) {
    Options options;
    CLI::App app{ "Runs the CSPF agent and serves its state on a control socket" };
    app.add_option( "--library", options.library,
-                   "agent library (default: the one beside this program)" );
+                   "agent library (default: the one installed with it)" );
    app.add_option( "--name", options.name, "name of the agent and of its trace ring" )
       ->capture_default_str();
    app.add_option( "--socket", options.control.path, "control socket" )->capture_default_str();
