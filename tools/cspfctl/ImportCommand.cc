@@ -8,6 +8,7 @@
 #include "tools/lab/LabRunner.h"
 #include "tools/text/Plain.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -58,9 +59,9 @@ importOspf( const std::vector< std::string > & files ) {
       Igp::readOspf( contentOf( file ), file, capture );
    }
    auto network = Igp::ospfNetwork( capture, 0 );
-   std::erase_if( network.topologies,
-                  []( const auto & topology ) { return topology.routers.empty(); } );
-   if ( network.topologies.empty() ) {
+   if ( std::ranges::all_of( network.topologies, []( const Igp::Topology & topology ) {
+           return topology.routers.empty();
+        } ) ) {
       throw Igp::CaptureError(
          "no router LSA in the capture: expected `show ip ospf database router`" );
    }

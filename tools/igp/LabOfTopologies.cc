@@ -327,6 +327,10 @@ labOf( const std::vector< Topology > & topologies, const std::string & router, b
       const std::string name = topology.vrf == L3::VrfName::defaultVrf()
                                   ? topology.name
                                   : topology.vrf.stringValue() + "-" + topology.name;
+      if ( topology.routers.empty() ) {
+         findings.push_back( "topology " + name + ": the capture has no router of it; left out" );
+         continue;
+      }
       written[ name ] = writers.back().write();
       if ( router.empty() && !found && topology.routers.contains( topology.self ) ) {
          lab[ "router" ] = writers.back().name( topology.self );
