@@ -12,11 +12,11 @@ with open(lab, "w") as out:
     json.dump(with_paths(grid(2, 2), 4, 2), out)
 outcomes, strange = {}, []
 for number in range(given.first, given.first + given.count * given.step, given.step):
-    # The failure stops the process; without one, a second of life is enough.
-    done = subprocess.run(["timeout", "--preserve-status", "-s", "TERM", "1", AGENTRUNNER, "--socket", os.path.join(folder.name, "s"),
-                           "--lab", lab], capture_output=True, stdin=subprocess.DEVNULL,
-                          env={**ENVIRONMENT, "VELOTRACE_DISABLE": "1", "FAILING_ALLOCATION": str(number),
-                               "LD_PRELOAD": os.path.join(BIN, "..", "lib", "libFailingAllocation.so")})
+    # The failure stops the process; without one, a second of life is enough. It is the service's alone.
+    failing = ["env", "FAILING_ALLOCATION=%d" % number, "LD_PRELOAD=" + os.path.join(BIN, "..", "lib", "libFailingAllocation.so")]
+    done = subprocess.run(["timeout", "--preserve-status", "-s", "TERM", "1", *failing, AGENTRUNNER,
+                           "--socket", os.path.join(folder.name, "s"), "--lab", lab],
+                          capture_output=True, stdin=subprocess.DEVNULL, env={**ENVIRONMENT, "VELOTRACE_DISABLE": "1"})
     outcomes[done.returncode] = outcomes.get(done.returncode, 0) + 1
     words = done.stderr.strip()
     if not (done.returncode in (0, 1, 127) and (words or not done.returncode) or done.returncode == 3 and b"out of memory" in words):

@@ -3,7 +3,7 @@
 connections, more answers than a memory holds, more connections than there are descriptors, and names
 with control characters. Others are served throughout."""
 import json, random, subprocess, time
-from service import CTL, ENVIRONMENT, Gone, Service, Report, grid, options, with_paths
+from service import CTL, ENVIRONMENT, Gone, Refused, Service, Report, grid, options, with_paths
 
 given = options(__doc__, frames=300)
 report, rng = Report(), random.Random(given.seed)
@@ -56,13 +56,23 @@ for caller in held:
     caller.close()
 good.call("status")
 
-name = "evil\x1b[31mred\u009b31m"
-good.call("patch", path="te/cspf/client", patch={"entity": {name: {"type": "Cspf::Client", "value": {
-    "vrf": {"default": True}, "addressFamily": {"ipv4": True}}}}})
+def client(name):
+    return {"entity": {name: {"type": "Cspf::Client", "value": {"vrf": {"default": True}, "addressFamily": {"ipv4": True}}}}}
+
+
+try:
+    good.call("patch", path="te/cspf/client", patch=client("evil\x1b[31mred"))
+    report.holds("refuses_a_name_with_escapes", False)
+except Refused as refused:
+    report.holds("refuses_a_name_with_escapes", "control characters" in str(refused))
+# Interfaces are called whatever they are called; a name of bytes beyond ASCII may hold C1.
+good.call("patch", path="te/config", patch={"intfSrlg": {"evil\x1b[31mred": [7]}})
+name = "evil\u009b31m"
+good.call("patch", path="te/cspf/client", patch=client(name))
 good.call("patch", path=f"te/cspf/config/vrf/default/ipv4/{name}", patch={"pathConfig": {"10.1.0.4#1": {}}})
 service.settle()
 raw = 0
-for command in (["status"], ["dump"], ["get"], ["paths"], ["metrics"], ["get", name], ["trace", service.path("CspfAgent.qt")]):
+for command in (["status"], ["dump"], ["get"], ["get", "te/config"], ["paths"], ["metrics"], ["get", name], ["trace", service.path("CspfAgent.qt")]):
     done = subprocess.run([CTL, *command], capture_output=True, env={**ENVIRONMENT, "CSPF_SOCKET": service.socket})
     raw += sum((done.stdout + done.stderr).count(sequence) for sequence in (b"\x1b", b"\xc2\x9b"))
 report.limit("raw_control_characters", raw, most=0)
