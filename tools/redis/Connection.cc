@@ -6,6 +6,7 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -63,6 +64,17 @@ textOf( const redisReply & reply ) {
                      || reply.type == REDIS_REPLY_ERROR;
    return text ? std::string_view( reply.str, static_cast< std::size_t >( reply.len ) )
                : std::string_view();
+}
+
+std::uint64_t
+numberOf( const redisReply & reply ) {
+   if ( reply.type == REDIS_REPLY_INTEGER ) {
+      return static_cast< std::uint64_t >( reply.integer );
+   }
+   std::uint64_t number = 0;
+   const std::string_view text = textOf( reply );
+   std::from_chars( text.data(), text.data() + text.size(), number );
+   return number;
 }
 
 bool

@@ -80,6 +80,8 @@ class Connection {
 
 /// The text of a reply that is one; empty for any other.
 std::string_view textOf( const redisReply & reply );
+/// The number of a reply that is one, or a text that begins with one; 0 for any other.
+std::uint64_t numberOf( const redisReply & reply );
 bool isError( const redisReply & reply );
 
 }

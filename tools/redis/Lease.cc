@@ -23,6 +23,16 @@ takeWord( std::string_view & text ) {
 
 }
 
+bool
+isCovered( const std::vector< std::string > & prefixes, const std::string & path ) {
+   return std::ranges::any_of( prefixes, [ & ]( std::string_view prefix ) {
+      const bool anyName = prefix.ends_with( '*' );
+      prefix.remove_suffix( anyName ? 1 : 0 );
+      return path.starts_with( prefix )
+             && ( anyName || path.size() == prefix.size() || path[ prefix.size() ] == '/' );
+   } );
+}
+
 Lease::Lease( std::vector< std::string > prefixes, std::string name, bool waits, Handlers handlers )
    : prefixes_( std::move( prefixes ) ),
      name_( std::move( name ) ),
@@ -35,14 +45,6 @@ Lease::holderOf( std::string_view lease ) {
       takeWord( lease );
    }
    return std::string( lease );
-}
-
-bool
-Lease::covers( const std::string & path ) const {
-   return std::ranges::any_of( prefixes_, [ & ]( const std::string & prefix ) {
-      return path.starts_with( prefix )
-             && ( path.size() == prefix.size() || path[ prefix.size() ] == '/' );
-   } );
 }
 
 void

@@ -6,7 +6,13 @@
 
 namespace Redis {
 
-/// The right to write what is at and below some paths, held by one process at a time.
+/// Whether the path is at or below one of the prefixes, of which one that ends in "*" stands for
+/// all names that begin so.
+bool isCovered( const std::vector< std::string > & prefixes, const std::string & path );
+
+/// The right to write what is at and below some paths, held by one process at a time. Who writes
+/// there without it is refused; below a prefix with "*" he is overruled, when the holder hears of
+/// it.
 ///
 /// It lasts ten seconds and is renewed all the while, so a holder may be busy, or cut off, for that
 /// long. A holder whose connection is gone from the same server is known to be dead, and is
@@ -39,7 +45,7 @@ class Lease {
    const std::string & fence() const noexcept { return fence_; }
    /// The name in the text of a lease; empty for none.
    static std::string holderOf( std::string_view lease );
-   bool covers( const std::string & path ) const;
+   bool covers( const std::string & path ) const { return isCovered( prefixes_, path ); }
 
  private:
    void handleClaim( const redisReply & reply, Connection & connection, const std::string & run );

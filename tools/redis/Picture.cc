@@ -54,7 +54,9 @@ Picture::handleKeys( const redisReply & reply ) {
    }
    const redisReply & names = *reply.element[ 1 ];
    for ( std::size_t i = 0; i < names.elements; ++i ) {
-      found_.emplace( textOf( *names.element[ i ] ) );
+      if ( std::string name( textOf( *names.element[ i ] ) ); handlers_.concerns( name ) ) {
+         found_.insert( std::move( name ) );
+      }
    }
    const std::string cursor( textOf( *reply.element[ 0 ] ) );
    if ( cursor != "0" ) {

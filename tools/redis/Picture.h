@@ -8,7 +8,7 @@
 
 namespace Redis {
 
-/// Reads the whole database once, key by key, each as it is at one moment.
+/// Reads a database once, key by key, each as it is at one moment.
 class Picture {
  public:
    /// One key: its fields, its type among them, and the revision at which it was written last.
@@ -17,6 +17,8 @@ class Picture {
       std::uint64_t revision = 0;
    };
    struct Handlers {
+      /// Whether a key is to be read.
+      std::function< bool( const std::string & key ) > concerns;
       std::function< void( const Key & key ) > key;
       /// All keys have been told, each once.
       std::function< void() > complete;

@@ -29,6 +29,10 @@ class Replica {
       std::function< std::string( const Lum::Entity & entity ) > fault = faultOf;
       /// A path whose lease another process may hold, asked for when a connection comes.
       std::string observed{};
+      /// Which keys this process reads; it writes no others.
+      std::function< bool( const std::string & key ) > concerns = []( const auto & ) {
+         return true;
+      };
    };
    /// The handlers do not destroy the replica.
    struct Handlers {

@@ -1,0 +1,331 @@
+// What a replica reads and writes: the whole database, then its log, turn by turn; and what has
+// changed here.
+
+#include "tools/redis/Replica.h"
+
+#include "tools/state/JsonPlace.h"
+#include "tools/state/StateFields.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace Redis {
+
+// ---- The whole database ----
+
+void
+Replica::readAll() {
+   phase_ = Phase::reading;
+   resyncs_ += complete_ ? 1 : 0;
+   revision_ = openedAt_;
+   outbox_.restore();
+   outbox_.reached( revision_, false );
+   seen_.clear();
+   readAt_.clear();
+   lastRead_ = 0;
+   picture_ = std::make_unique< Picture >(
+      *commands_,
+      Picture::Handlers{ settings_.concerns,
+                         [ this ]( const Picture::Key & key ) { handlePictureKey( key ); },
+                         [ this ] { handlePictureComplete(); },
+                         [ this ]( const std::string & why ) { failed( why, true ); } } );
+}
+
+void
+Replica::handlePictureKey( const Picture::Key & key ) {
+   if ( phase_ != Phase::reading ) {
+      return;
+   }
+   seen_.insert( key.content.key );
+   readAt_[ key.content.key ] = key.revision;
+   lastRead_ = std::max( lastRead_, key.revision );
+   if ( owns( key.content.key ) ) {
+      compareOwn( key );
+   } else {
+      take( key );
+   }
+}
+
+/// What is this process's own stands in the database as it is here.
+void
+Replica::compareOwn( const Picture::Key & key ) {
+   const std::string & name = key.content.key;
+   const auto entity = local_.entity( name );
+   if ( !entity ) {
+      outbox_.changed( name, "" );
+      return;
+   }
+   std::unordered_map< std::string_view, std::string_view > theirs;
+   for ( const auto & [ field, text ] : key.content.fields ) {
+      theirs[ field ] = *text;
+   }
+   std::string text;
+   State::forEachFieldName( *entity, [ & ]( const std::string & field ) {
+      text.clear();
+      State::appendFieldText( *entity, field, text );
+      const auto at = theirs.find( field );
+      if ( at == theirs.end() || at->second != text ) {
+         outbox_.changed( name, field );
+      }
+      theirs.erase( field );
+   } );
+   for ( const auto & [ field, unknown ] : theirs ) {
+      if ( !field.starts_with( '@' ) ) {
+         outbox_.changed( name, std::string( field ) );
+      }
+   }
+}
+
+/// What others write stands here as it is in the database, but for what has changed here since.
+void
+Replica::take( const Picture::Key & key ) {
+   const std::string & name = key.content.key;
+   const auto entity = local_.entity( name );
+   KeyChanges differing{ name, {} };
+   std::string mine;
+   for ( const auto & [ field, text ] : key.content.fields ) {
+      if ( outbox_.holds( name, field ) ) {
+         continue;
+      }
+      bool equal = false;
+      mine.clear();
+      if ( entity && !field.starts_with( '@' ) ) {
+         try {
+            equal = State::appendFieldText( *entity, field, mine ) && mine == *text;
+         } catch ( const State::Error & ) {
+            // Refused below, in words.
+         }
+      } else if ( entity && field == typeField ) {
+         equal = *text == entity->typeName();
+      }
+      if ( !equal ) {
+         differing.fields.emplace_back( field, text );
+      }
+   }
+   if ( !differing.fields.empty() && !outbox_.holds( name, "" ) ) {
+      local_.apply( differing );
+   }
+   sweepFields( key );
+}
+
+void
+Replica::sweepFields( const Picture::Key & key ) {
+   const auto entity = local_.entity( key.content.key );
+   if ( !entity || spares_ || outbox_.holds( key.content.key, "" ) ) {
+      return;
+   }
+   std::unordered_set< std::string_view > theirs;
+   for ( const auto & [ field, text ] : key.content.fields ) {
+      theirs.insert( field );
+   }
+   std::vector< std::string > gone;
+   State::forEachFieldName( *entity, [ & ]( const std::string & field ) {
+      if ( !theirs.contains( field ) && !outbox_.holds( key.content.key, field ) ) {
+         gone.push_back( field );
+      }
+   } );
+   for ( const std::string & field : gone ) {
+      local_.fieldIs( key.content.key, field, std::nullopt );
+   }
+}
+
+void
+Replica::handlePictureComplete() {
+   if ( phase_ != Phase::reading ) {
+      return;
+   }
+   sweepKeys();
+   rereads_ = false;
+   follow();
+}
+
+/// Ends what the database does not have, and writes what it should have.
+void
+Replica::sweepKeys() {
+   for ( const std::string & key : local_.keys() ) {
+      if ( seen_.contains( key ) ) {
+         continue;
+      }
+      if ( owns( key ) ) {
+         local_.tellAll( key );
+      } else if ( !spares_ && !outbox_.holdsAny( key ) ) {
+         local_.keyDel( key );
+      }
+   }
+   seen_.clear();
+}
+
+// ---- The log ----
+
+void
+Replica::follow() {
+   phase_ = Phase::following;
+   log_ = std::make_unique< LogReader >(
+      loop_, settings_.url, revision_,
+      LogReader::Handlers{ [ this ]( const Turn & turn ) { handleTurn( turn ); },
+                           [ this ]( const std::string & why ) { failed( why, true ); },
+                           [ this ]( const std::string & why ) { failed( why ); } } );
+   if ( spares_ && grace_.second == 0 ) {
+      graceIs();
+   }
+   handleProgress();
+}
+
+void
+Replica::handleTurn( const Turn & turn ) {
+   if ( phase_ != Phase::following ) {
+      return;
+   }
+   const bool own = turn.writer.starts_with( writer_ );
+   const bool isLate = own && turn.writer != session_ && turn.revision > openedAt_;
+   for ( const KeyChanges & changes : turn.keys ) {
+      const auto read = readAt_.find( changes.key );
+      if ( !settings_.concerns( changes.key ) ) {
+         continue;
+      }
+      if ( isLate ) {
+         writeAgain( changes );
+      } else if ( !own && ( read == readAt_.end() || read->second < turn.revision ) ) {
+         takeOver( changes );
+      }
+   }
+   revision_ = turn.revision;
+   outbox_.reached( revision_, own && !isLate );
+   if ( revision_ >= lastRead_ ) {
+      readAt_.clear();
+   }
+   handleProgress();
+}
+
+/// What stands here is newer than these: another's writing on what is this process's own, or its
+/// own on an earlier connection, which the server found after it had heard of this one.
+void
+Replica::writeAgain( const KeyChanges & changes ) {
+   for ( const auto & [ field, text ] : changes.fields ) {
+      outbox_.changed( changes.key, field == typeField ? "" : field );
+   }
+   flushSoon();
+}
+
+void
+Replica::takeOver( const KeyChanges & changes ) {
+   if ( owns( changes.key ) ) {
+      writeAgain( changes );
+      return;
+   }
+   if ( !outbox_.holdsAny( changes.key ) ) {
+      local_.apply( changes );
+      return;
+   }
+   KeyChanges others{ changes.key, {} };
+   for ( const auto & one : changes.fields ) {
+      if ( !outbox_.holds( changes.key, one.first ) ) {
+         others.fields.push_back( one );
+      }
+   }
+   if ( !others.fields.empty() ) {
+      local_.apply( others );
+   }
+}
+
+/// The log has been followed a bit further, or for the first time.
+void
+Replica::handleProgress() {
+   if ( catchesUp_ && revision_ < openedAt_ ) {
+      return;
+   }
+   if ( std::exchange( catchesUp_, false ) ) {
+      outbox_.restore();
+   }
+   if ( !std::exchange( complete_, true ) ) {
+      handlers_.complete();
+   }
+   if ( lease_ && lease_->isHeld() && !isAuthority_ && revision_ >= grantedAt_ ) {
+      isAuthority_ = true;
+      leaseHandlers_.granted();
+   }
+   flushSoon();
+}
+
+// ---- Writing ----
+
+void
+Replica::handleChanged( const std::string & key, const std::string & field ) {
+   if ( !muted_ ) {
+      outbox_.changed( key, field );
+      flushSoon();
+   }
+}
+
+void
+Replica::flushSoon() {
+   if ( outbox_.hasPending() && flush_.second == 0 ) {
+      flush_ = loop_.timerIs( loop_.now(), [ this ] {
+         flush_ = {};
+         flush();
+      } );
+   }
+}
+
+/// While one batch is on its way the next one gathers.
+void
+Replica::flush() {
+   if ( phase_ != Phase::following || catchesUp_ || outbox_.isInFlight() || !outbox_.hasPending()
+        || muted_ ) {
+      return;
+   }
+   Command command{ "FCALL", "state_write", "0", epoch_, session_ };
+   command.add( lease_ ? lease_->fence() : "0" );
+   outbox_.take( local_, command );
+   commands_->send( std::move( command ),
+                    [ this ]( const redisReply & reply ) { handleWritten( reply ); } );
+}
+
+void
+Replica::handleWritten( const redisReply & reply ) {
+   const std::string_view text = textOf( reply );
+   if ( !isError( reply ) ) {
+      outbox_.acknowledged( numberOf( reply ) );
+      outbox_.reached( revision_, false );
+      flushSoon();
+   } else if ( text.starts_with( "OWNED " ) || text.starts_with( "FENCED " ) ) {
+      handleRefusedKey( text );
+   } else {
+      failed( std::string( text ), text.starts_with( "EPOCH " ) );
+   }
+}
+
+/// Another process owns the key: it is as that one has it. But what was sent before the answer that
+/// granted this process its own lease bore no fence, and is sent again; should the lease be another
+/// one's by now, the claim before it tells so.
+void
+Replica::handleRefusedKey( std::string_view why ) {
+   const std::string_view rest = why.substr( why.find( ' ' ) + 1 );
+   const auto end = std::min( rest.find( ' ' ), rest.size() );
+   const std::string key( rest.substr( 0, end ) );
+   if ( lease_ && lease_->isHeld() && lease_->covers( pathOf( key ) ) ) {
+      lease_->tick( *commands_, client_, run_ );
+      outbox_.restore();
+      flushSoon();
+      return;
+   }
+   refused( key + ": not written: it belongs to "
+            + std::string( rest.substr( std::min( end + 1, rest.size() ) ) ) );
+   outbox_.refused( key );
+   Picture::readKey(
+      *commands_, key,
+      [ this, key ]( const Picture::Key & read ) {
+         if ( phase_ != Phase::following || owns( key ) ) {
+            return;
+         }
+         if ( read.content.fields.empty() ) {
+            local_.keyDel( key );
+         } else {
+            take( read );
+         }
+         flushSoon();
+      },
+      [ this ]( const std::string & error ) { failed( error, true ); } );
+}
+
+}
