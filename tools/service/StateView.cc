@@ -8,101 +8,20 @@
 #include "platform/Lum/Dir.h"
 #include "schema/Topology.h"
 #include "tools/state/JsonText.h"
+#include "tools/state/StatePaths.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 
 namespace Service {
 
 namespace {
 
-/// Where tables are. In a pattern a word in capitals stands for any of its kind.
-struct TableKind {
-   std::string_view pattern;
-   const char * typeName;  ///< of a table that others write; null: the agent's own
-};
-
-constexpr std::array tableKinds = {
-   TableKind{ "te/cspf/config/vrf/NAME/AF/NAME", "Cspf::Config" },
-   TableKind{ "routing/isis/topodb/IP/NUMBER/NAME", "Routing::Topology::TopoDb" },
-   TableKind{ "routing/isis/topodb/IP/NUMBER/NUMBER/NAME", "Routing::Topology::TopoDb" },
-   TableKind{ "routing/ospf/topodb/IP/NUMBER/NUMBER/NAME", "Routing::Topology::TopoDb" },
-   TableKind{ "routing/isis/adjacency/NAME", "IsisExportImpl::IsisAdjacencyInfo" },
-   TableKind{ "te/bwm/client/input/vrf/NAME/NAME", "TrafficEngineering::BandwidthClientUsage" },
-   TableKind{ "te/cspf/status/vrf/NAME/AF/NAME", nullptr },
-   TableKind{ "te/cspf/intfIpToRouterId/vrf/NAME/AF", nullptr },
-   TableKind{ "te/cspf/constraintStatus/vrf/NAME/AF", nullptr },
-   TableKind{ "te/cspf/bwUsage/vrf/NAME/AF", nullptr },
-   TableKind{ "te/bwm/client/status/vrf/NAME/NAME", nullptr },
-   TableKind{ "te/bwm/status/vrf/NAME", nullptr },
-};
-
-/// Entities that the agent publishes, with all below them.
-constexpr std::array< std::string_view, 4 > agentsOwn = {
-   "te/cspf/agentStatus",
-   "te/bwm/activeStatus",
-   "routing/export/topodb/client",
-   "routing6/export/topodb/client",
-};
-
-/// Directories in which others make and remove entries, all of one type. Entries of any other
-/// directory are there because the agent looks at them, and stay.
-struct EntryKind {
-   std::string_view directory;
-   const char * typeName;
-};
-
-constexpr std::array entryKinds = {
-   EntryKind{ "te/cspf/client", "Cspf::Client" },
-   EntryKind{ "routing/topoDbExport", "Routing::Topology::ExportPath" },
-   EntryKind{ "segmentrouting/isis", "Mpls::SegmentRouting::Status" },
-};
-
-bool
-matches( std::string_view word, const std::string & component ) {
-   if ( word == "NAME" ) {
-      return L3::VrfName::isName( component );
-   }
-   if ( word == "AF" ) {
-      return component == "ipv4" || component == "ipv6";
-   }
-   if ( word == "IP" ) {
-      return component == "ip" || component == "ip6";
-   }
-   return word == "NUMBER" ? State::fromText< std::uint32_t >( component ).has_value()
-                           : component == word;
-}
-
-enum class Match { no, above, exact };
-
-/// `above`: tables of the kind may be below the path.
-Match
-match( const TableKind & kind, const std::string & path ) {
-   const auto words = Corvdb::pathComponents( kind.pattern );
-   const auto components = Corvdb::pathComponents( path );
-   if ( components.size() > words.size()
-        || !std::equal( components.begin(), components.end(), words.begin(),
-                        []( const auto & component, const auto & word ) {
-                           return matches( word, component );
-                        } ) ) {
-      return Match::no;
-   }
-   return components.size() < words.size() ? Match::above : Match::exact;
-}
-
-bool
-anyTable( const std::string & path, std::initializer_list< Match > wanted ) {
-   return std::ranges::any_of( tableKinds, [ & ]( const TableKind & kind ) {
-      return std::ranges::find( wanted, match( kind, path ) ) != wanted.end();
-   } );
-}
-
 /// Refuses a patch of a directory that does not make, change or remove entries of its one type.
 void
 checkEntries( const std::string & path, const Json & patch ) {
-   const auto kind = std::ranges::find( entryKinds, path, &EntryKind::directory );
-   if ( kind == entryKinds.end() ) {
+   const State::PathKind * const kind = State::entryKind( path );
+   if ( !kind ) {
       throw RequestError( "the entries of the directory \"" + path
                           + "\" stay: name the path of the entry to be changed" );
    }
@@ -181,7 +100,7 @@ StateView::get( const std::string & asked, State::TextSink & sink ) const {
    if ( path.empty() ) {
       below.insert( below.begin(), "/" );
    }
-   if ( below.empty() && !anyTable( path, { Match::above } ) ) {
+   if ( below.empty() && !State::isAboveTables( path ) ) {
       throw RequestError( "nothing at \"" + path + "\"" );
    }
    states( below, sink );
@@ -193,7 +112,7 @@ StateView::watched( const std::string & asked ) const {
    if ( state_.entity( path ) ) {
       return { path, { path }, false };
    }
-   if ( !anyTable( path, { Match::above, Match::exact } ) ) {
+   if ( !State::isAboveTables( path ) && !State::pathKind( State::tablePaths(), path ) ) {
       throw RequestError( "nothing at \"" + path + "\"" );
    }
    return { path, tables_.list( path ), true };
@@ -204,11 +123,9 @@ StateView::findOrMake( const std::string & path, const Json & patch ) {
    if ( auto entity = find( path ) ) {
       return entity;
    }
-   for ( const TableKind & kind : tableKinds ) {
-      if ( match( kind, path ) == Match::exact ) {
-         State::merge( *State::makeEntity( kind.typeName ), patch );  // a bad one makes no table
-         return tables_.alwaysIs( path, kind.typeName );
-      }
+   if ( const State::PathKind * const kind = State::pathKind( State::tablePaths(), path ) ) {
+      State::merge( *State::makeEntity( kind->typeName ), patch );  // a bad one makes no table
+      return tables_.alwaysIs( path, kind->typeName );
    }
    throw RequestError( "nothing at \"" + path
                        + "\", and no kind of table that is made there; an entry "
@@ -218,10 +135,7 @@ StateView::findOrMake( const std::string & path, const Json & patch ) {
 void
 StateView::patch( const std::string & asked, const Json & patch ) {
    const std::string path = Corvdb::canonicalPath( asked );
-   const bool ownTable = std::ranges::any_of( tableKinds, [ & ]( const TableKind & kind ) {
-      return !kind.typeName && match( kind, path ) == Match::exact;
-   } );
-   if ( ownTable || std::ranges::any_of( agentsOwn, [ & ]( std::string_view own ) {
+   if ( std::ranges::any_of( State::agentsPaths(), [ & ]( std::string_view own ) {
            return isAtOrBelow( path, own );
         } ) ) {
       throw RequestError( "\"" + path + "\" is written by the agent alone" );

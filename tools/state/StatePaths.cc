@@ -63,7 +63,7 @@ takeComponent( std::string_view & path ) {
 bool
 matches( std::string_view word, std::string_view component ) {
    if ( word == "NAME" ) {
-      return !component.empty() && component.size() <= L3::VrfName::maxLength;
+      return L3::VrfName::isName( component );
    }
    if ( word == "AF" ) {
       return component == "ipv4" || component == "ipv6";
@@ -74,14 +74,20 @@ matches( std::string_view word, std::string_view component ) {
    return word == "NUMBER" ? fromText< std::uint32_t >( component ).has_value() : component == word;
 }
 
-bool
-matchesAll( std::string_view pattern, std::string_view path ) {
+/// Whether the path is the beginning of what the pattern stands for, and what follows there.
+struct Match {
+   bool isBeginning = true;
+   std::string_view rest;
+};
+
+Match
+match( std::string_view pattern, std::string_view path ) {
    while ( !pattern.empty() && !path.empty() ) {
       if ( !matches( takeComponent( pattern ), takeComponent( path ) ) ) {
-         return false;
+         return { false, pattern };
       }
    }
-   return pattern.empty() && path.empty();
+   return { path.empty(), pattern };
 }
 
 }
@@ -103,9 +109,28 @@ agentsPaths() {
 
 const PathKind *
 pathKind( std::span< const PathKind > kinds, std::string_view path ) {
-   const auto at = std::ranges::find_if(
-      kinds, [ & ]( const PathKind & kind ) { return matchesAll( kind.pattern, path ); } );
+   const auto at = std::ranges::find_if( kinds, [ & ]( const PathKind & kind ) {
+      const Match matched = match( kind.pattern, path );
+      return matched.isBeginning && matched.rest.empty();
+   } );
    return at == kinds.end() || path.ends_with( '/' ) ? nullptr : &*at;
+}
+
+const PathKind *
+entryKind( std::string_view directory ) {
+   const auto at = std::ranges::find_if( entityKinds, [ & ]( const PathKind & kind ) {
+      const Match matched = match( kind.pattern, directory );
+      return !kind.isAgents && matched.isBeginning && matched.rest == "NAME";
+   } );
+   return at == entityKinds.end() ? nullptr : &*at;
+}
+
+bool
+isAboveTables( std::string_view path ) {
+   return std::ranges::any_of( tableKinds, [ & ]( const PathKind & kind ) {
+      const Match matched = match( kind.pattern, path );
+      return matched.isBeginning && !matched.rest.empty();
+   } );
 }
 
 }

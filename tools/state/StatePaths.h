@@ -8,7 +8,7 @@
 namespace State {
 
 /// One kind of entity or table. In its pattern a word in capitals stands for any of its sort: NAME
-/// for a name of 1 to 100 bytes, AF for "ipv4" or "ipv6", IP for "ip" or "ip6", NUMBER.
+/// for a name as of `L3::VrfName::isName`, AF for "ipv4" or "ipv6", IP for "ip" or "ip6", NUMBER.
 struct PathKind {
    std::string_view pattern;
    const char * typeName;
@@ -24,5 +24,10 @@ std::span< const std::string_view > agentsPaths();
 
 /// The kind that the canonical path is of; null: none.
 const PathKind * pathKind( std::span< const PathKind > kinds, std::string_view path );
+/// The kind of the entries that others make, change and remove in the directory; null: it is none
+/// of theirs. REQUIRES: the path is canonical.
+const PathKind * entryKind( std::string_view directory );
+/// Whether tables of some kind may be below the canonical path.
+bool isAboveTables( std::string_view path );
 
 }
