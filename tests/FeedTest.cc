@@ -1,13 +1,18 @@
-// What feeds write into state: a topology table by differences, and the interfaces of the kernel.
+// What feeds write into state, on their own and on a database that many share: a topology table by
+// differences, and the interfaces of the kernel.
 
 #include "schema/Types.h"
+#include "tests/StateBackends.h"
+#include "tools/igpfeed/FeedDatabase.h"
 #include "tools/igpfeed/FeedState.h"
 #include "tools/igpfeed/Interfaces.h"
-#include "tools/service/StateView.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <linux/if.h>
+#include <linux/if_arp.h>
+#include <linux/rtnetlink.h>
 #include <random>
 
 using namespace IgpFeed;
@@ -18,30 +23,16 @@ using testing::Pair;
 namespace {
 
 /// The state of this process, and how much was written to it.
-class LocalAccess : public StateAccess {
+class LocalAccess : public ViewState {
  public:
-   LocalAccess() {
+   LocalAccess() : ViewState( view_ ) {
       Schema::registerTypes( types_ );
       for ( const char * directory : { "routing/topoDbExport", "segmentrouting/isis" } ) {
          state_.entityIs< Lum::Dir >( directory );
       }
    }
-
-   bool isOpen() const override { return true; }
-   Json entity( const std::string & path ) override {
-      struct Text : State::TextSink {
-         void text( std::string_view piece ) override { all += piece; }
-         std::string all;
-      } text;
-      view_.get( path, text );
-      return Json::parse( text.all ).at( "value" );
-   }
-   Json table( const std::string & path ) override {
-      view_.patch( path, Json::object() );
-      return entity( path );
-   }
    void patch( const std::string & path, const Json & patch ) override {
-      view_.patch( path, patch );
+      ViewState::patch( path, patch );
       ++patches;
    }
 
@@ -118,6 +109,76 @@ TEST( Feed, writesWhatDiffersAndTakesOverWhatStands ) {
    EXPECT_TRUE( access.entity( "routing/topoDbExport" )[ "entity" ].contains( id.name() ) );
 }
 
+/// One feed on a database, as `igpfeed isis --state` is.
+struct SharedFeed {
+   SharedFeed( Lum::ActivityLoop & loop, const RedisServer & server )
+      : database( loop, Redis::parseUrl( server.url() ), "isis",
+                  { [ this ]( Service::StateView & state ) {
+                      access.emplace( state );
+                      feed.emplace( *access, Cspf::IgpSource::isis );
+                   },
+                    []( const std::string & why ) { ADD_FAILURE() << why; } } ) {}
+   std::optional< ViewState > access;
+   std::optional< FeedState > feed;
+   FeedDatabase database;
+};
+
+TEST( Feed, isTheTruthInADatabaseThatLosesWhatItWrote ) {
+   if ( !RedisServer::isInstalled() ) {
+      GTEST_SKIP() << "no redis-server here";
+   }
+   RedisServer server;
+   Lum::ActivityLoop loop( Lum::ActivityLoop::Time::real );
+   const auto comesTrue = [ & ]( auto holds ) {
+      for ( const Lum::Seconds end = loop.now() + 60; !holds() && loop.now() < end; ) {
+         loop.runOnce( 0.01 );
+      }
+      return holds();
+   };
+   const Vrf red( "red" );
+   const TableId id{ { Cspf::IgpSource::isis, 2, 1 }, Kivnet::AddressFamily::ipv4, red };
+   std::mt19937 random( 4 );
+   FeedContent wanted;
+   wanted.tables[ id ] = randomTable( random, 300 );
+   wanted.adjacencies[ red ][ { Kivnet::IntfId( "e" ), routerId( 1 ).isisSystemId() } ] = {};
+   wanted.systemIds[ red ] = routerId( 1 ).isisSystemId();
+   auto first = std::make_unique< SharedFeed >( loop, server );
+   ASSERT_TRUE( comesTrue( [ & ] { return first->feed.has_value(); } ) );
+   first->feed->write( wanted );
+   const Member reader( loop, &server );
+   const std::string announcement = "e:routing/topoDbExport/" + id.name();
+   const auto isThere = [ & ] {
+      const Content content = reader.content();
+      return content.size() == 4 && content.contains( announcement );
+   };
+   ASSERT_TRUE( comesTrue( isThere ) );
+   const Content right = reader.content();
+   // Who writes there by hand is refused, or overruled.
+   EXPECT_THAT( server.cli( { "FCALL", "state_del", "1", "t:" + id.path() } ),
+                testing::HasSubstr( "OWNED" ) );
+   server.cli( { "FCALL", "state_del", "1", announcement } );
+   EXPECT_TRUE( comesTrue( [ & ] { return server.cli( { "EXISTS", announcement } ) == "1\n"; } ) );
+   // A reader never misses what the feed writes again.
+   server.kill();
+   server.forget();
+   server.start();
+   bool missed = false;
+   EXPECT_TRUE( comesTrue( [ & ] {
+      missed = missed || !isThere();
+      return reader.replica->status().resyncs >= 2;  // the second when nothing is spared any more
+   } ) );
+   EXPECT_FALSE( missed );
+   EXPECT_THAT( differences( reader.content(), right ), testing::IsEmpty() );
+   // Another feed waits for the end of the first, and finds all that it wrote.
+   SharedFeed second( loop, server );
+   EXPECT_TRUE( comesTrue( [ & ] { return !second.database.replica().status().holder.empty(); } ) );
+   EXPECT_FALSE( second.feed );
+   first.reset();
+   ASSERT_TRUE( comesTrue( [ & ] { return second.feed.has_value(); } ) );
+   EXPECT_EQ( second.feed->standing(), wanted );
+   EXPECT_THAT( differences( reader.content(), right ), testing::IsEmpty() );
+}
+
 TEST( Feed, believesADaemonThatKnowsAgainWhatItKnew ) {
    const TableId id{ Cspf::TopoId::isisL2(), Kivnet::AddressFamily::ipv4, Vrf::defaultVrf() };
    FeedContent before;
@@ -153,8 +214,46 @@ TEST( Feed, believesADaemonThatKnowsAgainWhatItKnew ) {
    EXPECT_FALSE( comesUpTo( {}, before, selves ) || isConnected( {}, before, selves ) );
 }
 
+/// A message of rtnetlink(7) about an interface.
+class LinkMessage {
+ public:
+   LinkMessage( int index, const std::string & name, const std::string & linkInfo ) {
+      const ifinfomsg info{ .ifi_family = 0,
+                            .__ifi_pad = 0,
+                            .ifi_type = ARPHRD_ETHER,
+                            .ifi_index = index,
+                            .ifi_flags = IFF_UP | IFF_RUNNING,
+                            .ifi_change = 0 };
+      bytes_.assign( reinterpret_cast< const char * >( &info ), sizeof info );
+      bytes_ += attribute( IFLA_IFNAME, name + '\0' ) + attribute( IFLA_LINKINFO, linkInfo );
+      const nlmsghdr header{ static_cast< std::uint32_t >( sizeof header + bytes_.size() ),
+                             RTM_NEWLINK, 0, 0, 0 };
+      bytes_.insert( 0, reinterpret_cast< const char * >( &header ), sizeof header );
+   }
+   static std::string attribute( unsigned short type, const std::string & value ) {
+      const rtattr head{ static_cast< unsigned short >( sizeof head + value.size() ), type };
+      std::string bytes( reinterpret_cast< const char * >( &head ), sizeof head );
+      bytes += value;
+      bytes.resize( RTA_ALIGN( bytes.size() ) );
+      return bytes;
+   }
+   const nlmsghdr & message() const {
+      return *reinterpret_cast< const nlmsghdr * >( bytes_.data() );
+   }
+
+ private:
+   std::string bytes_;
+};
+
 TEST( Feed, countsAnAggregateForItsMembers ) {
    std::map< int, KernelLink > links;
+   const auto heard = [ & ]( int index, const char * name, unsigned short which ) {
+      links.insert( *readLink(
+         LinkMessage( index, name, LinkMessage::attribute( which, std::string( "bond\0", 5 ) ) )
+            .message() ) );
+   };
+   heard( 100, "po2", IFLA_INFO_KIND );
+   heard( 101, "eth8", IFLA_INFO_SLAVE_KIND );
    const auto add = [ & ]( const char * name, bool up, const char * kind, const char * master ) {
       links[ static_cast< int >( links.size() ) ] = { name, true, up, kind, master };
    };
@@ -169,10 +268,10 @@ TEST( Feed, countsAnAggregateForItsMembers ) {
    add( "slow", true, "", "" );
    links[ -1 ] = { "lo", false, true, "", "" };
    const auto all = bandwidthsOf( links, []( const std::string & name ) -> std::uint64_t {
-      return name == "slow" ? 0 : name == "po1" ? 2500 : 1250;
+      return name == "slow" ? 0 : name.starts_with( "po" ) ? 2500 : 1250;
    } );
    EXPECT_THAT( all.physical, ElementsAre( Pair( "eth0", 1250 ), Pair( "eth4", 1250 ) ) );
-   EXPECT_THAT( all.aggregates, ElementsAre( Pair( "po1", 2500 ) ) );
+   EXPECT_THAT( all.aggregates, ElementsAre( Pair( "po1", 2500 ), Pair( "po2", 2500 ) ) );
 }
 
 }

@@ -3,10 +3,8 @@
 
 #include "tools/cspfctl/Caller.h"
 
-#include "schema/Types.h"
-#include "tools/redis/Replica.h"
 #include "tools/service/Client.h"
-#include "tools/service/StateView.h"
+#include "tools/service/DatabaseState.h"
 #include "tools/state/StatePaths.h"
 
 #include <algorithm>
@@ -35,17 +33,10 @@ struct Text : State::TextSink {
    std::string whole;
 };
 
-Corvdb::TypeRegistry
-stateTypes() {
-   Corvdb::TypeRegistry types;
-   Schema::registerTypes( types );
-   return types;
-}
-
 class DatabaseCaller : public Caller {
  public:
    DatabaseCaller( const std::string & url, const std::string & passwordFile );
-   ~DatabaseCaller() override { view_.tableListenerIs( {} ); }
+   ~DatabaseCaller() override { view().tableListenerIs( {} ); }
    DatabaseCaller( const DatabaseCaller & ) = delete;
    DatabaseCaller & operator=( const DatabaseCaller & ) = delete;
 
@@ -53,6 +44,7 @@ class DatabaseCaller : public Caller {
    void listen( const Notified & ) override { loop_.run(); }
 
  private:
+   Service::StateView & view() { return database_->view(); }
    void patch( const std::string & path, const Json & patch );
    Json watch( const Json & paths );
    void handleTable( const std::string & path );
@@ -60,12 +52,8 @@ class DatabaseCaller : public Caller {
    Json status() const;
 
    const std::string url_;
-   const Corvdb::TypeRegistry types_ = stateTypes();
    Lum::ActivityLoop loop_{ Lum::ActivityLoop::Time::real };
-   Corvdb::StateStore state_{ types_ };
-   Zorch::TableStore tables_{ types_ };
-   Service::StateView view_{ state_, tables_ };
-   std::unique_ptr< Redis::Replica > replica_;
+   std::unique_ptr< Service::DatabaseState > database_;
    bool complete_ = false;
    std::string trouble_;
    Notified notified_;
@@ -73,28 +61,13 @@ class DatabaseCaller : public Caller {
    std::map< std::string, Lum::Ptr< Service::StateWatch > > watches_;
 };
 
-/// What an agent would have there by itself, before the database is read.
-void
-makeMounts( Corvdb::StateStore & state ) {
-   for ( const State::PathKind & kind : State::entityPaths() ) {
-      const std::string path( kind.pattern );
-      if ( kind.isOne ) {
-         state.mountedIs( path );
-         state.entityIs( path, kind.typeName );
-      } else {
-         state.entityIs( path.substr( 0, path.rfind( '/' ) ), "Lum::Dir" );
-      }
-   }
-}
-
 DatabaseCaller::DatabaseCaller( const std::string & url, const std::string & passwordFile )
    : url_( url ) {
-   makeMounts( state_ );
    Redis::Replica::Settings settings{ Redis::parseUrl( url, passwordFile ),
                                       "cspfctl (process " + std::to_string( getpid() ) + ")" };
    settings.observed = State::agentsPaths().front();
-   replica_ = std::make_unique< Redis::Replica >(
-      loop_, state_, tables_, settings,
+   database_ = std::make_unique< Service::DatabaseState >(
+      loop_, settings,
       Redis::Replica::Handlers{ [ this ] { complete_ = true; },
                                 [ this ]( const std::string & why, bool ) {
                                    trouble_ = url_ + ": " + why;
@@ -114,7 +87,7 @@ Json
 DatabaseCaller::call( const std::string & method, const Json & params, const Notified & notified ) {
    if ( method == "get" ) {
       Text text;
-      view_.get( params.at( "path" ).get< std::string >(), text );
+      view().get( params.at( "path" ).get< std::string >(), text );
       return Json::parse( text.whole );
    }
    if ( method == "patch" ) {
@@ -134,8 +107,8 @@ DatabaseCaller::call( const std::string & method, const Json & params, const Not
 void
 DatabaseCaller::patch( const std::string & path, const Json & patch ) {
    constexpr Lum::Seconds patience = 10;
-   view_.patch( path, patch );
-   if ( !replica_->settle( patience ) || !trouble_.empty() ) {
+   view().patch( path, patch );
+   if ( !database_->replica().settle( patience ) || !trouble_.empty() ) {
       throw std::runtime_error( trouble_.empty() ? "the database does not answer" : trouble_ );
    }
 }
@@ -144,17 +117,17 @@ Json
 DatabaseCaller::watch( const Json & paths ) {
    Json states = Json::object();
    for ( const Json & asked : paths ) {
-      const auto watched = view_.watched( asked.get< std::string >() );
+      const auto watched = view().watched( asked.get< std::string >() );
       if ( watched.tables ) {
          watchedTops_.push_back( watched.path );
       }
       for ( const std::string & part : watched.present ) {
-         states[ part ] = view_.typed( part );
+         states[ part ] = view().typed( part );
          watches_[ part ] = Lum::make< Service::StateWatch >(
-            part, view_.find( part ), [ this ]( const Json & change ) { tell( change ); } );
+            part, view().find( part ), [ this ]( const Json & change ) { tell( change ); } );
       }
    }
-   view_.tableListenerIs( [ this ]( const std::string & path ) { handleTable( path ); } );
+   view().tableListenerIs( [ this ]( const std::string & path ) { handleTable( path ); } );
    return states;
 }
 
@@ -165,8 +138,8 @@ DatabaseCaller::handleTable( const std::string & path ) {
         } ) ) {
       return;
    }
-   const auto table = view_.find( path );
-   Json change = table ? view_.typed( path ) : Json::object();
+   const auto table = view().find( path );
+   Json change = table ? view().typed( path ) : Json::object();
    change[ "path" ] = path;
    tell( change );
    watches_.erase( path );
@@ -178,7 +151,7 @@ DatabaseCaller::handleTable( const std::string & path ) {
 
 Json
 DatabaseCaller::status() const {
-   const Redis::Replica::Status now = replica_->status();
+   const Redis::Replica::Status now = database_->replica().status();
    return { { "agent", now.holder.empty() ? Json() : Json( now.holder ) },
             { "pendingTasks", Json::array() },
             { "state",

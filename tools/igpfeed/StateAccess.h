@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/service/Client.h"
+#include "tools/service/StateView.h"
 
 #include <string>
 
@@ -42,6 +43,31 @@ class SocketState : public StateAccess {
 
  private:
    Service::Client client_;
+};
+
+/// In stores of this process.
+class ViewState : public StateAccess {
+ public:
+   /// The view outlives it.
+   explicit ViewState( Service::StateView & view ) : view_( view ) {}
+
+   bool isOpen() const override { return true; }
+   Json entity( const std::string & path ) override {
+      if ( !view_.find( path ) ) {
+         throw Service::RequestError( "nothing at \"" + path + "\"" );
+      }
+      return view_.typed( path ).at( "value" );
+   }
+   Json table( const std::string & path ) override {
+      patch( path, Json::object() );
+      return entity( path );
+   }
+   void patch( const std::string & path, const Json & patch ) override {
+      view_.patch( path, patch );
+   }
+
+ private:
+   Service::StateView & view_;
 };
 
 }

@@ -2,6 +2,7 @@
 // databases of routing daemons, and with the interfaces of the kernel.
 
 #include "tools/igpfeed/Feed.h"
+#include "tools/igpfeed/FeedDatabase.h"
 #include "tools/igpfeed/Interfaces.h"
 #include "tools/service/UnixSocket.h"
 #include "tools/text/Plain.h"
@@ -9,12 +10,14 @@
 #include <CLI/CLI.hpp>
 
 #include <iostream>
+#include <map>
 
 namespace {
 
 struct Options {
    std::vector< std::string > sources;
    std::string socket = Service::defaultSocketPath();
+   std::string state, passwordFile;
    std::string vtyDirectory = "/var/run/frr";
    double grace = 30;
    double interval = 100;  // ms
@@ -26,26 +29,72 @@ feedOptions( const Options & options, const std::string & daemon ) {
             options.grace };
 }
 
-void
-serve( const Options & options ) {
-   Lum::ActivityLoop loop( Lum::ActivityLoop::Time::real );
-   const auto openState = [ & ]() -> std::unique_ptr< IgpFeed::StateAccess > {
-      return std::make_unique< IgpFeed::SocketState >( options.socket );
-   };
-   std::optional< IgpFeed::Feed > isis, ospf;
-   std::optional< IgpFeed::InterfaceFeed > interfaces;
-   for ( const std::string & source : options.sources ) {
+using OpenState = IgpFeed::Feed::OpenState;
+
+/// The sources that are followed.
+class Feeds {
+ public:
+   Feeds( Lum::ActivityLoop & loop, const Options & options )
+      : loop_( loop ),
+        options_( options ) {}
+
+   void start( const std::string & source, const OpenState & openState ) {
       if ( source == "isis" ) {
-         isis.emplace( loop, std::make_unique< IgpFeed::IsisDaemon >(), Cspf::IgpSource::isis,
-                       feedOptions( options, "isisd" ), openState );
+         isis_.emplace( loop_, std::make_unique< IgpFeed::IsisDaemon >(), Cspf::IgpSource::isis,
+                        feedOptions( options_, "isisd" ), openState );
       } else if ( source == "ospf" ) {
-         ospf.emplace( loop, std::make_unique< IgpFeed::OspfDaemon >(), Cspf::IgpSource::ospf,
-                       feedOptions( options, "ospfd" ), openState );
+         ospf_.emplace( loop_, std::make_unique< IgpFeed::OspfDaemon >(), Cspf::IgpSource::ospf,
+                        feedOptions( options_, "ospfd" ), openState );
       } else {
-         interfaces.emplace( loop, openState );
+         interfaces_.emplace( loop_, openState );
       }
    }
+
+ private:
+   Lum::ActivityLoop & loop_;
+   const Options & options_;
+   std::optional< IgpFeed::Feed > isis_, ospf_;
+   std::optional< IgpFeed::InterfaceFeed > interfaces_;
+};
+
+/// Over the control socket of an agent.
+void
+serveAgent( const Options & options ) {
+   Lum::ActivityLoop loop( Lum::ActivityLoop::Time::real );
+   Feeds feeds( loop, options );
+   for ( const std::string & source : options.sources ) {
+      feeds.start( source, [ & ]() -> std::unique_ptr< IgpFeed::StateAccess > {
+         return std::make_unique< IgpFeed::SocketState >( options.socket );
+      } );
+   }
    loop.run();
+}
+
+/// In a database, from where an agent reads.
+void
+serveDatabase( const Options & options ) {
+   const Redis::Url url = Redis::parseUrl( options.state, options.passwordFile );
+   Lum::ActivityLoop loop( Lum::ActivityLoop::Time::real );
+   std::map< std::string, std::unique_ptr< IgpFeed::FeedDatabase > > databases;
+   Feeds feeds( loop, options );
+   std::string failure;
+   for ( const std::string & source : options.sources ) {
+      const auto granted = [ &feeds, source ]( Service::StateView & state ) {
+         feeds.start( source, [ &state ]() -> std::unique_ptr< IgpFeed::StateAccess > {
+            return std::make_unique< IgpFeed::ViewState >( state );
+         } );
+      };
+      const auto failed = [ & ]( const std::string & why ) {
+         failure = why;
+         loop.stop();
+      };
+      databases[ source ] = std::make_unique< IgpFeed::FeedDatabase >(
+         loop, url, source, IgpFeed::FeedDatabase::Handlers{ granted, failed } );
+   }
+   loop.run();
+   if ( !failure.empty() ) {
+      throw std::runtime_error( failure );
+   }
 }
 
 }
@@ -59,6 +108,11 @@ main( int argc, char ** argv ) {
       ->check( CLI::IsMember( { "isis", "ospf", "interfaces" } ) );
    app.add_option( "--socket", options.socket, "control socket of the agentrunner" )
       ->capture_default_str();
+   app.add_option( "--state", options.state,
+                   "database to write to instead: unix:PATH or redis://HOST:PORT/DATABASE" )
+      ->envname( "STATE" );
+   app.add_option( "--state-password", options.passwordFile, "file with the database's password" )
+      ->envname( "STATE_PASSWORD" );
    app.add_option( "--vty-dir", options.vtyDirectory, "where the daemons' vty sockets are" )
       ->capture_default_str();
    app.add_option( "--grace", options.grace,
@@ -70,7 +124,7 @@ main( int argc, char ** argv ) {
       ->capture_default_str();
    try {
       app.parse( argc, argv );
-      serve( options );
+      options.state.empty() ? serveAgent( options ) : serveDatabase( options );
    } catch ( const CLI::ParseError & error ) {
       return app.exit( error ) == 0 ? 0 : 1;
    } catch ( const std::exception & error ) {
