@@ -24,12 +24,16 @@ SharedStateTest::log() const {
 
 void
 SharedStateTest::loadSquare( const RunnerProcess & runner ) {
-   const nlohmann::json lab = {
-      { "router", "A" },
-      { "topologies", { { "net", labTopology( "A -10- B -10- D; A -20- C -20- D" ) } } },
-      { "clients",
-        { { "rsvp",
-            { { "vrf", { { "default", true } } },
-              { "addressFamily", { { "ipv4", true } } } } } } } };
+   load( runner, labTopology( "A -10- B -10- D; A -20- C -20- D" ), { "rsvp" } );
+}
+
+void
+SharedStateTest::load( const RunnerProcess & runner, const nlohmann::json & topology,
+                       const std::vector< std::string > & clients ) {
+   nlohmann::json lab = { { "router", "A" }, { "topologies", { { "net", topology } } } };
+   for ( const std::string & client : clients ) {
+      lab[ "clients" ][ client ] = { { "vrf", { { "default", true } } },
+                                     { "addressFamily", { { "ipv4", true } } } };
+   }
    Service::Client( runner.socket() ).call( "load", { { "lab", lab } } );
 }

@@ -13,6 +13,7 @@
 /// a broken program outlasts it.
 struct SharedStateTest : testing::Test {
    static constexpr const char * statusPath = "te/cspf/status/vrf/default/ipv4/rsvp";
+   static constexpr const char * usagePath = "te/cspf/bwUsage/vrf/default/ipv4";
    static constexpr const char * configKey = "t:te/cspf/config/vrf/default/ipv4/rsvp";
 
    void SetUp() override {
@@ -43,6 +44,9 @@ struct SharedStateTest : testing::Test {
    std::string log() const;
    /// Four routers, of which A asks, with a client "rsvp".
    static void loadSquare( const RunnerProcess & runner );
+   /// A network of which A asks, with clients of that name.
+   static void load( const RunnerProcess & runner, const nlohmann::json & topology,
+                     const std::vector< std::string > & clients );
 
    RedisServer server;
    TemporaryDirectory directory;

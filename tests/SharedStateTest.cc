@@ -6,13 +6,58 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <random>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
 
 using Service::Client;
 using Service::Json;
 using testing::AllOf;
 using testing::HasSubstr;
+
+namespace {
+
+/// Answers everything that comes with one text, as a server of another kind may.
+class FakeServer {
+ public:
+   FakeServer( const std::string & path, const std::string & text )
+      : path_( path ),
+        answer_( "$" + std::to_string( text.size() ) + "\r\n" + text + "\r\n" ) {
+      sockaddr_un address{ AF_UNIX, {} };
+      path.copy( address.sun_path, sizeof address.sun_path - 1 );
+      bind( listener_, reinterpret_cast< const sockaddr * >( &address ), sizeof address );
+      listen( listener_, 1 );
+      thread_ = std::thread( [ this ] {
+         for ( int caller; ( caller = accept( listener_, nullptr, nullptr ) ) >= 0; ) {
+            for ( char bytes[ 4096 ]; read( caller, bytes, sizeof bytes ) > 0; ) {
+               send( caller, answer_.data(), answer_.size(), MSG_NOSIGNAL );
+            }
+            close( caller );
+         }
+      } );
+   }
+   ~FakeServer() {
+      shutdown( listener_, SHUT_RDWR );
+      thread_.join();
+      close( listener_ );
+      unlink( path_.c_str() );
+   }
+   FakeServer( const FakeServer & ) = delete;
+   FakeServer & operator=( const FakeServer & ) = delete;
+   std::string url() const { return "unix:" + path_; }
+
+ private:
+   const std::string path_, answer_;
+   const int listener_ = socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 );
+   std::thread thread_;
+};
+
+}
 
 TEST_F( SharedStateTest, peopleAndProgramsReadAndWriteTheDatabaseByHand ) {
    const auto runner = run();
@@ -107,6 +152,72 @@ TEST_F( SharedStateTest, oneAgentWritesAndAnotherWaits ) {
    EXPECT_EQ( published(), before );
 }
 
+TEST_F( SharedStateTest, whatWasHeldBeforeAKillIsHeldAfterIt ) {
+   const std::string ofTilfa = "te/cspf/status/vrf/default/ipv4/tilfa";
+   const auto at = [ & ]( const RunnerProcess & runner, const std::string & path ) {
+      return Client( runner.socket() ).call( "get", { { "path", path } } )[ "value" ];
+   };
+   const auto patch = [ & ]( const RunnerProcess & runner, const std::string & client,
+                             const Json & paths ) {
+      Client( runner.socket() )
+         .call( "patch", { { "path", "te/cspf/config/vrf/default/ipv4/" + client },
+                           { "patch", { { "pathConfig", paths } } } } );
+   };
+   auto runner = run();
+   Json topology =
+      labTopology( "A -10{bw 100}- B -10{bw 100}- D; A -20{bw 100}- C -20{bw 100}- D" );
+   load( *runner, topology, { "rsvp", "tilfa" } );
+   patch( *runner, "rsvp", { { "10.0.0.3#1", { { "constraint", { { "bandwidth", 60 } } } } } } );
+   const Json repair = { { "constraint",
+                           { { "excludeIntf", "A-B.a" },
+                             { "neighborLink", "10.64.0.2" },
+                             { "pathComputationType", "tilfa" },
+                             { "sourceType", "plr" } } } };
+   patch( *runner, "tilfa", { { "0000.0000.0002#1", repair }, { "0000.0000.0003#1", repair } } );
+   Json repairs;
+   ASSERT_TRUE( isPublished( "10.64.0.5" ) );
+   ASSERT_TRUE( comesTrue( [ & ] {
+      repairs = at( *runner, ofTilfa );
+      return repairs[ "pathStatus" ].size() == 2 && repairs[ "pqInfo" ].size() == 2;
+   } ) )
+      << repairs;
+   // A newcomer would give the repair that stays the identifier of the one that goes, and would
+   // find too little bandwidth left where the path is.
+   for ( const auto & [ key, status ] : repairs[ "pathStatus" ].items() ) {
+      if ( status[ "repairPathIdx" ] == 1 ) {
+         patch( *runner, "tilfa", { { key, nullptr } } );
+      }
+   }
+   for ( const char * link : { "A-B", "B-D" } ) {
+      topology[ "links" ][ link ][ "unreserved" ] = 40;
+   }
+   load( *runner, topology, { "rsvp", "tilfa" } );
+   ASSERT_TRUE( comesTrue( [ & ] { return at( *runner, ofTilfa )[ "pathStatus" ].size() == 1; } ) );
+   const auto content = [ & ] {
+      std::string all = at( *runner, usagePath ).dump() + "\n";
+      for ( const std::string & path : { std::string( statusPath ), ofTilfa } ) {
+         all += server.cli( { "HGETALL", "t:" + path } );  // with the revision of the last write
+      }
+      return all;
+   };
+   const auto rests = [ & ] {
+      const Json status = Client( runner->socket() ).call( "status", Json::object() );
+      return !status[ "agent" ].is_null() && status[ "pendingTasks" ].empty()
+             && status[ "state" ][ "pending" ] == 0;
+   };
+   ASSERT_TRUE( comesTrue( rests ) );
+   const std::string before = content();
+   EXPECT_THAT( before, AllOf( HasSubstr( "\"60\":true" ), HasSubstr( "pqInfo[2]" ) ) );
+   std::mt19937 random( 5 );
+   for ( int death = 0; death < 10; ++death ) {
+      runner->end( SIGKILL );
+      runner = run();
+      usleep( random() % 30'000 );
+   }
+   ASSERT_TRUE( comesTrue( rests ) );
+   EXPECT_EQ( content(), before );
+}
+
 TEST_F( SharedStateTest, aServerThatCannotServeIsSaidSo ) {
    const auto errorOf = [ & ]( const RedisServer & with, std::vector< std::string > more = {} ) {
       more.insert( more.begin(), { "--state", with.url(), "--socket", directory / "other" } );
@@ -127,6 +238,23 @@ TEST_F( SharedStateTest, aServerThatCannotServeIsSaidSo ) {
               0 );
    const RedisServer bare( { "--rename-command", "FUNCTION", "" } );
    EXPECT_THAT( errorOf( bare ), HasSubstr( "takes no functions" ) );
+   // One line each, of whatever answers there.
+   const struct {
+      const char *info, *line;
+   } others[] = {
+      { "# Server\r\nredis_version:6.0.16\r\nrun_id:1\r\n",
+        "is Redis 6.0.16; 7.0 or later is needed" },
+      { "# Server\r\nlooks:other\r\n", "does not say which version of Redis it is" },
+   };
+   for ( const auto & [ info, line ] : others ) {
+      const FakeServer other( directory / "fake", info );
+      const ProgramResult result =
+         runProgram( "agentrunner", { "--state", other.url(), "--socket", directory / "other" } );
+      EXPECT_EQ( result.exitStatus, 1 );
+      EXPECT_THAT( result.err, HasSubstr( line ) );
+      EXPECT_EQ( std::ranges::count( result.err, '\n' ), 2 )
+         << result.err;  // "serving", and why not
+   }
    for ( const char * url : { "unix:", "redis://", "rediss://host/0", "redis://a:b@host/0",
                               "redis://127.0.0.1:x/0", "file" } ) {
       EXPECT_EQ( runProgram( "agentrunner", { "--state", url } ).exitStatus, 1 ) << url;
