@@ -2,6 +2,7 @@
 // must be what the routers themselves forward by, at rest and after each thing that happens to a
 // network. A test waits for that with a patience that only a broken program outlasts.
 
+#include "tests/RedisServer.h"
 #include "tests/RouterNetwork.h"
 
 #include <gmock/gmock.h>
@@ -64,15 +65,26 @@ costOf( const Json & table, const Json & hops, std::string at ) {
    return cost;
 }
 
-/// An agent for r1 that a feed keeps current.
+/// An agent for r1 that feeds keep current: over its socket, or where one is given over a database.
 class Chain {
  public:
-   Chain( const RouterNetwork & network, const std::string & igp );
+   Chain( const RouterNetwork & network, const std::string & igp,
+          const RedisServer * database = nullptr );
 
-   Json published( const std::string & name = planner ) {
-      return state_.call( "get", { { "path", statuses + name } } )[ "value" ];
+   /// What stands there; nothing where nothing does.
+   Json at( const std::string & path ) {
+      try {
+         return state_.call( "get", { { "path", path } } )[ "value" ];
+      } catch ( const std::runtime_error & ) {
+         return Json::object();
+      }
    }
-   Json table() { return state_.call( "get", { { "path", tablePath_ } } )[ "value" ]; }
+   Json published( const std::string & name = planner ) { return at( statuses + name ); }
+   Json table() { return table( igp_ == "isis" ? "2/0" : "0/0", "default" ); }
+   /// `numbers`: level and area, or process and area.
+   Json table( const std::string & numbers, const std::string & vrf ) {
+      return at( "routing/" + igp_ + "/topodb/ip/" + numbers + "/" + vrf );
+   }
    void patch( const std::string & path, const Json & patch ) {
       state_.call( "patch", { { "path", path }, { "patch", patch } } );
    }
@@ -80,21 +92,27 @@ class Chain {
    std::string differenceTo( const std::map< std::string, RouterRoute > & routes, unsigned last );
 
  private:
-   const std::string self_;
-   const std::string tablePath_;
+   const std::string igp_, self_;
    TemporaryDirectory directory_;
    RunnerProcess runner_;
-   Background feed_;
+   const std::vector< std::string > where_;
+   Background feed_, interfaces_;
    Client state_;
 };
 
-Chain::Chain( const RouterNetwork & network, const std::string & igp )
-   : self_( igp == "isis" ? "0000.0000.0001" : "10.0.0.1" ),
-     tablePath_( "routing/" + igp + "/topodb/ip/" + ( igp == "isis" ? "2" : "0" ) + "/0/default" ),
-     runner_( directory_ ),
-     feed_( "igpfeed",
-            { igp, "--socket", runner_.socket(), "--vty-dir", network.vtyDirectory( "r1" ) },
+Chain::Chain( const RouterNetwork & network, const std::string & igp, const RedisServer * database )
+   : igp_( igp ),
+     self_( igp == "isis" ? "0000.0000.0001" : "10.0.0.1" ),
+     runner_( directory_, database ? std::vector< std::string >{ "--state", database->url() }
+                                   : std::vector< std::string >() ),
+     where_( database ? std::vector< std::string >{ "--state", database->url() }
+                      : std::vector< std::string >{ "--socket", runner_.socket() } ),
+     feed_( "igpfeed", { igp, "--vty-dir", network.vtyDirectory( "r1" ), where_[ 0 ], where_[ 1 ] },
             directory_ / "feed" ),
+     interfaces_( "/usr/sbin/ip",
+                  { "netns", "exec", network.namespaceOf( "r1" ), CSPF_BINARY_DIR "/bin/igpfeed",
+                    "interfaces", where_[ 0 ], where_[ 1 ] },
+                  directory_ / "interfaces" ),
      state_( runner_.socket() ) {
    patch( "te/config", { { "enabled", true }, { "routerId", "10.0.0.1" } } );
    const Json served = { { "vrf", { { "default", true } } },
@@ -173,6 +191,20 @@ class RealRouters : public testing::Test {
       } ) );
       follows( daemon + " killed and started again", holds );
       EXPECT_EQ( lost, "" );
+   }
+
+   /// Waits until a VRF of r1, which is a router of its own, has a table of so many routers: the
+   /// one that r1 itself has, where `isShared`.
+   void followsVrf( const std::string & numbers, std::size_t routers, bool isShared ) {
+      Json rows;
+      EXPECT_TRUE( comesTrue( [ & ] {
+         rows = chain->table( numbers, "red" ).value( "router", Json() );
+         return rows.size() == routers
+                && ( !isShared || rows == chain->table( numbers, "default" )[ "router" ] );
+      } ) )
+         << rows;
+      EXPECT_THAT( chain->at( "routing/topoDbExport" ).dump(), testing::HasSubstr( "-ipv4-red" ) );
+      std::cout << "followed: VRF red, " << numbers << std::endl;
    }
 
    std::unique_ptr< RouterNetwork > network;
@@ -288,10 +320,19 @@ TEST_F( RealRouters, AreFollowedThroughIsis ) {
 }
 
 TEST_F( RealRouters, AreFollowedThroughOspf ) {
-   network = std::make_unique< RouterNetwork >();
-   chain = std::make_unique< Chain >( *network, "ospf" );
+   const RedisServer server;
+   network = std::make_unique< RouterNetwork >( true );
+   chain =
+      std::make_unique< Chain >( *network, "ospf", RedisServer::isInstalled() ? &server : nullptr );
    routes = [ this ] { return network->ospfRoutes(); };
    follows( "all routers", all( 5, 10, 20 ) );
+   for ( const unsigned bandwidth : { 1'250'000'000, 0 } ) {  // as the kernel gives it
+      EXPECT_TRUE( comesTrue( [ & ] {
+         const Json status = chain->at( "interface/status/eth/phy/all" );
+         return status.value( "bandwidth", Json::object() ).value( "l12b", 0U ) == bandwidth;
+      } ) );
+      network->interfaceIs( "r1", "l12b", bandwidth == 0 );
+   }
    network->interfaceIs( "r2", "l23", false );
    follows( "a link cut", all( 5, 10, 30 ) );
    network->interfaceIs( "r2", "l23", true );
@@ -313,6 +354,29 @@ TEST_F( RealRouters, AreFollowedThroughOspf ) {
                        { "router ospf", "no max-metric router-lsa administrative" } );
    follows( "the overload over", all( 5, 10, 20 ) );
    survivesRestart( "ospfd", all( 5, 10, 20 ) );
+
+   for ( const char * router : { "r1", "r4" } ) {
+      network->configure( router, "ospfd",
+                          { "interface l14", "no ip ospf area 0.0.0.0", "ip ospf area 0.0.0.1" } );
+   }
+   follows( "a link in another area", all( 5, 30, 20 ) );
+   network->configure( "r1", "ospfd",
+                       { "router ospf vrf red", "ospf router-id 10.0.0.9", "capability opaque",
+                         "exit", "interface lred vrf red", "ip ospf area 0.0.0.1",
+                         "ip ospf hello-interval 1", "ip ospf dead-interval 4",
+                         "ip ospf network point-to-point" } );
+   followsVrf( "0/1", 3, true );
+   follows( "all as before", all( 5, 30, 20 ) );
+   // Through IS-IS, of which the VRF and r4 are in both levels.
+   chain.reset();
+   chain = std::make_unique< Chain >( *network, "isis" );
+   network->configure( "r1", "isisd",
+                       { "router isis red vrf red", "net 49.0001.0000.0000.0009.00",
+                         "metric-style wide", "exit", "interface lred vrf red",
+                         "ip router isis red", "isis network point-to-point",
+                         "isis hello-interval 1" } );
+   followsVrf( "1/0", 2, false );
+   followsVrf( "2/0", 7, true );
    chain.reset();
    EXPECT_EQ( network->down(), "" );
 }

@@ -59,9 +59,9 @@ RouterNetwork::missing() {
    return works ? "" : "network namespaces";
 }
 
-RouterNetwork::RouterNetwork() {
+RouterNetwork::RouterNetwork( bool withVrf ) {
    try {
-      run( script, { "up", directory_.path() } );
+      run( script, { "up", directory_.path(), withVrf ? "vrf" : "" } );
       std::ifstream( directory_ / "prefix" ) >> prefix_;
    } catch ( ... ) {
       runProgram( script, { "down", directory_.path() } );
@@ -95,7 +95,7 @@ RouterNetwork::configure( const std::string & router, const std::string & daemon
 
 void
 RouterNetwork::interfaceIs( const std::string & router, const std::string & name, bool up ) const {
-   run( "/usr/sbin/ip", { "-n", prefix_ + "-" + router, "link", "set", name, up ? "up" : "down" } );
+   run( "/usr/sbin/ip", { "-n", namespaceOf( router ), "link", "set", name, up ? "up" : "down" } );
 }
 
 void

@@ -13,18 +13,21 @@ struct RouterRoute {
 };
 
 /// Six real routers r1 to r6 in network namespaces of their own; router n has the loopback 10.0.0.n
-/// and the system id 0000.0000.000n. They are gone with the object.
+/// and the system id 0000.0000.000n. A namespace "red" has a link "lred" to r4, which is in both
+/// levels of IS-IS there, and in another area of OSPF. They are gone with the object.
 class RouterNetwork {
  public:
    /// Why there can be no such network here; empty where there can.
    static std::string missing();
 
-   /// Brings the routers up. Throws std::runtime_error.
-   RouterNetwork();
+   /// Brings the routers up. Throws std::runtime_error. `withVrf`: "red" is a VRF of r1, which no
+   /// daemon uses yet.
+   explicit RouterNetwork( bool withVrf = false );
    ~RouterNetwork();
    RouterNetwork( const RouterNetwork & ) = delete;
    RouterNetwork & operator=( const RouterNetwork & ) = delete;
 
+   std::string namespaceOf( const std::string & router ) const { return prefix_ + "-" + router; }
    std::string vtyDirectory( const std::string & router ) const { return directory_ / router; }
    /// What the daemon prints; "" while it does not answer.
    std::string ask( const std::string & router, const std::string & daemon,
