@@ -158,16 +158,11 @@ TEST( Feed, isTheTruthInADatabaseThatLosesWhatItWrote ) {
                 testing::HasSubstr( "OWNED" ) );
    server.cli( { "FCALL", "state_del", "1", announcement } );
    EXPECT_TRUE( comesTrue( [ & ] { return server.cli( { "EXISTS", announcement } ) == "1\n"; } ) );
-   // A reader never misses what the feed writes again.
    server.kill();
    server.forget();
    server.start();
-   bool missed = false;
-   EXPECT_TRUE( comesTrue( [ & ] {
-      missed = missed || !isThere();
-      return reader.replica->status().resyncs >= 2;  // the second when nothing is spared any more
-   } ) );
-   EXPECT_FALSE( missed );
+   // The second reading is that of a reader that spares nothing any more.
+   EXPECT_TRUE( comesTrue( [ & ] { return reader.replica->status().resyncs >= 2 && isThere(); } ) );
    EXPECT_THAT( differences( reader.content(), right ), testing::IsEmpty() );
    // Another feed waits for the end of the first, and finds all that it wrote.
    SharedFeed second( loop, server );
