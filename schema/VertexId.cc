@@ -39,9 +39,13 @@ SystemId::parse( std::string_view text ) {
 
 std::string
 SystemId::stringValue() const {
-   char text[ 15 ];
-   std::snprintf( text, sizeof text, "%02x%02x.%02x%02x.%02x%02x", bytes[ 0 ], bytes[ 1 ],
-                  bytes[ 2 ], bytes[ 3 ], bytes[ 4 ], bytes[ 5 ] );
+   constexpr const char * digits = "0123456789abcdef";
+   std::string text( 14, '.' );
+   for ( std::size_t i = 0; i < bytes.size(); ++i ) {
+      const std::size_t at = 2 * i + i / 2;
+      text[ at ] = digits[ bytes[ i ] >> 4 ];
+      text[ at + 1 ] = digits[ bytes[ i ] & 15 ];
+   }
    return text;
 }
 

@@ -34,8 +34,9 @@ isArray( const redisReply & reply, std::size_t size ) {
 }
 
 LogReader::LogReader( Lum::ActivityLoop & loop, const Url & url, std::uint64_t revision,
-                      Handlers handlers )
+                      std::string own, Handlers handlers )
    : handlers_( std::move( handlers ) ),
+     own_( std::move( own ) ),
      connection_( loop, url, handlers_.lost ),
      read_( revision ) {
    ask();
@@ -103,8 +104,10 @@ LogReader::addFields( const redisReply & fields ) {
          }
       } else if ( keyed ) {
          ++turn_.revision;
-         turn_.keys.back().fields.emplace_back(
-            name, text.empty() ? std::nullopt : std::optional( std::string( text ) ) );
+         if ( turn_.writer != own_ ) {
+            turn_.keys.back().fields.emplace_back(
+               name, text.empty() ? std::nullopt : std::optional( std::string( text ) ) );
+         }
       } else {
          return false;
       }

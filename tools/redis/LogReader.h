@@ -16,9 +16,12 @@ class LogReader {
       std::function< void( const std::string & why ) > lost;
    };
 
-   /// Reads what comes after the revision. The handlers do not destroy it.
-   LogReader( Lum::ActivityLoop & loop, const Url & url, std::uint64_t revision,
+   /// Reads what comes after the revision. Turns of the writer `own` come without their changes.
+   /// The handlers do not destroy it.
+   LogReader( Lum::ActivityLoop & loop, const Url & url, std::uint64_t revision, std::string own,
               Handlers handlers );
+   /// Bytes that went either way: a long turn comes piece by piece.
+   std::uint64_t progress() const noexcept { return connection_.progress(); }
 
  private:
    void ask();
@@ -27,6 +30,7 @@ class LogReader {
    bool addFields( const redisReply & fields );
 
    const Handlers handlers_;
+   const std::string own_;
    Connection connection_;
    std::uint64_t read_;  ///< the last entry, of a turn that may not be whole yet
    Turn turn_;

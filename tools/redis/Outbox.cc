@@ -85,6 +85,10 @@ Outbox::take( const LocalState & state, Command & command ) {
       Fields & all = pending_.keys.at( key );
       Fields & fields = batch.keys[ key ];
       fields.whole = all.whole;
+      if ( all.names.size() <= room ) {
+         room -= all.names.size();
+         fields.names = std::exchange( all.names, {} );
+      }
       while ( room > 0 && !all.names.empty() ) {
          fields.names.insert( all.names.extract( all.names.begin() ) );
          --room;

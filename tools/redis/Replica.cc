@@ -289,13 +289,13 @@ Replica::handleBeat( const redisReply & reply, std::uint64_t followed ) {
       failed( "the database is another one than before", true );
    } else if ( there < followed ) {
       failed( "the database has gone back", true );
-   } else if ( there <= revision_ || stuckAt_ != revision_ ) {
+   } else if ( there <= revision_ || stuckAt_ != log_->progress() ) {
       stuckBeats_ = 0;
    } else if ( ++stuckBeats_ >= maxStuckBeats ) {
       stuckBeats_ = 0;
       failed( "the log holds less than was written", true );
    }
-   stuckAt_ = revision_;
+   stuckAt_ = log_->progress();
 }
 
 bool

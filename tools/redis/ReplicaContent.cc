@@ -161,7 +161,7 @@ void
 Replica::follow() {
    phase_ = Phase::following;
    log_ = std::make_unique< LogReader >(
-      loop_, settings_.url, revision_,
+      loop_, settings_.url, revision_, session_,
       LogReader::Handlers{ [ this ]( const Turn & turn ) { handleTurn( turn ); },
                            [ this ]( const std::string & why ) { failed( why, true ); },
                            [ this ]( const std::string & why ) { failed( why ); } } );

@@ -106,14 +106,7 @@ bool appendChildText( const Lum::Entity & child, std::string_view rest, std::str
 template< class E, class Visit >
 void
 visitField( E & entity, std::string_view attribute, const Place & place, Visit visit ) {
-   bool known = false;
-   Lum::forEachField( entity, [ & ]( auto & field, auto & value ) {
-      if ( attribute == field.name ) {
-         known = true;
-         visit( field, value );
-      }
-   } );
-   if ( !known ) {
+   if ( !visitNamed( entity, attribute, visit ) ) {
       throw Error( place, std::string( "a field of " ) + entity.typeName() );
    }
 }
@@ -246,10 +239,7 @@ template< class E >
 FieldChange
 fieldOfChange( const E & entity, const Lum::AnyChange & what ) {
    FieldChange change;
-   Lum::forEachField( entity, [ & ]( auto & field, const auto & value ) {
-      if ( std::string_view( field.name ) != what.name() ) {
-         return;
-      }
+   visitNamed( entity, what.name(), [ & ]( auto & field, const auto & value ) {
       if constexpr ( isCollection< decltype( field ) > ) {
          using Coll = std::remove_cvref_t< decltype( value ) >;
          const auto & key = *static_cast< const typename Coll::key_type * >( what.key );
@@ -264,23 +254,6 @@ fieldOfChange( const E & entity, const Lum::AnyChange & what ) {
       }
    } );
    return change;
-}
-
-template< class E >
-void
-visitChildFields(
-   const E & entity,
-   const std::function< void( const std::string &, const Lum::Ptr< Lum::Entity > & ) > & visit ) {
-   Lum::forEachField( entity, [ & ]( auto & field, const auto & value ) {
-      if constexpr ( isCollection< decltype( field ) > ) {
-         using T = typename std::remove_cvref_t< decltype( value ) >::mapped_type;
-         if constexpr ( Lum::isPtr< T > ) {
-            for ( const auto & [ key, child ] : value ) {
-               visit( entryName( field.name, key ), child );
-            }
-         }
-      }
-   } );
 }
 
 }

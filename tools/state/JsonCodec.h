@@ -73,6 +73,20 @@ numberFromJson( const Json & json, const Place & place ) {
    }
 }
 
+/// Calls `visit( field, value )` for the field of that name; false where there is none.
+template< class T, class Visit >
+bool
+visitNamed( T & described, std::string_view name, Visit visit ) {
+   bool known = false;
+   Lum::forEachField( described, [ & ]( auto & field, auto & value ) {
+      if ( name == field.name ) {
+         known = true;
+         visit( field, value );
+      }
+   } );
+   return known;
+}
+
 template< class T >
 void mergeValue( T & value, const Json & patch, const Place & place );
 
@@ -114,15 +128,11 @@ fieldsFromJson( T & value, const Json & patch, const Place & place ) {
       throw Error( place, "an object" );
    }
    for ( const auto & [ name, part ] : patch.items() ) {
-      bool known = false;
-      Lum::forEachField( value, [ &, &name = name, &part = part ]( auto & field, auto & v ) {
-         if ( name == field.name ) {
-            known = true;
-            mergeValue( v, part, Place( place, name ) );
-         }
-      } );
-      if ( !known ) {
-         throw Error( Place( place, name ), std::string( "a field of " ) + T::lumTypeName );
+      const Place here( place, name );
+      if ( !visitNamed( value, name, [ &, &part = part ]( auto &, auto & v ) {
+              mergeValue( v, part, here );
+           } ) ) {
+         throw Error( here, std::string( "a field of " ) + T::lumTypeName );
       }
    }
 }
@@ -425,14 +435,9 @@ mergeFields( E & entity, const Json & patch, const Place & place, Walk walk ) {
    }
    for ( const auto & [ name, part ] : patch.items() ) {
       const Place here( place, name );
-      bool known = false;
-      Lum::forEachField( entity, [ &, &name = name, &part = part ]( auto & field, auto & ) {
-         if ( name == field.name ) {
-            known = true;
-            mergeField( entity, field, part, here, walk );
-         }
-      } );
-      if ( !known ) {
+      if ( !visitNamed( entity, name, [ &, &part = part ]( auto & field, auto & ) {
+              mergeField( entity, field, part, here, walk );
+           } ) ) {
          throw Error( here, std::string( "a field of " ) + E::lumTypeName );
       }
    }
@@ -471,10 +476,7 @@ Change
 fieldChange( const E & entity, const Lum::AnyChange & what ) {
    Change change;
    change.json[ "attribute" ] = what.name();
-   Lum::forEachField( entity, [ & ]( auto & field, const auto & value ) {
-      if ( std::string_view( field.name ) != what.name() ) {
-         return;
-      }
+   visitNamed( entity, what.name(), [ & ]( auto & field, const auto & value ) {
       using F = std::remove_cvref_t< decltype( field ) >;
       if constexpr ( F::kind == Lum::FieldKind::collection ) {
          using Key = typename std::remove_cvref_t< decltype( value ) >::key_type;
@@ -488,18 +490,17 @@ fieldChange( const E & entity, const Lum::AnyChange & what ) {
    return change;
 }
 
-template< class E >
+/// Calls `visit( field's name, key, child )` for each entry that is an entity.
+template< class E, class Visit >
 void
-visitChildren(
-   const E & entity,
-   const std::function< void( const std::string &, const Lum::Ptr< Lum::Entity > & ) > & visit ) {
+visitChildren( const E & entity, Visit visit ) {
    Lum::forEachField( entity, [ & ]( auto & field, const auto & value ) {
       using F = std::remove_cvref_t< decltype( field ) >;
       if constexpr ( F::kind == Lum::FieldKind::collection ) {
          using T = typename std::remove_cvref_t< decltype( value ) >::mapped_type;
          if constexpr ( Lum::isPtr< T > ) {
             for ( const auto & [ key, child ] : value ) {
-               visit( childName( field.name, key ), child );
+               visit( field.name, key, Lum::Ptr< Lum::Entity >( child ) );
             }
          }
       }

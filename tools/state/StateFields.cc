@@ -39,7 +39,10 @@ fieldTypeOf() {
                return fieldOfChange( static_cast< const E & >( entity ), change );
             },
             []( const Lum::Entity & entity, const VisitChild & visit ) {
-               visitChildFields( static_cast< const E & >( entity ), visit );
+               visitChildren( static_cast< const E & >( entity ),
+                              [ & ]( const char * field, const auto & key, const auto & child ) {
+                                 visit( entryName( field, key ), child );
+                              } );
             } };
 }
 
@@ -91,7 +94,10 @@ parseFieldName( std::string_view name ) {
    }
    parsed.key.emplace();
    for ( std::size_t i = bracket + 1; i < name.size(); ++i ) {
-      if ( name[ i ] == ']' ) {
+      const auto plain = std::min( name.find_first_of( "\\]", i ), name.size() );
+      parsed.key->append( name, i, plain - i );
+      i = plain;
+      if ( i < name.size() && name[ i ] == ']' ) {
          const std::string_view rest = name.substr( i + 1 );
          if ( rest.empty() || ( rest.size() > 1 && rest[ 0 ] == '.' ) ) {
             parsed.rest = rest.substr( rest.empty() ? 0 : 1 );
@@ -99,8 +105,9 @@ parseFieldName( std::string_view name ) {
          }
          break;
       }
-      i += name[ i ] == '\\' && i + 1 < name.size() ? 1 : 0;
-      parsed.key->push_back( name[ i ] );
+      if ( ++i < name.size() ) {
+         parsed.key->push_back( name[ i ] );
+      }
    }
    throw Error( Place( document, std::string( name ) ), "NAME[KEY], as of an entry" );
 }

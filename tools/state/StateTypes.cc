@@ -41,7 +41,10 @@ typeOf() {
                return fieldChange( static_cast< const E & >( entity ), change );
             },
             []( const Lum::Entity & entity, const auto & visit ) {
-               visitChildren( static_cast< const E & >( entity ), visit );
+               visitChildren( static_cast< const E & >( entity ),
+                              [ & ]( const char * field, const auto & key, const auto & child ) {
+                                 visit( childName( field, key ), child );
+                              } );
             } };
 }
 
@@ -106,8 +109,11 @@ Error::Error( const Place & place, const std::string & expected )
 /// Bare where the reader of such an id takes it for this vertex, else after the kind's name.
 std::string
 vertexText( const Cspf::VertexIdentifierBase & vertex, bool igpRouter ) {
+   using enum Cspf::VertexType;
+   const Cspf::VertexType type = vertex.type();
    std::string text = vertex.stringValue();
-   if ( parseVertex( text, igpRouter ) == vertex ) {
+   const bool isBare = type == isisRouter || type == ( igpRouter ? ospfRouter : ipAddress );
+   if ( isBare || parseVertex( text, igpRouter ) == vertex ) {
       return text;
    }
    for ( const auto & kind : vertexKinds ) {
