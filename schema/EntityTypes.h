@@ -29,8 +29,9 @@ forEachEntityType( Visit && visit ) {
       Is< Interface::AllEthPhyIntfStatusDir >(), Is< Interface::EthLagIntfStatusDir >(),
       Is< Ip::Status >(), Is< IsisExportImpl::IsisAdjacencyInfo >(),
       Is< Mpls::SegmentRouting::Status >(), Is< Routing::General::Config >(),
-      Is< Routing::Topology::Client >(), Is< Routing::Topology::ExportPath >(),
-      Is< Routing::Topology::TopoDb >(), Is< TrafficEngineering::BandwidthClientStatus >(),
+      Is< Routing::Isis::Hostnames >(), Is< Routing::Topology::Client >(),
+      Is< Routing::Topology::ExportPath >(), Is< Routing::Topology::TopoDb >(),
+      Is< TrafficEngineering::BandwidthClientStatus >(),
       Is< TrafficEngineering::BandwidthClientUsage >(), Is< TrafficEngineering::BwmActiveStatus >(),
       Is< TrafficEngineering::BwmStatus >(), Is< TrafficEngineering::Config >(),
       Is< TrafficEngineering::IntfStatus >(), Is< TrafficEngineering::Status >() );

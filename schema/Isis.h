@@ -28,6 +28,16 @@ class IsisAdjacencyInfo : public Lum::Entity {
 
 }
 
+namespace Routing::Isis {
+
+/// "routing/isis/hostname/<VRF>": what the routers call themselves (RFC 5301). For people alone.
+class Hostnames : public Lum::Entity {
+   LUM_ENTITY( Routing::Isis, Hostnames );
+   LUM_COLLECTION_ORDERED( hostname, SystemId, Lum::String );
+};
+
+}
+
 namespace Mpls {
 
 /// A 32-bit router id and a 16-bit label space. Its text is that of the IS-IS system id whose six

@@ -94,6 +94,11 @@ TEST( Feed, writesWhatDiffersAndTakesOverWhatStands ) {
          wanted.tables[ id ] = randomTable( random, round == 20 ? 2000 : 12 );
          wanted.adjacencies[ Vrf( "red" ) ][ { Kivnet::IntfId( "e" + std::to_string( round % 3 ) ),
                                                routerId( 1 ).isisSystemId() } ] = {};
+         if ( round % 4 > 0 ) {
+            wanted.hostnames[ Vrf( "red" ) ] = {
+               { routerId( 1 ).isisSystemId(), "ams" },
+               { routerId( 2 + round % 3 ).isisSystemId(), "r" + std::to_string( round % 5 ) } };
+         }
          wanted.systemIds[ Vrf( "red" ) ] = routerId( 1 + round % 2 ).isisSystemId();
       }
       feed->write( wanted );

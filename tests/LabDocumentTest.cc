@@ -22,7 +22,7 @@ const char * const everything = R"({
    "routing": {"routerIdV4": "10.9.9.9"},
    "throttle": {"initialInt": 1, "holdInt": 2, "maxInt": 3},
    "toggles": {"OspfTopoDbExport": false},
-   "interfaces": {"ab.a": {"srlg": [7], "bandwidth": 1250, "aggregate": true}},
+   "interfaces": {"ab.a": {"srlg": [7], "bandwidth": "10k", "aggregate": true}},
    "segmentRouting": {"blue": {"systemId": "0000.0000.00bb"}},
    "topologies": {
       "core": {
@@ -30,12 +30,12 @@ const char * const everything = R"({
          "exportReady": true,
          "routers": {
             "a": {"id": "0000.0000.0001", "teRouterId": "10.0.0.1", "prefixes": {"10.0.0.1/32": 0}},
-            "b": {"id": "0000.0000.0002", "teRouterId": null, "overload": true},
+            "b": {"id": "0000.0000.0002", "teRouterId": null, "overload": true, "at": [-4.5, 52]},
             "c": {"id": "0000.0000.0003"}},
          "links": {
             "ab": {"a": "a", "b": "b", "aAddr": "10.1.0.0", "bAddr": ["10.1.0.1", "10.1.0.3"],
                    "aIntf": "ab.a", "metric": 5, "teMetric": 6, "adminGroup": "0xff", "srlg": [1, 2],
-                   "bandwidth": 100, "unreserved": [8, 7, 6, 5, 4, 3, 2, 1], "up": true,
+                   "bandwidth": "0.8k", "unreserved": [8, 7, 6, 5, 4, 3, 2, "0.008k"], "up": true,
                    "ab": {"bandwidth": 50}, "ba": {"metric": 9, "unreserved": 1.5}},
             "bc": {"a": "b", "b": "c", "bIntf": "Ethernet1/1", "bandwidth": 4, "ba": false}},
          "lans": {"lan": {"dr": "b", "pseudonode": 9, "members": {
@@ -95,6 +95,9 @@ TEST( LabDocument, everyKeyIsTakenAtItsMeaning ) {
    EXPECT_EQ( ab.ab.attributes.metric, 5u );
    EXPECT_EQ( ab.ab.attributes.bandwidth, 50 );
    EXPECT_EQ( ab.ba.attributes.unreserved[ 7 ], 1.5 );
+   EXPECT_EQ( ab.ba.attributes.bandwidth, 100 );
+   EXPECT_EQ( ab.ab.attributes.unreserved[ 7 ], 1 );
+   EXPECT_EQ( core.routers.at( "b" ).at, ( Lab::LabPlace{ -4.5, 52 } ) );
    EXPECT_FALSE( core.lans.at( "lan" ).members.at( "b" ).attached );
 
    const Lab::LabConstraint & constraint = lab.paths.at( "rsvp" ).at( "t1" ).constraint;
@@ -139,7 +142,10 @@ TEST( LabDocument, everythingWrongIsOneLineWithItsPlace ) {
       { R"({"topologies": {"core": {"links": {"bc": {"aAddr": "10.1.0.3"}}}}})", "/topologies/core/links/bc/aAddr: expected an address that no other interface of the topology has, found \"10.1.0.3\"" },
       { R"({"topologies": {"core": {"links": {"ab": {"ba": {"up": true}}}}}})", "/topologies/core/links/ab/ba/up: expected one of the keys metric, teMetric, adminGroup, srlg, bandwidth, unreserved, found \"up\"" },
       { R"({"topologies": {"core": {"links": {"ab": {"unreserved": [1, 2]}}}}})", "/topologies/core/links/ab/unreserved: expected bytes per second, one number or a list of 8, found a list of 2" },
-      { R"({"topologies": {"core": {"links": {"ab": {"bandwidth": 1e39}}}}})", "/topologies/core/links/ab/bandwidth: expected bytes per second, from 0 to 3.4e38, found 1e+39" },
+      { R"({"topologies": {"core": {"links": {"ab": {"bandwidth": 1e39}}}}})", "/topologies/core/links/ab/bandwidth: expected bytes per second, from 0 to 3.4e38, or bits per second such as \"10G\", found 1e+39" },
+      { R"({"topologies": {"core": {"links": {"ab": {"bandwidth": "10g"}}}}})", "/topologies/core/links/ab/bandwidth: expected bytes per second, from 0 to 3.4e38, or bits per second such as \"10G\", found \"10g\"" },
+      { R"({"topologies": {"core": {"routers": {"a": {"at": [1, 1e7]}}}}})", "/topologies/core/routers/a/at: expected two numbers from -1e6 to 1e6, to the right and up, found a list of 2" },
+      { R"({"paths": {"rsvp": {"t1": {"constraint": {"bandwidth": -1}}}}})", "/paths/rsvp/t1/constraint/bandwidth: expected bytes per second, a whole number of 64 bits, or bits per second such as \"400M\", found -1" },
       { R"({"topologies": {"core": {"links": {"ab": {"metric": 4294967296}}}}})", "/topologies/core/links/ab/metric: expected a whole number from 0 to 4294967295, found 4294967296" },
       { R"({"topologies": {"core": {"links": {"ab": {"srlg": [1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17]}}}}})", "/topologies/core/links/ab/srlg: expected a list of at most 16 SRLG ids, found a list of 17" },
       { R"({"topologies": {"core": {"lans": {"z": {"dr": "b", "pseudonode": 9}}}}})", "/topologies/core/lans/z: expected \"dr\" and \"pseudonode\" that no other LAN of the topology has, found \"b\" and 9" },

@@ -378,7 +378,7 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    };
    EXPECT_THAT( cspfctl( { "status" } ), HasSubstr( "CspfAgent" ) );
    EXPECT_TRUE( Json::parse( cspfctl( { "status", "--json" } ) )[ "agentEnabled" ] );
-   EXPECT_THAT( cspfctl( { "paths" } ), HasSubstr( "10.64.0.3, 10.64.0.5" ) );
+   EXPECT_THAT( cspfctl( { "paths" } ), HasSubstr( "D (10.0.0.3) 1  20     B, D" ) );
    EXPECT_THAT( cspfctl( { "dump" } ), HasSubstr( "10.0.0.3" ) );
    // Why a link is refused can be seen on a live agent.
    EXPECT_THAT( contentOf( directory / "trace" ), Not( HasSubstr( "is not included" ) ) );

@@ -6,10 +6,10 @@
 #include "tools/igp/OspfText.h"
 #include "tools/lab/LabFile.h"
 #include "tools/lab/LabRunner.h"
+#include "tools/text/Input.h"
 #include "tools/text/Plain.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iostream>
 #include <memory>
 
@@ -27,23 +27,19 @@ struct Imported {
 };
 
 std::string
-contentOf( const std::string & file ) {
-   if ( file == "-" ) {
-      return { std::istreambuf_iterator< char >( std::cin ), {} };
+captureIn( const std::string & file ) {
+   try {
+      return Text::contentOf( file );
+   } catch ( const std::runtime_error & error ) {
+      throw Igp::CaptureError( file + ": " + error.what() );
    }
-   std::ifstream in( file );
-   std::string content( std::istreambuf_iterator< char >( in ), {} );
-   if ( !in.is_open() || in.bad() ) {
-      throw Igp::CaptureError( file + ": cannot be read" );
-   }
-   return content;
 }
 
 Imported
 importIsis( const std::vector< std::string > & files ) {
    Igp::IsisCapture capture;
    for ( const std::string & file : files ) {
-      Igp::readIsis( contentOf( file ), file, capture );
+      Igp::readIsis( captureIn( file ), file, capture );
    }
    if ( capture.lsps.empty() ) {
       throw Igp::CaptureError( "no LSP in the capture: expected `show isis database detail`" );
@@ -56,7 +52,7 @@ Imported
 importOspf( const std::vector< std::string > & files ) {
    Igp::OspfCapture capture;
    for ( const std::string & file : files ) {
-      Igp::readOspf( contentOf( file ), file, capture );
+      Igp::readOspf( captureIn( file ), file, capture );
    }
    auto network = Igp::ospfNetwork( capture, 0 );
    if ( std::ranges::all_of( network.topologies, []( const Igp::Topology & topology ) {

@@ -4,6 +4,8 @@
 #include "tools/cspfctl/LiveCommands.h"
 
 #include "tools/cspfctl/Caller.h"
+#include "tools/cspfctl/LivePaths.h"
+#include "tools/cspfctl/LiveSnapshot.h"
 #include "tools/cspfctl/PatchText.h"
 #include "tools/lab/LabFile.h"
 #include "tools/lab/LabRunner.h"
@@ -35,19 +37,6 @@ std::unique_ptr< Caller >
 caller( const Options & options ) {
    return options.state.empty() ? agentCaller( options.socket )
                                 : databaseCaller( options.state, options.passwordFile );
-}
-
-/// "te/cspf/status/vrf/default/ipv4/rsvp" -> default, ipv4, rsvp.
-std::vector< std::string >
-lastComponents( const std::string & path, std::size_t count ) {
-   std::vector< std::string > parts;
-   std::string rest = path;
-   while ( parts.size() < count ) {
-      const auto slash = rest.rfind( '/' );
-      parts.insert( parts.begin(), rest.substr( slash + 1 ) );
-      rest.resize( slash == rest.npos ? 0 : slash );
-   }
-   return parts;
 }
 
 std::string
@@ -224,51 +213,14 @@ runTraceLevel( const Options & options ) {
    Client( options.socket ).call( "traceLevel", params );
 }
 
-/// Hops, or the repair with that number, or why there is neither.
-std::string
-routeOf( const Json & path, const Json & repairs, const std::string & error ) {
-   const auto texts = []( const Json & list ) {
-      return joined( list.get< std::vector< std::string > >() );
-   };
-   std::string route = texts( path[ "path" ] );
-   const auto repair = repairs.find( path[ "repairPathIdx" ].dump() );
-   if ( repair != repairs.end() ) {
-      route = "over " + repair->value( "nhIntf", "" ) + " to " + repair->value( "nhIp", "" );
-      route += ( *repair )[ "path" ].empty() ? "" : ", then " + texts( ( *repair )[ "path" ] );
-   }
-   if ( route.empty() ) {
-      return error.empty() ? "no hops" : "no path: " + error;
-   }
-   return error.empty() ? route : route + "; " + error;
-}
-
 void
 runPaths( const Options & options ) {
-   const Json tables = caller( options )->call( "get", { { "path", "te/cspf/status/vrf" } } );
+   const auto other = caller( options );
    if ( options.json ) {
-      std::cout << tables.dump() << "\n";
-      return;
+      std::cout << other->call( "get", { { "path", "te/cspf/status/vrf" } } ).dump() << "\n";
+   } else {
+      printPaths( liveSnapshot( *other ), std::cout, Text::terminalWidth() );
    }
-   Text::Table table( { "VRF", "FAMILY", "CLIENT", "DESTINATION", "ID", "HOPS OR PROTECTION" } );
-   for ( const auto & [ path, status ] : tables.items() ) {
-      const auto where = lastComponents( path, 3 );
-      const auto row = [ & ]( const std::string & key, const std::string & route ) {
-         const auto mark = key.rfind( '#' );
-         table.row( { where[ 0 ], where[ 1 ], where[ 2 ], key.substr( 0, mark ),
-                      key.substr( mark + 1 ), route } );
-      };
-      const Json & published = status[ "value" ][ "pathStatus" ];
-      const Json & errors = status[ "value" ][ "pathError" ];
-      for ( const auto & [ key, one ] : published.items() ) {
-         row( key, routeOf( one, status[ "value" ][ "pqInfo" ], errors.value( key, "" ) ) );
-      }
-      for ( const auto & [ key, reason ] : errors.items() ) {
-         if ( !published.contains( key ) ) {
-            row( key, "no answer: " + reason.get< std::string >() );
-         }
-      }
-   }
-   table.print( std::cout, Text::terminalWidth() );
 }
 
 template< class Run >
@@ -299,8 +251,10 @@ addLiveCommands( CLI::App & app, int & status ) {
    const auto options = std::make_shared< Options >();
    app.add_option( "--state", options->state,
                    "for get, patch, watch, paths and status: the database that holds the state, "
-                   "unix:PATH or redis://HOST:PORT/DATABASE, instead of an agent" );
-   app.add_option( "--state-password", options->passwordFile, "file with the database's password" );
+                   "unix:PATH or redis://HOST:PORT/DATABASE, instead of an agent" )
+      ->type_name( "URL" );
+   app.add_option( "--state-password", options->passwordFile, "file with the database's password" )
+      ->type_name( "FILE" );
    withJson( add( app, "get", "Show the state at a path of a running agent", options, runGet ),
              *options )
       ->add_option( "path", options->path, "state path; all tables and the state tree without" );

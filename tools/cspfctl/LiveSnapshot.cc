@@ -2,14 +2,18 @@
 
 #include "tools/cspfctl/LiveSnapshot.h"
 
-#include "tools/service/Client.h"
-
 Prove::Snapshot
-liveSnapshot( const std::string & socket ) {
-   Service::Json paths = Service::Json::array();
+liveSnapshot( Caller & caller ) {
+   Caller::Json paths = Caller::Json::array();
    for ( std::string path : Prove::Snapshot::paths() ) {
       path.resize( path.size() - path.ends_with( '/' ) );
       paths.push_back( path );
    }
-   return Prove::Snapshot::of( Service::Client( socket ).call( "watch", { { "paths", paths } } ) );
+   const auto unheard = []( const std::string &, const Caller::Json & ) {};
+   return Prove::Snapshot::of( caller.call( "watch", { { "paths", paths } }, unheard ) );
+}
+
+Prove::Snapshot
+liveSnapshot( const std::string & socket ) {
+   return liveSnapshot( *agentCaller( socket ) );
 }

@@ -1,22 +1,18 @@
 #include "tools/cspfctl/PatchText.h"
 
-#include <fstream>
-#include <iostream>
-#include <iterator>
+#include "tools/text/Input.h"
+
 #include <stdexcept>
 
 std::string
 patchText( const std::string & given ) {
-   if ( given == "-" ) {
-      return { std::istreambuf_iterator< char >( std::cin ), {} };
-   }
-   if ( !given.starts_with( '@' ) ) {
+   if ( given != "-" && !given.starts_with( '@' ) ) {
       return given;
    }
-   std::ifstream in( given.substr( 1 ) );
-   std::string content( std::istreambuf_iterator< char >( in ), {} );
-   if ( !in.is_open() || in.bad() ) {
-      throw std::runtime_error( given.substr( 1 ) + ": cannot be read" );
+   const std::string file = given.substr( given.starts_with( '@' ) );
+   try {
+      return Text::contentOf( file );
+   } catch ( const std::runtime_error & error ) {
+      throw std::runtime_error( file + ": " + error.what() );
    }
-   return content;
 }

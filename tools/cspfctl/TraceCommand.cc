@@ -2,6 +2,7 @@
 
 #include "platform/Trace/Velotrace.h"
 #include "tools/cspfctl/LiveCommands.h"
+#include "tools/text/Input.h"
 #include "tools/text/Plain.h"
 
 #include <iostream>
@@ -14,18 +15,19 @@ printTrace( const std::string & file ) {
    const Text::PlainOutput plain( std::cout );
    std::size_t damaged = 0;
    std::string error;
-   const bool ring = Velotrace::decode(
-      file,
-      []( const Velotrace::Record & record ) {
-         std::cout << Text::utcText( record.utc ) << " " << record.level << " " << record.text
-                   << "\n";
-      },
-      damaged, error );
-   if ( !ring ) {
-      throw std::runtime_error( file + ": " + error );
+   const auto visit = []( const Velotrace::Record & record ) {
+      std::cout << Text::utcText( record.utc ) << " " << record.level << " " << record.text << "\n";
+   };
+   try {
+      if ( !Velotrace::decodeBytes( Text::contentOf( file ), visit, damaged, error ) ) {
+         throw std::runtime_error( error );
+      }
+   } catch ( const std::runtime_error & why ) {
+      throw std::runtime_error( file + ": " + why.what() );
    }
    if ( damaged ) {
-      std::cerr << file << ": " << damaged << " damaged places passed over\n";
+      std::cerr << "cspfctl: " << Text::plain( file ) << ": " << damaged
+                << " damaged places passed over\n";
    }
 }
 

@@ -4,6 +4,7 @@
 #include "tools/igpfeed/Daemon.h"
 
 #include "tools/igp/CaptureText.h"
+#include "tools/text/Plain.h"
 
 #include <algorithm>
 #include <array>
@@ -45,6 +46,21 @@ isisVrfs( Vty & vty ) {
    return vrfs;
 }
 
+/// A router without a name of its own is called by its system id.
+Hostnames
+hostnamesIn( const std::vector< Igp::Topology > & topologies ) {
+   Hostnames hostnames;
+   for ( const Igp::Topology & topology : topologies ) {
+      for ( const auto & [ id, router ] : topology.routers ) {
+         const Routing::Isis::SystemId systemId = id.isisSystemId();
+         if ( router.name != systemId.stringValue() ) {
+            hostnames[ systemId ] = Text::plain( router.name );
+         }
+      }
+   }
+   return hostnames;
+}
+
 }
 
 std::string
@@ -67,6 +83,7 @@ IsisDaemon::read( Vty & vty ) const {
          Igp::readIsis( vty.ask( command ), command, capture );
       }
       Igp::IsisNetwork network = Igp::isisNetwork( capture, vrf );
+      reading.hostnames[ vrf ] = hostnamesIn( network.topologies );
       std::ranges::move( network.topologies, std::back_inserter( reading.topologies ) );
       std::ranges::move( network.findings, std::back_inserter( reading.findings ) );
       reading.adjacencies[ vrf ] = std::move( network.adjacencies );

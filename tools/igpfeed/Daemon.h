@@ -13,11 +13,15 @@ namespace IgpFeed {
 
 using Vrf = L3::VrfName;
 
+/// What routers call themselves.
+using Hostnames = std::map< Routing::Isis::SystemId, std::string >;
+
 /// What one daemon knows at one time.
 struct Reading {
    std::vector< Igp::Topology > topologies;
    std::map< Vrf, Igp::IsisAdjacencies > adjacencies;   ///< IS-IS only
    std::map< Vrf, Routing::Isis::SystemId > systemIds;  ///< IS-IS only
+   std::map< Vrf, Hostnames > hostnames;                ///< IS-IS only
    Igp::Findings findings;
 };
 

@@ -26,6 +26,11 @@ adjacencyPath( const Vrf & vrf ) {
    return "routing/isis/adjacency/" + vrf.stringValue();
 }
 
+std::string
+hostnamePath( const Vrf & vrf ) {
+   return "routing/isis/hostname/" + vrf.stringValue();
+}
+
 /// Patches of one table, each of a limited number of rows.
 class TablePatches {
  public:
@@ -183,6 +188,7 @@ FeedContent::of( const Reading & reading ) {
    }
    content.adjacencies = reading.adjacencies;
    content.systemIds = reading.systemIds;
+   content.hostnames = reading.hostnames;
    return content;
 }
 
@@ -240,6 +246,10 @@ FeedState::takeOverIsis( const Vrf & vrf ) {
    for ( const auto & [ key, adjacency ] : info->adjacencyColl() ) {
       adjacencies[ key ] = adjacency;
    }
+   const auto named = entityOf< Routing::Isis::Hostnames >( access_.table( hostnamePath( vrf ) ) );
+   for ( const auto & [ id, name ] : named->hostnameColl() ) {
+      standing_.hostnames[ vrf ][ id ] = name;
+   }
    const Json identities = access_.entity( systemIdentities ).at( "entity" );
    if ( const auto at = identities.find( vrf.stringValue() ); at != identities.end() ) {
       standing_.systemIds[ vrf ] =
@@ -263,6 +273,7 @@ FeedState::write( const FeedContent & wanted ) {
       if ( !wanted.adjacencies.contains( vrf ) ) {
          writeAdjacencies( vrf, {} );
          writeSystemId( vrf, {} );
+         writeHostnames( vrf, {} );
          standing_.adjacencies.erase( vrf );
       }
    }
@@ -271,6 +282,8 @@ FeedState::write( const FeedContent & wanted ) {
       const auto id = wanted.systemIds.find( vrf );
       writeSystemId( vrf, id == wanted.systemIds.end() ? Routing::Isis::SystemId() : id->second );
       writeAdjacencies( vrf, adjacencies );
+      const auto names = wanted.hostnames.find( vrf );
+      writeHostnames( vrf, names == wanted.hostnames.end() ? Hostnames() : names->second );
    }
    for ( const auto & [ id, table ] : wanted.tables ) {
       const bool fresh = !standing_.tables.contains( id );
@@ -320,6 +333,27 @@ FeedState::writeAdjacencies( const Vrf & vrf, const Igp::IsisAdjacencies & wante
    }
    access_.patch( adjacencyPath( vrf ), State::toJson( *info ) );
    standing = wanted;
+}
+
+void
+FeedState::writeHostnames( const Vrf & vrf, const Hostnames & wanted ) {
+   const auto standing = standing_.hostnames.find( vrf );
+   Json patch = Json::object();
+   if ( standing != standing_.hostnames.end() ) {
+      for ( const auto & [ id, name ] : standing->second ) {
+         patch[ id.stringValue() ] = nullptr;
+      }
+   }
+   for ( const auto & [ id, name ] : wanted ) {
+      patch[ id.stringValue() ] = name;
+   }
+   if ( ( standing == standing_.hostnames.end() ? Hostnames() : standing->second ) != wanted ) {
+      access_.patch( hostnamePath( vrf ), { { "hostname", std::move( patch ) } } );
+   }
+   standing_.hostnames.erase( vrf );
+   if ( !wanted.empty() ) {
+      standing_.hostnames[ vrf ] = wanted;
+   }
 }
 
 void

@@ -24,6 +24,7 @@ struct FeedContent {
    std::map< TableId, Lab::LabTable > tables;
    std::map< Vrf, Igp::IsisAdjacencies > adjacencies;
    std::map< Vrf, Routing::Isis::SystemId > systemIds;
+   std::map< Vrf, Hostnames > hostnames;
 
    static FeedContent of( const Reading & reading );
    bool operator==( const FeedContent & ) const = default;
@@ -53,6 +54,7 @@ class FeedState {
    void writeTable( const TableId & id, const Lab::LabTable & wanted );
    void announce( const TableId & id, bool announced );
    void writeAdjacencies( const Vrf & vrf, const Igp::IsisAdjacencies & wanted );
+   void writeHostnames( const Vrf & vrf, const Hostnames & wanted );
    void writeSystemId( const Vrf & vrf, const Routing::Isis::SystemId & wanted );
    void takeOver( const TableId & id );
    void takeOverIsis( const Vrf & vrf );

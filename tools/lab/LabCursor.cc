@@ -3,6 +3,8 @@
 
 #include "tools/lab/LabCursor.h"
 
+#include "tools/text/Bandwidth.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -97,11 +99,54 @@ readSeconds( const LabCursor & at ) {
    return orFail( at, number( at.value(), 1e9 ), "seconds, from 0 to 1000000000" );
 }
 
+namespace {
+
+std::optional< std::uint64_t >
+bandwidthInText( const LabJson & json ) {
+   const auto * text = json.as< std::string >();
+   return text ? Text::parseBandwidth( *text ) : std::nullopt;
+}
+
+}
+
 float
 readBandwidth( const LabCursor & at ) {
-   return static_cast< float >( orFail( at,
-                                        number( at.value(), std::numeric_limits< float >::max() ),
-                                        "bytes per second, from 0 to 3.4e38" ) );
+   if ( const auto inText = bandwidthInText( at.value() ) ) {
+      return static_cast< float >( *inText );
+   }
+   return static_cast< float >(
+      orFail( at, number( at.value(), std::numeric_limits< float >::max() ),
+              "bytes per second, from 0 to 3.4e38, or bits per second such as \"10G\"" ) );
+}
+
+std::uint64_t
+readWholeBandwidth( const LabCursor & at ) {
+   const auto inText = bandwidthInText( at.value() );
+   const auto * whole = at.value().as< std::uint64_t >();
+   return orFail( at, whole ? std::optional( *whole ) : inText,
+                  "bytes per second, a whole number of 64 bits, or bits per second such as "
+                  "\"400M\"" );
+}
+
+LabPlace
+readPlace( const LabCursor & at ) {
+   constexpr const char * expected = "two numbers from -1e6 to 1e6, to the right and up";
+   double numbers[ 2 ];
+   const LabJsonArray & list = at.list( expected, 2 );
+   if ( list.size() != 2 ) {
+      at.fail( expected );
+   }
+   for ( std::size_t i = 0; i < 2; ++i ) {
+      const auto * negative = list[ i ].as< std::int64_t >();
+      const auto * real = list[ i ].as< LabJsonReal >();
+      numbers[ i ] = negative ? static_cast< double >( *negative )
+                     : real   ? real->value
+                              : orFail( at, number( list[ i ], 1e6 ), expected );
+      if ( !( std::abs( numbers[ i ] ) <= 1e6 ) ) {
+         at.fail( expected );
+      }
+   }
+   return { numbers[ 0 ], numbers[ 1 ] };
 }
 
 std::uint32_t

@@ -138,8 +138,12 @@ std::uint64_t readNumber( const LabCursor & at, std::uint64_t min, std::uint64_t
 std::uint32_t readUint32( const LabCursor & at );
 /// Seconds, not negative.
 double readSeconds( const LabCursor & at );
-/// Bytes per second, not negative, in single precision.
+/// A list of two numbers.
+LabPlace readPlace( const LabCursor & at );
+/// Bytes per second, not negative, in single precision, or a text such as "10G" in bits per second.
 float readBandwidth( const LabCursor & at );
+/// Likewise, as a whole number of 64 bits.
+std::uint64_t readWholeBandwidth( const LabCursor & at );
 /// A number, or "0x" and up to eight hexadecimal digits.
 std::uint32_t readMask( const LabCursor & at );
 const std::string & readText( const LabCursor & at, const char * expected );

@@ -24,11 +24,19 @@ using Af = Kivnet::AddressFamily;
 using Addresses = std::vector< Kivnet::IpGenAddr >;
 using Srlgs = std::vector< TrafficEngineering::SrlgId >;
 
+/// Where something stands in a drawing, in units of one's own.
+struct LabPlace {
+   double right = 0, up = 0;
+
+   bool operator==( const LabPlace & ) const = default;
+};
+
 struct LabRouter {
    Cspf::IgpRouterId id;
    Kivnet::IpGenAddr teRouterId;  ///< unset: not a TE router
    bool overload = false;
    std::map< Kivnet::IpGenPrefix, std::uint32_t > prefixes;  ///< to metric
+   std::optional< LabPlace > at;
 
    bool operator==( const LabRouter & ) const = default;
 };

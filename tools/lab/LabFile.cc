@@ -5,10 +5,8 @@
 #include "tools/lab/LabFile.h"
 
 #include "tools/lab/LabReader.h"
+#include "tools/text/Input.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <utility>
 
 namespace Lab {
@@ -88,16 +86,12 @@ LabFile::of( LabJson json ) {
 
 LabJson
 readLabJson( const std::string & fileName ) {
-   std::ifstream in( fileName, std::ios::binary );
    std::string text;
-   for ( char piece[ 65536 ]; in; ) {
-      in.read( piece, sizeof piece );
-      text.append( piece, static_cast< std::size_t >( in.gcount() ) );
-   }
-   // A directory opens, and fails when it is read.
-   if ( in.bad() || !in.is_open() ) {
-      throw LabError( "", "expected a file that can be read, found: "
-                             + std::string( std::strerror( errno ) ) );
+   try {
+      text = Text::contentOf( fileName );
+   } catch ( const std::runtime_error & error ) {
+      throw LabError( "",
+                      std::string( "expected a file that can be read, found: " ) + error.what() );
    }
    return LabJson::parse( text );
 }

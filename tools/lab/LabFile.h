@@ -16,7 +16,7 @@ struct LabEvent {
    LabJson patch;  ///< an object, empty where the event changes nothing
 };
 
-/// What the file of that name says. Throws LabError.
+/// What the file of that name says, or for "-" standard input. Throws LabError.
 LabJson readLabJson( const std::string & fileName );
 
 /// A whole lab file: the document at the start, and what happens to it.

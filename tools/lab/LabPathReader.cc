@@ -113,7 +113,7 @@ ConstraintReader::read( const LabCursor & at ) const {
       key( "topoId", [ & ]( auto & v ) { c.topoId = readTopologyName( v ); } ),
       flagKey( "srlgStrictMode", c.srlgStrictMode ),
       flagKey( "srlgExcludeOnlyLocalLinks", c.srlgExcludeOnlyLocalLinks ),
-      key( "bandwidth", [ & ]( auto & v ) { c.bandwidth = readNumber( v, 0, UINT64_MAX ); } ),
+      key( "bandwidth", [ & ]( auto & v ) { c.bandwidth = readWholeBandwidth( v ); } ),
       key( "bwSetupPriority", [ & ]( auto & v ) { c.bwSetupPriority = readPriority( v ); } ),
       key( "sharedBwGroupId", [ & ]( auto & v ) { c.sharedBwGroupId = readUint32( v ); } ),
       listKey( "excludeLinkWithIp", c.excludeLinkWithIp,

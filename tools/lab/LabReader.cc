@@ -195,10 +195,10 @@ DocumentReader::readInterface( const LabCursor & at, const Kivnet::IntfId & intf
    if ( !at.value().find( "bandwidth" ) ) {
       srlgs.clear();
    }
-   readObject( at, key( "srlg", readList ),
-               key( "bandwidth",
-                    [ & ]( auto & v ) { bandwidth.bandwidth = readNumber( v, 0, UINT64_MAX ); } ),
-               key( "aggregate", [ & ]( auto & v ) { bandwidth.aggregate = readBool( v ); } ) );
+   readObject(
+      at, key( "srlg", readList ),
+      key( "bandwidth", [ & ]( auto & v ) { bandwidth.bandwidth = readWholeBandwidth( v ); } ),
+      key( "aggregate", [ & ]( auto & v ) { bandwidth.aggregate = readBool( v ); } ) );
    if ( bandwidth.bandwidth > 0 ) {
       document.interfaceBandwidths[ intf ] = bandwidth;
    }

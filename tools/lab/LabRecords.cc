@@ -221,6 +221,19 @@ tableOf( const std::string & name, const LabTopology & topology, LabLinkIds & li
    return table;
 }
 
+std::map< Vrf, LabHostnames >
+hostnamesOf( const LabDocument & document ) {
+   std::map< Vrf, LabHostnames > hostnames;
+   for ( const auto & [ topologyName, topology ] : document.topologies ) {
+      for ( const auto & [ name, router ] : topology.routers ) {
+         if ( topology.id.igpSource() == Cspf::IgpSource::isis ) {
+            hostnames[ topology.vrf ].emplace( router.id.isisSystemId(), name );
+         }
+      }
+   }
+   return hostnames;
+}
+
 std::string
 tablePath( const LabTopology & topology ) {
    std::string path = "routing/" + Lum::enumName( topology.id.igpSource() ) + "/topodb/"

@@ -35,6 +35,10 @@ using LabAdjacencies = std::map< IsisExportImpl::AdjacencyKey, IsisExportImpl::A
 /// entry, if only an empty one.
 std::map< Vrf, LabAdjacencies > adjacenciesOf( const LabDocument & document );
 
+using LabHostnames = std::map< Routing::Isis::SystemId, std::string >;
+/// What IS-IS routers call themselves, by VRF: as the lab does.
+std::map< Vrf, LabHostnames > hostnamesOf( const LabDocument & document );
+
 /// One client's tables in one VRF and family.
 struct ClientTable {
    std::string client;

@@ -1,88 +1,14 @@
-// Puts names to addresses and ids: what a person calls a router is the name that the lab gives it.
-// An address or id that the lab does not know stands as it is.
+// Puts published paths into words.
 
 #include "tools/lab/LabRows.h"
-
-#include "tools/state/JsonText.h"
 
 namespace Lab {
 
 namespace {
 
-/// Names of the routers of one VRF and family.
-class Names {
- public:
-   Names() = default;
-   Names( const LabDocument & document, const VrfAf & where ) {
-      for ( const auto & [ topologyName, topology ] : document.topologies ) {
-         if ( topology.vrf == where.vrf && topology.af == where.af ) {
-            add( topology );
-         }
-      }
-   }
-
-   std::string of( const Kivnet::IpGenAddr & address ) const {
-      const auto at = byAddress_.find( address );
-      return at == byAddress_.end() ? address.stringValue() : at->second;
-   }
-   std::string of( const Routing::Isis::SystemId & id ) const {
-      const auto at = bySystemId_.find( id );
-      return at == bySystemId_.end() ? id.stringValue() : at->second;
-   }
-   /// "kansas-city (10.0.0.4)"
-   std::string withText( const Cspf::Destination & destination ) const {
-      const std::string text = State::toText( destination );
-      std::string name = text;
-      if ( const auto id = destination.isisSystemId() ) {
-         name = of( id );
-      } else if ( const auto address = destination.ipAddress() ) {
-         name = of( address );
-      } else if ( destination.ipPrefix().isHost() ) {
-         name = of( destination.ipPrefix().address() );
-      }
-      return name == text || name == destination.ipPrefix().address().stringValue()
-                ? text
-                : name + " (" + text + ")";
-   }
-
- private:
-   void add( const LabTopology & topology ) {
-      for ( const auto & [ name, router ] : topology.routers ) {
-         if ( router.teRouterId ) {
-            byAddress_.emplace( router.teRouterId, name );
-         }
-         for ( const auto & [ prefix, metric ] : router.prefixes ) {
-            if ( prefix.isHost() ) {
-               byAddress_.emplace( prefix.address(), name );
-            }
-         }
-         if ( topology.id.igpSource() == Cspf::IgpSource::isis ) {
-            bySystemId_.emplace( router.id.isisSystemId(), name );
-         }
-      }
-      const auto addAll = [ & ]( const Addresses & addresses, const std::string & name ) {
-         for ( const auto & address : addresses ) {
-            byAddress_.emplace( address, name );
-         }
-      };
-      for ( const auto & [ linkName, link ] : topology.links ) {
-         addAll( link.a.addrs, link.a.router );
-         addAll( link.b.addrs, link.b.router );
-      }
-      for ( const auto & [ lanName, lan ] : topology.lans ) {
-         for ( const auto & [ router, member ] : lan.members ) {
-            addAll( member.addrs, router );
-         }
-      }
-   }
-
-   std::map< Kivnet::IpGenAddr, std::string > byAddress_;
-   std::map< Routing::Isis::SystemId, std::string > bySystemId_;
-};
-
 template< class List >
 std::string
-namesOf( const Names & names, const List & list ) {
+namesOf( const RouterNames & names, const List & list ) {
    std::string text;
    for ( const auto & element : list ) {
       text.append( text.empty() ? "" : ", " ).append( names.of( element ) );
@@ -98,7 +24,7 @@ withReason( const std::string & text, const std::string & reason ) {
 }
 
 std::string
-hopsOf( const Names & names, const PathOutcome & path ) {
+hopsOf( const RouterNames & names, const PathOutcome & path ) {
    if ( path.status.pathTeRouterIdList().empty() ) {
       return path.cost == std::uint64_t( 0 ) ? "this router" : withReason( "no path", path.error );
    }
@@ -109,7 +35,7 @@ hopsOf( const Names & names, const PathOutcome & path ) {
 
 /// "over INTERFACE to NEIGHBOR, then NODE, NODE"
 std::string
-protectionOf( const Names & names, const PathOutcome & path, const ClientOutcome & service ) {
+protectionOf( const RouterNames & names, const PathOutcome & path, const ClientOutcome & service ) {
    const auto repair = service.pqInfo.find( path.status.repairPathIdx() );
    if ( repair == service.pqInfo.end() ) {
       return withReason( "no protection", path.error );
@@ -122,8 +48,10 @@ protectionOf( const Names & names, const PathOutcome & path, const ClientOutcome
    return info.pathList().empty() ? text : text + ", then " + namesOf( names, info.pathList() );
 }
 
+}
+
 Row
-rowOf( const Names & names, const std::string & client, const PathOutcome & path,
+rowOf( const RouterNames & names, const std::string & client, const PathOutcome & path,
        const ClientOutcome & service ) {
    const bool tilfa = client == tilfaClient;
    Row row;
@@ -135,6 +63,8 @@ rowOf( const Names & names, const std::string & client, const PathOutcome & path
    row.up = tilfa ? path.status.repairPathIdx() != 0 : !path.status.pathList().empty();
    return row;
 }
+
+namespace {
 
 class RowMaker {
  public:
@@ -172,7 +102,7 @@ class RowMaker {
    Rows rows;
 
  private:
-   const Names & names( const VrfAf & where ) {
+   const RouterNames & names( const VrfAf & where ) {
       auto & names = names_[ where ];
       if ( !names ) {
          names.emplace( document_, where );
@@ -181,7 +111,7 @@ class RowMaker {
    }
 
    const LabDocument & document_;
-   std::map< VrfAf, std::optional< Names > > names_;
+   std::map< VrfAf, std::optional< RouterNames > > names_;
 };
 
 }

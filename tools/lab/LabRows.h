@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/lab/LabOutcome.h"
+#include "tools/lab/RouterNames.h"
 
 #include <compare>
 #include <map>
@@ -34,6 +34,10 @@ struct Row {
              && up == other.up;
    }
 };
+
+/// The row of a published path, which is one of the service.
+Row rowOf( const RouterNames & names, const std::string & client, const PathOutcome & path,
+           const ClientOutcome & service );
 
 using Rows = std::map< RowKey, Row >;
 

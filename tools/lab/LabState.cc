@@ -66,6 +66,7 @@ LabState::write( const LabDocument & document ) {
    writeSegmentRouting( document );
    writeTopologies( document );
    writeAdjacencies( document );
+   writeHostnames( document );
    writePaths( document );
    writeClients( document );
    cleanupPaths( document );
@@ -220,6 +221,32 @@ LabState::writeAdjacencies( const LabDocument & document ) {
                                                              Zorch::MountMode::writer );
       }
       write( vrf, wanted );
+   }
+}
+
+void
+LabState::writeHostnames( const LabDocument & document ) {
+   const auto before = hostnamesOf( written_ ), after = hostnamesOf( document );
+   const auto write = [ this ]( const Vrf & vrf, const LabHostnames & wanted ) {
+      const std::string path = "routing/isis/hostname/" + vrf.stringValue();
+      const auto table =
+         tables_.mount< Routing::Isis::Hostnames >( path, Zorch::MountMode::writer );
+      sync(
+         table->hostnameColl(), wanted,
+         [ & ]( const auto & id, const auto & name ) { table->hostnameIs( id, name ); },
+         [ & ]( const auto & id ) { table->hostnameDel( id ); } );
+      tables_.unmount( path );
+      if ( wanted.empty() ) {
+         tables_.cleanup( path );
+      }
+   };
+   for ( const auto & [ vrf, names ] : before ) {
+      if ( !after.contains( vrf ) ) {
+         write( vrf, {} );
+      }
+   }
+   for ( const auto & [ vrf, names ] : after ) {
+      write( vrf, names );
    }
 }
 

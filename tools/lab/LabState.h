@@ -27,6 +27,7 @@ class LabState {
    void topologyIs( const std::string & name, const LabTopology & topology, bool isNew );
    void topologyDel( const std::string & name, const LabTopology & topology );
    void writeAdjacencies( const LabDocument & document );
+   void writeHostnames( const LabDocument & document );
    void writePaths( const LabDocument & document );
    void writeClients( const LabDocument & document );
    void cleanupPaths( const LabDocument & document );

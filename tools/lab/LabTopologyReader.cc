@@ -169,7 +169,8 @@ TopologyReader::readRouter( const LabCursor & at ) {
               router.teRouterId = v.value().isNull() ? Kivnet::IpGenAddr() : readAddress( v );
            } ),
       key( "overload", [ & ]( auto & v ) { router.overload = readBool( v ); } ),
-      key( "prefixes", [ & ]( auto & v ) { forEachMember( v, readPrefix ); } ) );
+      key( "prefixes", [ & ]( auto & v ) { forEachMember( v, readPrefix ); } ),
+      key( "at", [ & ]( auto & v ) { router.at = readPlace( v ); } ) );
    topology.routers.emplace( at.key(), std::move( router ) );
 }
 

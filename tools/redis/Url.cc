@@ -3,8 +3,9 @@
 
 #include "tools/redis/Url.h"
 
+#include "tools/text/Input.h"
+
 #include <charconv>
-#include <fstream>
 #include <netdb.h>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -80,12 +81,16 @@ parseTcp( Url & url ) {
 
 std::string
 firstLine( const std::string & file ) {
-   std::ifstream in( file );
-   std::string line;
-   if ( !std::getline( in, line ) || line.empty() ) {
+   std::string text;
+   try {
+      text = Text::contentOf( file );
+   } catch ( const std::runtime_error & error ) {
+      fail( file, error.what() );
+   }
+   if ( text.empty() || text.front() == '\n' ) {
       fail( file, "no password can be read from it" );
    }
-   return line;
+   return text.substr( 0, text.find( '\n' ) );
 }
 
 }

@@ -17,7 +17,7 @@ struct Url {
 
 /// "unix:PATH" or "redis://[USER@]HOST[:PORT][/DATABASE]"; HOST may be a name, an IPv4 address or
 /// an IPv6 address in brackets, and is resolved here, once. The password is the first line of the
-/// file, where one is given. Throws std::runtime_error.
+/// file, "-" for standard input, where one is given. Throws std::runtime_error.
 Url parseUrl( const std::string & text, const std::string & passwordFile = {} );
 
 }

@@ -11,6 +11,7 @@
 #include "tools/state/StatePaths.h"
 
 #include <algorithm>
+#include <set>
 #include <string_view>
 
 namespace Service {
@@ -104,6 +105,31 @@ StateView::get( const std::string & asked, State::TextSink & sink ) const {
       throw RequestError( "nothing at \"" + path + "\"" );
    }
    states( below, sink );
+}
+
+std::vector< std::string >
+StateView::list( const std::string & asked ) const {
+   std::set< std::string > all;
+   for ( const State::PathKind & kind : State::entityPaths() ) {
+      const std::string pattern( kind.pattern );
+      const std::string directory = pattern.substr( 0, pattern.rfind( "/NAME" ) );
+      const auto entity = state_.entity( directory );
+      if ( kind.isOne && entity ) {
+         all.insert( pattern );
+      } else if ( const auto entries = Lum::cast< Lum::Dir >( entity ) ) {
+         for ( const auto & [ name, entry ] : entries->entityColl() ) {
+            all.insert( directory + "/" + name );
+         }
+      }
+   }
+   const std::vector< std::string > tables = tables_.list( "" );
+   all.insert( tables.begin(), tables.end() );
+   const std::string path = Corvdb::canonicalPath( asked );
+   std::vector< std::string > found;
+   std::ranges::copy_if( all, std::back_inserter( found ), [ & ]( const std::string & one ) {
+      return path.empty() || isAtOrBelow( one, path );
+   } );
+   return found;
 }
 
 StateView::Watched

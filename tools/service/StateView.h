@@ -32,6 +32,9 @@ class StateView {
    /// Writes the entity or table at the path as JSON, {"type": name, "value": ..}; where there is
    /// none, an object of all tables below the path. Throws RequestError where nothing is or can be.
    void get( const std::string & path, State::TextSink & sink ) const;
+   /// The paths at and below that one at which there is something, in order: entities, entries of
+   /// directories, tables. O(all that there is).
+   std::vector< std::string > list( const std::string & path ) const;
    /// Writes an object of what is at the paths. REQUIRES: they are canonical and differ, and there
    /// is something at each.
    void states( const std::vector< std::string > & paths, State::TextSink & sink ) const;

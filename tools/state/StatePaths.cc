@@ -34,6 +34,7 @@ constexpr std::array tableKinds = {
    PathKind{ "routing/isis/topodb/IP/NUMBER/NUMBER/NAME", "Routing::Topology::TopoDb" },
    PathKind{ "routing/ospf/topodb/IP/NUMBER/NUMBER/NAME", "Routing::Topology::TopoDb" },
    PathKind{ "routing/isis/adjacency/NAME", "IsisExportImpl::IsisAdjacencyInfo" },
+   PathKind{ "routing/isis/hostname/NAME", "Routing::Isis::Hostnames" },
    PathKind{ "te/bwm/client/input/vrf/NAME/NAME", "TrafficEngineering::BandwidthClientUsage" },
    PathKind{ "te/cspf/status/vrf/NAME/AF/NAME", "Cspf::Status", true },
    PathKind{ "te/cspf/intfIpToRouterId/vrf/NAME/AF", "Cspf::IntfIpToRouterIdTable", true },

@@ -16,10 +16,13 @@ class Table {
 
    /// REQUIRES: one cell a column.
    void row( std::vector< std::string > cells );
-   /// `width`: of the terminal, to which the last column is wrapped; 0: no limit.
+   /// `width`: of the terminal, to which the last column is broken, behind commas where that does;
+   /// 0: no limit.
    void print( std::ostream & out, unsigned width = 0 ) const;
 
  private:
+   std::size_t widthOf( std::size_t column ) const;
+
    std::vector< std::string > columns_;
    std::vector< std::vector< std::string > > rows_;
 };
