@@ -233,6 +233,10 @@ main( int argc, char ** argv ) {
       ->envname( "STATE_PASSWORD" );
    app.add_flag( "--standby", options.standby, "wait until no other agent writes to the database" );
    Trace::logSinkIs( logToStandardError );
+   app.set_version_flag( "--version", "agentrunner " CSPF_VERSION, "show the version" );
+   app.failure_message( []( const CLI::App *, const CLI::Error & error ) {
+      return std::string( "agentrunner: " ) + error.what() + "; see agentrunner --help\n";
+   } );
    try {
       app.parse( argc, argv );
       serve( options );

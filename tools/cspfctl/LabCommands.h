@@ -21,5 +21,8 @@ void addProveCommand( CLI::App & app, int & status );
 /// a lab or by a running agent.
 void addExplainCommand( CLI::App & app, int & status );
 
+/// Adds `draw LAB|--live`: the network and its paths as a picture.
+void addDrawCommand( CLI::App & app, int & status );
+
 /// Adds `whatif LAB`: what a change would do to the paths of a lab, or every failure in turn.
 void addWhatIfCommand( CLI::App & app, int & status );

@@ -2,19 +2,14 @@
 
 #include "tools/cspfctl/LiveCommands.h"
 #include "tools/service/Client.h"
+#include "tools/service/Program.h"
 #include "tools/service/UnixSocket.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <spawn.h>
 #include <stdexcept>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -25,44 +20,6 @@ struct Options {
    std::string socket = Service::defaultSocketPath();
    std::string archive = "cspf-support.tar.gz";
 };
-
-class TemporaryDirectory {
- public:
-   TemporaryDirectory() : path_( std::filesystem::temp_directory_path() / "cspf-supportXXXXXX" ) {
-      if ( !mkdtemp( path_.data() ) ) {
-         throw std::runtime_error( path_ + ": " + std::strerror( errno ) );
-      }
-   }
-   ~TemporaryDirectory() {
-      std::error_code ignored;
-      std::filesystem::remove_all( path_, ignored );
-   }
-   TemporaryDirectory( const TemporaryDirectory & ) = delete;
-   TemporaryDirectory & operator=( const TemporaryDirectory & ) = delete;
-
-   const std::string & path() const { return path_; }
-
- private:
-   std::string path_;
-};
-
-/// Runs a program of the system; throws where it fails.
-void
-run( const std::vector< std::string > & words ) {
-   std::vector< char * > arguments;
-   arguments.reserve( words.size() + 1 );
-   for ( const std::string & word : words ) {
-      arguments.push_back( const_cast< char * >( word.c_str() ) );
-   }
-   arguments.push_back( nullptr );
-   pid_t child = -1;
-   int status = 0;
-   const int error =
-      posix_spawnp( &child, arguments[ 0 ], nullptr, nullptr, arguments.data(), environ );
-   if ( error || waitpid( child, &status, 0 ) < 0 || status != 0 ) {
-      throw std::runtime_error( words[ 0 ] + " failed" );
-   }
-}
 
 /// The files of one archive, in a directory.
 class Collection {
@@ -107,7 +64,7 @@ dumpOf( Client & client ) {
 void
 runSupport( const Options & options ) {
    Client client( options.socket );
-   const TemporaryDirectory directory;
+   const Service::TemporaryDirectory directory;
    const std::string top = directory.path() + "/cspf-support";
    std::filesystem::create_directory( top );
    const Collection files( top );
@@ -122,8 +79,8 @@ runSupport( const Options & options ) {
    for ( const char * option : { "trace", "metrics", "lab", "record" } ) {
       files.copy( started.value( option, "" ) );
    }
-   run( { "tar", "-czf", std::filesystem::absolute( options.archive ), "-C", directory.path(),
-          "cspf-support" } );
+   Service::runProgram( { "tar", "-czf", std::filesystem::absolute( options.archive ), "-C",
+                          directory.path(), "cspf-support" } );
    std::cout << options.archive << std::endl;
 }
 

@@ -1,31 +1,17 @@
 // The program for people: labs through an agent of its own, and the state of a running agent.
 
+#include "tools/cspfctl/CommandLine.h"
+#include "tools/cspfctl/CompleteCommand.h"
 #include "tools/cspfctl/LabCommands.h"
 #include "tools/cspfctl/LiveCommands.h"
 #include "tools/text/Plain.h"
 
 #include <iostream>
-#include <sstream>
 
 namespace {
 
-/// Prints help, or what is wrong with the command line, in which anything may stand.
-int
-exitStatus( const CLI::App & app, const CLI::ParseError & error ) {
-   std::ostringstream complaint;
-   const int status = app.exit( error, std::cout, complaint );
-   const Text::PlainOutput plainErrors( std::cerr );
-   std::cerr << complaint.view() << std::flush;
-   return status == 0 ? 0 : 1;
-}
-
-}
-
-int
-main( int argc, char ** argv ) {
-   CLI::App app{ "Runs labs through the CSPF agent, and looks into a running one" };
-   app.require_subcommand( 1 );
-   int status = 0;
+void
+addCommands( CLI::App & app, int & status ) {
    addRunCommand( app, status );
    addRepairsCommand( app, status );
    addCheckCommand( app, status );
@@ -33,24 +19,45 @@ main( int argc, char ** argv ) {
    addProveCommand( app, status );
    addExplainCommand( app, status );
    addWhatIfCommand( app, status );
+   addDrawCommand( app, status );
    addLiveCommands( app, status );
    addTraceCommand( app );
    addSupportCommand( app );
-   const auto isNamed = [ & ]( const CLI::App * command ) {
-      return command->check_name( argv[ 1 ] );
-   };
-   if ( argc > 1 && *argv[ 1 ] != '-' && app.get_subcommands( isNamed ).empty() ) {
-      std::cerr << "cspfctl: there is no command \"" << Text::plain( argv[ 1 ] )
-                << "\"; see cspfctl --help" << std::endl;
-      return 1;
+}
+
+void
+parse( CLI::App & app, std::vector< std::string > words ) {
+   std::ranges::reverse( words );  // as CLI11 takes them
+   app.parse( words );
+   if ( app.get_subcommands().empty() ) {
+      std::cout << app.help();
+   }
+   if ( !std::cout.flush() ) {
+      throw std::runtime_error( "standard output cannot be written" );
+   }
+}
+
+}
+
+int
+main( int argc, char ** argv ) {
+   CLI::App app{ "Runs labs through the CSPF agent, and looks into a running one" };
+   app.require_subcommand( 0, 1 );
+   int status = 0;
+   addCommands( app, status );
+   describeCommands( app );
+   const std::vector< std::string > words = wordsOf( argc, argv );
+   if ( !words.empty() && words.front() == completeCommand ) {
+      complete( app, { words.begin() + 1, words.end() }, std::cout );
+      return 0;
    }
    try {
-      app.parse( argc, argv );
-      if ( !std::cout.flush() ) {
-         throw std::runtime_error( "standard output cannot be written" );
-      }
+      parse( app, words );
+   } catch ( const CLI::Success & asked ) {
+      return app.exit( asked );
    } catch ( const CLI::ParseError & error ) {
-      return exitStatus( app, error );
+      std::cerr << Text::plain( complaint( app, words, error ) ) << std::endl;
+      return 1;
    } catch ( const std::exception & error ) {
       std::cerr << "cspfctl: " << Text::plain( error.what() ) << std::endl;
       return 1;

@@ -122,6 +122,10 @@ main( int argc, char ** argv ) {
    app.add_option( "--interval", options.interval, "milliseconds between looks at a daemon" )
       ->check( CLI::Range( 10.0, 60000.0 ) )
       ->capture_default_str();
+   app.set_version_flag( "--version", "igpfeed " CSPF_VERSION, "show the version" );
+   app.failure_message( []( const CLI::App *, const CLI::Error & error ) {
+      return std::string( "igpfeed: " ) + error.what() + "; see igpfeed --help\n";
+   } );
    try {
       app.parse( argc, argv );
       options.state.empty() ? serveAgent( options ) : serveDatabase( options );

@@ -26,6 +26,11 @@ secondsText( double seconds ) {
    return text.str();
 }
 
+std::string
+timeText( const LabEvent & event ) {
+   return "at " + secondsText( event.at );
+}
+
 /// "rsvp plain to kansas-city (10.0.0.4) id 1"
 std::string
 title( const RowKey & key, const Row & row ) {
@@ -75,19 +80,28 @@ LabOutput::coloured( const char * code, const std::string & text ) const {
    return options_.colour ? "\033[" + std::string( code ) + "m" + text + "\033[0m" : text;
 }
 
+std::vector< std::string >
+eventLines( const LabEvent & event ) {
+   std::vector< std::string > lines;
+   if ( event.restart ) {
+      lines.push_back( timeText( event ) + "  the agent is started anew" );
+   }
+   forEachChange( "", event.patch, [ & ]( const std::string & what ) {
+      lines.push_back( timeText( event ) + "  " + what );
+   } );
+   return lines;
+}
+
 void
 LabOutput::eventIs( const LabEvent & event ) {
    if ( options_.json ) {
       return;
    }
-   const auto line = [ & ]( const std::string & what ) {
-      out_ << coloured( bold, "at " + secondsText( event.at ) ) << "  " << what << "\n";
-   };
    out_ << "\n";
-   if ( event.restart ) {
-      line( "the agent is started anew" );
+   for ( const std::string & line : eventLines( event ) ) {
+      const std::string time = timeText( event );
+      out_ << coloured( bold, time ) << line.substr( time.size() ) << "\n";
    }
-   forEachChange( "", event.patch, line );
 }
 
 void

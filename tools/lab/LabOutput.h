@@ -6,11 +6,15 @@
 
 #include <iosfwd>
 #include <string>
+#include <vector>
 
 namespace Lab {
 
 /// The outcome as one JSON document on one line, without the line's end. O(outcome).
 std::string outcomeJson( const Outcome & outcome );
+
+/// What happens, a line each: "at 5 s  /topologies/core/links/ab/up: false".
+std::vector< std::string > eventLines( const LabEvent & event );
 
 /// Prints the outcomes of a run, in order, as JSON lines or as text for a person: tables at
 /// first, then what each event changed.

@@ -105,6 +105,21 @@ class LabRun {
       runner_.stop();
    }
 
+   void tour( const LabTour & visit ) {
+      const LabEvent * since = nullptr;
+      writer_.write( playback_.document() );
+      runner_.start();
+      while ( const LabEvent * event = playback_.next() ) {
+         workUntil( start_ + event->at );
+         visit( moment(), since );
+         apply( *event );
+         since = event;
+      }
+      workUntil( unending );
+      visit( moment(), since );
+      runner_.stop();
+   }
+
    void visit( double until, const LabVisitor & visit ) {
       writer_.write( playback_.document() );
       runner_.start();
@@ -236,6 +251,14 @@ runLab( const LabFile & lab, const RunOptions & options, std::ostream & out, std
    LabRun run( lab, options, out, err );
    guarded( [ & ] { run.run(); } );
    return exitOk;
+}
+
+void
+tourLab( const LabFile & lab, const RunOptions & options, const LabTour & visit,
+         std::ostream & err ) {
+   prepare( options );
+   LabRun run( lab, options, err, err );
+   guarded( [ & ] { run.tour( visit ); } );
 }
 
 void

@@ -54,4 +54,10 @@ inline constexpr double atTheEnd = std::numeric_limits< double >::infinity();
 void visitLab( const LabFile & lab, const RunOptions & options, double until,
                const LabVisitor & visit, std::ostream & err );
 
+/// Starts the agent on the lab and shows the state just before each event, and at the end. `since`:
+/// the event that came last; null before the first.
+using LabTour = std::function< void( const LabMoment & moment, const LabEvent * since ) >;
+void tourLab( const LabFile & lab, const RunOptions & options, const LabTour & visit,
+              std::ostream & err );
+
 }

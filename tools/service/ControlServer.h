@@ -15,6 +15,8 @@ namespace Service {
 ///   get {"path": P}: the entity or table there as {"type", "value"}; of tables below the path each
 ///   that there is, by its path.
 ///
+///   list {"path": P}: the paths at and below P at which there is something.
+///
 ///   patch {"path": P, "patch": merge patch}
 ///
 ///   watch {"paths": [P...]}: the state there by path, as of `get`; then notifications "change", in

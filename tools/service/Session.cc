@@ -220,6 +220,9 @@ Session::serve( const std::string & method, const Request & request ) {
    if ( method == "get" ) {
       return get( params );
    }
+   if ( method == "list" ) {
+      return State::text( shared_.view.list( param< std::string >( params, "path" ) ) );
+   }
    if ( method == "patch" ) {
       shared_.view.patch( param< std::string >( params, "path" ),
                           param< Json >( params, "patch" ) );

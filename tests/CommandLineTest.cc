@@ -1,0 +1,137 @@
+// cspfctl's command line as a person meets it: what it offers, what it says of mistakes, and what
+// it completes.
+
+#include "tests/LabText.h"
+#include "tests/RunnerProcess.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsSupersetOf;
+
+namespace {
+
+std::vector< std::string >
+linesOf( const std::string & text ) {
+   std::vector< std::string > lines;
+   std::istringstream in( text );
+   for ( std::string line; std::getline( in, line ); ) {
+      lines.push_back( line );
+   }
+   return lines;
+}
+
+struct CommandLine : testing::Test {
+   CommandLine() {
+      const nlohmann::json json{
+         { "router", "A" },
+         { "topologies", { { "net", labTopology( "A -- B -- C" ) } } },
+         { "paths", { { "rsvp", { { "t1", { { "dst", "10.0.0.3" } } } } } } },
+         { "events",
+           { { { "at", 1 },
+               { "patch",
+                 { { "paths",
+                     { { "rsvp", { { "late", { { "dst", "10.0.0.2" } } } } } } } } } } } } };
+      std::ofstream( lab ) << json.dump();
+   }
+   static std::vector< std::string > completed( std::vector< std::string > words ) {
+      words.insert( words.begin(), "complete" );
+      return linesOf( runProgram( "cspfctl", words ).out );
+   }
+   static std::string complaint( const std::vector< std::string > & words ) {
+      const ProgramResult result = runProgram( "cspfctl", words );
+      EXPECT_NE( result.exitStatus, 0 );
+      EXPECT_EQ( result.out, "" );
+      return result.err;
+   }
+
+   const TemporaryDirectory directory;
+   const std::string lab = directory / "lab.json";
+};
+
+}
+
+TEST_F( CommandLine, showsEachCommandWithAnExample ) {
+   const ProgramResult alone = runProgram( "cspfctl", {} );
+   EXPECT_EQ( alone.exitStatus, 0 );
+   EXPECT_EQ( alone.out, runProgram( "cspfctl", { "--help" } ).out );
+   const auto commands = completed( { "" } );
+   EXPECT_GE( commands.size(), 19u );
+   for ( const std::string & command : commands ) {
+      EXPECT_THAT( alone.out,
+                   testing::ContainsRegex( "\n  " + command + " [^\n]*\n +cspfctl " + command ) );
+   }
+   EXPECT_THAT( runProgram( "cspfctl", { "--version" } ).out, HasSubstr( "cspfctl 1." ) );
+}
+
+TEST_F( CommandLine, complainsByItsNameAndInOrder ) {
+   EXPECT_EQ(
+      complaint( { "ptahs" } ),
+      "cspfctl: there is no command \"ptahs\"; did you mean \"paths\"? See cspfctl --help\n" );
+   EXPECT_EQ( complaint( { "import", "isi", "f" } ),
+              "cspfctl: import: there is no command \"isi\"; did "
+              "you mean \"isis\"? See cspfctl import --help\n" );
+   EXPECT_EQ( complaint( { "status", "b", "a", "--jsn" } ),
+              "cspfctl: status: not expected: b a --jsn; see cspfctl status --help\n" );
+   EXPECT_EQ( complaint( { "run", "--jsn", "f" } ),
+              "cspfctl: run: not expected: --jsn; did you mean "
+              "\"--json\"? See cspfctl run --help\n" );
+   EXPECT_THAT( complaint( { "prove", "--socket", "s", "lab.json" } ),
+                HasSubstr( "prove: --socket does not go with lab;" ) );
+   EXPECT_THAT( complaint( { "--socket", "s", "prove", "lab.json" } ),
+                HasSubstr( "prove: --socket does not go with lab;" ) );
+   EXPECT_THAT( complaint( { "prove", "lab.json", "--socket", "s" } ),
+                HasSubstr( "prove: lab does not go with --socket;" ) );
+   EXPECT_THAT( complaint( { "load" } ), HasSubstr( "cspfctl: load: lab is required; see" ) );
+   EXPECT_THAT(
+      complaint( { "draw", lab, "--path", "rsvp/t" } ),
+      HasSubstr( "cspfctl: --path rsvp/t: there is no such path; did you mean \"rsvp/t1\"?" ) );
+}
+
+TEST_F( CommandLine, readsStandardInput ) {
+   const std::string program = CSPF_BINARY_DIR "/bin/cspfctl ";
+   const auto typed = [ & ]( const std::string & command ) {
+      return runProgram( "/bin/sh", { "-c", program + command + " < " + lab } );
+   };
+   EXPECT_THAT( typed( "check -" ).out, HasSubstr( "3 routers" ) );
+   EXPECT_EQ( typed( "run --json -" ).out, runProgram( "cspfctl", { "run", "--json", lab } ).out );
+   EXPECT_THAT( typed( "whatif - -" ).err, HasSubstr( "standard input has been read already" ) );
+   EXPECT_THAT( typed( "trace -" ).err, HasSubstr( "cspfctl: -: is no trace ring" ) );
+}
+
+TEST_F( CommandLine, completesWhatIsThere ) {
+   EXPECT_THAT( completed( { "pa" } ), ElementsAre( "patch", "paths" ) );
+   EXPECT_THAT( completed( { "run", "--s" } ), ElementsAre( "--seed" ) );
+   EXPECT_THAT( completed( { "import", "" } ), ElementsAre( "isis", "ospf" ) );
+   EXPECT_THAT( completed( { "whatif", lab, "--each", "" } ),
+                ElementsAre( "link", "router", "srlg" ) );
+   EXPECT_THAT( completed( { "run", "" } ), ElementsAre() ) << "files";
+   EXPECT_THAT( completed( { "draw", lab, "--path", "" } ), ElementsAre( "rsvp/late", "rsvp/t1" ) );
+   EXPECT_THAT( completed( { "explain", lab, "rsvp/t" } ), ElementsAre( "rsvp/t1" ) );
+   EXPECT_THAT( completed( { "explain", lab, "rsvp/t1", "--why-not", "B,A" } ),
+                ElementsAre( "B,A", "B,A-B" ) );
+   EXPECT_THAT( completed( { "get", "te/c" } ), ElementsAre( "te/config", "te/cspf/" ) );
+
+   const RunnerProcess runner( directory, { "--lab", lab } );
+   const std::string socket = runner.socket();
+   EXPECT_THAT( completed( { "--socket", socket, "get", "te/cspf/config/vrf/default/ipv4/" } ),
+                ElementsAre( "te/cspf/config/vrf/default/ipv4/rsvp" ) );
+   EXPECT_THAT( completed( { "explain", "--socket", socket, "rs" } ),
+                ElementsAre( "rsvp/10.0.0.3#1" ) );
+   EXPECT_THAT( runProgram( "cspfctl", { "--socket=" + socket, "status" } ).out,
+                HasSubstr( "process" ) );
+   // As bash has it, down to the colon that ends a word there.
+   const ProgramResult bash = runProgram(
+      "/bin/bash", { "-c", "source " CSPF_SOURCE_DIR "/packaging/cspfctl.bash; compopt() { :; }; "
+                           "COMP_LINE='cspfctl explain --socket "
+                              + socket
+                              + " rsvp/'; "
+                                "COMP_POINT=${#COMP_LINE}; _cspfctl " CSPF_BINARY_DIR
+                                "/bin/cspfctl; echo \"${COMPREPLY[@]}\"" } );
+   EXPECT_EQ( bash.out, "rsvp/10.0.0.3#1\n" ) << bash.err;
+}
