@@ -2,12 +2,12 @@
 // same network.
 //
 // Both sides see the same routers under the same numbers and the same links, are compiled together
-// with the same options, and run in turn from the same sources; a row is a median over sources,
-// a ratio the quotient of two medians of this process. Our side is timed from the constraint to
-// the finished tree: filter, arcs, walk, all equal-cost last links in order, destinations looked
-// up. The peer's unconstrained run gives distances and one predecessor; its constrained run
-// evaluates the same constraint at each link. Every tree is checked against the peer's distances
-// outside of the timed part.
+// with the same options, and run in turn from the same sources; a row is the median of CPU time
+// over sources, with that of wall time beside it, and a ratio the median of the quotients, source
+// by source. Our side is timed from the constraint to the finished tree: filter, arcs, walk, all
+// equal-cost last links in order, destinations looked up. The peer's unconstrained run gives
+// distances and one predecessor; its constrained run evaluates the same constraint at each link.
+// Every tree is checked against the peer's distances outside of the timed part.
 
 #include "Cspf/Graph/HopList.h"
 #include "Cspf/Graph/TreeRun.h"
@@ -31,13 +31,29 @@ namespace {
 constexpr int sources = 31;
 constexpr uint32_t infinite = std::numeric_limits< uint32_t >::max();
 
-class Median {
+/// What one side took, source by source.
+class Times {
  public:
-   void add( double value ) { values_.push_back( value ); }
-   double get() const { return median( values_ ); }
+   template< typename Work >
+   void time( Work && work ) {
+      const Took took = timed( work );
+      cpu_.push_back( took.cpu * 1000 );
+      wall_.push_back( took.wall * 1000 );
+   }
+   /// Microseconds.
+   double cpu() const { return median( cpu_ ); }
+   double wall() const { return median( wall_ ); }
+   /// The median of the quotients to another side, of CPU time.
+   double to( const Times & other ) const {
+      std::vector< double > quotients;
+      for ( std::size_t i = 0; i < cpu_.size(); ++i ) {
+         quotients.push_back( cpu_[ i ] / other.cpu_[ i ] );
+      }
+      return median( quotients );
+   }
 
  private:
-   std::vector< double > values_;
+   std::vector< double > cpu_, wall_;
 };
 
 void
@@ -132,7 +148,16 @@ struct PeerFilter {
 /// One size of network: everything that is measured on it.
 class Bench {
  public:
-   explicit Bench( uint32_t routers ) : network_( generateNetwork( routers, 7 ) ), random_( 11 ) {
+   /// `equalCosts`: with metrics of two values, so that very many costs are equal.
+   Bench( uint32_t routers, bool equalCosts )
+      : network_( generateNetwork( routers, 7 ) ),
+        equalCosts_( equalCosts ),
+        random_( 11 ) {
+      if ( equalCosts ) {
+         for ( GeneratedNetwork::Link & link : network_.links ) {
+            link.metric = random_() % 4 ? 10 : 20;
+         }
+      }
       load_ = microseconds( [ & ]() { network_.fill( graph_ ); } );
       renumber_ = microseconds( [ & ]() { graph_.renumber( CspfVertex{ 0 } ); } );
       for ( int i = 0; i < 1000; ++i ) {
@@ -144,40 +169,40 @@ class Bench {
       Peer peer( graph_ );
       const CspfLinkConstraint c = hardConstraint();
       const boost::filtered_graph constrained( peer.csr, PeerFilter{ &peer, &c } );
-      Median plainPeer, filteredPeer, plain, hard, pass, preferred, reverse;
+      Times plainPeer, filteredPeer, plain, hard, pass, preferred, reverse;
       oneRun( c, false, anyRouter() );  // memory of the first run
       for ( int i = 0; i < sources; ++i ) {
          const CspfVertex source = anyRouter();
-         hard.add( microseconds( [ & ]() { oneRun( c, false, source ); } ) );
-         filteredPeer.add( microseconds( [ & ]() { peer.run( constrained, index( source ) ); } ) );
+         hard.time( [ & ]() { oneRun( c, false, source ); } );
+         filteredPeer.time( [ & ]() { peer.run( constrained, index( source ) ); } );
          compare( peer );
-         plain.add( microseconds( [ & ]() { oneRun( {}, false, source ); } ) );
-         plainPeer.add( microseconds( [ & ]() { peer.run( peer.csr, index( source ) ); } ) );
+         plain.time( [ & ]() { oneRun( {}, false, source ); } );
+         plainPeer.time( [ & ]() { peer.run( peer.csr, index( source ) ); } );
          compare( peer );
-         pass.add( microseconds( [ & ]() { filter_.apply( graph_, c ); } ) );
+         pass.time( [ & ]() { filter_.apply( graph_, c ); } );
          CspfLinkConstraint preference;
          preference.excludedSrlgs = c.excludedSrlgs;
-         preferred.add( microseconds( [ & ]() { oneRun( preference, false, source ); } ) );
-         reverse.add( microseconds( [ & ]() { oneRun( c, true, source ); } ) );
+         preferred.time( [ & ]() { oneRun( preference, false, source ); } );
+         reverse.time( [ & ]() { oneRun( c, true, source ); } );
       }
       filter_.apply( graph_, c );
       uint32_t admitted = 0;
       for ( uint32_t e = 0; e < graph_.edgeBound(); ++e ) {
          admitted += filter_.admitted( CspfEdge{ e } );
       }
-      const double peerTime = plainPeer.get();
-      std::printf( "\n%u routers, %u links; the constraint leaves %.2f of them\n",
-                   graph_.vertices(), graph_.edges(), admitted / double( graph_.edges() ) );
-      row( "Boost, no constraint", peerTime, peerTime );
-      row( "Boost filtered_graph, constraint", filteredPeer.get(), peerTime );
-      row( "run, no constraint", plain.get(), peerTime );
-      row( "run, constraint", hard.get(), peerTime );
-      std::printf( "   %-38s %10s   %.2f of Boost filtered_graph\n", "", "",
-                   hard.get() / filteredPeer.get() );
-      row( "  of it the filter", pass.get(), peerTime );
-      row( "run, SRLGs as preference", preferred.get(), peerTime );
-      row( "reverse run, constraint", reverse.get(), peerTime );
-      hopLists( c, hard.get() );
+      std::printf( "\n%u routers, %u links%s; the constraint leaves %.2f of them\n",
+                   graph_.vertices(), graph_.edges(), equalCosts_ ? ", metrics of two values" : "",
+                   admitted / double( graph_.edges() ) );
+      row( "Boost, no constraint", plainPeer, plainPeer );
+      row( "Boost filtered_graph, constraint", filteredPeer, plainPeer );
+      row( "run, no constraint", plain, plainPeer );
+      row( "run, constraint", hard, plainPeer );
+      std::printf( "   %-38s %24s   %.2f of Boost filtered_graph\n", "", "",
+                   hard.to( filteredPeer ) );
+      row( "  of it the filter", pass, plainPeer );
+      row( "run, SRLGs as preference", preferred, plainPeer );
+      row( "reverse run, constraint", reverse, plainPeer );
+      hopLists( c, hard.cpu() );
       changes();
    }
 
@@ -186,8 +211,9 @@ class Bench {
       return CspfVertex{ static_cast< uint32_t >( random_() % network_.routers ) };
    }
 
-   static void row( const char * what, double time, double peer ) {
-      std::printf( "   %-38s %10.1f us %.2f of Boost, no constraint\n", what, time, time / peer );
+   static void row( const char * what, const Times & times, const Times & peer ) {
+      std::printf( "   %-38s %10.1f us (wall %10.1f) %.2f of Boost, no constraint\n", what,
+                   times.cpu(), times.wall(), times.to( peer ) );
    }
 
    void oneRun( const CspfLinkConstraint & constraint, bool reverse, CspfVertex source ) {
@@ -208,25 +234,25 @@ class Bench {
    }
 
    void hopLists( const CspfLinkConstraint & c, double runTime ) {
-      Median lists;
+      Times lists;
       uint64_t hops = 0, count = 0;
       std::vector< CspfEdge > list;
       for ( int i = 0; i < sources; ++i ) {
          oneRun( c, false, anyRouter() );
          std::vector< CspfVertex > tens( 10000 );
          std::ranges::generate( tens, [ & ]() { return anyRouter(); } );
-         lists.add( microseconds( [ & ]() {
+         lists.time( [ & ]() {
             for ( CspfVertex destination : tens ) {
                const auto first = []( CspfVertex, auto ) { return 0; };
                hopList( graph_, tree_, destination, 255, first, list );
                hops += list.size();
                ++count;
             }
-         } ) );
+         } );
       }
       std::printf( "   %-38s %10.1f us %.0f ns each, %.1f hops; %.2f of a run\n",
-                   "hop lists of 10,000 destinations", lists.get(), lists.get() / 10,
-                   double( hops ) / double( count ), lists.get() / runTime );
+                   "hop lists of 10,000 destinations", lists.cpu(), lists.cpu() / 10,
+                   double( hops ) / double( count ), lists.cpu() / runTime );
    }
 
    void changes() {
@@ -260,6 +286,7 @@ class Bench {
    }
 
    GeneratedNetwork network_;
+   const bool equalCosts_;
    std::mt19937_64 random_;
    CspfGraph graph_;
    CspfLinkFilter filter_;
@@ -279,8 +306,12 @@ main( int argc, char ** argv ) {
    for ( int i = 1; i < argc; ++i ) {
       sizes.push_back( static_cast< uint32_t >( std::atoi( argv[ i ] ) ) );
    }
-   for ( uint32_t routers :
-         sizes.empty() ? std::vector< uint32_t >{ 1000, 10000, 100000 } : sizes ) {
-      Bench( routers ).report();
+   if ( sizes.empty() ) {
+      sizes = { 1000, 10000, 100000 };
+   }
+   for ( const bool equalCosts : { false, true } ) {
+      for ( const uint32_t routers : sizes ) {
+         Bench( routers, equalCosts ).report();
+      }
    }
 }

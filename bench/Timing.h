@@ -37,6 +37,19 @@ cpuMilliseconds( Work && work ) {
    return now() - begin;
 }
 
+/// Milliseconds of the CPU, and of the wall clock.
+struct Took {
+   double cpu, wall;
+};
+
+template< typename Work >
+Took
+timed( Work && work ) {
+   Took took{};
+   took.wall = milliseconds( [ & ]() { took.cpu = cpuMilliseconds( work ); } );
+   return took;
+}
+
 /// Of 0.9: the value below which nine in ten are.
 inline double
 quantile( std::vector< double > values, double share ) {

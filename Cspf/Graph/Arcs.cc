@@ -110,10 +110,17 @@ CspfArcs::fill( const CspfGraph & graph, const uint8_t * admitted ) {
 void
 CspfArcs::fillCounts( const CspfGraph & graph, const CspfLinkFilter & filter ) {
    counts_.resize( arcs_.size() );
-   for ( uint32_t i = 0; i < begins_.back(); ++i ) {
-      const CspfEdge edge = edges_[ i ];
-      counts_[ i ] = uint64_t{ filter.srlgExcludeCount( graph, edge ) } << 32
-                     | filter.srlgIncludeCount( graph, edge );
+   const CspfLinkConstraint & c = filter.constraint();
+   const uint64_t * byList = filter.countsByList().data();
+   const uint32_t * lists = graph.columns().srlgList.data();
+   for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
+      const bool excludes = !c.srlgOnlyLocal || CspfVertex{ v } == c.ownSource;
+      const uint64_t counted = graph.isNetwork( CspfVertex{ v } ) ? 0
+                               : excludes                         ? ~uint64_t{ 0 }
+                                                                  : 0xFFFFFFFF;
+      for ( uint32_t i = begins_[ v ]; i < begins_[ v + 1 ]; ++i ) {
+         counts_[ i ] = byList[ lists[ index( edges_[ i ] ) ] ] & counted;
+      }
    }
 }
 

@@ -33,6 +33,13 @@ class CspfArcs {
    /// What the arc adds to a path's SRLG counts: excludes above, includes below, 32 bits each.
    /// REQUIRES: the filter counts SRLGs.
    uint64_t counts( const Arc & arc ) const { return counts_[ &arc - arcs_.data() ]; }
+   /// Where an arc stands among all.
+   uint32_t place( const Arc & arc ) const { return uint32_t( &arc - arcs_.data() ); }
+   const Arc & at( uint32_t place ) const { return arcs_[ place ]; }
+   /// Has the arcs that leave the vertex fetched, which are asked for soon.
+   void fetch( CspfVertex vertex ) const {
+      __builtin_prefetch( arcs_.data() + begins_[ index( vertex ) ] );
+   }
    CspfEdge edge( const Arc & arc ) const { return edges_[ &arc - arcs_.data() ]; }
    size_t size() const { return begins_.empty() ? 0 : begins_.back(); }
    bool countsSrlgs() const { return countsSrlgs_; }

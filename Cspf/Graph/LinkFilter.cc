@@ -45,6 +45,11 @@ leastEnough( uint64_t bandwidth ) {
 }
 
 uint64_t
+sumAtMost( uint64_t a, uint64_t b ) {
+   return a + std::min( b, std::numeric_limits< uint64_t >::max() - a );
+}
+
+uint64_t
 truncated( float bandwidth ) {
    return bandwidth >= 0x1p64F ? std::numeric_limits< uint64_t >::max()
           : bandwidth > 0      ? static_cast< uint64_t >( bandwidth )
@@ -85,6 +90,8 @@ CspfLinkFilter::constraintIs( CspfLinkConstraint constraint ) {
    constraint_ = std::move( constraint );
    sortUnique( constraint_.excludedSrlgs );
    sortUnique( constraint_.includedSrlgs );
+   countsSrlgs_ = ( !constraint_.excludedSrlgs.empty() && !constraint_.srlgStrict )
+                  || !constraint_.includedSrlgs.empty();
 }
 
 void
@@ -107,19 +114,18 @@ void
 CspfLinkFilter::countSrlgs( const CspfGraph & graph ) {
    const auto & excluded = constraint_.excludedSrlgs;
    const auto & included = constraint_.includedSrlgs;
-   countsSrlgs_ = ( !excluded.empty() && !constraint_.srlgStrict ) || !included.empty();
+   constexpr uint64_t exclude = uint64_t{ 1 } << 32;
    const CspfSrlgPool & pool = graph.srlgPool();
-   excludeCount_.assign( pool.lists(), 0 );
+   countsByList_.assign( pool.lists(), included.size() );
    for ( uint32_t srlg : excluded ) {
       for ( uint32_t list : pool.listsWith( srlg ) ) {
-         ++excludeCount_[ list ];
+         countsByList_[ list ] += exclude;
       }
    }
-   includeCount_.assign( pool.lists(), static_cast< uint32_t >( included.size() ) );
    for ( uint32_t srlg : included ) {
       uint32_t done = 0;  // no SRLG is on list 0
       for ( uint32_t list : pool.listsWith( srlg ) ) {
-         includeCount_[ list ] -= list != done;
+         countsByList_[ list ] -= list != done;
          done = list;
       }
    }
@@ -172,12 +178,12 @@ CspfLinkFilter::admitBySrlg( const CspfGraph & graph ) {
       return;
    }
    const uint32_t * lists = graph.columns().srlgList.data();
-   const uint32_t * counts = excludeCount_.data();
+   const uint64_t * counts = countsByList_.data();
    if ( !constraint_.srlgOnlyLocal ) {
-      narrow( [ = ]( size_t e ) { return counts[ lists[ e ] ] == 0; } );
+      narrow( [ = ]( size_t e ) { return counts[ lists[ e ] ] >> 32 == 0; } );
    } else if ( constraint_.ownSource != noVertex ) {
       for ( uint32_t e : graph.out( constraint_.ownSource ) ) {
-         admitted_[ e ] &= counts[ lists[ e ] ] == 0;
+         admitted_[ e ] &= counts[ lists[ e ] ] >> 32 == 0;
       }
    }
 }
@@ -276,30 +282,30 @@ CspfLinkFilter::hasExcludedInterface( const CspfGraph & graph, CspfEdge edge ) c
 }
 
 bool
-CspfLinkFilter::bandwidthAllows( const CspfGraph & graph, CspfEdge edge ) const {
-   uint64_t available =
-      truncated( graph.columns().unreserved[ constraint_.setupPriority ][ index( edge ) ] );
+CspfLinkFilter::bandwidthAllows( const CspfGraph & graph, CspfEdge edge, uint64_t held ) const {
+   uint64_t available = sumAtMost(
+      truncated( graph.columns().unreserved[ constraint_.setupPriority ][ index( edge ) ] ), held );
    for ( const auto & [ ownEdge, own ] : constraint_.ownReservations ) {
       if ( ownEdge == edge ) {
-         available += std::min( own, std::numeric_limits< uint64_t >::max() - available );
+         available = sumAtMost( available, own );
       }
    }
    return available >= constraint_.bandwidth;
 }
 
-uint32_t
-CspfLinkFilter::srlgExcludeCount( const CspfGraph & graph, CspfEdge edge ) const {
-   if ( constraint_.srlgOnlyLocal && !leavesOwnSource( graph, edge ) ) {
-      return 0;
+std::pair< uint32_t, uint32_t >
+CspfLinkFilter::srlgCounts( const CspfGraph & graph, CspfEdge edge ) const {
+   if ( isMembership( graph, edge ) ) {
+      return { 0, 0 };
    }
-   return isMembership( graph, edge ) ? 0
-                                      : excludeCount_[ graph.columns().srlgList[ index( edge ) ] ];
-}
-
-uint32_t
-CspfLinkFilter::srlgIncludeCount( const CspfGraph & graph, CspfEdge edge ) const {
-   return isMembership( graph, edge ) ? 0
-                                      : includeCount_[ graph.columns().srlgList[ index( edge ) ] ];
+   const auto srlgs = graph.srlgs( edge );
+   const auto excludes = std::ranges::count_if( srlgs, [ & ]( uint32_t srlg ) {
+      return std::ranges::binary_search( constraint_.excludedSrlgs, srlg );
+   } );
+   const auto lacks = std::ranges::count_if(
+      constraint_.includedSrlgs, [ & ]( uint32_t srlg ) { return !contains( srlgs, srlg ); } );
+   const bool counted = !constraint_.srlgOnlyLocal || leavesOwnSource( graph, edge );
+   return { counted ? static_cast< uint32_t >( excludes ) : 0, static_cast< uint32_t >( lacks ) };
 }
 
 bool
@@ -313,7 +319,7 @@ CspfLinkFilter::carriesExcludedSrlg( const CspfGraph & graph, CspfEdge edge ) co
 }
 
 CspfRefusal
-CspfLinkFilter::reason( const CspfGraph & graph, CspfEdge edge ) const {
+CspfLinkFilter::reason( const CspfGraph & graph, CspfEdge edge, uint64_t held ) const {
    const uint16_t topology = graph.columns().topology[ index( edge ) ];
    if ( constraint_.topology != CspfGraph::anyTopology && topology != constraint_.topology ) {
       return CspfRefusal::otherTopology;
@@ -338,8 +344,8 @@ CspfLinkFilter::reason( const CspfGraph & graph, CspfEdge edge ) const {
    if ( contains( constraint_.excludedEdges, edge ) ) {
       return CspfRefusal::linkAddress;
    }
-   const bool enough =
-      constraint_.bandwidth == 0 || isMembership( graph, edge ) || bandwidthAllows( graph, edge );
+   const bool enough = constraint_.bandwidth == 0 || isMembership( graph, edge )
+                       || bandwidthAllows( graph, edge, held );
    return enough ? CspfRefusal::none : CspfRefusal::bandwidth;
 }
 

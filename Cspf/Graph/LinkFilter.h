@@ -66,22 +66,27 @@ class CspfLinkFilter {
    /// changes; copies the constraint. Memory is reused by the next call. O(edge bound).
    void apply( const CspfGraph & graph, CspfLinkConstraint constraint );
 
-   /// Takes the constraint alone, for `reason`; the other answers need `apply`. O(constraint).
+   /// Takes the constraint alone, for `reason` and `srlgCounts`; the other answers need `apply`.
+   /// O(constraint).
    void constraintIs( CspfLinkConstraint constraint );
 
    bool admitted( CspfEdge edge ) const { return admitted_[ index( edge ) ]; }
    /// One byte an edge, 1 when admitted; a number not in use is not.
    const uint8_t * admitted() const { return admitted_.data(); }
-   /// The first test that refuses the edge, or none. Agrees with `admitted`. Reads the graph as it
-   /// is, and nothing that `apply` worked out; cost of the few tests.
-   CspfRefusal reason( const CspfGraph & graph, CspfEdge edge ) const;
+   /// The first test that refuses the edge, or none. Agrees with `admitted`, where nothing is
+   /// `held`: bandwidth that the request may use there again, besides what the constraint knows.
+   /// Reads the graph as it is, and nothing that `apply` worked out; cost of the few tests.
+   CspfRefusal reason( const CspfGraph & graph, CspfEdge edge, uint64_t held = 0 ) const;
+
+   /// What the edge adds to a path's counts: excluded SRLGs that it carries, and SRLGs to include
+   /// that it lacks. Reads the graph as it is, and nothing that `apply` worked out.
+   std::pair< uint32_t, uint32_t > srlgCounts( const CspfGraph & graph, CspfEdge edge ) const;
 
    /// True when paths are ranked by SRLG counts before the metric.
    bool countsSrlgs() const { return countsSrlgs_; }
-   /// What the edge adds to a path's counts: excluded SRLGs that it carries.
-   uint32_t srlgExcludeCount( const CspfGraph & graph, CspfEdge edge ) const;
-   /// ... and SRLGs to include that it lacks. 0 for the step from a network to its router.
-   uint32_t srlgIncludeCount( const CspfGraph & graph, CspfEdge edge ) const;
+   /// The same counts of a link between routers, or to a network, by its list of SRLGs, wherever
+   /// the link is: excludes above, includes below, 32 bits each. Worked out by `apply`.
+   const std::vector< uint64_t > & countsByList() const { return countsByList_; }
 
    const CspfLinkConstraint & constraint() const { return constraint_; }
    /// The graph's version that the answers hold for.
@@ -109,12 +114,12 @@ class CspfLinkFilter {
    bool overloadRefuses( const CspfGraph & graph, CspfEdge edge ) const;
    bool hasExcludedInterface( const CspfGraph & graph, CspfEdge edge ) const;
    bool carriesExcludedSrlg( const CspfGraph & graph, CspfEdge edge ) const;
-   bool bandwidthAllows( const CspfGraph & graph, CspfEdge edge ) const;
+   bool bandwidthAllows( const CspfGraph & graph, CspfEdge edge, uint64_t held = 0 ) const;
    CspfRefusal attributeReason( const CspfGraph & graph, CspfEdge edge ) const;
 
    CspfLinkConstraint constraint_;
    std::vector< uint8_t > admitted_;
-   std::vector< uint32_t > excludeCount_, includeCount_;  // by SRLG list
+   std::vector< uint64_t > countsByList_;
    bool countsSrlgs_ = false;
    uint64_t graphVersion_ = 0;
    uint64_t serial_ = 0;

@@ -64,13 +64,17 @@ class CspfBucketQueue {
       used_[ bucket / 64 ] |= uint64_t{ 1 } << ( bucket % 64 );
    }
 
-   /// Calls `visit( key, vertex )` for each entry by rising key, those that it pushes included.
-   template< typename Visit >
-   void drain( Visit && visit ) {
+   /// Calls `visit( key, vertex )` for each entry by rising key, those that it pushes included, and
+   /// before a visit `expect( vertex )` for the vertex that may be visited next.
+   template< typename Visit, typename Expect >
+   void drain( Visit && visit, Expect && expect ) {
       while ( popped_ != pushed_ ) {
          uint32_t entry = takeBucket();
          do {
             const auto [ vertex, next ] = entries_[ entry ];
+            if ( next != empty ) {
+               expect( entries_[ next ].vertex );
+            }
             visit( now_, vertex );
             entry = next;
             ++popped_;
@@ -130,9 +134,9 @@ class CspfRadixHeap {
       ++size_;
    }
 
-   /// Calls `visit( key, vertex )` for each entry by rising key, those that it pushes included.
-   template< typename Visit >
-   void drain( Visit && visit ) {
+   /// As that of buckets; expects nothing.
+   template< typename Visit, typename Expect >
+   void drain( Visit && visit, Expect && ) {
       for ( ; size_; --size_ ) {
          if ( buckets_[ 0 ].empty() ) {
             spread();
@@ -165,6 +169,50 @@ class CspfRadixHeap {
    std::array< std::vector< Entry >, 97 > buckets_;
    size_t size_ = 0;
    Key now_{};  // the last key popped
+};
+
+/// A monotone queue for keys of which most count no SRLGs: these come first, by metric alone.
+class CspfSrlgQueue {
+ public:
+   /// As those of the queues that it is made of.
+   void begin( uint32_t largestStep, size_t pushes ) {
+      isNarrow_ = largestStep <= CspfBucketQueue::largestStepAllowed;
+      if ( isNarrow_ ) {
+         buckets_.begin( largestStep, pushes );
+      } else {
+         uncounted_.begin();
+      }
+      counted_.begin();
+   }
+
+   void push( CspfSrlgKey key, CspfVertex vertex ) {
+      if ( key.counts > 0 ) {
+         counted_.push( key, vertex );
+      } else if ( isNarrow_ ) {
+         buckets_.push( key.metric, vertex );
+      } else {
+         uncounted_.push( key.metric, vertex );
+      }
+   }
+
+   template< typename Visit, typename Expect >
+   void drain( Visit && visit, Expect && expect ) {
+      const auto uncounted = [ & ]( CspfMetricKey metric, CspfVertex vertex ) {
+         visit( CspfSrlgKey{ 0, metric }, vertex );
+      };
+      if ( isNarrow_ ) {
+         buckets_.drain( uncounted, expect );
+      } else {
+         uncounted_.drain( uncounted, expect );
+      }
+      counted_.drain( visit, expect );
+   }
+
+ private:
+   bool isNarrow_ = true;
+   CspfBucketQueue buckets_;
+   CspfRadixHeap< CspfMetricKey > uncounted_;
+   CspfRadixHeap< CspfSrlgKey > counted_;
 };
 
 }

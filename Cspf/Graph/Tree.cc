@@ -1,8 +1,7 @@
 // The result of a run: costs, last links, and the order in which routers became final.
 //
-// A run leaves one last link at each vertex and a log of links that tied with it at some time.
-// Here the log becomes groups: links that still attain the final cost, in order, behind the vertex
-// they lead to. Most vertices have one last link and no group.
+// A run leaves the least costs, then tells each link that attains one. Most vertices have one last
+// link; where there are several they are chained up, and become a group, in order.
 //
 // The order among equal costs never comes from the queue, which is free to pop them as it likes,
 // but from ranks. One case asks for care: in a reverse tree the step onto a network is free, so
@@ -28,7 +27,7 @@ CspfTree::cost( CspfVertex vertex ) const {
 size_t
 CspfTree::tentative() const {
    const auto labelled = std::ranges::count_if(
-      labels_, []( const Label & label ) { return label.metric != unreachedMetric; } );
+      metrics_, []( uint32_t metric ) { return metric != unreachedMetric; } );
    return static_cast< size_t >( labelled ) - reached_.size();
 }
 
@@ -39,12 +38,14 @@ CspfTree::begin( const CspfGraph & graph, const CspfRunOptions & options, bool w
    groups_.clear();
    const size_t bound = graph.vertexBound(), counted = withSrlgs ? bound : 0;
    constexpr uint64_t unreachedCounts = ~uint64_t{ 0 };
-   if ( labels_.size() != bound || counts_.size() != counted || reached_.size() > bound / 8 ) {
-      labels_.assign( bound, Label{} );
+   if ( metrics_.size() != bound || counts_.size() != counted || reached_.size() > bound / 8 ) {
+      metrics_.assign( bound, unreachedMetric );
+      lasts_.assign( bound, Last{} );
       counts_.assign( counted, unreachedCounts );
    } else {
       for ( CspfVertex vertex : reached_ ) {
-         labels_[ index( vertex ) ] = Label{};
+         metrics_[ index( vertex ) ] = unreachedMetric;
+         lasts_[ index( vertex ) ] = Last{};
          if ( withSrlgs ) {
             counts_[ index( vertex ) ] = unreachedCounts;
          }
@@ -60,44 +61,64 @@ CspfTree::group( CspfEdge last ) {
 }
 
 void
-CspfTree::collectTies( const CspfGraph & graph, std::vector< Tie > & ties ) {
-   std::erase_if( ties, [ & ]( const Tie & tie ) { return tie.cost != cost( tie.vertex ); } );
-   if ( ties.empty() ) {
+CspfTree::takeLast( CspfVertex vertex, const Last & link ) {
+   Last & last = lasts_[ index( vertex ) ];
+   if ( last.edge == noEdge ) {
+      last = link;
       return;
    }
-   std::ranges::sort( ties, {}, []( const Tie & tie ) {
-      return uint64_t{ index( tie.vertex ) } << 32 | index( tie.edge );
-   } );
-   for ( size_t i = 0; i < ties.size(); ) {
-      const CspfVertex vertex = ties[ i ].vertex;
+   if ( !( index( last.edge ) & groupBit ) ) {
+      grouped_.push_back( vertex );
+      ties_.push_back( { last.edge, none } );
+      last.edge = CspfEdge{ groupBit };
+      last.before = CspfVertex{ static_cast< uint32_t >( ties_.size() - 1 ) };
+   }
+   ties_.push_back( { link.edge, index( last.before ) } );
+   last.before = CspfVertex{ static_cast< uint32_t >( ties_.size() - 1 ) };
+}
+
+/// Makes a group of each chain of links, which hangs on its vertex.
+void
+CspfTree::makeGroups( const CspfGraph & graph ) {
+   for ( const CspfVertex vertex : grouped_ ) {
+      Last & last = lasts_[ index( vertex ) ];
       const size_t head = groups_.size();
       groups_.push_back( noEdge );
-      groups_.push_back( labels_[ index( vertex ) ].last );
-      for ( ; i < ties.size() && ties[ i ].vertex == vertex; ++i ) {
-         groups_.push_back( ties[ i ].edge );
+      for ( uint32_t tie = index( last.before ); tie != none; tie = ties_[ tie ].next ) {
+         groups_.push_back( ties_[ tie ].edge );
       }
       groups_[ head ] = CspfEdge{ static_cast< uint32_t >( groups_.size() - head - 1 ) };
-      labels_[ index( vertex ) ].last = CspfEdge{ groupBit | static_cast< uint32_t >( head ) };
+      last = { CspfEdge{ groupBit | static_cast< uint32_t >( head ) }, noVertex };
    }
    for ( const bool networks : { true, false } ) {  // routers' order rests on that of networks
-      CspfVertex done = noVertex;
-      for ( const Tie & tie : ties ) {
-         if ( tie.vertex != done && graph.isNetwork( tie.vertex ) == networks ) {
-            orderTies( graph, done = tie.vertex );
+      for ( const CspfVertex vertex : grouped_ ) {
+         if ( graph.isNetwork( vertex ) == networks ) {
+            orderTies( graph, vertex );
          }
       }
    }
+   ties_.clear();
+   grouped_.clear();
 }
 
 /// A router that stands on a network several times is reached from it once, by its first link
 /// there.
 void
 CspfTree::orderTies( const CspfGraph & graph, CspfVertex vertex ) {
-   Label & label = labels_[ index( vertex ) ];
-   const std::span< CspfEdge > links = group( label.last );
+   Last & last = lasts_[ index( vertex ) ];
+   const std::span< CspfEdge > links = group( last.edge );
    const auto isStep = [ & ]( CspfEdge edge ) {
       return graph.kind( edge ) == CspfEdgeKind::networkToRouter;
    };
+   if ( std::ranges::none_of( links, isStep ) ) {
+      const auto rank = [ & ]( CspfEdge edge ) { return graph.keyRank( edge ); };
+      if ( links.size() > 2 ) {
+         std::ranges::sort( links, {}, rank );
+      } else if ( rank( links[ 1 ] ) < rank( links[ 0 ] ) ) {
+         std::swap( links[ 0 ], links[ 1 ] );
+      }
+      return;
+   }
    std::ranges::sort( links, {}, [ & ]( CspfEdge edge ) {
       const CspfEdge key = isStep( edge ) ? entryLink( graph, graph.from( edge ) ) : edge;
       const CspfEdge own = isStep( edge ) ? graph.reverse( edge ) : edge;
@@ -107,9 +128,9 @@ CspfTree::orderTies( const CspfGraph & graph, CspfVertex vertex ) {
       return isStep( a ) && isStep( b ) && graph.from( a ) == graph.from( b );
    } );
    const auto kept = static_cast< std::size_t >( end - links.begin() );
-   groups_[ index( label.last ) & ~groupBit ] = CspfEdge{ static_cast< uint32_t >( kept ) };
+   groups_[ index( last.edge ) & ~groupBit ] = CspfEdge{ static_cast< uint32_t >( kept ) };
    if ( kept == 1 ) {
-      label = { label.metric, links[ 0 ], graph.from( links[ 0 ] ) };
+      last = { links[ 0 ], graph.from( links[ 0 ] ) };
    }
 }
 

@@ -48,21 +48,21 @@ class CspfTree {
 
    bool reached( CspfVertex vertex ) const { return metric( vertex ) != unreachedMetric; }
    /// unreachedMetric when there is no path.
-   uint32_t metric( CspfVertex vertex ) const { return labels_[ index( vertex ) ].metric; }
+   uint32_t metric( CspfVertex vertex ) const { return metrics_[ index( vertex ) ]; }
    /// REQUIRES: the vertex is reached.
    CspfCost cost( CspfVertex vertex ) const;
 
    /// All equal-cost last links of a reached vertex, in order; empty for the source and for
    /// vertices without a path.
    std::span< const CspfEdge > lastLinks( CspfVertex vertex ) const {
-      const CspfEdge & last = labels_[ index( vertex ) ].last;
+      const CspfEdge & last = lasts_[ index( vertex ) ].edge;
       if ( !( index( last ) & groupBit ) ) {
          return { &last, 1 };
       }
       return last == noEdge ? std::span< const CspfEdge >() : group( last );
    }
    /// The vertex that the only last link comes from. REQUIRES: there is exactly one last link.
-   CspfVertex before( CspfVertex vertex ) const { return labels_[ index( vertex ) ].before; }
+   CspfVertex before( CspfVertex vertex ) const { return lasts_[ index( vertex ) ].before; }
    /// Reached vertices by rising cost, the source first; equal costs in no particular order.
    std::span< const CspfVertex > reachedVertices() const { return reached_; }
    /// Vertices that have a cost but are not final: none outside of a run. O(vertices).
@@ -82,15 +82,21 @@ class CspfTree {
    friend class CspfTreeRun;
    static constexpr uint32_t groupBit = 0x80000000;
 
-   struct Label {
-      uint32_t metric = unreachedMetric;
-      CspfEdge last = noEdge;        // one link, or groupBit and a position in groups_
-      CspfVertex before = noVertex;  // where the one link comes from: walks back read labels alone
+   static constexpr uint32_t none = 0xFFFFFFFF;
+
+   struct Last {
+      CspfEdge edge = noEdge;        // one link, or groupBit and a position in groups_
+      CspfVertex before = noVertex;  // where the one link comes from: walks back read this alone
    };
+   /// An arc that attains the cost of its far end.
+   struct Attaining {
+      CspfVertex from;
+      uint32_t arc;  // its place
+   };
+   /// One of the equal links of a vertex, while groups are made.
    struct Tie {
-      CspfVertex vertex;
       CspfEdge edge;
-      CspfCost cost;
+      uint32_t next;  // another one of the same vertex, or none
    };
    /// Where a router stands among routers of equal cost.
    struct Place {
@@ -100,7 +106,8 @@ class CspfTree {
    };
 
    void begin( const CspfGraph & graph, const CspfRunOptions & options, bool withSrlgs );
-   void collectTies( const CspfGraph & graph, std::vector< Tie > & ties );
+   void takeLast( CspfVertex vertex, const Last & link );
+   void makeGroups( const CspfGraph & graph );
    void orderTies( const CspfGraph & graph, CspfVertex vertex );
    std::span< CspfEdge > group( CspfEdge last );
    std::span< const CspfEdge > group( CspfEdge last ) const {
@@ -112,10 +119,13 @@ class CspfTree {
 
    CspfRunOptions options_;
    uint64_t graphVersion_ = 0;
-   std::vector< Label > labels_;     // by vertex
-   std::vector< uint64_t > counts_;  // by vertex: excludes above, includes below; empty if unused
-   std::vector< CspfEdge > groups_;  // each group: how many links, then the links
+   std::vector< uint32_t > metrics_;  // by vertex
+   std::vector< Last > lasts_;        // by vertex
+   std::vector< uint64_t > counts_;   // by vertex: excludes above, includes below; empty if unused
+   std::vector< CspfEdge > groups_;   // each group: how many links, then the links
    std::vector< CspfVertex > reached_;
+   std::vector< Tie > ties_;            // empty but while groups are made
+   std::vector< CspfVertex > grouped_;  // ... and the vertices that have some
 };
 
 }

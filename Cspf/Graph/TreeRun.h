@@ -6,6 +6,7 @@
 
 #include "platform/Lum/Assert.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <type_traits>
 #include <utility>
@@ -14,8 +15,8 @@
 namespace Cspf {
 
 /// Hears what happens in a run, in the order of the queue: by rising cost, equal costs in any
-/// order. Refused edges are not offered; CspfArcs::refusal tells why. This one hears nothing and
-/// costs nothing.
+/// order. A vertex that was made final has its metric and one last link in the tree. Refused edges
+/// are not offered; CspfArcs::refusal tells why. This one hears nothing and costs nothing.
 struct CspfNoObserver {
    void madeFinal( CspfVertex ) {}
    /// The edge leads to its far end at a new least cost, or at the cost known so far.
@@ -45,46 +46,40 @@ class CspfTreeRun {
    const CspfArcs & arcs() const { return arcs_; }
 
  private:
-   /// Labels of the tree under way, for plain runs: the metric is the whole cost.
+   /// Costs of the tree under way, for plain runs: the metric is the whole cost.
    struct MetricLabels {
       using Key = CspfMetricKey;
-      MetricLabels( CspfTree & tree, const CspfArcs & ) : labels( tree.labels_.data() ) {}
+      MetricLabels( CspfTree & tree, const CspfArcs & ) : metrics( tree.metrics_.data() ) {}
       static uint32_t metric( Key key ) { return key; }
-      static bool atMost( Key a, Key b ) { return a <= b; }
+      static bool below( Key a, Key b ) { return a < b; }
       Key next( Key key, const CspfArcs::Arc & arc ) const { return key + arc.metric; }
-      Key known( CspfVertex vertex ) const { return labels[ index( vertex ) ].metric; }
-      CspfCost cost( Key key ) const { return { 0, 0, key }; }
-      void set( CspfVertex vertex, Key key, CspfEdge last, CspfVertex before ) {
-         labels[ index( vertex ) ] = { key, last, before };
-      }
-      CspfTree::Label * labels;
+      Key known( CspfVertex vertex ) const { return metrics[ index( vertex ) ]; }
+      void set( CspfVertex vertex, Key key ) { metrics[ index( vertex ) ] = key; }
+      uint32_t * metrics;
    };
    /// ... and for runs that rank paths by SRLG counts first.
    struct SrlgLabels {
       using Key = CspfSrlgKey;
       SrlgLabels( CspfTree & tree, const CspfArcs & arcs )
          : arcs( arcs ),
-           labels( tree.labels_.data() ),
+           metrics( tree.metrics_.data() ),
            counts( tree.counts_.data() ) {}
       static uint32_t metric( Key key ) { return key.metric; }
-      static bool atMost( Key a, Key b ) {  // without a branch
-         return ( a.counts < b.counts ) | ( ( a.counts == b.counts ) & ( a.metric <= b.metric ) );
+      static bool below( Key a, Key b ) {  // without a branch
+         return ( a.counts < b.counts ) | ( ( a.counts == b.counts ) & ( a.metric < b.metric ) );
       }
       Key next( Key key, const CspfArcs::Arc & arc ) const {
          return { key.counts + arcs.counts( arc ), key.metric + arc.metric };
       }
       Key known( CspfVertex vertex ) const {
-         return { counts[ index( vertex ) ], labels[ index( vertex ) ].metric };
+         return { counts[ index( vertex ) ], metrics[ index( vertex ) ] };
       }
-      CspfCost cost( Key key ) const {
-         return { uint32_t( key.counts >> 32 ), uint32_t( key.counts ), key.metric };
-      }
-      void set( CspfVertex vertex, Key key, CspfEdge last, CspfVertex before ) {
-         labels[ index( vertex ) ] = { key.metric, last, before };
+      void set( CspfVertex vertex, Key key ) {
+         metrics[ index( vertex ) ] = key.metric;
          counts[ index( vertex ) ] = key.counts;
       }
       const CspfArcs & arcs;
-      CspfTree::Label * labels;
+      uint32_t * metrics;
       uint64_t * counts;
    };
 
@@ -105,11 +100,24 @@ class CspfTreeRun {
    void take( CspfVertex vertex, const CspfArcs::Arc & arc, typename Labels::Key key,
               Labels & labels, Queue & queue, Observer & observer );
 
+   template< typename Observer >
+   static constexpr bool isHeard =
+      !std::is_same_v< std::remove_cvref_t< Observer >, CspfNoObserver >;
+   static bool isExpanded( const CspfGraph & graph, const CspfTree & tree, CspfVertex vertex ) {
+      return !tree.options_.singleHop || vertex == tree.source() || !graph.isRouter( vertex );
+   }
+   template< typename Labels >
+   void findLastLinks( const CspfGraph & graph, CspfTree & tree );
+   template< typename Labels >
+   void findAttaining( CspfVertex vertex, const Labels & labels );
+
    CspfArcs arcs_;
    CspfBucketQueue buckets_;
    CspfRadixHeap< CspfMetricKey > heap_;
-   CspfRadixHeap< CspfSrlgKey > srlgHeap_;
-   std::vector< CspfTree::Tie > ties_;
+   CspfSrlgQueue srlgQueue_;
+   std::vector< CspfTree::Attaining > attaining_;  // used up to attainings_
+   size_t attainings_ = 0;
+   CspfTree::Last * tellingLasts_ = nullptr;  // of the tree under way, for those who hear of it
 };
 
 template< typename Observer >
@@ -119,18 +127,21 @@ CspfTreeRun::run( const CspfGraph & graph, const CspfLinkFilter & filter,
    LUM_ASSERT( graph.has( options.source ) );
    arcs_.build( graph, filter, options );
    tree.begin( graph, options, arcs_.countsSrlgs() );
-   ties_.clear();
+   tellingLasts_ = tree.lasts_.data();
    if ( arcs_.countsSrlgs() ) {
-      srlgHeap_.begin();
-      walk< SrlgLabels >( graph, tree, srlgHeap_, observer );
-   } else if ( arcs_.metricBits() <= CspfBucketQueue::largestStepAllowed ) {
+      srlgQueue_.begin( arcs_.metricBits(), arcs_.size() + 1 );
+      walk< SrlgLabels >( graph, tree, srlgQueue_, observer );
+      findLastLinks< SrlgLabels >( graph, tree );
+      return;
+   }
+   if ( arcs_.metricBits() <= CspfBucketQueue::largestStepAllowed ) {
       buckets_.begin( arcs_.metricBits(), arcs_.size() + 1 );
       walk< MetricLabels >( graph, tree, buckets_, observer );
    } else {
       heap_.begin();
       walk< MetricLabels >( graph, tree, heap_, observer );
    }
-   tree.collectTies( graph, ties_ );
+   findLastLinks< MetricLabels >( graph, tree );
 }
 
 template< typename Labels, typename Queue, typename Observer >
@@ -139,26 +150,30 @@ CspfTreeRun::walk( const CspfGraph & graph, CspfTree & tree, Queue & memory, Obs
    Queue queue = std::move( memory );  // locals' fields can stay in registers
    Labels labels( tree, arcs_ );
    const CspfVertex source = tree.source();
-   const bool singleHop = tree.options_.singleHop;
-   labels.set( source, {}, noEdge, noVertex );
+   labels.set( source, {} );
    queue.push( {}, source );
    Step< typename Labels::Key > lastLink;
-   queue.drain( [ & ]( typename Labels::Key key, CspfVertex vertex ) {
-      const Step< typename Labels::Key > linkInfo{ key };
-      const typename Labels::Key shortestPathCost = labels.known( vertex );
-      LUM_ASSERT( lastLink.cspfLinkInfoKey() <= linkInfo.cspfLinkInfoKey() );
-      LUM_ASSERT( shortestPathCost <= linkInfo.cost() );
-      lastLink = linkInfo;
-      if ( shortestPathCost != key ) {
-         return;  // reached at less cost since this entry was queued
-      }
-      tree.reached_.push_back( vertex );
-      observer.madeFinal( vertex );
-      if ( !singleHop || vertex == source || !graph.isRouter( vertex ) ) {
-         relax( vertex, key, labels, queue, observer );
-      }
-   } );
+   queue.drain(
+      [ & ]( typename Labels::Key key, CspfVertex vertex ) {
+         const Step< typename Labels::Key > linkInfo{ key };
+         const typename Labels::Key shortestPathCost = labels.known( vertex );
+         LUM_ASSERT( lastLink.cspfLinkInfoKey() <= linkInfo.cspfLinkInfoKey() );
+         LUM_ASSERT( shortestPathCost <= linkInfo.cost() );
+         lastLink = linkInfo;
+         if ( shortestPathCost != key ) {
+            return;  // reached at less cost since this entry was queued
+         }
+         tree.reached_.push_back( vertex );
+         observer.madeFinal( vertex );
+         if ( isExpanded( graph, tree, vertex ) ) {
+            relax( vertex, key, labels, queue, observer );
+         }
+      },
+      [ this ]( CspfVertex vertex ) { arcs_.fetch( vertex ); } );
    memory = std::move( queue );
+   if constexpr ( isHeard< Observer > ) {
+      std::ranges::fill( tree.lasts_, CspfTree::Last{} );
+   }
 }
 
 template< typename Labels, typename Queue, typename Observer >
@@ -168,7 +183,6 @@ CspfTreeRun::relax( CspfVertex vertex, typename Labels::Key key, Labels & labels
    // First all arcs are judged without a branch, then the few that matter are taken: which ones
    // they are cannot be predicted, and a wrong guess costs more than the judgement of a block.
    constexpr size_t block = 64;
-   constexpr bool heard = !std::is_same_v< Observer, CspfNoObserver >;
    const CspfArcs::Arc * steps[ block ];
    const uint32_t room = maxPathMetric - Labels::metric( key );
    const std::span< const CspfArcs::Arc > out = arcs_.out( vertex );
@@ -177,8 +191,8 @@ CspfTreeRun::relax( CspfVertex vertex, typename Labels::Key key, Labels & labels
       size_t count = 0;
       for ( ; arc != blockEnd; ++arc ) {
          steps[ count ] = arc;
-         count += Labels::atMost( labels.next( key, *arc ), labels.known( arc->to ) )
-                  | ( arc->metric > room ) | heard;
+         count += Labels::below( labels.next( key, *arc ), labels.known( arc->to ) )
+                  | ( arc->metric > room ) | isHeard< Observer >;
       }
       for ( size_t i = 0; i < count; ++i ) {
          take( vertex, *steps[ i ], key, labels, queue, observer );
@@ -188,8 +202,8 @@ CspfTreeRun::relax( CspfVertex vertex, typename Labels::Key key, Labels & labels
 
 template< typename Labels, typename Queue, typename Observer >
 inline void
-CspfTreeRun::take( CspfVertex vertex, const CspfArcs::Arc & arc, typename Labels::Key key,
-                   Labels & labels, Queue & queue, Observer & observer ) {
+CspfTreeRun::take( [[maybe_unused]] CspfVertex vertex, const CspfArcs::Arc & arc,
+                   typename Labels::Key key, Labels & labels, Queue & queue, Observer & observer ) {
    if ( arc.metric > maxPathMetric - Labels::metric( key ) ) {
       observer.tooFar( arcs_.edge( arc ) );
       return;
@@ -197,15 +211,59 @@ CspfTreeRun::take( CspfVertex vertex, const CspfArcs::Arc & arc, typename Labels
    const typename Labels::Key next = labels.next( key, arc );
    const typename Labels::Key known = labels.known( arc.to );
    if ( next < known ) {
-      labels.set( arc.to, next, arcs_.edge( arc ), vertex );
+      labels.set( arc.to, next );
       queue.push( next, arc.to );
+      if constexpr ( isHeard< Observer > ) {
+         tellingLasts_[ index( arc.to ) ] = { arcs_.edge( arc ), vertex };
+      }
       observer.improved( arcs_.edge( arc ) );
    } else if ( next == known ) {
-      ties_.push_back( { arc.to, arcs_.edge( arc ), labels.cost( next ) } );
       observer.equalCost( arcs_.edge( arc ) );
    } else {
       observer.worse( arcs_.edge( arc ) );
    }
+}
+
+/// Vertices in order of their numbers, in which arcs lie; where few are reached, these alone.
+template< typename Labels >
+void
+CspfTreeRun::findLastLinks( const CspfGraph & graph, CspfTree & tree ) {
+   const Labels labels( tree, arcs_ );
+   attaining_.resize( arcs_.size() + 1 );  // one more: each is written before it is judged
+   attainings_ = 0;
+   if ( tree.reached_.size() > graph.vertexBound() / 8 ) {
+      for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
+         if ( tree.reached( CspfVertex{ v } ) && isExpanded( graph, tree, CspfVertex{ v } ) ) {
+            findAttaining( CspfVertex{ v }, labels );
+         }
+      }
+   } else {
+      for ( const CspfVertex vertex : tree.reached_ ) {
+         if ( isExpanded( graph, tree, vertex ) ) {
+            findAttaining( vertex, labels );
+         }
+      }
+   }
+   for ( size_t i = 0; i < attainings_; ++i ) {
+      const auto [ from, place ] = attaining_[ i ];
+      const CspfArcs::Arc & arc = arcs_.at( place );
+      tree.takeLast( arc.to, { arcs_.edge( arc ), from } );
+   }
+   tree.makeGroups( graph );
+}
+
+template< typename Labels >
+inline void
+CspfTreeRun::findAttaining( CspfVertex vertex, const Labels & labels ) {
+   const typename Labels::Key key = labels.known( vertex );
+   const uint32_t room = maxPathMetric - Labels::metric( key );
+   CspfTree::Attaining * const attaining = attaining_.data();
+   size_t count = attainings_;
+   for ( const CspfArcs::Arc & arc : arcs_.out( vertex ) ) {
+      attaining[ count ] = { vertex, arcs_.place( arc ) };
+      count += ( labels.next( key, arc ) == labels.known( arc.to ) ) & ( arc.metric <= room );
+   }
+   attainings_ = count;
 }
 
 }

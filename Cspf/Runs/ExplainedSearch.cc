@@ -66,8 +66,8 @@ ExplainedSearch::refusal( CspfEdge edge ) const {
 
 CspfCost
 ExplainedSearch::step( CspfEdge edge ) const {
-   return { filter_.srlgExcludeCount( graph(), edge ), filter_.srlgIncludeCount( graph(), edge ),
-            CspfArcs::stepMetric( graph(), edge, options_ ) };
+   const auto [ excludes, lacks ] = filter_.srlgCounts( graph(), edge );
+   return { excludes, lacks, CspfArcs::stepMetric( graph(), edge, options_ ) };
 }
 
 namespace {
