@@ -367,18 +367,17 @@ TEST( CspfTree, randomGraphsAreJudgedRight ) {
    EXPECT_GT( tied, 2000u );
 }
 
-/// A constraint that follows a storm, by labels and the links that it refuses besides.
+/// A constraint that follows a storm, by labels, the links that it refuses besides, and those on
+/// which it holds bandwidth.
 struct Follower {
    Follower( Storm & storm, CspfLabelMemory & memory ) : storm( storm ), memory( memory ) {
       constraint = storm.constraint();
-      constraint.includedSrlgs = {};
-      constraint.srlgStrict = true;
       constraint.excludedEdges = {};
       constraint.excludedInterfaces = {};
       constraint.excludedVertices = {};
       constraint.ownReservations = {};
       options = storm.options( constraint.root );
-      options.reverse = options.singleHop = false;
+      options.singleHop = false;
    }
 
    /// False where nothing is left to follow.
@@ -393,13 +392,19 @@ struct Follower {
       }
       labels->advance( graph, memory );
       all = all || !labels->touchedSince( steps, graph.vertexBound(), touched );
-      if ( all || std::ranges::any_of( overlay.refused(), [ & ]( auto e ) {
-              return !graph.has( e );
-           } ) ) {
-         overlay = CspfOverlay( { storm.anyLink(), storm.anyLink() } );
+      const auto isGone = [ & ]( CspfEdge edge ) { return !graph.has( edge ); };
+      if ( all || std::ranges::any_of( refused, isGone ) ) {
+         refused = { storm.anyLink(), storm.anyLink() };
+         overlay = CspfOverlay( refused );
          all = true;
       }
-      concerned = all || overlay.isConcerned( touched );
+      std::erase_if( held, [ & ]( const auto & entry ) { return isGone( entry.first ); } );
+      if ( const CspfEdge edge = storm.anyLink();
+           std::ranges::count( held, edge, &std::pair< CspfEdge, uint64_t >::first ) == 0 ) {
+         held.emplace_back( edge, constraint.bandwidth );
+      }
+      const bool regranted = overlay.heldIs( graph, *labels, held );
+      concerned = all || regranted || overlay.isConcerned( touched );
       steps = labels->steps();
       return !concerned || overlay.compute( graph, *labels, memory, differs );
    }
@@ -414,6 +419,8 @@ struct Follower {
    CspfLabelMemory & memory;
    CspfLinkConstraint constraint;
    CspfRunOptions options;
+   std::vector< CspfEdge > refused;
+   std::vector< std::pair< CspfEdge, uint64_t > > held;
    std::optional< CspfLabels > labels;
    CspfOverlay overlay;
    CspfTouched touched;
@@ -450,7 +457,8 @@ TEST( CspfLabels, whatFollowsIsWhatARunFinds ) {
             break;
          }
          CspfLinkConstraint whole = follower.constraint;
-         whole.excludedEdges = follower.overlay.refused();
+         whole.excludedEdges = follower.refused;
+         whole.ownReservations = follower.held;
          filter.apply( storm.graph, whole );
          run.run( storm.graph, filter, follower.options, tree );
          const CspfLabelTree kept( storm.graph, *follower.labels, follower.overlay );
@@ -469,6 +477,7 @@ TEST( CspfLabels, whatFollowsIsWhatARunFinds ) {
                continue;
             }
             ASSERT_EQ( kept.metric( vertex ), tree.metric( vertex ) ) << v << " at step " << step;
+            ASSERT_TRUE( !kept.reached( vertex ) || kept.cost( vertex ) == tree.cost( vertex ) );
             const auto links = kept.lastLinks( vertex );
             ASSERT_TRUE( std::ranges::equal( links, tree.lastLinks( vertex ) ) ) << v;
             const bool same = std::ranges::equal( links, before[ v ] );

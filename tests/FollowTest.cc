@@ -46,7 +46,8 @@ wholeState( TestLab & lab ) {
    return state.dump() + std::regex_replace( lab.dump(), address, "" );
 }
 
-/// A network of sixty routers, some on LANs, with few metrics: many paths are equal.
+/// A network of sixty routers, some on LANs, with few metrics: many paths are equal. What links
+/// have left of their bandwidth is drawn anew all the time, whatever paths hold there.
 class WideStorm {
  public:
    explicit WideStorm( unsigned seed ) : engine_( seed ) {}
@@ -60,13 +61,20 @@ class WideStorm {
          text += router( 9 * lan + below( 9 ) ) + " =lan" + std::to_string( lan ) + "= "
                  + router( 30 + below( 15 ) ) + " " + router( 45 + below( 15 ) ) + "; ";
       }
-      return text + "A -7- R1; A -7- R1; A -9- R30";
+      return text + "A -7{bw 100}- R1; A -7{bw 100}- R1; A -9{bw 100}- R30";
+   }
+
+   /// Two interfaces of the agent's router have SRLGs.
+   static Json interfaces() {
+      return {
+         { "interfaces",
+           { { "A-R1.a", { { "srlg", { 1, 2 } } } }, { "A-R30.a", { { "srlg", { 3 } } } } } } };
    }
 
    void event( TestLab & lab ) {
       const Json & links = lab.document()[ "topologies" ][ "core" ][ "links" ];
       const std::string name = std::next( links.begin(), below( links.size() ) ).key();
-      switch ( below( 8 ) ) {
+      switch ( below( 10 ) ) {
       case 0: ask( lab ); break;
       case 1: lab.link( name, { { "up", false } } ); break;
       case 2: lab.link( name, { { "up", true } } ); break;
@@ -79,14 +87,24 @@ class WideStorm {
                                 { { router( below( routers ) ),
                                     { { "overload", below( 2 ) == 0 } } } } } } } } } } );
          break;
+      case 6: lab.link( name, { { "unreserved", 10 * below( 11 ) } } ); break;
+      case 7:
+         lab.link( name, { { "ab", { { "unreserved", { 0, 0, 0, 0, 9, 50, 50, 50 } } } } } );
+         break;
       default: lab.link( name, { { "metric", 1 + below( 4 ) } } );
       }
    }
 
    void ask( TestLab & lab ) {
+      const unsigned n = paths_ > 20 && below( 4 ) == 0 ? 1 + below( paths_ ) : ++paths_;
+      lab.request( n % 9 ? "cli" : "rsvp", "p" + std::to_string( n ), router( below( routers ) ),
+                   constraint(), { { "id", n } } );
+   }
+
+   Json constraint() {
       Json constraint = Json::object();
       const std::string address = "10.64.0." + std::to_string( 2 + below( 240 ) );
-      switch ( below( 7 ) ) {
+      switch ( below( 11 ) ) {
       case 0: constraint[ "excludeLinkWithIp" ] = { address }; break;
       case 1: constraint[ "excludeIntf" ] = "A-R1.a"; break;
       case 2:
@@ -94,13 +112,28 @@ class WideStorm {
                                          { "nexthopIntf", "A-R1.a" } };
          break;
       case 3: constraint[ "excludeAdminGroup" ] = 1 << below( 3 ); break;
-      case 4: constraint[ "bandwidth" ] = 10; break;
-      case 5: constraint[ "reversePath" ] = true; break;
+      case 4:
+      case 5:
+         constraint[ "bandwidth" ] = 10 * ( 1 + below( 6 ) );
+         constraint[ "bwSetupPriority" ] = below( 8 );
+         constraint[ "sharedBwGroupId" ] = below( 5 );
+         break;
+      case 6: constraint[ "reversePath" ] = true; break;
+      case 7:
+      case 8:
+         constraint[ "excludeIntf" ] = below( 2 ) ? "A-R1.a" : "A-R30.a";
+         constraint[ "excludeSrlg" ] = true;
+         break;
+      case 9:
+         constraint[ "includeHop" ] = {
+            { { "addr", "10.0.0." + std::to_string( 2 + below( routers ) ) }, { "loose", true } } };
+         break;
       default: break;
       }
-      const unsigned n = ++paths_;
-      lab.request( n % 9 ? "cli" : "rsvp", "p" + std::to_string( n ), router( below( routers ) ),
-                   constraint, { { "id", n } } );
+      if ( below( 6 ) == 0 ) {
+         constraint[ "excludeLinkWithIp" ] = { address };
+      }
+      return constraint;
    }
 
    unsigned below( std::size_t n ) { return static_cast< unsigned >( engine_() % n ); }
@@ -109,9 +142,9 @@ class WideStorm {
    static constexpr unsigned routers = 60;
    std::string router( unsigned n ) const { return "R" + std::to_string( n ); }
    std::string link( unsigned a, unsigned b ) {
-      return a == b
-                ? ""
-                : router( a ) + " -" + std::to_string( 1 + below( 4 ) ) + "- " + router( b ) + "; ";
+      return a == b ? ""
+                    : router( a ) + " -" + std::to_string( 1 + below( 4 ) ) + "{bw 100}- "
+                         + router( b ) + "; ";
    }
 
    std::mt19937 engine_;
@@ -123,7 +156,7 @@ std::vector< std::string >
 statesOfWideStorm( unsigned seed ) {
    std::srand( seed );
    WideStorm storm( seed );
-   TestLab lab( storm.text() );
+   TestLab lab( storm.text(), storm.interfaces() );
    for ( int n = 0; n < 60; ++n ) {
       storm.ask( lab );
    }

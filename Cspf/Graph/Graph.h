@@ -61,6 +61,7 @@ struct CspfEdgeColumns {
 /// Something of an edge between these two, or of the vertex (twice the same), is not as it was.
 struct CspfEdgeChange {
    CspfVertex from, to;
+   auto operator<=>( const CspfEdgeChange & ) const = default;
 };
 
 /// All topologies of one VRF and family in one view, as path computation walks them.

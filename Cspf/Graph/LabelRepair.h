@@ -4,6 +4,7 @@
 #include "Cspf/Graph/TreeRun.h"
 
 #include <algorithm>
+#include <compare>
 #include <cstdint>
 #include <functional>
 #include <span>
@@ -11,23 +12,57 @@
 
 namespace Cspf {
 
-/// Brings the least metrics from one root in line with a graph of which some edges have changed, at
-/// the cost of the vertices whose metric moves. (G. Ramalingam and T. Reps, J. Algorithms 21,
-/// 1996.)
+// What labels are made of: the metric alone, or, where paths are ranked by SRLGs, the whole cost.
+
+template< class Cost >
+inline constexpr Cost cspfUnreached = CspfTree::unreachedMetric;
+template<>
+inline constexpr CspfCost cspfUnreached< CspfCost > = {
+   CspfTree::unreachedMetric, CspfTree::unreachedMetric, CspfTree::unreachedMetric };
+
+inline uint32_t
+metricOf( uint32_t cost ) {
+   return cost;
+}
+inline uint32_t
+metricOf( const CspfCost & cost ) {
+   return cost.metric;
+}
+inline uint32_t
+costSum( uint32_t cost, uint32_t step ) {
+   return cost + step;
+}
+inline CspfCost
+costSum( const CspfCost & cost, const CspfCost & step ) {
+   return { cost.srlgExclude + step.srlgExclude, cost.srlgInclude + step.srlgInclude,
+            cost.metric + step.metric };
+}
+/// Whether a path of that cost may go on by a step of that one; neither may where it is unreached.
+template< class Cost >
+bool
+mayFollow( const Cost & cost, const Cost & step ) {
+   return cost
+             != cspfUnreached<
+                Cost > && step != cspfUnreached< Cost > && uint64_t{ metricOf( cost ) } + metricOf( step ) <= CspfTreeRun::maxPathMetric;
+}
+
+/// Brings the least costs from one root in line with a graph of which some edges have changed, at
+/// the price of the vertices whose cost moves. (G. Ramalingam and T. Reps, J. Algorithms 21, 1996.)
 ///
-/// First every label that has lost what it rested on is found, by rising metric; these are worked
+/// First every label that has lost what it rested on is found, by rising cost; these are worked
 /// out of the others, and what became less is spread. A label rests on an edge that attains it.
 /// Steps that cost nothing lead from LANs to routers alone, so no labels can rest on each other.
 ///
-/// `Labels` has `get( vertex )`, `set( vertex, metric )` and `step( edge )`; the latter gives what
+/// `Labels` has `get( vertex )`, `set( vertex, cost )` and `step( edge )`; the latter gives what
 /// the edge adds, or `none` where it may not be used.
+template< class Cost >
 class CspfLabelRepair {
  public:
-   static constexpr uint32_t none = CspfTree::unreachedMetric;
+   static constexpr Cost none = cspfUnreached< Cost >;
 
    struct Changed {
       CspfVertex vertex;
-      uint32_t before;
+      Cost before;
    };
 
    /// `heads`: where edges that have changed end. False where more than `most` vertices are
@@ -57,6 +92,12 @@ class CspfLabelRepair {
    const std::vector< Changed > & changed() const { return changed_; }
 
  private:
+   struct Entry {
+      Cost cost;
+      CspfVertex vertex;
+      auto operator<=>( const Entry & ) const = default;
+   };
+
    void begin( const CspfGraph & graph ) {
       loose_.resize( graph.vertexBound() );
       noted_.resize( graph.vertexBound() );
@@ -65,62 +106,61 @@ class CspfLabelRepair {
       queue_.clear();
    }
    bool isLoose( CspfVertex vertex ) const { return loose_[ index( vertex ) ] == epoch_; }
-   void push( uint32_t metric, CspfVertex vertex ) {
-      queue_.push_back( uint64_t{ metric } << 32 | index( vertex ) );
+   void push( const Cost & cost, CspfVertex vertex ) {
+      queue_.push_back( { cost, vertex } );
       std::ranges::push_heap( queue_, std::greater<>() );
    }
-   uint64_t pop() {
+   Entry pop() {
       std::ranges::pop_heap( queue_, std::greater<>() );
-      const uint64_t entry = queue_.back();
+      const Entry entry = queue_.back();
       queue_.pop_back();
       return entry;
    }
-   void note( CspfVertex vertex, uint32_t before ) {
+   void note( CspfVertex vertex, const Cost & before ) {
       if ( noted_[ index( vertex ) ] != epoch_ ) {
          noted_[ index( vertex ) ] = epoch_;
          changed_.push_back( { vertex, before } );
       }
    }
 
-   /// The least metric that its entering edges give the vertex; `firmOnly`: from labels that have
+   /// The least cost that its entering edges give the vertex; `firmOnly`: from labels that have
    /// not lost what they rested on.
    template< class Labels >
-   uint32_t best( const CspfGraph & graph, Labels & labels, CspfVertex vertex,
-                  bool firmOnly ) const {
-      uint64_t least = none;
+   Cost best( const CspfGraph & graph, Labels & labels, CspfVertex vertex, bool firmOnly ) const {
+      Cost least = none;
       for ( const uint32_t e : graph.in( vertex ) ) {
          const CspfVertex from = graph.from( CspfEdge{ e } );
-         const uint32_t metric = labels.get( from );
-         if ( metric >= least || ( firmOnly && isLoose( from ) ) ) {
+         const Cost cost = labels.get( from );
+         if ( cost >= least || ( firmOnly && isLoose( from ) ) ) {
             continue;
          }
-         const uint32_t step = labels.step( CspfEdge{ e } );
-         if ( step != none && uint64_t{ metric } + step <= CspfTreeRun::maxPathMetric ) {
-            least = std::min( least, uint64_t{ metric } + step );
+         const Cost step = labels.step( CspfEdge{ e } );
+         if ( mayFollow( cost, step ) ) {
+            least = std::min( least, costSum( cost, step ) );
          }
       }
-      return static_cast< uint32_t >( least );
+      return least;
    }
 
    template< class Labels >
    bool loosen( const CspfGraph & graph, Labels & labels, CspfVertex root, size_t most ) {
       while ( !queue_.empty() ) {
-         const CspfVertex vertex{ static_cast< uint32_t >( pop() ) };
-         const uint32_t metric = labels.get( vertex );
-         if ( isLoose( vertex ) || best( graph, labels, vertex, true ) <= metric ) {
+         const CspfVertex vertex = pop().vertex;
+         const Cost cost = labels.get( vertex );
+         if ( isLoose( vertex ) || best( graph, labels, vertex, true ) <= cost ) {
             continue;
          }
          loose_[ index( vertex ) ] = epoch_;
-         note( vertex, metric );
+         note( vertex, cost );
          if ( changed_.size() > most ) {
             return false;
          }
          for ( const uint32_t e : graph.out( vertex ) ) {
             const CspfVertex to = graph.to( CspfEdge{ e } );
-            const uint32_t known = labels.get( to );
-            if ( to != root && known != none && known >= metric && !isLoose( to ) ) {
-               const uint32_t step = labels.step( CspfEdge{ e } );
-               if ( step != none && uint64_t{ metric } + step == known ) {
+            const Cost known = labels.get( to );
+            if ( to != root && known != none && known >= cost && !isLoose( to ) ) {
+               const Cost step = labels.step( CspfEdge{ e } );
+               if ( mayFollow( cost, step ) && costSum( cost, step ) == known ) {
                   push( known, to );
                }
             }
@@ -145,35 +185,32 @@ class CspfLabelRepair {
    }
 
    template< class Labels >
-   void improve( CspfVertex vertex, uint32_t metric, Labels & labels ) {
-      if ( const uint32_t known = labels.get( vertex ); metric < known ) {
+   void improve( CspfVertex vertex, const Cost & cost, Labels & labels ) {
+      if ( const Cost known = labels.get( vertex ); cost < known ) {
          note( vertex, known );
-         labels.set( vertex, metric );
-         push( metric, vertex );
+         labels.set( vertex, cost );
+         push( cost, vertex );
       }
    }
 
    template< class Labels >
    bool spread( const CspfGraph & graph, Labels & labels, CspfVertex root, size_t most ) {
       while ( !queue_.empty() ) {
-         const uint64_t entry = pop();
-         const CspfVertex vertex{ static_cast< uint32_t >( entry ) };
-         const auto metric = static_cast< uint32_t >( entry >> 32 );
-         if ( labels.get( vertex ) != metric ) {
+         const Entry entry = pop();
+         if ( labels.get( entry.vertex ) != entry.cost ) {
             continue;
          }
          if ( changed_.size() > most ) {
             return false;
          }
-         for ( const uint32_t e : graph.out( vertex ) ) {
+         for ( const uint32_t e : graph.out( entry.vertex ) ) {
             const CspfVertex to = graph.to( CspfEdge{ e } );
-            if ( to == root || labels.get( to ) <= metric ) {
+            if ( to == root || labels.get( to ) <= entry.cost ) {
                continue;
             }
-            const uint32_t step = labels.step( CspfEdge{ e } );
-            const uint64_t next = uint64_t{ metric } + step;
-            if ( step != none && next <= CspfTreeRun::maxPathMetric ) {
-               improve( to, static_cast< uint32_t >( next ), labels );
+            const Cost step = labels.step( CspfEdge{ e } );
+            if ( mayFollow( entry.cost, step ) ) {
+               improve( to, costSum( entry.cost, step ), labels );
             }
          }
       }
@@ -183,8 +220,8 @@ class CspfLabelRepair {
    uint32_t epoch_ = 0;
    std::vector< uint32_t > loose_, noted_;  // by vertex: the epoch in which it was
    std::vector< Changed > changed_;
-   std::vector< uint32_t > bests_;
-   std::vector< uint64_t > queue_;  // a heap: metric above, vertex below
+   std::vector< Cost > bests_;
+   std::vector< Entry > queue_;  // a heap
 };
 
 }

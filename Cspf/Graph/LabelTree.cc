@@ -1,30 +1,47 @@
-// Last links out of distances. A last link is an admitted edge that attains the metric of its far
+// Last links out of distances. A last link is an admitted edge that attains the cost of its far
 // end; everything else, from the order of equals to the key of a step from a LAN, is a matter of
 // ranks. The rules are those of a run's tree (CspfTree), and are tested against it.
 
 #include "Cspf/Graph/LabelTree.h"
 
 #include <algorithm>
+#include <optional>
 #include <tuple>
 
 namespace Cspf {
 
-template< class Visit >
+template< class Cost, class Visit >
 void
-CspfLabelTree::forEachLastLink( CspfVertex vertex, Visit && visit ) const {
-   const uint32_t metric = this->metric( vertex );
-   if ( vertex == source() || metric == CspfLabels::unreached ) {
+CspfLabelTree::forEachAttaining( CspfVertex vertex, Visit && visit ) const {
+   const Cost cost = overlay_.cost< Cost >( labels_, vertex );
+   if ( vertex == source() || cost == cspfUnreached< Cost > ) {
       return;
    }
    for ( const uint32_t e : graph_.in( vertex ) ) {
       const CspfEdge edge{ e };
-      const uint64_t near = this->metric( graph_.from( edge ) );
-      if ( near <= metric
-           && near + CspfArcs::stepMetric( graph_, edge, labels_.options() ) == metric
-           && labels_.step( graph_, edge ) != CspfLabels::unreached && !overlay_.refuses( edge ) ) {
+      const Cost near = overlay_.cost< Cost >( labels_, graph_.from( edge ) );
+      const Cost step = labels_.price< Cost >( graph_, edge );
+      if ( mayFollow( near, step ) && costSum( near, step ) == cost
+           && overlay_.step< Cost >( graph_, labels_, edge ) != cspfUnreached< Cost > ) {
          visit( edge );
       }
    }
+}
+
+template< class Visit >
+void
+CspfLabelTree::forEachLastLink( CspfVertex vertex, Visit && visit ) const {
+   if ( labels_.countsSrlgs() ) {
+      forEachAttaining< CspfCost >( vertex, visit );
+   } else {
+      forEachAttaining< uint32_t >( vertex, visit );
+   }
+}
+
+CspfCost
+CspfLabelTree::cost( CspfVertex vertex ) const {
+   return labels_.countsSrlgs() ? overlay_.cost< CspfCost >( labels_, vertex )
+                                : CspfCost{ 0, 0, metric( vertex ) };
 }
 
 std::span< const CspfEdge >
@@ -55,16 +72,18 @@ CspfLabelTree::order() const {
    links_.erase( end, links_.end() );
 }
 
-/// The first of the links by which a reached network is reached.
+/// The first of the links by which a reached network is reached. One that cost something waited in
+/// order with its equals, a free one came with its router.
 CspfEdge
 CspfLabelTree::entryLink( CspfVertex network ) const {
-   CspfEdge first = noEdge;
-   forEachLastLink( network, [ & ]( CspfEdge edge ) {
-      if ( first == noEdge || graph_.keyRank( edge ) < graph_.keyRank( first ) ) {
-         first = edge;
-      }
+   std::vector< CspfEdge > links;
+   forEachLastLink( network, [ & ]( CspfEdge edge ) { links.push_back( edge ); } );
+   return *std::ranges::min_element( links, {}, [ & ]( CspfEdge link ) {
+      const CspfVertex router = graph_.from( link );
+      const bool isFree = labels_.options().reverse && cost( router ) == cost( network );
+      return std::pair{ isFree ? std::optional( place( router ) ) : std::nullopt,
+                        graph_.keyRank( link ) };
    } );
-   return first;
 }
 
 /// Whether it is reached through a network, and its rank among those of which this is equal.
@@ -83,8 +102,8 @@ CspfLabelTree::place( CspfVertex router ) const {
 
 bool
 CspfLabelTree::finalBefore( const CspfGraph &, CspfVertex a, CspfVertex b ) const {
-   const uint32_t metricA = metric( a ), metricB = metric( b );
-   return metricA != metricB ? metricA < metricB : place( a ) < place( b );
+   const CspfCost costA = cost( a ), costB = cost( b );
+   return costA != costB ? costA < costB : place( a ) < place( b );
 }
 
 }

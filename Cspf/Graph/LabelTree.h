@@ -4,7 +4,7 @@
 
 namespace Cspf {
 
-/// What a run would have found, answered from labels and an overlay: the same metrics, the same
+/// What a run would have found, answered from labels and an overlay: the same costs, the same
 /// last links in the same order, the same choice of the first of two routers. Nothing but last
 /// links of the vertices that somebody asks for is worked out.
 class CspfLabelTree {
@@ -18,6 +18,7 @@ class CspfLabelTree {
    CspfVertex source() const { return labels_.root(); }
    uint64_t graphVersion() const { return labels_.graphVersion(); }
    uint32_t metric( CspfVertex vertex ) const { return overlay_.metric( labels_, vertex ); }
+   CspfCost cost( CspfVertex vertex ) const;
    bool reached( CspfVertex vertex ) const { return metric( vertex ) != CspfLabels::unreached; }
    /// As CspfTree. Valid until the next question.
    std::span< const CspfEdge > lastLinks( CspfVertex vertex ) const;
@@ -25,6 +26,8 @@ class CspfLabelTree {
    bool finalBefore( const CspfGraph & graph, CspfVertex a, CspfVertex b ) const;
 
  private:
+   template< class Cost, class Visit >
+   void forEachAttaining( CspfVertex vertex, Visit && visit ) const;
    template< class Visit >
    void forEachLastLink( CspfVertex vertex, Visit && visit ) const;
    CspfEdge entryLink( CspfVertex network ) const;

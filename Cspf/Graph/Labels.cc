@@ -1,18 +1,20 @@
 // Distances that stay, for constraints that are computed again and again.
 //
 // Constraints that test links in the same way share one labelling; what one of them refuses singly,
-// an address or a router, is an overlay of the few vertices that it makes differ. Only metrics are
-// kept: last links, their order, and which of two routers is first are worked out where a way is
-// walked (CspfLabelTree).
+// an address or a router, or is granted for bandwidth that its user holds, is an overlay of the few
+// vertices that it makes differ. Only costs are kept: last links, their order, and which of two
+// routers is first are worked out where a way is walked (CspfLabelTree).
 //
 // Whoever shares labels has walked its ways at some step, and asks what the steps since then have
-// touched. A vertex is touched when its metric moved, when an edge into it changed, or when an edge
-// from a vertex that moved attains its metric, or did: its last links may be others. Vertices that
-// a moved one merely leads to are near: an overlay may rest on such an edge at a higher metric.
+// touched. A vertex is touched when its cost moved, when an edge into it changed, or when an edge
+// from a vertex that moved attains its cost, or did: its last links may be others. Vertices that
+// a moved one merely leads to are near: an overlay may rest on such an edge at a higher cost.
+//
+// In a reverse tree an edge costs what its reverse does, so a change of an edge is one of its
+// reverse as well. LANs are reached for nothing there, and the first of the routers on a LAN
+// decides in which order the others are reached from it.
 
 #include "Cspf/Graph/Labels.h"
-
-#include "platform/Lum/Assert.h"
 
 #include <algorithm>
 #include <iterator>
@@ -20,41 +22,66 @@
 
 namespace Cspf {
 
+/// The shared labels themselves.
+template< class Cost >
+struct CspfOwnLabels {
+   const CspfGraph & graph;
+   CspfLabels & labels;
+
+   Cost get( CspfVertex vertex ) const { return labels.cost< Cost >( vertex ); }
+   void set( CspfVertex vertex, uint32_t metric ) { labels.metrics_[ index( vertex ) ] = metric; }
+   void set( CspfVertex vertex, const CspfCost & cost ) {
+      labels.metrics_[ index( vertex ) ] = cost.metric;
+      labels.counts_[ index( vertex ) ] = uint64_t{ cost.srlgExclude } << 32 | cost.srlgInclude;
+   }
+   Cost step( CspfEdge edge ) const { return labels.step< Cost >( graph, edge ); }
+};
+
 namespace {
 
 constexpr uint32_t nearBit = 0x80000000;
 
+CspfCost
+asCost( uint32_t metric ) {
+   return { 0, 0, metric };
+}
+CspfCost
+asCost( const CspfCost & cost ) {
+   return cost;
+}
+
 /// The shared labels under the values of the overlay at work.
+template< class Cost >
 struct OverlaidLabels {
    const CspfGraph & graph;
    const CspfLabels & labels;
    const CspfOverlay & overlay;
    CspfLabelMemory & memory;
 
-   uint32_t get( CspfVertex vertex ) const {
+   Cost get( CspfVertex vertex ) const {
       const uint32_t v = index( vertex );
-      return memory.valueEpochs[ v ] == memory.valueEpoch ? memory.values[ v ]
-                                                          : labels.metric( vertex );
+      if ( memory.valueEpochs[ v ] != memory.valueEpoch ) {
+         return labels.cost< Cost >( vertex );
+      }
+      if constexpr ( std::is_same_v< Cost, CspfCost > ) {
+         return memory.values[ v ];
+      } else {
+         return memory.values[ v ].metric;
+      }
    }
-   void set( CspfVertex vertex, uint32_t metric ) {
-      memory.values[ index( vertex ) ] = metric;
+   void set( CspfVertex vertex, const Cost & cost ) {
+      memory.values[ index( vertex ) ] = asCost( cost );
       memory.valueEpochs[ index( vertex ) ] = memory.valueEpoch;
    }
-   uint32_t step( CspfEdge edge ) const {
-      return overlay.refuses( edge ) ? CspfLabels::unreached : labels.step( graph, edge );
-   }
+   Cost step( CspfEdge edge ) const { return overlay.step< Cost >( graph, labels, edge ); }
 };
 
-/// The shared labels themselves.
-struct OwnLabels {
-   const CspfGraph & graph;
-   const CspfLabels & labels;
-   std::vector< uint32_t > & metrics;
-
-   uint32_t get( CspfVertex vertex ) const { return metrics[ index( vertex ) ]; }
-   void set( CspfVertex vertex, uint32_t metric ) { metrics[ index( vertex ) ] = metric; }
-   uint32_t step( CspfEdge edge ) const { return labels.step( graph, edge ); }
-};
+/// Whether the way from the one to the other is as long as that.
+template< class Cost >
+bool
+attains( const Cost & near, const Cost & step, const Cost & far ) {
+   return mayFollow( near, step ) && costSum( near, step ) == far;
+}
 
 template< typename Value >
 void
@@ -64,26 +91,44 @@ sortOnce( std::vector< Value > & values ) {
 }
 
 /// Calls `visit` for the vertex, and, where it is a LAN, for the routers on it: their last links
-/// are in order of the link by which the LAN is reached.
+/// are in order of the link by which the LAN is reached. In a reverse tree that hangs on each
+/// router of the LAN.
 template< typename Visit >
 void
-forEachJudgedBy( const CspfGraph & graph, CspfVertex vertex, Visit && visit ) {
+forEachJudgedBy( const CspfGraph & graph, CspfVertex vertex, bool reverse, Visit && visit ) {
    visit( vertex );
-   if ( graph.has( vertex ) && graph.isNetwork( vertex ) ) {
-      for ( const uint32_t e : graph.out( vertex ) ) {
-         visit( graph.to( CspfEdge{ e } ) );
+   if ( !graph.has( vertex ) || ( graph.isRouter( vertex ) && !reverse ) ) {
+      return;
+   }
+   for ( const uint32_t e : graph.out( vertex ) ) {
+      const CspfVertex to = graph.to( CspfEdge{ e } );
+      if ( graph.isNetwork( vertex ) ) {
+         visit( to );
+      } else if ( graph.isNetwork( to ) ) {
+         forEachJudgedBy( graph, to, false, visit );
       }
+   }
+}
+
+/// Adds where the edges lead to.
+void
+addHeads( const CspfGraph & graph, const std::vector< CspfEdge > & edges, bool reverse,
+          std::vector< CspfVertex > & all ) {
+   for ( const CspfEdge edge : edges ) {
+      forEachJudgedBy( graph, graph.to( edge ), reverse,
+                       [ & ]( CspfVertex one ) { all.push_back( one ); } );
    }
 }
 
 /// Adds the vertices, and those that their edges lead to.
 void
-addWithNext( const CspfGraph & graph, const auto & differing, std::vector< CspfVertex > & all ) {
+addWithNext( const CspfGraph & graph, const auto & differing, bool reverse,
+             std::vector< CspfVertex > & all ) {
    const auto add = [ & ]( CspfVertex vertex ) { all.push_back( vertex ); };
-   for ( const auto & [ vertex, metric ] : differing ) {
+   for ( const auto & [ vertex, cost ] : differing ) {
       add( vertex );
       for ( const uint32_t e : graph.out( vertex ) ) {
-         forEachJudgedBy( graph, graph.to( CspfEdge{ e } ), add );
+         forEachJudgedBy( graph, graph.to( CspfEdge{ e } ), reverse, add );
       }
    }
 }
@@ -93,26 +138,23 @@ addWithNext( const CspfGraph & graph, const auto & differing, std::vector< CspfV
 void
 CspfTouched::begin( uint32_t vertexBound ) {
    marks_.resize( vertexBound );
+   vertices_.clear();
    epoch_ += 2;
 }
 
 void
 CspfTouched::add( CspfVertex vertex, bool nearOnly ) {
    uint32_t & mark = marks_[ index( vertex ) ];
+   if ( mark < epoch_ ) {
+      vertices_.push_back( vertex );
+   }
    mark = std::max( mark, epoch_ + !nearOnly );
 }
 
 CspfLabels::CspfLabels( CspfLinkConstraint constraint, const CspfRunOptions & options )
    : options_( options ) {
-   LUM_ASSERT( !options.reverse && !options.singleHop );
+   LUM_ASSERT( !options.singleHop );
    filter_.constraintIs( std::move( constraint ) );
-}
-
-uint32_t
-CspfLabels::step( const CspfGraph & graph, CspfEdge edge ) const {
-   return CspfArcs::refusal( graph, filter_, edge, options_ ) == CspfRefusal::none
-             ? CspfArcs::stepMetric( graph, edge, options_ )
-             : unreached;
 }
 
 void
@@ -120,26 +162,44 @@ CspfLabels::advance( const CspfGraph & graph, CspfLabelMemory & memory ) {
    const auto changes = graph.changes().since( position_ );
    position_ = graph.changes().end();
    graphVersion_ = graph.version();
-   if ( !changes ) {
+   if ( changes && changes->empty() ) {
+      return;
+   }
+   if ( changes ) {
+      noteHeads( *changes, memory );
+   }
+   const bool repaired = changes
+                         && ( countsSrlgs() ? repair< CspfCost >( graph, memory )
+                                            : repair< uint32_t >( graph, memory ) );
+   if ( !repaired ) {
       runWhole( graph, memory );
-      return;
    }
-   if ( changes->empty() ) {
-      return;
-   }
+}
+
+void
+CspfLabels::noteHeads( std::span< const CspfEdgeChange > changes, CspfLabelMemory & memory ) const {
    memory.heads.clear();
-   for ( const CspfEdgeChange & change : *changes ) {
+   for ( const CspfEdgeChange & change : changes ) {
       memory.heads.push_back( change.to );
+      if ( options_.reverse ) {
+         memory.heads.push_back( change.from );
+      }
    }
    sortOnce( memory.heads );
-   OwnLabels own{ graph, *this, metrics_ };
+}
+
+template< class Cost >
+bool
+CspfLabels::repair( const CspfGraph & graph, CspfLabelMemory & memory ) {
+   CspfOwnLabels< Cost > own{ graph, *this };
    const size_t most = graph.vertexBound() / 4;
-   if ( memory.heads.size() <= most + 16
-        && memory.repair.run( graph, own, root(), memory.heads, most ) ) {
-      noteStep( graph, memory );
-   } else {
-      runWhole( graph, memory );
+   const bool repaired = memory.heads.size() <= most + 16
+                         && std::get< CspfLabelRepair< Cost > >( memory.repairs )
+                               .run( graph, own, root(), memory.heads, most );
+   if ( repaired ) {
+      noteStep< Cost >( graph, memory );
    }
+   return repaired;
 }
 
 void
@@ -147,8 +207,13 @@ CspfLabels::runWhole( const CspfGraph & graph, CspfLabelMemory & memory ) {
    memory.filter.apply( graph, filter_.constraint() );
    memory.run.run( graph, memory.filter, options_, memory.tree );
    metrics_.resize( graph.vertexBound() );
+   counts_.resize( countsSrlgs() ? graph.vertexBound() : 0 );
    for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
-      metrics_[ v ] = memory.tree.metric( CspfVertex{ v } );
+      const CspfCost cost = memory.tree.cost( CspfVertex{ v } );
+      metrics_[ v ] = cost.metric;
+      if ( countsSrlgs() ) {
+         counts_[ v ] = uint64_t{ cost.srlgExclude } << 32 | cost.srlgInclude;
+      }
    }
    firstStep_ = steps() + 1;
    stepEnds_ = {};
@@ -156,6 +221,7 @@ CspfLabels::runWhole( const CspfGraph & graph, CspfLabelMemory & memory ) {
 }
 
 /// Forgets what was before where that has become much; who has not read it looks at everything.
+template< class Cost >
 void
 CspfLabels::noteStep( const CspfGraph & graph, const CspfLabelMemory & memory ) {
    if ( touches_.size() > graph.vertexBound() / 8 + 64 ) {
@@ -166,15 +232,14 @@ CspfLabels::noteStep( const CspfGraph & graph, const CspfLabelMemory & memory ) 
    for ( const CspfVertex head : memory.heads ) {
       touch( graph, head, false );
    }
-   for ( const CspfLabelRepair::Changed & changed : memory.repair.changed() ) {
+   for ( const auto & changed : std::get< CspfLabelRepair< Cost > >( memory.repairs ).changed() ) {
       touch( graph, changed.vertex, false );
-      const uint64_t now = metric( changed.vertex );
+      const Cost now = cost< Cost >( changed.vertex );
       for ( const uint32_t e : graph.out( changed.vertex ) ) {
          const CspfVertex to = graph.to( CspfEdge{ e } );
-         const uint32_t step = CspfArcs::stepMetric( graph, CspfEdge{ e }, options_ );
-         const bool attains =
-            now + step == metric( to ) || uint64_t{ changed.before } + step == metric( to );
-         touch( graph, to, !attains );
+         const Cost step = price< Cost >( graph, CspfEdge{ e } );
+         const Cost far = cost< Cost >( to );
+         touch( graph, to, !attains( now, step, far ) && !attains( changed.before, step, far ) );
       }
    }
    stepEnds_.push_back( static_cast< uint32_t >( touches_.size() ) );
@@ -182,7 +247,7 @@ CspfLabels::noteStep( const CspfGraph & graph, const CspfLabelMemory & memory ) 
 
 void
 CspfLabels::touch( const CspfGraph & graph, CspfVertex vertex, bool nearOnly ) {
-   forEachJudgedBy( graph, vertex, [ & ]( CspfVertex one ) {
+   forEachJudgedBy( graph, vertex, options_.reverse, [ & ]( CspfVertex one ) {
       touches_.push_back( index( one ) | ( nearOnly ? nearBit : 0 ) );
    } );
 }
@@ -201,58 +266,74 @@ CspfLabels::touchedSince( uint64_t steps, uint32_t vertexBound, CspfTouched & to
 }
 
 bool
-CspfOverlay::refuses( CspfEdge edge ) const {
-   return std::ranges::find( refused_, edge ) != refused_.end();
-}
-
-uint32_t
-CspfOverlay::metric( const CspfLabels & labels, CspfVertex vertex ) const {
-   const auto at =
-      std::ranges::lower_bound( differing_, vertex, {}, &std::pair< CspfVertex, uint32_t >::first );
-   return at != differing_.end() && at->first == vertex ? at->second : labels.metric( vertex );
+CspfOverlay::heldIs( const CspfGraph & graph, const CspfLabels & labels,
+                     std::span< const std::pair< CspfEdge, uint64_t > > held ) {
+   std::vector< CspfEdge > granted;
+   for ( const auto & [ edge, bandwidth ] : held ) {
+      if ( !labels.admits( graph, edge ) && labels.admitsHolder( graph, edge, bandwidth ) ) {
+         granted.push_back( edge );
+      }
+   }
+   std::ranges::sort( granted );
+   std::ranges::set_symmetric_difference( granted_, granted, std::back_inserter( regranted_ ) );
+   granted_ = std::move( granted );
+   return !regranted_.empty();
 }
 
 bool
 CspfOverlay::compute( const CspfGraph & graph, const CspfLabels & labels, CspfLabelMemory & memory,
                       std::vector< CspfVertex > & moved ) {
+   const bool reverse = labels.options().reverse;
    const Differing before = std::exchange( differing_, {} );
    memory.values.resize( graph.vertexBound() );
    memory.valueEpochs.resize( graph.vertexBound() );
    ++memory.valueEpoch;
    memory.heads.clear();
-   for ( const CspfEdge edge : refused_ ) {
-      memory.heads.push_back( graph.to( edge ) );
-   }
+   addHeads( graph, refused_, false, memory.heads );
+   addHeads( graph, granted_, false, memory.heads );
    sortOnce( memory.heads );
-   OverlaidLabels overlaid{ graph, labels, *this, memory };
-   const size_t most = graph.vertexBound() / 8 + 16;
-   if ( !memory.repair.run( graph, overlaid, labels.root(), memory.heads, most ) ) {
+   if ( !( labels.countsSrlgs() ? compute< CspfCost >( graph, labels, memory )
+                                : compute< uint32_t >( graph, labels, memory ) ) ) {
       return false;
    }
-   for ( const CspfLabelRepair::Changed & changed : memory.repair.changed() ) {
-      if ( overlaid.get( changed.vertex ) != labels.metric( changed.vertex ) ) {
-         differing_.emplace_back( changed.vertex, overlaid.get( changed.vertex ) );
+   Differing other;
+   std::ranges::set_symmetric_difference( before, differing_, std::back_inserter( other ) );
+   moved.clear();
+   addWithNext( graph, other, reverse, moved );
+   addHeads( graph, std::exchange( regranted_, {} ), reverse, moved );
+   sortOnce( moved );
+   watch( graph, labels );
+   return true;
+}
+
+template< class Cost >
+bool
+CspfOverlay::compute( const CspfGraph & graph, const CspfLabels & labels,
+                      CspfLabelMemory & memory ) {
+   OverlaidLabels< Cost > overlaid{ graph, labels, *this, memory };
+   auto & repair = std::get< CspfLabelRepair< Cost > >( memory.repairs );
+   const size_t most = graph.vertexBound() / 8 + 16;
+   if ( !repair.run( graph, overlaid, labels.root(), memory.heads, most ) ) {
+      return false;
+   }
+   for ( const auto & changed : repair.changed() ) {
+      if ( overlaid.get( changed.vertex ) != labels.cost< Cost >( changed.vertex ) ) {
+         differing_.emplace_back( changed.vertex, asCost( overlaid.get( changed.vertex ) ) );
       }
    }
    std::ranges::sort( differing_ );
    differing_.shrink_to_fit();
-   Differing other;
-   std::ranges::set_symmetric_difference( before, differing_, std::back_inserter( other ) );
-   moved.clear();
-   addWithNext( graph, other, moved );
-   sortOnce( moved );
-   watch( graph );
    return true;
 }
 
-/// Its own vertices, where these lead to, and where the refused edges do.
+/// Its own vertices, where these lead to, and where the refused and granted edges do.
 void
-CspfOverlay::watch( const CspfGraph & graph ) {
+CspfOverlay::watch( const CspfGraph & graph, const CspfLabels & labels ) {
+   const bool reverse = labels.options().reverse;
    watched_.clear();
-   for ( const CspfEdge edge : refused_ ) {
-      watched_.push_back( graph.to( edge ) );
-   }
-   addWithNext( graph, differing_, watched_ );
+   addHeads( graph, refused_, reverse, watched_ );
+   addHeads( graph, granted_, reverse, watched_ );
+   addWithNext( graph, differing_, reverse, watched_ );
    sortOnce( watched_ );
    watched_.shrink_to_fit();
 }

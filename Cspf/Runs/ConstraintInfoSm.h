@@ -139,10 +139,12 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
  private:
    void markFollowers( const std::vector< PathInfoKey > & paths );
    bool follows( const NodeId & source );
-   void answerFromKept( const NodeId & source, const char * operation );
+   void answerFollowers( const NodeId & source, const char * operation );
    void answerOneByOne( const NodeId & source, const std::vector< PathInfoKey > & paths, bool all,
                         const char * operation );
-   void answerFromRun( const NodeId & source, const char * operation );
+   void answerEachOne( const NodeId & source, bool kept, const char * operation );
+   void answerFromKept( const NodeId & source, const std::vector< PathInfoKey > & paths,
+                        const char * operation );
    std::vector< PathInfoKey > pathsToAnswer( const NodeId & source );
    void computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths,
                      const char * operation );

@@ -2,7 +2,9 @@
 //
 // A constraint that can be followed keeps what a run would find, and answers only those of its
 // paths that may get another answer, or have asked themselves. All others are answered by one
-// count in the constraint's row. Such a run counts, stamps and holds down like any other.
+// count in the constraint's row. Such a run counts, stamps and holds down like any other. Where
+// not all of its paths follow (one is in use, or a segment), all that are to be answered are, out
+// of what is kept.
 //
 // Paths that follow the constraint are marked in its row when the topology changes. Where a run
 // has to tell them one by one, they are marked themselves first, as if they had been all along.
@@ -64,18 +66,24 @@ ConstraintInfoSm::handleThrottleTimeout() {
    LUM_ASSERT( pathConstraint.sourceType() == plr()
                || pathConstraint.sourceType() == pathSegmentSource() );
    const NodeId source = view()->spfRoot();
-   constraintInfo()->sourceMissingIs( !sourceInTopology( source ) );
-   if ( follows( source ) ) {
-      answerFromKept( source, __PRETTY_FUNCTION__ );
+   constraintInfo()->sourceMissingIs( !kept_.isAt( *view(), source )
+                                      && !sourceInTopology( source ) );
+   const bool kept = follows( source );
+   if ( kept && constraintInfo()->followers == constraintInfo()->paths() ) {
+      answerFollowers( source, __PRETTY_FUNCTION__ );
    } else {
-      answerFromRun( source, __PRETTY_FUNCTION__ );
+      answerEachOne( source, kept, __PRETTY_FUNCTION__ );
    }
    backoffTimerTask();
 }
 
 void
-ConstraintInfoSm::answerFromRun( const NodeId & source, const char * operation ) {
-   kept_.forget();
+ConstraintInfoSm::answerEachOne( const NodeId & source, bool kept, const char * operation ) {
+   if ( kept ) {
+      kept_.forgetPaths();
+   } else {
+      kept_.forget();
+   }
    if ( constraintInfo()->marked ) {
       markFollowers( Lum::sortedKeys( constraintInfo()->pathColl() ) );
    }
@@ -86,6 +94,8 @@ ConstraintInfoSm::answerFromRun( const NodeId & source, const char * operation )
    } else if ( pathConstraint().noSpf() ) {
       constraintStats()->cspfLastRanAtIs( seenUntil() );
       updatePathStatusCache( nullptr, paths );
+   } else if ( kept ) {
+      answerFromKept( source, paths, operation );
    } else {
       computeFrom( source, paths, operation );
    }
@@ -136,13 +146,12 @@ ConstraintInfoSm::follows( const NodeId & source ) {
    const ConstraintInfo & info = *constraintInfo();
    SharedLabels & shared = context().runMemory.sharedLabels();
    kept_.dropLeft( info, *context().pathStatusInfoTable );
-   return !info.sourceMissing() && KeptAnswers::suits( pathConstraint() )
-          && info.followers == info.paths() && shared.enabled() && !Trace::wanted( 9 )
-          && kept_.follow( *view(), source, shared );
+   return !info.sourceMissing() && KeptAnswers::suits( pathConstraint() ) && shared.enabled()
+          && !Trace::wanted( 9 ) && kept_.follow( *view(), source, shared );
 }
 
 void
-ConstraintInfoSm::answerFromKept( const NodeId & source, const char * operation ) {
+ConstraintInfoSm::answerFollowers( const NodeId & source, const char * operation ) {
    ConstraintInfo & info = *constraintInfo();
    const bool all = info.marked;
    const std::vector< PathInfoKey > paths = kept_.pathsToAnswer( info, all );
@@ -181,6 +190,21 @@ ConstraintInfoSm::answerOneByOne( const NodeId & source, const std::vector< Path
          kept_.noteAnswer( *path, ground( *path, *cspfData ) );
       }
    }
+   context().runMemory.reclaim( *cspfData );
+}
+
+void
+ConstraintInfoSm::answerFromKept( const NodeId & source, const std::vector< PathInfoKey > & paths,
+                                  const char * operation ) {
+   if ( isVerified() ) {
+      verifyKept( kept_, view(), context() );
+   }
+   const Lum::Seconds begin = Lum::RealClock::read();
+   const CspfLabelTree tree = kept_.tree( view()->graph() );
+   const auto cspfData = newCspfData( source, paths, operation );
+   const CspfRun run( *cspfData, view(), tree );
+   countRun( cspfData, Lum::RealClock::read() - begin );
+   updatePathStatusCache( cspfData, paths );
    context().runMemory.reclaim( *cspfData );
 }
 

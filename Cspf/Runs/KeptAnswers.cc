@@ -23,7 +23,7 @@ std::vector< CspfEdge >
 takeRefusedSingly( const CspfGraph & graph, CspfLinkConstraint & numbers ) {
    std::vector< CspfEdge > edges = std::exchange( numbers.excludedEdges, {} );
    const auto interfaces = std::exchange( numbers.excludedInterfaces, {} );
-   if ( !interfaces.empty() ) {
+   if ( !interfaces.empty() && numbers.ownSource != noVertex ) {
       for ( const std::uint32_t e : graph.out( numbers.ownSource ) ) {
          if ( std::ranges::count( interfaces, graph.interface( CspfEdge{ e } ) ) > 0 ) {
             edges.push_back( CspfEdge{ e } );
@@ -40,16 +40,24 @@ takeRefusedSingly( const CspfGraph & graph, CspfLinkConstraint & numbers ) {
    return edges;
 }
 
+std::uint32_t
+tepHash( const Kivnet::IpGenAddr & tep ) {
+   return static_cast< std::uint32_t >( tep.hash() );
+}
+
+/// In order.
+std::vector< CspfEdge >
+edgesOfPartlyOverloaded( const TopoGraph & topology ) {
+   auto edges = topology.edgesOfPartlyOverloaded( false );
+   std::ranges::sort( edges );
+   return edges;
+}
+
 }
 
 bool
 KeptAnswers::suits( const InternalPathConstraint & constraint ) {
-   const bool ranksBySrlg = !constraint.includeSrlgDerivedSet().empty()
-                            || ( !constraint.excludeSrlgDerivedSet().empty()
-                                 && !( constraint.excludeSrlg() && constraint.srlgStrictMode() ) );
-   return constraint.pathComputationType() == PathComputationType::cspf
-          && constraint.sourceType() == CspfSourceType::plr && !constraint.reversePath()
-          && !constraint.noSpf() && !ranksBySrlg && constraint.bandwidth() == 0;
+   return constraint.pathComputationType() == PathComputationType::cspf && !constraint.noSpf();
 }
 
 bool
@@ -61,13 +69,9 @@ KeptAnswers::follow( const AllTopoDbView & view, const NodeId & source, SharedLa
    const auto & addressLog = view.allTopoDbStatus()->addressChanges();
    const auto changes = log.since( position_ );
    const auto addresses = addressLog.since( addressPosition_ );
-   const bool known = labels_ && epoch_ == log.epoch() && changes && addresses
-                      && labels_->root() == topology.vertex( source );
-   if ( known && changes->empty() && addresses->empty() ) {
-      return true;
-   }
+   const bool known = changes && addresses && isCurrent( view, source );
    const bool stands = known && !isRenamed( *changes, *addresses, view.constraint() )
-                       && followLabels( graph, shared );
+                       && followHolding( view, *changes ) && followLabels( graph, shared );
    if ( !stands && !startAgain( view, source, shared ) ) {
       forget();
       return false;
@@ -82,6 +86,19 @@ KeptAnswers::follow( const AllTopoDbView & view, const NodeId & source, SharedLa
    return true;
 }
 
+bool
+KeptAnswers::isAt( const AllTopoDbView & view, const NodeId & source ) const {
+   return labels_ && epoch_ == view.graph().changes().epoch() && source_ == source;
+}
+
+/// Whether the labels are of this source, and what is refused for overload is what it was.
+bool
+KeptAnswers::isCurrent( const AllTopoDbView & view, const NodeId & source ) const {
+   const bool own = view.constraint().sourceType() == CspfSourceType::plr;
+   return isAt( view, source ) && ( own || ownSource_ == view.getOurSourceId() )
+          && partlyOverloaded_ == edgesOfPartlyOverloaded( view.topoGraph() );
+}
+
 /// Whether the constraint may mean other edges now.
 bool
 KeptAnswers::isRenamed( std::span< const CspfEdgeChange > changes,
@@ -90,8 +107,9 @@ KeptAnswers::isRenamed( std::span< const CspfEdgeChange > changes,
    const auto & excluded = constraint.excludeLinkWithIpList();
    return std::ranges::any_of( changes,
                                [ & ]( const CspfEdgeChange & change ) {
-                                  return ( namesInterface_ && change.from == labels_->root() )
-                                         || std::ranges::count( named_, change.to ) > 0;
+                                  return change.from == interfaceOf_
+                                         || ( sees( change.to )
+                                              && std::ranges::count( named_, change.to ) > 0 );
                                } )
           || std::ranges::any_of( addresses, [ & ]( const Kivnet::IpGenAddr & address ) {
                 return std::ranges::find( excluded, address ) != excluded.end();
@@ -103,48 +121,117 @@ bool
 KeptAnswers::startAgain( const AllTopoDbView & view, const NodeId & source,
                          SharedLabels & shared ) {
    CspfLinkConstraint numbers = view.linkConstraint( source );
-   if ( !numbers.overloadedEdges.empty() ) {
-      return false;  // numbers of edges that come and go
-   }
    const CspfGraph & graph = view.graph();
+   source_ = source;
+   ownSource_ = view.getOurSourceId();
+   numbers.overloadedEdges = partlyOverloaded_ = edgesOfPartlyOverloaded( view.topoGraph() );
    named_ = numbers.excludedVertices;
-   namesInterface_ = !numbers.excludedInterfaces.empty();
+   interfaceOf_ = numbers.excludedInterfaces.empty() ? noVertex : numbers.ownSource;
    for ( const CspfEdge edge : numbers.excludedEdges ) {
       named_.push_back( graph.from( edge ) );
       named_.push_back( graph.to( edge ) );
    }
-   shareLabels( graph, std::move( numbers ), shared );
-   return true;
+   noteHolding( view, view.ownReservations() );
+   const bool shares = shareLabels( view, std::move( numbers ), shared );
+   seeAgain();
+   return shares;
+}
+
+/// False where there is no room for labels.
+bool
+KeptAnswers::shareLabels( const AllTopoDbView & view, CspfLinkConstraint numbers,
+                          SharedLabels & shared ) {
+   const CspfGraph & graph = view.graph();
+   const CspfLinkConstraint whole = numbers;
+   std::vector< CspfEdge > refused = takeRefusedSingly( graph, numbers );
+   const auto held = std::exchange( numbers.ownReservations, {} );
+   allDue_ = true;
+   holdsInLabels_ = regranted_ = false;
+   const bool reverse = view.constraint().reversePath();
+   labels_ = shared.labels( graph, numbers, reverse );
+   if ( !labels_ ) {
+      return false;
+   }
+   labels_->advance( graph, shared.memory() );
+   overlay_ = CspfOverlay( std::move( refused ) );
+   overlay_.heldIs( graph, *labels_, held );
+   if ( overlay_.empty() || overlay_.compute( graph, *labels_, shared.memory(), moved_ ) ) {
+      return true;
+   }
+   overlay_ = {};
+   holdsInLabels_ = true;
+   labels_ = shared.labels( graph, whole, reverse );
+   if ( labels_ ) {
+      labels_->advance( graph, shared.memory() );
+   }
+   return labels_ != nullptr;
+}
+
+/// Whether the user may have been granted other links than were known.
+bool
+KeptAnswers::isHoldingMoved( const AllTopoDbView & view,
+                             std::span< const CspfEdgeChange > changes ) const {
+   const InternalPathConstraint & constraint = view.constraint();
+   return constraint.bandwidth() > 0
+          && ( view.bwUsageManager()->lastChange( constraint.bwUsageId() ) != holdingChange_
+               || ( holdsSomeAway_ && !changes.empty() )
+               || std::ranges::any_of( changes, [ this ]( const CspfEdgeChange & change ) {
+                     return std::ranges::binary_search( holding_, change );
+                  } ) );
 }
 
 void
-KeptAnswers::shareLabels( const CspfGraph & graph, CspfLinkConstraint numbers,
-                          SharedLabels & shared ) {
-   const std::uint64_t epoch = graph.changes().epoch();
-   const CspfLinkConstraint whole = numbers;
-   overlay_ = CspfOverlay( takeRefusedSingly( graph, numbers ) );
-   allDue_ = true;
-   labels_ = shared.labels( numbers, epoch );
-   labels_->advance( graph, shared.memory() );
-   if ( !overlay_.refused().empty()
-        && !overlay_.compute( graph, *labels_, shared.memory(), moved_ ) ) {
-      labels_ = shared.labels( whole, epoch );
-      labels_->advance( graph, shared.memory() );
-      overlay_ = {};
+KeptAnswers::noteHolding( const AllTopoDbView & view, const AllTopoDbView::OwnReservations & own ) {
+   const CspfGraph & graph = view.graph();
+   holding_.clear();
+   for ( const auto & [ edge, bandwidth ] : own.held ) {
+      holding_.push_back( { graph.from( edge ), graph.to( edge ) } );
    }
+   std::ranges::sort( holding_ );
+   holding_.shrink_to_fit();
+   holdsSomeAway_ = own.someAway;
+   holdingChange_ = view.constraint().bandwidth() > 0
+                       ? view.bwUsageManager()->lastChange( view.constraint().bwUsageId() )
+                       : 0;
+}
+
+/// False where the labels are for what was held before.
+bool
+KeptAnswers::followHolding( const AllTopoDbView & view,
+                            std::span< const CspfEdgeChange > changes ) {
+   if ( !isHoldingMoved( view, changes ) ) {
+      return true;
+   }
+   if ( holdsInLabels_ ) {
+      return false;
+   }
+   const auto own = view.ownReservations();
+   noteHolding( view, own );
+   regranted_ = overlay_.heldIs( view.graph(), *labels_, own.held );
+   return true;
 }
 
 /// False where too much differs to share labels.
 bool
 KeptAnswers::followLabels( const CspfGraph & graph, SharedLabels & shared ) {
    labels_->advance( graph, shared.memory() );
+   if ( labels_->steps() == steps_ && !regranted_ ) {
+      return true;
+   }
    const CspfTouched * touched = shared.touchedSince( labels_, steps_, graph.vertexBound() );
+   if ( touched && !regranted_ && !mayMeet( *touched ) ) {
+      return true;
+   }
    allDue_ = allDue_ || !touched;
    moved_.clear();
    const bool concerned =
-      !overlay_.refused().empty() && ( !touched || overlay_.isConcerned( *touched ) );
+      std::exchange( regranted_, false )
+      || ( !overlay_.empty() && ( !touched || overlay_.isConcerned( *touched ) ) );
    if ( concerned && !overlay_.compute( graph, *labels_, shared.memory(), moved_ ) ) {
       return false;
+   }
+   if ( concerned ) {
+      see( overlay_.watched() );
    }
    if ( !allDue_ ) {
       for ( Path & path : paths_ ) {
@@ -156,12 +243,10 @@ KeptAnswers::followLabels( const CspfGraph & graph, SharedLabels & shared ) {
 
 void
 KeptAnswers::followAddresses( std::span< const Kivnet::IpGenAddr > addresses ) {
-   if ( addresses.empty() ) {
-      return;
-   }
-   for ( Path & path : paths_ ) {
-      const Kivnet::IpGenAddr tep = path.row->pathInfoKey().pathKey().dst().ipAddress();
-      path.due = path.due || std::ranges::find( addresses, tep ) != addresses.end();
+   for ( const Kivnet::IpGenAddr & address : addresses ) {
+      for ( Path & path : paths_ ) {
+         path.due = path.due || path.tepHash == tepHash( address );
+      }
    }
 }
 
@@ -176,6 +261,38 @@ KeptAnswers::meets( const Path & path, const CspfTouched & touched, bool overlay
                                       && ( touched.isNear( vertex )
                                            || std::ranges::binary_search( moved_, vertex ) ) );
                        } );
+}
+
+/// Most changes meet nothing, which a few bits tell.
+bool
+KeptAnswers::mayMeet( const CspfTouched & touched ) const {
+   constexpr std::size_t few = 64;
+   return touched.vertices().size() > few
+          || std::ranges::any_of( touched.vertices(),
+                                  [ this ]( CspfVertex vertex ) { return sees( vertex ); } );
+}
+
+void
+KeptAnswers::see( std::span< const CspfVertex > vertices ) {
+   for ( const CspfVertex vertex : vertices ) {
+      seen_[ index( vertex ) / 64 % seen_.size() ] |= std::uint64_t{ 1 } << index( vertex ) % 64;
+   }
+}
+
+void
+KeptAnswers::seeAgain() {
+   seen_ = {};
+   see( vertices_ );
+   see( overlay_.watched() );
+   see( named_ );
+}
+
+void
+KeptAnswers::forgetPaths() {
+   allDue_ = true;
+   paths_ = {};
+   vertices_ = {};
+   seeAgain();
 }
 
 /// A row that has left may be gone, and another one stand in its place: that one waits for its
@@ -246,14 +363,17 @@ KeptAnswers::beginAnswers( const std::vector< PathInfoKey > & paths,
       path.end = static_cast< std::uint32_t >( vertices.size() );
    }
    vertices_ = std::move( vertices );
+   seeAgain();
 }
 
 void
 KeptAnswers::noteAnswer( const PathStatusInfo & path, const CspfData::Ground & ground ) {
    const auto begin = static_cast< std::uint32_t >( vertices_.size() );
    vertices_.insert( vertices_.end(), ground.vertices.begin(), ground.vertices.end() );
-   paths_.push_back(
-      { &path, begin, static_cast< std::uint32_t >( vertices_.size() ), !ground.settled } );
+   see( ground.vertices );
+   paths_.push_back( { &path, begin, static_cast< std::uint32_t >( vertices_.size() ),
+                       tepHash( path.pathInfoKey().pathKey().dst().ipAddress() ),
+                       !ground.settled } );
 }
 
 }

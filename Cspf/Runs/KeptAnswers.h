@@ -6,6 +6,7 @@
 #include "Cspf/Runs/SharedLabels.h"
 #include "Cspf/Views/View.h"
 
+#include <array>
 #include <memory>
 #include <span>
 
@@ -17,16 +18,20 @@ namespace Cspf {
 /// it.
 class KeptAnswers {
  public:
-   /// Whether such a constraint can be followed: a path computation in forward direction from the
-   /// router itself, over the TE view, that neither ranks paths by SRLGs nor reserves bandwidth.
+   /// Whether such a constraint can be followed: a path computation over the TE view.
    static bool suits( const InternalPathConstraint & constraint );
 
    /// Brings everything in line with the topology as it is. False where that cannot be: a run it
    /// must be. `source`: a node of the view. O(what changed + paths), or a run for all that share
    /// the labels.
    bool follow( const AllTopoDbView & view, const NodeId & source, SharedLabels & shared );
+   /// Whether that node is the source of what is kept, and was a router of the constraint's
+   /// topology all the time.
+   bool isAt( const AllTopoDbView & view, const NodeId & source ) const;
    /// Forgets everything; what is due will be told by the next run.
    void forget() { *this = KeptAnswers(); }
+   /// All paths are answered otherwise.
+   void forgetPaths();
 
    /// A path is no more among the constraint's.
    void pathLeft() { left_ = true; }
@@ -57,26 +62,49 @@ class KeptAnswers {
    struct Path {
       const PathStatusInfo * row;  // not held: a row holds its constraint
       std::uint32_t begin, end;    // in vertices_
+      std::uint32_t tepHash;       // one that is due for nothing does no harm
       bool due;
    };
 
+   bool isCurrent( const AllTopoDbView & view, const NodeId & source ) const;
    bool startAgain( const AllTopoDbView & view, const NodeId & source, SharedLabels & shared );
    bool isRenamed( std::span< const CspfEdgeChange > changes,
                    std::span< const Kivnet::IpGenAddr > addresses,
                    const InternalPathConstraint & constraint ) const;
-   void shareLabels( const CspfGraph & graph, CspfLinkConstraint numbers, SharedLabels & shared );
+   bool shareLabels( const AllTopoDbView & view, CspfLinkConstraint numbers,
+                     SharedLabels & shared );
+   bool isHoldingMoved( const AllTopoDbView & view,
+                        std::span< const CspfEdgeChange > changes ) const;
+   void noteHolding( const AllTopoDbView & view, const AllTopoDbView::OwnReservations & own );
+   bool followHolding( const AllTopoDbView & view, std::span< const CspfEdgeChange > changes );
    bool followLabels( const CspfGraph & graph, SharedLabels & shared );
    void followAddresses( std::span< const Kivnet::IpGenAddr > addresses );
    bool meets( const Path & path, const CspfTouched & touched, bool overlayMoved ) const;
+   bool mayMeet( const CspfTouched & touched ) const;
+   void see( std::span< const CspfVertex > vertices );
+   bool sees( CspfVertex vertex ) const {
+      return seen_[ index( vertex ) / 64 % seen_.size() ] >> index( vertex ) % 64 & 1;
+   }
+   void seeAgain();
 
    std::shared_ptr< CspfLabels > labels_;
    CspfOverlay overlay_;
-   std::vector< CspfVertex > named_;  // edges into these change what is refused
-   bool namesInterface_ = false;      // ... and edges that leave the source
+   std::vector< CspfVertex > named_;           // edges into these change what is refused
+   CspfVertex interfaceOf_ = noVertex;         // ... and edges that leave this one
+   std::vector< CspfEdge > partlyOverloaded_;  // edges refused for it
+   NodeId source_, ownSource_;
+   // What the user holds: the ends of those links, which change of it was the last one known,
+   // whether links of it are away, and whether the labels are for it in particular.
+   std::vector< CspfEdgeChange > holding_;
+   std::uint64_t holdingChange_ = 0;
+   bool holdsSomeAway_ = false, holdsInLabels_ = false;
+   bool regranted_ = false;
    std::vector< CspfVertex > moved_;  // of the overlay, while it is followed
    std::uint64_t epoch_ = 0, position_ = 0, addressPosition_ = 0, steps_ = 0;  // read up to there
    std::vector< Path > paths_;
    std::vector< CspfVertex > vertices_;
+   // A bit for each vertex of a way, that the overlay watches, or that is named; several share one.
+   std::array< std::uint64_t, 32 > seen_{};
    bool allDue_ = true;
    bool left_ = false;
 };

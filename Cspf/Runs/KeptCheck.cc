@@ -31,7 +31,8 @@ verifyTree( const AllTopoDbView & view, const CspfLabelTree & kept, const CspfTr
       if ( !graph.has( vertex ) ) {
          continue;
       }
-      if ( kept.metric( vertex ) != tree.metric( vertex ) ) {
+      if ( tree.reached( vertex ) ? kept.cost( vertex ) != tree.cost( vertex )
+                                  : kept.reached( vertex ) ) {
          differ( view, "metric " + std::to_string( kept.metric( vertex ) ) + " (not "
                           + std::to_string( tree.metric( vertex ) ) + ") of "
                           + nodeText( view.topoGraph(), vertex ) );
@@ -80,6 +81,7 @@ verifyKept( const KeptAnswers & kept, const Lum::Ptr< const AllTopoDbView > & vi
    const auto run = Lum::make< CspfData >();
    run->sourceIs( view->spfRoot() );
    run->useTeMetricIs( true );
+   run->buildReverseSptIs( view->constraint().reversePath() );
    kept.forEachHeld( [ & ]( const PathStatusInfo & path ) {
       run->tepIs( path.pathInfoKey().pathKey().dst().ipAddress() );
    } );

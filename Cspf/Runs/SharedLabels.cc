@@ -3,26 +3,42 @@
 
 #include "Cspf/Runs/SharedLabels.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Cspf {
 
 std::shared_ptr< CspfLabels >
-SharedLabels::labels( const CspfLinkConstraint & constraint, std::uint64_t epoch ) {
+SharedLabels::labels( const CspfGraph & graph, const CspfLinkConstraint & constraint,
+                      bool reverse ) {
+   const std::uint64_t epoch = graph.changes().epoch();
    if ( std::exchange( epoch_, epoch ) != epoch ) {
       labels_.clear();  // numbers of before; nobody follows with these any more
    }
-   if ( labels_.size() > 64 ) {
-      std::erase_if( labels_, []( const auto & entry ) { return entry.second.expired(); } );
+   const std::pair key{ reverse, constraint };
+   if ( const auto known = labels_.find( key ); known != labels_.end() ) {
+      if ( auto labels = known->second.lock() ) {
+         return labels;
+      }
    }
-   std::weak_ptr< CspfLabels > & known = labels_[ constraint ];
-   std::shared_ptr< CspfLabels > labels = known.lock();
-   if ( !labels ) {
-      const CspfRunOptions options{ constraint.root, true, false, false, false };
-      labels = std::make_shared< CspfLabels >( constraint, options );
-      known = labels;
+   if ( !hasRoom( graph ) ) {
+      return nullptr;
    }
+   const CspfRunOptions options{ constraint.root, true, false, reverse, false };
+   auto labels = std::make_shared< CspfLabels >( constraint, options );
+   labels_[ key ] = labels;
    return labels;
+}
+
+/// Whether labels more are not too many; looks at those that there are now and then.
+bool
+SharedLabels::hasRoom( const CspfGraph & graph ) {
+   const std::size_t limit = most / ( sizeof( std::uint32_t ) * graph.vertexBound() ) + 1;
+   if ( labels_.size() >= std::min( swept_ + 64, limit ) ) {
+      std::erase_if( labels_, []( const auto & entry ) { return entry.second.expired(); } );
+      swept_ = labels_.size();
+   }
+   return labels_.size() < limit;
 }
 
 const CspfTouched *

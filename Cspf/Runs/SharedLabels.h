@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <utility>
 
 namespace Cspf {
 
@@ -11,10 +12,14 @@ namespace Cspf {
 /// what they are worked out in.
 class SharedLabels {
  public:
-   /// The labels of that constraint, from its root; they go with their last user. `epoch`: of the
-   /// graph's changes; the numbers in the constraint are of it.
-   std::shared_ptr< CspfLabels > labels( const CspfLinkConstraint & constraint,
-                                         std::uint64_t epoch );
+   /// The metrics of all labels together take no more, bytes; counts of SRLGs come on top.
+   static constexpr std::size_t most = 64 << 20;
+
+   /// The labels of that constraint, from its root; they go with their last user. Null where there
+   /// is no room for more. The numbers in the constraint are those of the graph. `reverse`: for
+   /// paths towards the root.
+   std::shared_ptr< CspfLabels > labels( const CspfGraph & graph,
+                                         const CspfLinkConstraint & constraint, bool reverse );
    /// CspfLabels::touchedSince; null where it may be everything. One who asks as the last one did
    /// gets the same again. Valid until the next question.
    const CspfTouched * touchedSince( const std::shared_ptr< CspfLabels > & labels,
@@ -25,9 +30,12 @@ class SharedLabels {
    bool enabled() const noexcept { return enabled_; }
 
  private:
+   bool hasRoom( const CspfGraph & graph );
+
    bool enabled_ = true;
    std::uint64_t epoch_ = 0;
-   std::map< CspfLinkConstraint, std::weak_ptr< CspfLabels > > labels_;
+   std::size_t swept_ = 0;  // labels that were in use when they were last counted
+   std::map< std::pair< bool, CspfLinkConstraint >, std::weak_ptr< CspfLabels > > labels_;
    CspfLabelMemory memory_;
    CspfTouched touched_;
    // Whose marks these are.

@@ -49,7 +49,11 @@ AllTopoDbView::linkConstraint( const NodeId & root ) const {
    numbers.includeAnyAdminGroup = c.includeAnyAdminGroup();
    numbers.excludeAdminGroup = c.excludeAdminGroup();
    excludeEdges( numbers );
-   addOwnReservations( numbers );
+   numbers.bandwidth = c.bandwidth();
+   if ( numbers.bandwidth > 0 ) {
+      numbers.setupPriority = BwPriority( c.bwSetupPriority() ).value();
+      numbers.ownReservations = ownReservations().held;
+   }
    return numbers;
 }
 
@@ -134,23 +138,25 @@ AllTopoDbView::excludeEdges( CspfLinkConstraint & numbers ) const {
    }
 }
 
-void
-AllTopoDbView::addOwnReservations( CspfLinkConstraint & numbers ) const {
-   numbers.bandwidth = constraint_.bandwidth();
-   if ( numbers.bandwidth == 0 ) {
-      return;
+AllTopoDbView::OwnReservations
+AllTopoDbView::ownReservations() const {
+   OwnReservations own;
+   if ( constraint_.bandwidth() == 0 ) {
+      return own;
    }
-   const BwPriority priority( constraint_.bwSetupPriority() );
-   numbers.setupPriority = priority.value();
    LUM_ASSERT( bwUsageManager() );
    const TopoGraph & topology = topoGraph();
    const auto add = [ & ]( const AllTopoNeighborKey & link, std::uint64_t bandwidth ) {
       const CspfEdge edge = topology.edge( link );
       if ( edge != noEdge && topology.neighborKey( edge ) == link ) {
-         numbers.ownReservations.emplace_back( edge, bandwidth );
+         own.held.emplace_back( edge, bandwidth );
+      } else {
+         own.someAway = true;
       }
    };
-   bwUsageManager()->forEachOwnReservation( constraint_.bwUsageId(), priority, add );
+   bwUsageManager()->forEachOwnReservation( constraint_.bwUsageId(),
+                                            BwPriority( constraint_.bwSetupPriority() ), add );
+   return own;
 }
 
 /// Routers that are excluded by TE router id or by their identity in an IGP.

@@ -42,6 +42,13 @@ class AllTopoDbView : public Lum::Entity {
    /// std::range_error where bandwidth is asked for at a priority of 8 or more.
    /// O(links that the constraint names + links that its user has reserved), amortised.
    CspfLinkConstraint linkConstraint( const NodeId & root ) const;
+   struct OwnReservations {
+      std::vector< std::pair< CspfEdge, std::uint64_t > > held;
+      bool someAway = false;  ///< ... and on links that are not there
+   };
+   /// What the constraint's user holds at its priority or a better one; nothing where no bandwidth
+   /// is asked for. Throws as `linkConstraint`. O(links that its user has reserved).
+   OwnReservations ownReservations() const;
    /// The vertices with that tunnel end point, each once.
    std::vector< CspfVertex > verticesWithTep( const Kivnet::IpGenAddr & tep ) const;
 
@@ -142,7 +149,6 @@ class AllTopoDbView : public Lum::Entity {
    /// The router of that topology as this view names it; as it is given where the view has none.
    NodeId ownNode( const TopoId & topoId, const NodeId & nodeId ) const;
    void excludeEdges( CspfLinkConstraint & numbers ) const;
-   void addOwnReservations( CspfLinkConstraint & numbers ) const;
    std::vector< CspfVertex > excludedVertices() const;
    static void addTeps( AllTopoRouter & router, const Routing::Topology::TopoDb & table,
                         const IgpRouterId & id );
