@@ -8,25 +8,33 @@
 
 namespace Cspf {
 
+/// Who is told may let constraints go, so all are held until the last one was told.
 template< class Concerns >
 void
 VrfRootSm::updateTopoInfoChangedAt( Concerns && concerns ) {
-   vrfRoot_->dedupConstraintTable()->forEach( [ & ]( const DedupConstraint & dedupConstraint ) {
-      if ( concerns( dedupConstraint.pathConstraint() ) ) {
-         updateTopoInfoChangedAtOf( dedupConstraint );
+   struct Row {
+      Lum::Ptr< const DedupConstraint > constraint;
+      Lum::Ptr< ConstraintInfo > info;
+   };
+   std::vector< Row > rows;
+   rows.reserve( vrfRoot_->constraintInfoTable()->constraintInfos() );
+   for ( const auto & [ handle, info ] : vrfRoot_->constraintInfoTable()->constraintInfoColl() ) {
+      rows.push_back( { &info->constraint(), info } );
+   }
+   for ( const Row & row : rows ) {
+      if ( concerns( row.constraint->pathConstraint() ) ) {
+         updateTopoInfoChangedAtOf( *row.info );
       }
-   } );
+   }
 }
 
 /// Service ends path by path when its source has gone; those that are left ask for nothing.
 void
-VrfRootSm::updateTopoInfoChangedAtOf( const DedupConstraint & dedupConstraint ) {
-   const InternalPathConstraint & constraint = dedupConstraint.pathConstraint();
+VrfRootSm::updateTopoInfoChangedAtOf( ConstraintInfo & constraintInfo ) {
+   const InternalPathConstraint & constraint = constraintInfo.constraint().pathConstraint();
    if ( vrfSourceId_->vrfClientSourceIdHas( constraint.pathComputationType() ) ) {
-      vrfRoot_->constraintInfoTable()
-         ->constraintInfo( &dedupConstraint )
-         ->topoInfoChangedAtIs( vrfRoot_->allTopoDbStatus()->topoInfoChangedAt(
-            constraint.pathComputationType(), constraint.bwUsageId() ) );
+      constraintInfo.topoInfoChangedAtIs( vrfRoot_->allTopoDbStatus()->topoInfoChangedAt(
+         constraint.pathComputationType(), constraint.bwUsageId() ) );
    }
 }
 
@@ -79,7 +87,7 @@ VrfRootSm::handleBwUsageChangedAt( const BwUsageId & bwUsageId ) {
    const auto handles = own->second;  // a path that is told may let its constraint go
    for ( const ConstraintHandle & handle : handles ) {
       if ( vrfRoot_->constraintInfoTable()->constraintInfoHas( handle ) ) {
-         updateTopoInfoChangedAtOf( dedupConstraintOf( handle ) );
+         updateTopoInfoChangedAtOf( *vrfRoot_->constraintInfoTable()->constraintInfo( handle ) );
       }
    }
 }

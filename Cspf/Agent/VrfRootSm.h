@@ -73,7 +73,7 @@ class VrfRootSm : public Lum::Reactor {
    /// changed.
    template< class Concerns >
    void updateTopoInfoChangedAt( Concerns && concerns );
-   void updateTopoInfoChangedAtOf( const DedupConstraint & dedupConstraint );
+   void updateTopoInfoChangedAtOf( ConstraintInfo & constraintInfo );
    void doUpdatePathBwUsages();
 
    const L3::VrfName vrf_;

@@ -104,8 +104,11 @@ TopoGraph::edgesOfPartlyOverloaded( bool leaving ) const {
 
 void
 TopoGraph::settle( const NodeId & root ) {
+   if ( changes_ * 4 <= graph_.edges() ) {
+      return;
+   }
    const CspfVertex first = vertex( root );
-   if ( first == noVertex || changes_ * 4 <= graph_.edges() ) {
+   if ( first == noVertex ) {
       return;
    }
    changes_ = 0;

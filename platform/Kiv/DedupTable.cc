@@ -3,7 +3,7 @@
 
 #include "platform/Kiv/DedupTable.h"
 
-#include <algorithm>
+#include <utility>
 
 namespace Kiv {
 
@@ -60,15 +60,6 @@ DedupHashTable::remove( DedupHandle * handle ) {
    if ( const auto notifiee = notifiee_ ) {
       notifiee->handleRemove( leaving );
    }
-}
-
-std::vector< Lum::Ptr< DedupHandle > >
-DedupHashTable::handles() const {
-   std::vector< Lum::Ptr< DedupHandle > > all( unorderedSet_.begin(), unorderedSet_.end() );
-   all.insert( all.end(), orderedSet_.begin(), orderedSet_.end() );
-   std::sort( all.begin(), all.end(),
-              []( const auto & a, const auto & b ) { return a->serial() < b->serial(); } );
-   return all;
 }
 
 void

@@ -8,7 +8,6 @@
 #include <set>
 #include <string>
 #include <unordered_set>
-#include <vector>
 
 namespace Kiv {
 
@@ -95,8 +94,6 @@ class DedupHashTable : public Lum::Entity {
    /// in no other table, and the table is not being detached.
    Lum::Ptr< DedupHandle > dedup( const Lum::Ptr< DedupHandle > & candidate );
    std::size_t size() const noexcept { return unorderedSet_.size() + orderedSet_.size(); }
-   /// The handles in use, oldest first.
-   std::vector< Lum::Ptr< DedupHandle > > handles() const;
    /// From now on no handle is to be had; those in use just go when their users let go.
    void detach();
    bool beingDetached() const noexcept { return beingDetached_; }
@@ -133,12 +130,6 @@ class DedupTable : public DedupHashTable {
  public:
    Lum::Ptr< T > dedup( const Lum::Ptr< T > & candidate ) {
       return Lum::Ptr< T >( static_cast< T * >( DedupHashTable::dedup( candidate ).ptr() ) );
-   }
-   template< class Visit >
-   void forEach( Visit && visit ) const {
-      for ( const auto & handle : handles() ) {
-         visit( static_cast< T & >( *handle ) );
-      }
    }
 };
 
