@@ -51,7 +51,7 @@ TopoDbSm::handleDestruction() {
    TRACE7( "for TopoDb: " << topoId_ );
    unwatchAll();
    for ( const IgpRouterId & id : knownRouters() ) {
-      doHandleRouterDeletion( id, routerIdMap_->teRouterId( id ) );
+      doHandleRouterDeletion( id, Kivnet::IpGenAddr( routerIdMap_->teRouterId( id ) ) );
    }
    pfxOriginatorInfoTable_->pfxOriginatorInfoDelAll();
    allTopoDbStatus_->forEachGraph( [ & ]( auto & graph ) { graph.topologyDel( topoId_ ); } );
@@ -103,7 +103,8 @@ void
 TopoDbSm::doHandleRouter( const IgpRouterId & igpRouterId, const char * operation ) {
    const Igp::Router * router = topoDb_->routerFind( igpRouterId );
    if ( !router ) {
-      doHandleRouterDeletion( igpRouterId, routerIdMap_->teRouterId( igpRouterId ) );
+      doHandleRouterDeletion( igpRouterId,
+                              Kivnet::IpGenAddr( routerIdMap_->teRouterId( igpRouterId ) ) );
       return;
    }
    allTopoDbStatus_->ifLfaGraph(
@@ -118,6 +119,7 @@ TopoDbSm::doHandleRouter( const IgpRouterId & igpRouterId, const char * operatio
    doReconcileNeighbors( igpRouterId, router->neighborSet(), operation );
 }
 
+/// `teRouterId` is a copy: the mapping that it stands in goes.
 void
 TopoDbSm::doHandleRouterDeletion( const IgpRouterId & igpRouterId,
                                   const Kivnet::IpGenAddr & teRouterId ) {
