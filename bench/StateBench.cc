@@ -230,12 +230,12 @@ main() {
    } );
    const Lab::LabDocument document = labOf( generateNetwork( routers, 1 ) );
    const auto & [ name, topology ] = *document.topologies.begin();
+   const std::string tablePath = Lab::tablePath( topology );
    Lab::LabLinkIds linkIds;
    const Lab::LabTable table = Lab::tableOf( name, topology, linkIds );
-   measureWriting( "a topology of 10,000 routers", Lab::tablePath( topology ),
-                   [ & ]( Stores & stores ) {
-                      Lab::writeTable( *stores.tables.mount< Routing::Topology::TopoDb >(
-                                          Lab::tablePath( topology ), Zorch::MountMode::writer ),
-                                       table );
-                   } );
+   measureWriting( "a topology of 10,000 routers", tablePath, [ & ]( Stores & stores ) {
+      Lab::writeTable(
+         *stores.tables.mount< Routing::Topology::TopoDb >( tablePath, Zorch::MountMode::writer ),
+         table );
+   } );
 }
