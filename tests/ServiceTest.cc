@@ -451,8 +451,7 @@ TEST_F( ServiceTest, whatIsInstalledNeedsNothingElseWhereverItStands ) {
    for ( const char * file :
          { "lib/sysusers.d/cspf-agent.conf", "share/man/man1/cspfctl.1",
            "share/man/man8/agentrunner.8", "share/bash-completion/completions/cspfctl",
-           "share/zsh/vendor-completions/_cspfctl",
-           "share/fish/vendor_completions.d/cspfctl.fish",
+           "share/zsh/vendor-completions/_cspfctl", "share/fish/vendor_completions.d/cspfctl.fish",
            "include/cspf-agent/schema/CspfClient.h" } ) {
       EXPECT_TRUE( std::filesystem::exists( root + file ) ) << file;
    }
