@@ -113,12 +113,13 @@ StateView::list( const std::string & asked ) const {
    for ( const State::PathKind & kind : State::entityPaths() ) {
       const std::string pattern( kind.pattern );
       const std::string directory = pattern.substr( 0, pattern.rfind( "/NAME" ) );
+      const std::string below = directory + "/";
       const auto entity = state_.entity( directory );
       if ( kind.isOne && entity ) {
          all.insert( pattern );
       } else if ( const auto entries = Lum::cast< Lum::Dir >( entity ) ) {
          for ( const auto & [ name, entry ] : entries->entityColl() ) {
-            all.insert( directory + "/" + name );
+            all.insert( std::string( below ).append( name ) );
          }
       }
    }
