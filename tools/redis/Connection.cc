@@ -187,15 +187,15 @@ bool
 Connection::takeAnswers() {
    while ( fd_ >= 0 ) {
       void * found = nullptr;
-      if ( redisReaderGetReply( reader_.get(), &found ) != REDIS_OK
-           || ( found && answers_.empty() ) ) {
+      const int result = redisReaderGetReply( reader_.get(), &found );
+      const std::unique_ptr< void, void ( * )( void * ) > owner( found, freeReplyObject );
+      if ( result != REDIS_OK || ( found && answers_.empty() ) ) {
          end( "the server's answer cannot be understood" );
          return false;
       }
       if ( !found ) {
          return true;
       }
-      const std::unique_ptr< void, void ( * )( void * ) > owner( found, freeReplyObject );
       const Answer answer = std::move( answers_.front() );
       answers_.pop_front();
       answer( *static_cast< const redisReply * >( found ) );
