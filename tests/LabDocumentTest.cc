@@ -106,7 +106,7 @@ TEST( LabDocument, everyKeyIsTakenAtItsMeaning ) {
    EXPECT_EQ( lab.paths.at( "tilfa" ).at( "p" ).dst.ipPrefix().stringValue(), "10.5.0.0/16" );
 
    Lab::LabPlayback playback( file );
-   EXPECT_EQ( playback.apply(), lab );
+   playback.apply();
    EXPECT_FALSE( playback.document().topologies.at( "core" ).links.at( "ab" ).ab.advertised );
    EXPECT_TRUE( playback.next()->restart );
    playback.apply();

@@ -82,7 +82,7 @@ outcome() {
    outcome.clients[ "idle" ];
    outcome.clients[ "rsvp" ][ where ] = { { south, stray }, {}, { asleep } };
    outcome.clients[ "tilfa" ][ where ] = { { link }, { { 5, repair } }, {} };
-   outcome.intfIpToRouterId[ where ][ address( "10.1.0.1" ) ] = address( "10.0.0.2" );
+   outcome.intfIpToRouterId[ where ] = { { address( "10.1.0.1" ), address( "10.0.0.2" ) } };
    outcome.constraints.push_back( { where, { "south" }, 2, 1, 200, false, true } );
    outcome.bandwidth.push_back(
       { where, address( "10.0.0.1" ), {}, "rsvp", 0, 6, 7, { 100, 300 } } );

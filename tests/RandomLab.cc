@@ -250,7 +250,7 @@ Json
 RandomLab::topologyEvent( const Json & topology ) {
    const std::string name = keyOf( topology[ "routers" ] );
    const Json & router = topology[ "routers" ][ name ];
-   const std::string link = keyOf( topology[ "links" ] );
+   const std::string link = keyOf( topology.value( "links", Json::object() ) );
    const std::string lan = keyOf( topology.value( "lans", Json::object() ) );
    switch ( below( 9 ) ) {
    case 0:

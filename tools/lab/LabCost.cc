@@ -14,53 +14,114 @@ metricOf( const LabLinkAttributes & attributes ) {
    return attributes.teMetric.value_or( attributes.metric );
 }
 
-}
-
-LabCosts::LabCosts( const LabDocument & document ) {
-   for ( const auto & [ name, topology ] : document.topologies ) {
-      if ( visible( document, topology ) ) {
-         add( name, topology, document.router );
-      }
-   }
-}
-
+/// Calls `step( from, far address, to, metrics forth and back )`, routers by TE router id, for each
+/// way that both ends advertise.
+template< class Step >
 void
-LabCosts::add( const std::string & name, const LabTopology & topology, const std::string & self ) {
-   Network & network = networks_[ { topology.vrf, topology.af } ];
-   const auto step = [ & ]( const LabLinkEnd & near, const LabLinkEnd & far,
-                            const LabLinkDirection & forth, const LabLinkDirection & back ) {
-      const auto & from = topology.routers.at( near.router ).teRouterId;
-      const auto & to = topology.routers.at( far.router ).teRouterId;
-      for ( const auto & address : far.addrs ) {
-         network.steps[ { from, address } ].push_back(
-            { to, &name, metricOf( forth.attributes ), metricOf( back.attributes ) } );
+forEachStep( const LabTopology & topology, Step step ) {
+   const auto id = [ & ]( const std::string & router ) {
+      return topology.routers.at( router ).teRouterId;
+   };
+   const auto steps = [ & ]( const std::string & near, const std::string & far,
+                             const Addresses & farAddresses, const LabLinkAttributes & forth,
+                             const LabLinkAttributes & back ) {
+      for ( const auto & address : farAddresses ) {
+         step( id( near ), address, id( far ), metricOf( forth ), metricOf( back ) );
       }
    };
-   for ( const auto & [ linkName, link ] : topology.links ) {
+   for ( const auto & [ name, link ] : topology.links ) {
       if ( link.ab.advertised && link.ba.advertised ) {
-         step( link.a, link.b, link.ab, link.ba );
-         step( link.b, link.a, link.ba, link.ab );
+         steps( link.a.router, link.b.router, link.b.addrs, link.ab.attributes,
+                link.ba.attributes );
+         steps( link.b.router, link.a.router, link.a.addrs, link.ba.attributes,
+                link.ab.attributes );
       }
    }
-   for ( const auto & [ lanName, lan ] : topology.lans ) {
-      addLan( network, name, topology, lan );
+   for ( const auto & [ name, lan ] : topology.lans ) {
+      for ( const auto & [ near, nearMember ] : lan.members ) {
+         for ( const auto & [ far, farMember ] : lan.members ) {
+            if ( near != far && nearMember.attached && farMember.attached ) {
+               steps( near, far, farMember.addrs, nearMember.attributes, farMember.attributes );
+            }
+         }
+      }
    }
-   addOwn( network, topology, self );
+}
+
+/// Whether a router that was there has another TE router id, or none any more.
+bool
+renames( const LabTopologyChange & change ) {
+   return std::ranges::any_of( change.before.routers, [ & ]( const auto & before ) {
+      const auto after = change.after.routers.find( before.first );
+      return after != change.after.routers.end()
+             && after->second.teRouterId != before.second.teRouterId;
+   } );
+}
+
+}
+
+LabCosts::LabCosts( const LabDocument & document ) : document_( &document ) {
+   addAll();
 }
 
 void
-LabCosts::addLan( Network & network, const std::string & name, const LabTopology & topology,
-                  const LabLan & lan ) {
-   for ( const auto & [ near, nearMember ] : lan.members ) {
-      for ( const auto & [ far, farMember ] : lan.members ) {
-         if ( near == far || !nearMember.attached || !farMember.attached ) {
-            continue;
-         }
-         for ( const auto & address : farMember.addrs ) {
-            network.steps[ { topology.routers.at( near ).teRouterId, address } ].push_back(
-               { topology.routers.at( far ).teRouterId, &name, metricOf( nearMember.attributes ),
-                 metricOf( farMember.attributes ) } );
-         }
+LabCosts::addAll() {
+   networks_.clear();
+   for ( const auto & [ name, topology ] : document_->topologies ) {
+      add( name, topology );
+   }
+   setOwn();
+}
+
+void
+LabCosts::follow( const LabChange & change ) {
+   if ( change.everything || std::ranges::any_of( change.topologies, []( const auto & part ) {
+           return renames( part.second );
+        } ) ) {
+      addAll();
+      return;
+   }
+   for ( const auto & [ name, part ] : change.topologies ) {
+      const std::string & kept = document_->topologies.find( name )->first;
+      remove( kept, part.before );
+      add( kept, part.after );
+   }
+   if ( change.surroundings ) {
+      setOwn();
+   }
+}
+
+void
+LabCosts::add( const std::string & name, const LabTopology & part ) {
+   Network & network = networks_[ { part.vrf, part.af } ];
+   forEachStep( part, [ & ]( const auto & from, const auto & address, const auto & to,
+                             std::uint64_t forth, std::uint64_t back ) {
+      network.steps[ { from, address } ].push_back( { to, &name, forth, back } );
+   } );
+}
+
+void
+LabCosts::remove( const std::string & name, const LabTopology & part ) {
+   Network & network = networks_[ { part.vrf, part.af } ];
+   forEachStep( part, [ & ]( const auto & from, const auto & address, const auto & to,
+                             std::uint64_t forth, std::uint64_t back ) {
+      const auto steps = network.steps.find( { from, address } );
+      const Step gone{ to, &name, forth, back };
+      steps->second.erase( std::ranges::find( steps->second, gone ) );
+      if ( steps->second.empty() ) {
+         network.steps.erase( steps );
+      }
+   } );
+}
+
+void
+LabCosts::setOwn() {
+   for ( auto & [ where, network ] : networks_ ) {
+      network.own.clear();
+   }
+   for ( const auto & [ name, topology ] : document_->topologies ) {
+      if ( visible( *document_, topology ) ) {
+         addOwn( networks_[ { topology.vrf, topology.af } ], topology, document_->router );
       }
    }
 }
@@ -93,7 +154,7 @@ LabCosts::addOwn( Network & network, const LabTopology & topology, const std::st
 
 std::optional< std::uint64_t >
 LabCosts::hopCost( const Network & network, const LabPath & path, const From & hop,
-                   const Kivnet::IpGenAddr & to ) {
+                   const Kivnet::IpGenAddr & to ) const {
    const auto steps = network.steps.find( hop );
    std::optional< std::uint64_t > least;
    if ( steps == network.steps.end() ) {
@@ -101,7 +162,8 @@ LabCosts::hopCost( const Network & network, const LabPath & path, const From & h
    }
    const auto & topology = path.constraint.topoId;
    for ( const Step & step : steps->second ) {
-      if ( step.to == to && ( !topology || *topology == *step.topology ) ) {
+      if ( step.to == to && ( !topology || *topology == *step.topology )
+           && visible( *document_, document_->topologies.at( *step.topology ) ) ) {
          const auto metric = path.constraint.reversePath ? step.metricBack : step.metric;
          least = std::min( least.value_or( metric ), metric );
       }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "schema/CspfStatus.h"
-#include "tools/lab/LabDocument.h"
+#include "tools/lab/LabChange.h"
 
 #include <map>
 #include <optional>
@@ -15,8 +15,13 @@ namespace Lab {
 /// nothing.
 class LabCosts {
  public:
-   /// O(size of the topologies).
+   /// The document outlives it, and goes on being the one of which costs are told. O(size of the
+   /// topologies).
    explicit LabCosts( const LabDocument & document );
+
+   /// Takes what a patch has done to the document. O(change), where no router has another TE router
+   /// id and nothing around the topologies changed.
+   void follow( const LabChange & change );
 
    /// The sum of the metrics along the hops of a path that starts at that TE router id: TE metrics
    /// where links have one, else IGP metrics. 0 without hops where the destination is the lab's own
@@ -30,21 +35,25 @@ class LabCosts {
       Kivnet::IpGenAddr to;  ///< TE router id
       const std::string * topology;
       std::uint64_t metric, metricBack;
+
+      bool operator==( const Step & ) const = default;
    };
    using VrfAf = std::pair< Vrf, Af >;
    using From = std::pair< Kivnet::IpGenAddr, Kivnet::IpGenAddr >;  // TE router id, hop address
    struct Network {
-      std::map< From, std::vector< Step > > steps;
-      std::set< Kivnet::IpGenAddr > own;  ///< addresses of the lab's router
+      std::map< From, std::vector< Step > > steps;  ///< of topologies that the agent sees or not
+      std::set< Kivnet::IpGenAddr > own;            ///< addresses of the lab's router
    };
 
-   static std::optional< std::uint64_t > hopCost( const Network & network, const LabPath & path,
-                                                  const From & hop, const Kivnet::IpGenAddr & to );
-   void add( const std::string & name, const LabTopology & topology, const std::string & self );
+   std::optional< std::uint64_t > hopCost( const Network & network, const LabPath & path,
+                                           const From & hop, const Kivnet::IpGenAddr & to ) const;
+   void addAll();
+   void setOwn();
    static void addOwn( Network & network, const LabTopology & topology, const std::string & self );
-   static void addLan( Network & network, const std::string & name, const LabTopology & topology,
-                       const LabLan & lan );
+   void add( const std::string & name, const LabTopology & part );
+   void remove( const std::string & name, const LabTopology & part );
 
+   const LabDocument * document_;
    std::map< VrfAf, Network > networks_;
 };
 

@@ -103,6 +103,8 @@ struct LabTopology {
    std::map< std::string, LabLink > links;
    std::map< std::string, LabLan > lans;
 
+   /// What it is, without what is in it.
+   LabTopology outline() const { return { vrf, af, id, exported, exportReady, {}, {}, {} }; }
    bool operator==( const LabTopology & ) const = default;
 };
 

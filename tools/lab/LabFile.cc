@@ -1,10 +1,9 @@
 // Lab files, and the documents that their events leave one after the other. A patch is applied to
-// the text as it was written, defaults and all, and the result is read anew, so that what an event
-// leaves is held to the same rules as what stands at the start.
+// the text as it was written, and what it names is read anew, so that what an event leaves is held
+// to the same rules as what stands at the start.
 
 #include "tools/lab/LabFile.h"
 
-#include "tools/lab/LabReader.h"
 #include "tools/text/Input.h"
 
 #include <utility>
@@ -65,18 +64,16 @@ blamed( const LabError & error, const LabEvent & event, std::size_t number ) {
 LabFile
 LabFile::of( LabJson json ) {
    LabFile file;
-   file.root_ = std::move( json );
-   file.document_ = readDocument( file.root_ );
-   if ( const LabJson * events = file.root_.find( "events" ) ) {
-      const LabCursor root( file.root_ );
-      file.events_ = readEvents( LabCursor( root, "events", *events ) );
-      file.root_.erase( "events" );
-   }
-   LabJson root = file.root_;
+   const LabJson * found = json.find( "events" );
+   const LabJson events = found ? *found : LabJson( LabJsonArray() );
+   json.erase( "events" );
+   file.start_ = LabReading( std::move( json ) );
+   const LabCursor root( file.start_.root() );
+   file.events_ = readEvents( LabCursor( root, "events", events ) );
+   LabReading reading = file.start_;
    for ( std::size_t i = 0; i < file.events_.size(); ++i ) {
       try {
-         root.merge( file.events_[ i ].patch );
-         readDocument( root );
+         reading.apply( file.events_[ i ].patch );
       } catch ( const LabError & error ) {
          throw blamed( error, file.events_[ i ], i );
       }
@@ -96,28 +93,24 @@ readLabJson( const std::string & fileName ) {
    return LabJson::parse( text );
 }
 
-LabPlayback::LabPlayback( const LabFile & file )
-   : file_( file ),
-     root_( file.root_ ),
-     document_( file.document_ ) {}
+LabPlayback::LabPlayback( const LabFile & file ) : file_( file ), reading_( file.start_ ) {}
 
 const LabEvent *
 LabPlayback::next() const noexcept {
    return applied_ < file_.events_.size() ? &file_.events_[ applied_ ] : nullptr;
 }
 
-LabDocument
+LabChange
 LabPlayback::apply() {
-   root_.merge( file_.events_[ applied_++ ].patch );
-   return std::exchange( document_, readDocument( root_ ) );
+   return reading_.apply( file_.events_[ applied_++ ].patch );
 }
 
-void
+LabChange
 LabPlayback::apply( const LabJson & patch ) {
-   LabJson root = root_;
-   root.merge( patch );
-   document_ = readDocument( root );
-   root_ = std::move( root );
+   LabReading reading = reading_;
+   const LabChange change = reading.apply( patch );
+   reading_ = std::move( reading );
+   return change;
 }
 
 }

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "tools/lab/LabDocument.h"
-#include "tools/lab/LabJson.h"
+#include "tools/lab/LabReader.h"
 
 #include <cstddef>
 #include <string>
@@ -28,16 +27,15 @@ class LabFile {
    static LabFile parse( std::string_view text ) { return of( LabJson::parse( text ) ); }
    static LabFile load( const std::string & fileName ) { return of( readLabJson( fileName ) ); }
 
-   const LabDocument & document() const noexcept { return document_; }
+   const LabDocument & document() const noexcept { return start_.document(); }
    const std::vector< LabEvent > & events() const noexcept { return events_; }
    /// The document as it was written, without events, as JSON.
-   std::string text() const { return root_.text(); }
+   std::string text() const { return start_.root().text(); }
 
  private:
    friend class LabPlayback;
 
-   LabJson root_;  ///< the document at the start, as it was written, without events
-   LabDocument document_;
+   LabReading start_;
    std::vector< LabEvent > events_;
 };
 
@@ -48,19 +46,18 @@ class LabPlayback {
    explicit LabPlayback( const LabFile & file );
 
    /// The document as it stands.
-   const LabDocument & document() const noexcept { return document_; }
+   const LabDocument & document() const noexcept { return reading_.document(); }
    /// The event that comes next; null after the last.
    const LabEvent * next() const noexcept;
-   /// Applies the patch of that event and gives the document that it found. REQUIRES: there is one.
-   LabDocument apply();
+   /// Applies the patch of that event. REQUIRES: there is one.
+   LabChange apply();
    /// Applies another patch. Throws LabError, with nothing changed, where that leaves no lab.
-   void apply( const LabJson & patch );
+   LabChange apply( const LabJson & patch );
 
  private:
    const LabFile & file_;
    std::size_t applied_ = 0;
-   LabJson root_;
-   LabDocument document_;
+   LabReading reading_;
 };
 
 }

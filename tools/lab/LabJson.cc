@@ -232,33 +232,40 @@ LabJson::merge( const LabJson & patch ) {
 void
 LabJson::mergeMembers( const LabJsonObject & patch ) {
    auto & members = *as< LabJsonObject >();
-   members.reserve( members.size() + patch.size() );  // the index points at keys
+   // Few are looked for one by one; an index of all is for many.
+   constexpr std::size_t few = 8;
    std::unordered_map< std::string_view, std::size_t > index;
-   for ( std::size_t i = 0; i < members.size(); ++i ) {
-      index.emplace( members[ i ].key, i );
+   if ( patch.size() > few ) {
+      members.reserve( members.size() + patch.size() );  // the index points at keys
+      for ( std::size_t i = 0; i < members.size(); ++i ) {
+         index.emplace( members[ i ].key, i );
+      }
    }
-   std::unordered_set< const LabJsonMember * > gone;
+   const auto find = [ & ]( const std::string & key ) -> LabJsonMember * {
+      if ( patch.size() > few ) {
+         const auto at = index.find( key );
+         return at == index.end() ? nullptr : &members[ at->second ];
+      }
+      const auto at = std::ranges::find( members, key, &LabJsonMember::key );
+      return at == members.end() ? nullptr : &*at;
+   };
+   std::unordered_set< std::string_view > gone;
    for ( const LabJsonMember & change : patch ) {
-      const auto at = index.find( change.key );
+      LabJsonMember * const present = find( change.key );
       if ( change.value.isNull() ) {
-         if ( at != index.end() ) {
-            gone.insert( &members[ at->second ] );
+         if ( present ) {
+            gone.insert( change.key );
          }
          continue;
       }
-      if ( at == index.end() ) {
+      if ( !present ) {
          members.push_back( { change.key, LabJson() } );
       }
-      ( at == index.end() ? members.back() : members[ at->second ] ).value.merge( change.value );
+      ( present ? *present : members.back() ).value.merge( change.value );
    }
    if ( !gone.empty() ) {
-      LabJsonObject rest;
-      for ( LabJsonMember & member : members ) {
-         if ( !gone.contains( &member ) ) {
-            rest.push_back( std::move( member ) );
-         }
-      }
-      members = std::move( rest );
+      std::erase_if(
+         members, [ & ]( const LabJsonMember & member ) { return gone.contains( member.key ); } );
    }
 }
 

@@ -31,21 +31,17 @@ struct TablePath {
 
 class Observer {
  public:
-   Observer( const LabDocument & document, Corvdb::StateStore & state, Zorch::TableStore & tables )
+   Observer( Corvdb::StateStore & state, Zorch::TableStore & tables, const LabCosts & costs,
+             const LabPathsByKey & names )
       : state_( state ),
         tables_( tables ),
-        costs_( document ) {
+        costs_( costs ),
+        names_( names ) {}
+
+   Outcome observe( const LabDocument & document, double time ) {
       for ( const auto & [ client, asked ] : document.clients ) {
          outcome_.clients[ client ];
       }
-      for ( const auto & [ client, paths ] : document.paths ) {
-         for ( const auto & [ name, path ] : paths ) {
-            names_[ { client, path.vrf, path.af } ][ { path.dst, path.id } ] = { &name, &path };
-         }
-      }
-   }
-
-   Outcome observe( double time ) {
       // Sums of virtual delays carry rounding; a microsecond is finer than any of them.
       outcome_.time = std::round( time * 1e6 ) / 1e6;
       const auto agent = Lum::cast< Cspf::AgentStatus >( state_.entity( "te/cspf/agentStatus" ) );
@@ -61,11 +57,6 @@ class Observer {
    }
 
  private:
-   struct Named {
-      const std::string * name = nullptr;
-      const LabPath * path = nullptr;
-   };
-
    template< class Table >
    void each( const std::string & base,
               void ( Observer::*add )( const TablePath &, const Table & ) ) {
@@ -87,20 +78,20 @@ class Observer {
       return te->routerId() || !general ? te->routerId() : general->routerIdV4();
    }
 
-   Named named( const ClientTable & table, const Cspf::PathKey & key ) const {
+   LabPathName named( const ClientTable & table, const Cspf::PathKey & key ) const {
       const auto paths = names_.find( table );
       if ( paths == names_.end() ) {
          return {};
       }
       const auto at = paths->second.find( key );
-      return at == paths->second.end() ? Named() : at->second;
+      return at == paths->second.end() ? LabPathName() : at->second;
    }
 
    void addStatus( const TablePath & at, const Cspf::Status & status ) {
       const ClientTable table{ at.rest, at.where.vrf, at.where.af };
       ClientOutcome & service = outcome_.clients[ at.rest ][ at.where ];
       for ( const auto & key : Lum::sortedKeys( status.pathStatusColl() ) ) {
-         const Named known = named( table, key );
+         const LabPathName known = named( table, key );
          PathOutcome path;
          path.status = status.pathStatus( key );
          path.error = status.pathError( key );
@@ -112,7 +103,7 @@ class Observer {
       }
       for ( const auto & key : Lum::sortedKeys( status.pathErrorColl() ) ) {
          if ( !status.pathStatusColl().contains( key ) ) {
-            const Named known = named( table, key );
+            const LabPathName known = named( table, key );
             PathOutcome & path = service.unanswered.emplace_back();
             path.status.pathKeyIs( key );
             path.error = status.pathError( key );
@@ -140,9 +131,8 @@ class Observer {
 
    void addAddresses( const TablePath & at, const Cspf::IntfIpToRouterIdTable & table ) {
       auto & addresses = outcome_.intfIpToRouterId[ at.where ];
-      for ( const auto & [ address, routerId ] : table.intfIpToRouterIdColl() ) {
-         addresses[ address ] = routerId;
-      }
+      addresses.assign( table.intfIpToRouterIdColl().begin(), table.intfIpToRouterIdColl().end() );
+      std::ranges::sort( addresses );
    }
 
    void addConstraints( const TablePath & at, const Cspf::ConstraintStatusTable & table ) {
@@ -166,7 +156,7 @@ class Observer {
    }
 
    std::string nameOf( const VrfAf & where, const Cspf::ConstraintPath & user ) const {
-      const Named known = named( { user.clientName(), where.vrf, where.af }, user.pathKey() );
+      const LabPathName known = named( { user.clientName(), where.vrf, where.af }, user.pathKey() );
       const bool isTrees = user.internal() && !user.pathKey().dst();
       return known.name ? *known.name
              : isTrees  ? user.clientName() + " trees " + std::to_string( user.pathKey().id() )
@@ -196,17 +186,49 @@ class Observer {
 
    Corvdb::StateStore & state_;
    Zorch::TableStore & tables_;
-   const LabCosts costs_;
-   std::map< ClientTable, std::map< Cspf::PathKey, Named > > names_;
+   const LabCosts & costs_;
+   const LabPathsByKey & names_;
    Outcome outcome_;
 };
 
 }
 
+LabObserver::LabObserver( const LabDocument & document, Corvdb::StateStore & state,
+                          Zorch::TableStore & tables )
+   : document_( document ),
+     state_( state ),
+     tables_( tables ),
+     costs_( document ) {
+   setNames();
+}
+
+void
+LabObserver::setNames() {
+   names_.clear();
+   for ( const auto & [ client, paths ] : document_.paths ) {
+      for ( const auto & [ name, path ] : paths ) {
+         names_[ { client, path.vrf, path.af } ][ { path.dst, path.id } ] = { &name, &path };
+      }
+   }
+}
+
+void
+LabObserver::follow( const LabChange & change ) {
+   costs_.follow( change );
+   if ( change.everything || change.surroundings ) {
+      setNames();
+   }
+}
+
+Outcome
+LabObserver::observe( double time ) const {
+   return Observer( state_, tables_, costs_, names_ ).observe( document_, time );
+}
+
 Outcome
 observe( const LabDocument & document, Corvdb::StateStore & state, Zorch::TableStore & tables,
          double time ) {
-   return Observer( document, state, tables ).observe( time );
+   return LabObserver( document, state, tables ).observe( time );
 }
 
 }

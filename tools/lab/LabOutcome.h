@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// What the agent has published at one moment, as plain data in which the names of the lab stand
@@ -65,7 +66,9 @@ struct Outcome {
    Kivnet::IpAddr teRouterId;
    /// Every client of the lab, and every other with published state; by client, by service.
    std::map< std::string, std::map< VrfAf, ClientOutcome > > clients;
-   std::map< VrfAf, std::map< Kivnet::IpGenAddr, Kivnet::IpGenAddr > > intfIpToRouterId;
+   /// Owners of interface addresses, in order.
+   std::map< VrfAf, std::vector< std::pair< Kivnet::IpGenAddr, Kivnet::IpGenAddr > > >
+      intfIpToRouterId;
    std::vector< ConstraintOutcome > constraints;
    std::vector< BandwidthOutcome > bandwidth;
 };

@@ -111,7 +111,8 @@ clientJson( const std::map< VrfAf, ClientOutcome > & services ) {
 }
 
 Json
-addressesJson( const std::map< Kivnet::IpGenAddr, Kivnet::IpGenAddr > & addresses ) {
+addressesJson(
+   const std::vector< std::pair< Kivnet::IpGenAddr, Kivnet::IpGenAddr > > & addresses ) {
    Json json = Json::object();
    // Addresses differ, and looking for one before it is added would be quadratic.
    auto & members = json.get_ref< Json::object_t & >();

@@ -6,16 +6,32 @@
 
 #include "schema/CspfClient.h"
 
+#include <algorithm>
 #include <tuple>
 
 namespace Lab {
 
 namespace {
 
+auto
+keyOf( const LabPath & path ) {
+   return std::tuple( path.vrf, path.af, path.dst, path.id );
+}
+
+}
+
 class DocumentReader {
  public:
-   explicit DocumentReader( const LabJson & root );
-   LabDocument document;
+   explicit DocumentReader( LabReading & reading )
+      : at_( reading.root_ ),
+        document( reading.document_ ),
+        topologyNames_( reading.topologyNames_ ),
+        pathNames_( reading.pathNames_ ) {}
+
+   void readAll();
+   /// Reads what a patch, which has been applied, names and bears on; nothing where that is more
+   /// than parts.
+   std::optional< LabChange > reread( const LabJson & patch );
 
  private:
    /// Reads a member of the document if it is there.
@@ -40,15 +56,42 @@ class DocumentReader {
    void setSystemIds();
    const LabRouter * self( const LabTopology & topology ) const;
 
+   /// Everything but topologies and paths.
+   void readSurroundings();
+   void readAllPaths();
+   void readPath( const LabCursor & at, const std::string & client );
+   bool rereadTopologies( const LabJson & patch, LabChange & change, bool & names );
+   void rereadSurroundings();
+   bool rereadPaths( const LabJson & patch );
+   bool bearsOnSelf( const LabTopologyChange & change ) const;
+   template< class Visit >
+   void forEachTopology( Visit visit ) const;
+
    const LabCursor at_;
-   std::vector< const LabTopology * > topologies_;  ///< in the order of the text
+   LabDocument & document;
+   std::map< std::string, LabTopologyNames > & topologyNames_;
+   std::map< std::string, LabPathNames > & pathNames_;
 };
 
-DocumentReader::DocumentReader( const LabJson & root ) : at_( root ) {
-   const Lum::Ptr< Cspf::CspfCliConfig > defaults( new Cspf::CspfCliConfig );
-   document.throttle = { defaults->initialInt(), defaults->holdInt(), defaults->maxInt() };
+/// In the order of the text.
+template< class Visit >
+void
+DocumentReader::forEachTopology( Visit visit ) const {
+   for ( const LabJsonMember & member : *at_.value().find( "topologies" )->as< LabJsonObject >() ) {
+      visit( document.topologies.at( member.key ) );
+   }
+}
+
+void
+DocumentReader::readAll() {
    readScalars();
    section( "topologies", [ & ]( const LabCursor & v ) { readTopologies( v ); } );
+   readSurroundings();
+   readAllPaths();
+}
+
+void
+DocumentReader::readSurroundings() {
    section( "router", [ & ]( const LabCursor & v ) { readRouter( v ); } );
    setTeRouterId();
    setInterfaces();
@@ -59,6 +102,12 @@ DocumentReader::DocumentReader( const LabJson & root ) : at_( root ) {
    section( "clients", [ & ]( const LabCursor & v ) {
       forEachMember( v, [ & ]( const LabCursor & client ) { readClient( client ); } );
    } );
+}
+
+void
+DocumentReader::readAllPaths() {
+   document.paths.clear();
+   pathNames_.clear();
    section( "paths", [ & ]( const LabCursor & v ) {
       forEachMember( v, [ & ]( const LabCursor & client ) { readPaths( client ); } );
    } );
@@ -66,6 +115,8 @@ DocumentReader::DocumentReader( const LabJson & root ) : at_( root ) {
 
 void
 DocumentReader::readScalars() {
+   const Lum::Ptr< Cspf::CspfCliConfig > defaults( new Cspf::CspfCliConfig );
+   document.throttle = { defaults->initialInt(), defaults->holdInt(), defaults->maxInt() };
    const auto later = []( const LabCursor & ) {};
    readObject(
       at_,
@@ -103,8 +154,8 @@ DocumentReader::readTopologies( const LabCursor & at ) {
    std::map< std::tuple< Vrf, Af, Cspf::TopoId >, std::string > names;
    forEachMember( at, [ & ]( const LabCursor & v ) {
       const std::string name( v.key() );
-      const auto topology = document.topologies.emplace( name, readTopology( v ) ).first;
-      topologies_.push_back( &topology->second );
+      const auto topology =
+         document.topologies.emplace( name, readTopology( v, topologyNames_[ name ] ) ).first;
       const auto & [ vrf, af, id ] =
          std::tie( topology->second.vrf, topology->second.af, topology->second.id );
       const auto [ first, isNew ] = names.try_emplace( { vrf, af, id }, name );
@@ -126,11 +177,11 @@ DocumentReader::self( const LabTopology & topology ) const {
 void
 DocumentReader::readRouter( const LabCursor & at ) {
    bool anyRouter = false;
-   for ( const LabTopology * topology : topologies_ ) {
-      if ( self( *topology ) ) {
+   for ( const auto & [ name, topology ] : document.topologies ) {
+      if ( self( topology ) ) {
          return;
       }
-      anyRouter |= !topology->routers.empty();
+      anyRouter |= !topology.routers.empty();
    }
    if ( anyRouter ) {
       at.fail( "the name of a router of a topology" );
@@ -139,13 +190,12 @@ DocumentReader::readRouter( const LabCursor & at ) {
 
 void
 DocumentReader::setTeRouterId() {
-   for ( const LabTopology * topology : topologies_ ) {
-      const LabRouter * router = self( *topology );
-      if ( router && router->teRouterId && router->teRouterId.af() == Af::ipv4 ) {
+   forEachTopology( [ & ]( const LabTopology & topology ) {
+      const LabRouter * router = self( topology );
+      if ( !document.te.routerId && router && router->teRouterId.af() == Af::ipv4 ) {
          document.te.routerId = router->teRouterId.v4();
-         return;
       }
-   }
+   } );
 }
 
 void
@@ -169,12 +219,12 @@ DocumentReader::setInterfaces() {
 
 void
 DocumentReader::setSystemIds() {
-   for ( const LabTopology * topology : topologies_ ) {
-      const LabRouter * router = self( *topology );
-      if ( router && topology->id.igpSource() == Cspf::IgpSource::isis ) {
-         document.segmentRouting.emplace( topology->vrf, router->id.isisSystemId() );
+   forEachTopology( [ & ]( const LabTopology & topology ) {
+      const LabRouter * router = self( topology );
+      if ( router && topology.id.igpSource() == Cspf::IgpSource::isis ) {
+         document.segmentRouting.emplace( topology.vrf, router->id.isisSystemId() );
       }
-   }
+   } );
 }
 
 void
@@ -255,25 +305,167 @@ void
 DocumentReader::readPaths( const LabCursor & at ) {
    const std::string client =
       checkPathName( at, std::string( at.key() ), "as key, a client's name" );
-   auto & paths = document.paths[ client ];
-   std::map< std::tuple< Vrf, Af, Cspf::Destination, std::uint32_t >, std::string > names;
-   forEachMember( at, [ & ]( const LabCursor & v ) {
-      const std::string name( v.key() );
-      const LabPath & path = paths.emplace( name, readPath( v, client, document ) ).first->second;
-      const auto [ first, isNew ] =
-         names.try_emplace( { path.vrf, path.af, path.dst, path.id }, name );
-      if ( !isNew ) {
-         v.fail( "a VRF, family, destination and id that no other path of the client has",
-                 "those of " + LabJson( first->second ).inShort() );
-      }
+   document.paths[ client ];
+   forEachMember( at, [ & ]( const LabCursor & v ) { readPath( v, client ); } );
+}
+
+void
+DocumentReader::readPath( const LabCursor & at, const std::string & client ) {
+   const std::string name( at.key() );
+   const LabPath & path = document.paths[ client ]
+                             .insert_or_assign( name, Lab::readPath( at, client, document ) )
+                             .first->second;
+   const auto [ first, isNew ] = pathNames_[ client ].try_emplace( keyOf( path ), name );
+   if ( !isNew ) {
+      at.fail( "a VRF, family, destination and id that no other path of the client has",
+               "those of " + LabJson( first->second ).inShort() );
+   }
+}
+
+// ---- Parts anew ----
+
+namespace {
+
+/// Whether a path may name what the change brought or took: a router or an interface.
+bool
+bearsOnPaths( const LabTopologyChange & change ) {
+   const auto names = []( const LabLink & link ) {
+      return std::tie( link.a.router, link.a.intf, link.b.router, link.b.intf );
+   };
+   const auto & [ before, after ] = change;
+   return !before.lans.empty() || !after.lans.empty()
+          || !std::ranges::equal(
+             before.links, after.links, [ & ]( const auto & b, const auto & a ) {
+                return b.first == a.first && names( b.second ) == names( a.second );
+             } );
+}
+
+}
+
+/// Whether there is a link of the lab's router in it.
+bool
+DocumentReader::bearsOnSelf( const LabTopologyChange & change ) const {
+   return std::ranges::any_of( change.after.links, [ & ]( const auto & link ) {
+      return link.second.a.router == document.router || link.second.b.router == document.router;
    } );
 }
 
+/// Gives whether that was all; sets the flag where paths may name what came or went.
+bool
+DocumentReader::rereadTopologies( const LabJson & patch, LabChange & change, bool & names ) {
+   const auto * members = patch.as< LabJsonObject >();
+   if ( !members ) {
+      return false;
+   }
+   const LabCursor at( at_, "topologies", *at_.value().find( "topologies" ) );
+   for ( const auto & [ name, part ] : *members ) {
+      const auto topology = document.topologies.find( name );
+      if ( topology == document.topologies.end() || !isOfElements( part ) ) {
+         return false;
+      }
+      auto reread = rereadTopology( LabCursor( at, name, *at.value().find( name ) ), part,
+                                    topology->second, topologyNames_[ name ] );
+      if ( !reread ) {
+         return false;
+      }
+      names |= part.find( "routers" ) || bearsOnPaths( *reread );
+      change.surroundings |= names || bearsOnSelf( *reread );
+      change.topologies.emplace( name, std::move( *reread ) );
+   }
+   return true;
 }
 
-LabDocument
-readDocument( const LabJson & root ) {
-   return DocumentReader( root ).document;
+void
+DocumentReader::rereadSurroundings() {
+   LabDocument fresh;
+   fresh.topologies = std::move( document.topologies );
+   fresh.paths = std::move( document.paths );
+   document = std::move( fresh );
+   readScalars();
+   readSurroundings();
+}
+
+bool
+DocumentReader::rereadPaths( const LabJson & patch ) {
+   const auto * clients = patch.as< LabJsonObject >();
+   const bool isOfPaths = clients && std::ranges::all_of( *clients, []( const auto & client ) {
+                             return client.value.template as< LabJsonObject >();
+                          } );
+   if ( !isOfPaths ) {
+      return false;
+   }
+   const LabCursor at( at_, "paths", *at_.value().find( "paths" ) );
+   for ( const auto & [ client, named ] : *clients ) {
+      const LabCursor there( at, client, *at.value().find( client ) );
+      checkPathName( there, client, "as key, a client's name" );
+      auto & paths = document.paths[ client ];
+      for ( const auto & [ name, patched ] : *named.as< LabJsonObject >() ) {
+         if ( const auto node = paths.extract( name ) ) {
+            pathNames_[ client ].erase( keyOf( node.mapped() ) );
+         }
+      }
+      for ( const auto & [ name, patched ] : *named.as< LabJsonObject >() ) {
+         if ( const LabJson * value = there.value().find( name ) ) {
+            readPath( LabCursor( there, name, *value ), client );
+         }
+      }
+   }
+   return true;
+}
+
+std::optional< LabChange >
+DocumentReader::reread( const LabJson & patch ) {
+   LabChange change;
+   bool names = false;
+   const auto * members = patch.as< LabJsonObject >();
+   if ( !members ) {
+      return std::nullopt;
+   }
+   const LabJson * topologies = patch.find( "topologies" );
+   const LabJson * paths = patch.find( "paths" );
+   const std::size_t parts = ( topologies ? 1 : 0 ) + ( paths ? 1 : 0 );
+   if ( topologies && !rereadTopologies( *topologies, change, names ) ) {
+      return std::nullopt;
+   }
+   const bool settings = members->size() > parts;
+   change.surroundings |= settings || paths;
+   if ( change.surroundings ) {
+      rereadSurroundings();
+   }
+   if ( names ) {
+      readAllPaths();
+   } else if ( paths && !rereadPaths( *paths ) ) {
+      return std::nullopt;
+   }
+   return change;
+}
+
+LabReading::LabReading( LabJson root ) : root_( std::move( root ) ) {
+   readAll();
+}
+
+void
+LabReading::readAll() {
+   document_ = {};
+   topologyNames_.clear();
+   pathNames_.clear();
+   DocumentReader( *this ).readAll();
+}
+
+LabChange
+LabReading::apply( const LabJson & patch ) {
+   root_.merge( patch );
+   try {
+      if ( auto change = DocumentReader( *this ).reread( patch ) ) {
+         return std::move( *change );
+      }
+   } catch ( const LabError & ) {
+      // What is wrong is said as of the whole, whose first error may be another.
+   }
+   readAll();
+   LabChange change;
+   change.everything = true;
+   return change;
 }
 
 }

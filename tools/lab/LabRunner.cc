@@ -92,16 +92,17 @@ class LabRun {
 
    void run() {
       writer_.write( playback_.document() );
+      LabObserver observer( playback_.document(), state_, tables_ );
       runner_.start();
       while ( const LabEvent * event = playback_.next() ) {
          workUntil( start_ + event->at );
-         outcomeIs( event->at );
+         outcomeIs( observer.observe( event->at ) );
          output_.eventIs( *event );
-         apply( *event );
+         observer.follow( apply( *event ) );
          ++eventsDone_;
       }
       workUntil( unending );
-      outcomeIs( loop_.now() - start_ );
+      outcomeIs( observer.observe( loop_.now() - start_ ) );
       runner_.stop();
    }
 
@@ -166,14 +167,15 @@ class LabRun {
       return answer;
    }
 
-   void apply( const LabEvent & event ) {
+   LabChange apply( const LabEvent & event ) {
       if ( event.restart ) {
          killAndStart( runner_, state_, tables_ );
          // The new agent finds the state as it is, and takes it up before anything changes.
          workUntil( loop_.now() );
       }
-      playback_.apply();
-      writer_.write( playback_.document() );
+      LabChange change = playback_.apply();
+      writer_.write( playback_.document(), change );
+      return change;
    }
 
    /// Does all that is due until then, and at infinity until nothing is pending.
@@ -200,10 +202,9 @@ class LabRun {
       }
    }
 
-   void outcomeIs( double time ) {
+   void outcomeIs( const Outcome & outcome ) {
       progress_.clear();
-      output_.outcomeIs( playback_.document(),
-                         observe( playback_.document(), state_, tables_, time ) );
+      output_.outcomeIs( playback_.document(), outcome );
    }
 
    static constexpr Lum::Seconds unending = std::numeric_limits< Lum::Seconds >::infinity();

@@ -57,20 +57,64 @@ samePlace( const LabTopology & a, const LabTopology & b ) {
    return a.vrf == b.vrf && a.af == b.af && a.id == b.id && a.exported == b.exported;
 }
 
+/// What there may be to take away, when another document is written after this one.
+LabDocument
+outlineOf( const LabDocument & document ) {
+   LabDocument outline;
+   outline.interfaceBandwidths = document.interfaceBandwidths;
+   outline.segmentRouting = document.segmentRouting;
+   outline.clients = document.clients;
+   for ( const auto & [ name, topology ] : document.topologies ) {
+      outline.topologies.emplace( name, topology.outline() );
+   }
+   return outline;
+}
+
 }
 
 void
 LabState::write( const LabDocument & document ) {
+   writeSettings( document );
+   writeTopologies( document );
+   writeDemands( document );
+   written_ = outlineOf( document );
+}
+
+void
+LabState::write( const LabDocument & document, const LabChange & change ) {
+   if ( change.everything ) {
+      write( document );
+      return;
+   }
+   if ( change.surroundings ) {
+      writeSettings( document );
+   }
+   for ( const auto & [ name, part ] : change.topologies ) {
+      const auto table = Lum::cast< Routing::Topology::TopoDb >(
+         tables_.table( tablePath( document.topologies.at( name ) ) ) );
+      changeTable( *table, tableOf( name, part.before, linkIds_ ),
+                   tableOf( name, part.after, linkIds_ ) );
+   }
+   if ( change.surroundings ) {
+      writeDemands( document );
+      written_ = outlineOf( document );
+   }
+}
+
+void
+LabState::writeSettings( const LabDocument & document ) {
    writeConfiguration( document );
    writeInterfaces( document );
    writeSegmentRouting( document );
-   writeTopologies( document );
+}
+
+void
+LabState::writeDemands( const LabDocument & document ) {
    writeAdjacencies( document );
    writeHostnames( document );
    writePaths( document );
    writeClients( document );
    cleanupPaths( document );
-   written_ = document;
 }
 
 void

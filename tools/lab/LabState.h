@@ -2,6 +2,7 @@
 
 #include "platform/Corvdb/StateStore.h"
 #include "platform/Zorch/TableStore.h"
+#include "tools/lab/LabChange.h"
 #include "tools/lab/LabRecords.h"
 
 namespace Lab {
@@ -18,8 +19,13 @@ class LabState {
    /// Brings state from the document written last (at first: from nothing) to this one, an entity
    /// or an entry of a table at a time. What is the same is not touched.
    void write( const LabDocument & document );
+   /// The same after that change, of the document written last, has led to this one; tables of
+   /// topologies are written where the change names them, at the cost of what it names.
+   void write( const LabDocument & document, const LabChange & change );
 
  private:
+   void writeSettings( const LabDocument & document );
+   void writeDemands( const LabDocument & document );
    void writeConfiguration( const LabDocument & document );
    void writeInterfaces( const LabDocument & document );
    void writeSegmentRouting( const LabDocument & document );
@@ -34,7 +40,7 @@ class LabState {
 
    Corvdb::StateStore & state_;
    Zorch::TableStore & tables_;
-   LabDocument written_;
+   LabDocument written_;  ///< what there may be to take away
    LabLinkIds linkIds_;
    std::map< ClientTable, Lum::Ptr< Cspf::Config > > configs_;
 };

@@ -17,23 +17,32 @@ LabTable::linkIs( const Neighbor & link ) {
 
 namespace {
 
+Lum::Set< NeighborKey >
+listedBy( const Router * router ) {
+   return router ? router->neighborSet() : Lum::Set< NeighborKey >();
+}
+
+/// `present` are the links of the router that are there; those that are not wanted go. It goes on
+/// listing `others`, beside what is wanted.
 void
-writeRouter( TopoDb & table, const LabTable & wanted, const Cspf::IgpRouterId & id ) {
-   const auto wantedRouter = wanted.router.find( id );
-   if ( const Router * present = table.routerFind( id ) ) {
-      const Lum::Set< NeighborKey > listed = present->neighborSet();
-      for ( const NeighborKey & key : listed ) {
-         if ( !wanted.neighbor.contains( key ) ) {
-            table.neighborDel( key );
-         }
+writeRouter( TopoDb & table, const LabTable & wanted, const Cspf::IgpRouterId & id,
+             const Lum::Set< NeighborKey > & present, const Lum::Set< NeighborKey > & others ) {
+   for ( const NeighborKey & key : present ) {
+      if ( !wanted.neighbor.contains( key ) ) {
+         table.neighborDel( key );
       }
    }
+   const auto wantedRouter = wanted.router.find( id );
    if ( wantedRouter == wanted.router.end() ) {
       table.reachabilityDel( id );
       table.routerDel( id );
       return;
    }
-   table.routerIs( id, wantedRouter->second );
+   Router router = wantedRouter->second;
+   for ( const NeighborKey & key : others ) {
+      router.neighborIs( key );
+   }
+   table.routerIs( id, router );
    for ( const NeighborKey & key : wantedRouter->second.neighborSet() ) {
       table.neighborIs( key, wanted.neighbor.at( key ) );
    }
@@ -56,7 +65,7 @@ writeTable( TopoDb & table, const LabTable & wanted ) {
       routers.insert( id );
    }
    for ( const auto & id : routers ) {
-      writeRouter( table, wanted, id );
+      writeRouter( table, wanted, id, listedBy( table.routerFind( id ) ), {} );
    }
    for ( const auto & id : Lum::sortedKeys( table.networkColl() ) ) {
       if ( !wanted.network.contains( id ) ) {
@@ -64,6 +73,31 @@ writeTable( TopoDb & table, const LabTable & wanted ) {
       }
    }
    for ( const auto & [ id, network ] : wanted.network ) {
+      table.networkIs( id, network );
+   }
+}
+
+void
+changeTable( TopoDb & table, const LabTable & before, const LabTable & after ) {
+   std::map< Cspf::IgpRouterId, Lum::Set< NeighborKey > > routers;
+   for ( const LabTable * part : { &before, &after } ) {
+      for ( const auto & [ id, router ] : part->router ) {
+         routers.try_emplace( id, router.neighborSet() );
+      }
+   }
+   for ( const auto & [ id, listed ] : routers ) {
+      Lum::Set< NeighborKey > others = listedBy( table.routerFind( id ) );
+      for ( const NeighborKey & key : listed ) {
+         others.erase( key );
+      }
+      writeRouter( table, after, id, listed, others );
+   }
+   for ( const auto & [ id, network ] : before.network ) {
+      if ( !after.network.contains( id ) ) {
+         table.networkDel( id );
+      }
+   }
+   for ( const auto & [ id, network ] : after.network ) {
       table.networkIs( id, network );
    }
 }

@@ -22,5 +22,9 @@ struct LabTable {
 /// come in: links that a router no longer has go before the router's list changes, new ones come
 /// after it. What is the same is not written. O(size of both).
 void writeTable( Routing::Topology::TopoDb & table, const LabTable & wanted );
+/// The same where the table holds `before`, a part of it, which becomes `after`. Routers of both
+/// keep what other parts list under them. O(size of both).
+void changeTable( Routing::Topology::TopoDb & table, const LabTable & before,
+                  const LabTable & after );
 
 }

@@ -4,6 +4,7 @@
 
 #include "tools/lab/LabReader.h"
 
+#include <algorithm>
 #include <set>
 
 namespace Lab {
@@ -59,12 +60,26 @@ readAttributes( const LabCursor & at, GivenAttributes & to, const LabKey< Read >
                key( "unreserved", [ & ]( auto & v ) { to.unreserved = readUnreserved( v ); } ) );
 }
 
+/// The parts of a topology that have elements by name.
+constexpr std::string_view routersKey = "routers", linksKey = "links", lansKey = "lans";
+
 class TopologyReader {
  public:
-   explicit TopologyReader( const LabCursor & at );
-   LabTopology topology;
+   TopologyReader( LabTopology & topology, LabTopologyNames & names )
+      : topology( topology ),
+        names_( names ) {}
+
+   void read( const LabCursor & at );
+   std::optional< LabTopologyChange > reread( const LabCursor & at, const LabJson & patch );
 
  private:
+   /// Takes what the patch names out of `from`, and gives its names up.
+   void takeOut( const LabJson & patch, LabTopology & before );
+   void giveUp( const Addresses & addresses );
+   template< class Read >
+   void readNamed( const LabCursor & at, const LabJson & patch, std::string_view part, Read read );
+   bool leavesOthers( const LabTopologyChange & change ) const;
+
    void readScalars( const LabCursor & at );
    void readNumbers( const LabCursor & at );
    void readRouter( const LabCursor & at );
@@ -80,16 +95,16 @@ class TopologyReader {
    template< class Read >
    void section( const LabCursor & at, std::string_view name, Read read );
 
-   std::set< Cspf::IgpRouterId > routerIds_;
-   std::set< Kivnet::IpGenAddr > addresses_;
-   std::set< std::pair< std::string, std::uint8_t > > pseudonodes_;
+   LabTopology & topology;
+   LabTopologyNames & names_;
 };
 
-TopologyReader::TopologyReader( const LabCursor & at ) {
+void
+TopologyReader::read( const LabCursor & at ) {
    readScalars( at );
-   section( at, "routers", [ & ]( const LabCursor & router ) { readRouter( router ); } );
-   section( at, "links", [ & ]( const LabCursor & link ) { readLink( link ); } );
-   section( at, "lans", [ & ]( const LabCursor & lan ) { readLan( lan ); } );
+   section( at, routersKey, [ & ]( const LabCursor & router ) { readRouter( router ); } );
+   section( at, linksKey, [ & ]( const LabCursor & link ) { readLink( link ); } );
+   section( at, lansKey, [ & ]( const LabCursor & lan ) { readLan( lan ); } );
 }
 
 template< class Read >
@@ -115,7 +130,7 @@ TopologyReader::readScalars( const LabCursor & at ) {
                key( "numbers", [ & ]( auto & v ) { numbers = &v.value(); } ),
                key( "export", [ & ]( auto & v ) { exported = readBool( v ); } ),
                key( "exportReady", [ & ]( auto & v ) { topology.exportReady = readBool( v ); } ),
-               key( "routers", later ), key( "links", later ), key( "lans", later ) );
+               key( routersKey, later ), key( linksKey, later ), key( lansKey, later ) );
    const bool isis = igp == Cspf::IgpSource::isis;
    topology.id = isis ? Cspf::TopoId::isisL2() : Cspf::TopoId{ igp, 0, 0 };
    topology.exported = exported.value_or( !isis );
@@ -148,7 +163,7 @@ TopologyReader::readRouter( const LabCursor & at ) {
       router.id =
          isis ? Cspf::IgpRouterId( readSystemId( v ) )
               : Cspf::IgpRouterId( Cspf::VertexType::ospfRouter, readIpv4( v ).stringValue() );
-      if ( !routerIds_.insert( router.id ).second ) {
+      if ( !names_.routerIds.insert( router.id ).second ) {
          v.fail( "a router id that no other router of the topology has" );
       }
    };
@@ -241,7 +256,7 @@ TopologyReader::readLan( const LabCursor & at ) {
                                  readMember( member, name ) );
          } );
       } ) );
-   if ( !pseudonodes_.emplace( lan.dr, lan.pseudonode ).second ) {
+   if ( !names_.pseudonodes.emplace( lan.dr, lan.pseudonode ).second ) {
       at.fail( "\"dr\" and \"pseudonode\" that no other LAN of the topology has",
                LabJson( lan.dr ).inShort() + " and " + std::to_string( lan.pseudonode ) );
    }
@@ -267,7 +282,7 @@ TopologyReader::readAddresses( const LabCursor & at ) {
    Addresses addresses;
    const auto readOne = [ & ]( const LabCursor & one ) {
       addresses.push_back( readAddress( one, topology.af ) );
-      if ( !addresses_.insert( addresses.back() ).second ) {
+      if ( !names_.addresses.insert( addresses.back() ).second ) {
          one.fail( "an address that no other interface of the topology has" );
       }
    };
@@ -288,11 +303,165 @@ TopologyReader::readRouterName( const LabCursor & at, const std::string & name )
    return name;
 }
 
+// ---- Elements anew ----
+
+/// Moves the elements that the patch names from one map to the other.
+template< class Map, class Left >
+void
+moveNamed( const LabJson & patch, std::string_view part, Map & from, Map & to, Left left ) {
+   const LabJson * named = patch.find( part );
+   if ( !named ) {
+      return;
+   }
+   for ( const LabJsonMember & member : *named->as< LabJsonObject >() ) {
+      if ( auto node = from.extract( member.key ) ) {
+         left( to.insert( std::move( node ) ).position->second );
+      }
+   }
+}
+
+void
+TopologyReader::giveUp( const Addresses & addresses ) {
+   for ( const auto & address : addresses ) {
+      names_.addresses.erase( address );
+   }
+}
+
+void
+TopologyReader::takeOut( const LabJson & patch, LabTopology & before ) {
+   moveNamed( patch, routersKey, topology.routers, before.routers,
+              [ & ]( const LabRouter & router ) { names_.routerIds.erase( router.id ); } );
+   moveNamed( patch, linksKey, topology.links, before.links, [ & ]( const LabLink & link ) {
+      giveUp( link.a.addrs );
+      giveUp( link.b.addrs );
+   } );
+   moveNamed( patch, lansKey, topology.lans, before.lans, [ & ]( const LabLan & lan ) {
+      names_.pseudonodes.erase( { lan.dr, lan.pseudonode } );
+      for ( const auto & [ router, member ] : lan.members ) {
+         giveUp( member.addrs );
+      }
+   } );
+}
+
+template< class Read >
+void
+TopologyReader::readNamed( const LabCursor & at, const LabJson & patch, std::string_view part,
+                           Read read ) {
+   const LabJson * named = patch.find( part );
+   const LabJson * present = at.value().find( part );
+   if ( !named || !present ) {
+      return;
+   }
+   const LabCursor there( at, part, *present );
+   for ( const LabJsonMember & member : *named->as< LabJsonObject >() ) {
+      if ( const LabJson * value = present->find( member.key ) ) {
+         read( LabCursor( there, member.key, *value ) );
+      }
+   }
+}
+
+/// Calls `use( router's name )` for each time that an element names one.
+template< class Use >
+void
+forEachUse( const LabTopology & topology, Use use ) {
+   for ( const auto & [ name, link ] : topology.links ) {
+      use( link.a.router );
+      use( link.b.router );
+   }
+   for ( const auto & [ name, lan ] : topology.lans ) {
+      use( lan.dr );
+      for ( const auto & [ router, member ] : lan.members ) {
+         use( router );
+      }
+   }
+}
+
+/// Whether elements that the patch does not name are as they were: none of them has to do with a
+/// router that is gone, or that has another id.
+bool
+TopologyReader::leavesOthers( const LabTopologyChange & change ) const {
+   std::set< std::string_view > others;
+   for ( const auto & [ name, router ] : change.before.routers ) {
+      const auto now = topology.routers.find( name );
+      if ( now == topology.routers.end() || now->second.id != router.id ) {
+         others.insert( name );
+      }
+   }
+   bool leaves = true;
+   if ( !others.empty() ) {
+      forEachUse( topology,
+                  [ & ]( const std::string & router ) { leaves &= !others.contains( router ); } );
+   }
+   return leaves;
+}
+
+/// Copies the elements that the patch names.
+template< class Map >
+void
+copyNamed( const LabJson & patch, std::string_view part, const Map & from, Map & to ) {
+   if ( const LabJson * named = patch.find( part ) ) {
+      for ( const LabJsonMember & member : *named->as< LabJsonObject >() ) {
+         if ( const auto at = from.find( member.key ); at != from.end() ) {
+            to.insert( *at );
+         }
+      }
+   }
+}
+
+std::optional< LabTopologyChange >
+TopologyReader::reread( const LabCursor & at, const LabJson & patch ) {
+   LabTopologyChange change{ topology.outline(), topology.outline() };
+   auto & [ before, after ] = change;
+   // All are given up before one is taken: elements may exchange what others must not have.
+   takeOut( patch, before );
+   readNamed( at, patch, routersKey, [ & ]( const LabCursor & v ) { readRouter( v ); } );
+   readNamed( at, patch, linksKey, [ & ]( const LabCursor & v ) { readLink( v ); } );
+   readNamed( at, patch, lansKey, [ & ]( const LabCursor & v ) { readLan( v ); } );
+   if ( !leavesOthers( change ) ) {
+      return std::nullopt;
+   }
+   copyNamed( patch, routersKey, topology.routers, after.routers );
+   copyNamed( patch, linksKey, topology.links, after.links );
+   copyNamed( patch, lansKey, topology.lans, after.lans );
+   const LabJson * routers = patch.find( routersKey );
+   std::set< std::string > used;
+   for ( const LabTopology * part : { &before, &after } ) {
+      forEachUse( *part, [ & ]( const std::string & router ) { used.insert( router ); } );
+   }
+   for ( const std::string & router : used ) {
+      if ( const auto present = topology.routers.find( router );
+           present != topology.routers.end() ) {
+         after.routers.insert( *present );
+         if ( !routers || !routers->find( router ) ) {
+            before.routers.insert( *present );
+         }
+      }
+   }
+   return change;
+}
+
 }
 
 LabTopology
-readTopology( const LabCursor & at ) {
-   return TopologyReader( at ).topology;
+readTopology( const LabCursor & at, LabTopologyNames & names ) {
+   LabTopology topology;
+   TopologyReader( topology, names ).read( at );
+   return topology;
+}
+
+bool
+isOfElements( const LabJson & patch ) {
+   const auto * parts = patch.as< LabJsonObject >();
+   return parts && std::ranges::all_of( *parts, []( const LabJsonMember & part ) {
+             return ( part.key == routersKey || part.key == linksKey || part.key == lansKey )
+                    && part.value.as< LabJsonObject >();
+          } );
+}
+
+std::optional< LabTopologyChange >
+rereadTopology( const LabCursor & at, const LabJson & patch, LabTopology & topology,
+                LabTopologyNames & names ) {
+   return TopologyReader( topology, names ).reread( at, patch );
 }
 
 }
