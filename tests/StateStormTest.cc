@@ -30,6 +30,7 @@ constexpr const char * steadyPath = "te/bwm/client/input/vrf/default/steady";
 constexpr const char * busyPath = "te/bwm/client/input/vrf/default/busy";
 constexpr Lum::Seconds pace = 0.02;
 constexpr const char * clients[] = { "rsvp", "c2", "c3" };
+constexpr const char *lastTopology = "last topology", *lastRequests = "last requests";
 
 std::string
 configOf( const std::string & client ) {
@@ -98,15 +99,17 @@ struct StateStormTest : SharedStateTest {
    void SetUp() override;
    void TearDown() override;
 
-   /// A process that owns the paths and writes there all the time, until the file "last" is in the
-   /// directory.
-   pid_t startWriter( const std::vector< std::string > & paths, const Write & write ) const;
+   /// A process that owns the paths and writes there all the time, until the file of that name is
+   /// in the directory.
+   pid_t startWriter( const std::vector< std::string > & paths, const std::string & last,
+                      const Write & write ) const;
    void killOne();
    /// This process's members live for so long.
    void live( Lum::Seconds seconds );
    /// Nobody gets an answer for ten seconds, and this process makes 20,000 changes meanwhile.
    void cutOff();
-   /// Everybody writes what is right, and no more.
+   /// Everybody writes what is right, and no more: requests once the topology is right, since a
+   /// path in use stays where it was while it is valid.
    void finish();
    /// Why not all is as it should be; empty: it is.
    std::string fault();
@@ -138,13 +141,14 @@ StateStormTest::SetUp() {
    loadSquare( *agent );
    topology = seenByAgent( topologyPath );
    starts.push_back( [ this ] {
-      return startWriter( { topologyPath }, [ this ]( Member & member, auto & dice, bool isLast ) {
-         writeTopology( member, topology, dice, isLast );
-      } );
+      return startWriter( { topologyPath }, lastTopology,
+                          [ this ]( Member & member, auto & dice, bool isLast ) {
+                             writeTopology( member, topology, dice, isLast );
+                          } );
    } );
    for ( const std::string name : clients ) {
       starts.push_back( [ this, name ] {
-         return startWriter( { configOf( name ), "te/cspf/client/" + name },
+         return startWriter( { configOf( name ), "te/cspf/client/" + name }, lastRequests,
                              [ name ]( Member & member, auto & dice, bool isLast ) {
                                 writeRequests( member, name, dice, isLast );
                              } );
@@ -177,7 +181,8 @@ StateStormTest::TearDown() {
 }
 
 pid_t
-StateStormTest::startWriter( const std::vector< std::string > & paths, const Write & write ) const {
+StateStormTest::startWriter( const std::vector< std::string > & paths, const std::string & last,
+                             const Write & write ) const {
    const pid_t child = fork();
    if ( child != 0 ) {
       return child;
@@ -193,7 +198,7 @@ StateStormTest::startWriter( const std::vector< std::string > & paths, const Wri
       ownLoop.runOnce( pace );
       if ( granted && !done && ownLoop.now() >= next ) {
          next = ownLoop.now() + pace;
-         done = access( ( directory / "last" ).c_str(), F_OK ) == 0;
+         done = access( ( directory / last ).c_str(), F_OK ) == 0;
          write( member, dice, done );
       }
    }
@@ -237,7 +242,12 @@ StateStormTest::cutOff() {
 void
 StateStormTest::finish() {
    loadSquare( *agent );  // what nobody owns is the operator's to write again
-   std::ofstream( directory / "last" ) << "\n";
+   std::ofstream( directory / lastTopology ) << "\n";
+   EXPECT_TRUE( comesTrue( [ this ] {
+      live( 0.01 );
+      return seenByAgent( topologyPath ) == topology;
+   } ) );
+   std::ofstream( directory / lastRequests ) << "\n";
 }
 
 Json
