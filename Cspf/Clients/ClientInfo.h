@@ -24,6 +24,7 @@ class TeVrfConfig : public Lum::Entity {
    explicit TeVrfConfig( const L3::VrfName & vrfName ) : vrfName_( vrfName ) {}
    const L3::VrfName & vrfName() const noexcept { return vrfName_; }
    LUM_COLLECTION_ORDERED( clientsEnabled, Lum::String, bool );
+   void clientsEnabledIs( const Lum::String & client ) { clientsEnabledIs( client, true ); }
 
  private:
    const L3::VrfName vrfName_;

@@ -47,7 +47,7 @@ cleanupTables( const char * operation, const Lum::Ptr< Corvdb::EntityManager > &
 void
 ClientSm::handleInitialized() {
    LUM_WATCH_KEYS( client_, vrf, handleVrf );
-   LUM_WATCH( intake_.teRouterIdConfig, routerId, handleRouterId );
+   LUM_WATCH( teRouterIdConfig_, routerId, handleRouterId );
    handleRouterId();
 }
 
@@ -60,7 +60,7 @@ ClientSm::handleRouterId() {
 
 void
 ClientSm::handleVrf( const L3::VrfName & vrf ) {
-   if ( client_->vrf( vrf ) && intake_.teRouterIdConfig->routerId() ) {
+   if ( client_->vrf( vrf ) && teRouterIdConfig_->routerId() ) {
       if ( !clientVrfConfMounterHas( vrf ) ) {
          TRACE7( "client " << name_ << ", vrf " << vrf << " te required and configured" );
          TRACE7( "Creating ClientVrfSm for client " << name_ << ", vrf " << vrf );
@@ -88,7 +88,7 @@ void
 ClientDirSm::handleInitialized() {
    TRACE7( "clientDirSm getting initialized" );
    LUM_WATCH_KEYS( clientDir_, entity, handleClientDir );
-   LUM_WATCH( intake_.teRouterIdConfig, routerId, doCleanupUnservedTables );
+   LUM_WATCH( teRouterIdConfig_, routerId, doCleanupUnservedTables );
    doCleanupStaleClientMounts();
    handleEnabled();
 }
@@ -104,7 +104,7 @@ ClientDirSm::handleClientDir( const Lum::String & name ) {
    if ( const auto client = Lum::cast< const Client >( clientDir_->entity( name ) ) ) {
       if ( !clientSmHas( name ) ) {
          TRACE7( "Creating ClientSm for client " << name );
-         clientSmIs( name, client, intake_ );
+         clientSmIs( name, client, teRouterIdConfig_, intake_ );
       }
       return;
    }

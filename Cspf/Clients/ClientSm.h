@@ -18,9 +18,11 @@ namespace Cspf {
 class ClientSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, ClientSm );
    ClientSm( const Lum::String & name, const Lum::Ptr< const Client > & client,
+             const Lum::Ptr< const TeRouterIdConfig > & teRouterIdConfig,
              const ClientIntake & intake )
       : name_( name ),
         client_( client ),
+        teRouterIdConfig_( teRouterIdConfig ),
         intake_( intake ) {}
    LUM_CHILDREN( clientVrfConfMounter, L3::VrfName, ClientVrfConfMounter );
 
@@ -33,6 +35,7 @@ class ClientSm : public Lum::Reactor {
  private:
    const Lum::String name_;
    const Lum::Ptr< const Client > client_;
+   const Lum::Ptr< const TeRouterIdConfig > teRouterIdConfig_;
    const ClientIntake intake_;
 };
 
@@ -55,8 +58,9 @@ class ClientDirSm : public Lum::Reactor {
                 const Lum::Ptr< TrafficEngineering::BwmAllClientInfo > & bwmAllClientInfo,
                 const Lum::Ptr< TeConfigDir > & teConfigDir )
       : clientDir_( clientDir ),
+        teRouterIdConfig_( teRouterIdConfig ),
         agentStatus_( agentStatus ),
-        intake_{ entityManager,   teRouterIdConfig, teStatus,   v4AllClientInfo,
+        intake_{ entityManager,   teStatus,         v4AllClientInfo,
                  v6AllClientInfo, bwmAllClientInfo, teConfigDir } {}
    LUM_CHILDREN( clientSm, Lum::String, ClientSm );
 
@@ -93,6 +97,7 @@ class ClientDirSm : public Lum::Reactor {
                         Kivnet::AddressFamily af ) const;
 
    const Lum::Ptr< const Lum::Dir > clientDir_;
+   const Lum::Ptr< const TeRouterIdConfig > teRouterIdConfig_;
    const Lum::Ptr< AgentStatus > agentStatus_;
    const ClientIntake intake_;
    std::set< std::string > expectedStatusPath_;

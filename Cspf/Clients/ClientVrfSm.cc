@@ -186,7 +186,7 @@ ClientVrfSm::dumpState( Kiv::DumpContext & context, int indent ) const {
 void
 ClientVrfConfMounter::handleInitialized() {
    TRACE7( "ClientVrfConfMounter " << clientName_ << "vrf: " << vrf_ );
-   intake_.teConfigDir->teVrfConfigIs( vrf_ )->clientsEnabledIs( clientName_, true );
+   intake_.teConfigDir->teVrfConfigIs( vrf_ )->clientsEnabledIs( clientName_ );
    Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo;
    if ( clientName_ == tilfaClientName ) {
       adjacencyMount_.emplace( intake_.entityManager,

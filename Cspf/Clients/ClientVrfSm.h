@@ -12,7 +12,6 @@ namespace Cspf {
 /// What all reactors of the intake work with.
 struct ClientIntake {
    Lum::Ptr< Corvdb::EntityManager > entityManager;
-   Lum::Ptr< const TeRouterIdConfig > teRouterIdConfig;
    Lum::Ptr< const TrafficEngineering::Status > teStatus;
    Lum::Ptr< AllClientInfo > v4AllClientInfo;
    Lum::Ptr< AllClientInfo > v6AllClientInfo;

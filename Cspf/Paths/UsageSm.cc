@@ -122,6 +122,9 @@ PathUsageSm::doUpdatePathBwUsage() {
    } else if ( !awaitsResult_ ) {
       granted_ = { BwPriority( asked.bwSetupPriority() ), asked.bandwidth() };
    }
+   if ( !pathBwUsage() ) {
+      TRACE8( "No pathUsage found" );
+   }
    // Whoever reads what is reserved may change what it is for: then that has been accounted by now.
    const auto alive = keptAlive();
    const std::uint32_t update = ++updates_;
@@ -214,7 +217,6 @@ PathUsageSm::currentPathBwUsage( const char * operation ) {
    const PathStatus * published =
       key.internal() ? nullptr : pathStatusInfo_->cspfStatus()->pathStatusFind( key.pathKey() );
    if ( !published || published->paths() == 0 ) {
-      TRACE8_FOR( operation, "No pathUsage found" );
       return nullptr;
    }
    if ( !linksKnown( published->pathList() ) ) {

@@ -60,6 +60,7 @@ class AllTopoDbDir : public Lum::Entity {
 class DuplicateRouters : public Lum::Entity {
    LUM_ENTITY( Cspf, DuplicateRouters );
    LUM_COLLECTION_ORDERED( router, IgpRouterId, bool );
+   void routerIs( const IgpRouterId & igpRouterId ) { routerIs( igpRouterId, true ); }
 };
 
 /// The TE router ids of one topology, both ways. A router is in one of three states: it owns its TE

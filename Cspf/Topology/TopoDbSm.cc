@@ -211,7 +211,7 @@ TopoDbSm::doAddDuplicateRouter( const IgpRouterId & igpRouterId ) {
    const Kivnet::IpGenAddr teRouterId = topoDb()->router( igpRouterId ).teRouterId();
    const std::string owner = routerIdMap_->igpRouterId( teRouterId ).stringValue();
    const std::string newcomer = igpRouterId.stringValue();
-   routerIdMap_->duplicateRoutersIs( teRouterId )->routerIs( igpRouterId, true );
+   routerIdMap_->duplicateRoutersIs( teRouterId )->routerIs( igpRouterId );
    Trace::logMessage( duplicateTeRouterId, "TE router ID " + teRouterId.stringValue()
                                               + " for IS-IS router " + newcomer
                                               + " conflicts with IS-IS router " + owner

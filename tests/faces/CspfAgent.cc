@@ -35,6 +35,26 @@ static_assert(
           &TopoDbExportSm::handleV6TopoDbDir, &TopoDbExportSm::doPrepareToDie, &mountZorchTable,
           &unmountZorchTable > );
 
+// Each child is made by its operation with what the design gives it.
+static_assert( requires(
+   Agent & agent, Kivnet::AddressFamily af, Lum::Ptr< Corvdb::EntityManager > entityManager,
+   Lum::Ptr< Lum::Dir > dir, Lum::Ptr< Kiv::TaskScheduler > taskScheduler,
+   Lum::Ptr< TrafficEngineering::Status > teStatus, Lum::Ptr< AllTopoDbDir > allTopoDbDir,
+   Lum::Ptr< TrafficEngineering::BwmActiveStatus > bwmActiveStatus,
+   Lum::Ptr< Interface::AllEthPhyIntfStatusDir > ethPhyIntfStatusDir,
+   Lum::Ptr< Interface::EthLagIntfStatusDir > ethLagIntfStatusDir,
+   Lum::Ptr< TrafficEngineering::Config > teConfig, Lum::Ptr< TeRouterIdConfig > teRouterIdConfig,
+   Lum::Ptr< AgentStatus > agentStatus, Lum::Ptr< AllClientInfo > allClientInfo,
+   Lum::Ptr< TrafficEngineering::BwmAllClientInfo > bwmAllClientInfo,
+   Lum::Ptr< TeConfigDir > teConfigDir ) {
+   agent.v4CspfRootIs( af, entityManager, dir, taskScheduler, teStatus, allTopoDbDir );
+   agent.v6CspfRootIs( af, entityManager, dir, taskScheduler, teStatus, allTopoDbDir );
+   agent.bwmRootIs( bwmActiveStatus, 1, entityManager, ethPhyIntfStatusDir, ethLagIntfStatusDir,
+                    teConfig );
+   agent.clientDirSmIs( entityManager, dir, teRouterIdConfig, teStatus, agentStatus, allClientInfo,
+                        allClientInfo, bwmAllClientInfo, teConfigDir );
+} );
+
 TEST( Faces, CspfAgent ) {
    const L3::VrfName vrf( "default" );
    EXPECT_EQ( zorchPath( Kivnet::AddressFamily::ipv6, TopoId::isisL2(), vrf ),

@@ -13,6 +13,18 @@ static_assert(
           &CspfActiveVrfsNotifiee::handleRemove, &AllClientInfo::pathConfigInfoTableDel,
           &AllClientInfo::dumpState, &ClientData::dumpState > );
 
+static_assert( requires( CspfRoot & root, L3::VrfName vrf, Kivnet::AddressFamily af,
+                         Lum::Ptr< Corvdb::EntityManager > entityManager, Lum::Ptr< Lum::Dir > dir,
+                         Lum::Ptr< const VrfSourceId > vrfSourceId,
+                         Lum::Ptr< Kiv::TaskScheduler > taskScheduler,
+                         Lum::Ptr< const TrafficEngineering::Status > teStatus,
+                         Lum::Ptr< AllTopoDb > allTopoDb ) {
+   root.vrfRootSmIs( vrf,
+                     root.vrfRootIs( vrf, af, entityManager, dir, vrfSourceId, taskScheduler,
+                                     teStatus, allTopoDb ),
+                     vrfSourceId );
+} );
+
 TEST( Faces, CspfRoot ) {
    const L3::VrfName vrf( "default" );
    const auto info = Lum::make< AllClientInfo >();

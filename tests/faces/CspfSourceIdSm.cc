@@ -18,7 +18,7 @@ TEST( Faces, CspfSourceIdSm ) {
    const auto v6 = Lum::make< AllClientInfo >();
    const auto sources =
       Lum::make< CspfSourceIdSm >( Lum::make< Lum::Dir >(), directory, config, v4, v6 );
-   directory->teVrfConfigIs( vrf )->clientsEnabledIs( "rsvp", true );
+   directory->teVrfConfigIs( vrf )->clientsEnabledIs( "rsvp" );
    config->routerIdIs( *Kivnet::IpAddr::parse( "10.0.0.1" ) );
    EXPECT_TRUE( v4->vrfSourceIdIs( vrf )->vrfClientSourceId( cspf() ).sourceId() );
    sources->deleteSourceId( vrf, Kivnet::AddressFamily::ipv4, cspf() );
