@@ -42,16 +42,17 @@ constraintOf( std::uint32_t n, std::uint32_t links ) {
 }
 
 void
-askForPaths( Lab::LabDocument & document, std::uint32_t links ) {
+askForPaths( Lab::LabDocument & document, std::uint32_t links, std::uint32_t count = paths,
+             std::uint32_t distinct = constraints ) {
    document.clients[ "bench" ] = {
       { { Lab::Vrf::defaultVrf(), true } }, { { Lab::Af::ipv4, true } }, false };
    auto & wanted = document.paths[ "bench" ];
    std::mt19937 random( 3 );
-   for ( std::uint32_t n = 0; n < paths; ++n ) {
+   for ( std::uint32_t n = 0; n < count; ++n ) {
       Lab::LabPath & path = wanted[ "p" + std::to_string( n ) ];
       path.dst = Cspf::Destination( teRouterIdOf( 1 + random() % ( routers - 1 ) ) );
       path.id = n;
-      path.constraint = constraintOf( n % constraints, links );
+      path.constraint = constraintOf( n % distinct, links );
    }
 }
 
@@ -86,7 +87,6 @@ measureChange() {
    Lab::LabDocument document = labOf( network );
    agent.lab().write( document );
    agent.settle();
-   const std::size_t before = heapInUse();
    askForPaths( document, links );
    const double first = milliseconds( [ & ]() {
       agent.lab().write( document );
@@ -117,11 +117,46 @@ measureChange() {
    std::printf( "outside of the runs: %.3f of the whole\n", 1 - median( alone ) / median( whole ) );
 
    measureDump( agent );
-   const std::size_t withPaths = heapInUse();
-   document.paths.clear();
-   const std::size_t documentSize = withPaths - heapInUse();
-   std::printf( "one path: %zu bytes, its request included\n",
-                ( withPaths - before - documentSize ) / paths );
+}
+
+/// Bytes of the table in which the client asks.
+std::size_t
+requestBytes( const Lab::LabDocument & document ) {
+   const std::size_t before = heapInUse();
+   const auto table = Lum::make< Cspf::Config >();
+   for ( const auto & [ client, requests ] : Lab::configsOf( document ) ) {
+      for ( const auto & [ key, request ] : requests ) {
+         table->pathConfigIs( request );
+      }
+   }
+   return heapInUse() - before;
+}
+
+/// What a path takes of the heap, its client's request apart, and its first answer of CPU time. The
+/// topology is there before, and one path, with which the service begins.
+void
+measurePaths( std::uint32_t count, std::uint32_t distinct ) {
+   const GeneratedNetwork network = generateNetwork( routers, 1 );
+   const auto links = static_cast< std::uint32_t >( network.links.size() );
+   BenchAgent agent;
+   Lab::LabDocument document = labOf( network );
+   askForPaths( document, links, 1, 1 );
+   agent.lab().write( document );
+   agent.settle();
+   askForPaths( document, links, count, distinct );
+   Lab::LabChange change;
+   change.surroundings = true;
+   const std::size_t before = heapInUse();
+   const double took = cpuMilliseconds( [ & ]() {
+      agent.lab().write( document, change );
+      agent.settle();
+   } );
+   const std::size_t taken = heapInUse() - before;
+   const std::size_t requests = requestBytes( document );
+   std::printf( "%u paths under %u constraints: %zu bytes each, beside a request of %zu; %.1f MiB "
+                "in all; first answers %.0f ms\n",
+                count, distinct, ( taken - requests ) / count, requests / count,
+                static_cast< double >( taken - requests ) / 1048576, took );
 }
 
 constexpr std::uint32_t classes[] = { 0, 500'000'000, 1'000'000'000, 1'500'000'000, 2'000'000'000 };
@@ -323,26 +358,43 @@ measureFollowing( const std::string & mix, std::uint32_t size, int changes ) {
    } );
 }
 
-/// Heap growth by the store when an IGP table of that many links appears.
+/// What the store takes when the first client of a VRF comes, and with it the import of an IGP's
+/// table that is there: CPU time, also as a ratio to copying the table's links into a map in key
+/// order, and memory.
 void
-measureLinks() {
-   const GeneratedNetwork network = generateNetwork( 20'500, 1 );
-   BenchAgent agent;
-   Lab::LabDocument document = labOf( network );
-   document.clients[ "bench" ] = {
-      { { Lab::Vrf::defaultVrf(), true } }, { { Lab::Af::ipv4, true } }, false };
-   const std::size_t empty = heapInUse();
-   agent.lab().write( document );
-   agent.settle();
-   const std::size_t full = heapInUse();
-   document.clients.clear();
-   agent.lab().write( document );
-   agent.settle();
-   std::printf( "one link of the store: %zu bytes; of the IGP's table: %zu (%zu links)\n",
-                ( full - heapInUse() ) / network.links.size(),
-                ( heapInUse() - empty ) / network.links.size(), network.links.size() );
+measureImport( std::uint32_t size ) {
+   const GeneratedNetwork network = generateNetwork( size, 1 );
+   const auto links = static_cast< double >( network.links.size() );
+   std::vector< double > import, copy;
+   std::size_t ofStore = 0, ofTable = 0;
+   for ( int i = 0; i < 5; ++i ) {
+      BenchAgent agent;
+      Lab::LabDocument document = labOf( network );
+      const std::size_t empty = heapInUse();
+      agent.lab().write( document );
+      agent.settle();
+      const std::size_t withTable = heapInUse();
+      document.clients[ "bench" ] = {
+         { { Lab::Vrf::defaultVrf(), true } }, { { Lab::Af::ipv4, true } }, false };
+      Lab::LabChange change;
+      change.surroundings = true;
+      import.push_back( cpuMilliseconds( [ & ]() {
+         agent.lab().write( document, change );
+      agent.settle();
+   } ) );
+   ofTable = withTable - empty;
+   ofStore = heapInUse() - withTable;
+   copy.push_back( cpuMilliseconds( [ & ]() {
+      const auto table = agent.topology();
+      const std::map< Routing::Topology::NeighborKey, Routing::Topology::Neighbor > all(
+         table->neighborColl().begin(), table->neighborColl().end() );
+   } ) );
 }
-
+std::printf( "%u routers, one link: import %.2f us, ratio to a copy in a map %.2f; the store "
+             "%.0f bytes, the IGP's table %.0f bytes\n",
+             size, 1000 * median( import ) / links, median( import ) / median( copy ),
+             static_cast< double >( ofStore ) / links, static_cast< double >( ofTable ) / links );
+}
 }
 
 /// Arguments: mixes and numbers of routers for what following saves alone, and with "xN" how many
@@ -362,8 +414,13 @@ main( int argc, char ** argv ) {
       }
    }
    if ( argc == 1 ) {
+      measurePaths( paths, 1 );
+      measurePaths( paths, constraints );
+      measurePaths( 100'000, constraints );
       measureChange();
-      measureLinks();
+      for ( const std::uint32_t size : { 1'000U, 10'000U, 20'500U } ) {
+         measureImport( size );
+      }
    }
    for ( const std::string & mix :
          mixes.empty() ? std::vector< std::string >{ "service", "dense", "field" } : mixes ) {

@@ -2,6 +2,7 @@
 
 #include "platform/Kivnet/IpGenAddr.h"
 #include "platform/Kivnet/IpGenPrefix.h"
+#include "platform/Lum/BytewiseOrder.h"
 #include "platform/Lum/Value.h"
 
 #include <array>
@@ -63,7 +64,10 @@ class VertexIdentifierBase {
    std::size_t hash() const noexcept;
    explicit operator bool() const noexcept { return type_ != VertexType::none; }
    bool operator==( const VertexIdentifierBase & ) const = default;
-   auto operator<=>( const VertexIdentifierBase & ) const = default;
+   /// By type, then by length.
+   std::strong_ordering operator<=>( const VertexIdentifierBase & other ) const noexcept {
+      return Lum::bytewiseOrder( *this, other );
+   }
 
  private:
    VertexType type_ = VertexType::none;

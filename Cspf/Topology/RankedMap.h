@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <iterator>
 #include <map>
+#include <utility>
 
 namespace Cspf {
 
@@ -48,11 +49,16 @@ class RankedMap {
    /// whose rank changes.
    template< class Moved >
    Entry & insert( const Key & key, Moved && moved ) {
+      return *tryInsert( key, moved ).first;
+   }
+   /// The same, and whether it was made.
+   template< class Moved >
+   std::pair< Entry *, bool > tryInsert( const Key & key, Moved && moved ) {
       const auto [ at, fresh ] = map_.try_emplace( key );
       if ( fresh && !fit( at ) ) {
          spread( at, moved );
       }
-      return *at;
+      return { &*at, fresh };
    }
    void erase( const Key & key ) { map_.erase( key ); }
    /// Calls `visit( entry )` for the entries from `first` on, in order, until it gives false. The

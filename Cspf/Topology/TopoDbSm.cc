@@ -42,7 +42,11 @@ TopoDbSm::handleInitialized() {
    LUM_WATCH_KEYS( routerIdMap_, igpRouterId, handleTeRouterIdChange );
    LUM_WATCH_KEYS( topoDb_, network, handleNetwork );
    LUM_FOLLOW_KEYS( topoDb_, router, handleRouter );
-   LUM_FOLLOW_KEYS( topoDb_, neighbor, handleNeighbor );
+   if ( Trace::wanted( 9 ) ) {
+      LUM_FOLLOW_KEYS( topoDb_, neighbor, handleNeighbor );
+   } else {
+      LUM_WATCH_KEYS( topoDb_, neighbor, handleNeighbor );  // listed links came with their routers
+   }
    LUM_FOLLOW_KEYS( topoDb_, reachability, handleReachability );
 }
 
@@ -298,15 +302,13 @@ TopoDbSm::doReconcileNeighbors( const IgpRouterId & igpRouterId,
 
 void
 TopoDbSm::doAddLink( const NeighborKey & neighborKey ) {
-   TopoLinks & links = allTopoDbStatus_->links();
-   const TopoLinkName name{ topoId_, neighborKey };
-   if ( links.find( name ) ) {
-      return;
+   const auto [ link, fresh ] = allTopoDbStatus_->links().tryInsert(
+      { topoId_, neighborKey }, [ this ]( const LinkEntry & moved ) {
+         allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) { graph.rankMoved( moved ); } );
+      } );
+   if ( fresh ) {
+      doUpdateLink( *link, topoDb_->neighborFind( neighborKey ) );
    }
-   LinkEntry & link = links.insert( name, [ this ]( const LinkEntry & moved ) {
-      allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) { graph.rankMoved( moved ); } );
-   } );
-   doUpdateLink( link, topoDb_->neighborFind( neighborKey ) );
 }
 
 void

@@ -121,7 +121,7 @@ class TopoGraph {
       Lum::Map< IgpRouterId, Attached > routers;
       Lum::Map< IgpRouterId, CspfVertex > networks;
       /// Links of attached routers to a router that takes no part (yet), by that router.
-      std::map< IgpRouterId, std::set< LinkEntry * > > waiting;
+      Lum::Map< IgpRouterId, std::set< LinkEntry * > > waiting;
    };
    /// What a vertex stands for: a node, or a LAN.
    struct Meaning {

@@ -2,6 +2,7 @@
 
 #include "platform/Kivnet/AddressFamily.h"
 #include "platform/Kivnet/IpAddr.h"
+#include "platform/Lum/BytewiseOrder.h"
 
 namespace Kivnet {
 
@@ -25,7 +26,9 @@ class IpGenAddr {
    std::size_t hash() const noexcept;
    explicit operator bool() const noexcept { return bytes_ != Ip6Addr::Bytes(); }
    bool operator==( const IpGenAddr & ) const = default;
-   auto operator<=>( const IpGenAddr & ) const = default;
+   std::strong_ordering operator<=>( const IpGenAddr & other ) const noexcept {
+      return Lum::bytewiseOrder( *this, other );
+   }
 
  private:
    AddressFamily af_ = AddressFamily::unspecified;
