@@ -6,8 +6,8 @@
 // look-up of an address everything is numbers.
 //
 // The look-up is remembered for each address. Validation runs for thousands of paths after one
-// change of the topology, their hops are mostly the same, and a change makes only the numbers in
-// the memory old, which the graph's version tells.
+// change of the topology, their hops are mostly the same, and a change makes old only what is known
+// of the links of the routers that changed.
 
 #include "Cspf/Hops/HopLinks.h"
 
@@ -66,12 +66,21 @@ HopAddressMemory::carrier( const AllTopoNeighborKey & key ) const {
    return carrier;
 }
 
+/// A link of a router, and the pair that it is in, change with the router.
+bool
+HopAddressMemory::holds( const Entry & entry ) const {
+   const CspfGraph & graph = allTopoDbStatus_->teGraph().graph();
+   return !entry.carriers.empty()
+          && std::ranges::all_of( entry.carriers, [ & ]( const Carrier & carrier ) {
+                return graph.changedAt( carrier.router ) <= entry.change;
+             } );
+}
+
 std::span< const HopAddressMemory::Carrier >
 HopAddressMemory::carriers( const Kivnet::IpGenAddr & address ) {
-   const std::uint64_t version = allTopoDbStatus_->teGraph().graph().version();
    Entry & entry = entries_[ address ];
-   if ( entry.graphVersion != version ) {
-      entry.graphVersion = version;
+   if ( !holds( entry ) ) {
+      entry.change = allTopoDbStatus_->teGraph().graph().lastChange();
       entry.carriers.clear();
       const auto * found =
          allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighborFind( address );

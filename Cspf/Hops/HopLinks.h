@@ -25,8 +25,8 @@ struct CspfPathHop {
 };
 
 /// Where hop addresses lead, remembered from path to path: the paths of one router share most of
-/// their hops. What it remembers of an address is void when the links that carry it change, or when
-/// the graph does.
+/// their hops. What it remembers of an address is void when other links carry it, or when a router
+/// that owns such a link changes.
 ///
 ///   watches                                   handler
 ///   IntfIpToNeighborTable.intfIpToNeighbor    handleIntfIp
@@ -62,9 +62,11 @@ class HopAddressMemory : public Lum::Reactor {
 
  private:
    struct Entry {
-      std::uint64_t graphVersion = 0;  // 0: never looked up
+      std::uint64_t change = 0;  // the graph's last when they were looked up
       std::vector< Carrier > carriers;
    };
+
+   bool holds( const Entry & entry ) const;
 
    const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
    Lum::Map< Kivnet::IpGenAddr, Entry > entries_;

@@ -99,10 +99,10 @@ RsvpPathValidator::checkPath( const char * operation ) {
       return fail( " : no old path computed to validate", operation );
    }
    const NodeId source = view_.spfRoot();
-   if ( !source || view_.topoGraph().vertex( source ) == noVertex ) {
+   if ( !source || !view_.hasRouter( source ) ) {
       return fail( " : Source node not found in the topology ", operation );
    }
-   const CspfLinkFilter & filter = memory_.filter( view_, source );
+   const CspfLinkFilter & filter = memory_.filter( view_, source );  // numbers may be others now
    if ( pathStatus_.paths() != pathStatus_.pathTeRouterIds() ) {
       TRACE8_FOR( operation, "RsvpPathValidator : "
                                 << pathInfoKey_.traceString() << " : path length "

@@ -328,8 +328,11 @@ AllTopoDbView::teRouterIdOfNodeWithTep( const Kivnet::IpGenAddr & tep ) const {
 
 bool
 AllTopoDbView::hasTep( const Kivnet::IpGenAddr & teRouterId, const Kivnet::IpGenAddr & tep ) const {
+   if ( tep == teRouterId ) {
+      return true;
+   }
    const auto ids = allTopoDbStatus_->teRouterIdsOfTep( tep );
-   return tep == teRouterId || std::ranges::find( ids, teRouterId ) != ids.end();
+   return std::ranges::find( ids, teRouterId ) != ids.end();
 }
 
 NodeId
