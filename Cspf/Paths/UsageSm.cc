@@ -154,7 +154,7 @@ PathUsageSm::linksAre( const PathArray::Hops & hops,
                        const Lum::Ptr< const PathAsTopoDbLinks > & links ) {
    hops_ = hops;
    links_ = links;
-   nearAddresses_.assign( hops.size(), {} );
+   nearAddresses_ = std::vector< Kivnet::IpGenAddr >( links ? hops.size() : 0 );
    watchRouters();
 }
 

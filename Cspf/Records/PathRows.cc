@@ -30,12 +30,12 @@ boolText( bool value ) {
 
 std::size_t
 PathInfoKey::hash() const noexcept {
-   std::size_t seed = Lum::hashMix( 0, Lum::hashOf( clientName_ ) );
-   seed = Lum::hashMix( seed, pathKeyHash( pathKey_ ) );
-   seed = Lum::hashMix( seed, internal_ );
-   seed = Lum::hashMix( seed, static_cast< std::size_t >( constraintModifier_ ) );
-   seed = Lum::hashMix( seed, pathKeyHash( parentPathKey_ ) );
-   return Lum::hashMix( seed, pathSegmentSourceNodeAddr_.hash() );
+   std::size_t seed = Lum::hashMix( 0, Lum::hashOf( clientName() ) );
+   seed = Lum::hashMix( seed, pathKeyHash( pathKey() ) );
+   seed = Lum::hashMix( seed, internal() );
+   seed = Lum::hashMix( seed, static_cast< std::size_t >( constraintModifier() ) );
+   seed = Lum::hashMix( seed, pathKeyHash( parentPathKey() ) );
+   return Lum::hashMix( seed, pathSegmentSourceNodeAddr().hash() );
 }
 
 void
@@ -92,11 +92,11 @@ PathStatusInfo::answersThrough() const {
 
 std::string
 PathInfoKey::traceString() const {
-   return "PathInfoKey=<client=" + clientName_ + pathKeyText( ", pathKey=<", pathKey_ )
-          + ", internal=" + ( internal_ ? "1" : "0" )
-          + ", constraintModifier=" + Lum::enumName( constraintModifier_ )
-          + pathKeyText( ", parentPathKey=<dst=", parentPathKey_ )
-          + ", pathSegmentSourceNodeAddr=" + pathSegmentSourceNodeAddr_.stringValue() + ">";
+   return "PathInfoKey=<client=" + clientName() + pathKeyText( ", pathKey=<", pathKey() )
+          + ", internal=" + ( internal() ? "1" : "0" )
+          + ", constraintModifier=" + Lum::enumName( constraintModifier() )
+          + pathKeyText( ", parentPathKey=<dst=", parentPathKey() )
+          + ", pathSegmentSourceNodeAddr=" + pathSegmentSourceNodeAddr().stringValue() + ">";
 }
 
 void

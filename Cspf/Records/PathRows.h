@@ -35,7 +35,9 @@ inline constexpr RefreshReason refreshReasonExplicit = 0x4;
 
 inline constexpr const char * rsvpClientName = "rsvp";
 
-/// The agent's key of every path row.
+namespace Detail {
+
+/// The fields of the key of that name.
 struct PathInfoKey {
    LUM_VALUE( Cspf, PathInfoKey );
    LUM_FIELD( clientName, Lum::String );
@@ -44,20 +46,66 @@ struct PathInfoKey {
    LUM_FIELD( constraintModifier, ConstraintModifier );
    LUM_FIELD( parentPathKey, PathKey );  ///< of an internal child path
    LUM_FIELD( pathSegmentSourceNodeAddr, Kivnet::IpGenAddr );
+};
 
+}
+
+/// The agent's key of every path row. Rows, tables and machines of a path hold copies, which share
+/// the fields.
+class PathInfoKey {
+ public:
+   PathInfoKey() = default;
+   PathInfoKey( Lum::String clientName, const PathKey & pathKey, bool internal = false,
+                ConstraintModifier constraintModifier = constraintModifierDefault,
+                const PathKey & parentPathKey = {},
+                const Kivnet::IpGenAddr & pathSegmentSourceNodeAddr = {} ) {
+      fields_.own() = { std::move( clientName ), pathKey,       internal,
+                        constraintModifier,      parentPathKey, pathSegmentSourceNodeAddr };
+   }
+
+   const Lum::String & clientName() const noexcept { return fields_->clientName(); }
+   const PathKey & pathKey() const noexcept { return fields_->pathKey(); }
+   bool internal() const noexcept { return fields_->internal(); }
+   ConstraintModifier constraintModifier() const noexcept { return fields_->constraintModifier(); }
+   const PathKey & parentPathKey() const noexcept { return fields_->parentPathKey(); }
+   const Kivnet::IpGenAddr & pathSegmentSourceNodeAddr() const noexcept {
+      return fields_->pathSegmentSourceNodeAddr();
+   }
+   void clientNameIs( Lum::String name ) { fields_.own().clientNameIs( std::move( name ) ); }
+   void pathKeyIs( const PathKey & key ) { fields_.own().pathKeyIs( key ); }
+   void internalIs( bool is ) { fields_.own().internalIs( is ); }
+   void constraintModifierIs( ConstraintModifier modifier ) {
+      fields_.own().constraintModifierIs( modifier );
+   }
+   void parentPathKeyIs( const PathKey & key ) { fields_.own().parentPathKeyIs( key ); }
+   void pathSegmentSourceNodeAddrIs( const Kivnet::IpGenAddr & address ) {
+      fields_.own().pathSegmentSourceNodeAddrIs( address );
+   }
+
+   bool operator==( const PathInfoKey & other ) const {
+      return fields_.shares( other.fields_ ) || *fields_ == *other.fields_;
+   }
+   std::strong_ordering operator<=>( const PathInfoKey & other ) const {
+      return fields_.shares( other.fields_ ) ? std::strong_ordering::equal
+                                             : *fields_ <=> *other.fields_;
+   }
    std::size_t hash() const noexcept;
    explicit operator bool() const { return *this != PathInfoKey(); }
+   std::string stringValue() const { return Lum::valueString( *fields_ ); }
    /// A path that carries traffic: it stays while it is valid.
-   bool keptWhileValid() const { return clientName_ == rsvpClientName && !internal_; }
+   bool keptWhileValid() const { return clientName() == rsvpClientName && !internal(); }
    /// A path that is computed as a whole, for its client, with every change of the topology.
    bool followsConstraint() const {
-      return !internal_ && constraintModifier_ == ConstraintModifier::noChange
-             && clientName_ != rsvpClientName && clientName_ != tilfaClientName;
+      return !internal() && constraintModifier() == ConstraintModifier::noChange
+             && clientName() != rsvpClientName && clientName() != tilfaClientName;
    }
    /// The client's request that this path serves: its own, or that of its parent.
-   const PathKey & clientPathKey() const { return internal_ ? parentPathKey_ : pathKey_; }
+   const PathKey & clientPathKey() const { return internal() ? parentPathKey() : pathKey(); }
    /// "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=1>, internal=0, ...", as traces name a path.
    std::string traceString() const;
+
+ private:
+   Lum::CopyOnWrite< Detail::PathInfoKey > fields_;
 };
 
 class PathConfigInfo : public Lum::Entity {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Lum/CopyOnWrite.h"
 #include "platform/Lum/Describe.h"
 #include "platform/Lum/Enum.h"
 
@@ -180,39 +181,44 @@ concept HasOwnKey = Described< Row > && requires( Row & row ) {
 
 /// A list inside of a value, by index from 0 without gaps: writing beyond the end fills with
 /// default elements. `Index` is a bounded type, so an index out of its bounds raises its error.
+/// Copies share their elements until one is written.
 template< class Index, class T >
 class List {
  public:
    using value_type = T;
 
-   auto begin() const noexcept { return elements_.begin(); }
-   auto end() const noexcept { return elements_.end(); }
-   std::size_t size() const noexcept { return elements_.size(); }
-   bool empty() const noexcept { return elements_.empty(); }
-   void reserve( std::size_t n ) { elements_.reserve( n ); }
+   auto begin() const noexcept { return elements_->begin(); }
+   auto end() const noexcept { return elements_->end(); }
+   std::size_t size() const noexcept { return elements_->size(); }
+   bool empty() const noexcept { return elements_->empty(); }
+   void reserve( std::size_t n ) { elements_.own().reserve( n ); }
    void clear() noexcept { elements_.clear(); }
-   const T & operator[]( std::size_t i ) const noexcept { return elements_[ i ]; }
+   const T & operator[]( std::size_t i ) const noexcept { return ( *elements_ )[ i ]; }
    const T * find( Index index ) const noexcept {
-      return index.value() < elements_.size() ? &elements_[ index.value() ] : nullptr;
+      return index.value() < size() ? &( *elements_ )[ index.value() ] : nullptr;
    }
    void set( Index index, T element ) {
-      if ( index.value() >= elements_.size() ) {
-         elements_.resize( index.value() + 1u );
+      std::vector< T > & elements = elements_.own();
+      if ( index.value() >= elements.size() ) {
+         elements.resize( index.value() + 1u );
       }
-      elements_[ index.value() ] = std::move( element );
+      elements[ index.value() ] = std::move( element );
    }
    /// Appends one element; the bound of `Index` holds.
-   void push( T element ) { set( Index( elements_.size() ), std::move( element ) ); }
+   void push( T element ) { set( Index( size() ), std::move( element ) ); }
    void erase( Index index ) {
-      if ( index.value() < elements_.size() ) {
-         elements_.erase( elements_.begin() + index.value() );
+      if ( index.value() < size() ) {
+         std::vector< T > & elements = elements_.own();
+         elements.erase( elements.begin() + index.value() );
       }
    }
-   bool operator==( const List & ) const = default;
-   auto operator<=>( const List & ) const = default;
+   bool operator==( const List & other ) const {
+      return elements_.shares( other.elements_ ) || *elements_ == *other.elements_;
+   }
+   auto operator<=>( const List & other ) const { return *elements_ <=> *other.elements_; }
 
  private:
-   std::vector< T > elements_;
+   CopyOnWrite< std::vector< T > > elements_;
 };
 
 /// A small ordered set inside of a value.
