@@ -84,6 +84,24 @@ struct RedisStateTest : testing::Test {
    StateBackend state{ false, 3 };
 };
 
+/// Has an answer while there are a client and a question.
+struct Answerer : Lum::Reactor {
+   LUM_ENTITY( Test, Answerer );
+   explicit Answerer( Corvdb::StateStore & store )
+      : state( store ),
+        dir( Lum::cast< Lum::Dir >( store.entityIs( "c", "Lum::Dir" ) ) ) {}
+   void handleInitialized() override { LUM_WATCH_KEYS( dir, entity, handleEntry ); }
+   void handleEntry( const Lum::String & ) {
+      if ( dir->entityHas( "client" ) && dir->entityHas( "question" ) ) {
+         state.entityIs( "z/answer", "Cspf::Client" );
+      } else {
+         state.entityDel( "z/answer" );
+      }
+   }
+   Corvdb::StateStore & state;
+   const Lum::Ptr< Lum::Dir > dir;
+};
+
 }
 
 TEST_P( StateBackendTest, whatOneWritesTheOtherHas ) {
@@ -196,6 +214,25 @@ TEST_F( RedisStateTest, whatAServerFindsOnAnEarlierConnectionIsOvertaken ) {
    expectAgreement( "found late" );
    EXPECT_TRUE( own->routing() );
    EXPECT_TRUE( common->routing() );
+}
+
+TEST_F( RedisStateTest, whatEndsWithAnotherKeyWhileAllIsReadAgainIsGone ) {
+   state[ 0 ].replica->leaseIs( { "z" }, false, {} );
+   const auto answerer = Lum::make< Answerer >( state[ 0 ].state );
+   state[ 2 ].state.entityIs( "c/client", "Cspf::Client" );
+   state.settle();
+   // Written by hand past the log: the question is read before it is seen that the client is gone.
+   RedisServer & server = state.server();
+   server.cli( { "HSET", "e:c/question", "@type", "Cspf::Client" } );
+   server.cli( { "DEL", "e:c/client" } );
+   server.cli( { "INCR", "rev" } );
+   for ( const Lum::Seconds end = Lum::now() + 60;
+         state[ 0 ].content().contains( "e:c/client" ) && Lum::now() < end; ) {
+      state.turns( 1 );
+   }
+   EXPECT_TRUE( state[ 0 ].content().contains( "e:c/question" ) );
+   EXPECT_FALSE( state[ 0 ].content().contains( "e:z/answer" ) );
+   expectAgreement( "in the end" );
 }
 
 TEST_F( RedisStateTest, readingAllAgainTellsNothingOfWhatIsAsItWas ) {

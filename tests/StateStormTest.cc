@@ -275,7 +275,10 @@ StateStormTest::faultOfClient( const std::string & client ) {
       right += path[ "refreshRespSeq" ] == 77 && !path[ "path" ].empty()
                && path[ "path" ].back() == "10.64.0.5";
    }
-   return right == 10 && answers.size() == 10 ? "" : client + " was given " + answers.dump();
+   return right == 10 && answers.size() == 10
+             ? ""
+             : client + " was given " + answers.dump() + ", the agent has "
+                  + seenByAgent( statusOf( client ) ).dump();
 }
 
 std::string
@@ -333,7 +336,7 @@ TEST_F( StateStormTest, whoeverDiesAllAgreeInTheEndAndThePathsAreRight ) {
       why = fault();
       return why.empty();
    } ) )
-      << why;
+      << why << "; the agent says " << log();
    RecordProperty( "secondsOfQuiet", std::to_string( loop.now() - quiet ) );
    const Member fresh( loop, &server );
    EXPECT_TRUE( comesTrue( [ & ] {

@@ -143,7 +143,7 @@ Replica::handlePictureComplete() {
 void
 Replica::sweepKeys() {
    for ( const std::string & key : local_.keys() ) {
-      if ( seen_.contains( key ) ) {
+      if ( seen_.contains( key ) || !local_.entity( key ) ) {  // it may end with another one
          continue;
       }
       if ( owns( key ) ) {
