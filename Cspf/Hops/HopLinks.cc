@@ -358,6 +358,13 @@ PathRouters::unchanged( const CspfGraph & graph, const HopAddressMemory & memory
              } );
 }
 
+bool
+unchanged( const CspfGraph & graph, const CspfPathRouters & path ) {
+   return std::ranges::all_of( path.routers, [ & ]( CspfVertex router ) {
+      return graph.changedAt( router ) <= path.change;
+   } );
+}
+
 Lum::Ptr< PathAsTopoDbLinks >
 pathAsTopoDbLinks( const TopoGraph & topoGraph, std::span< const CspfPathHop > hops ) {
    auto links = Lum::make< PathAsTopoDbLinks >();

@@ -95,6 +95,9 @@ class PathRouters {
    std::uint64_t sourceChanges_ = 0;
 };
 
+/// Likewise, of a run's path. O(hops).
+bool unchanged( const CspfGraph & graph, const CspfPathRouters & path );
+
 /// Which metrics count for the view's paths: TE metrics, of the direction that its runs go.
 CspfRunOptions runOptions( const AllTopoDbView & view );
 

@@ -42,6 +42,9 @@ class PathValidity {
    PathValidity() = default;
    /// The path in the memory's links, which has just been found valid.
    PathValidity( const AllTopoDbView & view, PathValidationMemory & memory );
+   /// A path of no user over these routers, which has just been found valid.
+   PathValidity( const VrfTopology & topology, const PathValidationMemory & memory,
+                 std::vector< CspfVertex > routers );
 
    /// O(hops).
    bool holds( const VrfTopology & topology, const PathValidationMemory & memory,

@@ -12,6 +12,7 @@
 #include "Cspf/Paths/RefreshSm.h"
 
 #include "Cspf/Paths/UsageSm.h"
+#include "Cspf/Runs/KeptCheck.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
@@ -130,14 +131,11 @@ RsvpPathRefreshSm::doPathValidation() {
    TRACE8( "Process path validation for destination " << key.pathKey().dst() );
    const auto alive = keptAlive();  // whoever reads what is published may withdraw the path
    const InternalPathConstraint & constraint = pathStatusInfo()->constraint()->pathConstraint();
-   const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
    const AllTopoTeDbView view( context_.topology, constraint );
-   RsvpPathValidator validator( key, published,
-                                published.paths() == 0 && isPathFromSourceToSource(), view,
-                                context_.memory, pathUsageSm_->links() );
+   RsvpPathValidator validator = this->validator( view );
    validator.validatePathAndUpdateMetadata();
    if ( validator.valid() ) {
-      validityIs( validator );
+      validityIs( validator.links().empty() ? PathValidity() : validator.validity() );
       if ( constraint.bwUsageId() ) {
          pathUsageSm_->handleValid( view.topoGraph(), validator.links() );
       }
@@ -149,20 +147,61 @@ RsvpPathRefreshSm::doPathValidation() {
    }
 }
 
-/// A path that is going to be computed, and one of which nothing has changed since it was valid.
-bool
-RsvpPathRefreshSm::nothingToValidate() const {
-   const auto & constraint = pathStatusInfo()->constraint();
-   return pathStatusInfo()->refreshNeeded() || !constraint
-          || ( validUsage_ == pathConfigInfo()->usageChangeCount()
-               && validity_.holds( context_.topology, context_.memory,
-                                   constraint->pathConstraint().bwUsageId() ) );
+RsvpPathValidator
+RsvpPathRefreshSm::validator( const AllTopoTeDbView & view ) const {
+   const PathInfoKey & key = pathStatusInfo()->pathInfoKey();
+   const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
+   return { key,  published,       published.paths() == 0 && isPathFromSourceToSource(),
+            view, context_.memory, pathUsageSm_->links() };
 }
 
-/// Of a path without hops nothing is remembered.
+/// What a run has found is valid while none of the routers on it changes. What a path has reserved
+/// moves when it is published, so that one that reserves is checked once.
+bool
+RsvpPathRefreshSm::standsAsComputed() const {
+   const PathStatusCache & result = *pathStatusCache_;
+   const InternalPathConstraint & constraint = pathStatusInfo()->constraint()->pathConstraint();
+   if ( result.routers.routers.empty() || !result.cspfData() || constraint.bwUsageId() ) {
+      return false;
+   }
+   const AllTopoDbStatus & status = *context_.topology.allTopoDbStatus;
+   const PathStatus & published =
+      pathStatusInfo()->cspfStatus()->pathStatus( pathStatusInfo()->pathInfoKey().pathKey() );
+   const bool stands =
+      unchanged( status.teGraph().graph(), result.routers )
+      && result.cspfData()->source() == status.sourceId( constraint.pathComputationType() )
+      && result.path()->path() == published.pathList()
+      && result.pathTeRouterId()->pathTeRouterId() == published.pathTeRouterIdList()
+      && result.includeIps()->includeIp() == published.includeIpList();
+   if ( stands && isVerified() ) {
+      const AllTopoTeDbView view( context_.topology, constraint );
+      RsvpPathValidator again = validator( view );
+      again.validatePathAndUpdateMetadata();
+      LUM_ASSERT( again.valid() && !again.pathTeRouterIdChanged() && !again.includeIpsChanged() );
+   }
+   return stands;
+}
+
+/// A path that is going to be computed, and one of which nothing has changed since it was valid.
+bool
+RsvpPathRefreshSm::nothingToValidate() {
+   const auto & constraint = pathStatusInfo()->constraint();
+   if ( pathStatusInfo()->refreshNeeded() || !constraint
+        || ( validUsage_ == pathConfigInfo()->usageChangeCount()
+             && validity_.holds( context_.topology, context_.memory,
+                                 constraint->pathConstraint().bwUsageId() ) ) ) {
+      return true;
+   }
+   if ( standsAsComputed() ) {
+      validityIs( { context_.topology, context_.memory, pathStatusCache_->routers.routers } );
+      return true;
+   }
+   return false;
+}
+
 void
-RsvpPathRefreshSm::validityIs( const RsvpPathValidator & validator ) {
-   validity_ = validator.links().empty() ? PathValidity() : validator.validity();
+RsvpPathRefreshSm::validityIs( PathValidity validity ) {
+   validity_ = std::move( validity );
    validUsage_ = pathConfigInfo()->usageChangeCount();
 }
 

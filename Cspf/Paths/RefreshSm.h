@@ -76,8 +76,10 @@ class RsvpPathRefreshSm : public PathRefreshSm {
    bool isPublishedPathInUse() const;
    bool meetsHops( const PathStatus & published, const PathConstraint & constraint ) const;
    bool isPathFromSourceToSource() const;
-   bool nothingToValidate() const;
-   void validityIs( const RsvpPathValidator & validator );
+   bool nothingToValidate();
+   bool standsAsComputed() const;
+   RsvpPathValidator validator( const AllTopoTeDbView & view ) const;
+   void validityIs( PathValidity validity );
    void publishPathMetadata( const RsvpPathValidator & validator );
 
    const PathInUseContext context_;

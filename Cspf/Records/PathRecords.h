@@ -3,6 +3,7 @@
 #include "schema/CspfKeys.h"
 
 #include <span>
+#include <vector>
 
 /// The result records of one path. Once they are handed out they are only read, so that the cache,
 /// the publisher and the bandwidth accounts share them.
@@ -87,6 +88,15 @@ struct CspfPathResult {
    /// Makes it the answer "no hops".
    void clear();
    void clearIncludeIps();
+};
+
+enum class CspfVertex : std::uint32_t;
+
+/// The routers that the hops of a run pass, its source first, as the graph numbers them, and the
+/// graph's last change when it was run. Empty where that is not known.
+struct CspfPathRouters {
+   std::vector< CspfVertex > routers;
+   std::uint64_t change = 0;
 };
 
 /// The hops that are published, from the source of the run, which equal-cost choices keep to.

@@ -244,6 +244,8 @@ class PathStatusCache : public Lum::Entity {
    LUM_COUNTER( refreshedStage1Count );
    LUM_COUNTER( refreshedStage2Count );
    LUM_ATTRIBUTE( stage2LastRanAt, double );  ///< seconds
+   /// Of a path in use that one run found.
+   CspfPathRouters routers;
    /// Of the same path; null in a cache that stands alone.
    Lum::Ptr< const PathStatusInfo > pathStatusInfo;
 

@@ -161,6 +161,9 @@ class CspfData : public CspfRunInfo {
                                 const Lum::Ptr< PathTeRouterId > & pathTeRouterId,
                                 const Lum::Ptr< IncludeIps > & includeIps ) const;
 
+   /// The routers of the answer that was filled in last.
+   CspfPathRouters pathRouters() const;
+
    /// What the answer for a destination rests on, after it was filled in from labels.
    struct Ground {
       std::vector< CspfVertex > vertices;  ///< of the way, but the source; routers to choose from

@@ -130,6 +130,22 @@ CspfData::fillLinks( CspfPathResult & result ) const {
    }
 }
 
+CspfPathRouters
+CspfData::pathRouters() const {
+   const CspfGraph & graph = view_->graph();
+   CspfPathRouters way;
+   if ( hops_.empty() || buildReverseSpt() ) {
+      return way;
+   }
+   way.change = graph.lastChange();
+   way.routers.reserve( hops_.size() + 1 );
+   way.routers.push_back( graph.from( hops_.front().link ) );
+   for ( const Hop & hop : hops_ ) {
+      way.routers.push_back( graph.to( hop.arrival ) );
+   }
+   return way;
+}
+
 /// The hops to the router, in `hops_`. Gives false where there are too many.
 bool
 CspfData::walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
