@@ -140,6 +140,8 @@ StateStormTest::SetUp() {
    agent = run();
    loadSquare( *agent );
    topology = seenByAgent( topologyPath );
+   topology.at( "neighbor" ).front().at( "metric" ) =
+      11;  // tells the IGP's last from the operator's
    starts.push_back( [ this ] {
       return startWriter( { topologyPath }, lastTopology,
                           [ this ]( Member & member, auto & dice, bool isLast ) {
