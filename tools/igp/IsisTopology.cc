@@ -249,10 +249,13 @@ NetworkMaker::addLinks( Router & router, const std::vector< const Lsp * > & frag
             continue;
          }
          const auto id = hostnames_.id( said.owner );
-         const IgpRouterId to = id ? IgpRouterId( *id ) : IgpRouterId();
-         if ( !to
-              || ( !said.pseudonode && database.routers.contains( to )
-                   && !takesPart( database, to ) ) ) {
+         if ( !id ) {
+            network_.findings.push_back( "the link " + router.name + " to " + said.owner
+                                         + ": no system id for that host name; not used" );
+            continue;
+         }
+         const IgpRouterId to( *id );
+         if ( !said.pseudonode && database.routers.contains( to ) && !takesPart( database, to ) ) {
             continue;
          }
          LinkEnd link = said.end;

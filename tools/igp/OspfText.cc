@@ -5,6 +5,8 @@
 
 #include "tools/igp/TeText.h"
 
+#include <algorithm>
+
 namespace Igp {
 
 namespace {
@@ -154,8 +156,11 @@ OspfReader::readInterface() {
 
 bool
 OspfReader::readHeader() {
-   if ( const auto age = lines_.after( "LS age: " ) ) {
+   if ( auto age = lines_.after( "LS age: " ) ) {
       endLsa();
+      if ( age->starts_with( "DNA" ) ) {  // it does not age (RFC 1793)
+         age->remove_prefix( std::min( age->find_first_of( "0123456789" ), age->size() ) );
+      }
       if ( inSection_ ) {
          lsa_.emplace();
          lsa_->kind = kind_;

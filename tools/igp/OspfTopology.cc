@@ -46,7 +46,8 @@ class AreaMaker {
    void addLans();
    void addRouter( const Lsa & lsa );
    void addLink( Router & router, const Lsa & lsa, const OspfLink & said );
-   void addTe( const IpAddr & router, LinkEnd & link ) const;
+   void addTe( const IpAddr & router, const OspfLink & said, LinkEnd & link );
+   void addTeOfUnnumbered( const IpAddr & id, Router & router );
    void nameInterface( LinkEnd & link, const IpAddr & data ) const;
    void guessRemotes();
    void findLanFaults();
@@ -56,7 +57,7 @@ class AreaMaker {
    Findings & findings_;
    std::map< LsaKey, const Lsa * > routers_, networks_, opaques_;  ///< the latest of each
    std::map< IpAddr, Lan > lans_;                                  ///< by the router's address
-   std::map< IpAddr, std::vector< const OspfTeLink * > > te_;      ///< by advertiser
+   std::map< IpAddr, std::vector< const OspfTeLink * > > te_;      ///< by advertiser, not yet used
 };
 
 /// Of two captures of one LSA the later one holds. Sequence numbers are signed, from the least up.
@@ -132,6 +133,7 @@ AreaMaker::addRouter( const Lsa & lsa ) {
    for ( const OspfLink & said : lsa.links ) {
       addLink( router, lsa, said );
    }
+   addTeOfUnnumbered( lsa.advertiser, router );
    router.overload =
       !router.links.empty() && std::ranges::all_of( router.links, [ & ]( const LinkEnd & link ) {
          return link.metric == maxLinkMetric;
@@ -167,26 +169,64 @@ AreaMaker::addLink( Router & router, const Lsa & lsa, const OspfLink & said ) {
    if ( link.lan ) {
       router.prefixes[ lan->second.prefix ] = said.metric;
    }
-   addTe( lsa.advertiser, link );
+   addTe( lsa.advertiser, said, link );
    if ( lsa.advertiser == process_.self ) {
       nameInterface( link, said.data );
    }
    router.links.push_back( std::move( link ) );
 }
 
+/// Of the TE links with that address the one to that neighbour, for an interface without an address
+/// of its own may have borrowed it.
 void
-AreaMaker::addTe( const IpAddr & router, LinkEnd & link ) const {
+AreaMaker::addTe( const IpAddr & router, const OspfLink & said, LinkEnd & link ) {
    const auto all = te_.find( router );
    if ( all == te_.end() || link.local.empty() ) {
       return;
    }
-   for ( const OspfTeLink * one : all->second ) {
-      if ( std::ranges::find( one->local, link.local.front() ) != one->local.end() ) {
-         link.te = one->attributes;
-         if ( !link.lan ) {
-            link.remote = one->remote;
-         }
-         return;
+   auto found = all->second.end();
+   for ( auto at = all->second.begin(); at != all->second.end(); ++at ) {
+      if ( std::ranges::find( ( *at )->local, said.data ) != ( *at )->local.end()
+           && ( found == all->second.end() || ( *at )->id == said.id ) ) {
+         found = at;
+      }
+   }
+   if ( found == all->second.end() ) {
+      return;
+   }
+   const OspfTeLink & te = **found;
+   all->second.erase( found );
+   link.te = te.attributes;
+   std::ranges::copy_if( te.local, std::back_inserter( link.local ),
+                         [ & ]( const IpGenAddr & more ) { return more != said.data; } );
+   if ( !link.lan ) {
+      link.remote = te.remote;
+   }
+}
+
+/// Interfaces without an address borrow one, all of them the same. So the neighbour and the order
+/// say which TE link is which.
+void
+AreaMaker::addTeOfUnnumbered( const IpAddr & id, Router & router ) {
+   std::map< IgpRouterId, std::vector< const OspfTeLink * > > left;
+   for ( const OspfTeLink * te : te_[ id ] ) {
+      left[ routerId( te->id ) ].push_back( te );
+   }
+   std::map< IgpRouterId, std::vector< LinkEnd * > > unnumbered;
+   for ( LinkEnd & link : router.links ) {
+      if ( !link.lan && link.local.empty() ) {
+         unnumbered[ link.to ].push_back( &link );
+      }
+   }
+   for ( const auto & [ to, links ] : unnumbered ) {
+      const auto & said = left[ to ];
+      for ( std::size_t i = 0; said.size() == links.size() && i < links.size(); ++i ) {
+         links[ i ]->te = said[ i ]->attributes;
+      }
+      if ( !said.empty() && said.size() != links.size() ) {
+         findings_.push_back( std::to_string( said.size() ) + " TE links " + router.name + " to "
+                              + to.stringValue() + " for " + std::to_string( links.size() )
+                              + " links without addresses: not used" );
       }
    }
 }
@@ -207,12 +247,14 @@ AreaMaker::nameInterface( LinkEnd & link, const IpAddr & data ) const {
 void
 AreaMaker::guessRemotes() {
    const auto subnet = []( const Router & router, const IpGenAddr & address ) {
+      Kivnet::IpGenPrefix longest;
       for ( const auto & [ prefix, metric ] : router.prefixes ) {
-         if ( !prefix.isHost() && prefix.contains( address ) ) {
-            return prefix;
+         if ( !prefix.isHost() && prefix.contains( address )
+              && ( !longest || prefix.length() > longest.length() ) ) {
+            longest = prefix;
          }
       }
-      return Kivnet::IpGenPrefix();
+      return longest;
    };
    for ( auto & [ id, router ] : topology_.routers ) {
       for ( LinkEnd & link : router.links ) {

@@ -29,6 +29,11 @@ agree( const LinkEnd & one, const LinkEnd & other ) {
           && ( shareAny( one.local, other.remote ) || shareAny( one.remote, other.local ) );
 }
 
+bool
+nameless( const LinkEnd & one, const LinkEnd & other ) {
+   return one.local.empty() && one.remote.empty() && other.local.empty() && other.remote.empty();
+}
+
 /// Neither end names an address that the other one would have to know.
 bool
 silent( const LinkEnd & one, const LinkEnd & other ) {
@@ -119,7 +124,8 @@ Pairing::pairBetween( const IgpRouterId & low, const IgpRouterId & high ) {
    const Index aLinks = linksTo( a, high ), bLinks = linksTo( b, low );
    pairEach( a, aLinks, b, bLinks, mirror );
    pairEach( a, aLinks, b, bLinks, agree );
-   if ( pairEach( a, aLinks, b, bLinks, silent ) > 1 ) {
+   const std::size_t unnumbered = pairEach( a, aLinks, b, bLinks, nameless );
+   if ( unnumbered + pairEach( a, aLinks, b, bLinks, silent ) > 1 ) {
       findings_.push_back( "links " + a.name + " to " + b.name
                            + ": without addresses, so paired in the order in which they stand" );
    }
