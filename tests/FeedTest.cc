@@ -1,11 +1,14 @@
 // What feeds write into state, on their own and on a database that many share: a topology table by
 // differences, and the interfaces of the kernel.
 
+#include "tools/igpfeed/Feed.h"
 #include "schema/Types.h"
+#include "tests/RunnerProcess.h"
 #include "tests/StateBackends.h"
 #include "tools/igpfeed/FeedDatabase.h"
 #include "tools/igpfeed/FeedState.h"
 #include "tools/igpfeed/Interfaces.h"
+#include "tools/service/UnixSocket.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,7 +16,10 @@
 #include <linux/if.h>
 #include <linux/if_arp.h>
 #include <linux/rtnetlink.h>
+#include <poll.h>
 #include <random>
+#include <thread>
+#include <unistd.h>
 
 using namespace IgpFeed;
 using Cspf::IgpRouterId;
@@ -35,6 +41,8 @@ class LocalAccess : public ViewState {
       ViewState::patch( path, patch );
       ++patches;
    }
+
+   Service::StateView & view() { return view_; }
 
    std::size_t patches = 0;
 
@@ -221,6 +229,122 @@ TEST( Feed, believesADaemonThatKnowsAgainWhatItKnew ) {
                   []( const auto & entry ) { return entry.first.routerId() != routerId( 1 ); } );
    EXPECT_FALSE( isConnected( alone, before, selves ) );
    EXPECT_FALSE( comesUpTo( {}, before, selves ) || isConnected( {}, before, selves ) );
+}
+
+/// Where a daemon listens; it answers with nothing.
+class VtySocket {
+ public:
+   explicit VtySocket( const std::string & path )
+      : listener_( { path, "" } ),
+        server_( [ this ]( const std::stop_token & stop ) {
+           while ( !stop.stop_requested() ) {
+              answerOne();
+           }
+        } ) {}
+
+ private:
+   static bool isReadable( int fd ) {
+      pollfd ready{ fd, POLLIN, 0 };
+      return poll( &ready, 1, 10 ) > 0;
+   }
+   void answerOne() const {
+      const int caller = isReadable( listener_.fd() ) ? listener_.accept().socket : -1;
+      if ( caller >= 0 ) {
+         while ( !isReadable( caller ) ) {
+         }
+         EXPECT_EQ( write( caller, "\0\0\0\0", 4 ), 4 );
+         close( caller );
+      }
+   }
+
+   const Service::Listener listener_;
+   std::jthread server_;
+};
+
+/// What a daemon knows, where there is one.
+struct Known {
+   std::optional< VtySocket > daemon;
+   std::string version = "0";
+   Reading reading;
+
+   /// A full mesh.
+   void routersAre( unsigned count ) {
+      Igp::Topology topology;
+      topology.id = Cspf::TopoId::isisL2();
+      topology.self = routerId( 1 );
+      for ( unsigned from = 1; from <= count; ++from ) {
+         Igp::Router & router = topology.routers[ routerId( from ) ];
+         for ( unsigned to = 1; to <= count; ++to ) {
+            if ( to != from ) {
+               router.links.emplace_back().to = routerId( to );
+            }
+         }
+      }
+      Igp::Findings findings;
+      Igp::pairLinks( topology, findings );
+      reading.topologies = { topology };
+      version += "+";
+   }
+};
+
+class KnownDaemon : public Daemon {
+ public:
+   explicit KnownDaemon( const Known & known ) : known_( known ) {}
+   std::string version( Vty & ) const override {
+      return known_.daemon ? known_.version : throw VtyError( "gone" );
+   }
+   Reading read( Vty & ) const override { return known_.reading; }
+
+ private:
+   const Known & known_;
+};
+
+TEST( Feed, keepsForTheTimeOfGraceWhatADaemonSaidThatIsGone ) {
+   Lum::ActivityLoop loop( Lum::ActivityLoop::Time::virtualTime );
+   const TemporaryDirectory directory;
+   LocalAccess access;
+   Known known;
+   const auto isThere = [ & ]( bool there ) {
+      known.daemon.reset();
+      if ( there ) {
+         known.daemon.emplace( directory / "vty" );
+      }
+   };
+   const TableId id{ Cspf::TopoId::isisL2(), Kivnet::AddressFamily::ipv4, Vrf::defaultVrf() };
+   /// The routers of the table after that time; none where it is not announced.
+   const auto routersAfter = [ & ]( Lum::Seconds seconds ) {
+      loop.advance( seconds );
+      return access.entity( "routing/topoDbExport" )[ "entity" ].contains( id.name() )
+                ? access.entity( id.path() )[ "router" ].size()
+                : 0;
+   };
+   known.routersAre( 3 );
+   isThere( true );
+   const Feed feed( loop, std::make_unique< KnownDaemon >( known ), Cspf::IgpSource::isis,
+                    { "isis", directory / "vty", 0.1, 30 },
+                    [ & ] { return std::make_unique< ViewState >( access.view() ); } );
+   EXPECT_EQ( routersAfter( 1 ), 3U );
+   known.routersAre( 4 );
+   EXPECT_EQ( routersAfter( 1 ), 4U );
+   isThere( false );
+   EXPECT_EQ( routersAfter( 29 ), 4U );
+   EXPECT_EQ( routersAfter( 2 ), 0U );
+   EXPECT_TRUE( access.entity( id.path() )[ "router" ].empty() );
+   isThere( true );
+   EXPECT_EQ( routersAfter( 1 ), 4U );
+   // One that was started again knows itself first, and is believed when it knows as much as
+   // before; or after a time in which it had to find its neighbours.
+   for ( const bool recovers : { true, false } ) {
+      isThere( false );
+      EXPECT_EQ( routersAfter( 20 ), 4U );
+      known.routersAre( 1 );
+      isThere( true );
+      EXPECT_EQ( routersAfter( 80 ), 4U );
+      known.routersAre( recovers ? 5 : 1 );
+      EXPECT_EQ( routersAfter( 15 ), recovers ? 5U : 1U );
+      known.routersAre( 4 );
+      EXPECT_EQ( routersAfter( 1 ), 4U );
+   }
 }
 
 /// A message of rtnetlink(7) about an interface.
