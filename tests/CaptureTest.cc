@@ -37,6 +37,14 @@ replaced( std::string text, const std::string & from, const std::string & to ) {
    return at == text.npos ? text : text.replace( at, from.size(), to );
 }
 
+std::string
+replacedAll( std::string text, const std::string & from, const std::string & to ) {
+   for ( std::size_t at = 0; ( at = text.find( from, at ) ) != text.npos; at += to.size() ) {
+      text.replace( at, from.size(), to );
+   }
+   return text;
+}
+
 IsisNetwork
 isis( const std::string & text ) {
    IsisCapture capture;
@@ -137,11 +145,8 @@ TEST( Capture, ofIsisKeepsTheTopologyOfIpv6Apart ) {
       EXPECT_FALSE( link.remote.empty() );  // one end leaves it out, the other knows it
    }
    // Without a topology of its own, IPv6 follows the links of IPv4.
-   std::string single = captured( "isis-multi-topology.txt" );
-   for ( std::size_t at; ( at = single.find( "  MT Router Info: ipv6" ) ) != single.npos; ) {
-      single.replace( at, 20, "  No" );
-   }
-   const IsisNetwork one = isis( single );
+   const IsisNetwork one = isis(
+      replacedAll( captured( "isis-multi-topology.txt" ), "  MT Router Info: ipv6", "  No" ) );
    EXPECT_EQ( routerOf( one.topologies[ 1 ], "r1" ).links.size(), 3U );
 }
 
@@ -178,6 +183,11 @@ TEST( Capture, ofIsisIsReadInSpiteOfItsTraps ) {
         "TE router id 10.0.0.1: of r1 and of r2" },
       { "Maximum Bandwidth: 2.5e+08", "Maximum Bandwidth: -nan",
         "LSP of r1: a bandwidth of -nan counts as 0" },
+      { "    Administrative Group: 0x1\n", "    Extended Admin Group: 0x100000001\n",
+        "LSP of r1: an extended administrative group is not used" },
+      { "    Adjacency-SID: 15000, ", "    Unknown Sub-TLV: Type 250, ",
+        "LSP of r1: not used: Unknown Sub-TLV: Type 250, Weight: 0, Flags: F:0 B:0, V:1, L:1, "
+        "S:0, P:0" },
       { "r3.00-00 ", "r3.00-01 ", "LSPs of 0000.0000.0003: without the first one, so not used" },
       { "  Extended Reachability: 0000.0000.0006.00 (Metric: 10)", "  Nothing",
         "the link r6 to r3 from 10.1.7.6: the far end says nothing of it" },
@@ -217,6 +227,8 @@ TEST( Capture, ofIsisIsReadInSpiteOfItsTraps ) {
    const IsisNetwork narrow = after( "  IPv4 Interface Address: 10.0.0.1\n",
                                      "  IS Reachability: 0000.0000.0004.00 (Metric: 63)\n" );
    EXPECT_EQ( routerOf( narrow.topologies[ 0 ], "r1" ).links.size(), 3U );
+   const IsisNetwork old = isis( replacedAll( isisCapture(), "  Extended Re", "  IS Re" ) );
+   EXPECT_EQ( routerOf( old.topologies[ 0 ], "r1" ).links.size(), 3U );
 }
 
 TEST( Capture, ofIsisTellsRoutersWithTheSameCutNameApart ) {

@@ -114,6 +114,8 @@ Chain::Chain( const RouterNetwork & network, const std::string & igp, const Redi
                     "interfaces", where_[ 0 ], where_[ 1 ] },
                   directory_ / "interfaces" ),
      state_( runner_.socket() ) {
+   // An agent on a database is there when the database has let it in.
+   EXPECT_TRUE( comesTrue( [ & ] { return at( "te/config" ).contains( "enabled" ); } ) );
    patch( "te/config", { { "enabled", true }, { "routerId", "10.0.0.1" } } );
    const Json served = { { "vrf", { { "default", true } } },
                          { "addressFamily", { { "ipv4", true } } } };
