@@ -18,6 +18,7 @@
 
 using namespace Igp;
 using testing::ContainerEq;
+using Json = nlohmann::json;
 
 namespace {
 
@@ -107,54 +108,68 @@ TEST( CaptureRoundTrip, ofARandomNetworkGivesItsTableAndItsLab ) {
    }
 }
 
-/// A random lab as areas of OSPF: a subnet for each link, which both ends advertise beside wider
-/// ones, links with addresses at both ends or at none, two LANs of the same routers, bandwidths.
-nlohmann::json
+/// "10.128.N."
+std::string
+subnet( unsigned number ) {
+   return "10." + std::to_string( 128 + number / 250 ) + "." + std::to_string( number % 250 ) + ".";
+}
+
+/// Addresses at both ends or at none, in a subnet that both advertise. What only one end says of a
+/// link is left to routers of traffic engineering; nobody else would hear of it at the other end.
+void
+giveAddresses( Json & link, Json & routers, unsigned number ) {
+   const bool numbered = link.contains( "aAddr" ) && link.contains( "bAddr" );
+   const bool te = routers[ link[ "a" ] ].contains( "teRouterId" )
+                   && routers[ link[ "b" ] ].contains( "teRouterId" );
+   for ( const char * end : { "a", "b" } ) {
+      Json & own = link[ end + std::string( "Addr" ) ];
+      const std::string first = subnet( number ) + ( *end == 'a' ? "1" : "2" );
+      own = !numbered              ? Json::array()
+            : te && own.is_array() ? Json{ first, own[ 1 ] }
+                                   : Json{ first };
+      routers[ link[ end ] ][ "prefixes" ][ subnet( number ) + "0/30" ] = 1;
+   }
+   if ( !te ) {
+      link.erase( "ab" );
+      link.erase( "ba" );
+   }
+}
+
+/// Two in place of one, with the same routers. The bytes of an address add up to the same in both.
+Json
+twoLans( Json lan, unsigned number ) {
+   Json lans;
+   for ( const unsigned copy : { 0U, 1U } ) {
+      unsigned end = 2 - copy;
+      for ( Json & member : lan[ "members" ] ) {
+         member[ "addr" ] = subnet( number + copy ) + std::to_string( end++ );
+         member.erase( "intf" );
+      }
+      lan[ "pseudonode" ] = number + copy;
+      lans[ "lan" + std::to_string( copy ) ] = lan;
+   }
+   return lans;
+}
+
+/// A random lab as areas of OSPF, in which each router advertises something wide, too.
+Json
 ospfLab( unsigned seed ) {
-   auto document = RandomLab( seed ).document();
-   unsigned number = 0, area = 0;
-   for ( auto & [ name, topology ] : document[ "topologies" ].items() ) {
+   Json document = RandomLab( seed ).document();
+   unsigned number = 1, area = 0;
+   for ( Json & topology : document[ "topologies" ] ) {
       topology.update( { { "igp", "ospf" }, { "numbers", { 0, area++ } } } );
-      auto & routers = topology[ "routers" ];
+      Json & routers = topology[ "routers" ];
       for ( auto & [ router, fields ] : routers.items() ) {
          fields[ "id" ] = "1.1.1." + router.substr( 1 );
          fields[ "prefixes" ][ "10.128.0.0/9" ] = 3;
       }
-      const auto address = [ & ]( unsigned end ) {
-         return "10." + std::to_string( 128 + number / 250 ) + "." + std::to_string( number % 250 )
-                + "." + std::to_string( end );
-      };
-      for ( auto & link : topology[ "links" ] ) {
-         ++number;
-         const bool numbered = link.contains( "aAddr" ) && link.contains( "bAddr" );
-         const bool te = routers[ link[ "a" ] ].contains( "teRouterId" )
-                         && routers[ link[ "b" ] ].contains( "teRouterId" );
-         for ( const char * end : { "a", "b" } ) {
-            auto & own = link[ end + std::string( "Addr" ) ];
-            const std::string first = address( *end == 'a' ? 1 : 2 );
-            own = !numbered              ? nlohmann::json::array()
-                  : te && own.is_array() ? nlohmann::json{ first, own[ 1 ] }
-                                         : nlohmann::json{ first };
-            routers[ link[ end ] ][ "prefixes" ][ address( 0 ) + "/30" ] = 1;
-         }
-         link.update( { { "bandwidth", 1.25e8 * number }, { "unreserved", 1e7 } } );
-         if ( !te ) {  // whoever advertises such a link is not heard of at the other end
-            link.erase( "ab" );
-            link.erase( "ba" );
-         }
+      for ( Json & link : topology[ "links" ] ) {
+         giveAddresses( link, routers, number );
+         link.update( { { "bandwidth", 1.25e8 * number++ }, { "unreserved", 1e7 } } );
       }
-      for ( auto lans = topology.value( "lans", nlohmann::json() ); auto & lan : lans ) {
-         for ( const char * copy : { "first", "second" } ) {
-            ++number;
-            unsigned end = *copy == 'f' ? 1 : 0;  // the sum of the bytes is the same in both
-            for ( auto & member : lan[ "members" ] ) {
-               member[ "addr" ] = address( ++end );
-               member.erase( "intf" );
-            }
-            lan[ "pseudonode" ] = number;
-            topology[ "lans" ][ copy ] = lan;
-         }
-         topology[ "lans" ].erase( topology[ "lans" ].find( lans.begin().key() ) );
+      if ( topology.contains( "lans" ) ) {
+         topology[ "lans" ] = twoLans( *topology[ "lans" ].begin(), number );
+         number += 2;
       }
    }
    return { { "router", "R0" }, { "topologies", document[ "topologies" ] } };
