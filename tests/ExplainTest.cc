@@ -55,7 +55,7 @@ TEST( Explain, tellsEachHopAndWhatRefusesAnotherWay ) {
    const auto before = lab.snapshot();
    const std::string direct = explained( lab, "cli", "10.0.0.3#1" );
    EXPECT_THAT( direct, HasSubstr( "from=10.0.0.1 to=10.0.0.3" ) );
-   EXPECT_THAT( direct, HasSubstr( "metric=50 own=90 free=200 bandwidth=200\n" ) );
+   EXPECT_THAT( direct, HasSubstr( "metric=50 own=90 free=200 bandwidth=200 equal=2\n" ) );
    EXPECT_THAT( direct, HasSubstr( "best metric=50 equalPaths=2\n" ) );
    const std::string byB = explained( lab, "cli", "10.0.0.3#1", "10.0.0.2" );
    EXPECT_THAT( byB, HasSubstr( "whyNot\nby metric=" ) ) << "there and back";
@@ -115,6 +115,27 @@ TEST( Explain, holdsForRandomNetworksAndRequests ) {
    EXPECT_GT( published, 100u );
    EXPECT_GT( leftOut, 20u );
    EXPECT_GT( refused, 20u );
+}
+
+TEST( Explain, tellsWhichPathsWaitAndHowLongStill ) {
+   TestLab lab( "A -10- B -10- C; A -10- D -10- C",
+                { { "throttle", { { "initialInt", 50 }, { "holdInt", 200 } } } } );
+   lab.request( "cli", "t", "C" );
+   lab.settle();
+   const auto waits = [ & ] {
+      const Service::CommandStream stream;
+      lab.runner().command( "CspfWaits", stream.fd(), "" );
+      std::string text;
+      stream.forEachPiece( [ & ]( std::string_view piece ) { text += piece; } );
+      return text;
+   };
+   EXPECT_EQ( waits(), "" );
+   EXPECT_THAT( explained( lab, "cli", "10.0.0.3#1" ), HasSubstr( " equal=2\n" ) );
+   lab.request( "cli", "other", "C", { { "excludeAdminGroup", 1 } }, { { "id", 2 } } );
+   lab.advance( 0.02 );
+   EXPECT_EQ( waits(), "waits\tmilliseconds=30\tvrf=default\tfamily=ipv4\tpath=cli/10.0.0.3#2\n" );
+   lab.settle();
+   EXPECT_EQ( waits(), "" );
 }
 
 TEST( Explain, findsTheBandwidthThatFits ) {

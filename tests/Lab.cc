@@ -7,8 +7,8 @@
 #include "tests/LabText.h"
 #include "tools/lab/LabFile.h"
 #include "tools/lab/LabObserve.h"
+#include "tools/lab/LabPublished.h"
 #include "tools/lab/LabRecords.h"
-#include "tools/lab/LabRestart.h"
 #include "tools/service/CommandStream.h"
 #include "tools/service/StateView.h"
 
@@ -43,6 +43,7 @@ TestLab::TestLab( Whole, Json document ) {
    std::srand( 1 );
    Schema::registerTypes( types_ );
    documentIs( std::move( document ) );
+   Lab::leavePublished( document_.published, state_, tables_ );
    runner_ = std::make_unique< AgentRunner::Runner >( loop_, state_, tables_, ::agentFactory,
                                                       "CspfAgent" );
    start();

@@ -89,6 +89,7 @@ class TestLab {
    Corvdb::StateStore & state() noexcept { return state_; }
    Zorch::TableStore & tables() noexcept { return tables_; }
    AgentRunner::Runner & runner() noexcept { return *runner_; }
+   const Lum::ActivityLoop & loop() const noexcept { return loop_; }
 
  private:
    struct Whole {};

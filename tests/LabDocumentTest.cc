@@ -128,11 +128,14 @@ TEST( LabDocument, everythingWrongIsOneLineWithItsPlace ) {
    // clang-format off
    static const std::pair< const char *, const char * > cases[] = {
       { R"({"rooter": 1})", "/rooter: expected one of the keys router, te, routing, throttle, toggles, "
-                            "interfaces, segmentRouting, topologies, clients, paths, events, found \"rooter\"" },
+                            "interfaces, segmentRouting, topologies, clients, paths, events, state, published, found \"rooter\"" },
       { R"({"router": null})", "/router: expected the name of the router that the agent runs on, found nothing" },
       { R"({"router": "x"})", "/router: expected the name of a router of a topology, found \"x\"" },
       { R"({"te": {"enabled": 1}})", "/te/enabled: expected true or false, found 1" },
       { R"({"toggles": {"x": true}})", "/toggles/x: expected the key OspfTopoDbExport, found \"x\"" },
+      { R"({"state": {"te/none": {}}})", "/state/te~1none: expected as key, a state path that others than the agent write, found \"te/none\"" },
+      { R"({"state": {"te/config": {"type": "Cspf::Client"}}})", "/state/te~1config/type: expected \"TrafficEngineering::Config\", found \"Cspf::Client\"" },
+      { R"({"published": {"te/cspf/agentStatus": {"type": "Cspf::AgentStatus", "value": {"agentEnabled": 1}}}})", "/published/te~1cspf~1agentStatus/value/agentEnabled: expected true or false" },
       { R"({"interfaces": {"x": {}}})", "/interfaces/x: expected as key, the name of an interface of the lab's router, found \"x\"" },
       { R"({"segmentRouting": {"a/b": {}}})", "/segmentRouting/a~1b: expected as key, a VRF name of 1 to 100 bytes without \"/\" and control characters, found \"a/b\"" },
       { R"({"topologies": {"z": {"numbers": [1, 0]}}})", "/topologies/z: expected a VRF, family, IGP and numbers that no other topology has, found those of \"core\"" },
@@ -140,7 +143,7 @@ TEST( LabDocument, everythingWrongIsOneLineWithItsPlace ) {
       { R"({"topologies": {"core": {"routers": {"a": {"prefixes": {"10.0.0.1/8": 0}}}}}})", "/topologies/core/routers/a/prefixes/10.0.0.1~18: expected as key, a prefix such as \"10.0.0.1/32\", found \"10.0.0.1/8\"" },
       { R"({"topologies": {"core": {"links": {"ab": {"b": "a"}}}}})", "/topologies/core/links/ab/b: expected a router other than the link's \"a\", found \"a\"" },
       { R"({"topologies": {"core": {"links": {"bc": {"aAddr": "10.1.0.3"}}}}})", "/topologies/core/links/bc/aAddr: expected an address that no other interface of the topology has, found \"10.1.0.3\"" },
-      { R"({"topologies": {"core": {"links": {"ab": {"ba": {"up": true}}}}}})", "/topologies/core/links/ab/ba/up: expected one of the keys metric, teMetric, adminGroup, srlg, bandwidth, unreserved, found \"up\"" },
+      { R"({"topologies": {"core": {"links": {"ab": {"ba": {"up": true}}}}}})", "/topologies/core/links/ab/ba/up: expected one of the keys metric, teMetric, adminGroup, srlg, bandwidth, unreserved, id, found \"up\"" },
       { R"({"topologies": {"core": {"links": {"ab": {"unreserved": [1, 2]}}}}})", "/topologies/core/links/ab/unreserved: expected bytes per second, one number or a list of 8, found a list of 2" },
       { R"({"topologies": {"core": {"links": {"ab": {"bandwidth": 1e39}}}}})", "/topologies/core/links/ab/bandwidth: expected bytes per second, from 0 to 3.4e38, or bits per second such as \"10G\", found 1e+39" },
       { R"({"topologies": {"core": {"links": {"ab": {"bandwidth": "10g"}}}}})", "/topologies/core/links/ab/bandwidth: expected bytes per second, from 0 to 3.4e38, or bits per second such as \"10G\", found \"10g\"" },

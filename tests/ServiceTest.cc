@@ -127,6 +127,48 @@ TEST_F( ServiceTest, provesAndExplainsWhatIsPublished ) {
    EXPECT_THAT( why.out, HasSubstr( "metric 40, 20 more than the best\n" ) );
 }
 
+TEST_F( ServiceTest, waitsSavesAsksWhatWouldBeAndRecords ) {
+   const std::string record = directory / "record", saved = directory / "saved.json";
+   RunnerProcess runner( directory, { "--record", record } );
+   Client client( runner.socket() );
+   const auto ctl = [ & ]( std::vector< std::string > arguments ) {
+      arguments.insert( arguments.end(), { "--socket", runner.socket() } );
+      return runProgram( "cspfctl", arguments );
+   };
+   const ProgramResult none = ctl( { "wait", "--for", "rsvp/10.0.0.3", "--timeout", "0.1" } );
+   EXPECT_EQ( none.exitStatus, 4 );
+   EXPECT_EQ( none.err, "cspfctl: timed out: nobody asks for rsvp/10.0.0.3#1\n" );
+   client.call( "load", { { "lab", squareLab( true ) } } );
+   EXPECT_EQ( ctl( { "wait", "--for", "rsvp/10.0.0.3=up", "--timeout", "60" } ).exitStatus, 0 );
+   EXPECT_EQ( publishedHops( client ).back(), "10.64.0.5" );
+   client.call( "load", { { "lab", squareLab( false ) } } );
+   EXPECT_THAT( ctl( { "status" } ).out, HasSubstr( "throttle " ) );
+   EXPECT_EQ( ctl( { "wait", "--timeout", "20" } ).exitStatus, 0 );
+   EXPECT_EQ( publishedHops( client ).back(), "10.64.0.9" );
+
+   const Json before = client.call( "get", { { "path", "" } } );
+   const ProgramResult each = ctl( { "whatif", "--each", "router", "--json" } );
+   EXPECT_EQ( each.exitStatus, 0 ) << each.err;
+   EXPECT_THAT( each.out, HasSubstr( "\"lost\":1" ) );
+   const ProgramResult off = ctl( { "whatif", R"({"te": {"enabled": false}})", "--json" } );
+   EXPECT_THAT( off.out, HasSubstr( "\"lost\":1" ) ) << off.err;
+   EXPECT_EQ( client.call( "get", { { "path", "" } } ), before );
+
+   std::ofstream( saved ) << ctl( { "save" } ).out;
+   const TemporaryDirectory other;
+   const RunnerProcess again( other, { "--lab", saved } );
+   EXPECT_EQ( runProgram( "cspfctl", { "wait", "--socket", again.socket() } ).exitStatus, 0 );
+   EXPECT_EQ( Client( again.socket() ).call( "get", { { "path", statusPath } } ),
+              client.call( "get", { { "path", statusPath } } ) );
+
+   runner.end( SIGKILL );
+   std::ofstream( record, std::ios::app ) << R"({"at": 1)";
+   const ProgramResult played = runProgram( "cspfctl", { "replay", "--print", record } );
+   EXPECT_EQ( played.exitStatus, 0 ) << played.err;
+   EXPECT_THAT( played.err, HasSubstr( "the record is cut off" ) );
+   EXPECT_THAT( played.out, HasSubstr( "10.64.0.9" ) );
+}
+
 TEST_F( ServiceTest, theSocketIsItsOwnersAndServedByOne ) {
    const RunnerProcess runner( directory );
    struct stat info;

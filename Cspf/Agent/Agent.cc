@@ -110,6 +110,8 @@ Agent::doMountsComplete( Corvdb::MountStatus status,
       Lum::make< CspfCommandCallback >( "CspfDump", this ) );
    commandRequestReactor()->agentCommandCallbackIs(
       Lum::make< CspfExplainCallback >( "CspfExplain", this ) );
+   commandRequestReactor()->agentCommandCallbackIs(
+      Lum::make< CspfWaitsCallback >( "CspfWaits", this ) );
 }
 
 void

@@ -5,7 +5,9 @@
 #include "Cspf/Agent/Agent.h"
 #include "Cspf/Runs/Explanation.h"
 
-#include <stdexcept>
+#include <algorithm>
+#include <cmath>
+#include <set>
 
 namespace Cspf {
 
@@ -42,15 +44,48 @@ rowOf( const VrfRoot & root, const std::string & client, const std::string & nam
    return nullptr;
 }
 
-/// What the path waits for.
+/// That a computation waits, and for how long still.
+ExplainedFact
+waitOf( const ConstraintStats & stats ) {
+   const double rest = std::max( 0.0, stats.timerEndsAt - Lum::now() );
+   return ExplainedFact( "waits" ).with( "milliseconds",
+                                         static_cast< std::uint64_t >( std::ceil( rest * 1000 ) ) );
+}
+
 void
 tellThrottle( const VrfRoot & root, const PathStatusInfo & row, ExplainedFacts & facts ) {
    const auto * stats =
       root.constraintStatsTable()->constraintStatsFind( ConstraintHandle( row.constraint() ) );
    if ( stats && ( *stats )->cspfScheduled() ) {
-      facts.push_back( ExplainedFact( "waits" ).with(
-         "milliseconds", static_cast< std::uint64_t >( ( *stats )->cspfCurrentDelay() ) ) );
+      facts.push_back( waitOf( **stats ) );
    }
+}
+
+/// The paths for which the constraints of that family wait.
+ExplainedFacts
+waitsOf( const CspfRoot & roots ) {
+   ExplainedFacts facts;
+   for ( const auto & [ vrf, root ] : roots.vrfRootColl() ) {
+      for ( const auto & [ handle, stats ] : root->constraintStatsTable()->constraintStatsColl() ) {
+         const auto * info = root->constraintInfoTable()->constraintInfoFind( handle );
+         if ( !stats->cspfScheduled() || !info ) {
+            continue;
+         }
+         std::set< std::string > paths;
+         for ( const auto & [ key, used ] : ( *info )->pathColl() ) {
+            const PathKey path = key.clientPathKey();
+            paths.insert( key.clientName() + "/" + path.dst().stringValue() + "#"
+                          + std::to_string( path.id() ) );
+         }
+         ExplainedFact fact = waitOf( *stats );
+         fact.with( "vrf", vrf.stringValue() ).with( "family", Kivnet::text( roots.af() ) );
+         for ( const std::string & path : paths ) {
+            fact.with( "path", path );
+         }
+         facts.push_back( fact );
+      }
+   }
+   return facts;
 }
 
 ExplainedFacts
@@ -100,6 +135,22 @@ answer( const Agent & agent, const std::vector< std::string > & words ) {
    return factsOf( *root, *row, std::span( words ).subspan( 4 ) );
 }
 
+}
+
+CspfWaitsCallback::CspfWaitsCallback( const std::string & name, const Lum::Ptr< Agent > & agent )
+   : CommandCallback( name ),
+     agent_( agent ) {}
+
+CspfWaitsCallback::~CspfWaitsCallback() = default;
+
+void
+CspfWaitsCallback::handleCommand( int fd, const std::string & ) {
+   Kiv::DumpContext context( fd );
+   for ( const auto & roots : { agent_->v4CspfRoot(), agent_->v6CspfRoot() } ) {
+      for ( const ExplainedFact & fact : roots ? waitsOf( *roots ) : ExplainedFacts() ) {
+         context.printf( 0, "%s\n", fact.text().c_str() );
+      }
+   }
 }
 
 CspfExplainCallback::CspfExplainCallback( const std::string & name,

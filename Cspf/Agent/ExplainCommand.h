@@ -20,4 +20,17 @@ class CspfExplainCallback : public AgentRunner::CommandCallback {
    const Lum::Ptr< Agent > agent_;
 };
 
+/// Tells the constraints for which a computation waits, a line each: "waits", for how many
+/// "milliseconds" still, "vrf", "family", and each "path" of a client that uses it, apart by tabs.
+class CspfWaitsCallback : public AgentRunner::CommandCallback {
+   LUM_ENTITY( Cspf, CspfWaitsCallback );
+   CspfWaitsCallback( const std::string & name, const Lum::Ptr< Agent > & agent );
+   ~CspfWaitsCallback() override;
+
+   void handleCommand( int fd, const std::string & command ) override;
+
+ private:
+   const Lum::Ptr< Agent > agent_;
+};
+
 }

@@ -262,6 +262,7 @@ class ConstraintStats : public Lum::Entity {
    LUM_ATTRIBUTE( cspfScheduled, bool );
    LUM_ATTRIBUTE( cspfCurrentDelay, double );  ///< milliseconds
    LUM_ATTRIBUTE( cspfLastRanAt, double );     ///< seconds; 0: never
+   double timerEndsAt = 0;                     ///< seconds: of the delay that runs, if one does
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };

@@ -132,6 +132,7 @@ void
 ConstraintInfoSmBase::startTimer() {
    timerDelay_ = constraintStats_->cspfCurrentDelay();
    timerTask_.schedule( timerDelay_ / 1000 );
+   constraintStats_->timerEndsAt = Lum::now() + timerDelay_ / 1000;
 }
 
 void

@@ -105,16 +105,29 @@ class Explainer {
             continue;
          }
          const bool lan = links[ i ].membership != noEdge;
-         facts_.push_back(
-            search_.fact( "hop", links[ i ].link, lan ? links[ i ].membership : links[ i ].link ) );
+         const CspfEdge arrival = lan ? links[ i ].membership : links[ i ].link;
+         ExplainedFact hop = search_.fact( "hop", links[ i ].link, arrival );
          add( sum, search_.step( links[ i ].link ) );
          if ( lan ) {
-            add( sum, search_.step( links[ i ].membership ) );
+            add( sum, search_.step( arrival ) );
          }
+         facts_.push_back( withEqualWays( std::move( hop ), links[ i ], sum ) );
       }
       if ( !links.empty() ) {
          facts_.push_back( costFact( "cost", sum ) );
       }
+   }
+
+   /// By how many links the hop is reached at that cost, where they are several.
+   ExplainedFact withEqualWays( ExplainedFact hop, const CspfPathHop & at, const CspfCost & sum ) {
+      const CspfTree & tree = search_.from( search_.source() );
+      const auto ways = [ & ]( CspfEdge edge ) {
+         const CspfVertex to = search_.graph().to( edge );
+         return tree.reached( to ) && tree.cost( to ) == sum ? tree.lastLinks( to ).size() : 0;
+      };
+      const std::size_t most =
+         std::max( ways( at.link ), at.membership == noEdge ? 0 : ways( at.membership ) );
+      return most > 1 ? hop.with( "equal", most ) : hop;
    }
 
    static void add( CspfCost & sum, const CspfCost & step ) {

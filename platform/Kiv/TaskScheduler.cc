@@ -17,10 +17,30 @@ TaskScheduler::pendingNames() const {
 }
 
 void
+TaskScheduler::listenerIs( const void * owner, Listener listener ) {
+   if ( listener.rests || listener.runs ) {
+      listeners_[ owner ] = std::move( listener );
+   } else {
+      listeners_.erase( owner );
+   }
+}
+
+void
+TaskScheduler::tell( std::function< void() > Listener::*what ) const {
+   for ( const auto & [ owner, listener ] : listeners_ ) {
+      if ( listener.*what ) {
+         ( listener.*what )();
+      }
+   }
+}
+
+void
 Task::schedule( Lum::Seconds delay ) {
    unschedule();
    auto & loop = scheduler_->loop_;
-   timer_ = loop.timerIs( loop.deadlineAfter( delay ), [ this ] { run(); } );
+   timer_ =
+      loop.timerIs( scheduler_->repeatable_ ? loop.now() + delay : loop.deadlineAfter( delay ),
+                    [ this ] { run(); } );
    next_ = scheduler_->scheduled_;
    if ( next_ ) {
       next_->previous_ = this;
@@ -45,11 +65,14 @@ Task::leave() {
       next_->previous_ = previous_;
    }
    previous_ = next_ = nullptr;
-   --scheduler_->pending_;
+   if ( --scheduler_->pending_ == 0 ) {
+      scheduler_->tell( &TaskScheduler::Listener::rests );
+   }
 }
 
 void
 Task::run() {
+   scheduler_->tell( &TaskScheduler::Listener::runs );
    leave();
    if ( machine_ && machine_->isRetired() ) {
       return;

@@ -4,6 +4,7 @@
 #include "platform/Lum/Attribute.h"
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -22,12 +23,26 @@ class TaskScheduler : public Lum::Entity {
    /// Their names, sorted: what a system that does not come to rest is busy with.
    std::vector< std::string > pendingNames() const;
 
+   /// One for each owner; an empty one is none. `rests`: the last task that was scheduled is so no
+   /// more, whatever happens next. `runs`: a task is about to run.
+   struct Listener {
+      std::function< void() > rests, runs;
+   };
+   void listenerIs( const void * owner, Listener listener );
+   /// Deadlines count from the time at which a turn of the loop stands, so that whoever knows the
+   /// turns knows in which order tasks run.
+   void repeatableIs( bool repeatable ) { repeatable_ = repeatable; }
+
  private:
    friend class Task;
 
+   void tell( std::function< void() > Listener::*what ) const;
+
    Lum::ActivityLoop & loop_;
+   bool repeatable_ = false;
    std::size_t pending_ = 0;
    Task * scheduled_ = nullptr;
+   std::map< const void *, Listener > listeners_;
 };
 
 /// A named piece of deferred work. It ends with its object, and where it is a state machine's, when

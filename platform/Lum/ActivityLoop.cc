@@ -139,6 +139,12 @@ ActivityLoop::advance( Seconds duration ) {
    virtualClock_.nowIs( end );
 }
 
+void
+ActivityLoop::nowIs( Seconds time ) {
+   LUM_ASSERT( isVirtual_ );
+   virtualClock_.nowIs( time );
+}
+
 bool
 ActivityLoop::settle( std::size_t maxTimers, Seconds until ) {
    LUM_ASSERT( isVirtual_ );

@@ -67,6 +67,8 @@ class ActivityLoop {
 
    /// Virtual clock: serves everything due within `duration`, in order, and ends that much later.
    void advance( Seconds duration );
+   /// Virtual clock: it is so late, and what is due waits. REQUIRES: time does not go back.
+   void nowIs( Seconds time );
    /// Virtual clock: moves from deadline to deadline until no timer is armed. Gives up, and gives
    /// false, after `maxTimers` timers or when the next deadline lies beyond `until`.
    bool settle( std::size_t maxTimers = 10'000'000,

@@ -11,12 +11,14 @@
 #include "tools/agentrunner/TraceFile.h"
 #include "tools/lab/AgentLibrary.h"
 #include "tools/lab/LabLoad.h"
+#include "tools/record/Recorder.h"
 #include "tools/service/ControlServer.h"
 #include "tools/text/Plain.h"
 
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
+#include <memory>
 #include <new>
 #include <optional>
 #include <sstream>
@@ -35,6 +37,7 @@ struct Options {
    std::vector< std::string > traceLevels;
    std::string metricsFile;
    std::string lab;
+   std::string record;
    bool prove = false;
    std::string state;
    std::string passwordFile;
@@ -86,6 +89,11 @@ say( std::string_view text ) {
 }
 
 void
+sayOwn( std::string_view text ) {
+   say( "agentrunner: " + std::string( text ) );
+}
+
+void
 logToStandardError( const Trace::LogMessage & message, std::string_view text ) {
    say( Trace::logLine( message, text ) );
 }
@@ -107,9 +115,9 @@ watchMemory() {
 }
 
 void
-loadFile( const std::string & fileName, const Service::ControlServer::Load & load ) {
+startFile( const std::string & fileName, Corvdb::StateStore & state, Zorch::TableStore & tables ) {
    try {
-      load( Lab::readLabJson( fileName ) );
+      Lab::startLab( Lab::LabFile::load( fileName ), state, tables );
    } catch ( const Lab::LabError & error ) {
       throw std::runtime_error( fileName + ": " + error.what() );
    }
@@ -133,8 +141,8 @@ described( const Options & options ) {
             { "group", options.control.group }, { "monitor", options.monitor.path },
             { "trace", options.traceFile },     { "traceLevels", options.traceLevels },
             { "metrics", options.metricsFile }, { "lab", options.lab },
-            { "prove", options.prove },         { "state", options.state },
-            { "standby", options.standby } };
+            { "record", options.record },       { "prove", options.prove },
+            { "state", options.state },         { "standby", options.standby } };
 }
 
 SharedState::Settings
@@ -160,6 +168,9 @@ serve( const Options & options ) {
    const AgentRunner::Library library( options.library.empty() ? Lab::agentLibraryPath()
                                                                : options.library );
    AgentRunner::Runner runner( loop, state, tables, library.factory(), options.name );
+   auto recorder = options.record.empty() ? nullptr
+                                          : std::make_unique< Record::Recorder >(
+                                             options.record, loop, runner, state, tables, sayOwn );
    Service::StateView view( state, tables );
    const auto monitor =
       options.monitor.path.empty() ? std::nullopt : std::optional( options.monitor );
@@ -171,7 +182,10 @@ serve( const Options & options ) {
    const ServiceManager manager( loop );
    const auto ready = [ & ] {
       if ( !options.lab.empty() ) {
-         loadFile( options.lab, load );
+         startFile( options.lab, state, tables );
+      }
+      if ( recorder ) {
+         recorder->agentStarts();
       }
    };
    std::optional< SharedState > shared;
@@ -183,14 +197,13 @@ serve( const Options & options ) {
       server.stateIs( [ &shared ] { return shared->status(); } );
    }
    if ( options.prove ) {
-      proofWatch.emplace( loop, runner, state, tables, []( std::string_view text ) {
-         say( "agentrunner: " + std::string( text ) );
-      } );
+      proofWatch.emplace( loop, runner, state, tables, sayOwn );
    }
-   say( "agentrunner: serving " + options.control.path );
+   sayOwn( "serving " + options.control.path );
    manager.ready();
    loop.run();
    proofWatch.reset();
+   recorder.reset();
    manager.stopping();
    runner.stop();
    if ( shared ) {
@@ -222,6 +235,8 @@ main( int argc, char ** argv ) {
       ->allow_extra_args( false );
    app.add_option( "--metrics", options.metricsFile,
                    "file for counters and gauges, written anew every 15 seconds" );
+   app.add_option( "--record", options.record,
+                   "file for all that comes in, with times, which cspfctl replay plays again" );
    app.add_flag( "--prove", options.prove,
                  "judge all that is published whenever the agent rests after a change" );
    app.add_option( "--lab", options.lab, "lab whose state is there when the agent starts" );

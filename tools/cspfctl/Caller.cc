@@ -8,6 +8,8 @@
 #include "tools/state/StatePaths.h"
 
 #include <algorithm>
+#include <array>
+#include <exception>
 #include <map>
 #include <unistd.h>
 
@@ -23,6 +25,7 @@ class AgentCaller : public Caller {
       return client_.call( method, params, notified );
    }
    void listen( const Notified & notified ) override { client_.listen( notified ); }
+   void timeoutIs( double seconds ) override { client_.timeoutIs( seconds ); }
 
  private:
    Service::Client client_;
@@ -41,14 +44,16 @@ class DatabaseCaller : public Caller {
    DatabaseCaller & operator=( const DatabaseCaller & ) = delete;
 
    Json call( const std::string & method, const Json & params, const Notified & notified ) override;
-   void listen( const Notified & ) override { loop_.run(); }
+   void listen( const Notified & ) override;
+   void timeoutIs( double seconds ) override;
 
  private:
    Service::StateView & view() { return database_->view(); }
    void patch( const std::string & path, const Json & patch );
    Json watch( const Json & paths );
    void handleTable( const std::string & path );
-   void tell( const Json & change ) { notified_( "change", change ); }
+   void tell( const Json & change );
+   void endBy( std::exception_ptr why );
    Json status() const;
 
    const std::string url_;
@@ -57,6 +62,7 @@ class DatabaseCaller : public Caller {
    bool complete_ = false;
    std::string trouble_;
    Notified notified_;
+   std::exception_ptr end_;  ///< by which listening ends
    std::vector< std::string > watchedTops_;
    std::map< std::string, Lum::Ptr< Service::StateWatch > > watches_;
 };
@@ -102,6 +108,38 @@ DatabaseCaller::call( const std::string & method, const Json & params, const Not
       return status();
    }
    throw std::runtime_error( "this needs an agent: call it over its socket" );
+}
+
+void
+DatabaseCaller::listen( const Notified & ) {
+   if ( !end_ ) {
+      loop_.run();
+   }
+   if ( end_ ) {
+      std::rethrow_exception( end_ );
+   }
+}
+
+void
+DatabaseCaller::timeoutIs( double seconds ) {
+   loop_.timerIs( loop_.deadlineAfter( seconds ),
+                  [ this ] { endBy( std::make_exception_ptr( Service::TimedOut() ) ); } );
+}
+
+/// The loop's turn is over first: it is not to be broken off.
+void
+DatabaseCaller::endBy( std::exception_ptr why ) {
+   end_ = end_ ? end_ : std::move( why );
+   loop_.stop();
+}
+
+void
+DatabaseCaller::tell( const Json & change ) {
+   try {
+      notified_( "change", change );
+   } catch ( ... ) {
+      endBy( std::current_exception() );
+   }
 }
 
 void
@@ -171,4 +209,46 @@ agentCaller( const std::string & socket ) {
 std::unique_ptr< Caller >
 databaseCaller( const std::string & url, const std::string & passwordFile ) {
    return std::make_unique< DatabaseCaller >( url, passwordFile );
+}
+
+namespace {
+
+constexpr std::array knowState{ "get",  "patch", "watch",  "paths", "status",
+                                "save", "draw",  "whatif", "wait" };
+
+std::string
+optionText( const CLI::App & app, const char * name ) {
+   const CLI::Option * option = app.get_option( name );
+   return option->count() > 0 ? option->as< std::string >() : "";
+}
+
+}
+
+void
+addStateOptions( CLI::App & app ) {
+   app.add_option( "--state",
+                   "for get, patch, watch, paths, status, save, draw, whatif and wait: the "
+                   "database that holds the state, unix:PATH or redis://HOST:PORT/DATABASE, "
+                   "instead of an agent" )
+      ->type_name( "URL" );
+   app.add_option( "--state-password", "file with the database's password" )->type_name( "FILE" );
+   app.parse_complete_callback( [ &app ] {
+      const auto commands = app.get_subcommands();
+      if ( !commands.empty() && namesDatabase( app )
+           && std::ranges::find( knowState, commands.front()->get_name() ) == knowState.end() ) {
+         throw CLI::ValidationError( "it asks no database: --state is not for it" );
+      }
+   } );
+}
+
+bool
+namesDatabase( const CLI::App & app ) {
+   return !optionText( app, "--state" ).empty();
+}
+
+std::unique_ptr< Caller >
+liveCaller( const CLI::App & app, const std::string & socket ) {
+   return namesDatabase( app )
+             ? databaseCaller( optionText( app, "--state" ), optionText( app, "--state-password" ) )
+             : agentCaller( socket );
 }

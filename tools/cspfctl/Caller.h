@@ -1,5 +1,6 @@
 #pragma once
 
+#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <functional>
@@ -17,8 +18,11 @@ class Caller {
    /// The methods of the control socket. Throws std::runtime_error.
    virtual Json call( const std::string & method, const Json & params,
                       const Notified & notified = {} ) = 0;
-   /// Hands on notifications until the other side is gone.
+   /// Hands on notifications until the other side is gone or `notified` throws.
    virtual void listen( const Notified & notified ) = 0;
+   /// From so many seconds on, `listen` ends by Service::TimedOut, and with an agent `call` as
+   /// well.
+   virtual void timeoutIs( double seconds ) = 0;
 };
 
 /// Throws std::runtime_error where nobody answers.
@@ -26,3 +30,11 @@ std::unique_ptr< Caller > agentCaller( const std::string & socket );
 /// Knows `get`, `patch`, `watch` and `status`.
 std::unique_ptr< Caller > databaseCaller( const std::string & url,
                                           const std::string & passwordFile );
+
+/// The options of the program that name a database in place of an agent.
+void addStateOptions( CLI::App & app );
+/// Whether they do, on the command line that was read.
+bool namesDatabase( const CLI::App & app );
+/// The database that they name, else the agent at that socket. Throws std::runtime_error where
+/// nobody answers.
+std::unique_ptr< Caller > liveCaller( const CLI::App & app, const std::string & socket );

@@ -37,6 +37,8 @@ constexpr std::array commands = {
    Entry{ live, "status", "cspfctl status" },
    Entry{ live, "paths", "cspfctl paths" },
    Entry{ live, "load", "cspfctl load examples/abilene.json" },
+   Entry{ live, "save", "cspfctl save > now.json" },
+   Entry{ live, "wait", "cspfctl wait --for rsvp/10.0.0.3#1 --timeout 10" },
    Entry{ live, "get", "cspfctl get te/config" },
    Entry{ live, "patch", R"(cspfctl patch te/config '{"enabled": true}')" },
    Entry{ live, "watch", "cspfctl watch te/cspf/status/vrf" },
@@ -45,6 +47,7 @@ constexpr std::array commands = {
    Entry{ faults, "trace", "cspfctl trace CspfAgent.qt | tail" },
    Entry{ faults, "trace-level", "cspfctl trace-level 9 --files Runs/Run.cc" },
    Entry{ faults, "support", "cspfctl support" },
+   Entry{ faults, "replay", "cspfctl replay cspf.record" },
 };
 
 std::string

@@ -133,7 +133,7 @@ Completion::options() const {
 
 Candidates
 Completion::valuesOf( const CLI::Option & option ) const {
-   if ( option.check_name( "--path" ) ) {
+   if ( option.check_name( "--path" ) || option.check_name( "--for" ) ) {
       return paths();
    }
    if ( option.check_name( "--why-not" ) ) {

@@ -1,11 +1,11 @@
 // `cspfctl draw LAB|--live`: the network and its paths as a picture, a page, or text for Graphviz.
 
 #include "tools/cspfctl/LabCommands.h"
-#include "tools/cspfctl/LiveSnapshot.h"
+#include "tools/cspfctl/LiveLab.h"
 #include "tools/draw/Dot.h"
 #include "tools/draw/Graphviz.h"
-#include "tools/draw/LiveDocument.h"
 #include "tools/draw/Page.h"
+#include "tools/lab/LabOfState.h"
 #include "tools/lab/LabOutput.h"
 #include "tools/lab/LabRunner.h"
 #include "tools/service/UnixSocket.h"
@@ -143,13 +143,16 @@ sceneOf( const Lab::LabFile & lab, const Options & options ) {
 }
 
 int
-draw( const Options & options ) {
+draw( const CLI::App & app, const Options & options ) {
    options.kind();  // before there is work
    if ( options.live ) {
       const Lab::VrfAf where = placeOf( options, nullptr );
-      const Prove::Snapshot state = liveSnapshot( options.socket );
+      const LiveState live( *liveCaller( app, options.socket ) );
+      Lab::LabDocument document =
+         Lab::documentOf( live.state(), live.tables(), {}, Lab::Shown::all );
+      document.paths.clear();  // all are called by destination and number
       Draw::SceneMaker scene( where );
-      scene.add( Draw::liveDocument( state, where ), state, "live" );
+      scene.add( document, Prove::Snapshot::of( live.state(), live.tables() ), "live" );
       write( options, drawing( options, scene.take(), where.text() ) );
       return Lab::exitOk;
    }
@@ -193,10 +196,10 @@ addDrawCommand( CLI::App & app, int & status ) {
    command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
       ->needs( live )
       ->capture_default_str();
-   command->callback( [ options, &status ] {
+   command->callback( [ &app, options, &status ] {
       if ( options->lab.empty() && !options->live ) {
          throw CLI::RequiredError( "a lab, or --live" );
       }
-      status = draw( *options );
+      status = draw( app, *options );
    } );
 }

@@ -3,6 +3,7 @@
 // read from state.
 
 #include "tools/cspfctl/Explained.h"
+#include "tools/cspfctl/ExplainedRepair.h"
 #include "tools/cspfctl/LabCommands.h"
 #include "tools/cspfctl/LiveSnapshot.h"
 #include "tools/lab/LabRunner.h"
@@ -98,7 +99,7 @@ reasonBefore( const Moment & moment, const Asked & asked ) {
       return "client \"" + asked.answer.client + "\" does not ask for service in "
              + asked.service.text();
    }
-   return asked.answer.client == Prove::tilfaClient ? "repairs are not explained" : "";
+   return "";
 }
 
 /// A router or link by its name in the lab as an address; addresses stand for themselves. Throws
@@ -171,6 +172,14 @@ explain( const Moment & moment, const Options & options ) {
    Explained explained( options.words.back(), asked.service, asked.answer, namesOf( moment ) );
    if ( std::string reason = reasonBefore( moment, asked ); !reason.empty() ) {
       explained.reasonIs( reason );
+   } else if ( asked.answer.client == Prove::tilfaClient ) {
+      if ( !options.whyNot.empty() ) {
+         throw std::runtime_error( "--why-not is for paths, and " + options.words.back()
+                                   + " is a repair" );
+      }
+      for ( const std::string & line : repairLines( moment.state, asked.service, asked.answer ) ) {
+         explained.reasonIs( line );
+      }
    } else {
       std::string command = asked.service.vrf.stringValue() + "\t"
                             + Kivnet::text( asked.service.af ) + "\t" + asked.answer.client + "\t"

@@ -2,12 +2,12 @@
 
 #include "tools/cspfctl/Explained.h"
 
+#include "tools/cspfctl/Facts.h"
 #include "tools/text/Bandwidth.h"
 #include "tools/text/Table.h"
 
 #include <algorithm>
 #include <ostream>
-#include <set>
 #include <sstream>
 
 namespace {
@@ -17,29 +17,6 @@ using Json = nlohmann::json;
 /// How the facts of one kind stand in JSON: in a list of that name, or, once, under their own.
 const std::map< std::string, std::string > lists{
    { "hop", "hops" }, { "refused", "refused" }, { "existsWithout", "existsWithout" } };
-
-Json
-valueOf( const std::string & name, const std::string & text ) {
-   static const std::set< std::string > numbers{
-      "metric", "sharedRisks", "own", "free", "bandwidth", "equalPaths", "upTo", "milliseconds" };
-   return numbers.contains( name ) ? Json( std::stoull( text ) ) : Json( text );
-}
-
-/// A line of the agent: its kind, and its values.
-std::pair< std::string, Json >
-factOf( const std::string & line ) {
-   std::istringstream in( line );
-   std::string kind, word;
-   std::getline( in, kind, '\t' );
-   Json fact = Json::object();
-   while ( std::getline( in, word, '\t' ) ) {
-      if ( const auto mark = word.find( '=' ); mark != word.npos ) {
-         const std::string name = word.substr( 0, mark );
-         fact[ name ] = valueOf( name, word.substr( mark + 1 ) );
-      }
-   }
-   return { kind, fact };
-}
 
 std::string
 bandwidth( const Json & fact, const char * name ) {
@@ -70,10 +47,8 @@ Explained::Explained( std::string title, const Prove::Service & service,
 
 void
 Explained::factsAre( const std::string & lines ) {
-   std::istringstream in( lines );
    Json * into = &facts_;
-   for ( std::string line; std::getline( in, line ); ) {
-      const auto [ kind, fact ] = factOf( line );
+   for ( const auto & [ kind, fact ] : factsOf( lines ) ) {
       if ( kind == "reason" ) {
          ( *into )[ "reasons" ].push_back( fact.value( "text", "" ) );
       } else if ( const auto list = lists.find( kind ); list != lists.end() ) {
@@ -187,6 +162,10 @@ Explained::printHops( std::ostream & out ) const {
          remark += ( remark.empty() ? "" : "; " ) + std::string( "shares SRLG " )
                    + hop.value( "srlg", "" );
       }
+      if ( number( hop, "equal" ) > 1 ) {
+         remark += ( remark.empty() ? "" : "; " ) + std::string( "one of " )
+                   + std::to_string( number( hop, "equal" ) ) + " equal ways to here";
+      }
       row.push_back( remark );
       table.row( row );
    }
@@ -289,8 +268,8 @@ Explained::printText( std::ostream & out ) const {
    }
    printAbsence( out );
    if ( const auto waits = facts_.find( "waits" ); waits != facts_.end() ) {
-      out << "a computation waits for the throttle, now at " << number( *waits, "milliseconds" )
-          << " ms\n";
+      out << "a computation waits for the throttle, for " << number( *waits, "milliseconds" )
+          << " ms more\n";
    }
    printWhyNot( out );
 }

@@ -25,4 +25,10 @@ void addExplainCommand( CLI::App & app, int & status );
 void addDrawCommand( CLI::App & app, int & status );
 
 /// Adds `whatif LAB`: what a change would do to the paths of a lab, or every failure in turn.
+/// Adds `replay FILE`: a record of an agent played again. The status is 1 where something else is
+/// published than was then.
+void addReplayCommand( CLI::App & app, int & status );
+
+/// Adds `whatif [LAB]`: what a change would do to the paths of a lab or of a running agent, or
+/// every failure in turn.
 void addWhatIfCommand( CLI::App & app, int & status );

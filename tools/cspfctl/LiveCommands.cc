@@ -4,6 +4,8 @@
 #include "tools/cspfctl/LiveCommands.h"
 
 #include "tools/cspfctl/Caller.h"
+#include "tools/cspfctl/Facts.h"
+#include "tools/cspfctl/LiveLab.h"
 #include "tools/cspfctl/LivePaths.h"
 #include "tools/cspfctl/LiveSnapshot.h"
 #include "tools/cspfctl/PatchText.h"
@@ -24,7 +26,7 @@ using Service::Json;
 
 struct Options {
    std::string socket = Service::defaultSocketPath();
-   std::string state, passwordFile;
+   const CLI::App * app = nullptr;
    std::string path;
    std::vector< std::string > paths;
    std::string patch;
@@ -35,8 +37,7 @@ struct Options {
 
 std::unique_ptr< Caller >
 caller( const Options & options ) {
-   return options.state.empty() ? agentCaller( options.socket )
-                                : databaseCaller( options.state, options.passwordFile );
+   return liveCaller( *options.app, options.socket );
 }
 
 std::string
@@ -68,6 +69,11 @@ void
 runPatch( const Options & options ) {
    const Json patch = parsed( patchText( options.patch ) );
    caller( options )->call( "patch", { { "path", options.path }, { "patch", patch } } );
+}
+
+void
+runSave( const Options & options ) {
+   std::cout << liveLab( *caller( options ), options.path ).dump( 2 ) << "\n";
 }
 
 /// The text's parts fit a frame however many of their bytes are escaped in it.
@@ -157,28 +163,67 @@ stateText( const Json & state ) {
    return text + ( writer.empty() ? "" : ", written by " + writer );
 }
 
+/// The constraints for which a computation waits, as the agent tells.
+Json
+waitsOf( Caller & agent ) {
+   std::string lines;
+   try {
+      agent.call( "command", { { "name", "CspfWaits" }, { "text", "" } },
+                  [ & ]( const std::string & method, const Json & params ) {
+                     lines += method == "output" ? params.value( "text", "" ) : "";
+                  } );
+   } catch ( const std::runtime_error & ) {
+      return Json::array();  // there is none, or it has just begun
+   }
+   Json waits = Json::array();
+   for ( const auto & [ kind, fact ] : factsOf( lines ) ) {
+      waits.push_back( fact );
+   }
+   return waits;
+}
+
+/// "rsvp/10.0.0.3#1 and 2 more (default/ipv4) for 150 ms"
+std::string
+waitText( const Json & wait ) {
+   const auto & paths = wait[ "paths" ];
+   return paths[ 0 ].get< std::string >()
+          + ( paths.size() > 1 ? " and " + std::to_string( paths.size() - 1 ) + " more" : "" )
+          + " (" + wait.value( "vrf", "" ) + "/" + wait.value( "family", "" ) + ") for "
+          + wait[ "milliseconds" ].dump() + " ms";
+}
+
+/// The first ones of a list that may be long.
+std::string
+shortened( std::vector< std::string > list ) {
+   constexpr std::size_t most = 5;
+   if ( list.size() > most ) {
+      list[ most ] = "and " + std::to_string( list.size() - most ) + " more";
+      list.resize( most + 1 );
+   }
+   return joined( list );
+}
+
 void
 runStatus( const Options & options ) {
    const auto other = caller( options );
    Json status = other->call( "status", Json::object() );
    const Json agent = other->call( "get", { { "path", "te/cspf/agentStatus" } } );
+   status[ "waits" ] = namesDatabase( *options.app ) ? Json::array() : waitsOf( *other );
    status[ "agentEnabled" ] = agent[ "value" ][ "agentEnabled" ];
    if ( options.json ) {
       std::cout << status.dump() << "\n";
       return;
    }
-   std::vector< std::string > served, waiting;
+   std::vector< std::string > served, waiting, throttled;
    const Json clients = other->call( "get", { { "path", "te/cspf/client" } } );
    for ( const auto & [ name, entry ] : clients[ "value" ][ "entity" ].items() ) {
       served.push_back( name );
    }
-   constexpr std::size_t most = 5;
    for ( const Json & task : status[ "pendingTasks" ] ) {
       waiting.push_back( task.get< std::string >() );
    }
-   if ( waiting.size() > most ) {
-      waiting[ most ] = "and " + std::to_string( waiting.size() - most ) + " more";
-      waiting.resize( most + 1 );
+   for ( const Json & wait : status[ "waits" ] ) {
+      throttled.push_back( waitText( wait ) );
    }
    const auto line = [ & ]( const char * name, const std::string & text ) {
       std::cout << name << ( text.empty() ? "none" : text ) << "\n";
@@ -189,7 +234,8 @@ runStatus( const Options & options ) {
    if ( status.contains( "pid" ) ) {
       line( "process  ", status[ "pid" ].dump() );
       line( "callers  ", status[ "clients" ].dump() );
-      line( "waiting  ", joined( waiting ) );
+      line( "waiting  ", shortened( waiting ) );
+      line( "throttle ", shortened( throttled ) );
    }
    if ( status.contains( "state" ) ) {
       line( "state    ", stateText( status[ "state" ] ) );
@@ -249,12 +295,8 @@ withJson( CLI::App * command, Options & options ) {
 void
 addLiveCommands( CLI::App & app, int & status ) {
    const auto options = std::make_shared< Options >();
-   app.add_option( "--state", options->state,
-                   "for get, patch, watch, paths and status: the database that holds the state, "
-                   "unix:PATH or redis://HOST:PORT/DATABASE, instead of an agent" )
-      ->type_name( "URL" );
-   app.add_option( "--state-password", options->passwordFile, "file with the database's password" )
-      ->type_name( "FILE" );
+   addStateOptions( app );
+   options->app = &app;
    withJson( add( app, "get", "Show the state at a path of a running agent", options, runGet ),
              *options )
       ->add_option( "path", options->path, "state path; all tables and the state tree without" );
@@ -267,6 +309,10 @@ addLiveCommands( CLI::App & app, int & status ) {
         [ &status ]( const Options & given ) { status = runLoad( given ); } )
       ->add_option( "lab", options->path, "lab file; its events are left out" )
       ->required();
+   add( app, "save", "Print live state as a lab, on which an agent would publish the same", options,
+        runSave )
+      ->add_option( "--names", options->path,
+                    "lab that says what routers, links and paths are called" );
    withJson( add( app, "watch", "Show the state at paths, then each change", options, runWatch ),
              *options )
       ->add_option( "paths", options->paths, "state paths" )

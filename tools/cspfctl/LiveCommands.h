@@ -8,6 +8,10 @@
 /// of a bad lab where one is to be loaded.
 void addLiveCommands( CLI::App & app, int & status );
 
+/// Adds `wait`: until the agent has settled, or a path has an answer. The status is 4 where the
+/// time for it is over.
+void addWaitCommand( CLI::App & app, int & status );
+
 /// Adds `trace FILE`: the records of a trace ring as text.
 void addTraceCommand( CLI::App & app );
 

@@ -9,11 +9,9 @@
 #include "tools/service/UnixSocket.h"
 #include "tools/text/Plain.h"
 
-#include <chrono>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <thread>
 
 namespace {
 
@@ -84,24 +82,10 @@ proveLab( const Options & options ) {
    return status;
 }
 
-/// Waits until the agent rests; gives whether it does.
-bool
-settles( Service::Client & client, double timeout ) {
-   using Clock = std::chrono::steady_clock;
-   const auto end = Clock::now() + std::chrono::duration< double >( timeout );
-   while ( !client.call( "status", Json::object() )[ "pendingTasks" ].empty() ) {
-      if ( Clock::now() >= end ) {
-         return false;
-      }
-      std::this_thread::sleep_for( std::chrono::milliseconds( 50 ) );
-   }
-   return true;
-}
-
 int
 proveAgent( const Options & options ) {
    Service::Client client( options.socket );
-   const bool settled = settles( client, options.timeout );
+   const bool settled = client.call( "wait", { { "timeout", options.timeout } } ).get< bool >();
    return report( Prove::prove( liveSnapshot( options.socket ) ), settled, options.json );
 }
 

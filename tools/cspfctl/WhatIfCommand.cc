@@ -1,50 +1,65 @@
-// `cspfctl whatif LAB`: what a change of a lab would do to its paths.
+// `cspfctl whatif [LAB]`: what a change of a lab would do to its paths, or of a running agent's
+// state to what that publishes, found out on a copy.
 
 #include "tools/cspfctl/LabCommands.h"
+#include "tools/cspfctl/LiveLab.h"
 #include "tools/cspfctl/PatchText.h"
 #include "tools/lab/LabWhatIf.h"
+#include "tools/service/UnixSocket.h"
 #include "tools/text/Plain.h"
 #include "tools/text/Table.h"
 
 #include <iostream>
 #include <memory>
+#include <optional>
 
 namespace {
 
 struct Options {
-   std::string lab;
-   std::string patch;
+   std::vector< std::string > words;  ///< [LAB] [PATCH]
+   std::string names;
    std::size_t event = 0;  ///< from 1; 0: none
    std::string each;
    double at = Lab::atTheEnd;
    std::uint32_t seed = 1;
+   std::string socket = Service::defaultSocketPath();
    bool json = false;
+
+   bool changesByPatch() const { return event == 0 && each.empty(); }
+   /// No lab is named.
+   bool isLive() const { return words.size() == ( changesByPatch() ? 1 : 0 ); }
+   /// The lab to which the event belongs.
+   std::string lab() const { return isLive() ? names : words.front(); }
 };
 
 const std::map< std::string, Lab::FailureKind > kinds{ { "link", Lab::FailureKind::link },
                                                        { "router", Lab::FailureKind::router },
                                                        { "srlg", Lab::FailureKind::srlg } };
 
-/// The moment at which the change comes, and the change.
+/// The change, and where it is an event of a lab, the moment at which it comes.
 Lab::LabJson
-changeOf( Options & options, const Lab::LabFile & lab ) {
+changeOf( Options & options ) {
    if ( options.event > 0 ) {
-      if ( options.event > lab.events().size() ) {
+      const auto events = Lab::LabFile::load( options.lab() ).events();
+      if ( options.event > events.size() ) {
          throw std::runtime_error( "--event " + std::to_string( options.event ) + ": the lab has "
-                                   + std::to_string( lab.events().size() ) );
+                                   + std::to_string( events.size() ) );
       }
-      const Lab::LabEvent & event = lab.events()[ options.event - 1 ];
-      options.at = event.at;
-      return event.patch;
+      options.at = options.isLive() ? options.at : events[ options.event - 1 ].at;
+      return events[ options.event - 1 ].patch;
    }
-   return options.each.empty() ? Lab::LabJson::parse( patchText( options.patch ) ) : Lab::LabJson();
+   return options.each.empty() ? Lab::LabJson::parse( patchText( options.words.back() ) )
+                               : Lab::LabJson();
 }
 
 int
-whatIf( Options options ) {
+whatIf( const CLI::App & app, Options options ) {
    try {
-      const Lab::LabFile lab = Lab::LabFile::load( options.lab );
-      const Lab::LabJson change = changeOf( options, lab );
+      const Lab::LabJson change = changeOf( options );
+      const Lab::LabFile lab =
+         options.isLive() ? Lab::LabFile::parse(
+            liveLab( *liveCaller( app, options.socket ), options.names ).dump() )
+                          : Lab::LabFile::load( options.lab() );
       Lab::RunOptions run;
       run.seed = options.seed;
       bool ok = true;
@@ -63,7 +78,10 @@ whatIf( Options options ) {
          std::cerr );
       return ok ? Lab::exitOk : Lab::exitBrokenInvariant;
    } catch ( const Lab::LabError & error ) {
-      std::cerr << "cspfctl: " << Text::plain( options.lab + ": " + error.what() ) << std::endl;
+      std::cerr << "cspfctl: "
+                << Text::plain( ( options.lab().empty() ? "the running agent" : options.lab() )
+                                + ": " + error.what() )
+                << std::endl;
       return Lab::exitBadLab;
    }
 }
@@ -73,20 +91,22 @@ whatIf( Options options ) {
 void
 addWhatIfCommand( CLI::App & app, int & status ) {
    const auto options = std::make_shared< Options >();
-   CLI::App * command =
-      app.add_subcommand( "whatif", "Show what a change of a lab would do to its paths" );
-   command->add_option( "lab", options->lab, "lab file" )->required();
-   CLI::Option * patch = command->add_option(
-      "patch", options->patch, "JSON merge patch of the lab; @FILE, or - for standard input" );
+   CLI::App * command = app.add_subcommand(
+      "whatif",
+      "Show what a change of a lab, or of a running agent's state, would do to its paths" );
+   command
+      ->add_option(
+         "change", options->words,
+         "[LAB] PATCH: JSON merge patch of the lab, or of what `save` would print of a "
+         "running agent; @FILE, or - for standard input; no patch with --event or --each" )
+      ->expected( 0, 2 );
    CLI::Option * event =
       command->add_option( "--event", options->event, "what this event of the lab does, from 1" )
-         ->check( CLI::PositiveNumber )
-         ->excludes( patch );
+         ->check( CLI::PositiveNumber );
    command
       ->add_option( "--each", options->each,
                     "every link, router or srlg fails in turn, each alone, on all cores" )
       ->check( CLI::IsMember( { "link", "router", "srlg" } ) )
-      ->excludes( patch )
       ->excludes( event );
    command
       ->add_option( "--at", options->at,
@@ -96,10 +116,21 @@ addWhatIfCommand( CLI::App & app, int & status ) {
    command->add_option( "--seed", options->seed, "of the choice among equal-cost links" )
       ->capture_default_str();
    command->add_flag( "--json", options->json, "print JSON, one document a change" );
-   command->callback( [ options, &status ] {
-      if ( options->patch.empty() && options->event == 0 && options->each.empty() ) {
+   command->add_option( "--names", options->names,
+                        "lab that says what the routers, links and paths of a running agent are "
+                        "called, and has the event" );
+   command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
+      ->capture_default_str();
+   command->callback( [ &app, options, &status ] {
+      if ( options->words.size() > ( options->changesByPatch() ? 2 : 1 ) ) {
+         throw CLI::ValidationError( "a patch, --event and --each exclude each other" );
+      }
+      if ( options->changesByPatch() && options->words.empty() ) {
          throw CLI::RequiredError( "a patch, --event or --each" );
       }
-      status = whatIf( *options );
+      if ( options->event > 0 && options->lab().empty() ) {
+         throw CLI::RequiredError( "the lab of the event, or --names" );
+      }
+      status = whatIf( app, *options );
    } );
 }

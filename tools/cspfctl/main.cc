@@ -20,7 +20,9 @@ addCommands( CLI::App & app, int & status ) {
    addExplainCommand( app, status );
    addWhatIfCommand( app, status );
    addDrawCommand( app, status );
+   addReplayCommand( app, status );
    addLiveCommands( app, status );
+   addWaitCommand( app, status );
    addTraceCommand( app );
    addSupportCommand( app );
 }

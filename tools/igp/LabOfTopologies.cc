@@ -3,9 +3,9 @@
 #include "tools/igp/LabOfTopologies.h"
 
 #include "tools/igp/CaptureText.h"
+#include "tools/lab/LabWriter.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace Igp {
 
@@ -15,28 +15,6 @@ using Json = nlohmann::ordered_json;
 using Cspf::IgpRouterId;
 
 Json
-maskOf( std::uint32_t mask ) {
-   char text[ 16 ];
-   std::snprintf( text, sizeof text, "0x%x", mask );
-   return text;
-}
-
-/// The shortest decimal that reads back as the same single-precision number.
-Json
-numberOf( float value ) {
-   char text[ 32 ];
-   std::snprintf( text, sizeof text, "%.9g", static_cast< double >( value ) );
-   for ( int digits = 1; digits < 9; ++digits ) {
-      char shorter[ 32 ];
-      std::snprintf( shorter, sizeof shorter, "%.*g", digits, static_cast< double >( value ) );
-      if ( std::strtof( shorter, nullptr ) == value ) {
-         return std::strtod( shorter, nullptr );
-      }
-   }
-   return std::strtod( text, nullptr );
-}
-
-Json
 attributesOf( const LinkEnd & link ) {
    Json json = Json::object();
    json[ "metric" ] = link.metric;
@@ -44,16 +22,16 @@ attributesOf( const LinkEnd & link ) {
       json[ "teMetric" ] = *link.te.teMetric;
    }
    if ( link.te.adminGroup ) {
-      json[ "adminGroup" ] = maskOf( link.te.adminGroup );
+      json[ "adminGroup" ] = Lab::maskOf( link.te.adminGroup );
    }
    if ( link.te.bandwidth > 0 ) {
-      json[ "bandwidth" ] = numberOf( link.te.bandwidth );
+      json[ "bandwidth" ] = Lab::numberOf( link.te.bandwidth );
    }
    const auto & unreserved = link.te.unreserved;
    if ( std::ranges::any_of( unreserved, [ & ]( float u ) { return u != link.te.bandwidth; } ) ) {
       Json & list = json[ "unreserved" ] = Json::array();
       for ( const float one : unreserved ) {
-         list.push_back( numberOf( one ) );
+         list.push_back( Lab::numberOf( one ) );
       }
    }
    return json;
@@ -80,7 +58,7 @@ difference( const LinkEnd & one, const LinkEnd & other ) {
       differing[ "bandwidth" ] = 0;
    }
    if ( base.contains( "unreserved" ) && !said.contains( "unreserved" ) ) {
-      differing[ "unreserved" ] = numberOf( other.te.bandwidth );
+      differing[ "unreserved" ] = Lab::numberOf( other.te.bandwidth );
    }
    return differing;
 }

@@ -109,21 +109,6 @@ entityOf( const Json & fields ) {
    return entity;
 }
 
-Lab::LabTable
-rowsOf( const TopoDb & table ) {
-   Lab::LabTable rows;
-   const auto copy = []( const auto & from, auto & to ) {
-      for ( const auto & [ key, row ] : from ) {
-         to[ key ] = row;
-      }
-   };
-   copy( table.routerColl(), rows.router );
-   copy( table.neighborColl(), rows.neighbor );
-   copy( table.networkColl(), rows.network );
-   copy( table.reachabilityColl(), rows.reachability );
-   return rows;
-}
-
 /// Own links to LANs that list the router.
 std::size_t
 lansOf( const Lab::LabTable & table, const IgpRouterId & self ) {
@@ -231,7 +216,7 @@ FeedState::FeedState( StateAccess & access, Cspf::IgpSource igp ) : access_( acc
 
 void
 FeedState::takeOver( const TableId & id ) {
-   standing_.tables[ id ] = rowsOf( *entityOf< TopoDb >( access_.table( id.path() ) ) );
+   standing_.tables[ id ] = Lab::LabTable::of( *entityOf< TopoDb >( access_.table( id.path() ) ) );
    takeOverIsis( id.vrf );
 }
 

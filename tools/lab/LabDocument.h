@@ -49,6 +49,7 @@ struct LabLinkAttributes {
    Srlgs srlg;
    float bandwidth = 0;                  ///< bytes per second
    std::array< float, 8 > unreserved{};  ///< by priority, bytes per second
+   std::optional< std::uint32_t > id;    ///< tells it from parallel links; unset: any will do
 
    bool operator==( const LabLinkAttributes & ) const = default;
 };
@@ -60,10 +61,19 @@ struct LabLinkDirection {
    bool operator==( const LabLinkDirection & ) const = default;
 };
 
+/// By which addresses the lab's router sends to an IS-IS neighbour.
+struct LabNexthop {
+   bool adjacent = true;              ///< false: there is no adjacency
+   std::optional< Addresses > given;  ///< without: the neighbour's first address of each family
+
+   bool operator==( const LabNexthop & ) const = default;
+};
+
 struct LabLinkEnd {
    std::string router;
-   Kivnet::IntfId intf;
-   Addresses addrs;  ///< empty: unnumbered
+   Kivnet::IntfId intf;  ///< unset: not known
+   Addresses addrs;      ///< empty: unnumbered
+   LabNexthop nexthop{};
 
    bool operator==( const LabLinkEnd & ) const = default;
 };
@@ -81,6 +91,7 @@ struct LabLanMember {
    Addresses addrs;
    LabLinkAttributes attributes;
    bool attached = true;  ///< false: the router lists the LAN, the LAN does not list the router
+   LabNexthop nexthop{};
 
    bool operator==( const LabLanMember & ) const = default;
 };
@@ -170,10 +181,10 @@ struct LabConstraint {
    bool reversePath = false;
    std::optional< Cspf::PathComputationType > pathComputationType;
    std::optional< Cspf::CspfSourceType > sourceType;
-   Kivnet::IpGenAddr neighborLink;
-   Kivnet::IpGenAddr neighbor;
-   Routing::Isis::SystemId neighborSystemId;  ///< the neighbour, where it is named so
-   std::uint32_t maxRepairNodes = 0;          ///< 0: as many as there may be
+   std::optional< Kivnet::IpGenAddr > neighborLink;  ///< absent, of a repair: as the interface says
+   std::optional< Kivnet::IpGenAddr > neighbor;      ///< likewise
+   Routing::Isis::SystemId neighborSystemId;         ///< the neighbour, where it is named so
+   std::uint32_t maxRepairNodes = 0;                 ///< 0: as many as there may be
    bool fallBackToLink = false;
    bool noSpf = false;
 
@@ -200,6 +211,15 @@ struct LabInterfaceBandwidth {
    bool operator==( const LabInterfaceBandwidth & ) const = default;
 };
 
+/// State by path beside what the rest of the lab stands for, as text. No type: nothing is there.
+struct LabStateText {
+   std::string type;
+   std::string value;  ///< JSON
+
+   bool operator==( const LabStateText & ) const = default;
+};
+using LabStateTexts = std::map< std::string, LabStateText >;
+
 /// The lab at one moment.
 struct LabDocument {
    std::string router;
@@ -213,6 +233,8 @@ struct LabDocument {
    std::map< std::string, LabTopology > topologies;
    std::map< std::string, LabClient > clients;
    std::map< std::string, std::map< std::string, LabPath > > paths;  ///< by client, by path name
+   LabStateTexts state;      ///< merge patches over what all above says
+   LabStateTexts published;  ///< what an earlier agent left, whole
 
    bool operator==( const LabDocument & ) const = default;
 };

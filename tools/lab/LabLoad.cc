@@ -3,6 +3,7 @@
 
 #include "tools/lab/LabLoad.h"
 
+#include "tools/lab/LabPublished.h"
 #include "tools/lab/LabState.h"
 
 namespace Lab {
@@ -11,6 +12,12 @@ void
 loadLab( const LabFile & lab, Corvdb::StateStore & state, Zorch::TableStore & tables ) {
    static LabState writer( state, tables );
    writer.write( lab.document() );
+}
+
+void
+startLab( const LabFile & lab, Corvdb::StateStore & state, Zorch::TableStore & tables ) {
+   loadLab( lab, state, tables );
+   leavePublished( lab.document().published, state, tables );
 }
 
 }

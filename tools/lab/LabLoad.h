@@ -11,4 +11,7 @@ namespace Lab {
 /// hold, goes again. The stores are the same at each call.
 void loadLab( const LabFile & lab, Corvdb::StateStore & state, Zorch::TableStore & tables );
 
+/// Likewise before the agent starts, which finds what the document has of an earlier one.
+void startLab( const LabFile & lab, Corvdb::StateStore & state, Zorch::TableStore & tables );
+
 }

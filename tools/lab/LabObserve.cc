@@ -124,9 +124,10 @@ class Observer {
          return std::nullopt;
       }
       const bool fromNeighbor = path.constraint.sourceType == Cspf::CspfSourceType::neighborOnLink;
-      return costs_.cost(
-         path, fromNeighbor ? path.constraint.neighbor : Kivnet::IpGenAddr( outcome_.teRouterId ),
-         published.status );
+      return costs_.cost( path,
+                          fromNeighbor ? path.constraint.neighbor.value_or( Kivnet::IpGenAddr() )
+                                       : Kivnet::IpGenAddr( outcome_.teRouterId ),
+                          published.status );
    }
 
    void addAddresses( const TablePath & at, const Cspf::IntfIpToRouterIdTable & table ) {

@@ -78,8 +78,10 @@ maskKey( const char * name, std::uint32_t & to ) {
 }
 
 auto
-addressKey( const char * name, Kivnet::IpGenAddr & to ) {
-   return key( name, [ &to ]( const LabCursor & v ) { to = readAddress( v ); } );
+addressKey( const char * name, std::optional< Kivnet::IpGenAddr > & to ) {
+   return key( name, [ &to ]( const LabCursor & v ) {
+      to = v.value().isNull() ? Kivnet::IpGenAddr() : readAddress( v );
+   } );
 }
 
 template< class Enum >
@@ -133,6 +135,10 @@ ConstraintReader::read( const LabCursor & at ) const {
 
 void
 ConstraintReader::readNeighbor( const LabCursor & at, LabConstraint & c ) {
+   if ( at.value().isNull() ) {
+      c.neighbor = Kivnet::IpGenAddr();
+      return;
+   }
    const std::string & text = readText( at, "an address or an IS-IS system id" );
    if ( const auto id = Routing::Isis::SystemId::parse( text ) ) {
       c.neighborSystemId = *id;

@@ -5,6 +5,7 @@
 #include "tools/lab/LabReader.h"
 
 #include "schema/CspfClient.h"
+#include "tools/state/StateWalk.h"
 
 #include <algorithm>
 #include <tuple>
@@ -16,6 +17,37 @@ namespace {
 auto
 keyOf( const LabPath & path ) {
    return std::tuple( path.vrf, path.af, path.dst, path.id );
+}
+
+/// {"type", "value"}: a patch of what may stand at the path, `agents`: what the agent wrote there.
+/// Null takes away what else would be there.
+LabStateText
+readStateText( const LabCursor & at, bool agents ) {
+   const std::string path( at.key() );
+   const State::PathKind * kind = State::anyKind( path );
+   if ( !kind || kind->isAgents != agents ) {
+      at.fail( agents ? "as key, a state path that the agent writes"
+                      : "as key, a state path that others than the agent write",
+               LabJson( path ).inShort() );
+   }
+   if ( !agents && at.value().isNull() ) {
+      return {};
+   }
+   LabStateText text{ kind->typeName, "{}" };
+   readObject( at,
+               requiredKey( "type", "the type of the state",
+                            [ & ]( auto & v ) {
+                               if ( readText( v, "a state type" ) != text.type ) {
+                                  v.fail( "\"" + text.type + "\"" );
+                               }
+                            } ),
+               key( "value", [ & ]( auto & v ) { text.value = v.value().text(); } ) );
+   try {
+      State::merge( *State::makeEntity( text.type ), nlohmann::json::parse( text.value ) );
+   } catch ( const State::Error & error ) {
+      throw LabError( at.pointer() + "/value" + error.pointer(), "expected " + error.expected() );
+   }
+   return text;
 }
 
 }
@@ -59,6 +91,8 @@ class DocumentReader {
    /// Everything but topologies and paths.
    void readSurroundings();
    void readAllPaths();
+   /// What stands in state beside all else.
+   void readTexts();
    void readPath( const LabCursor & at, const std::string & client );
    bool rereadTopologies( const LabJson & patch, LabChange & change, bool & names );
    void rereadSurroundings();
@@ -88,6 +122,7 @@ DocumentReader::readAll() {
    section( "topologies", [ & ]( const LabCursor & v ) { readTopologies( v ); } );
    readSurroundings();
    readAllPaths();
+   readTexts();
 }
 
 void
@@ -114,6 +149,19 @@ DocumentReader::readAllPaths() {
 }
 
 void
+DocumentReader::readTexts() {
+   const auto read = [ & ]( const char * name, LabStateTexts & to, bool agents ) {
+      section( name, [ & ]( const LabCursor & v ) {
+         forEachMember( v, [ & ]( const LabCursor & one ) {
+            to[ std::string( one.key() ) ] = readStateText( one, agents );
+         } );
+      } );
+   };
+   read( "state", document.state, false );
+   read( "published", document.published, true );
+}
+
+void
 DocumentReader::readScalars() {
    const Lum::Ptr< Cspf::CspfCliConfig > defaults( new Cspf::CspfCliConfig );
    document.throttle = { defaults->initialInt(), defaults->holdInt(), defaults->maxInt() };
@@ -137,7 +185,8 @@ DocumentReader::readScalars() {
            } ),
       key( "interfaces", later ), key( "segmentRouting", later ),
       requiredKey( "topologies", "an object of topologies", later ), key( "clients", later ),
-      key( "paths", later ), key( "events", later ) );
+      key( "paths", later ), key( "events", later ), key( "state", later ),
+      key( "published", later ) );
 }
 
 void
@@ -215,6 +264,7 @@ DocumentReader::setInterfaces() {
          }
       }
    }
+   document.interfaces.erase( Kivnet::IntfId() );
 }
 
 void
@@ -380,6 +430,8 @@ DocumentReader::rereadSurroundings() {
    LabDocument fresh;
    fresh.topologies = std::move( document.topologies );
    fresh.paths = std::move( document.paths );
+   fresh.state = std::move( document.state );
+   fresh.published = std::move( document.published );
    document = std::move( fresh );
    readScalars();
    readSurroundings();
@@ -418,7 +470,7 @@ DocumentReader::reread( const LabJson & patch ) {
    LabChange change;
    bool names = false;
    const auto * members = patch.as< LabJsonObject >();
-   if ( !members ) {
+   if ( !members || patch.find( "state" ) || patch.find( "published" ) ) {
       return std::nullopt;
    }
    const LabJson * topologies = patch.find( "topologies" );

@@ -47,7 +47,8 @@ addLan( LabTable & table, const LabTopology & topology, const LabLan & lan ) {
    for ( const auto & [ name, member ] : lan.members ) {
       const auto & routerId = topology.routers.at( name ).id;
       Neighbor neighbor;
-      neighbor.keyIs( { routerId, NeighborType::lan, network.networkId().id(), 0 } );
+      neighbor.keyIs( { routerId, NeighborType::lan, network.networkId().id(),
+                        member.attributes.id.value_or( 0 ) } );
       neighbor.intfIdIs( member.intf );
       for ( const auto & address : member.addrs ) {
          neighbor.interfaceAddr_.push( address );
@@ -68,9 +69,12 @@ familyWord( Af af ) {
 
 void
 adjacencyIs( LabAdjacencies & adjacencies, const Kivnet::IntfId & intf, const LabRouter & neighbor,
-             const Addresses & addresses ) {
+             const Addresses & addresses, const LabNexthop & by ) {
+   if ( !intf || !by.adjacent ) {
+      return;
+   }
    auto & adjacency = adjacencies[ { intf, neighbor.id.isisSystemId() } ];
-   for ( const auto & address : addresses ) {
+   for ( const auto & address : by.given ? *by.given : addresses ) {
       auto & nexthop = address.af() == Af::ipv4 ? adjacency.nexthopV4_ : adjacency.nexthopV6_;
       if ( !nexthop ) {
          nexthop = address;
@@ -86,12 +90,12 @@ addAdjacencies( LabAdjacencies & adjacencies, const LabTopology & topology,
          continue;
       }
       if ( link.a.router == self ) {
-         adjacencyIs( adjacencies, link.a.intf, topology.routers.at( link.b.router ),
-                      link.b.addrs );
+         adjacencyIs( adjacencies, link.a.intf, topology.routers.at( link.b.router ), link.b.addrs,
+                      link.b.nexthop );
       }
       if ( link.b.router == self ) {
-         adjacencyIs( adjacencies, link.b.intf, topology.routers.at( link.a.router ),
-                      link.a.addrs );
+         adjacencyIs( adjacencies, link.b.intf, topology.routers.at( link.a.router ), link.a.addrs,
+                      link.a.nexthop );
       }
    }
    for ( const auto & [ name, lan ] : topology.lans ) {
@@ -101,8 +105,8 @@ addAdjacencies( LabAdjacencies & adjacencies, const LabTopology & topology,
       }
       for ( const auto & [ router, member ] : lan.members ) {
          if ( router != self && member.attached ) {
-            adjacencyIs( adjacencies, own->second.intf, topology.routers.at( router ),
-                         member.addrs );
+            adjacencyIs( adjacencies, own->second.intf, topology.routers.at( router ), member.addrs,
+                         member.nexthop );
          }
       }
    }
@@ -133,16 +137,19 @@ nodeOf( const LabDocument & document, const LabPath & path, const std::string & 
 void
 neighborIs( Cspf::PathConstraint & constraint, const LabDocument & document,
             const LabPath & path ) {
+   if ( path.constraint.neighborLink && path.constraint.neighbor ) {
+      return;
+   }
    const Kivnet::IntfId intf =
       constraint.excludeIntf() ? constraint.excludeIntf() : constraint.excludeNode().nexthopIntf();
    const auto neighbor = adjacency( document, path.vrf, path.af, intf );
    if ( !neighbor ) {
       return;
    }
-   if ( !constraint.neighborLink() && !neighbor->near->addrs.empty() ) {
+   if ( !path.constraint.neighborLink && !neighbor->near->addrs.empty() ) {
       constraint.neighborLinkIs( neighbor->near->addrs.front() );
    }
-   if ( !constraint.neighbor() ) {
+   if ( !path.constraint.neighbor ) {
       constraint.neighborIs( neighbor->neighbor->teRouterId );
    }
 }
@@ -179,8 +186,8 @@ constraintOf( const LabDocument & document, const LabPath & path, bool tilfa ) {
    constraint.pathComputationTypeIs( asked.pathComputationType.value_or(
       tilfa ? Cspf::PathComputationType::tilfa : Cspf::PathComputationType::cspf ) );
    constraint.sourceTypeIs( asked.sourceType.value_or( Cspf::CspfSourceType::plr ) );
-   constraint.neighborLinkIs( asked.neighborLink );
-   constraint.neighborIs( asked.neighbor );
+   constraint.neighborLinkIs( asked.neighborLink.value_or( Kivnet::IpGenAddr() ) );
+   constraint.neighborIs( asked.neighbor.value_or( Kivnet::IpGenAddr() ) );
    constraint.neighborSystemIdIs( asked.neighborSystemId );
    constraint.maxRepairNodesIs( asked.maxRepairNodes );
    constraint.fallBackToLinkIs( asked.fallBackToLink );
@@ -191,6 +198,21 @@ constraintOf( const LabDocument & document, const LabPath & path, bool tilfa ) {
    return constraint;
 }
 
+}
+
+bool
+LabLinkIds::givenBy( const LabTopology & topology ) {
+   const std::size_t before = given_.size();
+   const auto add = [ & ]( const LabLinkAttributes & attributes ) {
+      if ( attributes.id ) {
+         given_.insert( *attributes.id );
+      }
+   };
+   for ( const auto & [ name, link ] : topology.links ) {
+      add( link.ab.attributes );
+      add( link.ba.attributes );
+   }
+   return given_.size() > before;
 }
 
 LabTable
@@ -207,12 +229,16 @@ tableOf( const std::string & name, const LabTopology & topology, LabLinkIds & li
       }
    }
    for ( const auto & [ linkName, link ] : topology.links ) {
-      const std::uint32_t id = linkIds.id( name, linkName );
+      const auto & forth = link.ab.attributes.id;
+      const auto & back = link.ba.attributes.id;
+      const std::uint32_t id = forth && back ? 0 : linkIds.id( name, linkName );
       if ( link.ab.advertised ) {
-         table.linkIs( linkOf( topology, link.a, link.b, link.ab.attributes, id ) );
+         table.linkIs(
+            linkOf( topology, link.a, link.b, link.ab.attributes, forth.value_or( id ) ) );
       }
       if ( link.ba.advertised ) {
-         table.linkIs( linkOf( topology, link.b, link.a, link.ba.attributes, id ) );
+         table.linkIs(
+            linkOf( topology, link.b, link.a, link.ba.attributes, back.value_or( id ) ) );
       }
    }
    for ( const auto & [ lanName, lan ] : topology.lans ) {
@@ -225,10 +251,12 @@ std::map< Vrf, LabHostnames >
 hostnamesOf( const LabDocument & document ) {
    std::map< Vrf, LabHostnames > hostnames;
    for ( const auto & [ topologyName, topology ] : document.topologies ) {
+      if ( topology.id.igpSource() != Cspf::IgpSource::isis ) {
+         continue;
+      }
+      auto & names = hostnames[ topology.vrf ];
       for ( const auto & [ name, router ] : topology.routers ) {
-         if ( topology.id.igpSource() == Cspf::IgpSource::isis ) {
-            hostnames[ topology.vrf ].emplace( router.id.isisSystemId(), name );
-         }
+         names.emplace( router.id.isisSystemId(), name );
       }
    }
    return hostnames;

@@ -6,6 +6,7 @@
 #include "tools/lab/LabTable.h"
 
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -14,15 +15,24 @@
 namespace Lab {
 
 /// Numbers that tell parallel links apart. A link keeps its number for as long as this object
-/// lives, whatever comes and goes around it.
+/// lives, whatever comes and goes around it, unless a lab gives that number to another one.
 class LabLinkIds {
  public:
    std::uint32_t id( const std::string & topology, const std::string & link ) {
-      return ids_.try_emplace( { topology, link }, ids_.size() + 1 ).first->second;
+      std::uint32_t & id = ids_[ { topology, link } ];
+      while ( id == 0 || given_.contains( id ) ) {
+         id = ++last_;
+      }
+      return id;
    }
+   /// Links there may be given numbers; whether one of these is new, so that any link may have to
+   /// get another.
+   bool givenBy( const LabTopology & topology );
 
  private:
    std::map< std::pair< std::string, std::string >, std::uint32_t > ids_;
+   std::set< std::uint32_t > given_;
+   std::uint32_t last_ = 0;
 };
 
 /// The table that the IGP of that topology publishes.

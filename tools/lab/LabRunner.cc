@@ -6,74 +6,24 @@
 #include "tools/lab/LabRunner.h"
 
 #include "platform/AgentRunner/Runner.h"
-#include "platform/Trace/Gemtrace.h"
 #include "schema/Types.h"
 #include "tools/lab/AgentLibrary.h"
+#include "tools/lab/AgentListening.h"
 #include "tools/lab/LabObserve.h"
 #include "tools/lab/LabOutput.h"
 #include "tools/lab/LabProgress.h"
-#include "tools/lab/LabRestart.h"
+#include "tools/lab/LabPublished.h"
 #include "tools/lab/LabState.h"
 #include "tools/service/CommandStream.h"
 
 #include <algorithm>
 #include <cstdlib>
-#include <iomanip>
 #include <limits>
 #include <ostream>
-#include <stdexcept>
 
 namespace Lab {
 
 namespace {
-
-/// Where a broken invariant and the agent's log are told: handlers are plain functions.
-struct Streams {
-   std::ostream * out = nullptr;
-   std::ostream * err = nullptr;
-} streams;
-
-[[noreturn]] void
-exitBroken( std::string_view text ) {
-   streams.out->flush();
-   *streams.err << text << std::endl;
-   std::_Exit( exitBrokenInvariant );
-}
-
-void
-logToErr( const Trace::LogMessage & message, std::string_view text ) {
-   *streams.err << Trace::logLine( message, text ) << std::endl;
-}
-
-/// Traces, log and broken invariants of the agent go to the streams while this lives.
-class Listening {
- public:
-   Listening( const RunOptions & options, std::ostream & out, std::ostream & err,
-              const Lum::ActivityLoop & loop )
-      : start_( loop.now() ) {
-      streams = { &out, &err };
-      previous_ = Lum::assertHandlerIs(
-         []( std::string_view expression, const char *, int ) { exitBroken( expression ); } );
-      Trace::logSinkIs( logToErr );
-      if ( options.verbose ) {
-         Gemtrace::sinkIs( [ this, &err, &loop ]( int level, std::string_view text ) {
-            err << std::fixed << std::setprecision( 6 ) << std::setw( 12 ) << loop.now() - start_
-                << " " << level << " " << text << "\n";
-         } );
-      }
-   }
-   ~Listening() {
-      Gemtrace::sinkIs( nullptr );
-      Trace::logSinkIs( nullptr );
-      Lum::assertHandlerIs( previous_ );
-   }
-   Listening( const Listening & ) = delete;
-   Listening & operator=( const Listening & ) = delete;
-
- private:
-   const Lum::Seconds start_;
-   Lum::AssertHandler previous_ = nullptr;
-};
 
 class LabRun {
  public:
@@ -84,16 +34,15 @@ class LabRun {
                                 : Lum::ActivityLoop::Time::virtualTime ),
         start_( loop_.now() ),
         isVirtual_( !options.realtime ),
-        listening_( options, out, err, loop_ ),
+        listening_( out, err, loop_, options.verbose ),
         library_( agentLibraryPath() ),
         progress_( err, options.progress, lab.events().size() ) {
       Schema::registerTypes( types_ );
    }
 
    void run() {
-      writer_.write( playback_.document() );
+      start();
       LabObserver observer( playback_.document(), state_, tables_ );
-      runner_.start();
       while ( const LabEvent * event = playback_.next() ) {
          workUntil( start_ + event->at );
          outcomeIs( observer.observe( event->at ) );
@@ -108,8 +57,7 @@ class LabRun {
 
    void tour( const LabTour & visit ) {
       const LabEvent * since = nullptr;
-      writer_.write( playback_.document() );
-      runner_.start();
+      start();
       while ( const LabEvent * event = playback_.next() ) {
          workUntil( start_ + event->at );
          visit( moment(), since );
@@ -122,8 +70,7 @@ class LabRun {
    }
 
    void visit( double until, const LabVisitor & visit ) {
-      writer_.write( playback_.document() );
-      runner_.start();
+      start();
       for ( const LabEvent * event = playback_.next(); event && event->at < until;
             event = playback_.next() ) {
          workUntil( start_ + event->at );
@@ -137,6 +84,12 @@ class LabRun {
    }
 
  private:
+   void start() {
+      writer_.write( playback_.document() );
+      leavePublished( playback_.document().published, state_, tables_ );
+      runner_.start();
+   }
+
    LabMoment moment() {
       const auto published = [ this ] {
          return observe( playback_.document(), state_, tables_, loop_.now() - start_ );
@@ -215,7 +168,7 @@ class LabRun {
    Lum::ActivityLoop loop_;
    const Lum::Seconds start_;
    const bool isVirtual_;
-   const Listening listening_;
+   const AgentListening listening_;
    Corvdb::StateStore state_{ types_ };
    Zorch::TableStore tables_{ types_ };
    LabState writer_{ state_, tables_ };
@@ -227,21 +180,8 @@ class LabRun {
 
 void
 prepare( const RunOptions & options ) {
-   if ( !std::getenv( "VELOTRACEDIR" ) ) {
-      // A run leaves no trace ring in the directory that it is started in.
-      setenv( "VELOTRACE_DISABLE", "1", 0 );
-   }
+   withoutTraceRing();
    std::srand( options.seed );
-}
-
-template< class Work >
-void
-guarded( Work && work ) {
-   try {
-      work();
-   } catch ( const std::range_error & broken ) {
-      exitBroken( broken.what() );
-   }
 }
 
 }
@@ -250,7 +190,7 @@ int
 runLab( const LabFile & lab, const RunOptions & options, std::ostream & out, std::ostream & err ) {
    prepare( options );
    LabRun run( lab, options, out, err );
-   guarded( [ & ] { run.run(); } );
+   untilBroken( [ & ] { run.run(); } );
    return exitOk;
 }
 
@@ -259,7 +199,7 @@ tourLab( const LabFile & lab, const RunOptions & options, const LabTour & visit,
          std::ostream & err ) {
    prepare( options );
    LabRun run( lab, options, err, err );
-   guarded( [ & ] { run.tour( visit ); } );
+   untilBroken( [ & ] { run.tour( visit ); } );
 }
 
 void
@@ -267,7 +207,7 @@ visitLab( const LabFile & lab, const RunOptions & options, double until, const L
           std::ostream & err ) {
    prepare( options );
    LabRun run( lab, options, err, err );
-   guarded( [ & ] { run.visit( until, visit ); } );
+   untilBroken( [ & ] { run.visit( until, visit ); } );
 }
 
 }

@@ -7,6 +7,7 @@
 #include "tools/lab/LabState.h"
 
 #include "platform/Toggle/Toggle.h"
+#include "tools/lab/LabPatchedState.h"
 
 namespace Lab {
 
@@ -72,8 +73,55 @@ outlineOf( const LabDocument & document ) {
 
 }
 
+LabState::LabState( Corvdb::StateStore & state, Zorch::TableStore & tables )
+   : state_( state ),
+     tables_( tables ) {}
+
+LabState::~LabState() = default;
+
 void
 LabState::write( const LabDocument & document ) {
+   if ( !patched_ && document.state.empty() ) {
+      writeWords( document );
+      return;
+   }
+   if ( !patched_ ) {
+      patched_ = std::make_unique< LabPatchedState >( state_.types(), pathsWritten() );
+   }
+   patched_->write( document, state_, tables_ );
+}
+
+/// What may have to be emptied when a lab patches state, and does not have it any more.
+std::set< std::string >
+LabState::pathsWritten() const {
+   std::set< std::string > paths;
+   for ( const auto & [ vrf, systemId ] : written_.segmentRouting ) {
+      paths.insert( "segmentrouting/isis/" + vrf.stringValue() );
+   }
+   for ( const auto & [ name, client ] : written_.clients ) {
+      paths.insert( "te/cspf/client/" + name );
+   }
+   for ( const auto & [ name, topology ] : written_.topologies ) {
+      paths.insert( tablePath( topology ) );
+      if ( topology.exported ) {
+         paths.insert( "routing/topoDbExport/" + name );
+      }
+   }
+   for ( const auto & [ vrf, names ] : hostnamesOf( written_ ) ) {
+      paths.insert( "routing/isis/hostname/" + vrf.stringValue() );
+      paths.insert( "routing/isis/adjacency/" + vrf.stringValue() );
+   }
+   for ( const auto & [ table, config ] : configs_ ) {
+      paths.insert( table.configPath() );
+   }
+   return paths;
+}
+
+void
+LabState::writeWords( const LabDocument & document ) {
+   for ( const auto & [ name, topology ] : document.topologies ) {
+      linkIds_.givenBy( topology );
+   }
    writeSettings( document );
    writeTopologies( document );
    writeDemands( document );
@@ -82,7 +130,11 @@ LabState::write( const LabDocument & document ) {
 
 void
 LabState::write( const LabDocument & document, const LabChange & change ) {
-   if ( change.everything ) {
+   bool everything = change.everything || patched_ || !document.state.empty();
+   for ( const auto & [ name, part ] : change.topologies ) {
+      everything |= linkIds_.givenBy( part.after );
+   }
+   if ( everything ) {
       write( document );
       return;
    }

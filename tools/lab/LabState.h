@@ -5,25 +5,35 @@
 #include "tools/lab/LabChange.h"
 #include "tools/lab/LabRecords.h"
 
+#include <memory>
+#include <set>
+
 namespace Lab {
+
+class LabPatchedState;
 
 /// Stands for everything around the agent: writes a lab's document into state as the IGPs, the
 /// configuration and the clients do.
 class LabState {
  public:
    /// The stores outlive it.
-   LabState( Corvdb::StateStore & state, Zorch::TableStore & tables )
-      : state_( state ),
-        tables_( tables ) {}
+   LabState( Corvdb::StateStore & state, Zorch::TableStore & tables );
+   ~LabState();
+   LabState( const LabState & ) = delete;
+   LabState & operator=( const LabState & ) = delete;
 
    /// Brings state from the document written last (at first: from nothing) to this one, an entity
    /// or an entry of a table at a time. What is the same is not touched.
    void write( const LabDocument & document );
    /// The same after that change, of the document written last, has led to this one; tables of
-   /// topologies are written where the change names them, at the cost of what it names.
+   /// topologies are written where the change names them, at the cost of what it names, unless the
+   /// document patches state.
    void write( const LabDocument & document, const LabChange & change );
+   /// As the first one, without what the document patches of state.
+   void writeWords( const LabDocument & document );
 
  private:
+   std::set< std::string > pathsWritten() const;
    void writeSettings( const LabDocument & document );
    void writeDemands( const LabDocument & document );
    void writeConfiguration( const LabDocument & document );
@@ -43,6 +53,7 @@ class LabState {
    LabDocument written_;  ///< what there may be to take away
    LabLinkIds linkIds_;
    std::map< ClientTable, Lum::Ptr< Cspf::Config > > configs_;
+   std::unique_ptr< LabPatchedState > patched_;  ///< from the first document on that patches state
 };
 
 }

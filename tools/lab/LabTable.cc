@@ -9,6 +9,21 @@ namespace Lab {
 
 using namespace Routing::Topology;
 
+LabTable
+LabTable::of( const TopoDb & table ) {
+   LabTable rows;
+   const auto copy = []( const auto & from, auto & to ) {
+      for ( const auto & [ key, row ] : from ) {
+         to[ key ] = row;
+      }
+   };
+   copy( table.routerColl(), rows.router );
+   copy( table.neighborColl(), rows.neighbor );
+   copy( table.networkColl(), rows.network );
+   copy( table.reachabilityColl(), rows.reachability );
+   return rows;
+}
+
 void
 LabTable::linkIs( const Neighbor & link ) {
    router.at( link.key().routerId() ).neighborIs( link.key() );
@@ -44,7 +59,9 @@ writeRouter( TopoDb & table, const LabTable & wanted, const Cspf::IgpRouterId & 
    }
    table.routerIs( id, router );
    for ( const NeighborKey & key : wantedRouter->second.neighborSet() ) {
-      table.neighborIs( key, wanted.neighbor.at( key ) );
+      if ( const auto link = wanted.neighbor.find( key ); link != wanted.neighbor.end() ) {
+         table.neighborIs( key, link->second );
+      }
    }
    if ( const auto at = wanted.reachability.find( id ); at != wanted.reachability.end() ) {
       table.reachabilityIs( id, at->second );

@@ -14,6 +14,8 @@ struct LabTable {
    std::map< Cspf::IgpRouterId, Routing::Topology::Reachability > reachability;
 
    bool operator==( const LabTable & ) const = default;
+   /// The rows of the table.
+   static LabTable of( const Routing::Topology::TopoDb & table );
    /// Adds a link to its owner's list and to the table. REQUIRES: the owner is in `router`.
    void linkIs( const Routing::Topology::Neighbor & link );
 };

@@ -57,7 +57,14 @@ readAttributes( const LabCursor & at, GivenAttributes & to, const LabKey< Read >
                key( "adminGroup", [ & ]( auto & v ) { to.given.adminGroup = readMask( v ); } ),
                key( "srlg", [ & ]( auto & v ) { to.given.srlg = readSrlgs( v ); } ),
                key( "bandwidth", [ & ]( auto & v ) { to.given.bandwidth = readBandwidth( v ); } ),
-               key( "unreserved", [ & ]( auto & v ) { to.unreserved = readUnreserved( v ); } ) );
+               key( "unreserved", [ & ]( auto & v ) { to.unreserved = readUnreserved( v ); } ),
+               key( "id", [ & ]( auto & v ) { to.given.id = readUint32( v ); } ) );
+}
+
+/// An interface's name; null where it is not known.
+Kivnet::IntfId
+readKnownIntf( const LabCursor & at ) {
+   return at.value().isNull() ? Kivnet::IntfId() : readIntf( at );
 }
 
 /// The parts of a topology that have elements by name.
@@ -88,6 +95,7 @@ class TopologyReader {
    LabLanMember readMember( const LabCursor & at, const std::string & lan );
    LabLinkDirection readDirection( const LabCursor & at, const GivenAttributes & base );
    Addresses readAddresses( const LabCursor & at );
+   LabNexthop readNexthop( const LabCursor & at ) const;
    std::string readRouterName( const LabCursor & at, const std::string & name );
    std::string readRouterName( const LabCursor & at ) {
       return readRouterName( at, readText( at, "a router's name" ) );
@@ -207,8 +215,10 @@ TopologyReader::readLink( const LabCursor & at ) {
                                 [ & ]( auto & v ) { link.b.router = readRouterName( v ); } ),
                    key( "aAddr", [ & ]( auto & v ) { link.a.addrs = readAddresses( v ); } ),
                    key( "bAddr", [ & ]( auto & v ) { link.b.addrs = readAddresses( v ); } ),
-                   key( "aIntf", [ & ]( auto & v ) { link.a.intf = readIntf( v ); } ),
-                   key( "bIntf", [ & ]( auto & v ) { link.b.intf = readIntf( v ); } ),
+                   key( "aIntf", [ & ]( auto & v ) { link.a.intf = readKnownIntf( v ); } ),
+                   key( "bIntf", [ & ]( auto & v ) { link.b.intf = readKnownIntf( v ); } ),
+                   key( "aNexthop", [ & ]( auto & v ) { link.a.nexthop = readNexthop( v ); } ),
+                   key( "bNexthop", [ & ]( auto & v ) { link.b.nexthop = readNexthop( v ); } ),
                    key( "up", [ & ]( auto & v ) { up = readBool( v ); } ),
                    key( "ab", [ & ]( auto & v ) { ab = &v.value(); } ),
                    key( "ba", [ & ]( auto & v ) { ba = &v.value(); } ) );
@@ -270,7 +280,8 @@ TopologyReader::readMember( const LabCursor & at, const std::string & lan ) {
    GivenAttributes attributes;
    readAttributes( at, attributes,
                    key( "addr", [ & ]( auto & v ) { member.addrs = readAddresses( v ); } ),
-                   key( "intf", [ & ]( auto & v ) { member.intf = readIntf( v ); } ),
+                   key( "intf", [ & ]( auto & v ) { member.intf = readKnownIntf( v ); } ),
+                   key( "nexthop", [ & ]( auto & v ) { member.nexthop = readNexthop( v ); } ),
                    key( "attached", [ & ]( auto & v ) { member.attached = readBool( v ); } ) );
    member.attributes = attributes.whole();
    return member;
@@ -293,6 +304,24 @@ TopologyReader::readAddresses( const LabCursor & at ) {
       readOne( at );
    }
    return addresses;
+}
+
+/// False, an address, or a list of one for each family.
+LabNexthop
+TopologyReader::readNexthop( const LabCursor & at ) const {
+   const bool * on = at.value().as< bool >();
+   if ( on && !*on ) {
+      return { false, {} };
+   }
+   LabNexthop nexthop{ true, Addresses() };
+   if ( at.value().as< LabJsonArray >() ) {
+      forEachElement(
+         at, at.list( "a list of at most 2 addresses", 2 ),
+         [ & ]( const LabCursor & v ) { nexthop.given->push_back( readAddress( v ) ); } );
+   } else {
+      nexthop.given->push_back( readAddress( at ) );
+   }
+   return nexthop;
 }
 
 std::string

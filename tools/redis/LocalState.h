@@ -69,11 +69,12 @@ class LocalState {
    Corvdb::StateStore & state_;
    Zorch::TableStore & tables_;
    const Handlers handlers_;
-   std::map< std::string, Lum::Ptr< EntityWatch > > watches_;
-   Lum::Ptr< DirWatch > root_;
    /// What is being taken over; an empty field is the key with all its fields.
    const std::string * takenKey_ = nullptr;
    std::string_view takenField_;
+   // The watches tell as soon as they are made.
+   std::map< std::string, Lum::Ptr< EntityWatch > > watches_;
+   Lum::Ptr< DirWatch > root_;
 };
 
 }

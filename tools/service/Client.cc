@@ -4,7 +4,9 @@
 
 #include "tools/service/UnixSocket.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -65,12 +67,37 @@ Client::isOpen() const {
    return n > 0 || ( n < 0 && ( errno == EAGAIN || errno == EINTR ) );
 }
 
+void
+Client::timeoutIs( double seconds ) {
+   using namespace std::chrono;
+   end_ = steady_clock::now()
+          + duration_cast< steady_clock::duration >( duration< double >( seconds ) );
+}
+
+void
+Client::waitForText() const {
+   using namespace std::chrono;
+   while ( end_ ) {
+      const auto rest = ceil< milliseconds >( *end_ - steady_clock::now() ).count();
+      pollfd one{ fd_, POLLIN, 0 };
+      const int ready =
+         poll( &one, 1, static_cast< int >( std::clamp< long >( rest, 0, 3'600'000 ) ) );
+      if ( ready > 0 ) {
+         return;
+      }
+      if ( rest <= 0 ) {
+         throw TimedOut();
+      }
+   }
+}
+
 Json
 Client::receive() {
    std::size_t end;
    while ( ( end = received_.find( '\n', searched_ ) ) == received_.npos ) {
       searched_ = received_.size();
       char buffer[ 64 * 1024 ];
+      waitForText();
       const ssize_t n = read( fd_, buffer, sizeof buffer );
       if ( n == 0 || ( n < 0 && errno != EINTR ) ) {
          throw std::runtime_error( "the connection to the agent ended" );

@@ -2,13 +2,21 @@
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
 #include <functional>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace Service {
 
 using Json = nlohmann::json;
+
+/// The time that was given for an answer is over.
+struct TimedOut : std::runtime_error {
+   TimedOut() : std::runtime_error( "timed out" ) {}
+};
 
 /// A caller of a running agent's control socket; waits for answers.
 class Client {
@@ -32,6 +40,8 @@ class Client {
                   const Notified & notified = {} );
    /// Hands on notifications until the other side closes the connection or `notified` throws.
    void listen( const Notified & notified );
+   /// From so many seconds on, waiting ends by TimedOut.
+   void timeoutIs( double seconds );
    /// Sends text as it stands.
    void send( std::string_view text );
    /// False once the other side has closed the connection.
@@ -40,7 +50,10 @@ class Client {
    Json receive();
 
  private:
+   void waitForText() const;
+
    int fd_;
+   std::optional< std::chrono::steady_clock::time_point > end_;
    std::string received_;
    std::size_t searched_ = 0;  ///< so much of it holds no line feed
    std::uint64_t lastId_ = 0;

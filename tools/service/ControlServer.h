@@ -33,6 +33,9 @@ namespace Service {
 ///
 ///   status {}: the process, the agent and what it is busy with.
 ///
+///   wait {"timeout"?: seconds}: answers when an agent runs and no work of it is pending, true; or
+///   false when the time is over.
+///
 ///   metrics {}: counters and gauges, a text in Prometheus' exposition format.
 ///
 ///   traceLevel {"level": 0 to 9, "files"?: pattern}: what is traced from now on, as

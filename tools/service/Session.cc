@@ -5,6 +5,7 @@
 
 #include "tools/service/Session.h"
 
+#include "platform/Toggle/Toggle.h"
 #include "platform/Trace/Trace.h"
 #include "platform/Trace/Velotrace.h"
 #include "tools/service/CommandStream.h"
@@ -30,6 +31,15 @@ constexpr std::size_t maxBatchAnswer = 64u << 20, maxLab = 256u << 20;
 struct TooLarge {};
 /// All workers are busy.
 struct NoWorker {};
+
+/// An agent keeps what it has found.
+Json
+toggles( bool runs ) {
+   constexpr const char * name = "OspfTopoDbExport";
+   constexpr const char * file = "gated.json";
+   return { { name, runs ? Toggle::getToggleStateOnce( name, file, true )
+                         : Toggle::getToggleState( name, file, true ) } };
+}
 
 /// Text for an answer that is made at once.
 class ShortText : public State::TextSink {
@@ -97,6 +107,9 @@ Session::~Session() {
    --shared_.sessions;
    shared_.workers -= worker_ ? 1 : 0;
    shared_.loop.timerDel( rest_ );
+   shared_.loop.timerDel( look_ );
+   shared_.loop.timerDel( waitTimeout_ );
+   shared_.runner.taskScheduler()->listenerIs( this, {} );
 }
 
 void
@@ -125,7 +138,7 @@ Session::handleFrame( std::string_view text ) {
 /// Whether the next request is served now; if not, somebody has been asked to call `pump` again.
 bool
 Session::mayGoOn( Lum::Seconds sliceEnd ) {
-   if ( worker_ || rest_.second || connection_.isFull() ) {
+   if ( worker_ || waits_ || rest_.second || connection_.isFull() ) {
       return false;
    }
    if ( shared_.loop.deadlineAfter( 0 ) < sliceEnd ) {
@@ -145,12 +158,12 @@ Session::rest( Lum::Seconds duration ) {
 
 void
 Session::pump() {
-   const bool hadWork = !requests_.empty() || worker_;
+   const bool hadWork = !requests_.empty() || worker_ || waits_;
    const Lum::Seconds sliceEnd = shared_.loop.deadlineAfter( answerSlice );
    while ( !requests_.empty() && mayGoOn( sliceEnd ) ) {
       serveNext();
    }
-   const bool isBusy = !requests_.empty() || worker_;
+   const bool isBusy = !requests_.empty() || worker_ || waits_;
    if ( hadWork && !isBusy && batch_ ) {
       batchEnds();
    }
@@ -242,6 +255,9 @@ Session::serve( const std::string & method, const Request & request ) {
    }
    if ( method == "status" ) {
       return status();
+   }
+   if ( method == "wait" ) {
+      return wait( params );
    }
    if ( method == "metrics" ) {
       return State::text( shared_.metrics() );
@@ -441,7 +457,8 @@ Session::status() const {
                    { "options", shared_.options },
                    { "traceRing", Velotrace::path() },
                    { "clients", shared_.sessions },
-                   { "pendingTasks", shared_.runner.taskScheduler()->pendingNames() } };
+                   { "pendingTasks", shared_.runner.taskScheduler()->pendingNames() },
+                   { "toggles", toggles( agent != nullptr ) } };
    if ( shared_.describeState ) {
       status[ "state" ] = shared_.describeState();
    }

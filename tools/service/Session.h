@@ -78,6 +78,9 @@ class Session {
    Result command( const Json & params );
    Result load( const Lab::LabJson & request );
    Result traceLevel( const Json & params );
+   Result wait( const Json & params );
+   void lookWhetherSettled();
+   void waitEnds( bool settled );
    std::string status() const;
    /// What `write` writes: at once if that is little, else by a worker.
    Result text( const std::function< void( State::TextSink & ) > & write );
@@ -98,6 +101,8 @@ class Session {
    std::string labText_;        ///< of a lab that comes in parts
    std::unique_ptr< Worker > worker_;
    Lum::ActivityLoop::TimerId rest_{ 0, 0 };
+   bool waits_ = false;  ///< the request in hand is answered when the agent has settled
+   Lum::ActivityLoop::TimerId look_{ 0, 0 }, waitTimeout_{ 0, 0 };
    std::map< std::string, Watch > watches_;
 };
 

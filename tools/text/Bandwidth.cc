@@ -29,7 +29,7 @@ bandwidthText( std::uint64_t bytesPerSecond ) {
    }
    const int behind = 3 * group - zeros;  // digits behind the point
    if ( behind > 0 ) {
-      digits.insert( static_cast< std::size_t >( size - behind ), "." );
+      digits.insert( digits.begin() + ( size - behind ), '.' );
    } else {
       digits.append( static_cast< std::size_t >( -behind ), '0' );
    }
