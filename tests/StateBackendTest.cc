@@ -216,6 +216,23 @@ TEST_F( RedisStateTest, whatAServerFindsOnAnEarlierConnectionIsOvertaken ) {
    EXPECT_TRUE( common->routing() );
 }
 
+TEST_F( RedisStateTest, whatIsRefusedTakesNothingElseWithIt ) {
+   RandomValue random( 13 );
+   state[ 0 ].replica->leaseIs( { "a" }, false, {} );
+   state[ 1 ].replica->leaseIs( { "b" }, false, {} );
+   state.settle();
+   for ( int i = 0; i < 1000; ++i ) {
+      changeSomething( state[ 0 ], random, "a" );
+      changeSomething( state[ 1 ], random, "b" );
+      if ( random.below( 3 ) == 0 ) {
+         changeSomething( state[ 0 ], random, "b" );  // not its own
+      }
+      state.turns( static_cast< int >( random.below( 3 ) ) );
+   }
+   expectAgreement( "in the end" );
+   EXPECT_GT( state[ 0 ].replica->status().refused, 50u );
+}
+
 TEST_F( RedisStateTest, whatEndsWithAnotherKeyWhileAllIsReadAgainIsGone ) {
    state[ 0 ].replica->leaseIs( { "z" }, false, {} );
    const auto answerer = Lum::make< Answerer >( state[ 0 ].state );

@@ -80,6 +80,7 @@ Replica::connect() {
    session_ = writer_ + std::to_string( ++sessions_ );
    log_.reset();
    picture_.reset();
+   awaitsAnswer_ = false;
    commands_ =
       std::make_unique< Connection >( loop_, settings_.url, [ this ]( const std::string & why ) {
          failed( why, false, isHopeless( why ) );

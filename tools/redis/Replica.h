@@ -122,6 +122,7 @@ class Replica {
    std::uint64_t sessions_ = 0;
    LocalState local_;
    Outbox outbox_;
+   bool awaitsAnswer_ = false;  ///< to a `state_write`
    Phase phase_ = Phase::away;
    std::unique_ptr< Connection > commands_;
    std::unique_ptr< Picture > picture_;

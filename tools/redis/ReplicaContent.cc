@@ -267,16 +267,18 @@ Replica::flushSoon() {
    }
 }
 
-/// While one batch is on its way the next one gathers.
+/// While one batch is on its way the next one gathers. It is, until it has its answer: the log may
+/// show it before, and the answer must not be taken for one to the next.
 void
 Replica::flush() {
-   if ( phase_ != Phase::following || catchesUp_ || outbox_.isInFlight() || !outbox_.hasPending()
-        || muted_ ) {
+   if ( phase_ != Phase::following || catchesUp_ || awaitsAnswer_ || outbox_.isInFlight()
+        || !outbox_.hasPending() || muted_ ) {
       return;
    }
    Command command{ "FCALL", "state_write", "0", epoch_, session_ };
    command.add( lease_ ? lease_->fence() : "0" );
    outbox_.take( local_, command );
+   awaitsAnswer_ = true;
    commands_->send( std::move( command ),
                     [ this ]( const redisReply & reply ) { handleWritten( reply ); } );
 }
@@ -284,6 +286,7 @@ Replica::flush() {
 void
 Replica::handleWritten( const redisReply & reply ) {
    const std::string_view text = textOf( reply );
+   awaitsAnswer_ = false;
    if ( !isError( reply ) ) {
       outbox_.acknowledged( numberOf( reply ) );
       outbox_.reached( revision_, false );
