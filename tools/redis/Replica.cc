@@ -77,6 +77,7 @@ void
 Replica::connect() {
    connect_ = {};
    phase_ = Phase::opening;
+   awaitsBeat_ = false;
    session_ = writer_ + std::to_string( ++sessions_ );
    log_.reset();
    picture_.reset();
@@ -270,7 +271,8 @@ Replica::beat() {
    if ( lease_ && ( waits || beats_ % beatsPerRenewal == 0 ) ) {
       lease_->tick( *commands_, client_, run_ );
    }
-   if ( phase_ == Phase::following ) {
+   // One at a time: what a busy server answers at once is one sign, not many.
+   if ( phase_ == Phase::following && !std::exchange( awaitsBeat_, true ) ) {
       commands_->send( { "MGET", "epoch", "rev" },
                        [ this, followed = revision_ ]( const redisReply & reply ) {
                           handleBeat( reply, followed );
@@ -282,6 +284,7 @@ Replica::beat() {
 /// `followed`: up to where this process had read when it asked.
 void
 Replica::handleBeat( const redisReply & reply, std::uint64_t followed ) {
+   awaitsBeat_ = false;
    if ( phase_ != Phase::following || reply.type != REDIS_REPLY_ARRAY || reply.elements != 2 ) {
       return;
    }

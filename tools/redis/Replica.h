@@ -142,6 +142,7 @@ class Replica {
    std::unordered_map< std::string, std::uint64_t > readAt_;
    std::uint64_t lastRead_ = 0;
    std::uint64_t beats_ = 0, stuckAt_ = 0, stuckBeats_ = 0;
+   bool awaitsBeat_ = false;
    std::uint64_t resyncs_ = 0, refused_ = 0;
    Lum::Seconds delay_ = 0;
    Lum::ActivityLoop::TimerId flush_{ 0, 0 }, beat_{ 0, 0 }, connect_{ 0, 0 }, grace_{ 0, 0 };
