@@ -208,8 +208,10 @@ TEST_F( RedisStateTest, whatAServerFindsOnAnEarlierConnectionIsOvertaken ) {
    const std::string fence = firstWord( server.cli( { "GET", "lease:a" } ) );
    server.cli( { "CLIENT", "KILL", "TYPE", "normal" } );
    expectAgreement( "on new connections" );
-   server.cli( { "FCALL", "state_write", "0", epoch, writer, fence, "e:a/b", "Ip::Status", "1",
-                 "routing", "false", "e:c", "Ip::Status", "1", "routing", "false" } );
+   const std::string changes = "\x92\xa7routing\xa5"
+                               "false\x90";  // packed
+   server.cli( { "FCALL", "state_write", "0", epoch, writer, fence, "e:a/b", "Ip::Status", changes,
+                 "e:c", "Ip::Status", changes } );
    state.settle();
    expectAgreement( "found late" );
    EXPECT_TRUE( own->routing() );

@@ -4,10 +4,12 @@
 
 #include "tools/redis/Connection.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <iterator>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -19,6 +21,7 @@ namespace Redis {
 namespace {
 
 constexpr std::size_t perTurn = 1u << 20;  // bytes read before others have their turn
+constexpr std::size_t perPiece = 32 * 1024;
 
 union AnyAddress {
    sockaddr any;
@@ -53,8 +56,12 @@ addressOf( const Url & url, AnyAddress & address ) {
 Command &
 Command::add( std::string_view argument ) {
    ++count_;
-   body_.append( "$" ).append( std::to_string( argument.size() ) ).append( "\r\n" );
-   body_.append( argument ).append( "\r\n" );
+   if ( body_.empty() || body_.back().size() > perPiece ) {
+      body_.emplace_back();
+   }
+   std::string & piece = body_.back();
+   piece.append( "$" ).append( std::to_string( argument.size() ) ).append( "\r\n" );
+   piece.append( argument ).append( "\r\n" );
    return *this;
 }
 
@@ -86,6 +93,7 @@ Connection::Connection( Lum::ActivityLoop & loop, const Url & url, Lost lost )
    : loop_( loop ),
      lost_( std::move( lost ) ),
      reader_( redisReaderCreate(), redisReaderFree ) {
+   reader_->maxbuf = perTurn;  // kept for the next long answer
    greet( url );
    open( url );
 }
@@ -134,7 +142,7 @@ Connection::greet( const Url & url ) {
 void
 Connection::send( Command command, Answer answer ) {
    outgoing_.push_back( command.head() );
-   outgoing_.push_back( command.takeBody() );
+   std::ranges::move( command.takeBody(), std::back_inserter( outgoing_ ) );
    answers_.push_back( std::move( answer ) );
    if ( connected_ ) {
       flush();

@@ -27,11 +27,12 @@ class Command {
    Command & add( std::uint64_t number ) { return add( std::to_string( number ) ); }
 
    std::string head() const { return "*" + std::to_string( count_ ) + "\r\n"; }
-   std::string takeBody() { return std::move( body_ ); }
+   /// In pieces: a long one is never moved as it grows.
+   std::deque< std::string > takeBody() { return std::move( body_ ); }
 
  private:
    std::size_t count_ = 0;
-   std::string body_;
+   std::deque< std::string > body_;
 };
 
 /// A connection to a database that never blocks the loop: commands go out in order, answers come

@@ -9,7 +9,7 @@ namespace Redis {
 const char * const functionLibrary = R"lua(#!lua name=cspf_state
 
 local kept = 131072    -- changes that the log keeps, about
-local perEntry = 500   -- changes in one entry
+local perEntry = 300   -- changes in one entry, and in one packed text
 
 local function revision()
   return tonumber(redis.call('GET', 'rev') or '0')
@@ -43,118 +43,99 @@ local function obstacle(key, fence)
   end
 end
 
--- Sets and ends fields of one key, and notes each change: key, field, text.
-local function change(changes, key, kind, fields)
-  local function note(field, text)
-    changes[#changes + 1] = { key, field, text }
+-- One turn of a writer in the log: an entry for each packed text, written when it is known whether
+-- another one follows.
+local function turnOf(writer)
+  local turn, keys, rev = {}, {}, revision()
+  local key, changes
+  local function put(...)
+    if key then
+      redis.call('XADD', 'log', 'MINID', '~', string.format('%.0f', math.max(rev - kept, 0)),
+                 string.format('%.0f-0', rev), '@by', writer, key, changes, ...)
+    end
   end
+  function turn.note(nextKey, nextChanges, count)
+    put('@more', '1')
+    if nextKey ~= key then
+      keys[#keys + 1] = nextKey
+    end
+    key, changes, rev = nextKey, nextChanges, rev + count
+  end
+  function turn.finish()
+    put()
+    local last = string.format('%.0f', rev)
+    redis.call('SET', 'rev', last)
+    for _, one in ipairs(keys) do
+      if redis.call('EXISTS', one) == 1 then
+        redis.call('HSET', one, '@rev', last)
+      end
+    end
+    return rev
+  end
+  return turn
+end
+
+-- Makes packed changes of one key, and notes them.
+local function change(turn, key, kind, changes)
   if kind == '' then
     if redis.call('DEL', key) == 1 then
-      note('@type', '')
+      turn.note(key, cmsgpack.pack({}, { '@type' }), 1)
     end
     return
   end
   if redis.call('HSETNX', key, '@type', kind) == 1 then
-    note('@type', kind)
+    turn.note(key, cmsgpack.pack({ '@type', kind }, {}), 1)
   end
-  local set, ended = {}, {}
-  local function flush()
-    if #set > 0 then
-      redis.call('HSET', key, unpack(set))
-    end
-    if #ended > 0 then
-      redis.call('HDEL', key, unpack(ended))
-    end
-    set, ended = {}, {}
+  local set, ended = cmsgpack.unpack(changes)
+  if #set > 0 then
+    redis.call('HSET', key, unpack(set))
   end
-  for i = 1, #fields, 2 do
-    local field, text = fields[i], fields[i + 1]
-    note(field, text)
-    if text == '' then
-      ended[#ended + 1] = field
-    else
-      set[#set + 1] = field
-      set[#set + 1] = text
-    end
-    if #set + #ended >= 1000 then
-      flush()
-    end
+  if #ended > 0 then
+    redis.call('HDEL', key, unpack(ended))
   end
-  flush()
-end
-
-local function log(changes, writer)
-  local rev, at = revision(), 1
-  while at <= #changes do
-    local last = math.min(at + perEntry - 1, #changes)
-    rev = rev + last - at + 1
-    local entry = { '@by', writer }
-    if last < #changes then
-      entry[#entry + 1] = '@more'
-      entry[#entry + 1] = '1'
-    end
-    local key
-    for i = at, last do
-      local one = changes[i]
-      if one[1] ~= key then
-        key = one[1]
-        entry[#entry + 1] = '@'
-        entry[#entry + 1] = key
-      end
-      entry[#entry + 1] = one[2]
-      entry[#entry + 1] = one[3]
-    end
-    redis.call('XADD', 'log', 'MINID', '~', string.format('%.0f', math.max(rev - kept, 0)),
-               string.format('%.0f-0', rev), unpack(entry))
-    at = last + 1
+  if #set + #ended > 0 then
+    turn.note(key, changes, #set / 2 + #ended)
   end
-  rev = string.format('%.0f', rev)
-  redis.call('SET', 'rev', rev)
-  local key
-  for _, one in ipairs(changes) do
-    if one[1] ~= key then
-      key = one[1]
-      if redis.call('EXISTS', key) == 1 then
-        redis.call('HSET', key, '@rev', rev)
-      end
-    end
-  end
-  return tonumber(rev)
 end
 
 local function write(_, args)
   if redis.call('GET', 'epoch') ~= args[1] then
     return redis.error_reply('EPOCH the database is another one than before')
   end
-  local at = 4
-  while at <= #args do
-    local why = obstacle(args[at], args[3])
+  for at = 4, #args, 3 do
+    local why = args[at] ~= args[at - 3] and obstacle(args[at], args[3])
     if why then
       return redis.error_reply(why)
     end
-    at = at + 3 + 2 * tonumber(args[at + 2])
   end
-  local changes = {}
-  at = 4
-  while at <= #args do
-    local fields, count = {}, 2 * tonumber(args[at + 2])
-    for i = 1, count do
-      fields[i] = args[at + 2 + i]
-    end
-    change(changes, args[at], args[at + 1], fields)
-    at = at + 3 + count
+  local before, turn = revision(), turnOf(args[2])
+  for at = 4, #args, 3 do
+    change(turn, args[at], args[at + 1], args[at + 2])
+    args[at + 2] = false
+    collectgarbage('step', 100)  -- or a long turn piles up
   end
-  return log(changes, args[2])
+  return { before, turn.finish() }
 end
 
-local function byHand(key, kind, fields)
+local function slice(list, at, size)
+  return { unpack(list, at, math.min(at + size - 1, #list)) }
+end
+
+-- `set` holds fields and texts in turn, `ended` fields.
+local function byHand(key, kind, set, ended)
   local why = obstacle(key, '0')
   if why then
     return redis.error_reply(why)
   end
-  local changes = {}
-  change(changes, key, kind, fields)
-  return log(changes, 'hand')
+  local turn = turnOf('hand')
+  change(turn, key, kind, cmsgpack.pack({}, {}))
+  for at = 1, #set, 2 * perEntry do
+    change(turn, key, kind, cmsgpack.pack(slice(set, at, 2 * perEntry), {}))
+  end
+  for at = 1, #ended, perEntry do
+    change(turn, key, kind, cmsgpack.pack({}, slice(ended, at, perEntry)))
+  end
+  return turn.finish()
 end
 
 local function set(keys, args)
@@ -175,20 +156,15 @@ local function set(keys, args)
   if not kind or kind == '' then
     return redis.error_reply('ERR ' .. keys[1] .. ' is new: give its @type as well')
   end
-  return byHand(keys[1], kind, fields)
+  return byHand(keys[1], kind, fields, {})
 end
 
 local function del(keys, args)
-  local fields = {}
-  for _, field in ipairs(args) do
-    fields[#fields + 1] = field
-    fields[#fields + 1] = ''
-  end
   local kind = redis.call('HGET', keys[1], '@type')
   if not kind then
     return revision()
   end
-  return byHand(keys[1], #args == 0 and '' or kind, fields)
+  return byHand(keys[1], #args == 0 and '' or kind, {}, args)
 end
 
 local function open(_, args)

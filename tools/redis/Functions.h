@@ -6,8 +6,9 @@ namespace Redis {
 ///
 ///   state_open CANDIDATE: the epoch (the candidate where the database had none) and the revision.
 ///
-///   state_write EPOCH WRITER FENCE {KEY TYPE COUNT {FIELD TEXT}...}...: one turn's changes, whole
-///   or not at all. An empty text ends a field, an empty type the key. Gives the revision. Errors:
+///   state_write EPOCH WRITER FENCE {KEY TYPE CHANGES}...: one turn's changes, whole or not at all,
+///   each text as of `PackedChanges`. An empty type ends the key. Gives the revision before and
+///   after. Errors:
 ///   "EPOCH ...": this is another database; "OWNED KEY LEASE": another one owns the path;
 ///   "FENCED KEY": this writer owned it, and another one has come since.
 ///

@@ -62,8 +62,8 @@ class LocalState::EntityWatch : public Lum::Reactor {
       children_[ name ] = Lum::make< EntityWatch >( owner_, key_, name + ".", child );
    }
    void handleChange( const Lum::AnyChange & change ) {
-      const State::FieldChange field = State::fieldOf( *entity_, change );
-      const std::string name = prefix_ + field.name;
+      State::FieldChange field = State::fieldOf( *entity_, change );
+      const std::string name = std::move( field.name.insert( 0, prefix_ ) );
       owner_.changed( key_, name );
       if ( !field.isChild ) {
          return;

@@ -5,6 +5,8 @@
 
 #include "tools/redis/LogReader.h"
 
+#include "tools/redis/PackedChanges.h"
+
 #include <charconv>
 
 namespace Redis {
@@ -39,11 +41,15 @@ LogReader::LogReader( Lum::ActivityLoop & loop, const Url & url, std::uint64_t r
      own_( std::move( own ) ),
      connection_( loop, url, handlers_.lost ),
      read_( revision ) {
+   connection_.send( { "CLIENT", "ID" }, [ this ]( const redisReply & reply ) {
+      client_ = std::to_string( numberOf( reply ) );
+   } );
    ask();
 }
 
 void
 LogReader::ask() {
+   asked_ = true;
    connection_.send( { "XREAD", "COUNT", entriesAtOnce, "BLOCK", "0", "STREAMS", "log",
                        std::to_string( read_ ) + "-0" },
                      [ this ]( const redisReply & reply ) { handleReply( reply ); } );
@@ -51,6 +57,7 @@ LogReader::ask() {
 
 void
 LogReader::handleReply( const redisReply & reply ) {
+   asked_ = false;
    if ( isError( reply ) ) {
       handlers_.lost( std::string( textOf( reply ) ) );
       return;
@@ -65,19 +72,46 @@ LogReader::handleReply( const redisReply & reply ) {
          return;
       }
    }
-   ask();
+   if ( !paused_ ) {
+      ask();
+   }
 }
 
-/// False where the entry does not follow the one before.
+void
+LogReader::pause( Connection & writing ) {
+   paused_ = true;
+   writing.send( { "CLIENT", "UNBLOCK", client_ }, []( const redisReply & ) {} );
+}
+
+void
+LogReader::resume( std::uint64_t from, std::uint64_t to ) {
+   if ( !std::exchange( paused_, false ) ) {
+      return;
+   }
+   if ( read_ == from && from < to ) {
+      read_ = to;
+      handlers_.turn( { to, own_, {} } );
+   }
+   if ( !asked_ ) {
+      ask();
+   }
+}
+
+/// False where the entry does not follow the one before. One that was asked for before the reader
+/// went on past it is passed over.
 bool
 LogReader::handleEntry( const redisReply & entry ) {
    if ( !isArray( entry, 2 ) || entry.element[ 1 ]->type != REDIS_REPLY_ARRAY
         || entry.element[ 1 ]->elements % 2 != 0 ) {
       return false;
    }
+   const std::uint64_t revision = revisionOf( element( entry, 0 ) );
+   if ( revision <= read_ ) {
+      return true;
+   }
    more_ = false;
    turn_.revision = read_;
-   if ( !addFields( *entry.element[ 1 ] ) || turn_.revision != revisionOf( element( entry, 0 ) ) ) {
+   if ( !addFields( *entry.element[ 1 ] ) || turn_.revision != revision ) {
       return false;
    }
    read_ = turn_.revision;
@@ -87,32 +121,34 @@ LogReader::handleEntry( const redisReply & entry ) {
    return true;
 }
 
-/// Adds the entry's changes to the turn, and counts them. False for a change without a key.
+/// Adds the entry's changes to the turn, and counts them. False for what are none.
 bool
 LogReader::addFields( const redisReply & fields ) {
-   bool keyed = false;
    for ( std::size_t i = 0; i < fields.elements; i += 2 ) {
       const std::string_view name = element( fields, i ), text = element( fields, i + 1 );
       if ( name == "@by" ) {
          turn_.writer = text;
       } else if ( name == "@more" ) {
          more_ = true;
-      } else if ( name == "@" ) {
-         keyed = true;
-         if ( turn_.keys.empty() || turn_.keys.back().key != text ) {
-            turn_.keys.push_back( { std::string( text ), {} } );
-         }
-      } else if ( keyed ) {
-         ++turn_.revision;
-         if ( turn_.writer != own_ ) {
-            turn_.keys.back().fields.emplace_back(
-               name, text.empty() ? std::nullopt : std::optional( std::string( text ) ) );
-         }
-      } else {
+      } else if ( !addChanges( name, text ) ) {
          return false;
       }
    }
    return true;
+}
+
+bool
+LogReader::addChanges( std::string_view key, std::string_view packed ) {
+   if ( turn_.writer == own_ ) {
+      return forEachPacked( packed, [ this ]( auto, const auto & ) { ++turn_.revision; } );
+   }
+   if ( turn_.keys.empty() || turn_.keys.back().key != key ) {
+      turn_.keys.push_back( { std::string( key ), {} } );
+   }
+   return forEachPacked( packed, [ this ]( std::string_view field, const auto & text ) {
+      ++turn_.revision;
+      turn_.keys.back().fields.emplace_back( field, text );
+   } );
 }
 
 }

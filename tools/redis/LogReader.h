@@ -23,11 +23,18 @@ class LogReader {
    /// Bytes that went either way: a long turn comes piece by piece.
    std::uint64_t progress() const noexcept { return connection_.progress(); }
 
+   /// What this writer writes much of need not come back: asked for on the connection of the
+   /// writing, before it, the reader waits until it is told from and to which revision that led.
+   /// Where others wrote in between it reads all of it.
+   void pause( Connection & writing );
+   void resume( std::uint64_t from, std::uint64_t to );
+
  private:
    void ask();
    void handleReply( const redisReply & reply );
    bool handleEntry( const redisReply & entry );
    bool addFields( const redisReply & fields );
+   bool addChanges( std::string_view key, std::string_view packed );
 
    const Handlers handlers_;
    const std::string own_;
@@ -35,6 +42,8 @@ class LogReader {
    std::uint64_t read_;  ///< the last entry, of a turn that may not be whole yet
    Turn turn_;
    bool more_ = false;
+   std::string client_;  ///< id of the connection
+   bool asked_ = false, paused_ = false;
 };
 
 }

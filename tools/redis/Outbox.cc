@@ -4,6 +4,7 @@
 
 #include "tools/redis/Outbox.h"
 
+#include "tools/redis/PackedChanges.h"
 #include "tools/state/StateFields.h"
 
 #include <algorithm>
@@ -12,9 +13,30 @@ namespace Redis {
 
 namespace {
 
-/// Fields of one batch: a server takes no command of more than 1,048,576 arguments.
+/// Fields of one batch: while a server takes it, it hears nobody else.
 constexpr std::size_t maxFields = 400'000;
 
+}
+
+void
+Outbox::Names::insert( std::string_view name ) {
+   if ( !known_.insert( inOrder_.emplace_back( name ) ).second ) {
+      inOrder_.pop_back();
+   }
+}
+
+Outbox::Names
+Outbox::Names::takeFirst( std::size_t most ) {
+   if ( size() <= most ) {
+      return std::exchange( *this, {} );
+   }
+   Names first;
+   for ( ; most > 0; --most ) {
+      first.insert( inOrder_.front() );
+      known_.erase( inOrder_.front() );
+      inOrder_.pop_front();
+   }
+   return first;
 }
 
 void
@@ -62,45 +84,50 @@ Outbox::holdsAny( const std::string & key ) const {
 void
 Outbox::addKey( const LocalState & state, const std::string & key, const Fields & fields,
                 Command & command ) {
-   command.add( key );
    const auto entity = state.entity( key );
    if ( !entity ) {
-      command.add( "" ).add( "0" );
+      command.add( key ).add( "" ).add( "" );
       return;
    }
-   command.add( entity->typeName() ).add( fields.names.size() );
+   PackedChanges changes;
+   const auto add = [ & ] { command.add( key ).add( entity->typeName() ).add( changes.take() ); };
    std::string text;
-   for ( const std::string & field : fields.names ) {
+   for ( const std::string & field : fields.names.inOrder() ) {
       text.clear();
-      State::appendFieldText( *entity, field, text );
-      command.add( field ).add( text );
+      if ( State::appendFieldText( *entity, field, text ) ) {
+         changes.fieldIs( field, text );
+      } else {
+         changes.fieldDel( field );
+      }
+      if ( changes.size() == PackedChanges::most ) {
+         add();
+      }
+   }
+   if ( changes.size() > 0 || fields.names.size() == 0 ) {
+      add();
    }
 }
 
-void
+std::size_t
 Outbox::take( const LocalState & state, Command & command ) {
    Batch batch;
-   for ( std::size_t room = maxFields; room > 0 && hasPending(); ) {
+   std::size_t room = maxFields;
+   while ( room > 0 && hasPending() ) {
       const std::string key = pending_.order.front();
       Fields & all = pending_.keys.at( key );
       Fields & fields = batch.keys[ key ];
       fields.whole = all.whole;
-      if ( all.names.size() <= room ) {
-         room -= all.names.size();
-         fields.names = std::exchange( all.names, {} );
-      }
-      while ( room > 0 && !all.names.empty() ) {
-         fields.names.insert( all.names.extract( all.names.begin() ) );
-         --room;
-      }
+      fields.names = all.names.takeFirst( room );
+      room -= fields.names.size();
       batch.order.push_back( key );
       addKey( state, key, fields, command );
-      if ( all.names.empty() ) {
+      if ( all.names.size() == 0 ) {
          pending_.keys.erase( key );
          pending_.order.pop_front();
       }
    }
    sent_.push_back( std::move( batch ) );
+   return maxFields - room;
 }
 
 void
@@ -156,7 +183,9 @@ Outbox::restoreLast() {
          pending_.order.push_back( key );
       }
       at->second.whole |= fields.whole;
-      at->second.names.merge( fields.names );
+      for ( const std::string & name : fields.names.inOrder() ) {
+         at->second.names.insert( name );
+      }
    }
 }
 

@@ -25,9 +25,9 @@ class Outbox {
 
    bool holdsAny( const std::string & key ) const;
 
-   /// Adds what is pending to a `state_write`: all of it, up to the size that a server takes.
-   /// REQUIRES: nothing is in flight.
-   void take( const LocalState & state, Command & command );
+   /// Adds what is pending to a `state_write`: all of it, up to what a server may be kept busy
+   /// with. Gives the number of fields. REQUIRES: nothing is in flight.
+   std::size_t take( const LocalState & state, Command & command );
    /// What is in flight has been written with that revision.
    void acknowledged( std::uint64_t revision );
    /// The log has been followed up to there; its last turn was written by this process or not.
@@ -41,9 +41,22 @@ class Outbox {
    void restoreAll();
 
  private:
+   /// Names in the order in which they came first.
+   class Names {
+    public:
+      void insert( std::string_view name );
+      bool contains( std::string_view name ) const { return known_.contains( name ); }
+      const std::deque< std::string > & inOrder() const { return inOrder_; }
+      std::size_t size() const { return inOrder_.size(); }
+      Names takeFirst( std::size_t most );
+
+    private:
+      std::deque< std::string > inOrder_;
+      std::unordered_set< std::string_view > known_;
+   };
    struct Fields {
       bool whole = false;
-      std::unordered_set< std::string > names;
+      Names names;
    };
    struct Batch {
       std::deque< std::string > order;

@@ -11,6 +11,13 @@
 
 namespace Redis {
 
+namespace {
+
+/// Fields of a batch that is worth not to be read again.
+constexpr std::size_t much = 100;
+
+}
+
 // ---- The whole database ----
 
 void
@@ -105,7 +112,9 @@ Replica::take( const Picture::Key & key ) {
    if ( !differing.fields.empty() && !outbox_.holds( name, "" ) ) {
       local_.apply( differing );
    }
-   sweepFields( key );
+   if ( entity ) {
+      sweepFields( key );
+   }
 }
 
 void
@@ -277,21 +286,29 @@ Replica::flush() {
    }
    Command command{ "FCALL", "state_write", "0", epoch_, session_ };
    command.add( lease_ ? lease_->fence() : "0" );
-   outbox_.take( local_, command );
    awaitsAnswer_ = true;
+   if ( outbox_.take( local_, command ) > much ) {
+      log_->pause( *commands_ );
+   }
    commands_->send( std::move( command ),
                     [ this ]( const redisReply & reply ) { handleWritten( reply ); } );
 }
 
 void
 Replica::handleWritten( const redisReply & reply ) {
-   const std::string_view text = textOf( reply );
    awaitsAnswer_ = false;
-   if ( !isError( reply ) ) {
-      outbox_.acknowledged( numberOf( reply ) );
+   if ( reply.type == REDIS_REPLY_ARRAY && reply.elements == 2 ) {
+      const std::uint64_t from = numberOf( *reply.element[ 0 ] );
+      const std::uint64_t to = numberOf( *reply.element[ 1 ] );
+      outbox_.acknowledged( to );
       outbox_.reached( revision_, false );
+      log_->resume( from, to );
       flushSoon();
-   } else if ( text.starts_with( "OWNED " ) || text.starts_with( "FENCED " ) ) {
+      return;
+   }
+   log_->resume( 0, 0 );
+   const std::string_view text = textOf( reply );
+   if ( text.starts_with( "OWNED " ) || text.starts_with( "FENCED " ) ) {
       handleRefusedKey( text );
    } else {
       failed( std::string( text ), text.starts_with( "EPOCH " ) );

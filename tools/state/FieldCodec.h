@@ -80,9 +80,11 @@ entryName( const char * field, const Key & key ) {
    } else {
       appendValue( text, key );
    }
-   std::string name = std::string( field ) + "[";
+   std::string name( field );
+   name += '[';
    appendEscapedKey( name, text );
-   return name + "]";
+   name += ']';
+   return name;
 }
 
 template< class Key >

@@ -6,7 +6,7 @@
 #include "schema/EntityTypes.h"
 #include "tools/state/FieldCodec.h"
 
-#include <map>
+#include <unordered_map>
 
 namespace State {
 
@@ -49,7 +49,7 @@ fieldTypeOf() {
 const FieldType &
 typeNamed( const char * name ) {
    static const auto all = [] {
-      std::map< std::string, FieldType, std::less<> > map;
+      std::unordered_map< std::string_view, FieldType > map;
       Schema::forEachEntityType( [ & ]< class E >( Schema::Is< E > ) {
          if constexpr ( !std::same_as< E, Lum::Dir > ) {
             map.emplace( E::lumTypeName, fieldTypeOf< E >() );
@@ -68,12 +68,21 @@ typeNamed( const char * name ) {
 void
 appendQuoted( std::string & out, std::string_view text ) {
    constexpr const char * hex = "0123456789abcdef";
+   const auto isPlain = []( char c ) {
+      return static_cast< unsigned char >( c ) >= 0x20 && c != '"' && c != '\\';
+   };
    out += '"';
-   for ( const char c : text ) {
-      if ( static_cast< unsigned char >( c ) < 0x20 ) {
-         out.append( "\\u00" ).append( 1, hex[ c >> 4 ] ).append( 1, hex[ c & 15 ] );
+   for ( auto at = text.begin(); at != text.end(); ++at ) {
+      const auto plain = std::find_if_not( at, text.end(), isPlain );
+      out.append( at, plain );
+      at = plain;
+      if ( at == text.end() ) {
+         break;
+      }
+      if ( *at == '"' || *at == '\\' ) {
+         out.append( 1, '\\' ).append( 1, *at );
       } else {
-         out.append( c == '"' || c == '\\' ? 1 : 0, '\\' ).append( 1, c );
+         out.append( "\\u00" ).append( 1, hex[ *at >> 4 ] ).append( 1, hex[ *at & 15 ] );
       }
    }
    out += '"';
@@ -114,6 +123,10 @@ parseFieldName( std::string_view name ) {
 
 void
 appendEscapedKey( std::string & out, std::string_view key ) {
+   if ( key.find_first_of( "\\]" ) == key.npos ) {
+      out += key;
+      return;
+   }
    for ( const char c : key ) {
       out.append( c == '\\' || c == ']' ? 1 : 0, '\\' ).append( 1, c );
    }
