@@ -16,13 +16,55 @@ namespace {
 /// Fields of one batch: while a server takes it, it hears nobody else.
 constexpr std::size_t maxFields = 400'000;
 
+std::uint32_t
+hashOf( std::string_view name ) {
+   return static_cast< std::uint32_t >( std::hash< std::string_view >()( name ) );
+}
+
+}
+
+/// The slot of the name, or a free one where there is none. REQUIRES: there are slots.
+std::size_t
+Outbox::Names::slotOf( std::uint32_t hash, std::string_view name ) const {
+   const std::size_t mask = slots_.size() - 1;
+   std::size_t at = hash & mask;
+   while ( slots_[ at ].place != 0
+           && ( slots_[ at ].hash != hash || inOrder_[ slots_[ at ].place - 1 ] != name ) ) {
+      at = ( at + 1 ) & mask;
+   }
+   return at;
+}
+
+void
+Outbox::Names::grow() {
+   const std::size_t size = slots_.empty() ? 16 : 2 * slots_.size();
+   for ( const Slot & slot : std::exchange( slots_, std::vector< Slot >( size ) ) ) {
+      if ( slot.place != 0 ) {
+         std::size_t at = slot.hash & ( size - 1 );
+         while ( slots_[ at ].place != 0 ) {
+            at = ( at + 1 ) & ( size - 1 );
+         }
+         slots_[ at ] = slot;
+      }
+   }
 }
 
 void
 Outbox::Names::insert( std::string_view name ) {
-   if ( !known_.insert( inOrder_.emplace_back( name ) ).second ) {
-      inOrder_.pop_back();
+   if ( 2 * ( size() + 1 ) > slots_.size() ) {
+      grow();
    }
+   const std::uint32_t hash = hashOf( name );
+   Slot & slot = slots_[ slotOf( hash, name ) ];
+   if ( slot.place == 0 ) {
+      inOrder_.emplace_back( name );
+      slot = { hash, static_cast< std::uint32_t >( size() ) };
+   }
+}
+
+bool
+Outbox::Names::contains( std::string_view name ) const {
+   return !slots_.empty() && slots_[ slotOf( hashOf( name ), name ) ].place != 0;
 }
 
 Outbox::Names
@@ -30,12 +72,11 @@ Outbox::Names::takeFirst( std::size_t most ) {
    if ( size() <= most ) {
       return std::exchange( *this, {} );
    }
-   Names first;
-   for ( ; most > 0; --most ) {
-      first.insert( inOrder_.front() );
-      known_.erase( inOrder_.front() );
-      inOrder_.pop_front();
+   Names first, rest;
+   for ( const std::string & name : inOrder_ ) {
+      ( first.size() < most ? first : rest ).insert( name );
    }
+   *this = std::move( rest );
    return first;
 }
 

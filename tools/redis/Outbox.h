@@ -5,7 +5,7 @@
 
 #include <deque>
 #include <unordered_map>
-#include <unordered_set>
+#include <vector>
 
 namespace Redis {
 
@@ -41,18 +41,25 @@ class Outbox {
    void restoreAll();
 
  private:
-   /// Names in the order in which they came first.
+   /// Names in the order in which they came first. 100,000 of them come at once: they are found
+   /// through slots that lie together, since nodes here and there would cost more than all else.
    class Names {
     public:
       void insert( std::string_view name );
-      bool contains( std::string_view name ) const { return known_.contains( name ); }
+      bool contains( std::string_view name ) const;
       const std::deque< std::string > & inOrder() const { return inOrder_; }
       std::size_t size() const { return inOrder_.size(); }
       Names takeFirst( std::size_t most );
 
     private:
+      struct Slot {
+         std::uint32_t hash = 0, place = 0;  ///< the place counts from 1; 0: the slot is free
+      };
+      std::size_t slotOf( std::uint32_t hash, std::string_view name ) const;
+      void grow();
+
       std::deque< std::string > inOrder_;
-      std::unordered_set< std::string_view > known_;
+      std::vector< Slot > slots_;  ///< so many as a power of two, at most half of them taken
    };
    struct Fields {
       bool whole = false;

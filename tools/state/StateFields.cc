@@ -46,6 +46,15 @@ fieldTypeOf() {
             } };
 }
 
+/// Where from there on the first character stands that a key has escaped; else the end.
+std::size_t
+plainUntil( std::string_view text, std::size_t from ) {
+   while ( from < text.size() && text[ from ] != '\\' && text[ from ] != ']' ) {
+      ++from;
+   }
+   return from;
+}
+
 const FieldType &
 typeNamed( const char * name ) {
    static const auto all = [] {
@@ -103,7 +112,7 @@ parseFieldName( std::string_view name ) {
    }
    parsed.key.emplace();
    for ( std::size_t i = bracket + 1; i < name.size(); ++i ) {
-      const auto plain = std::min( name.find_first_of( "\\]", i ), name.size() );
+      const auto plain = plainUntil( name, i );
       parsed.key->append( name, i, plain - i );
       i = plain;
       if ( i < name.size() && name[ i ] == ']' ) {
@@ -123,7 +132,7 @@ parseFieldName( std::string_view name ) {
 
 void
 appendEscapedKey( std::string & out, std::string_view key ) {
-   if ( key.find_first_of( "\\]" ) == key.npos ) {
+   if ( plainUntil( key, 0 ) == key.size() ) {
       out += key;
       return;
    }

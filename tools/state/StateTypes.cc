@@ -170,13 +170,20 @@ parseParts( std::string_view text, Part & part, Rest &... rest ) {
 
 std::string
 compositeText( const Cspf::PathKey & key ) {
-   return toText( key.dst() ) + "#" + std::to_string( key.id() );
+   std::string text = toText( key.dst() );
+   text.append( 1, '#' ).append( std::to_string( key.id() ) );
+   return text;
 }
 
 std::string
 compositeText( const Routing::Topology::NeighborKey & key ) {
-   return toText( key.routerId() ) + " " + toText( key.neighborType() ) + " "
-          + toText( key.neighborId() ) + "#" + std::to_string( key.linkId() );
+   std::string text;
+   text.reserve( 48 );
+   text.append( toText( key.routerId() ) ).append( 1, ' ' );
+   text.append( toText( key.neighborType() ) ).append( 1, ' ' );
+   text.append( toText( key.neighborId() ) ).append( 1, '#' );
+   text.append( std::to_string( key.linkId() ) );
+   return text;
 }
 
 bool
