@@ -106,6 +106,8 @@ class Replica {
    void flush();
    void handleWritten( const redisReply & reply );
    void handleRefusedKey( std::string_view why );
+   void readKeyAgain( const std::string & key );
+   void handleKeyAgain( const Picture::Key & read, std::uint64_t followed );
 
    void beat();
    void handleBeat( const redisReply & reply, std::uint64_t followed );

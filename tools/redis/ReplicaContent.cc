@@ -14,7 +14,7 @@ namespace Redis {
 namespace {
 
 /// Fields of a batch that is worth not to be read again.
-constexpr std::size_t much = 100;
+constexpr std::size_t much = 1000;
 
 }
 
@@ -332,20 +332,37 @@ Replica::handleRefusedKey( std::string_view why ) {
    refused( key + ": not written: it belongs to "
             + std::string( rest.substr( std::min( end + 1, rest.size() ) ) ) );
    outbox_.refused( key );
+   readKeyAgain( key );
+}
+
+void
+Replica::readKeyAgain( const std::string & key ) {
    Picture::readKey(
       *commands_, key,
-      [ this, key ]( const Picture::Key & read ) {
-         if ( phase_ != Phase::following || owns( key ) ) {
-            return;
-         }
-         if ( read.content.fields.empty() ) {
-            local_.keyDel( key );
-         } else {
-            take( read );
-         }
-         flushSoon();
+      [ this, followed = revision_ ]( const Picture::Key & read ) {
+         handleKeyAgain( read, followed );
       },
       [ this ]( const std::string & error ) { failed( error, true ); } );
+}
+
+/// `followed`: up to where the log had been followed when the key was asked for. What came through
+/// the log since may be newer than the answer.
+void
+Replica::handleKeyAgain( const Picture::Key & read, std::uint64_t followed ) {
+   const std::string & key = read.content.key;
+   if ( phase_ != Phase::following || owns( key ) ) {
+      return;
+   }
+   if ( revision_ != followed && read.revision < revision_ ) {
+      readKeyAgain( key );
+      return;
+   }
+   if ( read.content.fields.empty() ) {
+      local_.keyDel( key );
+   } else {
+      take( read );
+   }
+   flushSoon();
 }
 
 }
