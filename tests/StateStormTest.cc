@@ -243,7 +243,16 @@ StateStormTest::cutOff() {
 
 void
 StateStormTest::finish() {
-   loadSquare( *agent );  // what nobody owns is the operator's to write again
+   // What nobody owns is the operator's to write again, once it is sure that the database lost it.
+   EXPECT_TRUE( comesTrue( [ this ] {
+      live( 0.01 );
+      try {
+         return Client( agent->socket() ).call( "status", {} )[ "state" ].value( "settled", false );
+      } catch ( const std::runtime_error & ) {
+         return false;
+      }
+   } ) );
+   loadSquare( *agent );
    std::ofstream( directory / lastTopology ) << "\n";
    EXPECT_TRUE( comesTrue( [ this ] {
       live( 0.01 );

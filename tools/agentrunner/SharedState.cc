@@ -68,6 +68,7 @@ SharedState::status() const {
    const Redis::Replica::Status now = replica_.status();
    return { { "url", url_ },
             { "connected", now.connected },
+            { "settled", replica_.isSettled() },
             { "revision", now.revision },
             { "pending", now.pending },
             { "resyncs", now.resyncs },
