@@ -5,6 +5,7 @@
 #include "tools/cspfctl/Explained.h"
 #include "tools/cspfctl/ExplainedRepair.h"
 #include "tools/cspfctl/LabCommands.h"
+#include "tools/cspfctl/LivePaths.h"
 #include "tools/cspfctl/LiveSnapshot.h"
 #include "tools/lab/LabRunner.h"
 #include "tools/prove/Answers.h"
@@ -102,26 +103,47 @@ reasonBefore( const Moment & moment, const Asked & asked ) {
    return "";
 }
 
-/// A router or link by its name in the lab as an address; addresses stand for themselves. Throws
-/// std::runtime_error.
+/// Of routers, by TE router id: the lab's, or those that the IGP gave.
+std::map< std::string, std::string >
+namesOf( const Moment & moment, const Prove::Service & service ) {
+   std::map< std::string, std::string > names;
+   if ( moment.lab ) {
+      for ( const auto & [ topologyName, topology ] : moment.lab->topologies ) {
+         for ( const auto & [ name, router ] : topology.routers ) {
+            names.emplace( router.teRouterId.stringValue(), name );
+         }
+      }
+      return names;
+   }
+   const Lab::RouterNames igp = liveNames( moment.state, { service.vrf, service.af } );
+   for ( const auto & topology : Prove::topologiesOf( moment.state, service.vrf, service.af ) ) {
+      for ( const auto & [ id, router ] : topology.table->routerColl() ) {
+         names.emplace( router.teRouterId().stringValue(), igp.of( router.teRouterId() ) );
+      }
+   }
+   return names;
+}
+
+/// A router or link by its name in the lab, or a router by what the IGP calls it, as an address;
+/// addresses stand for themselves. Throws std::runtime_error.
 std::string
-addressOf( const Moment & moment, const std::string & name ) {
+addressOf( const Moment & moment, const Prove::Service & service, const std::string & name ) {
    if ( Kivnet::IpGenAddr::parse( name ) ) {
       return name;
    }
+   for ( const auto & [ address, router ] : namesOf( moment, service ) ) {
+      if ( router == name && Kivnet::IpGenAddr::parse( address ) ) {
+         return address;
+      }
+   }
    for ( const auto & [ topologyName, topology ] :
          moment.lab ? moment.lab->topologies : std::map< std::string, Lab::LabTopology >() ) {
-      if ( const auto router = topology.routers.find( name );
-           router != topology.routers.end() && router->second.teRouterId ) {
-         return router->second.teRouterId.stringValue();
-      }
       if ( const auto link = topology.links.find( name );
            link != topology.links.end() && !link->second.b.addrs.empty() ) {
          return link->second.b.addrs.front().stringValue();
       }
    }
-   throw std::runtime_error( "--why-not " + name + ": no router or link has that "
-                             + ( moment.lab ? "name" : "address" ) );
+   throw std::runtime_error( "--why-not " + name + ": no router or link has that name" );
 }
 
 std::vector< std::string >
@@ -143,7 +165,7 @@ std::vector< std::string >
 hopsToAskAbout( const Moment & moment, const Asked & asked, const std::string & whyNot ) {
    std::vector< std::string > addresses;
    for ( const std::string & name : listed( whyNot ) ) {
-      addresses.push_back( addressOf( moment, name ) );
+      addresses.push_back( addressOf( moment, asked.service, name ) );
    }
    if ( addresses.empty() && !asked.answer.hasHops() ) {
       for ( const auto & hop : asked.answer.config->constraint().includeHopList() ) {
@@ -153,13 +175,16 @@ hopsToAskAbout( const Moment & moment, const Asked & asked, const std::string & 
    return addresses;
 }
 
-std::map< std::string, std::string >
-namesOf( const Moment & moment ) {
-   std::map< std::string, std::string > names;
-   if ( moment.lab ) {
-      for ( const auto & [ topologyName, topology ] : moment.lab->topologies ) {
-         for ( const auto & [ name, router ] : topology.routers ) {
-            names.emplace( router.teRouterId.stringValue(), name );
+/// A link of the lab, which the judge of repairs does not know by name, as its address.
+std::vector< std::string >
+linksByAddress( const Moment & moment, const Prove::Service & service,
+                std::vector< std::string > names ) {
+   for ( std::string & name : names ) {
+      for ( const auto & [ topologyName, topology ] :
+            moment.lab ? moment.lab->topologies : std::map< std::string, Lab::LabTopology >() ) {
+         if ( topology.links.contains( name ) ) {
+            name = addressOf( moment, service, name );
+            break;
          }
       }
    }
@@ -169,15 +194,17 @@ namesOf( const Moment & moment ) {
 void
 explain( const Moment & moment, const Options & options ) {
    const Asked asked = find( moment, options.words.back(), options.vrf );
-   Explained explained( options.words.back(), asked.service, asked.answer, namesOf( moment ) );
+   Explained explained( options.words.back(), asked.service, asked.answer,
+                        namesOf( moment, asked.service ) );
    if ( std::string reason = reasonBefore( moment, asked ); !reason.empty() ) {
       explained.reasonIs( reason );
    } else if ( asked.answer.client == Prove::tilfaClient ) {
-      if ( !options.whyNot.empty() ) {
-         throw std::runtime_error( "--why-not is for paths, and " + options.words.back()
-                                   + " is a repair" );
-      }
-      for ( const std::string & line : repairLines( moment.state, asked.service, asked.answer ) ) {
+      const Lab::VrfAf where{ asked.service.vrf, asked.service.af };
+      const auto names =
+         moment.lab ? Lab::RouterNames( *moment.lab, where ) : liveNames( moment.state, where );
+      for ( const std::string & line :
+            repairLines( moment.state, asked.service, asked.answer, names,
+                         linksByAddress( moment, asked.service, listed( options.whyNot ) ) ) ) {
          explained.reasonIs( line );
       }
    } else {
@@ -246,8 +273,10 @@ addExplainCommand( CLI::App & app, int & status ) {
                     "DESTINATION#ID" )
       ->required()
       ->expected( 1, 2 );
-   command->add_option( "--why-not", options->whyNot,
-                        "why not by this link or router, or these hops, with commas between them" );
+   command->add_option(
+      "--why-not", options->whyNot,
+      "why not by this link or router, or these hops, with commas between them; of "
+      "a repair the next hop first, then the repair nodes" );
    command->add_option( "--vrf", options->vrf, "VRF of the path, where several have such a one" );
    command
       ->add_option( "--at", options->at,

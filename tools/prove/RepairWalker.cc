@@ -96,11 +96,9 @@ RepairWalker::own( std::uint32_t at, const Originators & destination ) {
    return least;
 }
 
-/// Sends the packet by all next hops at once; whether it arrives by each of them. Begun at the
-/// router that is nearest after the failure, and originates the destination, it is there; elsewhere
-/// a router that originates it may as well use another one at the same cost.
 bool
-RepairWalker::forward( std::uint32_t from, const Originators & destination ) const {
+RepairWalker::forward( std::uint32_t from, const Originators & destination,
+                       Meeting * meeting ) const {
    const std::uint32_t here = own( from, destination );
    if ( here < far && here == rest( from, after( from ), destination ) ) {
       return true;
@@ -122,6 +120,9 @@ RepairWalker::forward( std::uint32_t from, const Originators & destination ) con
             continue;
          }
          if ( fails( at, step ) ) {
+            if ( meeting ) {
+               *meeting = { at, step };
+            }
             return false;
          }
          if ( visited_[ step.to ] != packet_ ) {
@@ -142,20 +143,15 @@ RepairWalker::crosses( std::uint32_t from, const Repair::Segment & segment ) con
    } );
 }
 
-/// Whether a link that does not fail leads there; for `adjacent` it is a shortest path after it.
-bool
-RepairWalker::joined( std::uint32_t from, std::uint32_t to ) const {
-   return mayCross( from )
-          && std::ranges::any_of( network_.steps[ from ], [ & ]( const Step & step ) {
-                return step.to == to && !fails( from, step );
-             } );
-}
-
-bool
-RepairWalker::adjacent( std::uint32_t from, std::uint32_t to ) const {
-   return std::ranges::any_of( network_.steps[ from ], [ & ]( const Step & step ) {
-      return step.to == to && !fails( from, step ) && step.metric == after( from )[ to ];
-   } );
+const RepairWalker::Step *
+RepairWalker::link( std::uint32_t from, std::uint32_t to, bool shortest ) const {
+   for ( const Step & step : network_.steps[ from ] ) {
+      if ( step.to == to && !fails( from, step )
+           && !( shortest && step.metric != after( from )[ to ] ) ) {
+         return &step;
+      }
+   }
+   return nullptr;
 }
 
 bool
@@ -182,7 +178,6 @@ RepairWalker::walk( const Repair & repair, const Originators & destination, bool
    return forward( at, destination );
 }
 
-/// Whether some path after the failure leads from the PLR through `from` and then `to`.
 bool
 RepairWalker::onPath( std::uint32_t from, std::uint32_t to,
                       const Originators & destination ) const {
@@ -221,7 +216,6 @@ RepairWalker::fewestNodes( std::uint32_t firstHop, const Originators & destinati
    return far;
 }
 
-/// Whether the step leads to a neighbour on a shortest path after the failure.
 bool
 RepairWalker::isFirst( const Step & step, const Originators & destination ) const {
    return !fails( failure_.plr, step ) && after( failure_.plr )[ step.to ] == step.metric
@@ -253,6 +247,76 @@ RepairWalker::nodesNeeded( const Originators & destination, bool mayLeave ) cons
 bool
 RepairWalker::reaches( std::uint32_t router, const Originators & destination ) const {
    return cost( before( router ), destination ) < far;
+}
+
+std::uint32_t
+RepairWalker::costBefore( std::uint32_t from, const Originators & destination ) const {
+   return rest( from, before( from ), destination );
+}
+
+std::uint32_t
+RepairWalker::costAfter( const Originators & destination ) const {
+   return cost( after( failure_.plr ), destination );
+}
+
+std::uint32_t
+RepairWalker::costAfterBy( std::uint32_t router, const Originators & destination ) const {
+   return std::min( far, after( failure_.plr )[ router ]
+                            + rest( router, after( router ), destination ) );
+}
+
+std::uint32_t
+RepairWalker::costAfterOver( std::uint32_t from, const Step & step,
+                             const Originators & destination ) const {
+   const std::uint32_t begin =
+      from == failure_.plr || mayCross( from ) ? after( failure_.plr )[ from ] : far;
+   return std::min( far, begin + step.metric + rest( step.to, after( step.to ), destination ) );
+}
+
+/// In layers by the number of nodes, as each list of so few has a shortest path to be on.
+RepairWalker::Shortest
+RepairWalker::shortest( const Originators & destination, std::uint32_t firstHop,
+                        std::uint32_t node ) const {
+   std::map< std::uint32_t, std::uint64_t > with, without;  // lists that end there, by the node
+   for ( const Step & step : network_.steps[ failure_.plr ] ) {
+      if ( ( firstHop == none || step.to == firstHop ) && isFirst( step, destination ) ) {
+         ( node == none ? with : without )[ step.to ] = 1;
+      }
+   }
+   for ( std::uint32_t nodes = 0; nodes <= maxNodes; ++nodes ) {
+      Shortest found{ nodes };
+      for ( const auto & [ last, lists ] : with ) {
+         found.count += forward( last, destination ) ? lists : 0;
+      }
+      if ( found.count > 0 ) {
+         return found;
+      }
+      std::map< std::uint32_t, std::uint64_t > nextWith, nextWithout;
+      for ( std::uint32_t to = 0; to < network_.steps.size(); ++to ) {
+         const auto extend = [ & ]( const auto & lists, auto & longer ) {
+            for ( const auto & [ from, count ] : lists ) {
+               if ( extends( from, to, nodes > 0, destination ) ) {
+                  longer[ to ] += count;
+               }
+            }
+         };
+         extend( with, nextWith );
+         extend( without, to == node ? nextWith : nextWithout );
+      }
+      with = std::move( nextWith );
+      without = std::move( nextWithout );
+   }
+   return {};
+}
+
+/// Whether a segment on the paths after the failure may lead there, by a link only where another
+/// segment came before.
+bool
+RepairWalker::extends( std::uint32_t from, std::uint32_t to, bool byLink,
+                       const Originators & destination ) const {
+   return to != from && to != failure_.plr && after( from )[ to ] < far
+          && onPath( from, to, destination )
+          && ( ( byLink && adjacent( from, to ) ) || forward( from, { { to, 0 } } ) );
 }
 
 std::string

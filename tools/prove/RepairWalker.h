@@ -73,13 +73,54 @@ class RepairWalker {
    /// Whether there is a way to the destination before the failure.
    bool reaches( std::uint32_t router, const Originators & destination ) const;
 
- private:
-   static constexpr std::uint32_t far = 0x3FFFFFFF;
+   // Why a repair is what it is.
+
+   static constexpr std::uint32_t far = 0x3FFFFFFF;  ///< a cost that nothing has
    using Step = RepairNetwork::Step;
+   /// Where a packet meets what fails.
+   struct Meeting {
+      std::uint32_t from = none;
+      Step step = {};
+   };
+   /// Sends the packet by all next hops at once; whether it arrives by each of them. Begun at the
+   /// router that is nearest after the failure, and originates the destination, it is there;
+   /// elsewhere a router that originates it may as well use another one at the same cost. Where it
+   /// meets what fails, `meeting` is set.
+   bool forward( std::uint32_t from, const Originators & destination,
+                 Meeting * meeting = nullptr ) const;
+   bool fails( std::uint32_t from, const Step & step ) const;
+   /// By the cheapest way, nothing failing.
+   std::uint32_t costBefore( std::uint32_t from, const Originators & destination ) const;
+   /// From the PLR, by the cheapest way after the failure.
+   std::uint32_t costAfter( const Originators & destination ) const;
+   /// The same, of the ways through that router.
+   std::uint32_t costAfterBy( std::uint32_t router, const Originators & destination ) const;
+   /// The same, of the ways over that step.
+   std::uint32_t costAfterOver( std::uint32_t from, const Step & step,
+                                const Originators & destination ) const;
+   /// Whether a repair on the paths after the failure may begin with that step of the PLR.
+   bool isFirst( const Step & step, const Originators & destination ) const;
+   /// Whether such a repair may have a segment between these.
+   bool onPath( std::uint32_t from, std::uint32_t to, const Originators & destination ) const;
+   /// A link between them that does not fail; for `shortest` one that is a shortest path after the
+   /// failure. Null where there is none.
+   const Step * link( std::uint32_t from, std::uint32_t to, bool shortest ) const;
+   /// Repairs on the paths after the failure with the fewest repair nodes, told apart by the first
+   /// hop and the repair nodes.
+   struct Shortest {
+      std::uint32_t nodes = none;
+      std::uint64_t count = 0;  ///< 0: there is none with at most `maxNodes`
+   };
+   /// Those that begin with that first hop and have that repair node, where these are given.
+   Shortest shortest( const Originators & destination, std::uint32_t firstHop = none,
+                      std::uint32_t node = none ) const;
+   /// Whether packets arrive by the repair. `mayLeave`: also off the paths after the failure.
+   bool walk( const Repair & repair, const Originators & destination, bool mayLeave ) const;
+
+ private:
    using Costs = std::vector< std::uint32_t >;
 
    bool mayCross( std::uint32_t router ) const { return !network_.overloaded[ router ]; }
-   bool fails( std::uint32_t from, const Step & step ) const;
    Costs costsFrom( std::uint32_t source, bool afterFailure ) const;
    const Costs & before( std::uint32_t router ) const;
    const Costs & after( std::uint32_t router ) const;
@@ -87,13 +128,13 @@ class RepairWalker {
    static std::uint32_t own( std::uint32_t at, const Originators & destination );
    std::uint32_t rest( std::uint32_t at, const Costs & costs,
                        const Originators & destination ) const;
-   bool forward( std::uint32_t from, const Originators & destination ) const;
    bool crosses( std::uint32_t from, const Repair::Segment & segment ) const;
-   bool joined( std::uint32_t from, std::uint32_t to ) const;
-   bool adjacent( std::uint32_t from, std::uint32_t to ) const;
-   bool walk( const Repair & repair, const Originators & destination, bool mayLeave ) const;
-   bool onPath( std::uint32_t from, std::uint32_t to, const Originators & destination ) const;
-   bool isFirst( const Step & step, const Originators & destination ) const;
+   bool joined( std::uint32_t from, std::uint32_t to ) const {
+      return mayCross( from ) && link( from, to, false );
+   }
+   bool adjacent( std::uint32_t from, std::uint32_t to ) const { return link( from, to, true ); }
+   bool extends( std::uint32_t from, std::uint32_t to, bool byLink,
+                 const Originators & destination ) const;
    std::uint32_t fewestNodes( std::uint32_t firstHop, const Originators & destination,
                               bool mayLeave ) const;
    std::uint32_t fewestNodes( const Originators & destination, bool mayLeave ) const;
