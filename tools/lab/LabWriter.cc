@@ -34,6 +34,15 @@ numberOf( float value ) {
 
 namespace {
 
+/// Adds a member that is new. By its name it would be looked for among all others.
+void
+append( Json & object, const std::string & key, Json value ) {
+   if ( object.is_null() ) {
+      object = Json::object();
+   }
+   object.get_ref< Json::object_t & >().emplace_back( key, std::move( value ) );
+}
+
 /// Adds the member where the value is not what it is anyway.
 template< class T >
 void
@@ -231,13 +240,13 @@ topologyOf( const LabTopology & topology ) {
    add( json, "export", topology.exported, !isis );
    add( json, "exportReady", topology.exportReady, true );
    for ( const auto & [ name, router ] : topology.routers ) {
-      json[ "routers" ][ name ] = routerOf( router );
+      append( json[ "routers" ], name, routerOf( router ) );
    }
    for ( const auto & [ name, link ] : topology.links ) {
-      json[ "links" ][ name ] = linkOf( name, link );
+      append( json[ "links" ], name, linkOf( name, link ) );
    }
    for ( const auto & [ name, lan ] : topology.lans ) {
-      json[ "lans" ][ name ] = lanOf( name, lan );
+      append( json[ "lans" ], name, lanOf( name, lan ) );
    }
    return json;
 }
@@ -353,8 +362,9 @@ void
 addTexts( Json & lab, const char * key, const LabStateTexts & texts ) {
    for ( const auto & [ path, text ] : texts ) {
       lab[ key ][ path ] =
-         text.type.empty() ? Json()
-                           : Json{ { "type", text.type }, { "value", Json::parse( text.value ) } };
+         text.type.empty()
+            ? Json()
+            : Json{ { "type", text.type }, { "value", nlohmann::json::parse( text.value ) } };
    }
 }
 
@@ -388,7 +398,7 @@ writtenDocument( const LabDocument & document ) {
    }
    for ( const auto & [ client, paths ] : document.paths ) {
       for ( const auto & [ name, path ] : paths ) {
-         lab[ "paths" ][ client ][ name ] = pathOf( path );
+         append( lab[ "paths" ][ client ], name, pathOf( path ) );
       }
    }
    addTexts( lab, "state", document.state );
