@@ -2,22 +2,14 @@
 // the topologies, wherever it stands in the text: the router, its TE router id, its interfaces and
 // its IS-IS identities, and the paths.
 
-#include "tools/lab/LabReader.h"
+#include "tools/lab/LabDocumentReader.h"
 
 #include "schema/CspfClient.h"
 #include "tools/state/StateWalk.h"
 
-#include <algorithm>
-#include <tuple>
-
 namespace Lab {
 
 namespace {
-
-auto
-keyOf( const LabPath & path ) {
-   return std::tuple( path.vrf, path.af, path.dst, path.id );
-}
 
 /// {"type", "value"}: a patch of what may stand at the path, `agents`: what the agent wrote there.
 /// Null takes away what else would be there.
@@ -50,70 +42,6 @@ readStateText( const LabCursor & at, bool agents ) {
    return text;
 }
 
-}
-
-class DocumentReader {
- public:
-   explicit DocumentReader( LabReading & reading )
-      : at_( reading.root_ ),
-        document( reading.document_ ),
-        topologyNames_( reading.topologyNames_ ),
-        pathNames_( reading.pathNames_ ) {}
-
-   void readAll();
-   /// Reads what a patch, which has been applied, names and bears on; nothing where that is more
-   /// than parts.
-   std::optional< LabChange > reread( const LabJson & patch );
-
- private:
-   /// Reads a member of the document if it is there.
-   template< class Read >
-   void section( std::string_view name, Read read ) {
-      if ( const LabJson * value = at_.value().find( name ) ) {
-         read( LabCursor( at_, name, *value ) );
-      }
-   }
-   void readScalars();
-   void readThrottle( const LabCursor & at );
-   void readTopologies( const LabCursor & at );
-   void readRouter( const LabCursor & at );
-   void readTe( const LabCursor & at );
-   void readSegmentRouting( const LabCursor & at );
-   void readInterface( const LabCursor & at, const Kivnet::IntfId & intf, Srlgs & srlgs );
-   void readInterfaces( const LabCursor & at );
-   void readClient( const LabCursor & at );
-   void readPaths( const LabCursor & at );
-   void setTeRouterId();
-   void setInterfaces();
-   void setSystemIds();
-   const LabRouter * self( const LabTopology & topology ) const;
-
-   /// Everything but topologies and paths.
-   void readSurroundings();
-   void readAllPaths();
-   /// What stands in state beside all else.
-   void readTexts();
-   void readPath( const LabCursor & at, const std::string & client );
-   bool rereadTopologies( const LabJson & patch, LabChange & change, bool & names );
-   void rereadSurroundings();
-   bool rereadPaths( const LabJson & patch );
-   bool bearsOnSelf( const LabTopologyChange & change ) const;
-   template< class Visit >
-   void forEachTopology( Visit visit ) const;
-
-   const LabCursor at_;
-   LabDocument & document;
-   std::map< std::string, LabTopologyNames > & topologyNames_;
-   std::map< std::string, LabPathNames > & pathNames_;
-};
-
-/// In the order of the text.
-template< class Visit >
-void
-DocumentReader::forEachTopology( Visit visit ) const {
-   for ( const LabJsonMember & member : *at_.value().find( "topologies" )->as< LabJsonObject >() ) {
-      visit( document.topologies.at( member.key ) );
-   }
 }
 
 void
@@ -370,126 +298,6 @@ DocumentReader::readPath( const LabCursor & at, const std::string & client ) {
       at.fail( "a VRF, family, destination and id that no other path of the client has",
                "those of " + LabJson( first->second ).inShort() );
    }
-}
-
-// ---- Parts anew ----
-
-namespace {
-
-/// Whether a path may name what the change brought or took: a router or an interface.
-bool
-bearsOnPaths( const LabTopologyChange & change ) {
-   const auto names = []( const LabLink & link ) {
-      return std::tie( link.a.router, link.a.intf, link.b.router, link.b.intf );
-   };
-   const auto & [ before, after ] = change;
-   return !before.lans.empty() || !after.lans.empty()
-          || !std::ranges::equal(
-             before.links, after.links, [ & ]( const auto & b, const auto & a ) {
-                return b.first == a.first && names( b.second ) == names( a.second );
-             } );
-}
-
-}
-
-/// Whether there is a link of the lab's router in it.
-bool
-DocumentReader::bearsOnSelf( const LabTopologyChange & change ) const {
-   return std::ranges::any_of( change.after.links, [ & ]( const auto & link ) {
-      return link.second.a.router == document.router || link.second.b.router == document.router;
-   } );
-}
-
-/// Gives whether that was all; sets the flag where paths may name what came or went.
-bool
-DocumentReader::rereadTopologies( const LabJson & patch, LabChange & change, bool & names ) {
-   const auto * members = patch.as< LabJsonObject >();
-   if ( !members ) {
-      return false;
-   }
-   const LabCursor at( at_, "topologies", *at_.value().find( "topologies" ) );
-   for ( const auto & [ name, part ] : *members ) {
-      const auto topology = document.topologies.find( name );
-      if ( topology == document.topologies.end() || !isOfElements( part ) ) {
-         return false;
-      }
-      auto reread = rereadTopology( LabCursor( at, name, *at.value().find( name ) ), part,
-                                    topology->second, topologyNames_[ name ] );
-      if ( !reread ) {
-         return false;
-      }
-      names |= part.find( "routers" ) || bearsOnPaths( *reread );
-      change.surroundings |= names || bearsOnSelf( *reread );
-      change.topologies.emplace( name, std::move( *reread ) );
-   }
-   return true;
-}
-
-void
-DocumentReader::rereadSurroundings() {
-   LabDocument fresh;
-   fresh.topologies = std::move( document.topologies );
-   fresh.paths = std::move( document.paths );
-   fresh.state = std::move( document.state );
-   fresh.published = std::move( document.published );
-   document = std::move( fresh );
-   readScalars();
-   readSurroundings();
-}
-
-bool
-DocumentReader::rereadPaths( const LabJson & patch ) {
-   const auto * clients = patch.as< LabJsonObject >();
-   const bool isOfPaths = clients && std::ranges::all_of( *clients, []( const auto & client ) {
-                             return client.value.template as< LabJsonObject >();
-                          } );
-   if ( !isOfPaths ) {
-      return false;
-   }
-   const LabCursor at( at_, "paths", *at_.value().find( "paths" ) );
-   for ( const auto & [ client, named ] : *clients ) {
-      const LabCursor there( at, client, *at.value().find( client ) );
-      checkPathName( there, client, "as key, a client's name" );
-      auto & paths = document.paths[ client ];
-      for ( const auto & [ name, patched ] : *named.as< LabJsonObject >() ) {
-         if ( const auto node = paths.extract( name ) ) {
-            pathNames_[ client ].erase( keyOf( node.mapped() ) );
-         }
-      }
-      for ( const auto & [ name, patched ] : *named.as< LabJsonObject >() ) {
-         if ( const LabJson * value = there.value().find( name ) ) {
-            readPath( LabCursor( there, name, *value ), client );
-         }
-      }
-   }
-   return true;
-}
-
-std::optional< LabChange >
-DocumentReader::reread( const LabJson & patch ) {
-   LabChange change;
-   bool names = false;
-   const auto * members = patch.as< LabJsonObject >();
-   if ( !members || patch.find( "state" ) || patch.find( "published" ) ) {
-      return std::nullopt;
-   }
-   const LabJson * topologies = patch.find( "topologies" );
-   const LabJson * paths = patch.find( "paths" );
-   const std::size_t parts = ( topologies ? 1 : 0 ) + ( paths ? 1 : 0 );
-   if ( topologies && !rereadTopologies( *topologies, change, names ) ) {
-      return std::nullopt;
-   }
-   const bool settings = members->size() > parts;
-   change.surroundings |= settings || paths;
-   if ( change.surroundings ) {
-      rereadSurroundings();
-   }
-   if ( names ) {
-      readAllPaths();
-   } else if ( paths && !rereadPaths( *paths ) ) {
-      return std::nullopt;
-   }
-   return change;
 }
 
 LabReading::LabReading( LabJson root ) : root_( std::move( root ) ) {

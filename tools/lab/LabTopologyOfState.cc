@@ -83,7 +83,7 @@ ownerOf( const IgpRouterId & pseudonode ) {
 
 /// Which pseudonode of the router that is; 0: none.
 std::uint8_t
-numberOf( const IgpRouterId & owner, const IgpRouterId & pseudonode ) {
+pseudonodeNumber( const IgpRouterId & owner, const IgpRouterId & pseudonode ) {
    unsigned number = 255;
    while ( number > 0
            && IgpRouterId( owner.pseudonode( static_cast< std::uint8_t >( number ) ) )
@@ -295,7 +295,7 @@ void
 TableWords::addLans( const TopoDb & table ) {
    for ( const NetworkId & id : Lum::sortedKeys( table.networkColl() ) ) {
       const auto dr = routers_.find( ownerOf( id.id() ) );
-      const std::uint8_t number = dr == routers_.end() ? 0 : numberOf( dr->first, id.id() );
+      const std::uint8_t number = dr == routers_.end() ? 0 : pseudonodeNumber( dr->first, id.id() );
       if ( number == 0 && shown_ == Shown::readable ) {
          continue;
       }

@@ -2,16 +2,11 @@
 // as far as they are given until both the link and the override of a direction have been read, so
 // that defaults apply to what the two say together.
 
-#include "tools/lab/LabReader.h"
+#include "tools/lab/LabTopologyReader.h"
 
-#include <algorithm>
 #include <set>
 
 namespace Lab {
-
-namespace {
-
-constexpr const char * unreservedShape = "bytes per second, one number or a list of 8";
 
 /// A link's attributes with what was not given still absent.
 struct GivenAttributes {
@@ -28,6 +23,10 @@ struct GivenAttributes {
       return attributes;
    }
 };
+
+namespace {
+
+constexpr const char * unreservedShape = "bytes per second, one number or a list of 8";
 
 std::array< float, 8 >
 readUnreserved( const LabCursor & at ) {
@@ -67,45 +66,7 @@ readKnownIntf( const LabCursor & at ) {
    return at.value().isNull() ? Kivnet::IntfId() : readIntf( at );
 }
 
-/// The parts of a topology that have elements by name.
-constexpr std::string_view routersKey = "routers", linksKey = "links", lansKey = "lans";
-
-class TopologyReader {
- public:
-   TopologyReader( LabTopology & topology, LabTopologyNames & names )
-      : topology( topology ),
-        names_( names ) {}
-
-   void read( const LabCursor & at );
-   std::optional< LabTopologyChange > reread( const LabCursor & at, const LabJson & patch );
-
- private:
-   /// Takes what the patch names out of `from`, and gives its names up.
-   void takeOut( const LabJson & patch, LabTopology & before );
-   void giveUp( const Addresses & addresses );
-   template< class Read >
-   void readNamed( const LabCursor & at, const LabJson & patch, std::string_view part, Read read );
-   bool leavesOthers( const LabTopologyChange & change ) const;
-
-   void readScalars( const LabCursor & at );
-   void readNumbers( const LabCursor & at );
-   void readRouter( const LabCursor & at );
-   void readLink( const LabCursor & at );
-   void readLan( const LabCursor & at );
-   LabLanMember readMember( const LabCursor & at, const std::string & lan );
-   LabLinkDirection readDirection( const LabCursor & at, const GivenAttributes & base );
-   Addresses readAddresses( const LabCursor & at );
-   LabNexthop readNexthop( const LabCursor & at ) const;
-   std::string readRouterName( const LabCursor & at, const std::string & name );
-   std::string readRouterName( const LabCursor & at ) {
-      return readRouterName( at, readText( at, "a router's name" ) );
-   }
-   template< class Read >
-   void section( const LabCursor & at, std::string_view name, Read read );
-
-   LabTopology & topology;
-   LabTopologyNames & names_;
-};
+}
 
 void
 TopologyReader::read( const LabCursor & at ) {
@@ -332,165 +293,11 @@ TopologyReader::readRouterName( const LabCursor & at, const std::string & name )
    return name;
 }
 
-// ---- Elements anew ----
-
-/// Moves the elements that the patch names from one map to the other.
-template< class Map, class Left >
-void
-moveNamed( const LabJson & patch, std::string_view part, Map & from, Map & to, Left left ) {
-   const LabJson * named = patch.find( part );
-   if ( !named ) {
-      return;
-   }
-   for ( const LabJsonMember & member : *named->as< LabJsonObject >() ) {
-      if ( auto node = from.extract( member.key ) ) {
-         left( to.insert( std::move( node ) ).position->second );
-      }
-   }
-}
-
-void
-TopologyReader::giveUp( const Addresses & addresses ) {
-   for ( const auto & address : addresses ) {
-      names_.addresses.erase( address );
-   }
-}
-
-void
-TopologyReader::takeOut( const LabJson & patch, LabTopology & before ) {
-   moveNamed( patch, routersKey, topology.routers, before.routers,
-              [ & ]( const LabRouter & router ) { names_.routerIds.erase( router.id ); } );
-   moveNamed( patch, linksKey, topology.links, before.links, [ & ]( const LabLink & link ) {
-      giveUp( link.a.addrs );
-      giveUp( link.b.addrs );
-   } );
-   moveNamed( patch, lansKey, topology.lans, before.lans, [ & ]( const LabLan & lan ) {
-      names_.pseudonodes.erase( { lan.dr, lan.pseudonode } );
-      for ( const auto & [ router, member ] : lan.members ) {
-         giveUp( member.addrs );
-      }
-   } );
-}
-
-template< class Read >
-void
-TopologyReader::readNamed( const LabCursor & at, const LabJson & patch, std::string_view part,
-                           Read read ) {
-   const LabJson * named = patch.find( part );
-   const LabJson * present = at.value().find( part );
-   if ( !named || !present ) {
-      return;
-   }
-   const LabCursor there( at, part, *present );
-   for ( const LabJsonMember & member : *named->as< LabJsonObject >() ) {
-      if ( const LabJson * value = present->find( member.key ) ) {
-         read( LabCursor( there, member.key, *value ) );
-      }
-   }
-}
-
-/// Calls `use( router's name )` for each time that an element names one.
-template< class Use >
-void
-forEachUse( const LabTopology & topology, Use use ) {
-   for ( const auto & [ name, link ] : topology.links ) {
-      use( link.a.router );
-      use( link.b.router );
-   }
-   for ( const auto & [ name, lan ] : topology.lans ) {
-      use( lan.dr );
-      for ( const auto & [ router, member ] : lan.members ) {
-         use( router );
-      }
-   }
-}
-
-/// Whether elements that the patch does not name are as they were: none of them has to do with a
-/// router that is gone, or that has another id.
-bool
-TopologyReader::leavesOthers( const LabTopologyChange & change ) const {
-   std::set< std::string_view > others;
-   for ( const auto & [ name, router ] : change.before.routers ) {
-      const auto now = topology.routers.find( name );
-      if ( now == topology.routers.end() || now->second.id != router.id ) {
-         others.insert( name );
-      }
-   }
-   bool leaves = true;
-   if ( !others.empty() ) {
-      forEachUse( topology,
-                  [ & ]( const std::string & router ) { leaves &= !others.contains( router ); } );
-   }
-   return leaves;
-}
-
-/// Copies the elements that the patch names.
-template< class Map >
-void
-copyNamed( const LabJson & patch, std::string_view part, const Map & from, Map & to ) {
-   if ( const LabJson * named = patch.find( part ) ) {
-      for ( const LabJsonMember & member : *named->as< LabJsonObject >() ) {
-         if ( const auto at = from.find( member.key ); at != from.end() ) {
-            to.insert( *at );
-         }
-      }
-   }
-}
-
-std::optional< LabTopologyChange >
-TopologyReader::reread( const LabCursor & at, const LabJson & patch ) {
-   LabTopologyChange change{ topology.outline(), topology.outline() };
-   auto & [ before, after ] = change;
-   // All are given up before one is taken: elements may exchange what others must not have.
-   takeOut( patch, before );
-   readNamed( at, patch, routersKey, [ & ]( const LabCursor & v ) { readRouter( v ); } );
-   readNamed( at, patch, linksKey, [ & ]( const LabCursor & v ) { readLink( v ); } );
-   readNamed( at, patch, lansKey, [ & ]( const LabCursor & v ) { readLan( v ); } );
-   if ( !leavesOthers( change ) ) {
-      return std::nullopt;
-   }
-   copyNamed( patch, routersKey, topology.routers, after.routers );
-   copyNamed( patch, linksKey, topology.links, after.links );
-   copyNamed( patch, lansKey, topology.lans, after.lans );
-   const LabJson * routers = patch.find( routersKey );
-   std::set< std::string > used;
-   for ( const LabTopology * part : { &before, &after } ) {
-      forEachUse( *part, [ & ]( const std::string & router ) { used.insert( router ); } );
-   }
-   for ( const std::string & router : used ) {
-      if ( const auto present = topology.routers.find( router );
-           present != topology.routers.end() ) {
-         after.routers.insert( *present );
-         if ( !routers || !routers->find( router ) ) {
-            before.routers.insert( *present );
-         }
-      }
-   }
-   return change;
-}
-
-}
-
 LabTopology
 readTopology( const LabCursor & at, LabTopologyNames & names ) {
    LabTopology topology;
    TopologyReader( topology, names ).read( at );
    return topology;
-}
-
-bool
-isOfElements( const LabJson & patch ) {
-   const auto * parts = patch.as< LabJsonObject >();
-   return parts && std::ranges::all_of( *parts, []( const LabJsonMember & part ) {
-             return ( part.key == routersKey || part.key == linksKey || part.key == lansKey )
-                    && part.value.as< LabJsonObject >();
-          } );
-}
-
-std::optional< LabTopologyChange >
-rereadTopology( const LabCursor & at, const LabJson & patch, LabTopology & topology,
-                LabTopologyNames & names ) {
-   return TopologyReader( topology, names ).reread( at, patch );
 }
 
 }
