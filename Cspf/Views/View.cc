@@ -364,7 +364,7 @@ AllTopoTeDbView::p2pNeighborOnLink( const Kivnet::IntfId &, const TopoId & ) con
 
 AllTopoNetwork
 AllTopoTeDbView::network( const AllTopoNetworkId & networkId ) const {
-   const AllTopoNetwork network = AllTopoDbView::network( networkId );
+   AllTopoNetwork network = AllTopoDbView::network( networkId );
    const Igp::Network * record = allTopoDb()->network( networkId );
    for ( const IgpRouterId & id : record ? record->routerSet() : Lum::Set< IgpRouterId >() ) {
       const CspfVertex router = topoGraph().router( networkId.topoId(), id );
