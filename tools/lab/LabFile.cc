@@ -108,7 +108,7 @@ LabPlayback::apply() {
 LabChange
 LabPlayback::apply( const LabJson & patch ) {
    LabReading reading = reading_;
-   const LabChange change = reading.apply( patch );
+   LabChange change = reading.apply( patch );
    reading_ = std::move( reading );
    return change;
 }

@@ -124,7 +124,7 @@ readPaths( const Zorch::TableStore & tables, const LabNames & names, LabDocument
          const auto named = names.find( pathNameKey( path, key ) );
          std::string name = named == names.end() ? State::toText( key ) : named->second;
          if ( paths.contains( name ) ) {
-            name = words[ 0 ] + "/" + words[ 1 ] + "/" + name;
+            name.insert( 0, words[ 0 ] + "/" + words[ 1 ] + "/" );
          }
          paths.emplace( name, pathOf( document, nodes, table, *config->pathConfigFind( key ) ) );
       }

@@ -222,7 +222,7 @@ lanOf( const std::string & name, const LabLan & lan ) {
    for ( const auto & [ router, member ] : lan.members ) {
       Json & one = json[ "members" ][ router ] = Json::object();
       addAddresses( one, "addr", member.addrs );
-      addIntf( one, "intf", member.intf, name + "." + router );
+      addIntf( one, "intf", member.intf, std::string( name ).append( "." ).append( router ) );
       addNexthop( one, "nexthop", member.nexthop );
       add( one, "attached", member.attached, true );
       addAttributes( one, member.attributes );

@@ -21,7 +21,7 @@ namespace Redis {
 namespace {
 
 constexpr std::size_t perTurn = 1u << 20;  // bytes read before others have their turn
-constexpr std::size_t perPiece = 32 * 1024;
+constexpr std::size_t perPiece = 1u << 15;
 
 union AnyAddress {
    sockaddr any;
