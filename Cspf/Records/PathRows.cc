@@ -54,6 +54,7 @@ PathStatusCache::result() const {
 
 void
 PathStatusCache::resultIs( const CspfPathResult & result ) {
+   routers = {};  // whoever knows them says so behind this
    pathIs( result.path );
    pathSrlgIs( result.pathSrlg );
    pathTeRouterIdIs( result.pathTeRouterId );

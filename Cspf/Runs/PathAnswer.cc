@@ -49,8 +49,10 @@ fillPathStatusCache( const PathStatusInfo & path, const CspfData & cspfData,
    if ( !cspfData.fillHopByHopPathForTep( tep, old, answer ) ) {
       return noPath( cache, "path to tep " + tep.stringValue() + " has too many hops" );
    }
-   cache.routers = key.keptWhileValid() ? cspfData.pathRouters() : CspfPathRouters();
    cache.resultIs( answer );
+   if ( key.keptWhileValid() ) {
+      cache.routers = cspfData.pathRouters();
+   }
    return {};
 }
 
@@ -67,7 +69,6 @@ std::string
 noPath( PathStatusCache & cache, std::string reason ) {
    CspfPathResult none = cache.result();
    none.clear();
-   cache.routers = {};
    cache.resultIs( none );
    return reason;
 }
