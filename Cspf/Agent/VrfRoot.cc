@@ -187,7 +187,7 @@ VrfRoot::disableTopoDbClient() {
    if ( topoDbClient()->needTopoDbs() == 0 ) {
       dir_->entityDel( topoDbClientName );
    }
-   topoDbClientIs( nullptr );
+   topoDbClientDel();
 }
 
 const Lum::Ptr< ConstraintStatusTable > &

@@ -86,6 +86,7 @@ class VrfRoot : public Lum::Entity {
    ~VrfRoot() override;
 
    LUM_ATTRIBUTE( cliConfig, Lum::Ptr< const CspfCliConfig > );
+   void cliConfigDel() { cliConfigIs( nullptr ); }
    LUM_CHILD( constraintInfoTable, ConstraintInfoTable );
    LUM_CHILD( constraintStatsTable, ConstraintStatsTable );
    LUM_CHILD( dedupConstraintTable, DedupConstraintTable );
@@ -101,6 +102,7 @@ class VrfRoot : public Lum::Entity {
    LUM_CHILD( allTopoDbStatus, AllTopoDbStatus );
    LUM_CHILD( allTopoDbSm, AllTopoDbSm );
    LUM_ATTRIBUTE( topoDbClient, Lum::Ptr< Routing::Topology::Client > );
+   void topoDbClientDel() { topoDbClientIs( nullptr ); }
    LUM_CHILD( teIntfStatusSm, TeIntfStatusSm );
    LUM_CHILD( repairScope, RepairScope );
    LUM_CHILD( childPathStatusCacheSm, ChildPathStatusCacheSm );

@@ -27,9 +27,10 @@ DedupPqInfoLTNotifiee::handleRemove( const Lum::Ptr< Kiv::DedupHandle > & handle
 DedupPqInfoTable::DedupPqInfoTable( const Lum::Ptr< Status > & status,
                                     const Kiv::Range & identifiers )
    : status_( status ),
-     idConfig_( Lum::make< Kiv::NumAllocatorConfig >( identifiers ) ),
+     idConfig_( identifiers ),
      idStatus_( Lum::make< Kiv::NumAllocatorStatus >() ),
-     idAllocator_( Lum::make< Kiv::NumAllocator >( idConfig_, idStatus_ ) ),
+     idAllocator_( Lum::make< Kiv::NumAllocator >(
+        Lum::make< Kiv::NumAllocatorConfig >( identifiers ), idStatus_ ) ),
      dedupTable_( Lum::make< Kiv::DedupTable< DedupPqInfo > >() ) {}
 
 DedupPqInfoTable::~DedupPqInfoTable() {
@@ -49,8 +50,7 @@ void
 DedupPqInfoTable::takeOverPublished() {
    for ( const auto & [ pathKey, path ] : status_->pathStatusColl() ) {
       const std::uint32_t idx = path.repairPathIdx();
-      if ( idx >= idConfig_->range().first() && idx <= idConfig_->range().last()
-           && status_->pqInfoHas( idx ) ) {
+      if ( idx >= idConfig_.first() && idx <= idConfig_.last() && status_->pqInfoHas( idx ) ) {
          named_[ pathKey ] = idx;
          ++uses_[ idx ].paths;
       }

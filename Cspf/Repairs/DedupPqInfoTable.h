@@ -50,7 +50,8 @@ class DedupPqInfoTable : public Lum::Reactor {
    const Lum::Ptr< Status > & status() const noexcept { return status_; }
    const Lum::Ptr< Kiv::DedupTable< DedupPqInfo > > & dedupTable() const { return dedupTable_; }
    const Lum::Ptr< Kiv::NumAllocator > & idAllocator() const { return idAllocator_; }
-   const Lum::Ptr< Kiv::NumAllocatorConfig > & idConfig() const { return idConfig_; }
+   /// The identifiers that there are.
+   const Kiv::Range & idConfig() const { return idConfig_; }
    const Lum::Ptr< Kiv::NumAllocatorStatus > & idStatus() const { return idStatus_; }
 
  private:
@@ -66,7 +67,7 @@ class DedupPqInfoTable : public Lum::Reactor {
    void withdrawIfUnused( std::uint32_t idx );
 
    const Lum::Ptr< Status > status_;
-   const Lum::Ptr< Kiv::NumAllocatorConfig > idConfig_;
+   const Kiv::Range idConfig_;
    const Lum::Ptr< Kiv::NumAllocatorStatus > idStatus_;
    const Lum::Ptr< Kiv::NumAllocator > idAllocator_;
    const Lum::Ptr< Kiv::DedupTable< DedupPqInfo > > dedupTable_;

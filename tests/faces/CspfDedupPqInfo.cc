@@ -12,7 +12,7 @@ TEST( Faces, CspfDedupPqInfo ) {
    const auto info = table->dedup( path );
    EXPECT_EQ( table->dedup( path ), info );
    EXPECT_EQ( info->hash(), DedupPqInfo( path ).hash() );
-   EXPECT_EQ( info->pqIdx(), table->idConfig()->range().first() );
+   EXPECT_EQ( info->pqIdx(), table->idConfig().first() );
    EXPECT_EQ( table->idStatus()->inUse(), 1u );
    EXPECT_TRUE( table->idAllocator() && table->dedupTable() );
    path.pathDelAll();
