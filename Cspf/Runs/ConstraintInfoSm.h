@@ -131,8 +131,9 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
    void handlePathUpdate( const PathInfoKey & key ) override;
    void handleTopoChanged();
    void handleThrottleTimeout() override;
-   /// Hands the results of a run to these of the constraint's paths; null: there was nothing to
-   /// run.
+   /// Hands the results of a run to the constraint's paths; null: there was nothing to run.
+   void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData );
+   /// ... to these of them.
    void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData,
                                const std::vector< PathInfoKey > & paths );
 

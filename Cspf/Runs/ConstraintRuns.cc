@@ -245,6 +245,11 @@ ConstraintInfoSm::newCspfData( const NodeId & source, const std::vector< PathInf
 }
 
 void
+ConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData ) {
+   updatePathStatusCache( cspfData, Lum::sortedKeys( constraintInfo()->pathColl() ) );
+}
+
+void
 ConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData,
                                          const std::vector< PathInfoKey > & paths ) {
    for ( const PathInfoKey & key : paths ) {

@@ -12,4 +12,7 @@ static_assert(
           &ConstraintInfoSmBase::clearCspfData, &ConstraintInfoSmBase::timerRunning,
           &ConstraintInfoSmBase::timerRunningIs, &ConstraintInfoSmBase::timerTaskDel,
           &ConstraintInfoSmBase::doPrepareToDie, &ConstraintInfoSm::handleThrottleTimeout,
-          &ConstraintInfoSm::updatePathStatusCache, &ConstraintInfoSm::hasNotificationActiveIs > );
+          &ConstraintInfoSm::hasNotificationActiveIs > );
+static_assert( requires( ConstraintInfoSm & machine, Lum::Ptr< CspfData > cspfData ) {
+   machine.updatePathStatusCache( cspfData );
+} );
