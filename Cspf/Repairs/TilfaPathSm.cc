@@ -58,7 +58,9 @@ TilfaPathSm::TilfaPathSm( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
 
 void
 TilfaPathSm::handleInitialized() {
-   LUM_WATCH( scope_, changeCount, handleScope );
+   if ( scope_ ) {
+      LUM_WATCH( scope_, changeCount, handleScope );
+   }
    PathSmBase::handleInitialized();
 }
 
@@ -106,7 +108,7 @@ TilfaPathSm::tilfaPathInfoKeyColl( const PathKey & pathKey, TilfaPathInfoKeyInde
 TopoId
 TilfaPathSm::topoIdOf( const PathKey & pathKey, const PathConstraint & constraint,
                        const TopoId & before ) const {
-   if ( constraint.topoId() ) {
+   if ( constraint.topoId() || !scope_ ) {
       return constraint.topoId();
    }
    const TopoId now = scope_->topoId( repairConstraint( constraint ).excludeIntf(), pathKey.dst() );

@@ -18,12 +18,13 @@ namespace Cspf {
 ///   PathStatusInfo.stage2RequestCount  handleFirstResult   rows of replaced trees (removes)
 class TilfaPathSm : public PathSmBase {
    LUM_ENTITY( Cspf, TilfaPathSm );
+   /// `scope` may be null: requests that name no topology are computed over all of them.
    TilfaPathSm( Kivnet::AddressFamily af, const L3::VrfName & vrfName, const Lum::String & name,
                 const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
                 const Lum::Ptr< const Config > & cspfConfig, const Lum::Ptr< Status > & cspfStatus,
                 const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
                 const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable,
-                const Lum::Ptr< const RepairScope > & scope );
+                const Lum::Ptr< const RepairScope > & scope = nullptr );
 
    void handleInitialized() override;
    void handleCspfConfig( const PathKey & pathKey ) override;

@@ -18,6 +18,13 @@ static_assert(
           &TilfaPathSm::externalPathInfoKey, &TilfaPathSm::doCleanupPathInfoKeyEntries > );
 
 TEST( Faces, CspfPqComputeSm ) {
+   const auto config = Lum::make< Config >();
+   const auto configs = Lum::make< PathConfigInfoTable >();
+   const auto machine = Lum::make< TilfaPathSm >(
+      Kivnet::AddressFamily::ipv4, L3::VrfName( "default" ), tilfaClientName, nullptr, config,
+      Lum::make< Status >(), configs, Lum::make< PathStatusInfoTable >() );
+   config->pathConfigIs( PathConfig() );
+   EXPECT_TRUE( configs->pathConfigInfoHas( machine->externalPathInfoKey( {} ) ) );
    const TilfaPathInfoKeyColl keys{ true, {}, "tilfa", {}, {} };
    EXPECT_EQ( Lum::valueString( keys ).find( "Value('Cspf::TilfaPathInfoKeyColl', ** "
                                              "{'isLinkProtection': True, 'pathKey': Value(" ),
