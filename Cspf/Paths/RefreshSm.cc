@@ -223,7 +223,8 @@ RsvpPathRefreshSm::publishPathMetadata( const RsvpPathValidator & validator ) {
 void
 RsvpPathRefreshSm::setRefreshNeededForLinkedPaths() {
    const double since = constraintInfo()->topoInfoChangedAt();
-   for ( const auto & [ segment, child ] : pathConfigInfo()->childPathColl() ) {
+   const auto children = pathConfigInfo()->childPathColl();  // whoever hears of one may end others
+   for ( const auto & [ segment, child ] : children ) {
       if ( const auto & status = context_.pathStatusInfoTable->pathStatusInfo( child ) ) {
          status->refreshIs( refreshReasonTopoChanged, since );
       }

@@ -197,7 +197,7 @@ PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoK
    if ( held.parentPathInfoKey() != wanted.parentPathInfoKey() ) {
       addRows( wanted.parentPathInfoKey(), cspfConfig() );  // takes over what is reserved
       deleteRows( held.parentPathInfoKey() );
-      doCleanupChildPathInfoKeyEntries( held );
+      deleteChildren( held );
       return;
    }
    for ( const auto & [ index, child ] : held.childPathInfoKeyColl() ) {
@@ -222,16 +222,26 @@ PathSm::externalPathInfoKey( const PathKey & pathKey ) const {
 void
 PathSm::doCleanupPathInfoKeyEntries( const PathKey & pathKey ) {
    TRACE7( "Deleting all PathInfoKey Entries for " << pathKey.dst() << ", id " << pathKey.id() );
-   const auto held = getLinkedPathsFromPathConfigInfo( pathKey );
+   doCleanupChildPathInfoKeyEntries( pathKey );
+   const PathInfoKey parent = currentExternalPathInfoKey( pathKey );
    currentExternalPathInfoKeyDel( pathKey );
-   if ( held->parentPathInfoKey() ) {
-      deletePathInfoKey( held->parentPathInfoKey() );
-      doCleanupChildPathInfoKeyEntries( *held );
+   if ( parent ) {
+      deletePathInfoKey( parent );
    }
 }
 
+/// The parent hears of none of them any more when the first one goes.
 void
-PathSm::doCleanupChildPathInfoKeyEntries( const LinkedPathInfoKeys & held ) {
+PathSm::doCleanupChildPathInfoKeyEntries( const PathKey & pathKey ) {
+   const auto held = getLinkedPathsFromPathConfigInfo( pathKey );
+   for ( const auto & [ index, child ] : held->childPathInfoKeyColl() ) {
+      unlinkPathInfoKeys( held->parentPathInfoKey(), static_cast< std::uint8_t >( index ), child );
+   }
+   deleteChildren( *held );
+}
+
+void
+PathSm::deleteChildren( const LinkedPathInfoKeys & held ) {
    for ( const auto & [ index, child ] : held.childPathInfoKeyColl() ) {
       deletePathInfoKey( child );
    }

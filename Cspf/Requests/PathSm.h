@@ -127,7 +127,8 @@ class PathSm : public PathSmBase {
    void handleCspfConfig( const PathKey & pathKey ) override;
    PathInfoKey externalPathInfoKey( const PathKey & pathKey ) const override;
    void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) override;
-   void doCleanupChildPathInfoKeyEntries( const LinkedPathInfoKeys & held );
+   /// Removes the keys of the path's segments.
+   void doCleanupChildPathInfoKeyEntries( const PathKey & pathKey );
 
    /// The key under which each of the client's own paths is tracked.
    LUM_COLLECTION( currentExternalPathInfoKey, PathKey, PathInfoKey );
@@ -149,6 +150,7 @@ class PathSm : public PathSmBase {
                             const PathInfoKey & childPathInfoKey );
 
  private:
+   void deleteChildren( const LinkedPathInfoKeys & held );
    void doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted );
 };
 

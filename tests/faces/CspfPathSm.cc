@@ -11,7 +11,7 @@ static_assert(
           &PathSmBase::doCheckPathUsageAndUpdate, &PathSmBase::doCleanupStalePathEntries,
           &PathSmBase::deletePathInfoKey, &PathSmBase::vrfName, &PathSmBase::initialized,
           &PathSmBase::dumpState, &PathSm::handleCspfConfig, &PathSm::doCleanupPathInfoKeyEntries,
-          &PathSm::doCleanupChildPathInfoKeyEntries, &PathSm::addOrUpdateChildPathInfoKey,
+          &PathSm::addOrUpdateChildPathInfoKey,
           &PathSm::deleteChildPathInfoKey, &PathSm::linkPathInfoKeys, &PathSm::unlinkPathInfoKeys,
           &PathSm::currentExternalPathInfoKeyIs, &PathSm::currentExternalPathInfoKeyDel,
           &LinkedPathInfoKeys::childPathInfoKeyIs, &LinkedPathInfoKeys::childPathInfoKeyDel,
@@ -39,6 +39,8 @@ TEST( Faces, CspfPathSm ) {
    EXPECT_FALSE( held->hasChildPathInfoKey( held->parentPathInfoKey() ) );
    EXPECT_EQ( machine->currentExternalPathInfoKey( {} ), held->parentPathInfoKey() );
    EXPECT_EQ( configs->pathConfigInfo( machine->externalPathInfoKey( {} ) )->childPaths(), 2u );
+   machine->doCleanupChildPathInfoKeyEntries( {} );
+   EXPECT_EQ( configs->pathConfigInfos(), 1u );
    config->pathConfigDel( {} );
    EXPECT_EQ( configs->pathConfigInfos() + machine->currentExternalPathInfoKeys(), 0u );
 }
