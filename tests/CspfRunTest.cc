@@ -82,6 +82,20 @@ TEST( CspfRun, equalCostChoicesStayAndSpread ) {
    EXPECT_EQ( chosen.size(), 3u ) << "all paths of least cost, by and by";
 }
 
+TEST( CspfRun, choicesAcrossLansKeepToHopsAlone ) {
+   TopoStore store( "A -10- B; A -10- C; B =lan1= C D; D -10- E" );
+   store.path( "10.0.0.5" );
+   const auto inUse = store.last.path;
+   for ( int again = 0; again < 40; ++again ) {
+      const auto data = store.run( {}, { "10.0.0.5" }, []( CspfData & ) {} );
+      const auto path = Lum::make< PathArray >();
+      EXPECT_TRUE(
+         data->fillHopByHopPathForTep( ip( "10.0.0.5" ), inUse, path, Lum::make< PathSrlg >(),
+                                       Lum::make< PathTeRouterId >(), Lum::make< IncludeIps >() ) );
+      ASSERT_EQ( path->path(), inUse->path() );
+   }
+}
+
 TEST( CspfRun, tellsWhatItDoesToWhoeverListens ) {
    nlohmann::json core =
       labTopology( "A -10- B -0- C; B -16777215- D; B -10{group 4}- E; A =lan1= F H; "

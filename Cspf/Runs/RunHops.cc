@@ -76,9 +76,18 @@ CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep,
                                   const Lum::Ptr< PathSrlg > & pathSrlg,
                                   const Lum::Ptr< PathTeRouterId > & pathTeRouterId,
                                   const Lum::Ptr< IncludeIps > & includeIps ) const {
-   static const PathArray::Hops none;
+   std::vector< Kivnet::IpGenAddr > routers;
+   const auto old = [ & ]() -> CspfOldPath {
+      if ( !oldPath ) {
+         return {};
+      }
+      routers.clear();
+      for ( const Kivnet::IpGenAddr & hop : oldPath->path() ) {
+         routers.push_back( view_->teRouterIdOfNodeWithTep( hop ) );
+      }
+      return { oldPath->path(), routers };
+   };
    CspfPathResult result;
-   const auto old = [ & ]() { return CspfOldPath{ oldPath ? oldPath->path() : none, none }; };
    const bool found = fillHopByHopPathForTep( tep, old, result );
    path->path_ = result.path->path();
    path->isPathFromSourceToSourceIs( result.path->isPathFromSourceToSource() );
