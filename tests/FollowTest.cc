@@ -232,15 +232,18 @@ TEST( Follow, AChangeThatConcernsNobodyTouchesNoPath ) {
                    { { "id", n } } );
    }
    lab.settle();
-   static std::size_t stages;
-   stages = 0;
+   std::size_t stages = 0, resets = 0;
    Gemtrace::sinkIs(
-      []( int, std::string_view text ) { stages += text.find( "Trigger stage2" ) != text.npos; },
+      [ & ]( int, std::string_view text ) {
+         stages += text.find( "Trigger stage2" ) != text.npos;
+         resets += text.starts_with( "Cspf::PathRefreshSm::handleTopoChanged(): topoChangedAt" );
+      },
       8 );
    const std::uint32_t runs = lab.runs();
    lab.link( "A-D", { { "metric", 60 } } );
    lab.settle();
    EXPECT_EQ( stages, 0u );
+   EXPECT_EQ( resets, 50u ) << "each is told of all the same";
    EXPECT_EQ( lab.runs(), runs + 1 );
    EXPECT_NE( lab.dump().find( "Path Refresh Stage1 Count: 2" ), std::string::npos );
    lab.link( "B-C", { { "metric", 85 } } );

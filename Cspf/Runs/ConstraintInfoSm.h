@@ -138,6 +138,7 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
                                const std::vector< PathInfoKey > & paths );
 
  private:
+   void tellFollowers() const;
    void markFollowers( const std::vector< PathInfoKey > & paths );
    bool follows( const NodeId & source );
    void answerFollowers( const NodeId & source, const char * operation );

@@ -101,10 +101,24 @@ ConstraintInfoSm::answerEachOne( const NodeId & source, bool kept, const char * 
    }
 }
 
+/// Tells of each follower what its own machine would.
+void
+ConstraintInfoSm::tellFollowers() const {
+   for ( const auto & [ key, uses ] : constraintInfo()->pathColl() ) {
+      if ( key.followsConstraint() ) {
+         TRACE8_FOR( "virtual void Cspf::PathRefreshSm::handleTopoChanged()",
+                     "topoChangedAt reset for " << key.traceString() );
+      }
+   }
+}
+
 /// Followers are marked together. Those that are marked themselves have asked before.
 void
 ConstraintInfoSm::handleTopoChanged() {
    ConstraintInfo & info = *constraintInfo();
+   if ( Trace::wanted( 8 ) ) {
+      tellFollowers();
+   }
    if ( info.marked || info.followers == 0 ) {
       return;
    }
