@@ -90,7 +90,8 @@ VrfRoot::handleInitialized() {
    if ( teStatus_ ) {
       teIntfStatusSmIs( teStatus_, pathConfigInfoTable() );
    }
-   childPathStatusCacheSmIs( childPathTables() );
+   childPathStatusCacheSmIs( pathConfigInfoTable(), pathStatusCacheTable(), pathStatusInfoTable(),
+                             constraintStatsTable() );
    repairScopeIs( topology_ );
    prefixWatchIs( allTopoDbStatus() );
    protectionTableIs();

@@ -137,8 +137,9 @@ class VrfRoot : public Lum::Entity {
    /// ... and of validations of published paths.
    PathValidationMemory & pathValidationMemory() noexcept { return *pathValidationMemory_; }
    /// The tables in which a path stands with its segments.
-   ChildPathTables childPathTables() const {
-      return { pathConfigInfoTable(), pathStatusCacheTable(), pathStatusInfoTable(),
+   StitchTables stitchTables() const {
+      return { { pathConfigInfoTable(), pathStatusCacheTable(), pathStatusInfoTable(),
+                 constraintStatsTable() },
                constraintInfoTable() };
    }
    /// What its computations see. There is none before it is initialized.

@@ -191,8 +191,8 @@ VrfRootSm::doInitPathSms( const PathInfoKey & key,
    if ( isStitched( key ) ) {
       vrfRoot_->rsvpPathStitchSmIs(
          key, new RsvpPathStitchSm( vrfRoot_->topology(), vrfRoot_->pathValidationMemory(),
-                                    vrfRoot_->runMemory(), vrfRoot_->childPathTables(),
-                                    pathConfigInfo, pathStatusInfo, cache ) );
+                                    vrfRoot_->runMemory(), vrfRoot_->stitchTables(), pathConfigInfo,
+                                    pathStatusInfo, cache ) );
    }
    vrfRoot_->pathConstraintSmIs( key, new PathConstraintSm( *this, pathStatusInfo ) );
 }

@@ -38,11 +38,6 @@ ChildPathTables::cspfDataConsistent( const PathInfoKey & parent ) const {
 }
 
 bool
-ChildPathTables::cspfDataFresh( const PathInfoKey & parent ) const {
-   return allChildren( parent, [ & ]( const PathInfoKey & child ) { return childFresh( child ); } );
-}
-
-bool
 ChildPathTables::childAnswers( const PathInfoKey & child, double since ) const {
    const auto & status = pathStatusInfoTable->pathStatusInfo( child );
    const auto & cache = pathStatusCacheTable->pathStatusCache( child );
@@ -50,14 +45,19 @@ ChildPathTables::childAnswers( const PathInfoKey & child, double since ) const {
    if ( !status || !cache || ( status->refreshNeeded() && ( status->refreshReason() & asked ) ) ) {
       return false;
    }
-   const auto & info = constraintInfoTable->constraintInfo( status->constraint() );
+   const auto & stats = constraintStatsTable->constraintStats( status->constraint() );
    const auto & cspfData = cache->cspfData();
    // A segment that starts nowhere has an answer, though there was nothing to run.
-   return info && ( cspfData ? cspfData->ranAt() >= since : info->sourceMissing() );
+   return stats && ( cspfData ? cspfData->ranAt() >= since : stats->sourceMissing );
 }
 
 bool
-ChildPathTables::childFresh( const PathInfoKey & child ) const {
+StitchTables::cspfDataFresh( const PathInfoKey & parent ) const {
+   return allChildren( parent, [ & ]( const PathInfoKey & child ) { return childFresh( child ); } );
+}
+
+bool
+StitchTables::childFresh( const PathInfoKey & child ) const {
    const auto & status = pathStatusInfoTable->pathStatusInfo( child );
    const auto & cache = pathStatusCacheTable->pathStatusCache( child );
    if ( !status || !cache ) {

@@ -9,22 +9,30 @@ struct ChildPathTables {
    Lum::Ptr< const PathConfigInfoTable > pathConfigInfoTable;
    Lum::Ptr< PathStatusCacheTable > pathStatusCacheTable;
    Lum::Ptr< const PathStatusInfoTable > pathStatusInfoTable;
-   Lum::Ptr< const ConstraintInfoTable > constraintInfoTable;
+   Lum::Ptr< const ConstraintStatsTable > constraintStatsTable;
 
    /// True when each child of the parent has a result, and none of them has yet to follow its
    /// request or the change that the parent's refresh is for. Results may be of different moments
    /// since then. True for a parent without children. O(children).
    bool cspfDataConsistent( const PathInfoKey & parent ) const;
+
+ protected:
+   template< class Test >
+   bool allChildren( const PathInfoKey & parent, Test && test ) const;
+
+ private:
+   bool childAnswers( const PathInfoKey & child, double since ) const;
+};
+
+/// ... and in which it stands what has changed since.
+struct StitchTables : ChildPathTables {
+   Lum::Ptr< const ConstraintInfoTable > constraintInfoTable;
+
    /// True when no child's constraint saw the topology change after the run that gave the child's
    /// result. O(children).
    bool cspfDataFresh( const PathInfoKey & parent ) const;
    /// ... of one child.
    bool childFresh( const PathInfoKey & child ) const;
-
- private:
-   bool childAnswers( const PathInfoKey & child, double since ) const;
-   template< class Test >
-   bool allChildren( const PathInfoKey & parent, Test && test ) const;
 };
 
 /// Answers for one parent path whether its segments are still being computed.
@@ -81,7 +89,12 @@ class ChildPathStatusSm : public Lum::Reactor {
 ///                                                                    refreshedStage1Count
 class ChildPathStatusCacheSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, ChildPathStatusCacheSm );
-   explicit ChildPathStatusCacheSm( const ChildPathTables & tables ) : tables_( tables ) {}
+   ChildPathStatusCacheSm( const Lum::Ptr< const PathConfigInfoTable > & pathConfigInfoTable,
+                           const Lum::Ptr< PathStatusCacheTable > & pathStatusCacheTable,
+                           const Lum::Ptr< const PathStatusInfoTable > & pathStatusInfoTable,
+                           const Lum::Ptr< const ConstraintStatsTable > & constraintStatsTable )
+      : tables_{ pathConfigInfoTable, pathStatusCacheTable, pathStatusInfoTable,
+                 constraintStatsTable } {}
    LUM_CHILDREN( childPathStatus, PathInfoKey, ChildPathStatusSm );
 
    void handleInitialized() override;

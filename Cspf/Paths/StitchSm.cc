@@ -18,15 +18,14 @@
 namespace Cspf {
 
 RsvpPathStitchSm::RsvpPathStitchSm( const VrfTopology & topology, PathValidationMemory & memory,
-                                    CspfRunMemory & runMemory,
-                                    const ChildPathTables & childPathTables,
+                                    CspfRunMemory & runMemory, const StitchTables & stitchTables,
                                     const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                                     const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                                     const Lum::Ptr< PathStatusCache > & pathStatusCache )
    : topology_( topology ),
      memory_( memory ),
      runMemory_( runMemory ),
-     childPathTables_( childPathTables ),
+     stitchTables_( stitchTables ),
      pathConfigInfo_( pathConfigInfo ),
      pathStatusInfo_( pathStatusInfo ),
      pathStatusCache_( pathStatusCache ) {}
@@ -43,7 +42,7 @@ RsvpPathStitchSm::childPathInfoKey( std::uint8_t segment ) const {
 
 bool
 RsvpPathStitchSm::cspfDataConsistent() const {
-   return childPathTables_.cspfDataConsistent( pathStatusInfo_->pathInfoKey() );
+   return stitchTables_.cspfDataConsistent( pathStatusInfo_->pathInfoKey() );
 }
 
 void
@@ -84,7 +83,7 @@ RsvpPathStitchSm::stitch( PathStitcher & stitcher, const PathConstraint & constr
 RsvpPathStitchSm::Outcome
 RsvpPathStitchSm::stitchSegments( PathStitcher & stitcher, const PathConstraint & constraint,
                                   std::string & error ) const {
-   const ChildPathTables & children = childPathTables_;
+   const StitchTables & children = stitchTables_;
    for ( const PathSegment & segment : pathSegments( constraint, pathKey().dst() ) ) {
       error = segment.loose ? doUpdatePathForLooseHop( stitcher, segment )
                             : stitcher.doUpdatePathForStrictHop( segment );
@@ -104,14 +103,14 @@ RsvpPathStitchSm::doUpdatePathForLooseHop( PathStitcher & stitcher,
                                            const PathSegment & segment ) const {
    const PathInfoKey key = childPathInfoKey( segment.index );
    Lum::Ptr< const PathStatusCache > child =
-      childPathTables_.pathStatusCacheTable->pathStatusCache( key );
+      stitchTables_.pathStatusCacheTable->pathStatusCache( key );
    if ( !child ) {
       return "pathSegmentIndex " + std::to_string( segment.index ) + " not found";
    }
    const NodeId end( stitcher.end() );
    if ( child->cspfData() && child->cspfData()->source() != end && allTopoDbView_->hasRouter( end )
         && allTopoDbView_->hasTep( stitcher.end(), segment.source ) ) {
-      const auto & row = childPathTables_.pathStatusInfoTable->pathStatusInfo( key );
+      const auto & row = stitchTables_.pathStatusInfoTable->pathStatusInfo( key );
       const auto view =
          Lum::make< const AllTopoTeDbView >( topology_, row->constraint()->pathConstraint() );
       child = computeFrom( end, *row, view, runMemory_, __PRETTY_FUNCTION__ );
@@ -129,7 +128,7 @@ RsvpPathStitchSm::publish( PathStitcher & stitcher, const char * operation ) {
    pathStatusCache_->resultIs( *result );
    pathStatusCache_->stage2LastRanAtIs( Lum::now() );
    const auto alive = keptAlive();  // whoever reads what is published may withdraw the path
-   const bool fresh = childPathTables_.cspfDataFresh( pathStatusInfo_->pathInfoKey() );
+   const bool fresh = stitchTables_.cspfDataFresh( pathStatusInfo_->pathInfoKey() );
    pathStatusInfo_->cspfStatus()->pathErrorDel( pathKey() );
    pathStatusCache_->refreshedStage2CountInc();
    if ( !fresh && !pathStatusInfo_->pathInfoKey().keptWhileValid() ) {
@@ -141,7 +140,7 @@ RsvpPathStitchSm::publish( PathStitcher & stitcher, const char * operation ) {
 void
 RsvpPathStitchSm::followSegments() {
    const auto & row =
-      childPathTables_.constraintInfoTable->constraintInfo( pathStatusInfo_->constraint() );
+      stitchTables_.constraintInfoTable->constraintInfo( pathStatusInfo_->constraint() );
    if ( row ) {
       pathStatusInfo_->refreshIs( refreshReasonTopoChanged, row->topoInfoChangedAt() );
    }

@@ -21,7 +21,7 @@ class RsvpPathStitchSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, RsvpPathStitchSm );
    /// The memories outlive this object. REQUIRES: the path has a constraint.
    RsvpPathStitchSm( const VrfTopology & topology, PathValidationMemory & memory,
-                     CspfRunMemory & runMemory, const ChildPathTables & childPathTables,
+                     CspfRunMemory & runMemory, const StitchTables & stitchTables,
                      const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                      const Lum::Ptr< PathStatusCache > & pathStatusCache );
@@ -52,7 +52,7 @@ class RsvpPathStitchSm : public Lum::Reactor {
    const VrfTopology topology_;
    PathValidationMemory & memory_;
    CspfRunMemory & runMemory_;
-   const ChildPathTables childPathTables_;
+   const StitchTables stitchTables_;
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    const Lum::Ptr< PathStatusCache > pathStatusCache_;

@@ -263,6 +263,7 @@ class ConstraintStats : public Lum::Entity {
    LUM_ATTRIBUTE( cspfCurrentDelay, double );  ///< milliseconds
    LUM_ATTRIBUTE( cspfLastRanAt, double );     ///< seconds; 0: never
    double timerEndsAt = 0;                     ///< seconds: of the delay that runs, if one does
+   bool sourceMissing = false;                 ///< at the last expiry, so that nothing was run
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };

@@ -68,6 +68,7 @@ ConstraintInfoSm::handleThrottleTimeout() {
    const NodeId source = view()->spfRoot();
    constraintInfo()->sourceMissingIs( !kept_.isAt( *view(), source )
                                       && !sourceInTopology( source ) );
+   constraintStats()->sourceMissing = constraintInfo()->sourceMissing();
    const bool kept = follows( source );
    if ( kept && constraintInfo()->followers == constraintInfo()->paths() ) {
       answerFollowers( source, __PRETTY_FUNCTION__ );

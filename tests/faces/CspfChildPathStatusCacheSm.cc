@@ -12,3 +12,7 @@ static_assert(
           &PathStitcher::doUpdatePathForLooseHop, &PathStitcher::checkAndUpdatePathForSelfPath,
           &PathStitcher::checkAndUpdateAllExplicitPath, &PathStitcher::findOldNexthopForStrictHop,
           &PathStitcher::findBestNexthopForStrictHop > );
+static_assert(
+   std::constructible_from< ChildPathStatusCacheSm, Lum::Ptr< PathConfigInfoTable >,
+                            Lum::Ptr< PathStatusCacheTable >, Lum::Ptr< PathStatusInfoTable >,
+                            Lum::Ptr< ConstraintStatsTable > > );

@@ -11,8 +11,8 @@ static_assert(
           &PathSmBase::doCheckPathUsageAndUpdate, &PathSmBase::doCleanupStalePathEntries,
           &PathSmBase::deletePathInfoKey, &PathSmBase::vrfName, &PathSmBase::initialized,
           &PathSmBase::dumpState, &PathSm::handleCspfConfig, &PathSm::doCleanupPathInfoKeyEntries,
-          &PathSm::addOrUpdateChildPathInfoKey,
-          &PathSm::deleteChildPathInfoKey, &PathSm::linkPathInfoKeys, &PathSm::unlinkPathInfoKeys,
+          &PathSm::addOrUpdateChildPathInfoKey, &PathSm::deleteChildPathInfoKey,
+          &PathSm::linkPathInfoKeys, &PathSm::unlinkPathInfoKeys,
           &PathSm::currentExternalPathInfoKeyIs, &PathSm::currentExternalPathInfoKeyDel,
           &LinkedPathInfoKeys::childPathInfoKeyIs, &LinkedPathInfoKeys::childPathInfoKeyDel,
           &LinkedPathInfoKeys::childPathInfoKeyDelAll > );
