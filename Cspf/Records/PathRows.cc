@@ -87,7 +87,7 @@ PathStatusInfo::hasAskedThrough() const {
 }
 
 std::uint32_t
-PathStatusInfo::answersThrough() const {
+PathStatusInfo::answersThrough() const noexcept {
    return answersThrough_ + ( followed_ ? followed_->answers : 0 );
 }
 
@@ -121,11 +121,8 @@ PathStatusInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
 void
 PathStatusCache::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*cPathStatusCache %p\n", static_cast< const void * >( this ) );
-   const std::uint32_t through = pathStatusInfo ? pathStatusInfo->answersThrough() : 0;
-   context.printf( indent, "%*cPath Refresh Stage1 Count: %u \n",
-                   refreshedStage1Count() + through );
-   context.printf( indent, "%*cPath Refresh Stage2 Count: %u \n",
-                   refreshedStage2Count() + through );
+   context.printf( indent, "%*cPath Refresh Stage1 Count: %u \n", refreshedStage1Count() );
+   context.printf( indent, "%*cPath Refresh Stage2 Count: %u \n", refreshedStage2Count() );
    if ( !pqInfo() ) {
       return;
    }

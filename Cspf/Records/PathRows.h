@@ -180,6 +180,22 @@ class ConstraintInfo : public Lum::Entity {
    const DedupConstraint & constraint_;
 };
 
+/// A counter of one path's refreshes: its own count, and what `answersThrough()` counts of those
+/// for all followers at once, of which its watchers do not hear.
+#define CSPF_COUNTER_OF_FOLLOWER( name_ )                                                          \
+   LUM_COUNTER( name_##Alone );                                                                    \
+   static constexpr const auto & name_##Attribute = name_##AloneAttribute;                         \
+   std::uint32_t name_() const noexcept {                                                          \
+      return name_##Alone() + answersThrough();                                                    \
+   }                                                                                               \
+   void name_##Is( std::uint32_t value ) {                                                         \
+      name_##AloneIs( value - answersThrough() );                                                  \
+   }                                                                                               \
+   void name_##Inc() {                                                                             \
+      name_##AloneInc();                                                                           \
+   }                                                                                               \
+   static_assert( true )
+
 class PathStatusInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, PathStatusInfo );
    explicit PathStatusInfo( const PathInfoKey & key,
@@ -194,7 +210,8 @@ class PathStatusInfo : public Lum::Entity {
    LUM_ATTRIBUTE( refreshReason, RefreshReason );
    LUM_ATTRIBUTE( waitsSince, double );           ///< the change that the refresh is for; seconds
    LUM_ATTRIBUTE( updatePathPending, bool );      ///< a new path must be published
-   LUM_COUNTER( stage2RequestCount );             ///< refreshes passed to the second stage
+   /// Refreshes passed to the second stage.
+   CSPF_COUNTER_OF_FOLLOWER( stage2RequestCount );
    LUM_COUNTER( pathStatusMetadataUpdateCount );  ///< updates that kept the hops
    LUM_ATTRIBUTE( lastUpdatedAt, double );        ///< of what is published; seconds, 0: earlier run
 
@@ -213,7 +230,7 @@ class PathStatusInfo : public Lum::Entity {
    /// A request for a computation was counted for it when its constraint was marked.
    bool hasAskedThrough() const;
    /// How often it was refreshed through its constraint alone.
-   std::uint32_t answersThrough() const;
+   std::uint32_t answersThrough() const noexcept;
    /// A run that answers all followers has answered this one in its own row.
    void answeredAlone() { --answersThrough_; }
    void dumpState( Kiv::DumpContext & context, int indent ) const;
@@ -241,8 +258,8 @@ class PathStatusCache : public Lum::Entity {
    LUM_ATTRIBUTE( achieved, RepairKind );                  ///< by `pqInfo`
    /// Hash of the client's constraint that `pqInfo` answers.
    LUM_ATTRIBUTE( repairOf, std::uint64_t );
-   LUM_COUNTER( refreshedStage1Count );
-   LUM_COUNTER( refreshedStage2Count );
+   CSPF_COUNTER_OF_FOLLOWER( refreshedStage1Count );
+   CSPF_COUNTER_OF_FOLLOWER( refreshedStage2Count );
    LUM_ATTRIBUTE( stage2LastRanAt, double );  ///< seconds
    /// Of a path in use that one run found.
    CspfPathRouters routers;
@@ -253,7 +270,14 @@ class PathStatusCache : public Lum::Entity {
    CspfPathResult result() const;
    void resultIs( const CspfPathResult & result );
    void dumpState( Kiv::DumpContext & context, int indent ) const;
+
+ private:
+   std::uint32_t answersThrough() const noexcept {
+      return pathStatusInfo ? pathStatusInfo->answersThrough() : 0;
+   }
 };
+
+#undef CSPF_COUNTER_OF_FOLLOWER
 
 class ConstraintStats : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintStats );
