@@ -133,7 +133,7 @@ TEST( ConstraintInfoSm, onePassAnswersAllPathsAndTellsThoseThatWait ) {
    EXPECT_EQ( t.status->pathError( c.pathKey() ), "" );
    EXPECT_EQ( t.status->pathError( d.pathKey() ), "no path found for tep 10.0.0.4" );
    EXPECT_EQ( t.cache( c ).cspfData(), t.info->cspfData() );
-   EXPECT_FALSE( Lum::cast< CspfData >( t.info->cspfData() )->hasTree() ) << "trees are not kept";
+   EXPECT_FALSE( t.info->cspfData()->hasTree() ) << "trees are not kept";
    t.info->pathDel( c );
    EXPECT_FALSE( t.cache( c ).cspfData() );
 

@@ -94,11 +94,11 @@ PathStitcher::doUpdatePathForLooseHop( const PathSegment & segment,
                                        const PathStatusCache & child ) {
    const std::string index = std::to_string( segment.index );
    const auto & path = child.path();
-   if ( !child.cspfData() || !path
+   if ( !child.runInfo() || !path
         || ( path->hopCount() == 0 && !path->isPathFromSourceToSource() ) ) {
       return "No path for pathSegmentIndex " + index;
    }
-   const NodeId & source = child.cspfData()->source();
+   const NodeId & source = child.runInfo()->source();
    if ( source != NodeId( end_ ) ) {
       return "pathSegmentIndex " + index + " starts at " + source.stringValue() + ", not at "
              + end_.stringValue();

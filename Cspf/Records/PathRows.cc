@@ -135,9 +135,9 @@ PathStatusCache::dumpState( Kiv::DumpContext & context, int indent ) const {
    }
    context.printf( indent, "%*cPqIdx: %u\n", pqInfo()->pqIdx() );
    context.printf( indent, "%*cSPT results:\n" );
-   if ( cspfData() ) {
-      context.printf( indent + 2, "%*csource: %s\n", cspfData()->source().stringValue().c_str() );
-      context.dumpAge( indent + 2, "run", cspfData()->ranAt() );
+   if ( runInfo() ) {
+      context.printf( indent + 2, "%*csource: %s\n", runInfo()->source().stringValue().c_str() );
+      context.dumpAge( indent + 2, "run", runInfo()->ranAt() );
    }
 }
 

@@ -152,10 +152,14 @@ class ConstraintInfo : public Lum::Entity {
    explicit ConstraintInfo( const ConstraintHandle & handle )
       : constraint_( dedupConstraintOf( handle ) ) {}
    LUM_COLLECTION_ORDERED( path, PathInfoKey, bool );
-   LUM_COUNTER( answeredCount );                        ///< of a repair's: they were answered
-   LUM_COUNTER( cspfRequestCount );                     ///< requests for a computation
-   LUM_ATTRIBUTE( topoInfoChangedAt, double );          ///< seconds; 0: reset
-   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfRunInfo > );  ///< the last run
+   LUM_COUNTER( answeredCount );                       ///< of a repair's: they were answered
+   LUM_COUNTER( cspfRequestCount );                    ///< requests for a computation
+   LUM_ATTRIBUTE( topoInfoChangedAt, double );         ///< seconds; 0: reset
+   LUM_ATTRIBUTE( runInfo, Lum::Ptr< CspfRunInfo > );  ///< of the last run
+   /// ... and all of it, for those who include CspfData.
+   Lum::Ptr< CspfData > cspfData() const;
+   void cspfDataIs( const Lum::Ptr< CspfData > & cspfData );
+   static constexpr const auto & cspfDataAttribute = runInfoAttribute;
    LUM_ATTRIBUTE( sourceMissing, bool );
    LUM_ATTRIBUTE( constraintMissingInTopo, bool );
    /// The paths that asked since the last run.
@@ -208,8 +212,8 @@ class PathStatusInfo : public Lum::Entity {
    LUM_ATTRIBUTE( lastRefreshReqSeq, std::uint32_t );  ///< the request last accepted
    LUM_ATTRIBUTE( refreshNeeded, bool );
    LUM_ATTRIBUTE( refreshReason, RefreshReason );
-   LUM_ATTRIBUTE( waitsSince, double );           ///< the change that the refresh is for; seconds
-   LUM_ATTRIBUTE( updatePathPending, bool );      ///< a new path must be published
+   LUM_ATTRIBUTE( waitsSince, double );       ///< the change that the refresh is for; seconds
+   LUM_ATTRIBUTE( updatePathPending, bool );  ///< a new path must be published
    /// Refreshes passed to the second stage.
    CSPF_COUNTER_OF_FOLLOWER( stage2RequestCount );
    LUM_COUNTER( pathStatusMetadataUpdateCount );  ///< updates that kept the hops
@@ -247,7 +251,11 @@ class PathStatusCache : public Lum::Entity {
    LUM_ENTITY( Cspf, PathStatusCache );
    explicit PathStatusCache( const PathInfoKey & key ) : pathInfoKey_( key ) {}
    LUM_ATTRIBUTE( pathInfoKey, PathInfoKey );
-   LUM_ATTRIBUTE( cspfData, Lum::Ptr< CspfRunInfo > );  ///< the run that gave the result
+   LUM_ATTRIBUTE( runInfo, Lum::Ptr< CspfRunInfo > );  ///< of the run that gave the result
+   /// ... and all of it, for those who include CspfData.
+   Lum::Ptr< CspfData > cspfData() const;
+   void cspfDataIs( const Lum::Ptr< CspfData > & cspfData );
+   static constexpr const auto & cspfDataAttribute = runInfoAttribute;
    LUM_ATTRIBUTE( path, Lum::Ptr< const PathArray > );
    LUM_ATTRIBUTE( pathSrlg, Lum::Ptr< const PathSrlg > );
    LUM_ATTRIBUTE( pathTeRouterId, Lum::Ptr< const PathTeRouterId > );

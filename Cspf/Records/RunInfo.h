@@ -5,12 +5,18 @@
 
 namespace Cspf {
 
-/// What rows say of the run that gave a result: where it started, and up to when the topology was
-/// seen. The run itself knows more (CspfData).
+class CspfData;
+
+/// What all can read of a run: where it started, and up to when the topology was seen. Every one is
+/// a CspfData.
 class CspfRunInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, CspfRunInfo );
    LUM_ATTRIBUTE( source, NodeId );
    LUM_ATTRIBUTE( ranAt, double );  ///< seconds; 0: never
+
+ private:
+   friend class CspfData;
+   CspfRunInfo() = default;
 };
 
 }

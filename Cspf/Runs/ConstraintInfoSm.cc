@@ -242,7 +242,7 @@ ConstraintInfoSmBase::runCspf( const Lum::Ptr< CspfData > & cspfData, const char
 }
 
 void
-ConstraintInfoSmBase::countRun( const Lum::Ptr< CspfRunInfo > & run, Lum::Seconds took ) {
+ConstraintInfoSmBase::countRun( const Lum::Ptr< CspfData > & run, Lum::Seconds took ) {
    runSeconds.observe( took );
    run->ranAtIs( seenUntil() );
    constraintStats_->cspfCountInc();

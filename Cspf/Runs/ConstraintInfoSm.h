@@ -83,7 +83,7 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    /// the constraint's last one.
    void runCspf( const Lum::Ptr< CspfData > & cspfData, const char * operation );
    /// Counts a run that took so long, seconds, and keeps it as the constraint's last one.
-   void countRun( const Lum::Ptr< CspfRunInfo > & run, Lum::Seconds took );
+   void countRun( const Lum::Ptr< CspfData > & run, Lum::Seconds took );
    /// The time up to which the constraint's changes are in the topology as it stands; seconds.
    Lum::Seconds seenUntil() const;
    /// The last of these changes; seconds.

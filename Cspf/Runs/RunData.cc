@@ -3,6 +3,7 @@
 
 #include "Cspf/Runs/RunData.h"
 
+#include "Cspf/Records/PathRows.h"
 #include "Cspf/Runs/RunWords.h"
 #include "Cspf/Views/View.h"
 
@@ -59,6 +60,28 @@ CspfLinkInfoKey::operator<=>( const CspfLinkInfoKey & other ) const {
 
 CspfData::CspfData() = default;
 CspfData::~CspfData() = default;
+
+// What rows know as a run's info is the run's data.
+
+Lum::Ptr< CspfData >
+ConstraintInfo::cspfData() const {
+   return static_cast< CspfData * >( runInfo().ptr() );
+}
+
+void
+ConstraintInfo::cspfDataIs( const Lum::Ptr< CspfData > & cspfData ) {
+   runInfoIs( cspfData );
+}
+
+Lum::Ptr< CspfData >
+PathStatusCache::cspfData() const {
+   return static_cast< CspfData * >( runInfo().ptr() );
+}
+
+void
+PathStatusCache::cspfDataIs( const Lum::Ptr< CspfData > & cspfData ) {
+   runInfoIs( cspfData );
+}
 
 bool
 CspfData::tepHas( const Kivnet::IpGenAddr & tep ) const {

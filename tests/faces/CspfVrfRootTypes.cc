@@ -1,5 +1,7 @@
 #include "Cspf/CspfVrfRootTypes.h"
 
+#include "Cspf/CspfImpl.h"
+
 #include <gtest/gtest.h>
 
 using namespace Cspf;
@@ -15,6 +17,9 @@ TEST( Faces, CspfVrfRootTypes ) {
    statuses.pathStatusInfoIs( key )->refreshReasonIs( refreshReasonExplicit );
    PathStatusCacheTable caches;
    const auto cache = caches.pathStatusCacheIs( key );
+   const Lum::Ptr< CspfData > run = Lum::make< CspfData >();
+   cache->cspfDataIs( run );
+   EXPECT_EQ( cache->cspfData(), run );
    EXPECT_EQ( caches.pathStatusCacheIs( key ), cache );
    caches.pathStatusCacheDel( key );
    EXPECT_FALSE( caches.pathStatusCacheHas( key ) );
