@@ -23,7 +23,6 @@ PathStitcher::PathStitcher( const AllTopoDbView & view, PathValidationMemory & m
      memory_( memory ),
      pathInfoKey_( pathInfoKey ),
      published_( published ),
-     filter_( memory.filter( view, view.spfRoot() ) ),
      end_( view.spfRoot().ipAddress() ) {}
 
 bool
@@ -126,7 +125,9 @@ PathStitcher::findOldNexthopForStrictHop( const Kivnet::IpGenAddr & strictHop ) 
       previous = routers[ i ];
    }
    if ( found ) {
-      TRACE8( "Found old nexthop " << found << " for node " << strictHop );
+      TRACE8_FOR( "Kivnet::IpGenAddr Cspf::RsvpPathStitchSm::findOldNexthopForStrictHop("
+                  "const Kivnet::IpGenAddr&)",
+                  "Found old nexthop " << found << " for node " << strictHop );
    }
    return found;
 }
@@ -143,9 +144,10 @@ std::optional< PathStitcher::StrictHop >
 PathStitcher::bestStrictHop( const Kivnet::IpGenAddr & source,
                              const Kivnet::IpGenAddr & destination,
                              const Kivnet::IpGenAddr & strictHop ) const {
+   const CspfLinkFilter & filter = memory_.filter( view_, view_.spfRoot() );  // renumbers
    const TopoGraph & topoGraph = view_.topoGraph();
-   auto candidates =
-      singleHops( topoGraph.vertex( NodeId( source ) ), topoGraph.vertex( NodeId( destination ) ) );
+   auto candidates = singleHops( filter, topoGraph.vertex( NodeId( source ) ),
+                                 topoGraph.vertex( NodeId( destination ) ) );
    const auto isMeant = [ & ]( const StrictHop & hop ) { return arrivesAt( hop.hop, strictHop ); };
    if ( std::ranges::any_of( candidates, isMeant ) ) {
       std::erase_if( candidates, std::not_fn( isMeant ) );
@@ -161,7 +163,7 @@ PathStitcher::bestStrictHop( const Kivnet::IpGenAddr & source,
 
 /// All links between the two routers, allowed or not.
 std::vector< PathStitcher::StrictHop >
-PathStitcher::singleHops( CspfVertex from, CspfVertex to ) const {
+PathStitcher::singleHops( const CspfLinkFilter & filter, CspfVertex from, CspfVertex to ) const {
    const CspfGraph & graph = view_.graph();
    std::vector< StrictHop > found;
    if ( from == to || from == noVertex || to == noVertex ) {
@@ -171,11 +173,11 @@ PathStitcher::singleHops( CspfVertex from, CspfVertex to ) const {
    for ( const std::uint32_t e : graph.out( from ) ) {
       const CspfEdge link{ e };
       if ( graph.to( link ) == to ) {
-         found.push_back( strictHop( { link, noEdge, teRouterId } ) );
+         found.push_back( strictHop( filter, { link, noEdge, teRouterId } ) );
       } else if ( graph.isNetwork( graph.to( link ) ) ) {
          for ( const std::uint32_t m : graph.out( graph.to( link ) ) ) {
             if ( graph.to( CspfEdge{ m } ) == to ) {
-               found.push_back( strictHop( { link, CspfEdge{ m }, teRouterId } ) );
+               found.push_back( strictHop( filter, { link, CspfEdge{ m }, teRouterId } ) );
             }
          }
       }
@@ -184,7 +186,7 @@ PathStitcher::singleHops( CspfVertex from, CspfVertex to ) const {
 }
 
 PathStitcher::StrictHop
-PathStitcher::strictHop( const CspfPathHop & hop ) const {
+PathStitcher::strictHop( const CspfLinkFilter & filter, const CspfPathHop & hop ) const {
    const TopoGraph & topoGraph = view_.topoGraph();
    const CspfGraph & graph = view_.graph();
    const AllTopoNeighborKey key = topoGraph.neighborKey( hop.link );
@@ -193,7 +195,7 @@ PathStitcher::strictHop( const CspfPathHop & hop ) const {
    if ( hop.membership != noEdge ) {
       metric += CspfArcs::stepMetric( graph, hop.membership, options );
    }
-   StrictHop strictHop{ hop, {}, {}, refusalForUser( view_, filter_, hop ) };
+   StrictHop strictHop{ hop, {}, {}, refusalForUser( view_, filter, hop ) };
    strictHop.nexthop = topoGraph.nextHop( hop.membership == noEdge ? hop.link : hop.membership );
    strictHop.cost = { view_.srlgExcludeInfo( key ), view_.srlgIncludeInfo( key ), metric };
    return strictHop;

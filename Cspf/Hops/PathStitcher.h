@@ -67,8 +67,9 @@ class PathStitcher {
    std::optional< StrictHop > bestStrictHop( const Kivnet::IpGenAddr & source,
                                              const Kivnet::IpGenAddr & destination,
                                              const Kivnet::IpGenAddr & strictHop ) const;
-   std::vector< StrictHop > singleHops( CspfVertex from, CspfVertex to ) const;
-   StrictHop strictHop( const CspfPathHop & hop ) const;
+   std::vector< StrictHop > singleHops( const CspfLinkFilter & filter, CspfVertex from,
+                                        CspfVertex to ) const;
+   StrictHop strictHop( const CspfLinkFilter & filter, const CspfPathHop & hop ) const;
    bool arrivesAt( const CspfPathHop & hop, const Kivnet::IpGenAddr & address ) const;
    void addHop( const CspfPathHop & hop, const Kivnet::IpGenAddr & nexthop );
    void addIncludeIp( const PathSegment & segment );
@@ -78,7 +79,6 @@ class PathStitcher {
    PathValidationMemory & memory_;
    const PathInfoKey & pathInfoKey_;
    const PathStatus & published_;
-   const CspfLinkFilter & filter_;
    Kivnet::IpGenAddr end_;
    std::vector< Hop > hops_;
    std::vector< IncludeIp > includeIps_;

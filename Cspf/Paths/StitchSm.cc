@@ -15,7 +15,32 @@
 #include "platform/Lum/Clock.h"
 #include "platform/Trace/Trace.h"
 
+#include <algorithm>
+
 namespace Cspf {
+
+namespace {
+
+std::string
+notFound( std::uint8_t segment ) {
+   return "pathSegmentIndex " + std::to_string( segment ) + " not found";
+}
+
+}
+
+struct RsvpPathStitchSm::Work {
+   Work( const AllTopoTeDbView & view, PathValidationMemory & memory, const PathStatusInfo & path,
+         const PathConstraint & asked )
+      : constraint( asked ),
+        published( path.cspfStatus()->pathStatus( path.pathInfoKey().pathKey() ) ),
+        segments( pathSegments( asked, path.pathInfoKey().pathKey().dst() ) ),
+        stitcher( view, memory, path.pathInfoKey(), published ) {}
+
+   const PathConstraint constraint;
+   const PathStatus published;
+   const std::vector< PathSegment > segments;
+   PathStitcher stitcher;
+};
 
 RsvpPathStitchSm::RsvpPathStitchSm( const VrfTopology & topology, PathValidationMemory & memory,
                                     CspfRunMemory & runMemory, const StitchTables & stitchTables,
@@ -29,6 +54,8 @@ RsvpPathStitchSm::RsvpPathStitchSm( const VrfTopology & topology, PathValidation
      pathConfigInfo_( pathConfigInfo ),
      pathStatusInfo_( pathStatusInfo ),
      pathStatusCache_( pathStatusCache ) {}
+
+RsvpPathStitchSm::~RsvpPathStitchSm() = default;
 
 void
 RsvpPathStitchSm::handleInitialized() {
@@ -45,89 +72,138 @@ RsvpPathStitchSm::cspfDataConsistent() const {
    return stitchTables_.cspfDataConsistent( pathStatusInfo_->pathInfoKey() );
 }
 
+RsvpPathStitchSm::Work &
+RsvpPathStitchSm::work() {
+   if ( !work_ ) {
+      allTopoDbViewIs( Lum::make< AllTopoTeDbView >(
+         topology_, pathStatusInfo_->constraint()->pathConstraint() ) );
+      work_ = std::make_unique< Work >(
+         *allTopoDbView_, memory_, *pathStatusInfo_,
+         pathConfigInfo_->cspfConfig()->pathConfigFind( pathKey() )->constraint() );
+   }
+   return *work_;
+}
+
+const PathSegment *
+RsvpPathStitchSm::segment( std::uint8_t index ) {
+   const auto & segments = work().segments;
+   const auto found = std::ranges::find( segments, index, &PathSegment::index );
+   return found == segments.end() ? nullptr : &*found;
+}
+
 void
 RsvpPathStitchSm::doStitchPaths() {
    const PathConfig * config = pathConfigInfo_->cspfConfig()->pathConfigFind( pathKey() );
    if ( !config || !pathStatusInfo_->constraint() || !cspfDataConsistent() ) {
       return;
    }
-   allTopoDbViewIs(
-      Lum::make< AllTopoTeDbView >( topology_, pathStatusInfo_->constraint()->pathConstraint() ) );
-   PathStitcher stitcher( *allTopoDbView_, memory_, pathStatusInfo_->pathInfoKey(),
-                          pathStatusInfo_->cspfStatus()->pathStatus( pathKey() ) );
+   const auto alive = keptAlive();  // whoever reads what is published may withdraw the path
+   work_ = nullptr;
    std::string error;
-   switch ( stitch( stitcher, config->constraint(), error ) ) {
-   case Outcome::built: publish( stitcher, __PRETTY_FUNCTION__ ); break;
+   switch ( stitch( error ) ) {
+   case Outcome::built: publish( __PRETTY_FUNCTION__ ); break;
    case Outcome::failed: fail( error, __PRETTY_FUNCTION__ ); break;
    case Outcome::waits:
       TRACE7( "Waiting for segments of " << pathStatusInfo_->pathInfoKey().traceString() );
       break;
    }
+   work_ = nullptr;
 }
 
 RsvpPathStitchSm::Outcome
-RsvpPathStitchSm::stitch( PathStitcher & stitcher, const PathConstraint & constraint,
-                          std::string & error ) const {
-   if ( stitcher.checkAndUpdatePathForSelfPath( pathKey().dst(), constraint ) ) {
+RsvpPathStitchSm::stitch( std::string & error ) {
+   if ( checkAndUpdatePathForSelfPath() ) {
       const bool found =
          allTopoDbView_->topoGraph().vertex( allTopoDbView_->spfRoot() ) != noVertex;
       error = found ? "" : "source not found in topology";
-   } else if ( constraint.includeHopAllExplicit() ) {
-      error = stitcher.checkAndUpdateAllExplicitPath( constraint );
+   } else if ( work().constraint.includeHopAllExplicit() ) {
+      error = checkAndUpdateAllExplicitPath();
    } else {
-      return stitchSegments( stitcher, constraint, error );
+      return stitchSegments( error );
    }
    return error.empty() ? Outcome::built : Outcome::failed;
 }
 
 RsvpPathStitchSm::Outcome
-RsvpPathStitchSm::stitchSegments( PathStitcher & stitcher, const PathConstraint & constraint,
-                                  std::string & error ) const {
-   const StitchTables & children = stitchTables_;
-   for ( const PathSegment & segment : pathSegments( constraint, pathKey().dst() ) ) {
-      error = segment.loose ? doUpdatePathForLooseHop( stitcher, segment )
-                            : stitcher.doUpdatePathForStrictHop( segment );
+RsvpPathStitchSm::stitchSegments( std::string & error ) {
+   for ( const PathSegment & segment : work().segments ) {
+      error = segment.loose ? doUpdatePathForLooseHop( segment.index )
+                            : doUpdatePathForStrictHop( segment.index );
       if ( !error.empty() ) {
          const bool final =
-            !segment.loose || children.childFresh( childPathInfoKey( segment.index ) );
+            !segment.loose || stitchTables_.childFresh( childPathInfoKey( segment.index ) );
          return final ? Outcome::failed : Outcome::waits;
       }
    }
-   return children.cspfDataFresh( pathStatusInfo_->pathInfoKey() ) || stitcher.isValid()
+   return stitchTables_.cspfDataFresh( pathStatusInfo_->pathInfoKey() ) || work().stitcher.isValid()
              ? Outcome::built
              : Outcome::waits;
 }
 
+bool
+RsvpPathStitchSm::checkAndUpdatePathForSelfPath() {
+   return work().stitcher.checkAndUpdatePathForSelfPath( pathKey().dst(), work().constraint );
+}
+
 std::string
-RsvpPathStitchSm::doUpdatePathForLooseHop( PathStitcher & stitcher,
-                                           const PathSegment & segment ) const {
+RsvpPathStitchSm::checkAndUpdateAllExplicitPath() {
+   return work().stitcher.checkAndUpdateAllExplicitPath( work().constraint );
+}
+
+Kivnet::IpGenAddr
+RsvpPathStitchSm::findBestNexthopForStrictHop( const Kivnet::IpGenAddr & source,
+                                               const Kivnet::IpGenAddr & destination,
+                                               const Kivnet::IpGenAddr & strictHop ) {
+   return work().stitcher.findBestNexthopForStrictHop( source, destination, strictHop );
+}
+
+Kivnet::IpGenAddr
+RsvpPathStitchSm::findOldNexthopForStrictHop( const Kivnet::IpGenAddr & strictHop ) {
+   return work().stitcher.findOldNexthopForStrictHop( strictHop );
+}
+
+std::string
+RsvpPathStitchSm::doUpdatePathForStrictHop( std::uint8_t index ) {
+   const PathSegment * segment = this->segment( index );
+   return segment ? work().stitcher.doUpdatePathForStrictHop( *segment ) : notFound( index );
+}
+
+std::string
+RsvpPathStitchSm::doUpdatePathForLooseHop( std::uint8_t index ) {
+   const PathSegment * segment = this->segment( index );
+   const auto child =
+      segment ? childFrom( NodeId( work().stitcher.end() ), *segment, __PRETTY_FUNCTION__ )
+              : nullptr;
+   return child ? work().stitcher.doUpdatePathForLooseHop( *segment, *child ) : notFound( index );
+}
+
+/// The segment's result, from that router where this is one that the segment may start at; null
+/// where it has no child path.
+Lum::Ptr< const PathStatusCache >
+RsvpPathStitchSm::childFrom( const NodeId & end, const PathSegment & segment,
+                             const char * operation ) const {
    const PathInfoKey key = childPathInfoKey( segment.index );
-   Lum::Ptr< const PathStatusCache > child =
-      stitchTables_.pathStatusCacheTable->pathStatusCache( key );
-   if ( !child ) {
-      return "pathSegmentIndex " + std::to_string( segment.index ) + " not found";
+   const auto & child = stitchTables_.pathStatusCacheTable->pathStatusCache( key );
+   if ( !child || !child->cspfData() || child->cspfData()->source() == end
+        || !allTopoDbView_->hasRouter( end )
+        || !allTopoDbView_->hasTep( end.ipAddress(), segment.source ) ) {
+      return child;
    }
-   const NodeId end( stitcher.end() );
-   if ( child->cspfData() && child->cspfData()->source() != end && allTopoDbView_->hasRouter( end )
-        && allTopoDbView_->hasTep( stitcher.end(), segment.source ) ) {
-      const auto & row = stitchTables_.pathStatusInfoTable->pathStatusInfo( key );
-      const auto view =
-         Lum::make< const AllTopoTeDbView >( topology_, row->constraint()->pathConstraint() );
-      child = computeFrom( end, *row, view, runMemory_, __PRETTY_FUNCTION__ );
-   }
-   return stitcher.doUpdatePathForLooseHop( segment, *child );
+   const auto & row = stitchTables_.pathStatusInfoTable->pathStatusInfo( key );
+   const auto view =
+      Lum::make< const AllTopoTeDbView >( topology_, row->constraint()->pathConstraint() );
+   return computeFrom( end, *row, view, runMemory_, operation );
 }
 
 void
-RsvpPathStitchSm::publish( PathStitcher & stitcher, const char * operation ) {
-   const auto result = stitcher.result();
+RsvpPathStitchSm::publish( const char * operation ) {
+   const auto result = work().stitcher.result();
    if ( !result ) {
       fail( "The path has more than " + std::to_string( HopIndex::max + 1 ) + " hops", operation );
       return;
    }
    pathStatusCache_->resultIs( *result );
    pathStatusCache_->stage2LastRanAtIs( Lum::now() );
-   const auto alive = keptAlive();  // whoever reads what is published may withdraw the path
    const bool fresh = stitchTables_.cspfDataFresh( pathStatusInfo_->pathInfoKey() );
    pathStatusInfo_->cspfStatus()->pathErrorDel( pathKey() );
    pathStatusCache_->refreshedStage2CountInc();

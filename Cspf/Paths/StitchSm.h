@@ -25,25 +25,43 @@ class RsvpPathStitchSm : public Lum::Reactor {
                      const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
                      const Lum::Ptr< PathStatusCache > & pathStatusCache );
+   ~RsvpPathStitchSm() override;
 
    void handleInitialized() override;
    void doStitchPaths();
 
+   // The steps of a stitching, as PathStitcher has them, for the request as it is. Each goes on
+   // from where the last one ended; every `doStitchPaths` begins at the source. Segments go by
+   // their index. REQUIRES: there is a request.
+
+   std::string doUpdatePathForStrictHop( std::uint8_t segment );
+   std::string doUpdatePathForLooseHop( std::uint8_t segment );
+   bool checkAndUpdatePathForSelfPath();
+   std::string checkAndUpdateAllExplicitPath();
+   Kivnet::IpGenAddr findBestNexthopForStrictHop( const Kivnet::IpGenAddr & source,
+                                                  const Kivnet::IpGenAddr & destination,
+                                                  const Kivnet::IpGenAddr & strictHop );
+   Kivnet::IpGenAddr findOldNexthopForStrictHop( const Kivnet::IpGenAddr & strictHop );
+
    /// The key of the child path of that segment; empty where it has none.
    PathInfoKey childPathInfoKey( std::uint8_t segment ) const;
    bool cspfDataConsistent() const;
+   /// The topology under the path's constraint.
+   void allTopoDbViewIs( const Lum::Ptr< const AllTopoTeDbView > & view ) { allTopoDbView_ = view; }
 
  private:
-   void allTopoDbViewIs( const Lum::Ptr< const AllTopoTeDbView > & view ) { allTopoDbView_ = view; }
+   /// The request, what is published for it, and how far its path has come.
+   struct Work;
    enum class Outcome { built, waits, failed };
-   Outcome stitch( PathStitcher & stitcher, const PathConstraint & constraint,
-                   std::string & error ) const;
-   Outcome stitchSegments( PathStitcher & stitcher, const PathConstraint & constraint,
-                           std::string & error ) const;
-   std::string doUpdatePathForLooseHop( PathStitcher & stitcher,
-                                        const PathSegment & segment ) const;
+
+   Work & work();
+   const PathSegment * segment( std::uint8_t index );
+   Outcome stitch( std::string & error );
+   Outcome stitchSegments( std::string & error );
+   Lum::Ptr< const PathStatusCache > childFrom( const NodeId & end, const PathSegment & segment,
+                                                const char * operation ) const;
    // `operation`: the one for which, as traces begin.
-   void publish( PathStitcher & stitcher, const char * operation );
+   void publish( const char * operation );
    void followSegments();
    void fail( const std::string & error, const char * operation );
 
@@ -57,6 +75,7 @@ class RsvpPathStitchSm : public Lum::Reactor {
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    const Lum::Ptr< PathStatusCache > pathStatusCache_;
    Lum::Ptr< const AllTopoTeDbView > allTopoDbView_;  // of the last stitching
+   std::unique_ptr< Work > work_;                     // while one goes on
 };
 
 }

@@ -8,10 +8,16 @@ static_assert(
    named< &ChildPathStatusCacheSm::handleCspfData, &ChildPathStatusCacheSm::updateParentPathInfo,
           &ChildPathStatusCacheSm::cspfDataConsistent, &ParentPathHelper::anyChildPathRefreshNeeded,
           &RsvpPathStitchSm::doStitchPaths, &RsvpPathStitchSm::childPathInfoKey,
-          &RsvpPathStitchSm::cspfDataConsistent, &PathStitcher::doUpdatePathForStrictHop,
-          &PathStitcher::doUpdatePathForLooseHop, &PathStitcher::checkAndUpdatePathForSelfPath,
-          &PathStitcher::checkAndUpdateAllExplicitPath, &PathStitcher::findOldNexthopForStrictHop,
-          &PathStitcher::findBestNexthopForStrictHop > );
+          &RsvpPathStitchSm::cspfDataConsistent, &RsvpPathStitchSm::checkAndUpdatePathForSelfPath,
+          &RsvpPathStitchSm::checkAndUpdateAllExplicitPath, &RsvpPathStitchSm::allTopoDbViewIs > );
+static_assert( requires( RsvpPathStitchSm & machine, std::uint8_t segment,
+                         Kivnet::IpGenAddr address ) {
+   machine.doUpdatePathForStrictHop( segment );
+   machine.doUpdatePathForLooseHop( segment );
+   address = machine.findBestNexthopForStrictHop( address, address, address );
+   address = machine.findOldNexthopForStrictHop( address );
+   machine.childPathInfoKey( segment ).internal();
+} );
 static_assert(
    std::constructible_from< ChildPathStatusCacheSm, Lum::Ptr< PathConfigInfoTable >,
                             Lum::Ptr< PathStatusCacheTable >, Lum::Ptr< PathStatusInfoTable >,
