@@ -58,7 +58,7 @@ class PublishTest : public testing::Test {
       cache->pathTeRouterIdIs(
          Lum::make< const PathTeRouterId >( hops( { "10.0.0.2", "10.0.0.3" } ) ) );
       cache->pathSrlgIs( Lum::make< const PathSrlg >( srlgs( { 1, 2 } ) ) );
-      updator.publishPath( *cache );
+      updator.publishPath( cache );
    }
 
    static PathArray::Hops hops( std::initializer_list< const char * > addresses ) {
@@ -83,7 +83,7 @@ class PublishTest : public testing::Test {
    const Lum::Ptr< Status > status = Lum::make< Status >();
    const Lum::Ptr< PathStatusInfo > info = Lum::make< PathStatusInfo >( key, status );
    const Lum::Ptr< PathStatusCache > cache = Lum::make< PathStatusCache >( key );
-   PathStatusUpdator updator{ *info, *status };
+   PathStatusUpdator updator{ info, status };
 };
 
 TEST_F( PublishTest, WritesOnceForEachDifference ) {
@@ -112,7 +112,7 @@ TEST_F( PublishTest, WritesOnceForEachDifference ) {
    for ( const auto & change : changes ) {
       change();
       for ( int again = 0; again < 2; ++again ) {
-         updator.publishPath( *cache );
+         updator.publishPath( cache );
          EXPECT_EQ( published().changeCount(), writes + 1 );
       }
       ++writes;
@@ -120,17 +120,17 @@ TEST_F( PublishTest, WritesOnceForEachDifference ) {
 }
 
 TEST_F( PublishTest, RecordsThatDoNotFitTogetherStopTheAgent ) {
-   const PathTeRouterId tooShort( hops( { "10.0.0.2" } ) );
-   EXPECT_DEATH( updator.publishPathMetadata( &tooShort, nullptr ),
+   const auto tooShort = Lum::make< PathTeRouterId >( hops( { "10.0.0.2" } ) );
+   EXPECT_DEATH( updator.publishPathMetadata( tooShort, nullptr ),
                  "pathStatus.paths\\(\\) == pathTeRouterId->hopCount\\(\\)" );
    EXPECT_DEATH( updator.publishPathMetadata( nullptr, nullptr ),
                  "pathTeRouterId \\|\\| includeIps" );
    cache->pathTeRouterIdIs( nullptr );
    info->lastRefreshReqSeqIs( 9 );
-   EXPECT_DEATH( updator.publishPath( *cache ),
+   EXPECT_DEATH( updator.publishPath( cache ),
                  "pathStatus.paths\\(\\) == pathTeRouterId->hopCount\\(\\)" );
    info->refreshNeededIs( true );
-   EXPECT_DEATH( updator.publishPath( *cache ), "!pathStatusInfo\\(\\)->refreshNeeded\\(\\)" );
+   EXPECT_DEATH( updator.publishPath( cache ), "!pathStatusInfo\\(\\)->refreshNeeded\\(\\)" );
 }
 
 }

@@ -56,7 +56,7 @@ RsvpPathRefreshSm::RsvpPathRefreshSm( const PathInUseContext & context,
      pathConfigInfo_( pathConfigInfo ),
      pathStatusCache_( pathStatusCache ),
      pathUsageSm_( pathUsageSm ),
-     pathStatusUpdator_( *pathStatusInfo, *pathStatusInfo->cspfStatus() ),
+     pathStatusUpdator_( pathStatusInfo, pathStatusInfo->cspfStatus() ),
      pathValidationTask_( *this, context.taskScheduler,
                           "RsvpPathValidationTask-"
                              + Lum::valueString( pathStatusInfo->pathInfoKey().pathKey() ),
@@ -216,8 +216,8 @@ RsvpPathRefreshSm::publishPathMetadata( const RsvpPathValidator & validator ) {
       return;
    }
    pathStatusUpdator_.publishPathMetadata(
-      validator.pathTeRouterIdChanged() ? validator.pathTeRouterId().ptr() : nullptr,
-      validator.includeIpsChanged() ? validator.includeIps().ptr() : nullptr );
+      validator.pathTeRouterIdChanged() ? validator.pathTeRouterId() : nullptr,
+      validator.includeIpsChanged() ? validator.includeIps() : nullptr );
 }
 
 void

@@ -62,11 +62,11 @@ initializePathStatusCache( const Lum::Ptr< PathStatusCache > & pathStatusCache,
 }
 
 bool
-PathStatusUpdator::isPathUpdateRequired( const PathStatusCache & cache ) const {
-   const auto * pathStatusCache = &cache;
+PathStatusUpdator::isPathUpdateRequired(
+   const Lum::Ptr< const PathStatusCache > & pathStatusCache ) const {
    TRACE8( "Checking if path status update is needed for " << keyText() );
    LUM_ASSERT( pathStatusCache->pathInfoKey() == pathStatusInfo()->pathInfoKey() );
-   const PathStatus * published = cspfStatus_.pathStatusFind( pathKey() );
+   const PathStatus * published = cspfStatus_->pathStatusFind( pathKey() );
    if ( !published ) {
       TRACE8( "Path Status didn't previously exist for path: " << keyText() );
       return true;
@@ -75,22 +75,23 @@ PathStatusUpdator::isPathUpdateRequired( const PathStatusCache & cache ) const {
       TRACE8( "RefreshReqSeq needs updation for path: " << keyText() );
       return true;
    }
+   const PathStatusCache & cache = *pathStatusCache;
    if ( published->repairPathIdx() != repairPathIdx( cache )
         || published->achieved() != cache.achieved() ) {
       TRACE8( "repairPathIdx needs an update for path: " << keyText() );
       return true;
    }
-   return isPathArrayUpdateRequired( orNone( cache.path(), noPath ), __PRETTY_FUNCTION__ )
-          || isPathTeRouterIdUpdateRequired( orNone( cache.pathTeRouterId(), noTeRouterIds ) )
-          || isIncludeIpUpdateRequired( orNone( cache.includeIps(), noIncludeIps ) )
-          || isPathSrlgUpdateRequired( orNone( cache.pathSrlg(), noSrlgs ) );
+   return isPathArrayUpdateRequired( cache.path(), __PRETTY_FUNCTION__ )
+          || isPathTeRouterIdUpdateRequired( cache.pathTeRouterId() )
+          || isIncludeIpUpdateRequired( cache.includeIps() )
+          || isPathSrlgUpdateRequired( cache.pathSrlg() );
 }
 
 bool
-PathStatusUpdator::isPathArrayUpdateRequired( const PathArray & path,
+PathStatusUpdator::isPathArrayUpdateRequired( const Lum::Ptr< const PathArray > & path,
                                               const char * operation ) const {
    const auto & status = published().pathList();
-   const auto & cached = path.path();
+   const auto & cached = orNone( path, noPath ).path();
    const auto at = firstDifference( status, cached );
    if ( at == inLength ) {
       TRACE8_FOR( operation, "Path array lengths from cache: " << cached.size() << ", from status: "
@@ -103,9 +104,10 @@ PathStatusUpdator::isPathArrayUpdateRequired( const PathArray & path,
 }
 
 bool
-PathStatusUpdator::isPathTeRouterIdUpdateRequired( const PathTeRouterId & teRouterIds ) const {
+PathStatusUpdator::isPathTeRouterIdUpdateRequired(
+   const Lum::Ptr< const PathTeRouterId > & pathTeRouterId ) const {
    const auto & status = published().pathTeRouterIdList();
-   const auto & cached = teRouterIds.pathTeRouterId();
+   const auto & cached = orNone( pathTeRouterId, noTeRouterIds ).pathTeRouterId();
    const auto at = firstDifference( status, cached );
    if ( at == inLength ) {
       TRACE8( "Path TE router ID array lengths from cache: " << cached.size() << ", from status: "
@@ -118,9 +120,10 @@ PathStatusUpdator::isPathTeRouterIdUpdateRequired( const PathTeRouterId & teRout
 }
 
 bool
-PathStatusUpdator::isIncludeIpUpdateRequired( const IncludeIps & includeIps ) const {
+PathStatusUpdator::isIncludeIpUpdateRequired(
+   const Lum::Ptr< const IncludeIps > & includeIps ) const {
    const auto & status = published().includeIpList();
-   const auto & cached = includeIps.includeIp();
+   const auto & cached = orNone( includeIps, noIncludeIps ).includeIp();
    const auto at = firstDifference( status, cached );
    if ( at == inLength ) {
       TRACE8( "IncludeIp array lengths from cache: " << cached.size()
@@ -134,9 +137,9 @@ PathStatusUpdator::isIncludeIpUpdateRequired( const IncludeIps & includeIps ) co
 }
 
 bool
-PathStatusUpdator::isPathSrlgUpdateRequired( const PathSrlg & pathSrlg ) const {
+PathStatusUpdator::isPathSrlgUpdateRequired( const Lum::Ptr< const PathSrlg > & pathSrlg ) const {
    const auto & status = published().pathSrlgList();
-   const auto & cached = pathSrlg.pathSrlg();
+   const auto & cached = orNone( pathSrlg, noSrlgs ).pathSrlg();
    const auto at = firstDifference( status, cached );
    if ( at == inLength ) {
       TRACE8( "PathSrlg array lengths from cache: " << cached.size()
@@ -149,15 +152,15 @@ PathStatusUpdator::isPathSrlgUpdateRequired( const PathSrlg & pathSrlg ) const {
 }
 
 void
-PathStatusUpdator::publishPath( const PathStatusCache & cache ) {
+PathStatusUpdator::publishPath( const Lum::Ptr< const PathStatusCache > & pathStatusCache ) {
    TRACE8( "called for: " << keyText() << "ChangeCount: " << published().changeCount()
                           << "RefreshRespSeq: " << published().refreshRespSeq()
-                          << "repairPathIdx: " << repairPathIdx( cache ) );
+                          << "repairPathIdx: " << repairPathIdx( *pathStatusCache ) );
    LUM_ASSERT( !pathStatusInfo()->refreshNeeded() );
-   if ( !isPathUpdateRequired( cache ) ) {
+   if ( !isPathUpdateRequired( pathStatusCache ) ) {
       return;
    }
-   write( newPathStatus( cache ) );
+   write( newPathStatus( *pathStatusCache ) );
    TRACE7( "Wrote new path status for path: " << keyText() );
 }
 
@@ -180,8 +183,8 @@ PathStatusUpdator::newPathStatus( const PathStatusCache & cache ) const {
 }
 
 void
-PathStatusUpdator::publishPathMetadata( const PathTeRouterId * pathTeRouterId,
-                                        const IncludeIps * includeIps ) {
+PathStatusUpdator::publishPathMetadata( const Lum::Ptr< const PathTeRouterId > & pathTeRouterId,
+                                        const Lum::Ptr< const IncludeIps > & includeIps ) {
    LUM_ASSERT( pathTeRouterId || includeIps );
    PathStatus pathStatus = published();
    if ( pathTeRouterId ) {
@@ -193,14 +196,14 @@ PathStatusUpdator::publishPathMetadata( const PathTeRouterId * pathTeRouterId,
    }
    pathStatus.changeCountIs( pathStatus.changeCount() + 1 );
    write( pathStatus );
-   pathStatusInfo_.pathStatusMetadataUpdateCountInc();
+   pathStatusInfo_->pathStatusMetadataUpdateCountInc();
    TRACE8( "Wrote new path metadata for path: " << keyText() );
 }
 
 void
 PathStatusUpdator::write( const PathStatus & pathStatus ) {
-   pathStatusInfo_.lastUpdatedAtIs( Lum::now() );
-   cspfStatus_.pathStatusIs( pathStatus );
+   pathStatusInfo_->lastUpdatedAtIs( Lum::now() );
+   cspfStatus_->pathStatusIs( pathStatus );
 }
 
 PathStatusUpdateSm::PathStatusUpdateSm(
@@ -218,7 +221,7 @@ PathStatusUpdateSm::~PathStatusUpdateSm() = default;
 
 void
 PathStatusUpdateSm::pathStatusUpdatorIs() {
-   pathStatusUpdator_.emplace( *pathStatusInfo_, *pathStatusInfo_->cspfStatus() );
+   pathStatusUpdator_.emplace( pathStatusInfo_, pathStatusInfo_->cspfStatus() );
 }
 
 void
@@ -289,7 +292,7 @@ PathStatusUpdateSm::publishPathStatus() {
    if ( pathUsageSm_ ) {
       pathUsageSm_->handleResult( *pathStatusCache_ );
    }
-   pathStatusUpdator_->publishPath( *pathStatusCache_ );
+   pathStatusUpdator_->publishPath( pathStatusCache_ );
    if ( pathUsageSm_ ) {
       pathUsageSm_->doUpdatePathBwUsage();  // for the path that stands, too
    }

@@ -12,35 +12,39 @@ class PathUsageSm;
 /// Writes a path's status where its client reads it, and only what changed.
 class PathStatusUpdator {
  public:
-   /// Both outlive this object.
-   PathStatusUpdator( PathStatusInfo & pathStatusInfo, Status & cspfStatus )
+   PathStatusUpdator( const Lum::Ptr< PathStatusInfo > & pathStatusInfo,
+                      const Lum::Ptr< Status > & cspfStatus )
       : pathStatusInfo_( pathStatusInfo ),
         cspfStatus_( cspfStatus ) {}
 
    /// Whether the cached result or the request that it answers differs from what is published.
-   bool isPathUpdateRequired( const PathStatusCache & pathStatusCache ) const;
-   bool isPathTeRouterIdUpdateRequired( const PathTeRouterId & pathTeRouterId ) const;
-   bool isIncludeIpUpdateRequired( const IncludeIps & includeIps ) const;
-   bool isPathSrlgUpdateRequired( const PathSrlg & pathSrlg ) const;
+   bool isPathUpdateRequired( const Lum::Ptr< const PathStatusCache > & pathStatusCache ) const;
+   // Null: none.
+   bool
+   isPathTeRouterIdUpdateRequired( const Lum::Ptr< const PathTeRouterId > & pathTeRouterId ) const;
+   bool isIncludeIpUpdateRequired( const Lum::Ptr< const IncludeIps > & includeIps ) const;
+   bool isPathSrlgUpdateRequired( const Lum::Ptr< const PathSrlg > & pathSrlg ) const;
 
    /// Publishes the cached result where it differs. REQUIRES: the refresh is finished.
-   void publishPath( const PathStatusCache & pathStatusCache );
+   void publishPath( const Lum::Ptr< const PathStatusCache > & pathStatusCache );
    /// Replaces the TE router ids, the include IPs or both; the hops stay. Null: keep. REQUIRES: the
    /// path is published, and there is one TE router id a hop.
-   void publishPathMetadata( const PathTeRouterId * pathTeRouterId, const IncludeIps * includeIps );
+   void publishPathMetadata( const Lum::Ptr< const PathTeRouterId > & pathTeRouterId,
+                             const Lum::Ptr< const IncludeIps > & includeIps );
 
  private:
-   const PathStatusInfo * pathStatusInfo() const noexcept { return &pathStatusInfo_; }
-   const PathKey & pathKey() const noexcept { return pathStatusInfo_.pathInfoKey().pathKey(); }
-   std::string keyText() const { return pathStatusInfo_.pathInfoKey().traceString(); }
+   const Lum::Ptr< PathStatusInfo > & pathStatusInfo() const noexcept { return pathStatusInfo_; }
+   const PathKey & pathKey() const noexcept { return pathStatusInfo_->pathInfoKey().pathKey(); }
+   std::string keyText() const { return pathStatusInfo_->pathInfoKey().traceString(); }
    /// The default where nothing is published.
-   const PathStatus & published() const { return cspfStatus_.pathStatus( pathKey() ); }
-   bool isPathArrayUpdateRequired( const PathArray & path, const char * operation ) const;
+   const PathStatus & published() const { return cspfStatus_->pathStatus( pathKey() ); }
+   bool isPathArrayUpdateRequired( const Lum::Ptr< const PathArray > & path,
+                                   const char * operation ) const;
    PathStatus newPathStatus( const PathStatusCache & cache ) const;
    void write( const PathStatus & pathStatus );
 
-   PathStatusInfo & pathStatusInfo_;
-   Status & cspfStatus_;
+   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+   const Lum::Ptr< Status > cspfStatus_;
 };
 
 /// The index under which the repair of a TI-LFA path is published; 0 where it has none.

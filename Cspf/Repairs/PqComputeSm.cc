@@ -342,8 +342,8 @@ PqComputeSm::endStage2() {
    pathStatusCache_->stage2LastRanAtIs( Lum::now() );
    pathStatusCache_->refreshedStage2CountInc();
    if ( !waitsForRefresh() ) {
-      PathStatusUpdator( *pathStatusInfo_, *pathStatusInfo_->cspfStatus() )
-         .publishPath( *pathStatusCache_ );
+      PathStatusUpdator( pathStatusInfo_, pathStatusInfo_->cspfStatus() )
+         .publishPath( pathStatusCache_ );
    }
 }
 

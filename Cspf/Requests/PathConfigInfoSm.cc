@@ -207,8 +207,8 @@ PathConfigInfoSm::refuse( const std::string & error, std::uint32_t refreshReqSeq
    }
    pathStatusInfo_->cspfStatus()->pathErrorIs( key.pathKey(), error );
    if ( !isRetired() && !pathStatusInfo_->constraint() ) {
-      PathStatusUpdator( *pathStatusInfo_, *pathStatusInfo_->cspfStatus() )
-         .publishPath( *Lum::make< PathStatusCache >( key ) );
+      PathStatusUpdator( pathStatusInfo_, pathStatusInfo_->cspfStatus() )
+         .publishPath( Lum::make< PathStatusCache >( key ) );
    }
 }
 
