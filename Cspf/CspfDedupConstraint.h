@@ -3,3 +3,4 @@
 /// Constraints, each distinct one once.
 
 #include "Cspf/Records/Constraint.h"
+#include "Cspf/Records/PathRows.h"

@@ -69,6 +69,9 @@ class ClientDirSm : public Lum::Reactor {
    void handleEnabled();
    /// The entry `name` of the directory came or went.
    void handleClientDir( const Lum::String & name );
+   /// Removes what an earlier run has left of clients that this one does not serve.
+   void doCleanupStaleClientMounts();
+   void doBuildExpectedPathList();
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
    // The tables that this run writes for the clients that are there: known while it is looked which
@@ -84,11 +87,9 @@ class ClientDirSm : public Lum::Reactor {
    const std::set< std::string > & expectedBwmStatusPath() const { return expectedBwmStatusPath_; }
 
  private:
-   void doCleanupStaleClientMounts();
    void doCleanupUnservedTables();
    /// All tables of clients that this run does not write.
    std::vector< std::string > unservedTables();
-   void doBuildExpectedPathList();
    void doClearExpectedPathList();
    void addExpectedPaths( const Lum::String & name, const Client & client,
                           const L3::VrfName & vrf );

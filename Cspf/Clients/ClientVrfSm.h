@@ -83,16 +83,18 @@ class ClientVrfSm : public Lum::Reactor {
    void handleVrfSourceId( const L3::VrfName & vrf, Kivnet::AddressFamily af );
    /// Brings the family's service in line with what the client wants and what can be had.
    void createOrDeletePathSm( Kivnet::AddressFamily af );
+   /// The node that the client's computations start from; empty where there is none.
+   NodeId getVrfClientSourceId( Kivnet::AddressFamily af ) const;
+   /// The client's tables and its path reactor. REQUIRES: the VRF is active; there are none yet.
+   void doInitPathSm( Kivnet::AddressFamily af );
+   void doCleanupPathSm( Kivnet::AddressFamily af );
+   /// What the client brought along for computations, into the VRF's record of it, and out.
+   void updateClientData( Kivnet::AddressFamily af );
+   void cleanupClientData( Kivnet::AddressFamily af );
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  private:
-   /// The node that the client's computations start from; empty where there is none.
-   NodeId getVrfClientSourceId( Kivnet::AddressFamily af ) const;
    void doInitFamily( Kivnet::AddressFamily af, const Lum::Ptr< AllClientInfo > & info );
-   void doInitPathSm( Kivnet::AddressFamily af );
-   void doCleanupPathSm( Kivnet::AddressFamily af );
-   void updateClientData( Kivnet::AddressFamily af );
-   void cleanupClientData( Kivnet::AddressFamily af );
 
    const L3::VrfName vrf_;
    const Lum::String clientName_;

@@ -166,8 +166,7 @@ PathStatusUpdator::publishPath( const Lum::Ptr< const PathStatusCache > & pathSt
 
 PathStatus
 PathStatusUpdator::newPathStatus( const PathStatusCache & cache ) const {
-   PathStatus pathStatus;
-   pathStatus.pathKey_ = pathKey();
+   PathStatus pathStatus{ pathKey() };
    pathStatus.path_ = orNone( cache.path(), noPath ).path();
    pathStatus.pathSrlg_ = orNone( cache.pathSrlg(), noSrlgs ).pathSrlg();
    pathStatus.includeIp_ = orNone( cache.includeIps(), noIncludeIps ).includeIp();

@@ -47,6 +47,7 @@ class PathUsageSm : public Lum::Reactor {
 
    /// The user under which the reservations were made.
    const BwUsageId & oldBwUsageId() const noexcept { return oldBwUsageId_; }
+   void oldBwUsageIdIs( const BwUsageId & id ) { oldBwUsageId_ = id; }
    const Lum::Ptr< const PathBwUsage > & pathBwUsage() const noexcept { return pathBwUsage_; }
    /// The path was asked for anew; what is published, and held, is for the last answer.
    bool awaitsResult() const noexcept { return awaitsResult_; }
@@ -62,7 +63,6 @@ class PathUsageSm : public Lum::Reactor {
    void takeOver();
    bool wasRefused() const;
    void userChangedIs( const BwUsageId & bwUsageId );
-   void oldBwUsageIdIs( const BwUsageId & id ) { oldBwUsageId_ = id; }
    void pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage );
    /// `operation`: the one for which, as traces begin.
    Lum::Ptr< const PathBwUsage > currentPathBwUsage( const char * operation );

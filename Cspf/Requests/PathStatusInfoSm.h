@@ -22,13 +22,16 @@ class PathStatusInfoSm : public Lum::Reactor {
    void doUpdateOldConstraint();
    void handleDestruction();
 
+   /// The one last registered with.
+   const ConstraintHandle & oldConstraint() const noexcept { return oldConstraint_; }
+   void oldConstraintIs( const ConstraintHandle & handle ) noexcept { oldConstraint_ = handle; }
+
  private:
    const Lum::Ptr< PathStatusInfo > & pathStatusInfo() const noexcept { return pathStatusInfo_; }
-   void oldConstraintIs( const ConstraintHandle & handle ) noexcept { oldConstraint_ = handle; }
 
    const Lum::Ptr< const ConstraintInfoTable > constraintInfoTable_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
-   ConstraintHandle oldConstraint_;  // the one last registered with
+   ConstraintHandle oldConstraint_;
 };
 
 }

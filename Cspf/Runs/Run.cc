@@ -223,9 +223,9 @@ CspfRun::doRunCspf( CspfRunMemory & memory ) {
 }
 
 void
-CspfRunIs( CspfData & cspfData, const Lum::Ptr< const AllTopoDbView > & view ) {
+CspfRunIs( const Lum::Ptr< CspfData > & cspfData, const Lum::Ptr< const AllTopoDbView > & view ) {
    CspfRunMemory memory;
-   const CspfRun run( memory, cspfData, view );
+   const CspfRun run( memory, *cspfData, view );
 }
 
 /// A destination on several routers belongs to the one that was made final first.

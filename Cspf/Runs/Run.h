@@ -51,6 +51,7 @@ class CspfRun {
 };
 
 /// The same run in a memory of its own. Its results stand as long as the data does.
-void CspfRunIs( CspfData & cspfData, const Lum::Ptr< const AllTopoDbView > & view );
+void CspfRunIs( const Lum::Ptr< CspfData > & cspfData,
+                const Lum::Ptr< const AllTopoDbView > & view );
 
 }

@@ -52,7 +52,7 @@ AllTopoDbSm::doCleanupStaleIntfIpToRouterIdEntries() {
       const auto entry = allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighbor( intfIp );
       const auto owned = []( const AllTopoNeighborKey & link ) { return !!link.teNeighborOf(); };
       if ( std::ranges::none_of( entry.neighborSet(), owned ) ) {
-         deleteIntfIpToRouterId( *published, intfIp );
+         deleteIntfIpToRouterId( published, intfIp );
       }
    }
 }

@@ -20,12 +20,12 @@ class AllTopoDbSm : public Lum::Reactor {
    void handleTopoDb( const TopoId & topoId );
    /// Replays all topologies, then removes published interface addresses that no link has.
    void handleTopoDb();
+   void doCleanupStaleIntfIpToRouterIdEntries();
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  private:
    void handleTopoDbChange( const TopoId & topoId ) { handleTopoDb( topoId ); }
-   void doCleanupStaleIntfIpToRouterIdEntries();
 
    const Lum::Ptr< const AllTopoDb > allTopoDb_;
    const Lum::Ptr< AllTopoDbStatus > allTopoDbStatus_;

@@ -228,17 +228,17 @@ IntfIpToNeighborTable::neighborDel( const Kivnet::IpGenAddr & intfIp,
 }
 
 void
-addNeighborKeyToIntfIp( AllTopoDbStatus & allTopoDbStatus,
+addNeighborKeyToIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
                         const AllTopoNeighborKey & allTopoNeighborKey,
                         const Kivnet::IpGenAddr & intfIp ) {
-   const auto & table = allTopoDbStatus.intfIpToNeighborTable();
-   touchOwners( allTopoDbStatus, table->intfIpToNeighbor( intfIp ).neighborSet(),
+   const auto & table = allTopoDbStatus->intfIpToNeighborTable();
+   touchOwners( *allTopoDbStatus, table->intfIpToNeighbor( intfIp ).neighborSet(),
                 allTopoNeighborKey );
    table->neighborIs( intfIp, allTopoNeighborKey );
-   allTopoDbStatus.noteAddress( intfIp );
-   const auto & published = allTopoDbStatus.intfIpToRouterIdTable();
+   allTopoDbStatus->noteAddress( intfIp );
+   const auto & published = allTopoDbStatus->intfIpToRouterIdTable();
    if ( published && allTopoNeighborKey.teNeighborOf() ) {
-      addIntfIpToRouterId( *published, intfIp, allTopoNeighborKey.teNeighborOf() );
+      addIntfIpToRouterId( published, intfIp, allTopoNeighborKey.teNeighborOf() );
    }
 }
 
@@ -247,11 +247,11 @@ namespace {
 /// The published row names the owner of one of the links, or is not there where none has a TE
 /// router id.
 void
-republish( IntfIpToRouterIdTable & published, const Kivnet::IpGenAddr & intfIp,
+republish( const Lum::Ptr< IntfIpToRouterIdTable > & published, const Kivnet::IpGenAddr & intfIp,
            const IntfIpToNeighbor & entry ) {
    const auto owns = []( const AllTopoNeighborKey & link ) { return !!link.teNeighborOf(); };
    const auto matches = [ & ]( const AllTopoNeighborKey & link ) {
-      return owns( link ) && link.teNeighborOf() == published.intfIpToRouterId( intfIp );
+      return owns( link ) && link.teNeighborOf() == published->intfIpToRouterId( intfIp );
    };
    const auto & links = entry.neighborSet();
    const auto owner = std::ranges::find_if( links, owns );
@@ -265,20 +265,20 @@ republish( IntfIpToRouterIdTable & published, const Kivnet::IpGenAddr & intfIp,
 }
 
 void
-deleteNeighborKeyFromIntfIp( AllTopoDbStatus & allTopoDbStatus,
+deleteNeighborKeyFromIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
                              const AllTopoNeighborKey & allTopoNeighborKey,
                              const Kivnet::IpGenAddr & intfIp ) {
-   const auto & table = allTopoDbStatus.intfIpToNeighborTable();
+   const auto & table = allTopoDbStatus->intfIpToNeighborTable();
    if ( !table->intfIpToNeighbor( intfIp ).neighborHas( allTopoNeighborKey ) ) {
       TRACE9( "Delete ngb " << allTopoNeighborKey << " of " << intfIp << ": already deleted." );
       return;
    }
    table->neighborDel( intfIp, allTopoNeighborKey );
-   allTopoDbStatus.noteAddress( intfIp );
+   allTopoDbStatus->noteAddress( intfIp );
    const IntfIpToNeighbor & left = table->intfIpToNeighbor( intfIp );
-   touchOwners( allTopoDbStatus, left.neighborSet(), allTopoNeighborKey );
-   if ( const auto & published = allTopoDbStatus.intfIpToRouterIdTable() ) {
-      republish( *published, intfIp, left );
+   touchOwners( *allTopoDbStatus, left.neighborSet(), allTopoNeighborKey );
+   if ( const auto & published = allTopoDbStatus->intfIpToRouterIdTable() ) {
+      republish( published, intfIp, left );
    }
    if ( left.neighbors() > 0 ) {
       return;
@@ -288,17 +288,17 @@ deleteNeighborKeyFromIntfIp( AllTopoDbStatus & allTopoDbStatus,
 }
 
 void
-addIntfIpToRouterId( IntfIpToRouterIdTable & intfIpToRouterIdTable,
+addIntfIpToRouterId( const Lum::Ptr< IntfIpToRouterIdTable > & intfIpToRouterIdTable,
                      const Kivnet::IpGenAddr & intfIp, const Kivnet::IpGenAddr & teRouterId ) {
    TRACE9( "adding intfIpToRouterId entry for ip: " << intfIp << " teRouterId: " << teRouterId );
-   intfIpToRouterIdTable.intfIpToRouterIdIs( intfIp, teRouterId );
+   intfIpToRouterIdTable->intfIpToRouterIdIs( intfIp, teRouterId );
 }
 
 void
-deleteIntfIpToRouterId( IntfIpToRouterIdTable & intfIpToRouterIdTable,
+deleteIntfIpToRouterId( const Lum::Ptr< IntfIpToRouterIdTable > & intfIpToRouterIdTable,
                         const Kivnet::IpGenAddr & intfIp ) {
    TRACE9( "deleting intfIpToRouterId entry for ip: " << intfIp );
-   intfIpToRouterIdTable.intfIpToRouterIdDel( intfIp );
+   intfIpToRouterIdTable->intfIpToRouterIdDel( intfIp );
 }
 
 }

@@ -209,16 +209,16 @@ class AllTopoDbStatus : public Lum::Entity {
 };
 
 /// Enters the link under the address, and publishes its owner's TE router id for the address.
-void addNeighborKeyToIntfIp( AllTopoDbStatus & allTopoDbStatus,
+void addNeighborKeyToIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
                              const AllTopoNeighborKey & allTopoNeighborKey,
                              const Kivnet::IpGenAddr & intfIp );
 /// Takes the link out; the published row goes to a remaining link's owner, or away.
-void deleteNeighborKeyFromIntfIp( AllTopoDbStatus & allTopoDbStatus,
+void deleteNeighborKeyFromIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
                                   const AllTopoNeighborKey & allTopoNeighborKey,
                                   const Kivnet::IpGenAddr & intfIp );
-void addIntfIpToRouterId( IntfIpToRouterIdTable & intfIpToRouterIdTable,
+void addIntfIpToRouterId( const Lum::Ptr< IntfIpToRouterIdTable > & intfIpToRouterIdTable,
                           const Kivnet::IpGenAddr & intfIp, const Kivnet::IpGenAddr & teRouterId );
-void deleteIntfIpToRouterId( IntfIpToRouterIdTable & intfIpToRouterIdTable,
+void deleteIntfIpToRouterId( const Lum::Ptr< IntfIpToRouterIdTable > & intfIpToRouterIdTable,
                              const Kivnet::IpGenAddr & intfIp );
 /// Whether the router lists the link.
 inline bool

@@ -123,7 +123,6 @@ TopoDbSm::doHandleRouter( const IgpRouterId & igpRouterId, const char * operatio
    doReconcileNeighbors( igpRouterId, router->neighborSet(), operation );
 }
 
-/// `teRouterId` is a copy: the mapping that it stands in goes.
 void
 TopoDbSm::doHandleRouterDeletion( const IgpRouterId & igpRouterId,
                                   const Kivnet::IpGenAddr & teRouterId ) {
@@ -193,8 +192,8 @@ TopoDbSm::doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAdd
    for ( LinkEntry * link : routerToNeighbor( igpRouterId ) ) {
       const NeighborKey & key = link->first.neighborKey;
       for ( const auto & intfIp : link->second.value.neighborToIntfIp ) {
-         addNeighborKeyToIntfIp( *allTopoDbStatus_, intfKey( key, teRouterId ), intfIp );
-         deleteNeighborKeyFromIntfIp( *allTopoDbStatus_, intfKey( key, oldTeRouterId ), intfIp );
+         addNeighborKeyToIntfIp( allTopoDbStatus_, intfKey( key, teRouterId ), intfIp );
+         deleteNeighborKeyFromIntfIp( allTopoDbStatus_, intfKey( key, oldTeRouterId ), intfIp );
       }
    }
 }
@@ -334,13 +333,13 @@ TopoDbSm::doUpdateLink( LinkEntry & link, const Igp::Neighbor * neighbor ) {
    }
    for ( const auto & address : addresses ) {
       if ( !link.second.value.neighborToIntfIp.has( address ) ) {
-         addNeighborKeyToIntfIp( *allTopoDbStatus_, allTopoNeighborKey, address );
+         addNeighborKeyToIntfIp( allTopoDbStatus_, allTopoNeighborKey, address );
       }
    }
    for ( const auto & address : link.second.value.neighborToIntfIp ) {
       if ( !addresses.has( address ) ) {
          LUM_ASSERT( neighborToIntfIpHas( key ) );
-         deleteNeighborKeyFromIntfIp( *allTopoDbStatus_, allTopoNeighborKey, address );
+         deleteNeighborKeyFromIntfIp( allTopoDbStatus_, allTopoNeighborKey, address );
       }
    }
    link.second.value.neighborToIntfIp = std::move( addresses );

@@ -44,6 +44,18 @@ class TopoDbSm : public Lum::Reactor {
    bool neighborToIntfIpHas( const Routing::Topology::NeighborKey & key ) const;
    /// The TE router id under which the router is parked as a duplicate; unset where it is not.
    Kivnet::IpGenAddr doFindDuplicateRouter( const IgpRouterId & igpRouterId ) const;
+   /// Parks the router under its TE router id, which another one owns, and logs that. REQUIRES: the
+   /// table has the router.
+   void doAddDuplicateRouter( const IgpRouterId & igpRouterId );
+   /// REQUIRES: the router is parked there.
+   void doDelDuplicateRouter( const IgpRouterId & igpRouterId,
+                              const Kivnet::IpGenAddr & teRouterId );
+   /// Takes out a router that has gone, and its links. `teRouterId`: the one that it owned; a copy
+   /// of what is mapped.
+   void doHandleRouterDeletion( const IgpRouterId & igpRouterId,
+                                const Kivnet::IpGenAddr & teRouterId );
+   /// Stamps a change of the topology.
+   void doUpdateAllTopoDbStatus();
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
@@ -54,15 +66,10 @@ class TopoDbSm : public Lum::Reactor {
 
    // `operation`: the signature under which they trace.
    void doHandleRouter( const IgpRouterId & igpRouterId, const char * operation );
-   void doHandleRouterDeletion( const IgpRouterId & igpRouterId,
-                                const Kivnet::IpGenAddr & teRouterId );
    void doUpdateTeRouterId( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & teRouterId,
                             const char * operation );
    void doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & oldTeRouterId,
                        const Kivnet::IpGenAddr & teRouterId, const char * operation );
-   void doAddDuplicateRouter( const IgpRouterId & igpRouterId );
-   void doDelDuplicateRouter( const IgpRouterId & igpRouterId,
-                              const Kivnet::IpGenAddr & teRouterId );
    void doReconcileNeighbors( const IgpRouterId & igpRouterId,
                               const Lum::Set< Routing::Topology::NeighborKey > & listed,
                               const char * operation );
@@ -75,7 +82,6 @@ class TopoDbSm : public Lum::Reactor {
    AllTopoNeighborKey intfKey( const Routing::Topology::NeighborKey & neighborKey,
                                const Kivnet::IpGenAddr & teNeighborOf ) const;
    std::set< IgpRouterId > knownRouters() const;
-   void doUpdateAllTopoDbStatus();
 
    const TopoId topoId_;
    const Lum::Ptr< const Routing::Topology::TopoDb > topoDb_;

@@ -1,7 +1,5 @@
 #include "Cspf/CspfDedupConstraint.h"
 
-#include "Cspf/CspfVrfRootTypes.h"
-
 #include <gtest/gtest.h>
 
 using namespace Cspf;
