@@ -30,7 +30,8 @@ class VrfRootSm;
 /// Makes the machines that a path has only while it has a constraint.
 ///
 ///   watches                     handler               makes (in the VrfRoot)
-///   PathStatusInfo.constraint   handleNewConstraint   refresh, status update, stitching
+///   PathStatusInfo.constraint   handleNewConstraint   refresh (of a repair: pqComputeSm), status
+///                                                     update
 class PathConstraintSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathConstraintSm );
    /// The owner outlives this object.

@@ -231,13 +231,13 @@ VrfRootSm::doCleanupPathSms( const PathInfoKey & key ) {
 void
 VrfRootSm::doInitConstraintMachines( const Lum::Ptr< PathStatusInfo > & pathStatusInfo ) {
    const PathInfoKey & key = pathStatusInfo->pathInfoKey();
+   // One machine marks the path; the update machine that asks for the run comes after it.
+   vrfRoot_->pathStatusUpdateSmDel( key );
    if ( isTilfa( key ) && !key.internal() ) {  // its protection refreshes it
       initializePqComputeSm( key, pathStatusInfo );
-      return;
+   } else {
+      vrfRoot_->pathRefreshSmIs( key, newPathRefreshSm( pathStatusInfo ) );
    }
-   // The refresh machine marks the path; the update machine that asks for the run comes after it.
-   vrfRoot_->pathStatusUpdateSmDel( key );
-   vrfRoot_->pathRefreshSmIs( key, newPathRefreshSm( pathStatusInfo ) );
    vrfRoot_->pathStatusUpdateSmIs(
       key, new PathStatusUpdateSm(
               vrfRoot_->constraintInfoTable(), vrfRoot_->pathUsageSm( key ), pathStatusInfo,

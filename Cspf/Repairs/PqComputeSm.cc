@@ -8,7 +8,6 @@
 
 #include "Cspf/Repairs/PqComputeSm.h"
 
-#include "Cspf/Paths/StatusUpdate.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
@@ -72,10 +71,8 @@ PqComputeSm::handleRefreshNeeded() {
 
 void
 PqComputeSm::handleCspfData() {
-   pathStatusInfo_->refreshNeededIs( false );
-   pathStatusInfo_->refreshReasonIs( 0 );
-   pathStatusCache_->refreshedStage1CountInc();
    isDue_ = true;
+   pathStatusCache_->refreshedStage1CountInc();
 }
 
 const PathConstraint &
@@ -341,10 +338,6 @@ void
 PqComputeSm::endStage2() {
    pathStatusCache_->stage2LastRanAtIs( Lum::now() );
    pathStatusCache_->refreshedStage2CountInc();
-   if ( !waitsForRefresh() ) {
-      PathStatusUpdator( pathStatusInfo_, pathStatusInfo_->cspfStatus() )
-         .publishPath( pathStatusCache_ );
-   }
 }
 
 void

@@ -30,7 +30,10 @@ struct AllPqPathWithImmNgb {
 ///
 ///   watches                         handler               writes
 ///   PathStatusInfo.refreshNeeded    handleRefreshNeeded
-///   (ProtectionSm)                  handlePqComputeTask   pqInfo, Status.pathStatus, .pathError
+///   (ProtectionSm)                  handleCspfData        PathStatusCache.refreshedStage1Count
+///   (ProtectionSm)                  handlePqComputeTask   PathStatusCache: pqInfo,
+///                                                           refreshedStage2Count;
+///                                                         Status.pathError
 class PqComputeSm : public Lum::Reactor {
    LUM_ENTITY( Cspf::Lfa, PqComputeSm );
    /// REQUIRES: the path has its rows and those of its trees, and a constraint.

@@ -95,7 +95,6 @@ ProtectionSm::requestDel( PqComputeSm & request ) {
 void
 ProtectionSm::refreshIs( PqComputeSm & request ) {
    waiting_.emplace_back( &request );
-   constraintInfo_->cspfRequestCountInc();
 }
 
 void

@@ -67,7 +67,7 @@ class ProtectionSm : public Lum::Reactor {
    /// The request is served until it is taken out; it outlives that.
    void requestIs( PqComputeSm & request );
    void requestDel( PqComputeSm & request );
-   /// The request asks for a refresh: it is answered after the next run, or what stands for one.
+   /// The request waits for a refresh: it is answered after the next run, or what stands for one.
    void refreshIs( PqComputeSm & request );
 
    const RepairContext & context() const noexcept { return context_; }

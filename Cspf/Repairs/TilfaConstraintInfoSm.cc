@@ -32,6 +32,7 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
    if ( stopUnlessScheduled( __PRETTY_FUNCTION__ ) ) {
       return;
    }
+   constraintInfo()->waiting.clear();  // all are answered
    constraintInfo()->sourceMissingIs( !sourceInTopology( view()->spfRoot() ) );
    constraintInfo()->constraintMissingInTopoIs( !constraintInfo()->sourceMissing()
                                                 && pathConstraint().sourceType() == neighborOnLink()
