@@ -7,14 +7,15 @@
 using namespace Cspf;
 
 static_assert(
-   named< &AllTopoDbStatus::topoInfoChangedAt, &addNeighborKeyToIntfIp,
-          &deleteNeighborKeyFromIntfIp, &addIntfIpToRouterId, &deleteIntfIpToRouterId,
-          &routerHasNeighbor, &neighborHasInterfaceAddr, &TopoDbSm::handleInitialized,
-          &TopoDbSm::handleDestruction, &TopoDbSm::handleRouter, &TopoDbSm::handleNeighbor,
-          &TopoDbSm::handleNetwork, &TopoDbSm::handleReachability,
+   named< &AllTopoDbStatus::topoInfoChangedAt, &routerHasNeighbor, &neighborHasInterfaceAddr,
+          &TopoDbSm::handleInitialized, &TopoDbSm::handleDestruction, &TopoDbSm::handleRouter,
+          &TopoDbSm::handleNeighbor, &TopoDbSm::handleNetwork, &TopoDbSm::handleReachability,
           &TopoDbSm::handleTeRouterIdChange, &TopoDbSm::pendingRouterToHandle,
           &TopoDbSm::routerIdMap, &TopoDbSm::neighborToIntfIpHas, &TopoDbSm::doFindDuplicateRouter,
-          &TopoDbSm::dumpState, &DuplicateRouters::routerHas, &PfxOriginatorInfo::originatorInfo,
+          &TopoDbSm::doAddDuplicateRouter, &TopoDbSm::doDelDuplicateRouter,
+          &TopoDbSm::doHandleRouterDeletion, &TopoDbSm::doUpdateAllTopoDbStatus,
+          &AllTopoDbSm::doCleanupStaleIntfIpToRouterIdEntries, &TopoDbSm::dumpState,
+          &DuplicateRouters::routerHas, &PfxOriginatorInfo::originatorInfo,
           &IntfIpToNeighbor::neighborHas > );
 static_assert( named< &AllTopoDbView::isAdminGroupAllowed, &AllTopoDbView::isSrlgAllowed,
                       &AllTopoDbView::isLinkIpAllowed, &AllTopoDbView::isNodeAllowed,
@@ -25,6 +26,14 @@ static_assert( named< &AllTopoDbView::isAdminGroupAllowed, &AllTopoDbView::isSrl
                       &AllTopoDbView::nexthopOnP2pLink, &AllTopoDbView::nexthopOnLanLink,
                       &AllTopoDbView::teRouterIdOfNodeWithTep, &AllTopoDbView::getIgpId,
                       &AllTopoDbView::spfRootOverloaded, &AllTopoDbView::bwUsageManager > );
+
+static_assert( requires( Lum::Ptr< AllTopoDbStatus > status, AllTopoNeighborKey link,
+                         Kivnet::IpGenAddr address, Lum::Ptr< IntfIpToRouterIdTable > table ) {
+   addNeighborKeyToIntfIp( status, link, address );
+   deleteNeighborKeyFromIntfIp( status, link, address );
+   addIntfIpToRouterId( table, address, address );
+   deleteIntfIpToRouterId( table, address );
+} );
 
 TEST( Faces, AllTopoDbTypes ) {
    const auto tables = Lum::make< AllTopoDb >();

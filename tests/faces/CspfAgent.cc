@@ -14,19 +14,21 @@ static_assert(
           &Agent::cspfSourceIdSmDel, &Agent::clientDirSmDel, &CspfCommandCallback::handleCommand,
           &dumpStateCallback > );
 static_assert(
-   named< &ClientDirSm::handleInitialized, &ClientDirSm::doPrepareToDie,
-          &ClientDirSm::handleClientDir, &ClientDirSm::handleEnabled, &ClientDirSm::clientSmDel,
-          &ClientDirSm::expectedStatusPath, &ClientDirSm::expectedBwmClientStatusPath,
-          &ClientDirSm::expectedBwmStatusPath, &ClientDirSm::dumpState, &ClientSm::handleVrf,
-          &ClientSm::clientVrfConfMounterDel, &ClientSm::dumpState,
-          &ClientVrfConfMounter::handleInitialized, &ClientVrfConfMounter::doPrepareToDie,
-          &ClientVrfConfMounter::clientVrfSm, &ClientVrfConfMounter::dumpState,
-          &ClientVrfSm::pathType, &ClientVrfSm::allClientInfo, &ClientVrfSm::vrfDedupTable,
-          &ClientVrfSm::vrfDedupHandle, &ClientVrfSm::vrfSourceId, &ClientVrfSm::pathSm,
-          &ClientVrfSm::bwmClientSetupSm, &ClientVrfSm::initialized,
-          &ClientVrfSm::handleAddressFamily, &ClientVrfSm::handleVrfSourceId,
-          &ClientVrfSm::handleBwmRequired, &ClientVrfSm::createOrDeletePathSm,
-          &ClientVrfSm::dumpState > );
+   named<
+      &ClientDirSm::handleInitialized, &ClientDirSm::doPrepareToDie,
+      &ClientDirSm::doCleanupStaleClientMounts, &ClientDirSm::doBuildExpectedPathList,
+      &ClientDirSm::handleClientDir, &ClientDirSm::handleEnabled, &ClientDirSm::clientSmDel,
+      &ClientDirSm::expectedStatusPath, &ClientDirSm::expectedBwmClientStatusPath,
+      &ClientDirSm::expectedBwmStatusPath, &ClientDirSm::dumpState, &ClientSm::handleVrf,
+      &ClientSm::clientVrfConfMounterDel, &ClientSm::dumpState,
+      &ClientVrfConfMounter::handleInitialized, &ClientVrfConfMounter::doPrepareToDie,
+      &ClientVrfConfMounter::clientVrfSm, &ClientVrfConfMounter::dumpState, &ClientVrfSm::pathType,
+      &ClientVrfSm::allClientInfo, &ClientVrfSm::vrfDedupTable, &ClientVrfSm::vrfDedupHandle,
+      &ClientVrfSm::vrfSourceId, &ClientVrfSm::pathSm, &ClientVrfSm::bwmClientSetupSm,
+      &ClientVrfSm::initialized, &ClientVrfSm::handleAddressFamily, &ClientVrfSm::handleVrfSourceId,
+      &ClientVrfSm::handleBwmRequired, &ClientVrfSm::createOrDeletePathSm,
+      &ClientVrfSm::getVrfClientSourceId, &ClientVrfSm::doInitPathSm, &ClientVrfSm::doCleanupPathSm,
+      &ClientVrfSm::updateClientData, &ClientVrfSm::cleanupClientData, &ClientVrfSm::dumpState > );
 static_assert(
    named< &TopoDbExportDirSm::handleTopoDbExportDir, &TopoDbExportDirSm::topoDbExportSmDelAll,
           &TopoDbExportSm::topoId, &TopoDbExportSm::topoVrfName, &TopoDbExportSm::topoAf,

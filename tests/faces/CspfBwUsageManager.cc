@@ -9,7 +9,8 @@ using namespace Cspf;
 static_assert( named< &BwUsageTable::addBwUsageEntry, &BwUsageTable::delBwUsageEntry,
                       &BwUsageDedupedLifetimeNotifiee::handleRemove,
                       &PathUsageSm::doUpdatePathBwUsage, &PathUsageSm::handlePathBwUsage,
-                      &PathUsageSm::handleConstraintChange, &PathUsageSm::handleDestruction > );
+                      &PathUsageSm::handleConstraintChange, &PathUsageSm::handleDestruction,
+                      &PathUsageSm::oldBwUsageId, &PathUsageSm::oldBwUsageIdIs > );
 
 TEST( Faces, CspfBwUsageManager ) {
    const auto manager = Lum::make< BwUsageManager >( Lum::make< AllTopoDb >() );

@@ -7,11 +7,18 @@
 using namespace Cspf;
 
 static_assert(
-   named< &CspfRunIs, &CspfData::source, &CspfData::useTeMetric, &CspfData::useLinksWithMaxMetric,
+   named< &CspfData::source, &CspfData::useTeMetric, &CspfData::useLinksWithMaxMetric,
           &CspfData::buildReverseSpt, &CspfData::singleHopCountLimit, &CspfData::tepHas,
           &CspfData::routerWithTep, &CspfData::shortestPath, &CspfData::shortestPathForNetwork,
           &CspfData::getLinkMetric, &CspfData::getReverseLinkMetric,
           &CspfData::getReverseMetricNetwork, &LfaCspfData::sourceOverloaded > );
+
+static_assert( requires( Lum::Ptr< CspfData > data, Lum::Ptr< AllTopoTeDbView > view,
+                         CspfLinkInfoKey link, Kivnet::IpGenAddr address ) {
+   CspfRunIs( data, view );
+   address = data->nexthopOnLink( link );
+   address = data->teRouterIdOfNexthopOnLink( link );
+} );
 
 TEST( Faces, CspfImpl ) {
    const CspfPathCost cost{ 30, 1, 2 };

@@ -19,6 +19,7 @@ static_assert(
 static_assert( named< &PathConfigInfoSm::handleChangeCount, &PathConfigInfoSm::getUpdatedConstraint,
                       &PathConfigInfoSm::getDerivedConstraint, &PathConfigInfoSm::doUpdateBwUsageId,
                       &PathStatusInfoSm::handleConstraint, &PathStatusInfoSm::doUpdateOldConstraint,
+                      &PathStatusInfoSm::oldConstraint, &PathStatusInfoSm::oldConstraintIs,
                       &PathStatusInfoSm::handleDestruction > );
 
 TEST( Faces, CspfPathSm ) {

@@ -17,7 +17,7 @@ static_assert(
           &VrfRoot::pathStatusUpdateSmDel, &VrfRoot::pqComputeSmDel, &VrfRoot::pathUsageSmDel,
           &VrfRoot::rsvpPathStitchSmDel, &VrfRoot::handleInitialized, &VrfRoot::handleDestruction,
           &VrfRoot::doMountTopoDb, &VrfRoot::enableTopoDbClient, &VrfRoot::disableTopoDbClient,
-          &VrfRoot::dumpState > );
+          &VrfRoot::cliConfigDel, &VrfRoot::topoDbClientDel, &VrfRoot::dumpState > );
 static_assert(
    named< &VrfRootSm::handleInitialized, &VrfRootSm::handleConstraintInfo,
           &VrfRootSm::handlePathStatusInfo, &PathConstraintSm::handleNewConstraint,
@@ -28,17 +28,39 @@ static_assert(
           &VrfRootSm::pathStatusInfoDelAll, &TeIntfSrlgSm::handleDestroy,
           &incrementDerivedConfigChangeCount > );
 static_assert(
-   named<
-      &PathStatusUpdateSm::handleInitialized, &PathStatusUpdateSm::handleRefreshNeeded,
-      &PathStatusUpdateSm::handleRefreshStage1Completion,
-      &PathStatusUpdateSm::handleRefreshStage2Completion, &PathStatusUpdateSm::publishPathStatus,
-      &PathStatusUpdateSm::pathStatusUpdatorIs, &PathStatusUpdator::isPathUpdateRequired,
-      &PathStatusUpdator::isPathTeRouterIdUpdateRequired,
-      &PathStatusUpdator::isIncludeIpUpdateRequired, &PathStatusUpdator::isPathSrlgUpdateRequired,
-      &PathStatusUpdator::publishPath, &PathStatusUpdator::publishPathMetadata,
-      &RsvpPathValidator::validatePathAndUpdateMetadata, &PathRefreshSm::handleTopoChanged,
-      &RsvpPathRefreshSm::handleNew, &RsvpPathRefreshSm::handleTopoChanged,
-      &RsvpPathRefreshSm::doPathValidation, &RsvpPathRefreshSm::setRefreshNeededForLinkedPaths > );
+   named< &PathStatusUpdateSm::handleInitialized, &PathStatusUpdateSm::handleRefreshNeeded,
+          &PathStatusUpdateSm::handleRefreshStage1Completion,
+          &PathStatusUpdateSm::handleRefreshStage2Completion,
+          &PathStatusUpdateSm::publishPathStatus, &PathStatusUpdateSm::pathStatusUpdatorIs,
+          &RsvpPathValidator::validatePathAndUpdateMetadata, &PathRefreshSm::handleTopoChanged,
+          &RsvpPathRefreshSm::handleNew, &RsvpPathRefreshSm::handleTopoChanged,
+          &RsvpPathRefreshSm::doPathValidation,
+          &RsvpPathRefreshSm::setRefreshNeededForLinkedPaths > );
+
+// What a root's parts are made from, and what publishes a path.
+static_assert( requires( VrfRoot & root, Lum::Ptr< AllTopoDb > allTopoDb,
+                         Lum::Ptr< AllTopoDbStatus > allTopoDbStatus,
+                         Lum::Ptr< VrfSourceId > vrfSourceId,
+                         Lum::Ptr< IntfIpToRouterIdTable > table,
+                         Lum::Ptr< PathStatusInfo > pathStatusInfo, Lum::Ptr< Status > status,
+                         Lum::Ptr< PathStatusCache > cache, RsvpPathValidator & validator ) {
+   root.dedupConstraintTableIs( root.constraintInfoTable() );
+   root.dedupPqInfoTableIs( status );
+   root.bwUsageManagerIs( allTopoDb );
+   root.allTopoDbStatusIs( vrfSourceId, table );
+   root.allTopoDbSmIs( allTopoDb, allTopoDbStatus );
+   root.teIntfStatusSmIs( root.teStatus(), root.pathConfigInfoTable() );
+   root.childPathStatusCacheSmIs( root.pathConfigInfoTable(), root.pathStatusCacheTable(),
+                                  root.pathStatusInfoTable(), root.constraintStatsTable() );
+   PathStatusUpdator( pathStatusInfo, status ).isPathUpdateRequired( cache );
+   PathStatusUpdator( pathStatusInfo, status )
+      .isPathTeRouterIdUpdateRequired( cache->pathTeRouterId() );
+   PathStatusUpdator( pathStatusInfo, status ).isIncludeIpUpdateRequired( cache->includeIps() );
+   PathStatusUpdator( pathStatusInfo, status ).isPathSrlgUpdateRequired( cache->pathSrlg() );
+   PathStatusUpdator( pathStatusInfo, status ).publishPath( cache );
+   PathStatusUpdator( pathStatusInfo, status )
+      .publishPathMetadata( validator.pathTeRouterId(), validator.includeIps() );
+} );
 
 TEST( Faces, CspfVrfRoot ) {
    TopoStore store( "A -10- B -10- C; C =lan1= D" );

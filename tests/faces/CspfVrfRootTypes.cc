@@ -43,4 +43,7 @@ TEST( Faces, CspfVrfRootTypes ) {
    links.pathDelAll();
    links.routerInNetworkForHopDelAll();
    PathBwUsage().bwUsageDelAll();
+   EXPECT_EQ( PathStatus{ key.pathKey() }.paths(), 0u );
+   EXPECT_EQ( TeRouterIdConfig().routerId(), TeRouterIdConfig::routerIdDefault );
+   EXPECT_FALSE( ClientData().isisAdjacencyInfo() || TilfaPathInfoKeyColl().pathInfoKey() );
 }
