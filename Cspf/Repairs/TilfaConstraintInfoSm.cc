@@ -43,7 +43,7 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
       TRACE7( "No topodb change, reuse cspf data" );
       constraintStats()->cspfSkippedCountInc();
       constraintStats()->cspfLastRanAtIs( seenUntil() );
-      updatePathStatusCache( tree_ );
+      updatePathStatusCache( cspfData_ );
    } else {
       computeTree( __PRETTY_FUNCTION__ );
    }
@@ -160,17 +160,18 @@ TilfaConstraintInfoSm::source() const {
 
 bool
 TilfaConstraintInfoSm::cspfDataHolds() const {
-   return tree_ && tree_->hasTree() && tree_->source() == source();
+   return cspfData_ && cspfData_->hasTree() && cspfData_->source() == source();
 }
 
 void
 TilfaConstraintInfoSm::computeTree( const char * operation ) {
-   tree_ = Lum::make< LfaCspfData >();
-   tree_->sourceIs( source() );
-   tree_->buildReverseSptIs( pathConstraint().reversePath() );
-   tree_->sourceOverloadedIs( view()->graph().overloaded( view()->vertex( tree_->source() ) ) );
-   runCspf( tree_, operation );
-   updatePathStatusCache( tree_ );
+   cspfDataIs( Lum::make< LfaCspfData >() );
+   cspfData_->sourceIs( source() );
+   cspfData_->buildReverseSptIs( pathConstraint().reversePath() );
+   cspfData_->sourceOverloadedIs(
+      view()->graph().overloaded( view()->vertex( cspfData_->source() ) ) );
+   runCspf( cspfData_, operation );
+   updatePathStatusCache( cspfData_ );
 }
 
 /// A tree is all that an internal path is for. Requests read the constraint's own, all at once.

@@ -19,6 +19,9 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    /// Whether the link is there, and leads to the node that the constraint names. REQUIRES: the
    /// constraint starts at the far end of a link; others name nothing that must be there.
    bool checkConstraintInTopoDb() override;
+   /// The last run, with its tree.
+   const Lum::Ptr< LfaCspfData > & cspfData() const noexcept { return cspfData_; }
+   void cspfDataIs( const Lum::Ptr< LfaCspfData > & cspfData ) { cspfData_ = cspfData; }
    /// Hands the tree to those who wait for it; null: there is none.
    void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData );
 
@@ -38,7 +41,7 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    void computeTree( const char * operation );
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
 
-   Lum::Ptr< LfaCspfData > tree_;  // the last one
+   Lum::Ptr< LfaCspfData > cspfData_;
 };
 
 }

@@ -14,7 +14,8 @@ static_assert(
           &Lfa::PqComputeSm::getAllDestinationNodes, &Lfa::PqComputeSm::dumpState,
           &Lfa::PqComputePfxSm::handleCspfData, &TilfaConstraintInfoSm::checkConstraintInTopoDb,
           &TilfaConstraintInfoSm::handleThrottleTimeout,
-          &TilfaConstraintInfoSm::updatePathStatusCache, &TilfaPathSm::handleCspfConfig,
+          &TilfaConstraintInfoSm::updatePathStatusCache, &TilfaConstraintInfoSm::cspfData,
+          &TilfaConstraintInfoSm::cspfDataIs, &TilfaPathSm::handleCspfConfig,
           &TilfaPathSm::externalPathInfoKey, &TilfaPathSm::doCleanupPathInfoKeyEntries > );
 
 TEST( Faces, CspfPqComputeSm ) {
