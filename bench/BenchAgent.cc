@@ -7,6 +7,7 @@
 #include "Cspf/Runs/ConstraintInfoSm.h"
 #include "Cspf/Runs/Run.h"
 #include "platform/Lum/Assert.h"
+#include "platform/Lum/Blocks.h"
 #include "schema/Types.h"
 
 #include <cstdio>
@@ -52,7 +53,7 @@ routerOf( std::uint32_t router ) {
 std::size_t
 heapInUse() {
    const struct mallinfo2 info = mallinfo2();
-   return info.uordblks + info.hblkhd;
+   return info.uordblks + info.hblkhd - Lum::freeBlockBytes();
 }
 
 std::string

@@ -397,8 +397,8 @@ std::printf( "%u routers, one link: import %.2f us, ratio to a copy in a map %.2
 }
 }
 
-/// Arguments: mixes and numbers of routers for what following saves alone, and with "xN" how many
-/// changes of a kind; none: everything.
+/// Arguments: "paths" for what a path takes alone; or mixes and numbers of routers for what
+/// following saves alone, and with "xN" how many changes of a kind; none: everything.
 int
 main( int argc, char ** argv ) {
    std::vector< std::string > mixes;
@@ -413,10 +413,16 @@ main( int argc, char ** argv ) {
          mixes.push_back( argument );
       }
    }
-   if ( argc == 1 ) {
+   const bool pathsAlone = mixes == std::vector< std::string >{ "paths" };
+   if ( argc == 1 || pathsAlone ) {
       measurePaths( paths, 1 );
       measurePaths( paths, constraints );
       measurePaths( 100'000, constraints );
+   }
+   if ( pathsAlone ) {
+      return 0;
+   }
+   if ( argc == 1 ) {
       measureChange();
       for ( const std::uint32_t size : { 1'000U, 10'000U, 20'500U } ) {
          measureImport( size );

@@ -12,7 +12,8 @@ namespace Lum {
 
 /// The container of a keyed collection, by hash.
 template< class Key, class T >
-using Map = std::unordered_map< Key, T, Hash >;
+using Map = std::unordered_map< Key, T, Hash, std::equal_to< Key >,
+                                BlockAllocator< std::pair< const Key, T > > >;
 
 /// Makes a change of type `T` in `Count` live objects of that type visible in the census.
 template< class T >

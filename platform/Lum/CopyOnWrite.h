@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Lum/Blocks.h"
+
 #include <cstdint>
 #include <utility>
 
@@ -49,6 +51,9 @@ class CopyOnWrite {
 
  private:
    struct Shared {
+      static void * operator new( std::size_t bytes ) { return takeBlock( bytes ); }
+      static void operator delete( void * block, std::size_t bytes ) { giveBlock( block, bytes ); }
+
       T value{};
       std::uint32_t holders = 1;
    };
