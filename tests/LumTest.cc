@@ -237,7 +237,7 @@ class Storm {
       }
    }
    void mayComeOrGo() {
-      if ( chance( 50 ) && members_.size() < 12 ) {
+      if ( chance( 50 ) && members_.size() < 40 ) {
          members_.push_back( Lum::make< Member >( *this, nullptr ) );
       } else if ( chance( 60 ) && !members_.empty() ) {
          const auto at = members_.begin() + static_cast< long >( random_() % members_.size() );

@@ -5,6 +5,7 @@
 #include "Cspf/Records/PqInfo.h"
 #include "Cspf/Records/Reservation.h"
 #include "Cspf/Records/RunInfo.h"
+#include "platform/Lum/CopyOnWrite.h"
 #include "schema/CspfClient.h"
 #include "schema/CspfStatus.h"
 

@@ -1,33 +1,75 @@
-// Entities and their watchers. An entity keeps one list of subscriptions for each attribute that
-// somebody watches, so that a change costs its own watchers only; an entity that nobody watches
-// pays one null pointer. While a list is being delivered nothing is unlinked from it: a
-// subscription that ends is marked (its owner is null) and swept when the outermost delivery
-// of that list is over. Subscriptions made meanwhile stand behind the last node that this
-// delivery will visit.
+// Entities and their watchers. There are many entities, and most attributes that are watched have
+// one watcher: that one takes two words in its entity, a crowd has a place of its own, and an
+// entity that nobody watches pays a null pointer. A watcher only remembers whom it watches. While a
+// crowd is told nobody is moved in it: a subscription that ends is marked (its owner is null) and
+// swept when the outermost delivery is over. Subscriptions made meanwhile stand behind the last one
+// that this delivery will visit.
 
 #include "platform/Lum/Entity.h"
 
+#include <memory>
+#include <unordered_map>
+
 namespace Lum {
 
-struct Entity::AttributeList {
-   const void * attribute;
-   Subscription * first = nullptr;
-   Subscription * last = nullptr;
-   int deliveries = 0;
-   bool swept = true;
-   AttributeList * next = nullptr;
-};
+/// The watchers of one attribute in the order in which they came. O(1) to come and to go, however
+/// many there are.
+class Entity::Crowd {
+ public:
+   struct Member {
+      const Binding * binding;
+      Reactor * owner;  // null once ended
+   };
 
-/// Keeps ended subscriptions of a list in their place while it is delivered, however that ends.
-struct Entity::Delivery {
-   explicit Delivery( AttributeList & delivered ) : list( delivered ) { ++list.deliveries; }
-   ~Delivery() {
-      if ( --list.deliveries == 0 && !list.swept ) {
-         sweep( list );
+   explicit Crowd( const void * watched ) : attribute( watched ) {}
+
+   const void * const attribute;
+
+   void add( const Member & member ) {
+      members_.push_back( member );
+      if ( places_ ) {
+         places_->emplace( member.owner, members_.size() - 1 );
+      } else if ( members_.size() > few ) {
+         notePlaces();
       }
    }
+   void end( const Reactor & owner );
+   void tell( const void * key );
+   /// The owners forget the entity, which ends.
+   void dissolve( const Entity & entity );
 
-   AttributeList & list;
+ private:
+   static constexpr std::size_t few = 16;
+
+   struct Delivery;
+
+   void endMember( Member & member ) {
+      member.owner = nullptr;
+      ++ended_;
+   }
+   void sweepIfDue() {
+      if ( !deliveries_ && ended_ && ( !places_ || 2 * ended_ > members_.size() ) ) {
+         sweep();
+      }
+   }
+   void sweep();
+   void notePlaces();
+
+   PackedVector< Member > members_;
+   std::unique_ptr< std::unordered_multimap< const Reactor *, std::size_t > > places_;  // of many
+   std::size_t ended_ = 0;  // and not swept
+   int deliveries_ = 0;
+};
+
+/// Keeps all members in their places while they are told, however that ends.
+struct Entity::Crowd::Delivery {
+   explicit Delivery( Crowd & told ) : crowd( told ) { ++crowd.deliveries_; }
+   ~Delivery() {
+      --crowd.deliveries_;
+      crowd.sweepIfDue();
+   }
+
+   Crowd & crowd;
 };
 
 namespace {
@@ -51,140 +93,172 @@ census() {
    return live;
 }
 
-Entity::~Entity() {
-   while ( lists_ ) {
-      AttributeList * list = lists_;
-      while ( Subscription * subscription = list->first ) {
-         if ( subscription->owner ) {
-            subscription->owner->forget( subscription );
+void
+Entity::Crowd::end( const Reactor & owner ) {
+   if ( !places_ ) {
+      for ( Member & member : members_ ) {
+         if ( member.owner == &owner ) {
+            endMember( member );
          }
-         list->first = subscription->next;
-         delete subscription;
       }
-      lists_ = list->next;
-      delete list;
+   } else {
+      const auto [ first, last ] = places_->equal_range( &owner );
+      for ( auto place = first; place != last; ++place ) {
+         endMember( members_.begin()[ place->second ] );
+      }
+      places_->erase( first, last );
+   }
+   sweepIfDue();
+}
+
+void
+Entity::Crowd::tell( const void * key ) {
+   const Delivery delivery( *this );
+   const std::size_t present = members_.size();
+   for ( std::size_t i = 0; i < present; ++i ) {
+      if ( const Member member = members_.begin()[ i ]; member.owner ) {
+         deliverTo( *member.owner, *member.binding, key );
+      }
    }
 }
 
-/// The list of those who watch any attribute comes first, so that it is seen at once.
-Entity::AttributeList &
-Entity::listIs( const void * attribute ) const {
-   if ( AttributeList * list = find( attribute ) ) {
-      return *list;
+void
+Entity::Crowd::dissolve( const Entity & entity ) {
+   for ( const Member & member : members_ ) {
+      if ( member.owner ) {
+         member.owner->forget( entity );
+      }
    }
-   AttributeList ** place = &lists_;
-   while ( attribute && *place ) {
-      place = &( *place )->next;
-   }
-   return *( *place = new AttributeList{ .attribute = attribute, .next = *place } );
 }
 
-Entity::AttributeList *
+void
+Entity::Crowd::sweep() {
+   members_.erase( std::remove_if( members_.begin(), members_.end(),
+                                   []( const Member & member ) { return !member.owner; } ),
+                   members_.end() );
+   ended_ = 0;
+   places_ = nullptr;
+   if ( members_.size() > few ) {
+      notePlaces();
+   }
+}
+
+void
+Entity::Crowd::notePlaces() {
+   places_ = std::make_unique< decltype( places_ )::element_type >();
+   for ( const Member & member : members_ ) {
+      if ( member.owner ) {
+         places_->emplace( member.owner, &member - members_.begin() );
+      }
+   }
+}
+
+const void *
+Entity::Watchers::attribute() const {
+   return binding ? binding->attribute : crowd->attribute;
+}
+
+Entity::~Entity() {
+   for ( const Watchers & watchers : watchers_ ) {
+      if ( watchers.binding ) {
+         watchers.owner->forget( *this );
+      } else {
+         watchers.crowd->dissolve( *this );
+         delete watchers.crowd;
+      }
+   }
+}
+
+Entity::Watchers *
 Entity::find( const void * attribute ) const {
-   AttributeList * list = lists_;
-   while ( list && list->attribute != attribute ) {
-      list = list->next;
+   return std::find_if( watchers_.begin(), watchers_.end(), [ & ]( const Watchers & watchers ) {
+      return watchers.attribute() == attribute;
+   } );
+}
+
+void
+Entity::subscribe( Reactor & owner, const Binding & binding ) const {
+   Watchers * const present = find( binding.attribute );
+   if ( present == watchers_.end() ) {
+      watchers_.insert( binding.attribute ? watchers_.end() : watchers_.begin(),
+                        { &binding, { &owner } } );
+      return;
    }
-   return list;
+   if ( present->binding ) {
+      auto * const crowd = new Crowd( binding.attribute );
+      crowd->add( { present->binding, present->owner } );
+      present->binding = nullptr;
+      present->crowd = crowd;
+   }
+   present->crowd->add( { &binding, &owner } );
+}
+
+void
+Entity::unsubscribe( const Reactor & owner ) const {
+   for ( const Watchers & watchers : watchers_ ) {
+      if ( !watchers.binding ) {
+         watchers.crowd->end( owner );
+      }
+   }
+   watchers_.erase( std::remove_if( watchers_.begin(), watchers_.end(),
+                                    [ & ]( const Watchers & watchers ) {
+                                       return watchers.binding && watchers.owner == &owner;
+                                    } ),
+                    watchers_.end() );
 }
 
 void
 Entity::deliver( const void * attribute, const void * key ) const {
    const Ptr< const Entity > alive( references_ ? this : nullptr );
-   if ( lists_ && !lists_->attribute ) {
+   if ( !watchers_.begin()->attribute() ) {
       const AnyChange change{ attribute, key };
-      deliverTo( *lists_, &change );
+      deliverTo( *watchers_.begin(), &change );
    }
-   if ( AttributeList * list = find( attribute ) ) {
-      deliverTo( *list, key );
-   }
-}
-
-void
-Entity::deliverTo( AttributeList & list, const void * key ) {
-   if ( !list.first ) {
-      return;
-   }
-   const Delivery delivery( list );
-   const Subscription * const last = list.last;
-   for ( Subscription * s = list.first;; s = s->next ) {
-      if ( s->owner ) {
-         const Ptr< Reactor > owner( s->owner->references() ? s->owner : nullptr );
-         s->deliver( *s->owner, key );
-      }
-      if ( s == last ) {
-         return;
-      }
+   if ( const Watchers * const watchers = find( attribute ); watchers != watchers_.end() ) {
+      deliverTo( *watchers, key );
    }
 }
 
 void
-Entity::sweep( AttributeList & list ) {
-   list.swept = true;
-   for ( Subscription * s = list.first; s; ) {
-      Subscription * next = s->next;
-      if ( !s->owner ) {
-         ( s->previous ? s->previous->next : list.first ) = s->next;
-         ( s->next ? s->next->previous : list.last ) = s->previous;
-         delete s;
-      }
-      s = next;
+Entity::deliverTo( const Watchers & watchers, const void * key ) {
+   if ( watchers.binding ) {
+      deliverTo( *watchers.owner, *watchers.binding, key );
+   } else {
+      watchers.crowd->tell( key );
    }
 }
 
 void
-Entity::unlink( Subscription * s ) {
-   AttributeList & list = s->entity->listIs( s->attribute );
-   if ( list.deliveries ) {
-      s->owner = nullptr;
-      list.swept = false;
-      return;
-   }
-   ( s->previous ? s->previous->next : list.first ) = s->next;
-   ( s->next ? s->next->previous : list.last ) = s->previous;
-   delete s;
+Entity::deliverTo( Reactor & owner, const Binding & binding, const void * key ) {
+   const Ptr< Reactor > alive( owner.references() ? &owner : nullptr );
+   binding.deliver( owner, key );
 }
 
 void
-Reactor::watch( const Entity & entity, const void * attribute, Subscription::Deliver deliver ) {
-   Entity::AttributeList & list = entity.listIs( attribute );
-   auto * s = new Subscription{ &entity, attribute, this, deliver };
-   s->previous = list.last;
-   ( list.last ? list.last->next : list.first ) = s;
-   list.last = s;
-   s->ownerNext = subscriptions_;
-   if ( subscriptions_ ) {
-      subscriptions_->ownerPrevious = s;
+Reactor::watch( const Entity & entity, const Binding & binding ) {
+   entity.subscribe( *this, binding );
+   if ( watched_.empty() || watched_.back() != &entity ) {
+      watched_.push_back( &entity );
    }
-   subscriptions_ = s;
 }
 
 void
-Reactor::forget( Subscription * s ) {
-   ( s->ownerPrevious ? s->ownerPrevious->ownerNext : subscriptions_ ) = s->ownerNext;
-   if ( s->ownerNext ) {
-      s->ownerNext->ownerPrevious = s->ownerPrevious;
-   }
+Reactor::forget( const Entity & entity ) {
+   watched_.erase( std::remove( watched_.begin(), watched_.end(), &entity ), watched_.end() );
 }
 
 void
 Reactor::unwatch( const Entity & entity ) {
-   for ( Subscription * s = subscriptions_; s; ) {
-      Subscription * next = s->ownerNext;
-      if ( s->entity == &entity ) {
-         forget( s );
-         Entity::unlink( s );
-      }
-      s = next;
-   }
+   forget( entity );
+   entity.unsubscribe( *this );
 }
 
 void
 Reactor::unwatchAll() {
-   while ( Subscription * s = subscriptions_ ) {
-      forget( s );
-      Entity::unlink( s );
+   for ( const Entity * entity : watched_ ) {
+      entity->unsubscribe( *this );
    }
+   watched_.clear();
 }
 
 }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "platform/Lum/Assert.h"
+#include "platform/Lum/Blocks.h"
+#include "platform/Lum/PackedVector.h"
 #include "platform/Lum/Ptr.h"
 
 #include <cstdint>
@@ -20,18 +22,10 @@ struct AttributeId {
    const char * name;
 };
 
-/// One subscription: a node in the attribute's list, and in its owner's.
-struct Subscription {
-   using Deliver = void ( * )( Reactor & owner, const void * key );
-
-   const Entity * entity;
-   const void * attribute;
-   Reactor * owner;  // null once ended while its list is being delivered
-   Deliver deliver;
-   Subscription * previous = nullptr;
-   Subscription * next = nullptr;
-   Subscription * ownerPrevious = nullptr;
-   Subscription * ownerNext = nullptr;
+/// What a kind of watcher hears of, and how: one constant for each place in the code that watches.
+struct Binding {
+   const void * attribute;  ///< null: all
+   void ( *deliver )( Reactor & owner, const void * key );
 };
 
 /// An object with identity: counted references, attributes that can be watched, a type name.
@@ -57,6 +51,9 @@ class Entity {
    Entity & operator=( const Entity & ) = delete;
    virtual ~Entity();
 
+   static void * operator new( std::size_t bytes ) { return takeBlock( bytes ); }
+   static void operator delete( void * block, std::size_t bytes ) { giveBlock( block, bytes ); }
+
    /// The type's full name, such as "Cspf::PathConfigInfo".
    virtual const char * typeName() const = 0;
 
@@ -73,7 +70,7 @@ class Entity {
    virtual void lastReferenceGone() { delete this; }
    /// Delivers a change of the attribute to its watchers. O(watchers of this attribute).
    void notify( const void * attribute, const void * key ) const {
-      if ( lists_ ) {
+      if ( !watchers_.empty() ) {
          deliver( attribute, key );
       }
    }
@@ -83,17 +80,26 @@ class Entity {
 
  private:
    friend class Reactor;
-   struct AttributeList;
-   struct Delivery;
+   class Crowd;
+   /// The watcher of an attribute, or its watchers where there are several.
+   struct Watchers {
+      const Binding * binding;  // null: a crowd
+      union {
+         Reactor * owner;
+         Crowd * crowd;
+      };
 
-   AttributeList & listIs( const void * attribute ) const;
-   AttributeList * find( const void * attribute ) const;
+      const void * attribute() const;
+   };
+
+   Watchers * find( const void * attribute ) const;
+   void subscribe( Reactor & owner, const Binding & binding ) const;
+   void unsubscribe( const Reactor & owner ) const;
    void deliver( const void * attribute, const void * key ) const;
-   static void deliverTo( AttributeList & list, const void * key );
-   static void sweep( AttributeList & list );
-   static void unlink( Subscription * subscription );
+   static void deliverTo( const Watchers & watchers, const void * key );
+   static void deliverTo( Reactor & owner, const Binding & binding, const void * key );
 
-   mutable AttributeList * lists_ = nullptr;
+   mutable PackedVector< Watchers > watchers_;  // by attribute; those of all attributes come first
    mutable std::uint32_t references_ = 0;
    bool started_ = false;
    bool retired_ = false;  // a Reactor's; here it takes no room
@@ -131,36 +137,45 @@ class Reactor : public Entity {
    void unwatchAll();
 
  protected:
-   template< auto handler, class E, class A, class Self >
-   void watchAttribute( const Ptr< E > & entity, const AttributeId< A, void > & attribute,
-                        Self * ) {
-      watch( *entity, &attribute, []( Reactor & owner, const void * ) {
-         ( static_cast< Self & >( owner ).*handler )();
-      } );
-   }
-   template< auto handler, class E, class A, class Key, class Self >
-   void watchCollection( const Ptr< E > & entity, const AttributeId< A, Key > & attribute,
-                         Self * ) {
-      watch( *entity, &attribute, []( Reactor & owner, const void * key ) {
-         ( static_cast< Self & >( owner ).*handler )( *static_cast< const Key * >( key ) );
-      } );
+   template< auto handler, const auto & attribute, class Self >
+   void watchAttribute( const Entity & entity, Self * ) {
+      watch( entity, binding< handler, attribute, Self > );
    }
    /// Subscribes to all attributes and collections at once. Hears of a change before those who
    /// watch that attribute, so that it hears of all changes in the order in which they happen.
    template< auto handler, class Self >
    void watchAny( const Entity & entity, Self * ) {
-      watch( entity, nullptr, []( Reactor & owner, const void * change ) {
-         ( static_cast< Self & >( owner ).*handler )( *static_cast< const AnyChange * >( change ) );
-      } );
+      watch( entity, anyBinding< handler, Self > );
    }
 
  private:
    friend class Entity;
 
-   void watch( const Entity & entity, const void * attribute, Subscription::Deliver deliver );
-   void forget( Subscription * subscription );
+   template< auto handler, class Self, class E, class Key >
+   static void call( Reactor & owner, const void * key, const AttributeId< E, Key > & ) {
+      if constexpr ( std::is_void_v< Key > ) {
+         ( static_cast< Self & >( owner ).*handler )();
+      } else {
+         ( static_cast< Self & >( owner ).*handler )( *static_cast< const Key * >( key ) );
+      }
+   }
+   template< auto handler, const auto & attribute, class Self >
+   static void hear( Reactor & owner, const void * key ) {
+      call< handler, Self >( owner, key, attribute );
+   }
+   template< auto handler, const auto & attribute, class Self >
+   static constexpr Binding binding{ &attribute, &hear< handler, attribute, Self > };
+   template< auto handler, class Self >
+   static void hearAny( Reactor & owner, const void * change ) {
+      ( static_cast< Self & >( owner ).*handler )( *static_cast< const AnyChange * >( change ) );
+   }
+   template< auto handler, class Self >
+   static constexpr Binding anyBinding{ nullptr, &hearAny< handler, Self > };
 
-   Subscription * subscriptions_ = nullptr;
+   void watch( const Entity & entity, const Binding & binding );
+   void forget( const Entity & entity );
+
+   PackedVector< const Entity * > watched_;  // one or more times each
 };
 
 /// Number of live objects by type name, for the types declared with LUM_ENTITY.
@@ -222,11 +237,11 @@ retire( Ptr< T > & child ) {
 /// Subscribes a handler of this reactor: `LUM_WATCH( entity, attribute, handleAttribute )`, where
 /// the handler takes nothing; LUM_WATCH_KEYS is for collections, its handler takes the key.
 #define LUM_WATCH( entity, attribute, handler )                                                    \
-   this->template watchAttribute< &std::remove_reference_t< decltype( *this ) >::handler >(        \
-      entity, std::remove_reference_t< decltype( *( entity ) ) >::attribute##Attribute, this )
-#define LUM_WATCH_KEYS( entity, collection, handler )                                              \
-   this->template watchCollection< &std::remove_reference_t< decltype( *this ) >::handler >(       \
-      entity, std::remove_reference_t< decltype( *( entity ) ) >::collection##Attribute, this )
+   this->template watchAttribute<                                                                  \
+      &std::remove_reference_t< decltype( *this ) >::handler,                                      \
+      std::remove_reference_t< decltype( *( entity ) ) >::attribute##Attribute >( *( entity ),     \
+                                                                                  this )
+#define LUM_WATCH_KEYS( entity, collection, handler ) LUM_WATCH( entity, collection, handler )
 /// LUM_WATCH_KEYS, and the handler for each key that is there at this moment, in order.
 #define LUM_FOLLOW_KEYS( entity, collection, handler )                                             \
    LUM_WATCH_KEYS( entity, collection, handler );                                                  \

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/Lum/CopyOnWrite.h"
 #include "platform/Lum/Describe.h"
 #include "platform/Lum/Enum.h"
+#include "platform/Lum/SharedArray.h"
 
 #include <algorithm>
 #include <charconv>
@@ -187,38 +187,41 @@ class List {
  public:
    using value_type = T;
 
-   auto begin() const noexcept { return elements_->begin(); }
-   auto end() const noexcept { return elements_->end(); }
-   std::size_t size() const noexcept { return elements_->size(); }
-   bool empty() const noexcept { return elements_->empty(); }
-   void reserve( std::size_t n ) { elements_.own().reserve( n ); }
+   const T * begin() const noexcept { return elements_.begin(); }
+   const T * end() const noexcept { return elements_.end(); }
+   std::size_t size() const noexcept { return elements_.size(); }
+   bool empty() const noexcept { return size() == 0; }
+   void reserve( std::size_t n ) { elements_.own( n ); }
    void clear() noexcept { elements_.clear(); }
-   const T & operator[]( std::size_t i ) const noexcept { return ( *elements_ )[ i ]; }
+   const T & operator[]( std::size_t i ) const noexcept { return elements_[ i ]; }
    const T * find( Index index ) const noexcept {
-      return index.value() < size() ? &( *elements_ )[ index.value() ] : nullptr;
+      return index.value() < size() ? &elements_[ index.value() ] : nullptr;
    }
    void set( Index index, T element ) {
-      std::vector< T > & elements = elements_.own();
-      if ( index.value() >= elements.size() ) {
-         elements.resize( index.value() + 1u );
+      if ( index.value() >= size() ) {
+         elements_.resize( index.value() + 1u );
       }
-      elements[ index.value() ] = std::move( element );
+      elements_.own( size() )[ index.value() ] = std::move( element );
    }
    /// Appends one element; the bound of `Index` holds.
    void push( T element ) { set( Index( size() ), std::move( element ) ); }
    void erase( Index index ) {
       if ( index.value() < size() ) {
-         std::vector< T > & elements = elements_.own();
-         elements.erase( elements.begin() + index.value() );
+         elements_.erase( index.value() );
       }
    }
    bool operator==( const List & other ) const {
-      return elements_.shares( other.elements_ ) || *elements_ == *other.elements_;
+      return elements_.shares( other.elements_ )
+             || std::equal( begin(), end(), other.begin(), other.end() );
    }
-   auto operator<=>( const List & other ) const { return *elements_ <=> *other.elements_; }
+   auto operator<=>( const List & other ) const {
+      return std::lexicographical_compare_three_way( begin(), end(), other.begin(), other.end() );
+   }
 
  private:
-   CopyOnWrite< std::vector< T > > elements_;
+   static_assert( Index::max < 0xffff );
+
+   SharedArray< T > elements_;
 };
 
 /// A small ordered set inside of a value.
