@@ -279,11 +279,11 @@ PathStitcher::result() const {
    for ( const IncludeIp & includeIp : includeIps_ ) {
       includeIps.push( includeIp );
    }
-   return CspfPathResult{
-      Lum::make< const PathArray >( std::move( path ), isPathFromSourceToSource_ ),
-      Lum::make< const PathSrlg >( std::move( srlgs ) ),
-      Lum::make< const PathTeRouterId >( std::move( teRouterIds ) ),
-      Lum::make< const IncludeIps >( std::move( includeIps ) ), links() };
+   return CspfPathResult{ isPathFromSourceToSource_ ? Lum::make< const PathArray >( path, true )
+                                                    : sharedRecord< PathArray >( path ),
+                          sharedRecord< PathSrlg >( srlgs ),
+                          sharedRecord< PathTeRouterId >( teRouterIds ),
+                          sharedRecord< IncludeIps >( includeIps ), links() };
 }
 
 }

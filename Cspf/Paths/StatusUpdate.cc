@@ -54,11 +54,11 @@ void
 initializePathStatusCache( const Lum::Ptr< PathStatusCache > & pathStatusCache,
                            const PathStatus & pathStatus ) {
    LUM_ASSERT( !pathStatusCache->path() );
-   pathStatusCache->pathIs( Lum::make< const PathArray >( pathStatus.pathList() ) );
-   pathStatusCache->pathSrlgIs( Lum::make< const PathSrlg >( pathStatus.pathSrlgList() ) );
+   pathStatusCache->pathIs( sharedRecord< PathArray >( pathStatus.pathList() ) );
+   pathStatusCache->pathSrlgIs( sharedRecord< PathSrlg >( pathStatus.pathSrlgList() ) );
    pathStatusCache->pathTeRouterIdIs(
-      Lum::make< const PathTeRouterId >( pathStatus.pathTeRouterIdList() ) );
-   pathStatusCache->includeIpsIs( Lum::make< const IncludeIps >( pathStatus.includeIpList() ) );
+      sharedRecord< PathTeRouterId >( pathStatus.pathTeRouterIdList() ) );
+   pathStatusCache->includeIpsIs( sharedRecord< IncludeIps >( pathStatus.includeIpList() ) );
 }
 
 bool

@@ -57,12 +57,18 @@ class PathTeRouterId : public Lum::Entity {
 class IncludeIps : public Lum::Entity {
    LUM_ENTITY( Cspf, IncludeIps );
    using List = Lum::List< IncludeIpIndex, IncludeIp >;
+   using Hops = List;
    LUM_LIST( includeIp, IncludeIpIndex, IncludeIp );
    IncludeIps() = default;
    explicit IncludeIps( List includeIps ) : includeIp_( std::move( includeIps ) ) {}
 
    const List & includeIp() const noexcept { return includeIp_; }
 };
+
+/// The record of that content: the one that stands in some result already, else a new one. Many
+/// paths to one destination take the same way, and so take its records once. O(hops).
+template< class Record >
+Lum::Ptr< const Record > sharedRecord( const typename Record::Hops & hops );
 
 /// A path as links of the topology: what it reserves, and what is checked of a published path.
 class PathAsTopoDbLinks : public Lum::Entity {

@@ -1,9 +1,9 @@
 // Hops of one path out of a run's tree, in the words of its client.
 //
-// The records that a result is made of are shared with the path's cache and never change. Most
-// runs find most paths as they were, so what a path holds is compared hop by hop first, and a
-// record is made only where it differs. The lists of numbers that this takes are the run's own and
-// serve all of its paths.
+// The records that a result is made of are shared with the path's cache, and with other paths, and
+// never change. Most runs find most paths as they were, so what a path holds is compared hop by hop
+// first, and another record is looked for only where it differs. The lists of numbers that this
+// takes are the run's own and serve all of its paths.
 //
 // Equal-cost choices are made from the destination backwards, as the tree is walked. They keep to
 // the path in use, so that paths stay where they are while they are among the best, and are random
@@ -23,7 +23,7 @@ namespace {
 
 constexpr std::uint32_t mostHops = HopIndex::max + 1;
 
-/// Puts a new record in place of one that holds other elements: `make( hop )` for each hop, where
+/// Puts another record in place of one that holds other elements: `make( hop )` for each hop, where
 /// `same( element, hop )` tells whether a present one is that.
 template< class List, class Record, class Hops, class Same, class Make >
 void
@@ -37,7 +37,7 @@ renew( Lum::Ptr< const Record > & record, const List & ( Record::*list )() const
    for ( const auto & hop : hops ) {
       renewed.push( make( hop ) );
    }
-   record = Lum::make< const Record >( std::move( renewed ) );
+   record = sharedRecord< Record >( renewed );
 }
 
 }
