@@ -77,7 +77,7 @@ struct ConstraintPath {
 /// How often one distinct constraint was computed, and for whom.
 class ConstraintStatus : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintStatus );
-   LUM_COLLECTION_ORDERED( path, ConstraintPath, std::uint32_t );  ///< users of that name
+   LUM_COLLECTION( path, ConstraintPath, std::uint32_t );  ///< users of that name
    LUM_COUNTER( cspfCount );
    LUM_COUNTER( cspfSkippedCount );
    LUM_ATTRIBUTE( cspfCurrentDelay, double );  ///< milliseconds

@@ -161,14 +161,14 @@ bool
 RsvpPathRefreshSm::standsAsComputed() const {
    const PathStatusCache & result = *pathStatusCache_;
    const InternalPathConstraint & constraint = pathStatusInfo()->constraint()->pathConstraint();
-   if ( result.routers.routers.empty() || !result.cspfData() || constraint.bwUsageId() ) {
+   if ( result.routers->routers.empty() || !result.cspfData() || constraint.bwUsageId() ) {
       return false;
    }
    const AllTopoDbStatus & status = *context_.topology.allTopoDbStatus;
    const PathStatus & published =
       pathStatusInfo()->cspfStatus()->pathStatus( pathStatusInfo()->pathInfoKey().pathKey() );
    const bool stands =
-      unchanged( status.teGraph().graph(), result.routers )
+      unchanged( status.teGraph().graph(), *result.routers )
       && result.cspfData()->source() == status.sourceId( constraint.pathComputationType() )
       && result.path()->path() == published.pathList()
       && result.pathTeRouterId()->pathTeRouterId() == published.pathTeRouterIdList()
@@ -193,7 +193,7 @@ RsvpPathRefreshSm::nothingToValidate() {
       return true;
    }
    if ( standsAsComputed() ) {
-      validityIs( { context_.topology, context_.memory, pathStatusCache_->routers.routers } );
+      validityIs( { context_.topology, context_.memory, pathStatusCache_->routers->routers } );
       return true;
    }
    return false;

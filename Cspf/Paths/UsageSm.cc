@@ -56,7 +56,7 @@ PathUsageSm::takeOver() {
       oldBwUsageIdIs( replaced->oldBwUsageId() );
       granted_ = replaced->granted_;
       pathBwUsage_ = replaced->pathBwUsage();
-      linksAre( replaced->hops_, replaced->links_ );
+      hops_ = replaced->hops_ ? std::make_unique< KnownHops >( *replaced->hops_ ) : nullptr;
       awaitsResult_ = true;
    }
 }
@@ -83,7 +83,7 @@ PathUsageSm::handleConstraintChange() {
    }
    awaitsResult_ = awaitsResult_ || pathStatusInfo_->constraintChangeCount() > 1 || wasRefused();
    const BwUsageId & bwUsageId = constraint->pathConstraint().bwUsageId();
-   if ( bwUsageId == oldBwUsageId_ ) {
+   if ( bwUsageId == oldBwUsageId() ) {
       TRACE8( "same bwUsageId: sharedBwGroupId " << bwUsageId.sharedBwGroupId() << " localId "
                                                  << bwUsageId.localId() << "for path "
                                                  << pathStatusInfo_->pathInfoKey().traceString() );
@@ -91,6 +91,14 @@ PathUsageSm::handleConstraintChange() {
       oldBwUsageIdIs( bwUsageId );
    }
    doUpdatePathBwUsage();
+}
+
+void
+PathUsageSm::oldBwUsageIdIs( const BwUsageId & id ) {
+   oldBwUsageId_.clear();
+   if ( id ) {
+      oldBwUsageId_.own() = id;
+   }
 }
 
 bool
@@ -152,17 +160,19 @@ PathUsageSm::handleValid( const TopoGraph & topoGraph, std::span< const CspfPath
 void
 PathUsageSm::linksAre( const PathArray::Hops & hops,
                        const Lum::Ptr< const PathAsTopoDbLinks > & links ) {
-   hops_ = hops;
-   links_ = links;
-   nearAddresses_ = std::vector< Kivnet::IpGenAddr >( links ? hops.size() : 0 );
-   watchRouters();
+   hops_ = nullptr;
+   if ( links ) {
+      hops_ = std::make_unique< KnownHops >( KnownHops{ hops, links, {}, {} } );
+      hops_->nearAddresses.resize( hops.size() );
+      watchRouters();
+   }
 }
 
 void
 PathUsageSm::handleTopoChanged() {
-   if ( !isRetired() && pathStatusInfo_->constraint() && links_
-        && !routers_.unchanged( topology_.allTopoDbStatus->teGraph().graph(),
-                                memory_.hopAddresses() ) ) {
+   if ( !isRetired() && pathStatusInfo_->constraint() && hops_
+        && !hops_->routers.unchanged( topology_.allTopoDbStatus->teGraph().graph(),
+                                      memory_.hopAddresses() ) ) {
       followLinks();
       doUpdatePathBwUsage();
    }
@@ -172,14 +182,15 @@ PathUsageSm::handleTopoChanged() {
 /// away keeps its name: a path that moves gives nothing back before it has the new links.
 void
 PathUsageSm::followLinks() {
-   const auto now = mapped( hops_, links_.ptr() );
+   const auto before = hops_->links;
+   const auto now = mapped( hops_->hops, before.ptr() );
    const auto links = Lum::make< PathAsTopoDbLinks >();
-   for ( std::size_t i = 0; i < hops_.size(); ++i ) {
+   for ( std::size_t i = 0; i < hops_->hops.size(); ++i ) {
       const HopIndex hop( i );
       const auto isThere = [ & ]( const PathAsTopoDbLinks & some ) {
-         return some.pathHas( hop ) && isLink( some.path( hop ), nearAddresses_[ i ] );
+         return some.pathHas( hop ) && isLink( some.path( hop ), hops_->nearAddresses[ i ] );
       };
-      const PathAsTopoDbLinks & found = isThere( *links_ ) || !isThere( *now ) ? *links_ : *now;
+      const PathAsTopoDbLinks & found = isThere( *before ) || !isThere( *now ) ? *before : *now;
       if ( const AllTopoNeighborKey * link = found.pathFind( hop ) ) {
          const CspfEdge edge = topology_.allTopoDbStatus->teGraph().edge( *link );
          links->pathIs( hop, edge == noEdge
@@ -187,7 +198,7 @@ PathUsageSm::followLinks() {
                                 : topology_.allTopoDbStatus->teGraph().neighborKey( edge ) );
       }
    }
-   links_ = links;
+   hops_->links = links;
    watchRouters();
 }
 
@@ -196,18 +207,19 @@ void
 PathUsageSm::watchRouters() {
    const TopoGraph & topoGraph = topology_.allTopoDbStatus->teGraph();
    std::vector< CspfVertex > routers;
-   routers_ = {};
-   for ( std::size_t i = 0; links_ && i < hops_.size(); ++i ) {
-      const AllTopoNeighborKey * link = links_->pathFind( HopIndex( i ) );
+   const std::size_t hops = hops_->hops.size();
+   for ( std::size_t i = 0; i < hops; ++i ) {
+      const AllTopoNeighborKey * link = hops_->links->pathFind( HopIndex( i ) );
       const CspfEdge edge = link ? topoGraph.edge( *link ) : noEdge;
       if ( edge != noEdge ) {
          routers.push_back( topoGraph.graph().from( edge ) );
-         nearAddresses_[ i ] = nearAddress( *link );
+         hops_->nearAddresses[ i ] = nearAddress( *link );
       }
    }
-   if ( !routers.empty() && routers.size() == hops_.size() ) {
-      routers_ = PathRouters( topoGraph.graph(), memory_.hopAddresses(), std::move( routers ) );
-   }
+   const bool allThere = !routers.empty() && routers.size() == hops;
+   hops_->routers =
+      allThere ? PathRouters( topoGraph.graph(), memory_.hopAddresses(), std::move( routers ) )
+               : PathRouters();
 }
 
 /// What was granted, on the links of the published hops.
@@ -223,9 +235,10 @@ PathUsageSm::currentPathBwUsage( const char * operation ) {
       linksAre( published->pathList(), mapped( published->pathList(), nullptr ) );
    }
    const auto usage = Lum::make< PathBwUsage >();
-   const auto links = links_;
+   const auto links = hops_->links;
+   const std::size_t hops = hops_->hops.size();
    const std::uint32_t update = updates_;
-   for ( std::size_t i = 0; update == updates_ && i < hops_.size(); ++i ) {
+   for ( std::size_t i = 0; update == updates_ && i < hops; ++i ) {
       if ( const AllTopoNeighborKey * link = links->pathFind( HopIndex( i ) ) ) {
          hold( *usage, i, reserved( *link ) );
       } else {
@@ -241,10 +254,10 @@ PathUsageSm::currentPathBwUsage( const char * operation ) {
 void
 PathUsageSm::hold( PathBwUsage & usage, std::size_t hop,
                    const Lum::Ptr< const BwUsageDeduped > & reservation ) const {
-   if ( hop >= hops_.size() ) {
+   if ( !hops_ || hop >= hops_->hops.size() ) {
       return;  // the path is another one since that was reserved
    }
-   for ( const Kivnet::IpGenAddr & address : { hops_[ hop ], nearAddresses_[ hop ] } ) {
+   for ( const Kivnet::IpGenAddr & address : { hops_->hops[ hop ], hops_->nearAddresses[ hop ] } ) {
       if ( address
            && ( !usage.bwUsageHas( address ) || usage.bwUsage( address ) == reservation ) ) {
          usage.bwUsageIs( address, reservation );
@@ -287,7 +300,7 @@ PathUsageSm::nearAddress( const AllTopoNeighborKey & link ) const {
 Lum::Ptr< const BwUsageDeduped >
 PathUsageSm::reserved( const AllTopoNeighborKey & link ) const {
    return topology_.bwUsageManager->updateReservedBandwidth(
-      { link, oldBwUsageId_ }, granted_.priority, granted_.bandwidth );
+      { link, oldBwUsageId() }, granted_.priority, granted_.bandwidth );
 }
 
 void

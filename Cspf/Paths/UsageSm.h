@@ -1,6 +1,9 @@
 #pragma once
 
 #include "Cspf/Hops/HopLinks.h"
+#include "platform/Lum/CopyOnWrite.h"
+
+#include <memory>
 
 namespace Cspf {
 
@@ -46,18 +49,25 @@ class PathUsageSm : public Lum::Reactor {
    void handleValid( const TopoGraph & topoGraph, std::span< const CspfPathHop > links );
 
    /// The user under which the reservations were made.
-   const BwUsageId & oldBwUsageId() const noexcept { return oldBwUsageId_; }
-   void oldBwUsageIdIs( const BwUsageId & id ) { oldBwUsageId_ = id; }
+   const BwUsageId & oldBwUsageId() const noexcept { return *oldBwUsageId_; }
+   void oldBwUsageIdIs( const BwUsageId & id );
    const Lum::Ptr< const PathBwUsage > & pathBwUsage() const noexcept { return pathBwUsage_; }
    /// The path was asked for anew; what is published, and held, is for the last answer.
    bool awaitsResult() const noexcept { return awaitsResult_; }
    /// The links that the published hops are known to be; null where none are.
-   const PathAsTopoDbLinks * links() const noexcept { return links_.ptr(); }
+   const PathAsTopoDbLinks * links() const noexcept { return hops_ ? hops_->links.ptr() : nullptr; }
 
  private:
    struct Granted {
       BwPriority priority;
       std::uint64_t bandwidth = 0;
+   };
+   /// The links of the hops that are published, under the names that they have or had last.
+   struct KnownHops {
+      PathArray::Hops hops;
+      Lum::Ptr< const PathAsTopoDbLinks > links;
+      std::vector< Kivnet::IpGenAddr > nearAddresses;  // of the links, by hop; they outlast names
+      PathRouters routers;                             // that the links leave
    };
 
    void takeOver();
@@ -67,7 +77,7 @@ class PathUsageSm : public Lum::Reactor {
    /// `operation`: the one for which, as traces begin.
    Lum::Ptr< const PathBwUsage > currentPathBwUsage( const char * operation );
    void linksAre( const PathArray::Hops & hops, const Lum::Ptr< const PathAsTopoDbLinks > & links );
-   bool linksKnown( const PathArray::Hops & hops ) const { return links_ && hops_ == hops; }
+   bool linksKnown( const PathArray::Hops & hops ) const { return hops_ && hops_->hops == hops; }
    void followLinks();
    void watchRouters();
    Lum::Ptr< const PathAsTopoDbLinks > mapped( const PathArray::Hops & hops,
@@ -83,16 +93,13 @@ class PathUsageSm : public Lum::Reactor {
    Lum::Ptr< PathUsageSm > replaced_;  // until this one has started
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< const PathStatusInfo > pathStatusInfo_;
-   BwUsageId oldBwUsageId_;
+   // Most paths reserve nothing: what those that do know besides is kept apart.
+   Lum::CopyOnWrite< BwUsageId > oldBwUsageId_;
+   std::unique_ptr< KnownHops > hops_;  // null: the links are not known
+   Lum::Ptr< const PathBwUsage > pathBwUsage_;
    Granted granted_;            // by the last answer
    bool awaitsResult_ = false;  // the path was asked for anew, and is not answered yet
-   Lum::Ptr< const PathBwUsage > pathBwUsage_;
    std::uint32_t updates_ = 0;  // begun; one may begin inside of another
-   // The links of the hops that are published, under the names that they have or had last.
-   PathArray::Hops hops_;
-   Lum::Ptr< const PathAsTopoDbLinks > links_;
-   std::vector< Kivnet::IpGenAddr > nearAddresses_;  // of the links, by hop; they outlast names
-   PathRouters routers_;                             // that the links leave
 };
 
 }

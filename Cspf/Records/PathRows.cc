@@ -28,14 +28,19 @@ boolText( bool value ) {
 
 }
 
+/// Every table asks for it, so it is worked out once for all copies.
 std::size_t
 PathInfoKey::hash() const noexcept {
-   std::size_t seed = Lum::hashMix( 0, Lum::hashOf( clientName() ) );
-   seed = Lum::hashMix( seed, pathKeyHash( pathKey() ) );
-   seed = Lum::hashMix( seed, internal() );
-   seed = Lum::hashMix( seed, static_cast< std::size_t >( constraintModifier() ) );
-   seed = Lum::hashMix( seed, pathKeyHash( parentPathKey() ) );
-   return Lum::hashMix( seed, pathSegmentSourceNodeAddr().hash() );
+   if ( shared_->hash == 0 ) {
+      std::size_t seed = Lum::hashMix( 0, Lum::hashOf( clientName() ) );
+      seed = Lum::hashMix( seed, pathKeyHash( pathKey() ) );
+      seed = Lum::hashMix( seed, internal() );
+      seed = Lum::hashMix( seed, static_cast< std::size_t >( constraintModifier() ) );
+      seed = Lum::hashMix( seed, pathKeyHash( parentPathKey() ) );
+      seed = Lum::hashMix( seed, pathSegmentSourceNodeAddr().hash() );
+      shared_->hash = static_cast< std::uint32_t >( seed ) | 1;
+   }
+   return shared_->hash;
 }
 
 void

@@ -49,6 +49,11 @@ struct PathInfoKey {
    LUM_FIELD( pathSegmentSourceNodeAddr, Kivnet::IpGenAddr );
 };
 
+struct SharedPathInfoKey {
+   PathInfoKey fields;
+   mutable std::uint32_t hash = 0;  // 0: not worked out yet
+};
+
 }
 
 /// The agent's key of every path row. Rows, tables and machines of a path hold copies, which share
@@ -60,39 +65,39 @@ class PathInfoKey {
                 ConstraintModifier constraintModifier = constraintModifierDefault,
                 const PathKey & parentPathKey = {},
                 const Kivnet::IpGenAddr & pathSegmentSourceNodeAddr = {} ) {
-      fields_.own() = { std::move( clientName ), pathKey,       internal,
-                        constraintModifier,      parentPathKey, pathSegmentSourceNodeAddr };
+      written() = { std::move( clientName ), pathKey,       internal,
+                    constraintModifier,      parentPathKey, pathSegmentSourceNodeAddr };
    }
 
-   const Lum::String & clientName() const noexcept { return fields_->clientName(); }
-   const PathKey & pathKey() const noexcept { return fields_->pathKey(); }
-   bool internal() const noexcept { return fields_->internal(); }
-   ConstraintModifier constraintModifier() const noexcept { return fields_->constraintModifier(); }
-   const PathKey & parentPathKey() const noexcept { return fields_->parentPathKey(); }
+   const Lum::String & clientName() const noexcept { return fields().clientName(); }
+   const PathKey & pathKey() const noexcept { return fields().pathKey(); }
+   bool internal() const noexcept { return fields().internal(); }
+   ConstraintModifier constraintModifier() const noexcept { return fields().constraintModifier(); }
+   const PathKey & parentPathKey() const noexcept { return fields().parentPathKey(); }
    const Kivnet::IpGenAddr & pathSegmentSourceNodeAddr() const noexcept {
-      return fields_->pathSegmentSourceNodeAddr();
+      return fields().pathSegmentSourceNodeAddr();
    }
-   void clientNameIs( Lum::String name ) { fields_.own().clientNameIs( std::move( name ) ); }
-   void pathKeyIs( const PathKey & key ) { fields_.own().pathKeyIs( key ); }
-   void internalIs( bool is ) { fields_.own().internalIs( is ); }
+   void clientNameIs( Lum::String name ) { written().clientNameIs( std::move( name ) ); }
+   void pathKeyIs( const PathKey & key ) { written().pathKeyIs( key ); }
+   void internalIs( bool is ) { written().internalIs( is ); }
    void constraintModifierIs( ConstraintModifier modifier ) {
-      fields_.own().constraintModifierIs( modifier );
+      written().constraintModifierIs( modifier );
    }
-   void parentPathKeyIs( const PathKey & key ) { fields_.own().parentPathKeyIs( key ); }
+   void parentPathKeyIs( const PathKey & key ) { written().parentPathKeyIs( key ); }
    void pathSegmentSourceNodeAddrIs( const Kivnet::IpGenAddr & address ) {
-      fields_.own().pathSegmentSourceNodeAddrIs( address );
+      written().pathSegmentSourceNodeAddrIs( address );
    }
 
    bool operator==( const PathInfoKey & other ) const {
-      return fields_.shares( other.fields_ ) || *fields_ == *other.fields_;
+      return shared_.shares( other.shared_ ) || fields() == other.fields();
    }
    std::strong_ordering operator<=>( const PathInfoKey & other ) const {
-      return fields_.shares( other.fields_ ) ? std::strong_ordering::equal
-                                             : *fields_ <=> *other.fields_;
+      return shared_.shares( other.shared_ ) ? std::strong_ordering::equal
+                                             : fields() <=> other.fields();
    }
    std::size_t hash() const noexcept;
    explicit operator bool() const { return *this != PathInfoKey(); }
-   std::string stringValue() const { return Lum::valueString( *fields_ ); }
+   std::string stringValue() const { return Lum::valueString( fields() ); }
    /// A path that carries traffic: it stays while it is valid.
    bool keptWhileValid() const { return clientName() == rsvpClientName && !internal(); }
    /// A path that is computed as a whole, for its client, with every change of the topology.
@@ -106,7 +111,14 @@ class PathInfoKey {
    std::string traceString() const;
 
  private:
-   Lum::CopyOnWrite< Detail::PathInfoKey > fields_;
+   const Detail::PathInfoKey & fields() const noexcept { return shared_->fields; }
+   Detail::PathInfoKey & written() {
+      Detail::SharedPathInfoKey & own = shared_.own();
+      own.hash = 0;
+      return own.fields;
+   }
+
+   Lum::CopyOnWrite< Detail::SharedPathInfoKey > shared_;
 };
 
 class PathConfigInfo : public Lum::Entity {
@@ -271,7 +283,7 @@ class PathStatusCache : public Lum::Entity {
    CSPF_COUNTER_OF_FOLLOWER( refreshedStage2Count );
    LUM_ATTRIBUTE( stage2LastRanAt, double );  ///< seconds
    /// Of a path in use that one run found.
-   CspfPathRouters routers;
+   Lum::CopyOnWrite< CspfPathRouters > routers;
    /// Of the same path; null in a cache that stands alone.
    Lum::Ptr< const PathStatusInfo > pathStatusInfo;
 

@@ -51,7 +51,7 @@ fillPathStatusCache( const PathStatusInfo & path, const CspfData & cspfData,
    }
    cache.resultIs( answer );
    if ( key.keptWhileValid() ) {
-      cache.routers = cspfData.pathRouters();
+      cache.routers.own() = cspfData.pathRouters();
    }
    return {};
 }
