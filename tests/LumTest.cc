@@ -353,6 +353,49 @@ TEST( Values, EqualityOrderAndHashSeeEveryFieldInItsOrder ) {
    EXPECT_EQ( hashes.size(), trips.size() );
 }
 
+TEST( ListStorm, WhatIsWrittenToACopyShowsThereAlone ) {
+   std::mt19937 random( 5 );
+   const auto pick = [ & ]( std::size_t below ) { return random() % below; };
+   using Peer = std::vector< std::string >;
+   std::vector< std::pair< Lum::List< Index, std::string >, Peer > > all( 5 );
+   for ( int step = 0; step < 4000; ++step ) {
+      auto & [ list, peer ] = all[ pick( all.size() ) ];
+      const std::size_t at = pick( Index::max + 1u );
+      const std::string text( pick( 40 ), static_cast< char >( 'a' + pick( 3 ) ) );
+      switch ( pick( 6 ) ) {
+      case 0: all[ pick( all.size() ) ] = { list, peer }; break;
+      case 1:
+         list.set( at, text );
+         peer.resize( std::max( peer.size(), at + 1 ) );
+         peer[ at ] = text;
+         break;
+      case 2:
+         list.erase( at );
+         peer.erase( peer.begin() + static_cast< long >( std::min( at, peer.size() ) ),
+                     peer.begin() + static_cast< long >( std::min( at + 1, peer.size() ) ) );
+         break;
+      case 3: list.reserve( at ); break;
+      case 4:
+         if ( pick( 4 ) == 0 ) {
+            list.clear();
+            peer.clear();
+         }
+         break;
+      default:
+         if ( peer.size() <= Index::max ) {
+            list.push( text );
+            peer.push_back( text );
+         }
+      }
+      const auto & [ other, otherPeer ] = all[ pick( all.size() ) ];
+      ASSERT_EQ( list == other, peer == otherPeer );
+      ASSERT_EQ( list <=> other, peer <=> otherPeer );
+      for ( const auto & [ one, its ] : all ) {
+         ASSERT_EQ( Peer( one.begin(), one.end() ), its );
+      }
+   }
+}
+
 TEST( BoundedTypes, NameThemselvesWhenOutOfRange ) {
    using testing::ThrowsMessage;
    for ( const int value : { 8, -1, 256 } ) {
