@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """A hundred thousand paths: another caller is answered while one reads everything, what is read is of
-one instant although the state changes, nobody who does not read holds anybody up, and it ends soon."""
+one instant although the state changes, nobody who does not read holds anybody up, one frame of many rows
+and a lab are written while others are answered, and it ends soon."""
 import json, threading, time
 from service import Report, Service, grid, options, with_paths
 
@@ -42,6 +43,33 @@ rows = json.loads(answers["watch"])["result"].get(TABLE, {}).get("value", {}).ge
 report.limit("different_moments_in_one_answer", len({row["refreshReqSeq"] for row in rows.values()}), most=1)
 report.limit("rows_read", len(json.loads(answers["watch"])["result"][TABLE.replace("rsvp", "planner")]["value"]["pathConfig"]),
              least=given.paths, most=given.paths)
+# A frame of 7 MB and the whole lab again, without half of its paths.
+keys = ["10.1.0.%d#%d" % (2 + number % 90, number) for number in range(min(given.paths, 80000))]
+lab = with_paths(grid(10, 10), given.paths // 2, given.constraints)
+text = json.dumps(lab)
+parts = [text[at:at + (1 << 20)] for at in range(0, len(text), 1 << 20)]
+
+
+def write(calls):
+    writer = service.caller(600)
+    for method, params in calls:
+        writer.call(method, **params)
+
+
+for name, calls in (("patch", [("patch", {"path": TABLE, "patch": {"pathConfig": {key: {"constraint": {"excludeAdminGroup": 1 + number % given.constraints}} for number, key in enumerate(keys)}}})]),
+                    ("clear", [("patch", {"path": TABLE, "patch": {"pathConfig": None}})]),
+                    ("load", [*(("load", {"part": part}) for part in parts), ("load", {})])):
+    thread = threading.Thread(target=write, args=(calls,))
+    thread.start()
+    caller, worst = service.caller(), 0.0
+    while thread.is_alive():
+        begin = time.monotonic()
+        caller.call("status")
+        worst = max(worst, time.monotonic() - begin)
+        time.sleep(0.002)
+    report.limit(name + "_others_wait_ms", round(worst * 1000), most=given.wait_ms)
+rows = service.caller().call("get", path=TABLE.replace("rsvp", "planner"))["value"]["pathConfig"]
+report.limit("rows_after_the_lab", len(rows), least=given.paths // 2, most=given.paths // 2)
 report.limit("memory_mib", service.rss_mib(), most=1024)
 report.limit("cpu_seconds_to_end", round(service.stop(), 2), most=1)
 report.limit("exit_status", service.process.returncode, least=0, most=0)

@@ -360,6 +360,65 @@ TEST_F( ServiceTest, whatIsLargeIsOfOneInstantAndChangesFollowIt ) {
    }
 }
 
+TEST_F( ServiceTest, whatIsLargeToWriteIsReadWholeOrNotAtAll ) {
+   const RunnerProcess runner( directory );
+   Client writer( runner.socket() ), other( runner.socket() );
+   constexpr const char * table = "te/cspf/config/vrf/default/ipv4/rsvp";
+   const auto send = []( Client & client, const char * method, const Json & params ) {
+      const Json call{
+         { "jsonrpc", "2.0" }, { "id", 1 }, { "method", method }, { "params", params } };
+      client.send( call.dump() + "\n" );
+   };
+   const auto patch = [ & ]( const Json & rows ) {
+      send( writer, "patch", { { "path", table }, { "patch", { { "pathConfig", rows } } } } );
+   };
+   const auto size = [ & ] {
+      return other.call( "get", { { "path", table } } )[ "value" ][ "pathConfig" ].size();
+   };
+   // Whoever reads meanwhile sees what was there before, or all.
+   const auto becomes = [ & ]( std::size_t before, std::size_t after ) {
+      std::size_t now = before;
+      while ( now == before ) {
+         now = size();
+      }
+      EXPECT_EQ( now, after );
+   };
+   constexpr std::size_t many = 10'000;
+   Json rows = Json::object();
+   for ( std::size_t i = 0; i < many; ++i ) {
+      rows[ "10.0.0.3#" + std::to_string( i ) ] = Json::object();
+   }
+   other.call( "patch", { { "path", table }, { "patch", Json::object() } } );
+   patch( rows );
+   becomes( 0, many );
+   writer.receive();
+   Json wrong = rows;
+   wrong[ "10.0.0.3#9999" ] = { { "constraint", 7 } };
+   wrong[ "10.0.0.3#1" ] = nullptr;
+   patch( wrong );
+   EXPECT_THAT( writer.receive().dump(),
+                HasSubstr( "10.0.0.3#9999/constraint: expected an object" ) );
+   EXPECT_EQ( size(), many );
+   patch( nullptr );
+   becomes( many, 0 );
+   writer.receive();
+
+   // The lab's writer goes away; the lab is there all the same.
+   Json lab = squareLab( true );
+   for ( std::size_t i = 0; i < many; ++i ) {
+      lab[ "paths" ][ "rsvp" ][ "p" + std::to_string( i ) ] = { { "dst", "10.0.0.3" },
+                                                                { "id", i + 2 } };
+   }
+   {
+      Client leaver( runner.socket() );
+      leaver.call( "load", { { "part", lab.dump() } } );
+      send( leaver, "load", Json::object() );
+      while ( size() == 0 ) {
+      }
+   }
+   EXPECT_EQ( size(), many + 1 );
+}
+
 TEST_F( ServiceTest, theManagerHearsThatItIsReadyThatItsLoopTurnsAndThatItStops ) {
    sockaddr_un address{ AF_UNIX, {} };
    ( directory / "notify" ).copy( address.sun_path, sizeof address.sun_path - 1 );

@@ -18,6 +18,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
+#include <malloc.h>
 #include <memory>
 #include <new>
 #include <optional>
@@ -98,6 +99,14 @@ logToStandardError( const Trace::LogMessage & message, std::string_view text ) {
    say( Trace::logLine( message, text ) );
 }
 
+/// Ends without taking apart what goes with the process, of which there may be much: nobody sees
+/// state that is in no database any more.
+[[noreturn]] void
+endAtOnce() {
+   std::cerr.flush();
+   _exit( 0 );
+}
+
 constexpr int exitOutOfMemory = 3;
 
 /// Ends the process at once: nothing that is half built may be taken down, or served.
@@ -112,6 +121,8 @@ endForWantOfMemory() {
 [[gnu::constructor( 101 )]] void
 watchMemory() {
    std::set_new_handler( endForWantOfMemory );
+   // Threads take turns here: what one frees another may use.
+   mallopt( M_ARENA_MAX, 1 );
 }
 
 void
@@ -162,8 +173,8 @@ serve( const Options & options ) {
    Zorch::TableStore tables( types );
    TraceFile traceFile( options.traceFile );
    const Signals signals( loop, traceFile );
-   const auto load = [ & ]( const Lab::LabJson & lab ) {
-      Lab::loadLab( Lab::LabFile::of( lab ), state, tables );
+   const auto load = [ & ]( Lab::LabJson lab ) {
+      Lab::loadLab( Lab::LabFile::of( std::move( lab ) ), state, tables );
    };
    const AgentRunner::Library library( options.library.empty() ? Lab::agentLibraryPath()
                                                                : options.library );
@@ -174,10 +185,10 @@ serve( const Options & options ) {
    Service::StateView view( state, tables );
    const auto monitor =
       options.monitor.path.empty() ? std::nullopt : std::optional( options.monitor );
-   Service::ControlServer server( loop, runner, view, options.control, monitor, load,
-                                  described( options ) );
+   std::optional< Service::ControlServer > server;
+   server.emplace( loop, runner, view, options.control, monitor, load, described( options ) );
    const MetricsFile metricsFile( loop, options.metricsFile,
-                                  [ &server ] { return server.metrics(); } );
+                                  [ &server ] { return server->metrics(); } );
    std::optional< ProofWatch > proofWatch;
    const ServiceManager manager( loop );
    const auto ready = [ & ] {
@@ -194,7 +205,7 @@ serve( const Options & options ) {
       runner.start();
    } else {
       shared.emplace( loop, state, tables, runner, sharedSettings( options ), ready );
-      server.stateIs( [ &shared ] { return shared->status(); } );
+      server->stateIs( [ &shared ] { return shared->status(); } );
    }
    if ( options.prove ) {
       proofWatch.emplace( loop, runner, state, tables, sayOwn );
@@ -205,11 +216,13 @@ serve( const Options & options ) {
    proofWatch.reset();
    recorder.reset();
    manager.stopping();
-   runner.stop();
    if ( shared ) {
+      runner.stop();
       shared->finish();
    }
+   server.reset();
    Velotrace::close();
+   endAtOnce();
 }
 
 }

@@ -96,8 +96,9 @@ loadInParts( const std::string & socket, const std::string & lab ) {
 int
 runLoad( const Options & options ) {
    try {
-      const Lab::LabJson lab = Lab::readLabJson( options.path );
+      Lab::LabJson lab = Lab::readLabJson( options.path );
       Lab::LabFile::of( lab );
+      lab.erase( "events" );
       loadInParts( options.socket, lab.text() );
       return Lab::exitOk;
    } catch ( const Lab::LabError & error ) {

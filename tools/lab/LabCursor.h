@@ -2,6 +2,7 @@
 
 #include "tools/lab/LabDocument.h"
 #include "tools/lab/LabJson.h"
+#include "tools/pace/Job.h"
 
 #include <cstdint>
 #include <initializer_list>
@@ -96,6 +97,7 @@ template< class Read >
 void
 forEachMember( const LabCursor & at, Read && read ) {
    for ( const LabJsonMember & member : at.object() ) {
+      Pace::breathe();
       read( LabCursor( at, member.key, member.value ) );
    }
 }
@@ -104,6 +106,7 @@ template< class Read >
 void
 forEachElement( const LabCursor & at, const LabJsonArray & elements, Read && read ) {
    for ( std::size_t i = 0; i < elements.size(); ++i ) {
+      Pace::breathe();
       read( LabCursor( at, i, elements[ i ] ) );
    }
 }

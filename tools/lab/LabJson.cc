@@ -6,6 +6,7 @@
 
 #include "tools/lab/LabJson.h"
 
+#include "tools/pace/Job.h"
 #include "tools/text/Plain.h"
 
 #include <nlohmann/json.hpp>
@@ -100,6 +101,7 @@ class Builder {
 
  private:
    LabJson * add( LabJson && value, bool ) {
+      Pace::breathe();
       if ( open_.empty() ) {
          root = std::move( value );
          return &root;

@@ -16,7 +16,7 @@ using Routing::Topology::TopoDb;
 int
 rankOf( const std::string & path ) {
    static const std::array< std::string_view, 4 > late{
-      "routing/topoDbExport/", "routing/isis/adjacency/", "te/cspf/config/", "te/cspf/client/" };
+      "routing/topoDbExport/", "routing/isis/adjacency/", "te/cspf/client/", "te/cspf/config/" };
    const auto at = std::ranges::find_if(
       late, [ & ]( std::string_view prefix ) { return path.starts_with( prefix ); } );
    return at != late.end() ? static_cast< int >( at - late.begin() ) + 2

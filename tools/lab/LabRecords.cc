@@ -4,6 +4,8 @@
 
 #include "tools/lab/LabRecords.h"
 
+#include "tools/pace/Job.h"
+
 namespace Lab {
 
 using namespace Routing::Topology;
@@ -219,6 +221,7 @@ LabTable
 tableOf( const std::string & name, const LabTopology & topology, LabLinkIds & linkIds ) {
    LabTable table;
    for ( const auto & [ routerName, router ] : topology.routers ) {
+      Pace::breathe();
       table.router[ router.id ] = { router.id, router.teRouterId, router.overload, {} };
       if ( !router.prefixes.empty() ) {
          auto & reachability = table.reachability[ router.id ];
@@ -229,6 +232,7 @@ tableOf( const std::string & name, const LabTopology & topology, LabLinkIds & li
       }
    }
    for ( const auto & [ linkName, link ] : topology.links ) {
+      Pace::breathe();
       const auto & forth = link.ab.attributes.id;
       const auto & back = link.ba.attributes.id;
       const std::uint32_t id = forth && back ? 0 : linkIds.id( name, linkName );
@@ -288,6 +292,7 @@ configsOf( const LabDocument & document ) {
    LabConfigs configs;
    for ( const auto & [ client, paths ] : document.paths ) {
       for ( const auto & [ name, path ] : paths ) {
+         Pace::breathe();
          const Cspf::PathKey key{ path.dst, path.id };
          configs[ { client, path.vrf, path.af } ][ key ] = {
             key, path.refreshReqSeq, path.autoUpdate,

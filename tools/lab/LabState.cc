@@ -1,13 +1,14 @@
 // Writes documents into state. Each step compares what should be with the live entities, which
 // others may have changed, and changes the differences, in an order in which a router's own
-// processes would: configuration, topologies, adjacencies, then what clients ask for and which
-// clients there are. A new entity is filled before it is put where others can see it. The document
-// written last says only what may be taken away again.
+// processes would: configuration, topologies, adjacencies, then which clients there are and what
+// they ask for; a client goes when it asks for nothing any more. A new entity is filled before it
+// is put where others can see it. The document written last says only what may be taken away again.
 
 #include "tools/lab/LabState.h"
 
 #include "platform/Toggle/Toggle.h"
 #include "tools/lab/LabPatchedState.h"
+#include "tools/pace/Job.h"
 
 namespace Lab {
 
@@ -18,11 +19,13 @@ template< class Live, class Wanted, class Is, class Del >
 void
 sync( const Live & live, const Wanted & wanted, Is && is, Del && del ) {
    for ( const auto & key : Lum::sortedKeys( live ) ) {
+      Pace::breathe();
       if ( !wanted.contains( key ) ) {
          del( key );
       }
    }
    for ( const auto & [ key, value ] : wanted ) {
+      Pace::breathe();
       is( key, value );
    }
 }
@@ -164,8 +167,9 @@ void
 LabState::writeDemands( const LabDocument & document ) {
    writeAdjacencies( document );
    writeHostnames( document );
-   writePaths( document );
    writeClients( document );
+   writePaths( document );
+   cleanupClients( document );
    cleanupPaths( document );
 }
 
@@ -368,15 +372,20 @@ LabState::writePaths( const LabDocument & document ) {
 void
 LabState::writeClients( const LabDocument & document ) {
    const auto dir = state_.entityIs< Lum::Dir >( "te/cspf/client" );
-   for ( const auto & [ name, client ] : written_.clients ) {
-      if ( !document.clients.contains( name ) ) {
-         dir->entityDel( name );
-      }
-   }
    for ( const auto & [ name, client ] : document.clients ) {
       entryIs< Cspf::Client >( *dir, name, [ &asked = client ]( Cspf::Client & entity ) {
          fillClient( entity, asked );
       } );
+   }
+}
+
+void
+LabState::cleanupClients( const LabDocument & document ) {
+   const auto dir = state_.entityIs< Lum::Dir >( "te/cspf/client" );
+   for ( const auto & [ name, client ] : written_.clients ) {
+      if ( !document.clients.contains( name ) ) {
+         dir->entityDel( name );
+      }
    }
 }
 

@@ -46,6 +46,7 @@ class LabState {
    void writeHostnames( const LabDocument & document );
    void writePaths( const LabDocument & document );
    void writeClients( const LabDocument & document );
+   void cleanupClients( const LabDocument & document );
    void cleanupPaths( const LabDocument & document );
 
    Corvdb::StateStore & state_;

@@ -3,6 +3,8 @@
 
 #include "tools/lab/LabTable.h"
 
+#include "tools/pace/Job.h"
+
 #include <set>
 
 namespace Lab {
@@ -82,6 +84,7 @@ writeTable( TopoDb & table, const LabTable & wanted ) {
       routers.insert( id );
    }
    for ( const auto & id : routers ) {
+      Pace::breathe();
       writeRouter( table, wanted, id, listedBy( table.routerFind( id ) ), {} );
    }
    for ( const auto & id : Lum::sortedKeys( table.networkColl() ) ) {

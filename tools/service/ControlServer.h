@@ -41,13 +41,15 @@ namespace Service {
 ///   traceLevel {"level": 0 to 9, "files"?: pattern}: what is traced from now on, as
 ///   `Trace::levelIs` has it; {}: as of the start.
 ///
-/// What is asked for is as of one instant, however large it is. A client that does not read hears
-/// of it in a last notification "cutOff", {"reason"}. A second socket may serve all but `patch`,
-/// `load` and `traceLevel`. Callers beyond what the limit of descriptors allows are turned away.
+/// What is asked for is as of one instant, however large it is. While a large patch or a lab is
+/// being written, in slices, whoever reads or writes the state waits; `status` says so. A client
+/// that does not read hears of it in a last notification "cutOff", {"reason"}. A second socket may
+/// serve all but `patch`, `load` and `traceLevel`. Callers beyond what the limit of descriptors
+/// allows are turned away.
 class ControlServer {
  public:
    /// Writes a lab document into the stores; throws with a text that names the place.
-   using Load = std::function< void( const Lab::LabJson & lab ) >;
+   using Load = std::function< void( Lab::LabJson lab ) >;
 
    /// What the service was started with is for people. Serves the sockets of the files. Throws
    /// std::runtime_error where one cannot be made. All else outlives it.

@@ -1,16 +1,15 @@
 // The requests of one caller. A request is parsed and checked whole, then served, then answered;
-// whatever is wrong with it becomes an error answer and touches nothing else. A frame is read
-// twice: as a lab's text would be, with bounded nesting and in the order in which it is written,
-// which matters to labs, and then as plain JSON.
+// whatever is wrong with it becomes an error answer and touches nothing else. A frame is read as a
+// lab's text would be, with bounded nesting and in the order in which it is written, which matters
+// to labs; all else takes it as plain JSON.
 
 #include "tools/service/Session.h"
 
 #include "platform/Toggle/Toggle.h"
 #include "platform/Trace/Trace.h"
 #include "platform/Trace/Velotrace.h"
-#include "tools/service/CommandStream.h"
 
-#include <set>
+#include <algorithm>
 #include <unistd.h>
 #include <utility>
 
@@ -20,17 +19,9 @@ namespace {
 
 /// Seconds of the requests of one frame before others have their turn.
 constexpr Lum::Seconds answerSlice = 0.01;
-/// Seconds after which a request for which there is no worker is looked at again.
-constexpr Lum::Seconds workerWait = 0.02;
-constexpr std::size_t maxWorkers = 4;
-/// What is more than this is left to a worker: bytes of text, entries of one collection.
-constexpr std::size_t maxText = 256u << 10, maxEntries = 1000;
-constexpr std::size_t maxBatchAnswer = 64u << 20, maxLab = 256u << 20;
-
-/// Somebody has to do it who may take longer.
-struct TooLarge {};
-/// All workers are busy.
-struct NoWorker {};
+/// Bytes of a frame; what is more is left to a job.
+constexpr std::size_t maxFrame = 64u << 10;
+constexpr std::size_t maxBatchAnswer = 64u << 20;
 
 /// An agent keeps what it has found.
 Json
@@ -41,43 +32,57 @@ toggles( bool runs ) {
                          : Toggle::getToggleState( name, file, true ) } };
 }
 
-/// Text for an answer that is made at once.
-class ShortText : public State::TextSink {
- public:
-   void text( std::string_view piece ) override {
-      all += piece;
-      if ( all.size() > maxText ) {
-         throw TooLarge();
+/// REQUIRES: the nesting is bounded, and keys differ.
+Json
+plain( const Lab::LabJson & from ) {
+   Pace::breathe();
+   if ( const auto * members = from.as< Lab::LabJsonObject >() ) {
+      Json to = Json::object();
+      for ( const Lab::LabJsonMember & member : *members ) {
+         to.emplace( member.key, plain( member.value ) );
       }
+      return to;
    }
-   void entries( std::size_t count ) override {
-      if ( count > maxEntries ) {
-         throw TooLarge();
+   if ( const auto * elements = from.as< Lab::LabJsonArray >() ) {
+      Json to = Json::array();
+      for ( const Lab::LabJson & element : *elements ) {
+         to.push_back( plain( element ) );
       }
+      return to;
    }
-
-   std::string all;
-};
-
-/// Text for a worker's pipe.
-class PipeText : public State::TextSink {
- public:
-   explicit PipeText( const Worker::Write & write ) : write_( write ) {}
-   ~PipeText() override { write_( waiting_ ); }
-   void text( std::string_view piece ) override {
-      waiting_ += piece;
-      if ( waiting_.size() > maxWaiting ) {
-         write_( waiting_ );
-         waiting_.clear();
+   if ( const auto * real = from.as< Lab::LabJsonReal >() ) {
+      return real->value;
+   }
+   Json to;
+   const auto take = [ & ]( const auto * value ) {
+      if ( value ) {
+         to = *value;
       }
+   };
+   take( from.as< bool >() );
+   take( from.as< std::uint64_t >() );
+   take( from.as< std::int64_t >() );
+   take( from.as< std::string >() );
+   return to;
+}
+
+Request
+parse( std::string_view text ) {
+   try {
+      Lab::LabJson inOrder = Lab::LabJson::parse( text );
+      Json json = plain( inOrder );
+      return { std::move( json ), std::move( inOrder ) };
+   } catch ( const Lab::LabError & error ) {
+      throw RpcFailure{ parseError, error.what() };
    }
+}
 
- private:
-   static constexpr std::size_t maxWaiting = 65'536;
-
-   const Worker::Write & write_;
-   std::string waiting_;
-};
+/// Whether the method has to do with the state itself.
+bool
+isOfState( const std::string & method ) {
+   return method == "get" || method == "list" || method == "patch" || method == "watch"
+          || method == "command" || method == "load";
+}
 
 }
 
@@ -104,8 +109,13 @@ Session::Session( Shared & shared, int socket, Access access, std::function< voi
 }
 
 Session::~Session() {
+   *alive_ = false;
    --shared_.sessions;
-   shared_.workers -= worker_ ? 1 : 0;
+   std::erase( shared_.waiting, this );
+   if ( worker_ ) {
+      --shared_.workers;
+      wakeWaiting( shared_ );
+   }
    shared_.loop.timerDel( rest_ );
    shared_.loop.timerDel( look_ );
    shared_.loop.timerDel( waitTimeout_ );
@@ -114,31 +124,66 @@ Session::~Session() {
 
 void
 Session::handleFrame( std::string_view text ) {
-   Lab::LabJson inOrder;
+   Request frame;
+   std::exception_ptr failure;
    try {
-      inOrder = Lab::LabJson::parse( text );
-   } catch ( const Lab::LabError & error ) {
-      connection_.answer( errorFrame( nullptr, parseError, error.what() ) );
-      return;
+      if ( text.size() > maxFrame ) {
+         readLong( std::string( text ) );
+         return;
+      }
+      frame = parse( text );
+   } catch ( ... ) {
+      failure = std::current_exception();
    }
-   Json json = Json::parse( text );
-   auto * const several = inOrder.as< Lab::LabJsonArray >();
+   frameIs( std::move( frame ), failure );
+}
+
+/// Reads a frame in a job, and takes no other meanwhile.
+void
+Session::readLong( std::string text ) {
+   const auto frame = std::make_shared< Request >();
+   reading_ = std::make_unique< Pace::Job >(
+      shared_.loop, [ frame, text = std::move( text ) ] { *frame = parse( text ); },
+      [ this, frame ]( const std::exception_ptr & failure ) {
+         reading_.reset();
+         frameIs( std::move( *frame ), failure );
+      } );
+   connection_.pausedIs( true );
+}
+
+/// A frame has been read, or could not be.
+void
+Session::frameIs( Request && frame, const std::exception_ptr & failure ) {
+   if ( failure ) {
+      batch_ = false;
+      wantsAnswer_ = true;
+      id_ = nullptr;
+      answerFailure( failure );
+   } else {
+      requestsAre( std::move( frame ) );
+   }
+   pump();
+}
+
+/// Takes the requests of one frame.
+void
+Session::requestsAre( Request && frame ) {
+   auto * const several = frame.inOrder.as< Lab::LabJsonArray >();
    batch_ = several && !several->empty();
    batchSize_ = 0;
    if ( batch_ ) {
       for ( std::size_t i = 0; i < several->size(); ++i ) {
-         requests_.push_back( { std::move( json[ i ] ), std::move( ( *several )[ i ] ) } );
+         requests_.push_back( { std::move( frame.json[ i ] ), std::move( ( *several )[ i ] ) } );
       }
    } else {
-      requests_.push_back( { std::move( json ), std::move( inOrder ) } );
+      requests_.push_back( std::move( frame ) );
    }
-   pump();
 }
 
 /// Whether the next request is served now; if not, somebody has been asked to call `pump` again.
 bool
 Session::mayGoOn( Lum::Seconds sliceEnd ) {
-   if ( worker_ || waits_ || rest_.second || connection_.isFull() ) {
+   if ( worker_ || writing_ || waits_ || queued_ || rest_.second || connection_.isFull() ) {
       return false;
    }
    if ( shared_.loop.deadlineAfter( 0 ) < sliceEnd ) {
@@ -156,15 +201,23 @@ Session::rest( Lum::Seconds duration ) {
    } );
 }
 
+/// Those who waited go on in later turns, one after the other: who finds others before it waits on.
+void
+Session::wakeWaiting( Shared & shared ) {
+   for ( Session * const session : std::exchange( shared.waiting, {} ) ) {
+      session->queued_ = false;
+      session->rest( 0 );
+   }
+}
+
 void
 Session::pump() {
-   const bool hadWork = !requests_.empty() || worker_ || waits_;
    const Lum::Seconds sliceEnd = shared_.loop.deadlineAfter( answerSlice );
    while ( !requests_.empty() && mayGoOn( sliceEnd ) ) {
       serveNext();
    }
-   const bool isBusy = !requests_.empty() || worker_ || waits_;
-   if ( hadWork && !isBusy && batch_ ) {
+   const bool isBusy = !requests_.empty() || worker_ || reading_ || writing_ || waits_;
+   if ( !isBusy && batch_ ) {
       batchEnds();
    }
    if ( isBusy != connection_.isPaused() ) {
@@ -190,11 +243,21 @@ Session::serveNext() {
       if ( const Result result = serve( request.json[ "method" ].get< std::string >(), request ) ) {
          answer( resultPrefix( id_ ) + *result + "}" );
       }
-   } catch ( const NoWorker & ) {
+   } catch ( const Later & ) {
       requests_.push_front( std::move( request ) );
-      rest( workerWait );
-   } catch ( const RpcFailure & failure ) {
-      answer( errorFrame( id_, failure.code, failure.text ) );
+      shared_.waiting.push_back( this );
+      queued_ = true;
+   } catch ( ... ) {
+      answerFailure( std::current_exception() );
+   }
+}
+
+void
+Session::answerFailure( const std::exception_ptr & failure ) {
+   try {
+      std::rethrow_exception( failure );
+   } catch ( const RpcFailure & rpc ) {
+      answer( errorFrame( id_, rpc.code, rpc.text ) );
    } catch ( const std::runtime_error & error ) {
       answer( errorFrame( id_, serverError, error.what() ) );
    }
@@ -224,11 +287,14 @@ Session::batchEnds() {
 }
 
 Session::Result
-Session::serve( const std::string & method, const Request & request ) {
-   const Json params = request.json.value( "params", Json::object() );
+Session::serve( const std::string & method, Request & request ) {
+   Json & params = request.json[ "params" ];
    const bool changes = method == "patch" || method == "load" || method == "traceLevel";
    if ( changes && access_ == Access::reading ) {
       throw RpcFailure{ serverError, "this socket is for reading: it takes no \"" + method + "\"" };
+   }
+   if ( shared_.writer && isOfState( method ) ) {
+      throw Later();
    }
    if ( method == "get" ) {
       return get( params );
@@ -237,9 +303,7 @@ Session::serve( const std::string & method, const Request & request ) {
       return State::text( shared_.view.list( param< std::string >( params, "path" ) ) );
    }
    if ( method == "patch" ) {
-      shared_.view.patch( param< std::string >( params, "path" ),
-                          param< Json >( params, "patch" ) );
-      return "true";
+      return patch( params );
    }
    if ( method == "watch" ) {
       return watch( params );
@@ -269,171 +333,6 @@ Session::serve( const std::string & method, const Request & request ) {
 }
 
 Session::Result
-Session::text( const std::function< void( State::TextSink & ) > & write ) {
-   if ( !wantsAnswer_ ) {
-      return "";
-   }
-   try {
-      ShortText text;
-      write( text );
-      return std::move( text.all );
-   } catch ( const TooLarge & ) {
-   }
-   workerIs(
-      [ write ]( const Worker::Write & writePipe ) {
-         PipeText text( writePipe );
-         write( text );
-      },
-      resultPrefix( id_ ), "}" );
-   return std::nullopt;
-}
-
-/// Starts a worker whose text is the answer to the request in hand, between these two.
-void
-Session::workerIs( const Worker::Work & work, const std::string & before,
-                   const std::string & behind ) {
-   if ( shared_.workers >= maxWorkers ) {
-      throw NoWorker();
-   }
-   worker_ = std::make_unique< Worker >(
-      shared_.loop, work,
-      Worker::Handlers{ [ this ]( std::string_view text ) {
-                          batchSize_ += batch_ ? text.size() : 0;
-                          connection_.part( text );
-                          worker_->pausedIs( connection_.isFull() );
-                       },
-                        [ this, behind ]( bool done ) { workerEnded( done, behind ); } } );
-   ++shared_.workers;
-   connection_.part( ( !batch_ ? "" : batchSize_ ? "," : "[" ) + before );
-   batchSize_ += batch_ ? before.size() : 0;
-}
-
-/// Half of an answer is none, and a peer that waits for the rest would wait for ever.
-void
-Session::workerEnded( bool done, const std::string & behind ) {
-   worker_.reset();
-   --shared_.workers;
-   if ( !done ) {
-      connection_.breakOff();
-      return;
-   }
-   connection_.part( behind );
-   if ( !batch_ ) {
-      connection_.endFrame();
-   }
-   pump();
-}
-
-Session::Result
-Session::get( const Json & params ) {
-   const auto path = param< std::string >( params, "path" );
-   return text( [ this, path ]( State::TextSink & sink ) { shared_.view.get( path, sink ); } );
-}
-
-Lum::Ptr< StateWatch >
-Session::watchOf( const std::string & path ) {
-   return Lum::make< StateWatch >( path, shared_.view.find( path ),
-                                   [ this ]( const Json & change ) { tell( change ); } );
-}
-
-Session::Result
-Session::watch( const Json & params ) {
-   std::vector< StateView::Watched > watched;
-   for ( const auto & path : param< std::vector< std::string > >( params, "paths" ) ) {
-      watched.push_back( shared_.view.watched( path ) );
-   }
-   std::set< std::string > states;
-   for ( const auto & one : watched ) {
-      states.insert( one.present.begin(), one.present.end() );
-   }
-   Result result = text( [ this, states ]( State::TextSink & sink ) {
-      shared_.view.states( { states.begin(), states.end() }, sink );
-   } );
-   for ( const auto & [ path, present, tables ] : watched ) {
-      Watch & watch = watches_[ path ] = { tables, {} };
-      for ( const std::string & part : present ) {
-         watch.parts[ part ] = watchOf( part );
-      }
-   }
-   return result;
-}
-
-Session::Result
-Session::unwatch( const Json & params ) {
-   for ( const auto & path : param< std::vector< std::string > >( params, "paths" ) ) {
-      watches_.erase( Corvdb::canonicalPath( path ) );
-   }
-   return "true";
-}
-
-void
-Session::handleTable( const std::string & path ) {
-   const bool isThere = shared_.view.find( path ) != nullptr;
-   for ( auto & [ top, watch ] : watches_ ) {
-      if ( !watch.tables || !isAtOrBelow( path, top ) ) {
-         continue;
-      }
-      Json change = isThere ? shared_.view.typed( path ) : Json::object();
-      change[ "path" ] = path;
-      tell( change );
-      if ( isThere ) {
-         watch.parts[ path ] = watchOf( path );
-      } else {
-         watch.parts.erase( path );
-      }
-   }
-}
-
-/// The agent writes in a worker, and so at its leisure.
-Session::Result
-Session::command( const Json & params ) {
-   const auto name = param< std::string >( params, "name" );
-   const auto text = param< std::string >( params, "text" );
-   if ( batch_ ) {
-      throw RpcFailure{ invalidRequest, "a command's output does not go with other answers" };
-   }
-   if ( !shared_.runner.takesCommand( name ) ) {
-      throw RequestError( "the agent takes no command \"" + name + "\"" );
-   }
-   if ( !wantsAnswer_ ) {
-      return "";
-   }
-   workerIs(
-      [ this, name, text ]( const Worker::Write & write ) {
-         CommandStream stream;
-         shared_.runner.command( name, stream.fd(), text );
-         stream.forEachPiece( [ & ]( std::string_view piece ) {
-            write( notificationFrame( "output", { { "id", id_ }, { "text", piece } } ) + "\n" );
-         } );
-      },
-      "", resultPrefix( id_ ) + "true}" );
-   return std::nullopt;
-}
-
-Session::Result
-Session::load( const Lab::LabJson & request ) {
-   const Lab::LabJson * const params = request.find( "params" );
-   const auto member = [ params ]( const char * name ) {
-      return params ? params->find( name ) : nullptr;
-   };
-   const Lab::LabJson * const part = member( "part" );
-   if ( part && part->as< std::string >() ) {
-      labText_ += *part->as< std::string >();
-      if ( labText_.size() > maxLab ) {
-         labText_ = {};
-         throw RequestError( "the lab is longer than 256 MiB" );
-      }
-   } else if ( const Lab::LabJson * const lab = member( "lab" ) ) {
-      shared_.load( *lab );
-   } else if ( !labText_.empty() ) {
-      shared_.load( Lab::LabJson::parse( std::exchange( labText_, {} ) ) );
-   } else {
-      throw RpcFailure{ invalidParams, "\"lab\" is missing" };
-   }
-   return "true";
-}
-
-Session::Result
 Session::traceLevel( const Json & params ) {
    if ( params.empty() ) {
       Trace::levelDel();
@@ -451,13 +350,17 @@ Session::traceLevel( const Json & params ) {
 std::string
 Session::status() const {
    const auto & agent = shared_.runner.agent();
+   auto pending = shared_.runner.taskScheduler()->pendingNames();
+   if ( shared_.writer ) {
+      pending.emplace_back( "writing" );
+   }
    Json status = { { "pid", getpid() },
                    { "agent", agent ? Json( agent->name() ) : Json() },
                    { "version", CSPF_VERSION },
                    { "options", shared_.options },
                    { "traceRing", Velotrace::path() },
                    { "clients", shared_.sessions },
-                   { "pendingTasks", shared_.runner.taskScheduler()->pendingNames() },
+                   { "pendingTasks", std::move( pending ) },
                    { "toggles", toggles( agent != nullptr ) } };
    if ( shared_.describeState ) {
       status[ "state" ] = shared_.describeState();

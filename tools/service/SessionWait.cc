@@ -7,7 +7,7 @@ namespace Service {
 
 namespace {
 
-/// Seconds after which somebody who waits while there is no agent looks again.
+/// Seconds after which somebody looks again who waits while there is no agent, or it is written to.
 constexpr Lum::Seconds agentWait = 0.2;
 
 }
@@ -31,11 +31,12 @@ Session::wait( const Json & params ) {
    return std::nullopt;
 }
 
-/// While there is no agent, somebody may start one at any time, which nobody tells.
+/// While there is no agent, somebody may start one at any time, which nobody tells; and what is
+/// being written may leave it nothing to do.
 void
 Session::lookWhetherSettled() {
    look_ = { 0, 0 };
-   if ( !shared_.runner.agent() ) {
+   if ( !shared_.runner.agent() || shared_.writer ) {
       look_ = shared_.loop.timerIs( shared_.loop.deadlineAfter( agentWait ),
                                     [ this ] { lookWhetherSettled(); } );
    } else if ( shared_.runner.taskScheduler()->pending() == 0 ) {
@@ -51,11 +52,7 @@ Session::waitEnds( bool settled ) {
       *timer = { 0, 0 };
    }
    answer( resultPrefix( id_ ) + ( settled ? "true}" : "false}" ) );
-   // Not before: the answers of a batch end with the last one's.
    waits_ = false;
-   if ( batch_ && requests_.empty() ) {
-      batchEnds();
-   }
    pump();
 }
 

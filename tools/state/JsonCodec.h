@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Lum/Attribute.h"
+#include "tools/pace/Job.h"
 #include "tools/state/JsonText.h"
 #include "tools/state/StateTypes.h"
 
@@ -243,6 +244,7 @@ mergeEntries( E & entity, const F & field, const Coll & coll, const Json & patch
    if ( patch.is_null() ) {
       for ( const auto & key :
             walk == Walk::apply ? Lum::sortedKeys( coll ) : std::vector< Key >() ) {
+         Pace::breathe();
          field.del( entity, key );
       }
       return;
@@ -251,6 +253,7 @@ mergeEntries( E & entity, const F & field, const Coll & coll, const Json & patch
       throw Error( place, "an object" );
    }
    for ( const auto & [ text, part ] : patch.items() ) {
+      Pace::breathe();
       const Place here( place, text );
       const auto key = fromText< Key >( text );
       if ( !key || ( std::same_as< Key, L3::VrfName > && text.empty() ) ) {
@@ -285,6 +288,7 @@ replaceEntries( E & entity, const F & field, const Coll & coll, const Json & pat
       throw Error( place, "an array of {\"key\", \"value\"}" );
    }
    for ( std::size_t i = 0; i < patch.size(); ++i ) {
+      Pace::breathe();
       const Place here( place, std::to_string( i ) );
       const Json & entry = patch[ i ];
       if ( !entry.is_object() || entry.size() != 2 || !entry.contains( "key" )
@@ -309,11 +313,13 @@ replaceEntries( E & entity, const F & field, const Coll & coll, const Json & pat
       return;
    }
    for ( const Key & key : Lum::sortedKeys( coll ) ) {
+      Pace::breathe();
       if ( !wanted.contains( key ) ) {
          field.del( entity, key );
       }
    }
    for ( auto & [ key, value ] : wanted ) {
+      Pace::breathe();
       field.is( entity, key, std::move( value ) );
    }
 }

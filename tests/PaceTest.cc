@@ -1,0 +1,86 @@
+// Long work in slices beside an event loop.
+
+#include "tools/pace/Job.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace {
+
+struct PaceTest : testing::Test {
+   /// Counts the loop's turns by a timer that is always due.
+   void count() {
+      ++turns;
+      loop.timerIs( loop.deadlineAfter( 0 ), [ this ] { count(); } );
+   }
+   /// Works until the loop has had that many turns more.
+   void work( int more ) {
+      for ( const int enough = turns + more; turns < enough; ) {
+         Pace::breathe();
+      }
+   }
+   /// Runs the job until it is over, and gives what it threw.
+   std::exception_ptr run( Pace::Job::Work work ) {
+      bool over = false;
+      std::exception_ptr thrown;
+      const Pace::Job job( loop, std::move( work ), [ & ]( const std::exception_ptr & failure ) {
+         over = true;
+         thrown = failure;
+      } );
+      while ( !over ) {
+         loop.runOnce( 1 );
+      }
+      return thrown;
+   }
+
+   Lum::ActivityLoop loop{ Lum::ActivityLoop::Time::real };
+   int turns = 0;
+};
+
+}
+
+TEST_F( PaceTest, theLoopGoesOnBetweenSlices ) {
+   count();
+   int done = 0;
+   EXPECT_EQ( run( [ & ] {
+                 for ( ; done < 3; ++done ) {
+                    work( 2 );
+                 }
+              } ),
+              nullptr );
+   EXPECT_EQ( done, 3 );
+   Pace::breathe();  // outside of a job it is nothing
+   const auto thrown = run( [ this ] {
+      work( 1 );
+      throw std::out_of_range( "what went wrong" );
+   } );
+   EXPECT_THROW( std::rethrow_exception( thrown ), std::out_of_range );
+}
+
+TEST_F( PaceTest, aJobThatIsGivenUpIsTakenApartWhereItStands ) {
+   count();
+   struct Sign {
+      bool & gone;
+      ~Sign() { gone = true; }
+   };
+   bool gone = false, ended = false;
+   for ( const bool begun : { false, true } ) {
+      bool isThere = false;
+      {
+         const Pace::Job job(
+            loop,
+            [ & ] {
+               const Sign sign{ gone };
+               isThere = true;
+               work( 1'000'000 );
+            },
+            [ & ]( const std::exception_ptr & ) { ended = true; } );
+         while ( begun && !isThere ) {
+            loop.runOnce( 1 );
+         }
+      }
+      EXPECT_EQ( gone, begun );
+   }
+   EXPECT_FALSE( ended );
+}
