@@ -53,7 +53,9 @@ ConstraintInfoSm::handleInitialized() {
 
 void
 ConstraintInfoSm::handlePathUpdate( const PathInfoKey & key ) {
-   kept_.pathLeft();
+   if ( !constraintInfo()->pathHas( key ) ) {
+      kept_.pathLeft();
+   }
    ConstraintInfoSmBase::handlePathUpdate( key );
 }
 
