@@ -398,7 +398,8 @@ std::printf( "%u routers, one link: import %.2f us, ratio to a copy in a map %.2
 }
 
 /// Arguments: "paths" for what a path takes alone; or mixes and numbers of routers for what
-/// following saves alone, and with "xN" how many changes of a kind; none: everything.
+/// following saves alone, or "import" for imports, and with "xN" how many changes of a kind; none:
+/// everything.
 int
 main( int argc, char ** argv ) {
    std::vector< std::string > mixes;
@@ -432,7 +433,7 @@ main( int argc, char ** argv ) {
          mixes.empty() ? std::vector< std::string >{ "service", "dense", "field" } : mixes ) {
       for ( const std::uint32_t size :
             sizes.empty() ? std::vector< std::uint32_t >{ 1'000, 3'000, 10'000 } : sizes ) {
-         measureFollowing( mix, size, changes );
+         mix == "import" ? measureImport( size ) : measureFollowing( mix, size, changes );
       }
    }
 }

@@ -13,6 +13,7 @@
 #include "platform/Lum/Assert.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace Cspf {
 
@@ -55,10 +56,10 @@ CspfArcs::refusal( const CspfGraph & graph, const CspfLinkFilter & filter, CspfE
 
 void
 CspfArcs::build( const CspfGraph & graph, const CspfLinkFilter & filter,
-                 const CspfRunOptions & options ) {
+                 const CspfRunOptions & options, bool mayPack ) {
    LUM_ASSERT( filter.graphVersion() == graph.version() );
    const Layout layout{ filter.serial(), options.useTeMetric, options.useLinksWithMaxMetric,
-                        options.reverse };
+                        options.reverse, mayPack };
    if ( layout == layout_ ) {
       return;
    }
@@ -107,19 +108,40 @@ CspfArcs::fill( const CspfGraph & graph, const uint8_t * admitted ) {
    metricBits_ = bits;
 }
 
+/// No path is longer than that many arcs.
+void
+CspfArcs::choosePacking( std::span< const uint64_t > counts, uint64_t longest ) {
+   uint64_t excludes = 0, includes = 0;
+   for ( const uint64_t count : counts ) {
+      excludes = std::max( excludes, count >> 32 );
+      includes = std::max( includes, count & 0xFFFFFFFF );
+   }
+   includeBits_ = static_cast< uint32_t >( std::bit_width( includes * longest ) );
+   packsCounts_ = layout_.mayPack && includeBits_ + std::bit_width( excludes * longest ) <= 32
+                  && includeBits_ < 32;
+}
+
 void
 CspfArcs::fillCounts( const CspfGraph & graph, const CspfLinkFilter & filter ) {
+   const std::vector< uint64_t > & byList = filter.countsByList();
+   choosePacking( byList, graph.vertexBound() );
+   listCounts_.clear();
+   for ( const uint64_t counts : byList ) {
+      listCounts_.push_back( packsCounts_ ? packed( counts ) << 32 : counts );
+   }
+   const uint64_t includes = packsCounts_ ? packed( 0xFFFFFFFF ) << 32 : 0xFFFFFFFF;
    counts_.resize( arcs_.size() );
    const CspfLinkConstraint & c = filter.constraint();
-   const uint64_t * byList = filter.countsByList().data();
    const uint32_t * lists = graph.columns().srlgList.data();
+   const uint32_t metricMask = packsCounts_ ? ~0U : 0;
    for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
       const bool excludes = !c.srlgOnlyLocal || CspfVertex{ v } == c.ownSource;
       const uint64_t counted = graph.isNetwork( CspfVertex{ v } ) ? 0
                                : excludes                         ? ~uint64_t{ 0 }
-                                                                  : 0xFFFFFFFF;
+                                                                  : includes;
       for ( uint32_t i = begins_[ v ]; i < begins_[ v + 1 ]; ++i ) {
-         counts_[ i ] = byList[ lists[ index( edges_[ i ] ) ] ] & counted;
+         counts_[ i ] = ( listCounts_[ lists[ index( edges_[ i ] ) ] ] & counted )
+                        | ( arcs_[ i ].metric & metricMask );
       }
    }
 }

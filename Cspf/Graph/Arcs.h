@@ -21,26 +21,34 @@ class CspfArcs {
    };
 
    /// Lays out the edges that the filter admits and the metric rules allow. Does nothing when
-   /// filter and options are those of the last call. REQUIRES: the filter was applied to this
-   /// version of the graph. O(vertices + edges).
+   /// filter and options are those of the last call. `mayPack`: counts are packed where they can
+   /// be. REQUIRES: the filter was applied to this version of the graph. O(vertices + edges).
    void build( const CspfGraph & graph, const CspfLinkFilter & filter,
-               const CspfRunOptions & options );
+               const CspfRunOptions & options, bool mayPack = false );
 
    std::span< const Arc > out( CspfVertex vertex ) const {
       const uint32_t * begin = begins_.data() + index( vertex );
       return { arcs_.data() + begin[ 0 ], arcs_.data() + begin[ 1 ] };
    }
-   /// What the arc adds to a path's SRLG counts: excludes above, includes below, 32 bits each.
-   /// REQUIRES: the filter counts SRLGs.
-   uint64_t counts( const Arc & arc ) const { return counts_[ &arc - arcs_.data() ]; }
-   /// Where an arc stands among all.
-   uint32_t place( const Arc & arc ) const { return uint32_t( &arc - arcs_.data() ); }
+   /// The places of the same arcs, and the arc at a place.
+   uint32_t begin( CspfVertex vertex ) const { return begins_[ index( vertex ) ]; }
+   uint32_t end( CspfVertex vertex ) const { return begins_[ index( vertex ) + 1 ]; }
    const Arc & at( uint32_t place ) const { return arcs_[ place ]; }
+   CspfEdge edge( uint32_t place ) const { return edges_[ place ]; }
+   CspfEdge edge( const Arc & arc ) const { return edges_[ &arc - arcs_.data() ]; }
+   /// What the arc at a place adds to a path's SRLG counts: excludes above, includes below, 32 bits
+   /// each; where counts are packed, both above the arc's metric. REQUIRES: the filter counts
+   /// SRLGs.
+   uint64_t counts( uint32_t place ) const { return counts_[ place ]; }
+   /// Whether the counts of every path fit 32 bits, and those as they are out of these.
+   bool packsCounts() const { return packsCounts_; }
+   uint64_t unpacked( uint32_t packed ) const {
+      return uint64_t{ packed } >> includeBits_ << 32 | ( packed & includeMask() );
+   }
    /// Has the arcs that leave the vertex fetched, which are asked for soon.
    void fetch( CspfVertex vertex ) const {
       __builtin_prefetch( arcs_.data() + begins_[ index( vertex ) ] );
    }
-   CspfEdge edge( const Arc & arc ) const { return edges_[ &arc - arcs_.data() ]; }
    size_t size() const { return begins_.empty() ? 0 : begins_.back(); }
    bool countsSrlgs() const { return countsSrlgs_; }
    /// All bits that occur in metrics of arcs: as wide as the largest metric.
@@ -60,19 +68,26 @@ class CspfArcs {
  private:
    struct Layout {
       uint64_t filter = 0;  // serial
-      bool useTeMetric = false, useLinksWithMaxMetric = false, reverse = false;
+      bool useTeMetric = false, useLinksWithMaxMetric = false, reverse = false, mayPack = false;
       bool operator==( const Layout & ) const = default;
    };
    template< bool reverse >
    void fill( const CspfGraph & graph, const uint8_t * admitted );
    void fillCounts( const CspfGraph & graph, const CspfLinkFilter & filter );
+   uint32_t includeMask() const { return ( 1U << includeBits_ ) - 1; }
+   uint64_t packed( uint64_t counts ) const {
+      return counts >> 32 << includeBits_ | ( counts & includeMask() );
+   }
+   void choosePacking( std::span< const uint64_t > counts, uint64_t longest );
 
    Layout layout_;
-   std::vector< uint32_t > begins_;  // by vertex, and the end of the last
-   std::vector< Arc > arcs_;         // as many as edges; used up to begins_.back()
-   std::vector< CspfEdge > edges_;   // by arc
-   std::vector< uint64_t > counts_;  // by arc
-   bool countsSrlgs_ = false;
+   std::vector< uint32_t > begins_;      // by vertex, and the end of the last
+   std::vector< Arc > arcs_;             // as many as edges; used up to begins_.back()
+   std::vector< CspfEdge > edges_;       // by arc
+   std::vector< uint64_t > counts_;      // by arc
+   std::vector< uint64_t > listCounts_;  // by list of SRLGs
+   bool countsSrlgs_ = false, packsCounts_ = false;
+   uint32_t includeBits_ = 0;  // below 32, the lower ones of packed counts
    uint32_t metricBits_ = 0;
 };
 

@@ -18,13 +18,28 @@ using CspfMetricKey = uint32_t;
 struct CspfSrlgKey {
    uint64_t counts;
    CspfMetricKey metric;
+   static CspfSrlgKey ofMetric( CspfMetricKey metric ) { return { 0, metric }; }
+   bool isCounted() const { return counts > 0; }
+   CspfMetricKey metricPart() const { return metric; }
    auto operator<=>( const CspfSrlgKey & ) const = default;
+};
+/// The same where counts fit 32 bits: these above, the metric below.
+struct CspfPackedKey {
+   uint64_t value;
+   static CspfPackedKey ofMetric( CspfMetricKey metric ) { return { metric }; }
+   bool isCounted() const { return value >> 32; }
+   CspfMetricKey metricPart() const { return static_cast< CspfMetricKey >( value ); }
+   auto operator<=>( const CspfPackedKey & ) const = default;
 };
 
 /// The highest bit in which two keys differ, counted from 1; 0 for equal keys.
 inline size_t
 highestDifference( CspfMetricKey a, CspfMetricKey b ) {
    return std::bit_width( a ^ b );
+}
+inline size_t
+highestDifference( CspfPackedKey a, CspfPackedKey b ) {
+   return std::bit_width( a.value ^ b.value );
 }
 inline size_t
 highestDifference( CspfSrlgKey a, CspfSrlgKey b ) {
@@ -57,26 +72,28 @@ class CspfBucketQueue {
       now_ = pushed_ = popped_ = 0;
    }
 
-   void push( CspfMetricKey key, CspfVertex vertex ) {
+   /// `number`: another one for each push, below `pushes`; who takes the entry is told it.
+   void push( CspfMetricKey key, CspfVertex vertex, uint32_t number ) {
       const uint32_t bucket = key & mask_;
-      entries_[ pushed_ ] = { vertex, heads_[ bucket ] };
-      heads_[ bucket ] = pushed_++;
+      entries_[ number ] = { vertex, heads_[ bucket ] };
+      heads_[ bucket ] = number;
       used_[ bucket / 64 ] |= uint64_t{ 1 } << ( bucket % 64 );
+      ++pushed_;
    }
 
-   /// Calls `visit( key, vertex )` for each entry by rising key, those that it pushes included, and
-   /// before a visit `expect( vertex )` for the vertex that may be visited next.
+   /// Calls `visit( key, vertex, number )` for each entry by rising key, those that it pushes
+   /// included, and before a visit `expect( vertex )` for the vertex that may be visited next.
    template< typename Visit, typename Expect >
    void drain( Visit && visit, Expect && expect ) {
       while ( popped_ != pushed_ ) {
          uint32_t entry = takeBucket();
          do {
-            const auto [ vertex, next ] = entries_[ entry ];
-            if ( next != empty ) {
-               expect( entries_[ next ].vertex );
+            const Entry taken = entries_[ entry ];
+            if ( taken.next != empty ) {
+               expect( entries_[ taken.next ].vertex );
             }
-            visit( now_, vertex );
-            entry = next;
+            visit( now_, taken.vertex, entry );
+            entry = taken.next;
             ++popped_;
          } while ( entry != empty );
       }
@@ -129,8 +146,8 @@ class CspfRadixHeap {
       size_ = 0;
    }
 
-   void push( Key key, CspfVertex vertex ) {
-      buckets_[ highestDifference( key, now_ ) ].push_back( { key, vertex } );
+   void push( Key key, CspfVertex vertex, uint32_t number ) {
+      buckets_[ highestDifference( key, now_ ) ].push_back( { key, vertex, number } );
       ++size_;
    }
 
@@ -141,9 +158,9 @@ class CspfRadixHeap {
          if ( buckets_[ 0 ].empty() ) {
             spread();
          }
-         const CspfVertex vertex = buckets_[ 0 ].back().vertex;
+         const Entry entry = buckets_[ 0 ].back();
          buckets_[ 0 ].pop_back();
-         visit( now_, vertex );
+         visit( now_, entry.vertex, entry.number );
       }
    }
 
@@ -151,6 +168,7 @@ class CspfRadixHeap {
    struct Entry {
       Key key;
       CspfVertex vertex;
+      uint32_t number;
    };
 
    /// Moves on to the least key and deals the entries of its bucket out to the lower ones.
@@ -172,6 +190,7 @@ class CspfRadixHeap {
 };
 
 /// A monotone queue for keys of which most count no SRLGs: these come first, by metric alone.
+template< typename Key >
 class CspfSrlgQueue {
  public:
    /// As those of the queues that it is made of.
@@ -185,20 +204,20 @@ class CspfSrlgQueue {
       counted_.begin();
    }
 
-   void push( CspfSrlgKey key, CspfVertex vertex ) {
-      if ( key.counts > 0 ) {
-         counted_.push( key, vertex );
+   void push( Key key, CspfVertex vertex, uint32_t number ) {
+      if ( key.isCounted() ) {
+         counted_.push( key, vertex, number );
       } else if ( isNarrow_ ) {
-         buckets_.push( key.metric, vertex );
+         buckets_.push( key.metricPart(), vertex, number );
       } else {
-         uncounted_.push( key.metric, vertex );
+         uncounted_.push( key.metricPart(), vertex, number );
       }
    }
 
    template< typename Visit, typename Expect >
    void drain( Visit && visit, Expect && expect ) {
-      const auto uncounted = [ & ]( CspfMetricKey metric, CspfVertex vertex ) {
-         visit( CspfSrlgKey{ 0, metric }, vertex );
+      const auto uncounted = [ & ]( CspfMetricKey metric, CspfVertex vertex, uint32_t number ) {
+         visit( Key::ofMetric( metric ), vertex, number );
       };
       if ( isNarrow_ ) {
          buckets_.drain( uncounted, expect );
@@ -212,7 +231,7 @@ class CspfSrlgQueue {
    bool isNarrow_ = true;
    CspfBucketQueue buckets_;
    CspfRadixHeap< CspfMetricKey > uncounted_;
-   CspfRadixHeap< CspfSrlgKey > counted_;
+   CspfRadixHeap< Key > counted_;
 };
 
 }

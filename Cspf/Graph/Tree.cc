@@ -61,71 +61,83 @@ CspfTree::group( CspfEdge last ) {
 }
 
 void
-CspfTree::takeLast( CspfVertex vertex, const Last & link ) {
-   Last & last = lasts_[ index( vertex ) ];
-   if ( last.edge == noEdge ) {
-      last = link;
-      return;
+CspfTree::makeGroups( const CspfGraph & graph, std::span< const Tie > ties, TieMemory & memory ) {
+   memory.heads.resize( std::max( memory.heads.size(), metrics_.size() ), none );
+   chain( ties, memory );
+   for ( const CspfVertex vertex : memory.grouped ) {
+      group( vertex, ties, memory );
    }
-   if ( !( index( last.edge ) & groupBit ) ) {
-      grouped_.push_back( vertex );
-      ties_.push_back( { last.edge, none } );
-      last.edge = CspfEdge{ groupBit };
-      last.before = CspfVertex{ static_cast< uint32_t >( ties_.size() - 1 ) };
+   memory.stepped.clear();
+   for ( const CspfVertex vertex : memory.grouped ) {
+      if ( !orderByRank( graph, group( lasts_[ index( vertex ) ].edge ) ) ) {
+         memory.stepped.push_back( vertex );
+      }
    }
-   ties_.push_back( { link.edge, index( last.before ) } );
-   last.before = CspfVertex{ static_cast< uint32_t >( ties_.size() - 1 ) };
+   for ( const CspfVertex router : memory.stepped ) {  // their order rests on that of networks
+      orderSteps( graph, router );
+   }
 }
 
-/// Makes a group of each chain of links, which hangs on its vertex.
+/// Hangs the ties on their vertices, each before the next of the same vertex.
 void
-CspfTree::makeGroups( const CspfGraph & graph ) {
-   for ( const CspfVertex vertex : grouped_ ) {
-      Last & last = lasts_[ index( vertex ) ];
-      const size_t head = groups_.size();
-      groups_.push_back( noEdge );
-      for ( uint32_t tie = index( last.before ); tie != none; tie = ties_[ tie ].next ) {
-         groups_.push_back( ties_[ tie ].edge );
-      }
-      groups_[ head ] = CspfEdge{ static_cast< uint32_t >( groups_.size() - head - 1 ) };
-      last = { CspfEdge{ groupBit | static_cast< uint32_t >( head ) }, noVertex };
+CspfTree::chain( std::span< const Tie > ties, TieMemory & memory ) {
+   memory.next.resize( ties.size() );
+   memory.grouped.resize( ties.size() );
+   size_t count = 0;
+   for ( uint32_t i = 0; i < ties.size(); ++i ) {
+      memory.grouped[ count ] = ties[ i ].vertex;
+      memory.next[ i ] = std::exchange( memory.heads[ index( ties[ i ].vertex ) ], i );
+      count += memory.next[ i ] == none;
    }
-   for ( const bool networks : { true, false } ) {  // routers' order rests on that of networks
-      for ( const CspfVertex vertex : grouped_ ) {
-         if ( graph.isNetwork( vertex ) == networks ) {
-            orderTies( graph, vertex );
-         }
-      }
+   memory.grouped.resize( count );
+}
+
+/// Makes a group of the link that the vertex was made final with, and of its ties.
+void
+CspfTree::group( CspfVertex vertex, std::span< const Tie > ties, TieMemory & memory ) {
+   const size_t head = groups_.size();
+   Last & last = lasts_[ index( vertex ) ];
+   groups_.insert( groups_.end(), { noEdge, last.edge } );
+   uint32_t tie = std::exchange( memory.heads[ index( vertex ) ], none );
+   for ( ; tie != none; tie = memory.next[ tie ] ) {
+      groups_.push_back( ties[ tie ].edge );
    }
-   ties_.clear();
-   grouped_.clear();
+   groups_[ head ] = CspfEdge{ static_cast< uint32_t >( groups_.size() - head - 1 ) };
+   last = { CspfEdge{ groupBit | static_cast< uint32_t >( head ) }, noVertex };
+}
+
+/// False where steps from networks are among the links, which are ordered otherwise.
+bool
+CspfTree::orderByRank( const CspfGraph & graph, std::span< CspfEdge > links ) {
+   const auto rank = [ & ]( CspfEdge edge ) { return graph.keyRank( edge ); };
+   if ( std::ranges::any_of( links, [ & ]( CspfEdge edge ) { return isStep( graph, edge ); } ) ) {
+      return false;
+   }
+   if ( links.size() > 2 ) {
+      std::ranges::sort( links, {}, rank );
+   } else {
+      const CspfEdge pair[] = { links[ 0 ], links[ 1 ] };  // in order without a branch
+      const bool swapped = rank( pair[ 1 ] ) < rank( pair[ 0 ] );
+      links[ 0 ] = pair[ swapped ];
+      links[ 1 ] = pair[ !swapped ];
+   }
+   return true;
 }
 
 /// A router that stands on a network several times is reached from it once, by its first link
 /// there.
 void
-CspfTree::orderTies( const CspfGraph & graph, CspfVertex vertex ) {
-   Last & last = lasts_[ index( vertex ) ];
+CspfTree::orderSteps( const CspfGraph & graph, CspfVertex router ) {
+   Last & last = lasts_[ index( router ) ];
    const std::span< CspfEdge > links = group( last.edge );
-   const auto isStep = [ & ]( CspfEdge edge ) {
-      return graph.kind( edge ) == CspfEdgeKind::networkToRouter;
-   };
-   if ( std::ranges::none_of( links, isStep ) ) {
-      const auto rank = [ & ]( CspfEdge edge ) { return graph.keyRank( edge ); };
-      if ( links.size() > 2 ) {
-         std::ranges::sort( links, {}, rank );
-      } else if ( rank( links[ 1 ] ) < rank( links[ 0 ] ) ) {
-         std::swap( links[ 0 ], links[ 1 ] );
-      }
-      return;
-   }
    std::ranges::sort( links, {}, [ & ]( CspfEdge edge ) {
-      const CspfEdge key = isStep( edge ) ? entryLink( graph, graph.from( edge ) ) : edge;
-      const CspfEdge own = isStep( edge ) ? graph.reverse( edge ) : edge;
-      return std::tuple( isStep( edge ), graph.keyRank( key ), graph.keyRank( own ) );
+      const bool step = isStep( graph, edge );
+      const CspfEdge key = step ? entryLink( graph, graph.from( edge ) ) : edge;
+      const CspfEdge own = step ? graph.reverse( edge ) : edge;
+      return std::tuple( step, graph.keyRank( key ), graph.keyRank( own ) );
    } );
    const auto end = std::unique( links.begin(), links.end(), [ & ]( CspfEdge a, CspfEdge b ) {
-      return isStep( a ) && isStep( b ) && graph.from( a ) == graph.from( b );
+      return isStep( graph, a ) && isStep( graph, b ) && graph.from( a ) == graph.from( b );
    } );
    const auto kept = static_cast< std::size_t >( end - links.begin() );
    groups_[ index( last.edge ) & ~groupBit ] = CspfEdge{ static_cast< uint32_t >( kept ) };

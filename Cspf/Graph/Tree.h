@@ -88,15 +88,17 @@ class CspfTree {
       CspfEdge edge = noEdge;        // one link, or groupBit and a position in groups_
       CspfVertex before = noVertex;  // where the one link comes from: walks back read this alone
    };
-   /// An arc that attains the cost of its far end.
-   struct Attaining {
-      CspfVertex from;
-      uint32_t arc;  // its place
-   };
-   /// One of the equal links of a vertex, while groups are made.
+   /// A last link of a vertex besides the one that made it final.
    struct Tie {
+      CspfVertex vertex;
       CspfEdge edge;
-      uint32_t next;  // another one of the same vertex, or none
+   };
+   /// Groups are made of ties in here.
+   struct TieMemory {
+      std::vector< uint32_t > heads;  // by vertex: its first tie, none but while groups are made
+      std::vector< uint32_t > next;   // by tie: another one of the same vertex, or none
+      std::vector< CspfVertex > grouped;  // that have ties
+      std::vector< CspfVertex > stepped;  // ... and that a network leads to
    };
    /// Where a router stands among routers of equal cost.
    struct Place {
@@ -106,9 +108,14 @@ class CspfTree {
    };
 
    void begin( const CspfGraph & graph, const CspfRunOptions & options, bool withSrlgs );
-   void takeLast( CspfVertex vertex, const Last & link );
-   void makeGroups( const CspfGraph & graph );
-   void orderTies( const CspfGraph & graph, CspfVertex vertex );
+   void makeGroups( const CspfGraph & graph, std::span< const Tie > ties, TieMemory & memory );
+   void group( CspfVertex vertex, std::span< const Tie > ties, TieMemory & memory );
+   static void chain( std::span< const Tie > ties, TieMemory & memory );
+   static bool isStep( const CspfGraph & graph, CspfEdge edge ) {
+      return graph.kind( edge ) == CspfEdgeKind::networkToRouter;
+   }
+   static bool orderByRank( const CspfGraph & graph, std::span< CspfEdge > links );
+   void orderSteps( const CspfGraph & graph, CspfVertex router );
    std::span< CspfEdge > group( CspfEdge last );
    std::span< const CspfEdge > group( CspfEdge last ) const {
       const uint32_t head = index( last ) & ~groupBit;
@@ -124,8 +131,6 @@ class CspfTree {
    std::vector< uint64_t > counts_;   // by vertex: excludes above, includes below; empty if unused
    std::vector< CspfEdge > groups_;   // each group: how many links, then the links
    std::vector< CspfVertex > reached_;
-   std::vector< Tie > ties_;            // empty but while groups are made
-   std::vector< CspfVertex > grouped_;  // ... and the vertices that have some
 };
 
 }

@@ -52,7 +52,7 @@ class CspfTreeRun {
       MetricLabels( CspfTree & tree, const CspfArcs & ) : metrics( tree.metrics_.data() ) {}
       static uint32_t metric( Key key ) { return key; }
       static bool below( Key a, Key b ) { return a < b; }
-      Key next( Key key, const CspfArcs::Arc & arc ) const { return key + arc.metric; }
+      static Key next( Key key, const CspfArcs::Arc & arc, uint32_t ) { return key + arc.metric; }
       Key known( CspfVertex vertex ) const { return metrics[ index( vertex ) ]; }
       void set( CspfVertex vertex, Key key ) { metrics[ index( vertex ) ] = key; }
       uint32_t * metrics;
@@ -68,8 +68,8 @@ class CspfTreeRun {
       static bool below( Key a, Key b ) {  // without a branch
          return ( a.counts < b.counts ) | ( ( a.counts == b.counts ) & ( a.metric < b.metric ) );
       }
-      Key next( Key key, const CspfArcs::Arc & arc ) const {
-         return { key.counts + arcs.counts( arc ), key.metric + arc.metric };
+      Key next( Key key, const CspfArcs::Arc & arc, uint32_t place ) const {
+         return { key.counts + arcs.counts( place ), key.metric + arc.metric };
       }
       Key known( CspfVertex vertex ) const {
          return { counts[ index( vertex ) ], metrics[ index( vertex ) ] };
@@ -83,9 +83,38 @@ class CspfTreeRun {
       uint64_t * counts;
    };
 
+   /// ... and for the same where counts are packed: whole keys stand in place of counts until the
+   /// end of the run.
+   struct PackedLabels {
+      using Key = CspfPackedKey;
+      PackedLabels( CspfTree & tree, const CspfArcs & arcs )
+         : arcs( arcs ),
+           metrics( tree.metrics_.data() ),
+           keys( tree.counts_.data() ) {}
+      static uint32_t metric( Key key ) { return key.metricPart(); }
+      static bool below( Key a, Key b ) { return a.value < b.value; }
+      Key next( Key key, const CspfArcs::Arc &, uint32_t place ) const {
+         return { key.value + arcs.counts( place ) };
+      }
+      Key known( CspfVertex vertex ) const { return { keys[ index( vertex ) ] }; }
+      void set( CspfVertex vertex, Key key ) {
+         keys[ index( vertex ) ] = key.value;
+         metrics[ index( vertex ) ] = key.metricPart();
+      }
+      const CspfArcs & arcs;
+      uint32_t * metrics;
+      uint64_t * keys;
+   };
+
+   /// The place of an arc, and where it begins.
+   struct Step {
+      CspfVertex from;
+      uint32_t place;
+   };
+
    /// An entry of the queue as it is taken.
    template< typename Key >
-   struct Step {
+   struct Taken {
       Key key{};
       Key cspfLinkInfoKey() const { return key; }
       Key cost() const { return key; }
@@ -97,8 +126,8 @@ class CspfTreeRun {
    void relax( CspfVertex vertex, typename Labels::Key key, Labels & labels, Queue & queue,
                Observer & observer );
    template< typename Labels, typename Queue, typename Observer >
-   void take( CspfVertex vertex, const CspfArcs::Arc & arc, typename Labels::Key key,
-              Labels & labels, Queue & queue, Observer & observer );
+   void take( CspfVertex vertex, uint32_t place, typename Labels::Key key, Labels & labels,
+              Queue & queue, Observer & observer );
 
    template< typename Observer >
    static constexpr bool isHeard =
@@ -106,18 +135,35 @@ class CspfTreeRun {
    static bool isExpanded( const CspfGraph & graph, const CspfTree & tree, CspfVertex vertex ) {
       return !tree.options_.singleHop || vertex == tree.source() || !graph.isRouter( vertex );
    }
+   template< typename Key, typename Queue >
+   void push( Queue & queue, Key key, CspfVertex vertex, const Step & step ) {
+      steps_[ stepCount_ ] = step;
+      queue.push( key, vertex, stepCount_++ );
+   }
+   void takeStep( CspfTree & tree, CspfVertex vertex, uint32_t number ) const {
+      const auto [ from, place ] = steps_[ number ];
+      if ( from != noVertex ) {
+         tree.lasts_[ index( vertex ) ] = { arcs_.edge( place ), from };
+      }
+   }
    template< typename Labels >
-   void findLastLinks( const CspfGraph & graph, CspfTree & tree );
-   template< typename Labels >
-   void findAttaining( CspfVertex vertex, const Labels & labels );
+   void takeLastLinks( const CspfGraph & graph, CspfTree & tree );
 
    CspfArcs arcs_;
    CspfBucketQueue buckets_;
    CspfRadixHeap< CspfMetricKey > heap_;
-   CspfSrlgQueue srlgQueue_;
-   std::vector< CspfTree::Attaining > attaining_;  // used up to attainings_
-   size_t attainings_ = 0;
-   CspfTree::Last * tellingLasts_ = nullptr;  // of the tree under way, for those who hear of it
+   CspfSrlgQueue< CspfSrlgKey > srlgQueue_;
+   CspfSrlgQueue< CspfPackedKey > packedQueue_;
+   // Of the tree under way: each step that was pushed, by the number that the queue knows it by;
+   // those by which vertices became final, in that order; and arcs that gave their far end the cost
+   // that it had when they were looked at, used up to equalCount_.
+   std::vector< Step > steps_;
+   std::vector< uint32_t > finals_;
+   std::vector< Step > equals_;
+   uint32_t stepCount_ = 0;
+   size_t equalCount_ = 0;
+   std::vector< CspfTree::Tie > ties_;
+   CspfTree::TieMemory tieMemory_;
 };
 
 template< typename Observer >
@@ -125,13 +171,27 @@ void
 CspfTreeRun::run( const CspfGraph & graph, const CspfLinkFilter & filter,
                   const CspfRunOptions & options, CspfTree & tree, Observer && observer ) {
    LUM_ASSERT( graph.has( options.source ) );
-   arcs_.build( graph, filter, options );
+   arcs_.build( graph, filter, options, !isHeard< Observer > );  // who hears may ask for counts
    tree.begin( graph, options, arcs_.countsSrlgs() );
-   tellingLasts_ = tree.lasts_.data();
+   equals_.resize( arcs_.size() + 1 );  // one more: each is written before it is judged
+   steps_.resize( arcs_.size() + 1 );
+   stepCount_ = 0;
+   equalCount_ = 0;
+   finals_.clear();
+   if ( arcs_.countsSrlgs() && arcs_.packsCounts() ) {
+      packedQueue_.begin( arcs_.metricBits(), arcs_.size() + 1 );
+      walk< PackedLabels >( graph, tree, packedQueue_, observer );
+      takeLastLinks< PackedLabels >( graph, tree );
+      for ( const CspfVertex vertex : tree.reached_ ) {
+         uint64_t & counts = tree.counts_[ index( vertex ) ];
+         counts = arcs_.unpacked( static_cast< uint32_t >( counts >> 32 ) );
+      }
+      return;
+   }
    if ( arcs_.countsSrlgs() ) {
       srlgQueue_.begin( arcs_.metricBits(), arcs_.size() + 1 );
       walk< SrlgLabels >( graph, tree, srlgQueue_, observer );
-      findLastLinks< SrlgLabels >( graph, tree );
+      takeLastLinks< SrlgLabels >( graph, tree );
       return;
    }
    if ( arcs_.metricBits() <= CspfBucketQueue::largestStepAllowed ) {
@@ -141,7 +201,7 @@ CspfTreeRun::run( const CspfGraph & graph, const CspfLinkFilter & filter,
       heap_.begin();
       walk< MetricLabels >( graph, tree, heap_, observer );
    }
-   findLastLinks< MetricLabels >( graph, tree );
+   takeLastLinks< MetricLabels >( graph, tree );
 }
 
 template< typename Labels, typename Queue, typename Observer >
@@ -151,11 +211,11 @@ CspfTreeRun::walk( const CspfGraph & graph, CspfTree & tree, Queue & memory, Obs
    Labels labels( tree, arcs_ );
    const CspfVertex source = tree.source();
    labels.set( source, {} );
-   queue.push( {}, source );
-   Step< typename Labels::Key > lastLink;
+   push( queue, typename Labels::Key{}, source, { noVertex, 0 } );
+   Taken< typename Labels::Key > lastLink;
    queue.drain(
-      [ & ]( typename Labels::Key key, CspfVertex vertex ) {
-         const Step< typename Labels::Key > linkInfo{ key };
+      [ & ]( typename Labels::Key key, CspfVertex vertex, uint32_t number ) {
+         const Taken< typename Labels::Key > linkInfo{ key };
          const typename Labels::Key shortestPathCost = labels.known( vertex );
          LUM_ASSERT( lastLink.cspfLinkInfoKey() <= linkInfo.cspfLinkInfoKey() );
          LUM_ASSERT( shortestPathCost <= linkInfo.cost() );
@@ -164,6 +224,10 @@ CspfTreeRun::walk( const CspfGraph & graph, CspfTree & tree, Queue & memory, Obs
             return;  // reached at less cost since this entry was queued
          }
          tree.reached_.push_back( vertex );
+         finals_.push_back( number );
+         if constexpr ( isHeard< Observer > ) {
+            takeStep( tree, vertex, number );
+         }
          observer.madeFinal( vertex );
          if ( isExpanded( graph, tree, vertex ) ) {
             relax( vertex, key, labels, queue, observer );
@@ -171,9 +235,6 @@ CspfTreeRun::walk( const CspfGraph & graph, CspfTree & tree, Queue & memory, Obs
       },
       [ this ]( CspfVertex vertex ) { arcs_.fetch( vertex ); } );
    memory = std::move( queue );
-   if constexpr ( isHeard< Observer > ) {
-      std::ranges::fill( tree.lasts_, CspfTree::Last{} );
-   }
 }
 
 template< typename Labels, typename Queue, typename Observer >
@@ -182,88 +243,69 @@ CspfTreeRun::relax( CspfVertex vertex, typename Labels::Key key, Labels & labels
                     Observer & observer ) {
    // First all arcs are judged without a branch, then the few that matter are taken: which ones
    // they are cannot be predicted, and a wrong guess costs more than the judgement of a block.
-   constexpr size_t block = 64;
-   const CspfArcs::Arc * steps[ block ];
-   const uint32_t room = maxPathMetric - Labels::metric( key );
-   const std::span< const CspfArcs::Arc > out = arcs_.out( vertex );
-   for ( const CspfArcs::Arc *arc = out.data(), *const end = arc + out.size(); arc != end; ) {
-      const CspfArcs::Arc * const blockEnd = arc + std::min< ptrdiff_t >( end - arc, block );
+   constexpr uint32_t block = 64;
+   uint32_t steps[ block ];
+   const uint32_t end = arcs_.end( vertex );
+   for ( uint32_t place = arcs_.begin( vertex ); place != end; ) {
+      const uint32_t blockEnd = std::min( end, place + block );
       size_t count = 0;
-      for ( ; arc != blockEnd; ++arc ) {
-         steps[ count ] = arc;
-         count += Labels::below( labels.next( key, *arc ), labels.known( arc->to ) )
-                  | ( arc->metric > room ) | isHeard< Observer >;
+      for ( ; place != blockEnd; ++place ) {
+         const CspfArcs::Arc & arc = arcs_.at( place );
+         const typename Labels::Key next = labels.next( key, arc, place ),
+                                    known = labels.known( arc.to );
+         steps[ count ] = place;
+         count += Labels::below( next, known ) | isHeard< Observer >;
+         equals_[ equalCount_ ] = { vertex, place };
+         equalCount_ += ( next == known ) & !isHeard< Observer >;
       }
       for ( size_t i = 0; i < count; ++i ) {
-         take( vertex, *steps[ i ], key, labels, queue, observer );
+         take( vertex, steps[ i ], key, labels, queue, observer );
       }
    }
 }
 
 template< typename Labels, typename Queue, typename Observer >
 inline void
-CspfTreeRun::take( [[maybe_unused]] CspfVertex vertex, const CspfArcs::Arc & arc,
-                   typename Labels::Key key, Labels & labels, Queue & queue, Observer & observer ) {
+CspfTreeRun::take( CspfVertex vertex, uint32_t place, typename Labels::Key key, Labels & labels,
+                   Queue & queue, Observer & observer ) {
+   const CspfArcs::Arc & arc = arcs_.at( place );
    if ( arc.metric > maxPathMetric - Labels::metric( key ) ) {
-      observer.tooFar( arcs_.edge( arc ) );
+      observer.tooFar( arcs_.edge( place ) );
       return;
    }
-   const typename Labels::Key next = labels.next( key, arc );
+   const typename Labels::Key next = labels.next( key, arc, place );
    const typename Labels::Key known = labels.known( arc.to );
    if ( next < known ) {
       labels.set( arc.to, next );
-      queue.push( next, arc.to );
-      if constexpr ( isHeard< Observer > ) {
-         tellingLasts_[ index( arc.to ) ] = { arcs_.edge( arc ), vertex };
-      }
-      observer.improved( arcs_.edge( arc ) );
+      push( queue, next, arc.to, { vertex, place } );
+      observer.improved( arcs_.edge( place ) );
    } else if ( next == known ) {
-      observer.equalCost( arcs_.edge( arc ) );
+      equals_[ equalCount_++ ] = { vertex, place };
+      observer.equalCost( arcs_.edge( place ) );
    } else {
-      observer.worse( arcs_.edge( arc ) );
+      observer.worse( arcs_.edge( place ) );
    }
 }
 
-/// Vertices in order of their numbers, in which arcs lie; where few are reached, these alone.
+/// A link that was as good as another one when it was found is a last link if none was better.
 template< typename Labels >
 void
-CspfTreeRun::findLastLinks( const CspfGraph & graph, CspfTree & tree ) {
+CspfTreeRun::takeLastLinks( const CspfGraph & graph, CspfTree & tree ) {
+   for ( size_t i = 0; i < finals_.size(); ++i ) {
+      takeStep( tree, tree.reached_[ i ], finals_[ i ] );
+   }
    const Labels labels( tree, arcs_ );
-   attaining_.resize( arcs_.size() + 1 );  // one more: each is written before it is judged
-   attainings_ = 0;
-   if ( tree.reached_.size() > graph.vertexBound() / 8 ) {
-      for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
-         if ( tree.reached( CspfVertex{ v } ) && isExpanded( graph, tree, CspfVertex{ v } ) ) {
-            findAttaining( CspfVertex{ v }, labels );
-         }
-      }
-   } else {
-      for ( const CspfVertex vertex : tree.reached_ ) {
-         if ( isExpanded( graph, tree, vertex ) ) {
-            findAttaining( vertex, labels );
-         }
-      }
-   }
-   for ( size_t i = 0; i < attainings_; ++i ) {
-      const auto [ from, place ] = attaining_[ i ];
+   ties_.resize( equalCount_ + 1 );  // one more: each is written before it is judged
+   size_t count = 0;
+   for ( size_t i = 0; i < equalCount_; ++i ) {
+      const auto [ from, place ] = equals_[ i ];
       const CspfArcs::Arc & arc = arcs_.at( place );
-      tree.takeLast( arc.to, { arcs_.edge( arc ), from } );
+      const typename Labels::Key key = labels.known( from );
+      ties_[ count ] = { arc.to, arcs_.edge( place ) };
+      count += labels.next( key, arc, place ) == labels.known( arc.to )
+               && arc.metric <= maxPathMetric - Labels::metric( key );
    }
-   tree.makeGroups( graph );
-}
-
-template< typename Labels >
-inline void
-CspfTreeRun::findAttaining( CspfVertex vertex, const Labels & labels ) {
-   const typename Labels::Key key = labels.known( vertex );
-   const uint32_t room = maxPathMetric - Labels::metric( key );
-   CspfTree::Attaining * const attaining = attaining_.data();
-   size_t count = attainings_;
-   for ( const CspfArcs::Arc & arc : arcs_.out( vertex ) ) {
-      attaining[ count ] = { vertex, arcs_.place( arc ) };
-      count += ( labels.next( key, arc ) == labels.known( arc.to ) ) & ( arc.metric <= room );
-   }
-   attainings_ = count;
+   tree.makeGroups( graph, { ties_.data(), count }, tieMemory_ );
 }
 
 }
