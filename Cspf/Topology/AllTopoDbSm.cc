@@ -48,12 +48,18 @@ AllTopoDbSm::doCleanupStaleIntfIpToRouterIdEntries() {
       return;
    }
    TRACE7( "Deleting stale intfIpToRouterId entries" );
-   for ( const auto & intfIp : Lum::sortedKeys( published->intfIpToRouterIdColl() ) ) {
-      const auto entry = allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighbor( intfIp );
-      const auto owned = []( const AllTopoNeighborKey & link ) { return !!link.teNeighborOf(); };
-      if ( std::ranges::none_of( entry.neighborSet(), owned ) ) {
-         deleteIntfIpToRouterId( published, intfIp );
+   const auto owned = []( const AllTopoNeighborKey & link ) { return !!link.teNeighborOf(); };
+   std::vector< Kivnet::IpGenAddr > stale;
+   for ( const auto & [ intfIp, teRouterId ] : published->intfIpToRouterIdColl() ) {
+      const auto * entry =
+         allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighborFind( intfIp );
+      if ( !entry || std::ranges::none_of( entry->neighborSet(), owned ) ) {
+         stale.push_back( intfIp );
       }
+   }
+   std::ranges::sort( stale );
+   for ( const Kivnet::IpGenAddr & intfIp : stale ) {
+      deleteIntfIpToRouterId( published, intfIp );
    }
 }
 

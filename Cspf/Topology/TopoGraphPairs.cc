@@ -107,6 +107,18 @@ forEachAddresses( const Igp::Neighbor & neighbor, Visit && visit ) {
    }
 }
 
+/// Whether one has two addresses of the other, the other way round.
+bool
+mirror( const Igp::Neighbor & one, const Igp::Neighbor & other ) {
+   bool found = false;
+   forEachAddresses( one, [ & ]( const auto & near, const auto & far ) {
+      forEachAddresses( other, [ & ]( const auto & otherNear, const auto & otherFar ) {
+         found |= near == otherFar && far == otherNear;
+      } );
+   } );
+   return found;
+}
+
 }
 
 /// Pairs each link with the first free one, in key order, whose addresses mirror it: one that has
@@ -114,6 +126,12 @@ forEachAddresses( const Igp::Neighbor & neighbor, Visit && visit ) {
 void
 TopoGraph::pairMirrored( std::vector< Parallel > & forward,
                          std::vector< Parallel > & backward ) const {
+   if ( forward.size() == 1 && backward.size() == 1 ) {
+      if ( mirror( neighbor( forward[ 0 ].edge ), neighbor( backward[ 0 ].edge ) ) ) {
+         pair( forward[ 0 ], backward[ 0 ], true );
+      }
+      return;
+   }
    using Ends = std::pair< Kivnet::IpGenAddr, Kivnet::IpGenAddr >;  // of a forward link
    struct Candidates {
       std::vector< Parallel * > links;
