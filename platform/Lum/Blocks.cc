@@ -4,75 +4,97 @@
 #include "platform/Lum/Blocks.h"
 
 #include <array>
-#include <cstdint>
 
 #if defined( __SANITIZE_ADDRESS__ )
-#define LUM_HEAP_IS_WATCHED
+#define LUM_HEAP_IS_WATCHED 1
 #elif defined( __has_feature )
 #if __has_feature( address_sanitizer )
-#define LUM_HEAP_IS_WATCHED
+#define LUM_HEAP_IS_WATCHED 1
 #endif
 #endif
 
 namespace Lum {
 
+namespace {
+
 #ifdef LUM_HEAP_IS_WATCHED
-
-void *
-takeBlock( std::size_t bytes ) {
-   return ::operator new( bytes );
-}
-
-void
-giveBlock( void * block, std::size_t ) noexcept {
-   ::operator delete( block );
-}
-
-std::size_t
-freeBlockBytes() {
-   return 0;
-}
-
+constexpr std::size_t mostBytes = 0;
 #else
+constexpr std::size_t mostBytes = 512;  // of a block; larger ones are the heap's
+#endif
+constexpr std::size_t unit = 8;
+constexpr std::size_t slabBytes = 16384;
+
+}
+
+class BlockPool {
+ public:
+   void * take( std::size_t units ) {
+      Size & size = sizes_[ units ];
+      if ( Free * const block = size.free ) {
+         size.free = block->next;
+         return block;
+      }
+      if ( static_cast< std::size_t >( size.end - size.uncut ) < units * unit ) {
+         size.uncut = static_cast< std::byte * >( ::operator new( slabBytes ) );
+         size.end = size.uncut + slabBytes;
+      }
+      std::byte * const block = size.uncut;
+      size.uncut += units * unit;
+      return block;
+   }
+   void give( void * block, std::size_t units ) noexcept {
+      Free *& free = sizes_[ units ].free;
+      free = new ( block ) Free{ free };
+   }
+   std::size_t freeBytes() const {
+      std::size_t bytes = 0;
+      for ( std::size_t units = 0; units < sizes_.size(); ++units ) {
+         bytes += static_cast< std::size_t >( sizes_[ units ].end - sizes_[ units ].uncut );
+         for ( const Free * block = sizes_[ units ].free; block; block = block->next ) {
+            bytes += units * unit;
+         }
+      }
+      return bytes;
+   }
+
+ private:
+   struct Free {
+      Free * next;
+   };
+   struct Size {
+      Free * free = nullptr;
+      std::byte * uncut = nullptr;
+      std::byte * end = nullptr;
+   };
+
+   std::array< Size, mostBytes / unit + 1 > sizes_;
+};
 
 namespace {
 
-constexpr std::size_t unit = 8;
-constexpr std::size_t mostBytes = 512;  // of a block; larger ones are the heap's
-constexpr std::size_t slabBytes = 16384;
+thread_local constinit BlockPool * ofThread = nullptr;
 
-struct Free {
-   Free * next;
-};
+}
 
-struct Size {
-   Free * free = nullptr;
-   std::byte * uncut = nullptr;
-   std::byte * end = nullptr;
-};
+/// A pool stays when its thread ends: blocks of it may be in use.
+BlockPool &
+blockPool() {
+   if ( !ofThread ) {
+      ofThread = new BlockPool;
+   }
+   return *ofThread;
+}
 
-thread_local constinit std::array< Size, mostBytes / unit + 1 > sizes{};
-
+void
+blockPoolIs( BlockPool & pool ) {
+   ofThread = &pool;
 }
 
 void *
 takeBlock( std::size_t bytes ) {
-   if ( bytes > mostBytes ) {
-      return ::operator new( bytes );
-   }
-   const std::size_t units = ( bytes + unit - 1 ) / unit;
-   Size & size = sizes[ units ];
-   if ( Free * const block = size.free ) {
-      size.free = block->next;
-      return block;
-   }
-   if ( static_cast< std::size_t >( size.end - size.uncut ) < units * unit ) {
-      size.uncut = static_cast< std::byte * >( ::operator new( slabBytes ) );
-      size.end = size.uncut + slabBytes;
-   }
-   std::byte * const block = size.uncut;
-   size.uncut += units * unit;
-   return block;
+   return bytes > mostBytes ? ::operator new( bytes )
+                            : blockPool().take( ( bytes + unit - 1 ) / unit );
 }
 
 void
@@ -80,23 +102,13 @@ giveBlock( void * block, std::size_t bytes ) noexcept {
    if ( bytes > mostBytes ) {
       ::operator delete( block );
    } else if ( block ) {
-      Free *& free = sizes[ ( bytes + unit - 1 ) / unit ].free;
-      free = new ( block ) Free{ free };
+      blockPool().give( block, ( bytes + unit - 1 ) / unit );
    }
 }
 
 std::size_t
 freeBlockBytes() {
-   std::size_t bytes = 0;
-   for ( std::size_t units = 0; units < sizes.size(); ++units ) {
-      bytes += static_cast< std::size_t >( sizes[ units ].end - sizes[ units ].uncut );
-      for ( const Free * block = sizes[ units ].free; block; block = block->next ) {
-         bytes += units * unit;
-      }
-   }
-   return bytes;
+   return blockPool().freeBytes();
 }
-
-#endif
 
 }

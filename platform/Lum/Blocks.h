@@ -11,9 +11,15 @@ namespace Lum {
 
 /// Aligned to 8 bytes. Throws std::bad_alloc.
 void * takeBlock( std::size_t bytes );
-/// To be called with the size that it was taken with, on the thread that takes.
+/// To be called with the size that it was taken with.
 void giveBlock( void * block, std::size_t bytes ) noexcept;
 
+/// The slabs of one thread, and of those that work in turn with it.
+class BlockPool;
+/// This thread's.
+BlockPool & blockPool();
+/// This thread takes and gives the blocks of another one from now on: both never run at once.
+void blockPoolIs( BlockPool & pool );
 /// Of this thread's slabs, what no block takes at the moment. O(free blocks).
 std::size_t freeBlockBytes();
 

@@ -27,6 +27,7 @@ Job::Job( Lum::ActivityLoop & loop, Work work, Ended ended )
    : loop_( loop ),
      work_( std::move( work ) ),
      ended_( std::move( ended ) ),
+     blockPool_( Lum::blockPool() ),
      thread_( [ this ] { run(); } ) {
    arm();
 }
@@ -65,6 +66,7 @@ Job::slice() {
 void
 Job::run() {
    inHand = this;
+   Lum::blockPoolIs( blockPool_ );
    workGoes_.acquire();
    try {
       if ( !givenUp_ ) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Lum/ActivityLoop.h"
+#include "platform/Lum/Blocks.h"
 
 #include <exception>
 #include <functional>
@@ -43,6 +44,7 @@ class Job {
    Lum::ActivityLoop & loop_;
    Work work_;
    const Ended ended_;
+   Lum::BlockPool & blockPool_;  // the loop's thread's
    Lum::ActivityLoop::TimerId next_{ 0, 0 };
    Lum::Seconds sliceEnd_ = 0;
    bool over_ = false;
