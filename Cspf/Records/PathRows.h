@@ -323,6 +323,19 @@ class PathBwUsage : public Lum::Entity {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
 
+}
+
+namespace Lum {
+
+template<>
+inline constexpr float mostFill< Ptr< Cspf::PathStatusInfo > > = 0.9F;
+template<>
+inline constexpr float mostFill< Ptr< Cspf::PathStatusCache > > = 0.8F;
+
+}
+
+namespace Cspf {
+
 /// Tables by path. `Is( key, row )` adds a row, `Is( key )` makes one where there is none, `Del(
 /// key )` removes it; watch for rows that come and go.
 class PathConfigInfoTable : public Lum::Entity {
