@@ -122,11 +122,9 @@ ChildPathStatusCacheSm::handleCspfData( const PathInfoKey & child ) {
 
 void
 ChildPathStatusCacheSm::updateParentPathInfo( const PathInfoKey & parent ) {
-   const auto & status = tables_.pathStatusInfoTable->pathStatusInfo( parent );
-   const auto & cache = tables_.pathStatusCacheTable->pathStatusCache( parent );
-   if ( cache && status && status->isRefreshed() ) {
+   if ( tables_.pathStatusInfoTable->pathStatusInfo( parent )->isRefreshed() ) {
       TRACE9( "all segments computed for " << parent.traceString() );
-      cache->refreshedStage1CountInc();
+      tables_.pathStatusCacheTable->pathStatusCache( parent )->refreshedStage1CountInc();
    }
 }
 

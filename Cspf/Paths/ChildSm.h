@@ -102,7 +102,7 @@ class ChildPathStatusCacheSm : public Lum::Reactor {
    void handlePathStatusCache( const PathInfoKey & key );
    /// A child's result changed, or the child no longer waits for one.
    void handleCspfData( const PathInfoKey & child );
-   /// Counts a completed first stage on the parent.
+   /// Counts a completed first stage on a parent that waits. REQUIRES: there is the parent.
    void updateParentPathInfo( const PathInfoKey & parent );
    bool cspfDataConsistent( const PathInfoKey & parent ) const {
       return tables_.cspfDataConsistent( parent );

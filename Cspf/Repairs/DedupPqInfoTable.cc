@@ -33,11 +33,6 @@ DedupPqInfoTable::DedupPqInfoTable( const Lum::Ptr< Status > & status,
         Lum::make< Kiv::NumAllocatorConfig >( identifiers ), idStatus_ ) ),
      dedupTable_( Lum::make< Kiv::DedupTable< DedupPqInfo > >() ) {}
 
-DedupPqInfoTable::~DedupPqInfoTable() {
-   dedupTable_->detach();
-   dedupTable_->lifeTimeNotifieeIs( nullptr );
-}
-
 void
 DedupPqInfoTable::handleInitialized() {
    dedupTable_->DedupHashTableUnorderedSetIs( true );

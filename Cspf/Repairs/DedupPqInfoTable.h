@@ -37,7 +37,6 @@ class DedupPqInfoTable : public Lum::Reactor {
 
    explicit DedupPqInfoTable( const Lum::Ptr< Status > & status,
                               const Kiv::Range & identifiers = { firstIdx, lastIdx } );
-   ~DedupPqInfoTable() override;
 
    void handleInitialized() override;
    void handlePathStatus( const PathKey & pathKey );
