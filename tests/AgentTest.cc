@@ -3,6 +3,7 @@
 // from outside, in state and tables.
 
 #include "Cspf/Agent/CommandCallback.h"
+#include "platform/Lum/Blocks.h"
 #include "platform/Trace/Gemtrace.h"
 #include "platform/Trace/Velotrace.h"
 #include "tests/Lab.h"
@@ -12,6 +13,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <malloc.h>
 #include <random>
 #include <set>
 
@@ -273,6 +275,29 @@ TEST( Agent, ServesWhoIsThereAndLeavesNothingBehind ) {
    }
 }
 
+TEST( Agent, TakesNoMoreMemoryForWhatHasComeAndGone ) {
+   TestLab lab( "A -10- B -10- C; A -30- C" );
+   const auto heapAfter = [ & ]( unsigned begin, unsigned end ) {
+      for ( unsigned n = begin; n < end; ++n ) {
+         const std::string address =
+            "10." + std::to_string( 70 + n / 200 ) + ".0." + std::to_string( 1 + n % 200 );
+         Json srlgs = Json::array();
+         for ( unsigned i = 0; i < 8; ++i ) {
+            srlgs.push_back( 8 * n + i );
+         }
+         lab.link( "A-B", { { "srlg", srlgs }, { "adminGroup", n }, { "bAddr", address } } );
+         lab.request( "cli", "p", "C", { { "excludeLinkWithIp", { address } }, { "bandwidth", n } },
+                      { { "id", n } } );
+         lab.settle();
+      }
+      const struct mallinfo2 info = mallinfo2();
+      return std::int64_t( info.uordblks + info.hblkhd ) - std::int64_t( Lum::freeBlockBytes() );
+   };
+   const std::int64_t before = heapAfter( 1, 400 );
+   // Logs and the like are as long as they are.
+   EXPECT_LT( heapAfter( 400, 1000 ) - before, 600 * 128 ) << "bytes";
+}
+
 TEST( Agent, AClientDoesNotNoticeThatAnotherOneGoes ) {
    TestLab lab( "A -10- B" );
    lab.request( "cli", "p", "B" );
@@ -283,6 +308,19 @@ TEST( Agent, AClientDoesNotNoticeThatAnotherOneGoes ) {
    lab.settle();
    EXPECT_EQ( lab.statusTable( "cli" ), status );
    EXPECT_EQ( writes->writes(), 0u );
+
+   const Json ended[] = { nullptr,
+                          { { "vrf", { { "default", false } } } },
+                          { { "addressFamily", { { "ipv4", false } } } } };
+   for ( const Json & end : ended ) {
+      lab.patch( { { "clients", { { "tilfa", ordinaryClient } } } } );
+      lab.settle();
+      EXPECT_THAT( lab.dump(), HasSubstr( "isisAdjacencyInfo: 0x" ) );
+      lab.patch( { { "clients", { { "tilfa", end } } } } );
+      lab.settle();
+      EXPECT_THAT( lab.dump(), Not( HasSubstr( "isisAdjacencyInfo: 0x" ) ) ) << end;
+   }
+   EXPECT_EQ( lab.statusTable( "cli" ), status );
 }
 
 TEST( Agent, RemovesWhatAnEarlierRunLeftAndKeepsWhatIsInUse ) {

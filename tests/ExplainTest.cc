@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
 #include <sstream>
 
 using testing::HasSubstr;
@@ -45,6 +46,22 @@ exists( TestLab::Json document, const std::string & name, const TestLab::Json & 
    return status && !status->pathList().empty();
 }
 
+/// The parts of a request's constraint that may refuse links: one of them and one of them.
+std::set< std::pair< std::string, std::string > >
+pairsOf( const TestLab::Json & path ) {
+   auto constraint = path.value( "constraint", TestLab::Json::object() );
+   for ( const char * manner : { "srlgStrictMode", "srlgExcludeOnlyLocalLinks", "reversePath" } ) {
+      constraint.erase( manner );
+   }
+   std::set< std::pair< std::string, std::string > > pairs;
+   for ( const auto & one : constraint.items() ) {
+      for ( const auto & other : constraint.items() ) {
+         pairs.insert( std::minmax( one.key(), other.key() ) );
+      }
+   }
+   return pairs;
+}
+
 }
 
 TEST( Explain, tellsEachHopAndWhatRefusesAnotherWay ) {
@@ -69,9 +86,19 @@ TEST( Explain, tellsEachHopAndWhatRefusesAnotherWay ) {
                 HasSubstr( "no way leads there, whatever is asked for" ) );
    EXPECT_THAT( explained( lab, "cli", "10.0.0.9#1" ), HasSubstr( "does not follow this path" ) );
    EXPECT_EQ( lab.snapshot(), before );
+
+   TestLab inUse( "A -10- B -10- C; A -10- D -10- C; A -5- C" );
+   inUse.request( "rsvp", "t", "C" );
+   inUse.settle();
+   inUse.link( "A-C", { { "metric", 50 } } );
+   inUse.settle();
+   const std::string longer = explained( inUse, "rsvp", "10.0.0.3#1" );
+   EXPECT_THAT( longer, HasSubstr( "cost metric=50\nbest metric=20 equalPaths=2\n" ) );
+   EXPECT_THAT( longer, Not( HasSubstr( " equal=" ) ) );
 }
 
 TEST( Explain, holdsForRandomNetworksAndRequests ) {
+   using Pair = std::pair< std::string, std::string >;  // one part of a constraint twice: it alone
    std::size_t published = 0, leftOut = 0, refused = 0;
    for ( unsigned seed = 1; seed <= 120; ++seed ) {
       RandomLab random( seed );
@@ -91,30 +118,63 @@ TEST( Explain, holdsForRandomNetworksAndRequests ) {
          std::istringstream facts(
             explained( lab, "cli", key, "", path.value( "vrf", "default" ) ) );
          std::size_t hops = 0;
+         bool hasPath = false;
+         std::set< Pair > inTheWay;
          for ( std::string line; std::getline( facts, line ); ) {
             if ( line.starts_with( "hop " ) ) {
                ++hops;
                EXPECT_EQ( valueIn( line, "test" ), "" ) << line;
-            } else if ( line.starts_with( "best " ) && hops > 0 ) {
-               ++published;
-               EXPECT_EQ( valueIn( line, "metric" ), std::to_string( *lab.cost( "cli", name ) ) );
+            } else if ( line.starts_with( "best " ) ) {
+               hasPath = true;
+               published += hops > 0;
+               EXPECT_TRUE( hops == 0
+                            || valueIn( line, "metric" )
+                                  == std::to_string( *lab.cost( "cli", name ) ) );
             } else if ( line.starts_with( "existsWithout " ) ) {
                ++leftOut;
-               auto constraint = path[ "constraint" ];
-               constraint.erase( valueIn( line, "part" ) );
-               constraint.erase( valueIn( line, "and" ) );
-               EXPECT_TRUE( exists( document, name, constraint ) ) << line;
+               const std::string part = valueIn( line, "part" ), other = valueIn( line, "and" );
+               inTheWay.insert( std::minmax( part, other.empty() ? part : other ) );
             } else if ( line.starts_with( "refused " ) ) {
                ++refused;
                EXPECT_NE( valueIn( line, "test" ), "" ) << line;
             }
          }
          EXPECT_EQ( hops, status->pathList().size() );
+         for ( const Pair & pair : hasPath ? std::set< Pair >() : pairsOf( path ) ) {
+            const auto & [ one, other ] = pair;
+            auto constraint = path[ "constraint" ];
+            constraint.erase( one );
+            constraint.erase( other );
+            const bool aloneToo =
+               one != other
+               && ( inTheWay.contains( { one, one } ) || inTheWay.contains( { other, other } ) );
+            EXPECT_EQ( inTheWay.contains( pair ),
+                       !aloneToo && exists( document, name, constraint ) )
+               << one << " " << other;
+         }
       }
    }
    EXPECT_GT( published, 100u );
    EXPECT_GT( leftOut, 20u );
    EXPECT_GT( refused, 20u );
+}
+
+/// An interface, or the node behind it, stands in the way with the risks that come of it.
+TEST( Explain, leavesTheRisksOutWithWhatTheyComeOf ) {
+   const TestLab::Json interface = "A-B.a";
+   for ( const char * part : { "excludeIntf", "excludeNode" } ) {
+      TestLab lab( "A -10{srlg 7}- B -10- C; A -20{srlg 7}- D -20- C" );
+      const bool isNode = std::string_view( part ) == "excludeNode";
+      const TestLab::Json node{ { "node", "B" }, { "nexthopIntf", interface } };
+      lab.request( "cli", "t", "C",
+                   { { part, isNode ? node : interface },
+                     { "excludeSrlg", true },
+                     { "srlgStrictMode", true } } );
+      lab.settle();
+      const std::string facts = explained( lab, "cli", "10.0.0.3#1" );
+      EXPECT_THAT( facts, HasSubstr( std::string( "existsWithout part=" ) + part + "\n" ) );
+      EXPECT_THAT( facts, HasSubstr( "existsWithout part=excludeSrlg\n" ) );
+   }
 }
 
 TEST( Explain, tellsWhichPathsWaitAndHowLongStill ) {

@@ -107,7 +107,8 @@ lanKey( unsigned from, unsigned lanOf, unsigned id = 0, const TopoId & topoId = 
 
 /// Random records of three topologies. A router has the same TE router id in all of them, and is
 /// the same IGP vertex in two; sometimes it takes that of another router. Links of one pair of
-/// routers have the same addresses in all topologies, or addresses that all links share.
+/// routers have the same addresses in all topologies, or those of another router, or addresses that
+/// all links share.
 class Storm {
  public:
    explicit Storm( unsigned seed ) : random_( seed ) {}
@@ -197,7 +198,8 @@ class Storm {
          const bool shared = below( 8 ) == 0;
          const auto any = ipOf( "fe80::1" );
          const unsigned at = i - ( below( 4 ) > 0 );  // sometimes there is a gap before it
-         n.interfaceAddrIs( at, shared ? any : address( from, to + 10 * ( below( 4 ) == 0 ) ) );
+         const unsigned owner = below( 16 ) ? from : 1 + below( routers );
+         n.interfaceAddrIs( at, shared ? any : address( owner, to + 10 * ( below( 4 ) == 0 ) ) );
          n.neighborAddrIs( at, shared ? any : address( to, from + 10 * ( below( 4 ) == 0 ) ) );
          n.srlgIs( i - 1, below( 8 ) );
       }
