@@ -23,6 +23,12 @@ void blockPoolIs( BlockPool & pool );
 /// Of this thread's slabs, what no block takes at the moment. O(free blocks).
 std::size_t freeBlockBytes();
 
+template< class T >
+constexpr std::size_t
+bytesOf( std::size_t count ) noexcept {
+   return count * sizeof( T );  // NOLINT(bugprone-sizeof-expression): also of pointers
+}
+
 /// The same for the nodes of containers.
 template< class T >
 struct BlockAllocator {
@@ -32,10 +38,10 @@ struct BlockAllocator {
    template< class U >
    BlockAllocator( const BlockAllocator< U > & ) noexcept {}
    T * allocate( std::size_t count ) {
-      return static_cast< T * >( takeBlock( count * sizeof( T ) ) );
+      return static_cast< T * >( takeBlock( bytesOf< T >( count ) ) );
    }
    void deallocate( T * first, std::size_t count ) noexcept {
-      giveBlock( first, count * sizeof( T ) );
+      giveBlock( first, bytesOf< T >( count ) );
    }
    template< class U >
    bool operator==( const BlockAllocator< U > & ) const noexcept {

@@ -48,7 +48,7 @@ class PackedVector {
    };
 
    static std::size_t bytes( std::uint32_t capacity ) {
-      return sizeof( Block ) + capacity * sizeof( T );
+      return sizeof( Block ) + bytesOf< T >( capacity );
    }
    static void give( Block * block ) noexcept {
       if ( block ) {

@@ -84,7 +84,7 @@ class SharedArray {
    static_assert( alignof( T ) <= 8 );
 
    static constexpr std::size_t bytes( std::size_t capacity ) noexcept {
-      return offset + capacity * sizeof( T );
+      return offset + bytesOf< T >( capacity );
    }
 
    explicit SharedArray( std::size_t capacity )
