@@ -62,7 +62,7 @@ RouterNetwork::missing() {
 RouterNetwork::RouterNetwork( bool withVrf ) {
    try {
       run( script, { "up", directory_.path(), withVrf ? "vrf" : "" } );
-      std::ifstream( directory_ / "prefix" ) >> prefix_;
+      prefix_ = std::filesystem::path( directory_.path() ).filename();
    } catch ( ... ) {
       runProgram( script, { "down", directory_.path() } );
       throw;
@@ -118,9 +118,9 @@ RouterNetwork::down() {
       return "";
    }
    std::string left = runProgram( script, { "down", directory_.path() } ).err;
-   std::istringstream namespaces( run( "/usr/sbin/ip", { "netns", "list" } ) );
-   for ( std::string line; std::getline( namespaces, line ); ) {
-      left += line.starts_with( prefix_ + "-" ) ? line + "\n" : "";
+   for ( const auto & entry : std::filesystem::directory_iterator( "/run/netns" ) ) {
+      const std::string name = entry.path().filename();
+      left += name.starts_with( prefix_ + "-" ) ? name + " is still there\n" : "";
    }
    for ( const auto & entry : std::filesystem::recursive_directory_iterator( directory_.path() ) ) {
       pid_t pid = 0;
