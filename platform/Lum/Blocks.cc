@@ -25,8 +25,6 @@ constexpr std::size_t mostBytes = 512;  // of a block; larger ones are the heap'
 constexpr std::size_t unit = 8;
 constexpr std::size_t slabBytes = 16384;
 
-}
-
 class BlockPool {
  public:
    void * take( std::size_t units ) {
@@ -71,30 +69,13 @@ class BlockPool {
    std::array< Size, mostBytes / unit + 1 > sizes_;
 };
 
-namespace {
+constinit BlockPool pool;
 
-thread_local constinit BlockPool * ofThread = nullptr;
-
-}
-
-/// A pool stays when its thread ends: blocks of it may be in use.
-BlockPool &
-blockPool() {
-   if ( !ofThread ) {
-      ofThread = new BlockPool;
-   }
-   return *ofThread;
-}
-
-void
-blockPoolIs( BlockPool & pool ) {
-   ofThread = &pool;
 }
 
 void *
 takeBlock( std::size_t bytes ) {
-   return bytes > mostBytes ? ::operator new( bytes )
-                            : blockPool().take( ( bytes + unit - 1 ) / unit );
+   return bytes > mostBytes ? ::operator new( bytes ) : pool.take( ( bytes + unit - 1 ) / unit );
 }
 
 void
@@ -102,13 +83,13 @@ giveBlock( void * block, std::size_t bytes ) noexcept {
    if ( bytes > mostBytes ) {
       ::operator delete( block );
    } else if ( block ) {
-      blockPool().give( block, ( bytes + unit - 1 ) / unit );
+      pool.give( block, ( bytes + unit - 1 ) / unit );
    }
 }
 
 std::size_t
 freeBlockBytes() {
-   return blockPool().freeBytes();
+   return pool.freeBytes();
 }
 
 }

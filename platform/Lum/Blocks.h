@@ -6,7 +6,7 @@
 /// Memory of small objects, of which a service of many paths has many. Blocks of one size stand
 /// side by side in slabs, without a word of their own beside each; those that are given back serve
 /// the next of that size, and are never returned to the system. Under a sanitizer that watches the
-/// heap they are the heap's own.
+/// heap they are the heap's own. Without locks, for one thread.
 namespace Lum {
 
 /// Aligned to 8 bytes. Throws std::bad_alloc.
@@ -14,13 +14,7 @@ void * takeBlock( std::size_t bytes );
 /// To be called with the size that it was taken with.
 void giveBlock( void * block, std::size_t bytes ) noexcept;
 
-/// The slabs of one thread, and of those that work in turn with it.
-class BlockPool;
-/// This thread's.
-BlockPool & blockPool();
-/// This thread takes and gives the blocks of another one from now on: both never run at once.
-void blockPoolIs( BlockPool & pool );
-/// Of this thread's slabs, what no block takes at the moment. O(free blocks).
+/// Of the slabs, what no block takes at the moment. O(free blocks).
 std::size_t freeBlockBytes();
 
 template< class T >

@@ -27,7 +27,6 @@ Job::Job( Lum::ActivityLoop & loop, Work work, Ended ended )
    : loop_( loop ),
      work_( std::move( work ) ),
      ended_( std::move( ended ) ),
-     blockPool_( Lum::blockPool() ),
      thread_( [ this ] { run(); } ) {
    arm();
 }
@@ -66,7 +65,6 @@ Job::slice() {
 void
 Job::run() {
    inHand = this;
-   Lum::blockPoolIs( blockPool_ );
    workGoes_.acquire();
    try {
       if ( !givenUp_ ) {

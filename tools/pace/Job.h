@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/Lum/ActivityLoop.h"
-#include "platform/Lum/Blocks.h"
 
 #include <exception>
 #include <functional>
@@ -44,7 +43,6 @@ class Job {
    Lum::ActivityLoop & loop_;
    Work work_;
    const Ended ended_;
-   Lum::BlockPool & blockPool_;  // the loop's thread's
    Lum::ActivityLoop::TimerId next_{ 0, 0 };
    Lum::Seconds sliceEnd_ = 0;
    bool over_ = false;
