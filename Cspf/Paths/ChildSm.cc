@@ -122,9 +122,11 @@ ChildPathStatusCacheSm::handleCspfData( const PathInfoKey & child ) {
 
 void
 ChildPathStatusCacheSm::updateParentPathInfo( const PathInfoKey & parent ) {
-   if ( tables_.pathStatusInfoTable->pathStatusInfo( parent )->isRefreshed() ) {
+   const auto status = tables_.pathStatusInfoTable->pathStatusInfo( parent );
+   const auto cache = tables_.pathStatusCacheTable->pathStatusCache( parent );
+   if ( status && cache && status->isRefreshed() ) {
       TRACE9( "all segments computed for " << parent.traceString() );
-      tables_.pathStatusCacheTable->pathStatusCache( parent )->refreshedStage1CountInc();
+      cache->refreshedStage1CountInc();
    }
 }
 
