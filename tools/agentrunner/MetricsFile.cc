@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr Lum::Seconds period = 15;
+constexpr Lum::Seconds writtenEvery = 15;
 
 }
 
@@ -42,7 +42,7 @@ MetricsFile::write() const {
 
 void
 MetricsFile::writeAgain() {
-   timer_ = loop_.timerIs( loop_.deadlineAfter( period ), [ this ] {
+   timer_ = loop_.timerIs( loop_.deadlineAfter( writtenEvery ), [ this ] {
       write();
       writeAgain();
    } );

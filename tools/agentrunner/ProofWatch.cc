@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr Lum::Seconds period = 0.05;
+constexpr Lum::Seconds provedEvery = 0.05;
 
 }
 
@@ -32,7 +32,7 @@ ProofWatch::~ProofWatch() {
 
 void
 ProofWatch::lookAgain() {
-   timer_ = loop_.timerIs( loop_.deadlineAfter( period ), [ this ] {
+   timer_ = loop_.timerIs( loop_.deadlineAfter( provedEvery ), [ this ] {
       proveWhereDue();
       lookAgain();
    } );

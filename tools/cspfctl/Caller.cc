@@ -31,7 +31,7 @@ class AgentCaller : public Caller {
    Service::Client client_;
 };
 
-struct Text : State::TextSink {
+struct WholeText : State::TextSink {
    void text( std::string_view piece ) override { whole += piece; }
    std::string whole;
 };
@@ -92,7 +92,7 @@ DatabaseCaller::DatabaseCaller( const std::string & url, const std::string & pas
 Json
 DatabaseCaller::call( const std::string & method, const Json & params, const Notified & notified ) {
    if ( method == "get" ) {
-      Text text;
+      WholeText text;
       view().get( params.at( "path" ).get< std::string >(), text );
       return Json::parse( text.whole );
    }

@@ -20,7 +20,7 @@
 
 namespace {
 
-struct Options {
+struct DrawOptions {
    std::string lab;
    bool live = false;
    std::vector< std::string > paths;
@@ -43,7 +43,7 @@ struct Options {
 
 /// What is drawn: what the options say, else the default VRF's IPv4 network, else the first one.
 Lab::VrfAf
-placeOf( const Options & options, const Lab::LabDocument * lab ) {
+placeOf( const DrawOptions & options, const Lab::LabDocument * lab ) {
    Lab::VrfAf where{ options.vrf.empty() ? Lab::Vrf::defaultVrf() : Lab::Vrf( options.vrf ),
                      options.af == "ipv6" ? Lab::Af::ipv6 : Lab::Af::ipv4 };
    if ( lab && options.vrf.empty() && options.af.empty() ) {
@@ -77,7 +77,7 @@ checkPaths( const Draw::Scene & scene, const std::vector< std::string > & paths 
 }
 
 std::string
-drawing( const Options & options, const Draw::Scene & scene, const std::string & name ) {
+drawing( const DrawOptions & options, const Draw::Scene & scene, const std::string & name ) {
    const Draw::Moment & moment = scene.moments.front();
    const std::string kind = options.kind();
    if ( scene.nodes.empty() ) {
@@ -96,7 +96,7 @@ drawing( const Options & options, const Draw::Scene & scene, const std::string &
 }
 
 void
-write( const Options & options, const std::string & text ) {
+write( const DrawOptions & options, const std::string & text ) {
    if ( options.out == "-" ) {
       std::cout << text;
    } else if ( !( std::ofstream( options.out ) << text ).flush() ) {
@@ -120,7 +120,7 @@ textOf( const Lab::LabEvent * since ) {
 }
 
 Draw::Scene
-sceneOf( const Lab::LabFile & lab, const Options & options ) {
+sceneOf( const Lab::LabFile & lab, const DrawOptions & options ) {
    Draw::SceneMaker scene( placeOf( options, &lab.document() ) );
    const auto take = [ & ]( const Lab::LabMoment & moment, const std::string & text ) {
       scene.add( moment.document, Prove::Snapshot::of( moment.state, moment.tables ), text );
@@ -143,7 +143,7 @@ sceneOf( const Lab::LabFile & lab, const Options & options ) {
 }
 
 int
-draw( const CLI::App & app, const Options & options ) {
+draw( const CLI::App & app, const DrawOptions & options ) {
    options.kind();  // before there is work
    if ( options.live ) {
       const Lab::VrfAf where = placeOf( options, nullptr );
@@ -170,7 +170,7 @@ draw( const CLI::App & app, const Options & options ) {
 
 void
 addDrawCommand( CLI::App & app, int & status ) {
-   const auto options = std::make_shared< Options >();
+   const auto options = std::make_shared< DrawOptions >();
    CLI::App * command = app.add_subcommand( "draw", "Draw a network and its paths" );
    CLI::Option * lab = command->add_option( "lab", options->lab, "lab file" );
    CLI::Option * live =

@@ -19,7 +19,7 @@
 
 namespace {
 
-struct Options {
+struct ExplainOptions {
    std::vector< std::string > words;  ///< [LAB] CLIENT/PATH
    std::string vrf;
    std::string whyNot;
@@ -192,7 +192,7 @@ linksByAddress( const Moment & moment, const Prove::Service & service,
 }
 
 void
-explain( const Moment & moment, const Options & options ) {
+explain( const Moment & moment, const ExplainOptions & options ) {
    const Asked asked = find( moment, options.words.back(), options.vrf );
    Explained explained( options.words.back(), asked.service, asked.answer,
                         namesOf( moment, asked.service ) );
@@ -223,7 +223,7 @@ explain( const Moment & moment, const Options & options ) {
 constexpr const char * commandName = "CspfExplain";
 
 int
-explainLab( const Options & options ) {
+explainLab( const ExplainOptions & options ) {
    const std::string & file = options.words.front();
    Lab::RunOptions run;
    run.seed = options.seed;
@@ -246,7 +246,7 @@ explainLab( const Options & options ) {
 }
 
 int
-explainLive( const Options & options ) {
+explainLive( const ExplainOptions & options ) {
    const auto ask = [ & ]( const std::string & text ) {
       std::string answer;
       Service::Client( options.socket )
@@ -264,7 +264,7 @@ explainLive( const Options & options ) {
 
 void
 addExplainCommand( CLI::App & app, int & status ) {
-   const auto options = std::make_shared< Options >();
+   const auto options = std::make_shared< ExplainOptions >();
    CLI::App * command = app.add_subcommand(
       "explain", "Say why a path is what it is, why it is not another one, or why there is none" );
    command

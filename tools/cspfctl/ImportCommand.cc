@@ -15,7 +15,7 @@
 
 namespace {
 
-struct Options {
+struct ImportOptions {
    std::vector< std::string > files;
    std::string router;
    bool bare = false;
@@ -72,7 +72,7 @@ tell( const Igp::Findings & findings ) {
 }
 
 int
-run( const Options & options, Imported ( *read )( const std::vector< std::string > & ) ) {
+run( const ImportOptions & options, Imported ( *read )( const std::vector< std::string > & ) ) {
    try {
       const Imported imported = read( options.files );
       tell( imported.findings );
@@ -93,7 +93,7 @@ run( const Options & options, Imported ( *read )( const std::vector< std::string
 void
 addProtocol( CLI::App & import, const char * name, const char * about, int & status,
              Imported ( *read )( const std::vector< std::string > & ) ) {
-   const auto options = std::make_shared< Options >();
+   const auto options = std::make_shared< ImportOptions >();
    CLI::App * command = import.add_subcommand( name, about );
    command->add_option( "files", options->files, "what the commands printed; - for standard input" )
       ->required();

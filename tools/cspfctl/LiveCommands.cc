@@ -24,7 +24,7 @@ namespace {
 using Service::Client;
 using Service::Json;
 
-struct Options {
+struct LiveOptions {
    std::string socket = Service::defaultSocketPath();
    const CLI::App * app = nullptr;
    std::string path;
@@ -36,12 +36,12 @@ struct Options {
 };
 
 std::unique_ptr< Caller >
-caller( const Options & options ) {
+caller( const LiveOptions & options ) {
    return liveCaller( *options.app, options.socket );
 }
 
 std::string
-joined( const std::vector< std::string > & list ) {
+listed( const std::vector< std::string > & list ) {
    std::string text;
    for ( const std::string & element : list ) {
       text.append( text.empty() ? "" : ", " ).append( element );
@@ -60,19 +60,19 @@ parsed( const std::string & text ) {
 }
 
 void
-runGet( const Options & options ) {
+runGet( const LiveOptions & options ) {
    const Json state = caller( options )->call( "get", { { "path", options.path } } );
    std::cout << state.dump( options.json ? -1 : 2 ) << "\n";
 }
 
 void
-runPatch( const Options & options ) {
+runPatch( const LiveOptions & options ) {
    const Json patch = parsed( patchText( options.patch ) );
    caller( options )->call( "patch", { { "path", options.path }, { "patch", patch } } );
 }
 
 void
-runSave( const Options & options ) {
+runSave( const LiveOptions & options ) {
    std::cout << liveLab( *caller( options ), options.path ).dump( 2 ) << "\n";
 }
 
@@ -94,7 +94,7 @@ loadInParts( const std::string & socket, const std::string & lab ) {
 
 /// The lab is checked here as well, so that its errors read as those of `check`.
 int
-runLoad( const Options & options ) {
+runLoad( const LiveOptions & options ) {
    try {
       Lab::LabJson lab = Lab::readLabJson( options.path );
       Lab::LabFile::of( lab );
@@ -121,7 +121,7 @@ printChange( const Json & change ) {
 }
 
 void
-runWatch( const Options & options ) {
+runWatch( const LiveOptions & options ) {
    const auto other = caller( options );
    const auto notified = [ & ]( const std::string & method, const Json & params ) {
       if ( method == "cutOff" ) {
@@ -139,7 +139,7 @@ runWatch( const Options & options ) {
 }
 
 void
-runDump( const Options & options ) {
+runDump( const LiveOptions & options ) {
    caller( options )->call( "command", { { "name", "CspfDump" }, { "text", "DUMP_CSPF_STATE" } },
                             []( const std::string & method, const Json & params ) {
                                if ( method == "output" ) {
@@ -201,11 +201,11 @@ shortened( std::vector< std::string > list ) {
       list[ most ] = "and " + std::to_string( list.size() - most ) + " more";
       list.resize( most + 1 );
    }
-   return joined( list );
+   return listed( list );
 }
 
 void
-runStatus( const Options & options ) {
+runStatus( const LiveOptions & options ) {
    const auto other = caller( options );
    Json status = other->call( "status", Json::object() );
    const Json agent = other->call( "get", { { "path", "te/cspf/agentStatus" } } );
@@ -231,7 +231,7 @@ runStatus( const Options & options ) {
    };
    line( "agent    ", status[ "agent" ].is_null() ? "" : status[ "agent" ] );
    line( "enabled  ", status[ "agentEnabled" ].get< bool >() ? "yes" : "no" );
-   line( "clients  ", joined( served ) );
+   line( "clients  ", listed( served ) );
    if ( status.contains( "pid" ) ) {
       line( "process  ", status[ "pid" ].dump() );
       line( "callers  ", status[ "clients" ].dump() );
@@ -244,12 +244,12 @@ runStatus( const Options & options ) {
 }
 
 void
-runMetrics( const Options & options ) {
+runMetrics( const LiveOptions & options ) {
    std::cout << Client( options.socket ).call( "metrics", Json::object() ).get< std::string >();
 }
 
 void
-runTraceLevel( const Options & options ) {
+runTraceLevel( const LiveOptions & options ) {
    Json params = Json::object();
    if ( options.level >= 0 ) {
       params[ "level" ] = options.level;
@@ -261,7 +261,7 @@ runTraceLevel( const Options & options ) {
 }
 
 void
-runPaths( const Options & options ) {
+runPaths( const LiveOptions & options ) {
    const auto other = caller( options );
    if ( options.json ) {
       std::cout << other->call( "get", { { "path", "te/cspf/status/vrf" } } ).dump() << "\n";
@@ -273,7 +273,7 @@ runPaths( const Options & options ) {
 template< class Run >
 CLI::App *
 add( CLI::App & app, const char * name, const char * about,
-     const std::shared_ptr< Options > & options, Run run ) {
+     const std::shared_ptr< LiveOptions > & options, Run run ) {
    CLI::App * command = app.add_subcommand( name, about );
    command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
       ->capture_default_str();
@@ -286,7 +286,7 @@ add( CLI::App & app, const char * name, const char * about,
 }
 
 CLI::App *
-withJson( CLI::App * command, Options & options ) {
+withJson( CLI::App * command, LiveOptions & options ) {
    command->add_flag( "--json", options.json, "print JSON, one document a line" );
    return command;
 }
@@ -295,7 +295,7 @@ withJson( CLI::App * command, Options & options ) {
 
 void
 addLiveCommands( CLI::App & app, int & status ) {
-   const auto options = std::make_shared< Options >();
+   const auto options = std::make_shared< LiveOptions >();
    addStateOptions( app );
    options->app = &app;
    withJson( add( app, "get", "Show the state at a path of a running agent", options, runGet ),
@@ -307,7 +307,7 @@ addLiveCommands( CLI::App & app, int & status ) {
    patch->add_option( "patch", options->patch, "the patch; @FILE, or - for standard input" )
       ->required();
    add( app, "load", "Write the state of a lab around a running agent", options,
-        [ &status ]( const Options & given ) { status = runLoad( given ); } )
+        [ &status ]( const LiveOptions & given ) { status = runLoad( given ); } )
       ->add_option( "lab", options->path, "lab file; its events are left out" )
       ->required();
    add( app, "save", "Print live state as a lab, on which an agent would publish the same", options,

@@ -19,7 +19,7 @@ using Json = nlohmann::json;
 
 constexpr int exitFaults = 1;
 
-struct Options {
+struct ProveOptions {
    std::string lab;
    double at = Lab::atTheEnd;
    std::string socket = Service::defaultSocketPath();
@@ -63,7 +63,7 @@ report( const Prove::Verdict & verdict, bool settled, bool json ) {
 }
 
 int
-proveLab( const Options & options ) {
+proveLab( const ProveOptions & options ) {
    Lab::RunOptions run;
    run.seed = options.seed;
    int status = Lab::exitOk;
@@ -83,7 +83,7 @@ proveLab( const Options & options ) {
 }
 
 int
-proveAgent( const Options & options ) {
+proveAgent( const ProveOptions & options ) {
    Service::Client client( options.socket );
    const bool settled = client.call( "wait", { { "timeout", options.timeout } } ).get< bool >();
    return report( Prove::prove( liveSnapshot( options.socket ) ), settled, options.json );
@@ -93,7 +93,7 @@ proveAgent( const Options & options ) {
 
 void
 addProveCommand( CLI::App & app, int & status ) {
-   const auto options = std::make_shared< Options >();
+   const auto options = std::make_shared< ProveOptions >();
    CLI::App * command =
       app.add_subcommand( "prove", "Judge all that an agent has published, from state alone" );
    CLI::Option * lab = command->add_option( "lab", options->lab,

@@ -17,13 +17,13 @@ namespace {
 
 constexpr int exitDiffers = 1;
 
-struct Options {
+struct ReplayOptions {
    std::string file;
    Record::ReplayOptions replay;
 };
 
 int
-replayFile( const Options & options ) {
+replayFile( const ReplayOptions & options ) {
    const bool piped = options.file == "-";
    std::ifstream file( options.file, std::ios::binary );
    if ( !piped && ( !file || file.peek() == std::ifstream::traits_type::eof() ) ) {
@@ -53,7 +53,7 @@ replayFile( const Options & options ) {
 
 void
 addReplayCommand( CLI::App & app, int & status ) {
-   const auto options = std::make_shared< Options >();
+   const auto options = std::make_shared< ReplayOptions >();
    CLI::App * command = app.add_subcommand(
       "replay", "Play what agentrunner --record wrote again, and compare what is published" );
    command->add_option( "record", options->file, "the record; - for standard input" )->required();

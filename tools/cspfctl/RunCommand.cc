@@ -13,7 +13,7 @@
 
 namespace {
 
-struct Options {
+struct RunOptions {
    std::string lab;
    Lab::RunOptions run;
 };
@@ -25,7 +25,7 @@ showsColours() {
 }
 
 int
-run( Options options ) {
+run( RunOptions options ) {
    options.run.width = Text::terminalWidth();
    options.run.colour = isatty( STDOUT_FILENO ) && showsColours();
    // Traces come down the same terminal, and say enough of where the run is.
@@ -42,7 +42,7 @@ run( Options options ) {
 
 void
 addRunCommand( CLI::App & app, int & status ) {
-   const auto options = std::make_shared< Options >();
+   const auto options = std::make_shared< RunOptions >();
    CLI::App * command =
       app.add_subcommand( "run", "Run a lab through the agent and print what it publishes" );
    command->add_option( "lab", options->lab, "lab file" )->required();

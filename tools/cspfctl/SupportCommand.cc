@@ -16,7 +16,7 @@ namespace {
 using Service::Client;
 using Service::Json;
 
-struct Options {
+struct SupportOptions {
    std::string socket = Service::defaultSocketPath();
    std::string archive = "cspf-support.tar.gz";
 };
@@ -62,7 +62,7 @@ dumpOf( Client & client ) {
 /// Nothing that is collected holds a secret: state and options have none, and the environment, in
 /// which there may be some, is left out.
 void
-runSupport( const Options & options ) {
+runSupport( const SupportOptions & options ) {
    Client client( options.socket );
    const Service::TemporaryDirectory directory;
    const std::string top = directory.path() + "/cspf-support";
@@ -90,7 +90,7 @@ void
 addSupportCommand( CLI::App & app ) {
    CLI::App * const command =
       app.add_subcommand( "support", "Collect what a report of a fault needs in one archive" );
-   const auto options = std::make_shared< Options >();
+   const auto options = std::make_shared< SupportOptions >();
    command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
       ->capture_default_str();
    command->add_option( "archive", options->archive, "the archive, a compressed tar file" )

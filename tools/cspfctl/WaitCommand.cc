@@ -21,7 +21,7 @@ constexpr int exitTimedOut = 4;
 constexpr const char * requests = "te/cspf/config/vrf";
 constexpr const char * answers = "te/cspf/status/vrf";
 
-struct Options {
+struct WaitOptions {
    std::string socket = Service::defaultSocketPath();
    std::string expression = "settled";
    std::string vrf;
@@ -165,7 +165,7 @@ waitForPath( Caller & caller, PathWait wait ) {
 }
 
 int
-waitUntilSettled( Caller & caller, const Options & options ) {
+waitUntilSettled( Caller & caller, const WaitOptions & options ) {
    Json params = Json::object();
    if ( options.timeout ) {
       params[ "timeout" ] = *options.timeout;
@@ -183,7 +183,7 @@ waitUntilSettled( Caller & caller, const Options & options ) {
 
 void
 addWaitCommand( CLI::App & app, int & status ) {
-   const auto options = std::make_shared< Options >();
+   const auto options = std::make_shared< WaitOptions >();
    CLI::App * command =
       app.add_subcommand( "wait", "Wait until the agent has settled, or a path has an answer" );
    command

@@ -15,7 +15,7 @@
 
 namespace {
 
-struct Options {
+struct WhatIfOptions {
    std::vector< std::string > words;  ///< [LAB] [PATCH]
    std::string names;
    std::size_t event = 0;  ///< from 1; 0: none
@@ -38,7 +38,7 @@ const std::map< std::string, Lab::FailureKind > kinds{ { "link", Lab::FailureKin
 
 /// The change, and where it is an event of a lab, the moment at which it comes.
 Lab::LabJson
-changeOf( Options & options ) {
+changeOf( WhatIfOptions & options ) {
    if ( options.event > 0 ) {
       const auto events = Lab::LabFile::load( options.lab() ).events();
       if ( options.event > events.size() ) {
@@ -53,7 +53,7 @@ changeOf( Options & options ) {
 }
 
 int
-whatIf( const CLI::App & app, Options options ) {
+whatIf( const CLI::App & app, WhatIfOptions options ) {
    try {
       const Lab::LabJson change = changeOf( options );
       const Lab::LabFile lab =
@@ -90,7 +90,7 @@ whatIf( const CLI::App & app, Options options ) {
 
 void
 addWhatIfCommand( CLI::App & app, int & status ) {
-   const auto options = std::make_shared< Options >();
+   const auto options = std::make_shared< WhatIfOptions >();
    CLI::App * command = app.add_subcommand(
       "whatif",
       "Show what a change of a lab, or of a running agent's state, would do to its paths" );
