@@ -219,7 +219,7 @@ TEST( RepairWalk, randomNetworks ) {
       std::mt19937 random( seed );
       judge( RandomNetwork( 5 + seed % 10, random ), true, random, repairs );
    }
-   for ( uint32_t seed = 1; seed <= networksOf( 48 ) && !HasFailure(); ++seed ) {
+   for ( uint32_t seed = 1; seed <= networksOf( 24 ) && !HasFailure(); ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( 1000 + seed ) );
       std::mt19937 random( 1000 + seed );
       judge( RandomNetwork( 20 + 180 * ( seed % 4 ) / 3, random ), false, random, repairs );
