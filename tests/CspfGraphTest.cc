@@ -332,6 +332,40 @@ class Storm {
    std::set< CspfEdge > links;
 };
 
+/// Bandwidth is kept for as many priorities as differ: from none to all of them, in any order.
+TEST( CspfGraph, bandwidthIsThatOfEachPriorityWhateverOthersHave ) {
+   std::mt19937 random( 7 );
+   for ( uint32_t round = 0; round < 50; ++round ) {
+      CspfGraph graph;
+      const CspfVertex root = graph.addRouter( 1 ), far = graph.addRouter( 2 );
+      std::map< uint64_t, std::array< float, 8 > > links;  // by key rank
+      for ( uint64_t change = 1; change <= 40; ++change ) {
+         CspfEdgeRecord record;
+         record.unreserved.fill( static_cast< float >( random() % 3 ) );
+         for ( uint32_t steps = random() % ( 1 + round % 4 ); steps > 0; --steps ) {
+            std::fill( record.unreserved.begin() + 1 + random() % 7, record.unreserved.end(),
+                       static_cast< float >( random() % 3 ) );
+         }
+         const CspfEdge edge{ static_cast< uint32_t >( random() % ( graph.edges() + 1 ) ) };
+         const bool known = index( edge ) < graph.edges();
+         record.keyRank = known ? graph.keyRank( edge ) : change;
+         links[ record.keyRank ] = record.unreserved;
+         if ( known ) {
+            graph.updateEdge( edge, record );
+         } else {
+            graph.addEdge( root, far, record );
+         }
+         if ( random() % 10 == 0 ) {
+            graph.renumber( root );
+         }
+         for ( uint32_t e = 0; e < graph.edges(); ++e ) {
+            EXPECT_EQ( graph.record( CspfEdge{ e } ).unreserved,
+                       links.at( graph.keyRank( CspfEdge{ e } ) ) );
+         }
+      }
+   }
+}
+
 /// Counts of a path may need more bits than those of any link.
 TEST( CspfTree, srlgsOfLongPathsAreCountedInFull ) {
    constexpr uint32_t hops = 5000;

@@ -32,6 +32,7 @@ takeNumber( std::vector< Index > & freeNumbers, uint32_t bound ) {
    return number;
 }
 
+/// Those that are there.
 template< typename Visit >
 void
 forEachColumn( CspfEdgeColumns & columns, Visit visit ) {
@@ -46,8 +47,11 @@ forEachColumn( CspfEdgeColumns & columns, Visit visit ) {
    visit( columns.interface );
    visit( columns.keyRank );
    visit( columns.reverse );
-   for ( auto & column : columns.unreserved ) {
-      visit( column );
+   visit( columns.unreserved[ 0 ] );
+   for ( size_t priority = 1; priority < columns.unreserved.size(); ++priority ) {
+      if ( !columns.unreserved[ priority ].empty() ) {
+         visit( columns.unreserved[ priority ] );
+      }
    }
 }
 
@@ -121,6 +125,12 @@ CspfGraph::nodeRankIs( CspfVertex router, uint64_t rank ) {
    at( router ).nodeRank = rank;
 }
 
+void
+CspfGraph::reserve( size_t vertices, size_t edges ) {
+   vertices_.reserve( vertices );
+   forEachColumn( columns_, [ edges ]( auto & column ) { column.reserve( edges ); } );
+}
+
 CspfEdge
 CspfGraph::newEdge() {
    const CspfEdge edge = takeNumber( freeEdges_, edgeBound() );
@@ -174,12 +184,24 @@ CspfGraph::write( CspfEdge edge, const CspfEdgeRecord & record ) {
    columns_.adminGroup[ e ] = record.adminGroup;
    columns_.interface[ e ] = record.interface;
    columns_.keyRank[ e ] = record.keyRank;
-   for ( size_t priority = 0; priority < record.unreserved.size(); ++priority ) {
-      columns_.unreserved[ priority ][ e ] = record.unreserved[ priority ];
-   }
+   writeUnreserved( e, record.unreserved );
    const uint32_t list = srlgPool_.acquire( record.srlgs );  // first: the lists may be the same
    srlgPool_.release( columns_.srlgList[ e ] );
    columns_.srlgList[ e ] = list;
+}
+
+void
+CspfGraph::writeUnreserved( uint32_t edge, const std::array< float, 8 > & unreserved ) {
+   columns_.unreserved[ 0 ][ edge ] = unreserved[ 0 ];
+   for ( size_t priority = 1; priority < unreserved.size(); ++priority ) {
+      std::vector< float > & column = columns_.unreserved[ priority ];
+      if ( column.empty() && unreserved[ priority ] != unreserved[ priority - 1 ] ) {
+         column = columns_.unreservedAt( priority );
+      }
+      if ( !column.empty() ) {
+         column[ edge ] = unreserved[ priority ];
+      }
+   }
 }
 
 CspfEdgeRecord
@@ -193,7 +215,7 @@ CspfGraph::record( CspfEdge edge ) const {
    record.adminGroup = columns_.adminGroup[ e ];
    record.srlgs = srlgs( edge );
    for ( size_t priority = 0; priority < record.unreserved.size(); ++priority ) {
-      record.unreserved[ priority ] = columns_.unreserved[ priority ][ e ];
+      record.unreserved[ priority ] = columns_.unreservedAt( priority )[ e ];
    }
    record.topology = columns_.topology[ e ];
    record.interface = columns_.interface[ e ];
@@ -278,8 +300,7 @@ CspfGraph::breadthFirst( CspfVertex root ) const {
 CspfGraph
 CspfGraph::copyInOrder( std::span< const CspfVertex > order, Renumbering & map ) const {
    CspfGraph copy;
-   copy.vertices_.reserve( order.size() );
-   forEachColumn( copy.columns_, [ & ]( auto & column ) { column.reserve( edges() ); } );
+   copy.reserve( order.size(), edges() );
    for ( CspfVertex vertex : order ) {
       const CspfVertex twin = copy.addVertex( at( vertex ).kind );
       map.vertex[ index( vertex ) ] = twin;

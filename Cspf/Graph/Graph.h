@@ -55,7 +55,16 @@ struct CspfEdgeColumns {
    std::vector< uint32_t > interface;
    std::vector< uint64_t > keyRank;
    std::vector< CspfEdge > reverse;
+   /// By setup priority. Empty where all edges have what they have at the priority before: most
+   /// networks reserve at one priority or none.
    std::array< std::vector< float >, 8 > unreserved;
+
+   const std::vector< float > & unreservedAt( size_t priority ) const {
+      while ( priority > 0 && unreserved[ priority ].empty() ) {
+         --priority;
+      }
+      return unreserved[ priority ];
+   }
 };
 
 /// Something of an edge between these two, or of the vertex (twice the same), is not as it was.
@@ -90,6 +99,8 @@ class CspfGraph {
    /// Dissolves the pair that the edge is in, then removes it. O(degree of its ends).
    void removeEdge( CspfEdge edge );
    void keyRankIs( CspfEdge edge, uint64_t rank );
+   /// Room for so many numbers, of which it is known that they will come.
+   void reserve( size_t vertices, size_t edges );
 
    /// Makes two edges each other's reverse. `agree`: they pass the two-way check, addresses
    /// included. REQUIRES: they run between the same vertices in opposite directions; neither has
@@ -189,6 +200,7 @@ class CspfGraph {
    CspfVertex addVertex( VertexKind kind );
    CspfEdge newEdge();
    void write( CspfEdge edge, const CspfEdgeRecord & record );
+   void writeUnreserved( uint32_t edge, const std::array< float, 8 > & unreserved );
    std::vector< CspfVertex > breadthFirst( CspfVertex root ) const;
    CspfGraph copyInOrder( std::span< const CspfVertex > order, Renumbering & map ) const;
    std::string edgeInconsistency( CspfEdge edge ) const;

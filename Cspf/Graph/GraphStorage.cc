@@ -24,7 +24,11 @@ CspfRowPool::reserve( Row & row, uint32_t capacity ) {
    std::vector< uint32_t > & begins = freeBegins_[ std::countr_zero( capacity ) ];
    uint32_t begin = static_cast< uint32_t >( cells_.size() );
    if ( begins.empty() ) {
-      cells_.resize( cells_.size() + capacity );
+      const size_t wanted = cells_.size() + capacity;
+      if ( wanted > cells_.capacity() ) {
+         cells_.reserve( wanted + wanted / 4 );  // not twice as much: it is one arena for all rows
+      }
+      cells_.resize( wanted );
    } else {
       begin = begins.back();
       begins.pop_back();

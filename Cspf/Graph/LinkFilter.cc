@@ -200,7 +200,7 @@ CspfLinkFilter::admitByBandwidth( const CspfGraph & graph ) {
       others.push_back( admitted_[ index( edge ) ] );
    }
    const float enough = leastEnough( constraint_.bandwidth );
-   const float * unreserved = graph.columns().unreserved[ constraint_.setupPriority ].data();
+   const float * unreserved = graph.columns().unreservedAt( constraint_.setupPriority ).data();
    narrow( [ = ]( size_t e ) { return unreserved[ e ] >= enough; } );
    for ( size_t i = 0; i < others.size(); ++i ) {
       const CspfEdge edge = constraint_.ownReservations[ i ].first;
@@ -284,7 +284,8 @@ CspfLinkFilter::hasExcludedInterface( const CspfGraph & graph, CspfEdge edge ) c
 bool
 CspfLinkFilter::bandwidthAllows( const CspfGraph & graph, CspfEdge edge, uint64_t held ) const {
    uint64_t available = sumAtMost(
-      truncated( graph.columns().unreserved[ constraint_.setupPriority ][ index( edge ) ] ), held );
+      truncated( graph.columns().unreservedAt( constraint_.setupPriority )[ index( edge ) ] ),
+      held );
    for ( const auto & [ ownEdge, own ] : constraint_.ownReservations ) {
       if ( ownEdge == edge ) {
          available = sumAtMost( available, own );
