@@ -29,21 +29,18 @@ namespace {
 
 /// Those links that name their router. Of a router that has no TE router id in one topology a link
 /// there is but one more way to name it where it has one in another topology.
-std::vector< const AllTopoNeighborKey * >
-withoutRepeats( const std::set< AllTopoNeighborKey > & links ) {
+std::vector< AllTopoNeighborKey >
+withoutRepeats( std::vector< AllTopoNeighborKey > links ) {
    std::set< IgpRouterId > named;
    for ( const AllTopoNeighborKey & key : links ) {
       if ( key.teNeighborOf() ) {
          named.insert( key.neighborKey().routerId() );
       }
    }
-   std::vector< const AllTopoNeighborKey * > kept;
-   for ( const AllTopoNeighborKey & key : links ) {
-      if ( key.teNeighborOf() || !named.contains( key.neighborKey().routerId() ) ) {
-         kept.push_back( &key );
-      }
-   }
-   return kept;
+   std::erase_if( links, [ & ]( const AllTopoNeighborKey & key ) {
+      return !key.teNeighborOf() && named.contains( key.neighborKey().routerId() );
+   } );
+   return links;
 }
 
 }
@@ -85,8 +82,8 @@ HopAddressMemory::carriers( const Kivnet::IpGenAddr & address ) {
       const auto * found =
          allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighborFind( address );
       if ( found ) {
-         for ( const AllTopoNeighborKey * key : withoutRepeats( found->neighborSet() ) ) {
-            entry.carriers.push_back( carrier( *key ) );
+         for ( const AllTopoNeighborKey & key : withoutRepeats( found->neighborSet() ) ) {
+            entry.carriers.push_back( carrier( key ) );
          }
       }
    }

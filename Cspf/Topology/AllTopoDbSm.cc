@@ -35,10 +35,14 @@ AllTopoDbSm::handleTopoDb( const TopoId & topoId ) {
 
 void
 AllTopoDbSm::handleTopoDb() {
+   const auto & published = allTopoDbStatus_->intfIpToRouterIdTable();
+   const bool rowsAreOlder = published && published->intfIpToRouterIds() > 0;
    for ( const auto & topoId : Lum::sortedKeys( allTopoDb_->topoDbColl() ) ) {
       handleTopoDb( topoId );
    }
-   doCleanupStaleIntfIpToRouterIdEntries();
+   if ( rowsAreOlder ) {
+      doCleanupStaleIntfIpToRouterIdEntries();
+   }
 }
 
 void

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "platform/Lum/Assert.h"
+#include "platform/Lum/Blocks.h"
 
 #include <cstdint>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <utility>
@@ -34,8 +36,13 @@ class RankedMap {
       std::uint64_t rank = 0;
       Value value;
    };
-   using Map = std::map< Key, Ranked >;
+   using Map = std::map< Key, Ranked, std::less< Key >,
+                         Lum::BlockAllocator< std::pair< const Key, Ranked > > >;
    using Entry = typename Map::value_type;
+
+   RankedMap() = default;
+   RankedMap( const RankedMap & ) = delete;
+   RankedMap & operator=( const RankedMap & ) = delete;
 
    const Map & map() const noexcept { return map_; }
    Entry * find( const Key & key ) {
@@ -51,16 +58,25 @@ class RankedMap {
    Entry & insert( const Key & key, Moved && moved ) {
       return *tryInsert( key, moved ).first;
    }
-   /// The same, and whether it was made.
+   /// The same, and whether it was made. Keys that arrive in order cost no search.
    template< class Moved >
    std::pair< Entry *, bool > tryInsert( const Key & key, Moved && moved ) {
-      const auto [ at, fresh ] = map_.try_emplace( key );
+      const std::size_t before = map_.size();
+      const Iterator at = map_.try_emplace( next_, key );
+      const bool fresh = map_.size() > before;
+      next_ = std::next( at );
       if ( fresh && !fit( at ) ) {
          spread( at, moved );
       }
       return { &*at, fresh };
    }
-   void erase( const Key & key ) { map_.erase( key ); }
+   void erase( const Key & key ) {
+      if ( const Iterator at = map_.find( key ); at != map_.end() ) {
+         next_ = map_.erase( at );
+      }
+   }
+   auto begin() { return map_.begin(); }
+   auto end() { return map_.end(); }
    /// Calls `visit( entry )` for the entries from `first` on, in order, until it gives false. The
    /// entry that is being visited may be erased.
    template< class Visit >
@@ -71,17 +87,17 @@ class RankedMap {
 
  private:
    using Iterator = typename Map::iterator;
-   static constexpr std::uint64_t end = std::uint64_t( 1 ) << bits;
+   static constexpr std::uint64_t endRank = std::uint64_t( 1 ) << bits;
    static constexpr std::uint64_t step = std::uint64_t( 1 ) << bits / 2;
 
    std::uint64_t before( Iterator at ) {
       return at == map_.begin() ? 0 : std::prev( at )->second.rank;
    }
    std::uint64_t after( Iterator at ) {
-      return std::next( at ) == map_.end() ? end : std::next( at )->second.rank;
+      return std::next( at ) == map_.end() ? endRank : std::next( at )->second.rank;
    }
    bool fit( Iterator at ) {
-      at->second.rank = rankBetween( before( at ), after( at ), end, step );
+      at->second.rank = rankBetween( before( at ), after( at ), endRank, step );
       return at->second.rank != 0;
    }
    /// Finds the narrowest window of ranks around the new entry that is sparse enough, and spreads
@@ -123,6 +139,7 @@ class RankedMap {
    }
 
    Map map_;
+   Iterator next_ = map_.end();  // behind the last key that was looked at
 };
 
 }

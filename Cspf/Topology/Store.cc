@@ -96,8 +96,8 @@ AllTopoDbStatus::routersWithTep( const Kivnet::IpGenAddr & tep ) const {
       }
    }
    if ( const auto * links = intfIpToNeighborTable()->intfIpToNeighborFind( tep ) ) {
-      for ( const AllTopoNeighborKey & link : links->neighborSet() ) {
-         routers.push_back( { link.topoId(), link.neighborKey().routerId() } );
+      for ( const auto * link : links->links() ) {
+         routers.push_back( { link->first.topoId(), link->first.from->first.id() } );
       }
    }
    if ( tep.af() != Kivnet::AddressFamily::unspecified ) {
@@ -151,10 +151,6 @@ AllTopoDbStatus::lfaGraph() const {
       return graph;
    }
    auto graph = std::make_shared< TopoGraph >( TopoGraphKind::lfa, links_ );
-   links_.visitFrom( {}, []( TopoLinks::Entry & link ) {
-      link.second.value.at( TopoGraphKind::lfa ) = {};  // of an earlier graph
-      return true;
-   } );
    lfaGraph_ = graph;
    for ( const auto & [ topoId, table ] : topoDbColl() ) {
       graph->topologyIs( topoId, table );
@@ -166,118 +162,209 @@ AllTopoDbStatus::lfaGraph() const {
    return graph;
 }
 
+// Interface addresses.
+
+IntfIpToNeighbor::Several *
+IntfIpToNeighbor::several() const noexcept {
+   if ( !( reinterpret_cast< std::uintptr_t >( link_ ) & 1 ) ) {
+      return nullptr;
+   }
+   auto * const marked = const_cast< char * >( reinterpret_cast< const char * >( link_ ) );
+   return reinterpret_cast< Several * >( marked - 1 );
+}
+
+void
+IntfIpToNeighbor::severalIs( Several * several ) noexcept {
+   link_ = reinterpret_cast< Link >( reinterpret_cast< const char * >( several ) + 1 );
+}
+
+std::span< const IntfIpToNeighbor::Link >
+IntfIpToNeighbor::links() const noexcept {
+   const Several * const several = this->several();
+   return several ? std::span< const Link >( *several ) : std::span( &link_, link_ ? 1 : 0 );
+}
+
 namespace {
 
-bool
-sameRouter( const AllTopoNeighborKey & a, const AllTopoNeighborKey & b ) {
-   return a.topoId() == b.topoId() && a.neighborKey().routerId() == b.neighborKey().routerId();
+Kivnet::IpGenAddr
+teRouterIdOfOwner( const TopoLinks::Entry & link ) {
+   const auto * node = link.first.from->second.at( TopoGraphKind::te ).node;
+   return node ? node->first.ipAddress() : Kivnet::IpGenAddr();
 }
+
+AllTopoNeighborKey
+keyWithOwner( const TopoLinks::Entry & link ) {
+   return { link.first.topoId(), link.first.neighborKey(), teRouterIdOfOwner( link ), {} };
+}
+
+bool
+inKeyOrder( const TopoLinks::Entry * a, const TopoLinks::Entry * b ) {
+   return a->second.rank < b->second.rank;
+}
+
+}
+
+std::vector< AllTopoNeighborKey >
+IntfIpToNeighbor::neighborSet() const {
+   std::vector< AllTopoNeighborKey > keys;
+   keys.reserve( neighbors() );
+   for ( const auto * link : links() ) {
+      keys.push_back( keyWithOwner( *link ) );
+   }
+   return keys;
+}
+
+bool
+IntfIpToNeighbor::neighborHas( const AllTopoNeighborKey & key ) const {
+   return std::ranges::any_of( links(),
+                               [ & ]( Link link ) { return keyWithOwner( *link ) == key; } );
+}
+
+bool
+IntfIpToNeighbor::linkIs( const TopoLinks::Entry & link ) {
+   if ( !link_ ) {
+      link_ = &link;
+      return true;
+   }
+   if ( link_ == &link ) {
+      return false;
+   }
+   Several * several = this->several();
+   if ( !several ) {
+      several = new Several{ link_ };
+      severalIs( several );
+   }
+   const auto at = std::ranges::lower_bound( *several, &link, inKeyOrder );
+   const bool fresh = at == several->end() || *at != &link;
+   if ( fresh ) {
+      several->insert( at, &link );
+   }
+   return fresh;
+}
+
+bool
+IntfIpToNeighbor::linkDel( const TopoLinks::Entry & link ) {
+   Several * const several = this->several();
+   if ( !several ) {
+      return link_ == &link && std::exchange( link_, nullptr );
+   }
+   const auto at = std::ranges::lower_bound( *several, &link, inKeyOrder );
+   if ( at == several->end() || *at != &link ) {
+      return false;
+   }
+   several->erase( at );
+   if ( several->size() == 1 ) {
+      link_ = several->front();
+      delete several;
+   }
+   return true;
+}
+
+namespace {
 
 /// What an address stands for has changed for the owner of a link that has it, or had it, and for
 /// another router where that is the only other one. Where there are more they stay ambiguous.
 void
-touchOwners( const AllTopoDbStatus & allTopoDbStatus, const std::set< AllTopoNeighborKey > & links,
-             const AllTopoNeighborKey & changed ) {
+touchOwners( const AllTopoDbStatus & allTopoDbStatus, const IntfIpToNeighbor & entry,
+             const TopoLinks::Entry & changed ) {
    TopoGraph & graph = allTopoDbStatus.teGraph();
-   graph.touch( changed.topoId(), changed.neighborKey().routerId() );
-   std::vector< const AllTopoNeighborKey * >
-      others;  // one of each; in several topologies one router
+   const TopoRouter & owner = *changed.first.from;
+   graph.touch( owner );
+   std::vector< const TopoRouter * > others;  // one of each; in several topologies one router
+   const auto links = entry.links();
    for ( auto at = links.begin(); at != links.end(); ) {
-      const AllTopoNeighborKey & link = *at;
-      const auto vertexOf = [ & ]( const AllTopoNeighborKey & l ) {
-         return graph.router( l.topoId(), l.neighborKey().routerId() );
-      };
-      if ( !sameRouter( link, changed ) ) {
-         if ( !others.empty() && vertexOf( link ) != vertexOf( *others.front() ) ) {
+      const TopoRouter * const other = ( *at )->first.from;
+      if ( other != &owner ) {
+         if ( !others.empty() && graph.vertex( *other ) != graph.vertex( *others.front() ) ) {
             return;
          }
-         others.push_back( &link );
+         others.push_back( other );
       }
-      AllTopoNeighborKey last = link;
-      last.neighborKeyIs(
-         { link.neighborKey().routerId(), Routing::Topology::NeighborType( 0xFF ), {}, 0 } );
-      at = links.lower_bound( last );
+      at = std::partition_point( at, links.end(), [ other ]( const TopoLinks::Entry * link ) {
+         return link->first.from == other;
+      } );
    }
-   for ( const AllTopoNeighborKey * link : others ) {
-      graph.touch( link->topoId(), link->neighborKey().routerId() );
-   }
-}
-
-}
-
-void
-IntfIpToNeighborTable::neighborIs( const Kivnet::IpGenAddr & intfIp,
-                                   const AllTopoNeighborKey & link ) {
-   if ( intfIpToNeighbor_[ intfIp ].neighborIs( link ) ) {
-      notify( &intfIpToNeighborAttribute, &intfIp );
+   for ( const TopoRouter * other : others ) {
+      graph.touch( *other );
    }
 }
-
-void
-IntfIpToNeighborTable::neighborDel( const Kivnet::IpGenAddr & intfIp,
-                                    const AllTopoNeighborKey & link ) {
-   const auto entry = intfIpToNeighbor_.find( intfIp );
-   if ( entry == intfIpToNeighbor_.end() || !entry->second.neighborDel( link ) ) {
-      return;
-   }
-   if ( entry->second.neighbors() == 0 ) {
-      intfIpToNeighborDel( intfIp );
-   } else {
-      notify( &intfIpToNeighborAttribute, &intfIp );
-   }
-}
-
-void
-addNeighborKeyToIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
-                        const AllTopoNeighborKey & allTopoNeighborKey,
-                        const Kivnet::IpGenAddr & intfIp ) {
-   const auto & table = allTopoDbStatus->intfIpToNeighborTable();
-   touchOwners( *allTopoDbStatus, table->intfIpToNeighbor( intfIp ).neighborSet(),
-                allTopoNeighborKey );
-   table->neighborIs( intfIp, allTopoNeighborKey );
-   allTopoDbStatus->noteAddress( intfIp );
-   const auto & published = allTopoDbStatus->intfIpToRouterIdTable();
-   if ( published && allTopoNeighborKey.teNeighborOf() ) {
-      addIntfIpToRouterId( published, intfIp, allTopoNeighborKey.teNeighborOf() );
-   }
-}
-
-namespace {
 
 /// The published row names the owner of one of the links, or is not there where none has a TE
 /// router id.
 void
 republish( const Lum::Ptr< IntfIpToRouterIdTable > & published, const Kivnet::IpGenAddr & intfIp,
            const IntfIpToNeighbor & entry ) {
-   const auto owns = []( const AllTopoNeighborKey & link ) { return !!link.teNeighborOf(); };
-   const auto matches = [ & ]( const AllTopoNeighborKey & link ) {
-      return owns( link ) && link.teNeighborOf() == published->intfIpToRouterId( intfIp );
-   };
-   const auto & links = entry.neighborSet();
-   const auto owner = std::ranges::find_if( links, owns );
-   if ( owner == links.end() ) {
+   const Kivnet::IpGenAddr row = published->intfIpToRouterId( intfIp );
+   Kivnet::IpGenAddr owner;
+   for ( const auto * link : entry.links() ) {
+      const Kivnet::IpGenAddr id = teRouterIdOfOwner( *link );
+      if ( id && id == row ) {
+         return;
+      }
+      owner = owner ? owner : id;
+   }
+   if ( owner ) {
+      addIntfIpToRouterId( published, intfIp, owner );
+   } else {
       deleteIntfIpToRouterId( published, intfIp );
-   } else if ( std::ranges::none_of( links, matches ) ) {
-      addIntfIpToRouterId( published, intfIp, owner->teNeighborOf() );
+   }
+}
+
+void
+publishOwner( const AllTopoDbStatus & allTopoDbStatus, const TopoLinks::Entry & link,
+              const Kivnet::IpGenAddr & intfIp ) {
+   const auto & published = allTopoDbStatus.intfIpToRouterIdTable();
+   const auto owner = published ? teRouterIdOfOwner( link ) : Kivnet::IpGenAddr();
+   if ( owner ) {
+      addIntfIpToRouterId( published, intfIp, owner );
    }
 }
 
 }
 
 void
-deleteNeighborKeyFromIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
-                             const AllTopoNeighborKey & allTopoNeighborKey,
-                             const Kivnet::IpGenAddr & intfIp ) {
-   const auto & table = allTopoDbStatus->intfIpToNeighborTable();
-   if ( !table->intfIpToNeighbor( intfIp ).neighborHas( allTopoNeighborKey ) ) {
-      TRACE9( "Delete ngb " << allTopoNeighborKey << " of " << intfIp << ": already deleted." );
+addLinkToIntfIp( AllTopoDbStatus & allTopoDbStatus, const TopoLinks::Entry & link,
+                 const Kivnet::IpGenAddr & intfIp ) {
+   const auto & table = allTopoDbStatus.intfIpToNeighborTable();
+   IntfIpToNeighbor & entry = table->entry( intfIp );
+   if ( entry.linkIs( link ) ) {
+      touchOwners( allTopoDbStatus, entry, link );
+      table->entryChanged( intfIp );
+   }
+   allTopoDbStatus.noteAddress( intfIp );
+   publishOwner( allTopoDbStatus, link, intfIp );
+}
+
+void
+linkOfIntfIpMoved( AllTopoDbStatus & allTopoDbStatus, const TopoLinks::Entry & link,
+                   const Kivnet::IpGenAddr & intfIp ) {
+   const auto & table = allTopoDbStatus.intfIpToNeighborTable();
+   touchOwners( allTopoDbStatus, table->intfIpToNeighbor( intfIp ), link );
+   table->entryChanged( intfIp );
+   allTopoDbStatus.noteAddress( intfIp );
+   publishOwner( allTopoDbStatus, link, intfIp );
+   if ( const auto & published = allTopoDbStatus.intfIpToRouterIdTable() ) {
+      republish( published, intfIp, table->intfIpToNeighbor( intfIp ) );
+   }
+}
+
+void
+deleteLinkFromIntfIp( AllTopoDbStatus & allTopoDbStatus, const TopoLinks::Entry & link,
+                      const Kivnet::IpGenAddr & intfIp ) {
+   const auto & table = allTopoDbStatus.intfIpToNeighborTable();
+   if ( !table->intfIpToNeighborHas( intfIp ) || !table->entry( intfIp ).linkDel( link ) ) {
+      TRACE9( "Delete ngb " << keyWithOwner( link ) << " of " << intfIp << ": already deleted." );
       return;
    }
-   table->neighborDel( intfIp, allTopoNeighborKey );
-   allTopoDbStatus->noteAddress( intfIp );
+   if ( table->entry( intfIp ).neighbors() == 0 ) {
+      table->intfIpToNeighborDel( intfIp );
+   } else {
+      table->entryChanged( intfIp );
+   }
+   allTopoDbStatus.noteAddress( intfIp );
    const IntfIpToNeighbor & left = table->intfIpToNeighbor( intfIp );
-   touchOwners( *allTopoDbStatus, left.neighborSet(), allTopoNeighborKey );
-   if ( const auto & published = allTopoDbStatus->intfIpToRouterIdTable() ) {
+   touchOwners( allTopoDbStatus, left, link );
+   if ( const auto & published = allTopoDbStatus.intfIpToRouterIdTable() ) {
       republish( published, intfIp, left );
    }
    if ( left.neighbors() > 0 ) {
@@ -285,6 +372,26 @@ deleteNeighborKeyFromIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus
    }
    const IntfIpToNeighbor * intfIpToNeighbor = table->intfIpToNeighborFind( intfIp );
    LUM_ASSERT( !intfIpToNeighbor );
+}
+
+void
+addNeighborKeyToIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
+                        const AllTopoNeighborKey & allTopoNeighborKey,
+                        const Kivnet::IpGenAddr & intfIp ) {
+   const auto * link = allTopoDbStatus->links().find( allTopoNeighborKey.topoId(),
+                                                      allTopoNeighborKey.neighborKey() );
+   LUM_ASSERT( link );
+   addLinkToIntfIp( *allTopoDbStatus, *link, intfIp );
+}
+
+void
+deleteNeighborKeyFromIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
+                             const AllTopoNeighborKey & allTopoNeighborKey,
+                             const Kivnet::IpGenAddr & intfIp ) {
+   const auto * link = allTopoDbStatus->links().find( allTopoNeighborKey.topoId(),
+                                                      allTopoNeighborKey.neighborKey() );
+   LUM_ASSERT( link );
+   deleteLinkFromIntfIp( *allTopoDbStatus, *link, intfIp );
 }
 
 void

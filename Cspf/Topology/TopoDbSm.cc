@@ -27,6 +27,18 @@ constexpr Trace::LogMessage duplicateTeRouterId{ "CSPF_DUPLICATE_TE_ROUTER_ID",
                                                  Trace::Severity::warning,
                                                  "Router with duplicate TE Router ID is ignored" };
 
+/// Calls `visit( address )` for each address that is in one list, but not in the other.
+template< class Visit >
+void
+forEachOnlyIn( const NeighborToIntfIp & list, const NeighborToIntfIp & other, Visit && visit ) {
+   for ( const auto & address : list ) {
+      const bool repeated = std::find( list.begin(), &address, address ) != &address;
+      if ( address && !repeated && std::ranges::find( other, address ) == other.end() ) {
+         visit( address );
+      }
+   }
+}
+
 }
 
 void
@@ -39,6 +51,7 @@ TopoDbSm::handleInitialized() {
    allTopoDbStatus_->topoDbIs( topoId_, topoDb_ );
    allTopoDbStatus_->forEachGraph(
       [ & ]( auto & graph ) { graph.topologyIs( topoId_, topoDb_ ); } );
+   allTopoDbStatus_->intfIpToNeighborTable()->reserveMore( topoDb_->neighbors() );
    LUM_WATCH_KEYS( routerIdMap_, igpRouterId, handleTeRouterIdChange );
    LUM_WATCH_KEYS( topoDb_, network, handleNetwork );
    LUM_FOLLOW_KEYS( topoDb_, router, handleRouter );
@@ -77,9 +90,9 @@ TopoDbSm::knownRouters() const {
       }
    }
    allTopoDbStatus_->links().visitFrom( { topoId_, {} }, [ & ]( const LinkEntry & link ) {
-      const bool own = link.first.topoId == topoId_;
+      const bool own = link.first.topoId() == topoId_;
       if ( own ) {
-         routers.insert( link.first.neighborKey.routerId() );
+         routers.insert( link.first.from->first.id() );
       }
       return own;
    } );
@@ -190,11 +203,9 @@ TopoDbSm::doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAdd
       graph.detach( topoId_, igpRouterId );
    }
    for ( LinkEntry * link : routerToNeighbor( igpRouterId ) ) {
-      const NeighborKey & key = link->first.neighborKey;
-      for ( const auto & intfIp : link->second.value.neighborToIntfIp ) {
-         addNeighborKeyToIntfIp( allTopoDbStatus_, intfKey( key, teRouterId ), intfIp );
-         deleteNeighborKeyFromIntfIp( allTopoDbStatus_, intfKey( key, oldTeRouterId ), intfIp );
-      }
+      forEachOnlyIn( link->second.value.neighborToIntfIp, {}, [ & ]( const auto & intfIp ) {
+         linkOfIntfIpMoved( *allTopoDbStatus_, *link, intfIp );
+      } );
    }
 }
 
@@ -254,31 +265,24 @@ TopoDbSm::handleTeRouterIdChange( const Kivnet::IpGenAddr & teRouterId ) {
 
 // Links.
 
-AllTopoNeighborKey
-TopoDbSm::intfKey( const NeighborKey & neighborKey, const Kivnet::IpGenAddr & teNeighborOf ) const {
-   return { topoId_, neighborKey, teNeighborOf, {} };
-}
-
 bool
 TopoDbSm::neighborToIntfIpHas( const NeighborKey & key ) const {
-   const LinkEntry * link = allTopoDbStatus_->links().find( { topoId_, key } );
-   return link && !link->second.value.neighborToIntfIp.empty();
+   const LinkEntry * link = allTopoDbStatus_->links().find( topoId_, key );
+   return link
+          && std::ranges::any_of( link->second.value.neighborToIntfIp,
+                                  []( const auto & address ) { return !!address; } );
 }
 
 /// The links that the router listed last.
 TopoDbSm::RouterToNeighbor
 TopoDbSm::routerToNeighbor( const IgpRouterId & igpRouterId ) const {
    RouterToNeighbor links;
-   NeighborKey first;
-   first.routerIdIs( igpRouterId );
-   allTopoDbStatus_->links().visitFrom( { topoId_, first }, [ & ]( LinkEntry & link ) {
-      const bool own =
-         link.first.topoId == topoId_ && link.first.neighborKey.routerId() == igpRouterId;
-      if ( own ) {
+   if ( const TopoRouter * router = allTopoDbStatus_->links().router( topoId_, igpRouterId ) ) {
+      allTopoDbStatus_->links().visitOf( *router, [ & ]( LinkEntry & link ) {
          links.push_back( &link );
-      }
-      return own;
-   } );
+         return true;
+      } );
+   }
    return links;
 }
 
@@ -286,23 +290,25 @@ void
 TopoDbSm::doReconcileNeighbors( const IgpRouterId & igpRouterId,
                                 const Lum::Set< NeighborKey > & listed, const char * operation ) {
    for ( LinkEntry * link : routerToNeighbor( igpRouterId ) ) {
-      if ( !listed.has( link->first.neighborKey ) ) {
+      if ( !listed.has( link->first.neighborKey() ) ) {
          TRACE9_FOR( operation,
                      "IGP router ID for the deleted neighbor: " << igpRouterId << " is deleted" );
          doDelLink( *link );
       }
    }
+   TopoRouter & router = allTopoDbStatus_->links().routerIs( topoId_, igpRouterId );
    for ( const NeighborKey & key : listed ) {
       if ( key.routerId() == igpRouterId ) {
-         doAddLink( key );
+         doAddLink( router, key );
       }
    }
+   allTopoDbStatus_->links().routerDelIfUnused( router );
 }
 
 void
-TopoDbSm::doAddLink( const NeighborKey & neighborKey ) {
+TopoDbSm::doAddLink( TopoRouter & router, const NeighborKey & neighborKey ) {
    const auto [ link, fresh ] = allTopoDbStatus_->links().tryInsert(
-      { topoId_, neighborKey }, [ this ]( const LinkEntry & moved ) {
+      router, neighborKey, [ this ]( const LinkEntry & moved ) {
          allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) { graph.rankMoved( moved ); } );
       } );
    if ( fresh ) {
@@ -313,36 +319,24 @@ TopoDbSm::doAddLink( const NeighborKey & neighborKey ) {
 void
 TopoDbSm::doDelLink( LinkEntry & link ) {
    doUpdateLink( link, nullptr );
-   const TopoLinkName name = link.first;
-   allTopoDbStatus_->links().erase( name );
+   allTopoDbStatus_->links().erase( link );
 }
 
 /// Brings what is registered for a listed link in line with its entry; null: it has none.
 void
 TopoDbSm::doUpdateLink( LinkEntry & link, const Igp::Neighbor * neighbor ) {
-   const NeighborKey & key = link.first.neighborKey;
-   const AllTopoNeighborKey allTopoNeighborKey =
-      intfKey( key, routerIdMap_->teRouterId( key.routerId() ) );
-   NeighborToIntfIp addresses;
-   if ( neighbor ) {
-      for ( const auto & address : neighbor->interfaceAddrList() ) {
-         if ( address ) {
-            addresses.insert( address );
-         }
-      }
+   const auto addresses = neighbor ? neighbor->interfaceAddrList() : NeighborToIntfIp();
+   NeighborToIntfIp & registered = link.second.value.neighborToIntfIp;
+   if ( addresses != registered ) {
+      forEachOnlyIn( addresses, registered, [ & ]( const Kivnet::IpGenAddr & address ) {
+         addLinkToIntfIp( *allTopoDbStatus_, link, address );
+      } );
+      forEachOnlyIn( registered, addresses, [ & ]( const Kivnet::IpGenAddr & address ) {
+         LUM_ASSERT( neighborToIntfIpHas( link.first.neighborKey() ) );
+         deleteLinkFromIntfIp( *allTopoDbStatus_, link, address );
+      } );
    }
-   for ( const auto & address : addresses ) {
-      if ( !link.second.value.neighborToIntfIp.has( address ) ) {
-         addNeighborKeyToIntfIp( allTopoDbStatus_, allTopoNeighborKey, address );
-      }
-   }
-   for ( const auto & address : link.second.value.neighborToIntfIp ) {
-      if ( !addresses.has( address ) ) {
-         LUM_ASSERT( neighborToIntfIpHas( key ) );
-         deleteNeighborKeyFromIntfIp( allTopoDbStatus_, allTopoNeighborKey, address );
-      }
-   }
-   link.second.value.neighborToIntfIp = std::move( addresses );
+   registered = addresses;
    allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) {
       neighbor ? graph.linkIs( link, *neighbor ) : graph.linkDel( link );
    } );
@@ -351,7 +345,7 @@ TopoDbSm::doUpdateLink( LinkEntry & link, const Igp::Neighbor * neighbor ) {
 void
 TopoDbSm::handleNeighbor( const NeighborKey & neighborKey ) {
    const Igp::Neighbor * neighbor = topoDb_->neighborFind( neighborKey );
-   LinkEntry * link = allTopoDbStatus_->links().find( { topoId_, neighborKey } );
+   LinkEntry * link = allTopoDbStatus_->links().find( topoId_, neighborKey );
    if ( link ) {
       doUpdateLink( *link, neighbor );
    }

@@ -73,14 +73,12 @@ class TopoDbSm : public Lum::Reactor {
    void doReconcileNeighbors( const IgpRouterId & igpRouterId,
                               const Lum::Set< Routing::Topology::NeighborKey > & listed,
                               const char * operation );
-   void doAddLink( const Routing::Topology::NeighborKey & neighborKey );
+   void doAddLink( TopoRouter & router, const Routing::Topology::NeighborKey & neighborKey );
    void doDelLink( LinkEntry & link );
    void doUpdateLink( LinkEntry & link, const Routing::Topology::Neighbor * neighbor );
    void doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId & router,
                             const std::uint32_t * metric );
    RouterToNeighbor routerToNeighbor( const IgpRouterId & igpRouterId ) const;
-   AllTopoNeighborKey intfKey( const Routing::Topology::NeighborKey & neighborKey,
-                               const Kivnet::IpGenAddr & teNeighborOf ) const;
    std::set< IgpRouterId > knownRouters() const;
 
    const TopoId topoId_;

@@ -14,11 +14,11 @@
 
 #include <algorithm>
 #include <tuple>
+#include <utility>
 
 namespace Cspf {
 
 namespace Igp = Routing::Topology;
-using Igp::NeighborKey;
 
 namespace {
 
@@ -44,124 +44,144 @@ TopoGraph::topologyIs( const TopoId & topoId, const Lum::Ptr< const Igp::TopoDb 
       at->second.number = static_cast< std::uint16_t >( number );
       topologyNumbers_.resize( std::max( topologyNumbers_.size(), std::size_t( number ) + 1 ) );
       topologyNumbers_[ number ] = true;
+      const std::size_t links = graph_.edgeBound() + topoDb->neighbors();
+      graph_.reserve( graph_.vertexBound() + topoDb->routers(), links );
+      meanings_.reserve( graph_.vertexBound() + topoDb->routers() );
+      edgeMeanings_.reserve( links );
+      nextHops_.reserve( links );
    }
 }
 
 void
 TopoGraph::topologyDel( const TopoId & topoId ) {
-   const auto at = topologies_.find( topoId );
-   while ( !at->second.routers.empty() ) {
-      detach( topoId, IgpRouterId( at->second.routers.begin()->first ) );
+   std::vector< TopoRouter * > routers;
+   for ( const auto & [ name, parts ] : links_.routers() ) {
+      if ( name.topoId() == topoId && parts.at( kind_ ).node ) {
+         routers.push_back( links_.router( topoId, name.id() ) );
+      }
    }
+   for ( TopoRouter * router : routers ) {
+      detach( *router );
+   }
+   const auto at = topologies_.find( topoId );
    topologyNumbers_[ at->second.number ] = false;
    topologies_.erase( at );
 }
 
 // Routers and nodes.
 
-const TopoGraph::Attached *
-TopoGraph::attached( const TopoId & topoId, const IgpRouterId & router ) const {
-   const auto topology = topologies_.find( topoId );
-   if ( topology == topologies_.end() ) {
-      return nullptr;
-   }
-   const auto at = topology->second.routers.find( router );
-   return at == topology->second.routers.end() ? nullptr : &at->second;
-}
-
 void
 TopoGraph::meaningIs( CspfVertex vertex, const Meaning & meaning ) {
-   meanings_.resize( graph_.vertexBound() );
+   if ( index( vertex ) >= meanings_.size() ) {
+      meanings_.resize( graph_.vertexBound() );
+   }
    meanings_[ index( vertex ) ] = meaning;
 }
 
-TopoGraph::Nodes::Entry &
+TopoNodes::Entry &
 TopoGraph::nodeIs( const NodeId & nodeId ) {
-   Nodes::Entry & entry = nodes_.insert( nodeId, [ this ]( const Nodes::Entry & moved ) {
+   TopoNodes::Entry & entry = nodes_.insert( nodeId, [ this ]( const TopoNodes::Entry & moved ) {
       graph_.nodeRankIs( moved.second.value.vertex, moved.second.rank );
    } );
-   Node & node = entry.second.value;
+   TopoNode & node = entry.second.value;
    if ( node.vertex == noVertex ) {
       node.vertex = graph_.addRouter( entry.second.rank );
-      meaningIs( node.vertex, { &entry, {} } );
+      meaningIs( node.vertex, { &entry, nullptr } );
    }
    return entry;
 }
 
 void
 TopoGraph::attach( const TopoId & topoId, const IgpRouterId & router, const NodeId & node ) {
-   if ( const Attached * present = attached( topoId, router ) ) {
-      if ( present->node->first == node ) {
-         return;
-      }
-      detach( topoId, router );
+   TopoRouter & entry = links_.routerIs( topoId, router );
+   if ( const auto * present = part( entry ).node; present && present->first != node ) {
+      detach( entry );
+   }
+   attach( links_.routerIs( topoId, router ), node );
+}
+
+void
+TopoGraph::attach( TopoRouter & router, const NodeId & nodeId ) {
+   if ( part( router ).node ) {
+      return;
    }
    graph_.noteAll();
-   auto & topology = topologies_.at( topoId );
-   Nodes::Entry & entry = nodeIs( node );
-   entry.second.value.routers.insert( { topoId, router } );
-   topology.routers.emplace( router, Attached{ &entry, false } );
-   updateOverload( entry );
-   forEachLinkOf( { topoId, router }, [ & ]( LinkEntry & link ) {
-      if ( const auto * neighbor = topology.topoDb->neighborFind( link.first.neighborKey ) ) {
+   const auto & topology = topologies_.at( router.first.topoId() );
+   TopoNodes::Entry & node = nodeIs( nodeId );
+   auto & routers = node.second.value.routers;
+   routers.insert(
+      std::ranges::find_if( routers,
+                            [ & ]( const auto * other ) { return router.first < other->first; } ),
+      &router );
+   part( router ).node = &node;
+   updateOverload( node );
+   links_.visitOf( router, [ & ]( LinkEntry & link ) {
+      if ( const auto * neighbor = topology.topoDb->neighborFind( link.first.neighborKey() ) ) {
          connect( link, *neighbor );
       }
+      return true;
    } );
-   if ( const auto waiting = topology.waiting.extract( router ) ) {
-      for ( LinkEntry * link : waiting.mapped() ) {
-         if ( const auto * neighbor = topology.topoDb->neighborFind( link->first.neighborKey ) ) {
-            connect( *link, *neighbor );
-         }
-      }
+   for ( auto at = waiting_.lower_bound( { &router, nullptr } );
+         at != waiting_.end() && at->first.first == &router; at = waiting_.erase( at ) ) {
+      connect( *at->first.second, *at->second );
    }
 }
 
 void
 TopoGraph::detach( const TopoId & topoId, const IgpRouterId & router ) {
-   if ( const Attached * present = attached( topoId, router ) ) {
-      detach( topologies_.at( topoId ), { topoId, router }, *present );
+   if ( TopoRouter * const present = links_.router( topoId, router );
+        present && part( *present ).node ) {
+      detach( *present );
    }
 }
 
 void
-TopoGraph::detach( OneTopology & topology, const RouterName & name, Attached attached ) {
-   Node & node = attached.node->second.value;
+TopoGraph::detach( TopoRouter & router ) {
+   TopoNodes::Entry & entry = *part( router ).node;
+   TopoNode & node = entry.second.value;
    graph_.noteAll();
-   forEachLinkOf( name, [ & ]( LinkEntry & link ) { disconnect( link ); } );
-   std::vector< LinkEntry * > entering;
+   links_.visitOf( router, [ & ]( LinkEntry & link ) {
+      disconnect( link );
+      return true;
+   } );
+   std::vector< std::pair< LinkEntry *, const Igp::Neighbor * > > entering;
    for ( const std::uint32_t e : graph_.in( node.vertex ) ) {
-      const TopoLinkName & link = edgeMeanings_[ e ].link->first;
-      if ( link.topoId == name.first && link.neighborKey.neighborId() == name.second ) {
-         entering.push_back( edgeMeanings_[ e ].link );
+      const EdgeMeaning & meaning = edgeMeanings_[ e ];
+      if ( meaning.link->first.to == &router ) {
+         entering.emplace_back( meaning.link, meaning.neighbor );
       }
    }
-   for ( LinkEntry * link : entering ) {
+   for ( const auto & [ link, neighbor ] : entering ) {
       disconnect( *link );
-      topology.waiting[ name.second ].insert( link );
+      waiting_.emplace( std::pair( &router, link ), neighbor );
    }
-   topology.routers.erase( name.second );
-   node.routers.erase( name );
-   node.overloaded -= attached.overloaded;
-   updateOverload( *attached.node );
+   auto * const own = std::ranges::find( node.routers, &router );
+   node.routers.erase( own, own + 1 );
+   node.overloaded -= part( router ).overloaded;
+   part( router ).node = nullptr;
+   part( router ).overloaded = false;
+   updateOverload( entry );
    if ( node.routers.empty() ) {
       graph_.removeVertex( node.vertex );
-      nodes_.erase( NodeId( attached.node->first ) );
+      nodes_.erase( NodeId( entry.first ) );
    }
+   links_.routerDelIfUnused( router );
 }
 
 void
 TopoGraph::overloadedIs( const TopoId & topoId, const IgpRouterId & router, bool overloaded ) {
-   auto * present = const_cast< Attached * >( attached( topoId, router ) );
-   if ( present && present->overloaded != overloaded ) {
-      present->overloaded = overloaded;
-      present->node->second.value.overloaded += overloaded ? 1 : -1;
-      updateOverload( *present->node );
+   TopoRouter * const present = links_.router( topoId, router );
+   if ( present && part( *present ).node && part( *present ).overloaded != overloaded ) {
+      TopoNodes::Entry & node = *part( *present ).node;
+      part( *present ).overloaded = overloaded;
+      node.second.value.overloaded += overloaded ? 1 : -1;
+      updateOverload( node );
    }
 }
 
 void
-TopoGraph::updateOverload( Nodes::Entry & entry ) {
-   const Node & node = entry.second.value;
+TopoGraph::updateOverload( TopoNodes::Entry & entry ) {
+   const TopoNode & node = entry.second.value;
    const bool all = node.overloaded == node.routers.size();
    graph_.overloadedIs( node.vertex, node.overloaded && all );
    const bool changed = node.overloaded && !all ? partlyOverloaded_.insert( &entry ).second
@@ -176,27 +196,19 @@ TopoGraph::updateOverload( Nodes::Entry & entry ) {
 
 void
 TopoGraph::touch( const TopoId & topoId, const IgpRouterId & router ) {
-   if ( const Attached * present = attached( topoId, router ) ) {
-      graph_.touch( present->node->second.value.vertex );
+   if ( const TopoRouter * present = links_.router( topoId, router ) ) {
+      touch( *present );
+   }
+}
+
+void
+TopoGraph::touch( const TopoRouter & router ) {
+   if ( const CspfVertex vertex = this->vertex( router ); vertex != noVertex ) {
+      graph_.touch( vertex );
    }
 }
 
 // Links.
-
-template< class Visit >
-void
-TopoGraph::forEachLinkOf( const RouterName & router, Visit && visit ) {
-   NeighborKey first;
-   first.routerIdIs( router.second );
-   links_.visitFrom( { router.first, first }, [ & ]( LinkEntry & link ) {
-      if ( link.first.topoId != router.first
-           || link.first.neighborKey.routerId() != router.second ) {
-         return false;
-      }
-      visit( link );
-      return true;
-   } );
-}
 
 CspfEdgeRecord
 TopoGraph::record( const LinkEntry & link, const OneTopology & topology,
@@ -215,20 +227,19 @@ TopoGraph::record( const LinkEntry & link, const OneTopology & topology,
 
 void
 TopoGraph::linkIs( LinkEntry & link, const Igp::Neighbor & neighbor ) {
-   const CspfEdge edge = place( link ).edge;
+   const CspfEdge edge = edgeOf( link );
    if ( edge == noEdge ) {
       connect( link, neighbor );
       return;
    }
-   const TopoLinkName & name = link.first;
-   const CspfEdgeRecord now = record( link, topologies_.at( name.topoId ), neighbor );
+   const CspfEdgeRecord now = record( link, topologies_.at( link.first.topoId() ), neighbor );
    if ( !sameRecord( graph_.record( edge ), now ) ) {
       graph_.updateEdge( edge, now );
    }
-   if ( name.neighborKey.neighborType() == Igp::p2p() ) {
-      pairingIs( name.topoId, name.neighborKey );
-   } else {
+   if ( link.first.isLan() ) {
       updateMembership( link );
+   } else {
+      pairingIs( edge );
    }
 }
 
@@ -239,49 +250,40 @@ TopoGraph::linkDel( LinkEntry & link ) {
 
 void
 TopoGraph::connect( LinkEntry & link, const Igp::Neighbor & neighbor ) {
-   const auto & [ topoId, key ] = link.first;
-   const Attached * from = attached( topoId, key.routerId() );
-   if ( !from || key.routerId() == key.neighborId() || place( link ).edge != noEdge ) {
+   const auto & [ from, to, linkId, type ] = link.first;
+   const auto * fromNode = part( *from ).node;
+   if ( !fromNode || from == to || edgeOf( link ) != noEdge ) {
       return;
    }
-   auto & topology = topologies_.at( topoId );
-   const CspfEdgeRecord record = this->record( link, topology, neighbor );
-   const CspfVertex fromVertex = from->node->second.value.vertex;
-   if ( key.neighborType() == Igp::lan() ) {
-      const CspfVertex network = networkIs( topology, { topoId, { key.neighborId() } } );
-      place( link ).edge = addEdge( fromVertex, network, record, link, neighbor );
+   const auto * toNode = part( *to ).node;
+   if ( !link.first.isLan() && !toNode ) {
+      waiting_.insert_or_assign( { to, &link }, &neighbor );
+      return;
+   }
+   const CspfEdgeRecord record =
+      this->record( link, topologies_.at( link.first.topoId() ), neighbor );
+   const CspfVertex fromVertex = fromNode->second.value.vertex;
+   if ( link.first.isLan() ) {
+      edgeOf( link ) = addEdge( fromVertex, networkIs( *to ), record, link, neighbor );
       updateMembership( link );
-   } else if ( const Attached * to = attached( topoId, key.neighborId() ) ) {
-      const CspfVertex toVertex = to->node->second.value.vertex;
-      place( link ).edge = addEdge( fromVertex, toVertex, record, link, neighbor );
-      pairingIs( topoId, key );
    } else {
-      topology.waiting[ key.neighborId() ].insert( &link );
+      edgeOf( link ) = addEdge( fromVertex, toNode->second.value.vertex, record, link, neighbor );
+      pairingIs( edgeOf( link ) );
    }
 }
 
 void
 TopoGraph::disconnect( LinkEntry & link ) {
-   const auto & [ topoId, key ] = link.first;
-   const auto topology = topologies_.find( topoId );
-   if ( topology == topologies_.end() ) {
-      return;
-   }
-   TopoLink::Place & place = this->place( link );
-   if ( place.edge != noEdge ) {
-      removeEdge( place.membership );
-      removeEdge( place.edge );
-      if ( key.neighborType() == Igp::lan() ) {
-         networkDelIfUnused( topology->second, key.neighborId() );
-      } else {
-         pairingIs( topoId, key );
-      }
-   } else if ( const auto at = topology->second.waiting.find( key.neighborId() );
-               at != topology->second.waiting.end() ) {
-      at->second.erase( &link );
-      if ( at->second.empty() ) {
-         topology->second.waiting.erase( at );
-      }
+   const CspfEdge edge = std::exchange( edgeOf( link ), noEdge );
+   if ( edge == noEdge ) {
+      waiting_.erase( { link.first.to, &link } );
+   } else if ( link.first.isLan() ) {
+      removeEdge( membership( edge ) );
+      removeEdge( edge );
+      networkDelIfUnused( *link.first.to );
+   } else {
+      pairingIs( edge );
+      removeEdge( edge );
    }
 }
 
@@ -289,24 +291,27 @@ CspfEdge
 TopoGraph::addEdge( CspfVertex from, CspfVertex to, const CspfEdgeRecord & record, LinkEntry & link,
                     const Igp::Neighbor & neighbor ) {
    const CspfEdge edge = graph_.addEdge( from, to, record );
-   edgeMeanings_.resize( graph_.edgeBound() );
-   edgeMeanings_[ index( edge ) ] = { &link, &neighbor, {} };
+   if ( index( edge ) >= edgeMeanings_.size() ) {
+      edgeMeanings_.resize( graph_.edgeBound() );
+      nextHops_.resize( graph_.edgeBound() );
+   }
+   edgeMeanings_[ index( edge ) ] = { &link, &neighbor };
+   nextHops_[ index( edge ) ] = {};
    ++changes_;
    return edge;
 }
 
 void
-TopoGraph::removeEdge( CspfEdge & edge ) {
+TopoGraph::removeEdge( CspfEdge edge ) {
    if ( edge != noEdge ) {
       graph_.removeEdge( edge );
-      edge = noEdge;
       ++changes_;
    }
 }
 
 void
 TopoGraph::rankMoved( const LinkEntry & link ) {
-   if ( const CspfEdge edge = link.second.value.at( kind_ ).edge; edge != noEdge ) {
+   if ( const CspfEdge edge = link.second.value.at( kind_ ); edge != noEdge ) {
       graph_.keyRankIs( edge, link.second.rank );
    }
 }

@@ -6,7 +6,7 @@
 #include <map>
 #include <set>
 #include <span>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace Cspf {
@@ -28,8 +28,9 @@ class TopoGraph {
    /// The number of no topology.
    static constexpr std::uint16_t noTopology = CspfGraph::anyTopology - 1;
 
-   /// The links outlive the graph.
+   /// The links outlive the graph; it notes in them where they and their routers stand.
    TopoGraph( TopoGraphKind kind, TopoLinks & links ) : kind_( kind ), links_( links ) {}
+   ~TopoGraph() { links_.forget( kind_ ); }
    TopoGraph( const TopoGraph & ) = delete;
    TopoGraph & operator=( const TopoGraph & ) = delete;
 
@@ -45,6 +46,7 @@ class TopoGraph {
    void overloadedIs( const TopoId & topoId, const IgpRouterId & router, bool overloaded );
    /// What is known of the router besides, its addresses and prefixes, has changed.
    void touch( const TopoId & topoId, const IgpRouterId & router );
+   void touch( const TopoRouter & router );
    /// The link is there, with what its neighbour entry says now.
    void linkIs( LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
    void linkDel( LinkEntry & link );
@@ -68,6 +70,7 @@ class TopoGraph {
    CspfVertex vertex( const AllTopoNetworkId & network ) const;
    /// The vertex of a router of that topology.
    CspfVertex router( const TopoId & topoId, const IgpRouterId & router ) const;
+   CspfVertex vertex( const TopoRouter & router ) const;
    /// By topology and neighbour key; TE router ids do not matter. O(log links).
    CspfEdge edge( const AllTopoNeighborKey & key ) const;
    /// Of a topology that is there, its number in the edges; nothing otherwise.
@@ -88,7 +91,7 @@ class TopoGraph {
    /// link between routers, and of the step from a LAN to a router. Unset where it has none.
    const Kivnet::IpGenAddr & nextHop( CspfEdge edge ) const {
       settlePairs();
-      return edgeMeanings_[ index( edge ) ].nextHop;
+      return nextHops_[ index( edge ) ];
    }
 
    /// The address of the near end of a link; where it has several, one that the far end knows.
@@ -104,59 +107,52 @@ class TopoGraph {
    std::vector< CspfEdge > edgesOfPartlyOverloaded( bool leaving ) const;
 
  private:
-   using RouterName = std::pair< TopoId, IgpRouterId >;
-   struct Node {
-      CspfVertex vertex = noVertex;
-      std::set< RouterName > routers;  // that are attached as this node
-      std::uint32_t overloaded = 0;    // how many of them are
-   };
-   using Nodes = RankedMap< NodeId, Node, 63 >;
-   struct Attached {
-      Nodes::Entry * node;
-      bool overloaded;
-   };
+   using Part = TopoRouterParts::Part;
    struct OneTopology {
       Lum::Ptr< const Routing::Topology::TopoDb > topoDb;
       std::uint16_t number = 0;
-      Lum::Map< IgpRouterId, Attached > routers;
-      Lum::Map< IgpRouterId, CspfVertex > networks;
-      /// Links of attached routers to a router that takes no part (yet), by that router.
-      Lum::Map< IgpRouterId, std::set< LinkEntry * > > waiting;
    };
    /// What a vertex stands for: a node, or a LAN.
    struct Meaning {
-      Nodes::Entry * node = nullptr;
-      AllTopoNetworkId networkId;
+      TopoNodes::Entry * node = nullptr;
+      TopoRouter * network = nullptr;
    };
    /// What an edge stands for. The neighbour entry is the table's own: an edge is gone before its
    /// entry is.
    struct EdgeMeaning {
       LinkEntry * link = nullptr;
       const Routing::Topology::Neighbor * neighbor = nullptr;
-      Kivnet::IpGenAddr nextHop;
+   };
+   /// Two vertices with links of one topology whose pairing may have changed, the lower one first.
+   struct Unpaired {
+      CspfVertex low, high;
+      std::uint16_t topology;
+      auto operator<=>( const Unpaired & ) const = default;
    };
    struct Parallel {
       CspfEdge edge;
       bool paired = false;
    };
 
-   TopoLink::Place & place( LinkEntry & link ) const { return link.second.value.at( kind_ ); }
-   const Attached * attached( const TopoId & topoId, const IgpRouterId & router ) const;
-   Nodes::Entry & nodeIs( const NodeId & nodeId );
-   void detach( OneTopology & topology, const RouterName & name, Attached attached );
-   void updateOverload( Nodes::Entry & node );
-   CspfVertex networkIs( OneTopology & topology, const AllTopoNetworkId & networkId );
-   void networkDelIfUnused( OneTopology & topology, const IgpRouterId & networkId );
+   CspfEdge & edgeOf( LinkEntry & link ) const { return link.second.value.at( kind_ ); }
+   Part & part( TopoRouter & router ) const { return router.second.at( kind_ ); }
+   const Part & part( const TopoRouter & router ) const { return router.second.at( kind_ ); }
+   TopoNodes::Entry & nodeIs( const NodeId & nodeId );
+   void attach( TopoRouter & router, const NodeId & node );
+   void detach( TopoRouter & router );
+   void updateOverload( TopoNodes::Entry & node );
+   CspfVertex networkIs( TopoRouter & network );
+   void networkDelIfUnused( TopoRouter & network );
    void meaningIs( CspfVertex vertex, const Meaning & meaning );
-   void numberIs( const Meaning & meaning, CspfVertex vertex );
 
-   template< class Visit >
-   void forEachLinkOf( const RouterName & router, Visit && visit );
    void connect( LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
    void disconnect( LinkEntry & link );
    CspfEdge addEdge( CspfVertex from, CspfVertex to, const CspfEdgeRecord & record,
                      LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
-   void removeEdge( CspfEdge & edge );
+   void removeEdge( CspfEdge edge );
+   /// The step back from the LAN that a link leads to; noEdge where the LAN does not list its
+   /// router, and for any other edge.
+   CspfEdge membership( CspfEdge link ) const;
    void updateMembership( LinkEntry & link );
    // Pairs follow from what is there; they are worked out when somebody asks.
    void settlePairs() const {
@@ -164,10 +160,10 @@ class TopoGraph {
          pairAll();
       }
    }
-   void pairingIs( const TopoId & topoId, const Routing::Topology::NeighborKey & key );
+   void pairingIs( CspfEdge link );
    void pairAll() const;
-   std::vector< Parallel > parallels( const TopoId & topoId, const IgpRouterId & from,
-                                      const IgpRouterId & to ) const;
+   std::vector< Parallel > parallels( CspfVertex from, CspfVertex to,
+                                      std::uint16_t topology ) const;
    void pairParallels( std::vector< Parallel > forward, std::vector< Parallel > backward ) const;
    void pairMirrored( std::vector< Parallel > & forward, std::vector< Parallel > & backward ) const;
    void pair( Parallel & one, Parallel & other, bool agree ) const;
@@ -183,12 +179,14 @@ class TopoGraph {
    mutable CspfGraph graph_;
    std::map< TopoId, OneTopology > topologies_;
    std::vector< bool > topologyNumbers_;  // in use
-   Nodes nodes_;
+   TopoNodes nodes_;
    std::vector< Meaning > meanings_;  // by vertex
    mutable std::vector< EdgeMeaning > edgeMeanings_;
-   /// The two routers of links whose pairing may have changed, the lower one first.
-   mutable std::set< std::tuple< TopoId, IgpRouterId, IgpRouterId > > unpaired_;
-   std::set< Nodes::Entry * > partlyOverloaded_;
+   mutable std::vector< Kivnet::IpGenAddr > nextHops_;  // by edge
+   /// Links of attached routers to a router that takes no part (yet), by that router.
+   std::map< std::pair< TopoRouter *, LinkEntry * >, const Routing::Topology::Neighbor * > waiting_;
+   mutable std::vector< Unpaired > unpaired_;
+   std::set< TopoNodes::Entry * > partlyOverloaded_;
    std::uint64_t changes_ = 0;  // edges that came or went since the last settling
 };
 

@@ -8,6 +8,8 @@
 
 #include "platform/Lum/Assert.h"
 
+#include <algorithm>
+
 namespace Cspf {
 
 CspfVertex
@@ -18,24 +20,26 @@ TopoGraph::vertex( const NodeId & node ) const {
 
 CspfVertex
 TopoGraph::vertex( const AllTopoNetworkId & network ) const {
-   const auto topology = topologies_.find( network.topoId() );
-   if ( topology == topologies_.end() ) {
-      return noVertex;
-   }
-   const auto at = topology->second.networks.find( network.networkId().id() );
-   return at == topology->second.networks.end() ? noVertex : at->second;
+   const TopoRouter * present = links_.router( network.topoId(), network.networkId().id() );
+   return present ? part( *present ).network : noVertex;
+}
+
+CspfVertex
+TopoGraph::vertex( const TopoRouter & router ) const {
+   const auto * node = part( router ).node;
+   return node ? node->second.value.vertex : noVertex;
 }
 
 CspfVertex
 TopoGraph::router( const TopoId & topoId, const IgpRouterId & router ) const {
-   const Attached * present = attached( topoId, router );
-   return present ? present->node->second.value.vertex : noVertex;
+   const TopoRouter * present = links_.router( topoId, router );
+   return present ? vertex( *present ) : noVertex;
 }
 
 CspfEdge
 TopoGraph::edge( const AllTopoNeighborKey & key ) const {
-   auto * link = links_.find( { key.topoId(), key.neighborKey() } );
-   return link ? place( *link ).edge : noEdge;
+   auto * link = links_.find( key.topoId(), key.neighborKey() );
+   return link ? edgeOf( *link ) : noEdge;
 }
 
 std::optional< std::uint16_t >
@@ -52,7 +56,8 @@ TopoGraph::nodeId( CspfVertex router ) const {
 
 AllTopoNetworkId
 TopoGraph::networkId( CspfVertex network ) const {
-   return meanings_[ index( network ) ].networkId;
+   const TopoRouterName & name = meanings_[ index( network ) ].network->first;
+   return { name.topoId(), { name.id() } };
 }
 
 Kivnet::IpGenAddr
@@ -66,22 +71,23 @@ TopoGraph::neighborKey( CspfEdge edge ) const {
    const TopoLinkName & name = edgeMeanings_[ index( edge ) ].link->first;
    const bool fromNetwork = graph_.kind( edge ) == CspfEdgeKind::networkToRouter;
    const bool p2p = graph_.kind( edge ) == CspfEdgeKind::routerToRouter;
-   return { name.topoId, name.neighborKey,
+   return { name.topoId(), name.neighborKey(),
             teRouterIdOf( fromNetwork ? graph_.to( edge ) : graph_.from( edge ) ),
             p2p ? teRouterIdOf( graph_.to( edge ) ) : Kivnet::IpGenAddr() };
 }
 
 IgpRouterId
 TopoGraph::igpRouterId( const TopoId & topoId, CspfVertex router ) const {
-   const auto & routers = meanings_[ index( router ) ].node->second.value.routers;
-   const auto at = routers.lower_bound( { topoId, {} } );
-   return at == routers.end() || at->first != topoId ? IgpRouterId() : at->second;
+   auto & routers = meanings_[ index( router ) ].node->second.value.routers;
+   const auto at = std::ranges::find_if(
+      routers, [ & ]( const TopoRouter * one ) { return one->first.topoId() == topoId; } );
+   return at == routers.end() ? IgpRouterId() : ( *at )->first.id();
 }
 
 bool
 TopoGraph::overloaded( const TopoId & topoId, const IgpRouterId & router ) const {
-   const Attached * present = attached( topoId, router );
-   return present && present->overloaded;
+   const TopoRouter * present = links_.router( topoId, router );
+   return present && part( *present ).overloaded;
 }
 
 std::vector< CspfEdge >
@@ -93,8 +99,7 @@ TopoGraph::edgesOfPartlyOverloaded( bool leaving ) const {
          const CspfEdge edge{ e };
          const TopoLinkName & name = edgeMeanings_[ e ].link->first;
          const bool intoFarEnd = !leaving && graph_.kind( edge ) == CspfEdgeKind::routerToRouter;
-         const auto & key = name.neighborKey;
-         if ( overloaded( name.topoId, intoFarEnd ? key.neighborId() : key.routerId() ) ) {
+         if ( part( intoFarEnd ? *name.to : *name.from ).overloaded ) {
             found.push_back( edge );
          }
       }
@@ -111,36 +116,31 @@ TopoGraph::settle( const NodeId & root ) {
    if ( first == noVertex ) {
       return;
    }
+   settlePairs();  // those to be paired are known by their numbers
    changes_ = 0;
    const CspfGraph::Renumbering to = graph_.renumber( first );
    std::vector< Meaning > meanings( graph_.vertexBound() );
    for ( std::size_t v = 0; v < meanings_.size(); ++v ) {
       if ( to.vertex[ v ] != noVertex ) {
          Meaning & meaning = meanings[ index( to.vertex[ v ] ) ] = meanings_[ v ];
-         numberIs( meaning, to.vertex[ v ] );
+         ( meaning.node ? meaning.node->second.value.vertex : part( *meaning.network ).network ) =
+            to.vertex[ v ];
       }
    }
    std::vector< EdgeMeaning > edges( graph_.edgeBound() );
+   std::vector< Kivnet::IpGenAddr > nextHops( graph_.edgeBound() );
    for ( std::size_t e = 0; e < edgeMeanings_.size(); ++e ) {
       if ( to.edge[ e ] != noEdge ) {
          edges[ index( to.edge[ e ] ) ] = edgeMeanings_[ e ];
-         const bool step = graph_.kind( to.edge[ e ] ) == CspfEdgeKind::networkToRouter;
-         TopoLink::Place & at = place( *edgeMeanings_[ e ].link );
-         ( step ? at.membership : at.edge ) = to.edge[ e ];
+         nextHops[ index( to.edge[ e ] ) ] = nextHops_[ e ];
+         if ( graph_.kind( to.edge[ e ] ) != CspfEdgeKind::networkToRouter ) {
+            edgeOf( *edgeMeanings_[ e ].link ) = to.edge[ e ];
+         }
       }
    }
    meanings_ = std::move( meanings );
    edgeMeanings_ = std::move( edges );
-}
-
-void
-TopoGraph::numberIs( const Meaning & meaning, CspfVertex vertex ) {
-   if ( meaning.node ) {
-      meaning.node->second.value.vertex = vertex;
-   } else {
-      topologies_.at( meaning.networkId.topoId() )
-         .networks.at( meaning.networkId.networkId().id() ) = vertex;
-   }
+   nextHops_ = std::move( nextHops );
 }
 
 std::string

@@ -15,7 +15,6 @@
 namespace Cspf {
 
 namespace Igp = Routing::Topology;
-using Igp::NeighborKey;
 
 namespace {
 
@@ -27,38 +26,53 @@ first( const Addresses & addresses ) {
    return set == addresses.end() ? Kivnet::IpGenAddr() : *set;
 }
 
+template< class T >
+void
+dropRepeats( std::vector< T > & elements ) {
+   std::ranges::sort( elements );
+   elements.erase( std::unique( elements.begin(), elements.end() ), elements.end() );
+}
+
 }
 
 // The reverses of point-to-point links.
 
+/// In key order.
 std::vector< TopoGraph::Parallel >
-TopoGraph::parallels( const TopoId & topoId, const IgpRouterId & from,
-                      const IgpRouterId & to ) const {
+TopoGraph::parallels( CspfVertex from, CspfVertex to, std::uint16_t topology ) const {
    std::vector< Parallel > found;
-   links_.visitFrom( { topoId, { from, Igp::p2p(), to, 0 } }, [ & ]( LinkEntry & link ) {
-      const NeighborKey & key = link.first.neighborKey;
-      if ( link.first.topoId != topoId || key.routerId() != from || key.neighborId() != to
-           || key.neighborType() != Igp::p2p() ) {
-         return false;
+   const auto leaving = graph_.out( from );
+   const auto entering = graph_.in( to );
+   for ( const std::uint32_t e : leaving.size() < entering.size() ? leaving : entering ) {
+      const CspfEdge edge{ e };
+      if ( graph_.from( edge ) == from && graph_.to( edge ) == to
+           && graph_.columns().topology[ e ] == topology ) {
+         found.push_back( { edge } );
       }
-      if ( place( link ).edge != noEdge ) {
-         found.push_back( { place( link ).edge } );
-      }
-      return true;
-   } );
+   }
+   std::ranges::sort( found, {},
+                      [ this ]( const Parallel & p ) { return graph_.keyRank( p.edge ); } );
    return found;
 }
 
 void
-TopoGraph::pairingIs( const TopoId & topoId, const NeighborKey & key ) {
-   const auto & [ low, high ] = std::minmax( key.routerId(), key.neighborId() );
-   unpaired_.insert( { topoId, low, high } );
+TopoGraph::pairingIs( CspfEdge link ) {
+   if ( unpaired_.size() == unpaired_.capacity() ) {
+      dropRepeats( unpaired_ );
+      unpaired_.reserve( 2 * unpaired_.size() );
+   }
+   const auto [ low, high ] = std::minmax( { graph_.from( link ), graph_.to( link ) } );
+   unpaired_.push_back( { low, high, graph_.columns().topology[ index( link ) ] } );
 }
 
 void
 TopoGraph::pairAll() const {
-   for ( const auto & [ topoId, low, high ] : std::exchange( unpaired_, {} ) ) {
-      pairParallels( parallels( topoId, low, high ), parallels( topoId, high, low ) );
+   auto unpaired = std::exchange( unpaired_, {} );
+   dropRepeats( unpaired );
+   for ( const auto & [ low, high, topology ] : unpaired ) {
+      if ( graph_.isRouter( low ) && graph_.isRouter( high ) ) {
+         pairParallels( parallels( low, high, topology ), parallels( high, low, topology ) );
+      }
    }
 }
 
@@ -198,8 +212,8 @@ TopoGraph::updateNextHop( CspfEdge edge ) const {
 
 void
 TopoGraph::nextHopIs( CspfEdge edge, const Kivnet::IpGenAddr & nextHop ) const {
-   if ( edgeMeanings_[ index( edge ) ].nextHop != nextHop ) {
-      edgeMeanings_[ index( edge ) ].nextHop = nextHop;
+   if ( nextHops_[ index( edge ) ] != nextHop ) {
+      nextHops_[ index( edge ) ] = nextHop;
       graph_.noteEdge( edge );
    }
 }
@@ -215,43 +229,45 @@ TopoGraph::interfaceAddr( CspfEdge link ) const {
 // LANs.
 
 CspfVertex
-TopoGraph::networkIs( OneTopology & topology, const AllTopoNetworkId & networkId ) {
-   const auto [ at, fresh ] = topology.networks.try_emplace( networkId.networkId().id(), noVertex );
-   if ( fresh ) {
-      at->second = graph_.addNetwork();
-      meaningIs( at->second, { nullptr, networkId } );
+TopoGraph::networkIs( TopoRouter & network ) {
+   CspfVertex & vertex = part( network ).network;
+   if ( vertex == noVertex ) {
+      vertex = graph_.addNetwork();
+      meaningIs( vertex, { nullptr, &network } );
    }
-   return at->second;
+   return vertex;
 }
 
 void
-TopoGraph::networkDelIfUnused( OneTopology & topology, const IgpRouterId & networkId ) {
-   const auto at = topology.networks.find( networkId );
-   if ( graph_.in( at->second ).empty() ) {
-      graph_.removeVertex( at->second );
-      topology.networks.erase( at );
+TopoGraph::networkDelIfUnused( TopoRouter & network ) {
+   if ( graph_.in( part( network ).network ).empty() ) {
+      graph_.removeVertex( std::exchange( part( network ).network, noVertex ) );
    }
+}
+
+CspfEdge
+TopoGraph::membership( CspfEdge link ) const {
+   return graph_.kind( link ) == CspfEdgeKind::routerToNetwork ? graph_.reverse( link ) : noEdge;
 }
 
 void
 TopoGraph::updateMembership( LinkEntry & link ) {
-   const auto & [ topoId, key ] = link.first;
-   const auto & topology = topologies_.at( topoId );
-   const auto * network = topology.topoDb->networkFind( { key.neighborId() } );
-   const bool listed = network && network->routerHas( key.routerId() );
-   TopoLink::Place & place = this->place( link );
+   const auto & topology = topologies_.at( link.first.topoId() );
+   const auto * network = topology.topoDb->networkFind( { link.first.to->first.id() } );
+   const bool listed = network && network->routerHas( link.first.from->first.id() );
+   const CspfEdge edge = edgeOf( link );
+   CspfEdge step = membership( edge );
    if ( !listed ) {
-      removeEdge( place.membership );
-   } else if ( place.membership == noEdge ) {
+      removeEdge( step );
+      return;
+   }
+   if ( step == noEdge ) {
       CspfEdgeRecord record;
       record.topology = topology.number;
-      place.membership = addEdge( graph_.to( place.edge ), graph_.from( place.edge ), record, link,
-                                  neighbor( place.edge ) );
-      graph_.pairIs( place.edge, place.membership, true );
+      step = addEdge( graph_.to( edge ), graph_.from( edge ), record, link, neighbor( edge ) );
+      graph_.pairIs( edge, step, true );
    }
-   if ( listed ) {
-      nextHopIs( place.membership, first( neighbor( place.edge ).interfaceAddrList() ) );
-   }
+   nextHopIs( step, first( neighbor( edge ).interfaceAddrList() ) );
 }
 
 void
