@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <deque>
 #include <malloc.h>
+#include <random>
 
 extern "C" AgentRunner::Agent * agentFactory( const char * name );
 
@@ -89,6 +90,22 @@ labOf( const GeneratedNetwork & network ) {
          routerName( there.to ), Kivnet::IntfId( name + ".b" ), { address( 0x0a000001 + i ) } };
       link.ab.attributes = attributesOf( there );
       link.ba.attributes = attributesOf( network.links[ i + 1 ] );
+   }
+   return document;
+}
+
+Lab::LabDocument
+requestsOf( const GeneratedNetwork & network, const std::string & client, std::uint32_t paths,
+            const std::function< void( std::uint32_t, Lab::LabConstraint & ) > & constrain ) {
+   Lab::LabDocument document = labOf( network );
+   document.clients[ client ] = {
+      { { Lab::Vrf::defaultVrf(), true } }, { { Lab::Af::ipv4, true } }, false };
+   std::mt19937 random( 5 );
+   for ( std::uint32_t n = 0; n < paths; ++n ) {
+      Lab::LabPath & path = document.paths[ client ][ "p" + std::to_string( n ) ];
+      path.dst = Cspf::Destination( teRouterIdOf( 1 + random() % ( network.routers - 1 ) ) );
+      path.id = n;
+      constrain( n, path.constraint );
    }
    return document;
 }

@@ -7,6 +7,7 @@
 #include "tools/lab/LabState.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace Cspf {
@@ -24,6 +25,11 @@ Kivnet::IpGenAddr teRouterIdOf( std::uint32_t router );
 /// The generated network as the router's own level-2 table; the agent runs on router 0. Link n has
 /// the name "l" + n. Without paths or clients.
 Lab::LabDocument labOf( const GeneratedNetwork & network );
+/// ... with a client that asks for IPv4 paths to routers at random, path n under id n; each is
+/// shown with its number before it is asked for.
+Lab::LabDocument
+requestsOf( const GeneratedNetwork & network, const std::string & client, std::uint32_t paths,
+            const std::function< void( std::uint32_t, Lab::LabConstraint & ) > & constrain );
 
 /// The whole agent on state in this process and a virtual clock.
 class BenchAgent {

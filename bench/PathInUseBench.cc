@@ -13,28 +13,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <random>
 #include <vector>
 
 namespace {
 
 constexpr std::uint32_t paths = 10'000;
 constexpr int rounds = 7;
-
-Lab::LabDocument
-requests( const GeneratedNetwork & network, const std::string & client, std::uint64_t bandwidth ) {
-   Lab::LabDocument document = labOf( network );
-   document.clients[ client ] = {
-      { { Lab::Vrf::defaultVrf(), true } }, { { Lab::Af::ipv4, true } }, false };
-   std::mt19937 random( 5 );
-   for ( std::uint32_t n = 0; n < paths; ++n ) {
-      Lab::LabPath & path = document.paths[ client ][ "p" + std::to_string( n ) ];
-      path.dst = Cspf::Destination( teRouterIdOf( 1 + random() % ( network.routers - 1 ) ) );
-      path.id = n;
-      path.constraint.bandwidth = bandwidth;
-   }
-   return document;
-}
 
 struct Times {
    double first, later;
@@ -64,7 +48,10 @@ Times
 measure( const GeneratedNetwork & network, const char * client, std::uint64_t bandwidth,
          bool recomputes ) {
    BenchAgent agent;
-   agent.lab().write( requests( network, client, bandwidth ) );
+   agent.lab().write(
+      requestsOf( network, client, paths, [ & ]( std::uint32_t, Lab::LabConstraint & constraint ) {
+         constraint.bandwidth = bandwidth;
+      } ) );
    agent.settle();
    agent.followingIs( false );
    const std::uint64_t runsBefore = agent.runs();
