@@ -27,17 +27,30 @@ const CspfLinkFilter &
 PathValidationMemory::filter( const AllTopoDbView & view, const NodeId & source ) {
    filterConstraint_.bwUsageIdIs( view.constraint().bwUsageId() );  // it is the same for all users
    if ( filterVersion_ != view.graph().version() || filterAddresses_ != hopAddresses_->changes()
-        || filterSource_ != source || filterConstraint_ != view.constraint() ) {
+        || filterSource_ != source || filters_.size() > mostFilters ) {
+      filters_.clear();
+      filter_ = nullptr;
+   }
+   if ( !filter_ || filterConstraint_ != view.constraint() ) {
       filterConstraint_ = view.constraint();
       filterConstraint_.bwUsageIdIs( {} );
-      const AllTopoTeDbView anyUser( view.allTopoDb(), view.allTopoDbStatus(), filterConstraint_,
-                                     view.bwUsageManager() );
-      filter_.constraintIs( anyUser.linkConstraint( source ) );
-      filterSource_ = source;
-      filterVersion_ = view.graph().version();
-      filterAddresses_ = hopAddresses_->changes();
+      const auto present = filters_.find( filterConstraint_ );
+      filter_ = present == filters_.end() ? &newFilter( view, source ) : &present->second;
    }
-   return filter_;
+   return *filter_;
+}
+
+/// Of the constraint in `filterConstraint_`.
+const CspfLinkFilter &
+PathValidationMemory::newFilter( const AllTopoDbView & view, const NodeId & source ) {
+   const AllTopoTeDbView anyUser( view.allTopoDb(), view.allTopoDbStatus(), filterConstraint_,
+                                  view.bwUsageManager() );
+   CspfLinkFilter & filter = filters_[ filterConstraint_ ];
+   filter.constraintIs( anyUser.linkConstraint( source ) );
+   filterSource_ = source;
+   filterVersion_ = view.graph().version();
+   filterAddresses_ = hopAddresses_->changes();
+   return filter;
 }
 
 PathValidity::PathValidity( const AllTopoDbView & view, PathValidationMemory & memory )

@@ -24,12 +24,18 @@ class PathValidationMemory {
    std::vector< CspfPathHop > & links() noexcept { return links_; }
 
  private:
+   const CspfLinkFilter & newFilter( const AllTopoDbView & view, const NodeId & source );
+
+   static constexpr std::size_t mostFilters = 1024;
+
    Lum::Ptr< HopAddressMemory > hopAddresses_;
-   CspfLinkFilter filter_;
-   InternalPathConstraint filterConstraint_;  // that filter_ was made of, but for the user
+   Lum::Map< InternalPathConstraint, CspfLinkFilter > filters_;  // by constraint, but for the user
+   const CspfLinkFilter * filter_ = nullptr;  // the last one that was asked for; null: none
+   InternalPathConstraint filterConstraint_;  // ... and of what
+   // What all of them were made of.
    NodeId filterSource_;
-   std::uint64_t filterVersion_ = 0;    // of the graph; 0: none was made
-   std::uint64_t filterAddresses_ = 0;  // changes of addresses that it knows of
+   std::uint64_t filterVersion_ = 0;    // of the graph
+   std::uint64_t filterAddresses_ = 0;  // changes of addresses
    std::vector< CspfPathHop > links_;
 };
 
