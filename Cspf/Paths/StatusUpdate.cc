@@ -54,10 +54,11 @@ void
 initializePathStatusCache( const Lum::Ptr< PathStatusCache > & pathStatusCache,
                            const PathStatus & pathStatus ) {
    LUM_ASSERT( !pathStatusCache->path() );
-   pathStatusCache->pathIs( sharedRecord< PathArray >( pathStatus.pathList() ) );
-   pathStatusCache->pathSrlgIs( sharedRecord< PathSrlg >( pathStatus.pathSrlgList() ) );
+   const auto path = sharedRecord< PathArray >( pathStatus.pathList() );
+   pathStatusCache->pathIs( path );
+   pathStatusCache->pathSrlgIs( sharedRecord( pathStatus.pathSrlgList(), path->lastSrlg ) );
    pathStatusCache->pathTeRouterIdIs(
-      sharedRecord< PathTeRouterId >( pathStatus.pathTeRouterIdList() ) );
+      sharedRecord( pathStatus.pathTeRouterIdList(), path->lastTeRouterId ) );
    pathStatusCache->includeIpsIs( sharedRecord< IncludeIps >( pathStatus.includeIpList() ) );
 }
 

@@ -70,10 +70,23 @@ sharedRecord( const typename Record::Hops & hops ) {
    return SharedRecord< Record >::of( hops );
 }
 
+template< class Record >
+Lum::Ptr< const Record >
+sharedRecord( const typename Record::Hops & hops, Lum::Ptr< const Record > & last ) {
+   if ( !last || content( *last ) != hops ) {
+      last = sharedRecord< Record >( hops );
+   }
+   return last;
+}
+
 template Lum::Ptr< const PathArray > sharedRecord( const PathArray::Hops & );
 template Lum::Ptr< const PathSrlg > sharedRecord( const PathSrlg::Hops & );
 template Lum::Ptr< const PathTeRouterId > sharedRecord( const PathTeRouterId::Hops & );
 template Lum::Ptr< const IncludeIps > sharedRecord( const IncludeIps::Hops & );
+template Lum::Ptr< const PathSrlg > sharedRecord( const PathSrlg::Hops &,
+                                                  Lum::Ptr< const PathSrlg > & );
+template Lum::Ptr< const PathTeRouterId > sharedRecord( const PathTeRouterId::Hops &,
+                                                        Lum::Ptr< const PathTeRouterId > & );
 
 /// A record that is empty already is kept, since who compares results compares records first.
 void

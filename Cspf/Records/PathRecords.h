@@ -9,26 +9,6 @@
 /// the publisher and the bandwidth accounts share them.
 namespace Cspf {
 
-/// Hop addresses in travel order: the next-hop address of each link.
-class PathArray : public Lum::Entity {
-   LUM_ENTITY( Cspf, PathArray );
-   using Hops = Lum::List< HopIndex, Kivnet::IpGenAddr >;
-   LUM_LIST( path, HopIndex, Kivnet::IpGenAddr );
-   PathArray() = default;
-   explicit PathArray( Hops hops, bool fromSourceToSource = false )
-      : path_( std::move( hops ) ),
-        isPathFromSourceToSource_( fromSourceToSource ) {}
-
-   const Hops & path() const noexcept { return path_; }
-   std::size_t hopCount() const noexcept { return path_.size(); }
-   /// The destination is the source itself: no hops, and yet a path.
-   bool isPathFromSourceToSource() const noexcept { return isPathFromSourceToSource_; }
-   void isPathFromSourceToSourceIs( bool is ) noexcept { isPathFromSourceToSource_ = is; }
-
- private:
-   bool isPathFromSourceToSource_ = false;
-};
-
 /// SRLGs of each hop's link.
 class PathSrlg : public Lum::Entity {
    LUM_ENTITY( Cspf, PathSrlg );
@@ -53,6 +33,31 @@ class PathTeRouterId : public Lum::Entity {
    std::size_t hopCount() const noexcept { return pathTeRouterId_.size(); }
 };
 
+/// Hop addresses in travel order: the next-hop address of each link.
+class PathArray : public Lum::Entity {
+   LUM_ENTITY( Cspf, PathArray );
+   using Hops = Lum::List< HopIndex, Kivnet::IpGenAddr >;
+   LUM_LIST( path, HopIndex, Kivnet::IpGenAddr );
+   PathArray() = default;
+   explicit PathArray( Hops hops, bool fromSourceToSource = false )
+      : path_( std::move( hops ) ),
+        isPathFromSourceToSource_( fromSourceToSource ) {}
+
+   const Hops & path() const noexcept { return path_; }
+   std::size_t hopCount() const noexcept { return path_.size(); }
+   /// The destination is the source itself: no hops, and yet a path.
+   bool isPathFromSourceToSource() const noexcept { return isPathFromSourceToSource_; }
+   void isPathFromSourceToSourceIs( bool is ) noexcept { isPathFromSourceToSource_ = is; }
+
+   // What was last found beside these hops: most likely the same as beside them elsewhere.
+
+   mutable Lum::Ptr< const PathSrlg > lastSrlg;
+   mutable Lum::Ptr< const PathTeRouterId > lastTeRouterId;
+
+ private:
+   bool isPathFromSourceToSource_ = false;
+};
+
 /// Include hops found on the path, in order.
 class IncludeIps : public Lum::Entity {
    LUM_ENTITY( Cspf, IncludeIps );
@@ -69,6 +74,10 @@ class IncludeIps : public Lum::Entity {
 /// paths to one destination take the same way, and so take its records once. O(hops).
 template< class Record >
 Lum::Ptr< const Record > sharedRecord( const typename Record::Hops & hops );
+/// The same, most likely the last one that was found here.
+template< class Record >
+Lum::Ptr< const Record > sharedRecord( const typename Record::Hops & hops,
+                                       Lum::Ptr< const Record > & last );
 
 /// A path as links of the topology: what it reserves, and what is checked of a published path.
 class PathAsTopoDbLinks : public Lum::Entity {

@@ -24,12 +24,19 @@ namespace {
 constexpr std::uint32_t mostHops = HopIndex::max + 1;
 
 /// Puts another record in place of one that holds other elements: `make( hop )` for each hop, where
-/// `same( element, hop )` tells whether a present one is that.
+/// `same( element, hop )` tells whether a present one is that. `last`: most likely the right one.
 template< class List, class Record, class Hops, class Same, class Make >
 void
 renew( Lum::Ptr< const Record > & record, const List & ( Record::*list )() const noexcept,
-       const Hops & hops, Same same, Make make ) {
-   if ( record && std::ranges::equal( ( *record.*list )(), hops, same ) ) {
+       const Hops & hops, Same same, Make make, Lum::Ptr< const Record > * last = nullptr ) {
+   const auto isRight = [ & ]( const Lum::Ptr< const Record > & some ) {
+      return some && std::ranges::equal( ( *some.*list )(), hops, same );
+   };
+   if ( isRight( record ) ) {
+      return;
+   }
+   if ( last && isRight( *last ) ) {
+      record = *last;
       return;
    }
    List renewed;
@@ -38,6 +45,9 @@ renew( Lum::Ptr< const Record > & record, const List & ( Record::*list )() const
       renewed.push( make( hop ) );
    }
    record = sharedRecord< Record >( renewed );
+   if ( last ) {
+      *last = record;
+   }
 }
 
 }
@@ -111,13 +121,15 @@ CspfData::fillAttributes( CspfPathResult & result ) const {
             ofHop.srlgIs( SrlgIndex( ofHop.srlgs() ), srlg );
          }
          return ofHop;
-      } );
+      },
+      &result.path->lastSrlg );
    const auto router = [ this ]( const Hop & hop ) {
       return teRouterIdOfNexthopOnLink( hop.arrival );
    };
    renew(
       result.pathTeRouterId, &PathTeRouterId::pathTeRouterId, hops_,
-      [ & ]( const auto & old, const Hop & hop ) { return old == router( hop ); }, router );
+      [ & ]( const auto & old, const Hop & hop ) { return old == router( hop ); }, router,
+      &result.path->lastTeRouterId );
    result.clearIncludeIps();
    fillLinks( result );
 }
