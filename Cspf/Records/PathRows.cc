@@ -7,6 +7,8 @@
 
 #include "platform/Kiv/DumpContext.h"
 
+#include <algorithm>
+
 namespace Cspf {
 
 namespace {
@@ -41,6 +43,13 @@ PathInfoKey::hash() const noexcept {
       shared_->hash = static_cast< std::uint32_t >( seed ) | 1;
    }
    return shared_->hash;
+}
+
+std::vector< PathInfoKey >
+ConstraintInfo::waitingInOrder() const {
+   std::vector< PathInfoKey > keys( waiting.begin(), waiting.end() );
+   std::ranges::sort( keys );
+   return keys;
 }
 
 void

@@ -9,8 +9,8 @@
 #include "schema/CspfClient.h"
 #include "schema/CspfStatus.h"
 
-#include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace Kiv {
@@ -163,8 +163,10 @@ LUM_ENUM( ConstraintMissing, std::uint8_t, nothing, interface, neighborOnInterfa
 class ConstraintInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintInfo );
    explicit ConstraintInfo( const ConstraintHandle & handle )
-      : constraint_( dedupConstraintOf( handle ) ) {}
-   LUM_COLLECTION_ORDERED( path, PathInfoKey, bool );
+      : constraint_( dedupConstraintOf( handle ) ) {
+      path_.max_load_factor( 0.6F );  // it grows at other sizes than the tables below
+   }
+   LUM_COLLECTION( path, PathInfoKey, bool );
    LUM_COUNTER( answeredCount );                       ///< of a repair's: they were answered
    LUM_COUNTER( cspfRequestCount );                    ///< requests for a computation
    LUM_ATTRIBUTE( topoInfoChangedAt, double );         ///< seconds; 0: reset
@@ -176,7 +178,8 @@ class ConstraintInfo : public Lum::Entity {
    LUM_ATTRIBUTE( sourceMissing, bool );
    LUM_ATTRIBUTE( constraintMissingInTopo, bool );
    /// The paths that asked since the last run.
-   std::set< PathInfoKey > waiting;
+   std::unordered_set< PathInfoKey, Lum::Hash > waiting;
+   std::vector< PathInfoKey > waitingInOrder() const;
    LUM_ATTRIBUTE( missing, ConstraintMissing );
 
    // Followers are marked for refresh, and answered, all at once: their rows stay as they are and

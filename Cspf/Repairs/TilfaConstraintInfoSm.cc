@@ -32,7 +32,7 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
    if ( stopUnlessScheduled( __PRETTY_FUNCTION__ ) ) {
       return;
    }
-   constraintInfo()->waiting.clear();  // all are answered
+   constraintInfo()->waiting = {};  // all are answered
    constraintInfo()->sourceMissingIs( !sourceInTopology( view()->spfRoot() ) );
    constraintInfo()->constraintMissingInTopoIs( !constraintInfo()->sourceMissing()
                                                 && pathConstraint().sourceType() == neighborOnLink()
@@ -183,6 +183,7 @@ TilfaConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfD
          trees.push_back( key );
       }
    }
+   std::ranges::sort( trees );
    for ( const PathInfoKey & key : trees ) {
       updatePath( key, cspfData );
    }

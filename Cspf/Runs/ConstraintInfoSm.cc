@@ -269,7 +269,7 @@ ConstraintInfo::dumpState( Kiv::DumpContext & context, int indent ) const {
    }
    dumpConstraint( constraint().pathConstraint(), context, indent );
    context.printf( indent, "%*c TEPs using this constraint: \n" );
-   for ( const auto & [ key, uses ] : pathColl() ) {
+   for ( const PathInfoKey & key : Lum::sortedKeys( pathColl() ) ) {
       context.printf( indent + 1, "%*c %s\n", key.pathKey().dst().stringValue().c_str() );
    }
 }

@@ -107,7 +107,7 @@ ConstraintInfoSm::answerEachOne( const NodeId & source, bool kept, const char * 
 /// Tells of each follower what its own machine would.
 void
 ConstraintInfoSm::tellFollowers() const {
-   for ( const auto & [ key, uses ] : constraintInfo()->pathColl() ) {
+   for ( const PathInfoKey & key : Lum::sortedKeys( constraintInfo()->pathColl() ) ) {
       if ( key.followsConstraint() ) {
          TRACE8_FOR( "virtual void Cspf::PathRefreshSm::handleTopoChanged()",
                      "topoChangedAt reset for " << key.traceString() );
@@ -177,7 +177,7 @@ ConstraintInfoSm::answerFollowers( const NodeId & source, const char * operation
       verifyKept( kept_, view(), context() );
    }
    info.marked = false;
-   info.waiting.clear();
+   info.waiting = {};
    info.answers += all;
    answeredFrom_ = source;
    TRACE7_FOR( operation, "run cspf, cspfRequestCount " << info.cspfRequestCount() );
@@ -229,12 +229,13 @@ ConstraintInfoSm::answerFromKept( const NodeId & source, const std::vector< Path
 /// not cost a walk over the others.
 std::vector< PathInfoKey >
 ConstraintInfoSm::pathsToAnswer( const NodeId & source ) {
-   const auto waiting = std::exchange( constraintInfo()->waiting, {} );
    const NodeId from = constraintInfo()->sourceMissing() ? NodeId() : source;
    const bool fresh = std::exchange( answeredFrom_, from ) == from && from
                       && changedAt() <= constraintStats()->cspfLastRanAt();
-   return fresh ? std::vector< PathInfoKey >( waiting.begin(), waiting.end() )
-                : Lum::sortedKeys( constraintInfo()->pathColl() );
+   std::vector< PathInfoKey > paths =
+      fresh ? constraintInfo()->waitingInOrder() : Lum::sortedKeys( constraintInfo()->pathColl() );
+   constraintInfo()->waiting = {};
+   return paths;
 }
 
 void

@@ -315,10 +315,10 @@ KeptAnswers::dropLeft( const ConstraintInfo & constraintInfo, const PathStatusIn
 std::vector< PathInfoKey >
 KeptAnswers::pathsToAnswer( const ConstraintInfo & constraintInfo, bool all ) const {
    const auto & waiting = constraintInfo.waiting;
-   std::vector< PathInfoKey > keys( waiting.begin(), waiting.end() );
    if ( !all ) {
-      return keys;
+      return constraintInfo.waitingInOrder();
    }
+   std::vector< PathInfoKey > keys( waiting.begin(), waiting.end() );
    std::size_t known = waiting.size();
    for ( const Path & path : paths_ ) {
       const PathInfoKey & key = path.row->pathInfoKey();
