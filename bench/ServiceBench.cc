@@ -144,11 +144,16 @@ measurePaths( std::uint32_t count, std::uint32_t distinct ) {
    agent.lab().write( document );
    agent.settle();
    askForPaths( document, links, count, distinct );
-   Lab::LabChange change;
-   change.surroundings = true;
+   const Lab::LabConfigs configs = Lab::configsOf( document );
    const std::size_t before = heapInUse();
    const double took = cpuMilliseconds( [ & ]() {
-      agent.lab().write( document, change );
+      for ( const auto & [ client, requests ] : configs ) {
+         const auto table =
+            Lum::cast< Cspf::Config >( agent.tables().table( client.configPath() ) );
+         for ( const auto & [ key, request ] : requests ) {
+            table->pathConfigIs( request );
+         }
+      }
       agent.settle();
    } );
    const std::size_t taken = heapInUse() - before;
