@@ -396,6 +396,31 @@ TEST( ListStorm, WhatIsWrittenToACopyShowsThereAlone ) {
    }
 }
 
+TEST( RareMaps, AreOrderedMapsWhoseCopiesAreTheirOwn ) {
+   std::mt19937 random( 5 );
+   using Peer = std::map< int, std::string >;
+   std::vector< std::pair< Lum::RareMap< int, std::string >, Peer > > all( 3 );
+   for ( int step = 0; step < 2000; ++step ) {
+      auto & [ map, peer ] = all[ random() % all.size() ];
+      const int key = static_cast< int >( random() % 4 );
+      if ( step % 7 == 0 ) {
+         all[ random() % all.size() ] = { map, peer };
+      } else if ( random() % 2 ) {
+         const auto [ at, fresh ] = map.try_emplace( key );
+         ASSERT_EQ( fresh, !peer.contains( key ) );
+         at->second = peer[ key ] = std::to_string( step );
+      } else {
+         const auto node = map.extract( key );
+         ASSERT_EQ( node.empty() ? "" : node.mapped(), peer.contains( key ) ? peer[ key ] : "" );
+         peer.erase( key );
+      }
+      for ( const auto & [ one, its ] : all ) {
+         ASSERT_EQ( Peer( one.begin(), one.end() ), its );
+         ASSERT_EQ( one.empty(), its.empty() );
+      }
+   }
+}
+
 TEST( BoundedTypes, NameThemselvesWhenOutOfRange ) {
    using testing::ThrowsMessage;
    for ( const int value : { 8, -1, 256 } ) {

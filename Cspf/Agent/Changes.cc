@@ -59,18 +59,10 @@ VrfRootSm::handleConstraintTopoInfoUpdaterTask() {
 /// A link may have another name now. What is a path's own must be known before it is judged.
 void
 VrfRootSm::doUpdatePathBwUsages() {
-   std::vector< Lum::Ptr< PathUsageSm > > usages;  // one that is told may end others
-   for ( const auto & [ user, handles ] : constraintsOfUser_ ) {
-      for ( const ConstraintHandle & handle : handles ) {
-         for ( const auto & [ key, uses ] :
-               vrfRoot_->constraintInfoTable()->constraintInfo( handle )->pathColl() ) {
-            if ( const auto & usage = vrfRoot_->pathUsageSm( key ) ) {
-               usages.push_back( usage );
-            }
-         }
-      }
-   }
-   for ( const auto & usage : usages ) {
+   const auto concerned = vrfRoot_->pathUsageContext().byRouter.concerned(
+      vrfRoot_->allTopoDbStatus()->teGraph().graph(),
+      vrfRoot_->pathValidationMemory().hopAddresses().sourceChanges() );
+   for ( const auto & usage : concerned ) {  // one that is told may end others
       usage->handleTopoChanged();
    }
 }

@@ -22,7 +22,9 @@ class MachineRows {
    /// Starts the machine, in place of an earlier one.
    template< auto member, class Machine >
    void set( const Key & key, Lum::Ptr< Machine > machine ) {
-      del< member >( key );
+      if ( rows_[ key ].*member ) {
+         del< member >( key );
+      }
       rows_[ key ].*member = machine;
       Lum::start( machine );
    }
@@ -39,6 +41,14 @@ class MachineRows {
          rows_.erase( row );
       }
       Lum::retire( machine );
+   }
+   template< auto member, class Visit >
+   void forEach( Visit && visit ) const {
+      for ( const auto & [ key, row ] : rows_ ) {
+         if ( row.*member ) {
+            visit( *( row.*member ) );
+         }
+      }
    }
    /// In key order.
    template< auto member >

@@ -1,8 +1,8 @@
 // The owner of one VRF's path service in one family. Start-up and tear-down are in fixed orders:
 // tables come before the machines that fill them, the topology store before the views that read
 // it, and all go in reverse. State machines are made and ended by VrfRootSm and by each other;
-// here they only have their place. A path has up to eight machines, which stand in one row, so
-// that its key is kept once.
+// here they only have their place. The machines of a path stand in one row, so that its key is
+// kept once.
 
 #include "Cspf/Agent/VrfRoot.h"
 
@@ -84,7 +84,11 @@ VrfRoot::handleInitialized() {
    bwUsageManagerIs( allTopoDb_, bwUsageTable() );
    allTopoDbStatusIs( vrfSourceId_, tables_->intfIpToRouterId.table() );
    topology_ = { allTopoDb_, allTopoDbStatus(), bwUsageManager() };
+   requestContext_ = { dedupConstraintTable(), pathStatusInfoTable(), pathStatusCacheTable(),
+                       teStatus_, bwUsageManager()->localIdAllocator() };
    pathValidationMemory_ = std::make_unique< PathValidationMemory >( allTopoDbStatus() );
+   pathUsageContext_ = std::make_unique< PathUsageContext >(
+      PathUsageContext{ topology_, *pathValidationMemory_, {} } );
    allTopoDbSmIs( allTopoDb_, allTopoDbStatus() );
    enableTopoDbClient();
    if ( teStatus_ ) {
@@ -127,6 +131,12 @@ VrfRoot::pathDel( const PathInfoKey & key ) {
    pathStatusCacheTable()->pathStatusCacheDel( key );
    pqComputeSmDel( key );
    pathUsageSmDel( key );
+}
+
+void
+VrfRoot::pathConstraintsDel() {
+   pathMachines_.forEach< &PathMachines::pathStatusInfoSm >(
+      []( PathConstraintSm & machine ) { machine.ownerIs( nullptr ); } );
 }
 
 void

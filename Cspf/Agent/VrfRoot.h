@@ -27,41 +27,47 @@ inline constexpr const char * topoDbClientName = "cspf";
 
 class VrfRootSm;
 
-/// Makes the machines that a path has only while it has a constraint.
+/// A path's place among the users of its constraint; and makes the machines that a path has only
+/// while it has a constraint.
 ///
 ///   watches                     handler               makes (in the VrfRoot)
 ///   PathStatusInfo.constraint   handleNewConstraint   refresh (of a repair: pqComputeSm), status
-///                                                     update
-class PathConstraintSm : public Lum::Reactor {
+///                               (after all else)      update
+class PathConstraintSm : public PathStatusInfoSm {
    LUM_ENTITY( Cspf, PathConstraintSm );
-   /// The owner outlives this object.
-   PathConstraintSm( VrfRootSm & owner, const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
-      : owner_( owner ),
-        pathStatusInfo_( pathStatusInfo ) {}
+   using PathStatusInfoSm::PathStatusInfoSm;
 
-   void handleInitialized() override;
+   void handleConstraint() override;
+   void doPrepareToDie() override;
    void handleNewConstraint();
+   /// Who makes the machines from now on, first those that are due; null: nobody. The owner
+   /// outlives this object, or says so.
+   void ownerIs( VrfRootSm * owner );
 
  private:
-   VrfRootSm & owner_;
-   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+   VrfRootSm * owner_ = nullptr;
 };
 
 /// The machines of one path.
 struct PathMachines {
    Lum::Ptr< PathConfigInfoSm > pathConfigInfoSm;
-   Lum::Ptr< PathStatusInfoSm > pathStatusInfoSm;
+   Lum::Ptr< PathConstraintSm > pathStatusInfoSm;
    Lum::Ptr< PathRefreshSm > pathRefreshSm;
    Lum::Ptr< PathStatusUpdateSm > pathStatusUpdateSm;
-   Lum::Ptr< Lfa::PqComputeSm > pqComputeSm;
    Lum::Ptr< PathUsageSm > pathUsageSm;
-   Lum::Ptr< RsvpPathStitchSm > rsvpPathStitchSm;
-   Lum::Ptr< PathConstraintSm > pathConstraintSm;
 
    bool empty() const {
       return !pathConfigInfoSm && !pathStatusInfoSm && !pathRefreshSm && !pathStatusUpdateSm
-             && !pqComputeSm && !pathUsageSm && !rsvpPathStitchSm && !pathConstraintSm;
+             && !pathUsageSm;
    }
+};
+
+/// ... and those that only repairs and paths by hops have.
+struct RarePathMachines {
+   Lum::Ptr< Lfa::PqComputeSm > pqComputeSm;
+   Lum::Ptr< RsvpPathStitchSm > rsvpPathStitchSm;
+
+   bool empty() const { return !pqComputeSm && !rsvpPathStitchSm; }
 };
 
 /// ... and of one constraint.
@@ -121,14 +127,16 @@ class VrfRoot : public Lum::Entity {
    CSPF_MACHINE( constraintMachines_, constraintStatusSm, ConstraintHandle, ConstraintMachines,
                  ConstraintStatusSm );
    CSPF_MACHINE( pathMachines_, pathConfigInfoSm, PathInfoKey, PathMachines, PathConfigInfoSm );
-   CSPF_MACHINE( pathMachines_, pathStatusInfoSm, PathInfoKey, PathMachines, PathStatusInfoSm );
+   CSPF_MACHINE( pathMachines_, pathStatusInfoSm, PathInfoKey, PathMachines, PathConstraintSm );
    CSPF_MACHINE( pathMachines_, pathRefreshSm, PathInfoKey, PathMachines, PathRefreshSm );
    CSPF_MACHINE( pathMachines_, pathStatusUpdateSm, PathInfoKey, PathMachines, PathStatusUpdateSm );
-   CSPF_MACHINE( pathMachines_, pqComputeSm, PathInfoKey, PathMachines, Lfa::PqComputeSm );
+   CSPF_MACHINE( rarePathMachines_, pqComputeSm, PathInfoKey, RarePathMachines, Lfa::PqComputeSm );
    CSPF_MACHINE( pathMachines_, pathUsageSm, PathInfoKey, PathMachines, PathUsageSm );
-   CSPF_MACHINE( pathMachines_, rsvpPathStitchSm, PathInfoKey, PathMachines, RsvpPathStitchSm );
-   CSPF_MACHINE( pathMachines_, pathConstraintSm, PathInfoKey, PathMachines, PathConstraintSm );
+   CSPF_MACHINE( rarePathMachines_, rsvpPathStitchSm, PathInfoKey, RarePathMachines,
+                 RsvpPathStitchSm );
 
+   /// Nobody makes machines any more for paths that get a constraint.
+   void pathConstraintsDel();
    const L3::VrfName & vrfName() const noexcept { return vrf_; }
    Kivnet::AddressFamily af() const noexcept { return af_; }
    const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler() const noexcept { return taskScheduler_; }
@@ -144,6 +152,9 @@ class VrfRoot : public Lum::Entity {
    CspfRunMemory & runMemory() noexcept { return runMemory_; }
    /// ... and of validations of published paths.
    PathValidationMemory & pathValidationMemory() noexcept { return *pathValidationMemory_; }
+   /// What its requests are turned into constraints with; there is none before it is initialized.
+   const RequestContext & requestContext() const noexcept { return requestContext_; }
+   PathUsageContext & pathUsageContext() noexcept { return *pathUsageContext_; }
    /// The tables in which a path stands with its segments.
    StitchTables stitchTables() const {
       return { { pathConfigInfoTable(), pathStatusCacheTable(), pathStatusInfoTable(),
@@ -178,10 +189,13 @@ class VrfRoot : public Lum::Entity {
    const Lum::Ptr< const TrafficEngineering::Status > teStatus_;
    const Lum::Ptr< AllTopoDb > allTopoDb_;
    VrfTopology topology_;
+   RequestContext requestContext_;
    CspfRunMemory runMemory_;
    std::unique_ptr< PathValidationMemory > pathValidationMemory_;
+   std::unique_ptr< PathUsageContext > pathUsageContext_;
    std::unique_ptr< Tables > tables_;  // mounted
    MachineRows< PathInfoKey, PathMachines > pathMachines_;
+   MachineRows< PathInfoKey, RarePathMachines > rarePathMachines_;
    MachineRows< ConstraintHandle, ConstraintMachines > constraintMachines_;
 };
 

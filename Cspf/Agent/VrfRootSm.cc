@@ -25,23 +25,38 @@ isStitched( const PathInfoKey & key ) {
 }
 
 void
-PathConstraintSm::handleInitialized() {
-   LUM_WATCH( pathStatusInfo_, constraint, handleNewConstraint );
-   if ( pathStatusInfo_->constraint() ) {
+PathConstraintSm::ownerIs( VrfRootSm * owner ) {
+   owner_ = owner;
+   if ( pathStatusInfo()->constraint() ) {
       handleNewConstraint();
    }
 }
 
 void
+PathConstraintSm::doPrepareToDie() {
+   owner_ = nullptr;
+   PathStatusInfoSm::doPrepareToDie();
+}
+
+void
+PathConstraintSm::handleConstraint() {
+   PathStatusInfoSm::handleConstraint();
+   handleNewConstraint();
+}
+
+void
 PathConstraintSm::handleNewConstraint() {
-   const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
-   if ( pathStatusInfo_->constraint() ) {
+   if ( !owner_ ) {
+      return;
+   }
+   const PathInfoKey & key = pathStatusInfo()->pathInfoKey();
+   if ( pathStatusInfo()->constraint() ) {
       TRACE7( "Creating PathRefreshSm and PathStatusUpdateSm for " << key.traceString() );
-      owner_.doInitConstraintMachines( pathStatusInfo_ );
+      owner_->doInitConstraintMachines( pathStatusInfo() );
    } else {
       TRACE7( "Deleting PathRefreshSm for " << key.traceString() );
       TRACE7( "Deleting PathStatusUpdateSm for " << key.traceString() );
-      owner_.doCleanupConstraintMachines( key );
+      owner_->doCleanupConstraintMachines( key );
    }
 }
 
@@ -175,18 +190,19 @@ VrfRootSm::doInitPathSms( const PathInfoKey & key,
    const Lum::Ptr< PathConfigInfo > pathConfigInfo =
       vrfRoot_->pathConfigInfoTable()->pathConfigInfo( key );
    vrfRoot_->pathConfigInfoSmIs(
-      key, new PathConfigInfoSm( requestContext(), pathConfigInfo, pathStatusInfo ) );
-   vrfRoot_->pathStatusInfoSmIs(
-      key, new PathStatusInfoSm( vrfRoot_->constraintInfoTable(), pathStatusInfo ) );
+      key, new PathConfigInfoSm( vrfRoot_->requestContext(), pathConfigInfo, pathStatusInfo ) );
+   const Lum::Ptr< PathConstraintSm > pathConstraintSm =
+      new PathConstraintSm( vrfRoot_->constraintInfoTable(), pathStatusInfo );
+   vrfRoot_->pathStatusInfoSmIs( key, pathConstraintSm );
    const auto cache = newPathStatusCache( key, *pathStatusInfo->cspfStatus() );
    cache->pathStatusInfo = pathStatusInfo;
    vrfRoot_->pathStatusCacheTable()->pathStatusCacheIs( key, cache );
    if ( isTilfa( key ) ) {
       initializePqComputeSm( key, pathStatusInfo );
    } else {
-      vrfRoot_->pathUsageSmIs(
-         key, new PathUsageSm( vrfRoot_->topology(), vrfRoot_->pathValidationMemory(),
-                               replacedUsageSm( key ), pathConfigInfo, pathStatusInfo ) );
+      vrfRoot_->pathUsageSmIs( key, new PathUsageSm( vrfRoot_->pathUsageContext(),
+                                                     replacedUsageSm( key ), pathConfigInfo,
+                                                     pathStatusInfo ) );
    }
    if ( isStitched( key ) ) {
       vrfRoot_->rsvpPathStitchSmIs(
@@ -194,14 +210,7 @@ VrfRootSm::doInitPathSms( const PathInfoKey & key,
                                     vrfRoot_->runMemory(), vrfRoot_->stitchTables(), pathConfigInfo,
                                     pathStatusInfo, cache ) );
    }
-   vrfRoot_->pathConstraintSmIs( key, new PathConstraintSm( *this, pathStatusInfo ) );
-}
-
-RequestContext
-VrfRootSm::requestContext() const {
-   return { vrfRoot_->dedupConstraintTable(), vrfRoot_->pathStatusInfoTable(),
-            vrfRoot_->pathStatusCacheTable(), vrfRoot_->teStatus(),
-            vrfRoot_->bwUsageManager()->localIdAllocator() };
+   pathConstraintSm->ownerIs( this );
 }
 
 /// A request that gets its first explicit hop, or loses its last one, is followed under another
@@ -220,6 +229,13 @@ VrfRootSm::newPathStatusCache( const PathInfoKey & key, const Status & cspfStatu
       initializePathStatusCache( pathStatusCache, *published );
    }
    return pathStatusCache;
+}
+
+void
+VrfRootSm::pathStatusInfoDel( const PathInfoKey & key ) {
+   if ( const auto & machine = vrfRoot_->pathStatusInfoSm( key ) ) {
+      machine->ownerIs( nullptr );
+   }
 }
 
 void

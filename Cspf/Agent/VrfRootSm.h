@@ -37,8 +37,8 @@ class VrfRootSm : public Lum::Reactor {
    void handleTopoDb( const TopoId & topoId ) { vrfRoot_->doRegisterTopoDb( topoId ); }
 
    /// Drops the reactors on the constraints of paths.
-   void pathStatusInfoDel( const PathInfoKey & key ) { vrfRoot_->pathConstraintSmDel( key ); }
-   void pathStatusInfoDelAll() { vrfRoot_->pathConstraintSmDelAll(); }
+   void pathStatusInfoDel( const PathInfoKey & key );
+   void pathStatusInfoDelAll() { vrfRoot_->pathConstraintsDel(); }
    /// Drops the time at which the user's reservations last changed, unless a constraint still
    /// names that user.
    void doCleanupBwUsageChangedAt( const BwUsageId & bwUsageId );
@@ -62,7 +62,6 @@ class VrfRootSm : public Lum::Reactor {
    static Lum::Ptr< PathStatusCache > newPathStatusCache( const PathInfoKey & key,
                                                           const Status & cspfStatus );
    void doCleanupPathSms( const PathInfoKey & key );
-   RequestContext requestContext() const;
    Lfa::RepairContext repairContext() const;
    /// Of the same request under the key that it was followed under before; null where it was not.
    Lum::Ptr< PathUsageSm > replacedUsageSm( PathInfoKey key ) const;

@@ -12,6 +12,8 @@
 #include "Cspf/Paths/UsageSm.h"
 #include "platform/Trace/Trace.h"
 
+#include <optional>
+
 namespace Cspf {
 
 namespace {
@@ -215,18 +217,18 @@ PathStatusUpdateSm::PathStatusUpdateSm(
      pathUsageSm_( pathUsageSm ),
      pathStatusInfo_( pathStatusInfo ),
      pathStatusCache_( pathStatusCache ),
-     parentPathHelper_( parentPathHelper ) {}
+     parentPathHelper_( parentPathHelper ),
+     pathStatusUpdator_( pathStatusInfo, pathStatusInfo->cspfStatus() ) {}
 
 PathStatusUpdateSm::~PathStatusUpdateSm() = default;
 
 void
 PathStatusUpdateSm::pathStatusUpdatorIs() {
-   pathStatusUpdator_.emplace( pathStatusInfo_, pathStatusInfo_->cspfStatus() );
+   pathStatusUpdator_ = { pathStatusInfo_, pathStatusInfo_->cspfStatus() };
 }
 
 void
 PathStatusUpdateSm::handleInitialized() {
-   pathStatusUpdatorIs();
    LUM_WATCH( pathStatusInfo_, refreshNeeded, handleRefreshNeeded );
    LUM_WATCH( pathStatusCache_, refreshedStage1Count, handleRefreshStage1Completion );
    LUM_WATCH( pathStatusCache_, refreshedStage2Count, handleRefreshStage2Completion );
@@ -292,7 +294,7 @@ PathStatusUpdateSm::publishPathStatus() {
    if ( pathUsageSm_ ) {
       pathUsageSm_->handleResult( *pathStatusCache_ );
    }
-   pathStatusUpdator_->publishPath( pathStatusCache_ );
+   pathStatusUpdator_.publishPath( pathStatusCache_ );
    if ( pathUsageSm_ ) {
       pathUsageSm_->doUpdatePathBwUsage();  // for the path that stands, too
    }

@@ -2,8 +2,6 @@
 
 #include "Cspf/Records/PathRows.h"
 
-#include <optional>
-
 namespace Cspf {
 
 class ParentPathHelper;
@@ -43,8 +41,8 @@ class PathStatusUpdator {
    PathStatus newPathStatus( const PathStatusCache & cache ) const;
    void write( const PathStatus & pathStatus );
 
-   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
-   const Lum::Ptr< Status > cspfStatus_;
+   Lum::Ptr< PathStatusInfo > pathStatusInfo_;
+   Lum::Ptr< Status > cspfStatus_;
 };
 
 /// The index under which the repair of a TI-LFA path is published; 0 where it has none.
@@ -84,8 +82,7 @@ class PathStatusUpdateSm : public Lum::Reactor {
    void publishPathStatus();
    /// A fresh one.
    void pathStatusUpdatorIs();
-   /// REQUIRES: the machine has started.
-   const PathStatusUpdator & pathStatusUpdator() const { return *pathStatusUpdator_; }
+   const PathStatusUpdator & pathStatusUpdator() const { return pathStatusUpdator_; }
 
  private:
    const Lum::Ptr< const ConstraintInfoTable > constraintInfoTable_;
@@ -93,7 +90,7 @@ class PathStatusUpdateSm : public Lum::Reactor {
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    const Lum::Ptr< const PathStatusCache > pathStatusCache_;
    const Lum::Ptr< const ParentPathHelper > parentPathHelper_;
-   std::optional< PathStatusUpdator > pathStatusUpdator_;
+   PathStatusUpdator pathStatusUpdator_;
 };
 
 }

@@ -44,21 +44,19 @@ void
 PathUsageSm::handleInitialized() {
    LUM_WATCH( pathConfigInfo_, usageChangeCount, doUpdatePathBwUsage );
    LUM_WATCH( pathStatusInfo_, constraintChangeCount, handleConstraintChange );
-   takeOver();
    handleConstraintChange();
 }
 
 /// A request that gets its first explicit hop, or loses its last one, is followed under another
 /// key. What was reserved under the old one is held on, for the path that is still published.
 void
-PathUsageSm::takeOver() {
-   if ( const auto replaced = std::exchange( replaced_, nullptr ) ) {
-      oldBwUsageIdIs( replaced->oldBwUsageId() );
-      granted_ = replaced->granted_;
-      pathBwUsage_ = replaced->pathBwUsage();
-      hops_ = replaced->hops_ ? std::make_unique< KnownHops >( *replaced->hops_ ) : nullptr;
-      awaitsResult_ = true;
+PathUsageSm::takeOver( const PathUsageSm & replaced ) {
+   account_.own() = *replaced.account_;
+   if ( replaced.known() ) {
+      account_.own().known = std::make_shared< KnownHops >( *replaced.known() );
+      known()->noted = context_.byRouter.set( 0, *this, {} );
    }
+   awaitsResult_ = true;
 }
 
 void
@@ -72,6 +70,7 @@ PathUsageSm::handleDestruction() {
    TRACE7( "for path " << pathStatusInfo_->pathInfoKey().traceString() );
    ++updates_;
    pathBwUsageIs( nullptr );
+   linksAre( {}, nullptr );
 }
 
 void
@@ -95,9 +94,15 @@ PathUsageSm::handleConstraintChange() {
 
 void
 PathUsageSm::oldBwUsageIdIs( const BwUsageId & id ) {
-   oldBwUsageId_.clear();
-   if ( id ) {
-      oldBwUsageId_.own() = id;
+   if ( id != oldBwUsageId() ) {
+      account_.own().user = id;
+   }
+}
+
+void
+PathUsageSm::grantedIs( const Granted & granted ) {
+   if ( granted != account_->granted ) {
+      account_.own().granted = granted;
    }
 }
 
@@ -105,7 +110,7 @@ bool
 PathUsageSm::wasRefused() const {
    const auto & hops = pathStatusInfo_->constraint()->pathConstraint().includeHopList();
    const auto isAway = [ & ]( const IncludeHop & hop ) {
-      return topology_.allTopoDbStatus->teRouterIdsOfTep( hop.addr() ).empty();
+      return topology().allTopoDbStatus->teRouterIdsOfTep( hop.addr() ).empty();
    };
    return pathStatusInfo_->cspfStatus()->pathErrorHas( pathStatusInfo_->pathInfoKey().pathKey() )
           && std::ranges::none_of( hops, isAway );
@@ -119,16 +124,16 @@ PathUsageSm::doUpdatePathBwUsage() {
    const auto & constraint = pathStatusInfo_->constraint();
    if ( !constraint ) {
       TRACE8( "path constraint not set yet" );
-      granted_ = {};
+      grantedIs( {} );
       pathBwUsageIs( nullptr );
       return;
    }
    const InternalPathConstraint & asked = constraint->pathConstraint();
    if ( !asked.bwUsageId() ) {
       TRACE8( "bwUsageId not set" );
-      granted_ = {};
+      grantedIs( {} );
    } else if ( !awaitsResult_ ) {
-      granted_ = { BwPriority( asked.bwSetupPriority() ), asked.bandwidth() };
+      grantedIs( { BwPriority( asked.bwSetupPriority() ), asked.bandwidth() } );
    }
    if ( !pathBwUsage() ) {
       TRACE8( "No pathUsage found" );
@@ -136,7 +141,8 @@ PathUsageSm::doUpdatePathBwUsage() {
    // Whoever reads what is reserved may change what it is for: then that has been accounted by now.
    const auto alive = keptAlive();
    const std::uint32_t update = ++updates_;
-   const auto usage = granted_.bandwidth > 0 ? currentPathBwUsage( __PRETTY_FUNCTION__ ) : nullptr;
+   const auto usage =
+      account_->granted.bandwidth > 0 ? currentPathBwUsage( __PRETTY_FUNCTION__ ) : nullptr;
    if ( update == updates_ ) {
       pathBwUsageIs( usage );
    }
@@ -160,19 +166,27 @@ PathUsageSm::handleValid( const TopoGraph & topoGraph, std::span< const CspfPath
 void
 PathUsageSm::linksAre( const PathArray::Hops & hops,
                        const Lum::Ptr< const PathAsTopoDbLinks > & links ) {
-   hops_ = nullptr;
-   if ( links ) {
-      hops_ = std::make_unique< KnownHops >( KnownHops{ hops, links, {}, {} } );
-      hops_->nearAddresses.resize( hops.size() );
+   const PathsByRouter::Entry noted = known() ? known()->noted : 0;
+   if ( links && !isRetired() ) {
+      account_.own().known =
+         std::make_shared< KnownHops >( KnownHops{ hops, links, {}, {}, noted } );
+      known()->nearAddresses.resize( hops.size() );
       watchRouters();
+   } else if ( known() ) {
+      context_.byRouter.del( noted );
+      account_.own().known = nullptr;
    }
 }
 
 void
 PathUsageSm::handleTopoChanged() {
-   if ( !isRetired() && pathStatusInfo_->constraint() && hops_
-        && !hops_->routers.unchanged( topology_.allTopoDbStatus->teGraph().graph(),
-                                      memory_.hopAddresses() ) ) {
+   if ( isRetired() || !known() ) {
+      return;
+   }
+   if ( !pathStatusInfo_->constraint() ) {
+      known()->noted = context_.byRouter.set( known()->noted, *this, {} );  // to be told again
+   } else if ( !known()->routers.unchanged( topology().allTopoDbStatus->teGraph().graph(),
+                                            context_.memory.hopAddresses() ) ) {
       followLinks();
       doUpdatePathBwUsage();
    }
@@ -182,44 +196,48 @@ PathUsageSm::handleTopoChanged() {
 /// away keeps its name: a path that moves gives nothing back before it has the new links.
 void
 PathUsageSm::followLinks() {
-   const auto before = hops_->links;
-   const auto now = mapped( hops_->hops, before.ptr() );
+   const auto before = known()->links;
+   const auto now = mapped( known()->hops, before.ptr() );
    const auto links = Lum::make< PathAsTopoDbLinks >();
-   for ( std::size_t i = 0; i < hops_->hops.size(); ++i ) {
+   for ( std::size_t i = 0; i < known()->hops.size(); ++i ) {
       const HopIndex hop( i );
       const auto isThere = [ & ]( const PathAsTopoDbLinks & some ) {
-         return some.pathHas( hop ) && isLink( some.path( hop ), hops_->nearAddresses[ i ] );
+         return some.pathHas( hop ) && isLink( some.path( hop ), known()->nearAddresses[ i ] );
       };
       const PathAsTopoDbLinks & found = isThere( *before ) || !isThere( *now ) ? *before : *now;
       if ( const AllTopoNeighborKey * link = found.pathFind( hop ) ) {
-         const CspfEdge edge = topology_.allTopoDbStatus->teGraph().edge( *link );
+         const CspfEdge edge = topology().allTopoDbStatus->teGraph().edge( *link );
          links->pathIs( hop, edge == noEdge
                                 ? *link
-                                : topology_.allTopoDbStatus->teGraph().neighborKey( edge ) );
+                                : topology().allTopoDbStatus->teGraph().neighborKey( edge ) );
       }
    }
-   hops_->links = links;
+   known()->links = links;
    watchRouters();
 }
 
 /// Notes the near ends of the links that are there.
 void
 PathUsageSm::watchRouters() {
-   const TopoGraph & topoGraph = topology_.allTopoDbStatus->teGraph();
+   const TopoGraph & topoGraph = topology().allTopoDbStatus->teGraph();
    std::vector< CspfVertex > routers;
-   const std::size_t hops = hops_->hops.size();
+   const std::size_t hops = known()->hops.size();
    for ( std::size_t i = 0; i < hops; ++i ) {
-      const AllTopoNeighborKey * link = hops_->links->pathFind( HopIndex( i ) );
+      const AllTopoNeighborKey * link = known()->links->pathFind( HopIndex( i ) );
       const CspfEdge edge = link ? topoGraph.edge( *link ) : noEdge;
       if ( edge != noEdge ) {
          routers.push_back( topoGraph.graph().from( edge ) );
-         hops_->nearAddresses[ i ] = nearAddress( *link );
+         known()->nearAddresses[ i ] = nearAddress( *link );
       }
    }
-   const bool allThere = !routers.empty() && routers.size() == hops;
-   hops_->routers =
-      allThere ? PathRouters( topoGraph.graph(), memory_.hopAddresses(), std::move( routers ) )
-               : PathRouters();
+   if ( routers.size() < hops ) {
+      routers.clear();
+   }
+   known()->noted = context_.byRouter.set( known()->noted, *this, routers );
+   known()->routers =
+      routers.empty()
+         ? PathRouters()
+         : PathRouters( topoGraph.graph(), context_.memory.hopAddresses(), std::move( routers ) );
 }
 
 /// What was granted, on the links of the published hops.
@@ -235,8 +253,8 @@ PathUsageSm::currentPathBwUsage( const char * operation ) {
       linksAre( published->pathList(), mapped( published->pathList(), nullptr ) );
    }
    const auto usage = Lum::make< PathBwUsage >();
-   const auto links = hops_->links;
-   const std::size_t hops = hops_->hops.size();
+   const auto links = known()->links;
+   const std::size_t hops = known()->hops.size();
    const std::uint32_t update = updates_;
    for ( std::size_t i = 0; update == updates_ && i < hops; ++i ) {
       if ( const AllTopoNeighborKey * link = links->pathFind( HopIndex( i ) ) ) {
@@ -254,10 +272,11 @@ PathUsageSm::currentPathBwUsage( const char * operation ) {
 void
 PathUsageSm::hold( PathBwUsage & usage, std::size_t hop,
                    const Lum::Ptr< const BwUsageDeduped > & reservation ) const {
-   if ( !hops_ || hop >= hops_->hops.size() ) {
+   if ( !known() || hop >= known()->hops.size() ) {
       return;  // the path is another one since that was reserved
    }
-   for ( const Kivnet::IpGenAddr & address : { hops_->hops[ hop ], hops_->nearAddresses[ hop ] } ) {
+   for ( const Kivnet::IpGenAddr & address :
+         { known()->hops[ hop ], known()->nearAddresses[ hop ] } ) {
       if ( address
            && ( !usage.bwUsageHas( address ) || usage.bwUsage( address ) == reservation ) ) {
          usage.bwUsageIs( address, reservation );
@@ -270,21 +289,21 @@ PathUsageSm::hold( PathBwUsage & usage, std::size_t hop,
 /// Which links the hops are, by their addresses; `known` ones where there are several.
 Lum::Ptr< const PathAsTopoDbLinks >
 PathUsageSm::mapped( const PathArray::Hops & hops, const PathAsTopoDbLinks * known ) {
-   const AllTopoTeDbView view( topology_, pathStatusInfo_->constraint()->pathConstraint() );
+   const AllTopoTeDbView view( topology(), pathStatusInfo_->constraint()->pathConstraint() );
    const NodeId source = view.spfRoot();
    if ( !view.hasRouter( source ) ) {
       return Lum::make< PathAsTopoDbLinks >();
    }
-   const CspfLinkFilter & filter = memory_.filter( view, source );
-   HopToTopoDbLinkMapper( view, memory_.hopAddresses(), filter, known )
-      .handleNew( view.topoGraph().vertex( source ), hops, memory_.links() );
-   return pathAsTopoDbLinks( view.topoGraph(), memory_.links() );
+   const CspfLinkFilter & filter = context_.memory.filter( view, source );
+   HopToTopoDbLinkMapper( view, context_.memory.hopAddresses(), filter, known )
+      .handleNew( view.topoGraph().vertex( source ), hops, context_.memory.links() );
+   return pathAsTopoDbLinks( view.topoGraph(), context_.memory.links() );
 }
 
 /// Whether a link of that name is there, and has the address.
 bool
 PathUsageSm::isLink( const AllTopoNeighborKey & link, const Kivnet::IpGenAddr & address ) const {
-   const TopoGraph & topoGraph = topology_.allTopoDbStatus->teGraph();
+   const TopoGraph & topoGraph = topology().allTopoDbStatus->teGraph();
    const CspfEdge edge = topoGraph.edge( link );
    return edge != noEdge
           && ( !address || neighborHasInterfaceAddr( topoGraph.neighbor( edge ), address ) );
@@ -292,29 +311,31 @@ PathUsageSm::isLink( const AllTopoNeighborKey & link, const Kivnet::IpGenAddr & 
 
 Kivnet::IpGenAddr
 PathUsageSm::nearAddress( const AllTopoNeighborKey & link ) const {
-   const auto * neighbor = topology_.allTopoDb->neighbor( link );
+   const auto * neighbor = topology().allTopoDb->neighbor( link );
    return neighbor && neighbor->interfaceAddrs() > 0 ? neighbor->interfaceAddrList()[ 0 ]
                                                      : Kivnet::IpGenAddr();
 }
 
 Lum::Ptr< const BwUsageDeduped >
 PathUsageSm::reserved( const AllTopoNeighborKey & link ) const {
-   return topology_.bwUsageManager->updateReservedBandwidth(
-      { link, oldBwUsageId() }, granted_.priority, granted_.bandwidth );
+   return topology().bwUsageManager->updateReservedBandwidth(
+      { link, oldBwUsageId() }, account_->granted.priority, account_->granted.bandwidth );
 }
 
 void
 PathUsageSm::pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) {
-   const bool same = pathBwUsage && pathBwUsage_
-                        ? pathBwUsage->bwUsageColl() == pathBwUsage_->bwUsageColl()
-                             && pathBwUsage->furtherBwUsages == pathBwUsage_->furtherBwUsages
-                        : pathBwUsage == pathBwUsage_;
+   const auto & held = account_->held;
+   const bool same = pathBwUsage && held
+                        ? pathBwUsage->bwUsageColl() == held->bwUsageColl()
+                             && pathBwUsage->furtherBwUsages == held->furtherBwUsages
+                        : pathBwUsage == held;
    if ( same ) {
       return;
    }
-   const BwUsageId before = userOf( pathBwUsage_ ), now = userOf( pathBwUsage );
-   pathBwUsage_ = pathBwUsage;  // the old reservations end here, after the new ones were made
-   if ( before != now && topology_.allTopoDbStatus->bwUsageChangedAtHas( before ) ) {
+   const BwUsageId before = userOf( held ), now = userOf( pathBwUsage );
+   account_.own().held =
+      pathBwUsage;  // the old reservations end here, after the new ones were made
+   if ( before != now && topology().allTopoDbStatus->bwUsageChangedAtHas( before ) ) {
       userChangedIs( before );  // its other paths
    }
    if ( now ) {
@@ -324,14 +345,14 @@ PathUsageSm::pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage ) 
 
 void
 PathUsageSm::handlePathBwUsage() {
-   if ( const BwUsageId user = userOf( pathBwUsage_ ) ) {
+   if ( const BwUsageId user = userOf( account_->held ) ) {
       userChangedIs( user );
    }
 }
 
 void
 PathUsageSm::userChangedIs( const BwUsageId & bwUsageId ) {
-   const auto & status = topology_.allTopoDbStatus;
+   const auto & status = topology().allTopoDbStatus;
    status->bwUsageChangedAtIs( bwUsageId, status->changeStamp() );
 }
 

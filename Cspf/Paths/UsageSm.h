@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Cspf/Hops/HopLinks.h"
+#include "Cspf/Paths/PathsByRouter.h"
 #include "platform/Lum/CopyOnWrite.h"
 
 #include <memory>
@@ -8,6 +9,13 @@
 namespace Cspf {
 
 class PathValidationMemory;
+
+/// What the paths of one VRF and family hold bandwidth with.
+struct PathUsageContext {
+   const VrfTopology & topology;
+   PathValidationMemory & memory;
+   PathsByRouter byRouter{};
+};
 
 /// Keeps the bandwidth that one path has reserved in step with the path that its client uses: the
 /// published one. New links are reserved before old ones are given back, so a path that moves
@@ -22,16 +30,17 @@ class PathValidationMemory;
 class PathUsageSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathUsageSm );
    /// `replaced`: the machine of the same request under the key that it is not followed under any
-   /// more; null where there is none. The memory outlives this object.
-   PathUsageSm( const VrfTopology & topology, PathValidationMemory & memory,
-                const Lum::Ptr< PathUsageSm > & replaced,
+   /// more; null where there is none. The context outlives this object.
+   PathUsageSm( PathUsageContext & context, const Lum::Ptr< PathUsageSm > & replaced,
                 const Lum::Ptr< const PathConfigInfo > & pathConfigInfo,
                 const Lum::Ptr< const PathStatusInfo > & pathStatusInfo )
-      : topology_( topology ),
-        memory_( memory ),
-        replaced_( replaced ),
+      : context_( context ),
         pathConfigInfo_( pathConfigInfo ),
-        pathStatusInfo_( pathStatusInfo ) {}
+        pathStatusInfo_( pathStatusInfo ) {
+      if ( replaced ) {
+         takeOver( *replaced );
+      }
+   }
 
    void handleInitialized() override;
    /// Gives everything back.
@@ -48,19 +57,24 @@ class PathUsageSm : public Lum::Reactor {
    /// The published path was found valid over these links, and holds its bandwidth there.
    void handleValid( const TopoGraph & topoGraph, std::span< const CspfPathHop > links );
 
+   const PathInfoKey & key() const noexcept { return pathStatusInfo_->pathInfoKey(); }
    /// The user under which the reservations were made.
-   const BwUsageId & oldBwUsageId() const noexcept { return *oldBwUsageId_; }
+   const BwUsageId & oldBwUsageId() const noexcept { return account_->user; }
    void oldBwUsageIdIs( const BwUsageId & id );
-   const Lum::Ptr< const PathBwUsage > & pathBwUsage() const noexcept { return pathBwUsage_; }
+   const Lum::Ptr< const PathBwUsage > & pathBwUsage() const noexcept { return account_->held; }
    /// The path was asked for anew; what is published, and held, is for the last answer.
    bool awaitsResult() const noexcept { return awaitsResult_; }
    /// The links that the published hops are known to be; null where none are.
-   const PathAsTopoDbLinks * links() const noexcept { return hops_ ? hops_->links.ptr() : nullptr; }
+   const PathAsTopoDbLinks * links() const noexcept {
+      return known() ? known()->links.ptr() : nullptr;
+   }
 
  private:
    struct Granted {
       BwPriority priority;
       std::uint64_t bandwidth = 0;
+
+      bool operator==( const Granted & ) const = default;
    };
    /// The links of the hops that are published, under the names that they have or had last.
    struct KnownHops {
@@ -68,16 +82,29 @@ class PathUsageSm : public Lum::Reactor {
       Lum::Ptr< const PathAsTopoDbLinks > links;
       std::vector< Kivnet::IpGenAddr > nearAddresses;  // of the links, by hop; they outlast names
       PathRouters routers;                             // that the links leave
+      PathsByRouter::Entry noted = 0;
+   };
+   /// What a path that reserves knows besides.
+   struct Account {
+      BwUsageId user;   // under which the reservations were made
+      Granted granted;  // by the last answer
+      Lum::Ptr< const PathBwUsage > held;
+      std::shared_ptr< KnownHops > known;  // null: the links are not known
    };
 
-   void takeOver();
+   const VrfTopology & topology() const noexcept { return context_.topology; }
+   KnownHops * known() const noexcept { return account_->known.get(); }
+   void grantedIs( const Granted & granted );
+   void takeOver( const PathUsageSm & replaced );
    bool wasRefused() const;
    void userChangedIs( const BwUsageId & bwUsageId );
    void pathBwUsageIs( const Lum::Ptr< const PathBwUsage > & pathBwUsage );
    /// `operation`: the one for which, as traces begin.
    Lum::Ptr< const PathBwUsage > currentPathBwUsage( const char * operation );
    void linksAre( const PathArray::Hops & hops, const Lum::Ptr< const PathAsTopoDbLinks > & links );
-   bool linksKnown( const PathArray::Hops & hops ) const { return hops_ && hops_->hops == hops; }
+   bool linksKnown( const PathArray::Hops & hops ) const {
+      return known() && known()->hops == hops;
+   }
    void followLinks();
    void watchRouters();
    Lum::Ptr< const PathAsTopoDbLinks > mapped( const PathArray::Hops & hops,
@@ -88,18 +115,12 @@ class PathUsageSm : public Lum::Reactor {
               const Lum::Ptr< const BwUsageDeduped > & reservation ) const;
    Lum::Ptr< const BwUsageDeduped > reserved( const AllTopoNeighborKey & link ) const;
 
-   const VrfTopology topology_;
-   PathValidationMemory & memory_;
-   Lum::Ptr< PathUsageSm > replaced_;  // until this one has started
+   PathUsageContext & context_;
    const Lum::Ptr< const PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< const PathStatusInfo > pathStatusInfo_;
-   // Most paths reserve nothing: what those that do know besides is kept apart.
-   Lum::CopyOnWrite< BwUsageId > oldBwUsageId_;
-   std::unique_ptr< KnownHops > hops_;  // null: the links are not known
-   Lum::Ptr< const PathBwUsage > pathBwUsage_;
-   Granted granted_;            // by the last answer
-   bool awaitsResult_ = false;  // the path was asked for anew, and is not answered yet
-   std::uint32_t updates_ = 0;  // begun; one may begin inside of another
+   Lum::CopyOnWrite< Account > account_;  // most paths reserve nothing
+   bool awaitsResult_ = false;            // the path was asked for anew, and is not answered yet
+   std::uint32_t updates_ = 0;            // begun; one may begin inside of another
 };
 
 }

@@ -136,7 +136,7 @@ class PathConfigInfo : public Lum::Entity {
    LUM_ATTRIBUTE( repairTopoId, TopoId );     ///< of a repair whose request names no topology
    LUM_ATTRIBUTE( treesId, std::uint32_t );   ///< of a repair: the trees that it is worked out of
    LUM_ATTRIBUTE( parentPath, PathInfoKey );  ///< of a child path
-   LUM_COLLECTION_ORDERED( childPath, std::uint8_t, PathInfoKey );  ///< by path segment
+   LUM_COLLECTION_RARE( childPath, std::uint8_t, PathInfoKey );  ///< by path segment
 
    /// The client's requests, among them this path's.
    const Lum::Ptr< const Config > & cspfConfig() const noexcept { return cspfConfig_; }

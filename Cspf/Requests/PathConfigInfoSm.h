@@ -49,6 +49,7 @@ struct RequestContext {
 ///                                                                   refreshReason, refreshNeeded
 class PathConfigInfoSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, PathConfigInfoSm );
+   /// The context outlives this object.
    PathConfigInfoSm( const RequestContext & context,
                      const Lum::Ptr< PathConfigInfo > & pathConfigInfo,
                      const Lum::Ptr< PathStatusInfo > & pathStatusInfo )
@@ -84,7 +85,7 @@ class PathConfigInfoSm : public Lum::Reactor {
    void refuse( const std::string & error, std::uint32_t refreshReqSeq );
    void requestRefresh( std::uint32_t refreshReqSeq, bool constraintReplaced );
 
-   const RequestContext context_;
+   const RequestContext & context_;
    const Lum::Ptr< PathConfigInfo > pathConfigInfo_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    std::uint32_t configChangesSeen_ = 0;

@@ -18,7 +18,7 @@ class PathStatusInfoSm : public Lum::Reactor {
 
    void handleInitialized() override;
    void doPrepareToDie() override { handleDestruction(); }
-   void handleConstraint();
+   virtual void handleConstraint();
    void doUpdateOldConstraint();
    void handleDestruction();
 
@@ -26,9 +26,10 @@ class PathStatusInfoSm : public Lum::Reactor {
    const ConstraintHandle & oldConstraint() const noexcept { return oldConstraint_; }
    void oldConstraintIs( const ConstraintHandle & handle ) noexcept { oldConstraint_ = handle; }
 
- private:
+ protected:
    const Lum::Ptr< PathStatusInfo > & pathStatusInfo() const noexcept { return pathStatusInfo_; }
 
+ private:
    const Lum::Ptr< const ConstraintInfoTable > constraintInfoTable_;
    const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    ConstraintHandle oldConstraint_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Lum/Entity.h"
+#include "platform/Lum/RareMap.h"
 #include "platform/Lum/Value.h"
 
 #include <concepts>
@@ -183,13 +184,17 @@ sortedKeys( const M & map ) {
 
 /// A keyed collection that can be watched by key: `x( key )` (a default value where there is
 /// none), `xFind( key )` (null where there is none), `xHas( key )`, `xs()` (the count), `xColl()`,
-/// `xIs( key, value )`, `xDel( key )`, `xDelAll()`. Hashed; the _ORDERED form keeps key order.
+/// `xIs( key, value )`, `xDel( key )`, `xDelAll()`. Hashed; the _ORDERED form keeps key order, and
+/// so does the _RARE form, for what most entities of the type have none of.
 #define LUM_COLLECTION( name_, Key, ... )                                                          \
    LUM_COLLECTION_OPS_( ::Lum::Map, name_, Key, __VA_ARGS__ );                                     \
    LUM_COLLECTION_IN_( collection, ::Lum::Map, name_, Key, __VA_ARGS__ )
 #define LUM_COLLECTION_ORDERED( name_, Key, ... )                                                  \
    LUM_COLLECTION_OPS_( std::map, name_, Key, __VA_ARGS__ );                                       \
    LUM_COLLECTION_IN_( collection, std::map, name_, Key, __VA_ARGS__ )
+#define LUM_COLLECTION_RARE( name_, Key, ... )                                                     \
+   LUM_COLLECTION_OPS_( ::Lum::RareMap, name_, Key, __VA_ARGS__ );                                 \
+   LUM_COLLECTION_IN_( collection, ::Lum::RareMap, name_, Key, __VA_ARGS__ )
 
 /// Owned children by key, in key order, held by `Lum::Ptr`: `x( key )` (null where there is none),
 /// `xHas`, `xs`, `xColl`, `xIs( key, child )` (starts the child: `handleInitialized`), with several
