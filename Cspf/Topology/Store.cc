@@ -390,8 +390,11 @@ deleteNeighborKeyFromIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus
                              const Kivnet::IpGenAddr & intfIp ) {
    const auto * link = allTopoDbStatus->links().find( allTopoNeighborKey.topoId(),
                                                       allTopoNeighborKey.neighborKey() );
-   LUM_ASSERT( link );
-   deleteLinkFromIntfIp( *allTopoDbStatus, *link, intfIp );
+   if ( link ) {
+      deleteLinkFromIntfIp( *allTopoDbStatus, *link, intfIp );
+   } else {
+      TRACE9( "Delete ngb " << allTopoNeighborKey << " of " << intfIp << ": already deleted." );
+   }
 }
 
 void

@@ -249,7 +249,7 @@ void linkOfIntfIpMoved( AllTopoDbStatus & allTopoDbStatus, const TopoLinks::Entr
 /// Takes the link out; the published row goes to a remaining link's owner, or away.
 void deleteLinkFromIntfIp( AllTopoDbStatus & allTopoDbStatus, const TopoLinks::Entry & link,
                            const Kivnet::IpGenAddr & intfIp );
-/// The same by the link's key. REQUIRES: its router lists the link.
+/// The same by the link's key. Adding REQUIRES that its router lists the link.
 void addNeighborKeyToIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
                              const AllTopoNeighborKey & allTopoNeighborKey,
                              const Kivnet::IpGenAddr & intfIp );
