@@ -36,18 +36,25 @@ PathsByRouter::del( Entry entry ) {
 
 std::vector< Lum::Ptr< PathUsageSm > >
 PathsByRouter::concerned( const CspfGraph & graph, std::uint64_t sourceChanges ) {
-   std::vector< Lum::Ptr< PathUsageSm > > paths;
+   std::vector< Entry > told;
+   const auto tell = [ & ]( std::vector< Entry > & entries ) {
+      dropEnded( entries );
+      told.insert( told.end(), entries.begin(), entries.end() );
+   };
    const bool all = std::exchange( sourceChanges_, sourceChanges ) != sourceChanges;
    for ( std::uint32_t router = 0; router < byRouter_.size(); ++router ) {
       if ( all || graph.changedAt( CspfVertex{ router } ) > change_ ) {
-         collect( byRouter_[ router ], paths );
+         tell( byRouter_[ router ] );
       }
    }
-   collect( anywhere_, paths );
+   tell( anywhere_ );
    change_ = graph.lastChange();
-   std::ranges::sort( paths, {},
-                      []( const auto & path ) -> const PathInfoKey & { return path->key(); } );
-   paths.erase( std::unique( paths.begin(), paths.end() ), paths.end() );
+   std::ranges::sort( told );
+   told.erase( std::unique( told.begin(), told.end() ), told.end() );
+   std::vector< Lum::Ptr< PathUsageSm > > paths;
+   for ( const Entry entry : told ) {
+      paths.emplace_back( paths_.at( entry ).machine );
+   }
    return paths;
 }
 
@@ -57,15 +64,6 @@ PathsByRouter::at( CspfVertex router ) {
       byRouter_.resize( index( router ) + 1 );
    }
    return byRouter_[ index( router ) ];
-}
-
-void
-PathsByRouter::collect( std::vector< Entry > & entries,
-                        std::vector< Lum::Ptr< PathUsageSm > > & paths ) {
-   dropEnded( entries );
-   for ( const Entry entry : entries ) {
-      paths.emplace_back( paths_.at( entry ).machine );
-   }
 }
 
 void

@@ -21,8 +21,9 @@ class PathsByRouter {
    /// is away, so that any change may concern it.
    Entry set( Entry earlier, PathUsageSm & path, std::span< const CspfVertex > routers );
    void del( Entry entry );
-   /// The paths of routers that have changed since the last call, in order of their keys; all where
-   /// the source of computations has. `sourceChanges`: of it, so far. O(routers + these).
+   /// The paths of routers that have changed since the last call, those that were noted first in
+   /// front; all where the source of computations has. `sourceChanges`: of it, so far. O(routers +
+   /// these).
    std::vector< Lum::Ptr< PathUsageSm > > concerned( const CspfGraph & graph,
                                                      std::uint64_t sourceChanges );
 
@@ -33,7 +34,6 @@ class PathsByRouter {
    };
 
    std::vector< Entry > & at( CspfVertex router );
-   void collect( std::vector< Entry > & entries, std::vector< Lum::Ptr< PathUsageSm > > & paths );
    void dropEnded( std::vector< Entry > & entries );
    void sweep();
 

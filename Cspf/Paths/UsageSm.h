@@ -57,7 +57,6 @@ class PathUsageSm : public Lum::Reactor {
    /// The published path was found valid over these links, and holds its bandwidth there.
    void handleValid( const TopoGraph & topoGraph, std::span< const CspfPathHop > links );
 
-   const PathInfoKey & key() const noexcept { return pathStatusInfo_->pathInfoKey(); }
    /// The user under which the reservations were made.
    const BwUsageId & oldBwUsageId() const noexcept { return account_->user; }
    void oldBwUsageIdIs( const BwUsageId & id );
