@@ -8,7 +8,54 @@ from service import Report, Service, grid, options, with_paths
 given = options(__doc__, paths=100000, constraints=50, wait_ms=100)
 report = Report()
 service = Service(with_paths(grid(10, 10), given.paths, given.constraints), wait=600)
-service.settle(600)
+
+
+def others_wait(name, calls):
+    """While the calls are made, and until the agent rests, another caller is answered in time."""
+    def make():
+        writer = service.caller(600)
+        for method, params in calls:
+            writer.call(method, **params)
+
+    thread = threading.Thread(target=make)
+    thread.start()
+    caller, worst, resting = service.caller(600), 0.0, 0
+    while resting < 3:
+        begin = time.monotonic()
+        pending = caller.call("status")["pendingTasks"]
+        worst = max(worst, time.monotonic() - begin)
+        resting = 0 if thread.is_alive() or pending else resting + 1
+        time.sleep(0.002)
+    thread.join()
+    caller.close()
+    report.limit(name + "_others_wait_ms", round(worst * 1000), most=given.wait_ms)
+
+
+def patch(path, **fields):
+    return [("patch", {"path": path, "patch": fields})]
+
+
+def planner(**fields):
+    return patch("te/cspf/client", entity={"planner": {"type": "Cspf::Client", "value": fields}})
+
+
+while "serving" not in service.said() and service.alive():  # the lab is read before
+    time.sleep(0.01)
+others_wait("start", [])
+SERVED = {"vrf": {"default": True}, "addressFamily": {"ipv4": True}}
+LINKS = service.caller(600).call("get", path="routing/isis/topodb/ip/2/default")["value"]["neighbor"]
+for name, calls in (
+        ("client_off", patch("te/cspf/client", entity={"planner": None})), ("client_on", planner(**SERVED)),
+        ("client_off_and_on", patch("te/cspf/client", entity={"planner": None}) + planner(**SERVED)),
+        ("vrf_off", planner(vrf={"default": False})), ("vrf_on", planner(vrf={"default": True})),
+        ("family_off", planner(addressFamily={"ipv4": False})), ("family_on", planner(addressFamily={"ipv4": True})),
+        ("te_off", patch("te/config", enabled=False)), ("te_on", patch("te/config", enabled=True)),
+        ("router_id", patch("te/config", routerId="10.1.0.2")), ("router_id_back", patch("te/config", routerId="10.1.0.1")),
+        ("links", patch("routing/isis/topodb/ip/2/default",
+                        neighbor={key: {"metric": 101 + number} for number, key in enumerate(list(LINKS)[:40])}))):
+    others_wait(name, calls)
+report.limit("paths_served_again", len(service.caller(600).call(
+    "get", path="te/cspf/status/vrf/default/ipv4/planner")["value"]["pathStatus"]), least=given.paths, most=given.paths)
 TABLE = "te/cspf/config/vrf/default/ipv4/rsvp"
 
 

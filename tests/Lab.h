@@ -52,10 +52,14 @@ class TestLab {
    void start() { runner_->start(); }
    /// Kills the agent and starts a new one, which looks at what was left in the next turn.
    void restart();
+   /// The agent does no more than so many rows of long work at once.
+   void slicesOf( std::size_t rows ) { runner_->taskScheduler()->sliceIs( rows ); }
 
    // ---- Time ----
 
    void advance( Lum::Seconds duration ) { loop_.advance( duration ); }
+   /// Lets the agent do so many pieces of its work, those that are due first.
+   void work( std::size_t pieces ) { loop_.settle( pieces ); }
    /// Lets the agent work until nothing is pending. An agent that never rests fails the test, with
    /// the names of its pending tasks.
    void settle();

@@ -98,6 +98,80 @@ tryEvent( TestLab & lab, RandomLab & random ) {
    }
 }
 
+/// Both families and two VRFs, without clients. No two ways cost the same.
+Json
+worldOfServices() {
+   const Json core = labTopology( "A -10- B -13- C; A -30- C; C =lan= D A" );
+   Json v6 = Json::parse( R"( { "af": "ipv6", "routers": {
+      "A": { "id": "0000.0000.0001", "teRouterId": "fc00::1", "prefixes": { "fc00::1/128": 0 } },
+      "B": { "id": "0000.0000.0002", "teRouterId": "fc00::2", "prefixes": { "fc00::2/128": 0 } },
+      "C": { "id": "0000.0000.0003", "teRouterId": "fc00::3", "prefixes": { "fc00::3/128": 0 } } },
+      "links": { "A-B": { "a": "A", "b": "B", "aAddr": "fc00:1::1", "bAddr": "fc00:1::2" },
+                 "B-C": { "a": "B", "b": "C", "aAddr": "fc00:2::1", "bAddr": "fc00:2::2" },
+                 "C-A": { "a": "C", "b": "A", "aAddr": "fc00:3::1", "bAddr": "fc00:3::2" } } } )" );
+   Json red = core;
+   red[ "vrf" ] = "red";
+   return { { "router", "A" },
+            { "te", { { "routerId", "10.0.0.1" } } },
+            { "topologies", { { "core", core }, { "red", red }, { "v6", v6 } } } };
+}
+
+/// Some requests of a client, others of its own taken back.
+Json
+requestsOf( const std::string & client, std::mt19937 & engine ) {
+   const bool isRepair = client == "tilfa";
+   Json paths;
+   for ( unsigned n = 0; n < 6; ++n ) {
+      const unsigned router = 2 + engine() % 3;
+      const std::string name = "p" + std::to_string( n ), number = std::to_string( router );
+      Json & path = paths[ name ];
+      if ( engine() % 3 == 0 ) {
+         continue;
+      }
+      path = { { "id", n }, { "vrf", "default" }, { "refreshReqSeq", engine() % 3 } };
+      path[ "dst" ] = ( isRepair ? "0000.0000.000" : "10.0.0." ) + number;
+      Json & constraint = path[ "constraint" ];
+      constraint = { { "bandwidth", nullptr }, { "includeHop", nullptr } };
+      if ( isRepair ) {
+         constraint[ "excludeIntf" ] = "A-B.a";
+      } else if ( engine() % 3 == 0 ) {
+         path[ "vrf" ] = "red";
+      } else if ( engine() % 2 ) {
+         constraint[ "bandwidth" ] = 1;
+      } else {
+         const Json hop{ { "addr", "10.0.0." + std::to_string( 2 + router % 3 ) },
+                         { "loose", true } };
+         constraint[ "includeHop" ] = Json::array( { hop } );
+      }
+      if ( isRepair && engine() % 2 ) {
+         path[ "af" ] = "ipv6";
+      }
+   }
+   return { { "paths", { { client, paths } } } };
+}
+
+/// What clients read, the history of it left out.
+Json
+answers( TestLab & lab ) {
+   Json answers;
+   for ( const std::string & table : lab.tables().list( "te/cspf/status" ) ) {
+      const auto status = Lum::cast< Cspf::Status >( lab.tables().table( table ) );
+      for ( const auto & [ key, published ] : status->pathStatusColl() ) {
+         Cspf::PathStatus answer = published;
+         Cspf::PqInfo repair = status->pqInfo( answer.repairPathIdx() );
+         repair.idxIs( 0 );
+         answer.repairPathIdxIs( 0 );
+         answer.changeCountIs( 0 );
+         answers[ table ][ Lum::valueString( key ) ] = { Lum::valueString( answer ),
+                                                         Lum::valueString( repair ) };
+      }
+      for ( const auto & [ key, error ] : status->pathErrorColl() ) {
+         answers[ table ][ Lum::valueString( key ) ].push_back( error );
+      }
+   }
+   return answers;
+}
+
 }
 
 TEST( PathService, EveryPathIsTheBestThatItsConstraintAllows ) {
@@ -124,10 +198,12 @@ TEST( PathService, AfterAStormOfEventsStateIsAsFromScratch ) {
       Json document, after;
       {
          auto lab = TestLab::of( random.document() );
+         lab.slicesOf( 1 + seed % 4 );
          for ( int event = 0; event < 40; ++event ) {
             if ( tryEvent( lab, random ) && engine() % 3 == 0 ) {
                lab.advance( 0.001 * static_cast< double >( engine() % 400 ) );
             }
+            lab.work( engine() % 8 );
             if ( engine() % 12 == 0 ) {
                lab.settle();
                ASSERT_EQ( judge( lab.document(), published( lab ), false ).complaints, "" )
@@ -153,6 +229,7 @@ TEST( PathService, AfterAnHourOfEverythingPathsAreAsFromScratch ) {
       Json document, after;
       {
          auto lab = TestLab::of( random.document() );
+         lab.slicesOf( seed % 3 ? seed : 1000 );
          for ( double now = 0; now < 3600; ) {
             tryEvent( lab, random );
             if ( random.oneIn( 30 ) ) {
@@ -306,19 +383,6 @@ TEST( PathService, APrefixThatMovesIsAnsweredWhileRunsAreHeldDown ) {
 }
 
 TEST( PathService, ClientsThatComeAndGoLeaveNothingBehind ) {
-   const Json core = labTopology( "A -10- B -10- C; A -30- C; C =lan= D A" );
-   Json v6 = Json::parse( R"( { "af": "ipv6", "routers": {
-      "A": { "id": "0000.0000.0001", "teRouterId": "fc00::1", "prefixes": { "fc00::1/128": 0 } },
-      "B": { "id": "0000.0000.0002", "teRouterId": "fc00::2", "prefixes": { "fc00::2/128": 0 } },
-      "C": { "id": "0000.0000.0003", "teRouterId": "fc00::3", "prefixes": { "fc00::3/128": 0 } } },
-      "links": { "A-B": { "a": "A", "b": "B", "aAddr": "fc00:1::1", "bAddr": "fc00:1::2" },
-                 "B-C": { "a": "B", "b": "C", "aAddr": "fc00:2::1", "bAddr": "fc00:2::2" },
-                 "C-A": { "a": "C", "b": "A", "aAddr": "fc00:3::1", "bAddr": "fc00:3::2" } } } )" );
-   Json red = core;
-   red[ "vrf" ] = "red";
-   const Json world{ { "router", "A" },
-                     { "te", { { "routerId", "10.0.0.1" } } },
-                     { "topologies", { { "core", core }, { "red", red }, { "v6", v6 } } } };
    const auto client = []( bool red, bool v6, bool bwm ) -> Json {
       return { { "vrf", { { "default", true }, { "red", red } } },
                { "addressFamily", { { "ipv4", true }, { "ipv6", v6 } } },
@@ -342,7 +406,8 @@ TEST( PathService, ClientsThatComeAndGoLeaveNothingBehind ) {
               { "af", "ipv6" },
               { "constraint", { { "excludeIntf", "A-B.a" } } } } } } } };
    std::mt19937 engine( 7 );
-   auto lab = TestLab::of( world );
+   auto lab = TestLab::of( worldOfServices() );
+   lab.slicesOf( 1 );
    lab.settle();
    const Json before = lab.snapshot();
    const auto census = Lum::census();
@@ -369,7 +434,7 @@ TEST( PathService, ClientsThatComeAndGoLeaveNothingBehind ) {
                                 { { "clients", { { "cli", nullptr }, { "tilfa", nullptr } } } },
                                 { { "clients", { { "rsvp", nullptr } } } },
                                 { { "te", { { "enabled", true } } } },
-                                { { "topologies", { { "core", core } } } } };
+                                { { "topologies", worldOfServices()[ "topologies" ] } } };
       std::ranges::shuffle( ends, engine );
       for ( const Json & end : ends ) {
          lab.patch( end );
@@ -386,6 +451,49 @@ TEST( PathService, ClientsThatComeAndGoLeaveNothingBehind ) {
          lab.start();
          lab.settle();
       }
+   }
+}
+
+TEST( PathService, ServicesThatComeAndGoBySlicesEndAsFromScratch ) {
+   for ( unsigned seed = 1; seed <= 60; ++seed ) {
+      SCOPED_TRACE( "seed " + std::to_string( seed ) );
+      std::mt19937 engine( seed );
+      const auto is = [ & ]( unsigned oneIn ) { return engine() % oneIn == 0; };
+      auto lab = TestLab::of( worldOfServices() );
+      lab.slicesOf( 1 + engine() % 3 );
+      lab.settle();
+      const auto census = Lum::census();
+      for ( int act = 0; act < 60; ++act ) {
+         const char * const client = is( 2 ) ? "cli" : is( 2 ) ? "rsvp" : "tilfa";
+         if ( const unsigned kind = engine() % 8; kind < 4 ) {
+            lab.patch( requestsOf( client, engine ) );
+         } else if ( kind == 4 ) {
+            lab.patch( { { "clients", { { client, nullptr } } } } );
+         } else if ( kind < 7 ) {
+            const Json vrfs{ { "default", !is( 4 ) }, { "red", is( 2 ) } };
+            const Json afs{ { "ipv4", !is( 4 ) }, { "ipv6", is( 2 ) } };
+            lab.patch(
+               { { "clients", { { client, { { "vrf", vrfs }, { "addressFamily", afs } } } } } } );
+         } else if ( is( 4 ) ) {
+            lab.restart();
+         } else {
+            lab.patch( { { "te", { { "enabled", !is( 3 ) } } } } );
+         }
+         lab.work( engine() % 30 );
+      }
+      lab.patch( { { "te", { { "enabled", true } } } } );
+      lab.settle();
+      {
+         auto fresh = TestLab::of( lab.document() );
+         fresh.settle();
+         ASSERT_EQ( Json::diff( answers( fresh ), answers( lab ) ), Json::array() )
+            << lab.document();
+      }
+      lab.patch( { { "clients", nullptr } } );
+      lab.patch( { { "paths", nullptr } } );
+      lab.settle();
+      ASSERT_EQ( answers( lab ), Json() );
+      ASSERT_EQ( census, Lum::census() );
    }
 }
 

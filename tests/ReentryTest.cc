@@ -85,6 +85,7 @@ TEST( Reentry, WhoeverReadsWhatIsPublishedMayAnswerAtOnce ) {
       std::mt19937 engine( seed );
       Watched watched;
       TestLab & lab = watched.lab;
+      lab.slicesOf( 1 + seed % 3 );
       const auto before = Lum::census();
       bool patching = false;
       unsigned answers = 40;

@@ -28,6 +28,7 @@ void
 CspfRoot::handleInitialized() {
    lifeTimeNotifieeIs( this );
    allClientInfoIs();
+   allClientInfo()->taskSchedulerIs( taskScheduler_ );
    allClientInfo()->activeVrfsDedupTable()->lifeTimeNotifieeIs( lifeTimeNotifiee() );
    initializedIs( true );
 }

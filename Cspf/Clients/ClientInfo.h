@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cspf/Clients/LeavingPaths.h"
 #include "Cspf/Records/PathRows.h"
 #include "Cspf/Records/Source.h"
 #include "Cspf/Records/VrfHandle.h"
@@ -66,6 +67,10 @@ class AllClientInfo : public Lum::Entity {
    LUM_COLLECTION_ORDERED( vrfSourceId, L3::VrfName, Lum::Ptr< VrfSourceId > );
    LUM_ROWS_BY_KEY( vrfSourceId, L3::VrfName, VrfSourceId );
    LUM_CHILD( activeVrfsDedupTable, CspfActiveVrfsDedupTable );
+   /// Of services that have ended: what has not gone yet.
+   LUM_CHILDREN( leavingPaths, ClientOfVrf, LeavingPaths );
+   /// For work that is done by slices; null: it is done at once.
+   LUM_ATTRIBUTE( taskScheduler, Lum::Ptr< Kiv::TaskScheduler > );
    LUM_ATTRIBUTE( initialized, bool );
 
    void handleInitialized();

@@ -97,6 +97,10 @@ void
 ClientDirSm::doPrepareToDie() {
    TRACE7( "clientDirSm getting deleted" );
    clientSmDelAll();
+   if ( isRetired() ) {  // and the VRFs with it
+      intake_.v4AllClientInfo->leavingPathsDelAll();
+      intake_.v6AllClientInfo->leavingPathsDelAll();
+   }
 }
 
 void

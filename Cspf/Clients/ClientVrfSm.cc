@@ -4,6 +4,9 @@
 // tables and the path reactor on them. The mounter around it makes the client count in the VRF,
 // which is what gives ordinary computations their source; so the source may come, and the service
 // start, while the mounter is still starting.
+//
+// A service that ends with many paths leaves them to go by slices. Until they are gone the client
+// is not served again, so that no path is there twice.
 
 #include "Cspf/Clients/ClientVrfSm.h"
 
@@ -18,6 +21,7 @@ namespace Cspf {
 void
 ClientVrfFamily::handleInitialized() {
    LUM_WATCH_KEYS( owner_.allClientInfo( af_ ), vrfSourceId, handleVrfSourceId );
+   LUM_WATCH_KEYS( owner_.allClientInfo( af_ ), leavingPaths, handleLeavingPaths );
    handleVrfSourceId( owner_.vrf() );
 }
 
@@ -33,6 +37,13 @@ ClientVrfFamily::handleVrfSourceId( const L3::VrfName & vrf ) {
       LUM_WATCH_KEYS( source, vrfClientSourceId, handleSourceId );
    }
    owner_.handleVrfSourceId( vrf, af_ );
+}
+
+void
+ClientVrfFamily::handleLeavingPaths( const ClientOfVrf & client ) {
+   if ( client == owner_.clientOfVrf() ) {
+      owner_.createOrDeletePathSm( af_ );
+   }
 }
 
 void
@@ -97,7 +108,7 @@ ClientVrfSm::createOrDeletePathSm( Kivnet::AddressFamily af ) {
       return;
    }
    const bool wanted = client_->addressFamily( af ) && getVrfClientSourceId( af );
-   if ( wanted && !pathSmHas( af ) ) {
+   if ( wanted && !pathSmHas( af ) && !isLeaving( af ) ) {
       TRACE7( "Grabbing dedup handle for af " << text( af ) );
       vrfDedupHandleIs( af, vrfDedupTable( af )->dedupFromVrfName( vrf_ ) );
       updateClientData( af );
@@ -141,23 +152,47 @@ ClientVrfSm::doInitPathSm( Kivnet::AddressFamily af ) {
    const auto & pathStatusInfoTable = allClientInfo( af )->pathStatusInfoTable( vrf_ );
    LUM_ASSERT( pathConfigInfoTable );
    LUM_ASSERT( pathStatusInfoTable );
+   const auto pathSm = newPathSm( af );
+   pathSmIs( af, pathSm );
+   Lum::start( pathSm );
+}
+
+Lum::Ptr< PathSmBase >
+ClientVrfSm::newPathSm( Kivnet::AddressFamily af ) const {
+   const auto & own = family( af );
+   const auto & info = allClientInfo( af );
+   const auto & config = own->configMount->table();
+   const auto & status = own->statusMount->table();
+   const auto & configRows = info->pathConfigInfoTable( vrf_ );
+   const auto & statusRows = info->pathStatusInfoTable( vrf_ );
    if ( pathType() == PathComputationType::tilfa ) {
-      pathSmIs( af, new TilfaPathSm( af, vrf_, clientName_, intake_.teStatus, cspfConfig,
-                                     cspfStatus, pathConfigInfoTable, pathStatusInfoTable,
-                                     allClientInfo( af )->repairScope( vrf_ ) ) );
-   } else {
-      pathSmIs( af, new PathSm( af, vrf_, clientName_, intake_.teStatus, cspfConfig, cspfStatus,
-                                pathConfigInfoTable, pathStatusInfoTable ) );
+      return new TilfaPathSm( af, vrf_, clientName_, intake_.teStatus, config, status, configRows,
+                              statusRows, info->repairScope( vrf_ ), info->taskScheduler() );
    }
+   return new PathSm( af, vrf_, clientName_, intake_.teStatus, config, status, configRows,
+                      statusRows, info->taskScheduler() );
 }
 
 void
 ClientVrfSm::doCleanupPathSm( Kivnet::AddressFamily af ) {
-   const auto & own = family( af );
+   const auto & info = allClientInfo( af );
+   auto pathSm = this->pathSm( af );
    pathSmDel( af );
+   const std::size_t paths = pathSm->followedPaths().size();
+   const bool atOnce = !info->taskScheduler() || info->taskScheduler()->grant( paths ) == paths;
+   if ( atOnce ) {
+      Lum::retire( pathSm );
+   } else {
+      pathSm->leave();
+   }
+   const auto & own = family( af );
    own->configMount.reset();
    own->statusMount->cleanup();
    own->statusMount.reset();
+   if ( !atOnce ) {
+      info->leavingPathsIs(
+         clientOfVrf(), new LeavingPaths( *info, clientOfVrf(), pathSm, vrfDedupHandle( af ) ) );
+   }
 }
 
 void

@@ -25,6 +25,7 @@ class ClientVrfSm;
 ///
 ///   watches                        handler            does
 ///   AllClientInfo.vrfSourceId      handleVrfSourceId  createOrDeletePathSm of the owner
+///   AllClientInfo.leavingPaths     handleLeavingPaths likewise
 ///   VrfSourceId.vrfClientSourceId  handleSourceId     likewise
 class ClientVrfFamily : public Lum::Reactor {
    LUM_ENTITY( Cspf, ClientVrfFamily );
@@ -32,6 +33,7 @@ class ClientVrfFamily : public Lum::Reactor {
    ClientVrfFamily( ClientVrfSm & owner, Kivnet::AddressFamily af ) : owner_( owner ), af_( af ) {}
    void handleInitialized() override;
    void handleVrfSourceId( const L3::VrfName & vrf );
+   void handleLeavingPaths( const ClientOfVrf & client );
 
    /// The client's tables while it has a path reactor.
    std::optional< LumZorch::TableMount< Config > > configMount;
@@ -70,10 +72,11 @@ class ClientVrfSm : public Lum::Reactor {
    LUM_COLLECTION_ORDERED( vrfDedupHandle, Kivnet::AddressFamily, Lum::Ptr< DedupVrfHandle > );
    LUM_COLLECTION_ORDERED( vrfSourceId, Kivnet::AddressFamily, Lum::Ptr< const VrfSourceId > );
    LUM_CHILDREN( family, Kivnet::AddressFamily, ClientVrfFamily );
-   LUM_CHILDREN( pathSm, Kivnet::AddressFamily, PathSmBase );
+   LUM_COLLECTION_ORDERED( pathSm, Kivnet::AddressFamily, Lum::Ptr< PathSmBase > );
    LUM_CHILD( bwmClientSetupSm, TrafficEngineering::BwmClientSetupSm );
 
    const L3::VrfName & vrf() const noexcept { return vrf_; }
+   ClientOfVrf clientOfVrf() const { return { vrf_, clientName_ }; }
 
    void handleInitialized() override;
    void doPrepareToDie() override;
@@ -87,6 +90,7 @@ class ClientVrfSm : public Lum::Reactor {
    NodeId getVrfClientSourceId( Kivnet::AddressFamily af ) const;
    /// The client's tables and its path reactor. REQUIRES: the VRF is active; there are none yet.
    void doInitPathSm( Kivnet::AddressFamily af );
+   /// What is published goes at once; rows of many paths go by slices (LeavingPaths).
    void doCleanupPathSm( Kivnet::AddressFamily af );
    /// What the client brought along for computations, into the VRF's record of it, and out.
    void updateClientData( Kivnet::AddressFamily af );
@@ -95,6 +99,10 @@ class ClientVrfSm : public Lum::Reactor {
 
  private:
    void doInitFamily( Kivnet::AddressFamily af, const Lum::Ptr< AllClientInfo > & info );
+   Lum::Ptr< PathSmBase > newPathSm( Kivnet::AddressFamily af ) const;
+   bool isLeaving( Kivnet::AddressFamily af ) const {
+      return allClientInfo( af )->leavingPathsHas( clientOfVrf() );
+   }
 
    const L3::VrfName vrf_;
    const Lum::String clientName_;

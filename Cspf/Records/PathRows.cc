@@ -92,7 +92,7 @@ PathStatusInfo::followedIs( const Lum::Ptr< ConstraintInfo > & constraintInfo ) 
 
 bool
 PathStatusInfo::isMarkedThrough() const {
-   return followed_ && followed_->marked && followed_->marks != followedSince_;
+   return followed_ && followed_->marked && hasMark( followed_->marks );
 }
 
 bool

@@ -247,6 +247,8 @@ class PathStatusInfo : public Lum::Entity {
    void followedIs( const Lum::Ptr< ConstraintInfo > & constraintInfo );
    /// It waits since its constraint was marked, whatever its own row says.
    bool isMarkedThrough() const;
+   /// It was a follower already when its constraint was marked for that time, counted in `marks`.
+   bool hasMark( std::uint32_t marks ) const { return followed_ && followedSince_ < marks; }
    /// A request for a computation was counted for it when its constraint was marked.
    bool hasAskedThrough() const;
    /// How often it was refreshed through its constraint alone.
@@ -351,6 +353,9 @@ class PathStatusInfoTable : public Lum::Entity {
    LUM_ENTITY( Cspf, PathStatusInfoTable );
    LUM_COLLECTION( pathStatusInfo, PathInfoKey, Lum::Ptr< PathStatusInfo > );
    LUM_ROWS_BY_KEY( pathStatusInfo, PathInfoKey, PathStatusInfo );
+   /// Clients whose requests are being taken in. Nothing is computed before that is over, since
+   /// what an earlier run has published is reserved first.
+   LUM_ATTRIBUTE( intakes, std::uint32_t );
 };
 
 class PathStatusCacheTable : public Lum::Entity {

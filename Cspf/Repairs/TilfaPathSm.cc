@@ -50,9 +50,10 @@ TilfaPathSm::TilfaPathSm( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
                           const Lum::Ptr< Status > & cspfStatus,
                           const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
                           const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable,
-                          const Lum::Ptr< const RepairScope > & scope )
+                          const Lum::Ptr< const RepairScope > & scope,
+                          const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler )
    : PathSmBase( af, vrfName, name, teStatus, cspfConfig, cspfStatus, pathConfigInfoTable,
-                 pathStatusInfoTable ),
+                 pathStatusInfoTable, taskScheduler ),
      scope_( scope ),
      treesConfig_( Lum::make< Config >() ) {}
 

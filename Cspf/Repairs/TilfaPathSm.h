@@ -19,17 +19,23 @@ namespace Cspf {
 class TilfaPathSm : public PathSmBase {
    LUM_ENTITY( Cspf, TilfaPathSm );
    /// `scope` may be null: requests that name no topology are computed over all of them.
+   /// `taskScheduler`: as PathSmBase.
    TilfaPathSm( Kivnet::AddressFamily af, const L3::VrfName & vrfName, const Lum::String & name,
                 const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
                 const Lum::Ptr< const Config > & cspfConfig, const Lum::Ptr< Status > & cspfStatus,
                 const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
                 const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable,
-                const Lum::Ptr< const RepairScope > & scope = nullptr );
+                const Lum::Ptr< const RepairScope > & scope = nullptr,
+                const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler = nullptr );
 
    void handleInitialized() override;
    void handleCspfConfig( const PathKey & pathKey ) override;
    PathInfoKey externalPathInfoKey( const PathKey & pathKey ) const override;
    void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) override;
+   bool isFollowed( const PathKey & pathKey ) const override {
+      return requests_.contains( pathKey );
+   }
+   std::vector< PathKey > followedPaths() const override { return Kiv::keysOf( requests_ ); }
    void handleScope();
    void handleFirstResult();
 

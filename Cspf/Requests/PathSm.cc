@@ -56,7 +56,8 @@ PathSmBase::PathSmBase( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
                         const Lum::Ptr< const Config > & cspfConfig,
                         const Lum::Ptr< Status > & cspfStatus,
                         const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
-                        const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable )
+                        const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable,
+                        const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler )
    : af_( af ),
      vrfName_( vrfName ),
      name_( name ),
@@ -64,7 +65,10 @@ PathSmBase::PathSmBase( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
      cspfConfig_( cspfConfig ),
      cspfStatus_( cspfStatus ),
      pathConfigInfoTable_( pathConfigInfoTable ),
-     pathStatusInfoTable_( pathStatusInfoTable ) {}
+     pathStatusInfoTable_( pathStatusInfoTable ),
+     intake_( *this, taskScheduler, "pathIntakeTask-" + name,
+              { [ this ]( const PathKey & pathKey ) { return takeIn( pathKey ); },
+                [ this ] { endIntake(); } } ) {}
 
 PathSmBase::Handling::Handling( PathSmBase & owner, const PathKey & pathKey )
    : owner_( owner ),
@@ -79,18 +83,67 @@ PathSmBase::Handling::Handling( PathSmBase & owner, const PathKey & pathKey )
 void
 PathSmBase::handleInitialized() {
    LUM_WATCH_KEYS( cspfStatus_, pathStatus, handlePathUsage );
-   LUM_FOLLOW_KEYS( cspfConfig_, pathConfig, handleCspfConfig );
-   doCleanupStalePathEntries();
+   LUM_WATCH_KEYS( cspfConfig_, pathConfig, handleCspfConfig );
+   isTakingIn_ = true;
+   pathStatusInfoTable_->intakesIs( pathStatusInfoTable_->intakes() + 1 );
+   intake_.start( Kiv::keysOf( cspfConfig_->pathConfigColl() ) );
+}
+
+/// A request that is gone by now has not been followed; what an earlier run has published for it
+/// is stale.
+std::size_t
+PathSmBase::takeIn( const PathKey & pathKey ) {
+   const std::size_t before = pathConfigInfoTable_->pathConfigInfos();
+   if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
+      deleteStaleEntry( pathKey );
+   } else if ( !isFollowed( pathKey ) ) {
+      handleCspfConfig( pathKey );
+   }
+   const std::size_t after = pathConfigInfoTable_->pathConfigInfos();
+   return after > before ? after - before : 1;
+}
+
+void
+PathSmBase::endIntake() {
+   if ( auto stale = staleEntries(); !stale.empty() ) {
+      intake_.start( std::move( stale ) );
+      return;
+   }
    initialized_ = true;
+   stopIntake();
+}
+
+/// Does nothing where it was over.
+void
+PathSmBase::stopIntake() {
+   intake_.stop();
+   if ( isTakingIn_ ) {
+      isTakingIn_ = false;
+      pathStatusInfoTable_->intakesIs( pathStatusInfoTable_->intakes() - 1 );
+   }
+}
+
+void
+PathSmBase::leave() {
+   unwatchAll();
+   isLeaving_ = true;
+   stopIntake();
+   LUM_WATCH_KEYS( cspfConfig_, pathConfig, doCleanupPathInfoKeyEntries );
 }
 
 void
 PathSmBase::doPrepareToDie() {
    unwatchAll();
-   for ( const PathInfoKey & key : Lum::sortedKeys( pathConfigInfoTable_->pathConfigInfoColl() ) ) {
+   stopIntake();
+   std::vector< PathInfoKey > own;
+   for ( const auto & [ key, row ] : pathConfigInfoTable_->pathConfigInfoColl() ) {
       if ( key.clientName() == name_ ) {
-         deleteRows( key );
+         own.push_back( key );
       }
+   }
+   std::ranges::sort( own );
+   for ( const PathInfoKey & key : own ) {
+      deleteRows( key );
    }
 }
 
@@ -108,17 +161,37 @@ PathSmBase::doCheckPathUsageAndUpdate( const PathKey & pathKey ) {
 
 void
 PathSmBase::doCleanupStalePathEntries() {
-   for ( const PathKey & pathKey : Lum::sortedKeys( cspfStatus_->pathStatusColl() ) ) {
-      if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
-         TRACE7( "deleting pathStatus for " << pathKey.dst() << ", id " << pathKey.id() );
-         cspfStatus_->pathStatusDel( pathKey );
-      }
+   auto stale = staleEntries();
+   std::ranges::sort( stale );
+   for ( const PathKey & pathKey : stale ) {
+      deleteStaleEntry( pathKey );
    }
-   for ( const PathKey & pathKey : Lum::sortedKeys( cspfStatus_->pathErrorColl() ) ) {
-      if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
-         cspfStatus_->pathErrorDel( pathKey );
+}
+
+/// In no order; one with both kinds of entries may be there twice.
+std::vector< PathKey >
+PathSmBase::staleEntries() const {
+   std::vector< PathKey > stale;
+   const auto add = [ & ]( const auto & entries ) {
+      for ( const auto & entry : entries ) {
+         if ( !cspfConfig_->pathConfigHas( entry.first ) ) {
+            stale.push_back( entry.first );
+         }
       }
+   };
+   add( cspfStatus_->pathStatusColl() );
+   add( cspfStatus_->pathErrorColl() );
+   return stale;
+}
+
+void
+PathSmBase::deleteStaleEntry( const PathKey & pathKey ) {
+   if ( cspfStatus_->pathStatusHas( pathKey ) ) {
+      TRACE7_FOR( "void Cspf::PathSmBase::doCleanupStalePathEntries()",
+                  "deleting pathStatus for " << pathKey.dst() << ", id " << pathKey.id() );
+      cspfStatus_->pathStatusDel( pathKey );
    }
+   cspfStatus_->pathErrorDel( pathKey );
 }
 
 void

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Cspf/Records/PathRows.h"
+#include "platform/Kiv/Walk.h"
 #include "schema/TrafficEngineering.h"
 
 namespace Cspf {
@@ -23,23 +24,28 @@ class LinkedPathInfoKeys : public Lum::Entity {
 };
 
 /// Follows the path requests of one client in one VRF and family: the rows of each path exist while
-/// its request does.
+/// its request does. The requests that are there at the start are taken in by slices; one that
+/// changes meanwhile is handled at once, and not a second time when its turn comes.
 ///
 ///   watches              handler            writes
 ///   Config.pathConfig    handleCspfConfig   rows of the path, Status.pathStatus (removes)
 ///   Status.pathStatus    handlePathUsage    PathConfigInfo.usageChangeCount
 class PathSmBase : public Lum::Reactor {
  public:
-   /// `teStatus` may be null.
+   /// `teStatus` may be null. So may `taskScheduler`: all requests are taken in at once.
    PathSmBase( Kivnet::AddressFamily af, const L3::VrfName & vrfName, const Lum::String & name,
                const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
                const Lum::Ptr< const Config > & cspfConfig, const Lum::Ptr< Status > & cspfStatus,
                const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
-               const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable );
+               const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable,
+               const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler = nullptr );
 
    void handleInitialized() override;
    /// Removes the rows of all the client's paths. What is published stays.
    void doPrepareToDie() override;
+   /// Follows no request any more. Whoever ends the service slice by slice removes its paths; one
+   /// whose request changes meanwhile is removed at once.
+   void leave();
 
    /// The request for one path was added, changed or removed.
    virtual void handleCspfConfig( const PathKey & pathKey ) = 0;
@@ -47,6 +53,9 @@ class PathSmBase : public Lum::Reactor {
    virtual PathInfoKey externalPathInfoKey( const PathKey & pathKey ) const = 0;
    /// Removes all keys of a client path.
    virtual void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) = 0;
+   /// Whether there are keys of a client path; and of which there are, in no order.
+   virtual bool isFollowed( const PathKey & pathKey ) const = 0;
+   virtual std::vector< PathKey > followedPaths() const = 0;
 
    /// The path's bandwidth use must be accounted anew.
    void handlePathUsage( const PathKey & pathKey ) { doCheckPathUsageAndUpdate( pathKey ); }
@@ -91,7 +100,7 @@ class PathSmBase : public Lum::Reactor {
       ~Handling() { owner_.handling_ = outer_; }
       Handling( const Handling & ) = delete;
       Handling & operator=( const Handling & ) = delete;
-      bool isVoid() const { return isVoid_ || owner_.isRetired(); }
+      bool isVoid() const { return isVoid_ || owner_.isLeaving_ || owner_.isRetired(); }
 
     private:
       PathSmBase & owner_;
@@ -103,9 +112,16 @@ class PathSmBase : public Lum::Reactor {
  private:
    void dumpPathConfig( const PathConfig & config, Kiv::DumpContext & context, int indent ) const;
    void dumpPathStatus( const PathStatus & status, Kiv::DumpContext & context, int indent ) const;
+   std::size_t takeIn( const PathKey & pathKey );
+   void stopIntake();
+   void endIntake();
+   std::vector< PathKey > staleEntries() const;
+   void deleteStaleEntry( const PathKey & pathKey );
 
    const Kivnet::AddressFamily af_;
    bool initialized_ = false;
+   bool isTakingIn_ = false;
+   bool isLeaving_ = false;
    const L3::VrfName vrfName_;
    const Lum::String name_;
    const Lum::Ptr< const TrafficEngineering::Status > teStatus_;
@@ -113,6 +129,7 @@ class PathSmBase : public Lum::Reactor {
    const Lum::Ptr< Status > cspfStatus_;
    const Lum::Ptr< PathConfigInfoTable > pathConfigInfoTable_;
    const Lum::Ptr< PathStatusInfoTable > pathStatusInfoTable_;
+   Kiv::Walk< PathKey > intake_;
    Handling * handling_ = nullptr;  // the innermost
 };
 
@@ -127,6 +144,12 @@ class PathSm : public PathSmBase {
    void handleCspfConfig( const PathKey & pathKey ) override;
    PathInfoKey externalPathInfoKey( const PathKey & pathKey ) const override;
    void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) override;
+   bool isFollowed( const PathKey & pathKey ) const override {
+      return currentExternalPathInfoKeyHas( pathKey );
+   }
+   std::vector< PathKey > followedPaths() const override {
+      return Kiv::keysOf( currentExternalPathInfoKeyColl() );
+   }
    /// Removes the keys of the path's segments.
    void doCleanupChildPathInfoKeyEntries( const PathKey & pathKey );
 

@@ -160,14 +160,27 @@ ConstraintInfoSmBase::hasNotificationActiveIs( bool active ) {
    }
 }
 
-/// What is published may end the last use of this constraint.
+/// What is published may end the last use of this constraint. While requests are taken in, it
+/// waits.
 void
 ConstraintInfoSmBase::expire() {
+   if ( context_.pathStatusInfoTable->intakes() > 0 ) {
+      LUM_WATCH( context_.pathStatusInfoTable, intakes, handleIntakes );
+      return;
+   }
    const auto alive = keptAlive();
    const Lum::Ptr< const DedupConstraint > inUse( &constraintInfo_->constraint() );
    hasNotificationActiveIs( false );
    handleThrottleTimeout();
-   hasNotificationActiveIs( true );
+   hasNotificationActiveIs( !isHandingOut() );
+}
+
+void
+ConstraintInfoSmBase::handleIntakes() {
+   if ( context_.pathStatusInfoTable->intakes() == 0 ) {
+      unwatch( *context_.pathStatusInfoTable );
+      timerTask_.schedule();
+   }
 }
 
 bool

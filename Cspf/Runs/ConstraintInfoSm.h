@@ -6,6 +6,11 @@
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/TaskScheduler.h"
 
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+
 namespace Cspf {
 
 class CspfRunMemory;
@@ -96,9 +101,13 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    static void tellPath( const PathStatusInfo & path, PathStatusCache & cache, bool whole );
    /// As traces name the constraint.
    std::string constraintText() const;
+   /// Whether the run at hand has results that wait for `goOn`: the next expiry, at once.
+   virtual bool isHandingOut() const { return false; }
+   void goOn() { timerTask_.schedule(); }
 
  private:
    void expire();
+   void handleIntakes();
    void startTimer();
    void requestInHoldDown( bool topologyChanged, const char * operation );
    void requestInQuiet( bool topologyChanged, const char * operation );
@@ -117,6 +126,8 @@ class ConstraintInfoSmBase : public Lum::Reactor {
 
 /// Computes an ordinary constraint over the TE view: one run for all of its paths, or, where it can
 /// be followed, what a run would answer for those that may get another answer. Marks its followers.
+/// Results for many paths are handed out by slices; where the topology changes meanwhile, those
+/// that are left are run again, and come first.
 ///
 ///   watches                           handler             writes
 ///   ConstraintInfo.topoInfoChangedAt  handleTopoChanged   ConstraintInfo: marked, cspfRequestCount
@@ -128,6 +139,7 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
    using ConstraintInfoSmBase::ConstraintInfoSmBase;
 
    void handleInitialized() override;
+   void doPrepareToDie() override;
    void handlePathUpdate( const PathInfoKey & key ) override;
    void handleTopoChanged();
    void handleThrottleTimeout() override;
@@ -137,27 +149,51 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
    void updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData,
                                const std::vector< PathInfoKey > & paths );
 
+ protected:
+   bool isHandingOut() const override { return isHandingOut_; }
+
  private:
+   /// The results of one run on their way to its paths.
+   struct HandOut {
+      std::vector< PathInfoKey > paths;
+      std::size_t next = 0;
+      NodeId source;
+      bool isContinued = false;  // an earlier one that the topology has overtaken
+      std::uint32_t marks = 0;   // followers that have these are marked themselves first; 0: none
+      double since = 0;          // the change that these are for; seconds
+      bool toFollowers = false;  // from what is kept, which takes note of them
+      bool all = false;          // every follower was counted as answered
+      Lum::Ptr< CspfData > data{};            // null: nothing was run
+      std::optional< CspfLabelTree > tree{};  // that the data rest on, where that is kept
+      std::uint64_t version = 0;              // of the graph that was run on
+   };
+   using HandOutPtr = std::unique_ptr< HandOut >;
+
    void tellFollowers() const;
-   void markFollowers( const std::vector< PathInfoKey > & paths );
    bool follows( const NodeId & source );
-   void answerFollowers( const NodeId & source, const char * operation );
-   void answerOneByOne( const NodeId & source, const std::vector< PathInfoKey > & paths, bool all,
-                        const char * operation );
-   void answerEachOne( const NodeId & source, bool kept, const char * operation );
-   void answerFromKept( const NodeId & source, const std::vector< PathInfoKey > & paths,
-                        const char * operation );
-   std::vector< PathInfoKey > pathsToAnswer( const NodeId & source );
-   void computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths,
-                     const char * operation );
-   Lum::Ptr< CspfData > newCspfData( const NodeId & source,
-                                     const std::vector< PathInfoKey > & paths,
-                                     const char * operation ) const;
+   // `out`: a fresh one, or what is left of an earlier one.
+   void answer( HandOutPtr out, const char * operation );
+   void answerFollowers( HandOutPtr out, const char * operation );
+   void answerEachOne( HandOutPtr out, bool kept, const char * operation );
+   std::vector< PathInfoKey > pathsToAnswer( const HandOut & out );
+   void takeMarks( HandOut & out );
+   void run( HandOut & out, bool kept, const char * operation );
+   Lum::Ptr< CspfData > newCspfData( const HandOut & out, const char * operation ) const;
+   std::span< const PathInfoKey > slice( const HandOut & out ) const;
+   void markFollowers( const HandOut & out );
+   void handOutSlice( HandOutPtr out, const char * operation );
+   void handOutToFollowers( const HandOut & out, const char * operation );
+   void endHandOut( HandOut & out );
+   void handOutFurther( const char * operation );
+   HandOutPtr leftOf( HandOut & out );
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData,
                     const char * operation );
 
    NodeId answeredFrom_;  // all paths, at the last run; unset: they were not
    KeptAnswers kept_;
+   bool isHandingOut_ = false;
+   HandOutPtr handOut_;            // between two slices
+   std::set< PathInfoKey > left_;  // while results are handed out
 };
 
 }

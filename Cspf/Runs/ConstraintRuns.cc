@@ -55,53 +55,58 @@ void
 ConstraintInfoSm::handlePathUpdate( const PathInfoKey & key ) {
    if ( !constraintInfo()->pathHas( key ) ) {
       kept_.pathLeft();
+      if ( isHandingOut_ ) {
+         left_.insert( key );
+      }
    }
    ConstraintInfoSmBase::handlePathUpdate( key );
 }
 
 void
 ConstraintInfoSm::handleThrottleTimeout() {
-   if ( stopUnlessScheduled( __PRETTY_FUNCTION__ ) ) {
-      return;
+   if ( handOut_ ) {
+      handOutFurther( __PRETTY_FUNCTION__ );
+   } else if ( !stopUnlessScheduled( __PRETTY_FUNCTION__ ) ) {
+      answer( std::make_unique< HandOut >(), __PRETTY_FUNCTION__ );
    }
-   [[maybe_unused]] const InternalPathConstraint & pathConstraint = this->pathConstraint();
-   LUM_ASSERT( pathConstraint.sourceType() == plr()
-               || pathConstraint.sourceType() == pathSegmentSource() );
-   const NodeId source = view()->spfRoot();
-   constraintInfo()->sourceMissingIs( !kept_.isAt( *view(), source )
-                                      && !sourceInTopology( source ) );
-   constraintStats()->sourceMissing = constraintInfo()->sourceMissing();
-   const bool kept = follows( source );
-   if ( kept && constraintInfo()->followers == constraintInfo()->paths() ) {
-      answerFollowers( source, __PRETTY_FUNCTION__ );
-   } else {
-      answerEachOne( source, kept, __PRETTY_FUNCTION__ );
-   }
-   backoffTimerTask();
 }
 
 void
-ConstraintInfoSm::answerEachOne( const NodeId & source, bool kept, const char * operation ) {
+ConstraintInfoSm::answer( HandOutPtr out, const char * operation ) {
+   [[maybe_unused]] const InternalPathConstraint & pathConstraint = this->pathConstraint();
+   LUM_ASSERT( pathConstraint.sourceType() == plr()
+               || pathConstraint.sourceType() == pathSegmentSource() );
+   ConstraintInfo & info = *constraintInfo();
+   out->source = view()->spfRoot();
+   info.sourceMissingIs( !kept_.isAt( *view(), out->source ) && !sourceInTopology( out->source ) );
+   constraintStats()->sourceMissing = info.sourceMissing();
+   const bool kept = follows( out->source );
+   isHandingOut_ = true;
+   if ( kept && info.followers == info.paths() ) {
+      answerFollowers( std::move( out ), operation );
+   } else {
+      answerEachOne( std::move( out ), kept, operation );
+   }
+}
+
+void
+ConstraintInfoSm::answerEachOne( HandOutPtr out, bool kept, const char * operation ) {
    if ( kept ) {
       kept_.forgetPaths();
    } else {
       kept_.forget();
    }
-   if ( constraintInfo()->marked ) {
-      markFollowers( Lum::sortedKeys( constraintInfo()->pathColl() ) );
-   }
-   const std::vector< PathInfoKey > paths = pathsToAnswer( source );
+   takeMarks( *out );
+   out->paths = pathsToAnswer( *out );
+   markFollowers( *out );
    if ( constraintInfo()->sourceMissing() ) {
       TRACE7_FOR( operation, "Source not found in topoId " << pathConstraint().topoId() );
-      updatePathStatusCache( nullptr, paths );
    } else if ( pathConstraint().noSpf() ) {
       constraintStats()->cspfLastRanAtIs( seenUntil() );
-      updatePathStatusCache( nullptr, paths );
-   } else if ( kept ) {
-      answerFromKept( source, paths, operation );
    } else {
-      computeFrom( source, paths, operation );
+      run( *out, kept, operation );
    }
+   handOutSlice( std::move( out ), operation );
 }
 
 /// Tells of each follower what its own machine would.
@@ -140,23 +145,6 @@ ConstraintInfoSm::handleTopoChanged() {
    info.cspfRequestCountIs( info.cspfRequestCount() + asking );
 }
 
-/// Marks these themselves, where the constraint is marked.
-void
-ConstraintInfoSm::markFollowers( const std::vector< PathInfoKey > & paths ) {
-   ConstraintInfo & info = *constraintInfo();
-   if ( !info.marked ) {
-      return;
-   }
-   info.marksOne = true;
-   for ( const PathInfoKey & key : paths ) {
-      const auto * row = context().pathStatusInfoTable->pathStatusInfoFind( key );
-      if ( row && ( *row )->isMarkedThrough() ) {
-         ( *row )->refreshIs( refreshReasonTopoChanged, info.markedSince );
-      }
-   }
-   info.marksOne = info.marked = false;
-}
-
 /// Whether what is kept can answer. Whoever traces every step of a run gets runs.
 bool
 ConstraintInfoSm::follows( const NodeId & source ) {
@@ -168,98 +156,41 @@ ConstraintInfoSm::follows( const NodeId & source ) {
 }
 
 void
-ConstraintInfoSm::answerFollowers( const NodeId & source, const char * operation ) {
+ConstraintInfoSm::answerFollowers( HandOutPtr out, const char * operation ) {
    ConstraintInfo & info = *constraintInfo();
-   const bool all = info.marked;
-   const std::vector< PathInfoKey > paths = kept_.pathsToAnswer( info, all );
-   markFollowers( paths );
-   if ( isVerified() ) {  // whoever reads an answer may change the topology
-      verifyKept( kept_, view(), context() );
-   }
-   info.marked = false;
+   out->toFollowers = true;
+   out->all = info.marked && !out->isContinued;
+   out->paths = kept_.pathsToAnswer( info, out->all );
+   takeMarks( *out );
+   markFollowers( *out );
    info.waiting = {};
-   info.answers += all;
-   answeredFrom_ = source;
+   info.answers += out->all;
+   answeredFrom_ = out->source;
    TRACE7_FOR( operation, "run cspf, cspfRequestCount " << info.cspfRequestCount() );
-   if ( paths.empty() && info.cspfData() ) {
+   if ( out->paths.empty() && info.cspfData() ) {
+      if ( isVerified() ) {
+         verifyKept( kept_, view(), context() );
+      }
       countRun( info.cspfData(), 0 );
    } else {
-      answerOneByOne( source, paths, all, operation );
+      run( *out, true, operation );
+      kept_.beginAnswers( out->paths, *context().pathStatusInfoTable );
    }
-}
-
-void
-ConstraintInfoSm::answerOneByOne( const NodeId & source, const std::vector< PathInfoKey > & paths,
-                                  bool all, const char * operation ) {
-   const Lum::Seconds begin = Lum::RealClock::read();
-   const CspfLabelTree tree = kept_.tree( view()->graph() );
-   const auto cspfData = newCspfData( source, paths, operation );
-   const CspfRun run( *cspfData, view(), tree );
-   countRun( cspfData, Lum::RealClock::read() - begin );
-   kept_.beginAnswers( paths, *context().pathStatusInfoTable );
-   for ( const PathInfoKey & key : paths ) {
-      const auto path = pathStatusInfo( key );
-      if ( path && constraintInfo()->pathHas( key ) ) {
-         updatePath( key, cspfData, operation );
-         if ( all ) {
-            path->answeredAlone();
-         }
-         kept_.noteAnswer( *path, ground( *path, *cspfData ) );
-      }
-   }
-   context().runMemory.reclaim( *cspfData );
-}
-
-void
-ConstraintInfoSm::answerFromKept( const NodeId & source, const std::vector< PathInfoKey > & paths,
-                                  const char * operation ) {
-   if ( isVerified() ) {
-      verifyKept( kept_, view(), context() );
-   }
-   const Lum::Seconds begin = Lum::RealClock::read();
-   const CspfLabelTree tree = kept_.tree( view()->graph() );
-   const auto cspfData = newCspfData( source, paths, operation );
-   const CspfRun run( *cspfData, view(), tree );
-   countRun( cspfData, Lum::RealClock::read() - begin );
-   updatePathStatusCache( cspfData, paths );
-   context().runMemory.reclaim( *cspfData );
+   handOutSlice( std::move( out ), operation );
 }
 
 /// Those that asked where nothing has changed since all were answered, else all. A path more must
 /// not cost a walk over the others.
 std::vector< PathInfoKey >
-ConstraintInfoSm::pathsToAnswer( const NodeId & source ) {
-   const NodeId from = constraintInfo()->sourceMissing() ? NodeId() : source;
+ConstraintInfoSm::pathsToAnswer( const HandOut & out ) {
+   const NodeId from = constraintInfo()->sourceMissing() || out.isContinued ? NodeId() : out.source;
    const bool fresh = std::exchange( answeredFrom_, from ) == from && from
                       && changedAt() <= constraintStats()->cspfLastRanAt();
-   std::vector< PathInfoKey > paths =
-      fresh ? constraintInfo()->waitingInOrder() : Lum::sortedKeys( constraintInfo()->pathColl() );
+   std::vector< PathInfoKey > paths = out.isContinued || ( fresh && out.marks == 0 )
+                                         ? constraintInfo()->waitingInOrder()
+                                         : Lum::sortedKeys( constraintInfo()->pathColl() );
    constraintInfo()->waiting = {};
    return paths;
-}
-
-void
-ConstraintInfoSm::computeFrom( const NodeId & source, const std::vector< PathInfoKey > & paths,
-                               const char * operation ) {
-   const auto cspfData = newCspfData( source, paths, operation );
-   runCspf( cspfData, operation );
-   updatePathStatusCache( cspfData, paths );
-   context().runMemory.reclaim( *cspfData );
-}
-
-Lum::Ptr< CspfData >
-ConstraintInfoSm::newCspfData( const NodeId & source, const std::vector< PathInfoKey > & paths,
-                               const char * operation ) const {
-   auto cspfData = Lum::make< CspfData >();
-   cspfData->sourceIs( source );
-   cspfData->useTeMetricIs( true );
-   cspfData->buildReverseSptIs( pathConstraint().reversePath() );
-   for ( const PathInfoKey & key : paths ) {
-      const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
-      TRACE9_FOR( operation, "adding " << tep << " to CspfData::tep collection" );
-      cspfData->tepIs( tep );
-   }
-   return cspfData;
 }
 
 void

@@ -3,6 +3,7 @@
 #include "platform/Kiv/TaskScheduler.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Kiv {
 
@@ -23,6 +24,16 @@ TaskScheduler::listenerIs( const void * owner, Listener listener ) {
    } else {
       listeners_.erase( owner );
    }
+}
+
+std::size_t
+TaskScheduler::grant( std::size_t rows ) {
+   if ( std::exchange( grantedAt_, loop_.now() ) != loop_.now() ) {
+      granted_ = 0;
+   }
+   const std::size_t now = std::min( rows, slice_ - std::min( slice_, granted_ ) );
+   granted_ += now;
+   return now;
 }
 
 void

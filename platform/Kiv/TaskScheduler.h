@@ -33,6 +33,15 @@ class TaskScheduler : public Lum::Entity {
    /// turns knows in which order tasks run.
    void repeatableIs( bool repeatable ) { repeatable_ = repeatable; }
 
+   /// How many rows of long work one task does before others are served. A number of rows, since
+   /// work that is played again has to fall into the same pieces.
+   std::size_t slice() const noexcept { return slice_; }
+   /// REQUIRES: it is not 0.
+   void sliceIs( std::size_t rows ) { slice_ = rows; }
+   /// How many of so many rows may be done at once; the rest is for tasks. All who ask at one time
+   /// share a slice.
+   std::size_t grant( std::size_t rows );
+
  private:
    friend class Task;
 
@@ -40,6 +49,9 @@ class TaskScheduler : public Lum::Entity {
 
    Lum::ActivityLoop & loop_;
    bool repeatable_ = false;
+   std::size_t slice_ = 400;
+   std::size_t granted_ = 0;
+   Lum::Seconds grantedAt_ = 0;
    std::size_t pending_ = 0;
    Task * scheduled_ = nullptr;
    std::map< const void *, Listener > listeners_;

@@ -1,0 +1,180 @@
+// How the results of one run get to the constraint's paths: a slice of paths in a turn of the loop.
+// Until the last one is told the constraint counts as run, not as held down, and requests that come
+// in wait, as they do where all are told in one turn.
+//
+// The tree holds numbers of the graph. Where the topology has changed between two slices, the paths
+// that are left are run again, as a part of the same run: whoever else the change concerns is
+// marked, and waits for the hold-down to end.
+
+#include "Cspf/Runs/ConstraintInfoSm.h"
+#include "Cspf/Runs/KeptCheck.h"
+#include "Cspf/Runs/PathAnswer.h"
+#include "Cspf/Runs/Run.h"
+#include "platform/Trace/Trace.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Cspf {
+
+void
+ConstraintInfoSm::doPrepareToDie() {
+   if ( const HandOutPtr out = std::move( handOut_ ) ) {
+      endHandOut( *out );
+   }
+   ConstraintInfoSmBase::doPrepareToDie();
+}
+
+/// Those who were marked through the constraint wait for this run.
+void
+ConstraintInfoSm::takeMarks( HandOut & out ) {
+   ConstraintInfo & info = *constraintInfo();
+   if ( info.marked && !out.isContinued ) {
+      out.marks = info.marks;
+      out.since = info.markedSince;
+      info.marked = false;
+   }
+}
+
+void
+ConstraintInfoSm::run( HandOut & out, bool kept, const char * operation ) {
+   if ( kept && isVerified() ) {
+      verifyKept( kept_, view(), context() );
+   }
+   const Lum::Seconds begin = Lum::RealClock::read();
+   out.data = newCspfData( out, operation );
+   if ( kept ) {
+      out.tree.emplace( kept_.tree( view()->graph() ) );
+      const CspfRun run( *out.data, view(), *out.tree );
+   } else {
+      TRACE7_FOR( operation,
+                  "run cspf, cspfRequestCount " << constraintInfo()->cspfRequestCount() );
+      const CspfRun run( context().runMemory, *out.data, view() );
+   }
+   out.version = view()->graph().version();
+   if ( out.isContinued ) {
+      out.data->ranAtIs( seenUntil() );
+      constraintInfo()->cspfDataIs( out.data );
+   } else {
+      countRun( out.data, Lum::RealClock::read() - begin );
+   }
+}
+
+Lum::Ptr< CspfData >
+ConstraintInfoSm::newCspfData( const HandOut & out, const char * operation ) const {
+   auto cspfData = Lum::make< CspfData >();
+   cspfData->sourceIs( out.source );
+   cspfData->useTeMetricIs( true );
+   cspfData->buildReverseSptIs( pathConstraint().reversePath() );
+   for ( const PathInfoKey & key : out.paths ) {
+      const Kivnet::IpGenAddr tep = key.pathKey().dst().ipAddress();
+      TRACE9_FOR( operation, "adding " << tep << " to CspfData::tep collection" );
+      cspfData->tepIs( tep );
+   }
+   return cspfData;
+}
+
+/// Members of one user of bandwidth are told together: between two slices somebody else might
+/// reserve what the run has found free.
+std::span< const PathInfoKey >
+ConstraintInfoSm::slice( const HandOut & out ) const {
+   const std::span< const PathInfoKey > left = std::span( out.paths ).subspan( out.next );
+   return pathConstraint().bandwidth() > 0
+             ? left
+             : left.first( std::min( left.size(), context().taskScheduler->slice() ) );
+}
+
+/// Marks followers themselves that are in the next slice, as if they had been all along.
+void
+ConstraintInfoSm::markFollowers( const HandOut & out ) {
+   if ( out.marks == 0 ) {
+      return;
+   }
+   ConstraintInfo & info = *constraintInfo();
+   for ( const PathInfoKey & key : slice( out ) ) {
+      const auto path = pathStatusInfo( key );
+      if ( path && path->hasMark( out.marks ) ) {
+         info.marksOne = true;
+         path->refreshIs( refreshReasonTopoChanged, out.since );
+         info.marksOne = false;
+         info.waiting.erase( key );
+      }
+   }
+}
+
+void
+ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
+   const auto paths = slice( *out );
+   if ( out->toFollowers ) {
+      handOutToFollowers( *out, operation );
+   } else {
+      updatePathStatusCache( out->data, { paths.begin(), paths.end() } );
+   }
+   out->next += paths.size();
+   if ( isRetired() || out->next == out->paths.size() ) {
+      endHandOut( *out );
+   } else {
+      handOut_ = std::move( out );
+      goOn();
+   }
+}
+
+void
+ConstraintInfoSm::handOutToFollowers( const HandOut & out, const char * operation ) {
+   for ( const PathInfoKey & key : slice( out ) ) {
+      const auto path = pathStatusInfo( key );
+      if ( path && constraintInfo()->pathHas( key ) ) {
+         updatePath( key, out.data, operation );
+         if ( out.all && !left_.contains( key ) ) {
+            path->answeredAlone();
+         }
+         kept_.noteAnswer( *path, ground( *path, *out.data ) );
+      }
+   }
+}
+
+void
+ConstraintInfoSm::endHandOut( HandOut & out ) {
+   if ( out.data ) {
+      context().runMemory.reclaim( *out.data );
+   }
+   left_.clear();
+   isHandingOut_ = false;
+   backoffTimerTask();
+}
+
+void
+ConstraintInfoSm::handOutFurther( const char * operation ) {
+   HandOutPtr out = std::move( handOut_ );
+   if ( out->data
+        && ( out->version != view()->graph().version() || out->source != view()->spfRoot() ) ) {
+      answer( leftOf( *out ), operation );
+      return;
+   }
+   markFollowers( *out );
+   handOutSlice( std::move( out ), operation );
+}
+
+/// Its paths wait again. Those that were answered by the constraint's count were not answered.
+ConstraintInfoSm::HandOutPtr
+ConstraintInfoSm::leftOf( HandOut & out ) {
+   ConstraintInfo & info = *constraintInfo();
+   auto rest = std::make_unique< HandOut >();
+   rest->isContinued = true;
+   rest->marks = out.marks;
+   rest->since = out.since;
+   for ( const PathInfoKey & key : std::span( out.paths ).subspan( out.next ) ) {
+      const auto path = pathStatusInfo( key );
+      if ( path && info.pathHas( key ) ) {
+         info.waiting.insert( key );
+         if ( out.all && !left_.contains( key ) ) {
+            path->answeredAlone();
+         }
+      }
+   }
+   context().runMemory.reclaim( *out.data );
+   left_.clear();
+   return rest;
+}
+
+}
