@@ -52,6 +52,7 @@ PathsByRouter::concerned( const CspfGraph & graph, std::uint64_t sourceChanges )
    std::ranges::sort( told );
    told.erase( std::unique( told.begin(), told.end() ), told.end() );
    std::vector< Lum::Ptr< PathUsageSm > > paths;
+   paths.reserve( told.size() );
    for ( const Entry entry : told ) {
       paths.emplace_back( paths_.at( entry ).machine );
    }
