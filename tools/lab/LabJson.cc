@@ -140,6 +140,7 @@ class Builder {
    void checkKeys( LabJsonObject & members ) {
       std::unordered_set< std::string_view > keys;
       for ( std::size_t i = 0; i < members.size(); ++i ) {
+         Pace::breathe();
          if ( !keys.insert( members[ i ].key ).second ) {
             members.resize( i + 1 );
             throw LabError( pointer(), "expected each key once in an object, found "

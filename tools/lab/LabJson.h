@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -74,6 +75,9 @@ class LabJson {
 
    /// The member of that key; null where there is none, or this is not an object. O(members).
    const LabJson * find( std::string_view key ) const noexcept;
+   LabJson * find( std::string_view key ) noexcept {
+      return const_cast< LabJson * >( std::as_const( *this ).find( key ) );
+   }
    /// What the JSON pointer leads to; null where it leads nowhere.
    const LabJson * resolve( std::string_view pointer ) const;
    /// Removes that member where there is one.

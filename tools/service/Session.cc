@@ -1,7 +1,7 @@
 // The requests of one caller. A request is parsed and checked whole, then served, then answered;
 // whatever is wrong with it becomes an error answer and touches nothing else. A frame is read as a
-// lab's text would be, with bounded nesting and in the order in which it is written, which matters
-// to labs; all else takes it as plain JSON.
+// lab's text would be, with bounded nesting and in the order in which it is written; all but a lab
+// is plain JSON from then on.
 
 #include "tools/service/Session.h"
 
@@ -10,6 +10,7 @@
 #include "platform/Trace/Velotrace.h"
 
 #include <algorithm>
+#include <iterator>
 #include <unistd.h>
 #include <utility>
 
@@ -32,21 +33,21 @@ toggles( bool runs ) {
                          : Toggle::getToggleState( name, file, true ) } };
 }
 
-/// REQUIRES: the nesting is bounded, and keys differ.
+/// Takes the value apart as it goes. REQUIRES: the nesting is bounded, and keys differ.
 Json
-plain( const Lab::LabJson & from ) {
+plain( Lab::LabJson from ) {
    Pace::breathe();
-   if ( const auto * members = from.as< Lab::LabJsonObject >() ) {
+   if ( auto * members = from.as< Lab::LabJsonObject >() ) {
       Json to = Json::object();
-      for ( const Lab::LabJsonMember & member : *members ) {
-         to.emplace( member.key, plain( member.value ) );
+      for ( Lab::LabJsonMember & member : *members ) {
+         to.emplace( member.key, plain( std::move( member.value ) ) );
       }
       return to;
    }
-   if ( const auto * elements = from.as< Lab::LabJsonArray >() ) {
+   if ( auto * elements = from.as< Lab::LabJsonArray >() ) {
       Json to = Json::array();
-      for ( const Lab::LabJson & element : *elements ) {
-         to.push_back( plain( element ) );
+      for ( Lab::LabJson & element : *elements ) {
+         to.push_back( plain( std::move( element ) ) );
       }
       return to;
    }
@@ -66,12 +67,33 @@ plain( const Lab::LabJson & from ) {
    return to;
 }
 
+/// Null is left in its place.
+Lab::LabJson
+takeLab( Lab::LabJson & request ) {
+   Lab::LabJson * const params = request.find( "params" );
+   Lab::LabJson * const lab = params ? params->find( "lab" ) : nullptr;
+   return lab ? std::exchange( *lab, Lab::LabJson() ) : Lab::LabJson();
+}
+
 Request
+requestOf( Lab::LabJson & from ) {
+   Lab::LabJson lab = takeLab( from );
+   return { plain( std::move( from ) ), std::move( lab ) };
+}
+
+Frame
 parse( std::string_view text ) {
    try {
-      Lab::LabJson inOrder = Lab::LabJson::parse( text );
-      Json json = plain( inOrder );
-      return { std::move( json ), std::move( inOrder ) };
+      Lab::LabJson all = Lab::LabJson::parse( text );
+      Frame frame;
+      auto * const several = all.as< Lab::LabJsonArray >();
+      frame.isBatch = several && !several->empty();
+      if ( frame.isBatch ) {
+         std::ranges::transform( *several, std::back_inserter( frame.requests ), requestOf );
+      } else {
+         frame.requests.push_back( requestOf( all ) );
+      }
+      return frame;
    } catch ( const Lab::LabError & error ) {
       throw RpcFailure{ parseError, error.what() };
    }
@@ -124,7 +146,7 @@ Session::~Session() {
 
 void
 Session::handleFrame( std::string_view text ) {
-   Request frame;
+   Frame frame;
    std::exception_ptr failure;
    try {
       if ( text.size() > maxFrame ) {
@@ -141,7 +163,7 @@ Session::handleFrame( std::string_view text ) {
 /// Reads a frame in a job, and takes no other meanwhile.
 void
 Session::readLong( std::string text ) {
-   const auto frame = std::make_shared< Request >();
+   const auto frame = std::make_shared< Frame >();
    reading_ = std::make_unique< Pace::Job >(
       shared_.loop, [ frame, text = std::move( text ) ] { *frame = parse( text ); },
       [ this, frame ]( const std::exception_ptr & failure ) {
@@ -153,7 +175,7 @@ Session::readLong( std::string text ) {
 
 /// A frame has been read, or could not be.
 void
-Session::frameIs( Request && frame, const std::exception_ptr & failure ) {
+Session::frameIs( Frame && frame, const std::exception_ptr & failure ) {
    if ( failure ) {
       batch_ = false;
       wantsAnswer_ = true;
@@ -167,17 +189,10 @@ Session::frameIs( Request && frame, const std::exception_ptr & failure ) {
 
 /// Takes the requests of one frame.
 void
-Session::requestsAre( Request && frame ) {
-   auto * const several = frame.inOrder.as< Lab::LabJsonArray >();
-   batch_ = several && !several->empty();
+Session::requestsAre( Frame && frame ) {
+   batch_ = frame.isBatch;
    batchSize_ = 0;
-   if ( batch_ ) {
-      for ( std::size_t i = 0; i < several->size(); ++i ) {
-         requests_.push_back( { std::move( frame.json[ i ] ), std::move( ( *several )[ i ] ) } );
-      }
-   } else {
-      requests_.push_back( std::move( frame ) );
-   }
+   std::ranges::move( frame.requests, std::back_inserter( requests_ ) );
 }
 
 /// Whether the next request is served now; if not, somebody has been asked to call `pump` again.
@@ -315,7 +330,7 @@ Session::serve( const std::string & method, Request & request ) {
       return command( params );
    }
    if ( method == "load" ) {
-      return load( request.inOrder );
+      return load( request );
    }
    if ( method == "status" ) {
       return status();

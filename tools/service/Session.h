@@ -17,10 +17,15 @@
 
 namespace Service {
 
-/// A frame, or one request of it.
+/// `lab`: what `load` brings, as it was written, which matters to labs; taken out of the rest.
 struct Request {
    Json json;
-   Lab::LabJson inOrder;  ///< as it was written
+   Lab::LabJson lab;
+};
+
+struct Frame {
+   std::vector< Request > requests;
+   bool isBatch = false;
 };
 
 /// What the sessions of one server share.
@@ -77,8 +82,8 @@ class Session {
 
    void handleFrame( std::string_view text );
    void readLong( std::string text );
-   void frameIs( Request && frame, const std::exception_ptr & failure );
-   void requestsAre( Request && frame );
+   void frameIs( Frame && frame, const std::exception_ptr & failure );
+   void requestsAre( Frame && frame );
    void pump();
    bool mayGoOn( Lum::Seconds sliceEnd );
    /// Goes on after so many seconds.
@@ -94,7 +99,7 @@ class Session {
    Result unwatch( const Json & params );
    Result command( const Json & params );
    Result patch( Json & params );
-   Result load( const Lab::LabJson & request );
+   Result load( Request & request );
    /// Does what may take long to write, in a job.
    Result write( Pace::Job::Work work );
    void writeEnded( const std::exception_ptr & failure );

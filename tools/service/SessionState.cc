@@ -81,6 +81,16 @@ isLong( const Json & patch ) {
           || ( patch.is_object() && std::ranges::any_of( patch, &Json::is_null ) );
 }
 
+/// Takes the value apart, and lets others have their turns.
+void
+discard( Json & json ) {
+   Pace::breathe();
+   if ( json.is_structured() ) {
+      std::ranges::for_each( json, discard );
+   }
+   json = nullptr;
+}
+
 std::string
 joined( const std::vector< std::string > & parts ) {
    std::string all;
@@ -164,8 +174,9 @@ Session::patch( Json & params ) {
    }
    Json & patch = params[ "patch" ];
    if ( isLong( patch ) ) {
-      return write( [ &view = shared_.view, path, patch = std::move( patch ) ] {
+      return write( [ &view = shared_.view, path, patch = std::move( patch ) ]() mutable {
          view.patch( path, patch );
+         discard( patch );
       } );
    }
    shared_.view.patch( path, patch );
@@ -281,23 +292,22 @@ Session::command( const Json & params ) {
 
 /// A lab that is a part of the request, or that has come in parts.
 Session::Result
-Session::load( const Lab::LabJson & request ) {
-   const Lab::LabJson * const params = request.find( "params" );
-   const auto member = [ params ]( const char * name ) {
-      return params ? params->find( name ) : nullptr;
-   };
-   const Lab::LabJson * const part = member( "part" );
-   if ( part && part->as< std::string >() ) {
-      labSize_ += part->as< std::string >()->size();
-      labParts_.push_back( *part->as< std::string >() );
+Session::load( Request & request ) {
+   const Json & params = request.json[ "params" ];
+   if ( const auto part = params.find( "part" ); part != params.end() && part->is_string() ) {
+      const auto & text = part->get_ref< const std::string & >();
+      labSize_ += text.size();
+      labParts_.push_back( text );
       if ( labSize_ > maxLab ) {
          takeLabParts();
          throw RequestError( "the lab is longer than 256 MiB" );
       }
       return "true";
    }
-   if ( const Lab::LabJson * const lab = member( "lab" ) ) {
-      return write( [ &load = shared_.load, lab = *lab ] { load( lab ); } );
+   if ( params.contains( "lab" ) ) {
+      return write( [ &load = shared_.load, lab = std::move( request.lab ) ]() mutable {
+         load( std::move( lab ) );
+      } );
    }
    if ( labParts_.empty() ) {
       throw RpcFailure{ invalidParams, "\"lab\" is missing" };
