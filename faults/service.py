@@ -65,11 +65,14 @@ class Caller:
         except OSError as error:
             raise Gone(str(error))
 
-    def request(self, method, **params):
-        """Sends without waiting for the answer."""
+    def frame(self, method, **params):
         self.number += 1
         body = {"jsonrpc": "2.0", "id": self.number, "method": method, "params": params}
-        self.send(json.dumps(body).encode() + b"\n")
+        return json.dumps(body).encode() + b"\n"
+
+    def request(self, method, **params):
+        """Sends without waiting for the answer."""
+        self.send(self.frame(method, **params))
 
     def line(self):
         searched = 0
@@ -90,6 +93,9 @@ class Caller:
 
     def call(self, method, **params):
         self.request(method, **params)
+        return self.answer()
+
+    def answer(self):
         while True:
             answer = json.loads(self.line())
             if "error" in answer:
