@@ -35,7 +35,7 @@ class TilfaPathSm : public PathSmBase {
    bool isFollowed( const PathKey & pathKey ) const override {
       return requests_.contains( pathKey );
    }
-   std::vector< PathKey > followedPaths() const override { return Kiv::keysOf( requests_ ); }
+   std::vector< PathKey > followedPaths() const override { return Lum::keysOf( requests_ ); }
    void handleScope();
    void handleFirstResult();
 

@@ -86,7 +86,7 @@ PathSmBase::handleInitialized() {
    LUM_WATCH_KEYS( cspfConfig_, pathConfig, handleCspfConfig );
    isTakingIn_ = true;
    pathStatusInfoTable_->intakesIs( pathStatusInfoTable_->intakes() + 1 );
-   intake_.start( Kiv::keysOf( cspfConfig_->pathConfigColl() ) );
+   intake_.start( Lum::keysOf( cspfConfig_->pathConfigColl() ) );
 }
 
 /// A request that is gone by now has not been followed; what an earlier run has published for it

@@ -148,7 +148,7 @@ class PathSm : public PathSmBase {
       return currentExternalPathInfoKeyHas( pathKey );
    }
    std::vector< PathKey > followedPaths() const override {
-      return Kiv::keysOf( currentExternalPathInfoKeyColl() );
+      return Lum::keysOf( currentExternalPathInfoKeyColl() );
    }
    /// Removes the keys of the path's segments.
    void doCleanupChildPathInfoKeyEntries( const PathKey & pathKey );

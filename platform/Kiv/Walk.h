@@ -9,18 +9,6 @@
 
 namespace Kiv {
 
-/// The keys of a map at this moment, in no order.
-template< class M >
-std::vector< typename M::key_type >
-keysOf( const M & map ) {
-   std::vector< typename M::key_type > keys;
-   keys.reserve( map.size() );
-   for ( const auto & entry : map ) {
-      keys.push_back( entry.first );
-   }
-   return keys;
-}
-
 /// Goes over keys in their order, a slice of rows in a turn of the loop, so that others are served
 /// between. What is visited may end the walk, or the machine that owns it.
 template< class Key >

@@ -43,16 +43,23 @@ makeRow( const Key & key ) {
    }
 }
 
-/// The keys of a map at this moment, in their order: for walks during which entries may come
-/// and go.
+/// The keys of a map at this moment, in no order: for walks during which entries may come and go.
 template< class M >
 std::vector< typename M::key_type >
-sortedKeys( const M & map ) {
+keysOf( const M & map ) {
    std::vector< typename M::key_type > keys;
    keys.reserve( map.size() );
    for ( const auto & entry : map ) {
       keys.push_back( entry.first );
    }
+   return keys;
+}
+
+/// ... in their order.
+template< class M >
+std::vector< typename M::key_type >
+sortedKeys( const M & map ) {
+   auto keys = keysOf( map );
    std::sort( keys.begin(), keys.end() );
    return keys;
 }
