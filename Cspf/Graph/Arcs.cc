@@ -32,8 +32,7 @@ CspfArcs::stepMetric( const CspfGraph & graph, CspfEdge edge, const CspfRunOptio
    if ( stepIsFree( graph.kind( edge ), options.reverse ) || priced == noEdge ) {
       return 0;
    }
-   const CspfEdgeColumns & columns = graph.columns();
-   return ( options.useTeMetric ? columns.teMetric : columns.igpMetric )[ index( priced ) ];
+   return graph.columns().metric( options.useTeMetric )[ index( priced ) ];
 }
 
 CspfRefusal
@@ -82,7 +81,7 @@ template< bool reverse >
 void
 CspfArcs::fill( const CspfGraph & graph, const uint8_t * admitted ) {
    const CspfEdgeColumns & columns = graph.columns();
-   const uint32_t * metrics = ( layout_.useTeMetric ? columns.teMetric : columns.igpMetric ).data();
+   const uint32_t * metrics = columns.metric( layout_.useTeMetric ).data();
    const uint32_t limit = layout_.useLinksWithMaxMetric ? 0xFFFFFFFF : maxLinkMetric;
    Arc * const arcs = arcs_.data();
    CspfEdge * const edges = edges_.data();

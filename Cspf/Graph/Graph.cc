@@ -41,13 +41,15 @@ forEachColumn( CspfEdgeColumns & columns, Visit visit ) {
    visit( columns.flags );
    visit( columns.topology );
    visit( columns.igpMetric );
-   visit( columns.teMetric );
    visit( columns.adminGroup );
    visit( columns.srlgList );
    visit( columns.interface );
    visit( columns.keyRank );
    visit( columns.reverse );
    visit( columns.unreserved[ 0 ] );
+   if ( !columns.teMetric.empty() ) {
+      visit( columns.teMetric );
+   }
    for ( size_t priority = 1; priority < columns.unreserved.size(); ++priority ) {
       if ( !columns.unreserved[ priority ].empty() ) {
          visit( columns.unreserved[ priority ] );
@@ -178,7 +180,12 @@ CspfGraph::write( CspfEdge edge, const CspfEdgeRecord & record ) {
    noteEdge( edge );
    columns_.topology[ e ] = record.topology;
    columns_.igpMetric[ e ] = record.igpMetric;
-   columns_.teMetric[ e ] = record.teMetric.value_or( record.igpMetric );
+   if ( columns_.teMetric.empty() && record.teMetric ) {
+      columns_.teMetric = columns_.igpMetric;
+   }
+   if ( !columns_.teMetric.empty() ) {
+      columns_.teMetric[ e ] = record.teMetric.value_or( record.igpMetric );
+   }
    columns_.flags[ e ] &= ~ownTeMetricBit;
    columns_.flags[ e ] |= record.teMetric ? ownTeMetricBit : 0;
    columns_.adminGroup[ e ] = record.adminGroup;

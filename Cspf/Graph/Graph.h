@@ -49,7 +49,8 @@ struct CspfEdgeColumns {
    std::vector< uint8_t > flags;
    std::vector< uint16_t > topology;
    std::vector< uint32_t > igpMetric;
-   std::vector< uint32_t > teMetric;  // the IGP metric where the link has no TE metric
+   /// The IGP metric where the link has no TE metric. Empty where no link has one.
+   std::vector< uint32_t > teMetric;
    std::vector< uint32_t > adminGroup;
    std::vector< uint32_t > srlgList;  // number in CspfGraph::srlgPool()
    std::vector< uint32_t > interface;
@@ -59,6 +60,9 @@ struct CspfEdgeColumns {
    /// networks reserve at one priority or none.
    std::array< std::vector< float >, 8 > unreserved;
 
+   const std::vector< uint32_t > & metric( bool useTeMetric ) const {
+      return useTeMetric && !teMetric.empty() ? teMetric : igpMetric;
+   }
    const std::vector< float > & unreservedAt( size_t priority ) const {
       while ( priority > 0 && unreserved[ priority ].empty() ) {
          --priority;
