@@ -89,13 +89,11 @@ TopoDbSm::knownRouters() const {
          routers.insert( entry.first );
       }
    }
-   allTopoDbStatus_->links().visitFrom( { topoId_, {} }, [ & ]( const LinkEntry & link ) {
-      const bool own = link.first.topoId() == topoId_;
-      if ( own ) {
-         routers.insert( link.first.from->first.id() );
+   for ( const TopoRouter * router : allTopoDbStatus_->links().routersOf( topoId_ ) ) {
+      if ( !router->second.links.empty() ) {
+         routers.insert( router->first.id() );
       }
-      return own;
-   } );
+   }
    return routers;
 }
 
@@ -202,8 +200,8 @@ TopoDbSm::doMoveMapping( const IgpRouterId & igpRouterId, const Kivnet::IpGenAdd
    } else {
       graph.detach( topoId_, igpRouterId );
    }
-   for ( LinkEntry * link : routerToNeighbor( igpRouterId ) ) {
-      forEachOnlyIn( link->second.value.neighborToIntfIp, {}, [ & ]( const auto & intfIp ) {
+   for ( TopoLink * link : routerToNeighbor( igpRouterId ) ) {
+      forEachOnlyIn( link->neighborToIntfIp, {}, [ & ]( const auto & intfIp ) {
          linkOfIntfIpMoved( *allTopoDbStatus_, *link, intfIp );
       } );
    }
@@ -267,72 +265,52 @@ TopoDbSm::handleTeRouterIdChange( const Kivnet::IpGenAddr & teRouterId ) {
 
 bool
 TopoDbSm::neighborToIntfIpHas( const NeighborKey & key ) const {
-   const LinkEntry * link = allTopoDbStatus_->links().find( topoId_, key );
-   return link
-          && std::ranges::any_of( link->second.value.neighborToIntfIp,
-                                  []( const auto & address ) { return !!address; } );
+   const TopoLink * link = allTopoDbStatus_->links().find( topoId_, key );
+   return link && std::ranges::any_of( link->neighborToIntfIp, []( const auto & address ) {
+             return !!address;
+          } );
 }
 
 /// The links that the router listed last.
 TopoDbSm::RouterToNeighbor
 TopoDbSm::routerToNeighbor( const IgpRouterId & igpRouterId ) const {
-   RouterToNeighbor links;
-   if ( const TopoRouter * router = allTopoDbStatus_->links().router( topoId_, igpRouterId ) ) {
-      allTopoDbStatus_->links().visitOf( *router, [ & ]( LinkEntry & link ) {
-         links.push_back( &link );
-         return true;
-      } );
-   }
-   return links;
+   TopoRouter * const router = allTopoDbStatus_->links().router( topoId_, igpRouterId );
+   return router ? RouterToNeighbor( router->second.links.begin(), router->second.links.end() )
+                 : RouterToNeighbor();
 }
 
 void
 TopoDbSm::doReconcileNeighbors( const IgpRouterId & igpRouterId,
                                 const Lum::Set< NeighborKey > & listed, const char * operation ) {
-   for ( LinkEntry * link : routerToNeighbor( igpRouterId ) ) {
-      if ( !listed.has( link->first.neighborKey() ) ) {
+   for ( TopoLink * link : routerToNeighbor( igpRouterId ) ) {
+      if ( !listed.has( link->neighborKey() ) ) {
          TRACE9_FOR( operation,
                      "IGP router ID for the deleted neighbor: " << igpRouterId << " is deleted" );
          doDelLink( *link );
       }
    }
-   TopoRouter & router = allTopoDbStatus_->links().routerIs( topoId_, igpRouterId );
-   for ( const NeighborKey & key : listed ) {
-      if ( key.routerId() == igpRouterId ) {
-         doAddLink( router, key );
-      }
-   }
-   allTopoDbStatus_->links().routerDelIfUnused( router );
+   allTopoDbStatus_->links().listed( topoId_, igpRouterId, listed, [ this ]( TopoLink & link ) {
+      doUpdateLink( link, topoDb_->neighborFind( link.neighborKey() ) );
+   } );
 }
 
 void
-TopoDbSm::doAddLink( TopoRouter & router, const NeighborKey & neighborKey ) {
-   const auto [ link, fresh ] = allTopoDbStatus_->links().tryInsert(
-      router, neighborKey, [ this ]( const LinkEntry & moved ) {
-         allTopoDbStatus_->forEachGraph( [ & ]( TopoGraph & graph ) { graph.rankMoved( moved ); } );
-      } );
-   if ( fresh ) {
-      doUpdateLink( *link, topoDb_->neighborFind( neighborKey ) );
-   }
-}
-
-void
-TopoDbSm::doDelLink( LinkEntry & link ) {
+TopoDbSm::doDelLink( TopoLink & link ) {
    doUpdateLink( link, nullptr );
    allTopoDbStatus_->links().erase( link );
 }
 
 /// Brings what is registered for a listed link in line with its entry; null: it has none.
 void
-TopoDbSm::doUpdateLink( LinkEntry & link, const Igp::Neighbor * neighbor ) {
+TopoDbSm::doUpdateLink( TopoLink & link, const Igp::Neighbor * neighbor ) {
    const auto addresses = neighbor ? neighbor->interfaceAddrList() : NeighborToIntfIp();
-   NeighborToIntfIp & registered = link.second.value.neighborToIntfIp;
+   NeighborToIntfIp & registered = link.neighborToIntfIp;
    if ( addresses != registered ) {
       forEachOnlyIn( addresses, registered, [ & ]( const Kivnet::IpGenAddr & address ) {
          addLinkToIntfIp( *allTopoDbStatus_, link, address );
       } );
       forEachOnlyIn( registered, addresses, [ & ]( const Kivnet::IpGenAddr & address ) {
-         LUM_ASSERT( neighborToIntfIpHas( link.first.neighborKey() ) );
+         LUM_ASSERT( neighborToIntfIpHas( link.neighborKey() ) );
          deleteLinkFromIntfIp( *allTopoDbStatus_, link, address );
       } );
    }
@@ -345,7 +323,7 @@ TopoDbSm::doUpdateLink( LinkEntry & link, const Igp::Neighbor * neighbor ) {
 void
 TopoDbSm::handleNeighbor( const NeighborKey & neighborKey ) {
    const Igp::Neighbor * neighbor = topoDb_->neighborFind( neighborKey );
-   LinkEntry * link = allTopoDbStatus_->links().find( topoId_, neighborKey );
+   TopoLink * link = allTopoDbStatus_->links().find( topoId_, neighborKey );
    if ( link ) {
       doUpdateLink( *link, neighbor );
    }

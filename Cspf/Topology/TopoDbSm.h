@@ -60,8 +60,7 @@ class TopoDbSm : public Lum::Reactor {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  private:
-   using LinkEntry = TopoLinks::Entry;
-   using RouterToNeighbor = std::vector< LinkEntry * >;
+   using RouterToNeighbor = std::vector< TopoLink * >;
    using ReachabilityMap = Lum::Set< Kivnet::IpGenPrefix >;
 
    // `operation`: the signature under which they trace.
@@ -73,9 +72,8 @@ class TopoDbSm : public Lum::Reactor {
    void doReconcileNeighbors( const IgpRouterId & igpRouterId,
                               const Lum::Set< Routing::Topology::NeighborKey > & listed,
                               const char * operation );
-   void doAddLink( TopoRouter & router, const Routing::Topology::NeighborKey & neighborKey );
-   void doDelLink( LinkEntry & link );
-   void doUpdateLink( LinkEntry & link, const Routing::Topology::Neighbor * neighbor );
+   void doDelLink( TopoLink & link );
+   void doUpdateLink( TopoLink & link, const Routing::Topology::Neighbor * neighbor );
    void doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId & router,
                             const std::uint32_t * metric );
    RouterToNeighbor routerToNeighbor( const IgpRouterId & igpRouterId ) const;

@@ -54,14 +54,10 @@ TopoGraph::topologyIs( const TopoId & topoId, const Lum::Ptr< const Igp::TopoDb 
 
 void
 TopoGraph::topologyDel( const TopoId & topoId ) {
-   std::vector< TopoRouter * > routers;
-   for ( const auto & [ name, parts ] : links_.routers() ) {
-      if ( name.topoId() == topoId && parts.at( kind_ ).node ) {
-         routers.push_back( links_.router( topoId, name.id() ) );
+   for ( TopoRouter * router : links_.routersOf( topoId ) ) {
+      if ( part( *router ).node ) {
+         detach( *router );
       }
-   }
-   for ( TopoRouter * router : routers ) {
-      detach( *router );
    }
    const auto at = topologies_.find( topoId );
    topologyNumbers_[ at->second.number ] = false;
@@ -115,12 +111,11 @@ TopoGraph::attach( TopoRouter & router, const NodeId & nodeId ) {
       &router );
    part( router ).node = &node;
    updateOverload( node );
-   links_.visitOf( router, [ & ]( LinkEntry & link ) {
-      if ( const auto * neighbor = topology.topoDb->neighborFind( link.first.neighborKey() ) ) {
-         connect( link, *neighbor );
+   for ( TopoLink * link : router.second.links ) {
+      if ( const auto * neighbor = topology.topoDb->neighborFind( link->neighborKey() ) ) {
+         connect( *link, *neighbor );
       }
-      return true;
-   } );
+   }
    for ( auto at = waiting_.lower_bound( { &router, nullptr } );
          at != waiting_.end() && at->first.first == &router; at = waiting_.erase( at ) ) {
       connect( *at->first.second, *at->second );
@@ -140,14 +135,13 @@ TopoGraph::detach( TopoRouter & router ) {
    TopoNodes::Entry & entry = *part( router ).node;
    TopoNode & node = entry.second.value;
    graph_.noteAll();
-   links_.visitOf( router, [ & ]( LinkEntry & link ) {
-      disconnect( link );
-      return true;
-   } );
-   std::vector< std::pair< LinkEntry *, const Igp::Neighbor * > > entering;
+   for ( TopoLink * link : router.second.links ) {
+      disconnect( *link );
+   }
+   std::vector< std::pair< TopoLink *, const Igp::Neighbor * > > entering;
    for ( const std::uint32_t e : graph_.in( node.vertex ) ) {
       const EdgeMeaning & meaning = edgeMeanings_[ e ];
-      if ( meaning.link->first.to == &router ) {
+      if ( meaning.link->to == &router ) {
          entering.emplace_back( meaning.link, meaning.neighbor );
       }
    }
@@ -211,7 +205,7 @@ TopoGraph::touch( const TopoRouter & router ) {
 // Links.
 
 CspfEdgeRecord
-TopoGraph::record( const LinkEntry & link, const OneTopology & topology,
+TopoGraph::record( const TopoLink & link, const OneTopology & topology,
                    const Igp::Neighbor & neighbor ) const {
    CspfEdgeRecord record;
    record.igpMetric = neighbor.metric();
@@ -221,22 +215,22 @@ TopoGraph::record( const LinkEntry & link, const OneTopology & topology,
    record.unreserved = neighbor.unreservedBandwidth();
    record.topology = topology.number;
    record.interface = neighbor.intfId().number();
-   record.keyRank = link.second.rank;
+   record.keyRank = link.rank;
    return record;
 }
 
 void
-TopoGraph::linkIs( LinkEntry & link, const Igp::Neighbor & neighbor ) {
+TopoGraph::linkIs( TopoLink & link, const Igp::Neighbor & neighbor ) {
    const CspfEdge edge = edgeOf( link );
    if ( edge == noEdge ) {
       connect( link, neighbor );
       return;
    }
-   const CspfEdgeRecord now = record( link, topologies_.at( link.first.topoId() ), neighbor );
+   const CspfEdgeRecord now = record( link, topologies_.at( link.topoId() ), neighbor );
    if ( !sameRecord( graph_.record( edge ), now ) ) {
       graph_.updateEdge( edge, now );
    }
-   if ( link.first.isLan() ) {
+   if ( link.isLan() ) {
       updateMembership( link );
    } else {
       pairingIs( edge );
@@ -244,27 +238,25 @@ TopoGraph::linkIs( LinkEntry & link, const Igp::Neighbor & neighbor ) {
 }
 
 void
-TopoGraph::linkDel( LinkEntry & link ) {
+TopoGraph::linkDel( TopoLink & link ) {
    disconnect( link );
 }
 
 void
-TopoGraph::connect( LinkEntry & link, const Igp::Neighbor & neighbor ) {
-   const auto & [ from, to, linkId, type ] = link.first;
-   const auto * fromNode = part( *from ).node;
-   if ( !fromNode || from == to || edgeOf( link ) != noEdge ) {
+TopoGraph::connect( TopoLink & link, const Igp::Neighbor & neighbor ) {
+   const auto * fromNode = part( *link.from ).node;
+   if ( !fromNode || link.from == link.to || edgeOf( link ) != noEdge ) {
       return;
    }
-   const auto * toNode = part( *to ).node;
-   if ( !link.first.isLan() && !toNode ) {
-      waiting_.insert_or_assign( { to, &link }, &neighbor );
+   const auto * toNode = part( *link.to ).node;
+   if ( !link.isLan() && !toNode ) {
+      waiting_.insert_or_assign( { link.to, &link }, &neighbor );
       return;
    }
-   const CspfEdgeRecord record =
-      this->record( link, topologies_.at( link.first.topoId() ), neighbor );
+   const CspfEdgeRecord record = this->record( link, topologies_.at( link.topoId() ), neighbor );
    const CspfVertex fromVertex = fromNode->second.value.vertex;
-   if ( link.first.isLan() ) {
-      edgeOf( link ) = addEdge( fromVertex, networkIs( *to ), record, link, neighbor );
+   if ( link.isLan() ) {
+      edgeOf( link ) = addEdge( fromVertex, networkIs( *link.to ), record, link, neighbor );
       updateMembership( link );
    } else {
       edgeOf( link ) = addEdge( fromVertex, toNode->second.value.vertex, record, link, neighbor );
@@ -273,14 +265,14 @@ TopoGraph::connect( LinkEntry & link, const Igp::Neighbor & neighbor ) {
 }
 
 void
-TopoGraph::disconnect( LinkEntry & link ) {
+TopoGraph::disconnect( TopoLink & link ) {
    const CspfEdge edge = std::exchange( edgeOf( link ), noEdge );
    if ( edge == noEdge ) {
-      waiting_.erase( { link.first.to, &link } );
-   } else if ( link.first.isLan() ) {
+      waiting_.erase( { link.to, &link } );
+   } else if ( link.isLan() ) {
       removeEdge( membership( edge ) );
       removeEdge( edge );
-      networkDelIfUnused( *link.first.to );
+      networkDelIfUnused( *link.to );
    } else {
       pairingIs( edge );
       removeEdge( edge );
@@ -288,7 +280,7 @@ TopoGraph::disconnect( LinkEntry & link ) {
 }
 
 CspfEdge
-TopoGraph::addEdge( CspfVertex from, CspfVertex to, const CspfEdgeRecord & record, LinkEntry & link,
+TopoGraph::addEdge( CspfVertex from, CspfVertex to, const CspfEdgeRecord & record, TopoLink & link,
                     const Igp::Neighbor & neighbor ) {
    const CspfEdge edge = graph_.addEdge( from, to, record );
    if ( index( edge ) >= edgeMeanings_.size() ) {
@@ -296,7 +288,7 @@ TopoGraph::addEdge( CspfVertex from, CspfVertex to, const CspfEdgeRecord & recor
       nextHops_.resize( graph_.edgeBound() );
    }
    edgeMeanings_[ index( edge ) ] = { &link, &neighbor };
-   nextHops_[ index( edge ) ] = {};
+   nextHops_.set( index( edge ), {} );
    ++changes_;
    return edge;
 }
@@ -310,9 +302,9 @@ TopoGraph::removeEdge( CspfEdge edge ) {
 }
 
 void
-TopoGraph::rankMoved( const LinkEntry & link ) {
-   if ( const CspfEdge edge = link.second.value.at( kind_ ); edge != noEdge ) {
-      graph_.keyRankIs( edge, link.second.rank );
+TopoGraph::rankMoved( const TopoLink & link ) {
+   if ( const CspfEdge edge = link.at( kind_ ); edge != noEdge ) {
+      graph_.keyRankIs( edge, link.rank );
    }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cspf/Topology/AddressColumn.h"
 #include "Cspf/Topology/TopoLinks.h"
 #include "schema/CspfKeys.h"
 
@@ -24,7 +25,6 @@ namespace Cspf {
 /// among n parallel links O(n log n) more, when the graph is asked for next.
 class TopoGraph {
  public:
-   using LinkEntry = TopoLinks::Entry;
    /// The number of no topology.
    static constexpr std::uint16_t noTopology = CspfGraph::anyTopology - 1;
 
@@ -48,11 +48,11 @@ class TopoGraph {
    void touch( const TopoId & topoId, const IgpRouterId & router );
    void touch( const TopoRouter & router );
    /// The link is there, with what its neighbour entry says now.
-   void linkIs( LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
-   void linkDel( LinkEntry & link );
+   void linkIs( TopoLink & link, const Routing::Topology::Neighbor & neighbor );
+   void linkDel( TopoLink & link );
    /// The routers that the LAN lists have changed, or it is gone. O(routers * log links).
    void networkChanged( const TopoId & topoId, const Routing::Topology::NetworkId & networkId );
-   void rankMoved( const LinkEntry & link );
+   void rankMoved( const TopoLink & link );
 
    /// Puts numbers in the order of walks from `root` when so much has changed since the last time
    /// that it pays; every number and tree from before the last change is void then. Call it before
@@ -89,7 +89,7 @@ class TopoGraph {
    }
    /// The address at which a packet that takes this edge enters the router at its far end: of a
    /// link between routers, and of the step from a LAN to a router. Unset where it has none.
-   const Kivnet::IpGenAddr & nextHop( CspfEdge edge ) const {
+   Kivnet::IpGenAddr nextHop( CspfEdge edge ) const {
       settlePairs();
       return nextHops_[ index( edge ) ];
    }
@@ -120,7 +120,7 @@ class TopoGraph {
    /// What an edge stands for. The neighbour entry is the table's own: an edge is gone before its
    /// entry is.
    struct EdgeMeaning {
-      LinkEntry * link = nullptr;
+      TopoLink * link = nullptr;
       const Routing::Topology::Neighbor * neighbor = nullptr;
    };
    /// Two vertices with links of one topology whose pairing may have changed, the lower one first.
@@ -134,7 +134,7 @@ class TopoGraph {
       bool paired = false;
    };
 
-   CspfEdge & edgeOf( LinkEntry & link ) const { return link.second.value.at( kind_ ); }
+   CspfEdge & edgeOf( TopoLink & link ) const { return link.at( kind_ ); }
    Part & part( TopoRouter & router ) const { return router.second.at( kind_ ); }
    const Part & part( const TopoRouter & router ) const { return router.second.at( kind_ ); }
    TopoNodes::Entry & nodeIs( const NodeId & nodeId );
@@ -145,15 +145,15 @@ class TopoGraph {
    void networkDelIfUnused( TopoRouter & network );
    void meaningIs( CspfVertex vertex, const Meaning & meaning );
 
-   void connect( LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
-   void disconnect( LinkEntry & link );
-   CspfEdge addEdge( CspfVertex from, CspfVertex to, const CspfEdgeRecord & record,
-                     LinkEntry & link, const Routing::Topology::Neighbor & neighbor );
+   void connect( TopoLink & link, const Routing::Topology::Neighbor & neighbor );
+   void disconnect( TopoLink & link );
+   CspfEdge addEdge( CspfVertex from, CspfVertex to, const CspfEdgeRecord & record, TopoLink & link,
+                     const Routing::Topology::Neighbor & neighbor );
    void removeEdge( CspfEdge edge );
    /// The step back from the LAN that a link leads to; noEdge where the LAN does not list its
    /// router, and for any other edge.
    CspfEdge membership( CspfEdge link ) const;
-   void updateMembership( LinkEntry & link );
+   void updateMembership( TopoLink & link );
    // Pairs follow from what is there; they are worked out when somebody asks.
    void settlePairs() const {
       if ( !unpaired_.empty() ) {
@@ -170,7 +170,7 @@ class TopoGraph {
    void unpair( CspfEdge edge ) const;
    void updateNextHop( CspfEdge edge ) const;
    void nextHopIs( CspfEdge edge, const Kivnet::IpGenAddr & nextHop ) const;
-   CspfEdgeRecord record( const LinkEntry & link, const OneTopology & topology,
+   CspfEdgeRecord record( const TopoLink & link, const OneTopology & topology,
                           const Routing::Topology::Neighbor & neighbor ) const;
    Kivnet::IpGenAddr teRouterIdOf( CspfVertex router ) const;
 
@@ -182,9 +182,9 @@ class TopoGraph {
    TopoNodes nodes_;
    std::vector< Meaning > meanings_;  // by vertex
    mutable std::vector< EdgeMeaning > edgeMeanings_;
-   mutable std::vector< Kivnet::IpGenAddr > nextHops_;  // by edge
+   mutable AddressColumn nextHops_;  // by edge
    /// Links of attached routers to a router that takes no part (yet), by that router.
-   std::map< std::pair< TopoRouter *, LinkEntry * >, const Routing::Topology::Neighbor * > waiting_;
+   std::map< std::pair< TopoRouter *, TopoLink * >, const Routing::Topology::Neighbor * > waiting_;
    mutable std::vector< Unpaired > unpaired_;
    std::set< TopoNodes::Entry * > partlyOverloaded_;
    std::uint64_t changes_ = 0;  // edges that came or went since the last settling

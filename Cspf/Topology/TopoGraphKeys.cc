@@ -68,10 +68,10 @@ TopoGraph::teRouterIdOf( CspfVertex router ) const {
 AllTopoNeighborKey
 TopoGraph::neighborKey( CspfEdge edge ) const {
    LUM_ASSERT( graph_.has( edge ) );
-   const TopoLinkName & name = edgeMeanings_[ index( edge ) ].link->first;
+   const TopoLink & link = *edgeMeanings_[ index( edge ) ].link;
    const bool fromNetwork = graph_.kind( edge ) == CspfEdgeKind::networkToRouter;
    const bool p2p = graph_.kind( edge ) == CspfEdgeKind::routerToRouter;
-   return { name.topoId(), name.neighborKey(),
+   return { link.topoId(), link.neighborKey(),
             teRouterIdOf( fromNetwork ? graph_.to( edge ) : graph_.from( edge ) ),
             p2p ? teRouterIdOf( graph_.to( edge ) ) : Kivnet::IpGenAddr() };
 }
@@ -97,9 +97,9 @@ TopoGraph::edgesOfPartlyOverloaded( bool leaving ) const {
       const CspfVertex vertex = node->second.value.vertex;
       for ( const std::uint32_t e : leaving ? graph_.out( vertex ) : graph_.in( vertex ) ) {
          const CspfEdge edge{ e };
-         const TopoLinkName & name = edgeMeanings_[ e ].link->first;
+         const TopoLink & link = *edgeMeanings_[ e ].link;
          const bool intoFarEnd = !leaving && graph_.kind( edge ) == CspfEdgeKind::routerToRouter;
-         if ( part( intoFarEnd ? *name.to : *name.from ).overloaded ) {
+         if ( part( intoFarEnd ? *link.to : *link.from ).overloaded ) {
             found.push_back( edge );
          }
       }
@@ -128,11 +128,12 @@ TopoGraph::settle( const NodeId & root ) {
       }
    }
    std::vector< EdgeMeaning > edges( graph_.edgeBound() );
-   std::vector< Kivnet::IpGenAddr > nextHops( graph_.edgeBound() );
+   AddressColumn nextHops;
+   nextHops.resize( graph_.edgeBound() );
    for ( std::size_t e = 0; e < edgeMeanings_.size(); ++e ) {
       if ( to.edge[ e ] != noEdge ) {
          edges[ index( to.edge[ e ] ) ] = edgeMeanings_[ e ];
-         nextHops[ index( to.edge[ e ] ) ] = nextHops_[ e ];
+         nextHops.set( index( to.edge[ e ] ), nextHops_[ e ] );
          if ( graph_.kind( to.edge[ e ] ) != CspfEdgeKind::networkToRouter ) {
             edgeOf( *edgeMeanings_[ e ].link ) = to.edge[ e ];
          }

@@ -213,7 +213,7 @@ TopoGraph::updateNextHop( CspfEdge edge ) const {
 void
 TopoGraph::nextHopIs( CspfEdge edge, const Kivnet::IpGenAddr & nextHop ) const {
    if ( nextHops_[ index( edge ) ] != nextHop ) {
-      nextHops_[ index( edge ) ] = nextHop;
+      nextHops_.set( index( edge ), nextHop );
       graph_.noteEdge( edge );
    }
 }
@@ -251,10 +251,10 @@ TopoGraph::membership( CspfEdge link ) const {
 }
 
 void
-TopoGraph::updateMembership( LinkEntry & link ) {
-   const auto & topology = topologies_.at( link.first.topoId() );
-   const auto * network = topology.topoDb->networkFind( { link.first.to->first.id() } );
-   const bool listed = network && network->routerHas( link.first.from->first.id() );
+TopoGraph::updateMembership( TopoLink & link ) {
+   const auto & topology = topologies_.at( link.topoId() );
+   const auto * network = topology.topoDb->networkFind( { link.to->first.id() } );
+   const bool listed = network && network->routerHas( link.from->first.id() );
    const CspfEdge edge = edgeOf( link );
    CspfEdge step = membership( edge );
    if ( !listed ) {

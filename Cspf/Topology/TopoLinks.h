@@ -2,10 +2,15 @@
 
 #include "Cspf/Graph/Graph.h"
 #include "Cspf/Topology/RankedMap.h"
+#include "platform/Lum/Blocks.h"
 #include "platform/Lum/PackedVector.h"
 #include "schema/Topology.h"
 
 #include <array>
+#include <functional>
+#include <map>
+#include <utility>
+#include <vector>
 
 namespace Cspf {
 
@@ -31,7 +36,9 @@ struct TopoNode {
 };
 using TopoNodes = RankedMap< NodeId, TopoNode, 63 >;
 
-/// As what a router or a LAN takes part in each graph.
+struct TopoLink;
+
+/// As what a router or a LAN takes part in each graph, and the links that name it.
 struct TopoRouterParts {
    struct Part {
       TopoNodes::Entry * node = nullptr;  // that a router is attached as
@@ -39,8 +46,10 @@ struct TopoRouterParts {
       bool overloaded = false;
    };
 
-   std::array< Part, 2 > parts;  // by TopoGraphKind
-   std::uint32_t links = 0;      // that name it
+   std::array< Part, 2 > parts;            // by TopoGraphKind
+   Lum::PackedVector< TopoLink * > links;  // that it lists, in key order
+   std::uint32_t entering = 0;             // links that others list towards it
+   std::uint64_t rank = 0;                 // before those of its links
 
    Part & at( TopoGraphKind kind ) { return parts[ static_cast< std::size_t >( kind ) ]; }
    const Part & at( TopoGraphKind kind ) const {
@@ -48,87 +57,94 @@ struct TopoRouterParts {
    }
 };
 
-/// Names one directed link in all topologies of one VRF and family. Links of one router, and of one
-/// pair of routers in one direction, stand side by side.
-struct TopoLinkName {
+/// The interface addresses under which a link stands in the store: the list of the neighbour entry
+/// that it had last, which both share.
+using NeighborToIntfIp = Lum::List< Routing::Topology::AddrIndex, Kivnet::IpGenAddr >;
+
+/// What the store keeps of a link that its router lists: its name in all topologies of one VRF and
+/// family, what it has registered under that name, so that it can be taken back, and where the link
+/// stands in each graph.
+struct TopoLink {
    TopoRouter * from;
    TopoRouter * to;  // or the LAN; of the same topology
    std::uint32_t linkId;
    Routing::Topology::NeighborType neighborType;
+   std::uint64_t rank = 0;  // in key order among all listed links
+   NeighborToIntfIp neighborToIntfIp{};
+   std::array< CspfEdge, 2 > edges{ noEdge, noEdge };  // by TopoGraphKind
 
    const TopoId & topoId() const { return from->first.topoId(); }
    bool isLan() const { return neighborType == Routing::Topology::lan(); }
    Routing::Topology::NeighborKey neighborKey() const {
       return { from->first.id(), neighborType, to->first.id(), linkId };
    }
-   /// That of topologies and neighbour keys.
-   std::strong_ordering operator<=>( const TopoLinkName & other ) const;
-   bool operator==( const TopoLinkName & ) const = default;
-};
-
-/// The interface addresses under which a link stands in the store: the list of the neighbour entry
-/// that it had last, which both share.
-using NeighborToIntfIp = Lum::List< Routing::Topology::AddrIndex, Kivnet::IpGenAddr >;
-
-/// What the store keeps of a link that its router lists: what it has registered under the link's
-/// name, so that it can be taken back, and where the link stands in each graph.
-struct TopoLink {
-   NeighborToIntfIp neighborToIntfIp;
-   std::array< CspfEdge, 2 > edges{ noEdge, noEdge };  ///< by TopoGraphKind
-
    CspfEdge & at( TopoGraphKind kind ) { return edges[ static_cast< std::size_t >( kind ) ]; }
    CspfEdge at( TopoGraphKind kind ) const { return edges[ static_cast< std::size_t >( kind ) ]; }
+   static void * operator new( std::size_t bytes ) { return Lum::takeBlock( bytes ); }
+   static void operator delete( void * link, std::size_t bytes ) { Lum::giveBlock( link, bytes ); }
 };
 
-/// All listed links, ranked in key order, and the routers and LANs that they name. Entries do not
-/// move in memory.
+/// All listed links, ranked in the order of topologies and neighbour keys, and the routers and LANs
+/// that they name. Neither move in memory.
 class TopoLinks {
  public:
-   using Links = RankedMap< TopoLinkName, TopoLink, 63 >;
-   using Entry = Links::Entry;
-   using Routers = Lum::Map< TopoRouterName, TopoRouterParts >;
+   using Moved = std::function< void( const TopoLink & ) >;
 
-   const Routers & routers() const { return routers_; }
+   /// `moved` is told of each link whose rank has changed since it was listed.
+   explicit TopoLinks( Moved moved ) : moved_( std::move( moved ) ) {}
+   TopoLinks( const TopoLinks & ) = delete;
+   TopoLinks & operator=( const TopoLinks & ) = delete;
+   ~TopoLinks();
+
    /// Null where no link names it and no graph has it.
    TopoRouter * router( const TopoId & topoId, const IgpRouterId & id );
    /// Made where there is none. Whoever has no use for it in the end says so.
    TopoRouter & routerIs( const TopoId & topoId, const IgpRouterId & id );
    void routerDelIfUnused( TopoRouter & router );
+   /// Those of one topology, in order.
+   std::vector< TopoRouter * > routersOf( const TopoId & topoId );
 
-   Entry * find( const TopoId & topoId, const Routing::Topology::NeighborKey & key );
-   /// The link of that router, and whether it was made. `moved( entry )` is told of each other link
-   /// whose rank changes. REQUIRES: the key is one of the router's.
-   template< class Moved >
-   std::pair< Entry *, bool >
-   tryInsert( TopoRouter & from, const Routing::Topology::NeighborKey & key, Moved && moved ) {
-      TopoRouter & to = routerIs( from.first.topoId(), key.neighborId() );
-      const auto inserted =
-         links_.tryInsert( { &from, &to, key.linkId(), key.neighborType() }, moved );
-      from.second.links += inserted.second;
-      to.second.links += inserted.second;
-      return inserted;
+   TopoLink * find( const TopoId & topoId, const Routing::Topology::NeighborKey & key );
+   /// The router lists these links, of which those under its own name count. `made( link )` is told
+   /// of each new one. O(links of the router) for each, O(log links) where they stand behind those
+   /// that are there.
+   template< class Made >
+   void listed( const TopoId & topoId, const IgpRouterId & id,
+                const Lum::Set< Routing::Topology::NeighborKey > & keys, Made && made ) {
+      const auto router = routerAt( topoId, id );
+      for ( const Routing::Topology::NeighborKey & key : keys ) {
+         if ( TopoLink * link = key.routerId() == id ? tryInsert( router, key ) : nullptr ) {
+            made( *link );
+         }
+      }
+      routerDelIfUnused( *router );
    }
-   void erase( Entry & link );
-   /// Calls `visit( entry )` for the links of a router in key order, until it gives false. It may
-   /// erase the entry.
-   template< class Visit >
-   void visitOf( const TopoRouter & router, Visit && visit ) {
-      visitFrom( router.first,
-                 [ & ]( Entry & link ) { return link.first.from == &router && visit( link ); } );
-   }
-   /// The same for all links of that router and those behind them.
-   template< class Visit >
-   void visitFrom( const TopoRouterName & router, Visit && visit ) {
-      TopoRouter from( router, {} );
-      TopoRouter to( { router.topoId(), {} }, {} );
-      links_.visitFrom( { &from, &to, 0, Routing::Topology::p2p() }, visit );
-   }
+   void erase( TopoLink & link );
    /// Drops what was noted for a graph that goes. O(links).
    void forget( TopoGraphKind kind );
 
  private:
+   using Routers = std::map< TopoRouterName, TopoRouterParts, std::less< TopoRouterName >,
+                             Lum::BlockAllocator< TopoRouter > >;
+   /// What has ranks: each router (place 0), and behind it its links.
+   struct InOrder {
+      struct Position {
+         Routers::iterator router;
+         std::uint32_t place;
+         bool operator==( const Position & ) const = default;
+      };
+      bool previous( Position & at ) const;
+      bool next( Position & at ) const;
+      std::uint64_t & rank( const Position & at ) const;
+      Routers * routers;
+   };
+   Routers::iterator routerAt( const TopoId & topoId, const IgpRouterId & id );
+   /// Null where it is there.
+   TopoLink * tryInsert( Routers::iterator from, const Routing::Topology::NeighborKey & key );
+   void rankIs( const InOrder::Position & at );
+
    Routers routers_;
-   Links links_;
+   const Moved moved_;
 };
 
 /// Whether the address is among the link's own interface addresses. No link has the unset one,
