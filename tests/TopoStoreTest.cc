@@ -180,6 +180,53 @@ TEST( TopoStore, IsTheSameAsFromScratchAfterStorms ) {
    EXPECT_GT( parked, 200u );
 }
 
+/// Whatever the order in which links come, those that always come to the same place included.
+TEST( TopoStore, RanksRiseInKeyOrderAndWhoseRankMovesIsTold ) {
+   std::mt19937 random( 5 );
+   for ( int round = 0; round < 6; ++round ) {
+      std::map< const TopoLink *, std::uint64_t > ranks;
+      std::size_t moves = 0;
+      TopoLinks links( [ & ]( const TopoLink & moved ) {
+         ++moves;
+         ranks.at( &moved ) = moved.rank;
+      } );
+      std::map< NeighborKey, const TopoLink * > inOrder;
+      for ( unsigned n = 0; n < 1500; ++n ) {
+         const unsigned place = round == 0 ? 5000 - n : round == 1 ? n : random() % 5000;
+         const unsigned router = round < 3 ? 5 : place % 50;
+         NeighborKey key = p2pKey( 1, random() % 9 );
+         key.routerIdIs( { VertexType::ospfRouter, "9.0.0." + std::to_string( router ) } );
+         key.linkIdIs( round == 5 ? 2500 + ( n % 2 ? 1 : -1 ) * int( 1500 - n ) : place );
+         Lum::Set< NeighborKey > listed;
+         listed.insert( key );
+         links.listed( area0, key.routerId(), listed, [ & ]( const TopoLink & made ) {
+            ranks[ &made ] = made.rank;
+            inOrder[ key ] = &made;
+         } );
+         if ( random() % 8 == 0 ) {
+            const auto gone = std::next( inOrder.begin(), random() % inOrder.size() );
+            TopoLink * const link = links.find( area0, gone->first );
+            ASSERT_EQ( link, gone->second );
+            links.erase( *link );
+            ranks.erase( gone->second );
+            inOrder.erase( gone );
+         }
+      }
+      std::uint64_t last = 0;
+      for ( const auto & [ key, link ] : inOrder ) {
+         ASSERT_EQ( link->neighborKey(), key );
+         ASSERT_EQ( ranks.at( link ), link->rank );
+         ASSERT_GT( link->rank, std::exchange( last, link->rank ) );
+      }
+      EXPECT_TRUE( moves > 0 || round != 5 );
+      while ( !inOrder.empty() ) {
+         links.erase( *links.find( area0, inOrder.begin()->first ) );
+         inOrder.erase( inOrder.begin() );
+      }
+      EXPECT_TRUE( links.routersOf( area0 ).empty() );
+   }
+}
+
 TEST( TopoStore, GraphHasTheLinksOfTheTablesAndJudgesThemAsSingleTestsDo ) {
    unsigned admitted = 0;
    for ( unsigned seed = 1; seed <= 40; ++seed ) {
@@ -305,6 +352,25 @@ TEST( TopoStore, PublishedRowsFollowTheLinksAndStaleOnesGo ) {
    store.router( level2, 1, teId( 7 ), { p2pKey( 1, 2 ) } );
    EXPECT_EQ( rows->intfIpToRouterId( ipOf( "10.0.0.1" ) ), teId( 7 ) );
    EXPECT_THAT( store.status->teRouterIdsOfTep( ipOf( "10.0.0.1" ) ), ElementsAre( teId( 7 ) ) );
+
+   const std::vector< NeighborKey > sharing{ p2pKey( 3, 1 ), p2pKey( 3, 2 ), p2pKey( 3, 4 ) };
+   for ( const NeighborKey & key : sharing ) {
+      store.link( key, "10.0.0.3", "" );
+   }
+   store.router( level2, 3, teId( 3 ), sharing );
+   const auto links = [ & ] {
+      return store.status->intfIpToNeighborTable()
+         ->intfIpToNeighbor( ipOf( "10.0.0.3" ) )
+         .neighborSet();
+   };
+   const auto all = links();
+   ASSERT_EQ( all.size(), 3u );
+   for ( int time = 0; time < 2; ++time ) {  // what is not there is not taken out
+      deleteNeighborKeyFromIntfIp( store.status, all[ 1 ], ipOf( "10.0.0.3" ) );
+      EXPECT_THAT( links(), ElementsAre( all[ 0 ], all[ 2 ] ) );
+   }
+   addNeighborKeyToIntfIp( store.status, all[ 1 ], ipOf( "10.0.0.3" ) );
+   EXPECT_EQ( links(), all );
    store.tables->topoDbDel( level2 );
    EXPECT_THAT( rows->intfIpToRouterIdColl(), IsEmpty() );
    EXPECT_EQ( store.te().graph().vertices(), 0u );

@@ -53,10 +53,6 @@ class IntfIpToNeighborTable : public Lum::Entity {
    LUM_ENTITY( Cspf, IntfIpToNeighborTable );
    LUM_COLLECTION( intfIpToNeighbor, Kivnet::IpGenAddr, IntfIpToNeighbor );
 
-   /// Room for so many more addresses, of which it is known that they will come.
-   void reserveMore( std::size_t addresses ) {
-      intfIpToNeighbor_.reserve( intfIpToNeighbor_.size() + addresses );
-   }
    /// The entry, made where there is none, for a change of which others are told afterwards.
    IntfIpToNeighbor & entry( const Kivnet::IpGenAddr & intfIp ) {
       return intfIpToNeighbor_[ intfIp ];

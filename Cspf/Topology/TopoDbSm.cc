@@ -51,7 +51,10 @@ TopoDbSm::handleInitialized() {
    allTopoDbStatus_->topoDbIs( topoId_, topoDb_ );
    allTopoDbStatus_->forEachGraph(
       [ & ]( auto & graph ) { graph.topologyIs( topoId_, topoDb_ ); } );
-   allTopoDbStatus_->intfIpToNeighborTable()->reserveMore( topoDb_->neighbors() );
+   allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighborExpect( topoDb_->neighbors() );
+   if ( const auto & published = allTopoDbStatus_->intfIpToRouterIdTable() ) {
+      published->intfIpToRouterIdExpect( topoDb_->neighbors() );
+   }
    LUM_WATCH_KEYS( routerIdMap_, igpRouterId, handleTeRouterIdChange );
    LUM_WATCH_KEYS( topoDb_, network, handleNetwork );
    LUM_FOLLOW_KEYS( topoDb_, router, handleRouter );

@@ -191,9 +191,13 @@ sortedKeys( const M & map ) {
 
 /// A keyed collection that can be watched by key: `x( key )` (a default value where there is
 /// none), `xFind( key )` (null where there is none), `xHas( key )`, `xs()` (the count), `xColl()`,
-/// `xIs( key, value )`, `xDel( key )`, `xDelAll()`. Hashed; the _ORDERED form keeps key order, and
+/// `xIs( key, value )`, `xDel( key )`, `xDelAll()`. Hashed, with `xExpect( count )` for so many
+/// more entries, of which it is known that they will come; the _ORDERED form keeps key order, and
 /// so does the _RARE form, for what most entities of the type have none of.
 #define LUM_COLLECTION( name_, Key, ... )                                                          \
+   void name_##Expect( std::size_t count ) {                                                       \
+      name_##_.reserve( name_##_.size() + count );                                                 \
+   }                                                                                               \
    LUM_COLLECTION_OPS_( ::Lum::Map, name_, Key, __VA_ARGS__ );                                     \
    LUM_COLLECTION_IN_( collection, ::Lum::Map, name_, Key, __VA_ARGS__ )
 #define LUM_COLLECTION_ORDERED( name_, Key, ... )                                                  \
