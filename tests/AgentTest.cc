@@ -495,14 +495,17 @@ TEST( Agent, TellsABandwidthClientWhatTheOthersLeave ) {
    using TrafficEngineering::BandwidthClientUsage;
    const Json bwmClient = client( { { "default", true }, { "red", true } }, Json::object(), true );
    TestLab lab( "A -10- B", { { "clients", { { "cli", bwmClient }, { "rsvp", bwmClient } } } } );
+   const std::string ofAll = "te/bwm/status/vrf/default";
+   lab.tables().alwaysIs( ofAll, "TrafficEngineering::BwmStatus" );
+   lab.tables()
+      .mount< TrafficEngineering::BwmStatus >( ofAll, MountMode::writer )
+      ->usageIs( Kivnet::IntfId( "ofAnEarlierRun" ), 5 );
    lab.settle();
    const auto told = [ & ]( const std::string & name, const std::string & vrf = "default" ) {
       return State::toJson( *lab.tables().table( "te/bwm/client/status/vrf/" + vrf + "/" + name ) )
          .at( "maxReservableBandwidth" );
    };
-   const auto sum = [ & ] {
-      return State::toJson( *lab.tables().table( "te/bwm/status/vrf/default" ) ).at( "usage" );
-   };
+   const auto sum = [ & ] { return State::toJson( *lab.tables().table( ofAll ) ).at( "usage" ); };
    const auto & local = *lab.runner().agent()->entityManager();
    const auto ports =
       local.entity< Interface::AllEthPhyIntfStatusDir >( "interface/status/eth/phy/all" );

@@ -332,13 +332,66 @@ class Storm {
    std::set< CspfEdge > links;
 };
 
-/// Bandwidth is kept for as many priorities as differ: from none to all of them, in any order.
-TEST( CspfGraph, bandwidthIsThatOfEachPriorityWhateverOthersHave ) {
+/// A vertex has changed where it, a link that leaves it, or the pair of such a link has.
+TEST( CspfGraph, tellsWhichVerticesChanged ) {
+   std::mt19937 random( 3 );
+   CspfGraph graph;
+   std::vector< CspfVertex > routers;
+   for ( uint64_t rank = 1; rank <= 6; ++rank ) {
+      routers.push_back( graph.addRouter( rank ) );
+   }
+   std::vector< CspfEdge > links;
+   const auto expect = [ & ]( std::set< CspfVertex > changed, auto && operation ) {
+      const uint64_t before = graph.lastChange(), version = graph.version();
+      operation();
+      EXPECT_GT( graph.version(), version );
+      for ( const CspfVertex router : routers ) {
+         EXPECT_EQ( graph.changedAt( router ) > before, changed.contains( router ) );
+      }
+   };
+   for ( int step = 0; step < 2000; ++step ) {
+      const CspfVertex router = routers[ random() % 6 ], other = routers[ random() % 6 ];
+      const CspfEdge link = links.empty() ? noEdge : links[ random() % links.size() ];
+      CspfEdgeRecord record;
+      record.keyRank = step;
+      const uint32_t kind = links.empty() ? 0 : random() % 7;
+      if ( kind == 0 && links.size() < 30 ) {
+         expect( { router }, [ & ] { links.push_back( graph.addEdge( router, other, record ) ); } );
+      } else if ( kind == 1 ) {
+         expect( { router }, [ & ] { graph.overloadedIs( router, !graph.overloaded( router ) ); } );
+      } else if ( kind == 2 ) {
+         expect( { router }, [ & ] { graph.nodeRankIs( router, graph.nodeRank( router ) ); } );
+      } else if ( kind == 3 ) {
+         expect( { graph.from( link ) }, [ & ] { graph.updateEdge( link, record ); } );
+      } else if ( kind == 4 ) {
+         expect( {}, [ & ] { graph.keyRankIs( link, step ); } );
+      } else if ( graph.reverse( link ) != noEdge ) {
+         std::set< CspfVertex > ends{ graph.from( link ), graph.to( link ) };
+         expect( ends, [ & ] { kind == 5 ? graph.unpair( link ) : graph.removeEdge( link ); } );
+         std::erase_if( links, [ & ]( CspfEdge edge ) { return !graph.has( edge ); } );
+      } else {
+         const auto back = std::ranges::find_if( links, [ & ]( CspfEdge edge ) {
+            return edge != link && graph.from( edge ) == graph.to( link )
+                   && graph.to( edge ) == graph.from( link ) && graph.reverse( edge ) == noEdge;
+         } );
+         if ( back != links.end() ) {
+            expect( { graph.from( link ), graph.to( link ) },
+                    [ & ] { graph.pairIs( link, *back, random() % 2 ); } );
+         }
+      }
+   }
+   EXPECT_EQ( graph.inconsistency(), "" );
+}
+
+/// Bandwidth is kept for as many priorities as differ, from none to all of them, and TE metrics
+/// from the first link that has one; in any order.
+TEST( CspfGraph, attributesAreThoseOfEachLinkWhateverOthersHave ) {
    std::mt19937 random( 7 );
    for ( uint32_t round = 0; round < 50; ++round ) {
       CspfGraph graph;
       const CspfVertex root = graph.addRouter( 1 ), far = graph.addRouter( 2 );
-      std::map< uint64_t, std::array< float, 8 > > links;  // by key rank
+      std::map< uint64_t, std::pair< std::array< float, 8 >, std::optional< uint32_t > > >
+         links;  // by rank
       for ( uint64_t change = 1; change <= 40; ++change ) {
          CspfEdgeRecord record;
          record.unreserved.fill( static_cast< float >( random() % 3 ) );
@@ -349,7 +402,9 @@ TEST( CspfGraph, bandwidthIsThatOfEachPriorityWhateverOthersHave ) {
          const CspfEdge edge{ static_cast< uint32_t >( random() % ( graph.edges() + 1 ) ) };
          const bool known = index( edge ) < graph.edges();
          record.keyRank = known ? graph.keyRank( edge ) : change;
-         links[ record.keyRank ] = record.unreserved;
+         record.igpMetric = random() % 3;
+         record.teMetric = change > round % 40 ? std::optional( random() % 3 ) : std::nullopt;
+         links[ record.keyRank ] = { record.unreserved, record.teMetric };
          if ( known ) {
             graph.updateEdge( edge, record );
          } else {
@@ -359,8 +414,10 @@ TEST( CspfGraph, bandwidthIsThatOfEachPriorityWhateverOthersHave ) {
             graph.renumber( root );
          }
          for ( uint32_t e = 0; e < graph.edges(); ++e ) {
-            EXPECT_EQ( graph.record( CspfEdge{ e } ).unreserved,
-                       links.at( graph.keyRank( CspfEdge{ e } ) ) );
+            const CspfEdgeRecord known = graph.record( CspfEdge{ e } );
+            EXPECT_EQ( std::pair( known.unreserved, known.teMetric ), links.at( known.keyRank ) );
+            EXPECT_EQ( graph.columns().metric( true )[ e ],
+                       known.teMetric.value_or( known.igpMetric ) );
          }
       }
    }

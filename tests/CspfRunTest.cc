@@ -169,11 +169,20 @@ class Reference {
       }
       const AllTopoNetwork lan = view_.network( id );
       for ( const NodeId & member : lan.routerSet() ) {
-         if ( view_.neighborAndTepAllowedForTe( key.allTopoNeighborKey(), member )
-                 .neighborAllowed() ) {
-            tent_.insert( { { key.allTopoNeighborKey(), member, key.cost() }, intfId } );
+         CspfPathCost cost = key.cost();
+         if ( view_.neighborAndTepAllowedForTe( key.allTopoNeighborKey(), member ).neighborAllowed()
+              && ( !data_.buildReverseSpt()
+                   || add( data_.getReverseMetricNetwork( id, member ), cost ) ) ) {
+            tent_.insert( { { key.allTopoNeighborKey(), member, cost }, intfId } );
          }
       }
+   }
+
+   /// False where the metric rules refuse that step.
+   static bool add( std::uint32_t metric, CspfPathCost & cost ) {
+      const std::uint64_t total = std::uint64_t( cost.metricCost() ) + metric;
+      cost.metricCostIs( static_cast< std::uint32_t >( total ) );
+      return metric != 0 && metric <= 0xFFFFFE && total <= 0xFDFFFFFF;
    }
 
    void router( const CspfLinkInfoKey & key, const Kivnet::IntfId & intfId ) {
@@ -200,13 +209,15 @@ class Reference {
          if ( !record || !view_.neighborAndTepAllowedForTe( link ).neighborAllowed() ) {
             continue;
          }
-         const std::uint32_t metric = record->teMetric().value_or( record->metric() );
-         const std::uint64_t total = std::uint64_t( before.metricCost() ) + metric;
-         if ( metric == 0 || metric > 0xFFFFFE || total > 0xFDFFFFFF ) {
+         const bool reverse = data_.buildReverseSpt();
+         CspfPathCost cost = before;
+         if ( reverse && link.isLan()
+                 ? data_.getReverseLinkMetric( link ) != 0
+                 : !add( reverse ? data_.getReverseLinkMetric( link )
+                                 : record->teMetric().value_or( record->metric() ),
+                         cost ) ) {
             continue;
          }
-         CspfPathCost cost = before;
-         cost.metricCostIs( static_cast< std::uint32_t >( total ) );
          cost.srlgExcludeInfoIs( before.srlgExcludeInfo() + view_.srlgExcludeInfo( link ) );
          cost.srlgIncludeInfoIs( before.srlgIncludeInfo() + view_.srlgIncludeInfo( link ) );
          const bool ours = node == view_.getOurSourceId();
@@ -260,7 +271,8 @@ TEST( CspfRun, isTheTentativeListPlayedOut ) {
          if ( !store.view->router( store.us ).nodeId() ) {
             break;
          }
-         const auto data = store.run( constraint, {}, []( CspfData & ) {} );
+         const auto data = store.run(
+            constraint, {}, [ & ]( CspfData & asked ) { asked.buildReverseSptIs( i % 2 == 1 ); } );
          const auto expected = Reference( *store.view, *data ).paths;
          for ( std::uint32_t v = 0; v < store.view->graph().vertexBound(); ++v ) {
             if ( !store.view->graph().has( CspfVertex{ v } )

@@ -193,6 +193,7 @@ TEST( Explain, tellsWhichPathsWaitAndHowLongStill ) {
    EXPECT_THAT( explained( lab, "cli", "10.0.0.3#1" ), HasSubstr( " equal=2\n" ) );
    lab.request( "cli", "other", "C", { { "excludeAdminGroup", 1 } }, { { "id", 2 } } );
    lab.advance( 0.02 );
+   EXPECT_THAT( explained( lab, "cli", "10.0.0.3#2" ), HasSubstr( "waits milliseconds=30\n" ) );
    EXPECT_EQ( waits(), "waits\tmilliseconds=30\tvrf=default\tfamily=ipv4\tpath=cli/10.0.0.3#2\n" );
    lab.settle();
    EXPECT_EQ( waits(), "" );

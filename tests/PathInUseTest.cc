@@ -396,8 +396,12 @@ TEST( PathInUse, IsValidWhereItsHopsLeadOnAndIsNotLookedAtOnlyWhereAWholeCheckFi
             changed += !path.links.empty();
             return false;
          }
+         const auto byKey = Cspf::pathAsTopoDbLinks( store.te(), whole.links() );
          std::vector< Cspf::AllTopoNeighborKey > links;
          for ( const Cspf::CspfPathHop & hop : whole.links() ) {
+            const Cspf::HopIndex i( links.size() );
+            const Cspf::CspfPathHop again = Cspf::pathHop( store.te(), *byKey, i );
+            EXPECT_EQ( again.end( store.te().graph() ), hop.end( store.te().graph() ) );
             links.push_back( store.te().neighborKey( hop.link ) );
          }
          const bool asItWas =

@@ -83,10 +83,14 @@ const char * const ring = "A -1- B -1- C -1- D -1- E -1- A; B -1- F; E -1- G";
 
 TEST( Tilfa, equalRepairsShareAnIdentifierThatIsUsedAgainWhenTheyAreGone ) {
    const auto status = Lum::make< Status >();
+   PqInfo ofNoPath;
+   ofNoPath.idxIs( 2 );
+   status->pqInfoIs( ofNoPath );
    const auto table = Lum::make< Lfa::DedupPqInfoTable >( status, Kiv::Range{ 1, 3 } );
    const auto need = [ & ]( const char * intf ) {
       return table->dedup( { Kivnet::IpGenAddr(), Kivnet::IntfId( intf ), {} } );
    };
+   EXPECT_FALSE( status->pqInfoHas( 2 ) );
    const auto first = need( "et1" );
    EXPECT_EQ( need( "et1" ), first );
    EXPECT_EQ( need( "et2" )->pqIdx(), 2u );

@@ -8,6 +8,7 @@
 
 #include "platform/Kiv/DumpContext.h"
 
+#include <algorithm>
 #include <set>
 
 namespace TrafficEngineering {
@@ -18,7 +19,7 @@ constexpr std::uint64_t unlimited = std::numeric_limits< std::uint64_t >::max();
 
 constexpr std::uint64_t
 saturatingAdd( std::uint64_t a, std::uint64_t b ) {
-   return b > unlimited - a ? unlimited : a + b;
+   return a + std::min( b, unlimited - a );
 }
 
 }

@@ -3,6 +3,8 @@
 
 #include "Cspf/Clients/LeavingPaths.h"
 
+#include <algorithm>
+
 #include "Cspf/Clients/ClientInfo.h"
 
 namespace Cspf {
@@ -23,7 +25,7 @@ LeavingPaths::remove( const PathKey & pathKey ) const {
    const std::size_t before = pathSm_->pathConfigInfoTable()->pathConfigInfos();
    pathSm_->doCleanupPathInfoKeyEntries( pathKey );
    const std::size_t after = pathSm_->pathConfigInfoTable()->pathConfigInfos();
-   return before > after ? before - after : 1;
+   return std::max( before, after + 1 ) - after;
 }
 
 /// Who hears that this has left may serve the client again.

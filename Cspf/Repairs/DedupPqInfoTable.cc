@@ -62,11 +62,12 @@ DedupPqInfoTable::takeOverPublished() {
       idAllocator_->releaseNumber( number );
    }
    for ( const std::uint32_t idx : Lum::sortedKeys( status_->pqInfoColl() ) ) {
-      PqPath path;
-      Lum::copyFields( status_->pqInfo( idx ), path );
-      if ( !uses_.contains( idx ) || !unheld_.try_emplace( path, idx ).second ) {
-         withdrawIfUnused( idx );
+      if ( uses_.contains( idx ) ) {
+         PqPath path;
+         Lum::copyFields( status_->pqInfo( idx ), path );
+         unheld_.try_emplace( path, idx );
       }
+      withdrawIfUnused( idx );
    }
 }
 
