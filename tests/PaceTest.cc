@@ -17,6 +17,7 @@ struct PaceTest : testing::Test {
    /// Works until the loop has had that many turns more.
    void work( int more ) {
       for ( const int enough = turns + more; turns < enough; ) {
+         Pace::breatheQuietly();
          Pace::breathe();
       }
    }
@@ -38,6 +39,16 @@ struct PaceTest : testing::Test {
    int turns = 0;
 };
 
+/// It becomes empty when the loop has had that many turns.
+struct EmptyInTime {
+   const int & turns;
+   int enough;
+
+   bool empty() const { return turns >= enough; }
+   int begin() const { return 0; }
+   void erase( int ) const {}
+};
+
 }
 
 TEST_F( PaceTest, theLoopGoesOnBetweenSlices ) {
@@ -56,6 +67,18 @@ TEST_F( PaceTest, theLoopGoesOnBetweenSlices ) {
       throw std::out_of_range( "what went wrong" );
    } );
    EXPECT_THROW( std::rethrow_exception( thrown ), std::out_of_range );
+}
+
+TEST_F( PaceTest, whatIsLargeIsTakenApartInSlices ) {
+   count();
+   run( [ this ] {
+      EmptyInTime large{ turns, turns + 3 };
+      Pace::takeApart( large );
+      EXPECT_TRUE( large.empty() );
+   } );
+   EmptyInTime left{ turns, turns + 1 };
+   Pace::takeApart( left );  // outside of a job it is nothing
+   EXPECT_FALSE( left.empty() );
 }
 
 TEST_F( PaceTest, aJobThatIsGivenUpIsTakenApartWhereItStands ) {

@@ -70,7 +70,7 @@ LabFile::of( LabJson json ) {
    file.start_ = LabReading( std::move( json ) );
    const LabCursor root( file.start_.root() );
    file.events_ = readEvents( LabCursor( root, "events", events ) );
-   LabReading reading = file.start_;
+   LabReading reading = file.events_.empty() ? LabReading() : file.start_;
    for ( std::size_t i = 0; i < file.events_.size(); ++i ) {
       try {
          reading.apply( file.events_[ i ].patch );

@@ -172,6 +172,12 @@ LabError::LabError( std::string pointer, std::string text, bool missing )
      text_( std::move( text ) ),
      missing_( missing ) {}
 
+LabJson::~LabJson() {
+   if ( as< LabJsonObject >() || as< LabJsonArray >() ) {
+      Pace::breatheQuietly();
+   }
+}
+
 LabJson
 LabJson::parse( std::string_view text ) {
    Builder builder( text );

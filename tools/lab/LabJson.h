@@ -55,6 +55,7 @@ class LabJson {
    LabJson( LabJson && ) noexcept;
    LabJson & operator=( const LabJson & );
    LabJson & operator=( LabJson && ) noexcept;
+   /// What is large is taken apart in slices where a job does it.
    ~LabJson();
 
    /// Throws LabError with line and column where the text is not JSON in UTF-8, for a key that
@@ -109,7 +110,6 @@ inline LabJson::LabJson( const LabJson & ) = default;
 inline LabJson::LabJson( LabJson && ) noexcept = default;
 inline LabJson & LabJson::operator=( const LabJson & ) = default;
 inline LabJson & LabJson::operator=( LabJson && ) noexcept = default;
-inline LabJson::~LabJson() = default;
 
 /// The token as it stands in a JSON pointer: "~" as "~0", "/" as "~1".
 std::string pointerToken( std::string_view token );

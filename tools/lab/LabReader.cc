@@ -5,6 +5,7 @@
 #include "tools/lab/LabDocumentReader.h"
 
 #include "schema/CspfClient.h"
+#include "tools/pace/Job.h"
 #include "tools/state/StateWalk.h"
 
 namespace Lab {
@@ -300,8 +301,28 @@ DocumentReader::readPath( const LabCursor & at, const std::string & client ) {
    }
 }
 
-LabReading::LabReading( LabJson root ) : root_( std::move( root ) ) {
+LabReading::LabReading( LabJson root ) : LabReading() {
+   root_ = std::move( root );
    readAll();
+}
+
+LabReading::~LabReading() {
+   for ( auto & [ client, paths ] : document_.paths ) {
+      Pace::takeApart( paths );
+   }
+   for ( auto & [ client, names ] : pathNames_ ) {
+      Pace::takeApart( names );
+   }
+   for ( auto & [ name, topology ] : document_.topologies ) {
+      Pace::takeApart( topology.routers );
+      Pace::takeApart( topology.links );
+      Pace::takeApart( topology.lans );
+   }
+   for ( auto & [ topology, names ] : topologyNames_ ) {
+      Pace::takeApart( names.routerIds );
+      Pace::takeApart( names.addresses );
+      Pace::takeApart( names.pseudonodes );
+   }
 }
 
 void

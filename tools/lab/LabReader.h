@@ -26,6 +26,12 @@ class LabReading {
    LabReading() = default;
    /// Reads everything; events are not part of it. O(document).
    explicit LabReading( LabJson root );
+   LabReading( const LabReading & ) = default;
+   LabReading( LabReading && ) = default;
+   LabReading & operator=( const LabReading & ) = default;
+   LabReading & operator=( LabReading && ) = default;
+   /// What is large is taken apart in slices where a job does it.
+   ~LabReading();
 
    const LabDocument & document() const noexcept { return document_; }
    /// As it was written.

@@ -352,7 +352,7 @@ LabState::writeHostnames( const LabDocument & document ) {
 
 void
 LabState::writePaths( const LabDocument & document ) {
-   const LabConfigs wanted = configsOf( document );
+   LabConfigs wanted = configsOf( document );
    for ( const auto & [ table, asked ] : wanted ) {
       auto & config = configs_[ table ];
       if ( !config ) {
@@ -366,6 +366,9 @@ LabState::writePaths( const LabDocument & document ) {
          config.pathConfigColl(), at == wanted.end() ? LabConfigs::mapped_type() : at->second,
          [ & ]( const auto &, const auto & asked ) { config.pathConfigIs( asked ); },
          [ & ]( const auto & key ) { config.pathConfigDel( key ); } );
+   }
+   for ( auto & [ table, asked ] : wanted ) {
+      Pace::takeApart( asked );
    }
 }
 

@@ -18,9 +18,22 @@ thread_local Job * inHand = nullptr;
 
 void
 breathe() {
-   if ( inHand && inHand->loop_.deadlineAfter( 0 ) >= inHand->sliceEnd_ ) {
+   breatheQuietly();
+   if ( inHand && inHand->givenUp_ ) {
+      throw GivenUp();
+   }
+}
+
+void
+breatheQuietly() noexcept {
+   if ( inHand && !inHand->givenUp_ && inHand->loop_.deadlineAfter( 0 ) >= inHand->sliceEnd_ ) {
       inHand->pause();
    }
+}
+
+bool
+isAtWork() noexcept {
+   return inHand != nullptr;
 }
 
 Job::Job( Lum::ActivityLoop & loop, Work work, Ended ended )
@@ -80,12 +93,9 @@ Job::run() {
 }
 
 void
-Job::pause() {
+Job::pause() noexcept {
    loopGoes_.release();
    workGoes_.acquire();
-   if ( givenUp_ ) {
-      throw GivenUp();
-   }
 }
 
 }

@@ -13,6 +13,21 @@ namespace Pace {
 /// Lets the loop go on where the slice of the job in hand is over; does nothing outside of a job.
 /// Whoever has changed something calls it only when all that hear of it have returned.
 void breathe();
+/// As `breathe`, for destructors: a job that was given up goes on to where it breathes next.
+void breatheQuietly() noexcept;
+/// Whether this is the work of a job.
+bool isAtWork() noexcept;
+
+/// Destroys what the container holds, an element at a time, in a job; nothing is done outside of
+/// one.
+template< class Container >
+void
+takeApart( Container & all ) noexcept {
+   while ( isAtWork() && !all.empty() ) {
+      all.erase( all.begin() );
+      breatheQuietly();
+   }
+}
 
 /// Work that is done in slices of time, between which the loop serves others. It has a thread of
 /// its own for its stack alone: either the work runs or the loop, never both, so that the work may
@@ -34,11 +49,12 @@ class Job {
 
  private:
    friend void breathe();
+   friend void breatheQuietly() noexcept;
 
    void arm();
    void slice();
    void run();
-   void pause();
+   void pause() noexcept;
 
    Lum::ActivityLoop & loop_;
    Work work_;
