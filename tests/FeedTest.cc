@@ -234,13 +234,14 @@ TEST( Feed, believesADaemonThatKnowsAgainWhatItKnew ) {
 /// Where a daemon listens; it answers with nothing.
 class VtySocket {
  public:
-   explicit VtySocket( const std::string & path )
-      : listener_( { path, "" } ),
-        server_( [ this ]( const std::stop_token & stop ) {
-           while ( !stop.stop_requested() ) {
-              answerOne();
-           }
-        } ) {}
+   explicit VtySocket( const std::string & path ) : listener_( { path, "" } ) {
+      listener_.open();
+      server_ = std::jthread( [ this ]( const std::stop_token & stop ) {
+         while ( !stop.stop_requested() ) {
+            answerOne();
+         }
+      } );
+   }
 
  private:
    static bool isReadable( int fd ) {
@@ -257,7 +258,7 @@ class VtySocket {
       }
    }
 
-   const Service::Listener listener_;
+   Service::Listener listener_;
    std::jthread server_;
 };
 

@@ -203,7 +203,9 @@ serve( const Options & options ) {
    if ( options.state.empty() ) {
       ready();
       runner.start();
+      server->open();
    } else {
+      server->open();  // who asks hears what the service waits for
       shared.emplace( loop, state, tables, runner, sharedSettings( options ), ready );
       server->stateIs( [ &shared ] { return shared->status(); } );
    }

@@ -44,9 +44,6 @@ ControlServer::ControlServer( Lum::ActivityLoop & loop, AgentRunner::Runner & ru
    if ( monitor ) {
       doors_.push_back( { Listener( *monitor ), Session::Access::reading, {} } );
    }
-   for ( Door & door : doors_ ) {
-      open( door );
-   }
    view.tableListenerIs( [ this ]( const std::string & table ) {
       for ( const auto & [ number, session ] : sessions_ ) {
          session->handleTable( table );
@@ -63,6 +60,14 @@ ControlServer::~ControlServer() {
    }
 }
 
+void
+ControlServer::open() {
+   for ( Door & door : doors_ ) {
+      door.listener.open();
+      takeIn( door );
+   }
+}
+
 std::string
 ControlServer::metrics() const {
    return metricsText( shared_.view.tables(), shared_.runner, { sessions_.size(), backlog() } );
@@ -76,7 +81,7 @@ ControlServer::backlog() const {
 }
 
 void
-ControlServer::open( Door & door ) {
+ControlServer::takeIn( Door & door ) {
    shared_.loop.fdIs( door.listener.fd(), EPOLLIN,
                       [ this, &door ]( std::uint32_t ) { handleConnect( door ); } );
 }
@@ -87,7 +92,7 @@ ControlServer::handleConnect( Door & door ) {
    if ( caller.failed ) {
       shared_.loop.fdDel( door.listener.fd() );
       door.rest = shared_.loop.timerIs( shared_.loop.deadlineAfter( doorRest ),
-                                        [ this, &door ] { open( door ); } );
+                                        [ this, &door ] { takeIn( door ); } );
    } else if ( caller.socket >= 0 && sessions_.size() >= maxSessions_ ) {
       close( caller.socket );
    } else if ( caller.socket >= 0 ) {

@@ -51,8 +51,8 @@ class ControlServer {
    /// Writes a lab document into the stores; throws with a text that names the place.
    using Load = std::function< void( Lab::LabJson lab ) >;
 
-   /// What the service was started with is for people. Serves the sockets of the files. Throws
-   /// std::runtime_error where one cannot be made. All else outlives it.
+   /// What the service was started with is for people. The sockets of the files are this process's
+   /// from now on. Throws std::runtime_error where one is another's. All else outlives it.
    ControlServer( Lum::ActivityLoop & loop, AgentRunner::Runner & runner, StateView & view,
                   const SocketFile & control, const std::optional< SocketFile > & monitor,
                   Load load, Json options );
@@ -60,6 +60,8 @@ class ControlServer {
    ControlServer( const ControlServer & ) = delete;
    ControlServer & operator=( const ControlServer & ) = delete;
 
+   /// Makes the sockets, and takes callers in. Throws std::runtime_error where one cannot be made.
+   void open();
    /// As of `metrics`.
    std::string metrics() const;
    /// What `status` says of the state beside: "state".
@@ -75,7 +77,7 @@ class ControlServer {
    };
 
    std::size_t backlog() const;
-   void open( Door & door );
+   void takeIn( Door & door );
    void handleConnect( Door & door );
 
    Shared shared_;

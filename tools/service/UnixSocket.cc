@@ -86,20 +86,19 @@ defaultSocketPath() {
    return "/tmp/cspf-" + std::to_string( geteuid() ) + "/control.sock";
 }
 
-Listener::Listener( const SocketFile & file ) : path_( file.path ) {
+Listener::Listener( const SocketFile & file ) : file_( file ) {
    makeDirectory();
    lock();
-   bind();
-   if ( !file.group.empty() ) {
-      giveToGroup( file.group );
-   }
-   if ( listen( fd_, 64 ) != 0 ) {
-      fail( std::strerror( errno ) );
+   try {
+      checkFree();
+   } catch ( const std::runtime_error & ) {
+      close( lock_ );
+      throw;
    }
 }
 
 Listener::Listener( Listener && other ) noexcept
-   : path_( std::move( other.path_ ) ),
+   : file_( std::move( other.file_ ) ),
      lock_( std::exchange( other.lock_, -1 ) ),
      fd_( std::exchange( other.fd_, -1 ) ),
      inode_( other.inode_ ),
@@ -107,24 +106,33 @@ Listener::Listener( Listener && other ) noexcept
 
 Listener::~Listener() {
    struct stat present;
-   if ( fd_ >= 0 && lstat( path_.c_str(), &present ) == 0 && present.st_ino == inode_ ) {
-      unlink( path_.c_str() );
+   if ( fd_ >= 0 && lstat( file_.path.c_str(), &present ) == 0 && present.st_ino == inode_ ) {
+      unlink( file_.path.c_str() );
    }
    close( fd_ );
    close( lock_ );
 }
 
 void
-Listener::fail( const std::string & what ) {
-   close( fd_ );
-   close( lock_ );
-   Service::fail( path_, what );
+Listener::open() {
+   bind();
+   if ( !file_.group.empty() ) {
+      giveToGroup();
+   }
+   if ( listen( fd_, 64 ) != 0 ) {
+      fail( std::strerror( errno ) );
+   }
+}
+
+void
+Listener::fail( const std::string & what ) const {
+   Service::fail( file_.path, what );
 }
 
 void
 Listener::makeDirectory() const {
    std::error_code ignored;
-   const auto directory = std::filesystem::path( path_ ).parent_path();
+   const auto directory = std::filesystem::path( file_.path ).parent_path();
    if ( !directory.empty() && std::filesystem::create_directories( directory, ignored ) ) {
       chmod( directory.c_str(), 0700 );
    }
@@ -132,27 +140,33 @@ Listener::makeDirectory() const {
 
 void
 Listener::lock() {
-   lock_ = open( ( path_ + ".lock" ).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600 );
+   const std::string name = file_.path + ".lock";
+   lock_ = ::open( name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600 );
    if ( lock_ < 0 ) {
       fail( std::string( "its lock cannot be made: " ) + std::strerror( errno ) );
    }
    if ( flock( lock_, LOCK_EX | LOCK_NB ) != 0 ) {
+      close( lock_ );
       fail( "another process serves this socket" );
    }
 }
 
 void
-Listener::bind() {
-   const sockaddr_un address = addressOf( path_ );
-   if ( const int served = tryConnect( address ); served >= 0 ) {
+Listener::checkFree() const {
+   if ( const int served = tryConnect( addressOf( file_.path ) ); served >= 0 ) {
       close( served );
       fail( "another process serves this socket" );
    }
    struct stat present;
-   if ( lstat( path_.c_str(), &present ) == 0 && !S_ISSOCK( present.st_mode ) ) {
+   if ( lstat( file_.path.c_str(), &present ) == 0 && !S_ISSOCK( present.st_mode ) ) {
       fail( "a file that is no socket stands here" );
    }
-   unlink( path_.c_str() );
+}
+
+void
+Listener::bind() {
+   const sockaddr_un address = addressOf( file_.path );
+   unlink( file_.path.c_str() );
    fd_ = socket( AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0 );
    const mode_t mask = umask( 0177 );
    const bool bound =
@@ -160,22 +174,23 @@ Listener::bind() {
       && ::bind( fd_, reinterpret_cast< const sockaddr * >( &address ), sizeof address ) == 0;
    const int error = errno;
    umask( mask );
-   if ( !bound || lstat( path_.c_str(), &present ) != 0 ) {
+   struct stat present;
+   if ( !bound || lstat( file_.path.c_str(), &present ) != 0 ) {
       fail( std::strerror( bound ? errno : error ) );
    }
    inode_ = present.st_ino;
 }
 
 void
-Listener::giveToGroup( const std::string & name ) {
-   const group * const entry = getgrnam( name.c_str() );
+Listener::giveToGroup() {
+   const group * const entry = getgrnam( file_.group.c_str() );
    if ( !entry ) {
-      fail( "there is no group \"" + name + "\"" );
+      fail( "there is no group \"" + file_.group + "\"" );
    }
    group_ = entry->gr_gid;
-   if ( chown( path_.c_str(), static_cast< uid_t >( -1 ), group_ ) != 0
-        || chmod( path_.c_str(), 0660 ) != 0 ) {
-      fail( "it cannot be given to the group \"" + name + "\": " + std::strerror( errno ) );
+   if ( chown( file_.path.c_str(), static_cast< uid_t >( -1 ), group_ ) != 0
+        || chmod( file_.path.c_str(), 0660 ) != 0 ) {
+      fail( "it cannot be given to the group \"" + file_.group + "\": " + std::strerror( errno ) );
    }
 }
 

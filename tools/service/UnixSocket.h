@@ -21,14 +21,18 @@ struct SocketFile {
 /// of several processes that start at once one serves it.
 class Listener {
  public:
-   /// Makes the directory where there is none. A stale socket is replaced. Throws
-   /// std::runtime_error with the reason, so where another process serves the socket.
+   /// Takes the lock; makes the directory where there is none. Throws std::runtime_error with the
+   /// reason, so where another process serves the socket.
    explicit Listener( const SocketFile & file );
    Listener( Listener && other ) noexcept;
    Listener & operator=( Listener && ) = delete;
    /// Removes the socket, if it is still the one that was made.
    ~Listener();
 
+   /// Makes the socket, in place of a stale one. Throws std::runtime_error with the reason.
+   void open();
+
+   /// -1 before it is open.
    int fd() const noexcept { return fd_; }
 
    struct Caller {
@@ -40,11 +44,12 @@ class Listener {
  private:
    void makeDirectory() const;
    void lock();
+   void checkFree() const;
    void bind();
-   void giveToGroup( const std::string & group );
-   [[noreturn]] void fail( const std::string & what );
+   void giveToGroup();
+   [[noreturn]] void fail( const std::string & what ) const;
 
-   std::string path_;
+   SocketFile file_;
    int lock_ = -1;
    int fd_ = -1;
    ino_t inode_ = 0;
