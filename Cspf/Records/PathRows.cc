@@ -45,13 +45,6 @@ PathInfoKey::hash() const noexcept {
    return shared_->hash;
 }
 
-std::vector< PathInfoKey >
-ConstraintInfo::waitingInOrder() const {
-   std::vector< PathInfoKey > keys( waiting.begin(), waiting.end() );
-   std::ranges::sort( keys );
-   return keys;
-}
-
 void
 PathStatusInfo::refreshIs( RefreshReason reason, double since ) {
    if ( !isRefreshed() ) {

@@ -179,7 +179,6 @@ class ConstraintInfo : public Lum::Entity {
    LUM_ATTRIBUTE( constraintMissingInTopo, bool );
    /// The paths that asked since the last run.
    std::unordered_set< PathInfoKey, Lum::Hash > waiting;
-   std::vector< PathInfoKey > waitingInOrder() const;
    LUM_ATTRIBUTE( missing, ConstraintMissing );
 
    // Followers are marked for refresh, and answered, all at once: their rows stay as they are and

@@ -155,8 +155,9 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
  private:
    /// The results of one run on their way to its paths.
    struct HandOut {
-      std::vector< PathInfoKey > paths;
-      std::size_t next = 0;
+      std::vector< PathInfoKey > paths;  // left; then the slice at hand, in order
+      std::size_t atHand = 0;
+      bool isHeap = false;  // those that are left, the first one on top
       NodeId source;
       bool isContinued = false;  // an earlier one that the topology has overtaken
       std::uint32_t marks = 0;   // followers that have these are marked themselves first; 0: none
@@ -179,7 +180,10 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
    void takeMarks( HandOut & out );
    void run( HandOut & out, bool kept, const char * operation );
    Lum::Ptr< CspfData > newCspfData( const HandOut & out, const char * operation ) const;
-   std::span< const PathInfoKey > slice( const HandOut & out ) const;
+   void pathsAre( HandOut & out, std::vector< PathInfoKey > paths ) const;
+   std::size_t sliceOf( const HandOut & out ) const;
+   void takeSlice( HandOut & out ) const;
+   static std::span< const PathInfoKey > slice( const HandOut & out );
    void markFollowers( const HandOut & out );
    void handOutSlice( HandOutPtr out, const char * operation );
    void handOutToFollowers( const HandOut & out, const char * operation );

@@ -97,7 +97,7 @@ ConstraintInfoSm::answerEachOne( HandOutPtr out, bool kept, const char * operati
       kept_.forget();
    }
    takeMarks( *out );
-   out->paths = pathsToAnswer( *out );
+   pathsAre( *out, pathsToAnswer( *out ) );
    markFollowers( *out );
    if ( constraintInfo()->sourceMissing() ) {
       TRACE7_FOR( operation, "Source not found in topoId " << pathConstraint().topoId() );
@@ -160,7 +160,7 @@ ConstraintInfoSm::answerFollowers( HandOutPtr out, const char * operation ) {
    ConstraintInfo & info = *constraintInfo();
    out->toFollowers = true;
    out->all = info.marked && !out->isContinued;
-   out->paths = kept_.pathsToAnswer( info, out->all );
+   pathsAre( *out, kept_.pathsToAnswer( info, out->all ) );
    takeMarks( *out );
    markFollowers( *out );
    info.waiting = {};
@@ -174,23 +174,22 @@ ConstraintInfoSm::answerFollowers( HandOutPtr out, const char * operation ) {
       countRun( info.cspfData(), 0 );
    } else {
       run( *out, true, operation );
-      kept_.beginAnswers( out->paths, *context().pathStatusInfoTable );
+      kept_.beginAnswers( out->paths, info, *context().pathStatusInfoTable );
    }
    handOutSlice( std::move( out ), operation );
 }
 
-/// Those that asked where nothing has changed since all were answered, else all. A path more must
-/// not cost a walk over the others.
+/// Those that asked where nothing has changed since all were answered, else all; in no order. A
+/// path more must not cost a walk over the others.
 std::vector< PathInfoKey >
 ConstraintInfoSm::pathsToAnswer( const HandOut & out ) {
    const NodeId from = constraintInfo()->sourceMissing() || out.isContinued ? NodeId() : out.source;
    const bool fresh = std::exchange( answeredFrom_, from ) == from && from
                       && changedAt() <= constraintStats()->cspfLastRanAt();
-   std::vector< PathInfoKey > paths = out.isContinued || ( fresh && out.marks == 0 )
-                                         ? constraintInfo()->waitingInOrder()
-                                         : Lum::sortedKeys( constraintInfo()->pathColl() );
-   constraintInfo()->waiting = {};
-   return paths;
+   const auto waiting = std::exchange( constraintInfo()->waiting, {} );
+   return out.isContinued || ( fresh && out.marks == 0 )
+             ? std::vector< PathInfoKey >( waiting.begin(), waiting.end() )
+             : Lum::keysOf( constraintInfo()->pathColl() );
 }
 
 void

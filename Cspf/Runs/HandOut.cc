@@ -13,6 +13,7 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace Cspf {
@@ -74,14 +75,47 @@ ConstraintInfoSm::newCspfData( const HandOut & out, const char * operation ) con
    return cspfData;
 }
 
-/// Members of one user of bandwidth are told together: between two slices somebody else might
-/// reserve what the run has found free.
-std::span< const PathInfoKey >
-ConstraintInfoSm::slice( const HandOut & out ) const {
-   const std::span< const PathInfoKey > left = std::span( out.paths ).subspan( out.next );
+/// The paths to tell. What is more than a slice is told from the next turn on: to look at all of
+/// these takes as long as the run.
+void
+ConstraintInfoSm::pathsAre( HandOut & out, std::vector< PathInfoKey > paths ) const {
+   out.paths = std::move( paths );
+   if ( sliceOf( out ) == out.paths.size() ) {
+      takeSlice( out );
+   }
+}
+
+/// How many paths are told next. Members of one user of bandwidth are told together: between two
+/// slices somebody else might reserve what the run has found free.
+std::size_t
+ConstraintInfoSm::sliceOf( const HandOut & out ) const {
    return pathConstraint().bandwidth() > 0
-             ? left
-             : left.first( std::min( left.size(), context().taskScheduler->slice() ) );
+             ? out.paths.size()
+             : std::min( out.paths.size(), context().taskScheduler->slice() );
+}
+
+/// They are told in their order, but putting many in order at once would take longer than the run.
+void
+ConstraintInfoSm::takeSlice( HandOut & out ) const {
+   auto & paths = out.paths;
+   out.atHand = sliceOf( out );
+   if ( out.atHand == paths.size() ) {
+      std::ranges::sort( paths );
+      return;
+   }
+   if ( !std::exchange( out.isHeap, true ) ) {
+      std::ranges::make_heap( paths, std::greater() );
+   }
+   auto begin = paths.end();
+   for ( std::size_t taken = 0; taken < out.atHand; ++taken ) {
+      std::pop_heap( paths.begin(), begin--, std::greater() );
+   }
+   std::reverse( begin, paths.end() );
+}
+
+std::span< const PathInfoKey >
+ConstraintInfoSm::slice( const HandOut & out ) {
+   return std::span( out.paths ).last( out.atHand );
 }
 
 /// Marks followers themselves that are in the next slice, as if they had been all along.
@@ -110,8 +144,8 @@ ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
    } else {
       updatePathStatusCache( out->data, { paths.begin(), paths.end() } );
    }
-   out->next += paths.size();
-   if ( isRetired() || out->next == out->paths.size() ) {
+   out->paths.resize( out->paths.size() - std::exchange( out->atHand, 0 ) );
+   if ( isRetired() || out->paths.empty() ) {
       endHandOut( *out );
    } else {
       handOut_ = std::move( out );
@@ -151,6 +185,7 @@ ConstraintInfoSm::handOutFurther( const char * operation ) {
       answer( leftOf( *out ), operation );
       return;
    }
+   takeSlice( *out );
    markFollowers( *out );
    handOutSlice( std::move( out ), operation );
 }
@@ -163,7 +198,7 @@ ConstraintInfoSm::leftOf( HandOut & out ) {
    rest->isContinued = true;
    rest->marks = out.marks;
    rest->since = out.since;
-   for ( const PathInfoKey & key : std::span( out.paths ).subspan( out.next ) ) {
+   for ( const PathInfoKey & key : out.paths ) {
       const auto path = pathStatusInfo( key );
       if ( path && info.pathHas( key ) ) {
          info.waiting.insert( key );

@@ -314,11 +314,14 @@ KeptAnswers::dropLeft( const ConstraintInfo & constraintInfo, const PathStatusIn
 
 std::vector< PathInfoKey >
 KeptAnswers::pathsToAnswer( const ConstraintInfo & constraintInfo, bool all ) const {
-   const auto & waiting = constraintInfo.waiting;
-   if ( !all ) {
-      return constraintInfo.waitingInOrder();
+   if ( all && allDue_ ) {
+      return Lum::keysOf( constraintInfo.pathColl() );
    }
+   const auto & waiting = constraintInfo.waiting;
    std::vector< PathInfoKey > keys( waiting.begin(), waiting.end() );
+   if ( !all ) {
+      return keys;
+   }
    std::size_t known = waiting.size();
    for ( const Path & path : paths_ ) {
       const PathInfoKey & key = path.row->pathInfoKey();
@@ -328,17 +331,19 @@ KeptAnswers::pathsToAnswer( const ConstraintInfo & constraintInfo, bool all ) co
          keys.push_back( key );
       }
    }
-   if ( allDue_ || known < constraintInfo.paths() ) {
-      return Lum::sortedKeys( constraintInfo.pathColl() );
-   }
-   std::ranges::sort( keys );
-   return keys;
+   return known < constraintInfo.paths() ? Lum::keysOf( constraintInfo.pathColl() ) : keys;
 }
 
 /// Closes the gaps that the ways of those paths leave.
 void
 KeptAnswers::beginAnswers( const std::vector< PathInfoKey > & paths,
+                           const ConstraintInfo & constraintInfo,
                            const PathStatusInfoTable & rows ) {
+   if ( paths.size() == constraintInfo.paths() ) {
+      forgetPaths();
+      allDue_ = false;
+      return;
+   }
    if ( allDue_ ) {
       for ( Path & path : paths_ ) {
          path.due = true;

@@ -37,12 +37,13 @@ class KeptAnswers {
    void pathLeft() { left_ = true; }
    /// Forgets paths that have left. Comes before anything is asked of paths.
    void dropLeft( const ConstraintInfo & constraintInfo, const PathStatusInfoTable & rows );
-   /// The paths to answer one by one, in order: those that are due, where `all` must be answered,
-   /// and those that wait.
+   /// The paths to answer one by one, in no order: those that are due, where `all` must be
+   /// answered, and those that wait.
    std::vector< PathInfoKey > pathsToAnswer( const ConstraintInfo & constraintInfo,
                                              bool all ) const;
    /// Those among them have new answers; `noteAnswer` comes for each.
-   void beginAnswers( const std::vector< PathInfoKey > & paths, const PathStatusInfoTable & rows );
+   void beginAnswers( const std::vector< PathInfoKey > & paths,
+                      const ConstraintInfo & constraintInfo, const PathStatusInfoTable & rows );
    void noteAnswer( const PathStatusInfo & path, const CspfData::Ground & ground );
    /// Calls `visit( path )` for each path that is not due.
    template< class Visit >
