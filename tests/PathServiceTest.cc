@@ -497,6 +497,35 @@ TEST( PathService, ServicesThatComeAndGoBySlicesEndAsFromScratch ) {
    }
 }
 
+TEST( PathService, ASliceOfRowsIsTakenInAtOnceHoweverManyRequestsTheseAre ) {
+   TestLab lab( "A -10- B -10- C" );
+   const Json served = lab.document()[ "clients" ][ "cli" ];
+   const auto rows = [ &lab ] {
+      const std::string dump = lab.dump(), row = "PathConfigInfo 0x";
+      std::size_t count = 0;
+      for ( auto at = dump.find( row ); at != dump.npos; at = dump.find( row, at + 1 ) ) {
+         ++count;
+      }
+      return count;
+   };
+   lab.slicesOf( 6 );
+   for ( const std::size_t requests : { 1, 2, 3, 5 } ) {
+      lab.patch( { { "clients", { { "cli", nullptr } } } } );
+      for ( std::size_t id = 0; id < requests; ++id ) {
+         lab.request( "cli", "p" + std::to_string( id ), "C",
+                      { { "includeHop", { { { "addr", "10.0.0.2" }, { "loose", true } } } } },
+                      { { "id", id } } );
+      }
+      lab.advance( 1 );  // what was taken away belongs to another turn's slice
+      EXPECT_EQ( rows(), 0u );
+      lab.patch( { { "clients", { { "cli", served } } } } );
+      // The path and its two segments.
+      EXPECT_EQ( rows(), std::min< std::size_t >( 3 * requests, 6 ) );
+      lab.settle();
+      EXPECT_EQ( rows(), 3 * requests );
+   }
+}
+
 TEST( PathService, ARestartKeepsWhatIsValidAndClearsWhatIsStale ) {
    for ( unsigned seed = 1; seed <= 40; ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( seed ) );
