@@ -339,9 +339,9 @@ routersOf( const CspfGraph & graph, std::span< const CspfPathHop > hops ) {
 
 PathRouters::PathRouters( const CspfGraph & graph, const HopAddressMemory & memory,
                           std::vector< CspfVertex > routers )
-   : routers_( std::move( routers ) ),
-     change_( graph.lastChange() ),
-     sourceChanges_( memory.sourceChanges() ) {}
+   : sourceChanges_( memory.sourceChanges() ) {
+   path_.own() = { std::move( routers ), graph.lastChange() };
+}
 
 PathRouters::PathRouters( const CspfGraph & graph, const HopAddressMemory & memory,
                           std::span< const CspfPathHop > hops )
@@ -349,10 +349,8 @@ PathRouters::PathRouters( const CspfGraph & graph, const HopAddressMemory & memo
 
 bool
 PathRouters::unchanged( const CspfGraph & graph, const HopAddressMemory & memory ) const {
-   return !routers_.empty() && sourceChanges_ == memory.sourceChanges()
-          && std::ranges::all_of( routers_, [ & ]( CspfVertex router ) {
-                return graph.changedAt( router ) <= change_;
-             } );
+   return !path_->routers.empty() && sourceChanges_ == memory.sourceChanges()
+          && Cspf::unchanged( graph, *path_ );
 }
 
 bool

@@ -85,13 +85,16 @@ class PathRouters {
    /// REQUIRES: there are hops, and all are known.
    PathRouters( const CspfGraph & graph, const HopAddressMemory & memory,
                 std::span< const CspfPathHop > hops );
+   /// Of a run's path. REQUIRES: it is unchanged.
+   PathRouters( const HopAddressMemory & memory, Lum::CopyOnWrite< CspfPathRouters > path )
+      : path_( std::move( path ) ),
+        sourceChanges_( memory.sourceChanges() ) {}
 
    /// False where no path was seen. O(hops).
    bool unchanged( const CspfGraph & graph, const HopAddressMemory & memory ) const;
 
  private:
-   std::vector< CspfVertex > routers_;
-   std::uint64_t change_ = 0;  // the graph's last
+   Lum::CopyOnWrite< CspfPathRouters > path_;
    std::uint64_t sourceChanges_ = 0;
 };
 

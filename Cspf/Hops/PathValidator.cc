@@ -57,11 +57,6 @@ PathValidity::PathValidity( const AllTopoDbView & view, PathValidationMemory & m
    : routers_( view.graph(), memory.hopAddresses(), memory.links() ),
      userChange_( userChange( view.bwUsageManager().ptr(), view.constraint().bwUsageId() ) ) {}
 
-PathValidity::PathValidity( const VrfTopology & topology, const PathValidationMemory & memory,
-                            std::vector< CspfVertex > routers )
-   : routers_( topology.allTopoDbStatus->teGraph().graph(), memory.hopAddresses(),
-               std::move( routers ) ) {}
-
 bool
 PathValidity::holds( const VrfTopology & topology, const PathValidationMemory & memory,
                      const BwUsageId & user ) const {

@@ -48,9 +48,9 @@ class PathValidity {
    PathValidity() = default;
    /// The path in the memory's links, which has just been found valid.
    PathValidity( const AllTopoDbView & view, PathValidationMemory & memory );
-   /// A path of no user over these routers, which has just been found valid.
-   PathValidity( const VrfTopology & topology, const PathValidationMemory & memory,
-                 std::vector< CspfVertex > routers );
+   /// A run's path of no user, which is unchanged.
+   PathValidity( const PathValidationMemory & memory, Lum::CopyOnWrite< CspfPathRouters > path )
+      : routers_( memory.hopAddresses(), std::move( path ) ) {}
 
    /// O(hops).
    bool holds( const VrfTopology & topology, const PathValidationMemory & memory,

@@ -116,7 +116,7 @@ RsvpPathRefreshSm::handleTopoChanged() {
       TRACE8( "topoChangedAt is reset" );
    } else if ( pathStatusInfo()->updatePathPending() ) {
       setRefreshNeededForLinkedPaths();
-   } else if ( !pathValidationTask_.scheduled() ) {
+   } else if ( !pathValidationTask_.scheduled() && !nothingToValidate( __PRETTY_FUNCTION__ ) ) {
       pathValidationTask_.schedule();
    }
 }
@@ -124,8 +124,7 @@ RsvpPathRefreshSm::handleTopoChanged() {
 void
 RsvpPathRefreshSm::doPathValidation() {
    const PathInfoKey & key = pathStatusInfo()->pathInfoKey();
-   if ( nothingToValidate() ) {
-      TRACE8( "Skipping path validation for " << key.traceString() );
+   if ( nothingToValidate( __PRETTY_FUNCTION__ ) ) {
       return;
    }
    TRACE8( "Process path validation for destination " << key.pathKey().dst() );
@@ -155,25 +154,21 @@ RsvpPathRefreshSm::validator( const AllTopoTeDbView & view ) const {
             view, context_.memory, pathUsageSm_->links() };
 }
 
-/// What a run has found is valid while none of the routers on it changes. What a path has reserved
-/// moves when it is published, so that one that reserves is checked once.
+/// What a run has found and is published is valid while none of the routers on it changes. What a
+/// path has reserved moves when it is published, so that one that reserves is checked once.
 bool
 RsvpPathRefreshSm::standsAsComputed() const {
    const PathStatusCache & result = *pathStatusCache_;
    const InternalPathConstraint & constraint = pathStatusInfo()->constraint()->pathConstraint();
-   if ( result.routers->routers.empty() || !result.cspfData() || constraint.bwUsageId() ) {
+   if ( result.routers->routers.empty() || !result.runInfo() || constraint.bwUsageId() ) {
       return false;
    }
    const AllTopoDbStatus & status = *context_.topology.allTopoDbStatus;
-   const PathStatus & published =
-      pathStatusInfo()->cspfStatus()->pathStatus( pathStatusInfo()->pathInfoKey().pathKey() );
    const bool stands =
       unchanged( status.teGraph().graph(), *result.routers )
-      && result.cspfData()->source() == status.sourceId( constraint.pathComputationType() )
-      && result.path()->path() == published.pathList()
-      && result.pathTeRouterId()->pathTeRouterId() == published.pathTeRouterIdList()
-      && result.includeIps()->includeIp() == published.includeIpList();
+      && result.runInfo()->source() == status.sourceId( constraint.pathComputationType() );
    if ( stands && isVerified() ) {
+      LUM_ASSERT( !pathStatusUpdator_.isPathUpdateRequired( pathStatusCache_ ) );
       const AllTopoTeDbView view( context_.topology, constraint );
       RsvpPathValidator again = validator( view );
       again.validatePathAndUpdateMetadata();
@@ -184,16 +179,18 @@ RsvpPathRefreshSm::standsAsComputed() const {
 
 /// A path that is going to be computed, and one of which nothing has changed since it was valid.
 bool
-RsvpPathRefreshSm::nothingToValidate() {
+RsvpPathRefreshSm::nothingToValidate( const char * operation ) {
    const auto & constraint = pathStatusInfo()->constraint();
-   if ( pathStatusInfo()->refreshNeeded() || !constraint
-        || ( validUsage_ == pathConfigInfo()->usageChangeCount()
-             && validity_.holds( context_.topology, context_.memory,
-                                 constraint->pathConstraint().bwUsageId() ) ) ) {
+   const bool knownValid = validUsage_ == pathConfigInfo()->usageChangeCount() && constraint
+                           && validity_.holds( context_.topology, context_.memory,
+                                               constraint->pathConstraint().bwUsageId() );
+   if ( pathStatusInfo()->refreshNeeded() || !constraint || knownValid ) {
+      TRACE8_FOR( operation, "Skipping path validation for "
+                                << pathStatusInfo()->pathInfoKey().traceString() );
       return true;
    }
    if ( standsAsComputed() ) {
-      validityIs( { context_.topology, context_.memory, pathStatusCache_->routers->routers } );
+      validityIs( { context_.memory, pathStatusCache_->routers } );
       return true;
    }
    return false;

@@ -76,7 +76,7 @@ class RsvpPathRefreshSm : public PathRefreshSm {
    bool isPublishedPathInUse() const;
    bool meetsHops( const PathStatus & published, const PathConstraint & constraint ) const;
    bool isPathFromSourceToSource() const;
-   bool nothingToValidate();
+   bool nothingToValidate( const char * operation );
    bool standsAsComputed() const;
    RsvpPathValidator validator( const AllTopoTeDbView & view ) const;
    void validityIs( PathValidity validity );

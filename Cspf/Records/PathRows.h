@@ -286,7 +286,7 @@ class PathStatusCache : public Lum::Entity {
    CSPF_COUNTER_OF_FOLLOWER( refreshedStage1Count );
    CSPF_COUNTER_OF_FOLLOWER( refreshedStage2Count );
    LUM_ATTRIBUTE( stage2LastRanAt, double );  ///< seconds
-   /// Of a path in use that one run found.
+   /// Of a path in use that one run found, and that is published so.
    Lum::CopyOnWrite< CspfPathRouters > routers;
    /// Of the same path; null in a cache that stands alone.
    Lum::Ptr< const PathStatusInfo > pathStatusInfo;

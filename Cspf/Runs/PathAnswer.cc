@@ -50,7 +50,7 @@ fillPathStatusCache( const PathStatusInfo & path, const CspfData & cspfData,
       return noPath( cache, "path to tep " + tep.stringValue() + " has too many hops" );
    }
    cache.resultIs( answer );
-   if ( key.keptWhileValid() ) {
+   if ( key.keptWhileValid() && path.isRefreshed() ) {  // else another one stays published
       cache.routers.own() = cspfData.pathRouters();
    }
    return {};
