@@ -178,7 +178,9 @@ class ConstraintInfo : public Lum::Entity {
    LUM_ATTRIBUTE( sourceMissing, bool );
    LUM_ATTRIBUTE( constraintMissingInTopo, bool );
    /// The paths that asked since the last run.
-   std::unordered_set< PathInfoKey, Lum::Hash > waiting;
+   std::unordered_set< PathInfoKey, Lum::Hash, std::equal_to< PathInfoKey >,
+                       Lum::BlockAllocator< PathInfoKey > >
+      waiting;
    LUM_ATTRIBUTE( missing, ConstraintMissing );
 
    // Followers are marked for refresh, and answered, all at once: their rows stay as they are and

@@ -163,7 +163,7 @@ ConstraintInfoSm::answerFollowers( HandOutPtr out, const char * operation ) {
    pathsAre( *out, kept_.pathsToAnswer( info, out->all ) );
    takeMarks( *out );
    markFollowers( *out );
-   info.waiting = {};
+   std::exchange( info.waiting, {} );  // with its memory
    info.answers += out->all;
    answeredFrom_ = out->source;
    TRACE7_FOR( operation, "run cspf, cspfRequestCount " << info.cspfRequestCount() );

@@ -172,6 +172,7 @@ ConstraintInfoSm::endHandOut( HandOut & out ) {
    if ( out.data ) {
       context().runMemory.reclaim( *out.data );
    }
+   kept_.endAnswers();
    left_.clear();
    isHandingOut_ = false;
    backoffTimerTask();

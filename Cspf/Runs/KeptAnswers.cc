@@ -290,8 +290,9 @@ KeptAnswers::seeAgain() {
 void
 KeptAnswers::forgetPaths() {
    allDue_ = true;
-   paths_ = {};
-   vertices_ = {};
+   paths_.clear();
+   vertices_.clear();
+   endAnswers();
    seeAgain();
 }
 
@@ -360,6 +361,7 @@ KeptAnswers::beginAnswers( const std::vector< PathInfoKey > & paths,
       return std::ranges::binary_search( answered, path.row );
    } );
    std::vector< CspfVertex > vertices;
+   vertices.reserve( vertices_.size() );
    for ( Path & path : paths_ ) {
       const auto begin = static_cast< std::uint32_t >( vertices.size() );
       vertices.insert( vertices.end(), vertices_.begin() + path.begin,
@@ -379,6 +381,12 @@ KeptAnswers::noteAnswer( const PathStatusInfo & path, const CspfData::Ground & g
    paths_.push_back( { &path, begin, static_cast< std::uint32_t >( vertices_.size() ),
                        tepHash( path.pathInfoKey().pathKey().dst().ipAddress() ),
                        !ground.settled } );
+}
+
+void
+KeptAnswers::endAnswers() {
+   paths_.shrink_to_fit();
+   vertices_.shrink_to_fit();
 }
 
 }

@@ -45,6 +45,8 @@ class KeptAnswers {
    void beginAnswers( const std::vector< PathInfoKey > & paths,
                       const ConstraintInfo & constraintInfo, const PathStatusInfoTable & rows );
    void noteAnswer( const PathStatusInfo & path, const CspfData::Ground & ground );
+   /// All were noted: they take no more memory than they need.
+   void endAnswers();
    /// Calls `visit( path )` for each path that is not due.
    template< class Visit >
    void forEachHeld( Visit && visit ) const {

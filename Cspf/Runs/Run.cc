@@ -168,9 +168,9 @@ CspfRunMemory::reclaim( CspfData & cspfData ) {
    if ( !std::exchange( cspfData.labelTree_, nullptr ) ) {
       spareTree_ = std::exchange( cspfData.tree_, CspfTree() );
    }
-   cspfData.edges_ = {};
-   cspfData.hops_ = {};
-   cspfData.teps_ = {};
+   std::exchange( cspfData.edges_, {} );  // with their memory
+   std::exchange( cspfData.hops_, {} );
+   std::exchange( cspfData.teps_, {} );
 }
 
 CspfRun::CspfRun( CspfRunMemory & memory, CspfData & cspfData,

@@ -56,8 +56,11 @@ bool
 CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
                                   CspfPathResult & result ) const {
    LUM_ASSERT( routerWithTepHas( tep ) );
-   LUM_ASSERT( shortestPathHas( routerWithTep( tep ) ) );
    const CspfVertex router = vertexWithTep( tep );
+   {
+      const auto routerWithTep = [ & ]( const auto & ) { return router; };  // without its name
+      LUM_ASSERT( shortestPathHas( routerWithTep( tep ) ) );
+   }
    const bool toSource = router == sourceVertex();
    if ( !walkBack( router, tep, oldPath, __PRETTY_FUNCTION__ ) ) {
       result.clear();
