@@ -1,10 +1,10 @@
 // When a path is computed again because the topology changed.
 //
 // An ordinary path always is. A path of the RSVP client is in use: traffic flows over it, so it is
-// checked first, on a task of its own because a burst of changes needs one check, and it is marked
-// only when the published path does not hold any more. A path whose last refresh could not be
-// finished does not have what its client asked for, whether or not the older path that is still
-// published holds; it is marked at once.
+// checked first where a change may concern it, on a task of its own because a burst of changes
+// needs one check. It is marked only when the published path does not hold any more. A path whose
+// last refresh could not be finished does not have what its client asked for, whether or not the
+// older path that is still published holds; it is marked at once.
 //
 // A path that an earlier run of the agent has published is in use as well, and is checked before it
 // is computed.
