@@ -193,8 +193,8 @@ TEST( TopoStore, RanksRiseInKeyOrderAndWhoseRankMovesIsTold ) {
       std::map< NeighborKey, const TopoLink * > inOrder;
       for ( unsigned n = 0; n < 1500; ++n ) {
          const unsigned place = round == 0 ? 5000 - n : round == 1 ? n : random() % 5000;
-         const unsigned router = round < 3 ? 5 : place % 50;
-         NeighborKey key = p2pKey( 1, random() % 9 );
+         const unsigned router = round < 3 || round == 5 ? 5 : place % 50;
+         NeighborKey key = p2pKey( 1, round == 5 ? 2 : random() % 9 );
          key.routerIdIs( { VertexType::ospfRouter, "9.0.0." + std::to_string( router ) } );
          key.linkIdIs( round == 5 ? 2500 + ( n % 2 ? 1 : -1 ) * int( 1500 - n ) : place );
          Lum::Set< NeighborKey > listed;
@@ -254,6 +254,23 @@ TEST( TopoStore, GraphHasTheLinksOfTheTablesAndJudgesThemAsSingleTestsDo ) {
                   { link, { "cli", 0, 1 } }, 0, storm.below( 60 ) ) );
             }
          }
+      }
+      std::map< Kivnet::IpGenPrefix, std::map< NodeId, std::uint32_t > > least;
+      for ( const auto & [ topoId, table ] : store.tables->topoDbColl() ) {
+         for ( const auto & [ router, reachability ] : table->reachabilityColl() ) {
+            for ( const PrefixMetric & entry : reachability.prefixSet() ) {
+               auto & metric =
+                  least[ entry.prefix() ].try_emplace( NodeId( router ), ~0U ).first->second;
+               metric = std::min( metric, entry.metric() );
+            }
+         }
+      }
+      for ( const auto & [ prefix, originators ] : least ) {
+         std::map< NodeId, std::uint32_t > found;
+         for ( const OriginatorInfo & originator : store.status->originators( prefix ) ) {
+            found[ originator.routerId() ] = originator.metric();
+         }
+         ASSERT_EQ( found, originators );
       }
       const auto view = store.view( storm.constraint() );
       const CspfGraph & graph = view->graph();
