@@ -355,7 +355,17 @@ TEST( CspfGraph, tellsWhichVerticesChanged ) {
       CspfEdgeRecord record;
       record.keyRank = step;
       const uint32_t kind = links.empty() ? 0 : random() % 7;
-      if ( kind == 0 && links.size() < 30 ) {
+      if ( step % 50 == 0 ) {
+         const uint64_t before = graph.lastChange();
+         const CspfGraph::Renumbering to = graph.renumber( router );
+         for ( CspfVertex & each : routers ) {
+            each = to.vertex[ index( each ) ];
+            EXPECT_GT( graph.changedAt( each ), before );
+         }
+         for ( CspfEdge & each : links ) {
+            each = to.edge[ index( each ) ];
+         }
+      } else if ( kind == 0 && links.size() < 30 ) {
          expect( { router }, [ & ] { links.push_back( graph.addEdge( router, other, record ) ); } );
       } else if ( kind == 1 ) {
          expect( { router }, [ & ] { graph.overloadedIs( router, !graph.overloaded( router ) ); } );
