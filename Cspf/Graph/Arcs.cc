@@ -81,29 +81,47 @@ template< bool reverse >
 void
 CspfArcs::fill( const CspfGraph & graph, const uint8_t * admitted ) {
    const CspfEdgeColumns & columns = graph.columns();
-   const uint32_t * metrics = columns.metric( layout_.useTeMetric ).data();
+   const CspfVertex * const to = columns.to.data();
+   const uint8_t * const flags = columns.flags.data();
+   const uint32_t * const metrics = columns.metric( layout_.useTeMetric ).data();
    const uint32_t limit = layout_.useLinksWithMaxMetric ? 0xFFFFFFFF : maxLinkMetric;
    Arc * const arcs = arcs_.data();
    CspfEdge * const edges = edges_.data();
-   uint32_t count = 0;
-   uint32_t bits = 0;
-   for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
-      begins_[ v ] = count;
-      const bool network = graph.isNetwork( CspfVertex{ v } );
-      for ( uint32_t e : graph.out( CspfVertex{ v } ) ) {
-         const bool free =
-            reverse ? graph.kind( CspfEdge{ e } ) == CspfEdgeKind::routerToNetwork : network;
-         // An admitted edge has passed the two-way check and so has a reverse.
-         const uint32_t priced = reverse && admitted[ e ] ? index( columns.reverse[ e ] ) : e;
-         const uint32_t metric = free ? 0 : metrics[ priced ];
-         const uint32_t usable = admitted[ e ] & ( free | ( metric - 1 < limit ) );
-         arcs[ count ] = { columns.to[ e ], metric };
-         edges[ count ] = CspfEdge{ e };
-         count += usable;
-         bits |= metric & -usable;
+   uint32_t count = 0, bits = 0;
+   const auto put = [ & ]( uint32_t e ) {
+      const bool free =
+         stepIsFree( static_cast< CspfEdgeKind >( flags[ e ] & CspfGraph::kindBits ), reverse );
+      // An admitted edge has passed the two-way check and so has a reverse.
+      const uint32_t priced = reverse && admitted[ e ] ? index( columns.reverse[ e ] ) : e;
+      const uint32_t metric = free ? 0 : metrics[ priced ];
+      const uint32_t usable = admitted[ e ] & ( free | ( metric - 1 < limit ) );
+      arcs[ count ] = { to[ e ], metric };
+      edges[ count ] = CspfEdge{ e };
+      count += usable;
+      bits |= metric & -usable;
+   };
+   uint32_t * const begins = begins_.data();
+   const uint32_t vertices = graph.vertexBound();
+   if ( graph.edgesAreInOrder() ) {
+      // One loop over all: where a short one over a vertex's edges ends cannot be predicted.
+      std::fill_n( begins, vertices + 1, 0 );
+      const CspfVertex * const from = columns.from.data();
+      for ( uint32_t e = 0; e < graph.edgeBound(); ++e ) {
+         put( e );
+         begins[ index( from[ e ] ) + 1 ] = count;
       }
+      for ( uint32_t v = 0; v < vertices; ++v ) {
+         begins[ v + 1 ] = std::max( begins[ v ], begins[ v + 1 ] );
+      }
+   } else {
+      for ( uint32_t v = 0; v < vertices; ++v ) {
+         begins[ v ] = count;
+         for ( const uint32_t e : graph.out( CspfVertex{ v } ) ) {
+            put( e );
+         }
+      }
+      begins[ vertices ] = count;
    }
-   begins_[ graph.vertexBound() ] = count;
    metricBits_ = bits;
 }
 

@@ -153,6 +153,8 @@ CspfGraph::addEdge( CspfVertex from, CspfVertex to, const CspfEdgeRecord & recor
                                                : CspfEdgeKind::routerToRouter;
    const CspfEdge edge = newEdge();
    const uint32_t e = index( edge );
+   edgesAreInOrder_ &= ( e == 0 || columns_.from[ e - 1 ] <= from )
+                       && ( e + 1 == edgeBound() || from <= columns_.from[ e + 1 ] );
    columns_.from[ e ] = from;
    columns_.to[ e ] = to;
    columns_.flags[ e ] = static_cast< uint8_t >( kind ) | usedBit;
@@ -393,6 +395,9 @@ CspfGraph::inconsistency() const {
       if ( users[ list ] != srlgPool_.users( list ) ) {
          return "users of SRLG list " + std::to_string( list );
       }
+   }
+   if ( edgesAreInOrder_ && !std::ranges::is_sorted( columns_.from ) ) {
+      return "order of edges";
    }
    return used != edges()                           ? "number of edges"
           : inRows != 2 * used                      ? "rows hold other edges"

@@ -127,6 +127,8 @@ class CspfGraph {
    uint32_t edgeBound() const { return static_cast< uint32_t >( columns_.from.size() ); }
    uint32_t vertices() const { return vertexBound() - uint32_t( freeVertices_.size() ); }
    uint32_t edges() const { return edgeBound() - uint32_t( freeEdges_.size() ); }
+   /// Whether edges are numbered in the order of their `from`, as renumbering leaves them.
+   bool edgesAreInOrder() const { return edgesAreInOrder_; }
    /// Changes with every change of the graph; filters and trees hold for one version.
    uint64_t version() const { return version_; }
 
@@ -214,6 +216,7 @@ class CspfGraph {
    std::vector< CspfVertex > overloaded_;
    CspfEdgeColumns columns_;
    std::vector< CspfEdge > freeEdges_;
+   bool edgesAreInOrder_ = true;
    CspfRowPool rows_;
    CspfSrlgPool srlgPool_;
    uint64_t version_ = 1;
