@@ -14,7 +14,6 @@ namespace Cspf {
 class AddressColumn {
  public:
    void reserve( std::size_t numbers ) { v4_.reserve( numbers ); }
-   std::size_t size() const noexcept { return wide_.empty() ? v4_.size() : wide_.size(); }
    void resize( std::size_t numbers ) {
       wide_.empty() ? v4_.resize( numbers ) : wide_.resize( numbers );
    }
@@ -37,6 +36,7 @@ class AddressColumn {
       return v4 ? Kivnet::IpGenAddr( Kivnet::IpAddr( v4 ) ) : Kivnet::IpGenAddr();
    }
    void widen() {
+      wide_.reserve( v4_.capacity() );
       for ( const std::uint32_t v4 : std::exchange( v4_, {} ) ) {
          wide_.push_back( wide( v4 ) );
       }

@@ -226,8 +226,7 @@ void
 addNeighborKeyToIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
                         const AllTopoNeighborKey & allTopoNeighborKey,
                         const Kivnet::IpGenAddr & intfIp ) {
-   const auto * link = allTopoDbStatus->links().find( allTopoNeighborKey.topoId(),
-                                                      allTopoNeighborKey.neighborKey() );
+   const auto * link = allTopoDbStatus->links().find( allTopoNeighborKey );
    LUM_ASSERT( link );
    addLinkToIntfIp( *allTopoDbStatus, *link, intfIp );
 }
@@ -236,8 +235,7 @@ void
 deleteNeighborKeyFromIntfIp( const Lum::Ptr< AllTopoDbStatus > & allTopoDbStatus,
                              const AllTopoNeighborKey & allTopoNeighborKey,
                              const Kivnet::IpGenAddr & intfIp ) {
-   const auto * link = allTopoDbStatus->links().find( allTopoNeighborKey.topoId(),
-                                                      allTopoNeighborKey.neighborKey() );
+   const auto * link = allTopoDbStatus->links().find( allTopoNeighborKey );
    if ( link ) {
       deleteLinkFromIntfIp( *allTopoDbStatus, *link, intfIp );
    } else {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Cspf/Topology/TopoLinks.h"
-#include "schema/CspfKeys.h"
 #include "schema/CspfStatus.h"
 
 #include <algorithm>

@@ -38,7 +38,7 @@ TopoGraph::router( const TopoId & topoId, const IgpRouterId & router ) const {
 
 CspfEdge
 TopoGraph::edge( const AllTopoNeighborKey & key ) const {
-   auto * link = links_.find( key.topoId(), key.neighborKey() );
+   auto * link = links_.find( key );
    return link ? edgeOf( *link ) : noEdge;
 }
 

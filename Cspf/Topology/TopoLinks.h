@@ -4,6 +4,7 @@
 #include "Cspf/Topology/RankedMap.h"
 #include "platform/Lum/Blocks.h"
 #include "platform/Lum/PackedVector.h"
+#include "schema/CspfKeys.h"
 #include "schema/Topology.h"
 
 #include <array>
@@ -105,6 +106,10 @@ class TopoLinks {
    std::vector< TopoRouter * > routersOf( const TopoId & topoId );
 
    TopoLink * find( const TopoId & topoId, const Routing::Topology::NeighborKey & key );
+   /// TE router ids do not matter.
+   TopoLink * find( const AllTopoNeighborKey & key ) {
+      return find( key.topoId(), key.neighborKey() );
+   }
    /// The router lists these links, of which those under its own name count. `made( link )` is told
    /// of each new one. O(links of the router) for each, O(log links) where they stand behind those
    /// that are there.
