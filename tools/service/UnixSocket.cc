@@ -91,6 +91,7 @@ Listener::Listener( const SocketFile & file ) : file_( file ) {
    lock();
    try {
       checkFree();
+      findGroup();
    } catch ( const std::runtime_error & ) {
       close( lock_ );
       throw;
@@ -182,12 +183,19 @@ Listener::bind() {
 }
 
 void
-Listener::giveToGroup() {
+Listener::findGroup() {
+   if ( file_.group.empty() ) {
+      return;
+   }
    const group * const entry = getgrnam( file_.group.c_str() );
    if ( !entry ) {
       fail( "there is no group \"" + file_.group + "\"" );
    }
    group_ = entry->gr_gid;
+}
+
+void
+Listener::giveToGroup() const {
    if ( chown( file_.path.c_str(), static_cast< uid_t >( -1 ), group_ ) != 0
         || chmod( file_.path.c_str(), 0660 ) != 0 ) {
       fail( "it cannot be given to the group \"" + file_.group + "\": " + std::strerror( errno ) );

@@ -46,7 +46,8 @@ class Listener {
    void lock();
    void checkFree() const;
    void bind();
-   void giveToGroup();
+   void findGroup();
+   void giveToGroup() const;
    [[noreturn]] void fail( const std::string & what ) const;
 
    SocketFile file_;
