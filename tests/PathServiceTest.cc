@@ -551,6 +551,7 @@ TEST( PathService, ARestartKeepsWhatIsValidAndClearsWhatIsStale ) {
       Json document, after;
       {
          auto lab = TestLab::of( random.document() );
+         lab.slicesOf( 1 + seed % 30 );
          for ( int event = 0; event < 6; ++event ) {
             tryEvent( lab, random );
             lab.settle();
@@ -610,6 +611,46 @@ TEST( PathService, SegmentsKeepToThePathInUseOverARestartAndAnotherHop ) {
    }
    ask( { "10.0.0.4", "10.0.0.7" } );
    ASSERT_EQ( lab.path( "cli", "p" ), path );
+}
+
+TEST( PathService, APathInUseStaysWhileItsTopologyIsTakenInAnewBySlices ) {
+   Json document = TestLab( "A -10- B -10- D; A -10- C -10- D; D -10- E" ).document();
+   document[ "topologies" ][ "core" ][ "export" ] = true;
+   document[ "te" ][ "routerId" ] = "10.0.0.1";
+   document[ "throttle" ] = { { "initialInt", 0 } };
+   for ( Json & link : document[ "topologies" ][ "core" ][ "links" ] ) {
+      link[ "bandwidth" ] = 100;
+   }
+   auto lab = TestLab::of( document );
+   lab.slicesOf( 1 );
+   const auto ask = [ & ]( const std::string & name, const char * dst, unsigned id ) {
+      lab.request( "rsvp", name, dst, { { "bandwidth", 10 }, { "excludeAdminGroup", 1 << id } },
+                   { { "id", id } } );
+   };
+   ask( "in use", "E", 0 );
+   ask( "new", "D", 1 );
+   lab.settle();
+   const std::string path = lab.path( "rsvp", "in use" );
+   const Json core = lab.document()[ "topologies" ][ "core" ];
+   unsigned id = 1;
+   for ( const auto & [ name, link ] : core[ "links" ].items() ) {
+      SCOPED_TRACE( name );
+      lab.patch( { { "topologies", { { "core", nullptr } } } } );
+      Json changed = core;
+      changed[ "links" ][ name ][ "metric" ] = 1;
+      lab.patch( { { "topologies", { { "core", changed } } } } );
+      lab.patch( { { "paths", { { "rsvp", { { "new", nullptr } } } } } } );
+      ask( "new", "D", ++id );
+      lab.settle();
+      auto fresh = TestLab::of( lab.document() );
+      fresh.settle();
+      EXPECT_EQ( lab.cost( "rsvp", "new" ), fresh.cost( "rsvp", "new" ) );
+      EXPECT_EQ( lab.status( "rsvp", "new" )->changeCount(), 1u );
+      lab.restart();
+      lab.settle();
+      EXPECT_EQ( lab.path( "rsvp", "in use" ), path );
+      EXPECT_EQ( lab.status( "rsvp", "in use" )->changeCount(), 1u );
+   }
 }
 
 TEST( PathService, ExamplesRunAndHoldWhatTheyAsk ) {

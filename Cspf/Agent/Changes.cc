@@ -1,7 +1,7 @@
 // Which change is told to whom. A change of the topology moves one time stamp of each constraint,
 // by one task for however many changes came before it; what follows from the stamp is the
 // constraint's and the paths' own affair. A change of reservations moves the stamps of that user's
-// constraints, a new source those of its type.
+// constraints, a new source those of its type. While a topology is taken in, all wait for its end.
 
 #include "Cspf/Agent/VrfRootSm.h"
 #include "platform/Trace/Trace.h"
@@ -32,9 +32,18 @@ VrfRootSm::updateTopoInfoChangedAt( Concerns && concerns ) {
 void
 VrfRootSm::updateTopoInfoChangedAtOf( ConstraintInfo & constraintInfo ) {
    const InternalPathConstraint & constraint = constraintInfo.constraint().pathConstraint();
-   if ( vrfSourceId_->vrfClientSourceIdHas( constraint.pathComputationType() ) ) {
+   if ( !isImporting() && vrfSourceId_->vrfClientSourceIdHas( constraint.pathComputationType() ) ) {
       constraintInfo.topoInfoChangedAtIs( vrfRoot_->allTopoDbStatus()->topoInfoChangedAt(
          constraint.pathComputationType(), constraint.bwUsageId() ) );
+   }
+}
+
+void
+VrfRootSm::handleImports() {
+   const bool wasImporting = isImporting();
+   vrfRoot_->pathStatusInfoTable()->importsIs( vrfRoot_->allTopoDbStatus()->imports() );
+   if ( wasImporting && !isImporting() ) {
+      updateConstraintTopoChanged();
    }
 }
 
@@ -46,6 +55,9 @@ VrfRootSm::updateConstraintTopoChanged() {
 
 void
 VrfRootSm::handleConstraintTopoInfoUpdaterTask() {
+   if ( isImporting() ) {
+      return;
+   }
    TRACE7( "Updating topoChangedAt for constraints" );
    const auto alive = keptAlive();  // whoever reads reservations may end the VRF's last service
    doUpdatePathBwUsages();

@@ -89,7 +89,7 @@ VrfRoot::handleInitialized() {
    pathValidationMemory_ = std::make_unique< PathValidationMemory >( allTopoDbStatus() );
    pathUsageContext_ = std::make_unique< PathUsageContext >(
       PathUsageContext{ topology_, *pathValidationMemory_, {} } );
-   allTopoDbSmIs( allTopoDb_, allTopoDbStatus() );
+   allTopoDbSmIs( allTopoDb_, allTopoDbStatus(), taskScheduler_ );
    enableTopoDbClient();
    if ( teStatus_ ) {
       teIntfStatusSmIs( teStatus_, pathConfigInfoTable() );

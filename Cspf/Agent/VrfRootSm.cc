@@ -80,6 +80,8 @@ VrfRootSm::handleInitialized() {
    LUM_WATCH_KEYS( vrfSourceId_, vrfClientSourceId, handleClientSourceId );
    LUM_WATCH_KEYS( vrfRoot_->constraintInfoTable(), constraintInfo, handleConstraintInfo );
    LUM_WATCH_KEYS( vrfRoot_->pathStatusInfoTable(), pathStatusInfo, handlePathStatusInfo );
+   LUM_WATCH( vrfRoot_->allTopoDbStatus(), imports, handleImports );
+   handleImports();
    LUM_WATCH( vrfRoot_->allTopoDbStatus(), topoChangedAt, updateConstraintTopoChanged );
    LUM_WATCH_KEYS( vrfRoot_->allTopoDbStatus(), bwUsageChangedAt, handleBwUsageChangedAt );
    LUM_WATCH_KEYS( vrfRoot_->allTopoDb(), topoDb, handleTopoDb );

@@ -12,6 +12,7 @@ namespace Cspf {
 ///   watches                               handler                      makes or writes
 ///   constraintInfoTable.constraintInfo    handleConstraintInfo         constraint machine, stats
 ///   pathStatusInfoTable.pathStatusInfo    handlePathStatusInfo         machines of the path
+///   allTopoDbStatus.imports               handleImports                whether all waits
 ///   allTopoDbStatus.topoChangedAt         updateConstraintTopoChanged  schedules the task
 ///   allTopoDbStatus.bwUsageChangedAt      handleBwUsageChangedAt       topoInfoChangedAt
 ///   VrfSourceId.vrfClientSourceId         handleClientSourceId         topoInfoChangedAt
@@ -30,6 +31,7 @@ class VrfRootSm : public Lum::Reactor {
    void doPrepareToDie() override;
    void handleConstraintInfo( const ConstraintHandle & handle );
    void handlePathStatusInfo( const PathInfoKey & key );
+   void handleImports();
    void updateConstraintTopoChanged();
    void handleConstraintTopoInfoUpdaterTask();
    void handleBwUsageChangedAt( const BwUsageId & bwUsageId );
@@ -73,6 +75,7 @@ class VrfRootSm : public Lum::Reactor {
    template< class Concerns >
    void updateTopoInfoChangedAt( Concerns && concerns );
    void updateTopoInfoChangedAtOf( ConstraintInfo & constraintInfo );
+   bool isImporting() const { return vrfRoot_->pathStatusInfoTable()->imports() > 0; }
    void doUpdatePathBwUsages();
 
    const L3::VrfName vrf_;

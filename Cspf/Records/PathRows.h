@@ -357,6 +357,8 @@ class PathStatusInfoTable : public Lum::Entity {
    /// Clients whose requests are being taken in. Nothing is computed before that is over, since
    /// what an earlier run has published is reserved first.
    LUM_ATTRIBUTE( intakes, std::uint32_t );
+   /// Topologies that are being taken in. Requests of clients follow them, and runs both.
+   LUM_ATTRIBUTE( imports, std::uint32_t );
 };
 
 class PathStatusCacheTable : public Lum::Entity {

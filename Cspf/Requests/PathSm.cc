@@ -82,10 +82,21 @@ PathSmBase::Handling::Handling( PathSmBase & owner, const PathKey & pathKey )
 
 void
 PathSmBase::handleInitialized() {
-   LUM_WATCH_KEYS( cspfStatus_, pathStatus, handlePathUsage );
-   LUM_WATCH_KEYS( cspfConfig_, pathConfig, handleCspfConfig );
    isTakingIn_ = true;
    pathStatusInfoTable_->intakesIs( pathStatusInfoTable_->intakes() + 1 );
+   LUM_WATCH( pathStatusInfoTable_, imports, handleImports );
+   handleImports();
+}
+
+/// Requests follow the topologies, by which published paths are judged.
+void
+PathSmBase::handleImports() {
+   if ( pathStatusInfoTable_->imports() > 0 ) {
+      return;
+   }
+   unwatch( *pathStatusInfoTable_ );
+   LUM_WATCH_KEYS( cspfStatus_, pathStatus, handlePathUsage );
+   LUM_WATCH_KEYS( cspfConfig_, pathConfig, handleCspfConfig );
    intake_.start( Lum::keysOf( cspfConfig_->pathConfigColl() ) );
 }
 

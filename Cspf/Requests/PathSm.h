@@ -114,6 +114,7 @@ class PathSmBase : public Lum::Reactor {
    void dumpPathStatus( const PathStatus & status, Kiv::DumpContext & context, int indent ) const;
    std::size_t takeIn( const PathKey & pathKey );
    void stopIntake();
+   void handleImports();
    void endIntake();
    std::vector< PathKey > staleEntries() const;
    void deleteStaleEntry( const PathKey & pathKey );

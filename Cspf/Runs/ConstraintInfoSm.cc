@@ -160,12 +160,19 @@ ConstraintInfoSmBase::hasNotificationActiveIs( bool active ) {
    }
 }
 
-/// What is published may end the last use of this constraint. While requests are taken in, it
-/// waits.
+bool
+ConstraintInfoSmBase::isTakingIn() const {
+   const PathStatusInfoTable & table = *context_.pathStatusInfoTable;
+   return table.intakes() > 0 || table.imports() > 0;
+}
+
+/// What is published may end the last use of this constraint. While requests or topologies are
+/// taken in, it waits.
 void
 ConstraintInfoSmBase::expire() {
-   if ( context_.pathStatusInfoTable->intakes() > 0 ) {
+   if ( isTakingIn() ) {
       LUM_WATCH( context_.pathStatusInfoTable, intakes, handleIntakes );
+      LUM_WATCH( context_.pathStatusInfoTable, imports, handleIntakes );
       return;
    }
    const auto alive = keptAlive();
@@ -177,7 +184,7 @@ ConstraintInfoSmBase::expire() {
 
 void
 ConstraintInfoSmBase::handleIntakes() {
-   if ( context_.pathStatusInfoTable->intakes() == 0 ) {
+   if ( !isTakingIn() ) {
       unwatch( *context_.pathStatusInfoTable );
       timerTask_.schedule();
    }

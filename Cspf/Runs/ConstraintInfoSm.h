@@ -108,6 +108,7 @@ class ConstraintInfoSmBase : public Lum::Reactor {
  private:
    void expire();
    void handleIntakes();
+   bool isTakingIn() const;
    void startTimer();
    void requestInHoldDown( bool topologyChanged, const char * operation );
    void requestInQuiet( bool topologyChanged, const char * operation );

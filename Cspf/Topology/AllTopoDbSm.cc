@@ -9,13 +9,23 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Cspf {
 
 void
 AllTopoDbSm::handleInitialized() {
    LUM_WATCH_KEYS( allTopoDb_, topoDb, handleTopoDbChange );
+   LUM_WATCH( allTopoDbStatus_, imports, handleImports );
    handleTopoDb();
+}
+
+void
+AllTopoDbSm::doPrepareToDie() {
+   for ( const auto & [ topoId, machine ] : topoDbSmColl() ) {
+      machine->leaveStore();
+   }
+   topoDbSmDelAll();
 }
 
 void
@@ -29,7 +39,7 @@ AllTopoDbSm::handleTopoDb( const TopoId & topoId ) {
    TRACE7( "TopoDb: " << topoId << ") is set" );
    const auto present = topoDbSm( topoId );
    if ( !present || present->topoDb() != table ) {
-      topoDbSmIs( topoId, new TopoDbSm( topoId, table, allTopoDbStatus_ ) );
+      topoDbSmIs( topoId, new TopoDbSm( topoId, table, allTopoDbStatus_, taskScheduler_ ) );
    }
 }
 
@@ -40,7 +50,13 @@ AllTopoDbSm::handleTopoDb() {
    for ( const auto & topoId : Lum::sortedKeys( allTopoDb_->topoDbColl() ) ) {
       handleTopoDb( topoId );
    }
-   if ( rowsAreOlder ) {
+   rowsAreOlder_ = rowsAreOlder;
+   handleImports();
+}
+
+void
+AllTopoDbSm::handleImports() {
+   if ( allTopoDbStatus_->imports() == 0 && std::exchange( rowsAreOlder_, false ) ) {
       doCleanupStaleIntfIpToRouterIdEntries();
    }
 }

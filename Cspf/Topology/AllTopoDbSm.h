@@ -6,20 +6,27 @@ namespace Cspf {
 
 /// Imports the topologies of one VRF and family.
 ///
-///   watches               handler        makes
-///   AllTopoDb.topoDb      handleTopoDb   topoDbSm, one a topology
+///   watches                  handler         makes or writes
+///   AllTopoDb.topoDb         handleTopoDb    topoDbSm, one a topology
+///   AllTopoDbStatus.imports  handleImports   published addresses
 class AllTopoDbSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, AllTopoDbSm );
-   AllTopoDbSm( Lum::Ptr< const AllTopoDb > allTopoDb, Lum::Ptr< AllTopoDbStatus > allTopoDbStatus )
+   /// Where `taskScheduler` is null, tables are taken in at once.
+   AllTopoDbSm( Lum::Ptr< const AllTopoDb > allTopoDb, Lum::Ptr< AllTopoDbStatus > allTopoDbStatus,
+                const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler = nullptr )
       : allTopoDb_( std::move( allTopoDb ) ),
-        allTopoDbStatus_( std::move( allTopoDbStatus ) ) {}
+        allTopoDbStatus_( std::move( allTopoDbStatus ) ),
+        taskScheduler_( taskScheduler ) {}
    LUM_CHILDREN( topoDbSm, TopoId, TopoDbSm );
 
    void handleInitialized() override;
-   void doPrepareToDie() override { topoDbSmDelAll(); }
+   /// The store ends, too.
+   void doPrepareToDie() override;
    void handleTopoDb( const TopoId & topoId );
-   /// Replays all topologies, then removes published interface addresses that no link has.
+   /// Replays all topologies; when they are in, published interface addresses that no link has are
+   /// removed.
    void handleTopoDb();
+   void handleImports();
    void doCleanupStaleIntfIpToRouterIdEntries();
 
    void dumpState( Kiv::DumpContext & context, int indent ) const;
@@ -29,6 +36,8 @@ class AllTopoDbSm : public Lum::Reactor {
 
    const Lum::Ptr< const AllTopoDb > allTopoDb_;
    const Lum::Ptr< AllTopoDbStatus > allTopoDbStatus_;
+   const Lum::Ptr< Kiv::TaskScheduler > taskScheduler_;
+   bool rowsAreOlder_ = false;
 };
 
 }

@@ -98,6 +98,8 @@ class AllTopoDbStatus : public Lum::Entity {
    LUM_COLLECTION_ORDERED( pfxOriginatorInfoTable, TopoId, Lum::Ptr< PfxOriginatorInfoTable > );
    /// The tables that are being imported.
    LUM_COLLECTION_ORDERED( topoDb, TopoId, Lum::Ptr< const Routing::Topology::TopoDb > );
+   /// Tables that came and are not in yet. Until they are, nothing is told of changes.
+   LUM_ATTRIBUTE( imports, std::uint32_t );
    LUM_ATTRIBUTE( topoChangedAt, Lum::Seconds );
    LUM_COLLECTION( bwUsageChangedAt, BwUsageId, Lum::Seconds );
    LUM_COLLECTION_ORDERED( sourceChangedAt, PathComputationType, Lum::Seconds );

@@ -41,6 +41,16 @@ forEachOnlyIn( const NeighborToIntfIp & list, const NeighborToIntfIp & other, Vi
 
 }
 
+TopoDbSm::TopoDbSm( const TopoId & topoId, Lum::Ptr< const Igp::TopoDb > topoDb,
+                    Lum::Ptr< AllTopoDbStatus > allTopoDbStatus,
+                    const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler )
+   : topoId_( topoId ),
+     topoDb_( std::move( topoDb ) ),
+     allTopoDbStatus_( std::move( allTopoDbStatus ) ),
+     import_( *this, taskScheduler, "topologyImportTask-" + topoId.stringValue(),
+              { [ this ]( const IgpRouterId & id ) { return importRouter( id ); },
+                [ this ] { endImport(); } } ) {}
+
 void
 TopoDbSm::handleInitialized() {
    TRACE7( "for TopoDb: " << topoId_ );
@@ -57,17 +67,65 @@ TopoDbSm::handleInitialized() {
    }
    LUM_WATCH_KEYS( routerIdMap_, igpRouterId, handleTeRouterIdChange );
    LUM_WATCH_KEYS( topoDb_, network, handleNetwork );
-   LUM_FOLLOW_KEYS( topoDb_, router, handleRouter );
-   if ( Trace::wanted( 9 ) ) {
-      LUM_FOLLOW_KEYS( topoDb_, neighbor, handleNeighbor );
-   } else {
-      LUM_WATCH_KEYS( topoDb_, neighbor, handleNeighbor );  // listed links came with their routers
+   LUM_WATCH_KEYS( topoDb_, router, handleRouter );
+   LUM_WATCH_KEYS( topoDb_, neighbor, handleNeighbor );
+   LUM_WATCH_KEYS( topoDb_, reachability, handleReachability );
+   isImporting_ = true;
+   allTopoDbStatus_->importsIs( allTopoDbStatus_->imports() + 1 );
+   import_.start( routersToImport() );
+}
+
+std::vector< IgpRouterId >
+TopoDbSm::routersToImport() const {
+   auto routers = Lum::keysOf( topoDb_->routerColl() );
+   for ( const auto & entry : topoDb_->reachabilityColl() ) {
+      if ( !topoDb_->routerHas( entry.first ) ) {
+         routers.push_back( entry.first );
+      }
    }
-   LUM_FOLLOW_KEYS( topoDb_, reachability, handleReachability );
+   return routers;
+}
+
+/// Listed links come with their routers.
+std::size_t
+TopoDbSm::importRouter( const IgpRouterId & igpRouterId ) {
+   const Igp::Router * const router = topoDb_->routerFind( igpRouterId );
+   const Igp::Reachability * const reachability = topoDb_->reachabilityFind( igpRouterId );
+   const std::size_t rows = 1 + ( router ? router->neighborSet().size() : 0 )
+                            + ( reachability ? reachability->prefixSet().size() : 0 );
+   if ( router ) {
+      handleRouter( igpRouterId );
+   }
+   if ( topoDb_->reachabilityHas( igpRouterId ) ) {
+      handleReachability( igpRouterId );
+   }
+   return rows;
+}
+
+void
+TopoDbSm::endImport() {
+   if ( Trace::wanted( 9 ) ) {  // some may be listed by nobody
+      for ( const NeighborKey & key : Lum::sortedKeys( topoDb_->neighborColl() ) ) {
+         handleNeighbor( key );
+      }
+   }
+   stopImport();
+}
+
+/// Does nothing where it was over.
+void
+TopoDbSm::stopImport() {
+   import_.stop();
+   if ( std::exchange( isImporting_, false ) ) {
+      allTopoDbStatus_->importsIs( allTopoDbStatus_->imports() - 1 );
+   }
 }
 
 void
 TopoDbSm::handleDestruction() {
+   if ( hasLeftStore_ ) {
+      return;
+   }
    TRACE7( "for TopoDb: " << topoId_ );
    unwatchAll();
    for ( const IgpRouterId & id : knownRouters() ) {
@@ -79,6 +137,14 @@ TopoDbSm::handleDestruction() {
    allTopoDbStatus_->pfxOriginatorInfoTableDel( topoId_ );
    allTopoDbStatus_->routerIdMapDel( topoId_ );
    doUpdateAllTopoDbStatus();
+   stopImport();
+}
+
+void
+TopoDbSm::leaveStore() {
+   unwatchAll();
+   import_.stop();
+   hasLeftStore_ = true;
 }
 
 std::set< IgpRouterId >

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Cspf/Topology/Store.h"
+#include "platform/Kiv/Walk.h"
 
 #include <set>
 #include <vector>
@@ -16,19 +17,22 @@ namespace Cspf {
 ///   TopoDb.reachability          handleReachability     PfxOriginatorInfoTable
 ///   RouterIdMap.igpRouterId      handleTeRouterIdChange pendingRouterToHandle
 ///
-/// Every change stamps the store. A router that gives up a TE router id which others carry as
-/// well makes the first of them pending; it is handled when the router at hand is done.
+/// A table that comes is taken in router by router, a slice in a turn of the loop; what changes
+/// meanwhile is handled at once. Every change stamps the store. A router that gives up a TE router
+/// id which others carry as well makes the first of them pending; it is handled when the router at
+/// hand is done.
 class TopoDbSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, TopoDbSm );
+   /// Where `taskScheduler` is null, the table is taken in at once.
    TopoDbSm( const TopoId & topoId, Lum::Ptr< const Routing::Topology::TopoDb > topoDb,
-             Lum::Ptr< AllTopoDbStatus > allTopoDbStatus )
-      : topoId_( topoId ),
-        topoDb_( std::move( topoDb ) ),
-        allTopoDbStatus_( std::move( allTopoDbStatus ) ) {}
+             Lum::Ptr< AllTopoDbStatus > allTopoDbStatus,
+             const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler = nullptr );
 
    void handleInitialized() override;
    void doPrepareToDie() override { handleDestruction(); }
    void handleDestruction();
+   /// The store ends with all that it has of the topology; it is left as it is.
+   void leaveStore();
 
    void handleRouter( const IgpRouterId & igpRouterId );
    void handleNeighbor( const Routing::Topology::NeighborKey & neighborKey );
@@ -63,6 +67,10 @@ class TopoDbSm : public Lum::Reactor {
    using RouterToNeighbor = std::vector< TopoLink * >;
    using ReachabilityMap = Lum::Set< Kivnet::IpGenPrefix >;
 
+   std::vector< IgpRouterId > routersToImport() const;
+   std::size_t importRouter( const IgpRouterId & igpRouterId );
+   void endImport();
+   void stopImport();
    // `operation`: the signature under which they trace.
    void doHandleRouter( const IgpRouterId & igpRouterId, const char * operation );
    void doUpdateTeRouterId( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & teRouterId,
@@ -86,6 +94,9 @@ class TopoDbSm : public Lum::Reactor {
    Lum::Ptr< PfxOriginatorInfoTable > pfxOriginatorInfoTable_;
    Lum::Map< IgpRouterId, ReachabilityMap > reachabilityMap_;  // what each router advertised last
    IgpRouterId pendingRouterToHandle_;
+   Kiv::Walk< IgpRouterId > import_;
+   bool isImporting_ = false;
+   bool hasLeftStore_ = false;
 };
 
 }
