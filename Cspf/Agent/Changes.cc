@@ -2,31 +2,14 @@
 // by one task for however many changes came before it; what follows from the stamp is the
 // constraint's and the paths' own affair. A change of reservations moves the stamps of that user's
 // constraints, a new source those of its type. While a topology is taken in, all wait for its end.
+// Many are told by slices; what changes meanwhile is told from the start again.
 
 #include "Cspf/Agent/VrfRootSm.h"
 #include "platform/Trace/Trace.h"
 
-namespace Cspf {
+#include <utility>
 
-/// Who is told may let constraints go, so all are held until the last one was told.
-template< class Concerns >
-void
-VrfRootSm::updateTopoInfoChangedAt( Concerns && concerns ) {
-   struct Row {
-      Lum::Ptr< const DedupConstraint > constraint;
-      Lum::Ptr< ConstraintInfo > info;
-   };
-   std::vector< Row > rows;
-   rows.reserve( vrfRoot_->constraintInfoTable()->constraintInfos() );
-   for ( const auto & [ handle, info ] : vrfRoot_->constraintInfoTable()->constraintInfoColl() ) {
-      rows.push_back( { &info->constraint(), info } );
-   }
-   for ( const Row & row : rows ) {
-      if ( concerns( row.constraint->pathConstraint() ) ) {
-         updateTopoInfoChangedAtOf( *row.info );
-      }
-   }
-}
+namespace Cspf {
 
 /// Service ends path by path when its source has gone; those that are left ask for nothing.
 void
@@ -53,29 +36,72 @@ VrfRootSm::updateConstraintTopoChanged() {
    constraintTopoInfoUpdaterTask_.schedule();
 }
 
+/// While a change is being told, no run begins, so that none finds half of the paths told.
 void
 VrfRootSm::handleConstraintTopoInfoUpdaterTask() {
    if ( isImporting() ) {
       return;
    }
-   TRACE7( "Updating topoChangedAt for constraints" );
-   const auto alive = keptAlive();  // whoever reads reservations may end the VRF's last service
-   doUpdatePathBwUsages();
-   if ( isRetired() ) {
+   if ( isTelling_ ) {
+      changedMeanwhile_ = true;
       return;
    }
-   vrfRoot_->repairScope()->handleTopoChanged();
-   updateTopoInfoChangedAt( []( const InternalPathConstraint & ) { return true; } );
+   TRACE7( "Updating topoChangedAt for constraints" );
+   tellingIs( true );
+   tellUsages();
+}
+
+void
+VrfRootSm::tellingIs( bool telling ) {
+   const auto & paths = vrfRoot_->pathStatusInfoTable();
+   isTelling_ = telling;
+   paths->intakesIs( telling ? paths->intakes() + 1 : paths->intakes() - 1 );
 }
 
 /// A link may have another name now. What is a path's own must be known before it is judged.
 void
-VrfRootSm::doUpdatePathBwUsages() {
-   const auto concerned = vrfRoot_->pathUsageContext().byRouter.concerned(
+VrfRootSm::tellUsages() {
+   usagesToTell_.start( vrfRoot_->pathUsageContext().byRouter.concerned(
       vrfRoot_->allTopoDbStatus()->teGraph().graph(),
-      vrfRoot_->pathValidationMemory().hopAddresses().sourceChanges() );
-   for ( const auto & usage : concerned ) {  // one that is told may end others
+      vrfRoot_->pathValidationMemory().hopAddresses().sourceChanges() ) );
+}
+
+std::size_t
+VrfRootSm::tellUsage( PathsByRouter::Entry entry ) {
+   if ( const auto usage = vrfRoot_->pathUsageContext().byRouter.path( entry ) ) {
       usage->handleTopoChanged();
+   }
+   return 1;
+}
+
+void
+VrfRootSm::endTellingUsages() {
+   if ( std::exchange( changedMeanwhile_, false ) ) {
+      tellUsages();
+      return;
+   }
+   vrfRoot_->repairScope()->handleTopoChanged();
+   if ( !isRetired() ) {
+      constraintsToTell_.start(
+         Lum::keysOf( vrfRoot_->constraintInfoTable()->constraintInfoColl() ) );
+   }
+}
+
+/// Whoever is told may let the constraint go.
+std::size_t
+VrfRootSm::tellConstraint( const ConstraintHandle & handle ) {
+   if ( const auto info = vrfRoot_->constraintInfoTable()->constraintInfo( handle ) ) {
+      const Lum::Ptr< const DedupConstraint > inUse( &info->constraint() );
+      updateTopoInfoChangedAtOf( *info );
+   }
+   return 1;
+}
+
+void
+VrfRootSm::endTellingConstraints() {
+   tellingIs( false );
+   if ( std::exchange( changedMeanwhile_, false ) ) {
+      updateConstraintTopoChanged();
    }
 }
 
@@ -105,9 +131,16 @@ VrfRootSm::handleClientSourceId( const PathComputationType & type ) {
    }
    const auto & allTopoDbStatus = vrfRoot_->allTopoDbStatus();
    allTopoDbStatus->sourceChangedAtIs( type, allTopoDbStatus->changeStamp() );
-   updateTopoInfoChangedAt( [ & ]( const InternalPathConstraint & constraint ) {
-      return constraint.pathComputationType() == type;
+   if ( isTelling_ ) {
+      changedMeanwhile_ = true;
+      return;
+   }
+   auto handles = Lum::keysOf( vrfRoot_->constraintInfoTable()->constraintInfoColl() );
+   std::erase_if( handles, [ & ]( const ConstraintHandle & handle ) {
+      return dedupConstraintOf( handle ).pathConstraint().pathComputationType() != type;
    } );
+   tellingIs( true );
+   constraintsToTell_.start( std::move( handles ) );
 }
 
 }

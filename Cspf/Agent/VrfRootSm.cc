@@ -67,7 +67,14 @@ VrfRootSm::VrfRootSm( const L3::VrfName & vrf, const Lum::Ptr< VrfRoot > & vrfRo
      vrfSourceId_( vrfSourceId ),
      constraintTopoInfoUpdaterTask_( *this, vrfRoot->taskScheduler(),
                                      "constraintTopoInfoUpdaterTask-" + vrf.stringValue(),
-                                     [ this ]() { handleConstraintTopoInfoUpdaterTask(); } ) {}
+                                     [ this ]() { handleConstraintTopoInfoUpdaterTask(); } ),
+     usagesToTell_( *this, vrfRoot->taskScheduler(), "topologyToUsagesTask-" + vrf.stringValue(),
+                    { [ this ]( PathsByRouter::Entry entry ) { return tellUsage( entry ); },
+                      [ this ] { endTellingUsages(); } } ),
+     constraintsToTell_(
+        *this, vrfRoot->taskScheduler(), "topologyToConstraintsTask-" + vrf.stringValue(),
+        { [ this ]( const ConstraintHandle & handle ) { return tellConstraint( handle ); },
+          [ this ] { endTellingConstraints(); } } ) {}
 
 VrfRootSm::~VrfRootSm() = default;
 
@@ -89,6 +96,8 @@ VrfRootSm::handleInitialized() {
 
 void
 VrfRootSm::doPrepareToDie() {
+   usagesToTell_.stop();
+   constraintsToTell_.stop();
    pathStatusInfoDelAll();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Cspf/Agent/VrfRoot.h"
+#include "platform/Kiv/Walk.h"
 
 #include <set>
 
@@ -70,19 +71,25 @@ class VrfRootSm : public Lum::Reactor {
    /// REQUIRES: the path has a constraint.
    Lum::Ptr< PathRefreshSm >
    newPathRefreshSm( const Lum::Ptr< PathStatusInfo > & pathStatusInfo ) const;
-   /// Tells the constraints of which `concerns( constraint )` holds when their topology last
-   /// changed.
-   template< class Concerns >
-   void updateTopoInfoChangedAt( Concerns && concerns );
+   void tellingIs( bool telling );
+   void tellUsages();
+   std::size_t tellUsage( PathsByRouter::Entry entry );
+   void endTellingUsages();
+   std::size_t tellConstraint( const ConstraintHandle & handle );
+   void endTellingConstraints();
+   /// Tells the constraint when its topology last changed.
    void updateTopoInfoChangedAtOf( ConstraintInfo & constraintInfo );
    bool isImporting() const { return vrfRoot_->pathStatusInfoTable()->imports() > 0; }
-   void doUpdatePathBwUsages();
 
    const L3::VrfName vrf_;
    const Lum::Ptr< VrfRoot > vrfRoot_;
    const Lum::Ptr< const VrfSourceId > vrfSourceId_;
    Lum::Ptr< const ParentPathHelper > parentPathHelper_;
    Kiv::Task constraintTopoInfoUpdaterTask_;
+   Kiv::Walk< PathsByRouter::Entry > usagesToTell_;
+   Kiv::Walk< ConstraintHandle > constraintsToTell_;
+   bool isTelling_ = false;
+   bool changedMeanwhile_ = false;
    Lum::Map< BwUsageId, std::set< ConstraintHandle > > constraintsOfUser_;  // oldest first
 };
 

@@ -92,6 +92,8 @@ class PathRouters {
 
    /// False where no path was seen. O(hops).
    bool unchanged( const CspfGraph & graph, const HopAddressMemory & memory ) const;
+   /// Empty where no path was seen.
+   std::span< const CspfVertex > inOrder() const noexcept { return path_->routers; }
 
  private:
    Lum::CopyOnWrite< CspfPathRouters > path_;

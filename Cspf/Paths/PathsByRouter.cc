@@ -34,7 +34,7 @@ PathsByRouter::del( Entry entry ) {
    }
 }
 
-std::vector< Lum::Ptr< PathUsageSm > >
+std::vector< PathsByRouter::Entry >
 PathsByRouter::concerned( const CspfGraph & graph, std::uint64_t sourceChanges ) {
    std::vector< Entry > told;
    const auto tell = [ & ]( std::vector< Entry > & entries ) {
@@ -51,12 +51,13 @@ PathsByRouter::concerned( const CspfGraph & graph, std::uint64_t sourceChanges )
    change_ = graph.lastChange();
    std::ranges::sort( told );
    told.erase( std::unique( told.begin(), told.end() ), told.end() );
-   std::vector< Lum::Ptr< PathUsageSm > > paths;
-   paths.reserve( told.size() );
-   for ( const Entry entry : told ) {
-      paths.emplace_back( paths_.at( entry ).machine );
-   }
-   return paths;
+   return told;
+}
+
+Lum::Ptr< PathUsageSm >
+PathsByRouter::path( Entry entry ) const {
+   const auto path = paths_.find( entry );
+   return path == paths_.end() ? nullptr : path->second.machine;
 }
 
 std::vector< PathsByRouter::Entry > &

@@ -21,11 +21,11 @@ class PathsByRouter {
    /// is away, so that any change may concern it.
    Entry set( Entry earlier, PathUsageSm & path, std::span< const CspfVertex > routers );
    void del( Entry entry );
-   /// The paths of routers that have changed since the last call, those that were noted first in
-   /// front; all where the source of computations has. `sourceChanges`: of it, so far. O(routers +
-   /// these).
-   std::vector< Lum::Ptr< PathUsageSm > > concerned( const CspfGraph & graph,
-                                                     std::uint64_t sourceChanges );
+   /// Entries of routers that have changed since the last call, in no order; all where the source
+   /// of computations has. `sourceChanges`: of it, so far. O(routers + these).
+   std::vector< Entry > concerned( const CspfGraph & graph, std::uint64_t sourceChanges );
+   /// Null where the entry has ended.
+   Lum::Ptr< PathUsageSm > path( Entry entry ) const;
 
  private:
    struct Path {

@@ -124,6 +124,9 @@ RsvpPathRefreshSm::handleTopoChanged() {
 void
 RsvpPathRefreshSm::doPathValidation() {
    const PathInfoKey & key = pathStatusInfo()->pathInfoKey();
+   if ( context_.pathStatusInfoTable->imports() > 0 ) {
+      return;  // a topology has come since, and is told when it is in
+   }
    if ( nothingToValidate( __PRETTY_FUNCTION__ ) ) {
       return;
    }

@@ -54,7 +54,7 @@ PathUsageSm::takeOver( const PathUsageSm & replaced ) {
    account_.own() = *replaced.account_;
    if ( replaced.known() ) {
       account_.own().known = std::make_shared< KnownHops >( *replaced.known() );
-      known()->noted = context_.byRouter.set( 0, *this, {} );
+      known()->noted = context_.byRouter.set( 0, *this, known()->routers.inOrder() );
    }
    awaitsResult_ = true;
 }
@@ -157,23 +157,31 @@ PathUsageSm::handleResult( const PathStatusCache & result ) {
 
 void
 PathUsageSm::handleValid( const TopoGraph & topoGraph, std::span< const CspfPathHop > links ) {
-   const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
-   linksAre( pathStatusInfo_->cspfStatus()->pathStatus( key.pathKey() ).pathList(),
-             pathAsTopoDbLinks( topoGraph, links ) );
+   const PathKey & key = pathStatusInfo_->pathInfoKey().pathKey();
+   const PathArray::Hops & hops = pathStatusInfo_->cspfStatus()->pathStatus( key ).pathList();
+   const auto found = pathAsTopoDbLinks( topoGraph, links );
+   if ( linksKnown( hops ) && known()->links->pathColl() == found->pathColl() ) {
+      known()->links = found;
+      if ( !watchRouters() ) {
+         return;
+      }
+   } else {
+      linksAre( hops, found );
+   }
    doUpdatePathBwUsage();
 }
 
 void
 PathUsageSm::linksAre( const PathArray::Hops & hops,
                        const Lum::Ptr< const PathAsTopoDbLinks > & links ) {
-   const PathsByRouter::Entry noted = known() ? known()->noted : 0;
    if ( links && !isRetired() ) {
-      account_.own().known =
-         std::make_shared< KnownHops >( KnownHops{ hops, links, {}, {}, noted } );
+      const KnownHops before = known() ? *known() : KnownHops();
+      account_.own().known = std::make_shared< KnownHops >(
+         KnownHops{ hops, links, {}, before.routers, before.noted } );
       known()->nearAddresses.resize( hops.size() );
       watchRouters();
    } else if ( known() ) {
-      context_.byRouter.del( noted );
+      context_.byRouter.del( known()->noted );
       account_.own().known = nullptr;
    }
 }
@@ -184,60 +192,82 @@ PathUsageSm::handleTopoChanged() {
       return;
    }
    if ( !pathStatusInfo_->constraint() ) {
-      known()->noted = context_.byRouter.set( known()->noted, *this, {} );  // to be told again
+      routersAre( {} );  // to be told again
    } else if ( !known()->routers.unchanged( topology().allTopoDbStatus->teGraph().graph(),
                                             context_.memory.hopAddresses() ) ) {
-      followLinks();
-      doUpdatePathBwUsage();
+      if ( followLinks() ) {
+         doUpdatePathBwUsage();
+      }
    }
 }
 
 /// Finds the links of the hops again where they are not there under their names. A link that is
-/// away keeps its name: a path that moves gives nothing back before it has the new links.
-void
+/// away keeps its name: a path that moves gives nothing back before it has the new links. Whether
+/// a link, its name or its near address is another one now.
+bool
 PathUsageSm::followLinks() {
+   const TopoGraph & topoGraph = topology().allTopoDbStatus->teGraph();
    const auto before = known()->links;
-   const auto now = mapped( known()->hops, before.ptr() );
+   const std::size_t hops = known()->hops.size();
+   const auto isThere = [ & ]( const PathAsTopoDbLinks & some, std::size_t hop ) {
+      const AllTopoNeighborKey * link = some.pathFind( HopIndex( hop ) );
+      return link && isLink( *link, known()->nearAddresses[ hop ] );
+   };
+   std::size_t there = 0;
+   while ( there < hops && isThere( *before, there ) ) {
+      ++there;
+   }
+   const auto now = there == hops ? before : mapped( known()->hops, before.ptr() );
    const auto links = Lum::make< PathAsTopoDbLinks >();
-   for ( std::size_t i = 0; i < known()->hops.size(); ++i ) {
+   for ( std::size_t i = 0; i < hops; ++i ) {
       const HopIndex hop( i );
-      const auto isThere = [ & ]( const PathAsTopoDbLinks & some ) {
-         return some.pathHas( hop ) && isLink( some.path( hop ), known()->nearAddresses[ i ] );
-      };
-      const PathAsTopoDbLinks & found = isThere( *before ) || !isThere( *now ) ? *before : *now;
+      const PathAsTopoDbLinks & found =
+         i < there || isThere( *before, i ) || !isThere( *now, i ) ? *before : *now;
       if ( const AllTopoNeighborKey * link = found.pathFind( hop ) ) {
-         const CspfEdge edge = topology().allTopoDbStatus->teGraph().edge( *link );
-         links->pathIs( hop, edge == noEdge
-                                ? *link
-                                : topology().allTopoDbStatus->teGraph().neighborKey( edge ) );
+         const CspfEdge edge = topoGraph.edge( *link );
+         links->pathIs( hop, edge == noEdge ? *link : topoGraph.neighborKey( edge ) );
       }
    }
-   known()->links = links;
-   watchRouters();
+   const bool moved = links->pathColl() != before->pathColl();
+   if ( moved ) {
+      known()->links = links;
+   }
+   return watchRouters() || moved;
 }
 
-/// Notes the near ends of the links that are there.
-void
+/// Notes the near ends of the links that are there. Whether one has another address now.
+bool
 PathUsageSm::watchRouters() {
    const TopoGraph & topoGraph = topology().allTopoDbStatus->teGraph();
    std::vector< CspfVertex > routers;
+   bool moved = false;
    const std::size_t hops = known()->hops.size();
    for ( std::size_t i = 0; i < hops; ++i ) {
       const AllTopoNeighborKey * link = known()->links->pathFind( HopIndex( i ) );
       const CspfEdge edge = link ? topoGraph.edge( *link ) : noEdge;
       if ( edge != noEdge ) {
          routers.push_back( topoGraph.graph().from( edge ) );
-         known()->nearAddresses[ i ] = nearAddress( *link );
+         const Kivnet::IpGenAddr near = nearAddress( topoGraph.neighbor( edge ) );
+         moved |= std::exchange( known()->nearAddresses[ i ], near ) != near;
       }
    }
    if ( routers.size() < hops ) {
       routers.clear();
    }
-   known()->noted = context_.byRouter.set( known()->noted, *this, routers );
-   known()->routers =
-      routers.empty()
-         ? PathRouters()
-         : PathRouters( topoGraph.graph(), context_.memory.hopAddresses(), std::move( routers ) );
+   routersAre( std::move( routers ) );
+   return moved;
+}
+
+/// Any change may concern the path where there are none.
+void
+PathUsageSm::routersAre( std::vector< CspfVertex > routers ) {
+   if ( known()->noted == 0 || !std::ranges::equal( routers, known()->routers.inOrder() ) ) {
+      known()->noted = context_.byRouter.set( known()->noted, *this, routers );
+   }
+   known()->routers = routers.empty()
+                         ? PathRouters()
+                         : PathRouters( topology().allTopoDbStatus->teGraph().graph(),
+                                        context_.memory.hopAddresses(), std::move( routers ) );
 }
 
 /// What was granted, on the links of the published hops.
@@ -310,10 +340,8 @@ PathUsageSm::isLink( const AllTopoNeighborKey & link, const Kivnet::IpGenAddr & 
 }
 
 Kivnet::IpGenAddr
-PathUsageSm::nearAddress( const AllTopoNeighborKey & link ) const {
-   const auto * neighbor = topology().allTopoDb->neighbor( link );
-   return neighbor && neighbor->interfaceAddrs() > 0 ? neighbor->interfaceAddrList()[ 0 ]
-                                                     : Kivnet::IpGenAddr();
+PathUsageSm::nearAddress( const Routing::Topology::Neighbor & neighbor ) {
+   return neighbor.interfaceAddrs() > 0 ? neighbor.interfaceAddrList()[ 0 ] : Kivnet::IpGenAddr();
 }
 
 Lum::Ptr< const BwUsageDeduped >

@@ -80,8 +80,8 @@ class PathUsageSm : public Lum::Reactor {
       PathArray::Hops hops;
       Lum::Ptr< const PathAsTopoDbLinks > links;
       std::vector< Kivnet::IpGenAddr > nearAddresses;  // of the links, by hop; they outlast names
-      PathRouters routers;                             // that the links leave
-      PathsByRouter::Entry noted = 0;
+      PathRouters routers;                             // that the links leave,
+      PathsByRouter::Entry noted = 0;                  // and the path's entry there
    };
    /// What a path that reserves knows besides.
    struct Account {
@@ -104,12 +104,13 @@ class PathUsageSm : public Lum::Reactor {
    bool linksKnown( const PathArray::Hops & hops ) const {
       return known() && known()->hops == hops;
    }
-   void followLinks();
-   void watchRouters();
+   bool followLinks();
+   bool watchRouters();
+   void routersAre( std::vector< CspfVertex > routers );
    Lum::Ptr< const PathAsTopoDbLinks > mapped( const PathArray::Hops & hops,
                                                const PathAsTopoDbLinks * known );
    bool isLink( const AllTopoNeighborKey & link, const Kivnet::IpGenAddr & nearAddress ) const;
-   Kivnet::IpGenAddr nearAddress( const AllTopoNeighborKey & link ) const;
+   static Kivnet::IpGenAddr nearAddress( const Routing::Topology::Neighbor & neighbor );
    void hold( PathBwUsage & usage, std::size_t hop,
               const Lum::Ptr< const BwUsageDeduped > & reservation ) const;
    Lum::Ptr< const BwUsageDeduped > reserved( const AllTopoNeighborKey & link ) const;
