@@ -27,7 +27,24 @@ VrfRootSm::handleImports() {
    vrfRoot_->pathStatusInfoTable()->importsIs( vrfRoot_->allTopoDbStatus()->imports() );
    if ( wasImporting && !isImporting() ) {
       updateConstraintTopoChanged();
+      handleIntakes();
    }
+}
+
+void
+VrfRootSm::handleIntakes() {
+   const auto & paths = vrfRoot_->pathStatusInfoTable();
+   if ( !paths->isTakingIn() && !paths->heldBack.empty() && !heldBack_.isUnderWay() ) {
+      heldBack_.start( std::exchange( paths->heldBack, {} ) );
+   }
+}
+
+std::size_t
+VrfRootSm::goOn( const ConstraintHandle & handle ) {
+   if ( const auto & machine = vrfRoot_->constraintInfoSm( handle ) ) {
+      machine->goOn();
+   }
+   return 1;
 }
 
 void

@@ -78,13 +78,6 @@ struct ConstraintMachines {
    bool empty() const { return !constraintInfoSm && !constraintStatusSm; }
 };
 
-}
-
-template<>
-inline constexpr float Lum::mostFill< Cspf::PathMachines > = 0.7F;
-
-namespace Cspf {
-
 /// The path service of one VRF and address family: the tables, the topology, the bandwidth
 /// accounts, and all state machines of constraints and paths. It only owns; VrfRootSm decides
 /// what there is. State machines hold a plain reference to it, since it outlives them.

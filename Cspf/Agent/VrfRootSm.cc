@@ -74,7 +74,10 @@ VrfRootSm::VrfRootSm( const L3::VrfName & vrf, const Lum::Ptr< VrfRoot > & vrfRo
      constraintsToTell_(
         *this, vrfRoot->taskScheduler(), "topologyToConstraintsTask-" + vrf.stringValue(),
         { [ this ]( const ConstraintHandle & handle ) { return tellConstraint( handle ); },
-          [ this ] { endTellingConstraints(); } } ) {}
+          [ this ] { endTellingConstraints(); } } ),
+     heldBack_( *this, vrfRoot->taskScheduler(), "heldBackTask-" + vrf.stringValue(),
+                { [ this ]( const ConstraintHandle & handle ) { return goOn( handle ); },
+                  [ this ] { handleIntakes(); } } ) {}
 
 VrfRootSm::~VrfRootSm() = default;
 
@@ -87,6 +90,7 @@ VrfRootSm::handleInitialized() {
    LUM_WATCH_KEYS( vrfSourceId_, vrfClientSourceId, handleClientSourceId );
    LUM_WATCH_KEYS( vrfRoot_->constraintInfoTable(), constraintInfo, handleConstraintInfo );
    LUM_WATCH_KEYS( vrfRoot_->pathStatusInfoTable(), pathStatusInfo, handlePathStatusInfo );
+   LUM_WATCH( vrfRoot_->pathStatusInfoTable(), intakes, handleIntakes );
    LUM_WATCH( vrfRoot_->allTopoDbStatus(), imports, handleImports );
    handleImports();
    LUM_WATCH( vrfRoot_->allTopoDbStatus(), topoChangedAt, updateConstraintTopoChanged );
@@ -98,6 +102,7 @@ void
 VrfRootSm::doPrepareToDie() {
    usagesToTell_.stop();
    constraintsToTell_.stop();
+   heldBack_.stop();
    pathStatusInfoDelAll();
 }
 

@@ -13,7 +13,8 @@ namespace Cspf {
 ///   watches                               handler                      makes or writes
 ///   constraintInfoTable.constraintInfo    handleConstraintInfo         constraint machine, stats
 ///   pathStatusInfoTable.pathStatusInfo    handlePathStatusInfo         machines of the path
-///   allTopoDbStatus.imports               handleImports                whether all waits
+///   pathStatusInfoTable.intakes           handleIntakes                expiries that were held
+///   back allTopoDbStatus.imports               handleImports                whether all waits
 ///   allTopoDbStatus.topoChangedAt         updateConstraintTopoChanged  schedules the task
 ///   allTopoDbStatus.bwUsageChangedAt      handleBwUsageChangedAt       topoInfoChangedAt
 ///   VrfSourceId.vrfClientSourceId         handleClientSourceId         topoInfoChangedAt
@@ -32,6 +33,7 @@ class VrfRootSm : public Lum::Reactor {
    void doPrepareToDie() override;
    void handleConstraintInfo( const ConstraintHandle & handle );
    void handlePathStatusInfo( const PathInfoKey & key );
+   void handleIntakes();
    void handleImports();
    void updateConstraintTopoChanged();
    void handleConstraintTopoInfoUpdaterTask();
@@ -76,6 +78,7 @@ class VrfRootSm : public Lum::Reactor {
    std::size_t tellUsage( PathsByRouter::Entry entry );
    void endTellingUsages();
    std::size_t tellConstraint( const ConstraintHandle & handle );
+   std::size_t goOn( const ConstraintHandle & handle );
    void endTellingConstraints();
    /// Tells the constraint when its topology last changed.
    void updateTopoInfoChangedAtOf( ConstraintInfo & constraintInfo );
@@ -88,6 +91,7 @@ class VrfRootSm : public Lum::Reactor {
    Kiv::Task constraintTopoInfoUpdaterTask_;
    Kiv::Walk< PathsByRouter::Entry > usagesToTell_;
    Kiv::Walk< ConstraintHandle > constraintsToTell_;
+   Kiv::Walk< ConstraintHandle > heldBack_;
    bool isTelling_ = false;
    bool changedMeanwhile_ = false;
    Lum::Map< BwUsageId, std::set< ConstraintHandle > > constraintsOfUser_;  // oldest first

@@ -163,9 +163,7 @@ LUM_ENUM( ConstraintMissing, std::uint8_t, nothing, interface, neighborOnInterfa
 class ConstraintInfo : public Lum::Entity {
    LUM_ENTITY( Cspf, ConstraintInfo );
    explicit ConstraintInfo( const ConstraintHandle & handle )
-      : constraint_( dedupConstraintOf( handle ) ) {
-      path_.max_load_factor( 0.6F );  // it grows at other sizes than the tables below
-   }
+      : constraint_( dedupConstraintOf( handle ) ) {}
    LUM_COLLECTION( path, PathInfoKey, bool );
    LUM_COUNTER( answeredCount );                       ///< of a repair's: they were answered
    LUM_COUNTER( cspfRequestCount );                    ///< requests for a computation
@@ -178,9 +176,7 @@ class ConstraintInfo : public Lum::Entity {
    LUM_ATTRIBUTE( sourceMissing, bool );
    LUM_ATTRIBUTE( constraintMissingInTopo, bool );
    /// The paths that asked since the last run.
-   std::unordered_set< PathInfoKey, Lum::Hash, std::equal_to< PathInfoKey >,
-                       Lum::BlockAllocator< PathInfoKey > >
-      waiting;
+   Lum::HashSet< PathInfoKey, Lum::Hash > waiting;
    LUM_ATTRIBUTE( missing, ConstraintMissing );
 
    // Followers are marked for refresh, and answered, all at once: their rows stay as they are and
@@ -329,19 +325,6 @@ class PathBwUsage : public Lum::Entity {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
 
-}
-
-namespace Lum {
-
-template<>
-inline constexpr float mostFill< Ptr< Cspf::PathStatusInfo > > = 0.9F;
-template<>
-inline constexpr float mostFill< Ptr< Cspf::PathStatusCache > > = 0.8F;
-
-}
-
-namespace Cspf {
-
 /// Tables by path. `Is( key, row )` adds a row, `Is( key )` makes one where there is none, `Del(
 /// key )` removes it; watch for rows that come and go.
 class PathConfigInfoTable : public Lum::Entity {
@@ -359,6 +342,10 @@ class PathStatusInfoTable : public Lum::Entity {
    LUM_ATTRIBUTE( intakes, std::uint32_t );
    /// Topologies that are being taken in. Requests of clients follow them, and runs both.
    LUM_ATTRIBUTE( imports, std::uint32_t );
+   /// Constraints whose throttle has run out meanwhile; they are gone on with when all is in.
+   std::vector< ConstraintHandle > heldBack;
+
+   bool isTakingIn() const noexcept { return intakes() > 0 || imports() > 0; }
 };
 
 class PathStatusCacheTable : public Lum::Entity {

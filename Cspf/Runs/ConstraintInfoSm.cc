@@ -160,19 +160,12 @@ ConstraintInfoSmBase::hasNotificationActiveIs( bool active ) {
    }
 }
 
-bool
-ConstraintInfoSmBase::isTakingIn() const {
-   const PathStatusInfoTable & table = *context_.pathStatusInfoTable;
-   return table.intakes() > 0 || table.imports() > 0;
-}
-
 /// What is published may end the last use of this constraint. While requests or topologies are
 /// taken in, it waits.
 void
 ConstraintInfoSmBase::expire() {
-   if ( isTakingIn() ) {
-      LUM_WATCH( context_.pathStatusInfoTable, intakes, handleIntakes );
-      LUM_WATCH( context_.pathStatusInfoTable, imports, handleIntakes );
+   if ( context_.pathStatusInfoTable->isTakingIn() ) {
+      context_.pathStatusInfoTable->heldBack.push_back( &constraintInfo_->constraint() );
       return;
    }
    const auto alive = keptAlive();
@@ -180,14 +173,6 @@ ConstraintInfoSmBase::expire() {
    hasNotificationActiveIs( false );
    handleThrottleTimeout();
    hasNotificationActiveIs( !isHandingOut() );
-}
-
-void
-ConstraintInfoSmBase::handleIntakes() {
-   if ( !isTakingIn() ) {
-      unwatch( *context_.pathStatusInfoTable );
-      timerTask_.schedule();
-   }
 }
 
 bool

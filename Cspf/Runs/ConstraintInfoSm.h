@@ -19,7 +19,7 @@ class CspfRunMemory;
 struct ConstraintSmContext {
    Lum::Ptr< const CspfCliConfig > cliConfig;
    Lum::Ptr< Kiv::TaskScheduler > taskScheduler;
-   Lum::Ptr< const PathStatusInfoTable > pathStatusInfoTable;
+   Lum::Ptr< PathStatusInfoTable > pathStatusInfoTable;
    Lum::Ptr< PathStatusCacheTable > pathStatusCacheTable;
    CspfRunMemory & runMemory;
 };
@@ -71,6 +71,8 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    const InternalPathConstraint & pathConstraint() const {
       return constraintInfo_->constraint().pathConstraint();
    }
+   /// The next expiry comes at once: to a constraint that was held back, or has results left.
+   void goOn() { timerTask_.schedule(); }
    bool timerRunning() const noexcept { return timerRunning_; }
    void timerRunningIs( bool running ) { timerRunning_ = running; }
    /// Stops the timer.
@@ -101,14 +103,11 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    static void tellPath( const PathStatusInfo & path, PathStatusCache & cache, bool whole );
    /// As traces name the constraint.
    std::string constraintText() const;
-   /// Whether the run at hand has results that wait for `goOn`: the next expiry, at once.
+   /// Whether the run at hand has results that wait for `goOn`.
    virtual bool isHandingOut() const { return false; }
-   void goOn() { timerTask_.schedule(); }
 
  private:
    void expire();
-   void handleIntakes();
-   bool isTakingIn() const;
    void startTimer();
    void requestInHoldDown( bool topologyChanged, const char * operation );
    void requestInQuiet( bool topologyChanged, const char * operation );

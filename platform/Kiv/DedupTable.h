@@ -7,7 +7,6 @@
 #include <functional>
 #include <set>
 #include <string>
-#include <unordered_set>
 
 namespace Kiv {
 
@@ -120,7 +119,7 @@ class DedupHashTable : public Lum::Entity {
    bool unordered_ = false;
    bool beingDetached_ = false;
    Lum::Ptr< DedupLifeTimeNotifiee > notifiee_;
-   std::unordered_set< DedupHandle *, HashContent, EqualContent > unorderedSet_;
+   Lum::HashSet< DedupHandle *, HashContent, EqualContent > unorderedSet_;
    std::set< DedupHandle *, LessContent > orderedSet_;
 };
 

@@ -8,9 +8,9 @@
 namespace Kiv {
 
 std::vector< std::string >
-TaskScheduler::pendingNames() const {
+TaskScheduler::pendingNames( std::size_t most ) const {
    std::vector< std::string > names;
-   for ( const Task * task = scheduled_; task; task = task->next_ ) {
+   for ( const Task * task = scheduled_; task && names.size() < most; task = task->next_ ) {
       names.push_back( task->name() );
    }
    std::sort( names.begin(), names.end() );

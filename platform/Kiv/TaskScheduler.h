@@ -20,8 +20,9 @@ class TaskScheduler : public Lum::Entity {
 
    /// Number of tasks that are scheduled.
    std::size_t pending() const noexcept { return pending_; }
-   /// Their names, sorted: what a system that does not come to rest is busy with.
-   std::vector< std::string > pendingNames() const;
+   /// Their names, sorted: what a system that does not come to rest is busy with. Of more than
+   /// `most`, those that were scheduled last.
+   std::vector< std::string > pendingNames( std::size_t most = ~std::size_t{ 0 } ) const;
 
    /// One for each owner; an empty one is none. `rests`: the last task that was scheduled is so no
    /// more, whatever happens next. `runs`: a task is about to run.

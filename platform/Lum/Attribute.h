@@ -1,28 +1,19 @@
 #pragma once
 
 #include "platform/Lum/Entity.h"
+#include "platform/Lum/HashTable.h"
 #include "platform/Lum/RareMap.h"
 #include "platform/Lum/Value.h"
 
 #include <concepts>
 #include <map>
-#include <unordered_map>
 #include <vector>
 
 namespace Lum {
 
-/// How full a table of such entries gets before it grows. Tables that get their rows together grow
-/// at different sizes, so that no row waits for all of them.
-template< class T >
-inline constexpr float mostFill = 1;
-
 /// The container of a keyed collection, by hash.
 template< class Key, class T >
-class Map : public std::unordered_map< Key, T, Hash, std::equal_to< Key >,
-                                       BlockAllocator< std::pair< const Key, T > > > {
- public:
-   Map() { this->max_load_factor( mostFill< T > ); }
-};
+using Map = HashMap< Key, T, Hash >;
 
 /// Makes a change of type `T` in `Count` live objects of that type visible in the census.
 template< class T >

@@ -193,12 +193,12 @@ waitText( const Json & wait ) {
           + wait[ "milliseconds" ].dump() + " ms";
 }
 
-/// The first ones of a list that may be long.
+/// The first ones of a list that may be long. `count`: of all.
 std::string
-shortened( std::vector< std::string > list ) {
+shortened( std::vector< std::string > list, std::size_t count ) {
    constexpr std::size_t most = 5;
    if ( list.size() > most ) {
-      list[ most ] = "and " + std::to_string( list.size() - most ) + " more";
+      list[ most ] = "and " + std::to_string( count - most ) + " more";
       list.resize( most + 1 );
    }
    return listed( list );
@@ -235,8 +235,8 @@ runStatus( const LiveOptions & options ) {
    if ( status.contains( "pid" ) ) {
       line( "process  ", status[ "pid" ].dump() );
       line( "callers  ", status[ "clients" ].dump() );
-      line( "waiting  ", shortened( waiting ) );
-      line( "throttle ", shortened( throttled ) );
+      line( "waiting  ", shortened( waiting, status[ "pendingTaskCount" ] ) );
+      line( "throttle ", shortened( throttled, throttled.size() ) );
    }
    if ( status.contains( "state" ) ) {
       line( "state    ", stateText( status[ "state" ] ) );

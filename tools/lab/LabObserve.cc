@@ -146,7 +146,7 @@ class Observer {
                                        status->sourceMissing(),
                                        status->constraintMissingInTopo() };
          std::set< std::string > names;
-         for ( const auto & [ user, count ] : status->pathColl() ) {
+         for ( const auto & user : Lum::sortedKeys( status->pathColl() ) ) {
             const std::string name = nameOf( at.where, user );
             if ( names.insert( name ).second ) {
                constraint.paths.push_back( name );

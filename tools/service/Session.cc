@@ -365,7 +365,9 @@ Session::traceLevel( const Json & params ) {
 std::string
 Session::status() const {
    const auto & agent = shared_.runner.agent();
-   auto pending = shared_.runner.taskScheduler()->pendingNames();
+   constexpr std::size_t mostNames = 100;
+   const auto & tasks = *shared_.runner.taskScheduler();
+   auto pending = tasks.pendingNames( mostNames );
    if ( shared_.writer ) {
       pending.emplace_back( "writing" );
    }
@@ -376,6 +378,7 @@ Session::status() const {
                    { "traceRing", Velotrace::path() },
                    { "clients", shared_.sessions },
                    { "pendingTasks", std::move( pending ) },
+                   { "pendingTaskCount", tasks.pending() + ( shared_.writer ? 1 : 0 ) },
                    { "toggles", toggles( agent != nullptr ) } };
    if ( shared_.describeState ) {
       status[ "state" ] = shared_.describeState();
