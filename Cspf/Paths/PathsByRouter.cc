@@ -1,6 +1,6 @@
 // Which paths a change may concern. A path notes itself at each of its routers, often anew, and
 // some routers are on nearly all paths; so what a path noted earlier is not searched for, but ends,
-// and goes when its router is looked at, or when most of what is noted has ended.
+// and goes when most of what is noted has ended.
 
 #include "Cspf/Paths/PathsByRouter.h"
 
@@ -36,21 +36,16 @@ PathsByRouter::del( Entry entry ) {
 
 std::vector< PathsByRouter::Entry >
 PathsByRouter::concerned( const CspfGraph & graph, std::uint64_t sourceChanges ) {
-   std::vector< Entry > told;
-   const auto tell = [ & ]( std::vector< Entry > & entries ) {
-      dropEnded( entries );
-      told.insert( told.end(), entries.begin(), entries.end() );
-   };
-   const bool all = std::exchange( sourceChanges_, sourceChanges ) != sourceChanges;
+   const std::uint64_t before = std::exchange( change_, graph.lastChange() );
+   if ( std::exchange( sourceChanges_, sourceChanges ) != sourceChanges ) {
+      return Lum::keysOf( paths_ );
+   }
+   std::vector< Entry > told = anywhere_;
    for ( std::uint32_t router = 0; router < byRouter_.size(); ++router ) {
-      if ( all || graph.changedAt( CspfVertex{ router } ) > change_ ) {
-         tell( byRouter_[ router ] );
+      if ( graph.changedAt( CspfVertex{ router } ) > before ) {
+         told.insert( told.end(), byRouter_[ router ].begin(), byRouter_[ router ].end() );
       }
    }
-   tell( anywhere_ );
-   change_ = graph.lastChange();
-   std::ranges::sort( told );
-   told.erase( std::unique( told.begin(), told.end() ), told.end() );
    return told;
 }
 

@@ -21,8 +21,9 @@ class PathsByRouter {
    /// is away, so that any change may concern it.
    Entry set( Entry earlier, PathUsageSm & path, std::span< const CspfVertex > routers );
    void del( Entry entry );
-   /// Entries of routers that have changed since the last call, in no order; all where the source
-   /// of computations has. `sourceChanges`: of it, so far. O(routers + these).
+   /// Entries of routers that have changed since the last call, in no order, some of them twice or
+   /// ended; all where the source of computations has. `sourceChanges`: of it, so far. O(routers +
+   /// these).
    std::vector< Entry > concerned( const CspfGraph & graph, std::uint64_t sourceChanges );
    /// Null where the entry has ended.
    Lum::Ptr< PathUsageSm > path( Entry entry ) const;

@@ -7,8 +7,9 @@
 
 #include "platform/Lum/Entity.h"
 
+#include "platform/Lum/HashTable.h"
+
 #include <memory>
-#include <unordered_map>
 
 namespace Lum {
 
@@ -19,18 +20,22 @@ class Entity::Crowd {
    struct Member {
       const Binding * binding;
       Reactor * owner;  // null once ended
+      std::uint64_t number = 0;
    };
 
    explicit Crowd( const void * watched ) : attribute( watched ) {}
 
    const void * const attribute;
 
-   void add( const Member & member ) {
+   void add( Member member ) {
+      member.number = ++last_;
       members_.push_back( member );
-      if ( places_ ) {
-         places_->emplace( member.owner, members_.size() - 1 );
+      if ( numbers_ ) {
+         note( member );
       } else if ( members_.size() > few ) {
-         notePlaces();
+         numbers_ = std::make_unique< Numbers >();
+         std::for_each( members_.begin(), members_.end(),
+                        [ this ]( const Member & m ) { note( m ); } );
       }
    }
    void end( const Reactor & owner );
@@ -41,6 +46,19 @@ class Entity::Crowd {
  private:
    static constexpr std::size_t few = 16;
 
+   /// One of the subscriptions of a watcher, which may have several.
+   struct Subscription {
+      const Reactor * owner;
+      std::uint32_t nth = 0;
+
+      bool operator==( const Subscription & ) const = default;
+   };
+   struct HashOf {
+      std::size_t operator()( const Subscription & of ) const noexcept {
+         return reinterpret_cast< std::uintptr_t >( of.owner ) + of.nth;
+      }
+   };
+   using Numbers = HashMap< Subscription, std::uint64_t, HashOf >;
    struct Delivery;
 
    void endMember( Member & member ) {
@@ -48,15 +66,16 @@ class Entity::Crowd {
       ++ended_;
    }
    void sweepIfDue() {
-      if ( !deliveries_ && ended_ && ( !places_ || 2 * ended_ > members_.size() ) ) {
+      if ( !deliveries_ && ended_ && ( !numbers_ || 2 * ended_ > members_.size() ) ) {
          sweep();
       }
    }
    void sweep();
-   void notePlaces();
+   void note( const Member & member );
 
-   PackedVector< Member > members_;
-   std::unique_ptr< std::unordered_multimap< const Reactor *, std::size_t > > places_;  // of many
+   PackedVector< Member > members_;      // by number
+   std::unique_ptr< Numbers > numbers_;  // where there are many, of those that have not ended
+   std::uint64_t last_ = 0;
    std::size_t ended_ = 0;  // and not swept
    int deliveries_ = 0;
 };
@@ -94,19 +113,30 @@ census() {
 }
 
 void
+Entity::Crowd::note( const Member & member ) {
+   if ( member.owner ) {
+      Subscription subscription{ member.owner };
+      while ( !numbers_->try_emplace( subscription, member.number ).second ) {
+         ++subscription.nth;
+      }
+   }
+}
+
+void
 Entity::Crowd::end( const Reactor & owner ) {
-   if ( !places_ ) {
+   if ( !numbers_ ) {
       for ( Member & member : members_ ) {
          if ( member.owner == &owner ) {
             endMember( member );
          }
       }
    } else {
-      const auto [ first, last ] = places_->equal_range( &owner );
-      for ( auto place = first; place != last; ++place ) {
-         endMember( members_.begin()[ place->second ] );
+      for ( Subscription subscription{ &owner };
+            const auto number = numbers_->extract( subscription ); ++subscription.nth ) {
+         endMember( *std::lower_bound(
+            members_.begin(), members_.end(), number.mapped(),
+            []( const Member & member, std::uint64_t n ) { return member.number < n; } ) );
       }
-      places_->erase( first, last );
    }
    sweepIfDue();
 }
@@ -137,19 +167,8 @@ Entity::Crowd::sweep() {
                                    []( const Member & member ) { return !member.owner; } ),
                    members_.end() );
    ended_ = 0;
-   places_ = nullptr;
-   if ( members_.size() > few ) {
-      notePlaces();
-   }
-}
-
-void
-Entity::Crowd::notePlaces() {
-   places_ = std::make_unique< decltype( places_ )::element_type >();
-   for ( const Member & member : members_ ) {
-      if ( member.owner ) {
-         places_->emplace( member.owner, &member - members_.begin() );
-      }
+   if ( members_.size() <= few ) {
+      numbers_ = nullptr;
    }
 }
 
