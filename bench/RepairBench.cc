@@ -7,7 +7,11 @@
 // median over protected links, the ratio the quotient of two medians. Rings are the hard case: half
 // of the repairs need nodes.
 //
-// Then the whole agent with N requests behind one link, each towards a prefix of its own: what a
+// Then a router with twenty protected links, each as a link and as a node, in networks of two
+// sizes: what a change costs that concerns none of its trees, one at random, and one of a link that
+// all trees use; as CPU time, and as a share of what the same agent takes that runs every tree.
+//
+// Last the whole agent with N requests behind one link, each towards a prefix of its own: what a
 // change costs that none of them minds, one that all mind, and a request in memory; for growing N,
 // as CPU time and as its ratio to that of the smallest.
 
@@ -19,7 +23,12 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <map>
 #include <random>
+#include <string>
+#include <utility>
+#include <vector>
 
 using namespace Cspf;
 
@@ -213,6 +222,100 @@ reportGrowth() {
    return isRight;
 }
 
+/// The agent of a router with many protected links, link and node, a few routers behind each.
+class Protections {
+ public:
+   static constexpr uint32_t links = 20, destinations = 3;
+   static constexpr int rounds = 15;
+
+   explicit Protections( uint32_t routers ) : random_( 5 ) {
+      GeneratedNetwork network = generateNetwork( routers, 7 );
+      inner_ = static_cast< uint32_t >( network.links.size() / 2 );
+      const auto connect = [ & ]( uint32_t from, uint32_t to, uint32_t metric ) {
+         network.links.push_back( { from, to, metric, 0, {}, 0 } );
+         network.links.push_back( { to, from, metric, 0, {}, 0 } );
+         return "l" + std::to_string( network.links.size() / 2 - 1 );
+      };
+      std::vector< std::pair< std::string, uint32_t > > own;
+      for ( uint32_t i = 1; i <= links; ++i ) {
+         const uint32_t far = i * ( routers / ( links + 1 ) );
+         own.emplace_back( connect( 0, far, 500 ), far );
+      }
+      dear_ = connect( 1, routers / 2, dearMetric );
+      stub_ = connect( 2, network.routers++, 10 );
+      Lab::LabDocument document = labOf( network );
+      const auto & all = document.topologies[ "net" ].routers;
+      document.segmentRouting[ Lab::Vrf::defaultVrf() ] =
+         all.at( routerName( 0 ) ).id.isisSystemId();
+      document.clients[ "tilfa" ] = {
+         { { Lab::Vrf::defaultVrf(), true } }, { { Lab::Af::ipv4, true } }, false };
+      for ( const auto & [ link, far ] : own ) {
+         for ( uint32_t i = 0; i < 2 * destinations; ++i ) {
+            Lab::LabPath & path = document.paths[ "tilfa" ][ link + "-" + std::to_string( i ) ];
+            const auto & to = all.at( routerName( 1 + random_() % ( routers - 1 ) ) );
+            path.dst = Cspf::Destination( to.id.isisSystemId() );
+            path.id = ++paths_;
+            path.constraint.excludeIntf = Kivnet::IntfId( link + ".a" );
+            if ( i % 2 ) {
+               path.constraint.excludeNode = { routerName( far ), path.constraint.excludeIntf };
+            }
+         }
+      }
+      agent_.lab().write( document );
+      agent_.settle();
+      for ( const auto & [ key, link ] : agent_.topology()->neighborColl() ) {
+         keys_[ link.intfId().stringValue() ] = key;
+      }
+   }
+
+   /// Gives the share of the whole that a change costs which concerns no tree.
+   double report( uint32_t routers ) {
+      const uint64_t before = agent_.runs();
+      change( dear_, dearMetric + 2 );
+      std::printf( "%6u routers, %u protected links, link and node, %u requests, %llu trees\n",
+                   routers, links, paths_,
+                   static_cast< unsigned long long >( agent_.runs() - before ) );
+      const double none = compare(
+         "concerns no tree", [ & ]( int round ) { change( dear_, dearMetric + round % 2 ); } );
+      compare( "at random", [ & ]( int ) {
+         change( "l" + std::to_string( random_() % inner_ ), 1 + random_() % 1000 );
+      } );
+      compare( "of every tree", [ & ]( int round ) { change( stub_, 10 + round % 2 ); } );
+      return none;
+   }
+
+ private:
+   static constexpr uint32_t dearMetric = 100'000;
+
+   void change( const std::string & name, uint64_t metric ) {
+      const auto table = agent_.topology();
+      const auto key = keys_.at( name + ".a" );
+      Routing::Topology::Neighbor link = table->neighbor( key );
+      link.metricIs( static_cast< uint32_t >( metric ) );
+      table->neighborIs( key, link );
+      agent_.settle();
+   }
+   /// Each change as an agent that keeps trees works it through, and one that runs them.
+   double compare( const char * what, const std::function< void( int ) > & change ) {
+      std::vector< double > kept, run;
+      for ( int round = 0; round < 2 * rounds; ++round ) {
+         const bool keeps = round / 2 % 2;
+         agent_.followingIs( keeps );
+         ( keeps ? kept : run ).push_back( cpuMilliseconds( [ & ]() { change( round ); } ) );
+      }
+      std::printf( "   a change %-18s kept %8.2f ms, run %8.2f ms, share %.3f\n", what,
+                   median( kept ), median( run ), median( kept ) / median( run ) );
+      return median( kept ) / median( run );
+   }
+
+   std::mt19937_64 random_;
+   uint32_t inner_ = 0;  // links between others
+   std::string dear_, stub_;
+   uint32_t paths_ = 0;
+   BenchAgent agent_;
+   std::map< std::string, Routing::Topology::NeighborKey > keys_;  // by interface
+};
+
 }
 
 /// Exit status 1 when a figure is beyond its limit.
@@ -228,6 +331,12 @@ main() {
          return EXIT_FAILURE;
       }
       Bench( ring( 1000 ), isLink ).report();
+   }
+   for ( const uint32_t routers : { 1'000u, 10'000u } ) {
+      if ( Protections( routers ).report( routers ) > 0.1 ) {
+         std::fprintf( stderr, "a change that concerns no tree costs too much\n" );
+         return EXIT_FAILURE;
+      }
    }
    if ( !reportGrowth() ) {
       std::fprintf( stderr, "requests grow too fast, are too large, or not protected\n" );

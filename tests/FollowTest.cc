@@ -5,6 +5,7 @@
 #include "platform/Trace/Gemtrace.h"
 #include "tests/Lab.h"
 #include "tests/RandomLab.h"
+#include "tests/RepairStorm.h"
 #include "tools/lab/LabJson.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +15,7 @@
 #include <functional>
 #include <map>
 #include <random>
-#include <regex>
+#include <utility>
 
 using Json = nlohmann::json;
 
@@ -25,10 +26,26 @@ class Verified : public testing::Environment {
 };
 [[maybe_unused]] const auto * const verified = testing::AddGlobalTestEnvironment( new Verified );
 
+/// The text without the numbers of so many digits that stand behind each mark.
+std::string
+without( const std::string & text, std::string_view mark, const char * digits,
+         std::size_t atLeast ) {
+   std::string rest;
+   std::size_t done = 0;
+   for ( std::size_t at = 0; ( at = text.find( mark, at ) ) != text.npos; ) {
+      at += mark.size();
+      const std::size_t end = std::min( text.find_first_not_of( digits, at ), text.size() );
+      if ( end - at >= atLeast ) {
+         rest.append( text, done, at - done );
+         done = end;
+      }
+   }
+   return rest.append( text, done );
+}
+
 /// Everything that can be seen of an agent, but where it keeps it and which numbers were used up.
 std::string
 wholeState( TestLab & lab ) {
-   static const std::regex address( "0x[0-9a-f]{6,}|Constraint #[0-9]+" );
    Json state = lab.snapshot();
    for ( auto & [ path, table ] : state.items() ) {
       if ( table[ "type" ] == "Cspf::ConstraintStatusTable" ) {
@@ -43,7 +60,9 @@ wholeState( TestLab & lab ) {
          table[ "value" ] = rows;
       }
    }
-   return state.dump() + std::regex_replace( lab.dump(), address, "" );
+   return state.dump()
+          + without( without( lab.dump(), "0x", "0123456789abcdef", 6 ), "Constraint #",
+                     "0123456789", 1 );
 }
 
 /// A network of sixty routers, some on LANs, with few metrics: many paths are equal. What links
@@ -189,6 +208,24 @@ statesOfRandomLab( unsigned seed ) {
    return states;
 }
 
+std::vector< std::string >
+statesOfRepairStorm( unsigned seed ) {
+   RepairStorm storm( seed );
+   std::vector< std::string > states;
+   for ( int event = 0; event < 30; ++event ) {
+      try {
+         storm.event();
+      } catch ( const Lab::LabError & ) {
+         continue;
+      }
+      storm.lab().advance( 0.001 * storm.below( 700 ) );
+      states.push_back( wholeState( storm.lab() ) );
+   }
+   storm.lab().settle();
+   states.push_back( wholeState( storm.lab() ) );
+   return states;
+}
+
 /// What the storm does while whoever traces every step has every step made.
 std::vector< std::string >
 whileRunning( const std::function< std::vector< std::string >() > & storm ) {
@@ -224,6 +261,14 @@ TEST( Follow, AnAgentThatFollowsLooksLikeOneThatRuns ) {
    }
 }
 
+TEST( Follow, ARouterThatKeepsItsTreesLooksLikeOneThatRunsThem ) {
+   for ( unsigned seed = 1; seed <= 16; ++seed ) {
+      SCOPED_TRACE( "seed " + std::to_string( seed ) );
+      const auto storm = [ = ]() { return statesOfRepairStorm( seed ); };
+      ASSERT_NO_FATAL_FAILURE( expectSame( storm(), whileRunning( storm ) ) );
+   }
+}
+
 /// Nobody is told of a change that concerns nobody, and it counts as a run all the same.
 TEST( Follow, AChangeThatConcernsNobodyTouchesNoPath ) {
    TestLab lab( "A -10- B -10- C -10- D; A -50- D; A -90- C" );
@@ -250,5 +295,46 @@ TEST( Follow, AChangeThatConcernsNobodyTouchesNoPath ) {
    lab.settle();
    EXPECT_GE( stages, 25u ) << "the paths to C";
    EXPECT_EQ( lab.path( "cli", "p1" ), "A D C" );
+   Gemtrace::sinkIs( nullptr );
+}
+
+/// Repairs, too, are not worked out again for a change that they do not read; it counts all the
+/// same.
+TEST( Follow, AChangeThatNoRepairReadsTouchesNone ) {
+   const Json clients{
+      { "tilfa",
+        { { "vrf", { { "default", true } } }, { "addressFamily", { { "ipv4", true } } } } } };
+   TestLab lab( "A -1- B -1- C -1- D -1- E -1- A; B -900- D", { { "clients", clients } } );
+   const Json link{ { "excludeIntf", "A-B.a" } };
+   const Json node{ { "excludeIntf", "A-B.a" },
+                    { "excludeNode", { { "node", "B" }, { "nexthopIntf", "A-B.a" } } } };
+   for ( int n = 0; n < 20; ++n ) {
+      lab.request( "tilfa", std::to_string( n ), n % 2 ? "C" : "D", n % 3 ? link : node,
+                   { { "id", n } } );
+   }
+   lab.settle();
+   const std::uint32_t trees = lab.runs();
+   std::size_t computed = 0;
+   Gemtrace::sinkIs(
+      [ & ]( int, std::string_view text ) {
+         computed += text.starts_with( "Cspf::Lfa::PqComputeSm::handleCspfData(): called" );
+      },
+      8 );
+   std::uint32_t runs = trees;
+   const auto computedAfter = [ & ]( const std::string & name, const Json & change ) {
+      computed = 0;
+      lab.link( name, change );
+      lab.settle();
+      runs += trees;
+      EXPECT_EQ( lab.runs(), runs ) << name << change;
+      return computed;
+   };
+   EXPECT_EQ( computedAfter( "B-D", { { "metric", 901 } } ), 0u );
+   EXPECT_EQ( computedAfter( "B-D", { { "up", false } } ), 0u );
+   EXPECT_EQ( computedAfter( "C-D", { { "unreserved", 7 } } ), 0u ) << "of a link of all trees";
+   EXPECT_NE( lab.dump().find( "Path Refresh Stage2 Count: 4" ), std::string::npos );
+   EXPECT_EQ( computedAfter( "C-D", { { "metric", 2 } } ), 20u );
+   EXPECT_EQ( computedAfter( "E-A", { { "adminGroup", 1 } } ), 20u ) << "a link of its own";
+   EXPECT_NE( lab.dump().find( "Path Refresh Stage2 Count: 6" ), std::string::npos );
    Gemtrace::sinkIs( nullptr );
 }

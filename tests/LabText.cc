@@ -178,3 +178,26 @@ labTopology( std::string_view text ) {
    }
    return builder.topology;
 }
+
+nlohmann::json
+labInFamily( std::string_view text, bool isV6, const nlohmann::json & clients ) {
+   nlohmann::json document{ { "router", "A" },
+                            { "topologies", { { "core", labTopology( text ) } } } };
+   if ( isV6 ) {
+      std::string lab = document.dump();
+      for ( std::size_t at; ( at = lab.find( "\"10." ) ) != lab.npos; ) {
+         const std::size_t begin = at + 4, end = lab.find( '"', begin );
+         std::string address = lab.substr( begin, end - begin );
+         std::ranges::replace( address, '.', ':' );
+         if ( address.ends_with( "/32" ) ) {
+            address.replace( address.size() - 2, 2, "128" );
+         }
+         lab.replace( at, end - at, "\"fd00::" + address );
+      }
+      document = nlohmann::json::parse( lab );
+      document[ "topologies" ][ "core" ][ "af" ] = "ipv6";
+   }
+   document.update( clients );
+   document[ "te" ][ "routerId" ] = "10.0.0.1";
+   return document;
+}

@@ -21,3 +21,7 @@
 /// and is named "A-B"; a further link of the pair "A-B:2". Its interfaces are "A-B.a" and "A-B.b".
 /// On the n-th LAN router m has the address 10.128.n.m and the interface "lan1.A".
 nlohmann::json labTopology( std::string_view text );
+
+/// A lab of that topology, "core", for an agent on "A"; in IPv6 with "fd00::10:0:0:1" in place of
+/// 10.0.0.1 and so on, but for the TE router id of the agent's own. Clients are `clients`.
+nlohmann::json labInFamily( std::string_view text, bool isV6, const nlohmann::json & clients );

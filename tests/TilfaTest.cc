@@ -395,29 +395,6 @@ TEST( Tilfa, prefixesThatFlapAreHeldDownLongerAndLonger ) {
    EXPECT_EQ( repair( lab, "prefix" ), "10.64.0.10 E-A.b: 0003" );
 }
 
-/// The topology, or in IPv6 the same with addresses of that family.
-Json
-inFamily( const std::string & text, bool isV6 ) {
-   Json document{ { "router", "A" }, { "topologies", { { "core", labTopology( text ) } } } };
-   if ( isV6 ) {
-      std::string lab = document.dump();
-      for ( std::size_t at; ( at = lab.find( "\"10." ) ) != lab.npos; ) {
-         const std::size_t begin = at + 4, end = lab.find( '"', begin );
-         std::string address = lab.substr( begin, end - begin );
-         std::ranges::replace( address, '.', ':' );
-         if ( address.ends_with( "/32" ) ) {
-            address.replace( address.size() - 2, 2, "128" );
-         }
-         lab.replace( at, end - at, "\"fd00::" + address );
-      }
-      document = Json::parse( lab );
-      document[ "topologies" ][ "core" ][ "af" ] = "ipv6";
-   }
-   document.update( client );
-   document[ "te" ][ "routerId" ] = "10.0.0.1";
-   return document;
-}
-
 /// One random network on both sides: as a lab for the agent, as graphs for walkers.
 class TilfaStorm {
  public:
@@ -425,7 +402,7 @@ class TilfaStorm {
       : isV6_( seed % 2 ),
         random_( seed ),
         network_( 5 + seed % 12, random_ ),
-        lab_( TestLab::of( inFamily( network_.text(), isV6_ ) ) ) {
+        lab_( TestLab::of( labInFamily( network_.text(), isV6_, client ) ) ) {
       for ( std::size_t n = 0; n < network_.links.size(); ++n ) {
          const auto & link = network_.links[ n ];
          if ( link.a == 0 || link.b == 0 ) {

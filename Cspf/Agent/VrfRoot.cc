@@ -223,11 +223,15 @@ VrfRoot::dumpState( Kiv::DumpContext & context, int indent ) const {
       context.printf( indent, "%*c%s\n", key.traceString().c_str() );
       context.dump( *pathConfigInfoTable()->pathConfigInfo( key ), indent + 2 );
       context.dump( *pathStatusInfoTable()->pathStatusInfo( key ), indent + 2 );
+      const auto & pqCompute = pqComputeSm( key );
+      if ( pqCompute ) {
+         pqCompute->countHeld();
+      }
       context.dump( *pathStatusCacheTable()->pathStatusCache( key ), indent + 2 );
       if ( const auto & usage = pathUsageSm( key ); usage && usage->pathBwUsage() ) {
          context.dump( *usage->pathBwUsage(), indent + 2 );
       }
-      if ( const auto & pqCompute = pqComputeSm( key ) ) {
+      if ( pqCompute ) {
          context.dump( *pqCompute, indent + 2 );
       }
    }

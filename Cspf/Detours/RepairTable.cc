@@ -238,10 +238,8 @@ CspfRepairTable::build( const CspfGraph & graph, const CspfProtectedResource & r
                         const CspfRepairTrees & trees, const CspfRepairConstraints & constraints ) {
    resource_ = resource;
    detours_.reset();
-   forwarding_.build( graph, constraints.plain, constraints.asked, [ & ]( CspfEdge edge ) {
-      return graph.to( edge ) == resource.node
-             && ( !resource.isLink || graph.from( edge ) == resource.plr );
-   } );
+   forwarding_.build( graph, constraints.plain, constraints.asked,
+                      [ & ]( CspfEdge edge ) { return resource.isEnteredBy( graph, edge ); } );
    neverCrossed_ = resource.isLink && graph.overloaded( resource.plr );
    readCosts( graph, trees );
    rows_.assign( graph.vertexBound(), Row() );

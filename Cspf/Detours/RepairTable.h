@@ -16,6 +16,12 @@ struct CspfProtectedResource {
    CspfVertex node = noVertex;  ///< far end of the protected link, or the protected node
    bool isLink = true;          ///< protect the link alone, or the node as a whole
    uint32_t plrToNode = 0;      ///< cost from the PLR to `node`, nothing excluded
+
+   bool operator==( const CspfProtectedResource & ) const = default;
+   /// Whether the edge leads to what has failed.
+   bool isEnteredBy( const CspfGraph & graph, CspfEdge edge ) const {
+      return graph.to( edge ) == node && ( !isLink || graph.from( edge ) == plr );
+   }
 };
 
 /// The three shortest-path trees that repairs are worked out of, all on one version of one graph.
@@ -76,6 +82,10 @@ class CspfRepairTable {
    /// where it is the PLR's own.
    CspfRepairs repairs( const CspfGraph & graph, const CspfTree & postConvergence,
                         const Query & query ) const;
+   /// Whether an answer may rest on more of the graph than the three trees: on how plain forwarding
+   /// leads anywhere, since more is refused than the resource, or a repair was looked for that
+   /// leaves the paths after the failure.
+   bool readsForwarding() const { return forwarding_.refusesAny() || detours_.has_value(); }
 
  private:
    static constexpr uint32_t unreached = CspfTree::unreachedMetric;

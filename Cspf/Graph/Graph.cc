@@ -110,7 +110,7 @@ CspfGraph::overloadedIs( CspfVertex router, bool overloaded ) {
    touch( router );
    changes_.note( { router, router } );  // for edges that enter
    for ( const uint32_t edge : out( router ) ) {
-      noteEdge( CspfEdge{ edge } );
+      noteUse( CspfEdge{ edge } );
    }
    at( router ).overloaded = overloaded;
    if ( overloaded ) {
@@ -161,6 +161,7 @@ CspfGraph::addEdge( CspfVertex from, CspfVertex to, const CspfEdgeRecord & recor
    columns_.reverse[ e ] = noEdge;
    columns_.srlgList[ e ] = 0;
    write( edge, record );
+   reshapedAt_ = changes_.end();
    rows_.append( at( from ).out, e );
    rows_.append( at( to ).in, e );
    return edge;
@@ -179,7 +180,7 @@ CspfGraph::write( CspfEdge edge, const CspfEdgeRecord & record ) {
    ++version_;
    const uint32_t e = index( edge );
    touch( columns_.from[ e ] );
-   noteEdge( edge );
+   noteUse( edge );
    columns_.topology[ e ] = record.topology;
    columns_.igpMetric[ e ] = record.igpMetric;
    if ( columns_.teMetric.empty() && record.teMetric ) {
@@ -340,6 +341,7 @@ CspfGraph::renumber( CspfVertex root ) {
    }
    copy.version_ = version_ + 1;
    copy.changes_ = changes_;
+   copy.reshapedAt_ = reshapedAt_;
    copy.noteAll();
    copy.lastChange_ = lastChange_ + 1;
    for ( Vertex & vertex : copy.vertices_ ) {

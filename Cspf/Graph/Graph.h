@@ -136,7 +136,13 @@ class CspfGraph {
    /// vertices come, go or get other numbers everything may have changed.
    const ChangeLog< CspfEdgeChange > & changes() const { return changes_; }
    /// Notes a change of what the edge, or some vertex, stands for and the graph does not hold.
-   void noteEdge( CspfEdge edge ) { changes_.note( { from( edge ), to( edge ) } ); }
+   void noteEdge( CspfEdge edge ) {
+      noteUse( edge );
+      reshapedAt_ = changes_.end();
+   }
+   /// Where the log stood when an edge last came or went, was paired, or got another meaning. What
+   /// changed since is what edges carry, and overload.
+   uint64_t reshapedAt() const { return reshapedAt_; }
    void noteAll() { changes_.noteAll(); }
 
    /// Notes a change of what the vertex stands for and the graph does not hold.
@@ -205,6 +211,7 @@ class CspfGraph {
    Vertex & at( CspfVertex vertex ) { return vertices_[ index( vertex ) ]; }
    CspfVertex addVertex( VertexKind kind );
    CspfEdge newEdge();
+   void noteUse( CspfEdge edge ) { changes_.note( { from( edge ), to( edge ) } ); }
    void write( CspfEdge edge, const CspfEdgeRecord & record );
    void writeUnreserved( uint32_t edge, const std::array< float, 8 > & unreserved );
    std::vector< CspfVertex > breadthFirst( CspfVertex root ) const;
@@ -221,6 +228,7 @@ class CspfGraph {
    CspfSrlgPool srlgPool_;
    uint64_t version_ = 1;
    ChangeLog< CspfEdgeChange > changes_{ 4096 };
+   uint64_t reshapedAt_ = 0;
    uint64_t lastChange_ = 0;
 };
 

@@ -33,8 +33,10 @@ CspfTree::tentative() const {
 
 void
 CspfTree::begin( const CspfGraph & graph, const CspfRunOptions & options, bool withSrlgs ) {
+   static uint64_t lastSerial = 0;
    options_ = options;
    graphVersion_ = graph.version();
+   serial_ = ++lastSerial;
    groups_.clear();
    const size_t bound = graph.vertexBound(), counted = withSrlgs ? bound : 0;
    constexpr uint64_t unreachedCounts = ~uint64_t{ 0 };

@@ -45,6 +45,10 @@ class CspfTree {
    CspfVertex source() const { return options_.source; }
    const CspfRunOptions & options() const { return options_; }
    uint64_t graphVersion() const { return graphVersion_; }
+   /// The tree is that of the graph as it is, too (`treeStays`).
+   void staysFor( const CspfGraph & graph ) { graphVersion_ = graph.version(); }
+   /// Different for every run in the process.
+   uint64_t serial() const { return serial_; }
 
    bool reached( CspfVertex vertex ) const { return metric( vertex ) != unreachedMetric; }
    /// unreachedMetric when there is no path.
@@ -126,6 +130,7 @@ class CspfTree {
 
    CspfRunOptions options_;
    uint64_t graphVersion_ = 0;
+   uint64_t serial_ = 0;
    std::vector< uint32_t > metrics_;  // by vertex
    std::vector< Last > lasts_;        // by vertex
    std::vector< uint64_t > counts_;   // by vertex: excludes above, includes below; empty if unused

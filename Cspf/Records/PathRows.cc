@@ -129,7 +129,8 @@ void
 PathStatusCache::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*cPathStatusCache %p\n", static_cast< const void * >( this ) );
    context.printf( indent, "%*cPath Refresh Stage1 Count: %u \n", refreshedStage1Count() );
-   context.printf( indent, "%*cPath Refresh Stage2 Count: %u \n", refreshedStage2Count() );
+   context.printf( indent, "%*cPath Refresh Stage2 Count: %u \n",
+                   refreshedStage2Count() + answersHeld );
    if ( !pqInfo() ) {
       return;
    }

@@ -279,6 +279,8 @@ class PathStatusCache : public Lum::Entity {
    LUM_ATTRIBUTE( pathAsTopoDbLinks, Lum::Ptr< const PathAsTopoDbLinks > );
    LUM_ATTRIBUTE( pqInfo, Lum::Ptr< Lfa::DedupPqInfo > );  ///< of a repair path
    LUM_ATTRIBUTE( achieved, RepairKind );                  ///< by `pqInfo`
+   /// Of a repair: computations that left it as it was, of which nobody heard; second stages, too.
+   std::uint32_t answersHeld = 0;
    /// Hash of the client's constraint that `pqInfo` answers.
    LUM_ATTRIBUTE( repairOf, std::uint64_t );
    CSPF_COUNTER_OF_FOLLOWER( refreshedStage1Count );

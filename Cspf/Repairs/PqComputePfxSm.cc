@@ -76,7 +76,7 @@ PqComputePfxSm::handleOriginatorInfo( const NodeId & ) {
 /// Where other runs are to come, what is worked out of them has seen the change.
 void
 PqComputePfxSm::schedulePrc() {
-   reachabilityChanged_ = true;
+   hasMovedIs( true );
    if ( pqComputePrcTask_ || !protection().runsAreKnown() ) {
       return;
    }
@@ -93,7 +93,7 @@ PqComputePfxSm::schedulePrc() {
 void
 PqComputePfxSm::handlePqComputePrcTask() {
    pqComputePrcTask_ = nullptr;
-   if ( !reachabilityChanged_ || !protection().runsAreKnown() ) {
+   if ( !hasMoved() || !protection().runsAreKnown() ) {
       return;  // the next runs compute; or have done so
    }
    const Lum::Seconds now = Lum::now();
@@ -110,7 +110,7 @@ PqComputePfxSm::handlePqComputePrcTask() {
 void
 PqComputePfxSm::handlePqComputeTask() {
    if ( !waitsForRefresh() && runs().complete() ) {
-      reachabilityChanged_ = false;
+      hasMovedIs( false );
    }
    PqComputeSm::handlePqComputeTask();
 }

@@ -8,11 +8,14 @@
 
 #include "Cspf/Repairs/PqComputeSm.h"
 
+#include "Cspf/Paths/StatusUpdate.h"
+#include "Cspf/Runs/KeptCheck.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Cspf::Lfa {
 
@@ -50,6 +53,7 @@ PqComputeSm::PqComputeSm( const RepairContext & context, const PathInfoKey & pat
 void
 PqComputeSm::handleInitialized() {
    protection_->requestIs( *this );
+   heldBefore_ = protection_->answersHeld();
    adoptPublished();
    pathStatusInfo_->refreshIs( refreshReasonConfigChanged );
    LUM_WATCH( pathStatusInfo_, refreshNeeded, handleRefreshNeeded );
@@ -58,6 +62,7 @@ PqComputeSm::handleInitialized() {
 
 void
 PqComputeSm::doPrepareToDie() {
+   countHeld();
    protection_->requestDel( *this );
    context().protectionTable->protectionDel( protection_->key() );
 }
@@ -67,6 +72,20 @@ PqComputeSm::handleRefreshNeeded() {
    if ( pathStatusInfo_->refreshNeeded() ) {
       protection_->refreshIs( *this );
    }
+}
+
+void
+PqComputeSm::hasMovedIs( bool moved ) {
+   hasMoved_ = moved;
+   if ( moved ) {
+      protection_->destinationMoved();
+   }
+}
+
+void
+PqComputeSm::countHeld() {
+   const std::uint32_t held = protection_->answersHeld();
+   pathStatusCache_->answersHeld += held - std::exchange( heldBefore_, held );
 }
 
 void
@@ -123,13 +142,39 @@ PqComputeSm::doPqCompute() {
       }
       return;
    }
+   const Answer answer = this->answer();
+   publish( answer.path, answer.achieved );
+}
+
+/// Of the link where what is asked for has none; keeps the reason where there is none at all.
+PqComputeSm::Answer
+PqComputeSm::answer() {
    std::optional< PqPath > path = doPqCompute( false );
    const bool isInstead = !path && protection_->mayFallBack();
    if ( isInstead ) {
       path = doPqCompute( true );
    }
-   publish( path,
-            protection_->isLinkProtection() || isInstead ? RepairKind::link : RepairKind::node );
+   return { path,
+            protection_->isLinkProtection() || isInstead ? RepairKind::link : RepairKind::node };
+}
+
+void
+PqComputeSm::verifyAnswer() {
+   if ( !pathStatusInfo_->constraint() || waitsForRefresh() ) {
+      return;
+   }
+   const std::string before = reason_;
+   const Answer answer = this->answer();
+   const auto & held = pathStatusCache_->pqInfo();
+   const bool same = held ? answer.path && held->pqPath() == *answer.path
+                               && pathStatusCache_->achieved() == answer.achieved
+                          : !answer.path && pathStatusCache_->achieved() == RepairKind::none;
+   const PathStatus * published =
+      pathStatusInfo_->cspfStatus()->pathStatusFind( pathInfoKey().pathKey() );
+   if ( !same || reason_ != before || !published
+        || published->repairPathIdx() != repairPathIdx( *pathStatusCache_ ) ) {
+      differFromRun( runs().constrained->view(), "repair of " + pathInfoKey().traceString() );
+   }
 }
 
 std::optional< PqPath >
@@ -318,6 +363,7 @@ PqComputeSm::publish( const std::optional< PqPath > & path, RepairKind achieved 
    if ( pqInfo && pqInfo->pqIdx() == 0 ) {
       pqInfo = nullptr;
       reason_ = "no repair identifier is left";
+      protection_->answerDoesNotHold();
    }
    if ( pqInfo ) {
       status->pathErrorDel( pathInfoKey().pathKey() );

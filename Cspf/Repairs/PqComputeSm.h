@@ -45,6 +45,8 @@ class PqComputeSm : public Lum::Reactor {
    /// The run that the refresh asked for is there, or what stands for it.
    virtual void handleCspfData();
    virtual void handlePqComputeTask();
+   /// Works the answer out that holds, and stops the agent where it is another one.
+   void verifyAnswer();
 
    /// Costs in the metric of the IGP, CspfTree::unreachedMetric where there is no path. REQUIRES:
    /// the runs are complete.
@@ -60,6 +62,12 @@ class PqComputeSm : public Lum::Reactor {
 
    /// Whether it is to be computed though its runs are those of the last time.
    bool isDue() const noexcept { return isDue_; }
+   /// Whether the destination is another one since.
+   bool hasMoved() const noexcept { return hasMoved_; }
+   /// It is not among those of which the protection says that their answers hold.
+   void isCountedAlone() noexcept { ++heldBefore_; }
+   /// Brings the count of its answers up to date with those that held.
+   void countHeld();
    /// Where the protection keeps it.
    std::size_t place() const noexcept { return place_; }
    void placeIs( std::size_t place ) noexcept { place_ = static_cast< std::uint32_t >( place ); }
@@ -75,6 +83,7 @@ class PqComputeSm : public Lum::Reactor {
    const TopoGraph & topology() const { return protection_->repairs().topology(); }
    bool waitsForRefresh() const { return pathStatusInfo_->refreshNeeded(); }
    void doPqCompute();
+   void hasMovedIs( bool moved );
 
  private:
    const PathConstraint & asked() const;
@@ -85,6 +94,11 @@ class PqComputeSm : public Lum::Reactor {
    RepairSegment segment( const CspfRepairSegment & segment ) const;
    bool resolveNexthop( const NodeId & immNgb, CspfEdge firstLink, PqPath & path,
                         const char * operation ) const;
+   struct Answer {
+      std::optional< PqPath > path;
+      RepairKind achieved;
+   };
+   Answer answer();
    std::optional< PqPath > doPqCompute( bool isInstead );
    void publish( const std::optional< PqPath > & path, RepairKind achieved );
    void endStage2();
@@ -95,7 +109,9 @@ class PqComputeSm : public Lum::Reactor {
    const Lum::Ptr< ProtectionSm > protection_;
    std::string reason_;  // why there is no repair
    std::uint32_t place_ = 0;
+   std::uint32_t heldBefore_ = 0;  // answers of the protection that held, and are none of its own
    bool isDue_ = false;
+   bool hasMoved_ = false;
 };
 
 /// The same towards a prefix: it ends at the routers that originate it, each at its metric. Where
@@ -129,7 +145,6 @@ class PqComputePfxSm : public PqComputeSm, private PrefixListener {
    void schedulePrc();
 
    const Kivnet::IpGenPrefix prefix_;
-   bool reachabilityChanged_ = false;  // since the last computation
    Lum::Seconds prcCurrentHoldInterval_ = initialHoldInterval;
    Lum::Seconds prcLastRan_ = -maxHoldInterval;
    std::unique_ptr< Kiv::Task > pqComputePrcTask_;  // while a change waits: few prefixes flap

@@ -13,9 +13,14 @@ class PrefixListener {
 
  protected:
    ~PrefixListener() = default;
+
+ private:
+   friend class PrefixWatch;
+   std::uint64_t place_ = 0;  // in the order of those who came
 };
 
-/// Tells each listener of its own prefix alone, however many others there are.
+/// Tells each listener of its own prefix alone, however many others there are, and those of one
+/// prefix in the order in which they came.
 ///
 ///   watches                                   handler
 ///   AllTopoDbStatus.pfxOriginatorInfoTable    handlePfxOriginatorInfoTable
@@ -28,6 +33,7 @@ class PrefixWatch : public Lum::Reactor {
    void handleInitialized() override;
    /// Not owned: it is taken back before the listener ends.
    void listenerIs( const Kivnet::IpGenPrefix & prefix, PrefixListener & listener ) {
+      listener.place_ = ++lastPlace_;
       listeners_[ prefix ].insert( &listener );
    }
    void listenerDel( const Kivnet::IpGenPrefix & prefix, PrefixListener & listener );
@@ -35,8 +41,15 @@ class PrefixWatch : public Lum::Reactor {
    void handlePfxOriginatorInfo( const Kivnet::IpGenPrefix & prefix );
 
  private:
+   struct Earlier {
+      bool operator()( const PrefixListener * a, const PrefixListener * b ) const {
+         return a->place_ < b->place_;
+      }
+   };
+
    const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
-   Lum::Map< Kivnet::IpGenPrefix, std::set< PrefixListener * > > listeners_;
+   Lum::Map< Kivnet::IpGenPrefix, std::set< PrefixListener *, Earlier > > listeners_;
+   std::uint64_t lastPlace_ = 0;
 };
 
 }

@@ -6,11 +6,13 @@
 // Requests that are new, or changed, wait for the next answer of the constraint's throttle as paths
 // of other clients do. All others are looked at only when the runs are others than those that they
 // were last answered from: a prefix that moves stamps the topology, but is its own requests'
-// affair.
+// affair. Where the graph has changed, but what they were answered from has not, the answers hold;
+// each counts as worked out again.
 
 #include "Cspf/Repairs/ProtectionSm.h"
 
 #include "Cspf/Repairs/PqComputeSm.h"
+#include "Cspf/Runs/KeptCheck.h"
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
@@ -115,7 +117,7 @@ ProtectionSm::handleAnswered() {
 
 void
 ProtectionSm::handleTree() {
-   allAreDue_ |= !isSettled();
+   runsHaveMoved_ |= !isSettled();
    scheduleIfDue();
 }
 
@@ -130,7 +132,7 @@ ProtectionSm::handleAdjacency( const IsisExportImpl::AdjacencyKey & ) {
 void
 ProtectionSm::scheduleIfDue() {
    const bool canCompute = runsAreComplete() || !missingRun().empty();
-   if ( ( allAreDue_ || someAreDue_ ) && canCompute ) {
+   if ( ( allAreDue_ || someAreDue_ || runsHaveMoved_ ) && canCompute ) {
       if ( !pqComputeTask_.scheduled() ) {
          pqComputeTask_.schedule();
       }
@@ -148,23 +150,78 @@ ProtectionSm::handlePqComputeTask() {
       return;
    }
    const auto alive = keptAlive();
-   if ( !isSettled() ) {
-      repairs_ = SharedRepairs( missing.empty() ? currentRuns( false ) : RepairRuns() );
-      linkRepairs_ =
-         SharedRepairs( missing.empty() && mayFallBack() ? currentRuns( true ) : RepairRuns() );
-      settledFor_ = missing;
-   }
-   const bool all = std::exchange( allAreDue_, false );
+   const bool hold = !isSettled() && takeRuns( missing ) && !allAreDue_;
+   const bool haveMoved = std::exchange( runsHaveMoved_, false );
+   const bool all = std::exchange( allAreDue_, false ) || ( haveMoved && !hold );
+   allHold_ |= all;
+   const auto due = dueRequests( all, hold );
    someAreDue_ = false;
-   std::vector< Lum::Ptr< PqComputeSm > > due;
-   for ( PqComputeSm * request : requests_ ) {
-      if ( all || request->isDue() ) {
-         due.emplace_back( request );
-      }
+   someHaveMoved_ &= !all && !hold;
+   if ( hold ) {
+      countHeld( due );
    }
    for ( const auto & request : due ) {
       if ( !request->isRetired() ) {
          request->handlePqComputeTask();
+      }
+   }
+}
+
+/// Whether all answers hold for the runs that there are.
+bool
+ProtectionSm::takeRuns( const std::string & missing ) {
+   const bool complete = missing.empty(), fallsBack = complete && mayFallBack();
+   RepairRuns now = complete ? currentRuns( false ) : RepairRuns();
+   RepairRuns instead = fallsBack ? currentRuns( true ) : RepairRuns();
+   const bool hold = complete && settledFor_.empty() && allHold_ && repairs_.holdFor( now )
+                     && ( !fallsBack || linkRepairs_.holdFor( instead ) );
+   if ( hold ) {
+      repairs_.runsAre( std::move( now ) );
+      linkRepairs_.runsAre( std::move( instead ) );
+   } else {
+      repairs_ = SharedRepairs( std::move( now ) );
+      linkRepairs_ = SharedRepairs( std::move( instead ) );
+   }
+   settledFor_ = missing;
+   return hold;
+}
+
+/// `hold`: the others have no other answer.
+std::vector< Lum::Ptr< PqComputeSm > >
+ProtectionSm::dueRequests( bool all, bool hold ) const {
+   std::vector< Lum::Ptr< PqComputeSm > > due;
+   if ( all || someAreDue_ || someHaveMoved_ ) {
+      for ( PqComputeSm * request : requests_ ) {
+         if ( all || request->isDue() || ( hold && request->hasMoved() ) ) {
+            due.emplace_back( request );
+         }
+      }
+   }
+   return due;
+}
+
+/// Those who are answered themselves, or not before the next run, count for themselves.
+void
+ProtectionSm::countHeld( std::span< const Lum::Ptr< PqComputeSm > > due ) {
+   ++answersHeld_;
+   for ( const auto & request : due ) {
+      request->isCountedAlone();
+   }
+   for ( const auto & request : waiting_ ) {
+      if ( !request->isRetired() && std::ranges::find( due, request ) == due.end() ) {
+         request->isCountedAlone();
+      }
+   }
+   if ( isVerified() ) {
+      verifyHeld();
+   }
+}
+
+void
+ProtectionSm::verifyHeld() {
+   for ( PqComputeSm * request : requests_ ) {
+      if ( !request->isDue() && !request->hasMoved() ) {
+         request->verifyAnswer();
       }
    }
 }

@@ -9,6 +9,7 @@
 #include "schema/Isis.h"
 
 #include <map>
+#include <span>
 #include <vector>
 
 namespace Cspf::Lfa {
@@ -40,8 +41,11 @@ struct ProtectionKey {
 };
 
 /// Serves all requests that differ in the destination alone. It hears of the runs that they share,
-/// decides when repairs are to be worked out, and goes over its requests; a change of the topology
-/// that none of them is concerned by costs a look at the shared result for each.
+/// decides when repairs are to be worked out, and goes over its requests. Where the next runs leave
+/// all repairs as they are, no request is looked at that has not changed itself.
+///
+/// With CSPF_VERIFY_REPAIR=1 in the environment these repairs are worked out all the same, and the
+/// agent stops at the first difference.
 ///
 ///   watches                                   handler
 ///   ConstraintInfo.topoInfoChangedAt          handleTopoChanged
@@ -81,6 +85,12 @@ class ProtectionSm : public Lum::Reactor {
    bool protectedLinkIsGone() const;
    /// Whether all runs are of the topology as it is, and the last computation was made of them.
    bool runsAreKnown() const;
+   /// Some request's destination is another one since its repair was worked out.
+   void destinationMoved() noexcept { someHaveMoved_ = true; }
+   /// A request's answer is another one the next time, whatever the runs.
+   void answerDoesNotHold() noexcept { allHold_ = false; }
+   /// Counts computations that left all answers as they were.
+   std::uint32_t answersHeld() const noexcept { return answersHeld_; }
    /// Of what is asked for, or, within a `Work`, of the link instead.
    SharedRepairs & repairs() noexcept { return isInstead_ ? linkRepairs_ : repairs_; }
    class Work {
@@ -107,6 +117,10 @@ class ProtectionSm : public Lum::Reactor {
    const ConstraintInfo * rowOf( const PathStatusCache & cache ) const;
    bool isSettled() const;
    void scheduleIfDue();
+   bool takeRuns( const std::string & missing );
+   std::vector< Lum::Ptr< PqComputeSm > > dueRequests( bool all, bool hold ) const;
+   void countHeld( std::span< const Lum::Ptr< PqComputeSm > > due );
+   void verifyHeld();
 
    const RepairContext context_;
    const ProtectionKey key_;
@@ -122,6 +136,10 @@ class ProtectionSm : public Lum::Reactor {
    std::vector< Lum::Ptr< PqComputeSm > > waiting_;   // for the next answer
    bool allAreDue_ = false;
    bool someAreDue_ = false;
+   bool runsHaveMoved_ = false;  // all are due unless their answers hold
+   bool someHaveMoved_ = false;
+   bool allHold_ = true;  // where nothing else has changed
+   std::uint32_t answersHeld_ = 0;
    SharedRepairs repairs_;      // of the last computation: of what is asked for,
    SharedRepairs linkRepairs_;  //   and of the link instead
    bool isInstead_ = false;

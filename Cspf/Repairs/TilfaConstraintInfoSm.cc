@@ -4,15 +4,20 @@
 //
 // A tree holds numbers of the graph, and so answers exactly while the graph has the version that it
 // was run on. That also tells whether the topology has changed, without comparing times: a
-// change of prefixes stamps the topology but leaves the graph alone.
+// change of prefixes stamps the topology but leaves the graph alone. Most changes of the graph
+// leave a tree as it is; the next result takes it over then from the last one, of which nobody has
+// a tree any more.
 
 #include "Cspf/Repairs/TilfaConstraintInfoSm.h"
 
+#include "Cspf/Graph/TreeStays.h"
+#include "Cspf/Runs/KeptCheck.h"
 #include "Cspf/Runs/Run.h"
 #include "Cspf/Views/View.h"
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Cspf {
 
@@ -25,6 +30,24 @@ TilfaConstraintInfoSm::viewConstraint( InternalPathConstraint constraint ) {
       constraint.neighborSystemIdIs( Routing::Isis::SystemId() );
    }
    return constraint;
+}
+
+void
+TilfaConstraintInfoSm::handleInitialized() {
+   for ( const auto & [ key, uses ] : constraintInfo()->pathColl() ) {
+      handlePathUpdate( key );
+   }
+   ConstraintInfoSmBase::handleInitialized();
+}
+
+void
+TilfaConstraintInfoSm::handlePathUpdate( const PathInfoKey & key ) {
+   if ( !constraintInfo()->pathHas( key ) ) {
+      trees_.erase( key );
+   } else if ( key.internal() ) {
+      trees_.insert( key );
+   }
+   ConstraintInfoSmBase::handlePathUpdate( key );
 }
 
 void
@@ -165,25 +188,44 @@ TilfaConstraintInfoSm::cspfDataHolds() const {
 
 void
 TilfaConstraintInfoSm::computeTree( const char * operation ) {
+   const Lum::Ptr< LfaCspfData > last = cspfData_;
    cspfDataIs( Lum::make< LfaCspfData >() );
    cspfData_->sourceIs( source() );
    cspfData_->buildReverseSptIs( pathConstraint().reversePath() );
    cspfData_->sourceOverloadedIs(
       view()->graph().overloaded( view()->vertex( cspfData_->source() ) ) );
-   runCspf( cspfData_, operation );
+   if ( treeStays( last ) ) {
+      TRACE7_FOR( operation,
+                  "run cspf, cspfRequestCount " << constraintInfo()->cspfRequestCount() );
+      cspfData_->treeIs( *last );
+      if ( isVerified() ) {
+         verifyKept( *cspfData_, view(), context() );
+      }
+      countRun( cspfData_, 0 );
+   } else {
+      runCspf( cspfData_, operation );
+   }
    updatePathStatusCache( cspfData_ );
+}
+
+/// Takes note of the graph as it is. Whoever traces every step of a run gets runs.
+bool
+TilfaConstraintInfoSm::treeStays( const Lum::Ptr< LfaCspfData > & last ) {
+   CspfLinkFilter filter;
+   filter.constraintIs( view()->linkConstraint( cspfData_->source() ) );
+   const CspfGraph & graph = view()->graph();
+   const bool reshaped = graph.reshapedAt() > position_;
+   const auto changes = graph.changes().since( std::exchange( position_, graph.changes().end() ) );
+   const auto before = std::exchange( numbers_, filter.constraint() );
+   return last && changes && last->source() == cspfData_->source() && numbers_ == before
+          && context().runMemory.sharedLabels().enabled() && !Trace::wanted( 9 )
+          && Cspf::treeStays( graph, last->tree(), filter, *changes, reshaped );
 }
 
 /// A tree is all that an internal path is for. Requests read the constraint's own, all at once.
 void
 TilfaConstraintInfoSm::updatePathStatusCache( const Lum::Ptr< CspfData > & cspfData ) {
-   std::vector< PathInfoKey > trees;
-   for ( const auto & [ key, uses ] : constraintInfo()->pathColl() ) {
-      if ( key.internal() ) {
-         trees.push_back( key );
-      }
-   }
-   std::ranges::sort( trees );
+   const auto trees = trees_;  // whoever is told may end some
    for ( const PathInfoKey & key : trees ) {
       updatePath( key, cspfData );
    }

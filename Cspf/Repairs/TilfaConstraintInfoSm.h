@@ -6,7 +6,10 @@ namespace Cspf {
 
 /// Runs the trees of one TI-LFA constraint over the LFA view. A tree is run again only when the
 /// graph, or the node that it starts from, has changed since: a new destination, or a prefix that
-/// moved, costs no run.
+/// moved, costs no run. Nor does a change of the graph that leaves the tree as it is; that counts
+/// as a run, and what comes of it is the same tree.
+///
+/// With CSPF_VERIFY_REPAIR=1 in the environment every tree that is kept is compared with a run.
 class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    LUM_ENTITY( Cspf, TilfaConstraintInfoSm );
    using ConstraintInfoSmBase::ConstraintInfoSmBase;
@@ -15,6 +18,8 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    /// the far end of a link nothing, since there `excludeIntf` and `excludeNode` name the start.
    static InternalPathConstraint viewConstraint( InternalPathConstraint constraint );
 
+   void handleInitialized() override;
+   void handlePathUpdate( const PathInfoKey & key ) override;
    void handleThrottleTimeout() override;
    /// Whether the link is there, and leads to the node that the constraint names. REQUIRES: the
    /// constraint starts at the far end of a link; others name nothing that must be there.
@@ -38,10 +43,14 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    NodeId source() const;
    bool cspfDataHolds() const;
    void endWithoutRun();
+   bool treeStays( const Lum::Ptr< LfaCspfData > & last );
    void computeTree( const char * operation );
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
 
    Lum::Ptr< LfaCspfData > cspfData_;
+   CspfLinkConstraint numbers_;     // that its tree was run with
+   std::uint64_t position_ = 0;     // in the graph's changes, up to which the tree is right
+   std::set< PathInfoKey > trees_;  // the internal ones of the constraint's paths
 };
 
 }

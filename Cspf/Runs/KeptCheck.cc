@@ -16,15 +16,9 @@ namespace Cspf {
 
 namespace {
 
-[[noreturn]] void
-differ( const AllTopoDbView & view, const std::string & what ) {
-   Lum::assertFailed( "CSPF_VERIFY_REPAIR: " + what + " differs from a run from nothing, under "
-                         + Lum::valueString( view.constraint() ),
-                      __FILE__, __LINE__ );
-}
-
+template< class Kept >
 void
-verifyTree( const AllTopoDbView & view, const CspfLabelTree & kept, const CspfTree & tree ) {
+verifyTree( const AllTopoDbView & view, const Kept & kept, const CspfTree & tree ) {
    const CspfGraph & graph = view.graph();
    for ( std::uint32_t v = 0; v < graph.vertexBound(); ++v ) {
       const CspfVertex vertex{ v };
@@ -33,12 +27,12 @@ verifyTree( const AllTopoDbView & view, const CspfLabelTree & kept, const CspfTr
       }
       if ( tree.reached( vertex ) ? kept.cost( vertex ) != tree.cost( vertex )
                                   : kept.reached( vertex ) ) {
-         differ( view, "metric " + std::to_string( kept.metric( vertex ) ) + " (not "
-                          + std::to_string( tree.metric( vertex ) ) + ") of "
-                          + nodeText( view.topoGraph(), vertex ) );
+         differFromRun( view, "metric " + std::to_string( kept.metric( vertex ) ) + " (not "
+                                 + std::to_string( tree.metric( vertex ) ) + ") of "
+                                 + nodeText( view.topoGraph(), vertex ) );
       }
       if ( !std::ranges::equal( kept.lastLinks( vertex ), tree.lastLinks( vertex ) ) ) {
-         differ( view, "set of last links of " + nodeText( view.topoGraph(), vertex ) );
+         differFromRun( view, "set of last links of " + nodeText( view.topoGraph(), vertex ) );
       }
    }
 }
@@ -60,10 +54,17 @@ verifyAnswer( const PathStatusInfo & path, const CspfData & run, const PathStatu
       && ( !cache.path() || cache.path()->path() == published.pathList() )
       && ( !cache.pathSrlg() || cache.pathSrlg()->pathSrlg() == published.pathSrlgList() );
    if ( !same ) {
-      differ( run.view(), "answer of " + key.traceString() );
+      differFromRun( run.view(), "answer of " + key.traceString() );
    }
 }
 
+}
+
+void
+differFromRun( const AllTopoDbView & view, const std::string & what ) {
+   Lum::assertFailed( "CSPF_VERIFY_REPAIR: " + what + " differs from a run from nothing, under "
+                         + Lum::valueString( view.constraint() ),
+                      __FILE__, __LINE__ );
 }
 
 bool
@@ -93,6 +94,17 @@ verifyKept( const KeptAnswers & kept, const Lum::Ptr< const AllTopoDbView > & vi
          verifyAnswer( path, *run, *cache );
       }
    } );
+   context.runMemory.reclaim( *run );
+}
+
+void
+verifyKept( const LfaCspfData & kept, const Lum::Ptr< const AllTopoDbView > & view,
+            const ConstraintSmContext & context ) {
+   const auto run = Lum::make< LfaCspfData >();
+   run->sourceIs( kept.source() );
+   run->buildReverseSptIs( kept.buildReverseSpt() );
+   const CspfRun made( context.runMemory, *run, view );
+   verifyTree( *view, kept.tree(), run->tree() );
    context.runMemory.reclaim( *run );
 }
 

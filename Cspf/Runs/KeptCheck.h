@@ -2,6 +2,8 @@
 
 #include "Cspf/Runs/KeptAnswers.h"
 
+#include <string>
+
 namespace Cspf {
 
 struct ConstraintSmContext;
@@ -13,5 +15,10 @@ bool isVerified();
 /// not told one by one. REQUIRES: the answers have followed; none was handed out since.
 void verifyKept( const KeptAnswers & kept, const Lum::Ptr< const AllTopoDbView > & view,
                  const ConstraintSmContext & context );
+/// The same of a tree that was taken over.
+void verifyKept( const LfaCspfData & kept, const Lum::Ptr< const AllTopoDbView > & view,
+                 const ConstraintSmContext & context );
+/// Stops the agent: `what` was kept, and a run finds otherwise.
+[[noreturn]] void differFromRun( const AllTopoDbView & view, const std::string & what );
 
 }

@@ -95,6 +95,13 @@ CspfData::hasTree() const {
           } );
 }
 
+void
+CspfData::treeIs( CspfData & earlier ) {
+   view_ = earlier.view_;
+   tree_ = std::move( earlier.tree_ );
+   tree_.staysFor( view_->graph() );
+}
+
 std::size_t
 CspfData::shortestPaths() const {
    return tree_.reachedVertices().size() - shortestPathForNetworks();

@@ -112,8 +112,10 @@ class CspfData : public CspfRunInfo {
 
    /// Whether there is a tree and the topology is still the one that it was run on.
    bool hasTree() const;
-   /// REQUIRES: hasTree().
+   /// REQUIRES: hasTree(), or the tree is to be judged by what has changed since.
    const CspfTree & tree() const { return tree_; }
+   /// Takes over the tree of an earlier run, which a run on the topology as it is would find again.
+   void treeIs( CspfData & earlier );
    /// The topology as the run saw it. REQUIRES: a tree is there.
    const AllTopoDbView & view() const { return *view_; }
 
