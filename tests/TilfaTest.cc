@@ -152,6 +152,22 @@ TEST( Tilfa, aRepairStaysWhileWhatIsProtectedChanges ) {
    EXPECT_EQ( lab.status( "tilfa", "toC" )->refreshRespSeq(), 8u );
 }
 
+TEST( Tilfa, aSegmentNamesTheAddressesThatItsLinkHas ) {
+   TestLab lab( "A -1- B -1- C; A -1- N -1- B; N -9- C", client );
+   lab.request( "tilfa", "toC", "C", nodeBehind( "A-B.a", "B" ) );
+   const auto addresses = [ & ]() {
+      lab.settle();
+      const auto & segments = lab.statusTable( "tilfa" )->pqInfo( idx( lab, "toC" ) ).segmentList();
+      const RepairSegment & last = *std::prev( segments.end() );
+      return last.nearAddr().stringValue() + " " + last.farAddr().stringValue();
+   };
+   EXPECT_EQ( addresses(), "10.64.0.10 10.64.0.11" );
+   lab.link( "N-C", { { "aAddr", "10.65.0.1" } } );
+   EXPECT_EQ( addresses(), "10.65.0.1 10.64.0.11" );
+   lab.link( "N-C", { { "bAddr", "10.65.0.2" }, { "metric", 8 } } );
+   EXPECT_EQ( addresses(), "10.65.0.1 10.65.0.2" );
+}
+
 TEST( Tilfa, saysWhyThereIsNone ) {
    TestLab lab( std::string( ring ) + "; A =lan1 5= H I; A -1- P; A -1- Q -5- R -1- P", client );
    Json few = linkOf( "A-P.a" ), hops = linkOf( "A-B.a" ), stranger = linkOf( "lan1.A" );

@@ -137,6 +137,7 @@ class CspfGraph {
    const ChangeLog< CspfEdgeChange > & changes() const { return changes_; }
    /// Notes a change of what the edge, or some vertex, stands for and the graph does not hold.
    void noteEdge( CspfEdge edge ) {
+      ++version_;
       noteUse( edge );
       reshapedAt_ = changes_.end();
    }
