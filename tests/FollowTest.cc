@@ -193,7 +193,7 @@ statesOfWideStorm( unsigned seed ) {
 std::vector< std::string >
 statesOfRandomLab( unsigned seed ) {
    std::srand( seed );
-   RandomLab random( seed, seed % 2 );
+   RandomLab random( seed, RandomLab::Kind( seed % 3 ) );
    auto lab = TestLab::of( random.document() );
    std::vector< std::string > states;
    for ( int event = 0; event < 30; ++event ) {

@@ -97,7 +97,7 @@ wideEvent( RandomLab & random, const Json & lab ) {
 struct LabChangeTest : testing::TestWithParam< unsigned > {};
 
 TEST_P( LabChangeTest, comesToWhatTheWholeComesTo ) {
-   RandomLab random( GetParam(), GetParam() % 2 );
+   RandomLab random( GetParam(), RandomLab::Kind( GetParam() % 3 ) );
    Lum::ActivityLoop loop( Lum::ActivityLoop::Time::virtualTime );
    Member parts( loop, nullptr ), whole( loop, nullptr );
    Lab::LabState partWriter( parts.state, parts.tables ), wholeWriter( whole.state, whole.tables );

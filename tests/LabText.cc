@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <vector>
@@ -180,21 +181,19 @@ labTopology( std::string_view text ) {
 }
 
 nlohmann::json
+inIpv6( const nlohmann::json & part ) {
+   static const std::regex address( R"re("(\d+)\.(\d+)\.(\d+)\.(\d+)(?=["/]))re" ),
+      length( "/32\"" );
+   const std::string text = std::regex_replace( part.dump(), address, "\"fd00::$1:$2:$3:$4" );
+   return nlohmann::json::parse( std::regex_replace( text, length, "/128\"" ) );
+}
+
+nlohmann::json
 labInFamily( std::string_view text, bool isV6, const nlohmann::json & clients ) {
    nlohmann::json document{ { "router", "A" },
                             { "topologies", { { "core", labTopology( text ) } } } };
    if ( isV6 ) {
-      std::string lab = document.dump();
-      for ( std::size_t at; ( at = lab.find( "\"10." ) ) != lab.npos; ) {
-         const std::size_t begin = at + 4, end = lab.find( '"', begin );
-         std::string address = lab.substr( begin, end - begin );
-         std::ranges::replace( address, '.', ':' );
-         if ( address.ends_with( "/32" ) ) {
-            address.replace( address.size() - 2, 2, "128" );
-         }
-         lab.replace( at, end - at, "\"fd00::" + address );
-      }
-      document = nlohmann::json::parse( lab );
+      document = inIpv6( document );
       document[ "topologies" ][ "core" ][ "af" ] = "ipv6";
    }
    document.update( clients );

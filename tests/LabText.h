@@ -22,6 +22,9 @@
 /// On the n-th LAN router m has the address 10.128.n.m and the interface "lan1.A".
 nlohmann::json labTopology( std::string_view text );
 
-/// A lab of that topology, "core", for an agent on "A"; in IPv6 with "fd00::10:0:0:1" in place of
-/// 10.0.0.1 and so on, but for the TE router id of the agent's own. Clients are `clients`.
+/// The same with IPv6 addresses and host prefixes in place of those of IPv4: fd00::10:64:0:2.
+nlohmann::json inIpv6( const nlohmann::json & part );
+
+/// A lab of that topology, "core", for an agent on "A"; in IPv6 with all addresses but the TE
+/// router id of the agent's own `inIpv6`. Clients are `clients`.
 nlohmann::json labInFamily( std::string_view text, bool isV6, const nlohmann::json & clients );

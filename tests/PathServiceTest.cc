@@ -225,7 +225,7 @@ TEST( PathService, AfterAStormOfEventsStateIsAsFromScratch ) {
 TEST( PathService, AfterAnHourOfEverythingPathsAreAsFromScratch ) {
    for ( unsigned seed = 1; seed <= seeds( 12 ); ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( seed ) );
-      RandomLab random( seed, true );
+      RandomLab random( seed, RandomLab::Kind::withHops );
       Json document, after;
       {
          auto lab = TestLab::of( random.document() );

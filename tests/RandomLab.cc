@@ -3,9 +3,19 @@
 
 #include "tests/RandomLab.h"
 
+#include "tests/LabText.h"
+
+#include <span>
+
 using Json = nlohmann::json;
 
-RandomLab::RandomLab( unsigned seed, bool withHops ) : engine_( seed ), withHops_( withHops ) {}
+namespace {
+
+const char * const clientNames[] = { "cli", "rsvp", "tilfa" };
+
+}
+
+RandomLab::RandomLab( unsigned seed, Kind kind ) : engine_( seed ), kind_( kind ) {}
 
 std::string
 RandomLab::keyOf( const Json & object ) {
@@ -27,6 +37,11 @@ RandomLab::attributes() {
    attributes[ "metric" ] = metrics[ below( oneIn( 6 ) ? 8 : 5 ) ];
    if ( oneIn( 4 ) ) {
       attributes[ "teMetric" ] = 1 + below( 12 );
+   }
+   if ( hasEverything() ) {
+      attributes[ "metric" ] = 1000 + below( 1'000'000 );
+      attributes[ "teMetric" ] = 1000 + below( 1'000'000 );
+      attributes[ "bandwidth" ] = oneIn( 6 ) ? 0 : 1000;
    }
    if ( oneIn( 2 ) ) {
       attributes[ "adminGroup" ] = oneIn( 4 ) ? Json( "0x80000001" ) : Json( below( 8 ) );
@@ -92,8 +107,9 @@ RandomLab::routerIn( bool isis, unsigned n ) {
 
 Json
 RandomLab::topology( unsigned kind ) {
-   // Level 2 of IS-IS, an OSPF area, an exported IS-IS topology, level 1 of IS-IS.
-   static const Json numbers[] = { { 2, 0 }, { 0, 5 }, { 2, 7 }, { 1, 0 } };
+   // Level 2 of IS-IS, an OSPF area, an exported IS-IS topology, level 1 of IS-IS, level 2 for
+   // IPv6.
+   static const Json numbers[] = { { 2, 0 }, { 0, 5 }, { 2, 7 }, { 1, 0 }, { 2, 0 } };
    const bool isis = kind != 1;
    Json topology{ { "igp", isis ? "isis" : "ospf" }, { "numbers", numbers[ kind ] } };
    if ( kind == 2 ) {
@@ -173,19 +189,86 @@ RandomLab::constraint( const Json & document, const std::string & vrf ) {
                                                + std::to_string( 1 + below( addresses_ ) ) };
    }
    if ( oneIn( 6 ) ) {
-      constraint[ "topoId" ] = keyOf( document[ "topologies" ] );
+      const std::string name = keyOf( document[ "topologies" ] );
+      constraint[ "topoId" ] = name == "v6" ? "core" : name;
    }
    if ( oneIn( 8 ) ) {
       constraint[ "reversePath" ] = true;
    }
-   for ( unsigned hops = withHops_ && oneIn( 2 ) ? 1 + below( 3 ) : 0; hops > 0; --hops ) {
+   if ( kind_ != Kind::plain && oneIn( 2 ) ) {
+      addHops( constraint );
+   }
+   if ( hasEverything() ) {
+      addRest( constraint );
+   }
+   return constraint;
+}
+
+void
+RandomLab::addHops( Json & constraint ) {
+   for ( unsigned hops = 1 + below( 3 ); hops > 0; --hops ) {
       const std::string addresses[] = { "10.0.0." + std::to_string( 1 + below( routers_ ) ),
                                         "10.64.0." + std::to_string( 1 + below( addresses_ ) ),
                                         "20.0.0." + std::to_string( 1 + below( 3 ) ) };
+      const bool isStrict = hasEverything() && oneIn( 3 );
       constraint[ "includeHop" ].push_back(
-         { { "addr", addresses[ below( 3 ) ] }, { "loose", true } } );
+         { { "addr", addresses[ below( 3 ) ] }, { "loose", !isStrict } } );
    }
-   return constraint;
+}
+
+/// What no path has in other labs.
+void
+RandomLab::addRest( Json & constraint ) {
+   if ( constraint.contains( "includeHop" ) && oneIn( 3 ) ) {
+      const Json again = constraint[ "includeHop" ];  // there and back, and there
+      for ( const Json & hop : again ) {
+         constraint[ "includeHop" ].push_back( hop );
+      }
+   }
+   if ( oneIn( 3 ) ) {
+      constraint[ "bandwidth" ] = oneIn( 6 ) ? 2000 : 1 + below( 3 );
+      constraint[ "bwSetupPriority" ] = below( 8 );
+      constraint[ "sharedBwGroupId" ] = oneIn( 2 ) ? 0 : 1 + below( 2 );
+   }
+   for ( const char * field : { "includeHopAllExplicit", "noSpf" } ) {
+      if ( oneIn( 12 ) ) {
+         constraint[ field ] = true;
+      }
+   }
+   if ( oneIn( 20 ) ) {
+      constraint[ "sourceType" ] = "neighborOnLink";
+   }
+}
+
+/// A request of "tilfa", as `path` gives one of others.
+Json
+RandomLab::repair( const Json & document ) {
+   const std::string number = std::to_string( 1 + below( routers_ ) );
+   const bool isV6 = document[ "topologies" ].contains( "v6" ) && oneIn( 2 );
+   const std::string destinations[] = { "0000.0000.000" + number, "0000.0000.000" + number,
+                                        isV6 ? "fd00::20:0:0:1/128" : "20.0.0.1/32" };
+   Json path{
+      { "dst", destinations[ below( 3 ) ] }, { "id", ++paths_ }, { "af", isV6 ? "ipv6" : "ipv4" } };
+   Json & constraint = path[ "constraint" ] = Json::object();
+   const auto interfaces = localInterfaces( document );
+   if ( interfaces.empty() || oneIn( 12 ) ) {
+      return path;
+   }
+   const std::string & intf = constraint[ "excludeIntf" ] =
+      interfaces[ below( interfaces.size() ) ];
+   const Json & topology = document[ "topologies" ][ isV6 ? "v6" : "core" ];
+   if ( const std::string node = keyOf( topology[ "routers" ] ); node != "R0" && oneIn( 2 ) ) {
+      constraint[ "excludeNode" ] = { { "node", node }, { "nexthopIntf", intf } };
+      constraint[ "fallBackToLink" ] = oneIn( 2 );
+   }
+   constraint[ "excludeSrlg" ] = oneIn( 3 );
+   constraint[ "maxRepairNodes" ] = 1 + below( 8 );
+   return path;
+}
+
+Json
+RandomLab::request( const Json & document, const std::string & client ) {
+   return client == "tilfa" ? repair( document ) : path( document );
 }
 
 Json
@@ -218,17 +301,23 @@ RandomLab::document() {
          }
       }
    }
+   if ( hasEverything() && oneIn( 2 ) ) {
+      auto & more = document[ "topologies" ][ "v6" ] = inIpv6( topology( 4 ) );
+      more[ "af" ] = "ipv6";
+   }
    if ( oneIn( 3 ) ) {
       if ( const auto interfaces = localInterfaces( document ); !interfaces.empty() ) {
          document[ "interfaces" ][ interfaces[ below( interfaces.size() ) ] ] = {
             { "srlg", { 11 + below( 3 ), 21 + below( 3 ) } } };
       }
    }
-   for ( const char * client : { "cli", "rsvp" } ) {
-      document[ "clients" ][ client ] = { { "vrf", { { "default", true }, { "red", true } } },
-                                          { "addressFamily", { { "ipv4", true } } } };
+   const std::size_t clients = hasEverything() ? 3 : 2;
+   for ( const std::string client : std::span( clientNames ).first( clients ) ) {
+      document[ "clients" ][ client ] = {
+         { "vrf", { { "default", true }, { "red", true } } },
+         { "addressFamily", { { "ipv4", true }, { "ipv6", hasEverything() } } } };
       for ( unsigned n = 2 + below( 6 ); n > 0; --n ) {
-         const Json asked = path( document );
+         const Json asked = request( document, client );
          document[ "paths" ][ client ][ "p" + asked[ "id" ].dump() ] = asked;
       }
    }
@@ -237,7 +326,8 @@ RandomLab::document() {
 
 Json
 RandomLab::linkEvent( const Json & link ) {
-   switch ( below( 5 ) ) {
+   const bool mustStay = hasEverything() && ( link[ "a" ] == "R0" || link[ "b" ] == "R0" );
+   switch ( below( mustStay ? 3 : 5 ) ) {
    case 0: return { { "up", !link.value( "up", true ) } };
    case 1: return { { oneIn( 2 ) ? "ab" : "ba", oneIn( 2 ) ? Json( false ) : attributes() } };
    case 2: return { { "aAddr", address() } };
@@ -290,7 +380,7 @@ RandomLab::topologyEvent( const Json & topology ) {
 
 Json
 RandomLab::clientEvent( const Json & document ) {
-   const std::string client = oneIn( 2 ) ? "cli" : "rsvp";
+   const std::string client = hasEverything() && oneIn( 3 ) ? "tilfa" : oneIn( 2 ) ? "cli" : "rsvp";
    const std::string name = keyOf( document[ "paths" ].value( client, Json::object() ) );
    switch ( below( 6 ) ) {
    case 0: return { { "clients", { { client, nullptr } } } };
@@ -298,6 +388,7 @@ RandomLab::clientEvent( const Json & document ) {
       return { { "clients",
                  { { client,
                      { { "vrf", { { "default", true }, { "red", oneIn( 2 ) } } },
+                       { "bwmRequired", hasEverything() && oneIn( 2 ) },
                        { "addressFamily", { { "ipv4", !oneIn( 4 ) } } } } } } } };
    case 2:
       if ( !name.empty() ) {
@@ -307,22 +398,40 @@ RandomLab::clientEvent( const Json & document ) {
    case 3:
       if ( !name.empty() ) {
          const std::string vrf = document[ "paths" ][ client ][ name ].value( "vrf", "default" );
-         return {
-            { "paths",
-              { { client, { { name, { { "constraint", constraint( document, vrf ) } } } } } } } };
+         const Json asked = client == "tilfa" ? Json( repair( document )[ "constraint" ] )
+                                              : constraint( document, vrf );
+         return { { "paths", { { client, { { name, { { "constraint", asked } } } } } } } };
       }
       [[fallthrough]];
    default: {
-      const Json asked = path( document );
+      const Json asked = request( document, client );
       return { { "paths", { { client, { { "p" + asked[ "id" ].dump(), asked } } } } } };
    }
    }
 }
 
 Json
+RandomLab::configurationEvent( const Json & document ) {
+   const auto interfaces = localInterfaces( document );
+   if ( interfaces.empty() || oneIn( 4 ) ) {
+      const Json identity{ { "systemId", "0000.0000.000" + std::to_string( 1 + below( 2 ) ) } };
+      return { { "segmentRouting", { { "default", oneIn( 2 ) ? Json() : identity } } } };
+   }
+   Json srlgs = Json::array();
+   for ( unsigned n = below( 3 ); n > 0; --n ) {
+      srlgs.push_back( 1 + below( 3 ) + 10 * n );
+   }
+   return {
+      { "interfaces", { { interfaces[ below( interfaces.size() ) ], { { "srlg", srlgs } } } } } };
+}
+
+Json
 RandomLab::event( const Json & document ) {
    if ( oneIn( 4 ) ) {
       return clientEvent( document );
+   }
+   if ( hasEverything() && oneIn( 10 ) ) {
+      return configurationEvent( document );
    }
    if ( oneIn( 25 ) ) {
       return { { "te", { { "enabled", !document[ "te" ].value( "enabled", true ) } } } };
@@ -331,5 +440,6 @@ RandomLab::event( const Json & document ) {
    if ( oneIn( 40 ) && name != "core" ) {
       return { { "topologies", { { name, nullptr } } } };
    }
-   return { { "topologies", { { name, topologyEvent( document[ "topologies" ][ name ] ) } } } };
+   const Json change = topologyEvent( document[ "topologies" ][ name ] );
+   return { { "topologies", { { name, name == "v6" ? inIpv6( change ) : change } } } };
 }

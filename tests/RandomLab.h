@@ -12,9 +12,12 @@
 class RandomLab {
  public:
    using Json = nlohmann::json;
+   /// What there is besides: loose hops in some paths; or strict ones as well, bandwidth (enough
+   /// for all, or for none), repairs in both families for "tilfa", and what is refused, where no
+   /// two ways cost the same.
+   enum class Kind { plain, withHops, everything };
 
-   /// `withHops`: some paths have explicit hops.
-   explicit RandomLab( unsigned seed, bool withHops = false );
+   explicit RandomLab( unsigned seed, Kind kind = Kind::plain );
 
    /// A random document, the same for the same seed.
    Json document();
@@ -28,6 +31,7 @@ class RandomLab {
  private:
    std::string router() { return "R" + std::to_string( below( routers_ ) ); }
    std::string address();
+   bool hasEverything() const { return kind_ == Kind::everything; }
    Json attributes();
    Json link( const std::string & a, const std::string & b );
    Json lan( const Json & routers );
@@ -35,14 +39,19 @@ class RandomLab {
    Json topology( unsigned kind );
    Json path( const Json & document );
    Json constraint( const Json & document, const std::string & vrf );
+   void addHops( Json & constraint );
+   void addRest( Json & constraint );
+   Json repair( const Json & document );
+   Json request( const Json & document, const std::string & client );
    Json topologyEvent( const Json & topology );
    Json linkEvent( const Json & link );
    Json clientEvent( const Json & document );
+   Json configurationEvent( const Json & document );
    std::vector< std::string > localInterfaces( const Json & document ) const;
    std::string keyOf( const Json & object );
 
    std::mt19937 engine_;
-   const bool withHops_;
+   const Kind kind_;
    unsigned routers_ = 0;
    unsigned addresses_ = 0;
    unsigned paths_ = 0;

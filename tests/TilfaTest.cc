@@ -534,7 +534,7 @@ class TilfaStorm {
       std::string address = published.nearAddr().stringValue();
       std::ranges::replace( address, ':', '.' );
       unsigned kind = 0, high = 0, low = 0;
-      ASSERT_EQ( std::sscanf( address.c_str(), isV6_ ? "fd00..%u.%u.%u" : "10.%u.%u.%u", &kind,
+      ASSERT_EQ( std::sscanf( address.c_str(), isV6_ ? "fd00..10.%u.%u.%u" : "10.%u.%u.%u", &kind,
                               &high, &low ),
                  3 )
          << address;

@@ -1,0 +1,192 @@
+// Whatever has happened to an agent, it publishes what one does that starts on the state as it is.
+// No two ways of these networks cost the same, and there is bandwidth for all, so that all that can
+// be seen follows from the state, but for what is said here to be history.
+
+#include "tests/Lab.h"
+#include "tests/RandomLab.h"
+#include "tools/lab/LabJson.h"
+#include "tools/lab/LabOutput.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+using Json = nlohmann::json;
+
+namespace {
+
+void
+sort( Json & list ) {
+   std::sort( list.begin(), list.end() );
+}
+
+/// What is published for the paths of one service, with the repairs that they name.
+Json
+answers( Json service ) {
+   std::map< Json, Json > repairs;
+   for ( const Json & repair : service[ "pqInfo" ] ) {
+      repairs[ repair[ "idx" ] ] = repair;
+      repairs[ repair[ "idx" ] ].erase( "idx" );
+   }
+   Json answers = Json::object();
+   for ( Json path : service[ "pathStatus" ] ) {
+      path.erase( "changeCount" );
+      path[ "repairPathIdx" ] = repairs[ path[ "repairPathIdx" ] ];
+      const std::string name = path[ "name" ];
+      // What stands beside an error is what once was right.
+      answers[ name ] = path.contains( "error" ) ? path[ "error" ] : path;
+   }
+   for ( const Json & path : service.value( "unanswered", Json::array() ) ) {
+      answers[ std::string( path[ "name" ] ) ] = path[ "error" ];
+   }
+   return answers;
+}
+
+const std::string numbered = "tilfa trees";
+
+/// All that can be seen, by which numbers it goes and how often things were done left out.
+Json
+everything( TestLab & lab ) {
+   Json outcome = Json::parse( Lab::outcomeJson( lab.outcome() ) );
+   Json seen{ { "paths", Json::object() } };
+   for ( const auto & [ client, services ] : outcome[ "clients" ].items() ) {
+      for ( const auto & [ where, service ] : services.items() ) {
+         seen[ "paths" ][ client ][ where ] = answers( service );
+      }
+   }
+   for ( Json constraint : outcome[ "constraints" ] ) {
+      for ( const char * history : { "cspfCount", "cspfSkippedCount", "cspfCurrentDelay" } ) {
+         constraint.erase( history );
+      }
+      for ( Json & path : constraint[ "paths" ] ) {
+         if ( path.get< std::string >().starts_with( numbered ) ) {
+            path = numbered;
+         }
+      }
+      sort( constraint[ "paths" ] );
+      Json & count = seen[ "constraints" ][ constraint.dump() ];
+      count = count.is_null() ? 1 : count.get< int >() + 1;
+   }
+   for ( Json reservation : outcome[ "bandwidth" ] ) {
+      reservation[ "localId" ] = reservation[ "localId" ] != 0;
+      Json & count = seen[ "bandwidth" ][ reservation.dump() ];
+      count = count.is_null() ? 1 : count.get< int >() + 1;
+   }
+   for ( const Json state = lab.snapshot(); const auto & [ path, entity ] : state.items() ) {
+      if ( path.find( "/export/topodb/client/" ) != path.npos || path.starts_with( "te/bwm/" )
+           || path == "te/cspf/agentStatus" ) {
+         seen[ "state" ][ path ] = entity;
+      }
+   }
+   return seen;
+}
+
+/// What follows every change, whoever asks.
+Json
+followed( Json seen ) {
+   seen.erase( "state" );
+   seen.erase( "bandwidth" );
+   seen.erase( "constraints" );
+   seen[ "paths" ].erase( "rsvp" );
+   seen[ "paths" ].erase( "tilfa" );
+   return seen;
+}
+
+/// The router's own links are there: while one is away, a repair of it stays what it was.
+Json
+ownLinks( const Json & document ) {
+   Json change;
+   for ( const auto & [ name, topology ] : document[ "topologies" ].items() ) {
+      const Json none = Json::object();
+      for ( const Json links = topology.value( "links", none );
+            const auto & [ link, ends ] : links.items() ) {
+         if ( ends[ "a" ] == "R0" || ends[ "b" ] == "R0" ) {
+            change[ "topologies" ][ name ][ "links" ][ link ] = {
+               { "up", nullptr }, { "ab", nullptr }, { "ba", nullptr } };
+         }
+      }
+      for ( const Json lans = topology.value( "lans", none );
+            const auto & [ lan, shared ] : lans.items() ) {
+         if ( shared[ "members" ].contains( "R0" ) ) {
+            change[ "topologies" ][ name ][ "lans" ][ lan ][ "members" ][ "R0" ][ "attached" ] =
+               true;
+         }
+      }
+   }
+   return change;
+}
+
+/// How one differs from the other, with both.
+std::string
+difference( const Json & one, const Json & other ) {
+   std::string text;
+   for ( const Json & step : Json::diff( one, other ) ) {
+      const Json::json_pointer at( step[ "path" ] );
+      text += step[ "path" ].dump() + ": " + ( one.contains( at ) ? one[ at ].dump() : "" ) + " / "
+              + ( other.contains( at ) ? other[ at ].dump() : "" ) + "\n";
+   }
+   return text;
+}
+
+/// Asks anew for what is kept while it is valid; what was refused has never been asked for.
+void
+askAnew( TestLab & lab ) {
+   Json again = Json::object(), refused = again;
+   const Json seen = everything( lab ), asked = lab.document()[ "paths" ];
+   for ( const auto & [ client, services ] : seen[ "paths" ].items() ) {
+      for ( const auto & [ where, paths ] : services.items() ) {
+         for ( const auto & [ name, answer ] : paths.items() ) {
+            if ( answer.is_string() ) {
+               refused[ client ][ name ] = nullptr;
+               again[ client ][ name ] = asked[ client ][ name ];
+            } else if ( client != "cli" ) {
+               again[ client ][ name ][ "refreshReqSeq" ] =
+                  asked[ client ][ name ].value( "refreshReqSeq", 0 ) + 1;
+            }
+         }
+      }
+   }
+   lab.patch( { { "paths", refused } } );
+   lab.settle();
+   lab.patch( { { "paths", again } } );
+   lab.settle();
+}
+
+}
+
+TEST( FromScratch, whateverHasHappened ) {
+   for ( unsigned seed = 1; seed <= 40; ++seed ) {
+      SCOPED_TRACE( seed );
+      RandomLab random( seed, RandomLab::Kind::everything );
+      Json document, before, after;
+      {
+         auto lab = TestLab::of( random.document() );
+         lab.slicesOf( 1 + seed % 4 );
+         for ( int event = 0; event < 40; ++event ) {
+            try {
+               lab.patch( random.event( lab.document() ) );
+            } catch ( const Lab::LabError & ) {
+               continue;
+            }
+            if ( random.oneIn( 12 ) ) {
+               lab.restart();
+            }
+            lab.advance( random.oneIn( 2 ) ? 0.001 * random.below( 400 ) : 0 );
+            lab.work( random.below( 8 ) );
+         }
+         lab.patch( { { "te", { { "enabled", true } } } } );
+         lab.patch( ownLinks( lab.document() ) );
+         lab.settle();
+         before = followed( everything( lab ) );
+         askAnew( lab );
+         document = lab.document();
+         after = everything( lab );
+      }
+      auto fresh = TestLab::of( document );
+      fresh.settle();
+      const Json now = everything( fresh );
+      EXPECT_EQ( difference( followed( now ), before ), "" );
+      EXPECT_EQ( difference( now, after ), "" );
+   }
+}
