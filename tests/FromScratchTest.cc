@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <map>
+#include <random>
 
 using Json = nlohmann::json;
 
@@ -188,5 +189,42 @@ TEST( FromScratch, whateverHasHappened ) {
       const Json now = everything( fresh );
       EXPECT_EQ( difference( followed( now ), before ), "" );
       EXPECT_EQ( difference( now, after ), "" );
+   }
+}
+
+/// Segments have runs of their own, each held down for as long as its own past says: a path is put
+/// together of old and new ones, and a change meets it at any moment of that.
+TEST( FromScratch, pathsThroughHopsAtAnyMoment ) {
+   for ( unsigned seed = 1; seed <= 60; ++seed ) {
+      SCOPED_TRACE( seed );
+      std::mt19937 engine( seed );
+      const auto below = [ & ]( unsigned n ) { return static_cast< unsigned >( engine() % n ); };
+      std::string mesh;
+      for ( const std::string ends :
+            { "AB", "AC", "AD", "AE", "BC", "BD", "BE", "CD", "CE", "DE" } ) {
+         const std::string metric = std::to_string( 1 + below( 1'000'000 ) );
+         mesh += ends.substr( 0, 1 ) + " -" + metric + "- " + ends[ 1 ] + "; ";
+      }
+      TestLab lab( mesh );
+      const Json links = lab.document()[ "topologies" ][ "core" ][ "links" ];
+      const auto router = [ & ] { return "10.0.0." + std::to_string( 2 + below( 4 ) ); };
+      for ( unsigned event = 0; event < 25; ++event ) {
+         lab.advance( 0.01 * below( 10 ) * below( 10 ) );
+         if ( below( 3 ) ) {
+            lab.link( std::next( links.begin(), below( 10 ) ).key(),
+                      { { "metric", 1 + below( 1'000'000 ) } } );
+            continue;
+         }
+         Json hops = Json::array();
+         for ( unsigned n = below( 3 ); n > 0; --n ) {
+            hops.push_back( { { "addr", router() }, { "loose", true } } );
+         }
+         lab.request( "cli", std::to_string( event ), router(), { { "includeHop", hops } },
+                      { { "id", event } } );
+      }
+      lab.settle();
+      auto fresh = TestLab::of( lab.document() );
+      fresh.settle();
+      EXPECT_EQ( difference( everything( fresh ), everything( lab ) ), "" );
    }
 }

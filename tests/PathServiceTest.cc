@@ -278,24 +278,6 @@ TEST( PathService, PathsThroughHopsFollowAChangeWhileTheTopologyKeepsChanging ) 
    }
 }
 
-/// Segments have runs of their own, each at its time.
-TEST( PathService, APathThroughHopsFollowsAChangeAtAnyMomentOfItsComputation ) {
-   for ( int moment = 0; moment < 60; ++moment ) {
-      SCOPED_TRACE( moment );
-      TestLab lab( "A -10- B -10- C; A -2- E -9- B; B -2- D -9- C" );
-      lab.request( "cli", "near", moment % 2 ? "B" : "E" );
-      lab.advance( 0.13 );
-      lab.request( "cli", "hops", "C",
-                   { { "includeHop", { { { "addr", "10.0.0.2" }, { "loose", true } } } } },
-                   { { "id", 7 } } );
-      lab.advance( 0.01 * moment );
-      const bool first = moment % 3 == 0;
-      lab.link( first ? "A-B" : "B-C", { { "metric", 30 } } );
-      lab.settle();
-      EXPECT_EQ( lab.path( "cli", "hops" ), first ? "A E B C" : "A B D C" );
-   }
-}
-
 TEST( PathService, AHopThatTwoRoutersHaveIsTheOneThatTheWayMeets ) {
    const Json prefix{ { "20.0.0.9/32", 0 } };
    TestLab lab( "A -50- B -10- E; A -10- C -40- E",
