@@ -245,8 +245,10 @@ Json
 RandomLab::repair( const Json & document ) {
    const std::string number = std::to_string( 1 + below( routers_ ) );
    const bool isV6 = document[ "topologies" ].contains( "v6" ) && oneIn( 2 );
+   const std::string prefix = std::to_string( 1 + below( 3 ) );
    const std::string destinations[] = { "0000.0000.000" + number, "0000.0000.000" + number,
-                                        isV6 ? "fd00::20:0:0:1/128" : "20.0.0.1/32" };
+                                        isV6 ? "fd00::20:0:0:" + prefix + "/128"
+                                             : "20.0.0." + prefix + "/32" };
    Json path{
       { "dst", destinations[ below( 3 ) ] }, { "id", ++paths_ }, { "af", isV6 ? "ipv6" : "ipv4" } };
    Json & constraint = path[ "constraint" ] = Json::object();
