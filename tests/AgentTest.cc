@@ -161,10 +161,12 @@ expectedServices( const Json & document ) {
    return paths;
 }
 
-/// Whether there is all that clients want while TE is on. While it is off nothing is added, and a
-/// restart leaves the tables of those who still want them.
+/// Whether there is all that clients want while TE is on. While it is off nothing is added, a
+/// restart leaves the tables of those who still want them, and a client that has left none that
+/// nobody wants.
 testing::AssertionResult
-servesAsExpected( const Paths & before, const Paths & now, const Json & document, bool restarted ) {
+servesAsExpected( const Paths & before, const Paths & now, const Json & document, bool restarted,
+                  bool left ) {
    const Paths expected = expectedServices( document );
    if ( document[ "te" ][ "enabled" ] == true ) {
       return now == expected ? testing::AssertionSuccess()
@@ -174,6 +176,11 @@ servesAsExpected( const Paths & before, const Paths & now, const Json & document
       const bool isStatus = path.starts_with( "te/cspf/status" );
       if ( restarted && isStatus && expected.contains( path ) && !now.contains( path ) ) {
          return testing::AssertionFailure() << path << " is gone";
+      }
+   }
+   for ( const std::string & path : left ? now : Paths() ) {
+      if ( path.starts_with( "te/cspf/" ) && !expected.contains( path ) ) {
+         return testing::AssertionFailure() << path << " is nobody's";
       }
    }
    return std::ranges::includes( before, now ) ? testing::AssertionSuccess()
@@ -213,7 +220,7 @@ intakeEvent( std::mt19937 & engine ) {
    const Json yesOrNo = oneOf( { true, true, false, nullptr } );
    Json part;
    switch ( engine() % 8 ) {
-   case 0: return { { "te", { { "enabled", engine() % 3 != 0 } } } };
+   case 0: return { { "te", { { "enabled", engine() % 2 == 0 } } } };
    case 1:
       return { { "segmentRouting",
                  { { "red", oneOf( { nullptr, { { "systemId", "0000.0000.0001" } } } ) } } } };
@@ -255,11 +262,14 @@ TEST( Agent, ServesWhoIsThereAndLeavesNothingBehind ) {
          if ( dies ) {
             lab.restart();  // the new one looks when the event is over
          }
+         const std::size_t clients = lab.document()[ "clients" ].size();
          lab.patch( intakeEvent( engine ) );
-         if ( dies || engine() % 2 ) {
+         const bool settles = dies || engine() % 2;
+         if ( settles ) {
             lab.settle();
          }
-         ASSERT_TRUE( servesAsExpected( served, services( lab ), lab.document(), dies ) )
+         const bool left = settles && lab.document()[ "clients" ].size() < clients;
+         ASSERT_TRUE( servesAsExpected( served, services( lab ), lab.document(), dies, left ) )
             << lab.document();
       }
       lab.patch( { { "clients", nullptr } } );

@@ -56,7 +56,7 @@ usersOf( const Json & document, const Json & outcome ) {
 /// A random lab in which links have little bandwidth and paths ask for some.
 struct BandwidthLab {
    explicit BandwidthLab( unsigned seed )
-      : random( seed ),
+      : random( seed, RandomLab::Kind( seed % 4 == 0 ) ),  // hops where only accounts are judged
         lab( TestLab::of( furnished( random.document() ) ) ) {}
 
    Json amounts( unsigned least = 0 ) {
@@ -223,7 +223,7 @@ TEST( Bandwidth, EveryLinkOfAPathHadTheBandwidthThatThePathHolds ) {
    for ( unsigned seed = 1; seed <= 60; ++seed ) {
       BandwidthLab random( seed );
       const bool isStorm = seed % 4 == 0;
-      random.check( true );
+      random.check( !isStorm );
       for ( int event = 0; event < 15 && !testing::Test::HasFailure(); ++event ) {
          random.event();
          if ( isStorm && event % 5 < 4 ) {

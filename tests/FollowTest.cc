@@ -294,6 +294,10 @@ TEST( Follow, AChangeThatConcernsNobodyTouchesNoPath ) {
    lab.link( "B-C", { { "metric", 85 } } );
    lab.settle();
    EXPECT_GE( stages, 25u ) << "the paths to C";
+   stages = 0;
+   lab.link( "A-C", { { "metric", 95 } } );
+   lab.settle();
+   EXPECT_LE( stages, 25u ) << "of those to B as much is known as before";
    EXPECT_EQ( lab.path( "cli", "p1" ), "A D C" );
    Gemtrace::sinkIs( nullptr );
 }
