@@ -180,7 +180,7 @@ class Witness : public Lum::Reactor {
 }
 
 TEST( FromScratch, whateverHasHappened ) {
-   for ( unsigned seed = 1; seed <= 60; ++seed ) {
+   for ( unsigned seed = 1; seed <= 40; ++seed ) {
       SCOPED_TRACE( seed );
       RandomLab random( seed, RandomLab::Kind::everything );
       auto lab = TestLab::of( random.document() );

@@ -174,7 +174,7 @@ RandomLab::constraint( const Json & document, const std::string & vrf ) {
    const Json & topology = document[ "topologies" ][ keyOf( document[ "topologies" ] ) ];
    const std::string node = keyOf( topology[ "routers" ] );
    if ( !interfaces.empty() && node != "R0" && topology.value( "vrf", "default" ) == vrf
-        && oneIn( 3 ) ) {
+        && !topology.contains( "af" ) && oneIn( 3 ) ) {
       constraint[ "excludeNode" ] = { { "node", node },
                                       { "nexthopIntf", interfaces[ below( interfaces.size() ) ] } };
    }
@@ -317,7 +317,8 @@ RandomLab::document() {
    for ( const std::string client : std::span( clientNames ).first( clients ) ) {
       document[ "clients" ][ client ] = {
          { "vrf", { { "default", true }, { "red", true } } },
-         { "addressFamily", { { "ipv4", true }, { "ipv6", hasEverything() } } } };
+         { "addressFamily", { { "ipv4", true }, { "ipv6", hasEverything() } } },
+         { "bwmRequired", hasEverything() && oneIn( 2 ) } };
       for ( unsigned n = 2 + below( 6 ); n > 0; --n ) {
          const Json asked = request( document, client );
          document[ "paths" ][ client ][ "p" + asked[ "id" ].dump() ] = asked;
@@ -419,12 +420,19 @@ RandomLab::configurationEvent( const Json & document ) {
       const Json identity{ { "systemId", "0000.0000.000" + std::to_string( 1 + below( 2 ) ) } };
       return { { "segmentRouting", { { "default", oneIn( 2 ) ? Json() : identity } } } };
    }
-   Json srlgs = Json::array();
-   for ( unsigned n = below( 3 ); n > 0; --n ) {
-      srlgs.push_back( 1 + below( 3 ) + 10 * n );
+   const std::string & intf = interfaces[ below( interfaces.size() ) ];
+   if ( oneIn( 2 ) ) {
+      const std::string user = clientNames[ below( 2 ) ];
+      return { { "state",
+                 { { "te/bwm/client/input/vrf/default/" + user,
+                     { { "type", "TrafficEngineering::BandwidthClientUsage" },
+                       { "value", { { "usage", { { intf, below( 900 ) } } } } } } } } } };
    }
-   return {
-      { "interfaces", { { interfaces[ below( interfaces.size() ) ], { { "srlg", srlgs } } } } } };
+   Json asked{ { "srlg", Json::array() }, { "bandwidth", 1000 * below( 3 ) } };
+   for ( unsigned n = below( 3 ); n > 0; --n ) {
+      asked[ "srlg" ].push_back( 1 + below( 3 ) + 10 * n );
+   }
+   return { { "interfaces", { { intf, asked } } } };
 }
 
 Json

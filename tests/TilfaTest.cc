@@ -252,13 +252,21 @@ TEST( Tilfa, aRepairKeepsToOneLevel ) {
                     { { "level1", level( 1, "A -10- B; A -1- C" ) },
                       { "level2", level( 2, "A -10- B; A -1- C; C -1- B; B -1- D" ) } } } };
    document.update( client );
+   const char * const prefix = "10.9.0.0/16";
+   Json & levels = document[ "topologies" ];
+   for ( Json * level : { &levels[ "level1" ], &levels[ "level2" ] } ) {
+      ( *level )[ "routers" ][ "B" ][ "prefixes" ][ prefix ] = 0;
+   }
+   levels[ "level2" ][ "routers" ][ "C" ][ "prefixes" ][ prefix ] = 0;
    TestLab lab = TestLab::of( document );
    const auto ask = [ & ]( const char * path, const char * id, int number ) {
       lab.request( "tilfa", path, id, linkOf( "A-B.a" ), { { "id", number } } );
    };
    ask( "toB", "0000.0000.0002", 1 );
    ask( "toD", "0000.0000.0004", 2 );
+   ask( "toPrefix", prefix, 3 );
    lab.settle();
+   EXPECT_EQ( repair( lab, "toPrefix" ), "" ) << "in level 1 it is at B alone";
    EXPECT_EQ( repair( lab, "toB" ), "" ) << "packets follow level 1";
    EXPECT_EQ( lab.error( "tilfa", "toB" ),
               "no path to the destination that avoids what is protected" );
@@ -269,6 +277,7 @@ TEST( Tilfa, aRepairKeepsToOneLevel ) {
                         { "links", { { "A-B", nullptr } } } } } } } } );
    lab.settle();
    EXPECT_EQ( repair( lab, "toB" ), "10.64.0.5 A-C.a:" ) << "the interface is in level 2 alone";
+   EXPECT_EQ( repair( lab, "toPrefix" ), "10.64.0.5 A-C.a:" );
 }
 
 TEST( Tilfa, protectsOnALan ) {

@@ -47,7 +47,6 @@ PqComputePfxSm::handleInitialized() {
 void
 PqComputePfxSm::doPrepareToDie() {
    context().prefixWatch->listenerDel( prefix_, *this );
-   pqComputePrcTask_ = nullptr;
    PqComputeSm::doPrepareToDie();
 }
 
