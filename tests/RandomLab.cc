@@ -161,6 +161,11 @@ RandomLab::localInterfaces( const Json & document ) const {
 Json
 RandomLab::constraint( const Json & document, const std::string & vrf ) {
    Json constraint = Json::object();
+   if ( hasEverything() && oneIn( 2 ) ) {
+      addHops( constraint );
+      addRest( constraint );
+      return constraint;
+   }
    for ( const char * field :
          { "includeAllAdminGroup", "includeAnyAdminGroup", "excludeAdminGroup" } ) {
       if ( oneIn( 5 ) ) {
@@ -206,13 +211,14 @@ RandomLab::constraint( const Json & document, const std::string & vrf ) {
 
 void
 RandomLab::addHops( Json & constraint ) {
-   for ( unsigned hops = 1 + below( 3 ); hops > 0; --hops ) {
+   for ( unsigned hops = hasEverything() ? below( 4 ) : 1 + below( 3 ); hops > 0; --hops ) {
       const std::string addresses[] = { "10.0.0." + std::to_string( 1 + below( routers_ ) ),
                                         "10.64.0." + std::to_string( 1 + below( addresses_ ) ),
                                         "20.0.0." + std::to_string( 1 + below( 3 ) ) };
       const bool isStrict = hasEverything() && oneIn( 3 );
       constraint[ "includeHop" ].push_back(
-         { { "addr", addresses[ below( 3 ) ] }, { "loose", !isStrict } } );
+         { { "addr", addresses[ hasEverything() && oneIn( 2 ) ? 0 : below( 3 ) ] },
+           { "loose", !isStrict } } );
    }
 }
 
@@ -226,7 +232,7 @@ RandomLab::addRest( Json & constraint ) {
       }
    }
    if ( oneIn( 3 ) ) {
-      constraint[ "bandwidth" ] = oneIn( 6 ) ? 2000 : 1 + below( 3 );
+      constraint[ "bandwidth" ] = oneIn( 12 ) ? 2000 : 1 + below( 3 );
       constraint[ "bwSetupPriority" ] = below( 8 );
       constraint[ "sharedBwGroupId" ] = oneIn( 2 ) ? 0 : 1 + below( 2 );
    }
@@ -279,7 +285,8 @@ RandomLab::path( const Json & document ) {
    const std::string destinations[] = { "10.0.0." + number, "10.0.0." + number,
                                         "10.64.0." + std::to_string( 1 + below( addresses_ ) ),
                                         "20.0.0." + std::to_string( 1 + below( 4 ) ) };
-   Json path{ { "dst", destinations[ below( 4 ) ] }, { "id", ++paths_ } };
+   Json path{ { "dst", destinations[ hasEverything() && oneIn( 2 ) ? 0 : below( 4 ) ] },
+              { "id", ++paths_ } };
    if ( oneIn( 6 ) ) {
       path[ "vrf" ] = "red";
    }
