@@ -40,6 +40,27 @@ takeRefusedSingly( const CspfGraph & graph, CspfLinkConstraint & numbers ) {
    return edges;
 }
 
+/// A list may be longer than it needs to be by such a part, so that it is copied for every so many
+/// answers only.
+constexpr std::size_t slackDivisor = 8;
+
+template< class T >
+void
+leaveSlack( std::vector< T > & list ) {
+   const std::size_t slack = list.size() / slackDivisor;
+   if ( list.capacity() - list.size() < slack / 2 ) {
+      list.reserve( list.size() + slack );
+   }
+}
+
+template< class T >
+void
+takeBackSlack( std::vector< T > & list ) {
+   if ( list.capacity() - list.size() > list.size() / slackDivisor ) {
+      list.shrink_to_fit();
+   }
+}
+
 std::uint32_t
 tepHash( const Kivnet::IpGenAddr & tep ) {
    return static_cast< std::uint32_t >( tep.hash() );
@@ -335,7 +356,6 @@ KeptAnswers::pathsToAnswer( const ConstraintInfo & constraintInfo, bool all ) co
    return known < constraintInfo.paths() ? Lum::keysOf( constraintInfo.pathColl() ) : keys;
 }
 
-/// Closes the gaps that the ways of those paths leave.
 void
 KeptAnswers::beginAnswers( const std::vector< PathInfoKey > & paths,
                            const ConstraintInfo & constraintInfo,
@@ -357,11 +377,24 @@ KeptAnswers::beginAnswers( const std::vector< PathInfoKey > & paths,
       answered.push_back( rows.pathStatusInfo( key ).ptr() );
    }
    std::ranges::sort( answered );
+   std::size_t kept = 0;
    std::erase_if( paths_, [ & ]( const Path & path ) {
-      return std::ranges::binary_search( answered, path.row );
+      const bool goes = std::ranges::binary_search( answered, path.row );
+      kept += goes ? 0 : path.end - path.begin;
+      return goes;
    } );
+   if ( vertices_.size() - kept > kept / slackDivisor ) {
+      closeGaps( kept );
+   }
+   leaveSlack( vertices_ );
+   leaveSlack( paths_ );
+}
+
+/// Puts the ways, which have so many vertices, one behind the other.
+void
+KeptAnswers::closeGaps( std::size_t kept ) {
    std::vector< CspfVertex > vertices;
-   vertices.reserve( vertices_.size() );
+   vertices.reserve( kept + kept / slackDivisor );
    for ( Path & path : paths_ ) {
       const auto begin = static_cast< std::uint32_t >( vertices.size() );
       vertices.insert( vertices.end(), vertices_.begin() + path.begin,
@@ -385,8 +418,8 @@ KeptAnswers::noteAnswer( const PathStatusInfo & path, const CspfData::Ground & g
 
 void
 KeptAnswers::endAnswers() {
-   paths_.shrink_to_fit();
-   vertices_.shrink_to_fit();
+   takeBackSlack( vertices_ );
+   takeBackSlack( paths_ );
 }
 
 }

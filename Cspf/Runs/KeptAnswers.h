@@ -45,7 +45,7 @@ class KeptAnswers {
    void beginAnswers( const std::vector< PathInfoKey > & paths,
                       const ConstraintInfo & constraintInfo, const PathStatusInfoTable & rows );
    void noteAnswer( const PathStatusInfo & path, const CspfData::Ground & ground );
-   /// All were noted: they take no more memory than they need.
+   /// All were noted: they take little more memory than they need.
    void endAnswers();
    /// Calls `visit( path )` for each path that is not due.
    template< class Visit >
@@ -89,6 +89,7 @@ class KeptAnswers {
       return seen_[ index( vertex ) / 64 % seen_.size() ] >> index( vertex ) % 64 & 1;
    }
    void seeAgain();
+   void closeGaps( std::size_t kept );
 
    std::shared_ptr< CspfLabels > labels_;
    CspfOverlay overlay_;
