@@ -4,6 +4,7 @@
 #include "schema/VertexId.h"
 
 #include "platform/Lum/Assert.h"
+#include "platform/Trace/Message.h"
 
 #include <algorithm>
 #include <charconv>
@@ -180,6 +181,17 @@ VertexIdentifierBase::stringValue() const {
    case VertexType::none: break;
    }
    return {};
+}
+
+void
+VertexIdentifierBase::traceTo( Trace::Message & out ) const {
+   if ( type_ == VertexType::ipAddress && length_ == 4 ) {
+      out << Kivnet::IpAddr::fromBytes( bytes_.data() );
+   } else if ( type_ == VertexType::ipAddress || type_ == VertexType::none ) {
+      out << ipAddress();
+   } else {
+      out << stringValue();
+   }
 }
 
 std::size_t

@@ -12,6 +12,10 @@
 #include <string>
 #include <string_view>
 
+namespace Trace {
+class Message;
+}
+
 namespace Routing::Isis {
 
 /// The IS-IS system identifier of a router: six bytes, written "0100.0000.0001". The unset one
@@ -61,6 +65,7 @@ class VertexIdentifierBase {
    Kivnet::IpGenPrefix ipPrefix() const noexcept;
 
    std::string stringValue() const;
+   void traceTo( Trace::Message & out ) const;
    std::size_t hash() const noexcept;
    explicit operator bool() const noexcept { return type_ != VertexType::none; }
    bool operator==( const VertexIdentifierBase & ) const = default;

@@ -26,11 +26,15 @@ pathInfoKey( const char * dst, std::uint32_t id ) {
 
 TEST( PathInfoKey, IsWrittenInTracesWithAllItsFields ) {
    PathInfoKey key = pathInfoKey( "10.0.0.4", 7 );
+   EXPECT_EQ( key.traceString().stringValue(),
+              "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=7>, internal=0, "
+              "constraintModifier=noChange, parentPathKey=<dst=, id=0>, "
+              "pathSegmentSourceNodeAddr=>" );
    key.internalIs( true );
    key.constraintModifierIs( spfForPathSegment() );
    key.parentPathKeyIs( { Destination( address( "10.0.0.9" ) ), 1 } );
    key.pathSegmentSourceNodeAddrIs( address( "10.0.0.3" ) );
-   EXPECT_EQ( key.traceString(),
+   EXPECT_EQ( key.traceString().stringValue(),
               "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=7>, internal=1, "
               "constraintModifier=spfForPathSegment, parentPathKey=<dst=10.0.0.9, id=1>, "
               "pathSegmentSourceNodeAddr=10.0.0.3>" );

@@ -125,8 +125,7 @@ VrfRootSm::endTellingConstraints() {
 void
 VrfRootSm::handleBwUsageChangedAt( const BwUsageId & bwUsageId ) {
    LUM_ASSERT( !!bwUsageId );
-   TRACE7( "Updating topoInfoChangedAt for constraints with bwUsageId "
-           << Lum::valueString( bwUsageId ) );
+   TRACE7( "Updating topoInfoChangedAt for constraints with bwUsageId " << bwUsageId );
    const auto own = constraintsOfUser_.find( bwUsageId );
    if ( own == constraintsOfUser_.end() ) {
       return;

@@ -220,7 +220,7 @@ VrfRoot::dumpState( Kiv::DumpContext & context, int indent ) const {
       context.dump( *constraintInfoSm( handle ), indent + 2 );
    }
    for ( const auto & key : Lum::sortedKeys( pathConfigInfoTable()->pathConfigInfoColl() ) ) {
-      context.printf( indent, "%*c%s\n", key.traceString().c_str() );
+      context.printf( indent, "%*c%s\n", key.traceString().stringValue().c_str() );
       context.dump( *pathConfigInfoTable()->pathConfigInfo( key ), indent + 2 );
       context.dump( *pathStatusInfoTable()->pathStatusInfo( key ), indent + 2 );
       const auto & pqCompute = pqComputeSm( key );

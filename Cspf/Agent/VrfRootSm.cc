@@ -171,17 +171,16 @@ VrfRootSm::doCleanupConstraintSm( const ConstraintHandle & handle ) {
 
 void
 VrfRootSm::doCleanupBwUsageChangedAt( const BwUsageId & bwUsageId ) {
-   TRACE7( "Checking if bwUsageId is still in use " << Lum::valueString( bwUsageId ) );
+   TRACE7( "Checking if bwUsageId is still in use " << bwUsageId );
    const auto & allTopoDbStatus = vrfRoot_->allTopoDbStatus();
    if ( !allTopoDbStatus->bwUsageChangedAtHas( bwUsageId ) ) {
-      TRACE7( "No bwUsageChangedAt entry for bwUsageId " << Lum::valueString( bwUsageId ) );
+      TRACE7( "No bwUsageChangedAt entry for bwUsageId " << bwUsageId );
       return;
    }
    if ( constraintsOfUser_.contains( bwUsageId ) ) {
       return;
    }
-   TRACE7( "bwUsageId not in use, deleting bwUsageChangedAt entry... "
-           << Lum::valueString( bwUsageId ) );
+   TRACE7( "bwUsageId not in use, deleting bwUsageChangedAt entry... " << bwUsageId );
    allTopoDbStatus->bwUsageChangedAtDel( bwUsageId );
 }
 

@@ -33,7 +33,7 @@ class PathStatusUpdator {
  private:
    const Lum::Ptr< PathStatusInfo > & pathStatusInfo() const noexcept { return pathStatusInfo_; }
    const PathKey & pathKey() const noexcept { return pathStatusInfo_->pathInfoKey().pathKey(); }
-   std::string keyText() const { return pathStatusInfo_->pathInfoKey().traceString(); }
+   PathTraceName keyText() const { return pathStatusInfo_->pathInfoKey().traceString(); }
    /// The default where nothing is published.
    const PathStatus & published() const { return cspfStatus_->pathStatus( pathKey() ); }
    bool isPathArrayUpdateRequired( const Lum::Ptr< const PathArray > & path,

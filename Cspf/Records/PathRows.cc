@@ -6,6 +6,7 @@
 #include "Cspf/Records/PathRows.h"
 
 #include "platform/Kiv/DumpContext.h"
+#include "platform/Trace/Message.h"
 
 #include <algorithm>
 
@@ -18,9 +19,27 @@ pathKeyHash( const PathKey & key ) noexcept {
    return key.dst().hash() ^ key.id();
 }
 
+/// Why there is a path of that key.
+void
+putOrigin( const PathInfoKey & key, Trace::Message & out ) {
+   static const Trace::Name form( "internal=\1, constraintModifier=\1, parentPathKey=<dst=\1, "
+                                  "id=\1>, pathSegmentSourceNodeAddr=\1" );
+   out << form << key.internal() << key.constraintModifier() << key.parentPathKey().dst()
+       << key.parentPathKey().id() << key.pathSegmentSourceNodeAddr();
+}
+
 std::string
-pathKeyText( const char * label, const PathKey & key ) {
-   return label + key.dst().stringValue() + ", id=" + std::to_string( key.id() ) + ">";
+originText( const PathInfoKey & key ) {
+   Trace::Message text;
+   putOrigin( key, text );
+   return text.text();
+}
+
+bool
+isClientsOwn( const PathInfoKey & key ) {
+   return !key.internal() && key.constraintModifier() == constraintModifierDefault
+          && !key.parentPathKey().dst() && key.parentPathKey().id() == 0
+          && key.pathSegmentSourceNodeAddr().af() == Kivnet::AddressFamily::unspecified;
 }
 
 const char *
@@ -98,13 +117,22 @@ PathStatusInfo::answersThrough() const noexcept {
    return answersThrough_ + ( followed_ ? followed_->answers : 0 );
 }
 
+void
+PathTraceName::traceTo( Trace::Message & out ) const {
+   static const Trace::Name form( "PathInfoKey=<client=\1, pathKey=<\1, id=\1>, \1>" );
+   static const Trace::Name ownOrigin( originText( PathInfoKey() ) );
+   out << form << key.clientName() << key.pathKey().dst() << key.pathKey().id();
+   if ( isClientsOwn( key ) ) {
+      out << ownOrigin;
+   } else {
+      putOrigin( key, out );
+   }
+}
+
 std::string
-PathInfoKey::traceString() const {
-   return "PathInfoKey=<client=" + clientName() + pathKeyText( ", pathKey=<", pathKey() )
-          + ", internal=" + ( internal() ? "1" : "0" )
-          + ", constraintModifier=" + Lum::enumName( constraintModifier() )
-          + pathKeyText( ", parentPathKey=<dst=", parentPathKey() )
-          + ", pathSegmentSourceNodeAddr=" + pathSegmentSourceNodeAddr().stringValue() + ">";
+PathTraceName::stringValue() const {
+   Trace::Message text;
+   return ( text << *this ).text();
 }
 
 void

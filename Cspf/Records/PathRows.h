@@ -16,6 +16,9 @@
 namespace Kiv {
 class DumpContext;
 }
+namespace Trace {
+class Message;
+}
 
 /// The rows by which one VRF and family tracks and answers its path requests.
 namespace Cspf {
@@ -55,6 +58,16 @@ struct SharedPathInfoKey {
 };
 
 }
+
+class PathInfoKey;
+
+/// "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=1>, internal=0, ...".
+struct PathTraceName {
+   const PathInfoKey & key;
+
+   void traceTo( Trace::Message & out ) const;
+   std::string stringValue() const;
+};
 
 /// The agent's key of every path row. Rows, tables and machines of a path hold copies, which share
 /// the fields.
@@ -107,8 +120,8 @@ class PathInfoKey {
    }
    /// The client's request that this path serves: its own, or that of its parent.
    const PathKey & clientPathKey() const { return internal() ? parentPathKey() : pathKey(); }
-   /// "PathInfoKey=<client=rsvp, pathKey=<10.0.0.4, id=1>, internal=0, ...", as traces name a path.
-   std::string traceString() const;
+   /// As traces name a path. Valid as long as the key.
+   PathTraceName traceString() const { return { *this }; }
 
  private:
    const Detail::PathInfoKey & fields() const noexcept { return shared_->fields; }

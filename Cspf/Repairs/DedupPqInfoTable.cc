@@ -85,12 +85,12 @@ DedupPqInfoTable::publish( DedupPqInfo & pqInfo ) {
    }
    const std::uint64_t number = idAllocator_->getNumber();
    if ( number == Kiv::NumAllocator::invalidNumber() ) {
-      TRACE0( "no pqIdx is left for " << Lum::valueString( pqInfo.pqPath() ) );
+      TRACE0( "no pqIdx is left for " << pqInfo.pqPath() );
       return;
    }
    pqInfo.pqIdxIs( static_cast< std::uint32_t >( number ) );
    uses_[ pqInfo.pqIdx() ].held = true;
-   TRACE7( "pqIdx " << pqInfo.pqIdx() << " is used for " << Lum::valueString( pqInfo.pqPath() ) );
+   TRACE7( "pqIdx " << pqInfo.pqIdx() << " is used for " << pqInfo.pqPath() );
    PqInfo published;
    Lum::copyFields( pqInfo.pqPath(), published );
    published.idxIs( pqInfo.pqIdx() );

@@ -173,7 +173,8 @@ PqComputeSm::verifyAnswer() {
       pathStatusInfo_->cspfStatus()->pathStatusFind( pathInfoKey().pathKey() );
    if ( !same || reason_ != before || !published
         || published->repairPathIdx() != repairPathIdx( *pathStatusCache_ ) ) {
-      differFromRun( runs().constrained->view(), "repair of " + pathInfoKey().traceString() );
+      differFromRun( runs().constrained->view(),
+                     "repair of " + pathInfoKey().traceString().stringValue() );
    }
 }
 
@@ -388,7 +389,8 @@ PqComputeSm::endStage2() {
 
 void
 PqComputeSm::dumpState( Kiv::DumpContext & context, int indent ) const {
-   context.printf( indent, "%*cPqComputeSm %s\n", pathInfoKey().traceString().c_str() );
+   context.printf( indent, "%*cPqComputeSm %s\n",
+                   pathInfoKey().traceString().stringValue().c_str() );
    protection_->dumpState( context, indent + 1 );
    if ( !reason_.empty() ) {
       context.printf( indent + 1, "%*c%s: %s\n",

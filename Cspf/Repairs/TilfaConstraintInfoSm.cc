@@ -75,7 +75,7 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
 
 void
 TilfaConstraintInfoSm::endWithoutRun() {
-   TRACE7( "no tree for constraint " << constraintText() );
+   TRACE7( "no tree for constraint " << tracedConstraint() );
    constraintInfo()->cspfDataIs( nullptr );
    updatePathStatusCache( nullptr );
 }

@@ -38,9 +38,12 @@ ConstraintInfoSmBase::ConstraintInfoSmBase( const Lum::Ptr< ConstraintInfo > & c
                  "constraintTimerTask-" + Lum::valueString( constraintInfo->constraint().serial() ),
                  [ this ]() { expire(); } ) {}
 
-std::string
-ConstraintInfoSmBase::constraintText() const {
-   return Lum::valueString( pathConstraint() );
+const Trace::Prepared &
+ConstraintInfoSmBase::tracedConstraint() const {
+   if ( !tracedConstraint_ ) {
+      tracedConstraint_ = std::make_unique< Trace::Prepared >( pathConstraint() );
+   }
+   return *tracedConstraint_;
 }
 
 void
@@ -85,7 +88,7 @@ ConstraintInfoSmBase::handleCspfRequestCount() {
       return;
    }
    if ( constraintStats_->cspfScheduled() ) {
-      TRACE8( "CSPF already scheduled for constraint: " << constraintText() );
+      TRACE8( "CSPF already scheduled for constraint: " << tracedConstraint() );
       LUM_ASSERT( timerRunning() );
       return;
    }
@@ -108,7 +111,7 @@ ConstraintInfoSmBase::requestInHoldDown( bool topologyChanged, const char * oper
                                 << "Next hold int: " << constraintStats_->cspfCurrentDelay() );
    }
    constraintStats_->cspfScheduledIs( true );
-   TRACE7_FOR( operation, "CSPF scheduled for constraint " << constraintText()
+   TRACE7_FOR( operation, "CSPF scheduled for constraint " << tracedConstraint()
                                                            << " during the hold down interval" );
 }
 
@@ -119,8 +122,8 @@ ConstraintInfoSmBase::requestInQuiet( bool topologyChanged, const char * operati
    startTimer();
    timerRunningIs( true );
    constraintStats_->cspfScheduledIs( true );
-   TRACE7_FOR( operation, constraintText() << " CSPF scheduled for constraint with initial delay "
-                                           << constraintStats_->cspfCurrentDelay() );
+   TRACE7_FOR( operation, tracedConstraint() << " CSPF scheduled for constraint with initial delay "
+                                             << constraintStats_->cspfCurrentDelay() );
    if ( topologyChanged ) {
       constraintStats_->cspfCurrentDelayIs( context_.cliConfig->holdInt() );
       TRACE8_FOR( operation, "Topology changed in a quiescent period. "
@@ -148,7 +151,7 @@ ConstraintInfoSmBase::backoffTimerTask() {
    }
    constraintStats_->cspfScheduledIs( false );
    startTimer();
-   TRACE8( "CSPF backoff timer started for constraint: " << constraintText() << " with delay "
+   TRACE8( "CSPF backoff timer started for constraint: " << tracedConstraint() << " with delay "
                                                          << timerDelay_ << " ms" );
 }
 
@@ -181,7 +184,7 @@ ConstraintInfoSmBase::stopUnlessScheduled( const char * operation ) {
       return false;
    }
    TRACE8_FOR( operation, "no CSPF scheduled for constraint "
-                             << constraintText() << " in the last " << timerDelay_
+                             << tracedConstraint() << " in the last " << timerDelay_
                              << "throttle window. Stopping timer" );
    timerTaskDel();
    resetDelay( operation );

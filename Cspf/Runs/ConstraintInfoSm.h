@@ -5,6 +5,7 @@
 #include "Cspf/Runs/RunData.h"
 #include "Cspf/Views/View.h"
 #include "platform/Kiv/TaskScheduler.h"
+#include "platform/Trace/Message.h"
 
 #include <memory>
 #include <optional>
@@ -102,7 +103,7 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    /// The first stage of a path has its result; of one whose `whole` answer it is, the second, too.
    static void tellPath( const PathStatusInfo & path, PathStatusCache & cache, bool whole );
    /// As traces name the constraint.
-   std::string constraintText() const;
+   const Trace::Prepared & tracedConstraint() const;
    /// Whether the run at hand has results that wait for `goOn`.
    virtual bool isHandingOut() const { return false; }
 
@@ -122,6 +123,7 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    bool hasNotificationActive_ = true;
    bool requestWaits_ = false;
    double timerDelay_ = 0;  // of the running timer, milliseconds
+   mutable std::unique_ptr< const Trace::Prepared > tracedConstraint_;
 };
 
 /// Computes an ordinary constraint over the TE view: one run for all of its paths, or, where it can

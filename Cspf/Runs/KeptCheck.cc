@@ -54,7 +54,7 @@ verifyAnswer( const PathStatusInfo & path, const CspfData & run, const PathStatu
       && ( !cache.path() || cache.path()->path() == published.pathList() )
       && ( !cache.pathSrlg() || cache.pathSrlg()->pathSrlg() == published.pathSrlgList() );
    if ( !same ) {
-      differFromRun( run.view(), "answer of " + key.traceString() );
+      differFromRun( run.view(), "answer of " + key.traceString().stringValue() );
    }
 }
 

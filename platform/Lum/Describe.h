@@ -73,7 +73,7 @@ fieldsUpTo() {
 namespace Detail {
 
 template< class T, int line, class Object, class Visit >
-constexpr void
+[[gnu::always_inline]] constexpr void
 visitUpTo( Object & object, Visit & visit ) {
    constexpr auto last = T::lumField( Line< line >{} );
    if constexpr ( !std::is_same_v< decltype( last ), const NoField > ) {

@@ -45,18 +45,26 @@ concept NamedEnum = requires( E e ) {
    lumEnumTexts( e );
 };
 
-/// The text of the member, or its code where it has none.
+/// The text of the member, or nothing where it has none.
 template< class E >
-std::string
-enumName( E e ) {
-   const auto code = static_cast< std::size_t >( e );
+std::optional< std::string_view >
+enumText( E e ) {
    if constexpr ( NamedEnum< E > ) {
       constexpr auto texts = lumEnumTexts( E() );
+      const auto code = static_cast< std::size_t >( e );
       if ( code < texts.size() ) {
          return texts[ code ];
       }
    }
-   return std::to_string( code );
+   return std::nullopt;
+}
+
+/// The text of the member, or its code where it has none.
+template< class E >
+std::string
+enumName( E e ) {
+   const auto text = enumText( e );
+   return text ? std::string( *text ) : std::to_string( static_cast< std::size_t >( e ) );
 }
 
 /// The member of that text, or nothing.

@@ -79,23 +79,52 @@ hashOf( const T & value ) noexcept {
 template< class T >
 std::string valueString( const T & value );
 
+/// What stands in that text before a further field that is set.
+inline std::string
+furtherLabel( const char * name ) {
+   return std::string( ", '" ) + name + "': ";
+}
+
+/// The value string of a described type with `place` for the text of each field; for that of a
+/// further field with its label, or nothing. The first field is no further one.
+template< Described T >
+std::string
+valueForm( char place ) {
+   std::string form = std::string( "Value('" ) + T::lumTypeName + "', ** {";
+   const char * separator = "'";
+   const T any{};
+   forEachField( any, [ & ]( auto & field, const auto & ) {
+      if constexpr ( std::remove_cvref_t< decltype( field ) >::kind != FieldKind::further ) {
+         form.append( separator ).append( field.name ).append( "': " );
+      }
+      form += place;
+      separator = ", '";
+   } );
+   return form + "})";
+}
+
 namespace Detail {
 
 template< class T >
 std::string
 describedString( const T & value ) {
-   std::string text = "Value('" + std::string( T::lumTypeName ) + "', ** {";
-   const char * separator = "'";
+   constexpr char place = '\1';
+   static const std::string form = valueForm< T >( place );
+   std::string text;
+   std::string_view rest = form;
    forEachField( value, [ & ]( auto & field, const auto & v ) {
+      const auto length = rest.find( place );
+      text += rest.substr( 0, length );
+      rest.remove_prefix( length + 1 );
       if constexpr ( std::remove_cvref_t< decltype( field ) >::kind == FieldKind::further ) {
          if ( v == std::remove_cvref_t< decltype( v ) >() ) {
             return;
          }
+         text += furtherLabel( field.name );
       }
-      text.append( separator ).append( field.name ).append( "': " ).append( valueString( v ) );
-      separator = ", '";
+      text += valueString( v );
    } );
-   return text + "})";
+   return text.append( rest );
 }
 
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string_view>
+#include "platform/Trace/Message.h"
 
 /// Between the trace statements and the ring.
 namespace Trace {
@@ -13,6 +13,6 @@ void ringLevelIs( int maxLevel );
 namespace Velotrace {
 
 /// Appends one record. REQUIRES: the ring is open.
-void record( int level, std::string_view text );
+void record( int level, Trace::Message & message );
 
 }

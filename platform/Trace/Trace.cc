@@ -67,28 +67,14 @@ wantedLevelsAreUpdated() {
       return own ? chosenLevels.value_or( own ) | ofRules : 0;
    };
    wantedLevels = wants( textLevels ) | wants( ringLevels );
+   filesDiffer = !rules.empty();
 }
 
-}
-
-std::string_view
-signature( std::string_view prettyFunction ) {
-   const auto with = prettyFunction.rfind( " [with " );
-   prettyFunction = prettyFunction.substr( 0, with );
-   const auto arguments = prettyFunction.find( '(' );
-   const auto type = prettyFunction.rfind( ' ', arguments );
-   return type == prettyFunction.npos || arguments == prettyFunction.npos
-             ? prettyFunction
-             : prettyFunction.substr( type + 1 );
-}
-
-Message::Message( std::string_view signature ) : text_( std::exchange( spareText, {} ) ) {
-   text_.assign( signature ).append( ": " );
 }
 
 bool
-wantedFrom( int level, const char * file ) {
-   return rules.empty() || sinkWants( textLevels | ringLevels, level, file );
+wantedByRules( int level, const char * file ) {
+   return sinkWants( textLevels | ringLevels, level, file );
 }
 
 void
@@ -113,13 +99,20 @@ levelDel() {
 }
 
 void
-emit( int level, std::string_view text, const char * file ) {
+emit( int level, Message & message, const char * file ) {
    if ( sinkWants( ringLevels, level, file ) ) {
-      Velotrace::record( level, text );
+      Velotrace::record( level, message );
    }
    if ( sinkWants( textLevels, level, file ) ) {
-      textSink( level, text );
+      textSink( level, message.text() );
    }
+}
+
+void
+emit( int level, std::string_view text, const char * file ) {
+   Message message;
+   message << text;
+   emit( level, message, file );
 }
 
 void

@@ -17,7 +17,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
-#include <limits>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <utility>
@@ -27,6 +26,7 @@ namespace Velotrace {
 namespace {
 
 constexpr int defaultMaxLevel = 7;
+constexpr std::uint32_t maxTextOverhead = 16;  // a text as the only piece, padded
 
 volatile std::sig_atomic_t fileIsCut = 0;
 struct sigaction actionBefore;
@@ -35,12 +35,18 @@ struct Ring {
    std::string fileName;
    std::string path;
    RingHeader * header = nullptr;
+   char * names = nullptr;
+   std::size_t namesWritten = 0;
    char * data = nullptr;
    std::uint64_t capacity = defaultCapacity;
+   std::uint64_t written = 0;
+   std::uint64_t offset = 0;  // where the next record goes
    int levelOffset = 0;
    bool replace = true;
    std::uint32_t maxTextLength = 0;
    int maxLevel = defaultMaxLevel;
+
+   std::size_t fileSize() const { return sizeof( RingHeader ) + Trace::namesSize + capacity; }
 } ring;
 
 std::uint64_t
@@ -107,17 +113,20 @@ mapNewFile( const char * path, std::uint64_t size, bool replace ) {
 bool
 open() {
    const std::string path = pathOf( ring.fileName );
-   void * const memory =
-      mapNewFile( path.c_str(), sizeof( RingHeader ) + ring.capacity, ring.replace );
+   void * const memory = mapNewFile( path.c_str(), ring.fileSize(), ring.replace );
    if ( !memory ) {
       return false;
    }
    ring.path = path;
    ring.header = static_cast< RingHeader * >( memory );
-   ring.data = static_cast< char * >( memory ) + sizeof( RingHeader );
+   ring.names = static_cast< char * >( memory ) + sizeof( RingHeader );
+   ring.namesWritten = 0;
+   ring.written = ring.offset = 0;
+   ring.data = ring.names + Trace::namesSize;
    std::memcpy( ring.header->magic, ringMagic.data(), ringMagic.size() );
    ring.header->capacity = ring.capacity;
    ring.header->utcOffset = utcOffset();
+   ring.header->maxTextLength = ring.maxTextLength;
    Trace::ringLevelIs( ring.maxLevel );
    return true;
 }
@@ -127,7 +136,7 @@ void
 handleBusError( int signal, siginfo_t * info, void * ) {
    auto * const begin = reinterpret_cast< char * >( ring.header );
    const auto * const at = static_cast< const char * >( info->si_addr );
-   const std::uint64_t size = sizeof( RingHeader ) + ring.capacity;
+   const std::size_t size = ring.fileSize();
    if ( begin && at >= begin && at < begin + size
         && mmap( begin, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1,
                  0 )
@@ -153,10 +162,41 @@ void
 unmap() {
    if ( ring.header ) {
       Trace::ringLevelIs( -1 );
-      munmap( ring.header, sizeof( RingHeader ) + ring.capacity );
+      munmap( ring.header, ring.fileSize() );
    }
    ring.header = nullptr;
    ring.path.clear();
+}
+
+void
+writeNewNames() {
+   const std::string_view names = Trace::names();
+   if ( names.size() > ring.namesWritten ) {
+      names.copy( ring.names + ring.namesWritten, names.npos, ring.namesWritten );
+      ring.namesWritten = names.size();
+   }
+}
+
+void
+append( int level, std::string_view pieces ) {
+   const std::uint64_t size = recordSize( pieces.size() );
+   if ( ring.capacity - ring.offset < size ) {
+      ring.written += ring.capacity - ring.offset;
+      ring.offset = 0;
+   }
+   RecordHeader header{ 0,
+                        static_cast< std::uint16_t >( pieces.size() ),
+                        static_cast< std::uint8_t >( level + ring.levelOffset ),
+                        0,
+                        nanosecondsNow(),
+                        ring.written };
+   header.checkSum = checkSum( header, pieces );
+   char * const at = ring.data + ring.offset;
+   std::memcpy( at, &header, sizeof header );
+   std::memcpy( at + sizeof header, pieces.data(), pieces.size() );
+   ring.written += size;
+   ring.offset += size;
+   ring.header->written = ring.written;
 }
 
 }
@@ -170,9 +210,9 @@ initialise( const std::string & fileName, const char * sizeSpec, int levelOffset
    ring.capacity = capacityOf( sizeSpec, maxSizeLog2 );
    ring.levelOffset = levelOffset;
    ring.replace = replace;
-   const std::uint32_t longest = std::numeric_limits< std::uint16_t >::max();
-   const auto fits = static_cast< std::uint32_t >( ring.capacity - sizeof( RecordHeader ) );
-   ring.maxTextLength = std::min( { maxTextLength, longest, fits } );
+   const auto fits =
+      static_cast< std::uint32_t >( ring.capacity - sizeof( RecordHeader ) - maxTextOverhead );
+   ring.maxTextLength = std::min( { maxTextLength, longestText, fits } );
    catchBusErrors();
    return open();
 }
@@ -203,30 +243,22 @@ path() {
 }
 
 void
-record( int level, std::string_view text ) {
+record( int level, Trace::Message & message ) {
    if ( fileIsCut ) {
       fileIsCut = 0;
       if ( !reopen() ) {
          return;
       }
    }
-   text = text.substr( 0, ring.maxTextLength );
-   const std::uint64_t size = recordSize( text.size() );
-   std::uint64_t position = ring.header->written;
-   if ( ring.capacity - position % ring.capacity < size ) {
-      position += ring.capacity - position % ring.capacity;
+   writeNewNames();
+   const std::string_view pieces = message.pieces();
+   if ( pieces.size() <= ring.maxTextLength ) {
+      append( level, pieces );
+   } else {
+      Trace::Message begin;
+      begin << message.text().substr( 0, ring.maxTextLength );
+      append( level, begin.pieces() );
    }
-   RecordHeader header{ 0,
-                        static_cast< std::uint16_t >( text.size() ),
-                        static_cast< std::uint8_t >( level + ring.levelOffset ),
-                        0,
-                        nanosecondsNow(),
-                        position };
-   header.checkSum = checkSum( header, text );
-   char * const at = ring.data + position % ring.capacity;
-   std::memcpy( at, &header, sizeof header );
-   std::memcpy( at + sizeof header, text.data(), text.size() );
-   ring.header->written = position + size;
 }
 
 }

@@ -21,7 +21,7 @@ struct Found {
    std::uint64_t offset;
    RecordHeader header;
 
-   std::uint64_t end() const { return position + recordSize( header.textLength ); }
+   std::uint64_t end() const { return position + recordSize( header.length ); }
 };
 
 /// The whole records in `ring`, whose full capacity may be more than what is left of it.
@@ -32,11 +32,11 @@ wholeRecords( std::string_view ring, std::uint64_t capacity ) {
    while ( offset + sizeof( RecordHeader ) <= ring.size() ) {
       RecordHeader header;
       std::memcpy( &header, ring.data() + offset, sizeof header );
-      const std::uint64_t size = recordSize( header.textLength );
+      const std::uint64_t size = recordSize( header.length );
       if ( header.position % capacity == offset && header.position <= INT64_MAX
            && size <= ring.size() - offset
            && header.checkSum
-                 == checkSum( header, ring.substr( offset + sizeof header, header.textLength ) ) ) {
+                 == checkSum( header, ring.substr( offset + sizeof header, header.length ) ) ) {
          found.push_back( { header.position, offset, header } );
          offset += size;
       } else {
@@ -52,7 +52,7 @@ follows( const Found & next, const Found & last, std::uint64_t capacity ) {
    const std::uint64_t gap = next.position - last.end();
    return gap == 0
           || ( next.offset == 0 && gap == capacity - last.end() % capacity
-               && gap < recordSize( next.header.textLength ) );
+               && gap < recordSize( next.header.length ) );
 }
 
 std::size_t
@@ -84,7 +84,9 @@ decodeBytes( std::string_view bytes, const std::function< void( const Record & )
       error = "is no trace ring";
       return false;
    }
-   const std::string_view ring = bytes.substr( sizeof header, header.capacity );
+   bytes.remove_prefix( sizeof header );
+   const std::string_view names = bytes.substr( 0, Trace::namesSize );
+   const std::string_view ring = bytes.substr( names.size(), header.capacity );
    std::vector< Found > found = wholeRecords( ring, header.capacity );
    std::ranges::sort( found, {}, &Found::position );
    if ( !found.empty() ) {
@@ -93,10 +95,17 @@ decodeBytes( std::string_view bytes, const std::function< void( const Record & )
                      [ & ]( const Found & f ) { return f.position + header.capacity < end; } );
    }
    damaged = gaps( found, header );
+   const auto maxLength = std::min< std::uint64_t >( header.maxTextLength, longestText );
    for ( const Found & f : found ) {
       const double time = static_cast< double >( f.header.nanoseconds ) * 1e-9;
-      visit( { f.header.level, time, time + static_cast< double >( header.utcOffset ) * 1e-9,
-               ring.substr( f.offset + sizeof( RecordHeader ), f.header.textLength ) } );
+      std::string text;
+      if ( Trace::appendText( ring.substr( f.offset + sizeof( RecordHeader ), f.header.length ),
+                              names, maxLength, text ) ) {
+         visit( { f.header.level, time, time + static_cast< double >( header.utcOffset ) * 1e-9,
+                  text } );
+      } else {
+         ++damaged;
+      }
    }
    return true;
 }
