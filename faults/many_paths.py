@@ -2,48 +2,13 @@
 """A hundred thousand paths: another caller is answered while one reads everything, what is read is of
 one instant although the state changes, nobody who does not read holds anybody up, one frame of many rows
 and a lab are written while others are answered, and it ends soon."""
-import contextlib, json, multiprocessing, time
-from service import Caller, Report, Service, grid, options, with_paths
+import json
+from service import Report, Service, Surroundings, grid, options, with_paths
 
 given = options(__doc__, paths=100000, constraints=50, wait_ms=100)
 report = Report()
 service = Service(with_paths(grid(10, 10), given.paths, given.constraints), wait=600)
-
-
-def ask(path, test, also):
-    """Waits for `status`, again and again, until the test says so; the longest wait, in seconds."""
-    caller, worst, turn = Caller(path, 600), 0.0, 0
-    test.send("asking")
-    while not test.poll(0.002):
-        begin = time.monotonic()
-        caller.call("status")
-        worst = max(worst, time.monotonic() - begin)
-        turn += 1
-        also(caller, turn)
-    test.send(worst)
-
-
-@contextlib.contextmanager
-def others_wait(name, also=lambda caller, turn: None):
-    """Meanwhile another caller, in a process that does nothing else, is answered in time."""
-    test, asking = multiprocessing.Pipe()
-    other = multiprocessing.Process(target=ask, args=(service.socket, asking, also), daemon=True)
-    other.start()
-    asking.close()
-    test.recv()
-    yield
-    test.send("enough")
-    report.limit(name + "_others_wait_ms", round(test.recv() * 1000), most=given.wait_ms)
-    other.join()
-
-
-def make(name, calls):
-    """Others are answered in time while the calls are made and until the agent rests."""
-    with others_wait(name):
-        writer = service.caller(600)
-        for method, params in calls:
-            writer.call(method, **params)
-        service.settle()
+around = Surroundings(service, report, given.wait_ms)
 
 
 def patch(path, **fields):
@@ -54,7 +19,7 @@ def planner(**fields):
     return patch("te/cspf/client", entity={"planner": {"type": "Cspf::Client", "value": fields}})
 
 
-make("start", [])
+around.make("start", [])
 SERVED = {"vrf": {"default": True}, "addressFamily": {"ipv4": True}}
 LINKS = service.caller(600).call("get", path="routing/isis/topodb/ip/2/default")["value"]["neighbor"]
 for name, calls in (
@@ -66,7 +31,7 @@ for name, calls in (
         ("router_id", patch("te/config", routerId="10.1.0.2")), ("router_id_back", patch("te/config", routerId="10.1.0.1")),
         ("links", patch("routing/isis/topodb/ip/2/default",
                         neighbor={key: {"metric": 101 + number} for number, key in enumerate(list(LINKS)[:40])}))):
-    make(name, calls)
+    around.make(name, calls)
 report.limit("paths_served_again", len(service.caller(600).call(
     "get", path="te/cspf/status/vrf/default/ipv4/planner")["value"]["pathStatus"]), least=given.paths, most=given.paths)
 TABLE = "te/cspf/config/vrf/default/ipv4/rsvp"
@@ -92,7 +57,7 @@ silent = service.caller()
 silent.request("get", path="")  # and never reads
 for name, method, params in (("get", "get", {"path": ""}), ("watch", "watch", {"paths": ["te/cspf/config/vrf"]}),
                              ("dump", "command", {"name": "CspfDump", "text": "DUMP_CSPF_STATE"})):
-    with others_wait(name, write_pair):
+    with around.others_wait(name, write_pair):
         answers[name] = answer_to(method, **params)
 rows = json.loads(answers["watch"])["result"].get(TABLE, {}).get("value", {}).get("pathConfig", {})
 report.limit("different_moments_in_one_answer", len({row["refreshReqSeq"] for row in rows.values()}), most=1)
@@ -109,7 +74,7 @@ for name, calls in (
                                            for number, key in enumerate(keys)})),
         ("clear", patch(TABLE, pathConfig=None)),
         ("load", [*(("load", {"part": part}) for part in parts), ("load", {})])):
-    make(name, calls)
+    around.make(name, calls)
 rows = service.caller().call("get", path=TABLE.replace("rsvp", "planner"))["value"]["pathConfig"]
 report.limit("rows_after_the_lab", len(rows), least=given.paths // 2, most=given.paths // 2)
 report.limit("memory_mib", service.rss_mib(), most=1024)

@@ -4,7 +4,7 @@ Each script here does one kind of harm to the service from outside, and prints o
 figures that it took, each beside its limit, and whether all held. CSPF_BIN names the folder with the
 programs (a sanitizer build is as good as a release build).
 """
-import argparse, json, os, random, signal, socket, subprocess, sys, tempfile, time
+import argparse, contextlib, json, multiprocessing, os, random, signal, socket, subprocess, sys, tempfile, time
 
 BIN = os.path.abspath(os.environ.get("CSPF_BIN", "build/release/bin"))
 CTL, AGENTRUNNER = os.path.join(BIN, "cspfctl"), os.path.join(BIN, "agentrunner")
@@ -175,6 +175,47 @@ class Service:
         return max(0.0, whole - before)
 
 
+def ask(path, test, also):
+    """Waits for `status`, again and again, until the test says so; the longest wait, in seconds."""
+    caller, worst, turn = Caller(path, 600), 0.0, 0
+    test.send("asking")
+    while not test.poll(0.002):
+        begin = time.monotonic()
+        caller.call("status")
+        worst = max(worst, time.monotonic() - begin)
+        turn += 1
+        also(caller, turn)
+    test.send(worst)
+
+
+class Surroundings:
+    """Another caller of a service, in a process that does nothing else, and how long it may wait."""
+
+    def __init__(self, service, report, wait_ms):
+        self.service, self.report, self.wait_ms = service, report, wait_ms
+
+    @contextlib.contextmanager
+    def others_wait(self, name, also=lambda caller, turn: None):
+        """Meanwhile it is answered in time."""
+        test, asking = multiprocessing.Pipe()
+        other = multiprocessing.Process(target=ask, args=(self.service.socket, asking, also), daemon=True)
+        other.start()
+        asking.close()
+        test.recv()
+        yield
+        test.send("enough")
+        self.report.limit(name + "_others_wait_ms", round(test.recv() * 1000), most=self.wait_ms)
+        other.join()
+
+    def make(self, name, calls):
+        """It is answered in time while the calls are made and until the agent rests."""
+        with self.others_wait(name):
+            writer = self.service.caller(600)
+            for method, params in calls:
+                writer.call(method, **params)
+            self.service.settle()
+
+
 def grid(rows, columns, seed=1):
     """A lab of rows x columns routers in a grid, TE router ids 10.1.x.y."""
     rng, routers, links, address = random.Random(seed), {}, {}, 0
@@ -193,10 +234,10 @@ def grid(rows, columns, seed=1):
             "clients": clients, "paths": {name: {} for name in clients}}
 
 
-def with_paths(lab, count, constraints, client="planner"):
-    """Adds so many paths to the routers in turn, under so many constraints."""
+def with_paths(lab, count, constraints, client="planner", **asked):
+    """Adds so many paths to the routers in turn, under so many constraints, which also ask for that."""
     ends = [r["teRouterId"] for name, r in lab["topologies"]["core"]["routers"].items() if name != lab["router"]]
     for i in range(count):
         lab["paths"][client][f"p{i}"] = {"dst": ends[i % len(ends)], "id": i,
-                                         "constraint": {"excludeAdminGroup": (i % constraints) << 8}}
+                                         "constraint": {"excludeAdminGroup": (i % constraints) << 8, **asked}}
     return lab
