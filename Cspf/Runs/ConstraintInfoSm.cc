@@ -168,7 +168,7 @@ ConstraintInfoSmBase::hasNotificationActiveIs( bool active ) {
 void
 ConstraintInfoSmBase::expire() {
    if ( context_.pathStatusInfoTable->isTakingIn() ) {
-      context_.pathStatusInfoTable->heldBack.push_back( &constraintInfo_->constraint() );
+      context_.pathStatusInfoTable->heldBack.emplace_back( &constraintInfo_->constraint() );
       return;
    }
    const auto alive = keptAlive();
