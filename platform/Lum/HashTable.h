@@ -286,9 +286,6 @@ struct FirstOf {
 template< class Key, class T, class HashOf >
 class HashMap
    : public HashTable< std::pair< const Key, T >, Detail::FirstOf, HashOf, std::equal_to< Key > > {
-   using Table =
-      HashTable< std::pair< const Key, T >, Detail::FirstOf, HashOf, std::equal_to< Key > >;
-
  public:
    using mapped_type = T;
 
