@@ -34,13 +34,19 @@ inline const TopoId level1 = TopoId::isisL1();
 inline const TopoId level2 = TopoId::isisL2();
 inline const TopoId area0{ IgpSource::ospf, 0, 0 };
 
-/// One VRF's store, and the tables that it imports.
+/// One VRF's store, and the tables that it imports: by slices of so many rows, or at once.
 struct Store {
    explicit Store(
       const Lum::Ptr< AllTopoDb > & tables = Lum::make< AllTopoDb >(),
-      const Lum::Ptr< IntfIpToRouterIdTable > & rows = Lum::make< IntfIpToRouterIdTable >() )
+      const Lum::Ptr< IntfIpToRouterIdTable > & rows = Lum::make< IntfIpToRouterIdTable >(),
+      std::size_t slice = 0 )
       : tables( tables ),
         published( rows ) {
+      if ( slice > 0 ) {
+         scheduler = Lum::make< Kiv::TaskScheduler >( loop );
+         scheduler->sliceIs( slice );
+         sm = new AllTopoDbSm( tables, status, scheduler );
+      }
       sources->vrfClientSourceIdIs( cspf(), { cspf(), NodeId( teId( 1 ) ), 1 } );
       sm->handleInitialized();
    }
@@ -80,6 +86,8 @@ struct Store {
       return Lum::make< AllTopoTeDbView >( topology(), constraint );
    }
 
+   Lum::ActivityLoop loop{ Lum::ActivityLoop::Time::virtualTime };
+   Lum::Ptr< Kiv::TaskScheduler > scheduler;
    Lum::Ptr< AllTopoDb > tables;
    Lum::Ptr< IntfIpToRouterIdTable > published;
    Lum::Ptr< VrfSourceId > sources = Lum::make< VrfSourceId >( L3::VrfName( "default" ) );
@@ -117,7 +125,8 @@ class Storm {
       const TopoId topologies[] = { level1, level2, level2, area0 };
       const TopoId topoId = topologies[ below( 4 ) ];
       const unsigned n = 1 + below( routers );
-      TopoDb & table = store.table( topoId );
+      const auto & withdrawn = withdrawn_[ topoId ];
+      TopoDb & table = withdrawn && below( 4 ) == 0 ? *withdrawn : store.table( topoId );
       switch ( below( 24 ) ) {
       case 0: table.routerDel( routerId( topoId, n ) ); break;
       case 1: table.neighborDel( key( topoId, n ) ); break;
@@ -127,7 +136,7 @@ class Storm {
       case 5:
          store.status->forEachGraph( [ & ]( TopoGraph & g ) { g.settle( NodeId( teId( n ) ) ); } );
          break;
-      case 6: anotherTable( store, topoId, below( 16 ) ); break;
+      case 6: anotherTable( store, topoId, below( 8 ) ); break;
       case 7:
       case 8:
       case 9:
@@ -174,12 +183,22 @@ class Storm {
       }
       return keys;
    }
-   /// Rarely: the table goes, or an empty one comes in its place.
-   static void anotherTable( Store & store, const TopoId & topoId, unsigned choice ) {
-      if ( choice == 0 ) {
-         store.tables->topoDbDel( topoId );
-      } else if ( choice == 1 ) {
-         store.tables->topoDbIs( topoId, store.owned[ topoId ] = Lum::make< TopoDb >() );
+   /// Rarely: the table goes, or an empty one comes in its place, or the one that went last. One
+   /// that went may lose its links, and who else writes into it does not know.
+   void anotherTable( Store & store, const TopoId & topoId, unsigned choice ) {
+      if ( choice > 2 ) {
+         return;
+      }
+      auto next = choice == 1 ? Lum::make< TopoDb >() : nullptr;
+      if ( choice == 2 ) {
+         next = withdrawn_[ topoId ];
+      }
+      withdrawn_[ topoId ] = store.owned[ topoId ];
+      store.tables->topoDbDel( topoId );
+      if ( next ) {
+         store.tables->topoDbIs( topoId, store.owned[ topoId ] = next );
+      } else if ( withdrawn_[ topoId ] && below( 2 ) ) {
+         withdrawn_[ topoId ]->neighborDelAll();
       }
    }
    void neighbor( TopoDb & table, const NeighborKey & key ) {
@@ -228,6 +247,7 @@ class Storm {
    }
 
    std::mt19937 random_;
+   std::map< TopoId, Lum::Ptr< TopoDb > > withdrawn_;
 };
 
 }

@@ -1,8 +1,9 @@
 // Which topologies are imported.
 //
 // A VRF has the tables that are mounted for it. Each is imported by a machine of its own, which
-// comes and goes with the table. Published rows may be those of an agent that ended before this
-// one started; once the tables that are there were read, rows that no link backs are removed.
+// comes with the table, and goes when all of the table is out of the store. Published rows may be
+// those of an agent that ended before this one started; once the tables that are there were read,
+// rows that no link backs are removed.
 
 #include "Cspf/Topology/AllTopoDbSm.h"
 
@@ -21,24 +22,27 @@ AllTopoDbSm::handleInitialized() {
 }
 
 void
-AllTopoDbSm::doPrepareToDie() {
-   for ( const auto & [ topoId, machine ] : topoDbSmColl() ) {
-      machine->leaveStore();
+AllTopoDbSm::handleTopoDb( const TopoId & topoId ) {
+   const auto & table = allTopoDb_->topoDb( topoId );
+   if ( table ) {
+      TRACE7( "TopoDb: " << topoId << ") is set" );
+   } else {
+      TRACE7( " TopoDb: " << topoId << " is deleted" );
    }
-   topoDbSmDelAll();
+   const auto present = topoDbSm( topoId );
+   if ( !present ) {
+      doAddTopoDbSm( topoId );
+   } else if ( present->topoDb() != table && !present->isLeaving() ) {
+      present->handleDestruction( [ this, topoId ] {
+         topoDbSmDel( topoId );
+         doAddTopoDbSm( topoId );
+      } );
+   }
 }
 
 void
-AllTopoDbSm::handleTopoDb( const TopoId & topoId ) {
-   const auto & table = allTopoDb_->topoDb( topoId );
-   if ( !table ) {
-      TRACE7( " TopoDb: " << topoId << " is deleted" );
-      topoDbSmDel( topoId );
-      return;
-   }
-   TRACE7( "TopoDb: " << topoId << ") is set" );
-   const auto present = topoDbSm( topoId );
-   if ( !present || present->topoDb() != table ) {
+AllTopoDbSm::doAddTopoDbSm( const TopoId & topoId ) {
+   if ( const auto & table = allTopoDb_->topoDb( topoId ) ) {
       topoDbSmIs( topoId, new TopoDbSm( topoId, table, allTopoDbStatus_, taskScheduler_ ) );
    }
 }

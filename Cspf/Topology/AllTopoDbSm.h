@@ -20,8 +20,9 @@ class AllTopoDbSm : public Lum::Reactor {
    LUM_CHILDREN( topoDbSm, TopoId, TopoDbSm );
 
    void handleInitialized() override;
-   /// The store ends, too.
-   void doPrepareToDie() override;
+   /// The store ends, too, and with it all that it has of the topologies.
+   void doPrepareToDie() override { topoDbSmDelAll(); }
+   /// A table that stands for another is taken in when that one is out.
    void handleTopoDb( const TopoId & topoId );
    /// Replays all topologies; when they are in, published interface addresses that no link has are
    /// removed.
@@ -33,6 +34,7 @@ class AllTopoDbSm : public Lum::Reactor {
 
  private:
    void handleTopoDbChange( const TopoId & topoId ) { handleTopoDb( topoId ); }
+   void doAddTopoDbSm( const TopoId & topoId );
 
    const Lum::Ptr< const AllTopoDb > allTopoDb_;
    const Lum::Ptr< AllTopoDbStatus > allTopoDbStatus_;

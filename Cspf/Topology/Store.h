@@ -98,7 +98,7 @@ class AllTopoDbStatus : public Lum::Entity {
    LUM_COLLECTION_ORDERED( pfxOriginatorInfoTable, TopoId, Lum::Ptr< PfxOriginatorInfoTable > );
    /// The tables that are being imported.
    LUM_COLLECTION_ORDERED( topoDb, TopoId, Lum::Ptr< const Routing::Topology::TopoDb > );
-   /// Tables that came and are not in yet. Until they are, nothing is told of changes.
+   /// Tables on their way in or out. Until they are there, nothing is told of changes.
    LUM_ATTRIBUTE( imports, std::uint32_t );
    LUM_ATTRIBUTE( topoChangedAt, Lum::Seconds );
    LUM_COLLECTION( bwUsageChangedAt, BwUsageId, Lum::Seconds );

@@ -15,6 +15,7 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace Cspf {
 
@@ -49,7 +50,10 @@ TopoDbSm::TopoDbSm( const TopoId & topoId, Lum::Ptr< const Igp::TopoDb > topoDb,
      allTopoDbStatus_( std::move( allTopoDbStatus ) ),
      import_( *this, taskScheduler, "topologyImportTask-" + topoId.stringValue(),
               { [ this ]( const IgpRouterId & id ) { return importRouter( id ); },
-                [ this ] { endImport(); } } ) {}
+                [ this ] { endImport(); } } ),
+     takingOut_( *this, taskScheduler, "topologyRemovalTask-" + topoId.stringValue(),
+                 { [ this ]( const IgpRouterId & id ) { return takeOutRouter( id ); },
+                   [ this ] { endTakingOut(); } } ) {}
 
 void
 TopoDbSm::handleInitialized() {
@@ -70,8 +74,7 @@ TopoDbSm::handleInitialized() {
    LUM_WATCH_KEYS( topoDb_, router, handleRouter );
    LUM_WATCH_KEYS( topoDb_, neighbor, handleNeighbor );
    LUM_WATCH_KEYS( topoDb_, reachability, handleReachability );
-   isImporting_ = true;
-   allTopoDbStatus_->importsIs( allTopoDbStatus_->imports() + 1 );
+   isMovingIs( true );
    import_.start( routersToImport() );
 }
 
@@ -109,61 +112,71 @@ TopoDbSm::endImport() {
          handleNeighbor( key );
       }
    }
-   stopImport();
+   isMovingIs( false );
 }
 
-/// Does nothing where it was over.
 void
-TopoDbSm::stopImport() {
-   import_.stop();
-   if ( std::exchange( isImporting_, false ) ) {
-      allTopoDbStatus_->importsIs( allTopoDbStatus_->imports() - 1 );
+TopoDbSm::isMovingIs( bool moving ) {
+   if ( std::exchange( isMoving_, moving ) != moving ) {
+      allTopoDbStatus_->importsIs( allTopoDbStatus_->imports() + ( moving ? 1 : -1 ) );
    }
 }
 
 void
-TopoDbSm::handleDestruction() {
-   if ( hasLeftStore_ ) {
-      return;
-   }
+TopoDbSm::handleDestruction( std::function< void() > ended ) {
+   LUM_ASSERT( !isLeaving() );
    TRACE7( "for TopoDb: " << topoId_ );
+   ended_ = std::move( ended );
+   import_.stop();
+   isMovingIs( true );
    unwatchAll();
-   for ( const IgpRouterId & id : knownRouters() ) {
-      doHandleRouterDeletion( id, Kivnet::IpGenAddr( routerIdMap_->teRouterId( id ) ) );
+   LUM_WATCH_KEYS( topoDb_, neighbor, handleLeavingNeighbor );
+   takingOut_.start( knownRouters() );
+}
+
+std::vector< IgpRouterId >
+TopoDbSm::knownRouters() const {
+   auto routers = Lum::keysOf( routerIdMap_->teRouterIdColl() );
+   for ( const auto & [ te, duplicates ] : routerIdMap_->duplicateRoutersColl() ) {
+      std::ranges::copy( Lum::keysOf( duplicates->routerColl() ), std::back_inserter( routers ) );
    }
-   pfxOriginatorInfoTable_->pfxOriginatorInfoDelAll();
+   for ( const TopoRouter * router : allTopoDbStatus_->links().routersOf( topoId_ ) ) {
+      routers.push_back( router->first.id() );
+   }
+   std::ranges::copy( Lum::keysOf( reachabilityMap_ ), std::back_inserter( routers ) );
+   std::ranges::sort( routers );
+   routers.erase( std::unique( routers.begin(), routers.end() ), routers.end() );
+   return routers;
+}
+
+/// Does nothing where that was done. No duplicate takes its TE router id.
+std::size_t
+TopoDbSm::takeOutRouter( const IgpRouterId & igpRouterId ) {
+   const std::size_t rows = 1 + routerToNeighbor( igpRouterId ).size();
+   doHandleRouterDeletion( igpRouterId,
+                           Kivnet::IpGenAddr( routerIdMap_->teRouterId( igpRouterId ) ) );
+   doUpdateReachability( igpRouterId, nullptr );
+   doUpdateAllTopoDbStatus();
+   return rows;
+}
+
+void
+TopoDbSm::endTakingOut() {
+   unwatchAll();
    allTopoDbStatus_->forEachGraph( [ & ]( auto & graph ) { graph.topologyDel( topoId_ ); } );
    allTopoDbStatus_->topoDbDel( topoId_ );
    allTopoDbStatus_->pfxOriginatorInfoTableDel( topoId_ );
    allTopoDbStatus_->routerIdMapDel( topoId_ );
    doUpdateAllTopoDbStatus();
-   stopImport();
+   ended_();
+   isMovingIs( false );
 }
 
 void
-TopoDbSm::leaveStore() {
+TopoDbSm::doPrepareToDie() {
    unwatchAll();
    import_.stop();
-   hasLeftStore_ = true;
-}
-
-std::set< IgpRouterId >
-TopoDbSm::knownRouters() const {
-   std::set< IgpRouterId > routers;
-   for ( const auto & entry : routerIdMap_->teRouterIdColl() ) {
-      routers.insert( entry.first );
-   }
-   for ( const auto & [ te, duplicates ] : routerIdMap_->duplicateRoutersColl() ) {
-      for ( const auto & entry : duplicates->routerColl() ) {
-         routers.insert( entry.first );
-      }
-   }
-   for ( const TopoRouter * router : allTopoDbStatus_->links().routersOf( topoId_ ) ) {
-      if ( !router->second.links.empty() ) {
-         routers.insert( router->first.id() );
-      }
-   }
-   return routers;
+   takingOut_.stop();
 }
 
 void
@@ -440,11 +453,11 @@ TopoDbSm::doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId &
 }
 
 void
-TopoDbSm::handleReachability( const IgpRouterId & igpRouterId ) {
-   TRACE9( "reachability update of " << igpRouterId );
+TopoDbSm::doUpdateReachability( const IgpRouterId & igpRouterId,
+                                const Igp::Reachability * reachability ) {
    const NodeId router( igpRouterId );
    ReachabilityMap prefixes;
-   if ( const auto * reachability = topoDb_->reachabilityFind( igpRouterId ) ) {
+   if ( reachability ) {
       for ( const Igp::PrefixMetric & entry : reachability->prefixSet() ) {
          if ( !prefixes.has( entry.prefix() ) ) {  // the least metric comes first
             prefixes.insert( entry.prefix() );
@@ -463,6 +476,12 @@ TopoDbSm::handleReachability( const IgpRouterId & igpRouterId ) {
       reachabilityMap_[ igpRouterId ] = std::move( prefixes );
    }
    allTopoDbStatus_->teGraph().touch( topoId_, igpRouterId );
+}
+
+void
+TopoDbSm::handleReachability( const IgpRouterId & igpRouterId ) {
+   TRACE9( "reachability update of " << igpRouterId );
+   doUpdateReachability( igpRouterId, topoDb_->reachabilityFind( igpRouterId ) );
    doUpdateAllTopoDbStatus();
 }
 

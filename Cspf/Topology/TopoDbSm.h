@@ -3,7 +3,7 @@
 #include "Cspf/Topology/Store.h"
 #include "platform/Kiv/Walk.h"
 
-#include <set>
+#include <functional>
 #include <vector>
 
 namespace Cspf {
@@ -18,21 +18,24 @@ namespace Cspf {
 ///   RouterIdMap.igpRouterId      handleTeRouterIdChange pendingRouterToHandle
 ///
 /// A table that comes is taken in router by router, a slice in a turn of the loop; what changes
-/// meanwhile is handled at once. Every change stamps the store. A router that gives up a TE router
-/// id which others carry as well makes the first of them pending; it is handled when the router at
-/// hand is done.
+/// meanwhile is handled at once. One that goes is taken out in the same way; a router with a
+/// neighbor that changes meanwhile is taken out at once, since the graphs refer to rows of
+/// neighbors. Every change stamps the store. A router that gives up a TE router id which others
+/// carry as well makes the first of them pending; it is handled when the router at hand is done.
 class TopoDbSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, TopoDbSm );
-   /// Where `taskScheduler` is null, the table is taken in at once.
+   /// Where `taskScheduler` is null, the table is taken in and out at once.
    TopoDbSm( const TopoId & topoId, Lum::Ptr< const Routing::Topology::TopoDb > topoDb,
              Lum::Ptr< AllTopoDbStatus > allTopoDbStatus,
              const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler = nullptr );
 
    void handleInitialized() override;
-   void doPrepareToDie() override { handleDestruction(); }
-   void handleDestruction();
-   /// The store ends with all that it has of the topology; it is left as it is.
-   void leaveStore();
+   /// Leaves what the store has of the topology as it is: the store ends, or it has nothing more.
+   void doPrepareToDie() override;
+   /// Takes the topology out of the store, counted among its imports; then calls `ended`, in which
+   /// the machine may end. REQUIRES: not called before.
+   void handleDestruction( std::function< void() > ended );
+   bool isLeaving() const noexcept { return !!ended_; }
 
    void handleRouter( const IgpRouterId & igpRouterId );
    void handleNeighbor( const Routing::Topology::NeighborKey & neighborKey );
@@ -70,7 +73,13 @@ class TopoDbSm : public Lum::Reactor {
    std::vector< IgpRouterId > routersToImport() const;
    std::size_t importRouter( const IgpRouterId & igpRouterId );
    void endImport();
-   void stopImport();
+   std::vector< IgpRouterId > knownRouters() const;
+   std::size_t takeOutRouter( const IgpRouterId & igpRouterId );
+   void handleLeavingNeighbor( const Routing::Topology::NeighborKey & neighborKey ) {
+      takeOutRouter( neighborKey.routerId() );
+   }
+   void endTakingOut();
+   void isMovingIs( bool moving );
    // `operation`: the signature under which they trace.
    void doHandleRouter( const IgpRouterId & igpRouterId, const char * operation );
    void doUpdateTeRouterId( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & teRouterId,
@@ -82,10 +91,11 @@ class TopoDbSm : public Lum::Reactor {
                               const char * operation );
    void doDelLink( TopoLink & link );
    void doUpdateLink( TopoLink & link, const Routing::Topology::Neighbor * neighbor );
+   void doUpdateReachability( const IgpRouterId & igpRouterId,
+                              const Routing::Topology::Reachability * reachability );
    void doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId & router,
                             const std::uint32_t * metric );
    RouterToNeighbor routerToNeighbor( const IgpRouterId & igpRouterId ) const;
-   std::set< IgpRouterId > knownRouters() const;
 
    const TopoId topoId_;
    const Lum::Ptr< const Routing::Topology::TopoDb > topoDb_;
@@ -95,8 +105,9 @@ class TopoDbSm : public Lum::Reactor {
    Lum::Map< IgpRouterId, ReachabilityMap > reachabilityMap_;  // what each router advertised last
    IgpRouterId pendingRouterToHandle_;
    Kiv::Walk< IgpRouterId > import_;
-   bool isImporting_ = false;
-   bool hasLeftStore_ = false;
+   Kiv::Walk< IgpRouterId > takingOut_;
+   std::function< void() > ended_;  // of a topology that leaves
+   bool isMoving_ = false;          // in or out
 };
 
 }

@@ -39,12 +39,19 @@ SharedState::SharedState( Lum::ActivityLoop & loop, Corvdb::StateStore & state,
                  } } ) {
    const auto paths = State::agentsPaths();
    replica_.leaseIs( { paths.begin(), paths.end() }, settings.standby,
-                     { [ this, ready = std::move( ready ) ] {
-                         ready();
-                         runner_.start();
-                      },
+                     { [ this, ready = std::move( ready ) ] { start( ready ); },
                        [ this ]( const std::string & why ) { fail( why ); },
                        [ this ]( const std::string & why ) { fail( why ); } } );
+}
+
+void
+SharedState::start( const std::function< void() > & ready ) {
+   gettingReady_.emplace( loop_, ready, [ this ]( const std::exception_ptr & failure ) {
+      if ( failure ) {
+         std::rethrow_exception( failure );
+      }
+      runner_.start();
+   } );
 }
 
 void

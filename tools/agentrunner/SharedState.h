@@ -1,11 +1,13 @@
 #pragma once
 
 #include "platform/AgentRunner/Runner.h"
+#include "tools/pace/Job.h"
 #include "tools/redis/Replica.h"
 
 #include <nlohmann/json.hpp>
 
 #include <functional>
+#include <optional>
 #include <string>
 
 /// The agent on state that outlives the process: it starts once the state is here and nobody else
@@ -18,7 +20,7 @@ class SharedState {
       bool standby = false;  ///< waits for another agent's end
    };
 
-   /// `ready` is called before the agent starts. All outlive it.
+   /// `ready` is called before the agent starts, as the work of a job. All outlive it.
    SharedState( Lum::ActivityLoop & loop, Corvdb::StateStore & state, Zorch::TableStore & tables,
                 AgentRunner::Runner & runner, const Settings & settings,
                 std::function< void() > ready );
@@ -30,6 +32,7 @@ class SharedState {
    nlohmann::json status() const;
 
  private:
+   void start( const std::function< void() > & ready );
    void fail( const std::string & why );
 
    Lum::ActivityLoop & loop_;
@@ -37,4 +40,5 @@ class SharedState {
    const std::string url_;
    std::string failure_;
    Redis::Replica replica_;
+   std::optional< Pace::Job > gettingReady_;
 };

@@ -125,10 +125,16 @@ watchMemory() {
    mallopt( M_ARENA_MAX, 1 );
 }
 
+Lab::LabFile
+withoutEvents( Lab::LabJson lab ) {
+   lab.erase( "events" );
+   return Lab::LabFile::of( std::move( lab ) );
+}
+
 void
 startFile( const std::string & fileName, Corvdb::StateStore & state, Zorch::TableStore & tables ) {
    try {
-      Lab::startLab( Lab::LabFile::load( fileName ), state, tables );
+      Lab::startLab( withoutEvents( Lab::readLabJson( fileName ) ), state, tables );
    } catch ( const Lab::LabError & error ) {
       throw std::runtime_error( fileName + ": " + error.what() );
    }
@@ -174,7 +180,7 @@ serve( const Options & options ) {
    TraceFile traceFile( options.traceFile );
    const Signals signals( loop, traceFile );
    const auto load = [ & ]( Lab::LabJson lab ) {
-      Lab::loadLab( Lab::LabFile::of( std::move( lab ) ), state, tables );
+      Lab::loadLab( withoutEvents( std::move( lab ) ), state, tables );
    };
    const AgentRunner::Library library( options.library.empty() ? Lab::agentLibraryPath()
                                                                : options.library );

@@ -64,8 +64,8 @@ blamed( const LabError & error, const LabEvent & event, std::size_t number ) {
 LabFile
 LabFile::of( LabJson json ) {
    LabFile file;
-   const LabJson * found = json.find( "events" );
-   const LabJson events = found ? *found : LabJson( LabJsonArray() );
+   LabJson * const found = json.find( "events" );
+   const LabJson events = found ? std::move( *found ) : LabJson( LabJsonArray() );
    json.erase( "events" );
    file.start_ = LabReading( std::move( json ) );
    const LabCursor root( file.start_.root() );
