@@ -595,6 +595,26 @@ TEST( PathService, SegmentsKeepToThePathInUseOverARestartAndAnotherHop ) {
    ASSERT_EQ( lab.path( "cli", "p" ), path );
 }
 
+TEST( PathService, ChangesThatNeverCeaseKeepNobodyFromHisPath ) {
+   TestLab lab( "A -10{bw 100}- B -10{bw 100}- D; A -10{bw 100}- C -20{bw 100}- D; D -10- E",
+                { { "throttle", { { "initialInt", 0 } } } } );
+   lab.slicesOf( 1 );
+   constexpr unsigned paths = 12;
+   for ( unsigned id = 0; id < paths; ++id ) {
+      lab.request( "rsvp", "p" + std::to_string( id ), "D",
+                   { { "bandwidth", 1 }, { "excludeAdminGroup", 1 << id } }, { { "id", id } } );
+   }
+   lab.settle();
+   lab.down( "A-B" );
+   for ( unsigned change = 0; change < 300; ++change ) {  // several for each round of telling
+      lab.link( "D-E", { { "metric", 10 + change % 2 } } );
+      lab.work( 3 );
+   }
+   for ( unsigned id = 0; id < paths; ++id ) {
+      EXPECT_EQ( lab.path( "rsvp", "p" + std::to_string( id ) ), "A C D" );
+   }
+}
+
 TEST( PathService, APathInUseStaysWhileItsTopologyIsTakenInAnewBySlices ) {
    Json document = TestLab( "A -10- B -10- D; A -10- C -10- D; D -10- E" ).document();
    document[ "topologies" ][ "core" ][ "export" ] = true;

@@ -2,11 +2,15 @@
 // by one task for however many changes came before it; what follows from the stamp is the
 // constraint's and the paths' own affair. A change of reservations moves the stamps of that user's
 // constraints, a new source those of its type. While a topology is taken in, all wait for its end.
-// Many are told by slices; what changes meanwhile is told from the start again.
+// Many are told by slices; what changes meanwhile is told when they are through. Telling and the
+// runs that were held back for it take turns, so that neither waits for ever where changes never
+// cease.
 
 #include "Cspf/Agent/VrfRootSm.h"
 #include "platform/Trace/Trace.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace Cspf {
@@ -21,21 +25,32 @@ VrfRootSm::updateTopoInfoChangedAtOf( ConstraintInfo & constraintInfo ) {
    }
 }
 
+/// What was taken in is told before a run begins, whichever of those that hear of the end go on.
 void
 VrfRootSm::handleImports() {
-   const bool wasImporting = isImporting();
-   vrfRoot_->pathStatusInfoTable()->importsIs( vrfRoot_->allTopoDbStatus()->imports() );
-   if ( wasImporting && !isImporting() ) {
+   const std::uint32_t imports = vrfRoot_->allTopoDbStatus()->imports();
+   const bool ends = isImporting() && imports == 0;
+   tellsFirst_ |= ends;
+   vrfRoot_->pathStatusInfoTable()->importsIs( imports );
+   if ( ends ) {
       updateConstraintTopoChanged();
-      handleIntakes();
    }
 }
 
 void
 VrfRootSm::handleIntakes() {
    const auto & paths = vrfRoot_->pathStatusInfoTable();
-   if ( !paths->isTakingIn() && !paths->heldBack.empty() && !heldBack_.isUnderWay() ) {
+   if ( !tellsFirst_ && !paths->isTakingIn() && !paths->heldBack.empty()
+        && !heldBack_.isUnderWay() ) {
       heldBack_.start( std::exchange( paths->heldBack, {} ) );
+   }
+}
+
+void
+VrfRootSm::endGoingOn() {
+   handleIntakes();
+   if ( std::exchange( changedMeanwhile_, false ) ) {
+      updateConstraintTopoChanged();
    }
 }
 
@@ -59,12 +74,13 @@ VrfRootSm::handleConstraintTopoInfoUpdaterTask() {
    if ( isImporting() ) {
       return;
    }
-   if ( isTelling_ ) {
+   if ( isTelling_ || ( heldBack_.isUnderWay() && !tellsFirst_ ) ) {
       changedMeanwhile_ = true;
       return;
    }
    TRACE7( "Updating topoChangedAt for constraints" );
    tellingIs( true );
+   tellsFirst_ = false;
    tellUsages();
 }
 
@@ -78,25 +94,33 @@ VrfRootSm::tellingIs( bool telling ) {
 /// A link may have another name now. What is a path's own must be known before it is judged.
 void
 VrfRootSm::tellUsages() {
-   usagesToTell_.start( vrfRoot_->pathUsageContext().byRouter.concerned(
+   auto usages = vrfRoot_->pathUsageContext().byRouter.concerned(
       vrfRoot_->allTopoDbStatus()->teGraph().graph(),
-      vrfRoot_->pathValidationMemory().hopAddresses().sourceChanges() ) );
+      vrfRoot_->pathValidationMemory().hopAddresses().sourceChanges() );
+   std::ranges::copy( std::exchange( untold_, {} ), std::back_inserter( usages ) );
+   usagesToTell_.start( std::move( usages ) );
 }
 
+/// Of half of a topology it would take another's link for its own.
 std::size_t
 VrfRootSm::tellUsage( PathsByRouter::Entry entry ) {
-   if ( const auto usage = vrfRoot_->pathUsageContext().byRouter.path( entry ) ) {
+   if ( isImporting() ) {
+      untold_.push_back( entry );
+   } else if ( const auto usage = vrfRoot_->pathUsageContext().byRouter.path( entry ) ) {
       usage->handleTopoChanged();
    }
    return 1;
 }
 
+/// What changed meanwhile is told them once more, and then to constraints as well.
 void
 VrfRootSm::endTellingUsages() {
-   if ( std::exchange( changedMeanwhile_, false ) ) {
+   if ( changedMeanwhile_ && !std::exchange( tellsUsagesAgain_, true ) ) {
+      changedMeanwhile_ = false;
       tellUsages();
       return;
    }
+   tellsUsagesAgain_ = false;
    vrfRoot_->repairScope()->handleTopoChanged();
    if ( !isRetired() ) {
       constraintsToTell_.start(
@@ -122,12 +146,13 @@ VrfRootSm::endTellingConstraints() {
    }
 }
 
+/// While paths hear of a change, so that reservations move, all constraints are told behind them.
 void
 VrfRootSm::handleBwUsageChangedAt( const BwUsageId & bwUsageId ) {
    LUM_ASSERT( !!bwUsageId );
    TRACE7( "Updating topoInfoChangedAt for constraints with bwUsageId " << bwUsageId );
    const auto own = constraintsOfUser_.find( bwUsageId );
-   if ( own == constraintsOfUser_.end() ) {
+   if ( own == constraintsOfUser_.end() || usagesToTell_.isUnderWay() ) {
       return;
    }
    const auto handles = own->second;  // a path that is told may let its constraint go

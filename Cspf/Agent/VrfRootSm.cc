@@ -77,7 +77,7 @@ VrfRootSm::VrfRootSm( const L3::VrfName & vrf, const Lum::Ptr< VrfRoot > & vrfRo
           [ this ] { endTellingConstraints(); } } ),
      heldBack_( *this, vrfRoot->taskScheduler(), "heldBackTask-" + vrf.stringValue(),
                 { [ this ]( const ConstraintHandle & handle ) { return goOn( handle ); },
-                  [ this ] { handleIntakes(); } } ) {}
+                  [ this ] { endGoingOn(); } } ) {}
 
 VrfRootSm::~VrfRootSm() = default;
 

@@ -13,8 +13,8 @@ namespace Cspf {
 ///   watches                               handler                      makes or writes
 ///   constraintInfoTable.constraintInfo    handleConstraintInfo         constraint machine, stats
 ///   pathStatusInfoTable.pathStatusInfo    handlePathStatusInfo         machines of the path
-///   pathStatusInfoTable.intakes           handleIntakes                expiries that were held
-///   back allTopoDbStatus.imports               handleImports                whether all waits
+///   pathStatusInfoTable.intakes           handleIntakes                runs that were held back
+///   allTopoDbStatus.imports               handleImports                whether all waits
 ///   allTopoDbStatus.topoChangedAt         updateConstraintTopoChanged  schedules the task
 ///   allTopoDbStatus.bwUsageChangedAt      handleBwUsageChangedAt       topoInfoChangedAt
 ///   VrfSourceId.vrfClientSourceId         handleClientSourceId         topoInfoChangedAt
@@ -79,6 +79,7 @@ class VrfRootSm : public Lum::Reactor {
    void endTellingUsages();
    std::size_t tellConstraint( const ConstraintHandle & handle );
    std::size_t goOn( const ConstraintHandle & handle );
+   void endGoingOn();
    void endTellingConstraints();
    /// Tells the constraint when its topology last changed.
    void updateTopoInfoChangedAtOf( ConstraintInfo & constraintInfo );
@@ -92,7 +93,10 @@ class VrfRootSm : public Lum::Reactor {
    Kiv::Walk< PathsByRouter::Entry > usagesToTell_;
    Kiv::Walk< ConstraintHandle > constraintsToTell_;
    Kiv::Walk< ConstraintHandle > heldBack_;
+   std::vector< PathsByRouter::Entry > untold_;  // a topology came while they were being told
    bool isTelling_ = false;
+   bool tellsUsagesAgain_ = false;
+   bool tellsFirst_ = false;  // before a run begins
    bool changedMeanwhile_ = false;
    Lum::Map< BwUsageId, std::set< ConstraintHandle > > constraintsOfUser_;  // oldest first
 };

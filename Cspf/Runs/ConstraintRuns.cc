@@ -142,7 +142,8 @@ ConstraintInfoSm::handleTopoChanged() {
    info.marked = true;
    info.markedSince = info.topoInfoChangedAt();
    ++info.marks;
-   info.cspfRequestCountIs( info.cspfRequestCount() + asking );
+   const std::uint32_t requests = info.cspfRequestCount() + asking;
+   info.cspfRequestCountIs( requests == 0 ? 1 : requests );  // 0 is no request
 }
 
 /// Whether what is kept can answer. Whoever traces every step of a run gets runs.

@@ -131,7 +131,7 @@ TopoDbSm::handleDestruction( std::function< void() > ended ) {
    isMovingIs( true );
    unwatchAll();
    LUM_WATCH_KEYS( topoDb_, neighbor, handleLeavingNeighbor );
-   takingOut_.start( knownRouters() );
+   takingOut_.startLater( knownRouters() );
 }
 
 std::vector< IgpRouterId >
@@ -438,10 +438,10 @@ TopoDbSm::handleNetwork( const Igp::NetworkId & networkId ) {
 void
 TopoDbSm::doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId & router,
                               const std::uint32_t * metric ) {
-   if ( prefix.isHost() ) {
+   const auto info = pfxOriginatorInfoTable_->pfxOriginatorInfoIs( prefix );
+   if ( prefix.isHost() && info->originatorInfoHas( router ) != !!metric ) {
       allTopoDbStatus_->noteAddress( prefix.address() );
    }
-   const auto info = pfxOriginatorInfoTable_->pfxOriginatorInfoIs( prefix );
    if ( metric ) {
       info->originatorInfoIs( router, { router, *metric } );
       return;

@@ -32,8 +32,8 @@ class TopoDbSm : public Lum::Reactor {
    void handleInitialized() override;
    /// Leaves what the store has of the topology as it is: the store ends, or it has nothing more.
    void doPrepareToDie() override;
-   /// Takes the topology out of the store, counted among its imports; then calls `ended`, in which
-   /// the machine may end. REQUIRES: not called before.
+   /// Takes the topology out of the store from the next turn on, counted among its imports; then
+   /// calls `ended`, in which the machine may end. REQUIRES: not called before.
    void handleDestruction( std::function< void() > ended );
    bool isLeaving() const noexcept { return !!ended_; }
 

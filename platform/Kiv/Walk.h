@@ -45,6 +45,18 @@ class Walk {
       }
       endOrRest();
    }
+   /// Likewise in a later turn of the loop, so that who is told of what led to it is told first.
+   void startLater( std::vector< Key > keys ) {
+      if ( !scheduler_ ) {
+         start( std::move( keys ) );
+         return;
+      }
+      LUM_ASSERT( !isUnderWay() );
+      left_ = std::move( keys );
+      std::ranges::make_heap( left_, std::greater() );
+      isUnderWay_ = true;
+      task_.schedule();
+   }
    /// The keys that are left are not visited any more.
    void stop() {
       isUnderWay_ = false;
