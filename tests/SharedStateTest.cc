@@ -218,6 +218,26 @@ TEST_F( SharedStateTest, whatWasHeldBeforeAKillIsHeldAfterIt ) {
    EXPECT_EQ( content(), before );
 }
 
+TEST_F( SharedStateTest, anAgentThatEndsLeavesRequestsAndNothingElse ) {
+   const auto runner = run();
+   load( *runner, labTopology( "A -10- B -10- D; A -20- C -20- D" ), { "rsvp", "planner" } );
+   const std::string plannersKey = "t:te/cspf/config/vrf/default/ipv4/planner";
+   server.cli( { "FCALL", "state_set", "1", plannersKey, "@type", "Cspf::Config",
+                 "pathConfig[10.0.0.2#1]", "{}" } );
+   Json many;
+   for ( int id = 1; id <= 1000; ++id ) {  // more than leave at once
+      many[ "10.0.0.3#" + std::to_string( id ) ] = Json::object();
+   }
+   Client( runner->socket() )
+      .call( "patch", { { "path", std::string( configKey ).substr( 2 ) },
+                        { "patch", { { "pathConfig", many } } } } );
+   ASSERT_TRUE( isPublished( "10.64.0.5", "10.0.0.3#1000" ) );
+   runner->end( SIGTERM );
+   EXPECT_EQ( server.cli( { "HLEN", configKey } ), "1002\n" );  // with type and revision
+   EXPECT_EQ( server.cli( { "HLEN", plannersKey } ), "3\n" );
+   EXPECT_EQ( std::ranges::count( server.cli( { "KEYS", "t:te/cspf/*" } ), '\n' ), 2 );
+}
+
 TEST_F( SharedStateTest, aServerThatCannotServeIsSaidSo ) {
    const auto errorOf = [ & ]( const RedisServer & with, std::vector< std::string > more = {} ) {
       more.insert( more.begin(), { "--state", with.url(), "--socket", directory / "other" } );

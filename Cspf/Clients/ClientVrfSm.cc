@@ -104,7 +104,7 @@ ClientVrfSm::handleBwmRequired() {
 
 void
 ClientVrfSm::createOrDeletePathSm( Kivnet::AddressFamily af ) {
-   if ( !familyHas( af ) ) {
+   if ( !familyHas( af ) || isRetired() ) {
       return;
    }
    const bool wanted = client_->addressFamily( af ) && getVrfClientSourceId( af );

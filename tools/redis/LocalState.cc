@@ -245,6 +245,7 @@ LocalState::apply( const KeyChanges & changes ) {
               std::string( "expected \"" ) + present->typeName() + "\", found \"" + *type->second
                  + "\"" );
    } else if ( isTable( key ) ) {
+      tables_.alwaysIs( pathOf( key ), present->typeName() );  // which readers alone may have made
       setWatchedFields( changes );
    } else {
       changeEntity( present, changes );

@@ -174,6 +174,9 @@ StateView::patch( const std::string & asked, const Json & patch ) {
    if ( isAtOrBelow( path, "routing/topoDbExport" ) ) {
       checkAnnouncements( *entity, patch );
    }
+   if ( tables_.table( path ) == entity ) {
+      tables_.alwaysIs( path, entity->typeName() );  // what is written stays without a reader
+   }
    State::merge( *entity, patch );
 }
 
