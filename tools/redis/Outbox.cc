@@ -13,8 +13,9 @@ namespace Redis {
 
 namespace {
 
-/// Fields of one batch: while a server takes it, it hears nobody else.
-constexpr std::size_t maxFields = 400'000;
+/// Fields of one batch: while it is written down, this process hears nobody else, and while it is
+/// taken, the server does not.
+constexpr std::size_t maxFields = 4'000;
 
 std::uint32_t
 hashOf( std::string_view name ) {
@@ -28,8 +29,9 @@ std::size_t
 Outbox::Names::slotOf( std::uint32_t hash, std::string_view name ) const {
    const std::size_t mask = slots_.size() - 1;
    std::size_t at = hash & mask;
-   while ( slots_[ at ].place != 0
-           && ( slots_[ at ].hash != hash || inOrder_[ slots_[ at ].place - 1 ] != name ) ) {
+   while (
+      slots_[ at ].place != 0
+      && ( slots_[ at ].hash != hash || inOrder_[ slots_[ at ].place - taken_ - 1 ] != name ) ) {
       at = ( at + 1 ) & mask;
    }
    return at;
@@ -58,7 +60,7 @@ Outbox::Names::insert( std::string_view name ) {
    Slot & slot = slots_[ slotOf( hash, name ) ];
    if ( slot.place == 0 ) {
       inOrder_.emplace_back( name );
-      slot = { hash, static_cast< std::uint32_t >( size() ) };
+      slot = { hash, taken_ + static_cast< std::uint32_t >( size() ) };
    }
 }
 
@@ -67,16 +69,34 @@ Outbox::Names::contains( std::string_view name ) const {
    return !slots_.empty() && slots_[ slotOf( hashOf( name ), name ) ].place != 0;
 }
 
+/// What stands behind the slot moves up where it may, so that no search ends too early. REQUIRES:
+/// there is a name.
+std::string
+Outbox::Names::takeFirst() {
+   const std::size_t mask = slots_.size() - 1;
+   std::size_t hole = slotOf( hashOf( inOrder_.front() ), inOrder_.front() );
+   for ( std::size_t at = ( hole + 1 ) & mask; slots_[ at ].place != 0; at = ( at + 1 ) & mask ) {
+      if ( ( ( at - slots_[ at ].hash ) & mask ) >= ( ( at - hole ) & mask ) ) {
+         slots_[ hole ] = slots_[ at ];
+         hole = at;
+      }
+   }
+   slots_[ hole ] = {};
+   ++taken_;
+   std::string name = std::move( inOrder_.front() );
+   inOrder_.pop_front();
+   return name;
+}
+
 Outbox::Names
 Outbox::Names::takeFirst( std::size_t most ) {
    if ( size() <= most ) {
       return std::exchange( *this, {} );
    }
-   Names first, rest;
-   for ( const std::string & name : inOrder_ ) {
-      ( first.size() < most ? first : rest ).insert( name );
+   Names first;
+   while ( first.size() < most ) {
+      first.insert( takeFirst() );
    }
-   *this = std::move( rest );
    return first;
 }
 

@@ -25,8 +25,8 @@ class Outbox {
 
    bool holdsAny( const std::string & key ) const;
 
-   /// Adds what is pending to a `state_write`: all of it, up to what a server may be kept busy
-   /// with. Gives the number of fields. REQUIRES: nothing is in flight.
+   /// Adds what is pending to a `state_write`: all of it, up to what this process and the server
+   /// may be kept busy with. Gives the number of fields. REQUIRES: nothing is in flight.
    std::size_t take( const LocalState & state, Command & command );
    /// What is in flight has been written with that revision.
    void acknowledged( std::uint64_t revision );
@@ -53,12 +53,14 @@ class Outbox {
 
     private:
       struct Slot {
-         std::uint32_t hash = 0, place = 0;  ///< the place counts from 1; 0: the slot is free
+         std::uint32_t hash = 0, place = 0;  ///< the first is 1; 0: the slot is free
       };
       std::size_t slotOf( std::uint32_t hash, std::string_view name ) const;
       void grow();
+      std::string takeFirst();
 
       std::deque< std::string > inOrder_;
+      std::uint32_t taken_ = 0;    ///< of the places, those before the first in order
       std::vector< Slot > slots_;  ///< so many as a power of two, at most half of them taken
    };
    struct Fields {
