@@ -240,18 +240,21 @@ TEST( Tilfa, theFarEndMaySpeakFirst ) {
    EXPECT_EQ( lab.error( "tilfa", "late" ), "" );
 }
 
+/// One router's levels 1 and 2.
+Json
+inTwoLevels( const char * level1, const char * level2 ) {
+   Json document{
+      { "router", "A" },
+      { "topologies",
+        { { "level1", labTopology( level1 ) }, { "level2", labTopology( level2 ) } } } };
+   document[ "topologies" ][ "level1" ][ "numbers" ] = { 1, 0 };
+   document.update( client );
+   return document;
+}
+
 TEST( Tilfa, aRepairKeepsToOneLevel ) {
    // Level 1 has A-B and A-C, level 2 A-B as well, and a way by C that level 1 does not know.
-   const auto level = []( int number, const char * text ) {
-      Json topology = labTopology( text );
-      topology[ "numbers" ] = { number, 0 };
-      return topology;
-   };
-   Json document{ { "router", "A" },
-                  { "topologies",
-                    { { "level1", level( 1, "A -10- B; A -1- C" ) },
-                      { "level2", level( 2, "A -10- B; A -1- C; C -1- B; B -1- D" ) } } } };
-   document.update( client );
+   Json document = inTwoLevels( "A -10- B; A -1- C", "A -10- B; A -1- C; C -1- B; B -1- D" );
    const char * const prefix = "10.9.0.0/16";
    Json & levels = document[ "topologies" ];
    for ( Json * level : { &levels[ "level1" ], &levels[ "level2" ] } ) {
@@ -278,6 +281,21 @@ TEST( Tilfa, aRepairKeepsToOneLevel ) {
    lab.settle();
    EXPECT_EQ( repair( lab, "toB" ), "10.64.0.5 A-C.a:" ) << "the interface is in level 2 alone";
    EXPECT_EQ( repair( lab, "toPrefix" ), "10.64.0.5 A-C.a:" );
+}
+
+TEST( Tilfa, protectsOnALanOfTheRepairsLevel ) {
+   TestLab lab =
+      TestLab::of( inTwoLevels( "A =lan1 5= B C", "A =lan1 5= B C; B -1- D; C -2- D; A -9- D" ) );
+   Json place{ { "excludeIntf", "lan1.A" }, { "neighbor", "0000.0000.0002" } };
+   lab.request( "tilfa", "derived", "0000.0000.0004", place );
+   place[ "topoId" ] = "level2";
+   lab.request( "tilfa", "named", "0000.0000.0004", place, { { "id", 2 } } );
+   place[ "neighbor" ] = "10.0.0.2";
+   lab.request( "tilfa", "by address", "0000.0000.0004", place, { { "id", 3 } } );
+   lab.settle();
+   for ( const char * path : { "derived", "named", "by address" } ) {
+      EXPECT_EQ( repair( lab, path ), "10.128.1.3 lan1.A:" ) << path;
+   }
 }
 
 TEST( Tilfa, protectsOnALan ) {

@@ -57,7 +57,8 @@ AllTopoDbView::linkConstraint( const NodeId & root ) const {
    return numbers;
 }
 
-/// Of a LAN with a named neighbour only that neighbour's place on it, for everybody.
+/// Of a LAN with a named neighbour only that neighbour's place on it, for everybody. The interface
+/// may be in several topologies.
 void
 AllTopoDbView::excludeInterface( CspfLinkConstraint & numbers ) const {
    const InternalPathConstraint & c = constraint_;
@@ -68,15 +69,19 @@ AllTopoDbView::excludeInterface( CspfLinkConstraint & numbers ) const {
    if ( c.pathComputationType() == PathComputationType::tilfa && numbers.ownSource != noVertex ) {
       for ( const std::uint32_t e : graph().out( numbers.ownSource ) ) {
          const CspfEdge link{ e };
+         const bool isSeen = numbers.topology == CspfGraph::anyTopology
+                             || graph().columns().topology[ index( link ) ] == numbers.topology;
          const CspfEdge step =
-            graph().interface( link ) == interface ? stepToNeighbor( link ) : noEdge;
+            isSeen && graph().interface( link ) == interface ? stepToNeighbor( link ) : noEdge;
          if ( step != noEdge ) {
-            numbers.excludedEdges = { step, graph().reverse( step ) };
-            return;
+            numbers.excludedEdges.push_back( step );
+            numbers.excludedEdges.push_back( graph().reverse( step ) );
          }
       }
    }
-   numbers.excludedInterfaces = { interface };
+   if ( numbers.excludedEdges.empty() ) {
+      numbers.excludedInterfaces = { interface };
+   }
 }
 
 CspfEdge
