@@ -252,6 +252,14 @@ inTwoLevels( const char * level1, const char * level2 ) {
    return document;
 }
 
+/// The router's identity in segment routing; null: it has none.
+Json
+identity( const Json & systemId ) {
+   return { { "segmentRouting",
+              { { "other", { { "systemId", "0000.0000.0001" } } },
+                { "default", systemId.is_null() ? Json() : Json{ { "systemId", systemId } } } } } };
+}
+
 TEST( Tilfa, aRepairKeepsToOneLevel ) {
    // Level 1 has A-B and A-C, level 2 A-B as well, and a way by C that level 1 does not know.
    Json document = inTwoLevels( "A -10- B; A -1- C", "A -10- B; A -1- C; C -1- B; B -1- D" );
@@ -261,26 +269,32 @@ TEST( Tilfa, aRepairKeepsToOneLevel ) {
       ( *level )[ "routers" ][ "B" ][ "prefixes" ][ prefix ] = 0;
    }
    levels[ "level2" ][ "routers" ][ "C" ][ "prefixes" ][ prefix ] = 0;
-   TestLab lab = TestLab::of( document );
-   const auto ask = [ & ]( const char * path, const char * id, int number ) {
-      lab.request( "tilfa", path, id, linkOf( "A-B.a" ), { { "id", number } } );
-   };
-   ask( "toB", "0000.0000.0002", 1 );
-   ask( "toD", "0000.0000.0004", 2 );
-   ask( "toPrefix", prefix, 3 );
-   lab.settle();
-   EXPECT_EQ( repair( lab, "toPrefix" ), "" ) << "in level 1 it is at B alone";
-   EXPECT_EQ( repair( lab, "toB" ), "" ) << "packets follow level 1";
-   EXPECT_EQ( lab.error( "tilfa", "toB" ),
-              "no path to the destination that avoids what is protected" );
-   EXPECT_EQ( repair( lab, "toD" ), "10.64.0.5 A-C.a:" ) << "only level 2 has D";
-   lab.patch( { { "topologies",
-                  { { "level1",
-                      { { "routers", { { "B", nullptr } } },
-                        { "links", { { "A-B", nullptr } } } } } } } } );
-   lab.settle();
-   EXPECT_EQ( repair( lab, "toB" ), "10.64.0.5 A-C.a:" ) << "the interface is in level 2 alone";
-   EXPECT_EQ( repair( lab, "toPrefix" ), "10.64.0.5 A-C.a:" );
+   for ( const Json & before : { Json( "0000.0000.0001" ), Json(), Json( "0000.0000.0099" ) } ) {
+      Json started = document;
+      started.merge_patch( identity( before ) );
+      TestLab lab = TestLab::of( started );
+      const auto ask = [ & ]( const char * path, const char * id, int number ) {
+         lab.request( "tilfa", path, id, linkOf( "A-B.a" ), { { "id", number } } );
+      };
+      ask( "toB", "0000.0000.0002", 1 );
+      ask( "toD", "0000.0000.0004", 2 );
+      ask( "toPrefix", prefix, 3 );
+      lab.settle();
+      lab.patch( identity( "0000.0000.0001" ) );
+      lab.settle();
+      EXPECT_EQ( repair( lab, "toPrefix" ), "" ) << "in level 1 it is at B alone";
+      EXPECT_EQ( repair( lab, "toB" ), "" ) << "packets follow level 1";
+      EXPECT_EQ( lab.error( "tilfa", "toB" ),
+                 "no path to the destination that avoids what is protected" );
+      EXPECT_EQ( repair( lab, "toD" ), "10.64.0.5 A-C.a:" ) << "only level 2 has D";
+      lab.patch( { { "topologies",
+                     { { "level1",
+                         { { "routers", { { "B", nullptr } } },
+                           { "links", { { "A-B", nullptr } } } } } } } } );
+      lab.settle();
+      EXPECT_EQ( repair( lab, "toB" ), "10.64.0.5 A-C.a:" ) << "the interface is in level 2 alone";
+      EXPECT_EQ( repair( lab, "toPrefix" ), "10.64.0.5 A-C.a:" );
+   }
 }
 
 TEST( Tilfa, protectsOnALanOfTheRepairsLevel ) {

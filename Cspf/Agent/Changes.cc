@@ -176,11 +176,17 @@ VrfRootSm::handleClientSourceId( const PathComputationType & type ) {
       changedMeanwhile_ = true;
       return;
    }
+   tellingIs( true );
+   if ( type == PathComputationType::tilfa && !isImporting() ) {
+      vrfRoot_->repairScope()->handleTopoChanged();
+   }
+   if ( isRetired() ) {
+      return;
+   }
    auto handles = Lum::keysOf( vrfRoot_->constraintInfoTable()->constraintInfoColl() );
    std::erase_if( handles, [ & ]( const ConstraintHandle & handle ) {
       return dedupConstraintOf( handle ).pathConstraint().pathComputationType() != type;
    } );
-   tellingIs( true );
    constraintsToTell_.start( std::move( handles ) );
 }
 

@@ -10,6 +10,7 @@
 #include "Cspf/Views/View.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Cspf {
 
@@ -23,11 +24,16 @@ repairConstraint( PathConstraint constraint ) {
 
 const RepairScope::Interfaces &
 RepairScope::interfaces() const {
-   const Lum::Seconds changedAt = topology_.allTopoDbStatus->topoChangedAt();
-   if ( interfacesAt_ != changedAt ) {
-      interfacesAt_ = changedAt;
+   const AllTopoDbStatus & status = *topology_.allTopoDbStatus;
+   const Lum::Seconds changedAt = status.topoChangedAt();
+   const NodeId self = status.sourceId( PathComputationType::tilfa );
+   if ( std::exchange( self_, self ) != self ) {
+      interfacesAt_ = -1;
+      reached_.clear();
+   }
+   if ( std::exchange( interfacesAt_, changedAt ) != changedAt ) {
       interfaces_.clear();
-      for ( const auto & [ topoId, table ] : topology_.allTopoDbStatus->topoDbColl() ) {
+      for ( const auto & [ topoId, table ] : status.topoDbColl() ) {
          addInterfaces( topoId, *table );
       }
    }
@@ -36,8 +42,7 @@ RepairScope::interfaces() const {
 
 void
 RepairScope::addInterfaces( const TopoId & topoId, const Routing::Topology::TopoDb & table ) const {
-   const NodeId self = topology_.allTopoDbStatus->sourceId( PathComputationType::tilfa );
-   const auto * router = self ? table.routerFind( IgpRouterId( self ) ) : nullptr;
+   const auto * router = self_ ? table.routerFind( IgpRouterId( self_ ) ) : nullptr;
    if ( !router ) {
       return;
    }
@@ -70,6 +75,10 @@ bool
 RepairScope::reaches( const TopoId & topoId, const Destination & destination ) const {
    const auto & status = *topology_.allTopoDbStatus;
    const auto graph = status.lfaGraph();
+   if ( graph_.lock() != graph ) {  // versions of another one tell nothing
+      graph_ = graph;
+      reached_.clear();
+   }
    const CspfTree & tree = this->tree( topoId, *graph );
    const auto reachesNode = [ & ]( const NodeId & node ) {
       const CspfVertex vertex = graph->vertex( node );

@@ -5,6 +5,7 @@
 #include "schema/CspfClient.h"
 
 #include <map>
+#include <memory>
 
 namespace Cspf {
 
@@ -24,6 +25,7 @@ class RepairScope : public Lum::Entity {
    /// Default where this router has no such interface. O(1), or a run after a change of the graph
    /// where the interface is in several topologies.
    TopoId topoId( const Kivnet::IntfId & intfId, const Destination & destination ) const;
+   /// The topology, or this router's place in it, is another one.
    void handleTopoChanged();
 
  private:
@@ -37,7 +39,9 @@ class RepairScope : public Lum::Entity {
    const VrfTopology topology_;
    Interfaces told_;  // at the last change
    mutable Interfaces interfaces_;
-   mutable Lum::Seconds interfacesAt_ = -1;        // stamp of the topology that they are of
+   mutable Lum::Seconds interfacesAt_ = -1;        // stamp of the topology that they are of,
+   mutable NodeId self_;                           //   and of which router
+   mutable std::weak_ptr< TopoGraph > graph_;      // that was walked
    mutable std::map< TopoId, CspfTree > reached_;  // from this router, where that was asked for
 };
 
