@@ -332,6 +332,98 @@ TEST( Tilfa, protectsOnALan ) {
    EXPECT_EQ( lab.error( "tilfa", "stranger" ), "neighbor not found on the LAN behind lan1.A" );
 }
 
+/// Has the requests that exclude a node name it by that TE router id.
+void
+nameNodes( TestLab & lab, const char * teRouterId ) {
+   const auto config =
+      Lum::cast< Config >( lab.tables().table( "te/cspf/config/vrf/default/ipv4/tilfa" ) );
+   const auto requests = config->pathConfigColl();
+   for ( auto [ key, request ] : requests ) {
+      if ( request.constraint().excludeNode() ) {
+         request.constraint_.excludeNode_.nodeIdIs(
+            NodeId( *Kivnet::IpGenAddr::parse( teRouterId ) ) );
+         config->pathConfigIs( request );
+      }
+   }
+}
+
+void
+teRouterIds( TestLab & lab, const Json & ids ) {
+   Json routers;
+   for ( const auto & [ name, id ] : ids.items() ) {
+      routers[ name ] = { { "teRouterId", id } };
+   }
+   lab.patch( { { "topologies", { { "core", { { "routers", routers } } } } } } );
+   lab.settle();
+}
+
+// Who has an address, or a TE router id, changes without the graph. Of two routers with one TE
+// router id the first has it.
+
+TEST( Tilfa, whatALinkProtectionRefusesIsWhatItsNamesMeanNow ) {
+   TestLab lab( "A -1- B -1- D; A -1- M -1- B; M -9- D; A -5- E -1- D; plain B", client );
+   Json refused = linkOf( "A-B.a" );
+   refused[ "excludeLinkWithIp" ] = { "10.65.0.1" };
+   lab.request( "tilfa", "link", "D", refused );
+   lab.request( "tilfa", "node", "D", nodeBehind( "A-B.a", "B" ), { { "id", 2 } } );
+   lab.request( "tilfa", "other", "D", nodeBehind( "A-M.a", "M" ), { { "id", 3 } } );
+   nameNodes( lab, "10.0.0.2" );
+   lab.settle();
+   EXPECT_EQ( lab.error( "tilfa", "node" ), "another node is behind interface A-B.a" );
+   teRouterIds( lab, { { "B", "10.0.0.2" } } );
+   EXPECT_EQ( repair( lab, "node" ), "10.64.0.13 A-E.a:" );
+   teRouterIds( lab, { { "M", "10.0.0.2" } } );
+   EXPECT_EQ( repair( lab, "node" ), "10.64.0.13 A-E.a:" );
+   EXPECT_EQ( lab.error( "tilfa", "other" ), "another node is behind interface A-M.a" );
+   for ( int round = 0; round < 2; ++round ) {
+      lab.link( "A-M", { { "aAddr", "10.64.0.6" } } );
+      lab.settle();
+      EXPECT_EQ( repair( lab, "link" ), "10.64.0.7 A-M.a:" );
+      lab.link( "A-M", { { "aAddr", { "10.64.0.6", "10.65.0.1" } } } );
+      lab.settle();
+      EXPECT_EQ( repair( lab, "link" ), "10.64.0.13 A-E.a:" );
+   }
+}
+
+TEST( Tilfa, whatALanProtectionRefusesIsWhatItsNamesMeanNow ) {
+   TestLab lab( "A =lan1 5= B C; A -20- D; B -1- D; C -1- D", client );
+   Json place = linkOf( "lan1.A" );
+   place[ "neighbor" ] = "10.0.0.2";
+   lab.request( "tilfa", "place", "D", place );
+   lab.request( "tilfa", "node", "D", nodeBehind( "lan1.A", "B" ), { { "id", 2 } } );
+   nameNodes( lab, "10.0.0.2" );
+   lab.settle();
+   const auto expect = [ & ]( const std::string & repaired, const char * when ) {
+      EXPECT_EQ( repair( lab, "place" ), repaired ) << when;
+      EXPECT_EQ( repair( lab, "node" ), "10.64.0.3 A-D.a:" ) << when;
+      EXPECT_EQ( lab.status( "tilfa", "node" )->achieved(), RepairKind::node ) << when;
+   };
+   expect( "10.128.1.3 lan1.A:", "by C" );
+   teRouterIds( lab, { { "B", "10.0.0.9" }, { "C", "10.0.0.2" } } );
+   expect( "10.128.1.2 lan1.A:", "by B" );
+   teRouterIds( lab, { { "B", "10.0.0.2" } } );
+   expect( "10.128.1.2 lan1.A:", "B waits for it" );
+   teRouterIds( lab, { { "C", "10.0.0.9" } } );
+   expect( "10.128.1.3 lan1.A:", "by C again" );
+}
+
+TEST( Tilfa, anIdentityThatComesBackFindsItsRepairs ) {
+   TestLab lab( ring, client );
+   lab.patch( identity( "0000.0000.0001" ) );
+   lab.settle();
+   lab.request( "tilfa", "before", "C", linkOf( "A-B.a" ) );
+   lab.settle();
+   lab.patch( identity( "0000.0000.0099" ) );
+   lab.request( "tilfa", "meanwhile", "D", linkOf( "A-B.a" ) );
+   lab.settle();
+   EXPECT_EQ( lab.error( "tilfa", "meanwhile" ), "source not found in topology" );
+   lab.patch( identity( "0000.0000.0001" ) );
+   lab.settle();
+   EXPECT_EQ( lab.error( "tilfa", "meanwhile" ), "" );
+   EXPECT_NE( repair( lab, "meanwhile" ), "" );
+   EXPECT_NE( repair( lab, "before" ), "" );
+}
+
 TEST( Tilfa, protectsTheLinkWhereTheNodeCannotBeAvoided ) {
    TestLab lab( "A -1- B -1- C -1- D -1- A; B -1- E", client );
    Json fallBack = nodeBehind( "A-B.a", "B" );

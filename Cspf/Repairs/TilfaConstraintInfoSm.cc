@@ -3,10 +3,11 @@
 // stays with the constraint: the paths read it where it is.
 //
 // A tree holds numbers of the graph, and so answers exactly while the graph has the version that it
-// was run on. That also tells whether the topology has changed, without comparing times: a
-// change of prefixes stamps the topology but leaves the graph alone. Most changes of the graph
-// leave a tree as it is; the next result takes it over then from the last one, of which nobody has
-// a tree any more.
+// was run on, and the constraint's names mean the same numbers. That also tells whether the
+// topology has changed, without comparing times: a change of prefixes stamps the topology but
+// leaves the graph alone. Names are looked up again, since the graph knows of no TE router id and
+// of no second address that comes or goes. Most changes of the graph leave a tree as it is; the
+// next result takes it over then from the last one, of which nobody has a tree any more.
 
 #include "Cspf/Repairs/TilfaConstraintInfoSm.h"
 
@@ -66,6 +67,10 @@ TilfaConstraintInfoSm::handleThrottleTimeout() {
       TRACE7( "No topodb change, reuse cspf data" );
       constraintStats()->cspfSkippedCountInc();
       constraintStats()->cspfLastRanAtIs( seenUntil() );
+      constraintInfo()->cspfDataIs( cspfData_ );  // for a while there may have been none
+      if ( isVerified() ) {
+         verifyKept( *cspfData_, view(), context() );
+      }
       updatePathStatusCache( cspfData_ );
    } else {
       computeTree( __PRETTY_FUNCTION__ );
@@ -160,15 +165,15 @@ TilfaConstraintInfoSm::farEndOnLan( CspfEdge link ) const {
 }
 
 /// A constraint names the node by its identity, by its TE router id, or not at all; so it does the
-/// neighbour.
+/// neighbour. Of several routers with one TE router id it names the owner.
 bool
 TilfaConstraintInfoSm::isNodeOfConstraint( const NodeId & neighbor ) const {
    const NodeId & node = pathConstraint().excludeNode().nodeId();
    const Kivnet::IpGenAddr & address = pathConstraint().neighbor();
    const auto hasTeRouterId = [ & ]( const Kivnet::IpGenAddr & teRouterId ) {
-      return std::ranges::any_of( view()->allTopoDb()->topoDbColl(), [ & ]( const auto & topoDb ) {
-         const auto * router = view()->allTopoDb()->router( topoDb.first, IgpRouterId( neighbor ) );
-         return router && router->teRouterId() == teRouterId;
+      const auto & maps = view()->allTopoDbStatus()->routerIdMapColl();
+      return std::ranges::any_of( maps, [ & ]( const auto & entry ) {
+         return entry.second->igpRouterId( teRouterId ) == IgpRouterId( neighbor );
       } );
    };
    const Routing::Isis::SystemId & id = pathConstraint().neighborSystemId();
@@ -181,9 +186,18 @@ TilfaConstraintInfoSm::source() const {
    return pathConstraint().sourceType() == neighborOnLink() ? farEnd().node : view()->spfRoot();
 }
 
+CspfLinkConstraint
+TilfaConstraintInfoSm::numbersFor( const NodeId & source ) const {
+   CspfLinkFilter filter;
+   filter.constraintIs( view()->linkConstraint( source ) );
+   return filter.constraint();
+}
+
 bool
 TilfaConstraintInfoSm::cspfDataHolds() const {
-   return cspfData_ && cspfData_->hasTree() && cspfData_->source() == source();
+   const NodeId source = this->source();
+   return cspfData_ && cspfData_->source() == source && numbersFor( source ) == numbers_
+          && cspfData_->hasTree();
 }
 
 void

@@ -5,9 +5,9 @@
 namespace Cspf {
 
 /// Runs the trees of one TI-LFA constraint over the LFA view. A tree is run again only when the
-/// graph, or the node that it starts from, has changed since: a new destination, or a prefix that
-/// moved, costs no run. Nor does a change of the graph that leaves the tree as it is; that counts
-/// as a run, and what comes of it is the same tree.
+/// graph, the node that it starts from, or what the constraint refuses in the graph has changed
+/// since: a new destination, or a prefix that moved, costs no run. Nor does a change of the graph
+/// that leaves the tree as it is; that counts as a run, and what comes of it is the same tree.
 ///
 /// With CSPF_VERIFY_REPAIR=1 in the environment every tree that is kept is compared with a run.
 class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
@@ -41,6 +41,8 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    FarEnd farEndOnLan( CspfEdge link ) const;
    bool isNodeOfConstraint( const NodeId & neighbor ) const;
    NodeId source() const;
+   /// The constraint as it is translated now. May renumber the graph.
+   CspfLinkConstraint numbersFor( const NodeId & source ) const;
    bool cspfDataHolds() const;
    void endWithoutRun();
    bool treeStays( const Lum::Ptr< LfaCspfData > & last );
