@@ -424,6 +424,31 @@ TEST( Tilfa, anIdentityThatComesBackFindsItsRepairs ) {
    EXPECT_NE( repair( lab, "before" ), "" );
 }
 
+TEST( Tilfa, leavesNothingOfRequestsThatAreGone ) {
+   TestLab lab( ring, client );
+   Json fallBack = nodeBehind( "A-B.a", "B" );
+   fallBack[ "fallBackToLink" ] = true;
+   fallBack[ "bandwidth" ] = 1;
+   lab.link( "E-A", { { "bandwidth", 9 } } );
+   lab.link( "D-E", { { "bandwidth", 9 } } );
+   lab.link( "C-D", { { "bandwidth", 9 } } );
+   lab.request( "tilfa", "toC", "C", linkOf( "A-B.a" ) );
+   lab.request( "tilfa", "toD", "D", linkOf( "A-B.a" ), { { "id", 2 } } );
+   lab.request( "tilfa", "fallBack", "C", fallBack, { { "id", 3 } } );
+   lab.settle();
+   EXPECT_THAT( lab.dump(), testing::HasSubstr( "local ids in use: 2" ) );
+   lab.withdraw( "tilfa", "fallBack" );
+   EXPECT_THAT( lab.dump(), testing::HasSubstr( "local ids in use: 0" ) );
+   lab.settle();
+   EXPECT_GT( lab.statusTable( "tilfa" )->pqInfos(), 0u );
+   lab.restart();
+   lab.withdraw( "tilfa", "toC" );
+   lab.request( "tilfa", "toD", "D", { { "sourceType", "pathSegmentSource" } }, { { "id", 2 } } );
+   lab.settle();
+   EXPECT_EQ( lab.error( "tilfa", "toD" ), "source type pathSegmentSource is not served" );
+   EXPECT_EQ( lab.statusTable( "tilfa" )->pqInfos(), 0u );
+}
+
 TEST( Tilfa, protectsTheLinkWhereTheNodeCannotBeAvoided ) {
    TestLab lab( "A -1- B -1- C -1- D -1- A; B -1- E", client );
    Json fallBack = nodeBehind( "A-B.a", "B" );

@@ -65,6 +65,20 @@ TilfaPathSm::handleInitialized() {
    PathSmBase::handleInitialized();
 }
 
+/// Repairs that no path names are an earlier agent's.
+void
+TilfaPathSm::handleTakenIn() {
+   std::set< std::uint32_t > named;
+   for ( const auto & [ pathKey, path ] : cspfStatus()->pathStatusColl() ) {
+      named.insert( path.repairPathIdx() );
+   }
+   for ( const std::uint32_t idx : Lum::sortedKeys( cspfStatus()->pqInfoColl() ) ) {
+      if ( !named.contains( idx ) ) {
+         cspfStatus()->pqInfoDel( idx );
+      }
+   }
+}
+
 PathInfoKey
 TilfaPathSm::externalPathInfoKey( const PathKey & pathKey ) const {
    PathInfoKey key;

@@ -10,7 +10,8 @@ namespace Cspf {
 
 /// Follows the requests of the client "tilfa". Each becomes a key of its own; the internal keys of
 /// the trees that its protection needs are shared by all requests that differ in the destination
-/// alone. Trees that others replace stay until the new ones have their first result.
+/// alone. Trees that others replace stay until the new ones have their first result. Repairs that
+/// an earlier agent has left, and that no path names, are removed when all requests are taken in.
 ///
 ///   watches                            handler             writes
 ///   (as PathSmBase)
@@ -29,6 +30,7 @@ class TilfaPathSm : public PathSmBase {
                 const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler = nullptr );
 
    void handleInitialized() override;
+   void handleTakenIn() override;
    void handleCspfConfig( const PathKey & pathKey ) override;
    PathInfoKey externalPathInfoKey( const PathKey & pathKey ) const override;
    void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) override;

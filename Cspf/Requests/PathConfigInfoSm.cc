@@ -148,9 +148,7 @@ PathConfigInfoSm::handleInitialized() {
 
 void
 PathConfigInfoSm::doPrepareToDie() {
-   if ( pathStatusInfo_->constraint() && !pathConfigInfo_->pathInfoKey().internal() ) {
-      releaseLocalId( pathStatusInfo_->constraint()->pathConstraint() );
-   }
+   releaseOwnId( pathStatusInfo_->constraint() );
 }
 
 void
@@ -196,11 +194,9 @@ PathConfigInfoSm::refuse( const std::string & error, std::uint32_t refreshReqSeq
    pathStatusInfo_->refreshReasonIs( 0 );
    pathStatusInfo_->refreshNeededIs( false );
    pathStatusInfo_->updatePathPendingIs( false );
+   releaseOwnId( oldConstraint );
    if ( key.internal() ) {
       return;
-   }
-   if ( oldConstraint ) {
-      releaseLocalId( oldConstraint->pathConstraint() );
    }
    if ( const auto & cache = context_.pathStatusCacheTable->pathStatusCache( key ) ) {
       clearResult( *cache );
@@ -291,6 +287,16 @@ void
 PathConfigInfoSm::releaseLocalId( const InternalPathConstraint & constraint ) {
    if ( const std::uint32_t localId = constraint.bwUsageId().localId() ) {
       bwUsageLocalIdAllocator()->releaseNumber( localId );
+   }
+}
+
+/// A segment's is its parent's.
+void
+PathConfigInfoSm::releaseOwnId( const Lum::Ptr< DedupConstraint > & constraint ) {
+   const bool isSegment =
+      pathConfigInfo_->pathInfoKey().constraintModifier() == ConstraintModifier::spfForPathSegment;
+   if ( constraint && !isSegment ) {
+      releaseLocalId( constraint->pathConstraint() );
    }
 }
 

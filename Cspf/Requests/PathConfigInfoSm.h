@@ -82,6 +82,8 @@ class PathConfigInfoSm : public Lum::Reactor {
    }
    std::uint32_t newLocalId();
    void releaseLocalId( const InternalPathConstraint & constraint );
+   /// ... of the path's constraint; null: it had none.
+   void releaseOwnId( const Lum::Ptr< DedupConstraint > & constraint );
    void refuse( const std::string & error, std::uint32_t refreshReqSeq );
    void requestRefresh( std::uint32_t refreshReqSeq, bool constraintReplaced );
 

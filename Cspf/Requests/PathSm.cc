@@ -121,6 +121,7 @@ PathSmBase::endIntake() {
       return;
    }
    initialized_ = true;
+   handleTakenIn();
    stopIntake();
 }
 

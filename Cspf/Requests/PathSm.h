@@ -43,6 +43,8 @@ class PathSmBase : public Lum::Reactor {
    void handleInitialized() override;
    /// Removes the rows of all the client's paths. What is published stays.
    void doPrepareToDie() override;
+   /// All requests that were there at the start are in, and nothing has been computed.
+   virtual void handleTakenIn() {}
    /// Follows no request any more. Whoever ends the service slice by slice removes its paths; one
    /// whose request changes meanwhile is removed at once.
    void leave();
