@@ -273,6 +273,7 @@ TEST( Tilfa, aRepairKeepsToOneLevel ) {
       Json started = document;
       started.merge_patch( identity( before ) );
       TestLab lab = TestLab::of( started );
+      lab.slicesOf( 1 );
       const auto ask = [ & ]( const char * path, const char * id, int number ) {
          lab.request( "tilfa", path, id, linkOf( "A-B.a" ), { { "id", number } } );
       };

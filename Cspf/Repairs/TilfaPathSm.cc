@@ -11,6 +11,7 @@
 #include "platform/Trace/Trace.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Cspf {
 
@@ -55,7 +56,10 @@ TilfaPathSm::TilfaPathSm( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
    : PathSmBase( af, vrfName, name, teStatus, cspfConfig, cspfStatus, pathConfigInfoTable,
                  pathStatusInfoTable, taskScheduler ),
      scope_( scope ),
-     treesConfig_( Lum::make< Config >() ) {}
+     treesConfig_( Lum::make< Config >() ),
+     scopeWalk_( *this, taskScheduler, "repairScopeTask-" + name,
+                 { [ this ]( const PathKey & pathKey ) { return moveToScope( pathKey ); },
+                   [ this ] { isMovingIs( false ); } } ) {}
 
 void
 TilfaPathSm::handleInitialized() {
@@ -63,6 +67,18 @@ TilfaPathSm::handleInitialized() {
       LUM_WATCH( scope_, changeCount, handleScope );
    }
    PathSmBase::handleInitialized();
+}
+
+void
+TilfaPathSm::doPrepareToDie() {
+   isMovingIs( false );
+   PathSmBase::doPrepareToDie();
+}
+
+void
+TilfaPathSm::leave() {
+   isMovingIs( false );
+   PathSmBase::leave();
 }
 
 /// Repairs that no path names are an earlier agent's.
@@ -247,18 +263,34 @@ TilfaPathSm::handleFirstResult() {
    }
 }
 
-/// An interface may be in another topology, or reach a destination in another level.
+/// An interface may be in another topology, or reach a destination in another level. Requests are
+/// looked at by slices.
 void
 TilfaPathSm::handleScope() {
-   for ( const PathKey & pathKey : Lum::sortedKeys( requests_ ) ) {
-      const PathConfig * config = cspfConfig()->pathConfigFind( pathKey );
-      const auto request = requests_.find( pathKey );
-      if ( config && request != requests_.end()
-           && topoIdOf( pathKey, config->constraint(), request->second.topoId )
-                 != request->second.topoId ) {
-         handleCspfConfig( pathKey );
-      }
+   isMovingIs( true );
+   scopeWalk_.start( Lum::keysOf( requests_ ) );
+}
+
+/// Until all have been looked at no run begins, which would answer some of them by the wrong level.
+void
+TilfaPathSm::isMovingIs( bool moving ) {
+   scopeWalk_.stop();
+   if ( std::exchange( isMoving_, moving ) != moving ) {
+      const std::uint32_t intakes = pathStatusInfoTable()->intakes();
+      pathStatusInfoTable()->intakesIs( moving ? intakes + 1 : intakes - 1 );
    }
+}
+
+std::size_t
+TilfaPathSm::moveToScope( const PathKey & pathKey ) {
+   const PathConfig * config = cspfConfig()->pathConfigFind( pathKey );
+   const auto request = requests_.find( pathKey );
+   if ( config && request != requests_.end()
+        && topoIdOf( pathKey, config->constraint(), request->second.topoId )
+              != request->second.topoId ) {
+      handleCspfConfig( pathKey );
+   }
+   return 1;
 }
 
 /// What is published of the path goes first: it names a repair, which goes with the rows.

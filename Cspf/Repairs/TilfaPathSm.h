@@ -15,7 +15,7 @@ namespace Cspf {
 ///
 ///   watches                            handler             writes
 ///   (as PathSmBase)
-///   RepairScope.changeCount            handleScope         (as handleCspfConfig)
+///   RepairScope.changeCount            handleScope         (as handleCspfConfig, by slices)
 ///   PathStatusInfo.stage2RequestCount  handleFirstResult   rows of replaced trees (removes)
 class TilfaPathSm : public PathSmBase {
    LUM_ENTITY( Cspf, TilfaPathSm );
@@ -30,7 +30,9 @@ class TilfaPathSm : public PathSmBase {
                 const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler = nullptr );
 
    void handleInitialized() override;
+   void doPrepareToDie() override;
    void handleTakenIn() override;
+   void leave() override;
    void handleCspfConfig( const PathKey & pathKey ) override;
    PathInfoKey externalPathInfoKey( const PathKey & pathKey ) const override;
    void doCleanupPathInfoKeyEntries( const PathKey & pathKey ) override;
@@ -58,6 +60,8 @@ class TilfaPathSm : public PathSmBase {
       std::set< PathKey > waiting;  // requests with stale trees, until these have a result
    };
 
+   std::size_t moveToScope( const PathKey & pathKey );
+   void isMovingIs( bool moving );
    TopoId topoIdOf( const PathKey & pathKey, const PathConstraint & constraint,
                     const TopoId & before ) const;
    PathConstraint treesConstraint( const PathConfig & config, const TopoId & topoId ) const;
@@ -74,6 +78,8 @@ class TilfaPathSm : public PathSmBase {
    Lum::Map< PathConstraint, std::uint32_t > treesOf_;
    std::set< std::uint32_t > awaited_;  // trees with waiting requests
    std::uint32_t lastTrees_ = 0;
+   Kiv::Walk< PathKey > scopeWalk_;
+   bool isMoving_ = false;
 };
 
 }

@@ -47,7 +47,7 @@ class PathSmBase : public Lum::Reactor {
    virtual void handleTakenIn() {}
    /// Follows no request any more. Whoever ends the service slice by slice removes its paths; one
    /// whose request changes meanwhile is removed at once.
-   void leave();
+   virtual void leave();
 
    /// The request for one path was added, changed or removed.
    virtual void handleCspfConfig( const PathKey & pathKey ) = 0;
