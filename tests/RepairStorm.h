@@ -32,7 +32,7 @@ class RepairStorm {
       const Json & core = lab_.document()[ "topologies" ][ "core" ];
       const auto & links = core[ "links" ];
       const std::string link = std::next( links.begin(), below( links.size() ) ).key();
-      switch ( below( 16 ) ) {
+      switch ( below( 18 ) ) {
       case 0: ask(); break;
       case 1: lab_.withdraw( "tilfa", std::to_string( 1 + below( paths_ ) ) ); break;
       case 2: lab_.link( link, { { "up", !links[ link ].value( "up", true ) } } ); break;
@@ -40,7 +40,12 @@ class RepairStorm {
       case 4: lab_.link( link, { { "srlg", { 1 + below( 3 ) } } } ); break;
       case 5: lab_.link( link, { { "adminGroup", below( 2 ) } } ); break;
       case 6: router( router(), { { "overload", below( 2 ) == 0 } } ); break;
-      case 7: lab_.link( link, { { "aAddr", address() } } ); break;
+      case 7: {
+         const Json first = links[ link ].value( "aAddr", Json( address() ) ).front();
+         lab_.link( link,
+                    { { "aAddr", below( 2 ) ? Json( address() ) : Json{ first, address() } } } );
+         break;
+      }
       case 8:
       case 9:
          router( router(),
@@ -54,6 +59,11 @@ class RepairStorm {
                          { { own_[ below( own_.size() ) ].first,
                              { { "srlg", { 1 + below( 3 ) } } } } } } } );
          break;
+      case 14:
+         router( RandomNetwork::name( 1 + below( routers_ - 1 ) ),
+                 { { "teRouterId", below( 4 ) ? Json( teRouterId() ) : Json() } } );
+         break;
+      case 15: askAnew(); break;
       default: lab_.link( below( 3 ) ? link : "R1-R3", { { "metric", 1 + below( 5 ) } } );
       }
       if ( below( 4 ) == 0 ) {  // what no repair reads
@@ -104,7 +114,7 @@ class RepairStorm {
                                          { "nexthopIntf", intf } };
          constraint[ "fallBackToLink" ] = below( 3 ) == 0;
       } else if ( intf.starts_with( "lan" ) && below( 2 ) ) {
-         constraint[ "neighbor" ] = systemId( 1 + below( routers_ ) );
+         constraint[ "neighbor" ] = below( 2 ) ? systemId( 1 + below( routers_ ) ) : teRouterId();
       }
       constraint[ "excludeSrlg" ] = below( 4 ) == 0;
       constraint[ "srlgStrictMode" ] = below( 2 ) == 0;
@@ -112,13 +122,24 @@ class RepairStorm {
       if ( below( 3 ) == 0 ) {
          constraint[ "maxRepairNodes" ] = 1 + below( 2 );
       }
-      if ( below( 9 ) == 0 && !isV6_ ) {
-         constraint[ "excludeLinkWithIp" ] = { "10.64.0." + std::to_string( 2 + below( 30 ) ) };
+      if ( below( 5 ) == 0 ) {
+         constraint[ "excludeLinkWithIp" ] = { address(), address() };
       }
       const unsigned n = paths_ > 30 ? 1 + below( paths_ ) : ++paths_;
       lab_.request( "tilfa", std::to_string( n ),
                     below( 3 ) ? systemId( 1 + below( routers_ ) ) : prefix(), constraint,
                     { { "id", n }, { "af", isV6_ ? "ipv6" : "ipv4" } } );
+   }
+   void askAnew() {
+      const Json asked =
+         lab_.document().value( Json::json_pointer( "/paths/tilfa" ), Json::object() );
+      if ( !asked.empty() ) {
+         const auto path = std::next( asked.begin(), below( asked.size() ) );
+         const Json sequence = path->value( "refreshReqSeq", 0 ) + 1;
+         lab_.patch(
+            { { "paths",
+                { { "tilfa", { { path.key(), { { "refreshReqSeq", sequence } } } } } } } } );
+      }
    }
    std::string prefix() {
       const std::string number = below( 2 ) ? "9" : "90";
@@ -128,8 +149,12 @@ class RepairStorm {
    void router( const std::string & name, const Json & change ) {
       lab_.patch( { { "topologies", { { "core", { { "routers", { { name, change } } } } } } } } );
    }
+   std::string teRouterId() {
+      const std::string number = std::to_string( 1 + below( routers_ ) );
+      return isV6_ ? "fd00::10:0:0:" + number : "10.0.0." + number;
+   }
    std::string address() {
-      const std::string number = std::to_string( 2 + below( 200 ) );
+      const std::string number = std::to_string( 2 + below( 20 ) );
       return isV6_ ? "fd00::10:65:0:" + number : "10.65.0." + number;
    }
    void newLink() {

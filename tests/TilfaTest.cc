@@ -2,6 +2,7 @@
 // is computed anew, and, on random networks that change, packets along all that is published.
 
 #include "Cspf/Repairs/DedupPqInfoTable.h"
+#include "platform/Trace/Gemtrace.h"
 #include "schema/Isis.h"
 #include "tests/GraphText.h"
 #include "tests/Lab.h"
@@ -568,6 +569,19 @@ TEST( Tilfa, prefixesThatFlapAreHeldDownLongerAndLonger ) {
    announce( "B", 0 );
    lab.settle();
    EXPECT_EQ( repair( lab, "prefix" ), "10.64.0.10 E-A.b: 0003" );
+
+   int computed = 0;
+   Gemtrace::sinkIs(
+      [ & ]( int, std::string_view text ) {
+         computed += text.find( "PqComputeSm::handleCspfData(): called for" ) != text.npos;
+      },
+      8 );
+   lab.request( "tilfa", "prefix", prefix, linkOf( "A-B.a" ), { { "refreshReqSeq", 1 } } );
+   announce( "B", 3 );
+   lab.settle();
+   Gemtrace::sinkIs( nullptr );
+   EXPECT_EQ( computed, 1 ) << "one that asks anew is answered when its prefix moves, and once";
+   EXPECT_EQ( lab.status( "tilfa", "prefix" )->refreshRespSeq(), 1u );
 }
 
 /// One random network on both sides: as a lab for the agent, as graphs for walkers.

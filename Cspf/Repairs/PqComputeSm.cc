@@ -88,6 +88,15 @@ PqComputeSm::countHeld() {
    pathStatusCache_->answersHeld += held - std::exchange( heldBefore_, held );
 }
 
+/// However often that is said of one time.
+void
+PqComputeSm::isCountedAlone() {
+   if ( heldBefore_ != protection_->answersHeld() ) {
+      countHeld();
+      --pathStatusCache_->answersHeld;
+   }
+}
+
 void
 PqComputeSm::handleCspfData() {
    isDue_ = true;

@@ -64,8 +64,10 @@ class PqComputeSm : public Lum::Reactor {
    bool isDue() const noexcept { return isDue_; }
    /// Whether the destination is another one since.
    bool hasMoved() const noexcept { return hasMoved_; }
-   /// It is not among those of which the protection says that their answers hold.
-   void isCountedAlone() noexcept { ++heldBefore_; }
+   /// Whether it is to be answered after the next run.
+   bool waitsForRefresh() const { return pathStatusInfo_->refreshNeeded(); }
+   /// It is not among those of which the protection says for the last time that their answers hold.
+   void isCountedAlone();
    /// Brings the count of its answers up to date with those that held.
    void countHeld();
    /// Where the protection keeps it.
@@ -81,7 +83,6 @@ class PqComputeSm : public Lum::Reactor {
    const RepairRuns & runs() const noexcept { return protection_->repairs().runs(); }
    /// REQUIRES: the runs are complete.
    const TopoGraph & topology() const { return protection_->repairs().topology(); }
-   bool waitsForRefresh() const { return pathStatusInfo_->refreshNeeded(); }
    void doPqCompute();
    void hasMovedIs( bool moved );
 

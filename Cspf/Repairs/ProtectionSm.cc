@@ -16,7 +16,6 @@
 #include "platform/Kiv/DumpContext.h"
 #include "platform/Trace/Trace.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace Cspf::Lfa {
@@ -107,7 +106,7 @@ ProtectionSm::handleTopoChanged() {
 void
 ProtectionSm::handleAnswered() {
    for ( const Lum::Ptr< PqComputeSm > & request : std::exchange( waiting_, {} ) ) {
-      if ( !request->isRetired() ) {
+      if ( !request->isRetired() && request->waitsForRefresh() ) {
          request->handleCspfData();
          someAreDue_ = true;
       }
@@ -208,7 +207,7 @@ ProtectionSm::countHeld( std::span< const Lum::Ptr< PqComputeSm > > due ) {
       request->isCountedAlone();
    }
    for ( const auto & request : waiting_ ) {
-      if ( !request->isRetired() && std::ranges::find( due, request ) == due.end() ) {
+      if ( !request->isRetired() && request->waitsForRefresh() ) {
          request->isCountedAlone();
       }
    }

@@ -133,7 +133,8 @@ class ProtectionSm : public Lum::Reactor {
    Lum::Ptr< PathStatusCache > linkPathStatusCache_;  // where the link may be protected instead:
    Lum::Ptr< PathStatusCache > plrPathStatusCache_;   //   without the link, and reverse to the PLR
    std::vector< PqComputeSm * > requests_;            // each knows its place
-   std::vector< Lum::Ptr< PqComputeSm > > waiting_;   // for the next answer
+   /// For the next answer, in the order in which they came; one may have had it meanwhile.
+   std::vector< Lum::Ptr< PqComputeSm > > waiting_;
    bool allAreDue_ = false;
    bool someAreDue_ = false;
    bool runsHaveMoved_ = false;  // all are due unless their answers hold
