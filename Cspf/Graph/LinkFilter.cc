@@ -8,8 +8,9 @@
 // tested.
 //
 // Steps from a network to its routers are memberships, not links: they are subject to topology,
-// two-way check, overload, node and address exclusion and to nothing else. The loops over
-// attributes ignore this; `admitByState`, which follows them, puts it right.
+// two-way check, overload and node exclusion, to the exclusion of a repair's named neighbour, and
+// to nothing else: an excluded address of a router on a network refuses that router's own link
+// alone. The loops over attributes ignore this; `admitByState`, which follows them, puts it right.
 
 #include "Cspf/Graph/LinkFilter.h"
 
