@@ -55,57 +55,82 @@ CspfArcs::refusal( const CspfGraph & graph, const CspfLinkFilter & filter, CspfE
 
 void
 CspfArcs::build( const CspfGraph & graph, const CspfLinkFilter & filter,
-                 const CspfRunOptions & options, bool mayPack ) {
+                 const CspfRunOptions & options, CspfCountedArcs counted ) {
    LUM_ASSERT( filter.graphVersion() == graph.version() );
    const Layout layout{ filter.serial(), options.useTeMetric, options.useLinksWithMaxMetric,
-                        options.reverse, mayPack };
+                        options.reverse, counted };
    if ( layout == layout_ ) {
       return;
    }
    layout_ = layout;
    begins_.resize( graph.vertexBound() + 1 );
-   arcs_.resize( graph.edgeBound() + 1 );  // one more: the fill writes before it decides
+   arcs_.resize( graph.edgeBound() + 2 );  // two more: the fill writes before it decides
    edges_.resize( arcs_.size() );
-   if ( options.reverse ) {
-      fill< true >( graph, filter.admitted() );
-   } else {
-      fill< false >( graph, filter.admitted() );
-   }
    countsSrlgs_ = filter.countsSrlgs();
+   packsCounts_ = false;
+   if ( countsSrlgs_ ) {
+      counts_.resize( arcs_.size() );
+   }
+   if ( countsSrlgs_ && counted == CspfCountedArcs::apart ) {
+      options.reverse ? fill< true, true >( graph, filter ) : fill< false, true >( graph, filter );
+      return;
+   }
+   options.reverse ? fill< true, false >( graph, filter ) : fill< false, false >( graph, filter );
    if ( countsSrlgs_ ) {
       fillCounts( graph, filter );
    }
 }
 
-template< bool reverse >
+template< bool reverse, bool apart >
 void
-CspfArcs::fill( const CspfGraph & graph, const uint8_t * admitted ) {
+CspfArcs::fill( const CspfGraph & graph, const CspfLinkFilter & filter ) {
    const CspfEdgeColumns & columns = graph.columns();
+   const CspfVertex * const from = columns.from.data();
    const CspfVertex * const to = columns.to.data();
    const uint8_t * const flags = columns.flags.data();
+   const uint32_t * const lists = columns.srlgList.data();
    const uint32_t * const metrics = columns.metric( layout_.useTeMetric ).data();
+   const uint8_t * const admitted = filter.admitted();
+   const uint64_t * const countsOf = filter.countsByList().data();
    const uint32_t limit = layout_.useLinksWithMaxMetric ? 0xFFFFFFFF : maxLinkMetric;
+   // Where excluded SRLGs matter on own links alone, others count what they lack.
+   const CspfLinkConstraint & c = filter.constraint();
+   const uint64_t everywhere = c.srlgOnlyLocal ? 0xFFFFFFFF : ~uint64_t{ 0 };
+   const CspfVertex own = c.ownSource;
    Arc * const arcs = arcs_.data();
    CspfEdge * const edges = edges_.data();
-   uint32_t count = 0, bits = 0;
-   const auto put = [ & ]( uint32_t e ) {
-      const bool free =
-         stepIsFree( static_cast< CspfEdgeKind >( flags[ e ] & CspfGraph::kindBits ), reverse );
+   uint64_t * const arcCounts = counts_.data();
+   uint32_t count = 0, bits = 0, apartBegin = apartEnd();
+   const auto put = [ & ]( uint32_t e ) __attribute__( ( always_inline ) ) {
+      const auto kind = static_cast< CspfEdgeKind >( flags[ e ] & CspfGraph::kindBits );
+      const bool free = stepIsFree( kind, reverse );
       // An admitted edge has passed the two-way check and so has a reverse.
       const uint32_t priced = reverse && admitted[ e ] ? index( columns.reverse[ e ] ) : e;
       const uint32_t metric = free ? 0 : metrics[ priced ];
       const uint32_t usable = admitted[ e ] & ( free | ( metric - 1 < limit ) );
+      bits |= metric & -usable;
+      if constexpr ( apart ) {
+         const bool isLink = kind != CspfEdgeKind::networkToRouter;
+         const uint64_t counted = countsOf[ lists[ e ] ] & -uint64_t{ isLink }
+                                  & ( everywhere | -uint64_t{ from[ e ] == own } );
+         if ( counted ) {
+            arcs[ apartBegin - 1 ] = { to[ e ], metric };
+            edges[ apartBegin - 1 ] = CspfEdge{ e };
+            arcCounts[ apartBegin - 1 ] = counted;
+            apartBegin -= usable;
+            return;
+         }
+         arcCounts[ count ] = 0;
+      }
       arcs[ count ] = { to[ e ], metric };
       edges[ count ] = CspfEdge{ e };
       count += usable;
-      bits |= metric & -usable;
    };
    uint32_t * const begins = begins_.data();
    const uint32_t vertices = graph.vertexBound();
    if ( graph.edgesAreInOrder() ) {
       // One loop over all: where a short one over a vertex's edges ends cannot be predicted.
       std::fill_n( begins, vertices + 1, 0 );
-      const CspfVertex * const from = columns.from.data();
       for ( uint32_t e = 0; e < graph.edgeBound(); ++e ) {
          put( e );
          begins[ index( from[ e ] ) + 1 ] = count;
@@ -123,6 +148,7 @@ CspfArcs::fill( const CspfGraph & graph, const uint8_t * admitted ) {
       begins[ vertices ] = count;
    }
    metricBits_ = bits;
+   apartBegin_ = apartBegin;
 }
 
 /// No path is longer than that many arcs.
@@ -134,8 +160,8 @@ CspfArcs::choosePacking( std::span< const uint64_t > counts, uint64_t longest ) 
       includes = std::max( includes, count & 0xFFFFFFFF );
    }
    includeBits_ = static_cast< uint32_t >( std::bit_width( includes * longest ) );
-   packsCounts_ = layout_.mayPack && includeBits_ + std::bit_width( excludes * longest ) <= 32
-                  && includeBits_ < 32;
+   packsCounts_ = layout_.counted == CspfCountedArcs::packedInRows
+                  && includeBits_ + std::bit_width( excludes * longest ) <= 32 && includeBits_ < 32;
 }
 
 void
@@ -147,7 +173,6 @@ CspfArcs::fillCounts( const CspfGraph & graph, const CspfLinkFilter & filter ) {
       listCounts_.push_back( packsCounts_ ? packed( counts ) << 32 : counts );
    }
    const uint64_t includes = packsCounts_ ? packed( 0xFFFFFFFF ) << 32 : 0xFFFFFFFF;
-   counts_.resize( arcs_.size() );
    const CspfLinkConstraint & c = filter.constraint();
    const uint32_t * lists = graph.columns().srlgList.data();
    const uint32_t metricMask = packsCounts_ ? ~0U : 0;

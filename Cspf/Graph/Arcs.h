@@ -9,6 +9,13 @@
 
 namespace Cspf {
 
+/// Where arcs that add to a path's SRLG counts stand, and how their counts are kept.
+enum class CspfCountedArcs : uint8_t {
+   inRows,        // among the others of their vertex
+   packedInRows,  // ... with counts and metric in one number, if those of every path fit
+   apart,         // in no row, but in places of their own
+};
+
 /// The edges that one kind of run may use, laid out as the walk reads them: admitted edges of a
 /// vertex side by side, each with its far end and what it adds to the cost.
 class CspfArcs {
@@ -21,10 +28,10 @@ class CspfArcs {
    };
 
    /// Lays out the edges that the filter admits and the metric rules allow. Does nothing when
-   /// filter and options are those of the last call. `mayPack`: counts are packed where they can
-   /// be. REQUIRES: the filter was applied to this version of the graph. O(vertices + edges).
+   /// filter and options are those of the last call. REQUIRES: the filter was applied to this
+   /// version of the graph. O(vertices + edges).
    void build( const CspfGraph & graph, const CspfLinkFilter & filter,
-               const CspfRunOptions & options, bool mayPack = false );
+               const CspfRunOptions & options, CspfCountedArcs counted = CspfCountedArcs::inRows );
 
    std::span< const Arc > out( CspfVertex vertex ) const {
       const uint32_t * begin = begins_.data() + index( vertex );
@@ -40,17 +47,22 @@ class CspfArcs {
    /// each; where counts are packed, both above the arc's metric. REQUIRES: the filter counts
    /// SRLGs.
    uint64_t counts( uint32_t place ) const { return counts_[ place ]; }
-   /// Whether the counts of every path fit 32 bits, and those as they are out of these.
+   /// Whether counts are packed, and those as they are out of these.
    bool packsCounts() const { return packsCounts_; }
    uint64_t unpacked( uint32_t packed ) const {
       return uint64_t{ packed } >> includeBits_ << 32 | ( packed & includeMask() );
    }
+   /// The places of arcs that stand apart, those that leave one vertex side by side.
+   uint32_t apartBegin() const { return apartBegin_; }
+   uint32_t apartEnd() const { return static_cast< uint32_t >( arcs_.size() ); }
    /// Has the arcs that leave the vertex fetched, which are asked for soon.
    void fetch( CspfVertex vertex ) const {
       __builtin_prefetch( arcs_.data() + begins_[ index( vertex ) ] );
    }
-   size_t size() const { return begins_.empty() ? 0 : begins_.back(); }
+   /// One more than the largest place.
+   size_t size() const { return arcs_.size(); }
    bool countsSrlgs() const { return countsSrlgs_; }
+   CspfCountedArcs counted() const { return layout_.counted; }
    /// All bits that occur in metrics of arcs: as wide as the largest metric.
    uint32_t metricBits() const { return metricBits_; }
 
@@ -68,11 +80,12 @@ class CspfArcs {
  private:
    struct Layout {
       uint64_t filter = 0;  // serial
-      bool useTeMetric = false, useLinksWithMaxMetric = false, reverse = false, mayPack = false;
+      bool useTeMetric = false, useLinksWithMaxMetric = false, reverse = false;
+      CspfCountedArcs counted = CspfCountedArcs::inRows;
       bool operator==( const Layout & ) const = default;
    };
-   template< bool reverse >
-   void fill( const CspfGraph & graph, const uint8_t * admitted );
+   template< bool reverse, bool apart >
+   void fill( const CspfGraph & graph, const CspfLinkFilter & filter );
    void fillCounts( const CspfGraph & graph, const CspfLinkFilter & filter );
    uint32_t includeMask() const { return ( 1U << includeBits_ ) - 1; }
    uint64_t packed( uint64_t counts ) const {
@@ -81,10 +94,11 @@ class CspfArcs {
    void choosePacking( std::span< const uint64_t > counts, uint64_t longest );
 
    Layout layout_;
-   std::vector< uint32_t > begins_;      // by vertex, and the end of the last
-   std::vector< Arc > arcs_;             // as many as edges; used up to begins_.back()
-   std::vector< CspfEdge > edges_;       // by arc
-   std::vector< uint64_t > counts_;      // by arc
+   std::vector< uint32_t > begins_;  // by vertex, and the end of the last
+   std::vector< Arc > arcs_;         // rows up to begins_.back(); from apartBegin_ on others
+   std::vector< CspfEdge > edges_;   // by arc
+   std::vector< uint64_t > counts_;  // by arc
+   uint32_t apartBegin_ = 0;
    std::vector< uint64_t > listCounts_;  // by list of SRLGs
    bool countsSrlgs_ = false, packsCounts_ = false;
    uint32_t includeBits_ = 0;  // below 32, the lower ones of packed counts

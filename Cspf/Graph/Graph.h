@@ -182,6 +182,10 @@ class CspfGraph {
    CspfEdge reverse( CspfEdge edge ) const { return columns_.reverse[ index( edge ) ]; }
    bool twoWay( CspfEdge edge ) const { return columns_.flags[ index( edge ) ] & twoWayBit; }
    uint64_t keyRank( CspfEdge edge ) const { return columns_.keyRank[ index( edge ) ]; }
+   /// Has the rank fetched, which is asked for soon.
+   void fetchRank( CspfEdge edge ) const {
+      __builtin_prefetch( columns_.keyRank.data() + index( edge ) );
+   }
    uint32_t interface( CspfEdge edge ) const { return columns_.interface[ index( edge ) ]; }
    CspfEdgeKind kind( CspfEdge edge ) const {
       return static_cast< CspfEdgeKind >( columns_.flags[ index( edge ) ] & kindBits );

@@ -47,6 +47,14 @@ highestDifference( CspfSrlgKey a, CspfSrlgKey b ) {
                                : 32 + std::bit_width( a.counts ^ b.counts );
 }
 
+/// An entry as it is taken: `number` is that which it was pushed with.
+template< typename Key >
+struct CspfTaken {
+   Key key;
+   CspfVertex vertex;
+   uint32_t number;
+};
+
 /// A monotone queue of vertices with one bucket for each key modulo their number. Buckets are
 /// lists in one pool that has an entry for each push; a bucket is taken whole.
 /// (R. B. Dial, Algorithm 360, CACM 12(11), 1969.)
@@ -81,23 +89,17 @@ class CspfBucketQueue {
       ++pushed_;
    }
 
-   /// Calls `visit( key, vertex, number )` for each entry by rising key, those that it pushes
-   /// included, and before a visit `expect( vertex )` for the vertex that may be visited next.
-   template< typename Visit, typename Expect >
-   void drain( Visit && visit, Expect && expect ) {
-      while ( popped_ != pushed_ ) {
-         uint32_t entry = takeBucket();
-         do {
-            const Entry taken = entries_[ entry ];
-            if ( taken.next != empty ) {
-               expect( entries_[ taken.next ].vertex );
-            }
-            visit( now_, taken.vertex, entry );
-            entry = taken.next;
-            ++popped_;
-         } while ( entry != empty );
-      }
+   bool isEmpty() const { return popped_ == pushed_; }
+
+   /// Takes an entry of the least key. REQUIRES: the queue is not empty.
+   CspfTaken< CspfMetricKey > pop() {
+      const uint32_t number = next_ == empty ? takeBucket() : next_;
+      next_ = entries_[ number ].next;
+      ++popped_;
+      return { now_, entries_[ number ].vertex, number };
    }
+   /// The vertex that may be taken next; noVertex where that is not known.
+   CspfVertex expected() const { return next_ == empty ? noVertex : entries_[ next_ ].vertex; }
 
  private:
    static constexpr uint32_t empty = 0xFFFFFFFF;
@@ -106,7 +108,7 @@ class CspfBucketQueue {
       uint32_t next;
    };
 
-   /// Moves on to the least key and takes the entries of its bucket.
+   /// Moves on to the least key; its first entry.
    uint32_t takeBucket() {
       const uint32_t bucket = nextBucket();
       now_ += ( bucket - now_ ) & mask_;
@@ -129,6 +131,7 @@ class CspfBucketQueue {
    std::vector< uint64_t > used_;  // one bit a bucket
    std::vector< Entry > entries_;
    uint32_t mask_ = 0;
+   uint32_t next_ = empty;             // of the bucket that is being taken
    uint32_t pushed_ = 0, popped_ = 0;  // since `begin`
    CspfMetricKey now_ = 0;             // the last key popped
 };
@@ -151,18 +154,18 @@ class CspfRadixHeap {
       ++size_;
    }
 
-   /// As that of buckets; expects nothing.
-   template< typename Visit, typename Expect >
-   void drain( Visit && visit, Expect && ) {
-      for ( ; size_; --size_ ) {
-         if ( buckets_[ 0 ].empty() ) {
-            spread();
-         }
-         const Entry entry = buckets_[ 0 ].back();
-         buckets_[ 0 ].pop_back();
-         visit( now_, entry.vertex, entry.number );
+   /// As those of buckets; expects nothing.
+   bool isEmpty() const { return size_ == 0; }
+   CspfTaken< Key > pop() {
+      if ( buckets_[ 0 ].empty() ) {
+         spread();
       }
+      const Entry entry = buckets_[ 0 ].back();
+      buckets_[ 0 ].pop_back();
+      --size_;
+      return { now_, entry.vertex, entry.number };
    }
+   static CspfVertex expected() { return noVertex; }
 
  private:
    struct Entry {
@@ -214,18 +217,19 @@ class CspfSrlgQueue {
       }
    }
 
-   template< typename Visit, typename Expect >
-   void drain( Visit && visit, Expect && expect ) {
-      const auto uncounted = [ & ]( CspfMetricKey metric, CspfVertex vertex, uint32_t number ) {
-         visit( Key::ofMetric( metric ), vertex, number );
-      };
-      if ( isNarrow_ ) {
-         buckets_.drain( uncounted, expect );
-      } else {
-         uncounted_.drain( uncounted, expect );
+   bool isEmpty() const { return buckets_.isEmpty() && uncounted_.isEmpty() && counted_.isEmpty(); }
+   CspfTaken< Key > pop() {
+      if ( !buckets_.isEmpty() ) {
+         const auto [ metric, vertex, number ] = buckets_.pop();
+         return { Key::ofMetric( metric ), vertex, number };
       }
-      counted_.drain( visit, expect );
+      if ( !uncounted_.isEmpty() ) {
+         const auto [ metric, vertex, number ] = uncounted_.pop();
+         return { Key::ofMetric( metric ), vertex, number };
+      }
+      return counted_.pop();
    }
+   CspfVertex expected() const { return buckets_.expected(); }
 
  private:
    bool isNarrow_ = true;

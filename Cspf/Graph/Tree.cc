@@ -67,7 +67,7 @@ CspfTree::makeGroups( const CspfGraph & graph, std::span< const Tie > ties, TieM
    memory.heads.resize( std::max( memory.heads.size(), metrics_.size() ), none );
    chain( ties, memory );
    for ( const CspfVertex vertex : memory.grouped ) {
-      group( vertex, ties, memory );
+      group( graph, vertex, ties, memory );
    }
    memory.stepped.clear();
    for ( const CspfVertex vertex : memory.grouped ) {
@@ -96,10 +96,12 @@ CspfTree::chain( std::span< const Tie > ties, TieMemory & memory ) {
 
 /// Makes a group of the link that the vertex was made final with, and of its ties.
 void
-CspfTree::group( CspfVertex vertex, std::span< const Tie > ties, TieMemory & memory ) {
+CspfTree::group( const CspfGraph & graph, CspfVertex vertex, std::span< const Tie > ties,
+                 TieMemory & memory ) {
    const size_t head = groups_.size();
    Last & last = lasts_[ index( vertex ) ];
    groups_.insert( groups_.end(), { noEdge, last.edge } );
+   graph.fetchRank( last.edge );
    uint32_t tie = std::exchange( memory.heads[ index( vertex ) ], none );
    for ( ; tie != none; tie = memory.next[ tie ] ) {
       groups_.push_back( ties[ tie ].edge );

@@ -113,7 +113,8 @@ class CspfTree {
 
    void begin( const CspfGraph & graph, const CspfRunOptions & options, bool withSrlgs );
    void makeGroups( const CspfGraph & graph, std::span< const Tie > ties, TieMemory & memory );
-   void group( CspfVertex vertex, std::span< const Tie > ties, TieMemory & memory );
+   void group( const CspfGraph & graph, CspfVertex vertex, std::span< const Tie > ties,
+               TieMemory & memory );
    static void chain( std::span< const Tie > ties, TieMemory & memory );
    static bool isStep( const CspfGraph & graph, CspfEdge edge ) {
       return graph.kind( edge ) == CspfEdgeKind::networkToRouter;

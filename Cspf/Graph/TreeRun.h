@@ -112,6 +112,32 @@ class CspfTreeRun {
       uint32_t place;
    };
 
+   /// Places of arcs that leave one vertex, side by side.
+   struct Row {
+      uint32_t begin = 0, end = 0;
+   };
+
+   /// What is noted of the tree under way.
+   struct Notes {
+      struct Final {
+         CspfVertex vertex;
+         uint32_t number;
+      };
+      void begin( size_t vertices, size_t arcs ) {
+         steps.resize( arcs + 1 );
+         finals.resize( vertices );
+         equals.resize( arcs + 1 );  // one more: each is written before it is judged
+         stepCount = finalCount = 0;
+         equalCount = 0;
+      }
+      std::vector< Step > steps;  // each that was pushed, by the number that the queue knows it by
+      std::vector< Final > finals;  // those by which vertices became final, in that order
+      // Arcs that gave their far end the cost that it had when they were looked at.
+      std::vector< Step > equals;
+      uint32_t stepCount = 0, finalCount = 0;
+      size_t equalCount = 0;
+   };
+
    /// An entry of the queue as it is taken.
    template< typename Key >
    struct Taken {
@@ -121,13 +147,17 @@ class CspfTreeRun {
    };
 
    template< typename Labels, typename Queue, typename Observer >
+   void start( const CspfGraph & graph, CspfTree & tree, Queue & queue, Observer & observer );
+   template< typename Observer >
+   void goOn( const CspfGraph & graph, CspfTree & tree, Observer & observer );
+   template< typename Labels, typename Queue, typename Observer >
    void walk( const CspfGraph & graph, CspfTree & tree, Queue & memory, Observer & observer );
    template< typename Labels, typename Queue, typename Observer >
-   void relax( CspfVertex vertex, typename Labels::Key key, Labels & labels, Queue & queue,
-               Observer & observer );
+   void relax( CspfVertex vertex, Row row, typename Labels::Key key, Labels & labels, Queue & queue,
+               Notes & notes, Observer & observer );
    template< typename Labels, typename Queue, typename Observer >
    void take( CspfVertex vertex, uint32_t place, typename Labels::Key key, Labels & labels,
-              Queue & queue, Observer & observer );
+              Queue & queue, Notes & notes, Observer & observer );
 
    template< typename Observer >
    static constexpr bool isHeard =
@@ -136,12 +166,12 @@ class CspfTreeRun {
       return !tree.options_.singleHop || vertex == tree.source() || !graph.isRouter( vertex );
    }
    template< typename Key, typename Queue >
-   void push( Queue & queue, Key key, CspfVertex vertex, const Step & step ) {
-      steps_[ stepCount_ ] = step;
-      queue.push( key, vertex, stepCount_++ );
+   static void push( Queue & queue, Notes & notes, Key key, CspfVertex vertex, const Step & step ) {
+      notes.steps[ notes.stepCount ] = step;
+      queue.push( key, vertex, notes.stepCount++ );
    }
-   void takeStep( CspfTree & tree, CspfVertex vertex, uint32_t number ) const {
-      const auto [ from, place ] = steps_[ number ];
+   void takeStep( CspfTree & tree, CspfVertex vertex, const Step & step ) const {
+      const auto [ from, place ] = step;
       if ( from != noVertex ) {
          tree.lasts_[ index( vertex ) ] = { arcs_.edge( place ), from };
       }
@@ -154,15 +184,10 @@ class CspfTreeRun {
    CspfRadixHeap< CspfMetricKey > heap_;
    CspfSrlgQueue< CspfSrlgKey > srlgQueue_;
    CspfSrlgQueue< CspfPackedKey > packedQueue_;
-   // Of the tree under way: each step that was pushed, by the number that the queue knows it by;
-   // those by which vertices became final, in that order; and arcs that gave their far end the cost
-   // that it had when they were looked at, used up to equalCount_.
-   std::vector< Step > steps_;
-   std::vector< uint32_t > finals_;
-   std::vector< Step > equals_;
-   uint32_t stepCount_ = 0;
-   size_t equalCount_ = 0;
+   Notes notes_;
+   std::vector< Row > apartRows_;  // by vertex, of arcs that stand apart; while these are walked
    std::vector< CspfTree::Tie > ties_;
+   size_t tieCount_ = 0;
    CspfTree::TieMemory tieMemory_;
 };
 
@@ -171,83 +196,123 @@ void
 CspfTreeRun::run( const CspfGraph & graph, const CspfLinkFilter & filter,
                   const CspfRunOptions & options, CspfTree & tree, Observer && observer ) {
    LUM_ASSERT( graph.has( options.source ) );
-   arcs_.build( graph, filter, options, !isHeard< Observer > );  // who hears may ask for counts
+   // Who hears is told of a vertex's arcs together. Where SRLGs are to be included nearly all
+   // count.
+   arcs_.build( graph, filter, options,
+                isHeard< Observer >                          ? CspfCountedArcs::inRows
+                : !filter.constraint().includedSrlgs.empty() ? CspfCountedArcs::packedInRows
+                                                             : CspfCountedArcs::apart );
    tree.begin( graph, options, arcs_.countsSrlgs() );
-   equals_.resize( arcs_.size() + 1 );  // one more: each is written before it is judged
-   steps_.resize( arcs_.size() + 1 );
-   stepCount_ = 0;
-   equalCount_ = 0;
-   finals_.clear();
-   if ( arcs_.countsSrlgs() && arcs_.packsCounts() ) {
-      packedQueue_.begin( arcs_.metricBits(), arcs_.size() + 1 );
-      walk< PackedLabels >( graph, tree, packedQueue_, observer );
-      takeLastLinks< PackedLabels >( graph, tree );
+   notes_.begin( graph.vertexBound(), arcs_.size() );
+   tieCount_ = 0;
+   if ( arcs_.packsCounts() ) {
+      packedQueue_.begin( arcs_.metricBits(), arcs_.size() );
+      start< PackedLabels >( graph, tree, packedQueue_, observer );
       for ( const CspfVertex vertex : tree.reached_ ) {
          uint64_t & counts = tree.counts_[ index( vertex ) ];
          counts = arcs_.unpacked( static_cast< uint32_t >( counts >> 32 ) );
       }
-      return;
-   }
-   if ( arcs_.countsSrlgs() ) {
-      srlgQueue_.begin( arcs_.metricBits(), arcs_.size() + 1 );
-      walk< SrlgLabels >( graph, tree, srlgQueue_, observer );
-      takeLastLinks< SrlgLabels >( graph, tree );
-      return;
-   }
-   if ( arcs_.metricBits() <= CspfBucketQueue::largestStepAllowed ) {
-      buckets_.begin( arcs_.metricBits(), arcs_.size() + 1 );
-      walk< MetricLabels >( graph, tree, buckets_, observer );
+   } else if ( arcs_.countsSrlgs() && arcs_.counted() != CspfCountedArcs::apart ) {
+      srlgQueue_.begin( arcs_.metricBits(), arcs_.size() );
+      start< SrlgLabels >( graph, tree, srlgQueue_, observer );
+   } else if ( arcs_.metricBits() <= CspfBucketQueue::largestStepAllowed ) {
+      buckets_.begin( arcs_.metricBits(), arcs_.size() );
+      start< MetricLabels >( graph, tree, buckets_, observer );
    } else {
       heap_.begin();
-      walk< MetricLabels >( graph, tree, heap_, observer );
+      start< MetricLabels >( graph, tree, heap_, observer );
    }
-   takeLastLinks< MetricLabels >( graph, tree );
+   if ( arcs_.countsSrlgs() && arcs_.counted() == CspfCountedArcs::apart ) {
+      goOn( graph, tree, observer );
+   }
+   tree.makeGroups( graph, { ties_.data(), tieCount_ }, tieMemory_ );
+}
+
+template< typename Labels, typename Queue, typename Observer >
+void
+CspfTreeRun::start( const CspfGraph & graph, CspfTree & tree, Queue & queue, Observer & observer ) {
+   Labels( tree, arcs_ ).set( tree.source(), {} );
+   push( queue, notes_, typename Labels::Key{}, tree.source(), { noVertex, 0 } );
+   walk< Labels >( graph, tree, queue, observer );
+}
+
+/// From the vertices that paths without any counted arc lead to, to those that only others do.
+template< typename Observer >
+void
+CspfTreeRun::goOn( const CspfGraph & graph, CspfTree & tree, Observer & observer ) {
+   for ( const CspfVertex vertex : tree.reached_ ) {
+      tree.counts_[ index( vertex ) ] = 0;
+   }
+   SrlgLabels labels( tree, arcs_ );
+   notes_.begin( graph.vertexBound(), arcs_.size() );
+   srlgQueue_.begin( arcs_.metricBits(), arcs_.size() );
+   for ( uint32_t place = arcs_.apartBegin(); place != arcs_.apartEnd(); ++place ) {
+      const CspfVertex from = graph.from( arcs_.edge( place ) );
+      const CspfSrlgKey key = labels.known( from );
+      if ( key.counts == 0 && isExpanded( graph, tree, from ) ) {
+         take( from, place, key, labels, srlgQueue_, notes_, observer );
+      }
+   }
+   if ( srlgQueue_.isEmpty() ) {
+      return;
+   }
+   apartRows_.assign( graph.vertexBound(), {} );
+   for ( uint32_t place = arcs_.apartBegin(); place != arcs_.apartEnd(); ++place ) {
+      Row & row = apartRows_[ index( graph.from( arcs_.edge( place ) ) ) ];
+      row = { row.begin == row.end ? place : row.begin, place + 1 };
+   }
+   walk< SrlgLabels >( graph, tree, srlgQueue_, observer );
+   apartRows_.clear();
 }
 
 template< typename Labels, typename Queue, typename Observer >
 void
 CspfTreeRun::walk( const CspfGraph & graph, CspfTree & tree, Queue & memory, Observer & observer ) {
    Queue queue = std::move( memory );  // locals' fields can stay in registers
+   Notes notes = std::move( notes_ );
    Labels labels( tree, arcs_ );
-   const CspfVertex source = tree.source();
-   labels.set( source, {} );
-   push( queue, typename Labels::Key{}, source, { noVertex, 0 } );
    Taken< typename Labels::Key > lastLink;
-   queue.drain(
-      [ & ]( typename Labels::Key key, CspfVertex vertex, uint32_t number ) {
-         const Taken< typename Labels::Key > linkInfo{ key };
-         const typename Labels::Key shortestPathCost = labels.known( vertex );
-         LUM_ASSERT( lastLink.cspfLinkInfoKey() <= linkInfo.cspfLinkInfoKey() );
-         LUM_ASSERT( shortestPathCost <= linkInfo.cost() );
-         lastLink = linkInfo;
-         if ( shortestPathCost != key ) {
-            return;  // reached at less cost since this entry was queued
+   while ( !queue.isEmpty() ) {
+      const auto [ key, vertex, number ] = queue.pop();
+      if ( const CspfVertex next = queue.expected(); next != noVertex ) {
+         arcs_.fetch( next );
+      }
+      const Taken< typename Labels::Key > linkInfo{ key };
+      const typename Labels::Key shortestPathCost = labels.known( vertex );
+      LUM_ASSERT( lastLink.cspfLinkInfoKey() <= linkInfo.cspfLinkInfoKey() );
+      LUM_ASSERT( shortestPathCost <= linkInfo.cost() );
+      lastLink = linkInfo;
+      if ( shortestPathCost != key ) {
+         continue;  // reached at less cost since this entry was queued
+      }
+      notes.finals[ notes.finalCount++ ] = { vertex, number };
+      if constexpr ( isHeard< Observer > ) {
+         takeStep( tree, vertex, notes.steps[ number ] );
+      }
+      observer.madeFinal( vertex );
+      if ( isExpanded( graph, tree, vertex ) ) {
+         relax( vertex, { arcs_.begin( vertex ), arcs_.end( vertex ) }, key, labels, queue, notes,
+                observer );
+         if ( std::is_same_v< Labels, SrlgLabels > && !apartRows_.empty() ) {
+            relax( vertex, apartRows_[ index( vertex ) ], key, labels, queue, notes, observer );
          }
-         tree.reached_.push_back( vertex );
-         finals_.push_back( number );
-         if constexpr ( isHeard< Observer > ) {
-            takeStep( tree, vertex, number );
-         }
-         observer.madeFinal( vertex );
-         if ( isExpanded( graph, tree, vertex ) ) {
-            relax( vertex, key, labels, queue, observer );
-         }
-      },
-      [ this ]( CspfVertex vertex ) { arcs_.fetch( vertex ); } );
+      }
+   }
+   notes_ = std::move( notes );
    memory = std::move( queue );
+   takeLastLinks< Labels >( graph, tree );
 }
 
 template< typename Labels, typename Queue, typename Observer >
 inline void
-CspfTreeRun::relax( CspfVertex vertex, typename Labels::Key key, Labels & labels, Queue & queue,
-                    Observer & observer ) {
+CspfTreeRun::relax( CspfVertex vertex, Row row, typename Labels::Key key, Labels & labels,
+                    Queue & queue, Notes & notes, Observer & observer ) {
    // First all arcs are judged without a branch, then the few that matter are taken: which ones
    // they are cannot be predicted, and a wrong guess costs more than the judgement of a block.
    constexpr uint32_t block = 64;
    uint32_t steps[ block ];
-   const uint32_t end = arcs_.end( vertex );
-   for ( uint32_t place = arcs_.begin( vertex ); place != end; ) {
-      const uint32_t blockEnd = std::min( end, place + block );
+   for ( uint32_t place = row.begin; place != row.end; ) {
+      const uint32_t blockEnd = std::min( row.end, place + block );
       size_t count = 0;
       for ( ; place != blockEnd; ++place ) {
          const CspfArcs::Arc & arc = arcs_.at( place );
@@ -255,11 +320,11 @@ CspfTreeRun::relax( CspfVertex vertex, typename Labels::Key key, Labels & labels
                                     known = labels.known( arc.to );
          steps[ count ] = place;
          count += Labels::below( next, known ) | isHeard< Observer >;
-         equals_[ equalCount_ ] = { vertex, place };
-         equalCount_ += ( next == known ) & !isHeard< Observer >;
+         notes.equals[ notes.equalCount ] = { vertex, place };
+         notes.equalCount += ( next == known ) & !isHeard< Observer >;
       }
       for ( size_t i = 0; i < count; ++i ) {
-         take( vertex, steps[ i ], key, labels, queue, observer );
+         take( vertex, steps[ i ], key, labels, queue, notes, observer );
       }
    }
 }
@@ -267,7 +332,7 @@ CspfTreeRun::relax( CspfVertex vertex, typename Labels::Key key, Labels & labels
 template< typename Labels, typename Queue, typename Observer >
 inline void
 CspfTreeRun::take( CspfVertex vertex, uint32_t place, typename Labels::Key key, Labels & labels,
-                   Queue & queue, Observer & observer ) {
+                   Queue & queue, Notes & notes, Observer & observer ) {
    const CspfArcs::Arc & arc = arcs_.at( place );
    if ( arc.metric > maxPathMetric - Labels::metric( key ) ) {
       observer.tooFar( arcs_.edge( place ) );
@@ -277,10 +342,10 @@ CspfTreeRun::take( CspfVertex vertex, uint32_t place, typename Labels::Key key, 
    const typename Labels::Key known = labels.known( arc.to );
    if ( next < known ) {
       labels.set( arc.to, next );
-      push( queue, next, arc.to, { vertex, place } );
+      push( queue, notes, next, arc.to, { vertex, place } );
       observer.improved( arcs_.edge( place ) );
    } else if ( next == known ) {
-      equals_[ equalCount_++ ] = { vertex, place };
+      notes.equals[ notes.equalCount++ ] = { vertex, place };
       observer.equalCost( arcs_.edge( place ) );
    } else {
       observer.worse( arcs_.edge( place ) );
@@ -291,21 +356,25 @@ CspfTreeRun::take( CspfVertex vertex, uint32_t place, typename Labels::Key key, 
 template< typename Labels >
 void
 CspfTreeRun::takeLastLinks( const CspfGraph & graph, CspfTree & tree ) {
-   for ( size_t i = 0; i < finals_.size(); ++i ) {
-      takeStep( tree, tree.reached_[ i ], finals_[ i ] );
+   for ( size_t i = 0; i < notes_.finalCount; ++i ) {
+      const auto [ vertex, number ] = notes_.finals[ i ];
+      tree.reached_.push_back( vertex );
+      takeStep( tree, vertex, notes_.steps[ number ] );
    }
    const Labels labels( tree, arcs_ );
-   ties_.resize( equalCount_ + 1 );  // one more: each is written before it is judged
-   size_t count = 0;
-   for ( size_t i = 0; i < equalCount_; ++i ) {
-      const auto [ from, place ] = equals_[ i ];
+   // One more: each is written before it is judged.
+   ties_.resize( tieCount_ + notes_.equalCount + 1 );
+   size_t count = tieCount_;
+   for ( size_t i = 0; i < notes_.equalCount; ++i ) {
+      const auto [ from, place ] = notes_.equals[ i ];
       const CspfArcs::Arc & arc = arcs_.at( place );
       const typename Labels::Key key = labels.known( from );
       ties_[ count ] = { arc.to, arcs_.edge( place ) };
+      graph.fetchRank( arcs_.edge( place ) );
       count += labels.next( key, arc, place ) == labels.known( arc.to )
                && arc.metric <= maxPathMetric - Labels::metric( key );
    }
-   tree.makeGroups( graph, { ties_.data(), count }, tieMemory_ );
+   tieCount_ = count;
 }
 
 }
