@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Lum/SharedString.h"
 #include "schema/CspfKeys.h"
 
 /// What the agent publishes.
@@ -69,7 +70,7 @@ class IntfIpToRouterIdTable : public Lum::Entity {
 /// Names one client path among those that share a constraint.
 struct ConstraintPath {
    LUM_VALUE( Cspf, ConstraintPath );
-   LUM_FIELD( clientName, Lum::String );
+   LUM_FIELD( clientName, Lum::SharedString );
    LUM_FIELD( pathKey, PathKey );
    LUM_FIELD( internal, bool );  ///< derived by the agent from that client path
 };

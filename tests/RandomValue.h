@@ -97,6 +97,7 @@ class RandomValue {
       const auto name = make< std::string >();
       vrf = L3::VrfName::isName( name ) ? L3::VrfName( name ) : L3::VrfName::defaultVrf();
    }
+   void fill( Lum::SharedString & text ) { text = make< std::string >(); }
    void fill( std::string & text ) {
       static const char * const names[] = { "", "a", "Ethernet1/1", "\"~quoted\\", "z\xc3\xa9" };
       text = names[ below( 5 ) ];

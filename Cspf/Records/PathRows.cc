@@ -53,7 +53,7 @@ boolText( bool value ) {
 std::size_t
 PathInfoKey::hash() const noexcept {
    if ( shared_->hash == 0 ) {
-      std::size_t seed = Lum::hashMix( 0, Lum::hashOf( clientName() ) );
+      std::size_t seed = Lum::hashMix( 0, shared_->clientName.hash() );
       seed = Lum::hashMix( seed, pathKeyHash( pathKey() ) );
       seed = Lum::hashMix( seed, internal() );
       seed = Lum::hashMix( seed, static_cast< std::size_t >( constraintModifier() ) );
@@ -62,6 +62,13 @@ PathInfoKey::hash() const noexcept {
       shared_->hash = static_cast< std::uint32_t >( seed ) | 1;
    }
    return shared_->hash;
+}
+
+std::string
+PathInfoKey::stringValue() const {
+   return Lum::valueString( Detail::PathInfoKey{ clientName(), pathKey(), internal(),
+                                                 constraintModifier(), parentPathKey(),
+                                                 pathSegmentSourceNodeAddr() } );
 }
 
 void

@@ -6,11 +6,12 @@
 #include "Cspf/Records/Reservation.h"
 #include "Cspf/Records/RunInfo.h"
 #include "platform/Lum/CopyOnWrite.h"
+#include "platform/Lum/SharedString.h"
 #include "schema/CspfClient.h"
 #include "schema/CspfStatus.h"
 
 #include <string>
-#include <unordered_set>
+#include <tuple>
 #include <vector>
 
 namespace Kiv {
@@ -41,7 +42,7 @@ inline constexpr const char * rsvpClientName = "rsvp";
 
 namespace Detail {
 
-/// The fields of the key of that name.
+/// The fields of the key of that name, as its value string tells them.
 struct PathInfoKey {
    LUM_VALUE( Cspf, PathInfoKey );
    LUM_FIELD( clientName, Lum::String );
@@ -52,9 +53,26 @@ struct PathInfoKey {
    LUM_FIELD( pathSegmentSourceNodeAddr, Kivnet::IpGenAddr );
 };
 
+/// Whom a path of the agent's own serves.
+struct PathParent {
+   PathKey pathKey;
+   Kivnet::IpGenAddr segmentSource;
+
+   auto operator<=>( const PathParent & ) const = default;
+};
+
+/// As keys hold them.
 struct SharedPathInfoKey {
-   PathInfoKey fields;
-   mutable std::uint32_t hash = 0;  // 0: not worked out yet
+   Lum::SharedString clientName;
+   PathKey pathKey;
+   bool internal = false;
+   ConstraintModifier constraintModifier = constraintModifierDefault;
+   mutable std::uint32_t hash = 0;         // 0: not worked out yet
+   Lum::CopyOnWrite< PathParent > parent;  // most paths have none
+
+   auto tie() const noexcept {
+      return std::tie( clientName, pathKey, internal, constraintModifier, parent );
+   }
 };
 
 }
@@ -74,43 +92,55 @@ struct PathTraceName {
 class PathInfoKey {
  public:
    PathInfoKey() = default;
-   PathInfoKey( Lum::String clientName, const PathKey & pathKey, bool internal = false,
+   PathInfoKey( Lum::SharedString clientName, const PathKey & pathKey, bool internal = false,
                 ConstraintModifier constraintModifier = constraintModifierDefault,
                 const PathKey & parentPathKey = {},
-                const Kivnet::IpGenAddr & pathSegmentSourceNodeAddr = {} ) {
-      written() = { std::move( clientName ), pathKey,       internal,
-                    constraintModifier,      parentPathKey, pathSegmentSourceNodeAddr };
+                const Kivnet::IpGenAddr & pathSegmentSourceNodeAddr = {} )
+      : PathInfoKey() {
+      clientNameIs( std::move( clientName ) );
+      pathKeyIs( pathKey );
+      internalIs( internal );
+      constraintModifierIs( constraintModifier );
+      parentPathKeyIs( parentPathKey );
+      pathSegmentSourceNodeAddrIs( pathSegmentSourceNodeAddr );
    }
 
-   const Lum::String & clientName() const noexcept { return fields().clientName(); }
-   const PathKey & pathKey() const noexcept { return fields().pathKey(); }
-   bool internal() const noexcept { return fields().internal(); }
-   ConstraintModifier constraintModifier() const noexcept { return fields().constraintModifier(); }
-   const PathKey & parentPathKey() const noexcept { return fields().parentPathKey(); }
+   const Lum::String & clientName() const noexcept { return shared_->clientName; }
+   const Lum::SharedString & sharedClientName() const noexcept { return shared_->clientName; }
+   const PathKey & pathKey() const noexcept { return shared_->pathKey; }
+   bool internal() const noexcept { return shared_->internal; }
+   ConstraintModifier constraintModifier() const noexcept { return shared_->constraintModifier; }
+   const PathKey & parentPathKey() const noexcept { return shared_->parent->pathKey; }
    const Kivnet::IpGenAddr & pathSegmentSourceNodeAddr() const noexcept {
-      return fields().pathSegmentSourceNodeAddr();
+      return shared_->parent->segmentSource;
    }
-   void clientNameIs( Lum::String name ) { written().clientNameIs( std::move( name ) ); }
-   void pathKeyIs( const PathKey & key ) { written().pathKeyIs( key ); }
-   void internalIs( bool is ) { written().internalIs( is ); }
+   void clientNameIs( Lum::SharedString name ) { written().clientName = std::move( name ); }
+   void pathKeyIs( const PathKey & key ) { written().pathKey = key; }
+   void internalIs( bool is ) { written().internal = is; }
    void constraintModifierIs( ConstraintModifier modifier ) {
-      written().constraintModifierIs( modifier );
+      written().constraintModifier = modifier;
    }
-   void parentPathKeyIs( const PathKey & key ) { written().parentPathKeyIs( key ); }
+   void parentPathKeyIs( const PathKey & key ) {
+      if ( key != parentPathKey() ) {
+         written().parent.own().pathKey = key;
+      }
+   }
    void pathSegmentSourceNodeAddrIs( const Kivnet::IpGenAddr & address ) {
-      written().pathSegmentSourceNodeAddrIs( address );
+      if ( address != pathSegmentSourceNodeAddr() ) {
+         written().parent.own().segmentSource = address;
+      }
    }
 
    bool operator==( const PathInfoKey & other ) const {
-      return shared_.shares( other.shared_ ) || fields() == other.fields();
+      return shared_.shares( other.shared_ ) || shared_->tie() == other.shared_->tie();
    }
    std::strong_ordering operator<=>( const PathInfoKey & other ) const {
       return shared_.shares( other.shared_ ) ? std::strong_ordering::equal
-                                             : fields() <=> other.fields();
+                                             : shared_->tie() <=> other.shared_->tie();
    }
    std::size_t hash() const noexcept;
    explicit operator bool() const { return *this != PathInfoKey(); }
-   std::string stringValue() const { return Lum::valueString( fields() ); }
+   std::string stringValue() const;
    /// A path that carries traffic: it stays while it is valid.
    bool keptWhileValid() const { return clientName() == rsvpClientName && !internal(); }
    /// A path that is computed as a whole, for its client, with every change of the topology.
@@ -124,11 +154,10 @@ class PathInfoKey {
    PathTraceName traceString() const { return { *this }; }
 
  private:
-   const Detail::PathInfoKey & fields() const noexcept { return shared_->fields; }
-   Detail::PathInfoKey & written() {
+   Detail::SharedPathInfoKey & written() {
       Detail::SharedPathInfoKey & own = shared_.own();
       own.hash = 0;
-      return own.fields;
+      return own;
    }
 
    Lum::CopyOnWrite< Detail::SharedPathInfoKey > shared_;

@@ -95,7 +95,7 @@ publishedSegment( const PathStatus & published, const Kivnet::IpGenAddr & source
 PathInfoKey
 childPathInfoKey( const PathInfoKey & parent, const PathSegment & segment ) {
    PathInfoKey child;
-   child.clientNameIs( parent.clientName() );
+   child.clientNameIs( parent.sharedClientName() );
    child.pathKeyIs( { Destination( segment.end ), segment.repeats } );
    child.internalIs( true );
    child.constraintModifierIs( ConstraintModifier::spfForPathSegment );

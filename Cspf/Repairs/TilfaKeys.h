@@ -42,7 +42,7 @@ isLinkProtection( const PathConstraint & constraint ) {
 
 /// The internal key of one tree of the client's trees of that number. The reverse tree leads to the
 /// router itself for link protection, to the protected node for node protection.
-PathInfoKey tilfaTreeKey( const Lum::String & clientName, std::uint32_t treesId, TilfaTree tree,
-                          bool isLinkProtection );
+PathInfoKey tilfaTreeKey( const Lum::SharedString & clientName, std::uint32_t treesId,
+                          TilfaTree tree, bool isLinkProtection );
 
 }

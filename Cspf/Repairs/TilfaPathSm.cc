@@ -33,7 +33,7 @@ modifierOf( TilfaTree tree, bool isLinkProtection ) {
 }
 
 PathInfoKey
-tilfaTreeKey( const Lum::String & clientName, std::uint32_t treesId, TilfaTree tree,
+tilfaTreeKey( const Lum::SharedString & clientName, std::uint32_t treesId, TilfaTree tree,
               bool isLinkProtection ) {
    PathInfoKey key;
    key.clientNameIs( clientName );

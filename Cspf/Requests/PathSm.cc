@@ -17,7 +17,7 @@ namespace Cspf {
 namespace {
 
 PathInfoKey
-clientPathInfoKey( const Lum::String & clientName, const PathKey & pathKey,
+clientPathInfoKey( const Lum::SharedString & clientName, const PathKey & pathKey,
                    ConstraintModifier modifier ) {
    PathInfoKey key;
    key.clientNameIs( clientName );
@@ -149,7 +149,7 @@ PathSmBase::doPrepareToDie() {
    stopIntake();
    std::vector< PathInfoKey > own;
    for ( const auto & [ key, row ] : pathConfigInfoTable_->pathConfigInfoColl() ) {
-      if ( key.clientName() == name_ ) {
+      if ( key.sharedClientName() == name_ ) {
          own.push_back( key );
       }
    }
@@ -161,12 +161,16 @@ PathSmBase::doPrepareToDie() {
 
 void
 PathSmBase::doCheckPathUsageAndUpdate( const PathKey & pathKey ) {
-   if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
-      return;
+   if ( cspfConfig_->pathConfigHas( pathKey ) ) {
+      usageChanged( externalPathInfoKey( pathKey ) );
    }
-   const PathInfoKey key = externalPathInfoKey( pathKey );
+}
+
+void
+PathSmBase::usageChanged( const PathInfoKey & key ) {
    if ( const auto row = pathConfigInfoTable_->pathConfigInfo( key ) ) {
-      TRACE8( "Updating usageChangeCount for " << key.traceString() );
+      TRACE8_FOR( "void Cspf::PathSmBase::doCheckPathUsageAndUpdate(const Cspf::PathKey&)",
+                  "Updating usageChangeCount for " << key.traceString() );
       row->usageChangeCountInc();
    }
 }
@@ -272,7 +276,7 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
       }
    }
    if ( !handling.isVoid() ) {
-      doCheckPathUsageAndUpdate( pathKey );
+      usageChanged( wanted->parentPathInfoKey() );
    }
 }
 
@@ -295,13 +299,16 @@ PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoK
 
 PathInfoKey
 PathSm::externalPathInfoKey( const PathKey & pathKey ) const {
+   const PathInfoKey & current = currentExternalPathInfoKey( pathKey );
    if ( const PathConfig * config = cspfConfig()->pathConfigFind( pathKey ) ) {
-      return clientPathInfoKey(
-         name(), pathKey,
-         hasExplicitHops( config->constraint() ) ? noSpf() : constraintModifierDefault );
+      const ConstraintModifier modifier =
+         hasExplicitHops( config->constraint() ) ? noSpf() : constraintModifierDefault;
+      return current && current.constraintModifier() == modifier
+                ? current
+                : clientPathInfoKey( name(), pathKey, modifier );
    }
    LUM_ASSERT( !cspfConfig()->pathConfigHas( pathKey ) );
-   return currentExternalPathInfoKey( pathKey );
+   return current;
 }
 
 void

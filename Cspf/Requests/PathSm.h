@@ -74,7 +74,7 @@ class PathSmBase : public Lum::Reactor {
    /// Removes the rows of a key and, of a client's own path, what is published.
    void deletePathInfoKey( const PathInfoKey & key );
 
-   const Lum::String & name() const noexcept { return name_; }
+   const Lum::SharedString & name() const noexcept { return name_; }
    const L3::VrfName & vrfName() const noexcept { return vrfName_; }
    Kivnet::AddressFamily af() const noexcept { return af_; }
    const Lum::Ptr< const Config > & cspfConfig() const noexcept { return cspfConfig_; }
@@ -90,6 +90,8 @@ class PathSmBase : public Lum::Reactor {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  protected:
+   /// The path's bandwidth use must be accounted anew.
+   void usageChanged( const PathInfoKey & key );
    /// Makes the rows of a key where there are none.
    void addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config );
    void deleteRows( const PathInfoKey & key );
@@ -126,7 +128,7 @@ class PathSmBase : public Lum::Reactor {
    bool isTakingIn_ = false;
    bool isLeaving_ = false;
    const L3::VrfName vrfName_;
-   const Lum::String name_;
+   const Lum::SharedString name_;
    const Lum::Ptr< const TrafficEngineering::Status > teStatus_;
    const Lum::Ptr< const Config > cspfConfig_;
    const Lum::Ptr< Status > cspfStatus_;

@@ -37,7 +37,7 @@ ConstraintStatusSm::doPrepareToDie() {
 
 void
 ConstraintStatusSm::handlePath( const PathInfoKey & key ) {
-   const ConstraintPath user{ key.clientName(), key.clientPathKey(), key.internal() };
+   const ConstraintPath user{ key.sharedClientName(), key.clientPathKey(), key.internal() };
    const std::uint32_t users = constraintStatus_->path( user );
    if ( constraintInfo_->pathHas( key ) ) {
       constraintStatus_->pathIs( user, users + 1 );

@@ -2,6 +2,7 @@
 
 #include "platform/Lum/Blocks.h"
 
+#include <compare>
 #include <cstdint>
 #include <utility>
 
@@ -13,6 +14,7 @@ template< class T >
 class CopyOnWrite {
  public:
    CopyOnWrite() = default;
+   CopyOnWrite( T value ) : shared_( new Shared{ std::move( value ) } ) {}
    CopyOnWrite( const CopyOnWrite & other ) noexcept : shared_( other.shared_ ) {
       if ( shared_ ) {
          ++shared_->holders;
@@ -48,6 +50,12 @@ class CopyOnWrite {
    }
    /// Whether both are copies of one, and so the same without a look at either.
    bool shares( const CopyOnWrite & other ) const noexcept { return shared_ == other.shared_; }
+   friend bool operator==( const CopyOnWrite & a, const CopyOnWrite & b ) {
+      return a.shares( b ) || *a == *b;
+   }
+   friend auto operator<=>( const CopyOnWrite & a, const CopyOnWrite & b ) {
+      return a.shares( b ) ? std::strong_ordering::equal : *a <=> *b;
+   }
 
  private:
    struct Shared {

@@ -157,11 +157,12 @@ class Observer {
    }
 
    std::string nameOf( const VrfAf & where, const Cspf::ConstraintPath & user ) const {
-      const LabPathName known = named( { user.clientName(), where.vrf, where.af }, user.pathKey() );
+      const std::string & client = user.clientName();
+      const LabPathName known = named( { client, where.vrf, where.af }, user.pathKey() );
       const bool isTrees = user.internal() && !user.pathKey().dst();
       return known.name ? *known.name
-             : isTrees  ? user.clientName() + " trees " + std::to_string( user.pathKey().id() )
-                        : user.clientName() + " " + user.pathKey().dst().stringValue() + " "
+             : isTrees  ? client + " trees " + std::to_string( user.pathKey().id() )
+                        : client + " " + user.pathKey().dst().stringValue() + " "
                             + std::to_string( user.pathKey().id() );
    }
 
