@@ -3,7 +3,10 @@
 
 #include "platform/Lum/Bounded.h"
 #include "platform/Lum/Dir.h"
+#include "platform/Lum/PackedVector.h"
+#include "platform/Lum/SharedString.h"
 
+#include <array>
 #include <functional>
 #include <gmock/gmock.h>
 #include <random>
@@ -417,6 +420,78 @@ TEST( RareMaps, AreOrderedMapsWhoseCopiesAreTheirOwn ) {
       for ( const auto & [ one, its ] : all ) {
          ASSERT_EQ( Peer( one.begin(), one.end() ), its );
          ASSERT_EQ( one.empty(), its.empty() );
+      }
+   }
+}
+
+/// The same, whatever is put in and taken out, moved and copied.
+template< class T >
+void
+comparePackedVectors( const std::function< T( unsigned ) > & element ) {
+   std::mt19937 random( 5 );
+   const auto pick = [ & ]( std::size_t below ) { return static_cast< long >( random() % below ); };
+   using Peer = std::vector< T >;
+   std::vector< std::pair< Lum::PackedVector< T >, Peer > > all( 3 );
+   for ( int step = 0; step < 4000; ++step ) {
+      auto & [ vector, peer ] = all[ static_cast< std::size_t >( pick( 3 ) ) ];
+      auto & [ other, otherPeer ] = all[ static_cast< std::size_t >( pick( 3 ) ) ];
+      const long from = pick( peer.size() + 1 );
+      const long to = from + pick( peer.size() - static_cast< std::size_t >( from ) + 1 );
+      switch ( pick( 8 ) ) {
+      case 0:
+         std::swap( vector, other );
+         std::swap( peer, otherPeer );
+         break;
+      case 1:
+         vector = Lum::PackedVector< T >( otherPeer );
+         peer = Peer( otherPeer );
+         break;
+      case 2:
+      case 3:
+         vector.erase( vector.begin() + from, vector.begin() + to );
+         peer.erase( peer.begin() + from, peer.begin() + to );
+         break;
+      case 4:
+         vector.clear();
+         peer.clear();
+         break;
+      default:
+         peer.insert( peer.begin() + from, element( random() ) );
+         vector.insert( vector.begin() + from, peer[ static_cast< std::size_t >( from ) ] );
+      }
+      for ( const auto & [ one, its ] : all ) {
+         ASSERT_EQ( Peer( one.begin(), one.end() ), its );
+         ASSERT_EQ( one.empty(), its.empty() );
+      }
+   }
+}
+
+TEST( PackedVectors, HoldWhatVectorsHold ) {
+   comparePackedVectors< unsigned >( []( unsigned n ) { return n; } );
+   std::array< Row, 3 > rows;
+   comparePackedVectors< Row * >( [ & ]( unsigned n ) { return &rows[ n % rows.size() ]; } );
+}
+
+TEST( SharedStrings, AreTextsOfWhichEqualOnesAreOne ) {
+   std::mt19937 random( 5 );
+   std::vector< std::pair< Lum::SharedString, std::string > > all( 6 );
+   for ( int step = 0; step < 2000; ++step ) {
+      auto & [ text, peer ] = all[ random() % all.size() ];
+      const auto & [ other, otherPeer ] = all[ random() % all.size() ];
+      if ( random() % 2 ) {
+         text = other;
+         peer = std::string( otherPeer );
+      } else {
+         peer = std::string( random() % 3 * 10, static_cast< char >( 'a' + random() % 2 ) );
+         text = peer;
+      }
+      for ( const auto & [ one, its ] : all ) {
+         ASSERT_EQ( one.stringValue(), its );
+         ASSERT_EQ( one.empty(), its.empty() );
+         ASSERT_EQ( one == text, its == peer );
+         ASSERT_EQ( one <=> text, its <=> peer );
+         ASSERT_EQ( one.hash() == text.hash(), its == peer );
+         ASSERT_EQ( &one.stringValue() == &text.stringValue(), its == peer );
       }
    }
 }

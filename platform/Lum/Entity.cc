@@ -24,6 +24,8 @@ class Entity::Crowd {
    };
 
    explicit Crowd( const void * watched ) : attribute( watched ) {}
+   static void * operator new( std::size_t bytes ) { return takeBlock( bytes ); }
+   static void operator delete( void * block, std::size_t bytes ) { giveBlock( block, bytes ); }
 
    const void * const attribute;
 
