@@ -164,20 +164,17 @@ class CspfRunTracer {
 
 void
 CspfRunMemory::reclaim( CspfData & cspfData ) {
-   cspfData.view_ = nullptr;
-   if ( !std::exchange( cspfData.labelTree_, nullptr ) ) {
-      spareTree_ = std::exchange( cspfData.tree_, CspfTree() );
+   const auto work = std::move( cspfData.work_ );
+   if ( work && !work->labelTree ) {
+      spareTree_ = std::move( work->tree );
    }
-   std::exchange( cspfData.edges_, {} );  // with their memory
-   std::exchange( cspfData.hops_, {} );
-   std::exchange( cspfData.teps_, {} );
 }
 
 CspfRun::CspfRun( CspfRunMemory & memory, CspfData & cspfData,
                   const Lum::Ptr< const AllTopoDbView > & view )
    : cspfData_( cspfData ),
      view_( *view ) {
-   cspfData_.view_ = view;
+   cspfData_.work_->view = view;
    doRunCspf( memory );
    doSearchAndUpdateForTeps();
    cspfData_.ranAtIs( Lum::now() );
@@ -187,8 +184,8 @@ CspfRun::CspfRun( CspfData & cspfData, const Lum::Ptr< const AllTopoDbView > & v
                   const CspfLabelTree & tree )
    : cspfData_( cspfData ),
      view_( *view ) {
-   cspfData_.view_ = view;
-   cspfData_.labelTree_ = &tree;
+   cspfData_.work_->view = view;
+   cspfData_.work_->labelTree = &tree;
    doSearchAndUpdateForTeps();
 }
 
@@ -209,7 +206,7 @@ CspfRun::doRunCspf( CspfRunMemory & memory ) {
                                  cspfData_.useLinksWithMaxMetric(), cspfData_.buildReverseSpt(),
                                  cspfData_.singleHopCountLimit() };
    memory.filter_.apply( graph, std::move( linkConstraint ) );
-   CspfTree & tree = cspfData_.tree_ = std::exchange( memory.spareTree_, CspfTree() );
+   CspfTree & tree = cspfData_.work_->tree = std::exchange( memory.spareTree_, CspfTree() );
    if ( Trace::wanted( 9 ) ) {
       memory.treeRun_.run( graph, memory.filter_, options, tree,
                            CspfRunTracer( __PRETTY_FUNCTION__, view_, memory.filter_, tree ) );
@@ -231,7 +228,7 @@ CspfRunIs( const Lum::Ptr< CspfData > & cspfData, const Lum::Ptr< const AllTopoD
 /// A destination on several routers belongs to the one that was made final first.
 void
 CspfRun::doSearchAndUpdateForTeps() {
-   auto & teps = cspfData_.teps_;
+   auto & teps = cspfData_.work_->teps;
    std::ranges::sort( teps, {}, &CspfData::Tep::tep );
    teps.erase( std::unique( teps.begin(), teps.end(),
                             []( const auto & a, const auto & b ) { return a.tep == b.tep; } ),
@@ -256,7 +253,7 @@ CspfRun::searchForTep( CspfData::Tep & tep, const char * operation ) {
    if ( tep.router != noVertex ) {
       tellTep( tep, routers, operation );
    }
-   if ( cspfData_.labelTree_ ) {
+   if ( cspfData_.work_->labelTree ) {
       tep.routers = std::move( routers );
    }
 }

@@ -58,7 +58,7 @@ CspfLinkInfoKey::operator<=>( const CspfLinkInfoKey & other ) const {
    return allTopoNeighborKey_ <=> other.allTopoNeighborKey_;
 }
 
-CspfData::CspfData() = default;
+CspfData::CspfData() : work_( std::make_unique< Work >() ) {}
 CspfData::~CspfData() = default;
 
 // What rows know as a run's info is the run's data.
@@ -85,40 +85,40 @@ PathStatusCache::cspfDataIs( const Lum::Ptr< CspfData > & cspfData ) {
 
 bool
 CspfData::tepHas( const Kivnet::IpGenAddr & tep ) const {
-   return std::ranges::find( teps_, tep, &Tep::tep ) != teps_.end();
+   return work_ && std::ranges::find( work_->teps, tep, &Tep::tep ) != work_->teps.end();
 }
 
 bool
 CspfData::hasTree() const {
-   return view_ && withTree( [ this ]( const auto & tree ) {
-             return tree.graphVersion() == view_->graph().version();
+   return work_ && work_->view && withTree( [ this ]( const auto & tree ) {
+             return tree.graphVersion() == work_->view->graph().version();
           } );
 }
 
 void
 CspfData::treeIs( CspfData & earlier ) {
-   view_ = earlier.view_;
-   tree_ = std::move( earlier.tree_ );
-   tree_.staysFor( view_->graph() );
+   work_->view = earlier.work_->view;
+   work_->tree = std::move( earlier.work_->tree );
+   work_->tree.staysFor( work_->view->graph() );
 }
 
 std::size_t
 CspfData::shortestPaths() const {
-   return tree_.reachedVertices().size() - shortestPathForNetworks();
+   return work_->tree.reachedVertices().size() - shortestPathForNetworks();
 }
 
 std::size_t
 CspfData::shortestPathForNetworks() const {
    return static_cast< std::size_t >(
-      std::ranges::count_if( tree_.reachedVertices(), [ this ]( CspfVertex vertex ) {
-         return view_->graph().isNetwork( vertex );
+      std::ranges::count_if( work_->tree.reachedVertices(), [ this ]( CspfVertex vertex ) {
+         return work_->view->graph().isNetwork( vertex );
       } ) );
 }
 
 const CspfData::Tep *
 CspfData::findTep( const Kivnet::IpGenAddr & tep ) const {
-   const auto at = std::ranges::lower_bound( teps_, tep, {}, &Tep::tep );
-   return at != teps_.end() && at->tep == tep ? &*at : nullptr;
+   const auto at = std::ranges::lower_bound( work_->teps, tep, {}, &Tep::tep );
+   return at != work_->teps.end() && at->tep == tep ? &*at : nullptr;
 }
 
 CspfVertex
@@ -130,7 +130,7 @@ CspfData::vertexWithTep( const Kivnet::IpGenAddr & tep ) const {
 NodeId
 CspfData::routerWithTep( const Kivnet::IpGenAddr & tep ) const {
    const CspfVertex router = vertexWithTep( tep );
-   return router == noVertex ? NodeId() : view_->topoGraph().nodeId( router );
+   return router == noVertex ? NodeId() : work_->view->topoGraph().nodeId( router );
 }
 
 bool
@@ -140,45 +140,45 @@ CspfData::routerWithTepHas( const Kivnet::IpGenAddr & tep ) const {
 
 std::size_t
 CspfData::routerWithTeps() const {
-   return static_cast< std::size_t >(
-      std::ranges::count_if( teps_, []( const Tep & tep ) { return tep.router != noVertex; } ) );
+   return static_cast< std::size_t >( std::ranges::count_if(
+      work_->teps, []( const Tep & tep ) { return tep.router != noVertex; } ) );
 }
 
 bool
 CspfData::shortestPathHas( const NodeId & router ) const {
-   const CspfVertex vertex = view_->topoGraph().vertex( router );
+   const CspfVertex vertex = work_->view->topoGraph().vertex( router );
    return vertex != noVertex && shortestPathHas( vertex );
 }
 
 CspfPath
 CspfData::shortestPath( const NodeId & router ) const {
-   return shortestPathTo( view_->topoGraph().vertex( router ), router );
+   return shortestPathTo( work_->view->topoGraph().vertex( router ), router );
 }
 
 bool
 CspfData::shortestPathForNetworkHas( const AllTopoNetworkId & network ) const {
-   const CspfVertex vertex = view_->topoGraph().vertex( network );
-   return vertex != noVertex && tree_.reached( vertex );
+   const CspfVertex vertex = work_->view->topoGraph().vertex( network );
+   return vertex != noVertex && work_->tree.reached( vertex );
 }
 
 CspfPath
 CspfData::shortestPathForNetwork( const AllTopoNetworkId & network ) const {
-   return shortestPathTo( view_->topoGraph().vertex( network ),
+   return shortestPathTo( work_->view->topoGraph().vertex( network ),
                           NodeId( network.networkId().id() ) );
 }
 
 CspfPath
 CspfData::shortestPathTo( CspfVertex vertex, const NodeId & node ) const {
-   const TopoGraph & topology = view_->topoGraph();
-   const CspfVertex own = topology.vertex( view_->getOurSourceId() );
-   const CspfRunWords words{ topology, tree_ };
+   const TopoGraph & topology = work_->view->topoGraph();
+   const CspfVertex own = topology.vertex( work_->view->getOurSourceId() );
+   const CspfRunWords words{ topology, work_->tree };
    CspfPath path;
    path.nodeIdIs( node );
-   if ( vertex == noVertex || !tree_.reached( vertex ) ) {
+   if ( vertex == noVertex || !work_->tree.reached( vertex ) ) {
       return path;
    }
-   for ( const CspfEdge edge : tree_.lastLinks( vertex ) ) {
-      const std::uint32_t interface = tree_.firstHopInterface( topology.graph(), edge, own );
+   for ( const CspfEdge edge : work_->tree.lastLinks( vertex ) ) {
+      const std::uint32_t interface = work_->tree.firstHopInterface( topology.graph(), edge, own );
       path.lastLinkIs( { words.linkInfoKey( edge ), Kivnet::IntfId::fromNumber( interface ) } );
    }
    return path;
@@ -186,7 +186,7 @@ CspfData::shortestPathTo( CspfVertex vertex, const NodeId & node ) const {
 
 std::uint32_t
 CspfData::getLinkMetric( const AllTopoNeighborKey & link ) const {
-   const Routing::Topology::Neighbor * neighbor = view_->neighbor( link );
+   const Routing::Topology::Neighbor * neighbor = work_->view->neighbor( link );
    return !neighbor       ? 0
           : useTeMetric() ? neighbor->teMetric().value_or( neighbor->metric() )
                           : neighbor->metric();
@@ -194,12 +194,12 @@ CspfData::getLinkMetric( const AllTopoNeighborKey & link ) const {
 
 std::uint32_t
 CspfData::getReverseLinkMetric( const AllTopoNeighborKey & link ) const {
-   return view_->getReverseLinkMetric( link, useTeMetric() );
+   return work_->view->getReverseLinkMetric( link, useTeMetric() );
 }
 
 std::uint32_t
 CspfData::getReverseMetricNetwork( const AllTopoNetworkId & network, const NodeId & router ) const {
-   const AllTopoRouter record = view_->router( router );
+   const AllTopoRouter record = work_->view->router( router );
    std::uint32_t least = 0;
    for ( const AllTopoNeighborKey & link : record.neighborSet() ) {
       if ( link.isLan() && link.allTopoNetworkId() == network ) {
@@ -213,8 +213,8 @@ CspfData::getReverseMetricNetwork( const AllTopoNetworkId & network, const NodeI
 Kivnet::IpGenAddr
 CspfData::nexthopOnLink( const CspfLinkInfoKey & link ) const {
    return link.routerInNetwork()
-             ? view_->nexthopOnLanLink( link.allTopoNeighborKey(), link.routerInNetwork() )
-             : view_->nexthopOnP2pLink( link.allTopoNeighborKey() );
+             ? work_->view->nexthopOnLanLink( link.allTopoNeighborKey(), link.routerInNetwork() )
+             : work_->view->nexthopOnP2pLink( link.allTopoNeighborKey() );
 }
 
 Kivnet::IpGenAddr

@@ -5,6 +5,8 @@
 #include "Cspf/Records/PathRecords.h"
 #include "Cspf/Records/RunInfo.h"
 
+#include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -105,19 +107,19 @@ class CspfData : public CspfRunInfo {
    LUM_ATTRIBUTE( singleHopCountLimit, bool );    ///< routers beyond the source are not crossed
 
    /// Adds a destination to find. REQUIRES: the run is still to come.
-   void tepIs( const Kivnet::IpGenAddr & tep ) { teps_.push_back( { tep, noVertex } ); }
+   void tepIs( const Kivnet::IpGenAddr & tep ) { work_->teps.push_back( { tep, noVertex } ); }
    /// Whether the destination is one to find. O(destinations).
    bool tepHas( const Kivnet::IpGenAddr & tep ) const;
-   std::size_t teps() const noexcept { return teps_.size(); }
+   std::size_t teps() const noexcept { return work_ ? work_->teps.size() : 0; }
 
    /// Whether there is a tree and the topology is still the one that it was run on.
    bool hasTree() const;
    /// REQUIRES: hasTree(), or the tree is to be judged by what has changed since.
-   const CspfTree & tree() const { return tree_; }
+   const CspfTree & tree() const { return work_->tree; }
    /// Takes over the tree of an earlier run, which a run on the topology as it is would find again.
    void treeIs( CspfData & earlier );
    /// The topology as the run saw it. REQUIRES: a tree is there.
-   const AllTopoDbView & view() const { return *view_; }
+   const AllTopoDbView & view() const { return *work_->view; }
 
    // What it found. REQUIRES: hasTree().
 
@@ -189,12 +191,25 @@ class CspfData : public CspfRunInfo {
       CspfEdge arrival;
    };
 
+   /// Until the run is given back.
+   struct Work {
+      std::vector< Tep > teps;  // sorted and unique once the run is over
+      CspfTree tree;
+      const CspfLabelTree * labelTree = nullptr;  // in its place, while answers are handed out
+      Lum::Ptr< const AllTopoDbView > view;
+      std::vector< CspfEdge > edges;  // of the path at hand
+      std::vector< Hop > hops;
+      bool chose = false;  // there were equal links to choose from
+      bool drew = false;   // ... none of them in use
+      bool mayDraw = true;
+   };
+
    /// The run's own tree, or what answers as one.
    template< class Ask >
    auto withTree( Ask && ask ) const {
-      return labelTree_ ? ask( *labelTree_ ) : ask( tree_ );
+      return work_->labelTree ? ask( *work_->labelTree ) : ask( work_->tree );
    }
-   std::size_t tents() const { return tree_.tentative(); }
+   std::size_t tents() const { return work_->tree.tentative(); }
    /// noVertex: not found.
    CspfVertex vertexWithTep( const Kivnet::IpGenAddr & tep ) const;
    CspfPath shortestPathTo( CspfVertex vertex, const NodeId & node ) const;
@@ -216,16 +231,7 @@ class CspfData : public CspfRunInfo {
    Kivnet::IpGenAddr nexthopOnLink( CspfEdge arrival ) const;
    Kivnet::IpGenAddr teRouterIdOfNexthopOnLink( CspfEdge arrival ) const;
 
-   std::vector< Tep > teps_;  // sorted and unique once the run is over
-   CspfTree tree_;
-   const CspfLabelTree * labelTree_ =
-      nullptr;  // in place of the tree, while answers are handed out
-   Lum::Ptr< const AllTopoDbView > view_;
-   mutable std::vector< CspfEdge > edges_;  // of the path at hand
-   mutable std::vector< Hop > hops_;
-   mutable bool chose_ = false;  // there were equal links to choose from
-   mutable bool drew_ = false;   // ... none of them in use
-   mutable bool mayDraw_ = true;
+   std::unique_ptr< Work > work_;
 };
 
 /// A run for repair paths. It keeps its tree.

@@ -66,7 +66,7 @@ CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPa
       result.clear();
       return false;
    }
-   TRACE9( "creating path with " << hops_.size() << " hops for tep " << tep );
+   TRACE9( "creating path with " << work_->hops.size() << " hops for tep " << tep );
    if ( toSource ) {
       LUM_ASSERT( routerWithTep( tep ) == source() );
       if ( !result.path || !result.path->isPathFromSourceToSource() ) {
@@ -75,7 +75,7 @@ CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep, const CspfOldPa
    } else {
       const auto nexthop = [ this ]( const Hop & hop ) { return nexthopOnLink( hop.arrival ); };
       renew(
-         result.path, &PathArray::path, hops_,
+         result.path, &PathArray::path, work_->hops,
          [ & ]( const auto & old, const Hop & hop ) { return old == nexthop( hop ); }, nexthop );
    }
    fillAttributes( result );
@@ -96,7 +96,7 @@ CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep,
       }
       routers.clear();
       for ( const Kivnet::IpGenAddr & hop : oldPath->path() ) {
-         routers.push_back( view_->teRouterIdOfNodeWithTep( hop ) );
+         routers.push_back( work_->view->teRouterIdOfNodeWithTep( hop ) );
       }
       return { oldPath->path(), routers };
    };
@@ -112,9 +112,11 @@ CspfData::fillHopByHopPathForTep( const Kivnet::IpGenAddr & tep,
 
 void
 CspfData::fillAttributes( CspfPathResult & result ) const {
-   const auto srlgs = [ this ]( const Hop & hop ) { return view_->graph().srlgs( hop.link ); };
+   const auto srlgs = [ this ]( const Hop & hop ) {
+      return work_->view->graph().srlgs( hop.link );
+   };
    renew(
-      result.pathSrlg, &PathSrlg::pathSrlg, hops_,
+      result.pathSrlg, &PathSrlg::pathSrlg, work_->hops,
       [ & ]( const SrlgOfHop & old, const Hop & hop ) {
          return std::ranges::equal( old.srlgList(), srlgs( hop ) );
       },
@@ -130,7 +132,7 @@ CspfData::fillAttributes( CspfPathResult & result ) const {
       return teRouterIdOfNexthopOnLink( hop.arrival );
    };
    renew(
-      result.pathTeRouterId, &PathTeRouterId::pathTeRouterId, hops_,
+      result.pathTeRouterId, &PathTeRouterId::pathTeRouterId, work_->hops,
       [ & ]( const auto & old, const Hop & hop ) { return old == router( hop ); }, router,
       &result.path->lastTeRouterId );
    result.clearIncludeIps();
@@ -139,16 +141,16 @@ CspfData::fillAttributes( CspfPathResult & result ) const {
 
 void
 CspfData::fillLinks( CspfPathResult & result ) const {
-   if ( view_->constraint().bandwidth() == 0 ) {
+   if ( work_->view->constraint().bandwidth() == 0 ) {
       result.pathAsTopoDbLinks = nullptr;
       return;
    }
    std::vector< CspfPathHop > hops;
-   for ( const Hop & hop : hops_ ) {
+   for ( const Hop & hop : work_->hops ) {
       hops.push_back( { hop.link, hop.arrival == hop.link ? noEdge : hop.arrival,
                         teRouterIdOfNexthopOnLink( hop.arrival ) } );
    }
-   const auto links = pathAsTopoDbLinks( view_->topoGraph(), hops );
+   const auto links = pathAsTopoDbLinks( work_->view->topoGraph(), hops );
    if ( !result.pathAsTopoDbLinks || !( *result.pathAsTopoDbLinks == *links ) ) {
       result.pathAsTopoDbLinks = links;
    }
@@ -156,40 +158,40 @@ CspfData::fillLinks( CspfPathResult & result ) const {
 
 CspfPathRouters
 CspfData::pathRouters() const {
-   const CspfGraph & graph = view_->graph();
+   const CspfGraph & graph = work_->view->graph();
    CspfPathRouters way;
-   if ( hops_.empty() || buildReverseSpt() ) {
+   if ( work_->hops.empty() || buildReverseSpt() ) {
       return way;
    }
    way.change = graph.lastChange();
-   way.routers.reserve( hops_.size() + 1 );
-   way.routers.push_back( graph.from( hops_.front().link ) );
-   for ( const Hop & hop : hops_ ) {
+   way.routers.reserve( work_->hops.size() + 1 );
+   way.routers.push_back( graph.from( work_->hops.front().link ) );
+   for ( const Hop & hop : work_->hops ) {
       way.routers.push_back( graph.to( hop.arrival ) );
    }
    return way;
 }
 
-/// The hops to the router, in `hops_`. Gives false where there are too many.
+/// The hops to the router, in `work_->hops`. Gives false where there are too many.
 bool
 CspfData::walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath,
                     const char * operation ) const {
-   const CspfGraph & graph = view_->graph();
-   chose_ = drew_ = false;
+   const CspfGraph & graph = work_->view->graph();
+   work_->chose = work_->drew = false;
    const auto status = withTree( [ & ]( const auto & tree ) {
       return hopList(
          graph, tree, router, mostHops,
          [ & ]( CspfVertex, std::span< const CspfEdge > links ) {
             return choose( links, tep, oldPath(), operation );
          },
-         edges_ );
+         work_->edges );
    } );
-   hops_.clear();
-   for ( const CspfEdge edge : edges_ ) {
+   work_->hops.clear();
+   for ( const CspfEdge edge : work_->edges ) {
       if ( graph.kind( edge ) == CspfEdgeKind::networkToRouter ) {
-         hops_.back().arrival = edge;
+         work_->hops.back().arrival = edge;
       } else {
-         hops_.push_back( { edge, edge } );
+         work_->hops.push_back( { edge, edge } );
       }
    }
    return status == CspfHopListStatus::found;
@@ -198,23 +200,23 @@ CspfData::walkBack( CspfVertex router, const Kivnet::IpGenAddr & tep, const Cspf
 std::size_t
 CspfData::choose( std::span< const CspfEdge > links, const Kivnet::IpGenAddr & tep,
                   const CspfOldPath & oldPath, const char * operation ) const {
-   chose_ = true;
+   work_->chose = true;
    const auto old =
       std::ranges::find_if( links, [ & ]( CspfEdge link ) { return uses( oldPath, link ); } );
    if ( old != links.end() ) {
-      TRACE9_FOR( operation, "Retained old hop " << view_->topoGraph().neighborKey( *old )
+      TRACE9_FOR( operation, "Retained old hop " << work_->view->topoGraph().neighborKey( *old )
                                                  << " for TEP " << tep );
       return static_cast< std::size_t >( old - links.begin() );
    }
-   drew_ = true;
-   if ( !mayDraw_ ) {
+   work_->drew = true;
+   if ( !work_->mayDraw ) {
       return 0;
    }
    const std::size_t index = static_cast< std::size_t >( std::rand() ) % links.size();
-   TRACE9_FOR( operation, "Selecting index "
-                             << index << " among " << links.size() << " links for "
-                             << nodeText( view_->topoGraph(), view_->graph().to( links[ 0 ] ) )
-                             << " for TEP " << tep );
+   TRACE9_FOR( operation, "Selecting index " << index << " among " << links.size() << " links for "
+                                             << nodeText( work_->view->topoGraph(),
+                                                          work_->view->graph().to( links[ 0 ] ) )
+                                             << " for TEP " << tep );
    return index;
 }
 
@@ -222,16 +224,16 @@ CspfData::choose( std::span< const CspfEdge > links, const Kivnet::IpGenAddr & t
 /// on the path and the hop after it, which is chosen by now, follows.
 bool
 CspfData::uses( const CspfOldPath & oldPath, CspfEdge link ) const {
-   const CspfGraph & graph = view_->graph();
+   const CspfGraph & graph = work_->view->graph();
    if ( graph.kind( link ) != CspfEdgeKind::routerToNetwork ) {
       return std::ranges::count( oldPath.path, nexthopOnLink( link ) ) > 0;
    }
-   const auto next = std::ranges::find( oldPath.path, nexthopOnLink( edges_.back() ) );
+   const auto next = std::ranges::find( oldPath.path, nexthopOnLink( work_->edges.back() ) );
    if ( next == oldPath.path.end() ) {
       return false;
    }
    const auto hop = static_cast< std::size_t >( next - oldPath.path.begin() );
-   const NodeId & near = view_->topoGraph().nodeId( graph.from( link ) );
+   const NodeId & near = work_->view->topoGraph().nodeId( graph.from( link ) );
    return hop == 0 ? graph.from( link ) == sourceVertex()
                    : hop <= oldPath.pathTeRouterId.size()
                         && oldPath.pathTeRouterId[ hop - 1 ] == near.ipAddress();
@@ -239,7 +241,7 @@ CspfData::uses( const CspfOldPath & oldPath, CspfEdge link ) const {
 
 CspfData::Ground
 CspfData::ground( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath ) const {
-   const CspfGraph & graph = view_->graph();
+   const CspfGraph & graph = work_->view->graph();
    const Tep * found = findTep( tep );
    Ground ground;
    if ( !found || !hasTree() ) {
@@ -250,16 +252,16 @@ CspfData::ground( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath )
       ground.settled = true;
       return ground;
    }
-   for ( const CspfEdge edge : edges_ ) {
+   for ( const CspfEdge edge : work_->edges ) {
       ground.vertices.push_back( graph.to( edge ) );
    }
-   const bool isCut = edges_.empty() && found->router != sourceVertex();
-   if ( chose_ && !isCut ) {
-      const std::vector< CspfEdge > edges = edges_;
-      mayDraw_ = false;
+   const bool isCut = work_->edges.empty() && found->router != sourceVertex();
+   if ( work_->chose && !isCut ) {
+      const std::vector< CspfEdge > edges = work_->edges;
+      work_->mayDraw = false;
       walkBack( found->router, tep, oldPath, __PRETTY_FUNCTION__ );
-      mayDraw_ = true;
-      ground.settled = !drew_ && edges == edges_;
+      work_->mayDraw = true;
+      ground.settled = !work_->drew && edges == work_->edges;
    } else {
       ground.settled = !isCut;
    }
@@ -269,12 +271,12 @@ CspfData::ground( const Kivnet::IpGenAddr & tep, const CspfOldPathOf & oldPath )
 /// The far router's address on the link or LAN by which the path enters it.
 Kivnet::IpGenAddr
 CspfData::nexthopOnLink( CspfEdge arrival ) const {
-   return view_->topoGraph().nextHop( arrival );
+   return work_->view->topoGraph().nextHop( arrival );
 }
 
 Kivnet::IpGenAddr
 CspfData::teRouterIdOfNexthopOnLink( CspfEdge arrival ) const {
-   const TopoGraph & topology = view_->topoGraph();
+   const TopoGraph & topology = work_->view->topoGraph();
    return topology.nodeId( topology.graph().to( arrival ) ).ipAddress();
 }
 
