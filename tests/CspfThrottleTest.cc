@@ -16,9 +16,7 @@ struct Throttled {
         held( constraints.dedup( constraint ) ),
         info( infoTable->constraintInfo( held ) ) {
       store.view = Lum::make< AllTopoTeDbView >( store.allTopoDb, store.status, constraint );
-      machine = Lum::make< ConstraintInfoSm >(
-         info, stats, store.view,
-         ConstraintSmContext{ config, scheduler, statusInfoTable, cacheTable, store.memory } );
+      machine = Lum::make< ConstraintInfoSm >( info, stats, store.view, context );
    }
    ~Throttled() { Lum::retire( machine ); }
 
@@ -64,6 +62,7 @@ struct Throttled {
    Lum::Ptr< PathStatusInfoTable > statusInfoTable = Lum::make< PathStatusInfoTable >();
    Lum::Ptr< PathStatusCacheTable > cacheTable = Lum::make< PathStatusCacheTable >();
    Lum::Ptr< Status > status = Lum::make< Status >();
+   ConstraintSmContext context{ config, scheduler, statusInfoTable, cacheTable, store.memory };
    Lum::Ptr< ConstraintInfoSm > machine;
 };
 

@@ -68,6 +68,24 @@ VrfRoot::VrfRoot( const L3::VrfName & vrf, Kivnet::AddressFamily af,
 
 VrfRoot::~VrfRoot() = default;
 
+CspfRunMemory &
+VrfRoot::runMemory() {
+   if ( !runMemory_ ) {
+      runMemory_ = std::make_unique< CspfRunMemory >();
+   }
+   return *runMemory_;
+}
+
+const ConstraintSmContext &
+VrfRoot::constraintSmContext() {
+   if ( !constraintSmContext_ ) {
+      constraintSmContext_ = std::make_unique< ConstraintSmContext >(
+         ConstraintSmContext{ cliConfig(), taskScheduler(), pathStatusInfoTable(),
+                              pathStatusCacheTable(), runMemory() } );
+   }
+   return *constraintSmContext_;
+}
+
 void
 VrfRoot::handleInitialized() {
    TRACE7( "vrf " << vrf_ << ", af " << Kivnet::text( af_ ) );

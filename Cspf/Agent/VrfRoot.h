@@ -141,13 +141,16 @@ class VrfRoot : public Lum::Entity {
    /// What operators read of each constraint, and of all reservations.
    const Lum::Ptr< ConstraintStatusTable > & constraintStatusTable() const noexcept;
    const Lum::Ptr< BwUsageTable > & bwUsageTable() const noexcept;
-   /// The memory of shortest-path runs. Runs follow each other on one loop, so one is enough.
-   CspfRunMemory & runMemory() noexcept { return runMemory_; }
+   /// The memory of shortest-path runs, made for the first one. Runs follow each other on one loop,
+   /// so one is enough.
+   CspfRunMemory & runMemory();
    /// ... and of validations of published paths.
    PathValidationMemory & pathValidationMemory() noexcept { return *pathValidationMemory_; }
    /// What its requests are turned into constraints with; there is none before it is initialized.
    const RequestContext & requestContext() const noexcept { return requestContext_; }
    PathUsageContext & pathUsageContext() noexcept { return *pathUsageContext_; }
+   /// What its constraints are computed with. REQUIRES: it is initialized.
+   const ConstraintSmContext & constraintSmContext();
    /// The tables in which a path stands with its segments.
    StitchTables stitchTables() const {
       return { { pathConfigInfoTable(), pathStatusCacheTable(), pathStatusInfoTable(),
@@ -183,9 +186,10 @@ class VrfRoot : public Lum::Entity {
    const Lum::Ptr< AllTopoDb > allTopoDb_;
    VrfTopology topology_;
    RequestContext requestContext_;
-   CspfRunMemory runMemory_;
+   std::unique_ptr< CspfRunMemory > runMemory_;
    std::unique_ptr< PathValidationMemory > pathValidationMemory_;
    std::unique_ptr< PathUsageContext > pathUsageContext_;
+   std::unique_ptr< ConstraintSmContext > constraintSmContext_;
    std::unique_ptr< Tables > tables_;  // mounted
    MachineRows< PathInfoKey, PathMachines > pathMachines_;
    MachineRows< PathInfoKey, RarePathMachines > rarePathMachines_;

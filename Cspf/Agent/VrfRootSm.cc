@@ -141,9 +141,7 @@ VrfRootSm::newConstraintInfoSm( const Lum::Ptr< ConstraintInfo > & constraintInf
                                 const Lum::Ptr< ConstraintStats > & stats ) {
    const InternalPathConstraint & constraint = constraintInfo->constraint().pathConstraint();
    const VrfTopology & topology = vrfRoot_->topology();
-   const ConstraintSmContext context{ vrfRoot_->cliConfig(), vrfRoot_->taskScheduler(),
-                                      vrfRoot_->pathStatusInfoTable(),
-                                      vrfRoot_->pathStatusCacheTable(), vrfRoot_->runMemory() };
+   const ConstraintSmContext & context = vrfRoot_->constraintSmContext();
    if ( constraint.pathComputationType() == PathComputationType::tilfa ) {
       return new TilfaConstraintInfoSm(
          constraintInfo, stats,

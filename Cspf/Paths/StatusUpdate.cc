@@ -215,7 +215,6 @@ PathStatusUpdateSm::PathStatusUpdateSm(
    const Lum::Ptr< const ParentPathHelper > & parentPathHelper )
    : constraintInfoTable_( constraintInfoTable ),
      pathUsageSm_( pathUsageSm ),
-     pathStatusInfo_( pathStatusInfo ),
      pathStatusCache_( pathStatusCache ),
      parentPathHelper_( parentPathHelper ),
      pathStatusUpdator_( pathStatusInfo, pathStatusInfo->cspfStatus() ) {}
@@ -224,12 +223,12 @@ PathStatusUpdateSm::~PathStatusUpdateSm() = default;
 
 void
 PathStatusUpdateSm::pathStatusUpdatorIs() {
-   pathStatusUpdator_ = { pathStatusInfo_, pathStatusInfo_->cspfStatus() };
+   pathStatusUpdator_ = { pathStatusInfo(), pathStatusInfo()->cspfStatus() };
 }
 
 void
 PathStatusUpdateSm::handleInitialized() {
-   LUM_WATCH( pathStatusInfo_, refreshNeeded, handleRefreshNeeded );
+   LUM_WATCH( pathStatusInfo(), refreshNeeded, handleRefreshNeeded );
    LUM_WATCH( pathStatusCache_, refreshedStage1Count, handleRefreshStage1Completion );
    LUM_WATCH( pathStatusCache_, refreshedStage2Count, handleRefreshStage2Completion );
    handleRefreshNeeded();
@@ -237,11 +236,11 @@ PathStatusUpdateSm::handleInitialized() {
 
 void
 PathStatusUpdateSm::handleRefreshNeeded() {
-   const PathInfoKey & key = pathStatusInfo_->pathInfoKey();
-   if ( !pathStatusInfo_->refreshNeeded() ) {
+   const PathInfoKey & key = pathStatusInfo()->pathInfoKey();
+   if ( !pathStatusInfo()->refreshNeeded() ) {
       return;
    }
-   const RefreshReason reason = pathStatusInfo_->refreshReason();
+   const RefreshReason reason = pathStatusInfo()->refreshReason();
    const bool explicitRefresh = reason & ( refreshReasonExplicit | refreshReasonConfigChanged );
    const bool delayedPathValidation = reason & refreshReasonTopoChanged;
    LUM_ASSERT( explicitRefresh || delayedPathValidation );
@@ -253,42 +252,42 @@ PathStatusUpdateSm::handleRefreshNeeded() {
    }
    TRACE8( "CSPF requested for path: "
            << key.traceString() << " with topoChanged "
-           << static_cast< bool >( pathStatusInfo_->refreshReason() & refreshReasonTopoChanged )
-           << " and newPath " << !pathStatusInfo_->cspfStatus()->pathStatusHas( key.pathKey() ) );
+           << static_cast< bool >( pathStatusInfo()->refreshReason() & refreshReasonTopoChanged )
+           << " and newPath " << !pathStatusInfo()->cspfStatus()->pathStatusHas( key.pathKey() ) );
    const auto & constraintInfo =
-      constraintInfoTable_->constraintInfo( pathStatusInfo_->constraint() );
+      constraintInfoTable_->constraintInfo( pathStatusInfo()->constraint() );
    constraintInfo->waiting.insert( key );
-   if ( !pathStatusInfo_->hasAskedThrough() ) {
+   if ( !pathStatusInfo()->hasAskedThrough() ) {
       constraintInfo->cspfRequestCountInc();
    }
 }
 
 void
 PathStatusUpdateSm::handleRefreshStage1Completion() {
-   TRACE8( "called for " << pathStatusInfo_->pathInfoKey().traceString() );
-   if ( !pathStatusInfo_->refreshNeeded() && !pathStatusInfo_->updatePathPending() ) {
+   TRACE8( "called for " << pathStatusInfo()->pathInfoKey().traceString() );
+   if ( !pathStatusInfo()->refreshNeeded() && !pathStatusInfo()->updatePathPending() ) {
       return;  // its segments were computed anew, but the path itself still holds
    }
-   pathStatusInfo_->refreshNeededIs( false );
-   pathStatusInfo_->refreshReasonIs( 0 );
-   TRACE8( "Trigger stage2 for path: " << pathStatusInfo_->pathInfoKey().traceString() );
-   pathStatusInfo_->updatePathPendingIs( true );
-   pathStatusInfo_->stage2RequestCountInc();
+   pathStatusInfo()->refreshNeededIs( false );
+   pathStatusInfo()->refreshReasonIs( 0 );
+   TRACE8( "Trigger stage2 for path: " << pathStatusInfo()->pathInfoKey().traceString() );
+   pathStatusInfo()->updatePathPendingIs( true );
+   pathStatusInfo()->stage2RequestCountInc();
 }
 
 void
 PathStatusUpdateSm::handleRefreshStage2Completion() {
-   TRACE8( "called for " << pathStatusInfo_->pathInfoKey().traceString() );
-   if ( pathStatusInfo_->refreshNeeded() ) {
+   TRACE8( "called for " << pathStatusInfo()->pathInfoKey().traceString() );
+   if ( pathStatusInfo()->refreshNeeded() ) {
       return;
    }
-   pathStatusInfo_->updatePathPendingIs( false );
+   pathStatusInfo()->updatePathPendingIs( false );
    publishPathStatus();
 }
 
 void
 PathStatusUpdateSm::publishPathStatus() {
-   if ( pathStatusInfo_->pathInfoKey().internal() ) {
+   if ( pathStatusInfo()->pathInfoKey().internal() ) {
       return;
    }
    if ( pathUsageSm_ ) {

@@ -30,8 +30,9 @@ class PathStatusUpdator {
    void publishPathMetadata( const Lum::Ptr< const PathTeRouterId > & pathTeRouterId,
                              const Lum::Ptr< const IncludeIps > & includeIps );
 
- private:
    const Lum::Ptr< PathStatusInfo > & pathStatusInfo() const noexcept { return pathStatusInfo_; }
+
+ private:
    const PathKey & pathKey() const noexcept { return pathStatusInfo_->pathInfoKey().pathKey(); }
    PathTraceName keyText() const { return pathStatusInfo_->pathInfoKey().traceString(); }
    /// The default where nothing is published.
@@ -85,9 +86,12 @@ class PathStatusUpdateSm : public Lum::Reactor {
    const PathStatusUpdator & pathStatusUpdator() const { return pathStatusUpdator_; }
 
  private:
+   const Lum::Ptr< PathStatusInfo > & pathStatusInfo() const noexcept {
+      return pathStatusUpdator_.pathStatusInfo();
+   }
+
    const Lum::Ptr< const ConstraintInfoTable > constraintInfoTable_;
    const Lum::Ptr< PathUsageSm > pathUsageSm_;
-   const Lum::Ptr< PathStatusInfo > pathStatusInfo_;
    const Lum::Ptr< const PathStatusCache > pathStatusCache_;
    const Lum::Ptr< const ParentPathHelper > parentPathHelper_;
    PathStatusUpdator pathStatusUpdator_;

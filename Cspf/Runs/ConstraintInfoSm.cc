@@ -33,10 +33,7 @@ ConstraintInfoSmBase::ConstraintInfoSmBase( const Lum::Ptr< ConstraintInfo > & c
    : constraintInfo_( constraintInfo ),
      constraintStats_( constraintStats ),
      view_( view ),
-     context_( context ),
-     timerTask_( *this, context.taskScheduler,
-                 "constraintTimerTask-" + Lum::valueString( constraintInfo->constraint().serial() ),
-                 [ this ]() { expire(); } ) {}
+     context_( context ) {}
 
 const Trace::Prepared &
 ConstraintInfoSmBase::tracedConstraint() const {
@@ -48,9 +45,7 @@ ConstraintInfoSmBase::tracedConstraint() const {
 
 void
 ConstraintInfoSmBase::handleInitialized() {
-   LUM_WATCH( context_.cliConfig, initialInt, handleThrottleConfig );
-   LUM_WATCH( context_.cliConfig, holdInt, handleThrottleConfig );
-   LUM_WATCH( context_.cliConfig, maxInt, handleThrottleConfig );
+   watchAny< &ConstraintInfoSmBase::handleThrottleChange >( *context_.cliConfig, this );
    LUM_WATCH( constraintInfo_, cspfRequestCount, handleCspfRequestCount );
    LUM_WATCH_KEYS( constraintInfo_, path, handlePathUpdate );
    resetDelay( __PRETTY_FUNCTION__ );
@@ -71,6 +66,12 @@ ConstraintInfoSmBase::resetDelay( const char * operation ) {
    constraintStats_->cspfCurrentDelayIs( context_.cliConfig->initialInt() );
    TRACE8_FOR( operation, "CSPF throttle timer current delay set to "
                              << constraintStats_->cspfCurrentDelay() );
+}
+
+/// There is nothing but intervals in it.
+void
+ConstraintInfoSmBase::handleThrottleChange( const Lum::AnyChange & ) {
+   handleThrottleConfig();
 }
 
 void
@@ -131,16 +132,27 @@ ConstraintInfoSmBase::requestInQuiet( bool topologyChanged, const char * operati
    }
 }
 
+Kiv::Task &
+ConstraintInfoSmBase::timerTask() {
+   if ( !timerTask_ ) {
+      timerTask_ = std::make_unique< Kiv::Task >(
+         *this, context_.taskScheduler,
+         "constraintTimerTask-" + Lum::valueString( constraintInfo_->constraint().serial() ),
+         [ this ]() { expire(); } );
+   }
+   return *timerTask_;
+}
+
 void
 ConstraintInfoSmBase::startTimer() {
    timerDelay_ = constraintStats_->cspfCurrentDelay();
-   timerTask_.schedule( timerDelay_ / 1000 );
+   timerTask().schedule( timerDelay_ / 1000 );
    constraintStats_->timerEndsAt = Lum::now() + timerDelay_ / 1000;
 }
 
 void
 ConstraintInfoSmBase::timerTaskDel() {
-   timerTask_.unschedule();
+   timerTask_ = nullptr;
    timerRunningIs( false );
 }
 

@@ -16,7 +16,7 @@ namespace Cspf {
 
 class CspfRunMemory;
 
-/// What the constraint machines of one VRF root share. The memory outlives them.
+/// What the constraint machines of one VRF root share.
 struct ConstraintSmContext {
    Lum::Ptr< const CspfCliConfig > cliConfig;
    Lum::Ptr< Kiv::TaskScheduler > taskScheduler;
@@ -41,6 +41,7 @@ struct ConstraintSmContext {
 ///   CspfCliConfig, all intervals     handleThrottleConfig
 class ConstraintInfoSmBase : public Lum::Reactor {
  public:
+   /// The context outlives this object.
    ConstraintInfoSmBase( const Lum::Ptr< ConstraintInfo > & constraintInfo,
                          const Lum::Ptr< ConstraintStats > & constraintStats,
                          const Lum::Ptr< AllTopoDbView > & view,
@@ -73,7 +74,7 @@ class ConstraintInfoSmBase : public Lum::Reactor {
       return constraintInfo_->constraint().pathConstraint();
    }
    /// The next expiry comes at once: to a constraint that was held back, or has results left.
-   void goOn() { timerTask_.schedule(); }
+   void goOn() { timerTask().schedule(); }
    bool timerRunning() const noexcept { return timerRunning_; }
    void timerRunningIs( bool running ) { timerRunning_ = running; }
    /// Stops the timer.
@@ -108,7 +109,9 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    virtual bool isHandingOut() const { return false; }
 
  private:
+   void handleThrottleChange( const Lum::AnyChange & );
    void expire();
+   Kiv::Task & timerTask();
    void startTimer();
    void requestInHoldDown( bool topologyChanged, const char * operation );
    void requestInQuiet( bool topologyChanged, const char * operation );
@@ -117,8 +120,8 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    Lum::Ptr< ConstraintInfo > constraintInfo_;
    Lum::Ptr< ConstraintStats > constraintStats_;
    const Lum::Ptr< AllTopoDbView > view_;
-   const ConstraintSmContext context_;
-   Kiv::Task timerTask_;
+   const ConstraintSmContext & context_;
+   std::unique_ptr< Kiv::Task > timerTask_;  // while the timer runs: most constraints are quiet
    bool timerRunning_ = false;
    bool hasNotificationActive_ = true;
    bool requestWaits_ = false;
@@ -152,7 +155,7 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
                                const std::vector< PathInfoKey > & paths );
 
  protected:
-   bool isHandingOut() const override { return isHandingOut_; }
+   bool isHandingOut() const override { return left_ != nullptr; }
 
  private:
    /// The results of one run on their way to its paths.
@@ -197,9 +200,8 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
 
    NodeId answeredFrom_;  // all paths, at the last run; unset: they were not
    KeptAnswers kept_;
-   bool isHandingOut_ = false;
-   HandOutPtr handOut_;            // between two slices
-   std::set< PathInfoKey > left_;  // while results are handed out
+   HandOutPtr handOut_;                               // between two slices
+   std::unique_ptr< std::set< PathInfoKey > > left_;  // while results are handed out
 };
 
 }

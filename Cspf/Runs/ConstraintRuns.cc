@@ -55,8 +55,8 @@ void
 ConstraintInfoSm::handlePathUpdate( const PathInfoKey & key ) {
    if ( !constraintInfo()->pathHas( key ) ) {
       kept_.pathLeft();
-      if ( isHandingOut_ ) {
-         left_.insert( key );
+      if ( left_ ) {
+         left_->insert( key );
       }
    }
    ConstraintInfoSmBase::handlePathUpdate( key );
@@ -81,7 +81,7 @@ ConstraintInfoSm::answer( HandOutPtr out, const char * operation ) {
    info.sourceMissingIs( !kept_.isAt( *view(), out->source ) && !sourceInTopology( out->source ) );
    constraintStats()->sourceMissing = info.sourceMissing();
    const bool kept = follows( out->source );
-   isHandingOut_ = true;
+   left_ = std::make_unique< std::set< PathInfoKey > >();
    if ( kept && info.followers == info.paths() ) {
       answerFollowers( std::move( out ), operation );
    } else {

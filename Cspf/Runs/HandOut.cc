@@ -159,7 +159,7 @@ ConstraintInfoSm::handOutToFollowers( const HandOut & out, const char * operatio
       const auto path = pathStatusInfo( key );
       if ( path && constraintInfo()->pathHas( key ) ) {
          updatePath( key, out.data, operation );
-         if ( out.all && !left_.contains( key ) ) {
+         if ( out.all && !left_->contains( key ) ) {
             path->answeredAlone();
          }
          kept_.noteAnswer( *path, ground( *path, *out.data ) );
@@ -173,8 +173,7 @@ ConstraintInfoSm::endHandOut( HandOut & out ) {
       context().runMemory.reclaim( *out.data );
    }
    kept_.endAnswers();
-   left_.clear();
-   isHandingOut_ = false;
+   left_ = nullptr;
    backoffTimerTask();
 }
 
@@ -203,13 +202,12 @@ ConstraintInfoSm::leftOf( HandOut & out ) {
       const auto path = pathStatusInfo( key );
       if ( path && info.pathHas( key ) ) {
          info.waiting.insert( key );
-         if ( out.all && !left_.contains( key ) ) {
+         if ( out.all && !left_->contains( key ) ) {
             path->answeredAlone();
          }
       }
    }
    context().runMemory.reclaim( *out.data );
-   left_.clear();
    return rest;
 }
 

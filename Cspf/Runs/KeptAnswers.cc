@@ -117,7 +117,7 @@ bool
 KeptAnswers::isCurrent( const AllTopoDbView & view, const NodeId & source ) const {
    const bool own = view.constraint().sourceType() == CspfSourceType::plr;
    return isAt( view, source ) && ( own || ownSource_ == view.getOurSourceId() )
-          && partlyOverloaded_ == edgesOfPartlyOverloaded( view.topoGraph() );
+          && std::ranges::equal( partlyOverloaded_, edgesOfPartlyOverloaded( view.topoGraph() ) );
 }
 
 /// Whether the constraint may mean other edges now.
@@ -145,13 +145,15 @@ KeptAnswers::startAgain( const AllTopoDbView & view, const NodeId & source,
    const CspfGraph & graph = view.graph();
    source_ = source;
    ownSource_ = view.getOurSourceId();
-   numbers.overloadedEdges = partlyOverloaded_ = edgesOfPartlyOverloaded( view.topoGraph() );
-   named_ = numbers.excludedVertices;
-   interfaceOf_ = numbers.excludedInterfaces.empty() ? noVertex : numbers.ownSource;
+   numbers.overloadedEdges = edgesOfPartlyOverloaded( view.topoGraph() );
+   partlyOverloaded_ = Lum::PackedVector< CspfEdge >( numbers.overloadedEdges );
+   std::vector< CspfVertex > named = numbers.excludedVertices;
    for ( const CspfEdge edge : numbers.excludedEdges ) {
-      named_.push_back( graph.from( edge ) );
-      named_.push_back( graph.to( edge ) );
+      named.push_back( graph.from( edge ) );
+      named.push_back( graph.to( edge ) );
    }
+   named_ = Lum::PackedVector< CspfVertex >( named );
+   interfaceOf_ = numbers.excludedInterfaces.empty() ? noVertex : numbers.ownSource;
    noteHolding( view, view.ownReservations() );
    const bool shares = shareLabels( view, std::move( numbers ), shared );
    seeAgain();
@@ -176,7 +178,7 @@ KeptAnswers::shareLabels( const AllTopoDbView & view, CspfLinkConstraint numbers
    labels_->advance( graph, shared.memory() );
    overlay_ = CspfOverlay( std::move( refused ) );
    overlay_.heldIs( graph, *labels_, held );
-   if ( overlay_.empty() || overlay_.compute( graph, *labels_, shared.memory(), moved_ ) ) {
+   if ( overlay_.empty() || overlay_.compute( graph, *labels_, shared.memory(), shared.moved() ) ) {
       return true;
    }
    overlay_ = {};
@@ -204,12 +206,12 @@ KeptAnswers::isHoldingMoved( const AllTopoDbView & view,
 void
 KeptAnswers::noteHolding( const AllTopoDbView & view, const AllTopoDbView::OwnReservations & own ) {
    const CspfGraph & graph = view.graph();
-   holding_.clear();
+   std::vector< CspfEdgeChange > holding;
    for ( const auto & [ edge, bandwidth ] : own.held ) {
-      holding_.push_back( { graph.from( edge ), graph.to( edge ) } );
+      holding.push_back( { graph.from( edge ), graph.to( edge ) } );
    }
-   std::ranges::sort( holding_ );
-   holding_.shrink_to_fit();
+   std::ranges::sort( holding );
+   holding_ = Lum::PackedVector< CspfEdgeChange >( holding );
    holdsSomeAway_ = own.someAway;
    holdingChange_ = view.constraint().bandwidth() > 0
                        ? view.bwUsageManager()->lastChange( view.constraint().bwUsageId() )
@@ -244,19 +246,21 @@ KeptAnswers::followLabels( const CspfGraph & graph, SharedLabels & shared ) {
       return true;
    }
    allDue_ = allDue_ || !touched;
-   moved_.clear();
    const bool concerned =
       std::exchange( regranted_, false )
       || ( !overlay_.empty() && ( !touched || overlay_.isConcerned( *touched ) ) );
-   if ( concerned && !overlay_.compute( graph, *labels_, shared.memory(), moved_ ) ) {
+   if ( concerned && !overlay_.compute( graph, *labels_, shared.memory(), shared.moved() ) ) {
       return false;
    }
    if ( concerned ) {
       see( overlay_.watched() );
    }
    if ( !allDue_ ) {
+      const std::span< const CspfVertex > all = vertices_;
+      const auto * const moved = concerned ? &shared.moved() : nullptr;
       for ( Path & path : paths_ ) {
-         path.due = path.due || meets( path, *touched, concerned );
+         path.due =
+            path.due || meets( all.subspan( path.begin, path.end - path.begin ), *touched, moved );
       }
    }
    return true;
@@ -274,14 +278,14 @@ KeptAnswers::followAddresses( std::span< const Kivnet::IpGenAddr > addresses ) {
 /// An overlay that was worked out again may have other last links wherever an edge leads from a
 /// vertex that moved.
 bool
-KeptAnswers::meets( const Path & path, const CspfTouched & touched, bool overlayMoved ) const {
-   return std::any_of( vertices_.begin() + path.begin, vertices_.begin() + path.end,
-                       [ & ]( CspfVertex vertex ) {
-                          return touched.isTouched( vertex )
-                                 || ( overlayMoved
-                                      && ( touched.isNear( vertex )
-                                           || std::ranges::binary_search( moved_, vertex ) ) );
-                       } );
+KeptAnswers::meets( std::span< const CspfVertex > way, const CspfTouched & touched,
+                    const std::vector< CspfVertex > * overlayMoved ) {
+   return std::ranges::any_of( way, [ & ]( CspfVertex vertex ) {
+      return touched.isTouched( vertex )
+             || ( overlayMoved
+                  && ( touched.isNear( vertex )
+                       || std::ranges::binary_search( *overlayMoved, vertex ) ) );
+   } );
 }
 
 /// Most changes meet nothing, which a few bits tell.

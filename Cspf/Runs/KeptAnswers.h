@@ -5,6 +5,7 @@
 #include "Cspf/Runs/RunData.h"
 #include "Cspf/Runs/SharedLabels.h"
 #include "Cspf/Views/View.h"
+#include "platform/Lum/PackedVector.h"
 
 #include <array>
 #include <memory>
@@ -82,7 +83,8 @@ class KeptAnswers {
    bool followHolding( const AllTopoDbView & view, std::span< const CspfEdgeChange > changes );
    bool followLabels( const CspfGraph & graph, SharedLabels & shared );
    void followAddresses( std::span< const Kivnet::IpGenAddr > addresses );
-   bool meets( const Path & path, const CspfTouched & touched, bool overlayMoved ) const;
+   static bool meets( std::span< const CspfVertex > way, const CspfTouched & touched,
+                      const std::vector< CspfVertex > * overlayMoved );
    bool mayMeet( const CspfTouched & touched ) const;
    void see( std::span< const CspfVertex > vertices );
    bool sees( CspfVertex vertex ) const {
@@ -93,17 +95,16 @@ class KeptAnswers {
 
    std::shared_ptr< CspfLabels > labels_;
    CspfOverlay overlay_;
-   std::vector< CspfVertex > named_;           // edges into these change what is refused
-   CspfVertex interfaceOf_ = noVertex;         // ... and edges that leave this one
-   std::vector< CspfEdge > partlyOverloaded_;  // edges refused for it
+   Lum::PackedVector< CspfVertex > named_;           // edges into these change what is refused
+   CspfVertex interfaceOf_ = noVertex;               // ... and edges that leave this one
+   Lum::PackedVector< CspfEdge > partlyOverloaded_;  // edges refused for it
    NodeId source_, ownSource_;
    // What the user holds: the ends of those links, which change of it was the last one known,
    // whether links of it are away, and whether the labels are for it in particular.
-   std::vector< CspfEdgeChange > holding_;
+   Lum::PackedVector< CspfEdgeChange > holding_;
    std::uint64_t holdingChange_ = 0;
    bool holdsSomeAway_ = false, holdsInLabels_ = false;
    bool regranted_ = false;
-   std::vector< CspfVertex > moved_;  // of the overlay, while it is followed
    std::uint64_t epoch_ = 0, position_ = 0, addressPosition_ = 0, steps_ = 0;  // read up to there
    std::vector< Path > paths_;
    std::vector< CspfVertex > vertices_;

@@ -25,6 +25,8 @@ class SharedLabels {
    const CspfTouched * touchedSince( const std::shared_ptr< CspfLabels > & labels,
                                      std::uint64_t steps, std::uint32_t vertexBound );
    CspfLabelMemory & memory() noexcept { return memory_; }
+   /// What has moved in the overlay that was worked out last.
+   std::vector< CspfVertex > & moved() noexcept { return moved_; }
    /// Off: constraints do not follow, but are run each time. For comparison.
    void enabledIs( bool enabled ) noexcept { enabled_ = enabled; }
    bool enabled() const noexcept { return enabled_; }
@@ -37,6 +39,7 @@ class SharedLabels {
    std::size_t swept_ = 0;  // labels that were in use when they were last counted
    std::map< std::pair< bool, CspfLinkConstraint >, std::weak_ptr< CspfLabels > > labels_;
    CspfLabelMemory memory_;
+   std::vector< CspfVertex > moved_;
    CspfTouched touched_;
    // Whose marks these are.
    std::weak_ptr< const CspfLabels > touchedLabels_;
