@@ -28,7 +28,7 @@ class ChangeLog {
    /// Everything may have changed.
    void noteAll() {
       begin_ = end() + 1;
-      changes_.clear();
+      std::exchange( changes_, {} );  // with its memory
       ++epoch_;
    }
    /// Where a reader stands that has read everything; never 0.

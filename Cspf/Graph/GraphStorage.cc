@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 namespace Cspf {
 
@@ -76,7 +77,7 @@ CspfSrlgPool::acquire( std::span< const uint32_t > srlgs ) {
       }
       entry->second = freeLists_.back();
       freeLists_.pop_back();
-      lists_[ entry->second ].srlgs = entry->first;
+      lists_[ entry->second ].srlgs = &entry->first;
       for ( uint32_t srlg : srlgs ) {
          listsWith_[ srlg ].push_back( entry->second );
       }
@@ -90,15 +91,14 @@ CspfSrlgPool::release( uint32_t list ) {
    if ( list == 0 || --lists_[ list ].users ) {
       return;
    }
-   for ( uint32_t srlg : lists_[ list ].srlgs ) {
+   for ( uint32_t srlg : srlgs( list ) ) {
       const auto with = listsWith_.find( srlg );
       if ( with != listsWith_.end()
            && ( std::erase( with->second, list ), with->second.empty() ) ) {
          listsWith_.erase( with );
       }
    }
-   numbers_.erase( lists_[ list ].srlgs );
-   lists_[ list ].srlgs.clear();
+   numbers_.erase( numbers_.find( *std::exchange( lists_[ list ].srlgs, nullptr ) ) );
    freeLists_.push_back( list );
 }
 

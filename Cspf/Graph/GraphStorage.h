@@ -38,10 +38,15 @@ class CspfRowPool {
 class CspfSrlgPool {
  public:
    CspfSrlgPool();
+   CspfSrlgPool( CspfSrlgPool && ) = default;
+   CspfSrlgPool & operator=( CspfSrlgPool && ) = default;
    /// The list's number, with one more user. O(log lists).
    uint32_t acquire( std::span< const uint32_t > srlgs );
    void release( uint32_t list );
-   std::span< const uint32_t > srlgs( uint32_t list ) const { return lists_[ list ].srlgs; }
+   std::span< const uint32_t > srlgs( uint32_t list ) const {
+      const auto * const srlgs = lists_[ list ].srlgs;
+      return srlgs ? std::span( *srlgs ) : std::span< const uint32_t >();
+   }
    uint32_t lists() const { return static_cast< uint32_t >( lists_.size() ); }
    uint32_t users( uint32_t list ) const { return lists_[ list ].users; }
    /// The lists that hold an SRLG, each as often as it holds it, one after the other.
@@ -49,7 +54,8 @@ class CspfSrlgPool {
 
  private:
    struct List {
-      std::vector< uint32_t > srlgs;
+      const std::vector< uint32_t > * srlgs =
+         nullptr;  // the key in numbers_; null where it is none
       uint32_t users = 0;
    };
    std::vector< List > lists_;

@@ -67,12 +67,17 @@ TopoGraph::pairingIs( CspfEdge link ) {
 
 void
 TopoGraph::pairAll() const {
+   constexpr std::uint64_t few = 512;
+   const std::uint64_t before = graph_.changes().end();
    auto unpaired = std::exchange( unpaired_, {} );
    dropRepeats( unpaired );
    for ( const auto & [ low, high, topology ] : unpaired ) {
       if ( graph_.isRouter( low ) && graph_.isRouter( high ) ) {
          pairParallels( parallels( low, high, topology ), parallels( high, low, topology ) );
       }
+   }
+   if ( graph_.changes().end() - before > std::max< std::uint64_t >( few, graph_.edges() ) ) {
+      graph_.noteAll();  // a topology has come: nobody is helped by so long a list
    }
 }
 

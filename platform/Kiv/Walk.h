@@ -60,7 +60,7 @@ class Walk {
    /// The keys that are left are not visited any more.
    void stop() {
       isUnderWay_ = false;
-      left_ = {};
+      std::exchange( left_, {} );  // with its memory
       task_.unschedule();
    }
    bool isUnderWay() const noexcept { return isUnderWay_; }
