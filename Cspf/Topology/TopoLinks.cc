@@ -88,16 +88,19 @@ TopoLinks::~TopoLinks() {
 
 TopoRouter *
 TopoLinks::router( const TopoId & topoId, const IgpRouterId & id ) {
-   const auto at = routers_.find( { topoId, id } );
-   return at == routers_.end() ? nullptr : &*at;
+   const auto at = byName_.find( { topoId, id } );
+   return at == byName_.end() ? nullptr : &**at;
 }
 
 TopoLinks::Routers::iterator
 TopoLinks::routerAt( const TopoId & topoId, const IgpRouterId & id ) {
-   const auto [ at, fresh ] = routers_.try_emplace( { topoId, id } );
-   if ( fresh ) {
-      rankIs( { at, 0 } );
+   const TopoRouterName name{ topoId, id };
+   if ( const auto present = byName_.find( name ); present != byName_.end() ) {
+      return *present;
    }
+   const auto at = routers_.try_emplace( name ).first;
+   byName_.insertOfKey( name, at );
+   rankIs( { at, 0 } );
    return at;
 }
 
@@ -112,7 +115,10 @@ TopoLinks::routerDelIfUnused( TopoRouter & router ) {
    TopoRouterParts & parts = router.second;
    if ( parts.links.empty() && parts.entering == 0
         && std::ranges::none_of( parts.parts, takesPart ) ) {
-      routers_.erase( TopoRouterName( router.first ) );
+      const auto named = byName_.find( router.first );
+      const auto at = *named;
+      byName_.erase( named );
+      routers_.erase( at );
    }
 }
 

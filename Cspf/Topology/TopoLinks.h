@@ -3,6 +3,7 @@
 #include "Cspf/Graph/Graph.h"
 #include "Cspf/Topology/RankedMap.h"
 #include "platform/Lum/Blocks.h"
+#include "platform/Lum/HashTable.h"
 #include "platform/Lum/PackedVector.h"
 #include "schema/CspfKeys.h"
 #include "schema/Topology.h"
@@ -131,6 +132,9 @@ class TopoLinks {
  private:
    using Routers = std::map< TopoRouterName, TopoRouterParts, std::less< TopoRouterName >,
                              Lum::BlockAllocator< TopoRouter > >;
+   struct NameOf {
+      const TopoRouterName & operator()( Routers::iterator at ) const noexcept { return at->first; }
+   };
    /// What has ranks: each router (place 0), and behind it its links.
    struct InOrder {
       struct Position {
@@ -149,6 +153,7 @@ class TopoLinks {
    void rankIs( const InOrder::Position & at );
 
    Routers routers_;
+   Lum::HashTable< Routers::iterator, NameOf, Lum::Hash, std::equal_to< TopoRouterName > > byName_;
    const Moved moved_;
 };
 
