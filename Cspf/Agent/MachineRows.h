@@ -22,10 +22,12 @@ class MachineRows {
    /// Starts the machine, in place of an earlier one.
    template< auto member, class Machine >
    void set( const Key & key, Lum::Ptr< Machine > machine ) {
-      if ( rows_[ key ].*member ) {
+      if ( auto & place = rows_[ key ].*member; !place ) {
+         place = machine;
+      } else {
          del< member >( key );
+         rows_[ key ].*member = machine;
       }
-      rows_[ key ].*member = machine;
       Lum::start( machine );
    }
    /// Ends the machine, if there is one.
