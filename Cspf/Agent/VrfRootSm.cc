@@ -148,8 +148,10 @@ VrfRootSm::newConstraintInfoSm( const Lum::Ptr< ConstraintInfo > & constraintInf
          new AllTopoLfaDbView( topology, TilfaConstraintInfoSm::viewConstraint( constraint ) ),
          context );
    }
-   return new ConstraintInfoSm( constraintInfo, stats, new AllTopoTeDbView( topology, constraint ),
-                                context );
+   return new ConstraintInfoSm(
+      constraintInfo, stats,
+      new AllTopoTeDbView( topology, constraintInfo->constraint().sharedPathConstraint() ),
+      context );
 }
 
 void

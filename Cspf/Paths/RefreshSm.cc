@@ -132,13 +132,13 @@ RsvpPathRefreshSm::doPathValidation() {
    }
    TRACE8( "Process path validation for destination " << key.pathKey().dst() );
    const auto alive = keptAlive();  // whoever reads what is published may withdraw the path
-   const InternalPathConstraint & constraint = pathStatusInfo()->constraint()->pathConstraint();
+   const SharedPathConstraint constraint = pathStatusInfo()->constraint()->sharedPathConstraint();
    const AllTopoTeDbView view( context_.topology, constraint );
    RsvpPathValidator validator = this->validator( view );
    validator.validatePathAndUpdateMetadata();
    if ( validator.valid() ) {
       validityIs( validator.links().empty() ? PathValidity() : validator.validity() );
-      if ( constraint.bwUsageId() ) {
+      if ( constraint->bwUsageId() ) {
          pathUsageSm_->handleValid( view.topoGraph(), validator.links() );
       }
       if ( !isRetired() ) {

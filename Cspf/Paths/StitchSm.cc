@@ -76,7 +76,7 @@ RsvpPathStitchSm::Work &
 RsvpPathStitchSm::work() {
    if ( !work_ ) {
       allTopoDbViewIs( Lum::make< AllTopoTeDbView >(
-         topology_, pathStatusInfo_->constraint()->pathConstraint() ) );
+         topology_, pathStatusInfo_->constraint()->sharedPathConstraint() ) );
       work_ = std::make_unique< Work >(
          *allTopoDbView_, memory_, *pathStatusInfo_,
          pathConfigInfo_->cspfConfig()->pathConfigFind( pathKey() )->constraint() );
@@ -191,7 +191,7 @@ RsvpPathStitchSm::childFrom( const NodeId & end, const PathSegment & segment,
    }
    const auto & row = stitchTables_.pathStatusInfoTable->pathStatusInfo( key );
    const auto view =
-      Lum::make< const AllTopoTeDbView >( topology_, row->constraint()->pathConstraint() );
+      Lum::make< const AllTopoTeDbView >( topology_, row->constraint()->sharedPathConstraint() );
    return computeFrom( end, *row, view, runMemory_, operation );
 }
 

@@ -319,7 +319,7 @@ PathUsageSm::hold( PathBwUsage & usage, std::size_t hop,
 /// Which links the hops are, by their addresses; `known` ones where there are several.
 Lum::Ptr< const PathAsTopoDbLinks >
 PathUsageSm::mapped( const PathArray::Hops & hops, const PathAsTopoDbLinks * known ) {
-   const AllTopoTeDbView view( topology(), pathStatusInfo_->constraint()->pathConstraint() );
+   const AllTopoTeDbView view( topology(), pathStatusInfo_->constraint()->sharedPathConstraint() );
    const NodeId source = view.spfRoot();
    if ( !view.hasRouter( source ) ) {
       return Lum::make< PathAsTopoDbLinks >();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Kiv/DedupTable.h"
+#include "platform/Lum/CopyOnWrite.h"
 #include "schema/CspfClient.h"
 #include "schema/CspfKeys.h"
 
@@ -49,16 +50,20 @@ struct InternalPathConstraint {
    LUM_NO_STRING_CONSTRUCTOR( InternalPathConstraint );
 };
 
+/// One whose copies are one.
+using SharedPathConstraint = Lum::CopyOnWrite< InternalPathConstraint >;
+
 /// The constraint that is shared. Tests true unless it is the default.
 class DedupConstraintContent {
  public:
    explicit DedupConstraintContent( InternalPathConstraint constraint )
       : constraint_( std::move( constraint ) ),
-        hash_( Lum::hashOf( constraint_ ) ) {}
+        hash_( Lum::hashOf( *constraint_ ) ) {}
 
-   const InternalPathConstraint & pathConstraint() const noexcept { return constraint_; }
+   const InternalPathConstraint & pathConstraint() const noexcept { return *constraint_; }
+   const SharedPathConstraint & sharedPathConstraint() const noexcept { return constraint_; }
    std::size_t hash() const noexcept { return hash_; }
-   explicit operator bool() const { return constraint_ != InternalPathConstraint(); }
+   explicit operator bool() const { return pathConstraint() != InternalPathConstraint(); }
    bool operator==( const DedupConstraintContent & other ) const {
       return hash_ == other.hash_ && constraint_ == other.constraint_;
    }
@@ -67,7 +72,7 @@ class DedupConstraintContent {
    }
 
  private:
-   InternalPathConstraint constraint_;
+   SharedPathConstraint constraint_;
    std::size_t hash_;
 };
 
@@ -78,6 +83,9 @@ class DedupConstraint : public Kiv::DedupHandle {
       : content_( std::move( constraint ) ) {}
 
    const InternalPathConstraint & pathConstraint() const { return content_.pathConstraint(); }
+   const SharedPathConstraint & sharedPathConstraint() const noexcept {
+      return content_.sharedPathConstraint();
+   }
    const DedupConstraintContent & dedupContent() const noexcept { return content_; }
    const DedupConstraintContent & content() const noexcept { return content_; }
    std::size_t hash() const override { return content_.hash(); }

@@ -61,7 +61,7 @@ AllTopoDbView::neighborAndTepAllowedForTe( const AllTopoNeighborKey & named,
    const NodeId routerInNetwork = ownNode( link.topoId(), router );
    const NodeId farEnd = link.isLan() ? routerInNetwork : link.neighborId();
    const bool acrossLan = link.isLan() && routerInNetwork;
-   const TopoId & topoId = constraint_.topoId();
+   const TopoId & topoId = constraint().topoId();
    return verdict( ( !topoId || topoId == link.topoId() ) && twoWayCheckPassed( link )
                    && ( !acrossLan || twoWayCheckLan( link, routerInNetwork ) )
                    && !overloaded( link, farEnd, __PRETTY_FUNCTION__ )
@@ -86,7 +86,7 @@ AllTopoDbView::overloaded( const AllTopoNeighborKey & link, const NodeId & farEn
 bool
 AllTopoDbView::allowed( const AllTopoNeighborKey & link, const NodeId & farEnd,
                         const char * operation ) const {
-   const InternalPathConstraint & c = constraint_;
+   const InternalPathConstraint & c = constraint();
    if ( c == InternalPathConstraint() ) {
       return true;
    }
@@ -146,7 +146,7 @@ AllTopoDbView::isInterfaceAllowed( const AllTopoNeighborKey & link,
 
 bool
 AllTopoDbView::isNodeAllowed( const AllTopoNeighborKey & link, const NodeId & nodeId ) const {
-   const NodeId & excluded = constraint_.excludeNode().nodeId();
+   const NodeId & excluded = constraint().excludeNode().nodeId();
    const CspfVertex vertex =
       excluded && nodeId ? topoGraph().vertex( ownNode( link.topoId(), nodeId ) ) : noVertex;
    if ( vertex == noVertex ) {
@@ -188,7 +188,7 @@ AllTopoDbView::isAdminGroupAllowed( const AllTopoNeighborKey & link, std::uint32
 /// The link's own addresses, and those of the link back.
 bool
 AllTopoDbView::linkIpsAllowed( const AllTopoNeighborKey & link, const char * operation ) const {
-   if ( constraint_.excludeLinkWithIps() == 0 ) {
+   if ( constraint().excludeLinkWithIps() == 0 ) {
       return true;
    }
    TRACE9_FOR( operation, "Applying excludeLinkWithIp constraint on local interfaces" );
@@ -206,7 +206,7 @@ AllTopoDbView::linkIpsAllowed( const AllTopoNeighborKey & link, const char * ope
 
 bool
 AllTopoDbView::isLinkIpAllowed( const Igp::Neighbor & neighbor ) const {
-   for ( const auto & address : constraint_.excludeLinkWithIpList() ) {
+   for ( const auto & address : constraint().excludeLinkWithIpList() ) {
       if ( neighborHasInterfaceAddr( neighbor, address ) ) {
          TRACE9( "Link Ip of NeighborKey " << Lum::valueString( neighbor.key() ) << " is : "
                                            << address << " which is supposed to be excluded" );
@@ -218,13 +218,13 @@ AllTopoDbView::isLinkIpAllowed( const Igp::Neighbor & neighbor ) const {
 
 bool
 AllTopoDbView::bandwidthCheckPassed( const AllTopoNeighborKey & link ) const {
-   if ( constraint_.bandwidth() == 0 ) {
+   if ( constraint().bandwidth() == 0 ) {
       return true;
    }
    LUM_ASSERT( bwUsageManager() );
-   const BwUsageKey key{ ownKey( link ), constraint_.bwUsageId() };
-   const bool enough = bwUsageManager()->bandwidthAvailable( key, constraint_.bwSetupPriority() )
-                       >= constraint_.bandwidth();
+   const BwUsageKey key{ ownKey( link ), constraint().bwUsageId() };
+   const bool enough = bwUsageManager()->bandwidthAvailable( key, constraint().bwSetupPriority() )
+                       >= constraint().bandwidth();
    if ( !enough ) {
       TRACE9( "Bandwidth check failed for neighbor:" << link );
    }
@@ -233,14 +233,14 @@ AllTopoDbView::bandwidthCheckPassed( const AllTopoNeighborKey & link ) const {
 
 SrlgExcludeInfo
 AllTopoDbView::srlgExcludeInfo( const AllTopoNeighborKey & link ) const {
-   if ( constraint_.srlgExcludeOnlyLocalLinks()
+   if ( constraint().srlgExcludeOnlyLocalLinks()
         && ownKey( link ).neighborOf() != getOurSourceId() ) {
       return 0;
    }
    SrlgExcludeInfo count = 0;
    if ( const Igp::Neighbor * entry = neighbor( link ) ) {
       for ( const auto srlg : entry->srlgList() ) {
-         if ( constraint_.excludeSrlgDerivedHas( srlg ) ) {
+         if ( constraint().excludeSrlgDerivedHas( srlg ) ) {
             TRACE9( "SRLG " << srlg << " is not excluded for " << link );
             ++count;
          }
@@ -253,7 +253,7 @@ SrlgIncludeInfo
 AllTopoDbView::srlgIncludeInfo( const AllTopoNeighborKey & link ) const {
    const Igp::Neighbor * entry = neighbor( link );
    SrlgIncludeInfo count = 0;
-   for ( const auto srlg : constraint_.includeSrlgDerivedSet() ) {
+   for ( const auto srlg : constraint().includeSrlgDerivedSet() ) {
       if ( !entry || !hasElement( entry->srlgList(), srlg ) ) {
          TRACE9( "SRLG " << srlg << " is not included for " << link );
          ++count;

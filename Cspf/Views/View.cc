@@ -31,7 +31,7 @@ CspfLinkConstraint
 AllTopoDbView::linkConstraint( const NodeId & root ) const {
    TopoGraph & topology = topoGraph();
    topology.settle( root );
-   const InternalPathConstraint & c = constraint_;
+   const InternalPathConstraint & c = constraint();
    CspfLinkConstraint numbers;
    numbers.root = topology.vertex( root );
    numbers.ownSource = topology.vertex( getOurSourceId() );
@@ -61,7 +61,7 @@ AllTopoDbView::linkConstraint( const NodeId & root ) const {
 /// may be in several topologies.
 void
 AllTopoDbView::excludeInterface( CspfLinkConstraint & numbers ) const {
-   const InternalPathConstraint & c = constraint_;
+   const InternalPathConstraint & c = constraint();
    if ( !c.excludeIntf() ) {
       return;
    }
@@ -86,7 +86,7 @@ AllTopoDbView::excludeInterface( CspfLinkConstraint & numbers ) const {
 
 CspfEdge
 AllTopoDbView::stepToNeighbor( CspfEdge linkToLan ) const {
-   const InternalPathConstraint & c = constraint_;
+   const InternalPathConstraint & c = constraint();
    const TopoGraph & topology = topoGraph();
    const TopoId topoId = topology.neighborKey( linkToLan ).topoId();
    if ( graph().kind( linkToLan ) != CspfEdgeKind::routerToNetwork ) {
@@ -109,7 +109,7 @@ CspfVertex
 AllTopoDbView::vertex( const NodeId & node ) const {
    CspfVertex vertex = topoGraph().vertex( node );
    for ( const auto & [ topoId, table ] : allTopoDb_->topoDbColl() ) {
-      const bool isSeen = !constraint_.topoId() || topoId == constraint_.topoId();
+      const bool isSeen = !constraint().topoId() || topoId == constraint().topoId();
       if ( vertex == noVertex && isSeen ) {
          vertex = topoGraph().vertex( AllTopoNetworkId{ topoId, { IgpRouterId( node ) } } );
       }
@@ -122,7 +122,7 @@ void
 AllTopoDbView::excludeEdges( CspfLinkConstraint & numbers ) const {
    const TopoGraph & topology = topoGraph();
    const CspfGraph & graph = topology.graph();
-   for ( const auto & address : constraint_.excludeLinkWithIpList() ) {
+   for ( const auto & address : constraint().excludeLinkWithIpList() ) {
       const auto & links = allTopoDbStatus_->intfIpToNeighborTable()->intfIpToNeighbor( address );
       for ( const AllTopoNeighborKey & link : links.neighborSet() ) {
          const CspfEdge edge = topology.edge( link );
@@ -146,7 +146,7 @@ AllTopoDbView::excludeEdges( CspfLinkConstraint & numbers ) const {
 AllTopoDbView::OwnReservations
 AllTopoDbView::ownReservations() const {
    OwnReservations own;
-   if ( constraint_.bandwidth() == 0 ) {
+   if ( constraint().bandwidth() == 0 ) {
       return own;
    }
    LUM_ASSERT( bwUsageManager() );
@@ -159,15 +159,15 @@ AllTopoDbView::ownReservations() const {
          own.someAway = true;
       }
    };
-   bwUsageManager()->forEachOwnReservation( constraint_.bwUsageId(),
-                                            BwPriority( constraint_.bwSetupPriority() ), add );
+   bwUsageManager()->forEachOwnReservation( constraint().bwUsageId(),
+                                            BwPriority( constraint().bwSetupPriority() ), add );
    return own;
 }
 
 /// Routers that are excluded by TE router id or by their identity in an IGP.
 std::vector< CspfVertex >
 AllTopoDbView::excludedVertices() const {
-   const NodeId & excluded = constraint_.excludeNode().nodeId();
+   const NodeId & excluded = constraint().excludeNode().nodeId();
    std::vector< CspfVertex > vertices;
    if ( !excluded ) {
       return vertices;
@@ -342,7 +342,7 @@ AllTopoDbView::hasTep( const Kivnet::IpGenAddr & teRouterId, const Kivnet::IpGen
 
 NodeId
 AllTopoDbView::getOurSourceId() const {
-   return allTopoDbStatus_->sourceId( constraint_.pathComputationType() );
+   return allTopoDbStatus_->sourceId( constraint().pathComputationType() );
 }
 
 // The TE view.

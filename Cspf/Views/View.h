@@ -23,14 +23,14 @@ class AllTopoDbView : public Lum::Entity {
    /// `bwUsageManager` is needed where the constraint asks for bandwidth.
    AllTopoDbView( Lum::Ptr< const AllTopoDb > allTopoDb,
                   Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus,
-                  const InternalPathConstraint & constraint,
+                  SharedPathConstraint constraint,
                   Lum::Ptr< const BwUsageManager > bwUsageManager = nullptr )
       : allTopoDb_( std::move( allTopoDb ) ),
         allTopoDbStatus_( std::move( allTopoDbStatus ) ),
         bwUsageManager_( std::move( bwUsageManager ) ),
-        constraint_( constraint ) {}
-   AllTopoDbView( const VrfTopology & topology, const InternalPathConstraint & constraint )
-      : AllTopoDbView( topology.allTopoDb, topology.allTopoDbStatus, constraint,
+        constraint_( std::move( constraint ) ) {}
+   AllTopoDbView( const VrfTopology & topology, SharedPathConstraint constraint )
+      : AllTopoDbView( topology.allTopoDb, topology.allTopoDbStatus, std::move( constraint ),
                        topology.bwUsageManager ) {}
 
    // For runs.
@@ -136,7 +136,7 @@ class AllTopoDbView : public Lum::Entity {
    const Lum::Ptr< const BwUsageManager > & bwUsageManager() const noexcept {
       return bwUsageManager_;
    }
-   const InternalPathConstraint & constraint() const noexcept { return constraint_; }
+   const InternalPathConstraint & constraint() const noexcept { return *constraint_; }
 
  protected:
    bool rootOverloaded() const;
@@ -165,7 +165,7 @@ class AllTopoDbView : public Lum::Entity {
    const Lum::Ptr< const AllTopoDb > allTopoDb_;
    const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
    const Lum::Ptr< const BwUsageManager > bwUsageManager_;
-   const InternalPathConstraint constraint_;
+   const SharedPathConstraint constraint_;
 };
 
 /// Nodes are TE router ids; routers without one take no part. An overloaded router is neither
@@ -198,11 +198,11 @@ class AllTopoLfaDbView : public AllTopoDbView {
    LUM_ENTITY( Cspf, AllTopoLfaDbView );
    AllTopoLfaDbView( const Lum::Ptr< const AllTopoDb > & allTopoDb,
                      const Lum::Ptr< const AllTopoDbStatus > & allTopoDbStatus,
-                     const InternalPathConstraint & constraint )
-      : AllTopoDbView( allTopoDb, allTopoDbStatus, constraint ),
+                     SharedPathConstraint constraint )
+      : AllTopoDbView( allTopoDb, allTopoDbStatus, std::move( constraint ) ),
         graph_( allTopoDbStatus->lfaGraph() ) {}
-   AllTopoLfaDbView( const VrfTopology & topology, const InternalPathConstraint & constraint )
-      : AllTopoDbView( topology, constraint ),
+   AllTopoLfaDbView( const VrfTopology & topology, SharedPathConstraint constraint )
+      : AllTopoDbView( topology, std::move( constraint ) ),
         graph_( topology.allTopoDbStatus->lfaGraph() ) {}
 
    TopoGraph & topoGraph() const override { return *graph_; }
