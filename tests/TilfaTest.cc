@@ -117,8 +117,15 @@ TEST( Tilfa, aRepairStaysWhileWhatIsProtectedChanges ) {
    Reader reader( lab.statusTable( "tilfa" ) );
    reader.mustStay = true;
    EXPECT_EQ( repair( lab, "toC" ), "10.64.0.7 A-N.a:" );
+   const auto trees = [ & ] { return lab.outcome().constraints.size(); };
+   const std::size_t ofLink = trees();
+   lab.request( "tilfa", "toC", "C", nodeBehind( "A-B.a", "B" ) );
+   EXPECT_GT( trees(), ofLink ) << "those of before are there until the new ones have a result";
+   lab.request( "tilfa", "toC", "C", linkOf( "A-N.a" ) );
+   EXPECT_GT( trees(), ofLink );
    lab.request( "tilfa", "toC", "C", nodeBehind( "A-B.a", "B" ) );
    lab.settle();
+   EXPECT_EQ( trees(), ofLink );
    EXPECT_EQ( repair( lab, "toC" ), "10.64.0.7 A-N.a: 0004 0003" );
    lab.request( "tilfa", "toC", "C", linkOf( "A-N.a" ) );
    lab.settle();
@@ -151,6 +158,11 @@ TEST( Tilfa, aRepairStaysWhileWhatIsProtectedChanges ) {
    lab.settle();
    EXPECT_EQ( repair( lab, "toC" ), "" ) << "nothing is protected any more";
    EXPECT_EQ( lab.status( "tilfa", "toC" )->refreshRespSeq(), 8u );
+   lab.request( "tilfa", "toC", "C", linkOf( "A-B.a" ) );
+   lab.settle();
+   lab.request( "tilfa", "toC", "C", nodeBehind( "A-B.a", "B" ) );
+   lab.withdraw( "tilfa", "toC" );
+   EXPECT_EQ( trees(), 0u ) << "for whom neither the old ones nor the new ones wait";
 }
 
 TEST( Tilfa, aSegmentNamesTheAddressesThatItsLinkHas ) {

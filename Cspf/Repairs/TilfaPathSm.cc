@@ -213,7 +213,6 @@ TilfaPathSm::treesDel( std::uint32_t & trees ) {
    }
    const auto keys = keysOf( number );
    treesOf_.erase( at->second.constraint );
-   awaited_.erase( number );
    trees_.erase( at );
    for ( const PathInfoKey & key : keys ) {
       deletePathInfoKey( key );
@@ -226,8 +225,8 @@ void
 TilfaPathSm::replace( const PathKey & pathKey, std::uint32_t trees ) {
    Request & request = requests_[ pathKey ];
    std::uint32_t old = std::exchange( request.trees, trees );
-   if ( const auto at = trees_.find( old ); at != trees_.end() ) {
-      at->second.waiting.erase( pathKey );
+   if ( const auto at = waiting_.find( old ); at != waiting_.end() ) {
+      at->second.erase( pathKey );
    }
    if ( old == trees || request.stale ) {
       treesDel( old );
@@ -235,8 +234,7 @@ TilfaPathSm::replace( const PathKey & pathKey, std::uint32_t trees ) {
       request.stale = old;
    }
    if ( request.stale && trees ) {
-      trees_[ trees ].waiting.insert( pathKey );
-      awaited_.insert( trees );
+      waiting_[ trees ].insert( pathKey );
    } else {
       treesDel( request.stale );
    }
@@ -252,13 +250,14 @@ TilfaPathSm::haveResult( std::uint32_t trees ) const {
 
 void
 TilfaPathSm::handleFirstResult() {
-   const std::set< std::uint32_t > awaited = awaited_;
-   for ( const std::uint32_t trees : awaited ) {
-      if ( haveResult( trees ) ) {
-         awaited_.erase( trees );
-         for ( const PathKey & pathKey : std::exchange( trees_[ trees ].waiting, {} ) ) {
-            treesDel( requests_[ pathKey ].stale );
-         }
+   const auto next = [ this ] {
+      return std::ranges::find_if(
+         waiting_, [ this ]( const auto & trees ) { return haveResult( trees.first ); } );
+   };
+   for ( auto trees = next(); trees != waiting_.end(); trees = next() ) {
+      const auto done = waiting_.extract( trees );
+      for ( const PathKey & pathKey : done.mapped() ) {
+         treesDel( requests_[ pathKey ].stale );
       }
    }
 }

@@ -57,7 +57,6 @@ class TilfaPathSm : public PathSmBase {
    struct Trees {
       PathConstraint constraint;
       std::uint32_t users = 0;
-      std::set< PathKey > waiting;  // requests with stale trees, until these have a result
    };
 
    std::size_t moveToScope( const PathKey & pathKey );
@@ -76,7 +75,7 @@ class TilfaPathSm : public PathSmBase {
    Lum::Map< PathKey, Request > requests_;
    std::map< std::uint32_t, Trees > trees_;
    Lum::Map< PathConstraint, std::uint32_t > treesOf_;
-   std::set< std::uint32_t > awaited_;  // trees with waiting requests
+   std::map< std::uint32_t, std::set< PathKey > > waiting_;  // with stale trees, by new ones
    std::uint32_t lastTrees_ = 0;
    Kiv::Walk< PathKey > scopeWalk_;
    bool isMoving_ = false;
