@@ -126,11 +126,12 @@ struct Entry {
    int kind = 0;           // 0 network, 1 router by a link of its own, 2 router through a network
    uint64_t nodeRank = 0;  // of a router through a network
    uint64_t keyRank = 0;
+   uint64_t ownRank = 0;  // of the link by which that router stands on the network
    CspfEdge edge = noEdge;
    uint32_t interface = 0;
    bool operator<( const Entry & other ) const {
-      return std::tie( cost, kind, nodeRank, keyRank )
-             < std::tie( other.cost, other.kind, other.nodeRank, other.keyRank );
+      return std::tie( cost, kind, nodeRank, keyRank, ownRank )
+             < std::tie( other.cost, other.kind, other.nodeRank, other.keyRank, other.ownRank );
    }
 };
 
@@ -147,7 +148,7 @@ struct LiteralRun {
       for ( uint32_t e : m.g.out( vertex ) ) {
          const CspfEdge edge{ e };
          if ( const auto cost = m.walk( reached.cost, edge ) ) {
-            Entry entry{ *cost, 0, 0, m.g.keyRank( edge ), edge, reached.interface };
+            Entry entry{ *cost, 0, 0, m.g.keyRank( edge ), 0, edge, reached.interface };
             if ( vertex == m.c.ownSource ) {
                entry.interface = m.g.interface( edge );
             }
@@ -155,6 +156,7 @@ struct LiteralRun {
                entry.kind = 2;
                entry.nodeRank = m.g.nodeRank( m.g.to( edge ) );
                entry.keyRank = reached.keyRank;
+               entry.ownRank = m.g.keyRank( m.g.reverse( edge ) );
             } else if ( m.g.isRouter( m.g.to( edge ) ) ) {
                entry.kind = 1;
             }
@@ -175,7 +177,10 @@ struct LiteralRun {
             continue;
          }
          const auto [ first, fresh ] = madeFinalBy.try_emplace( vertex, entry );
-         if ( entry.cost == first->second.cost ) {
+         const bool again = std::ranges::any_of( lastLinks[ vertex ], [ & ]( const Entry & other ) {
+            return entry.kind == 2 && m.g.from( other.edge ) == m.g.from( entry.edge );
+         } );
+         if ( entry.cost == first->second.cost && !again ) {
             lastLinks[ vertex ].insert( entry );
          }
          if ( fresh ) {
@@ -235,6 +240,17 @@ TreeChecker::treeFault() const {
       if ( cost && *cost == tree.cost( to ) ) {
          attaining[ to ].insert( edge );
       }
+   }
+   for ( auto & [ vertex, edges ] : attaining ) {  // one step from each network
+      const auto isLater = [ & ]( CspfEdge edge, CspfEdge other ) {
+         return graph.isNetwork( graph.from( edge ) ) && graph.from( edge ) == graph.from( other )
+                && graph.keyRank( graph.reverse( edge ) ) > graph.keyRank( graph.reverse( other ) );
+      };
+      const std::set< CspfEdge > all = edges;
+      std::erase_if( edges, [ & ]( CspfEdge edge ) {
+         return std::ranges::any_of( all,
+                                     [ & ]( CspfEdge other ) { return isLater( edge, other ); } );
+      } );
    }
    for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
       const auto links = tree.lastLinks( CspfVertex{ v } );
