@@ -1,11 +1,15 @@
 // Keys, constraints and publications of single paths, below what a client can tell apart.
 
 #include "Cspf/Paths/StatusUpdate.h"
+#include "Cspf/Records/Segments.h"
 #include "Cspf/Requests/PathConfigInfoSm.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <random>
+#include <set>
 #include <vector>
 
 namespace Cspf {
@@ -51,6 +55,62 @@ TEST( Constraint, SegmentsKeepWhatWasAskedButTheHops ) {
    EXPECT_EQ( whole.includeHops(), 1u );
    whole.includeHopDelAll();
    EXPECT_EQ( modifiedConstraint( asked, spfForPathSegment() ), whole );
+}
+
+/// Few routers, so that paths go there and back, and come again to where they are.
+TEST( PathSegments, AreFoundInThePublishedPathAndKeepTheirKeysWhereAHopComesBetween ) {
+   std::mt19937 random( 1 );
+   const auto router = []( std::size_t n ) { return Kivnet::IpGenAddr( Kivnet::IpAddr( n ) ); };
+   for ( int round = 0; round < 3000; ++round ) {
+      const PathInfoKey parent = pathInfoKey( "0.0.0.1", 1 );
+      const Destination & destination = parent.pathKey().dst();
+      std::vector< IncludeHop > hops( 1 + random() % 5 );
+      for ( IncludeHop & hop : hops ) {
+         hop = { router( 1 + random() % 3 ), true };
+      }
+      const auto asked = [ & ] {
+         PathConstraint constraint;
+         for ( const IncludeHop & hop : hops ) {
+            constraint.includeHopIs( constraint.includeHops(), hop );
+         }
+         return pathSegments( constraint, destination );
+      };
+      const Kivnet::IpGenAddr source = router( 1 + random() % 4 );
+      Kivnet::IpGenAddr at = source;
+      PathStatus published;
+      std::set< PathInfoKey > keys, later;
+      std::vector< HopRange > ranges;
+      for ( const PathSegment & segment : asked() ) {
+         const std::size_t first = published.pathTeRouterIds();
+         if ( at != segment.end ) {
+            for ( std::size_t between = random() % 3; between > 0; --between ) {
+               published.pathTeRouterId_.push( router( 10 + random() % 9 ) );
+            }
+            published.pathTeRouterId_.push( segment.end );
+         }
+         if ( segment.isIncludeHop ) {
+            published.includeIp_.push( { segment.end, segment.end } );
+         }
+         at = segment.end;
+         ranges.push_back( { first, published.pathTeRouterIds() - first } );
+      }
+      for ( const PathSegment & segment : asked() ) {
+         const PathInfoKey key = childPathInfoKey( parent, segment );
+         EXPECT_TRUE( keys.insert( key ).second );
+         const auto range = publishedSegment( published, source, key );
+         ASSERT_TRUE( range );
+         EXPECT_EQ( range->first, ranges[ segment.index ].first );
+         EXPECT_EQ( range->count, ranges[ segment.index ].count );
+      }
+      hops.insert( hops.begin() + random() % ( hops.size() + 1 ), { router( 9 ), true } );
+      for ( const PathSegment & segment : asked() ) {
+         later.insert( childPathInfoKey( parent, segment ) );
+      }
+      std::vector< PathInfoKey > gone;
+      std::ranges::set_difference( keys, later, std::back_inserter( gone ) );
+      EXPECT_LE( gone.size(), 1u );
+      EXPECT_LE( later.size(), keys.size() + 2 );
+   }
 }
 
 /// One path with a result of two hops.
