@@ -2,10 +2,12 @@
 // gives in this program without a run is checked against a run, which stops it at a difference; and
 // an agent that is made to run, since every step of it is traced, must look the same at any moment.
 
+#include "Cspf/Runs/KeptAnswers.h"
 #include "platform/Trace/Gemtrace.h"
 #include "tests/Lab.h"
 #include "tests/RandomLab.h"
 #include "tests/RepairStorm.h"
+#include "tests/TopoStore.h"
 #include "tools/lab/LabJson.h"
 
 #include <gtest/gtest.h>
@@ -83,9 +85,17 @@ class WideStorm {
       return text + "A -7{bw 100}- R1; A -7{bw 100}- R1; A -9{bw 100}- R30";
    }
 
-   /// Two interfaces of the agent's router have SRLGs.
-   static Json interfaces() {
+   /// Two interfaces of the agent's router have SRLGs, and some links are in two levels.
+   static Json more( const std::string & text ) {
+      const Json core = labTopology( text );
+      Json level1{ { "numbers", { 1, 0 } }, { "routers", core[ "routers" ] } };
+      for ( const auto & [ name, link ] : core[ "links" ].items() ) {
+         if ( level1[ "links" ].size() < core[ "links" ].size() / 10 ) {
+            level1[ "links" ][ name ] = link;
+         }
+      }
       return {
+         { "topologies", { { "level1", level1 } } },
          { "interfaces",
            { { "A-R1.a", { { "srlg", { 1, 2 } } } }, { "A-R30.a", { { "srlg", { 3 } } } } } } };
    }
@@ -175,7 +185,8 @@ std::vector< std::string >
 statesOfWideStorm( unsigned seed ) {
    std::srand( seed );
    WideStorm storm( seed );
-   TestLab lab( storm.text(), storm.interfaces() );
+   const std::string text = storm.text();
+   TestLab lab( text, storm.more( text ) );
    for ( int n = 0; n < 60; ++n ) {
       storm.ask( lab );
    }
@@ -341,4 +352,30 @@ TEST( Follow, AChangeThatNoRepairReadsTouchesNone ) {
    EXPECT_EQ( computedAfter( "E-A", { { "adminGroup", 1 } } ), 20u ) << "a link of its own";
    EXPECT_NE( lab.dump().find( "Path Refresh Stage2 Count: 6" ), std::string::npos );
    Gemtrace::sinkIs( nullptr );
+}
+
+TEST( Follow, ConstraintsThatRefuseALinkEachShareLabelsWhereMostStaysAsItIs ) {
+   std::string chain = "A";
+   for ( unsigned n = 1; n < 20; ++n ) {
+      chain += " -1- R" + std::to_string( n );
+   }
+   Cspf::TopoStore store( chain.c_str() );
+   Cspf::SharedLabels shared;
+   const auto reachesEnd = [ & ]( const char * refused, Cspf::KeptAnswers & kept ) {
+      Cspf::InternalPathConstraint constraint;
+      constraint.excludeLinkWithIpIs( 0, Cspf::ip( refused ) );
+      const Cspf::AllTopoTeDbView view( store.allTopoDb, store.status, constraint );
+      EXPECT_TRUE( kept.follow( view, store.us, shared ) );
+      const Cspf::CspfVertex end =
+         view.topoGraph().vertex( Cspf::NodeId( Cspf::ip( "10.0.0.20" ) ) );
+      return kept.tree( view.graph() ).reached( end );
+   };
+   Cspf::KeptAnswers none, last, nextToLast, first;
+   EXPECT_TRUE( reachesEnd( "10.99.0.1", none ) );
+   EXPECT_FALSE( reachesEnd( "10.64.0.38", last ) );
+   EXPECT_FALSE( reachesEnd( "10.64.0.36", nextToLast ) );
+   EXPECT_FALSE( reachesEnd( "10.64.0.2", first ) );
+   const Cspf::AllTopoTeDbView plain( store.allTopoDb, store.status, {} );
+   const auto labels = shared.labels( plain.graph(), plain.linkConstraint( store.us ), false );
+   EXPECT_EQ( labels.use_count(), 4 ) << "of the first three, and here";
 }

@@ -127,12 +127,29 @@ followed( const Json & document, Json seen ) {
    return seen;
 }
 
-/// Every link is there (while the router's own one is away, a repair of it stays what it was), or
-/// all is well with routers and clients, too.
+/// Whether the router still has the interface of a repair.
+bool
+isProtected( const Json & document, const Json & request ) {
+   const std::string intf = request[ "constraint" ].value( "excludeIntf", std::string() );
+   const std::string link = intf.substr( 0, intf.rfind( '.' ) );
+   return std::ranges::any_of( document[ "topologies" ], [ & ]( const Json & topology ) {
+      return topology.value( "exportReady", true )
+             && ( intf.starts_with( "lan" ) || topology[ "links" ].contains( link ) );
+   } );
+}
+
+/// Every own link is there, or nobody asks for a repair of it (while it is away, that stays what it
+/// was); or all is well with routers and clients, too.
 Json
 mended( const Json & document, bool isAll ) {
    const Json none = Json::object();
    Json change;
+   for ( const Json asked = document.value( "/paths/tilfa"_json_pointer, none );
+         const auto & [ name, request ] : asked.items() ) {
+      if ( !isProtected( document, request ) ) {
+         change[ "paths" ][ "tilfa" ][ name ] = nullptr;
+      }
+   }
    for ( const auto & [ name, topology ] : document[ "topologies" ].items() ) {
       Json & mended = change[ "topologies" ][ name ];
       for ( const auto & [ link, ends ] : topology[ "links" ].items() ) {

@@ -495,7 +495,9 @@ TEST( ExplicitPath, IsThatOfItsSegmentsPutTogether ) {
 }
 
 TEST( ExplicitPath, FailuresLeaveWhatIsPublishedAndSayWhy ) {
-   TestLab lab( "A -10- B -10- C -10- D; A -90- D; A -99{group 4}- C; E -1- F" );
+   const Json nameless{ { "core", { { "routers", { { "F", { { "teRouterId", nullptr } } } } } } } };
+   TestLab lab( "A -10- B -10- C -10- D; A -90- D; A -99{group 4}- C; E -1- F",
+                { { "topologies", nameless } } );
    const std::string refused = "The specified explicit path is not valid: ";
    const std::vector< std::pair< std::string, Json > > failures{
       { "No path for pathSegmentIndex 0", through( "~10.0.0.5 ~10.0.0.2" ) },
@@ -509,6 +511,7 @@ TEST( ExplicitPath, FailuresLeaveWhatIsPublishedAndSayWhy ) {
         "10.64.0.11: has an excluded administrative group",
         through( "10.0.0.3" ) },
       { refused + "Hop not found: 10.0.0.2", through( "10.0.0.2 10.64.0.5", true ) },
+      { refused + "Cannot find TE router id for 10.64.0.13", through( "10.64.0.13", true ) },
       { refused + "path not continuous", through( "10.64.0.3 10.64.0.7", true ) },
       { refused + "path destination 10.0.0.4", through( "10.64.0.3 10.64.0.5", true ) },
       { refused + "hop 10.64.0.5 is not behind", through( "10.64.0.5 10.64.0.7", true ) },

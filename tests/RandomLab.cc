@@ -92,7 +92,7 @@ Json
 RandomLab::routerIn( bool isis, unsigned n ) {
    const std::string number = std::to_string( n + 1 );
    Json router{ { "id", isis ? "0000.0000.000" + number : "1.1.1." + number } };
-   if ( n == 0 || !oneIn( 12 ) ) {
+   if ( n == 0 || !oneIn( hasEverything() ? 6 : 12 ) ) {
       router[ "teRouterId" ] = "10.0.0." + number;
       router[ "prefixes" ] = { { "10.0.0." + number + "/32", 0 } };
    }
@@ -158,8 +158,21 @@ RandomLab::localInterfaces( const Json & document ) const {
    return interfaces;
 }
 
+/// That of another path of the VRF; null where the draw has none.
+Json
+RandomLab::anothersConstraint( const Json & document, const std::string & vrf ) {
+   const Json none = Json::object();
+   const Json paths = document.value( "paths", none ).value( clientNames[ below( 2 ) ], none );
+   const Json path = paths.value( keyOf( paths ), none );
+   return path.value( "vrf", "default" ) == vrf ? path.value( "constraint", Json() ) : Json();
+}
+
 Json
 RandomLab::constraint( const Json & document, const std::string & vrf ) {
+   if ( const Json shared = oneIn( 3 ) ? anothersConstraint( document, vrf ) : Json();
+        !shared.is_null() ) {
+      return shared;
+   }
    Json constraint = Json::object();
    if ( hasEverything() && oneIn( 2 ) ) {
       addHops( constraint );
@@ -296,6 +309,18 @@ RandomLab::path( const Json & document ) {
    return path;
 }
 
+/// Links of one topology are in the other one as well, with the same addresses.
+void
+RandomLab::shareLinks( const Json & topology, Json & other ) {
+   for ( const auto & [ name, link ] : topology[ "links" ].items() ) {
+      if ( oneIn( 2 ) && other[ "routers" ].contains( link[ "a" ] )
+           && other[ "routers" ].contains( link[ "b" ] ) ) {
+         Json & shared = other[ "links" ][ name ] = link;
+         shared.update( attributes() );
+      }
+   }
+}
+
 Json
 RandomLab::document() {
    routers_ = 3 + below( 6 );
@@ -305,6 +330,9 @@ RandomLab::document() {
    for ( unsigned kind = 1; kind < 4; ++kind ) {
       if ( oneIn( 3 ) ) {
          auto & more = document[ "topologies" ][ names[ kind ] ] = topology( kind );
+         if ( hasEverything() ) {
+            shareLinks( document[ "topologies" ][ "core" ], more );
+         }
          if ( oneIn( 3 ) ) {
             more[ "vrf" ] = "red";
          }
@@ -336,8 +364,7 @@ RandomLab::document() {
 
 Json
 RandomLab::linkEvent( const Json & link ) {
-   const bool mustStay = hasEverything() && ( link[ "a" ] == "R0" || link[ "b" ] == "R0" );
-   switch ( below( mustStay ? 3 : 5 ) ) {
+   switch ( below( 5 ) ) {
    case 0: return { { "up", !link.value( "up", true ) } };
    case 1: return { { oneIn( 2 ) ? "ab" : "ba", oneIn( 2 ) ? Json( false ) : attributes() } };
    case 2: return { { "aAddr", address() } };
@@ -408,8 +435,12 @@ RandomLab::clientEvent( const Json & document ) {
    case 3:
       if ( !name.empty() ) {
          const std::string vrf = document[ "paths" ][ client ][ name ].value( "vrf", "default" );
-         const Json asked = client == "tilfa" ? Json( repair( document )[ "constraint" ] )
-                                              : constraint( document, vrf );
+         Json asked = client == "tilfa" ? Json( repair( document )[ "constraint" ] )
+                                        : constraint( document, vrf );
+         const Json before = document[ "paths" ][ client ][ name ].value( "constraint", Json() );
+         for ( const auto & [ field, value ] : before.items() ) {
+            asked.emplace( field, nullptr );
+         }
          return { { "paths", { { client, { { name, { { "constraint", asked } } } } } } } };
       }
       [[fallthrough]];

@@ -37,8 +37,10 @@ class RandomLab {
    Json lan( const Json & routers );
    Json routerIn( bool isis, unsigned n );
    Json topology( unsigned kind );
+   void shareLinks( const Json & topology, Json & other );
    Json path( const Json & document );
    Json constraint( const Json & document, const std::string & vrf );
+   Json anothersConstraint( const Json & document, const std::string & vrf );
    void addHops( Json & constraint );
    void addRest( Json & constraint );
    Json repair( const Json & document );

@@ -23,16 +23,33 @@ namespace {
 
 using Json = nlohmann::json;
 
+/// Whether hops are published beside an error: what was granted to them is known to nobody else.
+bool
+hasRefused( const TestLab & lab ) {
+   for ( const auto & [ client, services ] : lab.outcome().clients ) {
+      for ( const auto & [ where, service ] : services ) {
+         if ( std::ranges::any_of( service.pathStatus, []( const auto & path ) {
+                 return !path.error.empty() && path.status.paths() > 0;
+              } ) ) {
+            return true;
+         }
+      }
+   }
+   return false;
+}
+
 /// All state but how often the agent ran, and for which constraint of which number.
 Json
 keptOf( const TestLab & lab ) {
    const Json all = lab.snapshot();
+   const std::string unknown = hasRefused( lab ) ? "te/cspf/bwUsage" : "te/cspf/constraintStatus";
    Json kept = Json::object();
    for ( const auto & [ path, one ] : all.items() ) {
       const Json & value = one[ "value" ];
       const bool empty = std::ranges::all_of(
          value, []( const Json & part ) { return part.is_structured() && part.empty(); } );
-      if ( !path.starts_with( "te/cspf/constraintStatus" ) && !empty ) {
+      if ( !path.starts_with( "te/cspf/constraintStatus" ) && !path.starts_with( unknown )
+           && !empty ) {
          kept[ path ] = one;
       }
    }
