@@ -309,6 +309,12 @@ TEST( Follow, AChangeThatConcernsNobodyTouchesNoPath ) {
    lab.link( "A-C", { { "metric", 95 } } );
    lab.settle();
    EXPECT_LE( stages, 25u ) << "of those to B as much is known as before";
+   stages = 0;
+   lab.link( "A-C", { { "metric", 96 } } );
+   lab.request( "cli", "p0", "B", Json::object(), { { "id", 0 }, { "refreshReqSeq", 1 } } );
+   lab.settle();
+   EXPECT_LE( stages, 26u ) << "also where one of them asks";
+   EXPECT_EQ( lab.status( "cli", "p0" )->refreshRespSeq(), 1u );
    EXPECT_EQ( lab.path( "cli", "p1" ), "A D C" );
    Gemtrace::sinkIs( nullptr );
 }

@@ -267,12 +267,10 @@ CspfGraph::pairIs( CspfEdge edge, CspfEdge reverse, bool agree ) {
       touch( columns_.from[ e ] );
       noteEdge( one );
    }
-   ++version_;
 }
 
 void
 CspfGraph::unpair( CspfEdge edge ) {
-   ++version_;
    const CspfEdge other = reverse( edge );
    for ( CspfEdge one : { edge, other } ) {
       if ( one != noEdge ) {
