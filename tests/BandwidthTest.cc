@@ -401,6 +401,25 @@ TEST( Bandwidth, APathThatFillsItsLinkKeepsItUnderAnotherNameAndAfterARestart ) 
    }
 }
 
+/// Hops that cannot be followed for a while leave it published.
+TEST( Bandwidth, APathThatFillsItsLinkFindsItUnderAnotherNameAfterItWasAway ) {
+   for ( const char * client : { "cli", "rsvp" } ) {
+      TestLab lab( "A -10{bw 100}- B" );
+      const auto links = [ & ]( const Json & change ) {
+         lab.patch( { { "topologies", { { "core", { { "links", change } } } } } } );
+         EXPECT_EQ( held( lab ), Held{ 100 } );
+      };
+      lab.request( client, "t", "B", wanted( 100, 0, 0, { "10.0.0.2" } ) );
+      lab.settle();
+      Json same = lab.document()[ "topologies" ][ "core" ][ "links" ][ "A-B" ];
+      same[ "unreserved" ] = 0;
+      links( { { "A-B", nullptr } } );
+      EXPECT_NE( lab.error( client, "t" ), "" );
+      links( { { "again", same } } );
+      EXPECT_EQ( lab.error( client, "t" ), "" );
+   }
+}
+
 TEST( Bandwidth, APathThatComesToARouterTwiceAcrossALanHoldsBothWays ) {
    TestLab lab( "A -10{bw 100}- B; D -1{bw 100}- F; B =lan1= D F" );
    Json patch, &members = patch[ "topologies" ][ "core" ][ "lans" ][ "lan1" ][ "members" ];
