@@ -7,7 +7,8 @@
 // by source. Our side is timed from the constraint to the finished tree: filter, arcs, walk, all
 // equal-cost last links in order, destinations looked up. The peer's unconstrained run gives
 // distances and one predecessor; its constrained run evaluates the same constraint at each link.
-// Every tree is checked against the peer's distances outside of the timed part.
+// Every tree is checked against the peer's distances outside of the timed part. Networks in which
+// 16 bits do not hold the metric of one link, and of many, have rows of their own.
 
 #include "Cspf/Graph/HopList.h"
 #include "Cspf/Graph/TreeRun.h"
@@ -203,6 +204,7 @@ class Bench {
       row( "run, SRLGs as preference", preferred, plainPeer );
       row( "reverse run, constraint", reverse, plainPeer );
       hopLists( c, hard.cpu() );
+      wideMetrics();
       changes();
    }
 
@@ -253,6 +255,28 @@ class Bench {
       std::printf( "   %-38s %10.1f us %.0f ns each, %.1f hops; %.2f of a run\n",
                    "hop lists of 10,000 destinations", lists.cpu(), lists.cpu() / 10,
                    double( hops ) / double( count ), lists.cpu() / runTime );
+   }
+
+   /// With metrics that 16 bits do not hold: that of one link, and those of all.
+   void wideMetrics() {
+      for ( const bool all : { false, true } ) {
+         for ( uint32_t e = 0; e < ( all ? graph_.edgeBound() : 1 ); ++e ) {
+            CspfEdgeRecord record = graph_.record( CspfEdge{ e } );
+            const std::vector< uint32_t > srlgs( record.srlgs.begin(), record.srlgs.end() );
+            record.srlgs = srlgs;
+            record.igpMetric = all ? record.igpMetric * 100 : 100'000;
+            graph_.updateEdge( CspfEdge{ e }, record );
+         }
+         Peer peer( graph_ );
+         Times wide, widePeer;
+         for ( int i = 0; i < sources; ++i ) {
+            const CspfVertex source = anyRouter();
+            wide.time( [ & ]() { oneRun( {}, false, source ); } );
+            widePeer.time( [ & ]() { peer.run( peer.csr, index( source ) ); } );
+            compare( peer );
+         }
+         row( all ? "run, all metrics wide" : "run, one metric wide", wide, widePeer );
+      }
    }
 
    void changes() {

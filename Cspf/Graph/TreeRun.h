@@ -180,7 +180,8 @@ class CspfTreeRun {
    void takeLastLinks( const CspfGraph & graph, CspfTree & tree );
 
    CspfArcs arcs_;
-   CspfBucketQueue buckets_;
+   CspfBucketQueue<> buckets_;
+   CspfWideBucketQueue wideBuckets_;
    CspfRadixHeap< CspfMetricKey > heap_;
    CspfSrlgQueue< CspfSrlgKey > srlgQueue_;
    CspfSrlgQueue< CspfPackedKey > packedQueue_;
@@ -215,12 +216,15 @@ CspfTreeRun::run( const CspfGraph & graph, const CspfLinkFilter & filter,
    } else if ( arcs_.countsSrlgs() && arcs_.counted() != CspfCountedArcs::apart ) {
       srlgQueue_.begin( arcs_.metricBits(), arcs_.size() );
       start< SrlgLabels >( graph, tree, srlgQueue_, observer );
-   } else if ( arcs_.metricBits() <= CspfBucketQueue::largestStepAllowed ) {
+   } else if ( arcs_.metricBits() <= CspfBucketQueue<>::largestStepAllowed ) {
       buckets_.begin( arcs_.metricBits(), arcs_.size() );
       start< MetricLabels >( graph, tree, buckets_, observer );
-   } else {
+   } else if constexpr ( isHeard< Observer > ) {  // in the order in which traces tell equal costs
       heap_.begin();
       start< MetricLabels >( graph, tree, heap_, observer );
+   } else {
+      wideBuckets_.begin( arcs_.size() );
+      start< MetricLabels >( graph, tree, wideBuckets_, observer );
    }
    if ( arcs_.countsSrlgs() && arcs_.counted() == CspfCountedArcs::apart ) {
       goOn( graph, tree, observer );
