@@ -112,19 +112,21 @@ IntfIpToNeighbor::linkDel( const TopoLink & link ) {
 namespace {
 
 /// What an address stands for has changed for the owner of a link that has it, or had it, and for
-/// another router where that is the only other one. Where there are more they stay ambiguous.
+/// the others. Of several that have it all but one may not count, since their links lead nowhere;
+/// where very many have it, it stays ambiguous.
 void
 touchOwners( const AllTopoDbStatus & allTopoDbStatus, const IntfIpToNeighbor & entry,
              const TopoLink & changed ) {
    TopoGraph & graph = allTopoDbStatus.teGraph();
    const TopoRouter & owner = *changed.from;
    graph.touch( owner );
-   std::vector< const TopoRouter * > others;  // one of each; in several topologies one router
+   constexpr std::size_t few = 16;
+   std::vector< const TopoRouter * > others;  // in several topologies one router
    const auto links = entry.links();
    for ( auto at = links.begin(); at != links.end(); ) {
       const TopoRouter * const other = ( *at )->from;
       if ( other != &owner ) {
-         if ( !others.empty() && graph.vertex( *other ) != graph.vertex( *others.front() ) ) {
+         if ( others.size() == few ) {
             return;
          }
          others.push_back( other );
