@@ -161,16 +161,12 @@ PathSmBase::doPrepareToDie() {
 
 void
 PathSmBase::doCheckPathUsageAndUpdate( const PathKey & pathKey ) {
-   if ( cspfConfig_->pathConfigHas( pathKey ) ) {
-      usageChanged( externalPathInfoKey( pathKey ) );
+   if ( !cspfConfig_->pathConfigHas( pathKey ) ) {
+      return;
    }
-}
-
-void
-PathSmBase::usageChanged( const PathInfoKey & key ) {
+   const PathInfoKey key = externalPathInfoKey( pathKey );
    if ( const auto row = pathConfigInfoTable_->pathConfigInfo( key ) ) {
-      TRACE8_FOR( "void Cspf::PathSmBase::doCheckPathUsageAndUpdate(const Cspf::PathKey&)",
-                  "Updating usageChangeCount for " << key.traceString() );
+      TRACE8( "Updating usageChangeCount for " << key.traceString() );
       row->usageChangeCountInc();
    }
 }
@@ -276,7 +272,7 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
       }
    }
    if ( !handling.isVoid() ) {
-      usageChanged( wanted->parentPathInfoKey() );
+      doCheckPathUsageAndUpdate( pathKey );
    }
 }
 

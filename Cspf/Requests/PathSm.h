@@ -90,8 +90,6 @@ class PathSmBase : public Lum::Reactor {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  protected:
-   /// The path's bandwidth use must be accounted anew.
-   void usageChanged( const PathInfoKey & key );
    /// Makes the rows of a key where there are none.
    void addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config );
    void deleteRows( const PathInfoKey & key );
