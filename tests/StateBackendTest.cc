@@ -254,6 +254,26 @@ TEST_F( RedisStateTest, whatEndsWithAnotherKeyWhileAllIsReadAgainIsGone ) {
    expectAgreement( "in the end" );
 }
 
+TEST_F( RedisStateTest, whatIsMoreThanOneBatchGoesOnWhileItChanges ) {
+   const auto rows = Lum::cast< Cspf::Status >(
+      state[ 0 ].tables.alwaysIs( "a/rows", Cspf::Status::lumTypeName ) );
+   RandomValue random( 13 );
+   const Cspf::Destination dst( *Kivnet::IpGenAddr::parse( "10.0.0.1" ) );
+   for ( unsigned round = 0; round < 20; ++round ) {
+      for ( unsigned i = 0; i < 4'000; ++i ) {
+         const Cspf::PathKey key{ dst, random.below( 15'000 ) };
+         if ( random.below( 4 ) ) {
+            rows->pathErrorIs( key, std::to_string( round ) );
+         } else {
+            rows->pathErrorDel( key );
+         }
+      }
+      state.turns( static_cast< int >( random.below( 3 ) ) );
+   }
+   ASSERT_GT( rows->pathErrors(), 8'000u );
+   expectAgreement( "in the end" );
+}
+
 TEST_F( RedisStateTest, readingAllAgainTellsNothingOfWhatIsAsItWas ) {
    RandomValue random( 3 );
    state[ 0 ].replica->leaseIs( { "a" }, false, {} );
