@@ -238,6 +238,24 @@ TEST_F( SharedStateTest, anAgentThatEndsLeavesRequestsAndNothingElse ) {
    EXPECT_EQ( std::ranges::count( server.cli( { "KEYS", "t:te/cspf/*" } ), '\n' ), 2 );
 }
 
+TEST_F( SharedStateTest, aLabIsThereWhenTheAgentStartsOrThePlaceOfItsErrorIsSaid ) {
+   const std::string file = directory / "lab.json";
+   Json lab{ { "router", "A" },
+             { "topologies", { { "net", labTopology( "A -10- B -10- D; A -20- C -20- D" ) } } },
+             { "clients", { { "rsvp", { { "vrf", { { "default", true } } } } } } },
+             { "paths", { { "rsvp", { { "p", { { "dst", "X" }, { "id", 1 } } } } } } } };
+   std::ofstream( file ) << lab;
+   const ProgramResult wrong = runProgram(
+      "agentrunner", { "--state", server.url(), "--socket", directory / "other", "--lab", file } );
+   EXPECT_EQ( wrong.exitStatus, 1 );
+   EXPECT_THAT( wrong.err, HasSubstr( file + ": /paths/rsvp/p/dst" ) );
+   lab[ "paths" ][ "rsvp" ][ "p" ][ "dst" ] = "10.0.0.3";
+   lab[ "clients" ][ "rsvp" ][ "addressFamily" ][ "ipv4" ] = true;
+   std::ofstream( file ) << lab;
+   const auto runner = run( { "--lab", file } );
+   EXPECT_TRUE( isPublished( "10.64.0.5" ) );
+}
+
 TEST_F( SharedStateTest, aServerThatCannotServeIsSaidSo ) {
    const auto errorOf = [ & ]( const RedisServer & with, std::vector< std::string > more = {} ) {
       more.insert( more.begin(), { "--state", with.url(), "--socket", directory / "other" } );

@@ -26,6 +26,7 @@
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -131,10 +132,14 @@ withoutEvents( Lab::LabJson lab ) {
    return Lab::LabFile::of( std::move( lab ) );
 }
 
-void
-startFile( const std::string & fileName, Corvdb::StateStore & state, Zorch::TableStore & tables ) {
+/// None where there is no file to read.
+std::optional< Lab::LabFile >
+readFile( const std::string & fileName ) {
+   if ( fileName.empty() ) {
+      return std::nullopt;
+   }
    try {
-      Lab::startLab( withoutEvents( Lab::readLabJson( fileName ) ), state, tables );
+      return withoutEvents( Lab::readLabJson( fileName ) );
    } catch ( const Lab::LabError & error ) {
       throw std::runtime_error( fileName + ": " + error.what() );
    }
@@ -197,9 +202,10 @@ serve( const Options & options ) {
                                   [ &server ] { return server->metrics(); } );
    std::optional< ProofWatch > proofWatch;
    const ServiceManager manager( loop );
+   auto lab = readFile( options.lab );
    const auto ready = [ & ] {
-      if ( !options.lab.empty() ) {
-         startFile( options.lab, state, tables );
+      if ( const auto start = std::exchange( lab, std::nullopt ) ) {
+         Lab::startLab( *start, state, tables );
       }
       if ( recorder ) {
          recorder->agentStarts();
