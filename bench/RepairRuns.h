@@ -3,8 +3,10 @@
 #include "Cspf/Detours/RepairTable.h"
 #include "Cspf/Graph/TreeRun.h"
 
-/// The repairs of one link or node after another, as the agent works them out: four trees and a
-/// table. Its memory is used again.
+#include <optional>
+
+/// The repairs of one link or node after another, as the agent works them out: four trees, of
+/// which the memory is used again, and a table.
 class RepairRuns {
  public:
    using Originators = std::span< const Cspf::CspfRepairTable::Originator >;
@@ -39,18 +41,19 @@ class RepairRuns {
       run( plr_, {}, false, forward_ );
       run( node_, {}, false, fromNode_ );
       run( what.isLink ? plr_ : node_, {}, true, toResource_ );
-      table_.build( graph_, { plr_, node_, what.isLink, forward_.metric( node_ ) },
-                    { after_, fromNode_, toResource_ },
-                    { rooted( {}, Cspf::noVertex ), rooted( asked_, plr_ ) } );
+      table_.emplace(
+         graph_, Cspf::CspfProtectedResource{ plr_, node_, what.isLink, forward_.metric( node_ ) },
+         Cspf::CspfRepairTrees{ after_, fromNode_, toResource_ },
+         Cspf::CspfRepairConstraints{ rooted( {}, Cspf::noVertex ), rooted( asked_, plr_ ) } );
    }
-   Cspf::CspfRepairs to( Originators destination, uint64_t key = 1, uint32_t maxNodes = 8 ) const {
+   Cspf::CspfRepairs to( Originators destination, uint64_t key = 1, uint32_t maxNodes = 8 ) {
       const Cspf::CspfRepairTable::RouterKey routerKey = [ & ]( Cspf::CspfVertex v ) {
          return graph_.nodeRank( v );
       };
       const Cspf::CspfRepairTable::LinkKey linkKey = [ & ]( Cspf::CspfEdge e ) {
          return graph_.interface( e );
       };
-      return table_.repairs( graph_, after_, { destination, maxNodes, key, routerKey, linkKey } );
+      return table_->repairs( { destination, maxNodes, key, routerKey, linkKey } );
    }
 
  private:
@@ -76,5 +79,5 @@ class RepairRuns {
    Cspf::CspfLinkFilter filter_;
    Cspf::CspfTreeRun run_;
    Cspf::CspfTree after_, forward_, fromNode_, toResource_;
-   Cspf::CspfRepairTable table_;
+   std::optional< Cspf::CspfRepairTable > table_;
 };

@@ -3,6 +3,7 @@
 
 #include "Cspf/Graph/HopList.h"
 #include "Cspf/Graph/LabelTree.h"
+#include "Cspf/Graph/TreeRepair.h"
 #include "Cspf/Graph/TreeRun.h"
 #include "tests/GraphText.h"
 #include "tests/TreeChecker.h"
@@ -562,8 +563,63 @@ struct Follower {
    bool all = false, concerned = false;
 };
 
+/// A tree that follows beside.
+struct FollowedTree {
+   using Picture =
+      std::vector< std::tuple< CspfCost, std::vector< CspfEdge >, std::vector< CspfVertex > > >;
+
+   /// By vertex: cost, last links, and where these come from; then all that are reached.
+   static Picture picture( const CspfGraph & graph, const CspfTree & tree ) {
+      Picture picture;
+      for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
+         const auto links = tree.lastLinks( CspfVertex{ v } );
+         std::vector< CspfVertex > from;
+         for ( const CspfEdge link : links ) {
+            from.push_back( graph.from( link ) );
+         }
+         picture.emplace_back( tree.cost( CspfVertex{ v } ),
+                               std::vector( links.begin(), links.end() ), std::move( from ) );
+      }
+      const auto all = tree.reachedVertices();
+      std::vector< CspfVertex > reached( all.begin(), all.end() );
+      std::ranges::sort( reached );
+      picture.emplace_back( CspfCost(), std::vector< CspfEdge >(), std::move( reached ) );
+      return picture;
+   }
+
+   void follow( const CspfGraph & graph, const CspfLinkConstraint & constraint,
+                const CspfRunOptions & options ) {
+      filter.apply( graph, constraint );
+      run.run( graph, filter, options, whole );
+      const bool reshaped = graph.reshapedAt() > position;
+      const auto changes =
+         graph.changes().since( std::exchange( position, graph.changes().end() ) );
+      const uint64_t serial = kept.serial();
+      const Picture before = std::exchange( last, picture( graph, whole ) );
+      if ( !changes || !repair.follow( graph, filter, *changes, reshaped, kept ) ) {
+         kept = whole;
+         ++runs;
+         return;
+      }
+      ASSERT_TRUE( picture( graph, kept ) == last );
+      ASSERT_EQ( kept.graphVersion(), graph.version() );
+      const bool isSame = kept.serial() == serial;
+      ASSERT_TRUE( last == before ? isSame || reshaped : !isSame );
+      ( isSame ? stayed : moved ) += 1;
+   }
+
+   CspfTreeRun run;
+   CspfTreeRepair repair;
+   CspfLinkFilter filter;
+   CspfTree whole, kept;
+   Picture last;
+   uint64_t position = 0;
+   uint32_t stayed = 0, moved = 0, runs = 0;
+};
+
 TEST( CspfLabels, whatFollowsIsWhatARunFinds ) {
    CspfLabelMemory memory;
+   FollowedTree followed;
    CspfTreeRun run;
    CspfTree tree;
    CspfLinkFilter filter;
@@ -580,6 +636,7 @@ TEST( CspfLabels, whatFollowsIsWhatARunFinds ) {
          storm.addLink();
       }
       Follower follower( storm, memory );
+      followed.position = 0;
       std::vector< std::vector< CspfEdge > > before;
       for ( int step = 0; step < 60 && storm.graph.isRouter( follower.constraint.root ); ++step ) {
          for ( uint32_t events = storm.pick( 4 ); events > 0; --events ) {
@@ -589,6 +646,8 @@ TEST( CspfLabels, whatFollowsIsWhatARunFinds ) {
          if ( !storm.graph.has( follower.constraint.root ) || !follower.follow() ) {
             break;
          }
+         ASSERT_NO_FATAL_FAILURE(
+            followed.follow( storm.graph, follower.constraint, follower.options ) );
          CspfLinkConstraint whole = follower.constraint;
          whole.excludedEdges = follower.refused;
          whole.ownReservations = follower.held;
@@ -621,6 +680,9 @@ TEST( CspfLabels, whatFollowsIsWhatARunFinds ) {
       }
    }
    EXPECT_GT( spared, told );
+   EXPECT_GT( followed.stayed, 1000u );
+   EXPECT_GT( followed.moved, 1000u );
+   EXPECT_GT( followed.runs, 300u );
 }
 
 }

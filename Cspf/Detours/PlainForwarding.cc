@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <queue>
+#include <ranges>
 
 namespace Cspf {
 
@@ -132,24 +133,20 @@ class CspfPlainForwarding::Backwards {
    std::vector< Arc > arcs_;
 };
 
-void
-CspfPlainForwarding::build( const CspfGraph & graph, const CspfLinkConstraint & plain,
-                            const CspfLinkConstraint & constraint,
-                            const std::function< bool( CspfEdge ) > & isApart ) {
+CspfPlainForwarding::CspfPlainForwarding( const CspfGraph & graph, const CspfLinkConstraint & plain,
+                                          const CspfLinkConstraint & constraint,
+                                          const IsApart & isApart )
+   : plr_( constraint.root ),
+     isRouter_( graph.vertexBound() ) {
    CspfLinkFilter before, after;
    before.apply( graph, plain );
    after.apply( graph, constraint );
    arcs_.build( graph, before, {} );
-   plr_ = constraint.root;
-   isRouter_.assign( graph.vertexBound(), 0 );
    for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
       isRouter_[ v ] = graph.isRouter( CspfVertex{ v } );
    }
    mark( graph, after, isApart );
    addOwnSteps( graph, after );
-   toRefused_.clear();
-   behindRefused_.clear();
-   reaches_.clear();
    std::vector< CspfEdge > refusedEdges;
    for ( uint32_t e = 0; e < graph.edgeBound(); ++e ) {
       if ( marks_[ e ] & refused ) {
@@ -163,9 +160,41 @@ CspfPlainForwarding::build( const CspfGraph & graph, const CspfLinkConstraint & 
    }
 }
 
+/// What two constraints test alike they refuse alike, but that the one with a root lets it be left.
+bool
+CspfPlainForwarding::refusesAny( const CspfGraph & graph, const CspfLinkConstraint & plain,
+                                 const CspfLinkConstraint & constraint, const IsApart & isApart ) {
+   CspfLinkFilter before, after;
+   before.constraintIs( plain );
+   after.constraintIs( constraint );
+   const auto isRefused = [ & ]( uint32_t e ) {
+      const CspfEdge edge{ e };
+      return graph.has( edge ) && CspfArcs::refusal( graph, before, edge, {} ) == CspfRefusal::none
+             && after.reason( graph, edge ) != CspfRefusal::none && !isApart( edge );
+   };
+   CspfLinkConstraint unnamed = constraint;
+   unnamed.root = plain.root;
+   unnamed.overloadedEdges = plain.overloadedEdges;
+   unnamed.excludedInterfaces = plain.excludedInterfaces;
+   unnamed.excludedVertices = plain.excludedVertices;
+   unnamed.excludedEdges = plain.excludedEdges;
+   if ( unnamed != plain ) {
+      return std::ranges::any_of( std::views::iota( 0U, graph.edgeBound() ), isRefused );
+   }
+   const auto anyOf = [ & ]( const auto & edges ) {
+      return std::ranges::any_of( edges,
+                                  [ & ]( auto edge ) { return isRefused( uint32_t( edge ) ); } );
+   };
+   return anyOf( constraint.overloadedEdges ) || anyOf( constraint.excludedEdges )
+          || std::ranges::any_of(
+             constraint.excludedVertices,
+             [ & ]( CspfVertex vertex ) { return anyOf( graph.in( vertex ) ); } )
+          || ( constraint.ownSource != noVertex && anyOf( graph.out( constraint.ownSource ) ) );
+}
+
 void
 CspfPlainForwarding::mark( const CspfGraph & graph, const CspfLinkFilter & after,
-                           const std::function< bool( CspfEdge ) > & isApart ) {
+                           const IsApart & isApart ) {
    marks_.assign( graph.edgeBound(), unmarked );
    for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
       for ( const CspfArcs::Arc & arc : arcs_.out( CspfVertex{ v } ) ) {

@@ -24,14 +24,19 @@ struct CspfOriginator {
 /// kept for further questions.
 class CspfPlainForwarding {
  public:
+   using IsApart = std::function< bool( CspfEdge ) >;
+
    /// Of the links that `plain` admits, those that `constraint` does not admit are refused, but for
    /// those that `isApart` names, which the caller judges. REQUIRES: `plain` has no root, so that
-   /// overloaded routers carry no transit. O(edges + vertices), two runs where a link is refused.
-   void build( const CspfGraph & graph, const CspfLinkConstraint & plain,
-               const CspfLinkConstraint & constraint,
-               const std::function< bool( CspfEdge ) > & isApart );
+   /// overloaded routers carry no transit. Holds nothing of its arguments but numbers. O(edges +
+   /// vertices), two runs where a link is refused.
+   CspfPlainForwarding( const CspfGraph & graph, const CspfLinkConstraint & plain,
+                        const CspfLinkConstraint & constraint, const IsApart & isApart );
 
-   bool refusesAny() const { return !toRefused_.empty(); }
+   /// Whether any link would be refused. O(links that the constraint names), or, where it tests
+   /// links otherwise than `plain` does, O(edges).
+   static bool refusesAny( const CspfGraph & graph, const CspfLinkConstraint & plain,
+                           const CspfLinkConstraint & constraint, const IsApart & isApart );
 
    // For what leaves the paths after the failure all that fails counts, whoever judges it: what is
    // refused, what is apart, and the other direction of a link that the router may not leave by.
@@ -57,8 +62,8 @@ class CspfPlainForwarding {
    void forEachNeighbor( CspfVertex router, Visit && visit ) const;
 
    /// Whether every shortest path from the router to the nearest of `destination` avoids what is
-   /// refused. REQUIRES: there is a path of at most `within`; the router is not overloaded, or is
-   /// the destination. O(1), or a run.
+   /// refused. REQUIRES: a link is; there is a path of at most `within`; the router is not
+   /// overloaded, or is the destination. O(1), or a run.
    bool avoidsRefused( CspfVertex from, std::span< const CspfOriginator > destination,
                        uint32_t within ) const;
 
@@ -85,8 +90,7 @@ class CspfPlainForwarding {
    class Run;
    class Backwards;
 
-   void mark( const CspfGraph & graph, const CspfLinkFilter & after,
-              const std::function< bool( CspfEdge ) > & isApart );
+   void mark( const CspfGraph & graph, const CspfLinkFilter & after, const IsApart & isApart );
    void addOwnSteps( const CspfGraph & graph, const CspfLinkFilter & after );
    bool fails( CspfEdge edge ) const { return marks_[ index( edge ) ] & failing; }
    std::vector< uint32_t > costsTo( const CspfGraph & graph, const CspfLinkFilter & filter,

@@ -2,8 +2,8 @@
 //
 // The post-convergence tree holds every shortest path after the failure. LANs are taken out of it
 // on the fly: the router before a LAN counts as the predecessor of the router behind it, since
-// a LAN is no repair node. Predecessors cost strictly less than their successor, so one pass in
-// order of cost meets each router after all that lead to it.
+// a LAN is no repair node. Predecessors cost strictly less than their successor, so that a router
+// can be labelled after all that lead to it.
 //
 // What may surprise: that a label keeps only the fewest repair nodes is exact, not a heuristic, as
 // long as each first hop has a label of its own. With one more node a packet may end a segment at
@@ -50,11 +50,10 @@ mix( uint64_t a, uint64_t b ) {
 /// hashing: a candidate that goes moves only the destinations that had chosen it).
 class CspfRepairTable::Chooser {
  public:
-   Chooser( const CspfRepairTable & table, const CspfGraph & graph, const CspfTree & tree,
-            const Query & query )
+   Chooser( const CspfRepairTable & table, const Query & query )
       : table_( table ),
-        graph_( graph ),
-        tree_( tree ),
+        graph_( table.graph_ ),
+        tree_( table.trees_.postConvergence ),
         query_( query ) {}
 
    uint64_t preference( CspfVertex router ) const {
@@ -183,43 +182,58 @@ class CspfRepairTable::LastSegments {
    std::vector< Segment > segments_;
 };
 
-void
-CspfRepairTable::readCosts( const CspfGraph & graph, const CspfRepairTrees & trees ) {
-   // Across an overloaded node goes only what ends there.
-   const bool nodeOverloaded = graph.overloaded( resource_.node );
-   cost_.resize( graph.vertexBound() );
-   for ( uint32_t i = 0; i < graph.vertexBound(); ++i ) {
-      const CspfVertex vertex{ i };
-      const bool beyond = nodeOverloaded && vertex != resource_.node;
-      cost_[ i ] = { trees.postConvergence.metric( vertex ),
-                     beyond ? unreached : trees.fromNode.metric( vertex ),
-                     trees.toResource.metric( vertex ) };
+CspfRepairTable::CspfRepairTable( const CspfGraph & graph, const CspfProtectedResource & resource,
+                                  const CspfRepairTrees & trees, CspfRepairConstraints constraints )
+   : graph_( graph ),
+     resource_( resource ),
+     trees_( trees ),
+     constraints_( std::move( constraints ) ),
+     refusesMore_( CspfPlainForwarding::refusesAny(
+        graph, constraints_.plain, constraints_.asked,
+        [ this ]( CspfEdge edge ) { return resource_.isEnteredBy( graph_, edge ); } ) ),
+     neverCrossed_( resource.isLink && graph.overloaded( resource.plr ) ),
+     nodeOverloaded_( graph.overloaded( resource.node ) ),
+     rows_( graph.vertexBound() ) {
+   storeOffered( resource_.plr );  // no label
+}
+
+const CspfPlainForwarding &
+CspfRepairTable::forwarding() {
+   if ( !forwarding_ ) {
+      forwarding_.emplace(
+         graph_, constraints_.plain, constraints_.asked,
+         [ this ]( CspfEdge edge ) { return resource_.isEnteredBy( graph_, edge ); } );
    }
+   return *forwarding_;
+}
+
+uint32_t
+CspfRepairTable::costFromNode( CspfVertex vertex ) const {
+   return nodeOverloaded_ && vertex != resource_.node ? unreached
+                                                      : trees_.fromNode.metric( vertex );
 }
 
 bool
 CspfRepairTable::noPathViaProtResource( CspfVertex from ) const {
-   return neverCrossed_ || cost_[ index( from ) ].toResource == unreached;
+   return neverCrossed_ || !trees_.toResource.reached( from );
 }
 
 /// Whether plain forwarding from the immediate neighbour, or a repair node, to `cand` is good.
 /// REQUIRES: `cand` comes after it on a post-convergence path.
 bool
-CspfRepairTable::isPnode( CspfVertex immNgb, CspfVertex cand ) const {
-   const Costs & costs = cost_[ index( cand ) ];
+CspfRepairTable::isPnode( CspfVertex immNgb, CspfVertex cand ) {
    const Originator end{ cand, 0 };
-   return isQnode( immNgb, { { &end, 1 }, costs.postConvergence, costs.fromNode } );
+   return isQnode( immNgb, { { &end, 1 }, costFromPlr( cand ), costFromNode( cand ) } );
 }
 
 /// Whether plain forwarding from `cand` to the goal is good. REQUIRES: it is on a post-convergence
 /// path to the goal.
 bool
-CspfRepairTable::isQnode( CspfVertex cand, const Goal & goal ) const {
+CspfRepairTable::isQnode( CspfVertex cand, const Goal & goal ) {
    return avoidsResource( cand, goal )
-          && ( !forwarding_.refusesAny()
-               || forwarding_.avoidsRefused( cand, goal.originators,
-                                             goal.pcCostPlrToDest
-                                                - cost_[ index( cand ) ].postConvergence ) );
+          && ( !refusesMore_
+               || forwarding().avoidsRefused( cand, goal.originators,
+                                              goal.pcCostPlrToDest - costFromPlr( cand ) ) );
 }
 
 bool
@@ -227,29 +241,9 @@ CspfRepairTable::avoidsResource( CspfVertex cand, const Goal & goal ) const {
    if ( noPathViaProtResource( cand ) ) {
       return true;
    }
-   const Costs & costs = cost_[ index( cand ) ];
    const uint64_t toProtNode =
-      uint64_t( costs.toResource ) + ( resource_.isLink ? resource_.plrToNode : 0 );
-   return toProtNode + goal.costProtNodeToDest > goal.pcCostPlrToDest - costs.postConvergence;
-}
-
-void
-CspfRepairTable::build( const CspfGraph & graph, const CspfProtectedResource & resource,
-                        const CspfRepairTrees & trees, const CspfRepairConstraints & constraints ) {
-   resource_ = resource;
-   detours_.reset();
-   forwarding_.build( graph, constraints.plain, constraints.asked,
-                      [ & ]( CspfEdge edge ) { return resource.isEnteredBy( graph, edge ); } );
-   neverCrossed_ = resource.isLink && graph.overloaded( resource.plr );
-   readCosts( graph, trees );
-   rows_.assign( graph.vertexBound(), Row() );
-   labels_.clear();
-   starts_.clear();
-   for ( const CspfVertex vertex : trees.postConvergence.reachedVertices() ) {
-      if ( graph.isRouter( vertex ) && vertex != resource.plr ) {
-         label( graph, trees.postConvergence, vertex );
-      }
-   }
+      uint64_t( trees_.toResource.metric( cand ) ) + ( resource_.isLink ? resource_.plrToNode : 0 );
+   return toProtNode + goal.costProtNodeToDest > goal.pcCostPlrToDest - costFromPlr( cand );
 }
 
 void
@@ -283,16 +277,40 @@ CspfRepairTable::offered( CspfVertex firstHop ) {
    return fresh;
 }
 
+/// ... and the router itself.
 void
-CspfRepairTable::label( const CspfGraph & graph, const CspfTree & tree, CspfVertex router ) {
-   offers_ = 0;
-   forEachPredecessor( graph, tree, router, [ & ]( CspfVertex before, CspfEdge ) {
-      if ( before == resource_.plr ) {
-         offered( router ).offer( 0, router );
-      } else {
-         label( before, router );
+CspfRepairTable::labelAllBefore( CspfVertex router ) {
+   open_.assign( 1, router );
+   while ( !open_.empty() ) {
+      const CspfVertex next = open_.back();
+      const size_t known = open_.size();
+      if ( !isLabelled( next ) ) {
+         forEachPredecessor( graph_, trees_.postConvergence, next,
+                             [ & ]( CspfVertex before, CspfEdge ) {
+                                if ( !isLabelled( before ) ) {
+                                   open_.push_back( before );
+                                }
+                             } );
+         if ( open_.size() > known ) {
+            continue;
+         }
+         label( next );
       }
-   } );
+      open_.pop_back();
+   }
+}
+
+void
+CspfRepairTable::label( CspfVertex router ) {
+   offers_ = 0;
+   forEachPredecessor( graph_, trees_.postConvergence, router,
+                       [ & ]( CspfVertex before, CspfEdge ) {
+                          if ( before == resource_.plr ) {
+                             offered( router ).offer( 0, router );
+                          } else {
+                             label( before, router );
+                          }
+                       } );
    storeOffered( router );
 }
 
@@ -346,33 +364,34 @@ CspfRepairTable::label( CspfVertex router, CspfVertex firstHop ) const {
 
 CspfRepairTable::Goal
 CspfRepairTable::goalOf( std::span< const Originator > originators ) const {
-   const auto cheapest = [ & ]( uint32_t Costs::*cost ) {
+   const auto cheapest = [ & ]( auto cost ) {
       uint64_t least = unreached;
       for ( const Originator & o : originators ) {
-         const uint32_t toRouter = cost_[ index( o.router ) ].*cost;
-         if ( toRouter != unreached ) {
+         if ( const uint32_t toRouter = cost( o.router ); toRouter != unreached ) {
             least = std::min( least, uint64_t( toRouter ) + o.metric );
          }
       }
       return static_cast< uint32_t >( least );
    };
-   return { originators, cheapest( &Costs::postConvergence ), cheapest( &Costs::fromNode ) };
+   return { originators,
+            cheapest( [ this ]( CspfVertex router ) { return costFromPlr( router ); } ),
+            cheapest( [ this ]( CspfVertex router ) { return costFromNode( router ); } ) };
 }
 
 CspfRepairs
-CspfRepairTable::repairs( const CspfGraph & graph, const CspfTree & postConvergence,
-                          const Query & query ) const {
+CspfRepairTable::repairs( const Query & query ) {
    const Goal goal = goalOf( query.originators );
-   const Chooser chooser( *this, graph, postConvergence, query );
+   const Chooser chooser( *this, query );
    LastSegments last( chooser, query.maxNodes );
    for ( const Originator & o : query.originators ) {
-      const uint32_t toRouter = cost_[ index( o.router ) ].postConvergence;
+      const uint32_t toRouter = costFromPlr( o.router );
       if ( toRouter == unreached || uint64_t( toRouter ) + o.metric != goal.pcCostPlrToDest ) {
          continue;
       }
       if ( o.router == resource_.plr ) {
          return {};
       }
+      labelAllBefore( o.router );
       for ( const Label & label : labels( o.router ) ) {
          for ( const CspfVertex start : starts( label ) ) {
             if ( start == o.router || isQnode( start, goal ) ) {
@@ -385,7 +404,7 @@ CspfRepairTable::repairs( const CspfGraph & graph, const CspfTree & postConverge
    CspfRepairs found = last.repairs( query.most );
    if ( found.nodesNeeded > 0 ) {
       if ( !detours_ ) {
-         detours_.emplace( forwarding_, resource_.plr );
+         detours_.emplace( forwarding(), resource_.plr );
       }
       if ( auto repair = detours_->find( query.originators, query.maxNodes ) ) {
          found = { { std::move( *repair ) }, 0 };

@@ -33,8 +33,8 @@ struct CspfRepairTrees {
 
 /// What the network forwards by before the failure, and what repairs are asked to survive.
 struct CspfRepairConstraints {
-   const CspfLinkConstraint & plain;  ///< without root: overloaded routers carry no transit
-   const CspfLinkConstraint & asked;  ///< that of the post-convergence tree
+   CspfLinkConstraint plain;  ///< without root: overloaded routers carry no transit
+   CspfLinkConstraint asked;  ///< that of the post-convergence tree
 };
 
 /// Repairs of one protected link or node towards every destination (RFC 9855; P and Q spaces
@@ -44,22 +44,21 @@ struct CspfRepairConstraints {
 /// avoids the resource exactly when the cost from u to v along that path is less than the least
 /// cost from u to v across the resource: `isPnode` where u is the first hop, or a repair node on
 /// the way to the next, `isQnode` where v is the destination. What else the constraint refuses, of
-/// a shared risk, say, it must avoid, too. Walking the routers in order of post-convergence cost,
-/// the table keeps for each, by the first hop of the path, the fewest repair nodes by which a
-/// packet gets there, and from which routers its last segment may begin. A segment that may begin
-/// at a router may begin at each later router of the same path, so only the fewest need be kept.
+/// a shared risk, say, it must avoid, too. Walking the routers that lead to a destination, each
+/// after those before it, the table keeps for each, by the first hop of the path, the fewest repair
+/// nodes by which a packet gets there, and from which routers its last segment may begin. A segment
+/// that may begin at a router may begin at each later router of the same path, so only the fewest
+/// need be kept. What is asked next finds the routers of earlier questions labelled.
 class CspfRepairTable {
  public:
-   CspfRepairTable() = default;
+   /// REQUIRES: metrics of the three trees are IGP metrics of `graph`; the PLR is the
+   /// post-convergence tree's source. Graph and trees outlive the table, and stay as they are while
+   /// it is asked. O(vertices), and O(edges) where the constraint tests links that it does not
+   /// name.
+   CspfRepairTable( const CspfGraph & graph, const CspfProtectedResource & resource,
+                    const CspfRepairTrees & trees, CspfRepairConstraints constraints );
    CspfRepairTable( const CspfRepairTable & ) = delete;
    CspfRepairTable & operator=( const CspfRepairTable & ) = delete;
-
-   /// Works out all repairs. REQUIRES: metrics of the three trees are IGP metrics of `graph`; the
-   /// PLR is the post-convergence tree's source. Holds nothing of its arguments afterwards but
-   /// numbers. O(edges * first hops) at the worst, in practice a few runs; where the constraint
-   /// refuses more than the resource, a run more for each repair node that is close to it.
-   void build( const CspfGraph & graph, const CspfProtectedResource & resource,
-               const CspfRepairTrees & trees, const CspfRepairConstraints & constraints );
 
    using Originator = CspfOriginator;
    using RouterKey = std::function< uint64_t( CspfVertex ) >;
@@ -79,21 +78,20 @@ class CspfRepairTable {
    };
    /// Where the paths after the failure need more nodes than there may be, the one repair that
    /// leaves them and has the fewest. No repair where the failure disconnects the destination, or
-   /// where it is the PLR's own.
-   CspfRepairs repairs( const CspfGraph & graph, const CspfTree & postConvergence,
-                        const Query & query ) const;
+   /// where it is the PLR's own. O(edges * first hops) of the routers that lead to the destination
+   /// and were not asked for before; where the constraint refuses more than the resource, a run
+   /// more for each repair node that is close to it.
+   CspfRepairs repairs( const Query & query );
    /// Whether an answer may rest on more of the graph than the three trees: on how plain forwarding
    /// leads anywhere, since more is refused than the resource, or a repair was looked for that
    /// leaves the paths after the failure.
-   bool readsForwarding() const { return forwarding_.refusesAny() || detours_.has_value(); }
+   bool readsForwarding() const { return refusesMore_ || detours_.has_value(); }
 
  private:
    static constexpr uint32_t unreached = CspfTree::unreachedMetric;
+   static constexpr uint32_t unlabelled = 0xFFFFFFFF;
    static constexpr uint8_t none = 0xFF, most = none - 1;
 
-   struct Costs {
-      uint32_t postConvergence, fromNode, toResource;
-   };
    /// Fewest repair nodes to get a packet to a router by `firstHop`: in passing, on a segment that
    /// begins at one of `starts` (the first hop where the number is 0, the last repair node
    /// otherwise); or with this router as the last repair node.
@@ -103,9 +101,9 @@ class CspfRepairTable {
       uint8_t ending = none;
       uint32_t firstStart = 0, starts = 0;
    };
-   /// The labels of one router.
+   /// The labels of one router, once it was labelled.
    struct Row {
-      uint32_t first = 0, labels = 0;
+      uint32_t first = unlabelled, labels = 0;
    };
    /// A label in the making.
    struct Offered {
@@ -121,15 +119,24 @@ class CspfRepairTable {
    class Chooser;
    class LastSegments;
 
-   bool isPnode( CspfVertex immNgb, CspfVertex cand ) const;
-   bool isQnode( CspfVertex cand, const Goal & goal ) const;
+   uint32_t costFromPlr( CspfVertex vertex ) const {
+      return trees_.postConvergence.metric( vertex );
+   }
+   uint32_t costFromNode( CspfVertex vertex ) const;
+   bool isPnode( CspfVertex immNgb, CspfVertex cand );
+   bool isQnode( CspfVertex cand, const Goal & goal );
    bool avoidsResource( CspfVertex cand, const Goal & goal ) const;
    bool noPathViaProtResource( CspfVertex from ) const;
-   void readCosts( const CspfGraph & graph, const CspfRepairTrees & trees );
-   void label( const CspfGraph & graph, const CspfTree & tree, CspfVertex router );
+   const CspfPlainForwarding & forwarding();
+   bool isLabelled( CspfVertex router ) const {
+      return rows_[ index( router ) ].first != unlabelled;
+   }
+   void labelAllBefore( CspfVertex router );
+   void label( CspfVertex router );
    void label( CspfVertex before, CspfVertex router );
    Offered & offered( CspfVertex firstHop );
    void storeOffered( CspfVertex router );
+   /// REQUIRES: the router is labelled.
    std::span< const Label > labels( CspfVertex router ) const {
       const Row & row = rows_[ index( router ) ];
       return { labels_.data() + row.first, row.labels };
@@ -140,14 +147,20 @@ class CspfRepairTable {
    }
    Goal goalOf( std::span< const Originator > originators ) const;
 
-   CspfProtectedResource resource_;
-   CspfPlainForwarding forwarding_;  // against what the constraint refuses besides
-   bool neverCrossed_ = false;       // the protected link carries no transit: the PLR is overloaded
-   std::vector< Costs > cost_;       // by vertex
-   std::vector< Row > rows_;         // by vertex
+   const CspfGraph & graph_;
+   const CspfProtectedResource resource_;
+   const CspfRepairTrees trees_;
+   const CspfRepairConstraints constraints_;
+   const bool refusesMore_;     // than the resource
+   const bool neverCrossed_;    // the protected link carries no transit: the PLR is overloaded
+   const bool nodeOverloaded_;  // across it goes only what ends there
+   std::vector< Row > rows_;    // by vertex
    std::vector< Label > labels_;
    std::vector< CspfVertex > starts_;
-   mutable std::optional< CspfDetours > detours_;  // where one was asked for
+   std::vector< CspfVertex > open_;  // routers to label
+   // Where one was asked for; against what the constraint refuses besides.
+   std::optional< CspfPlainForwarding > forwarding_;
+   std::optional< CspfDetours > detours_;
    std::vector< Offered > offered_;  // labels of the router at hand, and memory for more
    size_t offers_ = 0;
 };

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <span>
+#include <type_traits>
 #include <vector>
 
 namespace Cspf {
@@ -46,6 +47,69 @@ mayFollow( const Cost & cost, const Cost & step ) {
                 Cost > && step != cspfUnreached< Cost > && uint64_t{ metricOf( cost ) } + metricOf( step ) <= CspfTreeRun::maxPathMetric;
 }
 
+/// Whether a way of the one cost, and a step more, is a way of the other.
+template< class Cost >
+bool
+attains( const Cost & near, const Cost & step, const Cost & far ) {
+   return mayFollow( near, step ) && costSum( near, step ) == far;
+}
+
+/// What the edge adds where it may be used.
+template< class Cost >
+Cost
+stepPrice( const CspfGraph & graph, const CspfLinkFilter & filter, CspfEdge edge,
+           const CspfRunOptions & options ) {
+   const uint32_t metric = CspfArcs::stepMetric( graph, edge, options );
+   if constexpr ( std::is_same_v< Cost, CspfCost > ) {
+      const auto [ excludes, lacks ] = filter.srlgCounts( graph, edge );
+      return { excludes, lacks, metric };
+   } else {
+      return metric;
+   }
+}
+
+/// Calls `visit` for the vertex, and, where it is a LAN, for the routers on it: their last links
+/// are in order of the link by which the LAN is reached. In a reverse tree that hangs on each
+/// router of the LAN.
+template< typename Visit >
+void
+forEachJudgedBy( const CspfGraph & graph, CspfVertex vertex, bool reverse, Visit && visit ) {
+   visit( vertex );
+   if ( !graph.has( vertex ) || ( graph.isRouter( vertex ) && !reverse ) ) {
+      return;
+   }
+   for ( const uint32_t e : graph.out( vertex ) ) {
+      const CspfVertex to = graph.to( CspfEdge{ e } );
+      if ( graph.isNetwork( vertex ) ) {
+         visit( to );
+      } else if ( graph.isNetwork( to ) ) {
+         forEachJudgedBy( graph, to, false, visit );
+      }
+   }
+}
+
+template< typename Value >
+void
+sortOnce( std::vector< Value > & values ) {
+   std::ranges::sort( values );
+   values.erase( std::unique( values.begin(), values.end() ), values.end() );
+}
+
+/// Where edges that have changed end, each once: in a reverse tree an edge costs what its reverse
+/// does.
+inline void
+noteHeads( std::span< const CspfEdgeChange > changes, bool reverse,
+           std::vector< CspfVertex > & heads ) {
+   heads.clear();
+   for ( const CspfEdgeChange & change : changes ) {
+      heads.push_back( change.to );
+      if ( reverse ) {
+         heads.push_back( change.from );
+      }
+   }
+   sortOnce( heads );
+}
+
 /// Brings the least costs from one root in line with a graph of which some edges have changed, at
 /// the price of the vertices whose cost moves. (G. Ramalingam and T. Reps, J. Algorithms 21, 1996.)
 ///
@@ -54,7 +118,7 @@ mayFollow( const Cost & cost, const Cost & step ) {
 /// Steps that cost nothing lead from LANs to routers alone, so no labels can rest on each other.
 ///
 /// `Labels` has `get( vertex )`, `set( vertex, cost )` and `step( edge )`; the latter gives what
-/// the edge adds, or `none` where it may not be used.
+/// the edge adds, or `none` where it may not be used. `price( edge )` is what it adds where it may.
 template< class Cost >
 class CspfLabelRepair {
  public:
@@ -90,6 +154,31 @@ class CspfLabelRepair {
 
    /// The vertices whose label is another one, or was worked out anew.
    const std::vector< Changed > & changed() const { return changed_; }
+   /// Calls `visit( vertex, nearOnly )` for what the last run touched, some several times: where
+   /// edges that have changed end, the vertices whose label is another one, those to which an edge
+   /// from one of these attains the cost, or did, and whose last links are judged by one of them.
+   /// `nearOnly`: an edge leads there from a vertex with another label, at a higher cost.
+   template< class Labels, class Visit >
+   void forEachTouched( const CspfGraph & graph, const Labels & labels,
+                        std::span< const CspfVertex > heads, bool reverse, Visit && visit ) const {
+      const auto touch = [ & ]( CspfVertex vertex, bool nearOnly ) {
+         forEachJudgedBy( graph, vertex, reverse,
+                          [ & ]( CspfVertex one ) { visit( one, nearOnly ); } );
+      };
+      for ( const CspfVertex head : heads ) {
+         touch( head, false );
+      }
+      for ( const Changed & changed : changed_ ) {
+         touch( changed.vertex, false );
+         const Cost now = labels.get( changed.vertex );
+         for ( const uint32_t e : graph.out( changed.vertex ) ) {
+            const CspfVertex to = graph.to( CspfEdge{ e } );
+            const Cost step = labels.price( CspfEdge{ e } );
+            const Cost far = labels.get( to );
+            touch( to, !attains( now, step, far ) && !attains( changed.before, step, far ) );
+         }
+      }
+   }
 
  private:
    struct Entry {

@@ -35,6 +35,7 @@ struct CspfOwnLabels {
       labels.counts_[ index( vertex ) ] = uint64_t{ cost.srlgExclude } << 32 | cost.srlgInclude;
    }
    Cost step( CspfEdge edge ) const { return labels.step< Cost >( graph, edge ); }
+   Cost price( CspfEdge edge ) const { return labels.price< Cost >( graph, edge ); }
 };
 
 namespace {
@@ -75,40 +76,6 @@ struct OverlaidLabels {
    }
    Cost step( CspfEdge edge ) const { return overlay.step< Cost >( graph, labels, edge ); }
 };
-
-/// Whether the way from the one to the other is as long as that.
-template< class Cost >
-bool
-attains( const Cost & near, const Cost & step, const Cost & far ) {
-   return mayFollow( near, step ) && costSum( near, step ) == far;
-}
-
-template< typename Value >
-void
-sortOnce( std::vector< Value > & values ) {
-   std::ranges::sort( values );
-   values.erase( std::unique( values.begin(), values.end() ), values.end() );
-}
-
-/// Calls `visit` for the vertex, and, where it is a LAN, for the routers on it: their last links
-/// are in order of the link by which the LAN is reached. In a reverse tree that hangs on each
-/// router of the LAN.
-template< typename Visit >
-void
-forEachJudgedBy( const CspfGraph & graph, CspfVertex vertex, bool reverse, Visit && visit ) {
-   visit( vertex );
-   if ( !graph.has( vertex ) || ( graph.isRouter( vertex ) && !reverse ) ) {
-      return;
-   }
-   for ( const uint32_t e : graph.out( vertex ) ) {
-      const CspfVertex to = graph.to( CspfEdge{ e } );
-      if ( graph.isNetwork( vertex ) ) {
-         visit( to );
-      } else if ( graph.isNetwork( to ) ) {
-         forEachJudgedBy( graph, to, false, visit );
-      }
-   }
-}
 
 /// Adds where the edges lead to.
 void
@@ -166,7 +133,7 @@ CspfLabels::advance( const CspfGraph & graph, CspfLabelMemory & memory ) {
       return;
    }
    if ( changes ) {
-      noteHeads( *changes, memory );
+      noteHeads( *changes, options_.reverse, memory.heads );
    }
    const bool repaired = changes
                          && ( countsSrlgs() ? repair< CspfCost >( graph, memory )
@@ -174,18 +141,6 @@ CspfLabels::advance( const CspfGraph & graph, CspfLabelMemory & memory ) {
    if ( !repaired ) {
       runWhole( graph, memory );
    }
-}
-
-void
-CspfLabels::noteHeads( std::span< const CspfEdgeChange > changes, CspfLabelMemory & memory ) const {
-   memory.heads.clear();
-   for ( const CspfEdgeChange & change : changes ) {
-      memory.heads.push_back( change.to );
-      if ( options_.reverse ) {
-         memory.heads.push_back( change.from );
-      }
-   }
-   sortOnce( memory.heads );
 }
 
 template< class Cost >
@@ -197,7 +152,7 @@ CspfLabels::repair( const CspfGraph & graph, CspfLabelMemory & memory ) {
                          && std::get< CspfLabelRepair< Cost > >( memory.repairs )
                                .run( graph, own, root(), memory.heads, most );
    if ( repaired ) {
-      noteStep< Cost >( graph, memory );
+      noteStep( graph, own, memory );
    }
    return repaired;
 }
@@ -223,33 +178,19 @@ CspfLabels::runWhole( const CspfGraph & graph, CspfLabelMemory & memory ) {
 /// Forgets what was before where that has become much; who has not read it looks at everything.
 template< class Cost >
 void
-CspfLabels::noteStep( const CspfGraph & graph, const CspfLabelMemory & memory ) {
+CspfLabels::noteStep( const CspfGraph & graph, const CspfOwnLabels< Cost > & own,
+                      const CspfLabelMemory & memory ) {
    if ( touches_.size() > graph.vertexBound() / 8 + 64 ) {
       firstStep_ = steps();
       stepEnds_ = {};
       touches_ = {};
    }
-   for ( const CspfVertex head : memory.heads ) {
-      touch( graph, head, false );
-   }
-   for ( const auto & changed : std::get< CspfLabelRepair< Cost > >( memory.repairs ).changed() ) {
-      touch( graph, changed.vertex, false );
-      const Cost now = cost< Cost >( changed.vertex );
-      for ( const uint32_t e : graph.out( changed.vertex ) ) {
-         const CspfVertex to = graph.to( CspfEdge{ e } );
-         const Cost step = price< Cost >( graph, CspfEdge{ e } );
-         const Cost far = cost< Cost >( to );
-         touch( graph, to, !attains( now, step, far ) && !attains( changed.before, step, far ) );
-      }
-   }
+   const auto & repair = std::get< CspfLabelRepair< Cost > >( memory.repairs );
+   repair.forEachTouched( graph, own, memory.heads, options_.reverse,
+                          [ & ]( CspfVertex vertex, bool nearOnly ) {
+                             touches_.push_back( index( vertex ) | ( nearOnly ? nearBit : 0 ) );
+                          } );
    stepEnds_.push_back( static_cast< uint32_t >( touches_.size() ) );
-}
-
-void
-CspfLabels::touch( const CspfGraph & graph, CspfVertex vertex, bool nearOnly ) {
-   forEachJudgedBy( graph, vertex, options_.reverse, [ & ]( CspfVertex one ) {
-      touches_.push_back( index( one ) | ( nearOnly ? nearBit : 0 ) );
-   } );
 }
 
 bool

@@ -13,6 +13,9 @@
 
 namespace Cspf {
 
+template< class Cost >
+struct CspfOwnLabels;
+
 /// A set of vertices to look into: those where a way may have changed, and those that an edge leads
 /// to from a vertex whose metric has.
 class CspfTouched {
@@ -80,7 +83,9 @@ class CspfLabels {
    bool admitsHolder( const CspfGraph & graph, CspfEdge edge, uint64_t held ) const;
    /// What the edge adds where it may be used.
    template< class Cost >
-   Cost price( const CspfGraph & graph, CspfEdge edge ) const;
+   Cost price( const CspfGraph & graph, CspfEdge edge ) const {
+      return stepPrice< Cost >( graph, filter_, edge, options_ );
+   }
    CspfVertex root() const { return options_.source; }
    const CspfRunOptions & options() const { return options_; }
    uint64_t graphVersion() const { return graphVersion_; }
@@ -91,11 +96,10 @@ class CspfLabels {
 
    template< class Cost >
    bool repair( const CspfGraph & graph, CspfLabelMemory & memory );
-   void noteHeads( std::span< const CspfEdgeChange > changes, CspfLabelMemory & memory ) const;
    void runWhole( const CspfGraph & graph, CspfLabelMemory & memory );
    template< class Cost >
-   void noteStep( const CspfGraph & graph, const CspfLabelMemory & memory );
-   void touch( const CspfGraph & graph, CspfVertex vertex, bool nearOnly );
+   void noteStep( const CspfGraph & graph, const CspfOwnLabels< Cost > & own,
+                  const CspfLabelMemory & memory );
 
    CspfLinkFilter filter_;  // its constraint alone
    const CspfRunOptions options_;
@@ -169,19 +173,6 @@ inline bool
 CspfLabels::admitsHolder( const CspfGraph & graph, CspfEdge edge, uint64_t held ) const {
    return filter_.reason( graph, edge, held ) == CspfRefusal::none
           && CspfArcs::metricRefusal( graph, edge, options_ ) == CspfRefusal::none;
-}
-
-template<>
-inline uint32_t
-CspfLabels::price( const CspfGraph & graph, CspfEdge edge ) const {
-   return CspfArcs::stepMetric( graph, edge, options_ );
-}
-
-template<>
-inline CspfCost
-CspfLabels::price( const CspfGraph & graph, CspfEdge edge ) const {
-   const auto [ excludes, lacks ] = filter_.srlgCounts( graph, edge );
-   return { excludes, lacks, CspfArcs::stepMetric( graph, edge, options_ ) };
 }
 
 template< class Cost >

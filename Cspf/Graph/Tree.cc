@@ -31,12 +31,17 @@ CspfTree::tentative() const {
    return static_cast< size_t >( labelled ) - reached_.size();
 }
 
+uint64_t
+CspfTree::nextSerial() {
+   static uint64_t lastSerial = 0;
+   return ++lastSerial;
+}
+
 void
 CspfTree::begin( const CspfGraph & graph, const CspfRunOptions & options, bool withSrlgs ) {
-   static uint64_t lastSerial = 0;
    options_ = options;
    graphVersion_ = graph.version();
-   serial_ = ++lastSerial;
+   serial_ = nextSerial();
    groups_.clear();
    const size_t bound = graph.vertexBound(), counted = withSrlgs ? bound : 0;
    constexpr uint64_t unreachedCounts = ~uint64_t{ 0 };

@@ -45,9 +45,7 @@ class CspfTree {
    CspfVertex source() const { return options_.source; }
    const CspfRunOptions & options() const { return options_; }
    uint64_t graphVersion() const { return graphVersion_; }
-   /// The tree is that of the graph as it is, too (`treeStays`).
-   void staysFor( const CspfGraph & graph ) { graphVersion_ = graph.version(); }
-   /// Different for every run in the process.
+   /// Different for every run in the process, and after a repair that moved anything.
    uint64_t serial() const { return serial_; }
 
    bool reached( CspfVertex vertex ) const { return metric( vertex ) != unreachedMetric; }
@@ -59,15 +57,12 @@ class CspfTree {
    /// All equal-cost last links of a reached vertex, in order; empty for the source and for
    /// vertices without a path.
    std::span< const CspfEdge > lastLinks( CspfVertex vertex ) const {
-      const CspfEdge & last = lasts_[ index( vertex ) ].edge;
-      if ( !( index( last ) & groupBit ) ) {
-         return { &last, 1 };
-      }
-      return last == noEdge ? std::span< const CspfEdge >() : group( last );
+      return links( lasts_[ index( vertex ) ] );
    }
    /// The vertex that the only last link comes from. REQUIRES: there is exactly one last link.
    CspfVertex before( CspfVertex vertex ) const { return lasts_[ index( vertex ) ].before; }
-   /// Reached vertices by rising cost, the source first; equal costs in no particular order.
+   /// Reached vertices, the source first: by rising cost, equal costs in no particular order, where
+   /// the tree was not repaired.
    std::span< const CspfVertex > reachedVertices() const { return reached_; }
    /// Vertices that have a cost but are not final: none outside of a run. O(vertices).
    size_t tentative() const;
@@ -84,6 +79,9 @@ class CspfTree {
 
  private:
    friend class CspfTreeRun;
+   friend class CspfTreeRepair;
+   template< class Cost >
+   friend struct CspfTreeCosts;
    static constexpr uint32_t groupBit = 0x80000000;
 
    static constexpr uint32_t none = 0xFFFFFFFF;
@@ -111,6 +109,7 @@ class CspfTree {
       auto operator<=>( const Place & ) const = default;
    };
 
+   static uint64_t nextSerial();
    void begin( const CspfGraph & graph, const CspfRunOptions & options, bool withSrlgs );
    void makeGroups( const CspfGraph & graph, std::span< const Tie > ties, TieMemory & memory );
    void group( const CspfGraph & graph, CspfVertex vertex, std::span< const Tie > ties,
@@ -121,6 +120,12 @@ class CspfTree {
    }
    static bool orderByRank( const CspfGraph & graph, std::span< CspfEdge > links );
    void orderSteps( const CspfGraph & graph, CspfVertex router );
+   std::span< const CspfEdge > links( const Last & last ) const {
+      if ( !( index( last.edge ) & groupBit ) ) {
+         return { &last.edge, 1 };
+      }
+      return last.edge == noEdge ? std::span< const CspfEdge >() : group( last.edge );
+   }
    std::span< CspfEdge > group( CspfEdge last );
    std::span< const CspfEdge > group( CspfEdge last ) const {
       const uint32_t head = index( last ) & ~groupBit;

@@ -273,7 +273,6 @@ PqComputeSm::repairs( std::size_t most ) const {
    const auto originators = getAllDestinationNodes();
    const std::uint32_t maxNodes = asked().maxRepairNodes();
    return protection_->repairs().table().repairs(
-      topology.graph(), runs().constrained->tree(),
       { originators, maxNodes ? std::min( maxNodes, 8u ) : 8, destination().hash(), routerKey,
         linkKey, most } );
 }

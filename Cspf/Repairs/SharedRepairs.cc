@@ -85,15 +85,16 @@ SharedRepairs::topology() const {
    return runs_.constrained->view().topoGraph();
 }
 
-const CspfRepairTable &
+CspfRepairTable &
 SharedRepairs::table() {
    if ( !table_ ) {
-      const TopoGraph & topology = this->topology();
-      table_ = std::make_unique< CspfRepairTable >();
-      table_->build( topology.graph(), resource_,
-                     { runs_.constrained->tree(), runs_.neighbor->tree(), runs_.reverse->tree() },
-                     { runs_.forward->view().linkConstraint( NodeId() ),
-                       runs_.constrained->view().linkConstraint( runs_.constrained->source() ) } );
+      const CspfRepairTrees trees{ runs_.constrained->tree(), runs_.neighbor->tree(),
+                                   runs_.reverse->tree() };
+      table_ = std::make_unique< CspfRepairTable >(
+         topology().graph(), resource_, trees,
+         CspfRepairConstraints{
+            runs_.forward->view().linkConstraint( NodeId() ),
+            runs_.constrained->view().linkConstraint( runs_.constrained->source() ) } );
    }
    return *table_;
 }

@@ -26,8 +26,8 @@ struct RepairRuns {
    bool operator==( const RepairRuns & ) const = default;
 };
 
-/// The repairs of one protected link or node towards all destinations. Worked out once, when the
-/// first of the requests behind it asks.
+/// The repairs of one protected link or node towards all destinations. What requests behind it have
+/// in common is worked out once, when the first of them asks.
 class SharedRepairs {
  public:
    SharedRepairs() = default;
@@ -43,7 +43,7 @@ class SharedRepairs {
    void runsAre( RepairRuns now );
    /// REQUIRES: the runs are complete.
    const TopoGraph & topology() const;
-   const CspfRepairTable & table();
+   CspfRepairTable & table();
 
  private:
    bool readsForwarding() const {

@@ -6,12 +6,11 @@
 // was run on, and the constraint's names mean the same numbers. That also tells whether the
 // topology has changed, without comparing times: a change of prefixes stamps the topology but
 // leaves the graph alone. Names are looked up again, since the graph knows of no TE router id and
-// of no second address that comes or goes. Most changes of the graph leave a tree as it is; the
-// next result takes it over then from the last one, of which nobody has a tree any more.
+// of no second address that comes or goes. Where the graph has changed the next result takes the tree
+// over from the last one, of which nobody has a tree any more, and brings it in line.
 
 #include "Cspf/Repairs/TilfaConstraintInfoSm.h"
 
-#include "Cspf/Graph/TreeStays.h"
 #include "Cspf/Runs/KeptCheck.h"
 #include "Cspf/Runs/Run.h"
 #include "Cspf/Views/View.h"
@@ -208,10 +207,9 @@ TilfaConstraintInfoSm::computeTree( const char * operation ) {
    cspfData_->buildReverseSptIs( pathConstraint().reversePath() );
    cspfData_->sourceOverloadedIs(
       view()->graph().overloaded( view()->vertex( cspfData_->source() ) ) );
-   if ( treeStays( last ) ) {
+   if ( treeFollows( last ) ) {
       TRACE7_FOR( operation,
                   "run cspf, cspfRequestCount " << constraintInfo()->cspfRequestCount() );
-      cspfData_->treeIs( *last );
       if ( isVerified() ) {
          verifyKept( *cspfData_, view(), context() );
       }
@@ -224,16 +222,17 @@ TilfaConstraintInfoSm::computeTree( const char * operation ) {
 
 /// Takes note of the graph as it is. Whoever traces every step of a run gets runs.
 bool
-TilfaConstraintInfoSm::treeStays( const Lum::Ptr< LfaCspfData > & last ) {
+TilfaConstraintInfoSm::treeFollows( const Lum::Ptr< LfaCspfData > & last ) {
    CspfLinkFilter filter;
    filter.constraintIs( view()->linkConstraint( cspfData_->source() ) );
+   CspfRunMemory & memory = context().runMemory;
    const CspfGraph & graph = view()->graph();
    const bool reshaped = graph.reshapedAt() > position_;
    const auto changes = graph.changes().since( std::exchange( position_, graph.changes().end() ) );
    const auto before = std::exchange( numbers_, filter.constraint() );
    return last && changes && last->source() == cspfData_->source() && numbers_ == before
-          && context().runMemory.sharedLabels().enabled() && !Trace::wanted( 9 )
-          && Cspf::treeStays( graph, last->tree(), filter, *changes, reshaped );
+          && memory.sharedLabels().enabled() && !Trace::wanted( 9 )
+          && memory.followTree( *last, *cspfData_, filter, *changes, reshaped );
 }
 
 /// A tree is all that an internal path is for. Requests read the constraint's own, all at once.

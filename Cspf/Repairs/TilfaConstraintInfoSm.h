@@ -45,7 +45,7 @@ class TilfaConstraintInfoSm : public ConstraintInfoSmBase {
    CspfLinkConstraint numbersFor( const NodeId & source ) const;
    bool cspfDataHolds() const;
    void endWithoutRun();
-   bool treeStays( const Lum::Ptr< LfaCspfData > & last );
+   bool treeFollows( const Lum::Ptr< LfaCspfData > & last );
    void computeTree( const char * operation );
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData );
 

@@ -170,6 +170,19 @@ CspfRunMemory::reclaim( CspfData & cspfData ) {
    }
 }
 
+bool
+CspfRunMemory::followTree( CspfData & earlier, CspfData & next, const CspfLinkFilter & filter,
+                           std::span< const CspfEdgeChange > changes, bool reshaped ) {
+   CspfTree tree = std::move( earlier.work_->tree );
+   if ( !treeRepair_.follow( earlier.view().graph(), filter, changes, reshaped, tree ) ) {
+      spareTree_ = std::move( tree );
+      return false;
+   }
+   next.work_->view = earlier.work_->view;
+   next.work_->tree = std::move( tree );
+   return true;
+}
+
 CspfRun::CspfRun( CspfRunMemory & memory, CspfData & cspfData,
                   const Lum::Ptr< const AllTopoDbView > & view )
    : cspfData_( cspfData ),

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cspf/Graph/TreeRepair.h"
 #include "Cspf/Graph/TreeRun.h"
 #include "Cspf/Records/PathRecords.h"
 #include "Cspf/Runs/RunData.h"
@@ -14,6 +15,10 @@ class CspfRunMemory {
  public:
    /// Takes the tree of a run back when its results were handed out.
    void reclaim( CspfData & cspfData );
+   /// Hands the tree of an earlier run on to the next, in line with the topology as it is, or
+   /// reclaims it, and gives false. The rest as CspfTreeRepair::follow.
+   bool followTree( CspfData & earlier, CspfData & next, const CspfLinkFilter & filter,
+                    std::span< const CspfEdgeChange > changes, bool reshaped );
    /// What constraints keep between runs, and share.
    SharedLabels & sharedLabels() noexcept { return sharedLabels_; }
 
@@ -21,6 +26,7 @@ class CspfRunMemory {
    friend class CspfRun;
    CspfLinkFilter filter_;
    CspfTreeRun treeRun_;
+   CspfTreeRepair treeRepair_;
    CspfTree spareTree_;
    SharedLabels sharedLabels_;
 };

@@ -95,13 +95,6 @@ CspfData::hasTree() const {
           } );
 }
 
-void
-CspfData::treeIs( CspfData & earlier ) {
-   work_->view = earlier.work_->view;
-   work_->tree = std::move( earlier.work_->tree );
-   work_->tree.staysFor( work_->view->graph() );
-}
-
 std::size_t
 CspfData::shortestPaths() const {
    return work_->tree.reachedVertices().size() - shortestPathForNetworks();

@@ -114,10 +114,8 @@ class CspfData : public CspfRunInfo {
 
    /// Whether there is a tree and the topology is still the one that it was run on.
    bool hasTree() const;
-   /// REQUIRES: hasTree(), or the tree is to be judged by what has changed since.
+   /// REQUIRES: hasTree().
    const CspfTree & tree() const { return work_->tree; }
-   /// Takes over the tree of an earlier run, which a run on the topology as it is would find again.
-   void treeIs( CspfData & earlier );
    /// The topology as the run saw it. REQUIRES: a tree is there.
    const AllTopoDbView & view() const { return *work_->view; }
 
