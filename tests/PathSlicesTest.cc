@@ -233,6 +233,23 @@ TEST( PathSlices, ASliceOfRowsIsTakenInAtOnceHoweverManyRequestsTheseAre ) {
    }
 }
 
+TEST( PathSlices, AVrfIsServedWhileTheRowsOfItsLastClientLeave ) {
+   TestLab lab( "A -10- B -10- C", { { "clients", { { "rsvp", nullptr } } } } );
+   const Json served = lab.document()[ "clients" ][ "cli" ];
+   for ( unsigned id = 0; id < 3; ++id ) {
+      lab.request( "cli", "p" + std::to_string( id ), "C", Json::object(), { { "id", id } } );
+   }
+   lab.settle();
+   lab.slicesOf( 1 );
+   const std::string addresses = "te/cspf/intfIpToRouterId/vrf/default/ipv4";
+   const auto published = lab.snapshot()[ addresses ];
+   ASSERT_FALSE( published.empty() );
+   lab.patch( { { "clients", { { "cli", nullptr } } } } );
+   lab.patch( { { "clients", { { "rsvp", served } } } } );
+   lab.settle();
+   EXPECT_EQ( lab.snapshot()[ addresses ], published );
+}
+
 TEST( PathSlices, ChangesThatNeverCeaseKeepNobodyFromHisPath ) {
    TestLab lab( "A -10{bw 100}- B -10{bw 100}- D; A -10{bw 100}- C -20{bw 100}- D; D -10- E",
                 { { "throttle", { { "initialInt", 0 } } } } );

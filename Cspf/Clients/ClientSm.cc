@@ -209,8 +209,17 @@ ClientDirSm::doClearExpectedPathList() {
    expectedBwmStatusPath_.clear();
 }
 
+/// A VRF is served as long as rows of its clients are left.
 void
 ClientDirSm::doBuildExpectedPathList() {
+   for ( const auto af : { Kivnet::AddressFamily::ipv4, Kivnet::AddressFamily::ipv6 } ) {
+      const bool isIpv4 = af == Kivnet::AddressFamily::ipv4;
+      const auto & info = isIpv4 ? intake_.v4AllClientInfo : intake_.v6AllClientInfo;
+      for ( const auto & [ vrf, table ] : info->pathStatusInfoTableColl() ) {
+         expectedIntfIpToRouterIdPath_.insert(
+            StatePath::ofVrf( StatePath::intfIpToRouterId, vrf, af ) );
+      }
+   }
    for ( const auto & [ name, entity ] : clientDir_->entityColl() ) {
       if ( const auto client = Lum::cast< const Client >( entity ) ) {
          for ( const auto & vrf : wanted( client->vrfColl() ) ) {

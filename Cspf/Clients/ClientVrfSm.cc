@@ -39,9 +39,11 @@ ClientVrfFamily::handleVrfSourceId( const L3::VrfName & vrf ) {
    owner_.handleVrfSourceId( vrf, af_ );
 }
 
+/// Once they are gone.
 void
 ClientVrfFamily::handleLeavingPaths( const ClientOfVrf & client ) {
-   if ( client == owner_.clientOfVrf() ) {
+   if ( client == owner_.clientOfVrf()
+        && !owner_.allClientInfo( af_ )->leavingPathsHas( client ) ) {
       owner_.createOrDeletePathSm( af_ );
    }
 }
