@@ -301,6 +301,12 @@ TEST( Tilfa, aRepairKeepsToOneLevel ) {
       EXPECT_EQ( lab.error( "tilfa", "toB" ),
                  "no path to the destination that avoids what is protected" );
       EXPECT_EQ( repair( lab, "toD" ), "10.64.0.5 A-C.a:" ) << "only level 2 has D";
+      for ( const Json & metric : { Json(), Json( 0 ) } ) {
+         const Json prefixes{ { "B", { { "prefixes", { { prefix, metric } } } } } };
+         lab.patch( { { "topologies", { { "level1", { { "routers", prefixes } } } } } } );
+         lab.settle();
+         EXPECT_EQ( repair( lab, "toPrefix" ), metric.is_null() ? "10.64.0.5 A-C.a:" : "" );
+      }
       lab.patch( { { "topologies",
                      { { "level1",
                          { { "routers", { { "B", nullptr } } },
@@ -309,6 +315,42 @@ TEST( Tilfa, aRepairKeepsToOneLevel ) {
       EXPECT_EQ( repair( lab, "toB" ), "10.64.0.5 A-C.a:" ) << "the interface is in level 2 alone";
       EXPECT_EQ( repair( lab, "toPrefix" ), "10.64.0.5 A-C.a:" );
    }
+}
+
+TEST( Tilfa, aRequestOfAMomentWithoutItsInterfaceKeepsToTheLevelToo ) {
+   TestLab lab = TestLab::of( inTwoLevels( "A -1- C -1- B", "A -10- B" ) );
+   const auto linkIs = [ & ]( bool up ) {
+      const Json links{ { "A-B", { { "up", up } } } };
+      lab.patch( { { "topologies", { { "level2", { { "links", links } } } } } } );
+   };
+   lab.settle();
+   linkIs( false );
+   lab.request( "tilfa", "meanwhile", "0000.0000.0002", linkOf( "A-B.a" ) );
+   linkIs( true );
+   lab.settle();
+   EXPECT_EQ( lab.error( "tilfa", "meanwhile" ),
+              "no path to the destination that avoids what is protected" );
+}
+
+TEST( Tilfa, requestsInTwoLevelsKeepNobodyFromHisPathWhileChangesNeverCease ) {
+   Json document = inTwoLevels( "A -10- B; A -1- C; C -1- B; C -1- E", "A -10- B; A -1- C" );
+   document[ "throttle" ] = { { "initialInt", 0 } };
+   document[ "te" ] = { { "routerId", "10.0.0.1" } };
+   document[ "clients" ][ "cli" ] = document[ "clients" ][ "tilfa" ];
+   TestLab lab = TestLab::of( document );
+   lab.slicesOf( 1 );
+   for ( unsigned id = 0; id < 12; ++id ) {
+      lab.request( "tilfa", std::to_string( id ), "0000.0000.0002", linkOf( "A-B.a" ),
+                   { { "id", id } } );
+   }
+   lab.settle();
+   lab.request( "cli", "late", "10.0.0.2" );
+   for ( unsigned change = 0; change < 300; ++change ) {
+      const Json links{ { "C-E", { { "up", change % 2 != 0 } } } };
+      lab.patch( { { "topologies", { { "level1", { { "links", links } } } } } } );
+      lab.work( 3 );
+   }
+   EXPECT_EQ( lab.path( "cli", "late" ), "A C B" );
 }
 
 TEST( Tilfa, protectsOnALanOfTheRepairsLevel ) {

@@ -44,6 +44,26 @@ tilfaTreeKey( const Lum::SharedString & clientName, std::uint32_t treesId, Tilfa
    return key;
 }
 
+class TilfaPathSm::Replacing : public Lum::Reactor {
+   LUM_ENTITY( Cspf, Replacing );
+   Replacing( TilfaPathSm & owner, std::uint32_t trees ) : owner_( owner ), trees_( trees ) {}
+
+   void handleInitialized() override {
+      for ( const PathInfoKey & key : owner_.keysOf( trees_ ) ) {
+         LUM_WATCH( owner_.pathStatusInfoTable()->pathStatusInfo( key ), stage2RequestCount,
+                    handleResult );
+      }
+   }
+
+   std::set< PathKey > waiting;
+
+ private:
+   void handleResult() { owner_.endStaleOf( trees_ ); }
+
+   TilfaPathSm & owner_;
+   const std::uint32_t trees_;
+};
+
 TilfaPathSm::TilfaPathSm( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
                           const Lum::String & name,
                           const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
@@ -59,7 +79,7 @@ TilfaPathSm::TilfaPathSm( Kivnet::AddressFamily af, const L3::VrfName & vrfName,
      treesConfig_( Lum::make< Config >() ),
      scopeWalk_( *this, taskScheduler, "repairScopeTask-" + name,
                  { [ this ]( const PathKey & pathKey ) { return moveToScope( pathKey ); },
-                   [ this ] { isMovingIs( false ); } } ) {}
+                   [ this ] { endMoving(); } } ) {}
 
 void
 TilfaPathSm::handleInitialized() {
@@ -71,13 +91,16 @@ TilfaPathSm::handleInitialized() {
 
 void
 TilfaPathSm::doPrepareToDie() {
-   isMovingIs( false );
+   stopMoving();
+   while ( !replacing_.empty() ) {
+      replacingDel( replacing_.begin()->first );
+   }
    PathSmBase::doPrepareToDie();
 }
 
 void
 TilfaPathSm::leave() {
-   isMovingIs( false );
+   stopMoving();
    PathSmBase::leave();
 }
 
@@ -162,7 +185,11 @@ TilfaPathSm::handleCspfConfig( const PathKey & pathKey ) {
    TRACE7( pathKey.dst() << ", id " << pathKey.id() << ", vrf " << vrfName() << ", af "
                          << text( af() ) );
    LUM_ASSERT( pathConfigInfoTable() );
+   const Handling handling( *this, pathKey );
    const PathConfig * config = cspfConfig()->pathConfigFind( pathKey );
+   if ( handling.isVoid() ) {
+      return;
+   }
    if ( !config ) {
       doCleanupPathInfoKeyEntries( pathKey );
       return;
@@ -170,14 +197,16 @@ TilfaPathSm::handleCspfConfig( const PathKey & pathKey ) {
    Request & request = requests_[ pathKey ];
    request.topoId = topoIdOf( pathKey, config->constraint(), request.topoId );
    const PathConstraint constraint = treesConstraint( *config, request.topoId );
-   replace( pathKey, constraint.excludeIntf() ? treesIs( constraint ) : 0 );
+   const std::uint32_t trees = constraint.excludeIntf() ? treesIs( constraint ) : 0;
+   replace( pathKey, trees );
    const PathInfoKey key = externalPathInfoKey( pathKey );
    addRows( key, cspfConfig() );
-   const auto & row = pathConfigInfoTable()->pathConfigInfo( key );
-   row->repairTopoIdIs( request.topoId );
-   row->treesIdIs( request.trees );
-   addOrUpdatePathInfoKey( key );
-   handleFirstResult();
+   if ( const auto row = pathConfigInfoTable()->pathConfigInfo( key ); row && !handling.isVoid() ) {
+      row->repairTopoIdIs( constraint.topoId() );
+      row->treesIdIs( trees );
+      row->configChangeCountInc();
+   }
+   endStaleOf( trees );
 }
 
 /// The number of the trees, one user more; made where there were none.
@@ -196,8 +225,6 @@ TilfaPathSm::treesIs( const PathConstraint & constraint ) {
       treesConfig_->pathConfigIs( config );
       for ( const PathInfoKey & key : keysOf( number ) ) {
          addOrUpdatePathInfoKey( key, treesConfig_ );
-         LUM_WATCH( pathStatusInfoTable()->pathStatusInfo( key ), stage2RequestCount,
-                    handleFirstResult );
       }
    }
    return number;
@@ -225,8 +252,11 @@ void
 TilfaPathSm::replace( const PathKey & pathKey, std::uint32_t trees ) {
    Request & request = requests_[ pathKey ];
    std::uint32_t old = std::exchange( request.trees, trees );
-   if ( const auto at = waiting_.find( old ); at != waiting_.end() ) {
-      at->second.erase( pathKey );
+   if ( const auto at = replacing_.find( old ); at != replacing_.end() ) {
+      at->second->waiting.erase( pathKey );
+      if ( at->second->waiting.empty() ) {
+         replacingDel( old );
+      }
    }
    if ( old == trees || request.stale ) {
       treesDel( old );
@@ -234,7 +264,11 @@ TilfaPathSm::replace( const PathKey & pathKey, std::uint32_t trees ) {
       request.stale = old;
    }
    if ( request.stale && trees ) {
-      waiting_[ trees ].insert( pathKey );
+      Lum::Ptr< Replacing > & replacing = replacing_[ trees ];
+      if ( !replacing ) {
+         replacing = Lum::make< Replacing >( *this, trees );
+      }
+      replacing->waiting.insert( pathKey );
    } else {
       treesDel( request.stale );
    }
@@ -248,35 +282,61 @@ TilfaPathSm::haveResult( std::uint32_t trees ) const {
    } );
 }
 
+/// Where all of them have a result, nobody keeps the trees that they replace.
 void
-TilfaPathSm::handleFirstResult() {
-   const auto next = [ this ] {
-      return std::ranges::find_if(
-         waiting_, [ this ]( const auto & trees ) { return haveResult( trees.first ); } );
-   };
-   for ( auto trees = next(); trees != waiting_.end(); trees = next() ) {
-      const auto done = waiting_.extract( trees );
-      for ( const PathKey & pathKey : done.mapped() ) {
-         treesDel( requests_[ pathKey ].stale );
-      }
+TilfaPathSm::endStaleOf( std::uint32_t trees ) {
+   const auto at = replacing_.find( trees );
+   if ( at == replacing_.end() || !haveResult( trees ) ) {
+      return;
+   }
+   const auto waiting = std::move( at->second->waiting );
+   replacingDel( trees );
+   for ( const PathKey & pathKey : waiting ) {
+      treesDel( requests_[ pathKey ].stale );
    }
 }
 
+void
+TilfaPathSm::replacingDel( std::uint32_t trees ) {
+   Lum::Ptr< Replacing > replacing = std::move( replacing_[ trees ] );
+   replacing_.erase( trees );
+   Lum::retire( replacing );
+}
+
 /// An interface may be in another topology, or reach a destination in another level. Requests are
-/// looked at by slices.
+/// looked at by slices. Until all have been looked at no run begins, which would answer some of
+/// them by the wrong level. What changes meanwhile has them looked at once more, while runs go on,
+/// so that changes which never cease hold nobody back.
 void
 TilfaPathSm::handleScope() {
-   isMovingIs( true );
+   if ( scopeWalk_.isUnderWay() ) {
+      movesAgain_ = true;
+      return;
+   }
+   holdsRunsIs( true );
    scopeWalk_.start( Lum::keysOf( requests_ ) );
 }
 
-/// Until all have been looked at no run begins, which would answer some of them by the wrong level.
 void
-TilfaPathSm::isMovingIs( bool moving ) {
+TilfaPathSm::endMoving() {
+   holdsRunsIs( false );
+   if ( std::exchange( movesAgain_, false ) ) {
+      scopeWalk_.start( Lum::keysOf( requests_ ) );
+   }
+}
+
+void
+TilfaPathSm::stopMoving() {
    scopeWalk_.stop();
-   if ( std::exchange( isMoving_, moving ) != moving ) {
+   movesAgain_ = false;
+   holdsRunsIs( false );
+}
+
+void
+TilfaPathSm::holdsRunsIs( bool holds ) {
+   if ( std::exchange( holdsRuns_, holds ) != holds ) {
       const std::uint32_t intakes = pathStatusInfoTable()->intakes();
-      pathStatusInfoTable()->intakesIs( moving ? intakes + 1 : intakes - 1 );
+      pathStatusInfoTable()->intakesIs( holds ? intakes + 1 : intakes - 1 );
    }
 }
 
@@ -296,9 +356,13 @@ TilfaPathSm::moveToScope( const PathKey & pathKey ) {
 void
 TilfaPathSm::doCleanupPathInfoKeyEntries( const PathKey & pathKey ) {
    TRACE7( "Deleting all PathInfoKey Entries for " << pathKey.dst() << ", id " << pathKey.id() );
+   const Handling handling( *this, pathKey );
    cspfStatus()->pathStatusDel( pathKey );
+   if ( handling.isOvertaken() ) {
+      return;
+   }
    deletePathInfoKey( externalPathInfoKey( pathKey ) );
-   if ( requests_.contains( pathKey ) ) {
+   if ( !handling.isOvertaken() && requests_.contains( pathKey ) ) {
       replace( pathKey, 0 );
       requests_.erase( pathKey );
    }

@@ -16,7 +16,8 @@ namespace Cspf {
 ///   watches                            handler             writes
 ///   (as PathSmBase)
 ///   RepairScope.changeCount            handleScope         (as handleCspfConfig, by slices)
-///   PathStatusInfo.stage2RequestCount  handleFirstResult   rows of replaced trees (removes)
+///   PathStatusInfo.stage2RequestCount  endStaleOf          rows of replaced trees (removes)
+///   (of trees that replace others)
 class TilfaPathSm : public PathSmBase {
    LUM_ENTITY( Cspf, TilfaPathSm );
    /// `scope` may be null: requests that name no topology are computed over all of them.
@@ -41,7 +42,6 @@ class TilfaPathSm : public PathSmBase {
    }
    std::vector< PathKey > followedPaths() const override { return Lum::keysOf( requests_ ); }
    void handleScope();
-   void handleFirstResult();
 
    /// The internal keys of one tree (TilfaTree, by number) of a client path; the default where the
    /// path is not tracked.
@@ -59,8 +59,13 @@ class TilfaPathSm : public PathSmBase {
       std::uint32_t users = 0;
    };
 
+   /// Trees that replace others, and the requests that keep theirs until these have a result.
+   class Replacing;
+
    std::size_t moveToScope( const PathKey & pathKey );
-   void isMovingIs( bool moving );
+   void endMoving();
+   void stopMoving();
+   void holdsRunsIs( bool holds );
    TopoId topoIdOf( const PathKey & pathKey, const PathConstraint & constraint,
                     const TopoId & before ) const;
    PathConstraint treesConstraint( const PathConfig & config, const TopoId & topoId ) const;
@@ -69,16 +74,18 @@ class TilfaPathSm : public PathSmBase {
    void treesDel( std::uint32_t & trees );
    void replace( const PathKey & pathKey, std::uint32_t trees );
    bool haveResult( std::uint32_t trees ) const;
+   void endStaleOf( std::uint32_t trees );
+   void replacingDel( std::uint32_t trees );
 
    const Lum::Ptr< const RepairScope > scope_;
    const Lum::Ptr< Config > treesConfig_;  // what the trees ask for: { no destination, number }
    Lum::Map< PathKey, Request > requests_;
    std::map< std::uint32_t, Trees > trees_;
    Lum::Map< PathConstraint, std::uint32_t > treesOf_;
-   std::map< std::uint32_t, std::set< PathKey > > waiting_;  // with stale trees, by new ones
+   std::map< std::uint32_t, Lum::Ptr< Replacing > > replacing_;
    std::uint32_t lastTrees_ = 0;
    Kiv::Walk< PathKey > scopeWalk_;
-   bool isMoving_ = false;
+   bool holdsRuns_ = false, movesAgain_ = false;
 };
 
 }

@@ -75,7 +75,7 @@ PathSmBase::Handling::Handling( PathSmBase & owner, const PathKey & pathKey )
      outer_( owner.handling_ ),
      pathKey_( pathKey ) {
    for ( Handling * other = outer_; other; other = other->outer_ ) {
-      other->isVoid_ |= other->pathKey_ == pathKey;
+      other->isOvertaken_ |= other->pathKey_ == pathKey;
    }
    owner_.handling_ = this;
 }

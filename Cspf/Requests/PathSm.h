@@ -102,13 +102,14 @@ class PathSmBase : public Lum::Reactor {
       ~Handling() { owner_.handling_ = outer_; }
       Handling( const Handling & ) = delete;
       Handling & operator=( const Handling & ) = delete;
-      bool isVoid() const { return isVoid_ || owner_.isLeaving_ || owner_.isRetired(); }
+      bool isVoid() const { return isOvertaken_ || owner_.isLeaving_ || owner_.isRetired(); }
+      bool isOvertaken() const { return isOvertaken_; }  ///< by another one of the same path
 
     private:
       PathSmBase & owner_;
       Handling * const outer_;
       const PathKey pathKey_;
-      bool isVoid_ = false;
+      bool isOvertaken_ = false;
    };
 
  private:

@@ -1,6 +1,7 @@
 // The topology of a repair. It follows from the interfaces that this router's own entries name,
-// and, for the few interfaces in two levels, from what level 1 reaches. A change of the topology
-// that moves neither costs a comparison; otherwise each request is looked at.
+// and, for interfaces in two levels, from what level 1 reaches. A change of the topology that moves
+// neither costs a comparison; otherwise each request is looked at. Requests ask whenever they come,
+// also between a change and its telling, so whatever moves is noted until it is told.
 //
 // An interface that has gone belongs to no topology. Whoever asks then keeps the one that it had.
 
@@ -25,23 +26,31 @@ repairConstraint( PathConstraint constraint ) {
 const RepairScope::Interfaces &
 RepairScope::interfaces() const {
    const AllTopoDbStatus & status = *topology_.allTopoDbStatus;
-   const Lum::Seconds changedAt = status.topoChangedAt();
    const NodeId self = status.sourceId( PathComputationType::tilfa );
+   const Lum::Seconds changedAt = status.topoChangedAt();
    if ( std::exchange( self_, self ) != self ) {
       interfacesAt_ = -1;
-      reached_.clear();
+      forgetReach();
    }
    if ( std::exchange( interfacesAt_, changedAt ) != changedAt ) {
-      interfaces_.clear();
-      for ( const auto & [ topoId, table ] : status.topoDbColl() ) {
-         addInterfaces( topoId, *table );
-      }
+      const Interfaces before = std::exchange( interfaces_, interfacesOf( status ) );
+      isChanged_ |= before != interfaces_;
    }
    return interfaces_;
 }
 
+RepairScope::Interfaces
+RepairScope::interfacesOf( const AllTopoDbStatus & status ) const {
+   Interfaces interfaces;
+   for ( const auto & [ topoId, table ] : status.topoDbColl() ) {
+      addInterfaces( topoId, *table, interfaces );
+   }
+   return interfaces;
+}
+
 void
-RepairScope::addInterfaces( const TopoId & topoId, const Routing::Topology::TopoDb & table ) const {
+RepairScope::addInterfaces( const TopoId & topoId, const Routing::Topology::TopoDb & table,
+                            Interfaces & interfaces ) const {
    const auto * router = self_ ? table.routerFind( IgpRouterId( self_ ) ) : nullptr;
    if ( !router ) {
       return;
@@ -49,7 +58,7 @@ RepairScope::addInterfaces( const TopoId & topoId, const Routing::Topology::Topo
    for ( const auto & key : router->neighborSet() ) {
       const auto * neighbor = table.neighborFind( key );
       if ( neighbor && neighbor->intfId() ) {
-         auto & topologies = interfaces_[ neighbor->intfId() ];
+         auto & topologies = interfaces[ neighbor->intfId() ];
          if ( topologies.empty() || topologies.back() != topoId ) {
             topologies.push_back( topoId );
          }
@@ -75,17 +84,18 @@ bool
 RepairScope::reaches( const TopoId & topoId, const Destination & destination ) const {
    const auto & status = *topology_.allTopoDbStatus;
    const auto graph = status.lfaGraph();
-   if ( graph_.lock() != graph ) {  // versions of another one tell nothing
+   if ( graph_.lock() != graph ) {
+      forgetReach();
       graph_ = graph;
-      reached_.clear();
    }
-   const CspfTree & tree = this->tree( topoId, *graph );
+   Reach & reach = reach_[ topoId ];
+   follow( topoId, reach );
    const auto reachesNode = [ & ]( const NodeId & node ) {
       const CspfVertex vertex = graph->vertex( node );
-      return vertex != noVertex && tree.reached( vertex );
+      return vertex != noVertex && reach.tree.reached( vertex );
    };
-   if ( tree.reachedVertices().empty() || destination.isisSystemId() ) {
-      return !tree.reachedVertices().empty() && reachesNode( NodeId( destination ) );
+   if ( reach.tree.reachedVertices().empty() || destination.isisSystemId() ) {
+      return !reach.tree.reachedVertices().empty() && reachesNode( NodeId( destination ) );
    }
    const auto prefix = destination.ipPrefix()
                           ? destination.ipPrefix()
@@ -97,36 +107,61 @@ RepairScope::reaches( const TopoId & topoId, const Destination & destination ) c
           } );
 }
 
-/// Without vertices where this router is not in the topology.
-const CspfTree &
-RepairScope::tree( const TopoId & topoId, const TopoGraph & graph ) const {
-   CspfTree & tree = reached_[ topoId ];
-   if ( tree.graphVersion() == graph.graph().version() ) {
-      return tree;
-   }
+/// Numbers of another graph tell nothing.
+void
+RepairScope::forgetReach() const {
+   isChanged_ |= !reach_.empty();
+   reach_.clear();
+}
+
+/// The constraint's translation may renumber the graph.
+void
+RepairScope::follow( const TopoId & topoId, Reach & reach ) const {
    InternalPathConstraint constraint;
    constraint.topoIdIs( topoId );
    constraint.pathComputationTypeIs( PathComputationType::tilfa );
    const AllTopoLfaDbView view( topology_, constraint );
-   const NodeId self = view.getOurSourceId();
-   const CspfLinkConstraint numbers = view.linkConstraint( self );
-   CspfRunOptions options;
-   options.source = graph.vertex( self );
-   if ( options.source == noVertex ) {
-      return tree = CspfTree();
+   const CspfGraph & graph = view.graph();
+   if ( reach.version == graph.version() ) {
+      return;
    }
+   const CspfLinkConstraint numbers = view.linkConstraint( view.getOurSourceId() );
+   const auto changes =
+      graph.changes().since( std::exchange( reach.position, graph.changes().end() ) );
+   const auto reached = reach.tree.reachedVertices();
+   const std::vector< CspfVertex > before( reached.begin(), reached.end() );
    CspfLinkFilter filter;
-   filter.apply( graph.graph(), numbers );
-   CspfTreeRun().run( graph.graph(), filter, options, tree );
-   return tree;
+   filter.constraintIs( numbers );
+   if ( numbers.root == noVertex ) {
+      reach.tree = CspfTree();
+   } else if ( before.empty() || !changes || numbers != reach.numbers
+               || !treeRepair_.follow( graph, filter, *changes, true, reach.tree ) ) {
+      CspfRunOptions options;
+      options.source = numbers.root;
+      filter.apply( graph, numbers );
+      CspfTreeRun().run( graph, filter, options, reach.tree );
+   }
+   const auto isReached = [ & ]( CspfVertex vertex ) { return reach.tree.reached( vertex ); };
+   isChanged_ |= reach.version != 0
+                 && ( !changes || before.size() != reach.tree.reachedVertices().size()
+                      || !std::ranges::all_of( before, isReached ) );
+   reach.numbers = numbers;
+   reach.version = graph.version();
 }
 
 void
 RepairScope::handleTopoChanged() {
-   const bool severalLevels = std::ranges::any_of(
-      interfaces(), []( const auto & entry ) { return entry.second.size() > 1; } );
-   if ( told_ != interfaces() || severalLevels ) {
-      told_ = interfaces();
+   interfaces();
+   if ( graph_.expired() ) {
+      forgetReach();
+   }
+   for ( auto & [ topoId, reach ] : reach_ ) {
+      follow( topoId, reach );
+   }
+   const std::uint32_t originatorChanges = topology_.allTopoDbStatus->originatorChangeCount();
+   isChanged_ |= std::exchange( originatorChanges_, originatorChanges ) != originatorChanges
+                 && !reach_.empty();
+   if ( std::exchange( isChanged_, false ) ) {
       changeCountInc();
    }
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Graph/Tree.h"
+#include "Cspf/Graph/TreeRepair.h"
 #include "Cspf/Views/VrfTopology.h"
 #include "schema/CspfClient.h"
 
@@ -22,27 +22,39 @@ class RepairScope : public Lum::Entity {
    /// What was answered may be different now.
    LUM_COUNTER( changeCount );
 
-   /// Default where this router has no such interface. O(1), or a run after a change of the graph
-   /// where the interface is in several topologies.
+   /// Default where this router has no such interface. O(1), or what the graph has changed where
+   /// the interface is in several topologies.
    TopoId topoId( const Kivnet::IntfId & intfId, const Destination & destination ) const;
    /// The topology, or this router's place in it, is another one.
    void handleTopoChanged();
 
  private:
    using Interfaces = std::map< Kivnet::IntfId, std::vector< TopoId > >;  // topologies in order
+   /// What this router reaches in one topology.
+   struct Reach {
+      CspfTree tree;               // without vertices where the router is not in the topology
+      CspfLinkConstraint numbers;  // that it was run with
+      std::uint64_t position = 0;  // in the graph's changes, up to which it is right
+      std::uint64_t version = 0;   // of the graph; 0: never followed
+   };
 
    const Interfaces & interfaces() const;
-   void addInterfaces( const TopoId & topoId, const Routing::Topology::TopoDb & table ) const;
+   Interfaces interfacesOf( const AllTopoDbStatus & status ) const;
+   void addInterfaces( const TopoId & topoId, const Routing::Topology::TopoDb & table,
+                       Interfaces & interfaces ) const;
+   void forgetReach() const;
    bool reaches( const TopoId & topoId, const Destination & destination ) const;
-   const CspfTree & tree( const TopoId & topoId, const TopoGraph & graph ) const;
+   void follow( const TopoId & topoId, Reach & reach ) const;
 
    const VrfTopology topology_;
-   Interfaces told_;  // at the last change
    mutable Interfaces interfaces_;
-   mutable Lum::Seconds interfacesAt_ = -1;        // stamp of the topology that they are of,
-   mutable NodeId self_;                           //   and of which router
-   mutable std::weak_ptr< TopoGraph > graph_;      // that was walked
-   mutable std::map< TopoId, CspfTree > reached_;  // from this router, where that was asked for
+   mutable Lum::Seconds interfacesAt_ = -1;    // stamp of the topology that they are of,
+   mutable NodeId self_;                       //   and of which router
+   mutable std::weak_ptr< TopoGraph > graph_;  // that was walked
+   mutable std::map< TopoId, Reach > reach_;   // where that was asked for
+   mutable std::uint32_t originatorChanges_ = 0;
+   mutable CspfTreeRepair treeRepair_;
+   mutable bool isChanged_ = false;  // something that answers rest on, since that was last told
 };
 
 }

@@ -101,6 +101,7 @@ class AllTopoDbStatus : public Lum::Entity {
    /// Tables on their way in or out. Until they are there, nothing is told of changes.
    LUM_ATTRIBUTE( imports, std::uint32_t );
    LUM_ATTRIBUTE( topoChangedAt, Lum::Seconds );
+   LUM_COUNTER( originatorChangeCount );  ///< a prefix got or lost an originator
    LUM_COLLECTION( bwUsageChangedAt, BwUsageId, Lum::Seconds );
    LUM_COLLECTION_ORDERED( sourceChangedAt, PathComputationType, Lum::Seconds );
 

@@ -439,8 +439,11 @@ void
 TopoDbSm::doUpdateOriginator( const Kivnet::IpGenPrefix & prefix, const NodeId & router,
                               const std::uint32_t * metric ) {
    const auto info = pfxOriginatorInfoTable_->pfxOriginatorInfoIs( prefix );
-   if ( prefix.isHost() && info->originatorInfoHas( router ) != !!metric ) {
-      allTopoDbStatus_->noteAddress( prefix.address() );
+   if ( info->originatorInfoHas( router ) != !!metric ) {
+      allTopoDbStatus_->originatorChangeCountInc();
+      if ( prefix.isHost() ) {
+         allTopoDbStatus_->noteAddress( prefix.address() );
+      }
    }
    if ( metric ) {
       info->originatorInfoIs( router, { router, *metric } );
