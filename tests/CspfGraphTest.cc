@@ -184,9 +184,12 @@ class Storm {
 
    void addVertex() {
       const bool network = !routers.empty() && chance( 25 );
-      const uint64_t rank = random();
-      ( network ? networks : routers )
-         .push_back( network ? graph.addNetwork() : graph.addRouter( rank, chance( 8 ) ) );
+      if ( network ) {
+         networks.push_back( graph.addNetwork() );
+         return;
+      }
+      routers.push_back( graph.addRouter( random() ) );
+      graph.overloadedIs( routers.back(), chance( 8 ) );
    }
 
    void addLink() {

@@ -499,10 +499,22 @@ TEST( Tilfa, leavesNothingOfRequestsThatAreGone ) {
    EXPECT_GT( lab.statusTable( "tilfa" )->pqInfos(), 0u );
    lab.restart();
    lab.withdraw( "tilfa", "toC" );
-   lab.request( "tilfa", "toD", "D", { { "sourceType", "pathSegmentSource" } }, { { "id", 2 } } );
-   lab.settle();
-   EXPECT_EQ( lab.error( "tilfa", "toD" ), "source type pathSegmentSource is not served" );
-   EXPECT_EQ( lab.statusTable( "tilfa" )->pqInfos(), 0u );
+   for ( const bool isAgain : { false, true } ) {
+      if ( isAgain ) {
+         lab.request( "tilfa", "toD", "D", linkOf( "A-B.a" ), { { "id", 2 } } );
+         lab.patch(
+            { { "paths",
+                { { "tilfa",
+                    { { "toD", { { "constraint", { { "sourceType", nullptr } } } } } } } } } } );
+         lab.settle();
+         EXPECT_EQ( lab.statusTable( "tilfa" )->pqInfos(), 1u );
+      }
+      lab.request( "tilfa", "toD", "D", { { "sourceType", "pathSegmentSource" } },
+                   { { "id", 2 } } );
+      lab.settle();
+      EXPECT_EQ( lab.error( "tilfa", "toD" ), "source type pathSegmentSource is not served" );
+      EXPECT_EQ( lab.statusTable( "tilfa" )->pqInfos(), 0u );
+   }
 }
 
 TEST( Tilfa, protectsTheLinkWhereTheNodeCannotBeAvoided ) {
@@ -543,11 +555,16 @@ TEST( Tilfa, leavesByANextHopThatIsKnown ) {
    }
    EXPECT_EQ( table->adjacencys(), 1u ) << "one by one, B's alone is left";
    EXPECT_THAT( lab.error( "tilfa", "toD" ), testing::StartsWith( "no next hop known on A-" ) );
-   for ( const auto & [ key, adjacency ] : adjacencies ) {
-      table->adjacencyIs( key, adjacency );
+   for ( const bool hasAddress : { false, true } ) {
+      for ( auto [ key, adjacency ] : adjacencies ) {
+         if ( !hasAddress ) {
+            adjacency.nexthopV4Is( {} );
+         }
+         table->adjacencyIs( key, adjacency );
+      }
+      lab.settle();
+      EXPECT_EQ( repair( lab, "toD" ), preferred.substr( hasAddress ? 0 : preferred.find( ' ' ) ) );
    }
-   lab.settle();
-   EXPECT_EQ( repair( lab, "toD" ), preferred );
 }
 
 TEST( Tilfa, runsAreSharedAndMadeForTheGraphAlone ) {

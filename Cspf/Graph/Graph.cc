@@ -74,10 +74,9 @@ CspfGraph::addVertex( VertexKind kind ) {
 }
 
 CspfVertex
-CspfGraph::addRouter( uint64_t nodeRank, bool overloaded ) {
+CspfGraph::addRouter( uint64_t nodeRank ) {
    const CspfVertex router = addVertex( VertexKind::router );
    at( router ).nodeRank = nodeRank;
-   overloadedIs( router, overloaded );
    return router;
 }
 

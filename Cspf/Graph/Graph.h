@@ -88,7 +88,7 @@ class CspfGraph {
    static constexpr uint8_t kindBits = 0x3, twoWayBit = 0x4, usedBit = 0x8, ownTeMetricBit = 0x10;
 
    /// `nodeRank`: order of the router's node id among all routers; unique. O(1).
-   CspfVertex addRouter( uint64_t nodeRank, bool overloaded = false );
+   CspfVertex addRouter( uint64_t nodeRank );
    CspfVertex addNetwork();
    /// REQUIRES: no edge begins or ends at the vertex.
    void removeVertex( CspfVertex vertex );

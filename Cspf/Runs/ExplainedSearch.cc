@@ -4,6 +4,8 @@
 #include "Cspf/Hops/HopLinks.h"
 #include "Cspf/Runs/Explanation.h"
 
+#include <algorithm>
+
 namespace Cspf {
 
 ExplainedFact &
@@ -52,8 +54,8 @@ ExplainedSearch::cost( CspfVertex vertex, std::span< const CspfVertex > to ) {
    std::optional< CspfCost > least;
    const CspfTree & tree = from( vertex );
    for ( const CspfVertex end : to ) {
-      if ( tree.reached( end ) && ( !least || tree.cost( end ) < *least ) ) {
-         least = tree.cost( end );
+      if ( tree.reached( end ) ) {
+         least = least ? std::min( *least, tree.cost( end ) ) : tree.cost( end );
       }
    }
    return least;
