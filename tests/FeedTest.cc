@@ -351,8 +351,9 @@ TEST( Feed, keepsForTheTimeOfGraceWhatADaemonSaidThatIsGone ) {
 /// A message of rtnetlink(7) about an interface.
 class LinkMessage {
  public:
-   LinkMessage( int index, const std::string & name, const std::string & linkInfo ) {
-      const ifinfomsg info{ .ifi_family = 0,
+   LinkMessage( int index, const std::string & name, const std::string & linkInfo,
+                unsigned char family = AF_UNSPEC ) {
+      const ifinfomsg info{ .ifi_family = family,
                             .__ifi_pad = 0,
                             .ifi_type = ARPHRD_ETHER,
                             .ifi_index = index,
@@ -388,6 +389,8 @@ TEST( Feed, countsAnAggregateForItsMembers ) {
    };
    heard( 100, "po2", IFLA_INFO_KIND );
    heard( 101, "eth8", IFLA_INFO_SLAVE_KIND );
+   // What a bridge says of its port is not what the port is.
+   EXPECT_FALSE( readLink( LinkMessage( 102, "tap0", "", AF_BRIDGE ).message() ) );
    const auto add = [ & ]( const char * name, bool up, const char * kind, const char * master ) {
       links[ static_cast< int >( links.size() ) ] = { name, true, up, kind, master };
    };

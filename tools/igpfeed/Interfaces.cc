@@ -81,6 +81,9 @@ readLink( const nlmsghdr & message ) {
       return std::nullopt;
    }
    const auto * info = static_cast< const ifinfomsg * >( NLMSG_DATA( &message ) );
+   if ( info->ifi_family != AF_UNSPEC ) {
+      return std::nullopt;  // of a bridge, about its port
+   }
    KernelLink link;
    link.ethernet = info->ifi_type == ARPHRD_ETHER;
    link.up = ( info->ifi_flags & IFF_UP ) && ( info->ifi_flags & IFF_RUNNING );

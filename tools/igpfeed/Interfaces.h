@@ -33,7 +33,8 @@ struct InterfaceBandwidths {
    bool operator==( const InterfaceBandwidths & ) const = default;
 };
 
-/// The interface of one message of rtnetlink(7); nothing for any other message.
+/// The interface of one message of rtnetlink(7); nothing for any other message, such as one of a
+/// bridge about its port.
 std::optional< std::pair< int, KernelLink > > readLink( const nlmsghdr & message );
 
 /// The interfaces whose bandwidth may be reserved: Ethernet that is up and knows its speed. An
