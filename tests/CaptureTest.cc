@@ -231,6 +231,17 @@ TEST( Capture, ofIsisIsReadInSpiteOfItsTraps ) {
    EXPECT_EQ( routerOf( old.topologies[ 0 ], "r1" ).links.size(), 3U );
 }
 
+TEST( Capture, ofIsisTakesTheLaterOfTwoOfOneDatabase ) {
+   const std::string older = captured( "isis-database.txt" );
+   const std::string newer = replaced( replaced( older, "0x00000003", "0x00000103" ),
+                                       "0002.00 (Metric: 10)", "0002.00 (Metric: 77)" );
+   for ( const std::string & text : { older + newer, newer + older } ) {
+      const IsisNetwork network = isis( text + captured( "isis-hostnames.txt" ) );
+      EXPECT_THAT( network.findings, IsEmpty() );
+      EXPECT_EQ( routerOf( network.topologies.at( 0 ), "r1" ).links[ 0 ].metric, 77U );
+   }
+}
+
 TEST( Capture, ofIsisTellsRoutersWithTheSameCutNameApart ) {
    std::string text = captured( "isis-database.txt" );
    const auto rename = [ & ]( const std::string & r, const std::string & end ) {

@@ -129,6 +129,7 @@ IsisReader::readLspHeader() {
    lsp.owner = std::string( id.substr( 0, dot ) );
    lsp.pseudonode = lines_.number( id.substr( dot + 1, 2 ), 16 );
    lsp.fragment = lines_.number( id.substr( dash + 1 ), 16 );
+   lsp.first = inSection_ == 0;
    std::string_view word = takeWord( rest );
    lsp.own = word == "*";
    if ( lsp.own ) {

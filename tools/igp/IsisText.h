@@ -17,6 +17,7 @@ struct Lsp {
    std::uint32_t pseudonode = 0;
    std::uint32_t fragment = 0;
    std::uint32_t sequence = 0;
+   bool first = false;    ///< of its database, as often as that was printed
    bool own = false;      ///< of the router that was asked
    bool expired = false;  ///< on its way out of the database: header only
    bool overload = false;

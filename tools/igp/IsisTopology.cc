@@ -146,7 +146,6 @@ std::vector< LevelDatabase >
 NetworkMaker::databases() {
    std::vector< LevelDatabase > all;
    std::vector< std::string > areas;
-   const LevelDatabase * last = nullptr;
    for ( const Lsp & lsp : capture_.lsps ) {
       auto at = std::ranges::find_if( all, [ & ]( const LevelDatabase & one ) {
          return one.area == lsp.area && one.level == lsp.level;
@@ -158,12 +157,10 @@ NetworkMaker::databases() {
             { lsp.area, lsp.level, static_cast< std::uint32_t >( area - areas.begin() ), {}, {} } );
          at = std::prev( all.end() );
       }
-      const bool startsAnew = last != &*at || ( previous_ && &lsp != previous_ + 1 );
-      if ( startsAnew ) {
+      if ( lsp.first ) {
          seen_.clear();
          previous_ = nullptr;
       }
-      last = &*at;
       if ( const auto id = ownerOf( lsp ) ) {
          addLsp( *at, lsp, *id );
          seen_.insert( *id );
