@@ -229,6 +229,22 @@ TEST( Capture, ofIsisIsReadInSpiteOfItsTraps ) {
    EXPECT_EQ( routerOf( narrow.topologies[ 0 ], "r1" ).links.size(), 3U );
    const IsisNetwork old = isis( replacedAll( isisCapture(), "  Extended Re", "  IS Re" ) );
    EXPECT_EQ( routerOf( old.topologies[ 0 ], "r1" ).links.size(), 3U );
+   const std::string wide = "  Extended IP Reachability: 10.0.0.1/32 (Metric: 10)\n",
+                     low = "  IP Reachability: 10.0.0.1/32 (Metric: 5)\n";
+   for ( const std::string & both : { low + wide, wide + low } ) {
+      EXPECT_EQ( routerOf( after( wide.c_str(), both.c_str() ).topologies[ 0 ], "r1" )
+                    .prefixes.at( *Kivnet::IpGenPrefix::parse( "10.0.0.1/32" ) ),
+                 10U );
+   }
+   // IPv6 has wide metrics alone, which say nothing of those of IPv4.
+   const IsisNetwork older =
+      isis( replaced( replacedAll( replacedAll( isisCapture(), "  Extended Re", "  IS Re" ),
+                                   "  Extended IP Re", "  IP Re" ),
+                      "  IPv4 Interface Address: 10.0.0.1\n",
+                      "  MT Reachability: 0000.0000.0004.00 (Metric: 1) ipv6-unicast\n"
+                      "  IPv6 Reachability: 2001:db8::1/128 (Metric: 1)\n" ) );
+   EXPECT_EQ( routerOf( older.topologies[ 0 ], "r1" ).links.size(), 3U );
+   EXPECT_EQ( routerOf( older.topologies[ 0 ], "r1" ).prefixes.size(), 4U );
 }
 
 TEST( Capture, ofIsisTakesTheLaterOfTwoOfOneDatabase ) {

@@ -16,19 +16,40 @@ using Cspf::IgpRouterId;
 using Kivnet::AddressFamily;
 using Routing::Isis::SystemId;
 
+using Fragments = std::vector< const Lsp * >;
+
 /// The packets of one area and level, by owner.
 struct LevelDatabase {
    std::string area;
    std::uint32_t level = 2;
    std::uint32_t areaNumber = 0;
-   std::map< IgpRouterId, std::vector< const Lsp * > > routers;  ///< fragment 0 first
-   std::map< IgpRouterId, std::vector< const Lsp * > > pseudonodes;
+   std::map< IgpRouterId, Fragments > routers;  ///< fragment 0 first
+   std::map< IgpRouterId, Fragments > pseudonodes;
 
    bool any( bool Lsp::*flag ) const {
       return std::ranges::any_of(
          routers, [ & ]( const auto & entry ) { return entry.second.front()->*flag; } );
    }
 };
+
+/// Visits what the fragments say that `counts`. While a network moves from narrow metrics to wide
+/// ones its routers say each thing twice: wide ones hold.
+template< class Said, class Counts, class Visit >
+void
+forEachSaid( const Fragments & fragments, std::vector< Said > Lsp::*list, Counts counts,
+             Visit visit ) {
+   const bool wide = std::ranges::any_of( fragments, [ & ]( const Lsp * lsp ) {
+      return std::ranges::any_of(
+         lsp->*list, [ & ]( const Said & one ) { return counts( one ) && !one.narrow; } );
+   } );
+   for ( const Lsp * lsp : fragments ) {
+      for ( const Said & one : lsp->*list ) {
+         if ( counts( one ) && !( wide && one.narrow ) ) {
+            visit( one );
+         }
+      }
+   }
+}
 
 class NetworkMaker {
  public:
@@ -49,9 +70,9 @@ class NetworkMaker {
    void addFamily( const LevelDatabase & database, AddressFamily af );
    bool takesPart( const LevelDatabase & database, const IgpRouterId & id ) const;
    void addRouter( const LevelDatabase & database, const IgpRouterId & id );
-   void addLinks( Router & router, const std::vector< const Lsp * > & fragments,
-                  const LevelDatabase & database );
-   void addPrefixes( Router & router, const std::vector< const Lsp * > & fragments );
+   void addLinks( Router & router, const Fragments & fragments, const LevelDatabase & database );
+   void addLink( Router & router, const Lsp::Neighbor & said, const LevelDatabase & database );
+   void addPrefixes( Router & router, const Fragments & fragments );
    void addLan( const LevelDatabase & database, const IgpRouterId & id );
    void findLanFaults();
    void nameInterface( LinkEnd & link ) const;
@@ -233,54 +254,50 @@ NetworkMaker::addRouter( const LevelDatabase & database, const IgpRouterId & id 
    }
 }
 
-/// While a network moves from narrow metrics to wide ones its routers say each thing twice.
 void
-NetworkMaker::addLinks( Router & router, const std::vector< const Lsp * > & fragments,
+NetworkMaker::addLinks( Router & router, const Fragments & fragments,
                         const LevelDatabase & database ) {
-   const bool wide = std::ranges::any_of( fragments, []( const Lsp * lsp ) {
-      return std::ranges::any_of( lsp->neighbors, []( const auto & one ) { return !one.narrow; } );
-   } );
-   for ( const Lsp * lsp : fragments ) {
-      for ( const Lsp::Neighbor & said : lsp->neighbors ) {
-         if ( said.ipv6Topology != ipv6Alone_ || ( wide && said.narrow ) ) {
-            continue;
-         }
-         const auto id = hostnames_.id( said.owner );
-         if ( !id ) {
-            network_.findings.push_back( "the link " + router.name + " to " + said.owner
-                                         + ": no system id for that host name; not used" );
-            continue;
-         }
-         const IgpRouterId to( *id );
-         if ( !said.pseudonode && database.routers.contains( to ) && !takesPart( database, to ) ) {
-            continue;
-         }
-         LinkEnd link = said.end;
-         link.lan = said.pseudonode != 0;
-         link.to =
-            link.lan
-               ? IgpRouterId( to.pseudonode( static_cast< std::uint8_t >( said.pseudonode ) ) )
-               : to;
-         for ( Addresses * list : { &link.local, &link.remote } ) {
-            std::erase_if( *list, [ & ]( const auto & one ) { return one.af() != topology_->af; } );
-         }
-         router.links.push_back( std::move( link ) );
-      }
-   }
+   forEachSaid(
+      fragments, &Lsp::neighbors,
+      [ & ]( const Lsp::Neighbor & said ) { return said.ipv6Topology == ipv6Alone_; },
+      [ & ]( const Lsp::Neighbor & said ) { addLink( router, said, database ); } );
 }
 
 void
-NetworkMaker::addPrefixes( Router & router, const std::vector< const Lsp * > & fragments ) {
-   for ( const Lsp * lsp : fragments ) {
-      for ( const Lsp::Prefix & said : lsp->prefixes ) {
-         if ( said.prefix.af() == topology_->af && said.ipv6Topology == ipv6Alone_ ) {
-            const auto [ at, fresh ] = router.prefixes.emplace( said.prefix, said.metric );
-            if ( !fresh && !said.narrow ) {
-               at->second = std::min( at->second, said.metric );
-            }
-         }
-      }
+NetworkMaker::addLink( Router & router, const Lsp::Neighbor & said,
+                       const LevelDatabase & database ) {
+   const auto id = hostnames_.id( said.owner );
+   if ( !id ) {
+      network_.findings.push_back( "the link " + router.name + " to " + said.owner
+                                   + ": no system id for that host name; not used" );
+      return;
    }
+   const IgpRouterId to( *id );
+   if ( !said.pseudonode && database.routers.contains( to ) && !takesPart( database, to ) ) {
+      return;
+   }
+   LinkEnd link = said.end;
+   link.lan = said.pseudonode != 0;
+   link.to = link.lan
+                ? IgpRouterId( to.pseudonode( static_cast< std::uint8_t >( said.pseudonode ) ) )
+                : to;
+   for ( Addresses * list : { &link.local, &link.remote } ) {
+      std::erase_if( *list, [ & ]( const auto & one ) { return one.af() != topology_->af; } );
+   }
+   router.links.push_back( std::move( link ) );
+}
+
+void
+NetworkMaker::addPrefixes( Router & router, const Fragments & fragments ) {
+   forEachSaid(
+      fragments, &Lsp::prefixes,
+      [ & ]( const Lsp::Prefix & said ) {
+         return said.prefix.af() == topology_->af && said.ipv6Topology == ipv6Alone_;
+      },
+      [ & ]( const Lsp::Prefix & said ) {
+         const auto at = router.prefixes.emplace( said.prefix, said.metric ).first;
+         at->second = std::min( at->second, said.metric );
+      } );
 }
 
 void
