@@ -298,6 +298,10 @@ TEST( Capture, ofOspfIsReadInSpiteOfItsTraps ) {
    }
    EXPECT_TRUE( routerOf( ospf( overloaded ).topologies[ 0 ], "10.0.0.1" ).overload );
    EXPECT_FALSE( routerOf( ospf( overloaded ).topologies[ 0 ], "10.0.0.2" ).overload );
+   // An address that is not set is none: the far end knows it.
+   EXPECT_THAT(
+      linksOf( routerOf( after( "#0: 10.1.1.2\n", "#0: 0.0.0.0\n" ).topologies[ 0 ], "10.0.0.1" ) ),
+      testing::Contains( "10.0.0.2 10 10 1 10.1.1.1>10.1.1.2" ) );
    // The LAN's router says nothing of the LAN.
    EXPECT_THAT( ospf( captured( "ospf-router.txt" ) ).findings,
                 testing::Contains( HasSubstr( "to network 10.2.0." ) ) );

@@ -282,7 +282,9 @@ OspfReader::readTeAddress( OspfTeLink & link ) {
    } else if ( lines_.startsWith( "#" ) && addresses_ ) {
       std::string_view rest = lines_.text();
       teFound_ += takeWord( rest ) == "#0:" ? 8 : 4;
-      addresses_->push_back( lines_.ipv4( takeWord( rest ) ) );
+      if ( const auto address = lines_.ipv4( takeWord( rest ) ) ) {
+         addresses_->push_back( address );
+      }
    } else {
       return false;
    }
