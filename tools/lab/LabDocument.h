@@ -246,21 +246,6 @@ inline constexpr const char * tilfaClient = "tilfa";
 /// it is one of the router's own IS-IS tables.
 bool visible( const LabDocument & document, const LabTopology & topology );
 
-/// Where an interface of the document's router leads over a point-to-point link.
-struct LabAdjacency {
-   const std::string * topology = nullptr;  ///< name
-   const std::string * link = nullptr;      ///< name
-   const LabLinkEnd * near = nullptr;
-   const LabLinkEnd * far = nullptr;
-   const LabRouter * neighbor = nullptr;  ///< of `far`
-};
-
-/// The first point-to-point link, by topology and link name, that leaves the document's router by
-/// that interface in that VRF and family; nothing where there is none. Advertised or not. Pointers
-/// hold as long as the document. O(links).
-std::optional< LabAdjacency > adjacency( const LabDocument & document, const Vrf & vrf, Af af,
-                                         const Kivnet::IntfId & intf );
-
 /// Walks two maps side by side in key order: `add( key, after )` for what is new,
 /// `change( key, before, after )` for what differs, `remove( key, before )` for what is gone.
 template< class M, class Add, class Change, class Remove >

@@ -19,7 +19,8 @@ class DocumentReader {
       : at_( reading.root_ ),
         document( reading.document_ ),
         topologyNames_( reading.topologyNames_ ),
-        pathNames_( reading.pathNames_ ) {}
+        pathNames_( reading.pathNames_ ),
+        interfaces_( document ) {}
 
    void readAll();
    /// Reads what a patch, which has been applied, names and bears on; nothing where that is more
@@ -67,6 +68,7 @@ class DocumentReader {
    LabDocument & document;
    std::map< std::string, LabTopologyNames > & topologyNames_;
    std::map< std::string, LabPathNames > & pathNames_;
+   LabInterfaces interfaces_;  ///< that paths may name
 };
 
 template< class Visit >

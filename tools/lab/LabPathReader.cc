@@ -3,29 +3,11 @@
 
 #include "tools/lab/LabReader.h"
 
+#include <algorithm>
+
 namespace Lab {
 
 namespace {
-
-/// Whether some router has an interface of that name, in whichever topology.
-bool
-hasInterface( const LabDocument & document, const Kivnet::IntfId & intf ) {
-   for ( const auto & [ name, topology ] : document.topologies ) {
-      for ( const auto & [ linkName, link ] : topology.links ) {
-         if ( link.a.intf == intf || link.b.intf == intf ) {
-            return true;
-         }
-      }
-      for ( const auto & [ lanName, lan ] : topology.lans ) {
-         for ( const auto & [ router, member ] : lan.members ) {
-            if ( member.intf == intf ) {
-               return true;
-            }
-         }
-      }
-   }
-   return false;
-}
 
 Cspf::Destination
 readDestination( const LabCursor & at, bool tilfa ) {
@@ -47,9 +29,11 @@ readDestination( const LabCursor & at, bool tilfa ) {
 
 class ConstraintReader {
  public:
-   ConstraintReader( const LabDocument & document, const LabPath & path )
+   ConstraintReader( const LabDocument & document, const LabPath & path,
+                     LabInterfaces & interfaces )
       : document_( document ),
-        path_( path ) {}
+        path_( path ),
+        interfaces_( interfaces ) {}
 
    LabConstraint read( const LabCursor & at ) const;
 
@@ -65,6 +49,7 @@ class ConstraintReader {
 
    const LabDocument & document_;
    const LabPath & path_;
+   LabInterfaces & interfaces_;
 };
 
 auto
@@ -175,7 +160,7 @@ ConstraintReader::readPriority( const LabCursor & at ) {
 Kivnet::IntfId
 ConstraintReader::readInterface( const LabCursor & at ) const {
    const Kivnet::IntfId intf = readIntf( at );
-   if ( !hasInterface( document_, intf ) ) {
+   if ( !interfaces_.contains( intf ) ) {
       at.fail( "the name of an interface of the lab" );
    }
    return intf;
@@ -214,8 +199,36 @@ ConstraintReader::readIncludeHop( const LabCursor & at ) {
 
 }
 
+bool
+LabInterfaces::contains( const Kivnet::IntfId & intf ) {
+   if ( known_.empty() ) {
+      find();
+   }
+   return intf.number() < known_.size() && known_[ intf.number() ];
+}
+
+void
+LabInterfaces::find() {
+   const auto add = [ & ]( const Kivnet::IntfId & intf ) {
+      known_.resize( std::max< std::size_t >( known_.size(), intf.number() + 1 ) );
+      known_[ intf.number() ] = true;
+   };
+   for ( const auto & [ name, topology ] : document_.topologies ) {
+      for ( const auto & [ linkName, link ] : topology.links ) {
+         add( link.a.intf );
+         add( link.b.intf );
+      }
+      for ( const auto & [ lanName, lan ] : topology.lans ) {
+         for ( const auto & [ router, member ] : lan.members ) {
+            add( member.intf );
+         }
+      }
+   }
+}
+
 LabPath
-readPath( const LabCursor & at, const std::string & client, const LabDocument & document ) {
+readPath( const LabCursor & at, const std::string & client, const LabDocument & document,
+          LabInterfaces & interfaces ) {
    LabPath path;
    const bool tilfa = client == tilfaClient;
    const LabJson * constraint = nullptr;
@@ -230,8 +243,8 @@ readPath( const LabCursor & at, const std::string & client, const LabDocument & 
                key( "constraint", [ & ]( auto & v ) { constraint = &v.value(); } ) );
    if ( constraint ) {
       // After the VRF and the family, which its names depend on.
-      path.constraint =
-         ConstraintReader( document, path ).read( LabCursor( at, "constraint", *constraint ) );
+      path.constraint = ConstraintReader( document, path, interfaces )
+                           .read( LabCursor( at, "constraint", *constraint ) );
    }
    return path;
 }

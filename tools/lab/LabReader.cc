@@ -291,9 +291,10 @@ DocumentReader::readPaths( const LabCursor & at ) {
 void
 DocumentReader::readPath( const LabCursor & at, const std::string & client ) {
    const std::string name( at.key() );
-   const LabPath & path = document.paths[ client ]
-                             .insert_or_assign( name, Lab::readPath( at, client, document ) )
-                             .first->second;
+   const LabPath & path =
+      document.paths[ client ]
+         .insert_or_assign( name, Lab::readPath( at, client, document, interfaces_ ) )
+         .first->second;
    const auto [ first, isNew ] = pathNames_[ client ].try_emplace( keyOf( path ), name );
    if ( !isNew ) {
       at.fail( "a VRF, family, destination and id that no other path of the client has",

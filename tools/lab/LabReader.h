@@ -5,6 +5,7 @@
 
 #include <set>
 #include <tuple>
+#include <vector>
 
 /// From the JSON of a lab to its plain data. Each reader throws LabError at the first thing wrong.
 namespace Lab {
@@ -63,7 +64,24 @@ std::optional< LabTopologyChange > rereadTopology( const LabCursor & at, const L
                                                    LabTopology & topology,
                                                    LabTopologyNames & names );
 
-/// A path of that client. REQUIRES: the document has its topologies.
-LabPath readPath( const LabCursor & at, const std::string & client, const LabDocument & document );
+/// The names of the interfaces of all routers, in whichever topology. REQUIRES: from the first
+/// question on the document has its topologies, and they stay.
+class LabInterfaces {
+ public:
+   explicit LabInterfaces( const LabDocument & document ) : document_( document ) {}
+
+   /// O(1); O(links) once.
+   bool contains( const Kivnet::IntfId & intf );
+
+ private:
+   void find();
+
+   const LabDocument & document_;
+   std::vector< bool > known_;  ///< by number; empty: not looked for yet
+};
+
+/// A path of that client. REQUIRES: the document has its topologies, the interfaces are its.
+LabPath readPath( const LabCursor & at, const std::string & client, const LabDocument & document,
+                  LabInterfaces & interfaces );
 
 }

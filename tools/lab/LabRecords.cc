@@ -136,28 +136,56 @@ nodeOf( const LabDocument & document, const LabPath & path, const std::string & 
    return node;
 }
 
+/// An end of a point-to-point link of the document's router, and the router at the other one.
+struct OwnEnd {
+   const LabLinkEnd * near = nullptr;
+   const LabRouter * neighbor = nullptr;
+};
+using OwnEnds = std::map< std::tuple< Vrf, Af, Kivnet::IntfId >, OwnEnd >;
+
+/// Of several with one interface the first, by topology and link name. Advertised or not.
+OwnEnds
+ownEndsOf( const LabDocument & document ) {
+   OwnEnds ends;
+   for ( const auto & [ topologyName, topology ] : document.topologies ) {
+      const auto add = [ &, &topology = topology ]( const LabLinkEnd & near,
+                                                    const LabLinkEnd & far ) {
+         if ( near.router == document.router ) {
+            ends.try_emplace( { topology.vrf, topology.af, near.intf },
+                              OwnEnd{ &near, &topology.routers.at( far.router ) } );
+         }
+      };
+      for ( const auto & [ linkName, link ] : topology.links ) {
+         add( link.a, link.b );
+         add( link.b, link.a );
+      }
+   }
+   return ends;
+}
+
 void
-neighborIs( Cspf::PathConstraint & constraint, const LabDocument & document,
-            const LabPath & path ) {
+neighborIs( Cspf::PathConstraint & constraint, const OwnEnds & ownEnds, const LabPath & path ) {
    if ( path.constraint.neighborLink && path.constraint.neighbor ) {
       return;
    }
    const Kivnet::IntfId intf =
       constraint.excludeIntf() ? constraint.excludeIntf() : constraint.excludeNode().nexthopIntf();
-   const auto neighbor = adjacency( document, path.vrf, path.af, intf );
-   if ( !neighbor ) {
+   const auto at = ownEnds.find( { path.vrf, path.af, intf } );
+   if ( at == ownEnds.end() ) {
       return;
    }
-   if ( !path.constraint.neighborLink && !neighbor->near->addrs.empty() ) {
-      constraint.neighborLinkIs( neighbor->near->addrs.front() );
+   const auto & [ near, neighbor ] = at->second;
+   if ( !path.constraint.neighborLink && !near->addrs.empty() ) {
+      constraint.neighborLinkIs( near->addrs.front() );
    }
    if ( !path.constraint.neighbor ) {
-      constraint.neighborIs( neighbor->neighbor->teRouterId );
+      constraint.neighborIs( neighbor->teRouterId );
    }
 }
 
 Cspf::PathConstraint
-constraintOf( const LabDocument & document, const LabPath & path, bool tilfa ) {
+constraintOf( const LabDocument & document, const OwnEnds & ownEnds, const LabPath & path,
+              bool tilfa ) {
    const LabConstraint & asked = path.constraint;
    Cspf::PathConstraint constraint;
    constraint.excludeIntfIs( asked.excludeIntf );
@@ -195,7 +223,7 @@ constraintOf( const LabDocument & document, const LabPath & path, bool tilfa ) {
    constraint.fallBackToLinkIs( asked.fallBackToLink );
    constraint.noSpfIs( asked.noSpf );
    if ( tilfa ) {
-      neighborIs( constraint, document, path );
+      neighborIs( constraint, ownEnds, path );
    }
    return constraint;
 }
@@ -290,13 +318,15 @@ adjacenciesOf( const LabDocument & document ) {
 LabConfigs
 configsOf( const LabDocument & document ) {
    LabConfigs configs;
+   const OwnEnds ownEnds =
+      document.paths.contains( tilfaClient ) ? ownEndsOf( document ) : OwnEnds();
    for ( const auto & [ client, paths ] : document.paths ) {
       for ( const auto & [ name, path ] : paths ) {
          Pace::breathe();
          const Cspf::PathKey key{ path.dst, path.id };
          configs[ { client, path.vrf, path.af } ][ key ] = {
             key, path.refreshReqSeq, path.autoUpdate,
-            constraintOf( document, path, client == tilfaClient ) };
+            constraintOf( document, ownEnds, path, client == tilfaClient ) };
       }
    }
    return configs;
