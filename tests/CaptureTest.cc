@@ -418,6 +418,14 @@ TEST( Capture, isImportedAsALabThatRuns ) {
    EXPECT_THAT( import( { "ospf", captures + "ospf-router.txt", captures + "ospf-network.txt",
                           captures + "ospf-opaque.txt", "--router", "10.0.0.6" } ),
                 HasSubstr( "rsvp   to-10.0.0.1 10.0.0.1    1  20     10.0.0.2, 10.0.0.1\n" ) );
+   // A router in two areas is asked for once.
+   Findings findings;
+   const auto twice =
+      labOf( ospf( ospfCapture() + replacedAll( ospfCapture(), "(Area 0.0.0.0", "(Area 0.0.0.1" ) )
+                .topologies,
+             "10.0.0.1", true, findings );
+   EXPECT_EQ( twice[ "topologies" ].size(), 2U );
+   EXPECT_EQ( twice[ "paths" ][ "rsvp" ].size(), 5U );
    const ProgramResult nameless =
       runProgram( "cspfctl", { "import", "isis", captures + "isis-database.txt" } );
    EXPECT_EQ( nameless.exitStatus, 2 );

@@ -6,6 +6,7 @@
 #include "tools/lab/LabWriter.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Igp {
 
@@ -85,12 +86,14 @@ class TopologyWriter {
    Json routerOf( const IgpRouterId & id, const Router & router ) const;
    void addLink( Json & links, const IgpRouterId & id, const LinkEnd & link );
    void addLans( Json & lans );
-   void addMembers( Json & lan, const IgpRouterId & pseudonode );
+   using Members = std::vector< std::pair< IgpRouterId, const LinkEnd * > >;
+   Json membersOf( const IgpRouterId & pseudonode, const Members & members );
    Json addressesOf( const Addresses & addresses, const std::string & where );
 
    const Topology & topology_;
    Findings & findings_;
    std::map< IgpRouterId, std::string > names_;
+   std::set< std::string > linkNames_;
    std::set< Kivnet::IpGenAddr > addresses_;
 };
 
@@ -99,9 +102,8 @@ TopologyWriter::nameRouters() {
    std::set< std::string > taken;
    for ( const auto & [ id, router ] : topology_.routers ) {
       std::string name = router.name;
-      if ( !taken.insert( name ).second ) {
+      while ( !taken.insert( name ).second ) {
          name += "-" + id.stringValue();
-         taken.insert( name );
       }
       names_[ id ] = name;
    }
@@ -134,8 +136,12 @@ TopologyWriter::routerOf( const IgpRouterId & id, const Router & router ) const 
    if ( router.overload ) {
       json[ "overload" ] = true;
    }
+   Json prefixes;
    for ( const auto & [ prefix, metric ] : router.prefixes ) {
-      json[ "prefixes" ][ prefix.stringValue() ] = metric;
+      Lab::append( prefixes, prefix.stringValue(), metric );
+   }
+   if ( !prefixes.is_null() ) {
+      json[ "prefixes" ] = std::move( prefixes );
    }
    return json;
 }
@@ -147,10 +153,10 @@ TopologyWriter::addLink( Json & links, const IgpRouterId & id, const LinkEnd & l
       return;
    }
    std::string name = names_[ id ] + "-" + names_[ link.to ];
-   for ( int number = 2; links.contains( name ); ++number ) {
+   for ( int number = 2; !linkNames_.insert( name ).second; ++number ) {
       name = names_[ id ] + "-" + names_[ link.to ] + "-" + std::to_string( number );
    }
-   Json & json = links[ name ] = { { "a", names_[ id ] }, { "b", names_[ link.to ] } };
+   Json json = { { "a", names_[ id ] }, { "b", names_[ link.to ] } };
    const LinkEnd * back = link.reverse ? &far->second.links[ *link.reverse ] : nullptr;
    const auto addAddresses = [ & ]( const char * key, const Addresses & addresses ) {
       if ( Json list = addressesOf( addresses, "link " + name ); !list.empty() ) {
@@ -171,49 +177,50 @@ TopologyWriter::addLink( Json & links, const IgpRouterId & id, const LinkEnd & l
    } else if ( Json differing = difference( link, *back ); !differing.empty() ) {
       json[ "ba" ] = std::move( differing );
    }
+   Lab::append( links, name, std::move( json ) );
 }
 
-void
-TopologyWriter::addMembers( Json & lan, const IgpRouterId & pseudonode ) {
+/// `members` are in the order of their routers.
+Json
+TopologyWriter::membersOf( const IgpRouterId & pseudonode, const Members & members ) {
+   const std::string where = "LAN " + pseudonode.stringValue();
    const auto at = topology_.lans.find( pseudonode );
-   for ( const auto & [ id, router ] : topology_.routers ) {
-      for ( const LinkEnd & link : router.links ) {
-         if ( !link.lan || link.to != pseudonode ) {
-            continue;
-         }
-         const std::string & name = names_[ id ];
-         if ( lan[ "members" ].contains( name ) ) {
-            findings_.push_back( "LAN " + pseudonode.stringValue() + ": " + name
-                                 + " is on it twice; the second time left out" );
-            continue;
-         }
-         Json & member = lan[ "members" ][ name ] = Json::object();
-         if ( Json list = addressesOf( link.local, "LAN " + pseudonode.stringValue() );
-              !list.empty() ) {
-            member[ "addr" ] = std::move( list );
-         }
-         if ( !link.intf.empty() ) {
-            member[ "intf" ] = link.intf;
-         }
-         member.update( attributesOf( link ) );
-         if ( at == topology_.lans.end() || !at->second.contains( id ) ) {
-            member[ "attached" ] = false;
-         }
+   Json json;
+   IgpRouterId last;
+   for ( const auto & [ id, link ] : members ) {
+      const std::string & name = names_[ id ];
+      if ( id == std::exchange( last, id ) ) {
+         findings_.emplace_back( where ).append( ": " ).append( name ).append(
+            " is on it twice; the second time left out" );
+         continue;
       }
+      Json member = Json::object();
+      if ( Json list = addressesOf( link->local, where ); !list.empty() ) {
+         member[ "addr" ] = std::move( list );
+      }
+      if ( !link->intf.empty() ) {
+         member[ "intf" ] = link->intf;
+      }
+      member.update( attributesOf( *link ) );
+      if ( at == topology_.lans.end() || !at->second.contains( id ) ) {
+         member[ "attached" ] = false;
+      }
+      Lab::append( json, name, std::move( member ) );
    }
+   return json;
 }
 
 void
 TopologyWriter::addLans( Json & lans ) {
-   std::set< IgpRouterId > pseudonodes;
+   std::map< IgpRouterId, Members > byPseudonode;
    for ( const auto & [ id, router ] : topology_.routers ) {
       for ( const LinkEnd & link : router.links ) {
          if ( link.lan ) {
-            pseudonodes.insert( link.to );
+            byPseudonode[ link.to ].emplace_back( id, &link );
          }
       }
    }
-   for ( const IgpRouterId & pseudonode : pseudonodes ) {
+   for ( const auto & [ pseudonode, members ] : byPseudonode ) {
       const auto dr = names_.find( ownerOf( pseudonode ) );
       if ( dr == names_.end() ) {
          findings_.push_back( "LAN " + pseudonode.stringValue()
@@ -223,9 +230,10 @@ TopologyWriter::addLans( Json & lans ) {
       const auto number =
          std::stoul( pseudonode.stringValue().substr( pseudonode.stringValue().rfind( '.' ) + 1 ),
                      nullptr, 16 );
-      Json & lan = lans[ "lan-" + dr->second + "-" + std::to_string( number ) ] = {
-         { "dr", dr->second }, { "pseudonode", number } };
-      addMembers( lan, pseudonode );
+      Lab::append( lans, "lan-" + dr->second + "-" + std::to_string( number ),
+                   { { "dr", dr->second },
+                     { "pseudonode", number },
+                     { "members", membersOf( pseudonode, members ) } } );
    }
 }
 
@@ -244,10 +252,11 @@ TopologyWriter::write() {
    if ( topology_.id.number2() != 0 ) {
       json[ "export" ] = true;  // the router's own tables are one a level
    }
+   Json routers = Json::object(), links = Json::object(), lans = Json::object();
    for ( const auto & [ id, router ] : topology_.routers ) {
-      json[ "routers" ][ names_[ id ] ] = routerOf( id, router );
+      Lab::append( routers, names_[ id ], routerOf( id, router ) );
    }
-   Json links = Json::object(), lans = Json::object();
+   json[ "routers" ] = std::move( routers );
    for ( const auto & [ id, router ] : topology_.routers ) {
       for ( const LinkEnd & link : router.links ) {
          addLink( links, id, link );
@@ -263,31 +272,40 @@ TopologyWriter::write() {
    return json;
 }
 
-/// Adds what `client` asks for: a path to every other TE router of IPv4 in that topology.
+/// Adds what the client "rsvp" asks for: a path to every other TE router of IPv4, once where that
+/// is in several topologies.
 void
-addPaths( Json & lab, const Topology & topology, const TopologyWriter & writer ) {
-   const std::string router = lab[ "router" ];
-   const std::string vrf = topology.vrf.stringValue();
-   for ( const auto & [ id, one ] : topology.routers ) {
-      const std::string & name = writer.name( id );
-      if ( name == router || !one.teRouterId || topology.af != Kivnet::AddressFamily::ipv4 ) {
-         continue;
-      }
-      lab[ "clients" ][ "rsvp" ][ "vrf" ][ vrf ] = true;
-      lab[ "clients" ][ "rsvp" ][ "addressFamily" ] = { { "ipv4", true } };
-      Json path = { { "dst", one.teRouterId.stringValue() } };
-      if ( vrf != "default" ) {
-         path[ "vrf" ] = vrf;
-      }
-      // A router in several topologies is asked for once.
-      Json & paths = lab[ "paths" ][ "rsvp" ];
-      if ( std::ranges::find( paths, path ) == paths.end() ) {
+addPaths( Json & lab, const std::vector< Topology > & topologies,
+          const std::vector< TopologyWriter > & writers ) {
+   const std::string self = lab[ "router" ];
+   std::set< std::pair< L3::VrfName, Kivnet::IpGenAddr > > destinations;
+   std::set< std::string > labels;
+   Json vrfs, paths;
+   for ( std::size_t i = 0; i < topologies.size(); ++i ) {
+      const Topology & topology = topologies[ i ];
+      const std::string vrf = topology.vrf.stringValue();
+      for ( const auto & [ id, one ] : topology.routers ) {
+         const std::string & name = writers[ i ].name( id );
+         if ( name == self || !one.teRouterId || topology.af != Kivnet::AddressFamily::ipv4
+              || !destinations.emplace( topology.vrf, one.teRouterId ).second ) {
+            continue;
+         }
          std::string label = "to-" + name;
-         if ( paths.contains( label ) ) {
+         while ( !labels.insert( label ).second ) {
             label.append( "-" ).append( vrf ).append( "-" ).append( topology.name );
          }
-         paths[ label ] = std::move( path );
+         Json path = { { "dst", one.teRouterId.stringValue() } };
+         if ( topology.vrf != L3::VrfName::defaultVrf() ) {
+            path[ "vrf" ] = vrf;
+         }
+         vrfs[ vrf ] = true;
+         Lab::append( paths, label, std::move( path ) );
       }
+   }
+   if ( !paths.is_null() ) {
+      lab[ "clients" ][ "rsvp" ] = { { "vrf", std::move( vrfs ) },
+                                     { "addressFamily", { { "ipv4", true } } } };
+      lab[ "paths" ][ "rsvp" ] = std::move( paths );
    }
 }
 
@@ -321,8 +339,8 @@ labOf( const std::vector< Topology > & topologies, const std::string & router, b
                              ? "the capture does not say which router it is of: name one"
                              : "there is no router \"" + router + "\" in the capture" );
    }
-   for ( std::size_t i = 0; paths && i < topologies.size(); ++i ) {
-      addPaths( lab, topologies[ i ], writers[ i ] );
+   if ( paths ) {
+      addPaths( lab, topologies, writers );
    }
    return lab;
 }

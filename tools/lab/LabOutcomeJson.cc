@@ -1,9 +1,8 @@
 // Outcomes for programs. The shape is a contract: keys may join, and none may change.
 
 #include "tools/lab/LabOutput.h"
+#include "tools/lab/LabWriter.h"
 #include "tools/state/JsonText.h"
-
-#include <nlohmann/json.hpp>
 
 namespace Lab {
 
@@ -114,11 +113,8 @@ Json
 addressesJson(
    const std::vector< std::pair< Kivnet::IpGenAddr, Kivnet::IpGenAddr > > & addresses ) {
    Json json = Json::object();
-   // Addresses differ, and looking for one before it is added would be quadratic.
-   auto & members = json.get_ref< Json::object_t & >();
-   members.reserve( addresses.size() );
    for ( const auto & [ address, teRouterId ] : addresses ) {
-      members.emplace_back( address.stringValue(), teRouterId.stringValue() );
+      append( json, address.stringValue(), teRouterId.stringValue() );
    }
    return json;
 }

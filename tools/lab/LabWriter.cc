@@ -32,9 +32,6 @@ numberOf( float value ) {
    return std::strtod( text, nullptr );
 }
 
-namespace {
-
-/// Adds a member that is new. By its name it would be looked for among all others.
 void
 append( Json & object, const std::string & key, Json value ) {
    if ( object.is_null() ) {
@@ -42,6 +39,8 @@ append( Json & object, const std::string & key, Json value ) {
    }
    object.get_ref< Json::object_t & >().emplace_back( key, std::move( value ) );
 }
+
+namespace {
 
 /// Adds the member where the value is not what it is anyway.
 template< class T >
