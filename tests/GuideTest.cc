@@ -1,6 +1,7 @@
-// The guide's first half as a reader types it: its lab, its commands, and what it says they print.
+// The guide as a reader types it: its lab, its commands, and what it says they print; but for what
+// takes a router.
 
-#include "tests/RunnerProcess.h"
+#include "tests/RedisServer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,13 +14,16 @@
 
 namespace {
 
-/// The blocks of the guide that need no service, in order.
+/// The blocks of the guide from one heading to another one, in order.
 std::vector< std::string >
-blocks() {
+blocks( const std::string & from, const std::string & to ) {
    std::ifstream in( CSPF_SOURCE_DIR "/docs/guide.md" );
    std::vector< std::string > found;
    bool inside = false;
-   for ( std::string line; std::getline( in, line ) && line != "## Operating a live agent"; ) {
+   std::string line;
+   while ( line != from && std::getline( in, line ) ) {
+   }
+   while ( std::getline( in, line ) && line != to ) {
       if ( line.starts_with( "```" ) ) {
          inside = !inside;
          if ( inside ) {
@@ -35,9 +39,10 @@ blocks() {
 /// All that the shell prints for the commands, in that directory.
 std::string
 typed( const TemporaryDirectory & directory, const std::string & commands ) {
-   const std::string shell = "exec 2>&1; set -e; cd " + directory.path()
-                             + "; PATH=" CSPF_BINARY_DIR "/bin:$PATH\n" + commands;
-   FILE * const pipe = popen( shell.c_str(), "r" );
+   std::ofstream( directory / "typed" ) << "exec 2>&1; set -e -o pipefail; cd " << directory.path()
+                                        << "; PATH=" CSPF_BINARY_DIR "/bin:$PATH\n"
+                                        << commands;
+   FILE * const pipe = popen( ( "bash " + directory / "typed" ).c_str(), "r" );
    std::string out;
    for ( int c = std::fgetc( pipe ); c != EOF; c = std::fgetc( pipe ) ) {
       out += static_cast< char >( c );
@@ -50,7 +55,7 @@ typed( const TemporaryDirectory & directory, const std::string & commands ) {
 TEST( Guide, printsWhatItSays ) {
    const TemporaryDirectory directory;
    std::filesystem::create_directory_symlink( CSPF_SOURCE_DIR "/examples", directory / "examples" );
-   const auto all = blocks();
+   const auto all = blocks( "# Guide", "## Operating a live agent" );
    ASSERT_GE( all.size(), 7u );
    std::string lab = all[ 1 ];
    std::ofstream( directory / "small.json" ) << lab;
@@ -76,4 +81,34 @@ TEST( Guide, printsWhatItSays ) {
          EXPECT_EQ( out, all[ ++i ] );
       }
    }
+}
+
+TEST( Guide, operatesALiveAgent ) {
+   if ( !RedisServer::isInstalled() ) {
+      GTEST_SKIP() << "no redis-server here";
+   }
+   const TemporaryDirectory directory;
+   std::filesystem::create_directory_symlink( CSPF_SOURCE_DIR "/examples", directory / "examples" );
+   std::string commands = "trap 'kill $(jobs -p) || true' EXIT; less() { cat; }\n";
+   for ( std::string block : blocks( "## Operating a live agent", "## Your own network" ) ) {
+      if ( block.starts_with( "cspfctl watch " ) ) {
+         block.insert( block.size() - 1, " &" );  // in another terminal
+      }
+      commands += block;
+   }
+   const std::string there = "/tmp";
+   for ( std::size_t at = 0; ( at = commands.find( there, at ) ) != commands.npos;
+         at += directory.path().size() ) {
+      commands.replace( at, there.size(), directory.path() );
+   }
+   const std::string out = typed( directory, commands );
+   EXPECT_THAT( out, testing::Not( testing::EndsWith( "failed\n" ) ) );
+   const std::size_t shared = out.rfind( "agentrunner: serving" );  // the last one, on a database
+   ASSERT_NE( shared, out.npos );
+   EXPECT_THAT( out.substr( 0, shared ), testing::Not( testing::HasSubstr( "no answer" ) ) );
+   EXPECT_THAT( out, testing::ContainsRegex( "rsvp +washington-dc .10.0.0.3. +9 +[0-9]" ) );
+   EXPECT_THAT( out, testing::HasSubstr( ": all holds\n" ) );
+   EXPECT_THAT( out, testing::ContainsRegex( "Not adding neighbor .* to tent list" ) );
+   EXPECT_THAT( out.substr( shared ),
+                testing::ContainsRegex( "rsvp +new-york .10.0.0.1. +1 +[0-9]" ) );
 }

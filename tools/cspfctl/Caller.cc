@@ -19,7 +19,7 @@ using Service::Json;
 
 class AgentCaller : public Caller {
  public:
-   explicit AgentCaller( const std::string & socket ) : client_( socket ) {}
+   AgentCaller( const std::string & socket, double patience ) : client_( socket, patience ) {}
    Json call( const std::string & method, const Json & params,
               const Notified & notified ) override {
       return client_.call( method, params, notified );
@@ -202,8 +202,8 @@ DatabaseCaller::status() const {
 }
 
 std::unique_ptr< Caller >
-agentCaller( const std::string & socket ) {
-   return std::make_unique< AgentCaller >( socket );
+agentCaller( const std::string & socket, double patience ) {
+   return std::make_unique< AgentCaller >( socket, patience );
 }
 
 std::unique_ptr< Caller >
@@ -247,8 +247,8 @@ namesDatabase( const CLI::App & app ) {
 }
 
 std::unique_ptr< Caller >
-liveCaller( const CLI::App & app, const std::string & socket ) {
+liveCaller( const CLI::App & app, const std::string & socket, double patience ) {
    return namesDatabase( app )
              ? databaseCaller( optionText( app, "--state" ), optionText( app, "--state-password" ) )
-             : agentCaller( socket );
+             : agentCaller( socket, patience );
 }

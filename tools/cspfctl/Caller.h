@@ -25,8 +25,8 @@ class Caller {
    virtual void timeoutIs( double seconds ) = 0;
 };
 
-/// Throws std::runtime_error where nobody answers.
-std::unique_ptr< Caller > agentCaller( const std::string & socket );
+/// Throws std::runtime_error where nobody answers, nor comes to within `patience` seconds.
+std::unique_ptr< Caller > agentCaller( const std::string & socket, double patience = 0 );
 /// Knows `get`, `patch`, `watch` and `status`.
 std::unique_ptr< Caller > databaseCaller( const std::string & url,
                                           const std::string & passwordFile );
@@ -35,6 +35,7 @@ std::unique_ptr< Caller > databaseCaller( const std::string & url,
 void addStateOptions( CLI::App & app );
 /// Whether they do, on the command line that was read.
 bool namesDatabase( const CLI::App & app );
-/// The database that they name, else the agent at that socket. Throws std::runtime_error where
-/// nobody answers.
-std::unique_ptr< Caller > liveCaller( const CLI::App & app, const std::string & socket );
+/// The database that they name, else the agent at that socket, as `agentCaller` gives it. Throws
+/// std::runtime_error where nobody answers.
+std::unique_ptr< Caller > liveCaller( const CLI::App & app, const std::string & socket,
+                                      double patience = 0 );

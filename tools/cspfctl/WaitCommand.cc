@@ -8,6 +8,7 @@
 #include "tools/text/Plain.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -165,10 +166,10 @@ waitForPath( Caller & caller, PathWait wait ) {
 }
 
 int
-waitUntilSettled( Caller & caller, const WaitOptions & options ) {
+waitUntilSettled( Caller & caller, std::optional< double > timeout ) {
    Json params = Json::object();
-   if ( options.timeout ) {
-      params[ "timeout" ] = *options.timeout;
+   if ( timeout ) {
+      params[ "timeout" ] = *timeout;
    }
    if ( caller.call( "wait", params ).get< bool >() ) {
       return 0;
@@ -190,7 +191,10 @@ addWaitCommand( CLI::App & app, int & status ) {
       ->add_option( "--for", options->expression,
                     "settled; or CLIENT/PATH, with =up or =down, as PATH in DESTINATION#ID" )
       ->capture_default_str();
-   command->add_option( "--timeout", options->timeout, "seconds; for ever without" )
+   command
+      ->add_option( "--timeout", options->timeout,
+                    "seconds, also for an agent to come; without it for ever, for one that is "
+                    "there" )
       ->check( CLI::NonNegativeNumber );
    command->add_option( "--vrf", options->vrf, "VRF of the path; any without" );
    command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
@@ -203,10 +207,16 @@ addWaitCommand( CLI::App & app, int & status ) {
       }
       const auto path =
          settled ? std::nullopt : std::optional( PathWait( options->expression, options->vrf ) );
-      const auto caller = liveCaller( app, options->socket );
-      if ( options->timeout && path ) {
-         caller->timeoutIs( *options->timeout );
+      const auto start = std::chrono::steady_clock::now();
+      const auto caller = liveCaller( app, options->socket, options->timeout.value_or( 0 ) );
+      const std::chrono::duration< double > passed = std::chrono::steady_clock::now() - start;
+      auto left = options->timeout;
+      if ( left ) {
+         left = std::max( 0.0, *left - passed.count() );
       }
-      status = path ? waitForPath( *caller, *path ) : waitUntilSettled( *caller, *options );
+      if ( left && path ) {
+         caller->timeoutIs( *left );
+      }
+      status = path ? waitForPath( *caller, *path ) : waitUntilSettled( *caller, left );
    } );
 }

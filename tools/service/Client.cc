@@ -13,7 +13,8 @@
 
 namespace Service {
 
-Client::Client( const std::string & socketPath ) : fd_( connectTo( socketPath ) ) {}
+Client::Client( const std::string & socketPath, double patience )
+   : fd_( connectTo( socketPath, patience ) ) {}
 
 Client::~Client() {
    close( fd_ );

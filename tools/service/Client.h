@@ -21,8 +21,9 @@ struct TimedOut : std::runtime_error {
 /// A caller of a running agent's control socket; waits for answers.
 class Client {
  public:
-   /// Throws std::runtime_error when nobody answers at the path.
-   explicit Client( const std::string & socketPath );
+   /// Throws std::runtime_error when nobody answers at the path, nor comes to within `patience`
+   /// seconds.
+   explicit Client( const std::string & socketPath, double patience = 0 );
    ~Client();
    Client( const Client & ) = delete;
    Client & operator=( const Client & ) = delete;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -16,6 +17,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -216,12 +218,22 @@ Listener::accept() const {
 }
 
 int
-connectTo( const std::string & path ) {
-   const int fd = tryConnect( addressOf( path ) );
-   if ( fd < 0 ) {
-      fail( path, std::string( "no agentrunner answers here (" ) + std::strerror( errno ) + ")" );
+connectTo( const std::string & path, double patience ) {
+   constexpr std::chrono::milliseconds interval( 20 );
+   const sockaddr_un address = addressOf( path );
+   const auto end = std::chrono::steady_clock::now() + std::chrono::duration< double >( patience );
+   for ( ;; ) {
+      if ( const int fd = tryConnect( address ); fd >= 0 ) {
+         return fd;
+      }
+      const int error = errno;
+      const bool mayCome = error == ENOENT || error == ECONNREFUSED;
+      if ( !mayCome || std::chrono::steady_clock::now() >= end ) {
+         fail( path,
+               std::string( "no agentrunner answers here (" ) + std::strerror( error ) + ")" );
+      }
+      std::this_thread::sleep_for( interval );
    }
-   return fd;
 }
 
 }

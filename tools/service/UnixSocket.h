@@ -57,7 +57,8 @@ class Listener {
    gid_t group_ = 0;  ///< 0: no group
 };
 
-/// A connected, blocking socket. Throws std::runtime_error.
-int connectTo( const std::string & path );
+/// A connected, blocking socket. Who does not listen at the path yet is waited for, `patience`
+/// seconds at most. Throws std::runtime_error.
+int connectTo( const std::string & path, double patience = 0 );
 
 }
