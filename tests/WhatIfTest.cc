@@ -92,3 +92,22 @@ TEST_F( WhatIf, aPatchOrAnEventIsFollowed ) {
               2 );
    EXPECT_EQ( runProgram( "cspfctl", { "whatif", file, "--event", "2" } ).exitStatus, 1 );
 }
+
+TEST_F( WhatIf, saysWhetherTheLabIsWrongOrTheChange ) {
+   const std::string good = directory / "good.json", bad = directory / "bad.json";
+   std::ofstream( good ) << lab.dump();
+   std::ofstream( bad ) << "{";
+   const auto blamed = [ & ]( const std::vector< std::string > & words ) {
+      std::vector< std::string > arguments{ "whatif" };
+      arguments.insert( arguments.end(), words.begin(), words.end() );
+      const ProgramResult result = runProgram( "cspfctl", arguments );
+      EXPECT_EQ( result.exitStatus, 2 );
+      return result.err.substr( 0, result.err.find( ": ", result.err.find( ": " ) + 1 ) );
+   };
+   EXPECT_EQ( blamed( { good, "{" } ), "cspfctl: the patch" );
+   EXPECT_EQ( blamed( { good, "@" + bad } ), "cspfctl: " + bad );
+   EXPECT_EQ( blamed( { good, R"({"te": {"enabled": 1}})" } ), "cspfctl: the patch" );
+   EXPECT_EQ( blamed( { bad, "{}" } ), "cspfctl: " + bad );
+   EXPECT_EQ( blamed( { bad, "--event", "1" } ), "cspfctl: " + bad );
+   EXPECT_EQ( blamed( { bad, "--each", "link" } ), "cspfctl: " + bad );
+}

@@ -30,6 +30,11 @@ struct WhatIfOptions {
    bool isLive() const { return words.size() == ( changesByPatch() ? 1 : 0 ); }
    /// The lab to which the event belongs.
    std::string lab() const { return isLive() ? names : words.front(); }
+   /// For people: where the network comes from, and the change.
+   std::string labName() const { return lab().empty() ? "the running agent" : lab(); }
+   std::string changeName() const {
+      return changesByPatch() ? patchName( words.back() ) : labName();
+   }
 };
 
 const std::map< std::string, Lab::FailureKind > kinds{ { "link", Lab::FailureKind::link },
@@ -54,8 +59,10 @@ changeOf( WhatIfOptions & options ) {
 
 int
 whatIf( const CLI::App & app, WhatIfOptions options ) {
+   std::string blamed = options.changeName();  // for what is no lab
    try {
       const Lab::LabJson change = changeOf( options );
+      blamed = options.labName();
       const Lab::LabFile lab =
          options.isLive() ? Lab::LabFile::parse(
             liveLab( *liveCaller( app, options.socket ), options.names ).dump() )
@@ -68,6 +75,7 @@ whatIf( const CLI::App & app, WhatIfOptions options ) {
          lab, run, options.at,
          [ & ]( const Lab::LabMoment & moment ) {
             if ( options.each.empty() ) {
+               blamed = options.changeName();
                Lab::printWhatIf( moment, change, options.json, width, std::cout );
             } else {
                ok = Lab::printWhatIfEach(
@@ -78,10 +86,7 @@ whatIf( const CLI::App & app, WhatIfOptions options ) {
          std::cerr );
       return ok ? Lab::exitOk : Lab::exitBrokenInvariant;
    } catch ( const Lab::LabError & error ) {
-      std::cerr << "cspfctl: "
-                << Text::plain( ( options.lab().empty() ? "the running agent" : options.lab() )
-                                + ": " + error.what() )
-                << std::endl;
+      std::cerr << "cspfctl: " << Text::plain( blamed + ": " + error.what() ) << std::endl;
       return Lab::exitBadLab;
    }
 }
