@@ -7,7 +7,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <regex>
+#include <set>
 #include <sstream>
 
 using testing::ElementsAre;
@@ -67,6 +70,42 @@ TEST_F( CommandLine, showsEachCommandWithAnExample ) {
                    testing::ContainsRegex( "\n  " + command + " [^\n]*\n +cspfctl " + command ) );
    }
    EXPECT_THAT( runProgram( "cspfctl", { "--version" } ).out, HasSubstr( "cspfctl 1." ) );
+}
+
+TEST_F( CommandLine, isWholeInItsManualPage ) {
+   std::ifstream in( CSPF_SOURCE_DIR "/docs/man/cspfctl.1" );
+   std::vector< std::set< std::string > > synopses( 1 );  // the words of each
+   std::string line;
+   while ( line != ".SH SYNOPSIS" && std::getline( in, line ) ) {
+   }
+   while ( std::getline( in, line ) && line != ".SH DESCRIPTION" ) {
+      if ( line == ".br" ) {
+         synopses.emplace_back();
+      }
+      std::istringstream words( std::regex_replace( line, std::regex( R"([\\{}|\[\]])" ), "" ) );
+      for ( std::string word; words >> word; ) {
+         synopses.back().insert( word );
+      }
+   }
+   const auto has = [ & ]( const std::string & command, const std::string & word ) {
+      return std::ranges::any_of( synopses, [ & ]( const auto & words ) {
+         return words.contains( command ) && words.contains( word );
+      } );
+   };
+   const std::regex option( "\n  (?:(-.),)?(--[a-z-]+)" );
+   for ( const std::string & command : completed( { "" } ) ) {
+      std::vector< std::string > asked{ command, "--help" };
+      if ( command == "import" ) {
+         asked.insert( asked.begin() + 1, "isis" );
+      }
+      const std::string help = runProgram( "cspfctl", asked ).out;
+      EXPECT_TRUE( has( command, command ) );
+      for ( std::sregex_iterator at( help.begin(), help.end(), option ), end; at != end; ++at ) {
+         EXPECT_TRUE( ( *at )[ 2 ] == "--help" || has( command, ( *at )[ 1 ] )
+                      || has( command, ( *at )[ 2 ] ) )
+            << command << ( *at )[ 0 ];
+      }
+   }
 }
 
 TEST_F( CommandLine, complainsByItsNameAndInOrder ) {
