@@ -19,6 +19,47 @@ constexpr uint32_t unreached = CspfTree::unreachedMetric;
 
 }
 
+CspfRefusedLinks::CspfRefusedLinks( const CspfGraph & graph, const CspfLinkConstraint & plain,
+                                    const CspfLinkConstraint & constraint, IsApart isApart )
+   : graph_( graph ),
+     isApart_( std::move( isApart ) ) {
+   plain_.constraintIs( plain );
+   constraint_.constraintIs( constraint );
+}
+
+bool
+CspfRefusedLinks::has( CspfEdge edge ) const {
+   return graph_.has( edge ) && CspfArcs::refusal( graph_, plain_, edge, {} ) == CspfRefusal::none
+          && constraint_.reason( graph_, edge ) != CspfRefusal::none && !isApart_( edge );
+}
+
+template< typename Edges >
+bool
+CspfRefusedLinks::anyOf( const Edges & edges ) const {
+   return std::ranges::any_of(
+      edges, [ this ]( auto edge ) { return has( CspfEdge{ uint32_t( edge ) } ); } );
+}
+
+/// What both test alike they refuse alike, but that a root may be left.
+bool
+CspfRefusedLinks::any() const {
+   const CspfLinkConstraint &plain = plain_.constraint(), &constraint = constraint_.constraint();
+   CspfLinkConstraint unnamed = constraint;
+   unnamed.root = plain.root;
+   unnamed.overloadedEdges = plain.overloadedEdges;
+   unnamed.excludedInterfaces = plain.excludedInterfaces;
+   unnamed.excludedVertices = plain.excludedVertices;
+   unnamed.excludedEdges = plain.excludedEdges;
+   if ( unnamed != plain ) {
+      return anyOf( std::views::iota( 0U, graph_.edgeBound() ) );
+   }
+   return anyOf( constraint.overloadedEdges ) || anyOf( constraint.excludedEdges )
+          || std::ranges::any_of(
+             constraint.excludedVertices,
+             [ this ]( CspfVertex vertex ) { return anyOf( graph_.in( vertex ) ); } )
+          || ( constraint.ownSource != noVertex && anyOf( graph_.out( constraint.ownSource ) ) );
+}
+
 /// One walk over arcs by rising cost, from any number of vertices. `isForwards`: in the direction
 /// of packets.
 template< typename Arcs >
@@ -158,38 +199,6 @@ CspfPlainForwarding::CspfPlainForwarding( const CspfGraph & graph, const CspfLin
       toRefused_ = costsTo( graph, before, refusedEdges );
       behindRefused_ = costsBehind( graph, refusedEdges );
    }
-}
-
-/// What two constraints test alike they refuse alike, but that the one with a root lets it be left.
-bool
-CspfPlainForwarding::refusesAny( const CspfGraph & graph, const CspfLinkConstraint & plain,
-                                 const CspfLinkConstraint & constraint, const IsApart & isApart ) {
-   CspfLinkFilter before, after;
-   before.constraintIs( plain );
-   after.constraintIs( constraint );
-   const auto isRefused = [ & ]( uint32_t e ) {
-      const CspfEdge edge{ e };
-      return graph.has( edge ) && CspfArcs::refusal( graph, before, edge, {} ) == CspfRefusal::none
-             && after.reason( graph, edge ) != CspfRefusal::none && !isApart( edge );
-   };
-   CspfLinkConstraint unnamed = constraint;
-   unnamed.root = plain.root;
-   unnamed.overloadedEdges = plain.overloadedEdges;
-   unnamed.excludedInterfaces = plain.excludedInterfaces;
-   unnamed.excludedVertices = plain.excludedVertices;
-   unnamed.excludedEdges = plain.excludedEdges;
-   if ( unnamed != plain ) {
-      return std::ranges::any_of( std::views::iota( 0U, graph.edgeBound() ), isRefused );
-   }
-   const auto anyOf = [ & ]( const auto & edges ) {
-      return std::ranges::any_of( edges,
-                                  [ & ]( auto edge ) { return isRefused( uint32_t( edge ) ); } );
-   };
-   return anyOf( constraint.overloadedEdges ) || anyOf( constraint.excludedEdges )
-          || std::ranges::any_of(
-             constraint.excludedVertices,
-             [ & ]( CspfVertex vertex ) { return anyOf( graph.in( vertex ) ); } )
-          || ( constraint.ownSource != noVertex && anyOf( graph.out( constraint.ownSource ) ) );
 }
 
 void

@@ -14,6 +14,31 @@ struct CspfOriginator {
    uint32_t metric;
 };
 
+/// The links that plain forwarding may use and a constraint refuses, but for those that somebody
+/// else judges.
+class CspfRefusedLinks {
+ public:
+   using IsApart = std::function< bool( CspfEdge ) >;
+
+   /// REQUIRES: `plain` has no root, so that overloaded routers carry no transit. The graph
+   /// outlives this object, and stays as it is.
+   CspfRefusedLinks( const CspfGraph & graph, const CspfLinkConstraint & plain,
+                     const CspfLinkConstraint & constraint, IsApart isApart );
+
+   bool has( CspfEdge edge ) const;
+   /// Whether there are any. O(links that the constraint names), or, where it tests links otherwise
+   /// than `plain` does, O(edges).
+   bool any() const;
+
+ private:
+   template< typename Edges >
+   bool anyOf( const Edges & edges ) const;
+
+   const CspfGraph & graph_;
+   CspfLinkFilter plain_, constraint_;
+   const IsApart isApart_;
+};
+
 /// Where packets go in the network before a failure, by every shortest path, and whether they meet
 /// a link that a constraint refuses.
 ///
@@ -24,19 +49,12 @@ struct CspfOriginator {
 /// kept for further questions.
 class CspfPlainForwarding {
  public:
-   using IsApart = std::function< bool( CspfEdge ) >;
+   using IsApart = CspfRefusedLinks::IsApart;
 
-   /// Of the links that `plain` admits, those that `constraint` does not admit are refused, but for
-   /// those that `isApart` names, which the caller judges. REQUIRES: `plain` has no root, so that
-   /// overloaded routers carry no transit. Holds nothing of its arguments but numbers. O(edges +
-   /// vertices), two runs where a link is refused.
+   /// `plain`, `constraint` and `isApart`: as CspfRefusedLinks. Holds nothing of its arguments
+   /// but numbers. O(edges + vertices), two runs where a link is refused.
    CspfPlainForwarding( const CspfGraph & graph, const CspfLinkConstraint & plain,
                         const CspfLinkConstraint & constraint, const IsApart & isApart );
-
-   /// Whether any link would be refused. O(links that the constraint names), or, where it tests
-   /// links otherwise than `plain` does, O(edges).
-   static bool refusesAny( const CspfGraph & graph, const CspfLinkConstraint & plain,
-                           const CspfLinkConstraint & constraint, const IsApart & isApart );
 
    // For what leaves the paths after the failure all that fails counts, whoever judges it: what is
    // refused, what is apart, and the other direction of a link that the router may not leave by.

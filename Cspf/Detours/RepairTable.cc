@@ -188,21 +188,23 @@ CspfRepairTable::CspfRepairTable( const CspfGraph & graph, const CspfProtectedRe
      resource_( resource ),
      trees_( trees ),
      constraints_( std::move( constraints ) ),
-     refusesMore_( CspfPlainForwarding::refusesAny(
-        graph, constraints_.plain, constraints_.asked,
-        [ this ]( CspfEdge edge ) { return resource_.isEnteredBy( graph_, edge ); } ) ),
+     refusesMore_(
+        CspfRefusedLinks( graph, constraints_.plain, constraints_.asked, isApart() ).any() ),
      neverCrossed_( resource.isLink && graph.overloaded( resource.plr ) ),
      nodeOverloaded_( graph.overloaded( resource.node ) ),
      rows_( graph.vertexBound() ) {
    storeOffered( resource_.plr );  // no label
 }
 
+CspfRefusedLinks::IsApart
+CspfRepairTable::isApart() const {
+   return [ this ]( CspfEdge edge ) { return resource_.isEnteredBy( graph_, edge ); };
+}
+
 const CspfPlainForwarding &
 CspfRepairTable::forwarding() {
    if ( !forwarding_ ) {
-      forwarding_.emplace(
-         graph_, constraints_.plain, constraints_.asked,
-         [ this ]( CspfEdge edge ) { return resource_.isEnteredBy( graph_, edge ); } );
+      forwarding_.emplace( graph_, constraints_.plain, constraints_.asked, isApart() );
    }
    return *forwarding_;
 }
@@ -277,9 +279,9 @@ CspfRepairTable::offered( CspfVertex firstHop ) {
    return fresh;
 }
 
-/// ... and the router itself.
+/// After all that lead to it.
 void
-CspfRepairTable::labelAllBefore( CspfVertex router ) {
+CspfRepairTable::labelUpTo( CspfVertex router ) {
    open_.assign( 1, router );
    while ( !open_.empty() ) {
       const CspfVertex next = open_.back();
@@ -391,7 +393,7 @@ CspfRepairTable::repairs( const Query & query ) {
       if ( o.router == resource_.plr ) {
          return {};
       }
-      labelAllBefore( o.router );
+      labelUpTo( o.router );
       for ( const Label & label : labels( o.router ) ) {
          for ( const CspfVertex start : starts( label ) ) {
             if ( start == o.router || isQnode( start, goal ) ) {

@@ -127,11 +127,12 @@ class CspfRepairTable {
    bool isQnode( CspfVertex cand, const Goal & goal );
    bool avoidsResource( CspfVertex cand, const Goal & goal ) const;
    bool noPathViaProtResource( CspfVertex from ) const;
+   CspfRefusedLinks::IsApart isApart() const;
    const CspfPlainForwarding & forwarding();
    bool isLabelled( CspfVertex router ) const {
       return rows_[ index( router ) ].first != unlabelled;
    }
-   void labelAllBefore( CspfVertex router );
+   void labelUpTo( CspfVertex router );
    void label( CspfVertex router );
    void label( CspfVertex before, CspfVertex router );
    Offered & offered( CspfVertex firstHop );

@@ -10,7 +10,6 @@
 
 #include "Cspf/Repairs/SharedRepairs.h"
 
-#include "Cspf/Graph/Arcs.h"
 #include "Cspf/Views/View.h"
 
 #include <algorithm>
@@ -60,20 +59,16 @@ SharedRepairs::holdFor( const RepairRuns & now ) const {
    if ( !haveSameTrees( now ) || readsForwarding() ) {
       return false;
    }
-   CspfLinkFilter plain, asked;
-   plain.constraintIs( now.forward->view().linkConstraint( NodeId() ) );
-   asked.constraintIs( now.constrained->view().linkConstraint( now.constrained->source() ) );
    const CspfGraph & graph = now.constrained->view().graph();
-   const auto isRefused = [ & ]( CspfEdge edge ) {
-      return CspfArcs::refusal( graph, plain, edge, {} ) == CspfRefusal::none
-             && asked.reason( graph, edge ) != CspfRefusal::none
-             && !resource_.isEnteredBy( graph, edge );
-   };
+   const CspfRefusedLinks refused(
+      graph, now.forward->view().linkConstraint( NodeId() ),
+      now.constrained->view().linkConstraint( now.constrained->source() ),
+      [ & ]( CspfEdge edge ) { return resource_.isEnteredBy( graph, edge ); } );
    const auto isRead = [ & ]( const CspfEdgeChange & change ) {
       return change.from == resource_.plr || change.to == resource_.plr
              || ( change.from == change.to && change.to == resource_.node )
              || std::ranges::any_of( graph.out( change.from ), [ & ]( std::uint32_t e ) {
-                   return graph.to( CspfEdge{ e } ) == change.to && isRefused( CspfEdge{ e } );
+                   return graph.to( CspfEdge{ e } ) == change.to && refused.has( CspfEdge{ e } );
                 } );
    };
    const auto changes = graph.changes().since( position_ );
