@@ -215,7 +215,7 @@ reportGrowth() {
       std::printf( "%8u", requests );
       for ( size_t i = 0; i < now.size(); ++i ) {
          std::printf( "   %7.1f ms x%5.1f", now[ i ], now[ i ] / first[ i ] );
-         isRight &= now[ i ] / first[ i ] < 2 * double( requests ) / 1'000;
+         isRight &= now[ i ] / first[ i ] < 3 * double( requests ) / 1'000;  // caches end between
       }
       std::printf( "   %10.0f\n", growth.bytes );
       isRight &= growth.allAreProtected() && growth.bytes <= 4096;

@@ -78,6 +78,7 @@ ProtectionSm::handleInitialized() {
 void
 ProtectionSm::doPrepareToDie() {
    waiting_.clear();
+   due_.clear();
 }
 
 void
@@ -131,7 +132,7 @@ ProtectionSm::handleAdjacency( const IsisExportImpl::AdjacencyKey & ) {
 void
 ProtectionSm::scheduleIfDue() {
    const bool canCompute = runsAreComplete() || !missingRun().empty();
-   if ( ( allAreDue_ || someAreDue_ || runsHaveMoved_ ) && canCompute ) {
+   if ( !due_.empty() || ( ( allAreDue_ || someAreDue_ || runsHaveMoved_ ) && canCompute ) ) {
       if ( !pqComputeTask_.scheduled() ) {
          pqComputeTask_.schedule();
       }
@@ -141,28 +142,57 @@ ProtectionSm::scheduleIfDue() {
    }
 }
 
-/// Whoever reads what is published may end or change any request, and with the last one this.
 void
 ProtectionSm::handlePqComputeTask() {
-   const std::string missing = missingRun();
-   if ( missing.empty() && !runsAreComplete() ) {
-      return;
+   if ( !due_.empty() && !isSettled() ) {
+      startAgain();
    }
-   const auto alive = keptAlive();
+   const std::string missing = missingRun();
+   if ( !due_.empty() ) {
+      goOverDue();
+   } else if ( !missing.empty() || runsAreComplete() ) {
+      compute( missing );
+   }
+}
+
+/// The runs have moved before all requests were looked at. The next time these are the first, so
+/// that changes which never cease keep none of them waiting.
+void
+ProtectionSm::startAgain() {
+   firstDue_ = due_.back()->isRetired() ? 0 : due_.back()->place();
+   due_.clear();
+   allAreDue_ = true;
+}
+
+void
+ProtectionSm::compute( const std::string & missing ) {
    const bool hold = !isSettled() && takeRuns( missing ) && !allAreDue_;
    const bool haveMoved = std::exchange( runsHaveMoved_, false );
    const bool all = std::exchange( allAreDue_, false ) || ( haveMoved && !hold );
    allHold_ |= all;
-   const auto due = dueRequests( all, hold );
+   due_ = dueRequests( all, hold );
+   firstDue_ = 0;
    someAreDue_ = false;
    someHaveMoved_ &= !all && !hold;
    if ( hold ) {
-      countHeld( due );
+      countHeld( due_ );
    }
-   for ( const auto & request : due ) {
+   goOverDue();
+}
+
+/// Whoever reads what is published may end or change any request, and with the last one this.
+void
+ProtectionSm::goOverDue() {
+   const auto alive = keptAlive();
+   for ( std::size_t rows = 0; !due_.empty() && rows < context_.taskScheduler->slice(); ++rows ) {
+      const Lum::Ptr< PqComputeSm > request = std::move( due_.back() );
+      due_.pop_back();
       if ( !request->isRetired() ) {
          request->handlePqComputeTask();
       }
+   }
+   if ( !isRetired() ) {
+      scheduleIfDue();
    }
 }
 
@@ -190,7 +220,8 @@ std::vector< Lum::Ptr< PqComputeSm > >
 ProtectionSm::dueRequests( bool all, bool hold ) const {
    std::vector< Lum::Ptr< PqComputeSm > > due;
    if ( all || someAreDue_ || someHaveMoved_ ) {
-      for ( PqComputeSm * request : requests_ ) {
+      for ( std::size_t i = requests_.size(); i > 0; --i ) {
+         PqComputeSm * request = requests_[ ( firstDue_ + i - 1 ) % requests_.size() ];
          if ( all || request->isDue() || ( hold && request->hasMoved() ) ) {
             due.emplace_back( request );
          }

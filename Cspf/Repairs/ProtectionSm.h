@@ -53,7 +53,8 @@ struct ProtectionKey {
 ///   PathStatusCache of each tree: cspfData,   handleTree
 ///     refreshedStage1Count
 ///   IsisAdjacencyInfo.adjacency               handleAdjacency
-///   task pqComputeTask                        handlePqComputeTask   (each request: its repair)
+///   task pqComputeTask                        handlePqComputeTask   (each request: its repair,
+///                                                                   by slices)
 class ProtectionSm : public Lum::Reactor {
    LUM_ENTITY( Cspf::Lfa, ProtectionSm );
    /// `asked`: of the request that it is made for. REQUIRES: the trees have their rows.
@@ -119,6 +120,9 @@ class ProtectionSm : public Lum::Reactor {
    void scheduleIfDue();
    bool takeRuns( const std::string & missing );
    std::vector< Lum::Ptr< PqComputeSm > > dueRequests( bool all, bool hold ) const;
+   void compute( const std::string & missing );
+   void goOverDue();
+   void startAgain();
    void countHeld( std::span< const Lum::Ptr< PqComputeSm > > due );
    void verifyHeld();
 
@@ -135,6 +139,9 @@ class ProtectionSm : public Lum::Reactor {
    std::vector< PqComputeSm * > requests_;            // each knows its place
    /// For the next answer, in the order in which they came; one may have had it meanwhile.
    std::vector< Lum::Ptr< PqComputeSm > > waiting_;
+   std::vector< Lum::Ptr< PqComputeSm > >
+      due_;                    // that the last computation has left, the next last
+   std::size_t firstDue_ = 0;  // where in `requests_` it begins
    bool allAreDue_ = false;
    bool someAreDue_ = false;
    bool runsHaveMoved_ = false;  // all are due unless their answers hold
