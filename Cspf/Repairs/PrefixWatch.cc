@@ -1,5 +1,4 @@
-// One pair of eyes on the tables of prefixes. A table that goes takes its prefixes along, of which
-// nobody else tells.
+// One pair of eyes on the tables of prefixes. A table comes empty, and goes empty.
 
 #include "Cspf/Repairs/PrefixWatch.h"
 
@@ -29,9 +28,6 @@ PrefixWatch::handlePfxOriginatorInfoTable( const TopoId & topoId ) {
    if ( const auto & table = allTopoDbStatus_->pfxOriginatorInfoTable( topoId ) ) {
       unwatch( *table );
       LUM_WATCH_KEYS( table, pfxOriginatorInfo, handlePfxOriginatorInfo );
-   }
-   for ( const Kivnet::IpGenPrefix & prefix : Lum::sortedKeys( listeners_ ) ) {
-      handlePfxOriginatorInfo( prefix );
    }
 }
 
