@@ -192,8 +192,9 @@ class Storm {
       graph.overloadedIs( routers.back(), chance( 8 ) );
    }
 
-   void addLink() {
-      const CspfVertex from = routers[ pick( uint32_t( routers.size() ) ) ];
+   void addLink() { addLinkOf( routers[ pick( uint32_t( routers.size() ) ) ] ); }
+
+   void addLinkOf( CspfVertex from ) {
       const bool lan = !networks.empty() && chance( 40 );
       const auto & others = lan ? networks : routers;
       const CspfVertex to = others[ pick( uint32_t( others.size() ) ) ];
@@ -222,6 +223,16 @@ class Storm {
          if ( chance( 70 ) ) {
             graph.pairIs( edge, reverse, chance( 80 ) );
          }
+      }
+   }
+
+   /// The vertex loses all its links.
+   void cutOff( CspfVertex vertex ) {
+      while ( !graph.out( vertex ).empty() ) {
+         forget( CspfEdge{ graph.out( vertex )[ 0 ] } );
+      }
+      while ( !graph.in( vertex ).empty() ) {
+         forget( CspfEdge{ graph.in( vertex )[ 0 ] } );
       }
    }
 
@@ -313,12 +324,7 @@ class Storm {
    }
 
    void removeVertex( std::vector< CspfVertex > & kind, uint32_t at ) {
-      while ( !graph.out( kind[ at ] ).empty() ) {
-         forget( CspfEdge{ graph.out( kind[ at ] )[ 0 ] } );
-      }
-      while ( !graph.in( kind[ at ] ).empty() ) {
-         forget( CspfEdge{ graph.in( kind[ at ] )[ 0 ] } );
-      }
+      cutOff( kind[ at ] );
       graph.removeVertex( kind[ at ] );
       kind.erase( kind.begin() + at );
    }
@@ -599,13 +605,16 @@ struct FollowedTree {
          graph.changes().since( std::exchange( position, graph.changes().end() ) );
       const uint64_t serial = kept.serial();
       const Picture before = std::exchange( last, picture( graph, whole ) );
-      if ( !changes || !repair.follow( graph, filter, *changes, reshaped, kept ) ) {
-         kept = whole;
-         ++runs;
-         return;
+      const bool follows = changes && repair.follow( graph, filter, *changes, reshaped, kept );
+      if ( !follows ) {
+         run.run( graph, filter, options, kept );
       }
       ASSERT_TRUE( picture( graph, kept ) == last );
       ASSERT_EQ( kept.graphVersion(), graph.version() );
+      if ( !follows ) {
+         ++runs;
+         return;
+      }
       const bool isSame = kept.serial() == serial;
       ASSERT_TRUE( last == before ? isSame || reshaped : !isSame );
       ( isSame ? stayed : moved ) += 1;
@@ -645,6 +654,12 @@ TEST( CspfLabels, whatFollowsIsWhatARunFinds ) {
          for ( uint32_t events = storm.pick( 4 ); events > 0; --events ) {
             const uint32_t kind = storm.pick( 40 );
             kind == 0 ? storm.changeRouter() : kind < 14 ? storm.addLink() : storm.changeLink();
+         }
+         if ( step % 20 == 10 ) {
+            storm.cutOff( follower.constraint.root );
+         }
+         for ( int links = step % 20 == 11 ? 6 : 0; links > 0; --links ) {
+            storm.addLinkOf( follower.constraint.root );
          }
          if ( !storm.graph.has( follower.constraint.root ) || !follower.follow() ) {
             break;

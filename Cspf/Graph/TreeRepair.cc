@@ -76,6 +76,7 @@ CspfTreeRepair::follow( const CspfGraph & graph, const CspfLinkFilter & filter,
    noteHeads( changes, tree.options().reverse, heads_ );
    if ( !( filter.countsSrlgs() ? moveCosts< CspfCost >( graph, filter, tree )
                                 : moveCosts< uint32_t >( graph, filter, tree ) ) ) {
+      tree.metrics_.clear();  // so that the next run begins with all of them
       return false;
    }
    tree.makeGroups( graph, ties_, tieMemory_ );
@@ -147,16 +148,16 @@ CspfTreeRepair::takeLastLinks( const CspfTreeCosts< Cost > & costs, CspfVertex v
    }
 }
 
-/// Puts those back that are the same. Whether all are.
+/// Puts those groups back that are the same. Whether all last links are.
 bool
 CspfTreeRepair::keepLastLinks( CspfTree & tree, std::size_t groups ) const {
    bool areSame = true;
    for ( std::size_t i = 0; i < touched_.size(); ++i ) {
       CspfTree::Last & last = tree.lasts_[ index( touched_[ i ] ) ];
-      if ( std::ranges::equal( tree.links( before_[ i ] ), tree.links( last ) ) ) {
-         last = before_[ i ];
-      } else {
+      if ( !std::ranges::equal( tree.links( before_[ i ] ), tree.links( last ) ) ) {
          areSame = false;
+      } else if ( index( last.edge ) & CspfTree::groupBit ) {
+         last = before_[ i ];
       }
    }
    if ( areSame ) {
