@@ -62,6 +62,7 @@ class PqComputeSm : public Lum::Reactor {
 
    /// Whether it is to be computed though its runs are those of the last time.
    bool isDue() const noexcept { return isDue_; }
+   void becomesDue() noexcept { isDue_ = true; }
    /// Whether the destination is another one since.
    bool hasMoved() const noexcept { return hasMoved_; }
    /// Whether it is to be answered after the next run.

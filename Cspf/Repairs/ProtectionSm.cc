@@ -155,13 +155,16 @@ ProtectionSm::handlePqComputeTask() {
    }
 }
 
-/// The runs have moved before all requests were looked at. The next time these are the first, so
-/// that changes which never cease keep none of them waiting.
+/// The runs have moved before all requests were looked at. Those that are left are due whatever the
+/// next runs are, and the first, so that changes which never cease keep none of them waiting.
 void
 ProtectionSm::startAgain() {
-   firstDue_ = due_.back()->isRetired() ? 0 : due_.back()->place();
-   due_.clear();
-   allAreDue_ = true;
+   std::erase_if( due_, []( const auto & request ) { return request->isRetired(); } );
+   firstDue_ = due_.empty() ? 0 : due_.back()->place();
+   for ( const auto & request : std::exchange( due_, {} ) ) {
+      request->becomesDue();
+   }
+   someAreDue_ = runsHaveMoved_ = true;
 }
 
 void

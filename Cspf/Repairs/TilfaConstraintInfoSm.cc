@@ -6,8 +6,8 @@
 // was run on, and the constraint's names mean the same numbers. That also tells whether the
 // topology has changed, without comparing times: a change of prefixes stamps the topology but
 // leaves the graph alone. Names are looked up again, since the graph knows of no TE router id and
-// of no second address that comes or goes. Where the graph has changed the next result takes the tree
-// over from the last one, of which nobody has a tree any more, and brings it in line.
+// of no second address that comes or goes. Where the graph has changed the next result takes the
+// tree over from the last one, of which nobody has a tree any more, and brings it in line.
 
 #include "Cspf/Repairs/TilfaConstraintInfoSm.h"
 

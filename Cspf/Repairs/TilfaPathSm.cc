@@ -319,8 +319,9 @@ TilfaPathSm::handleScope() {
 
 void
 TilfaPathSm::endMoving() {
+   const bool movesAgain = std::exchange( movesAgain_, false );
    holdsRunsIs( false );
-   if ( std::exchange( movesAgain_, false ) ) {
+   if ( movesAgain && !isRetired() && !scopeWalk_.isUnderWay() ) {
       scopeWalk_.start( Lum::keysOf( requests_ ) );
    }
 }
