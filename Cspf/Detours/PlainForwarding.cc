@@ -8,8 +8,8 @@
 #include "Cspf/Detours/PlainForwarding.h"
 
 #include <algorithm>
+#include <numeric>
 #include <queue>
-#include <ranges>
 
 namespace Cspf {
 
@@ -51,7 +51,9 @@ CspfRefusedLinks::any() const {
    unnamed.excludedVertices = plain.excludedVertices;
    unnamed.excludedEdges = plain.excludedEdges;
    if ( unnamed != plain ) {
-      return anyOf( std::views::iota( 0U, graph_.edgeBound() ) );
+      std::vector< uint32_t > all( graph_.edgeBound() );
+      std::iota( all.begin(), all.end(), 0 );
+      return anyOf( all );
    }
    return anyOf( constraint.overloadedEdges ) || anyOf( constraint.excludedEdges )
           || std::ranges::any_of(

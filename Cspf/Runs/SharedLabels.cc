@@ -33,7 +33,8 @@ SharedLabels::labels( const CspfGraph & graph, const CspfLinkConstraint & constr
 /// Whether labels more are not too many; looks at those that there are now and then.
 bool
 SharedLabels::hasRoom( const CspfGraph & graph ) {
-   const std::size_t limit = most / ( sizeof( std::uint32_t ) * graph.vertexBound() ) + 1;
+   const std::size_t limit =
+      std::max< std::size_t >( most / ( sizeof( std::uint32_t ) * graph.vertexBound() ), 1 );
    if ( labels_.size() >= std::min( swept_ + 64, limit ) ) {
       std::erase_if( labels_, []( const auto & entry ) { return entry.second.expired(); } );
       swept_ = labels_.size();
