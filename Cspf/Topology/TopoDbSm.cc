@@ -152,7 +152,9 @@ TopoDbSm::knownRouters() const {
 /// Does nothing where that was done. No duplicate takes its TE router id.
 std::size_t
 TopoDbSm::takeOutRouter( const IgpRouterId & igpRouterId ) {
-   const std::size_t rows = 1 + routerToNeighbor( igpRouterId ).size();
+   const auto prefixes = reachabilityMap_.find( igpRouterId );
+   const std::size_t rows = 1 + routerToNeighbor( igpRouterId ).size()
+                            + ( prefixes == reachabilityMap_.end() ? 0 : prefixes->second.size() );
    doHandleRouterDeletion( igpRouterId,
                            Kivnet::IpGenAddr( routerIdMap_->teRouterId( igpRouterId ) ) );
    doUpdateReachability( igpRouterId, nullptr );
