@@ -46,6 +46,9 @@ SharedState::SharedState( Lum::ActivityLoop & loop, Corvdb::StateStore & state,
 
 void
 SharedState::start( const std::function< void() > & ready ) {
+   if ( isOver_ ) {
+      return;
+   }
    gettingReady_.emplace( loop_, ready, [ this ]( const std::exception_ptr & failure ) {
       if ( failure ) {
          std::rethrow_exception( failure );
@@ -62,6 +65,8 @@ SharedState::fail( const std::string & why ) {
 
 void
 SharedState::finish() {
+   isOver_ = true;
+   gettingReady_.reset();
    if ( failure_.empty() ) {
       replica_.settle( lastWords );
       replica_.leaseDel();

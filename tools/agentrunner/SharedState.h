@@ -39,6 +39,7 @@ class SharedState {
    AgentRunner::Runner & runner_;
    const std::string url_;
    std::string failure_;
+   bool isOver_ = false;  ///< no agent starts any more
    Redis::Replica replica_;
    std::optional< Pace::Job > gettingReady_;
 };
