@@ -86,7 +86,7 @@ TEST_F( SharedStateTest, peopleAndProgramsReadAndWriteTheDatabaseByHand ) {
 }
 
 TEST_F( SharedStateTest, whatCannotBeIsRefusedWithItsPlaceAndTheRestGoesOn ) {
-   const auto runner = run();
+   const auto runner = run( { "--record", directory / "record" } );
    loadSquare( *runner );
    const auto set = [ & ]( std::vector< std::string > arguments ) {
       arguments.insert( arguments.begin(), { "FCALL", "state_set", "1" } );
@@ -117,6 +117,10 @@ TEST_F( SharedStateTest, whatCannotBeIsRefusedWithItsPlaceAndTheRestGoesOn ) {
       { { "e:routing/topoDbExport/x", "@type", "Routing::Topology::ExportPath", "initialized",
           "true" },
         "e:routing/topoDbExport/x: /af: expected" },
+      { { "e:te/cspf/client/pl\xffnner", "@type", "Cspf::Client" }, "expected a path in UTF-8" },
+      { { "t:te/cspf/config/vrf/default/ipv4/pl\xffnner", "@type", "Cspf::Config" },
+        "ipv4/pl\\xffnner: /@type: expected a path in UTF-8" },
+      { { "e:te/config", "intfSrlg[\xed\xa0\x80]", "[7]" }, "expected a name in UTF-8" },
    };
    for ( const auto & [ write, line ] : cases ) {
       EXPECT_THAT( set( write ), testing::Not( HasSubstr( "ERR" ) ) ) << line;

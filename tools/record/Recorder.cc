@@ -157,7 +157,7 @@ Recorder::write( const Json & line ) {
    if ( !out_.is_open() ) {
       return;
    }
-   out_ << line.dump() << std::endl;
+   out_ << line.dump( -1, ' ', false, Json::error_handler_t::replace ) << std::endl;
    if ( !out_ ) {
       out_.close();
       say_( file_ + ": cannot be written any more; the record ends here" );

@@ -4,12 +4,16 @@
 
 #include "schema/Topology.h"
 #include "tools/redis/Change.h"
+#include "tools/state/StateFields.h"
 #include "tools/state/StatePaths.h"
 
 namespace Redis {
 
 std::string
 refusalOf( const std::string & key, const std::string & type ) {
+   if ( !State::isUtf8( key ) ) {
+      return "expected a path in UTF-8";
+   }
    const auto kinds = isTable( key ) ? State::tablePaths() : State::entityPaths();
    const State::PathKind * kind =
       isTable( key ) || key.starts_with( "e:" ) ? State::pathKind( kinds, pathOf( key ) ) : nullptr;

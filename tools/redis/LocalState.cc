@@ -27,6 +27,16 @@ outermost( std::string_view field ) {
    return field;
 }
 
+/// As `State::fieldIs`, of a name that anybody may have written.
+void
+foreignFieldIs( Lum::Entity & entity, const std::string & field,
+                const std::optional< std::string_view > & text ) {
+   if ( text && !State::isUtf8( field ) ) {
+      throw State::Error( State::Place( State::Place(), field ), "a name in UTF-8" );
+   }
+   State::fieldIs( entity, field, text );
+}
+
 std::string
 joined( const std::string & path, const std::string & name ) {
    return path.empty() ? name : path + "/" + name;
@@ -224,7 +234,7 @@ LocalState::fieldIs( const std::string & key, const std::string & field,
    const auto at = entity( key );
    try {
       const Taking taking( *this, key, field );
-      State::fieldIs( *at, field, text );
+      foreignFieldIs( *at, field, text );
    } catch ( const State::Error & error ) {
       handlers_.refused( key + ": " + error.what() );
    }
@@ -345,7 +355,7 @@ LocalState::setFields( const std::string & key, Lum::Entity & entity, const KeyC
          continue;
       }
       try {
-         State::fieldIs( entity, field, text );
+         foreignFieldIs( entity, field, text );
       } catch ( const State::Error & error ) {
          if ( complains ) {
             handlers_.refused( key + ": " + error.what() );

@@ -6,6 +6,7 @@
 #include "schema/EntityTypes.h"
 #include "tools/state/FieldCodec.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 namespace State {
@@ -95,6 +96,17 @@ appendQuoted( std::string & out, std::string_view text ) {
       }
    }
    out += '"';
+}
+
+bool
+isUtf8( std::string_view bytes ) {
+   const auto isAscii = []( char c ) { return static_cast< unsigned char >( c ) < 0x80; };
+   if ( std::ranges::all_of( bytes, isAscii ) ) {
+      return true;
+   }
+   std::string quoted;
+   appendQuoted( quoted, bytes );
+   return Json::accept( quoted );
 }
 
 Json

@@ -24,6 +24,9 @@ void forEachFieldName( const Lum::Entity & entity,
 /// there. Throws Error for a name that the entity cannot have.
 bool appendFieldText( const Lum::Entity & entity, std::string_view name, std::string & out );
 
+/// Whether the bytes are UTF-8 (RFC 3629), as all names and texts have to be that stand in JSON.
+bool isUtf8( std::string_view bytes );
+
 /// Gives the field the value of the text; without a text an attribute its default, and an entry
 /// its end. A value may leave fields out, which then have their defaults. Throws Error, which names
 /// field and place, for a name or a text that cannot be, and for an entry under another's key; the
