@@ -280,6 +280,13 @@ TEST_F( SharedStateTest, aServerThatCannotServeIsSaidSo ) {
               0 );
    const RedisServer bare( { "--rename-command", "FUNCTION", "" } );
    EXPECT_THAT( errorOf( bare ), HasSubstr( "takes no functions" ) );
+   const RedisServer full( { "--maxmemory", "1" } );  // a byte
+   const RunnerProcess patient( directory, { "--state", full.url() } );
+   EXPECT_TRUE( comesTrue( [ & ] { return log().find( "OOM command" ) != std::string::npos; } ) );
+   full.cli( { "CONFIG", "SET", "maxmemory", "0" } );
+   EXPECT_TRUE( comesTrue( [ & ] {
+      return !Client( patient.socket() ).call( "status", Json::object() )[ "agent" ].is_null();
+   } ) );
    // One line each, of whatever answers there.
    const struct {
       const char *info, *line;

@@ -43,9 +43,14 @@ infoOf( std::string_view info, std::string_view name ) {
 /// No patience helps against these.
 bool
 isHopeless( std::string_view error ) {
-   constexpr std::string_view words[] = {
-      "NOAUTH",       "WRONGPASS",           "NOPERM", "ERR AUTH", "ERR invalid password",
-      "ERR DB index", "ERR Client sent AUTH" };
+   constexpr std::string_view words[] = { "NOAUTH",
+                                          "WRONGPASS",
+                                          "NOPERM",
+                                          "ERR AUTH",
+                                          "ERR invalid password",
+                                          "ERR DB index",
+                                          "ERR Client sent AUTH",
+                                          "ERR unknown command" };
    return std::ranges::any_of( words, [ & ]( auto word ) { return error.starts_with( word ); } );
 }
 
@@ -140,13 +145,15 @@ Replica::graceIs() {
 
 void
 Replica::open() {
-   commands_->send(
-      { "FUNCTION", "LOAD", "REPLACE", functionLibrary }, [ this ]( const redisReply & reply ) {
-         if ( isError( reply ) ) {
-            failed( "the server takes no functions: " + std::string( textOf( reply ) ), false,
-                    !textOf( reply ).starts_with( "LOADING" ) );
-         }
-      } );
+   commands_->send( { "FUNCTION", "LOAD", "REPLACE", functionLibrary },
+                    [ this ]( const redisReply & reply ) {
+                       if ( isError( reply ) ) {
+                          const bool hopeless = isHopeless( textOf( reply ) );
+                          failed( ( hopeless ? "the server takes no functions: " : "" )
+                                     + std::string( textOf( reply ) ),
+                                  false, hopeless );
+                       }
+                    } );
    if ( !settings_.observed.empty() ) {
       commands_->send( { "GET", "lease:" + settings_.observed }, [ this ]( const auto & reply ) {
          observedHolder_ = Lease::holderOf( textOf( reply ) );
