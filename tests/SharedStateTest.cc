@@ -222,6 +222,44 @@ TEST_F( SharedStateTest, whatWasHeldBeforeAKillIsHeldAfterIt ) {
    EXPECT_EQ( content(), before );
 }
 
+TEST_F( SharedStateTest, whatTheAgentWritesStandsThereInTheEndWhateverElseStood ) {
+   const std::string statusKey = std::string( "t:" ) + statusPath,
+                     constraintKey = "t:te/cspf/constraintStatus/vrf/default/ipv4";
+   const auto spoil = [ & ] {
+      server.cli( { "HSET", statusKey, "pathStatus[10.9.9.9#7]", R"({"junk":1})", "noSuch[1]", "{}",
+                    "noSuch\xff", "{}" } );
+   };
+   const auto stands = [ & ] {
+      const std::string fields = server.cli( { "HKEYS", statusKey } );
+      return fields.find( "10.0.0.3#1" ) != fields.npos && fields.find( "10.9.9.9" ) == fields.npos
+             && fields.find( "noSuch" ) == fields.npos;
+   };
+   const auto request = [ & ]( const char * field, const char * text ) {
+      server.cli( { "FCALL", "state_set", "1", configKey, "@type", "Cspf::Config", field, text } );
+   };
+   auto runner = run();
+   loadSquare( *runner );
+   request( "pathConfig[10.0.0.3#1]", "{}" );
+   ASSERT_TRUE( isPublished( "10.64.0.5" ) );
+   runner->end( SIGKILL );
+   spoil();
+   server.cli( { "DEL", constraintKey } );
+   server.cli( { "SET", constraintKey, "junk" } );
+   runner = run();
+   EXPECT_TRUE( comesTrue( stands ) ) << server.cli( { "HKEYS", statusKey } );
+   EXPECT_TRUE( comesTrue( [ & ] {
+      return log().find( constraintKey + ": not written: a string stands there" )
+             != std::string::npos;
+   } ) );
+   request( "pathConfig[10.0.0.3#2]", "{}" );
+   EXPECT_TRUE( isPublished( "10.64.0.5", "10.0.0.3#2" ) );
+   spoil();
+   server.cli( { "DEL", constraintKey } );
+   server.cli( { "SET", "epoch", "other" } );  // all is read again
+   EXPECT_TRUE( comesTrue( stands ) ) << server.cli( { "HKEYS", statusKey } );
+   EXPECT_TRUE( comesTrue( [ & ] { return server.cli( { "HLEN", constraintKey } ) != "0\n"; } ) );
+}
+
 TEST_F( SharedStateTest, anAgentThatEndsLeavesRequestsAndNothingElse ) {
    const auto runner = run();
    load( *runner, labTopology( "A -10- B -10- D; A -20- C -20- D" ), { "rsvp", "planner" } );
@@ -258,6 +296,15 @@ TEST_F( SharedStateTest, aLabIsThereWhenTheAgentStartsOrThePlaceOfItsErrorIsSaid
    std::ofstream( file ) << lab;
    const auto runner = run( { "--lab", file } );
    EXPECT_TRUE( isPublished( "10.64.0.5" ) );
+   runner->end( SIGTERM );
+   // Who is told to stop while a lab is being written starts no agent any more.
+   for ( int id = 2; id <= 20'000; ++id ) {
+      lab[ "paths" ][ "rsvp" ][ std::to_string( id ) ] = { { "dst", "10.0.0.3" }, { "id", id } };
+   }
+   std::ofstream( file ) << lab;
+   server.cli( { "FLUSHALL" } );
+   EXPECT_EQ( run( { "--lab", file } )->end( SIGTERM ), 0 );
+   EXPECT_EQ( server.cli( { "EXISTS", std::string( "t:" ) + statusPath } ), "0\n" );
 }
 
 TEST_F( SharedStateTest, aServerThatCannotServeIsSaidSo ) {

@@ -19,11 +19,15 @@ local function fenceOf(lease)
   return lease and string.match(lease, '^%d+')
 end
 
--- Why the holder of the fence may not write the key; nil where it may.
+-- Why the holder of the fence cannot write the key; nil where it can.
 local function obstacle(key, fence)
   local path = string.match(key, '^[et]:([^/].*)$')
   if not path then
     return 'BADKEY ' .. key .. ': expected e:PATH or t:PATH'
+  end
+  local kind = redis.call('TYPE', key).ok
+  if kind ~= 'none' and kind ~= 'hash' then
+    return 'FOREIGN ' .. key .. ' ' .. kind
   end
   local paths, leases = {}, {}
   while path and #paths < 64 do

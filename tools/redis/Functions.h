@@ -10,7 +10,8 @@ namespace Redis {
 ///   each text as of `PackedChanges`. An empty type ends the key. Gives the revision before and
 ///   after. Errors:
 ///   "EPOCH ...": this is another database; "OWNED KEY LEASE": another one owns the path;
-///   "FENCED KEY": this writer owned it, and another one has come since.
+///   "FENCED KEY": this writer owned it, and another one has come since; "FOREIGN KEY TYPE": no
+///   hash stands there.
 ///
 ///   state_set KEY {FIELD TEXT}..., state_del KEY FIELD...: the same for people and scripts, on one
 ///   key. A new key needs its "@type" among the fields; `state_del` without a field ends the key.

@@ -236,7 +236,7 @@ LocalState::fieldIs( const std::string & key, const std::string & field,
       const Taking taking( *this, key, field );
       foreignFieldIs( *at, field, text );
    } catch ( const State::Error & error ) {
-      handlers_.refused( key + ": " + error.what() );
+      handlers_.refused( key, field, key + ": " + error.what() );
    }
 }
 
@@ -249,11 +249,10 @@ LocalState::apply( const KeyChanges & changes ) {
    } else if ( type != changes.fields.end() && !entity( key ) ) {
       create( key, *type->second, changes );
    } else if ( const auto present = entity( key ); !present ) {
-      refuse( key, typeField, "missing" );
+      refuseKey( key, "missing" );
    } else if ( type != changes.fields.end() && present->typeName() != *type->second ) {
-      refuse( key, typeField,
-              std::string( "expected \"" ) + present->typeName() + "\", found \"" + *type->second
-                 + "\"" );
+      refuseKey( key, std::string( "expected \"" ) + present->typeName() + "\", found \""
+                         + *type->second + "\"" );
    } else if ( isTable( key ) ) {
       tables_.alwaysIs( pathOf( key ), present->typeName() );  // which readers alone may have made
       setWatchedFields( changes );
@@ -290,7 +289,7 @@ bool
 LocalState::isSound( const Lum::Entity & entity, const std::string & key ) {
    const std::string fault = handlers_.fault( entity );
    if ( !fault.empty() ) {
-      handlers_.refused( key + ": " + fault );
+      handlers_.refused( key, "", key + ": " + fault );
    }
    return fault.empty();
 }
@@ -305,8 +304,8 @@ LocalState::setWatchedFields( const KeyChanges & changes ) {
 }
 
 void
-LocalState::refuse( const std::string & key, std::string_view field, const std::string & why ) {
-   handlers_.refused( key + ": /" + std::string( field ) + ": " + why );
+LocalState::refuseKey( const std::string & key, const std::string & why ) {
+   handlers_.refused( key, "", key + ": /" + std::string( typeField ) + ": " + why );
 }
 
 void
@@ -317,7 +316,7 @@ LocalState::create( const std::string & key, const std::string & type,
       refusal = "expected the name of a state type, found \"" + type + "\"";
    }
    if ( !refusal.empty() ) {
-      refuse( key, typeField, refusal );
+      refuseKey( key, refusal );
    } else if ( !isTable( key ) ) {
       createEntity( key, type, changes );
    } else {
@@ -335,7 +334,7 @@ LocalState::createEntity( const std::string & key, const std::string & type,
    const auto dir = Lum::cast< Lum::Dir >(
       slash == path.npos ? state_.root() : state_.entityIs( path.substr( 0, slash ), "Lum::Dir" ) );
    if ( !dir ) {
-      handlers_.refused( key + ": a part of its path is no directory" );
+      handlers_.refused( key, "", key + ": a part of its path is no directory" );
       return;
    }
    const auto made = state_.types().make( type );
@@ -358,7 +357,7 @@ LocalState::setFields( const std::string & key, Lum::Entity & entity, const KeyC
          foreignFieldIs( entity, field, text );
       } catch ( const State::Error & error ) {
          if ( complains ) {
-            handlers_.refused( key + ": " + error.what() );
+            handlers_.refused( key, field, key + ": " + error.what() );
          }
       }
    }

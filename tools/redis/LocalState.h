@@ -22,8 +22,11 @@ class LocalState {
       std::function< std::string( const std::string & key, const std::string & type ) > refusal;
       /// What is wrong with an entity as a whole; empty if nothing is.
       std::function< std::string( const Lum::Entity & entity ) > fault;
-      /// Something from elsewhere is refused: one line that names key and field.
-      std::function< void( const std::string & line ) > refused;
+      /// Something from elsewhere is refused: a field, or with an empty name the key itself. `line`
+      /// says which, and why.
+      std::function< void( const std::string & key, std::string_view field,
+                           const std::string & line ) >
+         refused;
    };
 
    /// The stores outlive it.
@@ -64,7 +67,7 @@ class LocalState {
    void setFields( const std::string & key, Lum::Entity & entity, const KeyChanges & changes,
                    bool complains );
    void setWatchedFields( const KeyChanges & changes );
-   void refuse( const std::string & key, std::string_view field, const std::string & why );
+   void refuseKey( const std::string & key, const std::string & why );
 
    Corvdb::StateStore & state_;
    Zorch::TableStore & tables_;

@@ -5,6 +5,7 @@
 #include "tools/redis/Outbox.h"
 
 #include "tools/redis/PackedChanges.h"
+#include "tools/state/JsonPlace.h"
 #include "tools/state/StateFields.h"
 
 #include <algorithm>
@@ -16,6 +17,16 @@ namespace {
 /// Fields of one batch: while it is written down, this process hears nobody else, and while it is
 /// taken, the server does not.
 constexpr std::size_t maxFields = 4'000;
+
+/// As `State::appendFieldText`; nothing stands under a name that cannot be.
+bool
+appendText( const Lum::Entity & entity, const std::string & field, std::string & text ) {
+   try {
+      return State::appendFieldText( entity, field, text );
+   } catch ( const State::Error & ) {
+      return false;
+   }
+}
 
 std::uint32_t
 hashOf( std::string_view name ) {
@@ -155,7 +166,7 @@ Outbox::addKey( const LocalState & state, const std::string & key, const Fields 
    std::string text;
    for ( const std::string & field : fields.names.inOrder() ) {
       text.clear();
-      if ( State::appendFieldText( *entity, field, text ) ) {
+      if ( appendText( *entity, field, text ) ) {
          changes.fieldIs( field, text );
       } else {
          changes.fieldDel( field );
@@ -211,11 +222,9 @@ Outbox::reached( std::uint64_t revision, bool own ) {
 
 void
 Outbox::refused( const std::string & key ) {
-   if ( isInFlight() ) {
-      sent_.back().keys.erase( key );
-      std::erase( sent_.back().order, key );
-   }
    restore();
+   pending_.keys.erase( key );
+   std::erase( pending_.order, key );
 }
 
 void

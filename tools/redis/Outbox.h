@@ -32,7 +32,8 @@ class Outbox {
    void acknowledged( std::uint64_t revision );
    /// The log has been followed up to there; its last turn was written by this process or not.
    void reached( std::uint64_t revision, bool own );
-   /// What is in flight was refused for the sake of one key: the rest waits to be sent again.
+   /// What is in flight was refused for the sake of one key, of which nothing waits any more; the
+   /// rest waits to be sent again.
    void refused( const std::string & key );
    /// Nobody knows whether what is in flight was written: it waits to be sent again. Of what was
    /// acknowledged, the database has had it.

@@ -65,7 +65,9 @@ Replica::Replica( Lum::ActivityLoop & loop, Corvdb::StateStore & state, Zorch::T
      local_( state, tables,
              { [ this ]( const auto & key, const auto & field ) { handleChanged( key, field ); },
                settings_.refusal, settings_.fault,
-               [ this ]( const auto & line ) { refused( line ); } } ) {
+               [ this ]( const auto & key, auto field, const auto & line ) {
+                  refused( key, field, line );
+               } } ) {
    connect();
    beat();
 }
@@ -315,8 +317,11 @@ Replica::owns( const std::string & key ) const {
 }
 
 void
-Replica::refused( const std::string & line ) {
+Replica::refused( const std::string & key, std::string_view field, const std::string & line ) {
    ++refused_;
+   if ( phase_ == Phase::reading && lease_ && lease_->covers( pathOf( key ) ) ) {
+      unreadable_.emplace_back( key, field );
+   }
    handlers_.log( settings_.url.text + ": " + line );
 }
 

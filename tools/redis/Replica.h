@@ -113,7 +113,7 @@ class Replica {
    void handleBeat( const redisReply & reply, std::uint64_t followed );
    void failed( const std::string & why, bool rereads = false, bool isHopeless = false );
    bool owns( const std::string & key ) const;
-   void refused( const std::string & line );
+   void refused( const std::string & key, std::string_view field, const std::string & line );
 
    Lum::ActivityLoop & loop_;
    const Settings settings_;
@@ -140,6 +140,10 @@ class Replica {
    std::uint64_t progress_ = 0, silentBeats_ = 0;
    std::uint64_t grantedAt_ = 0;  ///< when the lease was granted; 0: told
    bool isAuthority_ = false;     ///< lease and picture were both had
+   /// Of what the lease is about: keys and fields that were refused, which are this process's own
+   /// once it is the authority.
+   std::vector< std::pair< std::string, std::string > > unreadable_;
+   std::set< std::string > foreign_;  ///< keys at which something stands that is no state
    std::set< std::string > seen_;
    std::unordered_map< std::string, std::uint64_t > readAt_;
    std::uint64_t lastRead_ = 0;

@@ -27,6 +27,7 @@ Replica::readAll() {
    revision_ = openedAt_;
    outbox_.restore();
    outbox_.reached( revision_, false );
+   unreadable_.clear();
    seen_.clear();
    readAt_.clear();
    lastRead_ = 0;
@@ -251,6 +252,9 @@ Replica::handleProgress() {
    }
    if ( lease_ && lease_->isHeld() && !isAuthority_ && revision_ >= grantedAt_ ) {
       isAuthority_ = true;
+      for ( const auto & [ key, field ] : std::exchange( unreadable_, {} ) ) {
+         handleChanged( key, field );
+      }
       leaseHandlers_.granted();
    }
    flushSoon();
@@ -260,10 +264,14 @@ Replica::handleProgress() {
 
 void
 Replica::handleChanged( const std::string & key, const std::string & field ) {
-   if ( !muted_ ) {
-      outbox_.changed( key, field );
-      flushSoon();
+   if ( muted_ ) {
+      return;
    }
+   outbox_.changed( key, field );
+   if ( foreign_.erase( key ) > 0 && local_.entity( key ) ) {
+      local_.tellAll( key );  // it may be possible now, and the database has nothing of it
+   }
+   flushSoon();
 }
 
 void
@@ -308,31 +316,38 @@ Replica::handleWritten( const redisReply & reply ) {
    }
    log_->resume( 0, 0 );
    const std::string_view text = textOf( reply );
-   if ( text.starts_with( "OWNED " ) || text.starts_with( "FENCED " ) ) {
+   if ( text.starts_with( "OWNED " ) || text.starts_with( "FENCED " )
+        || text.starts_with( "FOREIGN " ) ) {
       handleRefusedKey( text );
    } else {
       failed( std::string( text ), text.starts_with( "EPOCH " ) );
    }
 }
 
-/// Another process owns the key: it is as that one has it. But what was sent before the answer that
-/// granted this process its own lease bore no fence, and is sent again; should the lease be another
-/// one's by now, the claim before it tells so.
+/// Another process owns the key, which is as that one has it, or something stands there that is no
+/// state. But what was sent before the answer that granted this process its own lease bore no
+/// fence, and is sent again; should the lease be another one's by now, the claim before it tells
+/// so.
 void
 Replica::handleRefusedKey( std::string_view why ) {
    const std::string_view rest = why.substr( why.find( ' ' ) + 1 );
    const auto end = std::min( rest.find( ' ' ), rest.size() );
-   const std::string key( rest.substr( 0, end ) );
-   if ( lease_ && lease_->isHeld() && lease_->covers( pathOf( key ) ) ) {
+   const std::string key( rest.substr( 0, end ) ),
+      what( rest.substr( std::min( end + 1, rest.size() ) ) );
+   if ( why.starts_with( "FOREIGN " ) ) {
+      refused( key, "", key + ": not written: a " + what + " stands there" );
+      foreign_.insert( key );
+   } else if ( lease_ && lease_->isHeld() && lease_->covers( pathOf( key ) ) ) {
       lease_->tick( *commands_, client_, run_ );
       outbox_.restore();
       flushSoon();
       return;
+   } else {
+      refused( key, "", key + ": not written: it belongs to " + what );
    }
-   refused( key + ": not written: it belongs to "
-            + std::string( rest.substr( std::min( end + 1, rest.size() ) ) ) );
    outbox_.refused( key );
    readKeyAgain( key );
+   flushSoon();
 }
 
 void
