@@ -273,25 +273,33 @@ TEST_F( ServiceTest, aBadFrameGetsAnErrorAndNothingElse ) {
 }
 
 TEST_F( ServiceTest, aWatcherThatDoesNotReadIsCutOffAndToldSoWhileOthersAreAnsweredInFull ) {
-   const RunnerProcess runner( directory );
-   Client slow( runner.socket() ), writer( runner.socket() );
-   slow.call( "watch", { { "paths", { "te/config" } } } );
-   Json list = Json::array();
-   for ( int i = 0; i < 20'000; ++i ) {
-      list.push_back( 100'000 + i );
+   // Without an agent, which the database that is not there keeps from starting, who waits for it
+   // to settle waits for ever.
+   const RunnerProcess runner( directory, { "--state", "unix:" + ( directory / "none" ) } );
+   Client slow( runner.socket() ), waiting( runner.socket() ), writer( runner.socket() );
+   const std::string path = "routing/isis/hostname/default";
+   for ( Client * const one : { &slow, &waiting } ) {
+      one->call( "watch", { { "paths", { path } } } );
    }
+   waiting.send( R"({"jsonrpc":"2.0","id":2,"method":"wait","params":{}})"
+                 "\n" );
    // Each change is 140 kB; 40 MB of them are more than may wait, and all of them one answer.
    for ( int i = 0; i < 300; ++i ) {
-      const Json change{ { "intfSrlg", { { "Ethernet" + std::to_string( i ), list } } } };
-      writer.call( "patch", { { "path", "te/config" }, { "patch", change } } );
+      char id[ 16 ];
+      std::snprintf( id, sizeof id, "0000.0000.%04d", i );
+      const Json change{ { "hostname", { { id, std::string( 140'000, 'x' ) } } } };
+      writer.call( "patch", { { "path", path }, { "patch", change } } );
    }
-   const Json state = writer.call( "get", { { "path", "te/config" } } )[ "value" ];
-   EXPECT_EQ( state[ "intfSrlg" ].size(), 300u );
-   std::string last;
-   EXPECT_THROW(
-      slow.listen( [ & ]( const std::string & method, const Json & ) { last = method; } ),
-      std::runtime_error );
-   EXPECT_EQ( last, "cutOff" );
+   const Json state = writer.call( "get", { { "path", path } } )[ "value" ];
+   EXPECT_EQ( state[ "hostname" ].size(), 300u );
+   for ( Client * const one : { &slow, &waiting } ) {
+      std::string last;
+      one->timeoutIs( 60 );
+      EXPECT_THROW(
+         one->listen( [ & ]( const std::string & method, const Json & ) { last = method; } ),
+         std::runtime_error );
+      EXPECT_EQ( last, "cutOff" );
+   }
    EXPECT_EQ( writer.call( "status", Json::object() )[ "clients" ], 1 );
 }
 

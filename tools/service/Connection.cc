@@ -130,7 +130,7 @@ Connection::pausedIs( bool paused ) {
       takeFrames();  // those that were received already
    }
    if ( *alive ) {
-      watchEvents();
+      flush();
    }
 }
 
@@ -195,7 +195,7 @@ Connection::flush() {
       backlog_.erase( 0, sent_ );
       sent_ = 0;
    }
-   if ( deaf_ && !backlog() && !paused_ ) {
+   if ( deaf_ && !backlog() && ( !paused_ || isCutOff_ ) ) {
       // The peer sees the end of the stream; the next event ends this side.
       shutdown( socket_, SHUT_RDWR );
    }
