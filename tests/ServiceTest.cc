@@ -270,6 +270,17 @@ TEST_F( ServiceTest, aBadFrameGetsAnErrorAndNothingElse ) {
    EXPECT_EQ( answers[ 0 ][ "id" ], "a" );
    EXPECT_EQ( answers[ 1 ][ "error" ][ "code" ], -32600 );
    EXPECT_EQ( answers[ 2 ][ "error" ][ "code" ], -32601 );
+   // What is asked beyond the bound of an array's answers is not served, and told so once.
+   const std::string path = "routing/isis/hostname/default";
+   const Json large{ { "hostname", { { "0000.0000.0001", std::string( 2u << 20, 'x' ) } } } };
+   Client( runner.socket() ).call( "patch", { { "path", path }, { "patch", large } } );
+   const Json get{
+      { "jsonrpc", "2.0" }, { "id", 1 }, { "method", "get" }, { "params", { { "path", path } } } };
+   raw.send( Json( 100, get ).dump() + "\n" );
+   const Json most = raw.receive();
+   ASSERT_EQ( most.size(), 33u );
+   EXPECT_TRUE( most[ 31 ].contains( "result" ) );
+   EXPECT_THAT( most[ 32 ][ "error" ].value( "message", "" ), HasSubstr( "64 MiB" ) );
 }
 
 TEST_F( ServiceTest, aWatcherThatDoesNotReadIsCutOffAndToldSoWhileOthersAreAnsweredInFull ) {

@@ -350,6 +350,8 @@ TEST_F( SharedStateTest, aServerThatCannotServeIsSaidSo ) {
       EXPECT_THAT( result.err, HasSubstr( line ) );
       EXPECT_EQ( std::ranges::count( result.err, '\n' ), 2 )
          << result.err;  // "serving", and why not
+      EXPECT_THAT( runProgram( "cspfctl", { "--socket", directory / "fake", "status" } ).err,
+                   HasSubstr( "no agent" ) );
    }
    for ( const char * url : { "unix:", "redis://", "rediss://host/0", "redis://a:b@host/0",
                               "redis://127.0.0.1:x/0", "file" } ) {

@@ -13,6 +13,12 @@
 
 namespace Service {
 
+namespace {
+
+constexpr const char * noAgent = "what answers at the socket is no agent";
+
+}
+
 Client::Client( const std::string & socketPath, double patience )
    : fd_( connectTo( socketPath, patience ) ) {}
 
@@ -38,10 +44,10 @@ Client::callText( const std::string & method, const std::string & params,
    send( R"({"jsonrpc":"2.0","id":)" + std::to_string( id ) + R"(,"method":")" + method
          + R"(","params":)" + params + "}\n" );
    for ( ;; ) {
-      Json frame = receive();
+      Json frame = receiveMessage();
       if ( frame.contains( "method" ) ) {
          if ( notified ) {
-            notified( frame[ "method" ], frame[ "params" ] );
+            notified( frame[ "method" ], frame.value( "params", Json() ) );
          }
       } else if ( frame.contains( "error" ) ) {
          throw std::runtime_error( frame[ "error" ].value( "message", "an error without a text" ) );
@@ -54,9 +60,9 @@ Client::callText( const std::string & method, const std::string & params,
 void
 Client::listen( const Notified & notified ) {
    for ( ;; ) {
-      const Json frame = receive();
+      const Json frame = receiveMessage();
       if ( frame.contains( "method" ) ) {
-         notified( frame[ "method" ], frame[ "params" ] );
+         notified( frame[ "method" ], frame.value( "params", Json() ) );
       }
    }
 }
@@ -105,9 +111,23 @@ Client::receive() {
       }
       received_.append( buffer, n > 0 ? static_cast< std::size_t >( n ) : 0 );
    }
-   Json frame = Json::parse( received_.begin(), received_.begin() + std::ptrdiff_t( end ) );
+   Json frame =
+      Json::parse( received_.begin(), received_.begin() + std::ptrdiff_t( end ), nullptr, false );
    received_.erase( 0, end + 1 );
    searched_ = 0;
+   return frame.is_discarded() ? throw std::runtime_error( noAgent ) : frame;
+}
+
+Json
+Client::receiveMessage() {
+   Json frame = receive();
+   const auto hasText = []( const Json & object, const char * name ) {
+      return object.is_object() && object.value( name, Json( "" ) ).is_string();
+   };
+   if ( !hasText( frame, "method" )
+        || ( frame.contains( "error" ) && !hasText( frame[ "error" ], "message" ) ) ) {
+      throw std::runtime_error( noAgent );
+   }
    return frame;
 }
 

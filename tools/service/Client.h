@@ -47,11 +47,13 @@ class Client {
    void send( std::string_view text );
    /// False once the other side has closed the connection.
    bool isOpen() const;
-   /// The next frame. Throws std::runtime_error when the connection ends.
+   /// The next frame. Throws std::runtime_error when the connection ends, and for what is no JSON.
    Json receive();
 
  private:
    void waitForText() const;
+   /// A notification, or the answer to a call.
+   Json receiveMessage();
 
    int fd_;
    std::optional< std::chrono::steady_clock::time_point > end_;

@@ -192,6 +192,7 @@ void
 Session::requestsAre( Frame && frame ) {
    batch_ = frame.isBatch;
    batchSize_ = 0;
+   refusesRest_ = false;
    std::ranges::move( frame.requests, std::back_inserter( requests_ ) );
 }
 
@@ -244,6 +245,10 @@ void
 Session::serveNext() {
    Request request = std::move( requests_.front() );
    requests_.pop_front();
+   if ( batchSize_ > maxBatchAnswer ) {
+      refuseRest();
+      return;
+   }
    const Json id = request.json.is_object() ? request.json.value( "id", Json() ) : Json();
    const bool isGood = isRequest( request.json ) && !id.is_structured() && !id.is_boolean();
    id_ = id.is_structured() || id.is_boolean() ? Json() : id;
@@ -251,9 +256,6 @@ Session::serveNext() {
    try {
       if ( !isGood ) {
          throw RpcFailure{ invalidRequest, "this is no JSON-RPC 2.0 request" };
-      }
-      if ( batchSize_ > maxBatchAnswer ) {
-         throw RpcFailure{ serverError, "the answers of one frame are limited to 64 MiB" };
       }
       if ( const Result result = serve( request.json[ "method" ].get< std::string >(), request ) ) {
          answer( resultPrefix( id_ ) + *result + "}" );
@@ -264,6 +266,17 @@ Session::serveNext() {
       queued_ = true;
    } catch ( ... ) {
       answerFailure( std::current_exception() );
+   }
+}
+
+/// What is left of the frame is not served, and has one answer together.
+void
+Session::refuseRest() {
+   if ( !std::exchange( refusesRest_, true ) ) {
+      wantsAnswer_ = true;
+      answer( errorFrame( nullptr, serverError,
+                          "the answers of one frame are limited to 64 MiB; the requests from here "
+                          "on are not served" ) );
    }
 }
 

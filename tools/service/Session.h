@@ -90,6 +90,7 @@ class Session {
    void rest( Lum::Seconds duration );
    static void wakeWaiting( Shared & shared );
    void serveNext();
+   void refuseRest();
    void answer( const std::string & text );
    void answerFailure( const std::exception_ptr & failure );
    void batchEnds();
@@ -125,6 +126,7 @@ class Session {
    bool wantsAnswer_ = false;   ///< so does that request
    bool batch_ = false;         ///< the requests came in one frame
    std::size_t batchSize_ = 0;  ///< bytes of its answers so far
+   bool refusesRest_ = false;   ///< they are more than may be
    std::vector< std::string > labParts_;
    std::size_t labSize_ = 0;  ///< bytes of these
    std::unique_ptr< Worker > worker_;
