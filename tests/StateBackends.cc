@@ -37,7 +37,7 @@ Member::Member( Lum::ActivityLoop & loop, const RedisServer * server )
          loop, state, tables,
          Redis::Replica::Settings{ Redis::parseUrl( server->url() ), "test",
                                    []( const auto &, const auto & ) { return std::string(); },
-                                   []( const auto & ) { return std::string(); } },
+                                   []( const auto & ) { return nullptr; } },
          Redis::Replica::Handlers{
             [ this ] { complete = true; }, []( const std::string &, bool ) {},
             [ this ]( const std::string & line ) { log.push_back( line ); } } );

@@ -41,7 +41,7 @@ Recorder::Recorder( const std::string & file, const Lum::ActivityLoop & loop,
             const auto * kind = State::anyKind( Redis::pathOf( key ) );
             return std::string( kind && kind->typeName == type ? "" : "unknown" );
          },
-         []( const Lum::Entity & ) { return std::string(); },
+         []( const std::string & ) { return nullptr; },
          []( const auto &, auto, const auto & ) {} } );
    begun_ = true;
    for ( const std::string & key : watched_->keys() ) {

@@ -214,7 +214,7 @@ Player::watch() {
          []( const std::string & key, const std::string & ) {
             return std::string( isRecorded( Redis::pathOf( key ) ) ? "" : "not recorded" );
          },
-         []( const Lum::Entity & ) { return std::string(); },
+         []( const std::string & ) { return nullptr; },
          []( const auto &, auto, const auto & ) {} } );
    published_.clear();
 }

@@ -26,14 +26,17 @@ refusalOf( const std::string & key, const std::string & type ) {
              : std::string( "expected \"" ) + kind->typeName + "\", found \"" + type + "\"";
 }
 
-std::string
-faultOf( const Lum::Entity & entity ) {
-   const auto * announcement = dynamic_cast< const Routing::Topology::ExportPath * >( &entity );
-   if ( announcement && announcement->initialized()
-        && announcement->af() == Kivnet::AddressFamily::unspecified ) {
-      return "/af: expected \"ipv4\" or \"ipv6\" where \"initialized\" is true";
+Judge
+judgeOf( const std::string & type ) {
+   if ( type != Routing::Topology::ExportPath::lumTypeName ) {
+      return nullptr;
    }
-   return {};
+   return []( const Lum::Entity & entity ) -> std::string {
+      const auto & announcement = static_cast< const Routing::Topology::ExportPath & >( entity );
+      return announcement.initialized() && announcement.af() == Kivnet::AddressFamily::unspecified
+                ? "/af: expected \"ipv4\" or \"ipv6\" where \"initialized\" is true"
+                : "";
+   };
 }
 
 }

@@ -8,7 +8,6 @@
 #include "tools/state/StateFields.h"
 
 #include <algorithm>
-#include <unordered_map>
 
 namespace Redis {
 
@@ -35,6 +34,22 @@ foreignFieldIs( Lum::Entity & entity, const std::string & field,
       throw State::Error( State::Place( State::Place(), field ), "a name in UTF-8" );
    }
    State::fieldIs( entity, field, text );
+}
+
+/// The changes in the order in which the fields are described; those of one attribute as they came.
+KeyChanges
+asDescribed( const Lum::Entity & entity, const KeyChanges & changes ) {
+   std::vector< std::pair< std::vector< std::size_t >, const FieldText * > > order;
+   for ( const FieldText & one : changes.fields ) {
+      order.emplace_back( State::placeOf( entity, one.first ), &one );
+   }
+   std::ranges::stable_sort(
+      order, {}, []( const auto & one ) -> const auto & { return one.first; } );
+   KeyChanges ordered{ changes.key, {} };
+   for ( const auto & [ place, one ] : order ) {
+      ordered.fields.push_back( *one );
+   }
+   return ordered;
 }
 
 std::string
@@ -261,33 +276,38 @@ LocalState::apply( const KeyChanges & changes ) {
    }
 }
 
-/// The entity as it will be must be sound. Its watchers hear of its fields in the order in which
-/// they are described, whatever the order in which they came.
+/// Its watchers hear of its fields in the order in which they are described, whatever the order in
+/// which they came.
 void
 LocalState::changeEntity( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes ) {
-   const auto copy = state_.types().make( entity->typeName() );
-   std::unordered_map< std::string, std::size_t > order;
-   std::string text;
-   State::forEachFieldName( *entity, [ & ]( const std::string & name ) {
-      order.emplace( name, order.size() );
-      text.clear();
-      State::appendFieldText( *entity, name, text );
-      State::fieldIs( *copy, name, text );
-   } );
-   KeyChanges ordered = changes;
-   std::ranges::stable_sort( ordered.fields, {}, [ & ]( const FieldText & one ) {
-      const auto at = order.find( one.first );
-      return at == order.end() ? 0 : at->second;
-   } );
-   setFields( changes.key, *copy, ordered, false );
-   if ( isSound( *copy, changes.key ) ) {
+   const KeyChanges ordered = asDescribed( *entity, changes );
+   if ( isSoundWith( *entity, ordered ) ) {
       setWatchedFields( ordered );
    }
 }
 
+/// Whether the entity, as it will be, is sound. Most need no copy for that.
+bool
+LocalState::isSoundWith( const Lum::Entity & entity, const KeyChanges & changes ) {
+   const Judge judge = handlers_.judge( entity.typeName() );
+   if ( !judge ) {
+      return true;
+   }
+   const auto copy = state_.types().make( entity.typeName() );
+   std::string text;
+   State::forEachFieldName( entity, [ & ]( const std::string & name ) {
+      text.clear();
+      State::appendFieldText( entity, name, text );
+      State::fieldIs( *copy, name, text );
+   } );
+   setFields( changes.key, *copy, changes, false );
+   return isSound( *copy, changes.key );
+}
+
 bool
 LocalState::isSound( const Lum::Entity & entity, const std::string & key ) {
-   const std::string fault = handlers_.fault( entity );
+   const Judge judge = handlers_.judge( entity.typeName() );
+   const std::string fault = judge ? judge( entity ) : std::string();
    if ( !fault.empty() ) {
       handlers_.refused( key, "", key + ": " + fault );
    }

@@ -2,6 +2,7 @@
 
 #include "platform/Corvdb/StateStore.h"
 #include "platform/Zorch/TableStore.h"
+#include "tools/redis/Border.h"
 #include "tools/redis/Change.h"
 
 #include <functional>
@@ -20,8 +21,8 @@ class LocalState {
       std::function< void( const std::string & key, const std::string & field ) > changed;
       /// Why nothing of that type may stand at the key; empty where it may.
       std::function< std::string( const std::string & key, const std::string & type ) > refusal;
-      /// What is wrong with an entity as a whole; empty if nothing is.
-      std::function< std::string( const Lum::Entity & entity ) > fault;
+      /// Who judges an entity of the type as a whole.
+      std::function< Judge( const std::string & type ) > judge;
       /// Something from elsewhere is refused: a field, or with an empty name the key itself. `line`
       /// says which, and why.
       std::function< void( const std::string & key, std::string_view field,
@@ -63,6 +64,7 @@ class LocalState {
    void createEntity( const std::string & key, const std::string & type,
                       const KeyChanges & changes );
    void changeEntity( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes );
+   bool isSoundWith( const Lum::Entity & entity, const KeyChanges & changes );
    bool isSound( const Lum::Entity & entity, const std::string & key );
    void setFields( const std::string & key, Lum::Entity & entity, const KeyChanges & changes,
                    bool complains );

@@ -64,7 +64,7 @@ Replica::Replica( Lum::ActivityLoop & loop, Corvdb::StateStore & state, Zorch::T
      writer_( randomName() + "." ),
      local_( state, tables,
              { [ this ]( const auto & key, const auto & field ) { handleChanged( key, field ); },
-               settings_.refusal, settings_.fault,
+               settings_.refusal, settings_.judge,
                [ this ]( const auto & key, auto field, const auto & line ) {
                   refused( key, field, line );
                } } ) {

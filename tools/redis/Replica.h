@@ -26,7 +26,7 @@ class Replica {
       /// As of `LocalState::Handlers`: what may come in from the database.
       std::function< std::string( const std::string & key, const std::string & type ) > refusal =
          refusalOf;
-      std::function< std::string( const Lum::Entity & entity ) > fault = faultOf;
+      std::function< Judge( const std::string & type ) > judge = judgeOf;
       /// A path whose lease another process may hold, asked for when a connection comes.
       std::string observed{};
       /// Which keys this process reads; it writes no others.

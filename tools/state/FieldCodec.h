@@ -216,6 +216,23 @@ setField( E & entity, std::string_view whole, const std::optional< std::string_v
    } );
 }
 
+template< class E >
+void
+appendPlace( const E & entity, std::string_view whole, std::vector< std::size_t > & place ) {
+   const FieldName name = parseFieldName( whole );
+   visitNamed( entity, name.attribute, [ & ]( auto & field, const auto & value ) {
+      place.push_back( field.line );
+      if constexpr ( isCollection< decltype( field ) > ) {
+         using T = typename std::remove_cvref_t< decltype( value ) >::mapped_type;
+         if constexpr ( Lum::isPtr< T > ) {
+            if ( !name.rest.empty() ) {
+               appendPlace( std::remove_reference_t< decltype( *T() ) >(), name.rest, place );
+            }
+         }
+      }
+   } );
+}
+
 void forEachNameBelow( const Lum::Entity & child, const std::string & above,
                        const std::function< void( const std::string & ) > & visit );
 

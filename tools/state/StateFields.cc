@@ -20,6 +20,7 @@ struct FieldType {
    void ( *names )( const Lum::Entity &, const Visit & );
    bool ( *append )( const Lum::Entity &, std::string_view, std::string & );
    void ( *set )( Lum::Entity &, std::string_view, const std::optional< std::string_view > & );
+   std::vector< std::size_t > ( *place )( const Lum::Entity &, std::string_view );
    FieldChange ( *change )( const Lum::Entity &, const Lum::AnyChange & );
    void ( *children )( const Lum::Entity &, const VisitChild & );
 };
@@ -35,6 +36,11 @@ fieldTypeOf() {
             },
             []( Lum::Entity & entity, std::string_view name, const auto & text ) {
                setField( static_cast< E & >( entity ), name, text );
+            },
+            []( const Lum::Entity & entity, std::string_view name ) {
+               std::vector< std::size_t > place;
+               appendPlace( static_cast< const E & >( entity ), name, place );
+               return place;
             },
             []( const Lum::Entity & entity, const Lum::AnyChange & change ) {
                return fieldOfChange( static_cast< const E & >( entity ), change );
@@ -189,6 +195,15 @@ void
 fieldIs( Lum::Entity & entity, std::string_view name,
          const std::optional< std::string_view > & text ) {
    typeNamed( entity.typeName() ).set( entity, name, text );
+}
+
+std::vector< std::size_t >
+placeOf( const Lum::Entity & entity, std::string_view name ) {
+   try {
+      return typeNamed( entity.typeName() ).place( entity, name );
+   } catch ( const Error & ) {
+      return {};
+   }
 }
 
 FieldChange

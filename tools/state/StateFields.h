@@ -34,6 +34,10 @@ bool isUtf8( std::string_view bytes );
 void fieldIs( Lum::Entity & entity, std::string_view name,
               const std::optional< std::string_view > & text );
 
+/// Where the field stands among those that are described, and a field of an entry that is an entity
+/// in the description of that: for an order of names. Empty for a name that the entity cannot have.
+std::vector< std::size_t > placeOf( const Lum::Entity & entity, std::string_view name );
+
 /// The field that a change is about. An entry that is an entity comes with it, null where it is
 /// gone. REQUIRES: the change is of this entity, and is being delivered.
 struct FieldChange {
