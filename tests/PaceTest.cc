@@ -1,6 +1,6 @@
 // Long work in slices beside an event loop.
 
-#include "tools/pace/Job.h"
+#include "tools/pace/Queue.h"
 
 #include <gtest/gtest.h>
 
@@ -106,4 +106,38 @@ TEST_F( PaceTest, aJobThatIsGivenUpIsTakenApartWhereItStands ) {
       EXPECT_EQ( gone, begun );
    }
    EXPECT_FALSE( ended );
+}
+
+TEST_F( PaceTest, whatComesBehindLongWorkIsDoneInItsOrderAndWhatIsBriefAtOnceOtherwise ) {
+   using enum Pace::Queue::Length;
+   count();
+   std::string done;
+   Pace::Queue queue( loop, [ & ] { done += '!'; } );
+   const auto add = [ & ]( char name, int length ) {
+      queue.add(
+         [ &, name, length ] {
+            work( length );
+            done += name;
+         },
+         length == 0 ? brief : unknown );
+   };
+   loop.runOnce( 1 );  // a turn begins
+   add( 'a', 0 );
+   EXPECT_EQ( done, "a" );
+   EXPECT_TRUE( queue.isEmpty() );
+   add( 'b', 2 );
+   add( 'c', 0 );
+   add( 'd', 1 );
+   EXPECT_EQ( done, "a" );
+   while ( !queue.isEmpty() ) {
+      loop.runOnce( 1 );
+   }
+   EXPECT_EQ( done, "abcd!" );
+   add( 'e', 1'000'000 );
+   add( 'f', 0 );
+   loop.runOnce( 1 );
+   queue.clear();
+   loop.runOnce( 1 );
+   EXPECT_TRUE( queue.isEmpty() );
+   EXPECT_EQ( done, "abcd!" );
 }

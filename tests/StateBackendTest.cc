@@ -269,9 +269,15 @@ TEST_F( RedisStateTest, whatIsMoreThanOneBatchGoesOnWhileItChanges ) {
          }
       }
       state.turns( static_cast< int >( random.below( 3 ) ) );
+      if ( round % 5 == 4 ) {  // others are in the midst of taking it over
+         state.server().cli( { "CLIENT", "KILL", "TYPE", "normal" } );
+      }
    }
    ASSERT_GT( rows->pathErrors(), 8'000u );
    expectAgreement( "in the end" );
+   state[ 0 ].tables.cleanup( "a/rows" );
+   expectAgreement( "ended" );
+   EXPECT_FALSE( state[ 1 ].content().contains( "t:a/rows" ) );
 }
 
 TEST_F( RedisStateTest, readingAllAgainTellsNothingOfWhatIsAsItWas ) {

@@ -6,8 +6,6 @@ namespace Pace {
 
 namespace {
 
-constexpr Lum::Seconds sliceLength = 0.01;
-
 /// The work is given up. No handler of errors takes it for one.
 struct GivenUp {};
 

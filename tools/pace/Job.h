@@ -10,6 +10,9 @@
 /// Long work beside an event loop.
 namespace Pace {
 
+/// Seconds of a slice.
+inline constexpr Lum::Seconds sliceLength = 0.01;
+
 /// Lets the loop go on where the slice of the job in hand is over; does nothing outside of a job.
 /// Whoever has changed something calls it only when all that hear of it have returned.
 void breathe();

@@ -22,6 +22,10 @@ struct KeyChanges {
    std::vector< FieldText > fields;
 };
 
+/// So many changes of one turn are taken over in one go; between those of a longer one, and while a
+/// key ends, the loop serves others (`Pace::breathe`).
+inline constexpr std::size_t maxInOneGo = 1000;
+
 /// What one writer wrote in one step.
 struct Turn {
    std::uint64_t revision = 0;

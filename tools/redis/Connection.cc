@@ -196,7 +196,7 @@ Connection::takeAnswers() {
    while ( fd_ >= 0 ) {
       void * found = nullptr;
       const int result = redisReaderGetReply( reader_.get(), &found );
-      const std::unique_ptr< void, void ( * )( void * ) > owner( found, freeReplyObject );
+      reply_.reset( static_cast< redisReply * >( found ), freeReplyObject );
       if ( result != REDIS_OK || ( found && answers_.empty() ) ) {
          end( "the server's answer cannot be understood" );
          return false;
@@ -206,7 +206,8 @@ Connection::takeAnswers() {
       }
       const Answer answer = std::move( answers_.front() );
       answers_.pop_front();
-      answer( *static_cast< const redisReply * >( found ) );
+      answer( *reply_ );
+      reply_.reset();
    }
    return false;
 }

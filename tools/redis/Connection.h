@@ -52,6 +52,8 @@ class Connection {
 
    /// `answer` does not destroy the connection.
    void send( Command command, Answer answer );
+   /// The reply, for one who needs it beyond its answer. REQUIRES: called in that answer.
+   std::shared_ptr< const redisReply > keptReply() const { return reply_; }
    bool isWaiting() const noexcept { return !answers_.empty(); }
    /// Bytes that went either way.
    std::uint64_t progress() const noexcept { return progress_; }
@@ -74,6 +76,7 @@ class Connection {
    std::size_t written_ = 0;  ///< so much of the first of them
    std::uint32_t watched_ = 0;
    std::deque< Answer > answers_;
+   std::shared_ptr< const redisReply > reply_;  ///< which is being answered
    std::uint64_t progress_ = 0;
    std::unique_ptr< redisReader, void ( * )( redisReader * ) > reader_;
    Lum::ActivityLoop::TimerId failure_{ 0, 0 };

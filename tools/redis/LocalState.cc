@@ -4,6 +4,7 @@
 
 #include "tools/redis/LocalState.h"
 
+#include "tools/pace/Job.h"
 #include "tools/state/JsonPlace.h"
 #include "tools/state/StateFields.h"
 
@@ -247,6 +248,9 @@ void
 LocalState::fieldIs( const std::string & key, const std::string & field,
                      const std::optional< std::string_view > & text ) {
    const auto at = entity( key );
+   if ( !at ) {
+      return;
+   }
    try {
       const Taking taking( *this, key, field );
       foreignFieldIs( *at, field, text );
@@ -258,6 +262,9 @@ LocalState::fieldIs( const std::string & key, const std::string & field,
 void
 LocalState::apply( const KeyChanges & changes ) {
    const std::string & key = changes.key;
+   if ( handlers_.isNewer( key, "" ) ) {
+      return;
+   }
    const auto type = std::ranges::find( changes.fields, typeField, &FieldText::first );
    if ( type != changes.fields.end() && !type->second ) {
       keyDel( key );
@@ -280,7 +287,10 @@ LocalState::apply( const KeyChanges & changes ) {
 /// which they came.
 void
 LocalState::changeEntity( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes ) {
-   const KeyChanges ordered = asDescribed( *entity, changes );
+   KeyChanges ordered = asDescribed( *entity, changes );
+   std::erase_if( ordered.fields, [ & ]( const FieldText & one ) {
+      return handlers_.isNewer( changes.key, one.first );
+   } );
    if ( isSoundWith( *entity, ordered ) ) {
       setWatchedFields( ordered );
    }
@@ -316,9 +326,13 @@ LocalState::isSound( const Lum::Entity & entity, const std::string & key ) {
 
 void
 LocalState::setWatchedFields( const KeyChanges & changes ) {
+   const bool isLong = changes.fields.size() > maxInOneGo;
    for ( const auto & [ field, text ] : changes.fields ) {
-      if ( !field.starts_with( '@' ) && entity( changes.key ) ) {
+      if ( !field.starts_with( '@' ) && !handlers_.isNewer( changes.key, field ) ) {
          fieldIs( changes.key, field, text );
+      }
+      if ( isLong ) {
+         Pace::breathe();
       }
    }
 }
@@ -340,15 +354,25 @@ LocalState::create( const std::string & key, const std::string & type,
    } else if ( !isTable( key ) ) {
       createEntity( key, type, changes );
    } else {
-      const Taking taking( *this, key );
-      tables_.alwaysIs( pathOf( key ), type );
+      tableIs( key, type );
       setWatchedFields( changes );
    }
 }
 
 void
+LocalState::tableIs( const std::string & key, const std::string & type ) {
+   const Taking taking( *this, key );
+   tables_.alwaysIs( pathOf( key ), type );
+}
+
+void
 LocalState::createEntity( const std::string & key, const std::string & type,
                           const KeyChanges & changes ) {
+   const auto made = state_.types().make( type );
+   setFields( key, *made, changes, true );
+   if ( !isSound( *made, key ) || handlers_.isNewer( key, "" ) ) {  // it may have come meanwhile
+      return;
+   }
    const std::string path = pathOf( key );
    const auto slash = path.rfind( '/' );
    const auto dir = Lum::cast< Lum::Dir >(
@@ -357,19 +381,19 @@ LocalState::createEntity( const std::string & key, const std::string & type,
       handlers_.refused( key, "", key + ": a part of its path is no directory" );
       return;
    }
-   const auto made = state_.types().make( type );
-   setFields( key, *made, changes, true );
-   if ( isSound( *made, key ) ) {
-      const Taking taking( *this, key );
-      dir->entityIs( path.substr( slash + 1 ), made );
-   }
+   const Taking taking( *this, key );
+   dir->entityIs( path.substr( slash + 1 ), made );
 }
 
 /// On an entity that nobody watches yet.
 void
 LocalState::setFields( const std::string & key, Lum::Entity & entity, const KeyChanges & changes,
                        bool complains ) {
+   const bool isLong = changes.fields.size() > maxInOneGo;
    for ( const auto & [ field, text ] : changes.fields ) {
+      if ( isLong ) {
+         Pace::breathe();
+      }
       if ( field.starts_with( '@' ) ) {
          continue;
       }
@@ -390,11 +414,9 @@ LocalState::keyDel( const std::string & key ) {
       return;
    }
    if ( isTable( key ) || state_.isMounted( pathOf( key ) ) ) {
-      std::vector< std::string > names;
-      State::forEachFieldName( *present,
-                               [ & ]( const std::string & name ) { names.push_back( name ); } );
-      for ( const std::string & name : names ) {
+      for ( const std::string & name : State::fieldNames( *present ) ) {
          fieldIs( key, name, std::nullopt );
+         Pace::breathe();
       }
    }
    const Taking taking( *this, key );

@@ -28,6 +28,10 @@ class LocalState {
       std::function< void( const std::string & key, std::string_view field,
                            const std::string & line ) >
          refused;
+      /// Whether a field, or with an empty name the key itself, is newer here than what is taken
+      /// over.
+      std::function< bool( const std::string & key, const std::string & field ) > isNewer =
+         []( const auto &, const auto & ) { return false; };
    };
 
    /// The stores outlive it.
@@ -44,7 +48,8 @@ class LocalState {
    /// Tells all that there is at the key as if it had come just now. REQUIRES: something is there.
    void tellAll( const std::string & key );
 
-   /// Takes changes over. A key that is new comes whole: its entity is complete when others see it.
+   /// Takes over what is not newer here. A key that is new comes whole: its entity is complete when
+   /// others see it.
    void apply( const KeyChanges & changes );
    /// Takes the end of a key over. What is mounted stays: without entries, with its defaults.
    void keyDel( const std::string & key );
@@ -61,6 +66,7 @@ class LocalState {
    void watchDel( const std::string & key );
    void handleTable( const std::string & path );
    void create( const std::string & key, const std::string & type, const KeyChanges & changes );
+   void tableIs( const std::string & key, const std::string & type );
    void createEntity( const std::string & key, const std::string & type,
                       const KeyChanges & changes );
    void changeEntity( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes );

@@ -13,7 +13,7 @@ namespace Redis {
 
 namespace {
 
-constexpr const char * entriesAtOnce = "100";
+constexpr const char * entriesAtOnce = "30";
 
 /// "1234-0" -> 1234; 0 for anything else.
 std::uint64_t
@@ -44,11 +44,14 @@ LogReader::LogReader( Lum::ActivityLoop & loop, const Url & url, std::uint64_t r
    connection_.send( { "CLIENT", "ID" }, [ this ]( const redisReply & reply ) {
       client_ = std::to_string( numberOf( reply ) );
    } );
-   ask();
+   goOn();
 }
 
 void
-LogReader::ask() {
+LogReader::goOn() {
+   if ( asked_ || paused_ || !handlers_.keepsUp() ) {
+      return;
+   }
    asked_ = true;
    connection_.send( { "XREAD", "COUNT", entriesAtOnce, "BLOCK", "0", "STREAMS", "log",
                        std::to_string( read_ ) + "-0" },
@@ -72,9 +75,7 @@ LogReader::handleReply( const redisReply & reply ) {
          return;
       }
    }
-   if ( !paused_ ) {
-      ask();
-   }
+   goOn();
 }
 
 void
@@ -92,9 +93,7 @@ LogReader::resume( std::uint64_t from, std::uint64_t to ) {
       read_ = to;
       handlers_.turn( { to, own_, {} } );
    }
-   if ( !asked_ ) {
-      ask();
-   }
+   goOn();
 }
 
 /// False where the entry does not follow the one before. One that was asked for before the reader

@@ -10,7 +10,9 @@ namespace Redis {
 class LogReader {
  public:
    struct Handlers {
-      std::function< void( const Turn & turn ) > turn;
+      std::function< void( Turn turn ) > turn;
+      /// Whether all that was told is done with. Until then nothing more is read.
+      std::function< bool() > keepsUp;
       /// What comes next is not what follows: the reader has to look at the whole database again.
       std::function< void( const std::string & why ) > gap;
       std::function< void( const std::string & why ) > lost;
@@ -20,6 +22,8 @@ class LogReader {
    /// The handlers do not destroy it.
    LogReader( Lum::ActivityLoop & loop, const Url & url, std::uint64_t revision, std::string own,
               Handlers handlers );
+   /// What was told is done with.
+   void goOn();
    /// Bytes that went either way: a long turn comes piece by piece.
    std::uint64_t progress() const noexcept { return connection_.progress(); }
 
@@ -30,7 +34,6 @@ class LogReader {
    void resume( std::uint64_t from, std::uint64_t to );
 
  private:
-   void ask();
    void handleReply( const redisReply & reply );
    bool handleEntry( const redisReply & entry );
    bool addFields( const redisReply & fields );

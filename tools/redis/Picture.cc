@@ -17,6 +17,7 @@ keyOf( const std::string & name, const redisReply & reply ) {
    Picture::Key key{ { name, {} }, 0 };
    key.content.fields.reserve( reply.elements / 2 );
    for ( std::size_t i = 0; i + 1 < reply.elements; i += 2 ) {
+      Pace::breathe();
       const std::string_view field = textOf( *reply.element[ i ] );
       const std::string_view text = textOf( *reply.element[ i + 1 ] );
       if ( field == revisionField ) {
@@ -30,8 +31,9 @@ keyOf( const std::string & name, const redisReply & reply ) {
 
 }
 
-Picture::Picture( Connection & connection, Handlers handlers )
+Picture::Picture( Connection & connection, Pace::Queue & work, Handlers handlers )
    : connection_( connection ),
+     work_( work ),
      handlers_( std::move( handlers ) ) {
    scan( "0" );
 }
@@ -64,7 +66,13 @@ Picture::handleKeys( const redisReply & reply ) {
       return;
    }
    next_ = found_.begin();
-   readMore();
+   work_.add(
+      [ this, alive = alive_ ] {
+         if ( *alive ) {
+            readMore();
+         }
+      },
+      Pace::Queue::Length::unknown );
 }
 
 void
@@ -72,7 +80,7 @@ Picture::readMore() {
    while ( next_ != found_.end() && asked_ - told_ < onTheWay ) {
       ++asked_;
       readKey(
-         connection_, *next_++,
+         connection_, work_, *next_++,
          [ this, alive = alive_ ]( const Key & key ) {
             if ( *alive ) {
                handleKey( key );
@@ -100,17 +108,18 @@ Picture::handleKey( const Key & key ) {
 }
 
 void
-Picture::readKey( Connection & connection, const std::string & key,
+Picture::readKey( Connection & connection, Pace::Queue & work, const std::string & key,
                   std::function< void( const Key & key ) > read,
                   std::function< void( const std::string & why ) > failed ) {
    connection.send(
-      { "HGETALL", key },
-      [ key, read = std::move( read ), failed = std::move( failed ) ]( const redisReply & reply ) {
+      { "HGETALL", key }, [ &connection, &work, key, read = std::move( read ),
+                            failed = std::move( failed ) ]( const redisReply & reply ) {
          if ( isError( reply ) && !textOf( reply ).starts_with( "WRONGTYPE" ) ) {
             failed( std::string( textOf( reply ) ) );
-         } else {
-            read( keyOf( key, reply ) );
+            return;
          }
+         work.add( [ key, read, kept = connection.keptReply() ] { read( keyOf( key, *kept ) ); },
+                   Pace::Queue::Length::unknown );
       } );
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/pace/Queue.h"
 #include "tools/redis/Change.h"
 #include "tools/redis/Connection.h"
 
@@ -8,7 +9,8 @@
 
 namespace Redis {
 
-/// Reads a database once, key by key, each as it is at one moment.
+/// Reads a database once, key by key, each as it is at one moment. What comes is told as work of a
+/// queue.
 class Picture {
  public:
    /// One key: its fields, its type among them, and the revision at which it was written last.
@@ -25,14 +27,15 @@ class Picture {
       std::function< void( const std::string & why ) > failed;
    };
 
-   /// The connection may end before the picture; the handlers do not destroy either.
-   Picture( Connection & connection, Handlers handlers );
+   /// The connection may end before the picture; the handlers do not destroy either. The queue
+   /// outlives both.
+   Picture( Connection & connection, Pace::Queue & work, Handlers handlers );
    ~Picture() { *alive_ = false; }
    Picture( const Picture & ) = delete;
    Picture & operator=( const Picture & ) = delete;
 
    /// Reads one key alone.
-   static void readKey( Connection & connection, const std::string & key,
+   static void readKey( Connection & connection, Pace::Queue & work, const std::string & key,
                         std::function< void( const Key & key ) > read,
                         std::function< void( const std::string & why ) > failed );
 
@@ -43,6 +46,7 @@ class Picture {
    void handleKey( const Key & key );
 
    Connection & connection_;
+   Pace::Queue & work_;
    const Handlers handlers_;
    std::set< std::string > found_;
    std::size_t asked_ = 0, told_ = 0;

@@ -67,12 +67,22 @@ Replica::Replica( Lum::ActivityLoop & loop, Corvdb::StateStore & state, Zorch::T
                settings_.refusal, settings_.judge,
                [ this ]( const auto & key, auto field, const auto & line ) {
                   refused( key, field, line );
-               } } ) {
+               },
+               [ this ]( const auto & key, const auto & field ) {
+                  return outbox_.holds( key, field );
+               } } ),
+     work_( loop, [ this ] {
+        if ( phase_ == Phase::following ) {
+           log_->goOn();
+           handleProgress();
+        }
+     } ) {
    connect();
    beat();
 }
 
 Replica::~Replica() {
+   work_.clear();
    for ( const auto & timer : { flush_, beat_, connect_, grace_ } ) {
       loop_.timerDel( timer );
    }
@@ -83,6 +93,7 @@ Replica::~Replica() {
 void
 Replica::connect() {
    connect_ = {};
+   work_.clear();  // what is not done is told again
    phase_ = Phase::opening;
    awaitsBeat_ = false;
    session_ = writer_ + std::to_string( ++sessions_ );
@@ -302,7 +313,7 @@ Replica::handleBeat( const redisReply & reply, std::uint64_t followed ) {
       failed( "the database is another one than before", true );
    } else if ( there < followed ) {
       failed( "the database has gone back", true );
-   } else if ( there <= revision_ || stuckAt_ != log_->progress() ) {
+   } else if ( there <= revision_ || stuckAt_ != log_->progress() || !work_.isEmpty() ) {
       stuckBeats_ = 0;
    } else if ( ++stuckBeats_ >= maxStuckBeats ) {
       stuckBeats_ = 0;

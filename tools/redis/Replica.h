@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/pace/Queue.h"
 #include "tools/redis/Border.h"
 #include "tools/redis/Lease.h"
 #include "tools/redis/LocalState.h"
@@ -18,6 +19,8 @@ namespace Redis {
 /// before, all of it is read again, and only what differs is touched. While the database is away
 /// the process goes on with what it knows, and writes what has changed when it is back. Where this
 /// process holds a lease its own state is the truth, elsewhere the database's.
+///
+/// What is long to take over is taken over in slices, between which the loop goes on.
 class Replica {
  public:
    struct Settings {
@@ -74,7 +77,9 @@ class Replica {
    void mute() { muted_ = true; }
 
    /// The log has been followed to its end as far as is known, and all changes stand in it.
-   bool isSettled() const { return phase_ == Phase::following && outbox_.isEmpty() && !spares_; }
+   bool isSettled() const {
+      return phase_ == Phase::following && outbox_.isEmpty() && !spares_ && work_.isEmpty();
+   }
    /// Serves the loop until that is so, for at most so many seconds; false if it was not enough.
    bool settle( Lum::Seconds most );
    Status status() const;
@@ -95,10 +100,11 @@ class Replica {
    void sweepFields( const Picture::Key & key );
    void handlePictureComplete();
    void sweepKeys();
+   void writeWhole( const std::string & key );
    void follow();
-   void handleTurn( const Turn & turn );
+   void handleTurn( Turn && turn );
+   void takeTurn( const Turn & turn, bool isLong );
    void writeAgain( const KeyChanges & changes );
-   void takeOver( const KeyChanges & changes );
    void handleProgress();
 
    void handleChanged( const std::string & key, const std::string & field );
@@ -150,6 +156,8 @@ class Replica {
    std::uint64_t beats_ = 0, stuckAt_ = 0, stuckBeats_ = 0;
    bool awaitsBeat_ = false;
    std::uint64_t resyncs_ = 0, refused_ = 0;
+   /// On the stores, of what has come from the database. It begins and ends with a connection.
+   Pace::Queue work_;
    Lum::Seconds delay_ = 0;
    Lum::ActivityLoop::TimerId flush_{ 0, 0 }, beat_{ 0, 0 }, connect_{ 0, 0 }, grace_{ 0, 0 };
 };

@@ -16,6 +16,13 @@ namespace {
 /// Fields of a batch that is worth not to be read again.
 constexpr std::size_t much = 1000;
 
+/// Whether the key ends by them, with all that is in it.
+bool
+endsKey( const KeyChanges & changes ) {
+   return !changes.fields.empty() && changes.fields.front().first == typeField
+          && !changes.fields.front().second;
+}
+
 }
 
 // ---- The whole database ----
@@ -32,7 +39,7 @@ Replica::readAll() {
    readAt_.clear();
    lastRead_ = 0;
    picture_ = std::make_unique< Picture >(
-      *commands_,
+      *commands_, work_,
       Picture::Handlers{ settings_.concerns,
                          [ this ]( const Picture::Key & key ) { handlePictureKey( key ); },
                          [ this ] { handlePictureComplete(); },
@@ -66,9 +73,10 @@ Replica::compareOwn( const Picture::Key & key ) {
    std::unordered_map< std::string_view, std::string_view > theirs;
    for ( const auto & [ field, text ] : key.content.fields ) {
       theirs[ field ] = *text;
+      Pace::breathe();
    }
    std::string text;
-   State::forEachFieldName( *entity, [ & ]( const std::string & field ) {
+   for ( const std::string & field : State::fieldNames( *entity ) ) {
       text.clear();
       State::appendFieldText( *entity, field, text );
       const auto at = theirs.find( field );
@@ -76,7 +84,8 @@ Replica::compareOwn( const Picture::Key & key ) {
          outbox_.changed( name, field );
       }
       theirs.erase( field );
-   } );
+      Pace::breathe();
+   }
    for ( const auto & [ field, unknown ] : theirs ) {
       if ( !field.starts_with( '@' ) ) {
          outbox_.changed( name, std::string( field ) );
@@ -92,6 +101,7 @@ Replica::take( const Picture::Key & key ) {
    KeyChanges differing{ name, {} };
    std::string mine;
    for ( const auto & [ field, text ] : key.content.fields ) {
+      Pace::breathe();
       if ( outbox_.holds( name, field ) ) {
          continue;
       }
@@ -110,7 +120,7 @@ Replica::take( const Picture::Key & key ) {
          differing.fields.emplace_back( field, text );
       }
    }
-   if ( !differing.fields.empty() && !outbox_.holds( name, "" ) ) {
+   if ( !differing.fields.empty() ) {
       local_.apply( differing );
    }
    if ( entity ) {
@@ -127,15 +137,13 @@ Replica::sweepFields( const Picture::Key & key ) {
    std::unordered_set< std::string_view > theirs;
    for ( const auto & [ field, text ] : key.content.fields ) {
       theirs.insert( field );
+      Pace::breathe();
    }
-   std::vector< std::string > gone;
-   State::forEachFieldName( *entity, [ & ]( const std::string & field ) {
+   for ( const std::string & field : State::fieldNames( *entity ) ) {
       if ( !theirs.contains( field ) && !outbox_.holds( key.content.key, field ) ) {
-         gone.push_back( field );
+         local_.fieldIs( key.content.key, field, std::nullopt );
       }
-   } );
-   for ( const std::string & field : gone ) {
-      local_.fieldIs( key.content.key, field, std::nullopt );
+      Pace::breathe();
    }
 }
 
@@ -145,6 +153,9 @@ Replica::handlePictureComplete() {
       return;
    }
    sweepKeys();
+   if ( phase_ != Phase::reading ) {
+      return;  // the connection ended meanwhile
+   }
    rereads_ = false;
    follow();
 }
@@ -157,12 +168,25 @@ Replica::sweepKeys() {
          continue;
       }
       if ( owns( key ) ) {
-         local_.tellAll( key );
+         writeWhole( key );
       } else if ( !spares_ && !outbox_.holdsAny( key ) ) {
          local_.keyDel( key );
       }
+      Pace::breathe();
    }
    seen_.clear();
+}
+
+/// As if all of it had come just now. A table is not worth a word before it has a row.
+void
+Replica::writeWhole( const std::string & key ) {
+   if ( !isTable( key ) ) {
+      handleChanged( key, "" );
+   }
+   for ( const std::string & field : State::fieldNames( *local_.entity( key ) ) ) {
+      handleChanged( key, field );
+      Pace::breathe();
+   }
 }
 
 // ---- The log ----
@@ -172,7 +196,8 @@ Replica::follow() {
    phase_ = Phase::following;
    log_ = std::make_unique< LogReader >(
       loop_, settings_.url, revision_, session_,
-      LogReader::Handlers{ [ this ]( const Turn & turn ) { handleTurn( turn ); },
+      LogReader::Handlers{ [ this ]( Turn turn ) { handleTurn( std::move( turn ) ); },
+                           [ this ] { return work_.isEmpty(); },
                            [ this ]( const std::string & why ) { failed( why, true ); },
                            [ this ]( const std::string & why ) { failed( why ); } } );
    if ( spares_ && grace_.second == 0 ) {
@@ -182,10 +207,27 @@ Replica::follow() {
 }
 
 void
-Replica::handleTurn( const Turn & turn ) {
+Replica::handleTurn( Turn && turn ) {
    if ( phase_ != Phase::following ) {
       return;
    }
+   std::size_t size = 0;
+   bool isLong = false;
+   for ( const KeyChanges & changes : turn.keys ) {
+      size += changes.fields.size();
+      isLong = isLong || size > maxInOneGo || endsKey( changes );
+   }
+   work_.add(
+      [ this, turn = std::move( turn ), isLong ] {
+         if ( phase_ == Phase::following ) {
+            takeTurn( turn, isLong );
+         }
+      },
+      isLong ? Pace::Queue::Length::unknown : Pace::Queue::Length::brief );
+}
+
+void
+Replica::takeTurn( const Turn & turn, bool isLong ) {
    const bool own = turn.writer.starts_with( writer_ );
    const bool isLate = own && turn.writer != session_ && turn.revision > openedAt_;
    for ( const KeyChanges & changes : turn.keys ) {
@@ -196,7 +238,10 @@ Replica::handleTurn( const Turn & turn ) {
       if ( isLate ) {
          writeAgain( changes );
       } else if ( !own && ( read == readAt_.end() || read->second < turn.revision ) ) {
-         takeOver( changes );
+         owns( changes.key ) ? writeAgain( changes ) : local_.apply( changes );
+      }
+      if ( isLong ) {
+         Pace::breathe();
       }
    }
    revision_ = turn.revision;
@@ -217,31 +262,12 @@ Replica::writeAgain( const KeyChanges & changes ) {
    flushSoon();
 }
 
-void
-Replica::takeOver( const KeyChanges & changes ) {
-   if ( owns( changes.key ) ) {
-      writeAgain( changes );
-      return;
-   }
-   if ( !outbox_.holdsAny( changes.key ) ) {
-      local_.apply( changes );
-      return;
-   }
-   KeyChanges others{ changes.key, {} };
-   for ( const auto & one : changes.fields ) {
-      if ( !outbox_.holds( changes.key, one.first ) ) {
-         others.fields.push_back( one );
-      }
-   }
-   if ( !others.fields.empty() ) {
-      local_.apply( others );
-   }
-}
-
-/// The log has been followed a bit further, or for the first time.
+/// The log has been followed a bit further, or for the first time. While work goes on this waits
+/// for its end: whoever hears of progress hears it from the loop.
 void
 Replica::handleProgress() {
-   if ( catchesUp_ && revision_ < openedAt_ ) {
+   if ( phase_ != Phase::following || !work_.isEmpty()
+        || ( catchesUp_ && revision_ < openedAt_ ) ) {
       return;
    }
    if ( std::exchange( catchesUp_, false ) ) {
@@ -285,11 +311,12 @@ Replica::flushSoon() {
 }
 
 /// While one batch is on its way the next one gathers. It is, until it has its answer: the log may
-/// show it before, and the answer must not be taken for one to the next.
+/// show it before, and the answer must not be taken for one to the next. What others wrote is taken
+/// over first: the log keeps only so much, and would lose to this writing what is not read yet.
 void
 Replica::flush() {
    if ( phase_ != Phase::following || catchesUp_ || awaitsAnswer_ || outbox_.isInFlight()
-        || !outbox_.hasPending() || muted_ ) {
+        || !outbox_.hasPending() || muted_ || !work_.isEmpty() ) {
       return;
    }
    Command command{ "FCALL", "state_write", "0", epoch_, session_ };
@@ -353,7 +380,7 @@ Replica::handleRefusedKey( std::string_view why ) {
 void
 Replica::readKeyAgain( const std::string & key ) {
    Picture::readKey(
-      *commands_, key,
+      *commands_, work_, key,
       [ this, followed = revision_ ]( const Picture::Key & read ) {
          handleKeyAgain( read, followed );
       },

@@ -186,6 +186,13 @@ forEachFieldName( const Lum::Entity & entity, const Visit & visit ) {
    typeNamed( entity.typeName() ).names( entity, visit );
 }
 
+std::vector< std::string >
+fieldNames( const Lum::Entity & entity ) {
+   std::vector< std::string > names;
+   forEachFieldName( entity, [ & ]( const std::string & name ) { names.push_back( name ); } );
+   return names;
+}
+
 bool
 appendFieldText( const Lum::Entity & entity, std::string_view name, std::string & out ) {
    return typeNamed( entity.typeName() ).append( entity, name, out );

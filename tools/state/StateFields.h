@@ -20,6 +20,9 @@ namespace State {
 void forEachFieldName( const Lum::Entity & entity,
                        const std::function< void( const std::string & name ) > & visit );
 
+/// All of them, for those who change the entity meanwhile.
+std::vector< std::string > fieldNames( const Lum::Entity & entity );
+
 /// Appends the text of a field to `out`; false, with nothing appended, for an entry that is not
 /// there. Throws Error for a name that the entity cannot have.
 bool appendFieldText( const Lum::Entity & entity, std::string_view name, std::string & out );
