@@ -12,6 +12,17 @@
 
 namespace Record {
 
+namespace {
+
+/// As JSON, whatever bytes it holds.
+std::string
+inQuotes( std::string_view text ) {
+   using Json = nlohmann::json;
+   return Json( text ).dump( -1, ' ', false, Json::error_handler_t::replace );
+}
+
+}
+
 bool
 isRecorded( const std::string & path ) {
    return path.starts_with( "te/cspf/status/" ) || path.starts_with( "te/cspf/bwUsage/" );
@@ -51,7 +62,7 @@ Recorder::Recorder( const std::string & file, const Lum::ActivityLoop & loop,
    }
    toldWith_.clear();
    runner_.taskScheduler()->repeatableIs( true );
-   runner_.taskScheduler()->listenerIs( this, { {}, [ this ] { taskRuns(); } } );
+   runner_.taskScheduler()->listenerIs( this, { [ this ] { flush(); }, [ this ] { taskRuns(); } } );
 }
 
 Recorder::~Recorder() {
@@ -73,16 +84,26 @@ Recorder::agentStarts() {
    write( line );
 }
 
-/// To the nanosecond, as the clock counts.
 Recorder::Json
 Recorder::lineNow() const {
-   return { { "at", std::round( ( loop_.now() - begin_ ) * 1e9 ) / 1e9 } };
+   return { { "at", after( loop_.now() ) } };
 }
 
-/// What an earlier agent has left there comes in as all else does.
-bool
-Recorder::isByAgent( const std::string & path ) const {
-   return runner_.agent() && State::anyKind( path )->isAgents;
+/// Since the record began, to the nanosecond, as the clock counts.
+Lum::Seconds
+Recorder::after( Lum::Seconds time ) const {
+   return std::round( ( time - begin_ ) * 1e9 ) / 1e9;
+}
+
+/// Rows of one table come and go together.
+void
+Recorder::subjectIs( const std::string & key ) {
+   if ( subject_.key != key ) {
+      const std::string path = Redis::pathOf( key );
+      subject_ = {
+         key, path, inQuotes( path ), State::anyKind( path )->isAgents, isRecorded( path ),
+         -1,  {} };
+   }
 }
 
 /// An entity that comes is written whole, and then tells of its fields one by one.
@@ -95,15 +116,21 @@ Recorder::changed( const std::string & key, const std::string & field ) {
       return;
    }
    toldWith_.clear();
-   const std::string path = Redis::pathOf( key );
-   if ( isByAgent( path ) && ( field.empty() || !isRecorded( path ) ) ) {
+   subjectIs( key );
+   // What an earlier agent has left there comes in as all else does.
+   const bool isByAgent = runner_.agent() && subject_.isAgents;
+   if ( isByAgent && field.empty() ) {
+      flush();  // where all of it has gone, that of its fields was told before
+      return;
+   }
+   if ( isByAgent && !subject_.isRecorded ) {
       return;
    }
    tellRuns();
    if ( field.empty() ) {
-      tellWhole( key, path );
+      tellWhole( key, subject_.path );
    } else {
-      tellField( key, path, field );
+      tellField( field, isByAgent );
    }
 }
 
@@ -121,18 +148,25 @@ Recorder::tellWhole( const std::string & key, const std::string & path ) {
    write( line );
 }
 
+/// Of 100,000 rows at once: the line is put together as text.
 void
-Recorder::tellField( const std::string & key, const std::string & path,
-                     const std::string & field ) {
-   Json line = lineNow();
-   line[ isByAgent( path ) ? "published" : "path" ] = path;
-   line[ "field" ] = field;
-   std::string text;
-   const auto entity = watched_->entity( key );
-   if ( entity && State::appendFieldText( *entity, field, text ) ) {
-      line[ "value" ] = Json::parse( text );
+Recorder::tellField( const std::string & field, bool isPublished ) {
+   if ( subject_.at != loop_.now() ) {
+      subject_.at = loop_.now();
+      subject_.atText = Json( after( subject_.at ) ).dump();
    }
-   write( line );
+   std::string line = R"({"at":)" + subject_.atText;
+   line.append( isPublished ? R"(,"published":)" : R"(,"path":)" ).append( subject_.quotedPath );
+   line.append( R"(,"field":)" ).append( inQuotes( field ) );
+   std::string text;
+   const auto entity = watched_->entity( subject_.key );
+   if ( entity && State::appendFieldText( *entity, field, text ) ) {
+      line.append( R"(,"value":)" ).append( State::isUtf8( text ) ? text : inQuotes( text ) );
+   }
+   writeText( line += '}' );
+   if ( !isPublished || ( entity && runner_.taskScheduler()->pending() == 0 ) ) {
+      flush();
+   }
 }
 
 void
@@ -147,7 +181,7 @@ Recorder::taskRuns() {
 void
 Recorder::tellRuns() {
    if ( runs_ > 0 ) {
-      Json line{ { "at", std::round( ( runsAt_ - begin_ ) * 1e9 ) / 1e9 }, { "run", runs_ } };
+      Json line{ { "at", after( runsAt_ ) }, { "run", runs_ } };
       runs_ = 0;
       write( line );
    }
@@ -155,11 +189,20 @@ Recorder::tellRuns() {
 
 void
 Recorder::write( const Json & line ) {
-   if ( !out_.is_open() ) {
-      return;
+   writeText( line.dump( -1, ' ', false, Json::error_handler_t::replace ) );
+   flush();
+}
+
+void
+Recorder::writeText( std::string_view line ) {
+   if ( out_.is_open() ) {
+      out_ << line << '\n';
    }
-   out_ << line.dump( -1, ' ', false, Json::error_handler_t::replace ) << std::endl;
-   if ( !out_ ) {
+}
+
+void
+Recorder::flush() {
+   if ( out_.is_open() && !out_.flush() ) {
       out_.close();
       say_( file_ + ": cannot be written any more; the record ends here" );
    }

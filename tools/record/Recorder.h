@@ -22,7 +22,8 @@
 ///   {"at": S, "end": true}                          the record is whole
 ///
 /// in the order in which it happened, S seconds after the record began. Whatever ends the process,
-/// a line stands in the file before the agent sees what it says.
+/// a line stands in the file before the agent sees what it says, and all of them when it has no
+/// work left.
 namespace Record {
 
 inline constexpr int formatVersion = 1;
@@ -46,14 +47,25 @@ class Recorder {
  private:
    using Json = nlohmann::ordered_json;
 
+   /// What is the same in many lines.
+   struct Subject {
+      std::string key, path, quotedPath;
+      bool isAgents = false, isRecorded = false;
+      Lum::Seconds at = -1;
+      std::string atText;
+   };
+
    Json lineNow() const;
-   bool isByAgent( const std::string & path ) const;
+   Lum::Seconds after( Lum::Seconds time ) const;
+   void subjectIs( const std::string & key );
    void changed( const std::string & key, const std::string & field );
    void tellWhole( const std::string & key, const std::string & path );
-   void tellField( const std::string & key, const std::string & path, const std::string & field );
+   void tellField( const std::string & field, bool isPublished );
    void taskRuns();
    void tellRuns();
    void write( const Json & line );
+   void writeText( std::string_view line );
+   void flush();
 
    const std::string file_;
    const Lum::ActivityLoop & loop_;
@@ -64,6 +76,7 @@ class Recorder {
    bool begun_ = false;
    std::set< std::string > toldWith_;  ///< fields that a whole entity has told of, to be told again
    std::string toldKey_;               ///< of that entity
+   Subject subject_;                   ///< of the last line
    unsigned runs_ = 0;
    Lum::Seconds runsAt_ = 0;
    std::unique_ptr< Redis::LocalState > watched_;
