@@ -175,12 +175,10 @@ ClientDirSm::unservedTables() {
 bool
 ClientDirSm::willHaveSource( const Lum::String & client, const L3::VrfName & vrf,
                              Kivnet::AddressFamily af ) const {
-   const bool isIpv4 = af == Kivnet::AddressFamily::ipv4;
-   if ( client != tilfaClientName ) {
-      return isIpv4;  // the TE router id, as soon as there is one and the client counts in the VRF
+   if ( client != tilfaClientName ) {  // the TE router id, where it counts in the VRF, once there
+      return af == Kivnet::AddressFamily::ipv4;
    }
-   const auto & info = isIpv4 ? intake_.v4AllClientInfo : intake_.v6AllClientInfo;
-   const auto & sources = info->vrfSourceId( vrf );
+   const auto & sources = intake_.allClientInfo( af )->vrfSourceId( vrf );
    return sources && sources->vrfClientSourceIdHas( PathComputationType::tilfa );
 }
 
@@ -213,9 +211,7 @@ ClientDirSm::doClearExpectedPathList() {
 void
 ClientDirSm::doBuildExpectedPathList() {
    for ( const auto af : { Kivnet::AddressFamily::ipv4, Kivnet::AddressFamily::ipv6 } ) {
-      const bool isIpv4 = af == Kivnet::AddressFamily::ipv4;
-      const auto & info = isIpv4 ? intake_.v4AllClientInfo : intake_.v6AllClientInfo;
-      for ( const auto & [ vrf, table ] : info->pathStatusInfoTableColl() ) {
+      for ( const auto & [ vrf, table ] : intake_.allClientInfo( af )->pathStatusInfoTableColl() ) {
          expectedIntfIpToRouterIdPath_.insert(
             StatePath::ofVrf( StatePath::intfIpToRouterId, vrf, af ) );
       }

@@ -17,6 +17,10 @@ struct ClientIntake {
    Lum::Ptr< AllClientInfo > v6AllClientInfo;
    Lum::Ptr< TrafficEngineering::BwmAllClientInfo > bwmAllClientInfo;
    Lum::Ptr< TeConfigDir > teConfigDir;
+
+   const Lum::Ptr< AllClientInfo > & allClientInfo( Kivnet::AddressFamily af ) const {
+      return af == Kivnet::AddressFamily::ipv4 ? v4AllClientInfo : v6AllClientInfo;
+   }
 };
 
 class ClientVrfSm;

@@ -8,7 +8,6 @@
 #include "Cspf/Detours/PlainForwarding.h"
 
 #include <algorithm>
-#include <numeric>
 #include <queue>
 
 namespace Cspf {
@@ -51,9 +50,11 @@ CspfRefusedLinks::any() const {
    unnamed.excludedVertices = plain.excludedVertices;
    unnamed.excludedEdges = plain.excludedEdges;
    if ( unnamed != plain ) {
-      std::vector< uint32_t > all( graph_.edgeBound() );
-      std::iota( all.begin(), all.end(), 0 );
-      return anyOf( all );
+      uint32_t edge = 0;
+      while ( edge < graph_.edgeBound() && !has( CspfEdge{ edge } ) ) {
+         ++edge;
+      }
+      return edge < graph_.edgeBound();
    }
    return anyOf( constraint.overloadedEdges ) || anyOf( constraint.excludedEdges )
           || std::ranges::any_of(
