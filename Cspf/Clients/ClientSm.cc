@@ -88,7 +88,7 @@ void
 ClientDirSm::handleInitialized() {
    TRACE7( "clientDirSm getting initialized" );
    LUM_WATCH_KEYS( clientDir_, entity, handleClientDir );
-   LUM_WATCH( teRouterIdConfig_, routerId, doCleanupUnservedTables );
+   LUM_WATCH( teRouterIdConfig_, routerId, handleTeRouterId );
    doCleanupStaleClientMounts();
    handleEnabled();
 }
@@ -114,7 +114,7 @@ ClientDirSm::handleClientDir( const Lum::String & name ) {
    }
    TRACE7( "Deleting ClientSm for client " << name );
    clientSmDel( name );
-   doCleanupUnservedTables();
+   unservedTablesTask_.schedule();
    if ( clientDir_->entitys() == 0 ) {
       TRACE7( "No client present, disabling the agent" );
       handleEnabled();
@@ -148,7 +148,11 @@ ClientDirSm::doCleanupStaleClientMounts() {
    cleanupTables( __PRETTY_FUNCTION__, intake_.entityManager, paths );
 }
 
-/// Tables that were kept for clients that wait for TE are nobody's when these have gone since.
+void
+ClientDirSm::handleTeRouterId() {
+   unservedTablesTask_.schedule();
+}
+
 void
 ClientDirSm::doCleanupUnservedTables() {
    cleanupTables( __PRETTY_FUNCTION__, intake_.entityManager, unservedTables() );
