@@ -152,9 +152,11 @@ RsvpPathRefreshSm::doPathValidation() {
 RsvpPathValidator
 RsvpPathRefreshSm::validator( const AllTopoTeDbView & view ) const {
    const PathInfoKey & key = pathStatusInfo()->pathInfoKey();
-   const PathStatus & published = pathStatusInfo()->cspfStatus()->pathStatus( key.pathKey() );
-   return { key,  published,       published.paths() == 0 && isPathFromSourceToSource(),
-            view, context_.memory, pathUsageSm_->links() };
+   const Status & status = *pathStatusInfo()->cspfStatus();
+   const PathStatus & published = status.pathStatus( key.pathKey() );
+   const bool isSelf =
+      published.paths() == 0 && !status.pathErrorHas( key.pathKey() ) && isPathFromSourceToSource();
+   return { key, published, isSelf, view, context_.memory, pathUsageSm_->links() };
 }
 
 /// What a run has found and is published is valid while none of the routers on it changes. What a
