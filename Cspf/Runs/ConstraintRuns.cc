@@ -167,12 +167,14 @@ ConstraintInfoSm::answerFollowers( HandOutPtr out, const char * operation ) {
    std::exchange( info.waiting, {} );  // with its memory
    info.answers += out->all;
    answeredFrom_ = out->source;
-   TRACE7_FOR( operation, "run cspf, cspfRequestCount " << info.cspfRequestCount() );
    if ( out->paths.empty() && info.cspfData() ) {
       if ( isVerified() ) {
          verifyKept( kept_, view(), context() );
       }
-      countRun( info.cspfData(), 0 );
+      if ( !out->isContinued ) {
+         TRACE7_FOR( operation, "run cspf, cspfRequestCount " << info.cspfRequestCount() );
+         countRun( info.cspfData(), 0 );
+      }
    } else {
       run( *out, true, operation );
       kept_.beginAnswers( out->paths, info, *context().pathStatusInfoTable );

@@ -44,12 +44,11 @@ ConstraintInfoSm::run( HandOut & out, bool kept, const char * operation ) {
    }
    const Lum::Seconds begin = Lum::RealClock::read();
    out.data = newCspfData( out, operation );
+   TRACE7_FOR( operation, "run cspf, cspfRequestCount " << constraintInfo()->cspfRequestCount() );
    if ( kept ) {
       out.tree.emplace( kept_.tree( view()->graph() ) );
       const CspfRun run( *out.data, view(), *out.tree );
    } else {
-      TRACE7_FOR( operation,
-                  "run cspf, cspfRequestCount " << constraintInfo()->cspfRequestCount() );
       const CspfRun run( context().runMemory, *out.data, view() );
    }
    out.version = view()->graph().version();
