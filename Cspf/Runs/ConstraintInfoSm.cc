@@ -97,9 +97,12 @@ ConstraintInfoSmBase::handleCspfRequestCount() {
       constraintInfo_->topoInfoChangedAt() - constraintStats_->cspfLastRanAt() > 0;
    if ( timerRunning() ) {
       requestInHoldDown( topologyChanged, __PRETTY_FUNCTION__ );
-   } else {
-      requestInQuiet( topologyChanged, __PRETTY_FUNCTION__ );
+      return;
    }
+   if ( constraintStats_->cspfCurrentDelay() != context_.cliConfig->initialInt() ) {
+      resetDelay( __PRETTY_FUNCTION__ );  // another constraint has heard of new intervals first
+   }
+   requestInQuiet( topologyChanged, __PRETTY_FUNCTION__ );
 }
 
 void
