@@ -1,25 +1,46 @@
 // Constraints that avoid the SRLGs of an interface hold these SRLGs. When TE learns others, the
-// paths concerned derive their constraint anew. Interfaces are few and change rarely, so a change
-// walks all paths instead of keeping an index of those that exclude an interface.
+// paths concerned derive their constraint anew. Interfaces are few and change rarely, so that a
+// turn's changes walk all paths instead of keeping an index of those that exclude an interface. A
+// path that comes while they are gone over reads the SRLGs as they are.
 
 #include "Cspf/Requests/TeIntfStatusSm.h"
 
 #include "platform/Trace/Trace.h"
 
-#include <map>
+#include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace Cspf {
 
 namespace {
 
-/// Whether the path's constraint excludes the interface, or the node behind it.
+/// Whether the request excludes one of the interfaces, or the node behind it.
 bool
-excludes( const PathInfoKey & key, const PathConfigInfo & info, const Kivnet::IntfId & intfId ) {
-   const auto * i = &info;
-   const PathKey & pathKey = key.clientPathKey();
+excludes( const PathConfig & config, const std::set< Kivnet::IntfId > & intfs ) {
+   const PathConstraint & constraint = config.constraint();
+   return intfs.contains( constraint.excludeIntf() )
+          || intfs.contains( constraint.excludeNode().nexthopIntf() );
+}
+
+std::vector< PathInfoKey >
+pathsThatExclude( const PathConfigInfoTable & table, const std::set< Kivnet::IntfId > & intfs ) {
+   std::vector< PathInfoKey > paths;
+   for ( const auto & [ key, info ] : table.pathConfigInfoColl() ) {
+      const auto * config = info->cspfConfig()->pathConfigFind( key.clientPathKey() );
+      if ( !config || excludes( *config, intfs ) ) {
+         paths.push_back( key );
+      }
+   }
+   return paths;
+}
+
+void
+incrementDerivedConfigChangeCount( const PathInfoKey & key, const Lum::Ptr< PathConfigInfo > & i ) {
+   [[maybe_unused]] const PathKey & pathKey = key.clientPathKey();
    LUM_ASSERT( i->cspfConfig()->pathConfigHas( pathKey ) );
-   const PathConstraint & constraint = i->cspfConfig()->pathConfigFind( pathKey )->constraint();
-   return constraint.excludeIntf() == intfId || constraint.excludeNode().nexthopIntf() == intfId;
+   TRACE7( "Handling update for path : " << key.traceString() );
+   i->derivedConfigChangeCountInc();
 }
 
 }
@@ -27,15 +48,12 @@ excludes( const PathInfoKey & key, const PathConfigInfo & info, const Kivnet::In
 void
 incrementDerivedConfigChangeCount( const Lum::Ptr< PathConfigInfoTable > & table,
                                    const Kivnet::IntfId & intfId ) {
-   std::map< PathInfoKey, Lum::Ptr< PathConfigInfo > > concerned;
-   for ( const auto & [ key, info ] : table->pathConfigInfoColl() ) {
-      if ( excludes( key, *info, intfId ) ) {
-         concerned.emplace( key, info );
+   auto paths = pathsThatExclude( *table, { intfId } );
+   std::ranges::sort( paths );
+   for ( const PathInfoKey & key : paths ) {
+      if ( const auto info = table->pathConfigInfo( key ) ) {
+         incrementDerivedConfigChangeCount( key, info );
       }
-   }
-   for ( const auto & [ key, info ] : concerned ) {
-      TRACE7( "Handling update for path : " << key.traceString() );
-      info->derivedConfigChangeCountInc();
    }
 }
 
@@ -50,19 +68,19 @@ TeIntfSrlgSm::handleInitialized() {
 void
 TeIntfSrlgSm::handleSrlg( const TrafficEngineering::SrlgId & srlg ) {
    TRACE7( "Handling update for SRLG ID:" << srlg << " on interface:" << intfId_ );
-   incrementDerivedConfigChangeCount( pathConfigInfoTable_, intfId_ );
+   owner_.srlgsChanged( intfId_ );
 }
 
 void
 TeIntfSrlgSm::handleSrlg() {
    TRACE7( "Handling SRLG update for interface:" << intfId_ );
-   incrementDerivedConfigChangeCount( pathConfigInfoTable_, intfId_ );
+   owner_.srlgsChanged( intfId_ );
 }
 
 void
 TeIntfSrlgSm::handleDestroy() {
    TRACE7( "Handling TE IntfStatus deletion for interface:" << intfId_ );
-   incrementDerivedConfigChangeCount( pathConfigInfoTable_, intfId_ );
+   owner_.srlgsChanged( intfId_ );
 }
 
 void
@@ -73,10 +91,34 @@ TeIntfStatusSm::handleInitialized() {
 void
 TeIntfStatusSm::handleIntfStatus( const Lum::String & name ) {
    if ( const auto intfStatus = teStatus_->intfStatus( name ) ) {
-      intfSrlgSmIs( name, intfStatus, pathConfigInfoTable_ );
+      intfSrlgSmIs( name, intfStatus, *this );
    } else {
       intfSrlgSmDel( name );
    }
+}
+
+void
+TeIntfStatusSm::srlgsChanged( const Kivnet::IntfId & intfId ) {
+   changed_.insert( intfId );
+   if ( !paths_.isUnderWay() ) {
+      paths_.startLater( {} );
+   }
+}
+
+/// From the next turn on, and again for what has changed since those who are told now were found.
+void
+TeIntfStatusSm::goOverPaths() {
+   if ( const auto changed = std::exchange( changed_, {} ); !changed.empty() ) {
+      paths_.start( pathsThatExclude( *pathConfigInfoTable_, changed ) );
+   }
+}
+
+std::size_t
+TeIntfStatusSm::tell( const PathInfoKey & key ) const {
+   if ( const auto info = pathConfigInfoTable_->pathConfigInfo( key ) ) {
+      incrementDerivedConfigChangeCount( key, info );
+   }
+   return 1;
 }
 
 }

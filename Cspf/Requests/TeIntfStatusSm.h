@@ -1,7 +1,10 @@
 #pragma once
 
 #include "Cspf/Records/PathRows.h"
+#include "platform/Kiv/Walk.h"
 #include "schema/TrafficEngineering.h"
+
+#include <set>
 
 namespace Cspf {
 
@@ -10,18 +13,21 @@ namespace Cspf {
 void incrementDerivedConfigChangeCount( const Lum::Ptr< PathConfigInfoTable > & table,
                                         const Kivnet::IntfId & intfId );
 
-/// Passes changes of one interface's SRLGs on.
+class TeIntfStatusSm;
+
+/// Passes changes of one interface's SRLGs on to its owner.
 ///
-///   watches            handler      writes
-///   IntfStatus.srlg    handleSrlg   PathConfigInfo.derivedConfigChangeCount
+///   watches            handler
+///   IntfStatus.srlg    handleSrlg
 class TeIntfSrlgSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, TeIntfSrlgSm );
+   /// The owner outlives this object.
    TeIntfSrlgSm( const Lum::String & name,
                  const Lum::Ptr< const TrafficEngineering::IntfStatus > & intfStatus,
-                 const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable )
+                 TeIntfStatusSm & owner )
       : intfId_( name ),
         intfStatus_( intfStatus ),
-        pathConfigInfoTable_( pathConfigInfoTable ) {}
+        owner_( owner ) {}
 
    void handleInitialized() override;
    /// Without the status there are no SRLGs.
@@ -36,27 +42,40 @@ class TeIntfSrlgSm : public Lum::Reactor {
 
    const Kivnet::IntfId intfId_;
    const Lum::Ptr< const TrafficEngineering::IntfStatus > intfStatus_;
-   const Lum::Ptr< PathConfigInfoTable > pathConfigInfoTable_;
+   TeIntfStatusSm & owner_;
 };
 
-/// Follows the TE interfaces.
+/// Follows the TE interfaces, and has the paths that exclude one look at its SRLGs anew: once for
+/// all that changes in a turn, by slices.
 ///
-///   watches               handler            makes
+///   watches               handler            makes, writes
 ///   TE Status.intfStatus  handleIntfStatus   intfSrlgSm, one an interface
+///   (changed SRLGs)       srlgsChanged       PathConfigInfo.derivedConfigChangeCount
 class TeIntfStatusSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, TeIntfStatusSm );
+   /// Without a scheduler paths are told at once.
    TeIntfStatusSm( const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
-                   const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable )
+                   const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
+                   const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler = nullptr )
       : teStatus_( teStatus ),
-        pathConfigInfoTable_( pathConfigInfoTable ) {}
+        pathConfigInfoTable_( pathConfigInfoTable ),
+        paths_( *this, taskScheduler, "intfSrlgTask",
+                { [ this ]( const PathInfoKey & key ) { return tell( key ); },
+                  [ this ] { goOverPaths(); } } ) {}
    LUM_CHILDREN( intfSrlgSm, Lum::String, TeIntfSrlgSm );
 
    void handleInitialized() override;
    void handleIntfStatus( const Lum::String & name );
+   void srlgsChanged( const Kivnet::IntfId & intfId );
 
  private:
+   std::size_t tell( const PathInfoKey & key ) const;
+   void goOverPaths();
+
    const Lum::Ptr< const TrafficEngineering::Status > teStatus_;
    const Lum::Ptr< PathConfigInfoTable > pathConfigInfoTable_;
+   std::set< Kivnet::IntfId > changed_;  // since the paths were gone over
+   Kiv::Walk< PathInfoKey > paths_;
 };
 
 }
