@@ -77,7 +77,11 @@ VrfRootSm::VrfRootSm( const L3::VrfName & vrf, const Lum::Ptr< VrfRoot > & vrfRo
           [ this ] { endTellingConstraints(); } } ),
      heldBack_( *this, vrfRoot->taskScheduler(), "heldBackTask-" + vrf.stringValue(),
                 { [ this ]( const ConstraintHandle & handle ) { return goOn( handle ); },
-                  [ this ] { endGoingOn(); } } ) {}
+                  [ this ] { endGoingOn(); } } ),
+     constraintsOfUsers_(
+        *this, vrfRoot->taskScheduler(), "usageToConstraintsTask-" + vrf.stringValue(),
+        { [ this ]( const ConstraintHandle & handle ) { return tellConstraint( handle ); },
+          [ this ] { goOverUsers(); } } ) {}
 
 VrfRootSm::~VrfRootSm() = default;
 
@@ -103,6 +107,7 @@ VrfRootSm::doPrepareToDie() {
    usagesToTell_.stop();
    constraintsToTell_.stop();
    heldBack_.stop();
+   constraintsOfUsers_.stop();
    pathStatusInfoDelAll();
 }
 
