@@ -575,10 +575,44 @@ TEST( ExplicitPath, AStrictHopKeepsItsLinkAndAnAddressNamesOne ) {
       askAgain( lab, name );
       EXPECT_EQ( hops( lab, "rsvp", name ), way );
    }
+   for ( const char * first : { "ab", "ba" } ) {  // of the ends that withdraw it
+      lab.link( "A-B:2", { { first, false } } );
+      lab.settle();
+      EXPECT_EQ( hops( lab, "rsvp", "named" ), expected.at( "named" ) );
+      EXPECT_THAT( lab.error( "rsvp", "named" ), HasSubstr( "10.64.0.5" ) );
+      lab.link( "A-B:2", { { first, {} } } );
+      lab.settle();
+      EXPECT_EQ( lab.error( "rsvp", "named" ), "" );
+   }
    lab.down( "A-B:2" );
    lab.settle();
    EXPECT_EQ( hops( lab, "rsvp", "kept" ), "10.64.0.3 10.64.0.7 " );
    EXPECT_THAT( lab.error( "rsvp", "named" ), HasSubstr( "10.64.0.5" ) );
+}
+
+TEST( ExplicitPath, AnAddressOnALanNamesTheLan ) {
+   TestLab lab( "A -10- B; A =lan 20= B C; B -1- D" );
+   lab.request( "rsvp", "p", "D", through( "10.128.1.2" ) );
+   lab.settle();
+   const std::string way = "10.128.1.2 10.64.0.5 ";
+   EXPECT_EQ( hops( lab, "rsvp", "p" ), way );
+   const auto attach = [ & ]( const char * router, bool attached ) {
+      lab.patch(
+         { { "topologies",
+             { { "core",
+                 { { "lans",
+                     { { "lan",
+                         { { "members",
+                             { { router, { { "attached", attached } } } } } } } } } } } } } } );
+      lab.settle();
+   };
+   for ( const char * router : { "A", "B" } ) {
+      attach( router, false );
+      EXPECT_EQ( hops( lab, "rsvp", "p" ), way );
+      EXPECT_THAT( lab.error( "rsvp", "p" ), HasSubstr( "10.128.1.2" ) ) << router;
+      attach( router, true );
+      EXPECT_EQ( lab.error( "rsvp", "p" ), "" );
+   }
 }
 
 TEST( ExplicitPath, OnlySegmentsNextToAChangedHopAreTouched ) {

@@ -149,7 +149,9 @@ PathStitcher::bestStrictHop( const Kivnet::IpGenAddr & source,
    auto candidates = singleHops( filter, topoGraph.vertex( NodeId( source ) ),
                                  topoGraph.vertex( NodeId( destination ) ) );
    const auto isMeant = [ & ]( const StrictHop & hop ) { return arrivesAt( hop.hop, strictHop ); };
-   if ( std::ranges::any_of( candidates, isMeant ) ) {
+   if ( std::ranges::any_of( candidates, isMeant )
+        || meansLink( topoGraph.vertex( NodeId( source ) ),
+                      topoGraph.vertex( NodeId( destination ) ), strictHop ) ) {
       std::erase_if( candidates, std::not_fn( isMeant ) );
    }
    const auto old = findOldNexthopForStrictHop( destination );
@@ -207,6 +209,28 @@ PathStitcher::arrivesAt( const CspfPathHop & hop, const Kivnet::IpGenAddr & addr
       hop.membership != noEdge ? hop.membership : view_.graph().reverse( hop.link );
    return farEnd != noEdge
           && neighborHasInterfaceAddr( view_.topoGraph().neighbor( farEnd ), address );
+}
+
+/// Whether it is the address of `to` on a link to the other one, or on a LAN that this one is on:
+/// there may be nothing left of the link but what its far end lists.
+bool
+PathStitcher::meansLink( CspfVertex from, CspfVertex to, const Kivnet::IpGenAddr & address ) const {
+   const CspfGraph & graph = view_.graph();
+   const auto leads = [ & ]( CspfVertex start, CspfVertex end ) {
+      return std::ranges::any_of( graph.out( start ), [ & ]( std::uint32_t e ) {
+         return graph.to( CspfEdge{ e } ) == end;
+      } );
+   };
+   if ( from == noVertex || to == noVertex ) {
+      return false;
+   }
+   return std::ranges::any_of( graph.out( to ), [ & ]( std::uint32_t e ) {
+      const CspfVertex end = graph.to( CspfEdge{ e } );
+      const bool isBetween =
+         end == from || ( graph.isNetwork( end ) && ( leads( from, end ) || leads( end, from ) ) );
+      return isBetween
+             && neighborHasInterfaceAddr( view_.topoGraph().neighbor( CspfEdge{ e } ), address );
+   } );
 }
 
 void

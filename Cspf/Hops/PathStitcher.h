@@ -31,9 +31,9 @@ class PathStitcher {
                                         const PathStatusCache & child );
 
    /// The next hop of the best single link between two routers, which are named by their TE router
-   /// ids: the link with the address `strictHop` at its far end, where there is one; of the others
-   /// those that the constraint allows, then the one that the published path used, then by cost,
-   /// then by link. Unset where there is no link.
+   /// ids: the link with the address `strictHop` at its far end, where that means one; of the
+   /// others those that the constraint allows, then the one that the published path used, then by
+   /// cost, then by link. Unset where there is no link.
    Kivnet::IpGenAddr findBestNexthopForStrictHop( const Kivnet::IpGenAddr & source,
                                                   const Kivnet::IpGenAddr & destination,
                                                   const Kivnet::IpGenAddr & strictHop ) const;
@@ -71,6 +71,7 @@ class PathStitcher {
                                         CspfVertex to ) const;
    StrictHop strictHop( const CspfLinkFilter & filter, const CspfPathHop & hop ) const;
    bool arrivesAt( const CspfPathHop & hop, const Kivnet::IpGenAddr & address ) const;
+   bool meansLink( CspfVertex from, CspfVertex to, const Kivnet::IpGenAddr & address ) const;
    void addHop( const CspfPathHop & hop, const Kivnet::IpGenAddr & nexthop );
    void addIncludeIp( const PathSegment & segment );
    Lum::Ptr< const PathAsTopoDbLinks > links() const;
