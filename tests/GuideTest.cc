@@ -39,9 +39,10 @@ blocks( const std::string & from, const std::string & to ) {
 /// All that the shell prints for the commands, in that directory.
 std::string
 typed( const TemporaryDirectory & directory, const std::string & commands ) {
-   std::ofstream( directory / "typed" ) << "exec 2>&1; set -e -o pipefail; cd " << directory.path()
-                                        << "; PATH=" CSPF_BINARY_DIR "/bin:$PATH\n"
-                                        << commands;
+   std::ofstream( directory / "typed" )
+      << "exec 2>&1; unset VELOTRACE_DISABLE; set -e -o pipefail; cd " << directory.path()
+      << "; PATH=" CSPF_BINARY_DIR "/bin:$PATH\n"
+      << commands;
    FILE * const pipe = popen( ( "bash " + directory / "typed" ).c_str(), "r" );
    std::string out;
    for ( int c = std::fgetc( pipe ); c != EOF; c = std::fgetc( pipe ) ) {
