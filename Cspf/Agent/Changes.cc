@@ -158,7 +158,7 @@ VrfRootSm::handleBwUsageChangedAt( const BwUsageId & bwUsageId ) {
    }
    const auto handles = std::vector(
       own->second.begin(), own->second.end() );  // a path that is told may let its constraint go
-   if ( vrfRoot_->taskScheduler()->grant( handles.size() ) == handles.size() ) {
+   if ( vrfRoot_->taskScheduler()->grantAll( handles.size() ) ) {
       std::ranges::for_each( handles,
                              [ this ]( const auto & handle ) { tellConstraint( handle ); } );
       return;

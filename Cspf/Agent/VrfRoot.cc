@@ -110,7 +110,7 @@ VrfRoot::handleInitialized() {
    allTopoDbSmIs( allTopoDb_, allTopoDbStatus(), taskScheduler_ );
    enableTopoDbClient();
    if ( teStatus_ ) {
-      teIntfStatusSmIs( teStatus_, pathConfigInfoTable(), taskScheduler_ );
+      teIntfStatusSmIs( teStatus_, pathConfigInfoTable(), pathStatusInfoTable(), taskScheduler_ );
    }
    childPathStatusCacheSmIs( pathConfigInfoTable(), pathStatusCacheTable(), pathStatusInfoTable(),
                              constraintStatsTable() );

@@ -181,7 +181,7 @@ ClientVrfSm::doCleanupPathSm( Kivnet::AddressFamily af ) {
    auto pathSm = this->pathSm( af );
    pathSmDel( af );
    const std::size_t paths = pathSm->followedPaths().size();
-   const bool atOnce = !info->taskScheduler() || info->taskScheduler()->grant( paths ) == paths;
+   const bool atOnce = !info->taskScheduler() || info->taskScheduler()->grantAll( paths );
    if ( atOnce ) {
       Lum::retire( pathSm );
    } else {

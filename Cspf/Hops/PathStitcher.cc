@@ -212,7 +212,8 @@ PathStitcher::arrivesAt( const CspfPathHop & hop, const Kivnet::IpGenAddr & addr
 }
 
 /// Whether it is the address of `to` on a link to the other one, or on a LAN that this one is on:
-/// there may be nothing left of the link but what its far end lists.
+/// there may be nothing left of the link but what its far end lists. The TE router id of `to` means
+/// the router, also where an interface borrows it.
 bool
 PathStitcher::meansLink( CspfVertex from, CspfVertex to, const Kivnet::IpGenAddr & address ) const {
    const CspfGraph & graph = view_.graph();
@@ -221,7 +222,8 @@ PathStitcher::meansLink( CspfVertex from, CspfVertex to, const Kivnet::IpGenAddr
          return graph.to( CspfEdge{ e } ) == end;
       } );
    };
-   if ( from == noVertex || to == noVertex ) {
+   if ( from == noVertex || to == noVertex
+        || view_.topoGraph().nodeId( to ).ipAddress() == address ) {
       return false;
    }
    return std::ranges::any_of( graph.out( to ), [ & ]( std::uint32_t e ) {

@@ -83,6 +83,19 @@ TeIntfSrlgSm::handleDestroy() {
    owner_.srlgsChanged( intfId_ );
 }
 
+TeIntfStatusSm::TeIntfStatusSm( const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
+                                const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
+                                const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable,
+                                const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler )
+   : teStatus_( teStatus ),
+     pathConfigInfoTable_( pathConfigInfoTable ),
+     pathStatusInfoTable_( pathStatusInfoTable ),
+     taskScheduler_( taskScheduler ),
+     pathsTask_( *this, taskScheduler, "intfSrlgTask", [ this ]() { goOverPaths(); } ),
+     paths_( *this, taskScheduler, "intfSrlgToPathsTask",
+             { [ this ]( const PathInfoKey & key ) { return tell( key ); },
+               [ this ] { endGoingOver(); } } ) {}
+
 void
 TeIntfStatusSm::handleInitialized() {
    LUM_FOLLOW_KEYS( teStatus_, intfStatus, handleIntfStatus );
@@ -98,27 +111,66 @@ TeIntfStatusSm::handleIntfStatus( const Lum::String & name ) {
 }
 
 void
+TeIntfStatusSm::doPrepareToDie() {
+   paths_.stop();
+   holdsRunsIs( false );
+}
+
+void
 TeIntfStatusSm::srlgsChanged( const Kivnet::IntfId & intfId ) {
    changed_.insert( intfId );
    if ( !paths_.isUnderWay() ) {
-      paths_.startLater( {} );
+      goOverPathsLater();
    }
 }
 
-/// From the next turn on, and again for what has changed since those who are told now were found.
+void
+TeIntfStatusSm::goOverPathsLater() {
+   if ( !taskScheduler_ ) {
+      goOverPaths();
+      return;
+   }
+   holdsRunsIs( true );
+   pathsTask_.schedule();
+}
+
 void
 TeIntfStatusSm::goOverPaths() {
-   if ( const auto changed = std::exchange( changed_, {} ); !changed.empty() ) {
-      paths_.start( pathsThatExclude( *pathConfigInfoTable_, changed ) );
+   paths_.start( pathsThatExclude( *pathConfigInfoTable_, std::exchange( changed_, {} ) ) );
+}
+
+/// A path together with its segments: if it were put together in between, it would take old ones.
+std::size_t
+TeIntfStatusSm::tell( const PathInfoKey & key ) const {
+   const auto info = pathConfigInfoTable_->pathConfigInfo( key );
+   if ( !info || info->parentPath() ) {
+      return 1;
+   }
+   const auto children = info->childPathColl();
+   incrementDerivedConfigChangeCount( key, info );
+   for ( const auto & [ segment, child ] : children ) {
+      if ( const auto row = pathConfigInfoTable_->pathConfigInfo( child ) ) {
+         incrementDerivedConfigChangeCount( child, row );
+      }
+   }
+   return 1 + children.size();
+}
+
+/// Runs that waited go on, also where changes never cease.
+void
+TeIntfStatusSm::endGoingOver() {
+   holdsRunsIs( false );
+   if ( !isRetired() && !changed_.empty() && !paths_.isUnderWay() ) {
+      goOverPathsLater();
    }
 }
 
-std::size_t
-TeIntfStatusSm::tell( const PathInfoKey & key ) const {
-   if ( const auto info = pathConfigInfoTable_->pathConfigInfo( key ) ) {
-      incrementDerivedConfigChangeCount( key, info );
+void
+TeIntfStatusSm::holdsRunsIs( bool holds ) {
+   if ( pathStatusInfoTable_ && std::exchange( holdsRuns_, holds ) != holds ) {
+      const std::uint32_t intakes = pathStatusInfoTable_->intakes();
+      pathStatusInfoTable_->intakesIs( holds ? intakes + 1 : intakes - 1 );
    }
-   return 1;
 }
 
 }

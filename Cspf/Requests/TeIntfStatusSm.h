@@ -46,7 +46,7 @@ class TeIntfSrlgSm : public Lum::Reactor {
 };
 
 /// Follows the TE interfaces, and has the paths that exclude one look at its SRLGs anew: once for
-/// all that changes in a turn, by slices.
+/// all that changes in a turn, by slices. No run begins meanwhile.
 ///
 ///   watches               handler            makes, writes
 ///   TE Status.intfStatus  handleIntfStatus   intfSrlgSm, one an interface
@@ -56,26 +56,30 @@ class TeIntfStatusSm : public Lum::Reactor {
    /// Without a scheduler paths are told at once.
    TeIntfStatusSm( const Lum::Ptr< const TrafficEngineering::Status > & teStatus,
                    const Lum::Ptr< PathConfigInfoTable > & pathConfigInfoTable,
-                   const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler = nullptr )
-      : teStatus_( teStatus ),
-        pathConfigInfoTable_( pathConfigInfoTable ),
-        paths_( *this, taskScheduler, "intfSrlgTask",
-                { [ this ]( const PathInfoKey & key ) { return tell( key ); },
-                  [ this ] { goOverPaths(); } } ) {}
+                   const Lum::Ptr< PathStatusInfoTable > & pathStatusInfoTable = nullptr,
+                   const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler = nullptr );
    LUM_CHILDREN( intfSrlgSm, Lum::String, TeIntfSrlgSm );
 
    void handleInitialized() override;
    void handleIntfStatus( const Lum::String & name );
+   void doPrepareToDie() override;
    void srlgsChanged( const Kivnet::IntfId & intfId );
 
  private:
-   std::size_t tell( const PathInfoKey & key ) const;
+   void goOverPathsLater();
    void goOverPaths();
+   std::size_t tell( const PathInfoKey & key ) const;
+   void endGoingOver();
+   void holdsRunsIs( bool holds );
 
    const Lum::Ptr< const TrafficEngineering::Status > teStatus_;
    const Lum::Ptr< PathConfigInfoTable > pathConfigInfoTable_;
+   const Lum::Ptr< PathStatusInfoTable > pathStatusInfoTable_;
+   const Lum::Ptr< Kiv::TaskScheduler > taskScheduler_;
    std::set< Kivnet::IntfId > changed_;  // since the paths were gone over
+   Kiv::Task pathsTask_;
    Kiv::Walk< PathInfoKey > paths_;
+   bool holdsRuns_ = false;
 };
 
 }

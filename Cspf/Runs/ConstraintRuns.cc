@@ -120,14 +120,16 @@ ConstraintInfoSm::tellFollowers() const {
    }
 }
 
-/// Followers are marked together. Those that are marked themselves have asked before.
+/// Followers are marked together. Those that are marked themselves have asked before. A run that
+/// saw the change before it was told has answered all.
 void
 ConstraintInfoSm::handleTopoChanged() {
    ConstraintInfo & info = *constraintInfo();
    if ( Trace::wanted( 8 ) ) {
       tellFollowers();
    }
-   if ( info.marked || info.followers == 0 ) {
+   const bool isSeen = info.topoInfoChangedAt() <= constraintStats()->cspfLastRanAt();
+   if ( info.marked || info.followers == 0 || isSeen ) {
       return;
    }
    const auto asking = info.followers

@@ -36,6 +36,13 @@ TaskScheduler::grant( std::size_t rows ) {
    return now;
 }
 
+bool
+TaskScheduler::grantAll( std::size_t rows ) {
+   const std::size_t now = grant( rows );
+   granted_ -= now < rows ? now : 0;
+   return now == rows;
+}
+
 void
 TaskScheduler::tell( std::function< void() > Listener::*what ) const {
    for ( const auto & [ owner, listener ] : listeners_ ) {

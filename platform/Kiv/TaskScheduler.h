@@ -42,6 +42,8 @@ class TaskScheduler : public Lum::Entity {
    /// How many of so many rows may be done at once; the rest is for tasks. All who ask at one time
    /// share a slice.
    std::size_t grant( std::size_t rows );
+   /// The same for all of them or none: false leaves the slice to others.
+   bool grantAll( std::size_t rows );
 
  private:
    friend class Task;
