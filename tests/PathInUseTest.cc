@@ -440,6 +440,17 @@ TEST( PathInUse, IsValidWhereItsHopsLeadOnAndIsNotLookedAtOnlyWhereAWholeCheckFi
    EXPECT_GT( changed, 100u );
 }
 
+TEST( PathInUse, LosesItsErrorWhereItsDestinationBecomesThisRouter ) {
+   TestLab lab( "A -10- B -10- C", { { "throttle", { { "initialInt", 0 } } } } );
+   lab.request( "rsvp", "p", "10.9.9.9" );
+   lab.request( "cli", "of one constraint", "C" );
+   lab.settle();
+   EXPECT_NE( lab.error( "rsvp", "p" ), "" );
+   lab.patch( prefix( "A" ) );
+   lab.settle();
+   EXPECT_EQ( lab.error( "rsvp", "p" ), "" );
+}
+
 TEST( PathInUse, HearsOfEachChangeOfOneInstant ) {
    TestLab lab( "A -10- B -10- C -10- D" );
    lab.request( "rsvp", "p", "C" );
@@ -588,6 +599,14 @@ TEST( ExplicitPath, AStrictHopKeepsItsLinkAndAnAddressNamesOne ) {
    lab.settle();
    EXPECT_EQ( hops( lab, "rsvp", "kept" ), "10.64.0.3 10.64.0.7 " );
    EXPECT_THAT( lab.error( "rsvp", "named" ), HasSubstr( "10.64.0.5" ) );
+}
+
+TEST( ExplicitPath, ARoutersOwnIdNamesNoLinkAlsoWhereAnInterfaceBorrowsIt ) {
+   TestLab lab( "A -10- B; A -20- B; B -1- C" );
+   lab.link( "A-B:2", { { "bAddr", "10.0.0.2" }, { "ab", false } } );
+   lab.request( "rsvp", "p", "C", through( "10.0.0.2" ) );
+   lab.settle();
+   EXPECT_EQ( hops( lab, "rsvp", "p" ), "10.64.0.3 10.64.0.7 " );
 }
 
 TEST( ExplicitPath, AnAddressOnALanNamesTheLan ) {

@@ -161,6 +161,59 @@ TEST( PathSlices, ClientsThatComeAndGoLeaveNothingBehind ) {
    }
 }
 
+/// SRLGs of an interface are told to the paths that avoid it, reservations to the constraints of a
+/// group: runs, stamps and answers are those of telling all at once.
+TEST( PathSlices, InterfacesAndGroupsThatAreToldBySlicesEndAsAtOnce ) {
+   for ( unsigned seed = 1; seed <= 30; ++seed ) {
+      SCOPED_TRACE( "seed " + std::to_string( seed ) );
+      Json seen[ 2 ];
+      for ( const bool bySlices : { false, true } ) {
+         std::mt19937 random( seed );
+         const auto below = [ & ]( unsigned n ) { return random() % n; };
+         TestLab lab( "A -30{bw 100}- B -10{bw 100}- D; A -10{bw 100}- C -10{bw 100}- D; "
+                      "B -5{bw 100}- C; A -20{bw 100}- D",
+                      { { "throttle", { { "initialInt", below( 2 ) * 50 } } } } );
+         lab.slicesOf( bySlices ? 1 : 1000 );
+         const char * const links[] = { "A-B", "B-D", "A-C", "C-D" };
+         for ( unsigned srlg = 0; srlg < 4; ++srlg ) {
+            lab.link( links[ srlg ], { { "srlg", { srlg } } } );
+         }
+         for ( unsigned id = 0; id < 12; ++id ) {
+            Json constraint{ { "excludeIntf", "A-D.a" },
+                             { "excludeSrlg", true },
+                             { "srlgStrictMode", below( 2 ) == 0 } };
+            if ( below( 2 ) ) {
+               constraint[ "includeHop" ] = { { { "addr", below( 2 ) ? "10.0.0.4" : "10.0.0.3" },
+                                                { "loose", below( 4 ) > 0 } } };
+            } else {
+               constraint[ "bandwidth" ] = 1 + below( 60 );
+               constraint[ "sharedBwGroupId" ] = 1 + below( 2 );
+            }
+            lab.request( below( 2 ) ? "cli" : "rsvp", "p" + std::to_string( id ), "B", constraint,
+                         { { "id", id } } );
+         }
+         lab.settle();
+         for ( unsigned event = 0; event < 8; ++event ) {
+            if ( below( 4 ) == 0 ) {
+               lab.link( links[ below( 4 ) ], { { "up", below( 2 ) == 0 } } );
+            } else {
+               lab.patch( { { "interfaces", { { "A-D.a", { { "srlg", { below( 4 ) } } } } } } } );
+            }
+            lab.advance( below( 2 ) ? 0.01 : 1 );
+         }
+         lab.settle();
+         const Json state = lab.snapshot();
+         for ( const auto & [ path, table ] : state.items() ) {
+            if ( path.starts_with( "te/cspf/status/" ) ) {
+               seen[ bySlices ][ path ] = table;
+            }
+         }
+      }
+      EXPECT_EQ( seen[ 0 ].size(), 2u );
+      EXPECT_EQ( Json::diff( seen[ 0 ], seen[ 1 ] ), Json::array() );
+   }
+}
+
 TEST( PathSlices, ServicesThatComeAndGoBySlicesEndAsFromScratch ) {
    for ( unsigned seed = 1; seed <= 60; ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( seed ) );
