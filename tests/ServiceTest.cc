@@ -161,6 +161,12 @@ TEST_F( ServiceTest, waitsSavesAsksWhatWouldBeAndRecords ) {
    EXPECT_EQ( Client( again.socket() ).call( "get", { { "path", statusPath } } ),
               client.call( "get", { { "path", statusPath } } ) );
 
+   kill( runner.pid(), SIGSTOP );
+   for ( const char * command : { "wait", "prove" } ) {
+      const ProgramResult silent = ctl( { command, "--timeout", "0" } );
+      EXPECT_EQ( silent.exitStatus, 4 ) << command;
+      EXPECT_EQ( silent.err, "cspfctl: timed out: the agent does not answer\n" );
+   }
    runner.end( SIGKILL );
    std::ofstream( record, std::ios::app ) << R"({"at": 1)";
    const ProgramResult played = runProgram( "cspfctl", { "replay", "--print", record } );

@@ -12,6 +12,7 @@
 #include <random>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -147,6 +148,17 @@ TEST_F( SharedStateTest, oneAgentWritesAndAnotherWaits ) {
    const TemporaryDirectory waiting;
    const RunnerProcess standby( waiting, { "--state", server.url(), "--standby" } );
    EXPECT_TRUE( Client( standby.socket() ).call( "status", Json::object() )[ "agent" ].is_null() );
+   const auto onStandby = [ & ]( const std::string & command ) {
+      return runProgram( "cspfctl", { command, "--socket", standby.socket() } ).out;
+   };
+   EXPECT_TRUE( comesTrue( [ & ] {
+      return onStandby( "status" )
+                .find( "none yet, waits for the end of CspfAgent (process "
+                       + std::to_string( first->pid() ) )
+             != std::string::npos;
+   } ) );
+   EXPECT_THAT( onStandby( "paths" ), HasSubstr( "B, D" ) );
+   EXPECT_THAT( onStandby( "save" ), HasSubstr( "10.64.0.5" ) );
    first->end( SIGKILL );
    EXPECT_TRUE( comesTrue( [ & ] {
       return !Client( standby.socket() ).call( "status", Json::object() )[ "agent" ].is_null();
@@ -154,6 +166,47 @@ TEST_F( SharedStateTest, oneAgentWritesAndAnotherWaits ) {
    server.cli( { "FCALL", "state_set", "1", configKey, "pathConfig[10.0.0.3#2]", "{}" } );
    EXPECT_TRUE( isPublished( "10.64.0.5", "10.0.0.3#2" ) );
    EXPECT_EQ( published(), before );
+}
+
+TEST_F( SharedStateTest, whoWaitsOutlastsADatabaseThatIsAwayAndEndsWithOneThatIsNone ) {
+   const auto wait = [ & ]( const std::string & log ) {
+      const pid_t pid =
+         startProgram( "cspfctl", { "--state", server.url(), "wait", "--for", "rsvp/10.0.0.3=up" },
+                       directory / log );
+      // There is no answer yet: it listens once it has read what there is.
+      EXPECT_TRUE( comesTrue( [ & ] {
+         return server.cli( { "CLIENT", "LIST" } ).find( "cmd=xread" ) != std::string::npos;
+      } ) );
+      return pid;
+   };
+   const auto statusOf = []( pid_t pid ) {
+      int status = 0;
+      waitpid( pid, &status, 0 );
+      return WEXITSTATUS( status );
+   };
+   const auto said = [ & ]( const std::string & log, const std::string & text ) {
+      return comesTrue( [ & ] {
+         std::ifstream in( directory / log );
+         return std::string( std::istreambuf_iterator< char >( in ), {} ).find( text )
+                != std::string::npos;
+      } );
+   };
+   const pid_t patient = wait( "patient" );
+   server.kill();
+   EXPECT_TRUE( said( "patient", "; going on with what is known\n" ) );
+   server.start();
+   EXPECT_TRUE( said( "patient", ": back\n" ) );
+   auto runner = run();
+   loadSquare( *runner );
+   server.cli( { "FCALL", "state_set", "1", configKey, "@type", "Cspf::Config",
+                 "pathConfig[10.0.0.3#1]", "{}" } );
+   EXPECT_EQ( statusOf( patient ), 0 );
+   runner->end( SIGTERM );
+   const pid_t refused = wait( "refused" );
+   server.kill();
+   const FakeServer other( server.socket(), "# Server\r\nlooks:other\r\n" );
+   EXPECT_EQ( statusOf( refused ), 1 );
+   EXPECT_TRUE( said( "refused", "does not say which version" ) );
 }
 
 TEST_F( SharedStateTest, whatWasHeldBeforeAKillIsHeldAfterIt ) {

@@ -6,10 +6,12 @@
 #include "tools/service/Client.h"
 #include "tools/service/DatabaseState.h"
 #include "tools/state/StatePaths.h"
+#include "tools/text/Plain.h"
 
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <iostream>
 #include <map>
 #include <unistd.h>
 
@@ -38,7 +40,7 @@ struct WholeText : State::TextSink {
 
 class DatabaseCaller : public Caller {
  public:
-   DatabaseCaller( const std::string & url, const std::string & passwordFile );
+   DatabaseCaller( const std::string & url, const std::string & passwordFile, double patience );
    ~DatabaseCaller() override { view().tableListenerIs( {} ); }
    DatabaseCaller( const DatabaseCaller & ) = delete;
    DatabaseCaller & operator=( const DatabaseCaller & ) = delete;
@@ -49,6 +51,8 @@ class DatabaseCaller : public Caller {
 
  private:
    Service::StateView & view() { return database_->view(); }
+   void handleUnusable( const std::string & why, bool isHopeless );
+   void handleLine( const std::string & line );
    void patch( const std::string & path, const Json & patch );
    Json watch( const Json & paths );
    void handleTable( const std::string & path );
@@ -59,15 +63,17 @@ class DatabaseCaller : public Caller {
    const std::string url_;
    Lum::ActivityLoop loop_{ Lum::ActivityLoop::Time::real };
    std::unique_ptr< Service::DatabaseState > database_;
-   bool complete_ = false;
-   std::string trouble_;
+   bool complete_ = false, listens_ = false;
+   std::string away_;     ///< why the database cannot be used
+   std::string trouble_;  ///< what it said while nobody listened
    Notified notified_;
    std::exception_ptr end_;  ///< by which listening ends
    std::vector< std::string > watchedTops_;
    std::map< std::string, Lum::Ptr< Service::StateWatch > > watches_;
 };
 
-DatabaseCaller::DatabaseCaller( const std::string & url, const std::string & passwordFile )
+DatabaseCaller::DatabaseCaller( const std::string & url, const std::string & passwordFile,
+                                double patience )
    : url_( url ) {
    Redis::Replica::Settings settings{ Redis::parseUrl( url, passwordFile ),
                                       "cspfctl (process " + std::to_string( getpid() ) + ")" };
@@ -75,18 +81,36 @@ DatabaseCaller::DatabaseCaller( const std::string & url, const std::string & pas
    database_ = std::make_unique< Service::DatabaseState >(
       loop_, settings,
       Redis::Replica::Handlers{ [ this ] { complete_ = true; },
-                                [ this ]( const std::string & why, bool ) {
-                                   trouble_ = url_ + ": " + why;
-                                   loop_.stop();
+                                [ this ]( const std::string & why, bool isHopeless ) {
+                                   handleUnusable( why, isHopeless );
                                 },
-                                [ this ]( const std::string & line ) { trouble_ = line; } } );
-   while ( !complete_ && trouble_.empty() ) {
-      loop_.runOnce( 1 );
+                                [ this ]( const std::string & line ) { handleLine( line ); } } );
+   const Lum::Seconds end = loop_.deadlineAfter( patience );
+   while ( !complete_ && !end_ && ( away_.empty() || loop_.now() < end ) ) {
+      loop_.runOnce( 0.1 );
    }
    if ( !complete_ ) {
-      throw std::runtime_error( trouble_ );
+      throw std::runtime_error( away_ );
    }
    trouble_.clear();
+}
+
+/// The replica tries again by itself, and catches up; only what no patience helps against ends it.
+void
+DatabaseCaller::handleUnusable( const std::string & why, bool isHopeless ) {
+   away_ = url_ + ": " + why;
+   if ( isHopeless ) {
+      endBy( std::make_exception_ptr( std::runtime_error( away_ ) ) );
+   }
+}
+
+void
+DatabaseCaller::handleLine( const std::string & line ) {
+   if ( listens_ ) {
+      std::cerr << "cspfctl: " << Text::plain( line ) << std::endl;
+   } else {
+      trouble_ = line;
+   }
 }
 
 Json
@@ -112,6 +136,7 @@ DatabaseCaller::call( const std::string & method, const Json & params, const Not
 
 void
 DatabaseCaller::listen( const Notified & ) {
+   listens_ = true;
    if ( !end_ ) {
       loop_.run();
    }
@@ -207,8 +232,14 @@ agentCaller( const std::string & socket, double patience ) {
 }
 
 std::unique_ptr< Caller >
-databaseCaller( const std::string & url, const std::string & passwordFile ) {
-   return std::make_unique< DatabaseCaller >( url, passwordFile );
+databaseCaller( const std::string & url, const std::string & passwordFile, double patience ) {
+   return std::make_unique< DatabaseCaller >( url, passwordFile, patience );
+}
+
+bool
+settles( Caller & agent, double seconds ) {
+   agent.timeoutIs( seconds + 1 );
+   return agent.call( "wait", { { "timeout", seconds } } ).get< bool >();
 }
 
 namespace {
@@ -248,7 +279,7 @@ namesDatabase( const CLI::App & app ) {
 
 std::unique_ptr< Caller >
 liveCaller( const CLI::App & app, const std::string & socket, double patience ) {
-   return namesDatabase( app )
-             ? databaseCaller( optionText( app, "--state" ), optionText( app, "--state-password" ) )
-             : agentCaller( socket, patience );
+   return namesDatabase( app ) ? databaseCaller( optionText( app, "--state" ),
+                                                 optionText( app, "--state-password" ), patience )
+                               : agentCaller( socket, patience );
 }

@@ -18,7 +18,9 @@ class Caller {
    /// The methods of the control socket. Throws std::runtime_error.
    virtual Json call( const std::string & method, const Json & params,
                       const Notified & notified = {} ) = 0;
-   /// Hands on notifications until the other side is gone or `notified` throws.
+   /// Hands on notifications until `notified` throws, or the other side is gone for good, which
+   /// throws std::runtime_error. A database that is away for a while is waited for, and told of on
+   /// standard error.
    virtual void listen( const Notified & notified ) = 0;
    /// From so many seconds on, `listen` ends by Service::TimedOut, and with an agent `call` as
    /// well.
@@ -27,9 +29,16 @@ class Caller {
 
 /// Throws std::runtime_error where nobody answers, nor comes to within `patience` seconds.
 std::unique_ptr< Caller > agentCaller( const std::string & socket, double patience = 0 );
-/// Knows `get`, `patch`, `watch` and `status`.
-std::unique_ptr< Caller > databaseCaller( const std::string & url,
-                                          const std::string & passwordFile );
+/// Knows `get`, `patch`, `watch` and `status`. Throws likewise.
+std::unique_ptr< Caller > databaseCaller( const std::string & url, const std::string & passwordFile,
+                                          double patience = 0 );
+
+/// The exit status of who has waited in vain.
+inline constexpr int exitTimedOut = 4;
+
+/// Whether the agent comes to rest within so many seconds. Throws Service::TimedOut where nobody
+/// says so a second later, either.
+bool settles( Caller & agent, double seconds );
 
 /// The options of the program that name a database in place of an agent.
 void addStateOptions( CLI::App & app );

@@ -204,20 +204,45 @@ shortened( std::vector< std::string > list, std::size_t count ) {
    return listed( list );
 }
 
+/// The agent that runs, or what a service without one waits for.
+std::string
+agentText( const Json & status ) {
+   if ( !status[ "agent" ].is_null() ) {
+      return status[ "agent" ];
+   }
+   if ( !status.contains( "pid" ) || !status.contains( "state" ) ) {
+      return "";
+   }
+   const Json & state = status[ "state" ];
+   const std::string writer = state.value( "writer", "" );
+   return "none yet, waits for "
+          + ( !state.value( "connected", false ) ? "the database"
+              : writer.empty()                   ? "the state to be read"
+                                                 : "the end of " + writer );
+}
+
 void
 runStatus( const LiveOptions & options ) {
    const auto other = caller( options );
    Json status = other->call( "status", Json::object() );
-   const Json agent = other->call( "get", { { "path", "te/cspf/agentStatus" } } );
+   const bool runs = !status[ "agent" ].is_null();
+   // Before an agent has run, nothing may stand where it looks.
+   const auto valueAt = [ & ]( const char * path ) {
+      try {
+         return other->call( "get", { { "path", path } } )[ "value" ];
+      } catch ( const std::runtime_error & ) {
+         return runs ? throw : Json::object();
+      }
+   };
    status[ "waits" ] = namesDatabase( *options.app ) ? Json::array() : waitsOf( *other );
-   status[ "agentEnabled" ] = agent[ "value" ][ "agentEnabled" ];
+   status[ "agentEnabled" ] = valueAt( "te/cspf/agentStatus" ).value( "agentEnabled", false );
    if ( options.json ) {
       std::cout << status.dump() << "\n";
       return;
    }
    std::vector< std::string > served, waiting, throttled;
-   const Json clients = other->call( "get", { { "path", "te/cspf/client" } } );
-   for ( const auto & [ name, entry ] : clients[ "value" ][ "entity" ].items() ) {
+   const Json clients = valueAt( "te/cspf/client" ).value( "entity", Json::object() );
+   for ( const auto & [ name, entry ] : clients.items() ) {
       served.push_back( name );
    }
    for ( const Json & task : status[ "pendingTasks" ] ) {
@@ -229,7 +254,7 @@ runStatus( const LiveOptions & options ) {
    const auto line = [ & ]( const char * name, const std::string & text ) {
       std::cout << name << ( text.empty() ? "none" : text ) << "\n";
    };
-   line( "agent    ", status[ "agent" ].is_null() ? "" : status[ "agent" ] );
+   line( "agent    ", agentText( status ) );
    line( "enabled  ", status[ "agentEnabled" ].get< bool >() ? "yes" : "no" );
    line( "clients  ", listed( served ) );
    if ( status.contains( "pid" ) ) {

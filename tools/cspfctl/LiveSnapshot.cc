@@ -1,16 +1,13 @@
-// A watch begins with all of its paths as of one moment, which a series of reads would not.
+// What stands nowhere yet, as before an agent has run, is missing in the snapshot as well.
 
 #include "tools/cspfctl/LiveSnapshot.h"
 
+#include "tools/cspfctl/LiveLab.h"
+
 Prove::Snapshot
 liveSnapshot( Caller & caller ) {
-   Caller::Json paths = Caller::Json::array();
-   for ( std::string path : Prove::Snapshot::paths() ) {
-      path.resize( path.size() - path.ends_with( '/' ) );
-      paths.push_back( path );
-   }
-   const auto unheard = []( const std::string &, const Caller::Json & ) {};
-   return Prove::Snapshot::of( caller.call( "watch", { { "paths", paths } }, unheard ) );
+   const LiveState live( caller );
+   return Prove::Snapshot::of( live.state(), live.tables() );
 }
 
 Prove::Snapshot

@@ -84,9 +84,13 @@ proveLab( const ProveOptions & options ) {
 
 int
 proveAgent( const ProveOptions & options ) {
-   Service::Client client( options.socket );
-   const bool settled = client.call( "wait", { { "timeout", options.timeout } } ).get< bool >();
-   return report( Prove::prove( liveSnapshot( options.socket ) ), settled, options.json );
+   try {
+      const bool settled = settles( *agentCaller( options.socket ), options.timeout );
+      return report( Prove::prove( liveSnapshot( options.socket ) ), settled, options.json );
+   } catch ( const Service::TimedOut & ) {
+      std::cerr << "cspfctl: timed out: the agent does not answer" << std::endl;
+      return exitTimedOut;
+   }
 }
 
 }

@@ -18,7 +18,6 @@ namespace {
 
 using Service::Json;
 
-constexpr int exitTimedOut = 4;
 constexpr const char * requests = "te/cspf/config/vrf";
 constexpr const char * answers = "te/cspf/status/vrf";
 
@@ -167,17 +166,18 @@ waitForPath( Caller & caller, PathWait wait ) {
 
 int
 waitUntilSettled( Caller & caller, std::optional< double > timeout ) {
-   Json params = Json::object();
-   if ( timeout ) {
-      params[ "timeout" ] = *timeout;
+   try {
+      if ( timeout ? settles( caller, *timeout )
+                   : caller.call( "wait", Json::object() ).get< bool >() ) {
+         return 0;
+      }
+      const Json status = caller.call( "status", Json::object() );
+      return timedOut( status[ "agent" ].is_null()
+                          ? "no agent runs"
+                          : "the agent has work to do: " + status[ "pendingTasks" ].dump() );
+   } catch ( const Service::TimedOut & ) {
+      return timedOut( "the agent does not answer" );
    }
-   if ( caller.call( "wait", params ).get< bool >() ) {
-      return 0;
-   }
-   const Json status = caller.call( "status", Json::object() );
-   return timedOut( status[ "agent" ].is_null()
-                       ? "no agent runs"
-                       : "the agent has work to do: " + status[ "pendingTasks" ].dump() );
 }
 
 }

@@ -1,57 +1,23 @@
-// State by path, whether it stands in this process or came as JSON from another one, and what of
-// it the agent sees.
+// State by path, and what of it the agent sees.
 
 #include "tools/prove/Snapshot.h"
 
 #include "platform/Lum/Dir.h"
 #include "platform/Toggle/Toggle.h"
-#include "tools/state/StateTypes.h"
 
 namespace Prove {
 
 using Cspf::TopoId;
 
-const std::vector< std::string > &
-Snapshot::paths() {
-   static const std::vector< std::string > all{
-      "te/config",          "routing/general/config/global",
-      "te/cspf/client",     "routing/topoDbExport",
-      "te/cspf/config/",    "te/cspf/status/",
-      "te/cspf/bwUsage/",   "te/cspf/intfIpToRouterId/",
-      "routing/isis/",      "routing/ospf/",
-      "segmentrouting/isis" };
-   return all;
-}
-
 Snapshot
 Snapshot::of( const Corvdb::StateStore & state, const Zorch::TableStore & tables ) {
    Snapshot snapshot;
-   for ( const std::string & path : paths() ) {
-      if ( !path.ends_with( '/' ) ) {
-         snapshot.entities_[ path ] = state.entity( path );
-      }
+   for ( const char * path : { "te/config", "routing/general/config/global", "te/cspf/client",
+                               "routing/topoDbExport", "segmentrouting/isis" } ) {
+      snapshot.entities_[ path ] = state.entity( path );
    }
    for ( const std::string & path : tables.list( "" ) ) {
       snapshot.entities_[ path ] = tables.table( path );
-   }
-   return snapshot;
-}
-
-Snapshot
-Snapshot::of( const nlohmann::json & byPath ) {
-   Snapshot snapshot;
-   const State::Place root;
-   for ( const auto & [ path, typed ] : byPath.items() ) {
-      const State::Place place( root, path );
-      const auto type = typed.is_object() ? typed.find( "type" ) : typed.end();
-      const auto entity = typed.is_object() && type != typed.end() && type->is_string()
-                             ? State::makeEntity( type->get_ref< const std::string & >() )
-                             : nullptr;
-      if ( !entity || !typed.contains( "value" ) ) {
-         throw State::Error( place, "an object with the name of a state type and its value" );
-      }
-      State::merge( *entity, typed[ "value" ], State::Place( place, "value" ) );
-      snapshot.entities_[ path ] = entity;
    }
    return snapshot;
 }

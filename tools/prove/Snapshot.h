@@ -4,8 +4,6 @@
 #include "platform/Zorch/TableStore.h"
 #include "schema/Topology.h"
 
-#include <nlohmann/json.hpp>
-
 #include <map>
 #include <string>
 #include <vector>
@@ -22,12 +20,6 @@ class Snapshot {
  public:
    /// Of the stores of this process. The entities are theirs, not copies.
    static Snapshot of( const Corvdb::StateStore & state, const Zorch::TableStore & tables );
-   /// Of a running agent: an object of {"type", "value"} by path. Throws State::Error with the
-   /// place where that is no state.
-   static Snapshot of( const nlohmann::json & byPath );
-   /// The state paths that a proof reads, whether they are tables' or not. Those that end in a
-   /// slash stand for all tables below.
-   static const std::vector< std::string > & paths();
 
    /// Null where there is nothing of that type.
    template< class T >
