@@ -189,6 +189,30 @@ TEST_F( ServiceTest, theSocketIsItsOwnersAndServedByOne ) {
    }
    EXPECT_TRUE( std::filesystem::is_regular_file( directory / "letter" ) );
    Client( runner.socket() ).call( "status", Json::object() );
+   const std::string tooLong = directory / std::string( 100, 'x' );
+   EXPECT_EQ( runProgram( "agentrunner", { "--socket", tooLong } ).exitStatus, 1 );
+   EXPECT_FALSE( std::filesystem::exists( tooLong + ".lock" ) );
+}
+
+TEST_F( ServiceTest, takesNoPlaceOfWhatIsNoFileAndSaysWhatItCannotWrite ) {
+   std::ofstream( directory / "record" ) << "earlier";
+   for ( const char * link : { "metrics", "other.tmp", "record.1" } ) {
+      std::filesystem::create_symlink( "/nowhere", directory / link );
+   }
+   const std::vector< std::string > cases[] = { { "--metrics", "metrics", "metrics" },
+                                                { "--metrics", "other", "other.tmp" },
+                                                { "--record", "record", "record.1" } };
+   for ( const auto & words : cases ) {
+      const ProgramResult refused =
+         runProgram( "agentrunner",
+                     { "--socket", directory / "other.sock", words[ 0 ], directory / words[ 1 ] } );
+      EXPECT_EQ( refused.exitStatus, 1 );
+      EXPECT_THAT( refused.err, HasSubstr( directory / words[ 2 ] + ": something stands here" ) );
+      EXPECT_TRUE( std::filesystem::is_symlink( directory / words[ 2 ] ) );
+   }
+   EXPECT_EQ( contentOf( directory / "record" ), "earlier" );
+   const RunnerProcess runner( directory, { "--name", "no/such" } );
+   EXPECT_THAT( contentOf( directory / "log" ), HasSubstr( "agentrunner: no trace ring: " ) );
 }
 
 TEST_F( ServiceTest, everyWatcherHearsEachChangeOnceAndInOrder ) {

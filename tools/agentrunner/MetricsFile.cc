@@ -3,6 +3,8 @@
 
 #include "tools/agentrunner/MetricsFile.h"
 
+#include "tools/text/Output.h"
+
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
@@ -17,10 +19,13 @@ MetricsFile::MetricsFile( Lum::ActivityLoop & loop, std::string path,
                           std::function< std::string() > text )
    : loop_( loop ),
      path_( std::move( path ) ),
+     freshPath_( path_ + ".tmp" ),
      text_( std::move( text ) ) {
    if ( path_.empty() ) {
       return;
    }
+   Text::checkReplaceable( path_ );
+   Text::checkReplaceable( freshPath_ );
    if ( !write() ) {
       throw std::runtime_error( path_ + ": the metrics cannot be written" );
    }
@@ -33,11 +38,10 @@ MetricsFile::~MetricsFile() {
 
 bool
 MetricsFile::write() const {
-   const std::string fresh = path_ + ".tmp";
-   std::ofstream out( fresh, std::ios::trunc );
+   std::ofstream out( freshPath_, std::ios::trunc );
    out << text_();
    out.close();
-   return out && std::rename( fresh.c_str(), path_.c_str() ) == 0;
+   return out && std::rename( freshPath_.c_str(), path_.c_str() ) == 0;
 }
 
 void

@@ -10,7 +10,8 @@
 class MetricsFile {
  public:
    /// `text` gives what is to stand in the file; "" as path: none is written. The loop outlives it.
-   /// Throws std::runtime_error where the file cannot be written.
+   /// Throws std::runtime_error where the file cannot be written, or something that is no regular
+   /// file would be replaced.
    MetricsFile( Lum::ActivityLoop & loop, std::string path, std::function< std::string() > text );
    ~MetricsFile();
    MetricsFile( const MetricsFile & ) = delete;
@@ -21,7 +22,7 @@ class MetricsFile {
    void writeAgain();
 
    Lum::ActivityLoop & loop_;
-   const std::string path_;
+   const std::string path_, freshPath_;
    const std::function< std::string() > text_;
    Lum::ActivityLoop::TimerId timer_{ 0, 0 };
 };

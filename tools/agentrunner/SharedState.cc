@@ -23,10 +23,12 @@ nameForPeople( const std::string & agentName ) {
 
 SharedState::SharedState( Lum::ActivityLoop & loop, Corvdb::StateStore & state,
                           Zorch::TableStore & tables, AgentRunner::Runner & runner,
-                          const Settings & settings, std::function< void() > ready )
+                          const Settings & settings, std::function< void() > ready,
+                          std::function< void() > started )
    : loop_( loop ),
      runner_( runner ),
      url_( settings.url.text ),
+     started_( std::move( started ) ),
      replica_( loop, state, tables, { settings.url, nameForPeople( settings.agentName ) },
                { [] {},
                  [ this ]( const std::string & why, bool isHopeless ) {
@@ -54,6 +56,7 @@ SharedState::start( const std::function< void() > & ready ) {
          std::rethrow_exception( failure );
       }
       runner_.start();
+      started_();
    } );
 }
 

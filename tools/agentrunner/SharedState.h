@@ -20,10 +20,11 @@ class SharedState {
       bool standby = false;  ///< waits for another agent's end
    };
 
-   /// `ready` is called before the agent starts, as the work of a job. All outlive it.
+   /// `ready` is called before the agent starts, as the work of a job, and `started` when it has.
+   /// All outlive it.
    SharedState( Lum::ActivityLoop & loop, Corvdb::StateStore & state, Zorch::TableStore & tables,
                 AgentRunner::Runner & runner, const Settings & settings,
-                std::function< void() > ready );
+                std::function< void() > ready, std::function< void() > started );
 
    /// Once the agent is stopped: writes what is left to be written, and lets go of the state.
    /// Throws std::runtime_error where the agent could not start, or could not go on.
@@ -38,6 +39,7 @@ class SharedState {
    Lum::ActivityLoop & loop_;
    AgentRunner::Runner & runner_;
    const std::string url_;
+   const std::function< void() > started_;
    std::string failure_;
    bool isOver_ = false;  ///< no agent starts any more
    Redis::Replica replica_;

@@ -17,6 +17,7 @@
 
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstdlib>
 #include <iostream>
 #include <malloc.h>
 #include <memory>
@@ -167,6 +168,16 @@ described( const Options & options ) {
             { "state", options.state },         { "standby", options.standby } };
 }
 
+/// Of an agent that has started.
+void
+tellIfNoRing() {
+   if ( Velotrace::path().empty() && !std::getenv( "VELOTRACE_DISABLE" ) ) {
+      const char * const directory = std::getenv( "VELOTRACEDIR" );
+      sayOwn( "no trace ring: none can be made in "
+              + ( directory ? std::string( directory ) : std::string( "the working directory" ) ) );
+   }
+}
+
 SharedState::Settings
 sharedSettings( const Options & options ) {
    return { Redis::parseUrl( options.state, options.passwordFile ), options.name, options.standby };
@@ -215,10 +226,11 @@ serve( const Options & options ) {
    if ( options.state.empty() ) {
       ready();
       runner.start();
+      tellIfNoRing();
       server->open();
    } else {
       server->open();  // who asks hears what the service waits for
-      shared.emplace( loop, state, tables, runner, sharedSettings( options ), ready );
+      shared.emplace( loop, state, tables, runner, sharedSettings( options ), ready, tellIfNoRing );
       server->stateIs( [ &shared ] { return shared->status(); } );
    }
    if ( options.prove ) {

@@ -6,6 +6,7 @@
 #include "platform/Toggle/Toggle.h"
 #include "tools/state/StateFields.h"
 #include "tools/state/StateWalk.h"
+#include "tools/text/Output.h"
 
 #include <cmath>
 #include <filesystem>
@@ -37,6 +38,7 @@ Recorder::Recorder( const std::string & file, const Lum::ActivityLoop & loop,
      say_( std::move( say ) ),
      begin_( loop.now() ) {
    if ( std::filesystem::is_regular_file( file ) ) {
+      Text::checkReplaceable( file + ".1" );
       std::filesystem::rename( file, file + ".1" );
    }
    out_.open( file, std::ios::binary | std::ios::trunc );

@@ -34,8 +34,9 @@ sockaddr_un
 addressOf( const std::string & path ) {
    sockaddr_un address{};
    address.sun_family = AF_UNIX;
-   if ( path.size() >= sizeof address.sun_path ) {
-      fail( path, "the path is too long for a socket" );
+   if ( path.empty() || path.size() >= sizeof address.sun_path ) {
+      fail( path.empty() ? "the socket" : path,
+            path.empty() ? "expected a path" : "the path is too long for a socket" );
    }
    std::memcpy( address.sun_path, path.c_str(), path.size() + 1 );
    return address;
@@ -89,6 +90,7 @@ defaultSocketPath() {
 }
 
 Listener::Listener( const SocketFile & file ) : file_( file ) {
+   addressOf( file_.path );  // nothing is made beside a path that can be none
    makeDirectory();
    lock();
    try {

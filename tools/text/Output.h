@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+namespace Text {
+
+/// For who renames a file to that name. Throws std::runtime_error, with the name, where something
+/// stands there that is no regular file, such as a device or a link, which would be gone.
+void checkReplaceable( const std::string & file );
+
+}
