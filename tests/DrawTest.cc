@@ -81,6 +81,32 @@ TEST_F( Draw, showsPathsRepairsAndWhatIsDown ) {
    EXPECT_THAT( line( after, "A-C \\(net\\)" ), HasSubstr( "penwidth=4.00" ) );
 }
 
+TEST_F( Draw, holdsWhateverThingsAreCalled ) {
+   const std::string name = "x\x07\n\"\\<&>\xc2\x9b\xef\xbf\xbf";
+   json lab = json::parse( std::ifstream( file ) );
+   lab[ "topologies" ] = { { name, labTopology( "A -10- B" ) } };
+   json & net = lab[ "topologies" ][ name ];
+   net[ "routers" ][ name ] = net[ "routers" ][ "B" ];
+   net[ "routers" ].erase( "B" );
+   net[ "links" ] = { { name, net[ "links" ][ "A-B" ] } };
+   net[ "links" ][ name ][ "b" ] = name;
+   lab[ "paths" ] = { { "rsvp", { { name, { { "dst", "10.0.0.2" } } } } } };
+   lab.erase( "events" );
+   std::ofstream( file ) << lab.dump();
+   const std::string dot = drawn( "x.dot", { "--path", "rsvp/" + name } );
+   const std::string shown = R"(x\\u0007\\u000a\"\\<&>\\u009b\\uffff)";
+   EXPECT_THAT( dot, HasSubstr( "label=\"" + shown + "\"" ) );
+   EXPECT_THAT( dot, HasSubstr( R"(<B>rsvp/x\u0007\u000a"\&lt;&amp;&gt;\u009b\uffff</B>)" ) );
+   std::string all = dot;
+   if ( std::filesystem::exists( "/usr/bin/neato" ) ) {
+      all += drawn( "x.html", { "--path", "rsvp/" + name } )
+             + drawn( "x.svg", { "--path", "rsvp/" + name } );
+   }
+   for ( const char c : all ) {
+      ASSERT_TRUE( c == '\n' || c == '\t' || c == '\r' || c < 0 || c >= ' ' ) << int( c );
+   }
+}
+
 TEST_F( Draw, makesAPageThatABrowserShows ) {
    if ( !std::filesystem::exists( "/usr/bin/neato" ) ) {
       const ProgramResult result = runProgram( "cspfctl", { "draw", file } );

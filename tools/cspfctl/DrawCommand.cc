@@ -158,7 +158,9 @@ draw( const CLI::App & app, const DrawOptions & options ) {
    }
    try {
       const Draw::Scene scene = sceneOf( Lab::LabFile::load( options.lab ), options );
-      write( options, drawing( options, scene, std::filesystem::path( options.lab ).stem() ) );
+      write( options,
+             drawing( options, scene,
+                      Text::plain( std::filesystem::path( options.lab ).stem().string() ) ) );
       return Lab::exitOk;
    } catch ( const Lab::LabError & error ) {
       std::cerr << "cspfctl: " << Text::plain( options.lab + ": " + error.what() ) << std::endl;
@@ -200,6 +202,7 @@ addDrawCommand( CLI::App & app, int & status ) {
       if ( options->lab.empty() && !options->live ) {
          throw CLI::RequiredError( "a lab, or --live" );
       }
+      std::ranges::transform( options->paths, options->paths.begin(), Text::plain );
       status = draw( app, *options );
    } );
 }

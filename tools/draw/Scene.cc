@@ -5,6 +5,7 @@
 
 #include "tools/draw/Routes.h"
 #include "tools/draw/Titles.h"
+#include "tools/text/Plain.h"
 
 #include <algorithm>
 #include <cmath>
@@ -102,8 +103,29 @@ SceneMaker::add( const LabDocument & document, const Prove::Snapshot & state,
       RouteFinder( where_, document, nodeNumbers_, edgeNumbers_ ).routes( state );
 }
 
+/// Names are anybody's: what pictures and pages cannot hold is not in a scene.
+void
+SceneMaker::makePlain() {
+   for ( Node & node : scene_.nodes ) {
+      node.name = Text::plain( node.name );
+   }
+   for ( Moment & moment : scene_.moments ) {
+      moment.text = Text::plainLines( moment.text );
+      for ( auto * const looks : { &moment.nodes, &moment.edges } ) {
+         for ( Look & look : *looks ) {
+            look.title = Text::plainLines( look.title );
+         }
+      }
+      for ( Route & route : moment.routes ) {
+         route.name = Text::plain( route.name );
+         route.text = Text::plain( route.text );
+      }
+   }
+}
+
 Scene
 SceneMaker::take() {
+   makePlain();
    for ( Moment & moment : scene_.moments ) {
       moment.nodes.resize( scene_.nodes.size() );
       moment.edges.resize( scene_.edges.size() );

@@ -61,7 +61,7 @@ struct Moment {
    std::vector< Route > routes;       ///< in order of their names
 };
 
-/// One VRF and family over time.
+/// One VRF and family over time. All texts are plain (`Text::plainLines`).
 struct Scene {
    std::vector< Node > nodes;
    std::vector< Edge > edges;
@@ -95,6 +95,7 @@ class SceneMaker {
                     const std::string & topologyName );
    void addLinks( const Lab::LabTopology & topology, const std::string & name );
    void addLans( const Lab::LabTopology & topology, const std::string & name );
+   void makePlain();
 
    const Lab::VrfAf where_;
    Scene scene_;

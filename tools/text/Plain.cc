@@ -38,12 +38,17 @@ firstLetter( std::string_view text ) {
       }
       code = code << 6 | ( byte( i ) & 0x3f );
    }
-   return { length, code, true };
+   // The least code of each length, the surrogates, and the last code of all.
+   constexpr unsigned least[] = { 0, 0, 0x80, 0x800, 0x10000 };
+   const bool valid =
+      code >= least[ length ] && ( code < 0xd800 || code > 0xdfff ) && code <= 0x10ffff;
+   return valid ? Letter{ length, code, true } : Letter{ 1, first, false };
 }
 
+/// What XML has no place for counts as such.
 bool
 isControl( unsigned code ) {
-   return code < 0x20 || ( code >= 0x7f && code < 0xa0 );
+   return code < 0x20 || ( code >= 0x7f && code < 0xa0 ) || code == 0xfffe || code == 0xffff;
 }
 
 }
@@ -64,6 +69,16 @@ plain( std::string_view text ) {
       text.remove_prefix( letter.length );
    }
    return line;
+}
+
+std::string
+plainLines( std::string_view text ) {
+   std::string lines;
+   for ( std::size_t end; ( end = text.find( '\n' ) ) != text.npos; ) {
+      lines += plain( text.substr( 0, end ) ) + "\n";
+      text.remove_prefix( end + 1 );
+   }
+   return lines + plain( text );
 }
 
 PlainOutput::~PlainOutput() {

@@ -10,6 +10,8 @@ namespace Text {
 /// The text with its control characters, those of ISO 6429 above U+007F included, as "\u000a", and
 /// bytes that are not UTF-8 as "\x9b": on one line, and harmless to a terminal.
 std::string plain( std::string_view text );
+/// The same, but line feeds stay.
+std::string plainLines( std::string_view text );
 
 /// While this lives, what is written to the stream comes out plain but for its line feeds. JSON
 /// keeps its meaning.
