@@ -132,6 +132,59 @@ TEST_F( CommandLine, complainsByItsNameAndInOrder ) {
       HasSubstr( "cspfctl: --path rsvp/t: there is no such path; did you mean \"rsvp/t1\"?" ) );
 }
 
+TEST_F( CommandLine, refusesWhatCannotApplyAndWhatIsNoNumber ) {
+   const std::pair< std::vector< std::string >, std::string > cases[] = {
+      { { "explain", "--at", "1", "rsvp/t1" }, "--at requires a lab" },
+      { { "explain", "--seed", "1", "rsvp/t1" }, "--seed requires a lab" },
+      { { "explain", lab, "rsvp/t1", "--socket", "s" }, "--socket does not go with a lab" },
+      { { "whatif", "{}", "--at", "1" }, "--at requires a lab" },
+      { { "whatif", "--each", "link", "--seed", "1" }, "--seed requires a lab" },
+      { { "whatif", lab, "{}", "--names", lab }, "--names does not go with a lab" },
+      { { "whatif", lab, "{}", "--socket", "s" }, "--socket does not go with a lab" },
+      { { "whatif", lab, "{}", "--state", "unix:s" }, "--state does not go with a lab" },
+      { { "--state", "unix:s", "draw", lab }, "--state does not go with a lab" },
+      { { "--state", "unix:s", "--socket", "s", "get" }, "--state does not go with --socket" },
+      { { "--state-password", "f", "status" }, "--state-password requires --state" },
+      { { "wait", "--vrf", "x" }, "--vrf requires --for" },
+      { { "wait", "--for", "settled", "--vrf", "x" }, "--vrf is of a path" },
+      { { "trace-level", "--files", "x" }, "--files requires level" },
+      { { "run", "--state", "unix:s", lab }, "run: not expected: --state " + lab + "; see" },
+      { { "whatif", lab, "[]" }, "the patch: expected an object, found []" },
+   };
+   for ( const auto & [ words, text ] : cases ) {
+      EXPECT_THAT( complaint( words ), HasSubstr( text ) );
+   }
+   for ( const std::vector< std::string > & words :
+         { std::vector< std::string >{ "draw", lab, "--at" },
+           { "explain", lab, "p", "--at" },
+           { "whatif", lab, "{}", "--at" },
+           { "prove", lab, "--at" },
+           { "prove", "--timeout" },
+           { "wait", "--timeout" } } ) {
+      for ( const char * number : { "nan", "inf", "-1", "1e300", "1x", "" } ) {
+         std::vector< std::string > typed = words;
+         typed.emplace_back( number );
+         EXPECT_THAT( complaint( typed ),
+                      HasSubstr( "expected a number from 0 to 1000000000, found "
+                                 "\""
+                                 + std::string( number ) + "\"" ) );
+      }
+   }
+   const std::pair< std::vector< std::string >, std::string > services[] = {
+      { { "agentrunner", "--standby" }, "--standby requires --state" },
+      { { "agentrunner", "--state-password", "f" }, "--state-password requires --state" },
+      { { "igpfeed", "isis", "--state-password", "f" }, "--state-password requires --state" },
+      { { "igpfeed", "isis", "--state", "unix:s", "--socket", "s" }, "excludes --state" },
+      { { "igpfeed", "isis", "--grace", "nan" }, "expected a number from 0 to 86400" },
+      { { "igpfeed", "isis", "--interval", "inf" }, "expected a number from 10 to 60000" },
+   };
+   for ( const auto & [ words, text ] : services ) {
+      const ProgramResult result = runProgram( words[ 0 ], { words.begin() + 1, words.end() } );
+      EXPECT_EQ( result.exitStatus, 1 );
+      EXPECT_THAT( result.err, HasSubstr( text ) );
+   }
+}
+
 TEST_F( CommandLine, readsStandardInput ) {
    const std::string program = CSPF_BINARY_DIR "/bin/cspfctl ";
    const auto typed = [ & ]( const std::string & command ) {

@@ -125,6 +125,13 @@ TEST_F( ServiceTest, provesAndExplainsWhatIsPublished ) {
    EXPECT_EQ( why.exitStatus, 0 ) << why.err;
    EXPECT_THAT( why.out, HasSubstr( "metric 20: the least\n" ) );
    EXPECT_THAT( why.out, HasSubstr( "metric 40, 20 more than the best\n" ) );
+   client.call( "patch",
+                { { "path", "te/cspf/config/vrf/default/ipv4/rsvp" },
+                  { "patch", { { "pathConfig", { { "10.0.0.1#1", Json::object() } } } } } } );
+   client.call( "wait", Json::object() );
+   EXPECT_THAT(
+      runProgram( "cspfctl", { "explain", "rsvp/10.0.0.1", "--socket", runner.socket() } ).out,
+      HasSubstr( "\nthe destination is this router\n" ) );
 }
 
 TEST_F( ServiceTest, waitsSavesAsksWhatWouldBeAndRecords ) {
@@ -530,6 +537,11 @@ TEST_F( ServiceTest, operatorsCommandsReadALiveRunner ) {
    EXPECT_TRUE( Json::parse( cspfctl( { "status", "--json" } ) )[ "agentEnabled" ] );
    EXPECT_THAT( cspfctl( { "paths" } ), HasSubstr( "D (10.0.0.3) 1  20     B, D" ) );
    EXPECT_THAT( cspfctl( { "dump" } ), HasSubstr( "10.0.0.3" ) );
+   const ProgramResult unheard =
+      runProgram( "/bin/sh", { "-c", CSPF_BINARY_DIR "/bin/cspfctl watch te/config --socket "
+                                        + runner.socket() + " > /dev/full" } );
+   EXPECT_EQ( unheard.exitStatus, 1 );
+   EXPECT_EQ( unheard.err, "cspfctl: standard output cannot be written\n" );
    // Why a link is refused can be seen on a live agent.
    EXPECT_THAT( contentOf( directory / "trace" ), Not( HasSubstr( "is not included" ) ) );
    cspfctl( { "trace-level", "9", "--files", "Views/*" } );

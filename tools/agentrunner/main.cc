@@ -279,13 +279,16 @@ main( int argc, char ** argv ) {
    app.add_flag( "--prove", options.prove,
                  "judge all that is published whenever the agent rests after a change" );
    app.add_option( "--lab", options.lab, "lab whose state is there when the agent starts" );
-   app.add_option( "--state", options.state,
-                   "database that holds the state: unix:PATH or redis://HOST:PORT/DATABASE "
-                   "(default: this process)" )
-      ->envname( "STATE" );
+   auto * const state =
+      app.add_option( "--state", options.state,
+                      "database that holds the state: unix:PATH or redis://HOST:PORT/DATABASE "
+                      "(default: this process)" )
+         ->envname( "STATE" );
    app.add_option( "--state-password", options.passwordFile, "file with the database's password" )
-      ->envname( "STATE_PASSWORD" );
-   app.add_flag( "--standby", options.standby, "wait until no other agent writes to the database" );
+      ->envname( "STATE_PASSWORD" )
+      ->needs( state );
+   app.add_flag( "--standby", options.standby, "wait until no other agent writes to the database" )
+      ->needs( state );
    Trace::logSinkIs( logToStandardError );
    app.set_version_flag( "--version", "agentrunner " CSPF_VERSION, "show the version" );
    app.failure_message( []( const CLI::App *, const CLI::Error & error ) {

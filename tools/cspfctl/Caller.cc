@@ -257,17 +257,25 @@ optionText( const CLI::App & app, const char * name ) {
 
 void
 addStateOptions( CLI::App & app ) {
-   app.add_option( "--state",
-                   "for get, patch, watch, paths, status, save, draw, whatif and wait: the "
-                   "database that holds the state, unix:PATH or redis://HOST:PORT/DATABASE, "
-                   "instead of an agent" )
-      ->type_name( "URL" );
-   app.add_option( "--state-password", "file with the database's password" )->type_name( "FILE" );
+   CLI::Option * state =
+      app.add_option( "--state",
+                      "for get, patch, watch, paths, status, save, draw, whatif and wait: the "
+                      "database that holds the state, unix:PATH or redis://HOST:PORT/DATABASE, "
+                      "instead of an agent" )
+         ->type_name( "URL" );
+   app.add_option( "--state-password", "file with the database's password" )
+      ->type_name( "FILE" )
+      ->needs( state );
    app.parse_complete_callback( [ &app ] {
       const auto commands = app.get_subcommands();
-      if ( !commands.empty() && namesDatabase( app )
-           && std::ranges::find( knowState, commands.front()->get_name() ) == knowState.end() ) {
+      if ( commands.empty() || !namesDatabase( app ) ) {
+         return;
+      }
+      if ( std::ranges::find( knowState, commands.front()->get_name() ) == knowState.end() ) {
          throw CLI::ValidationError( "it asks no database: --state is not for it" );
+      }
+      if ( commands.front()->get_option( "--socket" )->count() > 0 ) {
+         throw CLI::ValidationError( "--state does not go with --socket" );
       }
    } );
 }

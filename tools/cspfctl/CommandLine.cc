@@ -176,7 +176,9 @@ unexpected( const CLI::App & command, std::vector< std::string > extras,
       return std::ranges::find( words, extra ) - words.begin();
    } );
    const std::string & first = extras.front();
-   const std::string meant = Text::didYouMean( first, knownInstead( command, first ) );
+   const auto known = knownInstead( command, first );
+   const bool isElsewhere = std::ranges::find( known, first ) != known.end();
+   const std::string meant = isElsewhere ? "" : Text::didYouMean( first, known );
    const bool isCommand = !first.starts_with( '-' ) && !command.get_subcommands( nullptr ).empty();
    return ( isCommand ? "there is no command \"" + first + "\""
                       : "not expected: " + joined( extras ) )
@@ -215,6 +217,17 @@ describeCommands( CLI::App & app ) {
       if ( entry != commands.end() ) {
          command->group( entry->group );
          command->footer( std::string( "\nExample: " ) + entry->example );
+      }
+   }
+}
+
+void
+checkOptions( bool hasLab, const std::vector< const CLI::Option * > & ofLabs,
+              const std::vector< const CLI::Option * > & ofLiveState ) {
+   for ( const CLI::Option * option : hasLab ? ofLiveState : ofLabs ) {
+      if ( option->count() > 0 ) {
+         throw CLI::ValidationError( option->get_name()
+                                     + ( hasLab ? " does not go with a lab" : " requires a lab" ) );
       }
    }
 }

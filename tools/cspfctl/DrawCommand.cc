@@ -1,5 +1,6 @@
 // `cspfctl draw LAB|--live`: the network and its paths as a picture, a page, or text for Graphviz.
 
+#include "tools/cspfctl/CommandLine.h"
 #include "tools/cspfctl/LabCommands.h"
 #include "tools/cspfctl/LiveLab.h"
 #include "tools/draw/Dot.h"
@@ -10,6 +11,7 @@
 #include "tools/lab/LabRunner.h"
 #include "tools/service/UnixSocket.h"
 #include "tools/text/Nearest.h"
+#include "tools/text/Number.h"
 #include "tools/text/Plain.h"
 
 #include <algorithm>
@@ -188,7 +190,7 @@ addDrawCommand( CLI::App & app, int & status ) {
          "--at", options->at,
          "seconds of the lab, before what happens then, not its end, or in HTML all times" )
       ->needs( lab )
-      ->check( CLI::NonNegativeNumber );
+      ->check( Text::numberFrom( 0, Text::longestTime ) );
    command->add_option( "--vrf", options->vrf, "VRF to be drawn" );
    command->add_option( "--af", options->af, "family to be drawn" )
       ->check( CLI::IsMember( { "ipv4", "ipv6" } ) );
@@ -198,10 +200,12 @@ addDrawCommand( CLI::App & app, int & status ) {
    command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
       ->needs( live )
       ->capture_default_str();
+   command->fallthrough();
    command->callback( [ &app, options, &status ] {
       if ( options->lab.empty() && !options->live ) {
          throw CLI::RequiredError( "a lab, or --live" );
       }
+      checkOptions( !options->live, {}, { app.get_option( "--state" ) } );
       std::ranges::transform( options->paths, options->paths.begin(), Text::plain );
       status = draw( app, *options );
    } );

@@ -2,6 +2,7 @@
 // the agent's way before it looks at the network (nobody is served, traffic engineering is off) is
 // read from state.
 
+#include "tools/cspfctl/CommandLine.h"
 #include "tools/cspfctl/Explained.h"
 #include "tools/cspfctl/ExplainedRepair.h"
 #include "tools/cspfctl/LabCommands.h"
@@ -11,6 +12,7 @@
 #include "tools/prove/Answers.h"
 #include "tools/service/Client.h"
 #include "tools/service/UnixSocket.h"
+#include "tools/text/Number.h"
 #include "tools/text/Plain.h"
 
 #include <iostream>
@@ -278,16 +280,21 @@ addExplainCommand( CLI::App & app, int & status ) {
       "why not by this link or router, or these hops, with commas between them; of "
       "a repair the next hop first, then the repair nodes" );
    command->add_option( "--vrf", options->vrf, "VRF of the path, where several have such a one" );
-   command
-      ->add_option( "--at", options->at,
-                    "seconds of the lab, before what happens then, not its end" )
-      ->check( CLI::NonNegativeNumber );
-   command->add_option( "--seed", options->seed, "of the choice among equal-cost links of a lab" )
-      ->capture_default_str();
-   command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
-      ->capture_default_str();
+   CLI::Option * at = command
+                         ->add_option( "--at", options->at,
+                                       "seconds of the lab, before what happens then, not its end" )
+                         ->check( Text::numberFrom( 0, Text::longestTime ) );
+   CLI::Option * seed =
+      command
+         ->add_option( "--seed", options->seed, "of the choice among equal-cost links of a lab" )
+         ->capture_default_str();
+   CLI::Option * socket =
+      command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
+         ->capture_default_str();
    command->add_flag( "--json", options->json, "print one JSON document" );
-   command->callback( [ options, &status ] {
-      status = options->words.size() > 1 ? explainLab( *options ) : explainLive( *options );
+   command->callback( [ at, seed, socket, options, &status ] {
+      const bool hasLab = options->words.size() > 1;
+      checkOptions( hasLab, { at, seed }, { socket } );
+      status = hasLab ? explainLab( *options ) : explainLive( *options );
    } );
 }

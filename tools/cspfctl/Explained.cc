@@ -260,6 +260,10 @@ Explained::printText( std::ostream & out ) const {
       printHops( out );
    }
    printCost( out );
+   if ( answer_.status && !answer_.hasHops() && answer_.error.empty() && facts_.contains( "best" )
+        && number( facts_[ "best" ], "metric" ) == 0 ) {
+      out << "the destination is this router\n";
+   }
    if ( !answer_.error.empty() ) {
       out << "the agent says: " << answer_.error << "\n";
    }

@@ -13,6 +13,7 @@
 #include "tools/lab/LabRunner.h"
 #include "tools/service/Client.h"
 #include "tools/service/UnixSocket.h"
+#include "tools/text/Output.h"
 #include "tools/text/Plain.h"
 #include "tools/text/Table.h"
 
@@ -117,7 +118,7 @@ printChange( const Json & change ) {
       std::cout << "[" << change[ "key" ].dump() << "]";
    }
    std::cout << ( change.contains( "value" ) ? " = " + change[ "value" ].dump() : " deleted" )
-             << std::endl;
+             << "\n";
 }
 
 void
@@ -128,13 +129,15 @@ runWatch( const LiveOptions & options ) {
          throw std::runtime_error( "cut off: " + params.value( "reason", "" ) );
       }
       if ( options.json ) {
-         std::cout << params.dump() << std::endl;
+         std::cout << params.dump() << "\n";
       } else {
          printChange( params );
       }
+      Text::flushOutput();
    };
    const Json states = other->call( "watch", { { "paths", options.paths } }, notified );
-   std::cout << states.dump( options.json ? -1 : 2 ) << std::endl;
+   std::cout << states.dump( options.json ? -1 : 2 ) << "\n";
+   Text::flushOutput();
    other->listen( notified );
 }
 
@@ -350,12 +353,15 @@ addLiveCommands( CLI::App & app, int & status ) {
    add( app, "metrics", "Print counters and gauges in Prometheus' text form", options, runMetrics );
    CLI::App * traceLevel =
       add( app, "trace-level", "Choose what a running agent traces", options, runTraceLevel );
+   CLI::Option * level =
+      traceLevel
+         ->add_option( "level", options->level,
+                       "levels up to this one are traced, 0 to 9; without, as at the start" )
+         ->check( CLI::Range( 0, 9 ) );
    traceLevel
-      ->add_option( "level", options->level,
-                    "levels up to this one are traced, 0 to 9; without, as at the start" )
-      ->check( CLI::Range( 0, 9 ) );
-   traceLevel->add_option( "--files", options->files,
-                           "only in source files that match, such as \"View.cc\"; without, in all, "
-                           "and earlier patterns are forgotten" );
+      ->add_option( "--files", options->files,
+                    "only in source files that match, such as \"View.cc\"; without, in all, "
+                    "and earlier patterns are forgotten" )
+      ->needs( level );
    withJson( add( app, "paths", "Show the published paths", options, runPaths ), *options );
 }

@@ -7,6 +7,7 @@
 #include "tools/prove/Proof.h"
 #include "tools/service/Client.h"
 #include "tools/service/UnixSocket.h"
+#include "tools/text/Number.h"
 #include "tools/text/Plain.h"
 
 #include <iostream>
@@ -106,7 +107,7 @@ addProveCommand( CLI::App & app, int & status ) {
       ->add_option( "--at", options->at,
                     "seconds of the lab, before what happens then, not its end" )
       ->needs( lab )
-      ->check( CLI::NonNegativeNumber );
+      ->check( Text::numberFrom( 0, Text::longestTime ) );
    command->add_option( "--seed", options->seed, "of the choice among equal-cost links" )
       ->needs( lab )
       ->capture_default_str();
@@ -115,6 +116,7 @@ addProveCommand( CLI::App & app, int & status ) {
       ->excludes( lab );
    command
       ->add_option( "--timeout", options->timeout, "seconds to wait for a running agent to rest" )
+      ->check( Text::numberFrom( 0, Text::longestTime ) )
       ->capture_default_str()
       ->excludes( lab );
    command->add_flag( "--json", options->json, "print one JSON document" );

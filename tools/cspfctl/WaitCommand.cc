@@ -5,6 +5,7 @@
 #include "tools/cspfctl/LiveCommands.h"
 #include "tools/service/Client.h"
 #include "tools/service/UnixSocket.h"
+#include "tools/text/Number.h"
 #include "tools/text/Plain.h"
 
 #include <algorithm>
@@ -187,23 +188,28 @@ addWaitCommand( CLI::App & app, int & status ) {
    const auto options = std::make_shared< WaitOptions >();
    CLI::App * command =
       app.add_subcommand( "wait", "Wait until the agent has settled, or a path has an answer" );
-   command
-      ->add_option( "--for", options->expression,
-                    "settled; or CLIENT/PATH, with =up or =down, as PATH in DESTINATION#ID" )
-      ->capture_default_str();
+   CLI::Option * path =
+      command
+         ->add_option( "--for", options->expression,
+                       "settled; or CLIENT/PATH, with =up or =down, as PATH in DESTINATION#ID" )
+         ->capture_default_str();
    command
       ->add_option( "--timeout", options->timeout,
                     "seconds, also for an agent to come; without it for ever, for one that is "
                     "there" )
-      ->check( CLI::NonNegativeNumber );
-   command->add_option( "--vrf", options->vrf, "VRF of the path; any without" );
+      ->check( Text::numberFrom( 0, Text::longestTime ) );
+   command->add_option( "--vrf", options->vrf, "VRF of the path; any without" )->needs( path );
    command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
       ->capture_default_str();
+   command->fallthrough();
    command->callback( [ &app, options, &status ] {
       const bool settled = options->expression == "settled";
       if ( settled && namesDatabase( app ) ) {
          throw CLI::ValidationError( "only an agent knows whether it has settled; of a database, "
                                      "wait --for CLIENT/PATH" );
+      }
+      if ( settled && !options->vrf.empty() ) {
+         throw CLI::ValidationError( "--vrf is of a path, for which --for CLIENT/PATH waits" );
       }
       const auto path =
          settled ? std::nullopt : std::optional( PathWait( options->expression, options->vrf ) );

@@ -1,14 +1,17 @@
 // `cspfctl whatif [LAB]`: what a change of a lab would do to its paths, or of a running agent's
 // state to what that publishes, found out on a copy.
 
+#include "tools/cspfctl/CommandLine.h"
 #include "tools/cspfctl/LabCommands.h"
 #include "tools/cspfctl/LiveLab.h"
 #include "tools/cspfctl/PatchText.h"
 #include "tools/lab/LabWhatIf.h"
 #include "tools/service/UnixSocket.h"
+#include "tools/text/Number.h"
 #include "tools/text/Plain.h"
 #include "tools/text/Table.h"
 
+#include <climits>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -16,7 +19,8 @@
 namespace {
 
 struct WhatIfOptions {
-   std::vector< std::string > words;  ///< [LAB] [PATCH]
+   std::string first, second;
+   std::vector< std::string > words;  ///< [LAB] [PATCH]: those of both that were given
    std::string names;
    std::size_t event = 0;  ///< from 1; 0: none
    std::string each;
@@ -99,34 +103,46 @@ addWhatIfCommand( CLI::App & app, int & status ) {
    CLI::App * command = app.add_subcommand(
       "whatif",
       "Show what a change of a lab, or of a running agent's state, would do to its paths" );
-   command
-      ->add_option(
-         "change", options->words,
-         "[LAB] PATCH: JSON merge patch of the lab, or of what `save` would print of a "
-         "running agent; @FILE, or - for standard input; no patch with --event or --each" )
-      ->expected( 0, 2 );
+   // As one list, they could not hold a word "[...]".
+   CLI::Option * first = command->add_option( "lab", options->first,
+                                              "lab file; without one, a running agent is asked" );
+   CLI::Option * second = command->add_option(
+      "patch", options->second,
+      "JSON merge patch of the lab, or of what `save` would print of a running agent; @FILE, or - "
+      "for standard input; none with --event or --each" );
    CLI::Option * event =
       command->add_option( "--event", options->event, "what this event of the lab does, from 1" )
-         ->check( CLI::PositiveNumber );
+         ->check( Text::numberFrom( 1, INT_MAX ) );
    command
       ->add_option( "--each", options->each,
                     "every link, router or srlg fails in turn, each alone, on all cores" )
       ->check( CLI::IsMember( { "link", "router", "srlg" } ) )
       ->excludes( event );
-   command
-      ->add_option( "--at", options->at,
-                    "seconds of the lab, before what happens then, not its end" )
-      ->check( CLI::NonNegativeNumber )
-      ->excludes( event );
-   command->add_option( "--seed", options->seed, "of the choice among equal-cost links" )
-      ->capture_default_str();
+   CLI::Option * at = command
+                         ->add_option( "--at", options->at,
+                                       "seconds of the lab, before what happens then, not its end" )
+                         ->check( Text::numberFrom( 0, Text::longestTime ) )
+                         ->excludes( event );
+   CLI::Option * seed =
+      command
+         ->add_option( "--seed", options->seed, "of the choice among equal-cost links of a lab" )
+         ->capture_default_str();
    command->add_flag( "--json", options->json, "print JSON, one document a change" );
-   command->add_option( "--names", options->names,
-                        "lab that says what the routers, links and paths of a running agent are "
-                        "called, and has the event" );
-   command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
-      ->capture_default_str();
-   command->callback( [ &app, options, &status ] {
+   CLI::Option * names =
+      command->add_option( "--names", options->names,
+                           "lab that says what the routers, links and paths of a running agent are "
+                           "called, and has the event" );
+   CLI::Option * socket =
+      command->add_option( "--socket", options->socket, "control socket of the agentrunner" )
+         ->capture_default_str();
+   command->fallthrough();
+   command->callback( [ &app, first, second, at, seed, names, socket, options, &status ] {
+      if ( first->count() > 0 ) {
+         options->words.push_back( options->first );
+      }
+      if ( second->count() > 0 ) {
+         options->words.push_back( options->second );
+      }
       if ( options->words.size() > ( options->changesByPatch() ? 2 : 1 ) ) {
          throw CLI::ValidationError( "a patch, --event and --each exclude each other" );
       }
@@ -136,6 +152,8 @@ addWhatIfCommand( CLI::App & app, int & status ) {
       if ( options->event > 0 && options->lab().empty() ) {
          throw CLI::RequiredError( "the lab of the event, or --names" );
       }
+      checkOptions( !options->isLive(), { at, seed },
+                    { names, socket, app.get_option( "--state" ) } );
       status = whatIf( app, *options );
    } );
 }

@@ -4,6 +4,7 @@
 #include "tools/cspfctl/CompleteCommand.h"
 #include "tools/cspfctl/LabCommands.h"
 #include "tools/cspfctl/LiveCommands.h"
+#include "tools/text/Output.h"
 #include "tools/text/Plain.h"
 
 #include <iostream>
@@ -34,9 +35,7 @@ parse( CLI::App & app, std::vector< std::string > words ) {
    if ( app.get_subcommands().empty() ) {
       std::cout << app.help();
    }
-   if ( !std::cout.flush() ) {
-      throw std::runtime_error( "standard output cannot be written" );
-   }
+   Text::flushOutput();
 }
 
 }

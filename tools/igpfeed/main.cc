@@ -5,6 +5,7 @@
 #include "tools/igpfeed/FeedDatabase.h"
 #include "tools/igpfeed/Interfaces.h"
 #include "tools/service/UnixSocket.h"
+#include "tools/text/Number.h"
 #include "tools/text/Plain.h"
 
 #include <CLI/CLI.hpp>
@@ -106,21 +107,25 @@ main( int argc, char ** argv ) {
    app.add_option( "sources", options.sources, "isis, ospf, interfaces: what to follow" )
       ->required()
       ->check( CLI::IsMember( { "isis", "ospf", "interfaces" } ) );
-   app.add_option( "--socket", options.socket, "control socket of the agentrunner" )
-      ->capture_default_str();
-   app.add_option( "--state", options.state,
-                   "database to write to instead: unix:PATH or redis://HOST:PORT/DATABASE" )
-      ->envname( "STATE" );
+   auto * const socket =
+      app.add_option( "--socket", options.socket, "control socket of the agentrunner" )
+         ->capture_default_str();
+   auto * const state =
+      app.add_option( "--state", options.state,
+                      "database to write to instead: unix:PATH or redis://HOST:PORT/DATABASE" )
+         ->envname( "STATE" )
+         ->excludes( socket );
    app.add_option( "--state-password", options.passwordFile, "file with the database's password" )
-      ->envname( "STATE_PASSWORD" );
+      ->envname( "STATE_PASSWORD" )
+      ->needs( state );
    app.add_option( "--vty-dir", options.vtyDirectory, "where the daemons' vty sockets are" )
       ->capture_default_str();
    app.add_option( "--grace", options.grace,
                    "seconds for which the topology of a daemon that is gone stays" )
-      ->check( CLI::Range( 0.0, 86400.0 ) )
+      ->check( Text::numberFrom( 0, 86'400 ) )
       ->capture_default_str();
    app.add_option( "--interval", options.interval, "milliseconds between looks at a daemon" )
-      ->check( CLI::Range( 10.0, 60000.0 ) )
+      ->check( Text::numberFrom( 10, 60'000 ) )
       ->capture_default_str();
    app.set_version_flag( "--version", "igpfeed " CSPF_VERSION, "show the version" );
    app.failure_message( []( const CLI::App *, const CLI::Error & error ) {
