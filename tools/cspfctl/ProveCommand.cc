@@ -51,7 +51,7 @@ void
 printText( const Prove::Verdict & verdict, bool settled ) {
    std::cout << Prove::faultsText( verdict );
    if ( !settled ) {
-      std::cout << "note: the agent has work to do; what is published may be behind\n";
+      std::cout << "note: no agent is at rest; what is published may be behind\n";
    }
    std::cout << Prove::sumText( verdict ) << "\n";
 }
