@@ -45,6 +45,18 @@ prefix( const std::string & name, bool present = true ) {
    return router( name, { { "prefixes", { { "10.9.9.9/32", present ? Json( 0 ) : Json() } } } } );
 }
 
+/// A topology of other routers, one of which has the address 10.64.0.5, too.
+Json
+stranger() {
+   Json stranger = labTopology( "E -10- F" );
+   stranger[ "numbers" ] = { 1, 0 };
+   stranger[ "routers" ][ "E" ][ "teRouterId" ] = "10.7.0.1";
+   stranger[ "routers" ][ "F" ][ "teRouterId" ] = "10.7.0.2";
+   stranger[ "links" ][ "E-F" ][ "aAddr" ] = "10.64.0.5";
+   stranger[ "links" ][ "E-F" ][ "bAddr" ] = "10.7.1.1";
+   return stranger;
+}
+
 /// "10.64.0.3 10.64.0.5 "
 std::string
 hops( const TestLab & lab, const std::string & client, const std::string & name ) {
@@ -215,12 +227,6 @@ TEST( PathInUse, MovesAtOnceWhenItDoesNotHold ) {
    const auto linkChange = []( const Json & change ) -> Json {
       return { { "topologies", { { "core", { { "links", { { "B-D", change } } } } } } } };
    };
-   Json stranger = labTopology( "E -10- F" );
-   stranger[ "numbers" ] = { 1, 0 };
-   stranger[ "routers" ][ "E" ][ "teRouterId" ] = "10.7.0.1";
-   stranger[ "routers" ][ "F" ][ "teRouterId" ] = "10.7.0.2";
-   stranger[ "links" ][ "E-F" ][ "aAddr" ] = "10.64.0.5";
-   stranger[ "links" ][ "E-F" ][ "bAddr" ] = "10.7.1.1";
    const std::map< std::string, Json > changes{
       { "link is gone", linkChange( { { "up", false } } ) },
       { "direction is gone", linkChange( { { "ba", false } } ) },
@@ -228,7 +234,7 @@ TEST( PathInUse, MovesAtOnceWhenItDoesNotHold ) {
       { "administrative group", linkChange( { { "adminGroup", 4 } } ) },
       { "excluded address", linkChange( { { "aAddr", { "10.64.0.4", "10.99.0.1" } } } ) },
       { "overload", router( "B", { { "overload", true } } ) },
-      { "ambiguous address", { { "topologies", { { "level1", stranger } } } } },
+      { "ambiguous address", { { "topologies", { { "level1", stranger() } } } } },
       { "destination moved", prefix( "D", false ) } };
    for ( const auto & [ what, change ] : changes ) {
       SCOPED_TRACE( what );
@@ -246,6 +252,21 @@ TEST( PathInUse, MovesAtOnceWhenItDoesNotHold ) {
       lab.settle();
       EXPECT_EQ( lab.path( "rsvp", "p" ), what == "destination moved" ? "A G" : "A D" )
          << lab.error( "rsvp", "p" );
+   }
+}
+
+/// Whether it reserves or not.
+TEST( PathInUse, DoesNotHoldOverAnAddressThatTwoRoutersHadWhenItWasComputed ) {
+   for ( const unsigned bandwidth : { 0, 100 } ) {
+      TestLab lab(
+         "A -9{bw 1000}- B -9{bw 1000}- D; A -5{bw 1000}- G -99{bw 1000}- H -5{bw 1000}- D",
+         { { "topologies", { { "level1", stranger() } } } } );
+      lab.request( "rsvp", "p", "D", { { "bandwidth", bandwidth } } );
+      lab.settle();
+      ASSERT_EQ( lab.path( "rsvp", "p" ), "A B D" );
+      lab.link( "G-H", { { "metric", 1 } } );
+      lab.settle();
+      EXPECT_EQ( lab.path( "rsvp", "p" ), "A G H D" );
    }
 }
 

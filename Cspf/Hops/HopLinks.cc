@@ -74,7 +74,31 @@ HopAddressMemory::holds( const Entry & entry ) const {
 }
 
 std::span< const HopAddressMemory::Carrier >
-HopAddressMemory::carriers( const Kivnet::IpGenAddr & address ) {
+HopAddressMemory::carriers( const Kivnet::IpGenAddr & address, const TopoId & topoId ) {
+   const auto all = allCarriers( address );
+   if ( !topoId ) {
+      return all;
+   }
+   const auto topology = allTopoDbStatus_->teGraph().topologyNumber( topoId );
+   inTopology_.clear();
+   std::ranges::copy_if( all, std::back_inserter( inTopology_ ),
+                         [ & ]( const Carrier & c ) { return topology == c.topology; } );
+   return inTopology_;
+}
+
+const HopAddressMemory::Carrier *
+HopAddressMemory::another( std::span< const Carrier > carriers ) {
+   for ( const Carrier & carrier : carriers ) {
+      if ( &carrier != carriers.data()
+           && ( carrier.router != carriers.front().router || carrier.router == noVertex ) ) {
+         return &carrier;
+      }
+   }
+   return nullptr;
+}
+
+std::span< const HopAddressMemory::Carrier >
+HopAddressMemory::allCarriers( const Kivnet::IpGenAddr & address ) {
    Entry & entry = entries_[ address ];
    if ( !holds( entry ) ) {
       entry.change = allTopoDbStatus_->teGraph().graph().lastChange();
@@ -216,30 +240,17 @@ HopToTopoDbLinkMapper::isKnown( const CspfPathHop & hop ) const {
 void
 HopToTopoDbLinkMapper::linkWithHop( const Kivnet::IpGenAddr & hop,
                                     std::span< const Carrier > & carriers ) {
-   carriers = memory_.carriers( hop );
-   if ( const TopoId & wanted = view_.constraint().topoId() ) {
-      const auto topology = view_.topoGraph().topologyNumber( wanted );
-      inTopology_.clear();
-      std::ranges::copy_if( carriers, std::back_inserter( inTopology_ ),
-                            [ & ]( const Carrier & c ) { return topology == c.topology; } );
-      carriers = inTopology_;
-   }
+   carriers = memory_.carriers( hop, view_.constraint().topoId() );
    if ( carriers.empty() ) {
       fail( __PRETTY_FUNCTION__, "Hop not found: ", hop );
-      return;
-   }
-   const Carrier & first = carriers.front();
-   for ( const Carrier & other : carriers.subspan( 1 ) ) {
-      if ( other.router != first.router || other.router == noVertex ) {
-         const auto name = [ & ]( const Carrier & c ) {
-            return c.router == noVertex ? std::string()
-                                        : view_.topoGraph().nodeId( c.router ).stringValue();
-         };
-         fail( __PRETTY_FUNCTION__, "Duplicate IP exists for hop: ", hop,
-               ", teRouterId1 " + name( first ) + " teRouterId2: " + name( other ) );
-         carriers = {};
-         return;
-      }
+   } else if ( const Carrier * other = HopAddressMemory::another( carriers ) ) {
+      const auto name = [ & ]( const Carrier & c ) {
+         return c.router == noVertex ? std::string()
+                                     : view_.topoGraph().nodeId( c.router ).stringValue();
+      };
+      fail( __PRETTY_FUNCTION__, "Duplicate IP exists for hop: ", hop,
+            ", teRouterId1 " + name( carriers.front() ) + " teRouterId2: " + name( *other ) );
+      carriers = {};
    }
 }
 

@@ -55,8 +55,13 @@ class HopAddressMemory : public Lum::Reactor {
    /// Changes of the addresses of any link so far, and of where computations start.
    std::uint64_t changes() const noexcept { return changes_; }
    std::uint64_t sourceChanges() const noexcept { return sourceChanges_; }
-   /// All carriers of the address, in key order; valid until the next call. O(1) when it is known.
-   std::span< const Carrier > carriers( const Kivnet::IpGenAddr & address );
+   /// All carriers of the address, in that topology where one is given, in key order; valid until
+   /// the next call. O(1) when it is known.
+   std::span< const Carrier > carriers( const Kivnet::IpGenAddr & address,
+                                        const TopoId & topoId = {} );
+   /// The first one of another router than the first is of: then the address names no hop. Null
+   /// where all are links of one router.
+   static const Carrier * another( std::span< const Carrier > carriers );
    /// The link as one that carries an address.
    Carrier carrier( const AllTopoNeighborKey & key ) const;
 
@@ -69,7 +74,10 @@ class HopAddressMemory : public Lum::Reactor {
    bool holds( const Entry & entry ) const;
 
    const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
+   std::span< const Carrier > allCarriers( const Kivnet::IpGenAddr & address );
+
    Lum::Map< Kivnet::IpGenAddr, Entry > entries_;
+   std::vector< Carrier > inTopology_;  // of the last call
    std::uint64_t changes_ = 0;
    std::uint64_t sourceChanges_ = 0;
 };
@@ -185,7 +193,6 @@ class HopToTopoDbLinkMapper {
    const PathAsTopoDbLinks * const known_;
    std::size_t hopIndex_ = 0;
    CspfVertex previous_ = noVertex;  // where the hop before ended
-   std::vector< Carrier > inTopology_;
    std::string failure_;
 };
 

@@ -159,8 +159,9 @@ RsvpPathRefreshSm::validator( const AllTopoTeDbView & view ) const {
    return { key, published, isSelf, view, context_.memory, pathUsageSm_->links() };
 }
 
-/// What a run has found and is published is valid while none of the routers on it changes. What a
-/// path has reserved moves when it is published, so that one that reserves is checked once.
+/// What a run has found and is published is valid while none of the routers on it changes, where
+/// each of its addresses is one router's. What a path has reserved moves when it is published, so
+/// that one that reserves is checked once.
 bool
 RsvpPathRefreshSm::standsAsComputed() const {
    const PathStatusCache & result = *pathStatusCache_;
@@ -169,9 +170,14 @@ RsvpPathRefreshSm::standsAsComputed() const {
       return false;
    }
    const AllTopoDbStatus & status = *context_.topology.allTopoDbStatus;
+   const auto isOneRouters = [ & ]( const Kivnet::IpGenAddr & hop ) {
+      HopAddressMemory & addresses = context_.memory.hopAddresses();
+      return !HopAddressMemory::another( addresses.carriers( hop, constraint.topoId() ) );
+   };
    const bool stands =
       unchanged( status.teGraph().graph(), *result.routers )
-      && result.runInfo()->source() == status.sourceId( constraint.pathComputationType() );
+      && result.runInfo()->source() == status.sourceId( constraint.pathComputationType() )
+      && std::ranges::all_of( result.path()->path(), isOneRouters );
    if ( stands && isVerified() ) {
       LUM_ASSERT( !pathStatusUpdator_.isPathUpdateRequired( pathStatusCache_ ) );
       const AllTopoTeDbView view( context_.topology, constraint );
