@@ -103,25 +103,38 @@ class WideStorm {
    void event( TestLab & lab ) {
       const Json & links = lab.document()[ "topologies" ][ "core" ][ "links" ];
       const std::string name = std::next( links.begin(), below( links.size() ) ).key();
-      switch ( below( 10 ) ) {
+      switch ( below( 11 ) ) {
       case 0: ask( lab ); break;
-      case 1: lab.link( name, { { "up", false } } ); break;
-      case 2: lab.link( name, { { "up", true } } ); break;
-      case 3: lab.link( name, { { "srlg", { 1 + below( 5 ) } } } ); break;
-      case 4: lab.link( name, { { "adminGroup", below( 8 ) } } ); break;
-      case 5:
+      case 1: ownLinks( lab, links ); break;
+      case 2: lab.link( name, { { "up", false } } ); break;
+      case 3: lab.link( name, { { "up", true } } ); break;
+      case 4: lab.link( name, { { "srlg", { 1 + below( 5 ) } } } ); break;
+      case 5: lab.link( name, { { "adminGroup", below( 8 ) } } ); break;
+      case 6:
          lab.patch( { { "topologies",
                         { { "core",
                             { { "routers",
                                 { { router( below( routers ) ),
                                     { { "overload", below( 2 ) == 0 } } } } } } } } } } );
          break;
-      case 6: lab.link( name, { { "unreserved", 10 * below( 11 ) } } ); break;
-      case 7:
+      case 7: lab.link( name, { { "unreserved", 10 * below( 11 ) } } ); break;
+      case 8:
          lab.link( name, { { "ab", { { "unreserved", { 0, 0, 0, 0, 9, 50, 50, 50 } } } } } );
          break;
       default: lab.link( name, { { "metric", 1 + below( 4 ) } } );
       }
+   }
+
+   /// The router's own links are full, or have room again: who holds bandwidth there reaches all.
+   void ownLinks( TestLab & lab, const Json & links ) {
+      Json change;
+      const unsigned left = below( 3 ) ? 0 : 100;
+      for ( const auto & [ name, link ] : links.items() ) {
+         if ( link[ "a" ] == "A" || link[ "b" ] == "A" ) {
+            change[ name ][ "unreserved" ] = left;
+         }
+      }
+      lab.patch( { { "topologies", { { "core", { { "links", change } } } } } } );
    }
 
    void ask( TestLab & lab ) {
@@ -282,7 +295,7 @@ TEST( Follow, ARouterThatKeepsItsTreesLooksLikeOneThatRunsThem ) {
 
 /// Nobody is told of a change that concerns nobody, and it counts as a run all the same.
 TEST( Follow, AChangeThatConcernsNobodyTouchesNoPath ) {
-   TestLab lab( "A -10- B -10- C -10- D; A -50- D; A -90- C" );
+   TestLab lab( "A -10- B -10- C -10- D; A -50- D; A -90- C; A -10- B" );
    for ( int n = 0; n < 50; ++n ) {
       lab.request( "cli", "p" + std::to_string( n ), n % 2 ? "C" : "B", Json::object(),
                    { { "id", n } } );

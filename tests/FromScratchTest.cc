@@ -1,4 +1,5 @@
-// Whatever has happened to an agent, it publishes what one does that starts on the state as it is.
+// Whatever has happened to an agent, it publishes what one does that starts on the state as it is,
+// and keeps no more than that.
 // No two ways of these networks cost the same, and there is bandwidth for all, so that all that can
 // be seen follows from the state, but for what is said here to be history.
 
@@ -10,8 +11,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <random>
+#include <regex>
+#include <sstream>
 #include <utility>
 
 using Json = nlohmann::json;
@@ -82,6 +86,39 @@ everything( TestLab & lab ) {
       }
    }
    return seen;
+}
+
+/// What the agent says of itself, line by line and in no order, but for when, how often, and by
+/// which numbers it goes.
+Json
+inside( TestLab & lab ) {
+   static const auto history = std::to_array< const char * >(
+      { "Value(", " ago", "never", "ount:", "ChangedAt:", "needs SPF:", "delay:", "interval:",
+        "Sequence:", "Constraint #", "localId:", "in use:", "=<, id=", "dx:", "Reason:", " 0x" } );
+   Json lines;
+   std::istringstream text( lab.dump() );
+   for ( std::string line; std::getline( text, line ); ) {
+      if ( std::ranges::none_of(
+              history, [ & ]( const char * word ) { return line.find( word ) != line.npos; } ) ) {
+         count( lines, line );
+      }
+   }
+   return lines;
+}
+
+/// The machines and rows that there are, less those of before.
+Json
+machines( const std::map< std::string, std::size_t > & before = {} ) {
+   static const std::regex kinds( ".*(Sm|Replacing|ConfigInfo|StatusInfo|ConstraintInfo|Cache)" );
+   Json machines = Json::object();
+   for ( const auto & [ type, number ] : Lum::census() ) {
+      const auto at = before.find( type );
+      const std::size_t more = number - ( at == before.end() ? 0 : at->second );
+      if ( more != 0 && std::regex_match( type, kinds ) ) {
+         machines[ type ] = more;
+      }
+   }
+   return machines;
 }
 
 /// How much there is to be compared.
@@ -242,7 +279,7 @@ class Witness : public Lum::Reactor {
 
 TEST( FromScratch, whateverHasHappened ) {
    Census census;
-   for ( unsigned seed = 1; seed <= 40; ++seed ) {
+   for ( unsigned seed = 1; seed <= 60; ++seed ) {
       SCOPED_TRACE( seed );
       RandomLab random( seed, RandomLab::Kind::everything );
       auto lab = TestLab::of( random.document() );
@@ -267,18 +304,26 @@ TEST( FromScratch, whateverHasHappened ) {
       const Json before = followed( lab.document(), everything( lab ) );
       askAnew( lab );
       {
+         const Json all = machines();
+         const auto others = Lum::census();
          auto fresh = TestLab::of( lab.document() );
          fresh.settle();
+         EXPECT_EQ( difference( machines( others ), all ), "" );
          const Json now = everything( fresh );
          EXPECT_EQ( difference( followed( lab.document(), now ), before ), "" );
          EXPECT_EQ( difference( now, everything( lab ) ), "" );
+         EXPECT_EQ( difference( inside( fresh ), inside( lab ) ), "" );
          census.add( now );
       }
       lab.patch( { { "paths", nullptr }, { "clients", nullptr } } );
       lab.settle();
+      const Json left = machines();
+      const auto others = Lum::census();
       auto fresh = TestLab::of( lab.document() );
       fresh.settle();
       EXPECT_EQ( difference( everything( fresh ), everything( lab ) ), "" );
+      EXPECT_EQ( difference( inside( fresh ), inside( lab ) ), "" );
+      EXPECT_EQ( difference( machines( others ), left ), "" );
    }
    EXPECT_GT( census.paths, 40u );
    EXPECT_GT( census.repairs, 12u );
@@ -315,9 +360,17 @@ TEST( FromScratch, pathsThroughHopsAtAnyMoment ) {
          for ( unsigned n = below( 3 ); n > 0; --n ) {
             hops.push_back( { { "addr", router() }, { "loose", true } } );
          }
-         lab.request( "cli", std::to_string( event ), router(), { { "includeHop", hops } },
-                      { { "id", event } } );
+         lab.request( below( 2 ) ? "cli" : "rsvp", std::to_string( event ), router(),
+                      { { "includeHop", hops } }, { { "id", event } } );
       }
+      Json last{ { "topologies", { { "core", { { "links", links } } } } } };
+      for ( Json & link : last[ "topologies" ][ "core" ][ "links" ] ) {
+         link = { { "metric", 1 + below( 1'000'000 ) } };
+      }
+      for ( const auto & [ name, path ] : lab.document()[ "paths" ][ "rsvp" ].items() ) {
+         last[ "paths" ][ "rsvp" ][ name ][ "refreshReqSeq" ] = 1;
+      }
+      lab.patch( last );
       lab.settle();
       auto fresh = TestLab::of( lab.document() );
       fresh.settle();

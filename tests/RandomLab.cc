@@ -306,6 +306,15 @@ RandomLab::path( const Json & document ) {
    if ( !oneIn( 4 ) ) {
       path[ "constraint" ] = constraint( document, path.value( "vrf", "default" ) );
    }
+   if ( document[ "topologies" ].contains( "v6" ) && !path.contains( "vrf" ) && oneIn( 3 ) ) {
+      path = inIpv6( path );
+      path[ "af" ] = "ipv6";
+      for ( const char * named : { "topoId", "excludeNode" } ) {  // of the other family
+         if ( path.contains( "constraint" ) ) {
+            path[ "constraint" ].erase( named );
+         }
+      }
+   }
    return path;
 }
 
@@ -319,6 +328,14 @@ RandomLab::shareLinks( const Json & topology, Json & other ) {
          shared.update( attributes() );
       }
    }
+}
+
+/// A client in both VRFs.
+Json
+RandomLab::served() {
+   return { { "vrf", { { "default", true }, { "red", true } } },
+            { "addressFamily", { { "ipv4", true }, { "ipv6", hasEverything() } } },
+            { "bwmRequired", hasEverything() && oneIn( 2 ) } };
 }
 
 Json
@@ -341,6 +358,8 @@ RandomLab::document() {
    if ( hasEverything() && oneIn( 2 ) ) {
       auto & more = document[ "topologies" ][ "v6" ] = inIpv6( topology( 4 ) );
       more[ "af" ] = "ipv6";
+      more[ "routers" ][ "R0" ][ "teRouterId" ] = "10.0.0.1";
+      more[ "export" ] = oneIn( 2 );
    }
    if ( oneIn( 3 ) ) {
       if ( const auto interfaces = localInterfaces( document ); !interfaces.empty() ) {
@@ -350,10 +369,7 @@ RandomLab::document() {
    }
    const std::size_t clients = hasEverything() ? 3 : 2;
    for ( const std::string client : std::span( clientNames ).first( clients ) ) {
-      document[ "clients" ][ client ] = {
-         { "vrf", { { "default", true }, { "red", true } } },
-         { "addressFamily", { { "ipv4", true }, { "ipv6", hasEverything() } } },
-         { "bwmRequired", hasEverything() && oneIn( 2 ) } };
+      document[ "clients" ][ client ] = served();
       for ( unsigned n = 2 + below( 6 ); n > 0; --n ) {
          const Json asked = request( document, client );
          document[ "paths" ][ client ][ "p" + asked[ "id" ].dump() ] = asked;
@@ -379,7 +395,7 @@ RandomLab::topologyEvent( const Json & topology ) {
    const Json & router = topology[ "routers" ][ name ];
    const std::string link = keyOf( topology.value( "links", Json::object() ) );
    const std::string lan = keyOf( topology.value( "lans", Json::object() ) );
-   switch ( below( 9 ) ) {
+   switch ( below( 10 ) ) {
    case 0:
       return {
          { "routers", { { name, { { "overload", !router.value( "overload", false ) } } } } } };
@@ -408,6 +424,11 @@ RandomLab::topologyEvent( const Json & topology ) {
          return { { "exportReady", !topology.value( "exportReady", true ) } };
       }
       [[fallthrough]];
+   case 5: {
+      const std::string prefix = "20.0.0." + std::to_string( 1 + below( 3 ) ) + "/32";
+      const Json metric = oneIn( 2 ) ? Json() : Json( below( 3 ) );
+      return { { "routers", { { name, { { "prefixes", { { prefix, metric } } } } } } } };
+   }
    default:
       return link.empty()
                 ? Json::object()
@@ -419,6 +440,9 @@ Json
 RandomLab::clientEvent( const Json & document ) {
    const std::string client = hasEverything() && oneIn( 3 ) ? "tilfa" : oneIn( 2 ) ? "cli" : "rsvp";
    const std::string name = keyOf( document[ "paths" ].value( client, Json::object() ) );
+   if ( hasEverything() && !document.value( "clients", Json::object() ).contains( client ) ) {
+      return { { "clients", { { client, served() } } } };
+   }
    switch ( below( 6 ) ) {
    case 0: return { { "clients", { { client, nullptr } } } };
    case 1:
@@ -433,6 +457,11 @@ RandomLab::clientEvent( const Json & document ) {
       }
       [[fallthrough]];
    case 3:
+      if ( !name.empty() && hasEverything() && oneIn( 3 ) ) {  // in one thing
+         const Json change = client == "tilfa" ? Json{ { "maxRepairNodes", 1 + below( 3 ) } }
+                                               : Json{ { "bandwidth", below( 4 ) } };
+         return { { "paths", { { client, { { name, { { "constraint", change } } } } } } } };
+      }
       if ( !name.empty() ) {
          const std::string vrf = document[ "paths" ][ client ][ name ].value( "vrf", "default" );
          Json asked = client == "tilfa" ? Json( repair( document )[ "constraint" ] )
@@ -481,8 +510,9 @@ RandomLab::event( const Json & document ) {
    if ( hasEverything() && oneIn( 10 ) ) {
       return configurationEvent( document );
    }
-   if ( oneIn( 25 ) ) {
-      return { { "te", { { "enabled", !document[ "te" ].value( "enabled", true ) } } } };
+   const bool enabled = document[ "te" ].value( "enabled", true );
+   if ( oneIn( enabled ? 25 : 5 ) ) {
+      return { { "te", { { "enabled", !enabled } } } };
    }
    const std::string name = keyOf( document[ "topologies" ] );
    if ( oneIn( 40 ) && name != "core" ) {

@@ -13,8 +13,8 @@ class RandomLab {
  public:
    using Json = nlohmann::json;
    /// What there is besides: loose hops in some paths; or strict ones as well, bandwidth (enough
-   /// for all, or for none), repairs in both families for "tilfa", and what is refused, where no
-   /// two ways cost the same.
+   /// for all, or for none), IPv6, repairs for "tilfa", and what is refused, where no two ways cost
+   /// the same.
    enum class Kind { plain, withHops, everything };
 
    explicit RandomLab( unsigned seed, Kind kind = Kind::plain );
@@ -45,6 +45,7 @@ class RandomLab {
    void addRest( Json & constraint );
    Json repair( const Json & document );
    Json request( const Json & document, const std::string & client );
+   Json served();
    Json topologyEvent( const Json & topology );
    Json linkEvent( const Json & link );
    Json clientEvent( const Json & document );

@@ -38,14 +38,19 @@ hasRefused( const TestLab & lab ) {
    return false;
 }
 
-/// All state but how often the agent ran, and for which constraint of which number.
+/// All state but how often the agent ran, for which constraint of which number, and why there is no
+/// repair (of an interface that is away, that is the reason of before).
 Json
 keptOf( const TestLab & lab ) {
    const Json all = lab.snapshot();
    const std::string unknown = hasRefused( lab ) ? "te/cspf/bwUsage" : "te/cspf/constraintStatus";
    Json kept = Json::object();
-   for ( const auto & [ path, one ] : all.items() ) {
-      const Json & value = one[ "value" ];
+   for ( const auto & [ path, table ] : all.items() ) {
+      Json one = table;
+      Json & value = one[ "value" ];
+      if ( path.starts_with( "te/cspf/status" ) && path.ends_with( "/tilfa" ) ) {
+         value.erase( "pathError" );
+      }
       const bool empty = std::ranges::all_of(
          value, []( const Json & part ) { return part.is_structured() && part.empty(); } );
       if ( !path.starts_with( "te/cspf/constraintStatus" ) && !path.starts_with( unknown )
