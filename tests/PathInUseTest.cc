@@ -110,7 +110,7 @@ class Composition {
          Json document = document_;
          document[ "te" ][ "routerId" ] = at;
          LabOracle oracle( document, "default" );
-         at = owners.at( hop[ "addr" ] );
+         at = nearest( oracle, hop[ "addr" ], plain );
          const auto step =
             hop[ "loose" ] ? oracle.cost( at, plain ) : strictCost( oracle, hop[ "addr" ], plain );
          if ( !step ) {
@@ -123,9 +123,26 @@ class Composition {
       return total;
    }
 
-   std::map< std::string, std::string > owners;  ///< TE router ids by all addresses
+   std::map< std::string, std::string > owners;  ///< TE router ids by all addresses of one router
 
  private:
+   /// The router that is meant by the address, which several may have.
+   std::string nearest( LabOracle & oracle, const std::string & address,
+                        const Json & constraint ) const {
+      if ( const auto owner = owners.find( address ); owner != owners.end() ) {
+         return owner->second;
+      }
+      std::map< OracleCost, std::string > ends;
+      for ( const Json & router : document_[ "topologies" ][ "core" ][ "routers" ] ) {
+         if ( router[ "prefixes" ].contains( address + "/32" ) ) {
+            const std::string end = router[ "teRouterId" ];
+            if ( const auto cost = oracle.cost( end, constraint ) ) {
+               ends[ *cost ] = end;
+            }
+         }
+      }
+      return ends.empty() ? std::string() : ends.begin()->second;
+   }
    /// The cheapest single way; where the hop is the address of one, that one.
    std::optional< OracleCost > strictCost( LabOracle & oracle, const std::string & hop,
                                            const Json & constraint ) const {
@@ -148,11 +165,12 @@ class Composition {
    const Json & document_;
 };
 
-/// Eight routers, parallel links and two LANs.
+/// Eight routers, parallel links and two LANs; metrics up to that.
 std::string
-randomTopology( std::mt19937 & random ) {
+randomTopology( std::mt19937 & random, unsigned largest ) {
    const auto attributes = [ & ]() {
-      return std::to_string( 1 + random() % 20 ) + ( random() % 4 ? "" : "{group 1}" );
+      return std::to_string( 1 + random() % largest ) + "{back "
+             + std::to_string( 1 + random() % largest ) + ( random() % 4 ? "}" : " group 1}" );
    };
    std::string text = "A";
    for ( char name = 'B'; name <= 'H'; ++name ) {
@@ -488,15 +506,19 @@ TEST( ExplicitPath, IsThatOfItsSegmentsPutTogether ) {
    std::mt19937 random( 5 );
    std::size_t found = 0, missing = 0;
    for ( int round = 0; round < 60; ++round ) {
-      TestLab lab( randomTopology( random ) );
+      const bool isUnlike = round % 2;  // no two ways cost the same
+      TestLab lab( randomTopology( random, isUnlike ? 1'000'000 : 20 ) );
+      lab.patch( prefix( std::string( 1, "BDF"[ random() % 3 ] ) ) );  // not both on one LAN
+      lab.patch( prefix( std::string( 1, "CEH"[ random() % 3 ] ) ) );
       lab.settle();
       const auto owners = Composition( lab ).owners;
       for ( int i = 0; i < 6; ++i ) {
          std::string hops;
          for ( auto count = 1 + random() % 4; count > 0; --count ) {
-            hops += randomHop( random, owners );
+            hops += isUnlike && random() % 3 == 0 ? "~10.9.9.9 " : randomHop( random, owners );
          }
          Json constraint = through( hops );
+         constraint[ "reversePath" ] = random() % 3 == 0;
          constraint[ "excludeAdminGroup" ] = random() % 2;
          lab.request( i % 2 ? "rsvp" : "cli", "p" + std::to_string( i ),
                       std::string( 1, static_cast< char >( 'B' + random() % 7 ) ), constraint,
