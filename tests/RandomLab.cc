@@ -343,6 +343,9 @@ RandomLab::document() {
    routers_ = 3 + below( 6 );
    Json document{ { "router", "R0" }, { "te", { { "routerId", "10.0.0.1" } } } };
    document[ "topologies" ][ "core" ] = topology( 0 );
+   if ( oneIn( 3 ) ) {
+      document[ "throttle" ] = { { "initialInt", 0 } };
+   }
    static const char * const names[] = { "core", "area", "plane", "level1" };
    for ( unsigned kind = 1; kind < 4; ++kind ) {
       if ( oneIn( 3 ) ) {

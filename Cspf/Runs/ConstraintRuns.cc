@@ -99,6 +99,9 @@ ConstraintInfoSm::answerEachOne( HandOutPtr out, bool kept, const char * operati
    takeMarks( *out );
    pathsAre( *out, pathsToAnswer( *out ) );
    markFollowers( *out );
+   if ( out->paths.size() == constraintInfo()->paths() ) {
+      allAnsweredAt_ = seenUntil();
+   }
    if ( constraintInfo()->sourceMissing() ) {
       TRACE7_FOR( operation, "Source not found in topoId " << pathConstraint().topoId() );
    } else if ( pathConstraint().noSpf() ) {
@@ -120,16 +123,15 @@ ConstraintInfoSm::tellFollowers() const {
    }
 }
 
-/// Followers are marked together. Those that are marked themselves have asked before. A run that
-/// saw the change before it was told has answered all.
+/// Followers are marked together. Those that are marked themselves have asked before. All may have
+/// been answered by a run that saw the change before it was told.
 void
 ConstraintInfoSm::handleTopoChanged() {
    ConstraintInfo & info = *constraintInfo();
    if ( Trace::wanted( 8 ) ) {
       tellFollowers();
    }
-   const bool isSeen = info.topoInfoChangedAt() <= constraintStats()->cspfLastRanAt();
-   if ( info.marked || info.followers == 0 || isSeen ) {
+   if ( info.marked || info.followers == 0 || info.topoInfoChangedAt() <= allAnsweredAt_ ) {
       return;
    }
    const auto asking = info.followers
@@ -168,6 +170,7 @@ ConstraintInfoSm::answerFollowers( HandOutPtr out, const char * operation ) {
    markFollowers( *out );
    std::exchange( info.waiting, {} );  // with its memory
    info.answers += out->all;
+   allAnsweredAt_ = out->all ? seenUntil() : allAnsweredAt_;
    answeredFrom_ = out->source;
    if ( out->paths.empty() && info.cspfData() ) {
       if ( isVerified() ) {
