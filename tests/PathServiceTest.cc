@@ -34,9 +34,10 @@ essence( TestLab & lab ) {
    for ( const Json cli = outcome[ "clients" ].value( "cli", Json::object() );
          const auto & [ where, service ] : cli.items() ) {
       for ( const Json & path : service[ "pathStatus" ] ) {
-         const bool stands = !path.contains( "error" );  // else what it once was
-         essence[ "costs" ][ where ].push_back(
-            { path[ "name" ], stands ? path[ "cost" ] : Json( "error" ), path[ "dst" ] } );
+         if ( !path.contains( "error" ) ) {  // else it is what it once was
+            essence[ "costs" ][ where ].push_back(
+               { path[ "name" ], path[ "cost" ], path[ "dst" ] } );
+         }
       }
    }
    for ( Json & constraint : outcome[ "constraints" ] ) {

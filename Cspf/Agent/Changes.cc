@@ -1,10 +1,10 @@
 // Which change is told to whom. A change of the topology moves one time stamp of each constraint,
 // by one task for however many changes came before it; what follows from the stamp is the
 // constraint's and the paths' own affair. A change of reservations moves the stamps of that user's
-// constraints, a new source those of its type; where that is much, once for a whole turn. While a
-// topology is taken in, all wait for its end. Many are told by slices; what changes meanwhile is
-// told when they are through. Telling and the runs that were held back for it take turns, so that
-// neither waits for ever where changes never cease.
+// constraints, a new source those of its type. While a topology is taken in, all wait for its end.
+// Many are told by slices; what changes meanwhile is told when they are through. Telling and the
+// runs that were held back for it take turns, so that neither waits for ever where changes never
+// cease.
 
 #include "Cspf/Agent/VrfRootSm.h"
 #include "platform/Trace/Trace.h"
@@ -152,35 +152,14 @@ VrfRootSm::handleBwUsageChangedAt( const BwUsageId & bwUsageId ) {
    LUM_ASSERT( !!bwUsageId );
    TRACE7( "Updating topoInfoChangedAt for constraints with bwUsageId " << bwUsageId );
    const auto own = constraintsOfUser_.find( bwUsageId );
-   if ( own == constraintsOfUser_.end() || usagesToTell_.isUnderWay()
-        || changedUsers_.contains( bwUsageId ) ) {
+   if ( own == constraintsOfUser_.end() || usagesToTell_.isUnderWay() ) {
       return;
    }
-   const auto handles = std::vector(
-      own->second.begin(), own->second.end() );  // a path that is told may let its constraint go
-   if ( vrfRoot_->taskScheduler()->grantAll( handles.size() ) ) {
-      std::ranges::for_each( handles,
-                             [ this ]( const auto & handle ) { tellConstraint( handle ); } );
-      return;
-   }
-   changedUsers_.insert( bwUsageId );
-   if ( !constraintsOfUsers_.isUnderWay() ) {
-      constraintsOfUsers_.startLater( {} );
-   }
-}
-
-/// Each member of a group that is published tells all constraints of the group: those of large
-/// groups once for all.
-void
-VrfRootSm::goOverUsers() {
-   std::vector< ConstraintHandle > handles;
-   for ( const BwUsageId & user : std::exchange( changedUsers_, {} ) ) {
-      if ( const auto own = constraintsOfUser_.find( user ); own != constraintsOfUser_.end() ) {
-         std::ranges::copy( own->second, std::back_inserter( handles ) );
+   const auto handles = own->second;  // a path that is told may let its constraint go
+   for ( const ConstraintHandle & handle : handles ) {
+      if ( vrfRoot_->constraintInfoTable()->constraintInfoHas( handle ) ) {
+         updateTopoInfoChangedAtOf( *vrfRoot_->constraintInfoTable()->constraintInfo( handle ) );
       }
-   }
-   if ( !handles.empty() ) {
-      constraintsOfUsers_.start( std::move( handles ) );
    }
 }
 

@@ -77,11 +77,7 @@ VrfRootSm::VrfRootSm( const L3::VrfName & vrf, const Lum::Ptr< VrfRoot > & vrfRo
           [ this ] { endTellingConstraints(); } } ),
      heldBack_( *this, vrfRoot->taskScheduler(), "heldBackTask-" + vrf.stringValue(),
                 { [ this ]( const ConstraintHandle & handle ) { return goOn( handle ); },
-                  [ this ] { endGoingOn(); } } ),
-     constraintsOfUsers_(
-        *this, vrfRoot->taskScheduler(), "usageToConstraintsTask-" + vrf.stringValue(),
-        { [ this ]( const ConstraintHandle & handle ) { return tellConstraint( handle ); },
-          [ this ] { goOverUsers(); } } ) {}
+                  [ this ] { endGoingOn(); } } ) {}
 
 VrfRootSm::~VrfRootSm() = default;
 
@@ -107,7 +103,6 @@ VrfRootSm::doPrepareToDie() {
    usagesToTell_.stop();
    constraintsToTell_.stop();
    heldBack_.stop();
-   constraintsOfUsers_.stop();
    pathStatusInfoDelAll();
 }
 

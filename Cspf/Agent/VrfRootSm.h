@@ -81,7 +81,6 @@ class VrfRootSm : public Lum::Reactor {
    std::size_t goOn( const ConstraintHandle & handle );
    void endGoingOn();
    void endTellingConstraints();
-   void goOverUsers();
    /// Tells the constraint when its topology last changed.
    void updateTopoInfoChangedAtOf( ConstraintInfo & constraintInfo );
    bool isImporting() const { return vrfRoot_->pathStatusInfoTable()->imports() > 0; }
@@ -94,8 +93,6 @@ class VrfRootSm : public Lum::Reactor {
    Kiv::Walk< PathsByRouter::Entry > usagesToTell_;
    Kiv::Walk< ConstraintHandle > constraintsToTell_;
    Kiv::Walk< ConstraintHandle > heldBack_;
-   Kiv::Walk< ConstraintHandle > constraintsOfUsers_;
-   std::set< BwUsageId > changedUsers_;          // since their constraints were gone over
    std::vector< PathsByRouter::Entry > untold_;  // a topology came while they were being told
    bool isTelling_ = false;
    bool tellsUsagesAgain_ = false;

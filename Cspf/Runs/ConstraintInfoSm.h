@@ -198,8 +198,7 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
    void updatePath( const PathInfoKey & key, const Lum::Ptr< CspfData > & cspfData,
                     const char * operation );
 
-   NodeId answeredFrom_;             // all paths, at the last run; unset: they were not
-   Lum::Seconds allAnsweredAt_ = 0;  // as of which change
+   NodeId answeredFrom_;  // all paths, at the last run; unset: they were not
    KeptAnswers kept_;
    HandOutPtr handOut_;                               // between two slices
    std::unique_ptr< std::set< PathInfoKey > > left_;  // while results are handed out

@@ -99,9 +99,6 @@ ConstraintInfoSm::answerEachOne( HandOutPtr out, bool kept, const char * operati
    takeMarks( *out );
    pathsAre( *out, pathsToAnswer( *out ) );
    markFollowers( *out );
-   if ( out->paths.size() == constraintInfo()->paths() ) {
-      allAnsweredAt_ = seenUntil();
-   }
    if ( constraintInfo()->sourceMissing() ) {
       TRACE7_FOR( operation, "Source not found in topoId " << pathConstraint().topoId() );
    } else if ( pathConstraint().noSpf() ) {
@@ -123,15 +120,14 @@ ConstraintInfoSm::tellFollowers() const {
    }
 }
 
-/// Followers are marked together. Those that are marked themselves have asked before. All may have
-/// been answered by a run that saw the change before it was told.
+/// Followers are marked together. Those that are marked themselves have asked before.
 void
 ConstraintInfoSm::handleTopoChanged() {
    ConstraintInfo & info = *constraintInfo();
    if ( Trace::wanted( 8 ) ) {
       tellFollowers();
    }
-   if ( info.marked || info.followers == 0 || info.topoInfoChangedAt() <= allAnsweredAt_ ) {
+   if ( info.marked || info.followers == 0 ) {
       return;
    }
    const auto asking = info.followers
@@ -170,7 +166,6 @@ ConstraintInfoSm::answerFollowers( HandOutPtr out, const char * operation ) {
    markFollowers( *out );
    std::exchange( info.waiting, {} );  // with its memory
    info.answers += out->all;
-   allAnsweredAt_ = out->all ? seenUntil() : allAnsweredAt_;
    answeredFrom_ = out->source;
    if ( out->paths.empty() && info.cspfData() ) {
       if ( isVerified() ) {
