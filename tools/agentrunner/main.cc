@@ -13,6 +13,7 @@
 #include "tools/lab/LabLoad.h"
 #include "tools/record/Recorder.h"
 #include "tools/service/ControlServer.h"
+#include "tools/text/Environment.h"
 #include "tools/text/Plain.h"
 
 #include <CLI/CLI.hpp>
@@ -43,7 +44,7 @@ struct Options {
    std::string record;
    bool prove = false;
    std::string state;
-   std::string passwordFile;
+   std::string passwordFile = Text::environment( "STATE_PASSWORD" );
    bool standby = false;
 };
 
@@ -284,8 +285,8 @@ main( int argc, char ** argv ) {
                       "database that holds the state: unix:PATH or redis://HOST:PORT/DATABASE "
                       "(default: this process)" )
          ->envname( "STATE" );
-   app.add_option( "--state-password", options.passwordFile, "file with the database's password" )
-      ->envname( "STATE_PASSWORD" )
+   app.add_option( "--state-password", options.passwordFile,
+                   "file with the database's password (default: STATE_PASSWORD)" )
       ->needs( state );
    app.add_flag( "--standby", options.standby, "wait until no other agent writes to the database" )
       ->needs( state );

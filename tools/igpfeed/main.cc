@@ -5,6 +5,7 @@
 #include "tools/igpfeed/FeedDatabase.h"
 #include "tools/igpfeed/Interfaces.h"
 #include "tools/service/UnixSocket.h"
+#include "tools/text/Environment.h"
 #include "tools/text/Number.h"
 #include "tools/text/Plain.h"
 
@@ -18,7 +19,8 @@ namespace {
 struct Options {
    std::vector< std::string > sources;
    std::string socket = Service::defaultSocketPath();
-   std::string state, passwordFile;
+   std::string state = Text::environment( "STATE" ),
+               passwordFile = Text::environment( "STATE_PASSWORD" );
    std::string vtyDirectory = "/var/run/frr";
    double grace = 30;
    double interval = 100;  // ms
@@ -112,12 +114,12 @@ main( int argc, char ** argv ) {
          ->capture_default_str();
    auto * const state =
       app.add_option( "--state", options.state,
-                      "database to write to instead: unix:PATH or redis://HOST:PORT/DATABASE" )
-         ->envname( "STATE" )
+                      "database to write to instead: unix:PATH or redis://HOST:PORT/DATABASE "
+                      "(default: STATE)" )
          ->excludes( socket );
-   app.add_option( "--state-password", options.passwordFile, "file with the database's password" )
-      ->envname( "STATE_PASSWORD" )
-      ->needs( state );
+   auto * const password =
+      app.add_option( "--state-password", options.passwordFile,
+                      "file with the database's password (default: STATE_PASSWORD)" );
    app.add_option( "--vty-dir", options.vtyDirectory, "where the daemons' vty sockets are" )
       ->capture_default_str();
    app.add_option( "--grace", options.grace,
@@ -133,6 +135,12 @@ main( int argc, char ** argv ) {
    } );
    try {
       app.parse( argc, argv );
+      if ( socket->count() > 0 ) {
+         options.state.clear();  // of the environment
+      }
+      if ( password->count() > 0 && options.state.empty() ) {
+         throw CLI::RequiresError( "--state-password", state->get_name() );
+      }
       options.state.empty() ? serveAgent( options ) : serveDatabase( options );
    } catch ( const CLI::ParseError & error ) {
       return app.exit( error ) == 0 ? 0 : 1;
