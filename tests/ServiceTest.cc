@@ -203,12 +203,15 @@ TEST_F( ServiceTest, theSocketIsItsOwnersAndServedByOne ) {
 
 TEST_F( ServiceTest, takesNoPlaceOfWhatIsNoFileAndSaysWhatItCannotWrite ) {
    std::ofstream( directory / "record" ) << "earlier";
-   for ( const char * link : { "metrics", "other.tmp", "record.1" } ) {
+   for ( const char * link : { "metrics", "other.tmp", "record.1", "dangling" } ) {
       std::filesystem::create_symlink( "/nowhere", directory / link );
    }
+   std::filesystem::create_symlink( "record", directory / "linked" );
    const std::vector< std::string > cases[] = { { "--metrics", "metrics", "metrics" },
                                                 { "--metrics", "other", "other.tmp" },
-                                                { "--record", "record", "record.1" } };
+                                                { "--record", "record", "record.1" },
+                                                { "--record", "dangling", "dangling" },
+                                                { "--record", "linked", "linked" } };
    for ( const auto & words : cases ) {
       const ProgramResult refused =
          runProgram( "agentrunner",

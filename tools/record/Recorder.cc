@@ -37,6 +37,9 @@ Recorder::Recorder( const std::string & file, const Lum::ActivityLoop & loop,
      runner_( runner ),
      say_( std::move( say ) ),
      begin_( loop.now() ) {
+   if ( !std::filesystem::is_other( file ) ) {
+      Text::checkReplaceable( file );  // the next record moves it away
+   }
    if ( std::filesystem::is_regular_file( file ) ) {
       Text::checkReplaceable( file + ".1" );
       std::filesystem::rename( file, file + ".1" );
