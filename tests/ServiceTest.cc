@@ -168,6 +168,8 @@ TEST_F( ServiceTest, waitsSavesAsksWhatWouldBeAndRecords ) {
    EXPECT_EQ( Client( again.socket() ).call( "get", { { "path", statusPath } } ),
               client.call( "get", { { "path", statusPath } } ) );
 
+   EXPECT_EQ(
+      runProgram( "cspfctl", { "wait", "--socket", "nobody", "--timeout", "0" } ).exitStatus, 4 );
    kill( runner.pid(), SIGSTOP );
    for ( const char * command : { "wait", "prove" } ) {
       const ProgramResult silent = ctl( { command, "--timeout", "0" } );

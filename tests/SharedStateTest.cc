@@ -202,6 +202,11 @@ TEST_F( SharedStateTest, whoWaitsOutlastsADatabaseThatIsAwayAndEndsWithOneThatIs
                  "pathConfig[10.0.0.3#1]", "{}" } );
    EXPECT_EQ( statusOf( patient ), 0 );
    runner->end( SIGTERM );
+   server.stopAndContinue( true );
+   const ProgramResult silent = ctl( { "wait", "--for", "rsvp/10.0.0.3", "--timeout", "0.2" } );
+   EXPECT_EQ( silent.exitStatus, 4 );
+   EXPECT_THAT( silent.err, HasSubstr( "timed out: " + server.url() + ": not read in time" ) );
+   server.stopAndContinue( false );
    const pid_t refused = wait( "refused" );
    server.kill();
    const FakeServer other( server.socket(), "# Server\r\nlooks:other\r\n" );

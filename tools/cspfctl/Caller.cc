@@ -13,7 +13,9 @@
 #include <exception>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -40,7 +42,8 @@ struct WholeText : State::TextSink {
 
 class DatabaseCaller : public Caller {
  public:
-   DatabaseCaller( const std::string & url, const std::string & passwordFile, double patience );
+   DatabaseCaller( const std::string & url, const std::string & passwordFile,
+                   std::optional< double > patience );
    ~DatabaseCaller() override { view().tableListenerIs( {} ); }
    DatabaseCaller( const DatabaseCaller & ) = delete;
    DatabaseCaller & operator=( const DatabaseCaller & ) = delete;
@@ -64,8 +67,9 @@ class DatabaseCaller : public Caller {
    Lum::ActivityLoop loop_{ Lum::ActivityLoop::Time::real };
    std::unique_ptr< Service::DatabaseState > database_;
    bool complete_ = false, listens_ = false;
-   std::string away_;     ///< why the database cannot be used
-   std::string trouble_;  ///< what it said while nobody listened
+   std::string away_;  ///< why the database cannot be used
+   std::uint64_t refused_ = 0;
+   std::string trouble_;  ///< the last refusal while nobody listened
    Notified notified_;
    std::exception_ptr end_;  ///< by which listening ends
    std::vector< std::string > watchedTops_;
@@ -73,7 +77,7 @@ class DatabaseCaller : public Caller {
 };
 
 DatabaseCaller::DatabaseCaller( const std::string & url, const std::string & passwordFile,
-                                double patience )
+                                std::optional< double > patience )
    : url_( url ) {
    Redis::Replica::Settings settings{ Redis::parseUrl( url, passwordFile ),
                                       "cspfctl (process " + std::to_string( getpid() ) + ")" };
@@ -85,14 +89,17 @@ DatabaseCaller::DatabaseCaller( const std::string & url, const std::string & pas
                                    handleUnusable( why, isHopeless );
                                 },
                                 [ this ]( const std::string & line ) { handleLine( line ); } } );
-   const Lum::Seconds end = loop_.deadlineAfter( patience );
-   while ( !complete_ && !end_ && ( away_.empty() || loop_.now() < end ) ) {
-      loop_.runOnce( 0.1 );
+   const Lum::Seconds end = loop_.deadlineAfter( patience.value_or( 0 ) );
+   while ( !complete_ && !end_ && ( patience ? loop_.now() < end : away_.empty() ) ) {
+      loop_.runOnce( patience ? std::min( 0.1, end - loop_.now() ) : 0.1 );
    }
-   if ( !complete_ ) {
-      throw std::runtime_error( away_ );
+   if ( complete_ ) {
+      return;
    }
-   trouble_.clear();
+   if ( patience && !end_ ) {
+      throw Service::TimedOut( away_.empty() ? url_ + ": not read in time" : away_ );
+   }
+   throw std::runtime_error( away_ );
 }
 
 /// The replica tries again by itself, and catches up; only what no patience helps against ends it.
@@ -108,8 +115,11 @@ void
 DatabaseCaller::handleLine( const std::string & line ) {
    if ( listens_ ) {
       std::cerr << "cspfctl: " << Text::plain( line ) << std::endl;
-   } else {
-      trouble_ = line;
+   } else if ( complete_ ) {
+      const std::uint64_t refused = database_->replica().status().refused;
+      if ( refused > std::exchange( refused_, refused ) ) {
+         trouble_ = line;
+      }
    }
 }
 
@@ -170,9 +180,18 @@ DatabaseCaller::tell( const Json & change ) {
 void
 DatabaseCaller::patch( const std::string & path, const Json & patch ) {
    constexpr Lum::Seconds patience = 10;
+   Redis::Replica & replica = database_->replica();
+   refused_ = replica.status().refused;
+   trouble_.clear();
    view().patch( path, patch );
-   if ( !database_->replica().settle( patience ) || !trouble_.empty() ) {
-      throw std::runtime_error( trouble_.empty() ? "the database does not answer" : trouble_ );
+   const bool isSettled = replica.settle( patience );
+   if ( !trouble_.empty() ) {
+      throw std::runtime_error( trouble_ );
+   }
+   if ( !isSettled ) {
+      throw std::runtime_error( replica.status().connected || away_.empty()
+                                   ? url_ + ": the database does not answer"
+                                   : away_ );
    }
 }
 
@@ -232,7 +251,8 @@ agentCaller( const std::string & socket, double patience ) {
 }
 
 std::unique_ptr< Caller >
-databaseCaller( const std::string & url, const std::string & passwordFile, double patience ) {
+databaseCaller( const std::string & url, const std::string & passwordFile,
+                std::optional< double > patience ) {
    return std::make_unique< DatabaseCaller >( url, passwordFile, patience );
 }
 
@@ -286,8 +306,8 @@ namesDatabase( const CLI::App & app ) {
 }
 
 std::unique_ptr< Caller >
-liveCaller( const CLI::App & app, const std::string & socket, double patience ) {
+liveCaller( const CLI::App & app, const std::string & socket, std::optional< double > patience ) {
    return namesDatabase( app ) ? databaseCaller( optionText( app, "--state" ),
                                                  optionText( app, "--state-password" ), patience )
-                               : agentCaller( socket, patience );
+                               : agentCaller( socket, patience.value_or( 0 ) );
 }

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 /// Whom the commands for live state talk to: a running agent over its socket, or the database that
@@ -27,11 +28,13 @@ class Caller {
    virtual void timeoutIs( double seconds ) = 0;
 };
 
-/// Throws std::runtime_error where nobody answers, nor comes to within `patience` seconds.
+/// Throws Service::TimedOut where nobody answers, nor comes to within `patience` seconds, and
+/// std::runtime_error where nobody can.
 std::unique_ptr< Caller > agentCaller( const std::string & socket, double patience = 0 );
-/// Knows `get`, `patch`, `watch` and `status`. Throws likewise.
+/// Knows `get`, `patch`, `watch` and `status`. Throws likewise; without `patience`
+/// std::runtime_error as soon as the database cannot be reached.
 std::unique_ptr< Caller > databaseCaller( const std::string & url, const std::string & passwordFile,
-                                          double patience = 0 );
+                                          std::optional< double > patience = {} );
 
 /// The exit status of who has waited in vain.
 inline constexpr int exitTimedOut = 4;
@@ -44,7 +47,6 @@ bool settles( Caller & agent, double seconds );
 void addStateOptions( CLI::App & app );
 /// Whether they do, on the command line that was read.
 bool namesDatabase( const CLI::App & app );
-/// The database that they name, else the agent at that socket, as `agentCaller` gives it. Throws
-/// std::runtime_error where nobody answers.
+/// The database that they name, else the agent at that socket. Throws as those do.
 std::unique_ptr< Caller > liveCaller( const CLI::App & app, const std::string & socket,
-                                      double patience = 0 );
+                                      std::optional< double > patience = {} );

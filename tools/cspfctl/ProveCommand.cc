@@ -85,8 +85,9 @@ proveLab( const ProveOptions & options ) {
 
 int
 proveAgent( const ProveOptions & options ) {
+   const auto agent = agentCaller( options.socket );
    try {
-      const bool settled = settles( *agentCaller( options.socket ), options.timeout );
+      const bool settled = settles( *agent, options.timeout );
       return report( Prove::prove( liveSnapshot( options.socket ) ), settled, options.json );
    } catch ( const Service::TimedOut & ) {
       std::cerr << "cspfctl: timed out: the agent does not answer" << std::endl;

@@ -214,7 +214,16 @@ addWaitCommand( CLI::App & app, int & status ) {
       const auto path =
          settled ? std::nullopt : std::optional( PathWait( options->expression, options->vrf ) );
       const auto start = std::chrono::steady_clock::now();
-      const auto caller = liveCaller( app, options->socket, options->timeout.value_or( 0 ) );
+      std::unique_ptr< Caller > caller;
+      try {
+         caller = liveCaller( app, options->socket, options->timeout );
+      } catch ( const Service::TimedOut & nobody ) {
+         if ( !options->timeout ) {
+            throw;
+         }
+         status = timedOut( nobody.what() );
+         return;
+      }
       const std::chrono::duration< double > passed = std::chrono::steady_clock::now() - start;
       auto left = options->timeout;
       if ( left ) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/service/UnixSocket.h"
+
 #include <nlohmann/json.hpp>
 
 #include <chrono>
@@ -13,16 +15,10 @@ namespace Service {
 
 using Json = nlohmann::json;
 
-/// The time that was given for an answer is over.
-struct TimedOut : std::runtime_error {
-   TimedOut() : std::runtime_error( "timed out" ) {}
-};
-
 /// A caller of a running agent's control socket; waits for answers.
 class Client {
  public:
-   /// Throws std::runtime_error when nobody answers at the path, nor comes to within `patience`
-   /// seconds.
+   /// Throws as `connectTo` does.
    explicit Client( const std::string & socketPath, double patience = 0 );
    ~Client();
    Client( const Client & ) = delete;

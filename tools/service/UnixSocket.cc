@@ -229,10 +229,13 @@ connectTo( const std::string & path, double patience ) {
          return fd;
       }
       const int error = errno;
-      const bool mayCome = error == ENOENT || error == ECONNREFUSED;
-      if ( !mayCome || std::chrono::steady_clock::now() >= end ) {
-         fail( path,
-               std::string( "no agentrunner answers here (" ) + std::strerror( error ) + ")" );
+      const std::string why =
+         path + ": no agentrunner answers here (" + std::strerror( error ) + ")";
+      if ( error != ENOENT && error != ECONNREFUSED ) {
+         throw std::runtime_error( why );
+      }
+      if ( std::chrono::steady_clock::now() >= end ) {
+         throw TimedOut( why );
       }
       std::this_thread::sleep_for( interval );
    }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <stdexcept>
 #include <string>
 #include <sys/types.h>
 
@@ -57,8 +58,13 @@ class Listener {
    gid_t group_ = 0;  ///< 0: no group
 };
 
+/// The time that was given for an answer is over.
+struct TimedOut : std::runtime_error {
+   explicit TimedOut( const std::string & what = "timed out" ) : std::runtime_error( what ) {}
+};
+
 /// A connected, blocking socket. Who does not listen at the path yet is waited for, `patience`
-/// seconds at most. Throws std::runtime_error.
+/// seconds at most; throws TimedOut then, and std::runtime_error where waiting does not help.
 int connectTo( const std::string & path, double patience = 0 );
 
 }
