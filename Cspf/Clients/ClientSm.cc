@@ -88,7 +88,7 @@ void
 ClientDirSm::handleInitialized() {
    TRACE7( "clientDirSm getting initialized" );
    LUM_WATCH_KEYS( clientDir_, entity, handleClientDir );
-   LUM_WATCH( teRouterIdConfig_, routerId, handleTeRouterId );
+   LUM_WATCH( teRouterIdConfig_, routerId, cleanUpLater );
    doCleanupStaleClientMounts();
    handleEnabled();
 }
@@ -114,7 +114,7 @@ ClientDirSm::handleClientDir( const Lum::String & name ) {
    }
    TRACE7( "Deleting ClientSm for client " << name );
    clientSmDel( name );
-   unservedTablesTask_.schedule();
+   cleanUpLater();
    if ( clientDir_->entitys() == 0 ) {
       TRACE7( "No client present, disabling the agent" );
       handleEnabled();
@@ -149,8 +149,12 @@ ClientDirSm::doCleanupStaleClientMounts() {
 }
 
 void
-ClientDirSm::handleTeRouterId() {
-   unservedTablesTask_.schedule();
+ClientDirSm::cleanUpLater() {
+   if ( intake_.v4AllClientInfo->taskScheduler() ) {
+      unservedTablesTask_.schedule();
+   } else {
+      doCleanupUnservedTables();
+   }
 }
 
 void

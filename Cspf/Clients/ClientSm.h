@@ -46,7 +46,7 @@ class ClientSm : public Lum::Reactor {
 ///   watches                     handler                    does
 ///   Lum::Dir of Clients         handleClientDir            clientSm, one a client;
 ///                                                           AgentStatus.agentEnabled
-///   TeRouterIdConfig.routerId   handleTeRouterId           removes tables
+///   TeRouterIdConfig.routerId   cleanUpLater               removes tables
 class ClientDirSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, ClientDirSm );
    ClientDirSm( const Lum::Ptr< Corvdb::EntityManager > & entityManager,
@@ -88,7 +88,8 @@ class ClientDirSm : public Lum::Reactor {
    const std::set< std::string > & expectedBwmStatusPath() const { return expectedBwmStatusPath_; }
 
  private:
-   void handleTeRouterId();
+   /// In a later turn, once for all clients that leave in this one: it looks through all tables.
+   void cleanUpLater();
    /// Tables that were kept for clients that wait for TE are nobody's when these have gone since.
    void doCleanupUnservedTables();
    /// All tables of clients that this run does not write.
@@ -104,7 +105,6 @@ class ClientDirSm : public Lum::Reactor {
    const Lum::Ptr< const TeRouterIdConfig > teRouterIdConfig_;
    const Lum::Ptr< AgentStatus > agentStatus_;
    const ClientIntake intake_;
-   // Once for all clients that leave in a turn: it looks through all tables.
    Kiv::Task unservedTablesTask_{ *this, intake_.v4AllClientInfo->taskScheduler(),
                                   "unservedTablesTask", [ this ]() { doCleanupUnservedTables(); } };
    std::set< std::string > expectedStatusPath_;
