@@ -313,14 +313,14 @@ TilfaPathSm::handleScope() {
       movesAgain_ = true;
       return;
    }
-   holdsRunsIs( true );
+   runHold_.holdsIs( true );
    scopeWalk_.start( Lum::keysOf( requests_ ) );
 }
 
 void
 TilfaPathSm::endMoving() {
    const bool movesAgain = std::exchange( movesAgain_, false );
-   holdsRunsIs( false );
+   runHold_.holdsIs( false );
    if ( movesAgain && !isRetired() && !scopeWalk_.isUnderWay() ) {
       scopeWalk_.start( Lum::keysOf( requests_ ) );
    }
@@ -330,15 +330,7 @@ void
 TilfaPathSm::stopMoving() {
    scopeWalk_.stop();
    movesAgain_ = false;
-   holdsRunsIs( false );
-}
-
-void
-TilfaPathSm::holdsRunsIs( bool holds ) {
-   if ( std::exchange( holdsRuns_, holds ) != holds ) {
-      const std::uint32_t intakes = pathStatusInfoTable()->intakes();
-      pathStatusInfoTable()->intakesIs( holds ? intakes + 1 : intakes - 1 );
-   }
+   runHold_.holdsIs( false );
 }
 
 std::size_t

@@ -3,6 +3,7 @@
 #include "Cspf/Repairs/TilfaKeys.h"
 #include "Cspf/Requests/PathSm.h"
 #include "Cspf/Requests/RepairScope.h"
+#include "Cspf/Requests/RunHold.h"
 
 #include <set>
 
@@ -65,7 +66,6 @@ class TilfaPathSm : public PathSmBase {
    std::size_t moveToScope( const PathKey & pathKey );
    void endMoving();
    void stopMoving();
-   void holdsRunsIs( bool holds );
    TopoId topoIdOf( const PathKey & pathKey, const PathConstraint & constraint,
                     const TopoId & before ) const;
    PathConstraint treesConstraint( const PathConfig & config, const TopoId & topoId ) const;
@@ -85,7 +85,8 @@ class TilfaPathSm : public PathSmBase {
    std::map< std::uint32_t, Lum::Ptr< Replacing > > replacing_;
    std::uint32_t lastTrees_ = 0;
    Kiv::Walk< PathKey > scopeWalk_;
-   bool holdsRuns_ = false, movesAgain_ = false;
+   RunHold runHold_{ pathStatusInfoTable() };
+   bool movesAgain_ = false;
 };
 
 }

@@ -89,7 +89,7 @@ TeIntfStatusSm::TeIntfStatusSm( const Lum::Ptr< const TrafficEngineering::Status
                                 const Lum::Ptr< Kiv::TaskScheduler > & taskScheduler )
    : teStatus_( teStatus ),
      pathConfigInfoTable_( pathConfigInfoTable ),
-     pathStatusInfoTable_( pathStatusInfoTable ),
+     runHold_( pathStatusInfoTable ),
      taskScheduler_( taskScheduler ),
      pathsTask_( *this, taskScheduler, "intfSrlgTask", [ this ]() { goOverPaths(); } ),
      paths_( *this, taskScheduler, "intfSrlgToPathsTask",
@@ -113,7 +113,7 @@ TeIntfStatusSm::handleIntfStatus( const Lum::String & name ) {
 void
 TeIntfStatusSm::doPrepareToDie() {
    paths_.stop();
-   holdsRunsIs( false );
+   runHold_.holdsIs( false );
 }
 
 void
@@ -130,7 +130,7 @@ TeIntfStatusSm::goOverPathsLater() {
       goOverPaths();
       return;
    }
-   holdsRunsIs( true );
+   runHold_.holdsIs( true );
    pathsTask_.schedule();
 }
 
@@ -159,17 +159,9 @@ TeIntfStatusSm::tell( const PathInfoKey & key ) const {
 /// Runs that waited go on, also where changes never cease.
 void
 TeIntfStatusSm::endGoingOver() {
-   holdsRunsIs( false );
+   runHold_.holdsIs( false );
    if ( !isRetired() && !changed_.empty() && !paths_.isUnderWay() ) {
       goOverPathsLater();
-   }
-}
-
-void
-TeIntfStatusSm::holdsRunsIs( bool holds ) {
-   if ( pathStatusInfoTable_ && std::exchange( holdsRuns_, holds ) != holds ) {
-      const std::uint32_t intakes = pathStatusInfoTable_->intakes();
-      pathStatusInfoTable_->intakesIs( holds ? intakes + 1 : intakes - 1 );
    }
 }
 

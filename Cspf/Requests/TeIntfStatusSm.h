@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cspf/Records/PathRows.h"
+#include "Cspf/Requests/RunHold.h"
 #include "platform/Kiv/Walk.h"
 #include "schema/TrafficEngineering.h"
 
@@ -70,16 +70,14 @@ class TeIntfStatusSm : public Lum::Reactor {
    void goOverPaths();
    std::size_t tell( const PathInfoKey & key ) const;
    void endGoingOver();
-   void holdsRunsIs( bool holds );
 
    const Lum::Ptr< const TrafficEngineering::Status > teStatus_;
    const Lum::Ptr< PathConfigInfoTable > pathConfigInfoTable_;
-   const Lum::Ptr< PathStatusInfoTable > pathStatusInfoTable_;
+   RunHold runHold_;
    const Lum::Ptr< Kiv::TaskScheduler > taskScheduler_;
    std::set< Kivnet::IntfId > changed_;  // since the paths were gone over
    Kiv::Task pathsTask_;
    Kiv::Walk< PathInfoKey > paths_;
-   bool holdsRuns_ = false;
 };
 
 }
