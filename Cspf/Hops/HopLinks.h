@@ -72,10 +72,9 @@ class HopAddressMemory : public Lum::Reactor {
    };
 
    bool holds( const Entry & entry ) const;
-
-   const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
    std::span< const Carrier > allCarriers( const Kivnet::IpGenAddr & address );
 
+   const Lum::Ptr< const AllTopoDbStatus > allTopoDbStatus_;
    Lum::Map< Kivnet::IpGenAddr, Entry > entries_;
    std::vector< Carrier > inTopology_;  // of the last call
    std::uint64_t changes_ = 0;

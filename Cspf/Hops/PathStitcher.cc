@@ -146,12 +146,11 @@ PathStitcher::bestStrictHop( const Kivnet::IpGenAddr & source,
                              const Kivnet::IpGenAddr & strictHop ) const {
    const CspfLinkFilter & filter = memory_.filter( view_, view_.spfRoot() );  // renumbers
    const TopoGraph & topoGraph = view_.topoGraph();
-   auto candidates = singleHops( filter, topoGraph.vertex( NodeId( source ) ),
-                                 topoGraph.vertex( NodeId( destination ) ) );
+   const CspfVertex from = topoGraph.vertex( NodeId( source ) );
+   const CspfVertex to = topoGraph.vertex( NodeId( destination ) );
+   auto candidates = singleHops( filter, from, to );
    const auto isMeant = [ & ]( const StrictHop & hop ) { return arrivesAt( hop.hop, strictHop ); };
-   if ( std::ranges::any_of( candidates, isMeant )
-        || meansLink( topoGraph.vertex( NodeId( source ) ),
-                      topoGraph.vertex( NodeId( destination ) ), strictHop ) ) {
+   if ( std::ranges::any_of( candidates, isMeant ) || meansLink( from, to, strictHop ) ) {
       std::erase_if( candidates, std::not_fn( isMeant ) );
    }
    const auto old = findOldNexthopForStrictHop( destination );
