@@ -1,9 +1,11 @@
 // The network of a lab as steps from router to router, by the address that a hop is published
 // under. Only links that both ends advertise are steps, and only topologies that the agent sees.
+// What crosses a LAN is put together of its two members, so that a LAN costs what its members are.
 
 #include "tools/lab/LabCost.h"
 
 #include <algorithm>
+#include <span>
 
 namespace Lab {
 
@@ -14,38 +16,14 @@ metricOf( const LabLinkAttributes & attributes ) {
    return attributes.teMetric.value_or( attributes.metric );
 }
 
-/// Calls `step( from, far address, to, metrics forth and back )`, routers by TE router id, for each
-/// way that both ends advertise.
-template< class Step >
-void
-forEachStep( const LabTopology & topology, Step step ) {
-   const auto id = [ & ]( const std::string & router ) {
-      return topology.routers.at( router ).teRouterId;
-   };
-   const auto steps = [ & ]( const std::string & near, const std::string & far,
-                             const Addresses & farAddresses, const LabLinkAttributes & forth,
-                             const LabLinkAttributes & back ) {
-      for ( const auto & address : farAddresses ) {
-         step( id( near ), address, id( far ), metricOf( forth ), metricOf( back ) );
-      }
-   };
-   for ( const auto & [ name, link ] : topology.links ) {
-      if ( link.ab.advertised && link.ba.advertised ) {
-         steps( link.a.router, link.b.router, link.b.addrs, link.ab.attributes,
-                link.ba.attributes );
-         steps( link.b.router, link.a.router, link.a.addrs, link.ba.attributes,
-                link.ab.attributes );
-      }
+template< class Ways >
+std::span< const typename Ways::mapped_type::value_type >
+found( const Ways & ways, const typename Ways::key_type & key ) {
+   const auto at = ways.find( key );
+   if ( at == ways.end() ) {
+      return {};
    }
-   for ( const auto & [ name, lan ] : topology.lans ) {
-      for ( const auto & [ near, nearMember ] : lan.members ) {
-         for ( const auto & [ far, farMember ] : lan.members ) {
-            if ( near != far && nearMember.attached && farMember.attached ) {
-               steps( near, far, farMember.addrs, nearMember.attributes, farMember.attributes );
-            }
-         }
-      }
-   }
+   return at->second;
 }
 
 /// Whether a router that was there has another TE router id, or none any more.
@@ -91,25 +69,57 @@ LabCosts::follow( const LabChange & change ) {
    }
 }
 
+/// Calls `visit( map of the network, key, value )` for each way that both ends advertise.
+template< class Visit >
+void
+LabCosts::forEachWay( const std::string & name, const LabTopology & part, Visit visit ) {
+   Network & network = networks_[ { part.vrf, part.af } ];
+   const auto id = [ & ]( const std::string & router ) {
+      return part.routers.at( router ).teRouterId;
+   };
+   const auto step = [ & ]( const LabLinkEnd & near, const LabLinkEnd & far, std::uint64_t forth,
+                            std::uint64_t back ) {
+      for ( const auto & address : far.addrs ) {
+         visit( network.steps, std::pair( id( near.router ), address ),
+                Step{ id( far.router ), &name, forth, back } );
+      }
+   };
+   for ( const auto & [ linkName, link ] : part.links ) {
+      if ( link.ab.advertised && link.ba.advertised ) {
+         const auto forth = metricOf( link.ab.attributes );
+         const auto back = metricOf( link.ba.attributes );
+         step( link.a, link.b, forth, back );
+         step( link.b, link.a, back, forth );
+      }
+   }
+   for ( const auto & [ lanName, lan ] : part.lans ) {
+      for ( const auto & [ router, member ] : lan.members ) {
+         if ( !member.attached ) {
+            continue;
+         }
+         const Port port{ { &name, lanName }, router, metricOf( member.attributes ) };
+         visit( network.departures, std::pair( id( router ), port.lan ), port );
+         for ( const auto & address : member.addrs ) {
+            visit( network.arrivals, std::pair( id( router ), address ), port );
+         }
+      }
+   }
+}
+
 void
 LabCosts::add( const std::string & name, const LabTopology & part ) {
-   Network & network = networks_[ { part.vrf, part.af } ];
-   forEachStep( part, [ & ]( const auto & from, const auto & address, const auto & to,
-                             std::uint64_t forth, std::uint64_t back ) {
-      network.steps[ { from, address } ].push_back( { to, &name, forth, back } );
+   forEachWay( name, part, []( auto & ways, const auto & key, const auto & way ) {
+      ways[ key ].push_back( way );
    } );
 }
 
 void
 LabCosts::remove( const std::string & name, const LabTopology & part ) {
-   Network & network = networks_[ { part.vrf, part.af } ];
-   forEachStep( part, [ & ]( const auto & from, const auto & address, const auto & to,
-                             std::uint64_t forth, std::uint64_t back ) {
-      const auto steps = network.steps.find( { from, address } );
-      const Step gone{ to, &name, forth, back };
-      steps->second.erase( std::ranges::find( steps->second, gone ) );
-      if ( steps->second.empty() ) {
-         network.steps.erase( steps );
+   forEachWay( name, part, []( auto & ways, const auto & key, const auto & gone ) {
+      const auto kept = ways.find( key );
+      kept->second.erase( std::ranges::find( kept->second, gone ) );
+      if ( kept->second.empty() ) {
+         ways.erase( kept );
       }
    } );
 }
@@ -153,19 +163,28 @@ LabCosts::addOwn( Network & network, const LabTopology & topology, const std::st
 }
 
 std::optional< std::uint64_t >
-LabCosts::hopCost( const Network & network, const LabPath & path, const From & hop,
-                   const Kivnet::IpGenAddr & to ) const {
-   const auto steps = network.steps.find( hop );
+LabCosts::hopCost( const Network & network, const LabPath & path, const TeRouterId & from,
+                   const HopAddress & hop, const TeRouterId & to ) const {
+   const auto & asked = path.constraint.topoId;
    std::optional< std::uint64_t > least;
-   if ( steps == network.steps.end() ) {
-      return least;
-   }
-   const auto & topology = path.constraint.topoId;
-   for ( const Step & step : steps->second ) {
-      if ( step.to == to && ( !topology || *topology == *step.topology )
-           && visible( *document_, document_->topologies.at( *step.topology ) ) ) {
-         const auto metric = path.constraint.reversePath ? step.metricBack : step.metric;
+   const auto judge = [ & ]( const std::string & topology, std::uint64_t forth,
+                             std::uint64_t back ) {
+      if ( ( !asked || *asked == topology )
+           && visible( *document_, document_->topologies.at( topology ) ) ) {
+         const auto metric = path.constraint.reversePath ? back : forth;
          least = std::min( least.value_or( metric ), metric );
+      }
+   };
+   for ( const Step & step : found( network.steps, { from, hop } ) ) {
+      if ( step.to == to ) {
+         judge( *step.topology, step.metric, step.metricBack );
+      }
+   }
+   for ( const Port & arrival : found( network.arrivals, { to, hop } ) ) {
+      for ( const Port & departure : found( network.departures, { from, arrival.lan } ) ) {
+         if ( departure.router != arrival.router ) {
+            judge( *arrival.lan.topology, departure.metric, arrival.metric );
+         }
       }
    }
    return least;
@@ -186,7 +205,7 @@ LabCosts::cost( const LabPath & path, const Kivnet::IpGenAddr & source,
    std::uint64_t sum = 0;
    Kivnet::IpGenAddr at = source;
    for ( std::size_t i = 0; i < hops.size(); ++i ) {
-      const auto metric = hopCost( network->second, path, { at, hops[ i ] }, routers[ i ] );
+      const auto metric = hopCost( network->second, path, at, hops[ i ], routers[ i ] );
       if ( !metric ) {
          return std::nullopt;
       }

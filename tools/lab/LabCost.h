@@ -30,23 +30,44 @@ class LabCosts {
                                         const Cspf::PathStatus & status ) const;
 
  private:
-   /// A way from one router to the next, over a link or across a LAN.
+   using TeRouterId = Kivnet::IpGenAddr;
+   using HopAddress = Kivnet::IpGenAddr;
+   /// A way over a link from one router to the next.
    struct Step {
-      Kivnet::IpGenAddr to;  ///< TE router id
+      TeRouterId to;
       const std::string * topology;
       std::uint64_t metric, metricBack;
 
       bool operator==( const Step & ) const = default;
    };
+   struct Lan {
+      const std::string * topology;
+      std::string name;
+
+      auto operator<=>( const Lan & ) const = default;
+   };
+   /// A member of a LAN with what it sends at.
+   struct Port {
+      Lan lan;
+      std::string router;
+      std::uint64_t metric;
+
+      bool operator==( const Port & ) const = default;
+   };
    using VrfAf = std::pair< Vrf, Af >;
-   using From = std::pair< Kivnet::IpGenAddr, Kivnet::IpGenAddr >;  // TE router id, hop address
+   /// Of topologies that the agent sees or not.
    struct Network {
-      std::map< From, std::vector< Step > > steps;  ///< of topologies that the agent sees or not
-      std::set< Kivnet::IpGenAddr > own;            ///< addresses of the lab's router
+      std::map< std::pair< TeRouterId, HopAddress >, std::vector< Step > > steps;  ///< by who sends
+      std::map< std::pair< TeRouterId, HopAddress >, std::vector< Port > > arrivals;
+      std::map< std::pair< TeRouterId, Lan >, std::vector< Port > > departures;
+      std::set< Kivnet::IpGenAddr > own;  ///< addresses of the lab's router
    };
 
    std::optional< std::uint64_t > hopCost( const Network & network, const LabPath & path,
-                                           const From & hop, const Kivnet::IpGenAddr & to ) const;
+                                           const TeRouterId & from, const HopAddress & hop,
+                                           const TeRouterId & to ) const;
+   template< class Visit >
+   void forEachWay( const std::string & name, const LabTopology & part, Visit visit );
    void addAll();
    void setOwn();
    static void addOwn( Network & network, const LabTopology & topology, const std::string & self );
