@@ -201,6 +201,7 @@ TEST_F( SharedStateTest, whoWaitsOutlastsADatabaseThatIsAwayAndEndsWithOneThatIs
    server.cli( { "FCALL", "state_set", "1", configKey, "@type", "Cspf::Config",
                  "pathConfig[10.0.0.3#1]", "{}" } );
    EXPECT_EQ( statusOf( patient ), 0 );
+   EXPECT_EQ( ctl( { "wait", "--for", "rsvp/10.0.0.3=up", "--timeout", "0" } ).exitStatus, 0 );
    runner->end( SIGTERM );
    server.stopAndContinue( true );
    const ProgramResult silent = ctl( { "wait", "--for", "rsvp/10.0.0.3", "--timeout", "0.2" } );

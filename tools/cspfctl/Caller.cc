@@ -12,6 +12,7 @@
 #include <array>
 #include <exception>
 #include <iostream>
+#include <limits>
 #include <map>
 #include <optional>
 #include <unistd.h>
@@ -89,9 +90,16 @@ DatabaseCaller::DatabaseCaller( const std::string & url, const std::string & pas
                                    handleUnusable( why, isHopeless );
                                 },
                                 [ this ]( const std::string & line ) { handleLine( line ); } } );
+   constexpr Lum::Seconds firstLook = 1;  // for a database that is there, whatever the patience
    const Lum::Seconds end = loop_.deadlineAfter( patience.value_or( 0 ) );
-   while ( !complete_ && !end_ && ( patience ? loop_.now() < end : away_.empty() ) ) {
-      loop_.runOnce( patience ? std::min( 0.1, end - loop_.now() ) : 0.1 );
+   const Lum::Seconds lookEnd = patience ? std::max( end, loop_.deadlineAfter( firstLook ) )
+                                         : std::numeric_limits< Lum::Seconds >::infinity();
+   while ( !complete_ && !end_ ) {
+      const Lum::Seconds left = ( away_.empty() ? lookEnd : end ) - loop_.now();
+      if ( left <= 0 ) {
+         break;
+      }
+      loop_.runOnce( std::min( 0.1, left ) );
    }
    if ( complete_ ) {
       return;
