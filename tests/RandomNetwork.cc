@@ -115,6 +115,15 @@ repairOf( const CspfRepair & repair ) {
    return plain;
 }
 
+Prove::Originators
+originatorsOf( const GraphWalker::Originators & destination ) {
+   Prove::Originators to;
+   for ( const auto & originator : destination ) {
+      to.push_back( { index( originator.router ), originator.metric } );
+   }
+   return to;
+}
+
 }
 
 GraphWalker::GraphWalker( const CspfGraph & graph ) : walker_( repairNetwork( graph ) ) {}
@@ -140,10 +149,7 @@ GraphWalker::behind( const CspfGraph & graph, CspfEdge link, bool isLink ) {
 std::string
 GraphWalker::fault( const CspfRepairs & result, const Originators & destination, bool tryAll,
                     uint32_t maxNodes ) const {
-   Prove::Originators to;
-   for ( const auto & originator : destination ) {
-      to.push_back( { index( originator.router ), originator.metric } );
-   }
+   const Prove::Originators to = originatorsOf( destination );
    std::vector< Prove::Repair > repairs;
    for ( const CspfRepair & repair : result.repairs ) {
       repairs.push_back( repairOf( repair ) );
@@ -154,4 +160,12 @@ GraphWalker::fault( const CspfRepairs & result, const Originators & destination,
       fault = std::to_string( result.nodesNeeded ) + " nodes are said to be needed";
    }
    return fault;
+}
+
+bool
+GraphWalker::arrive( const CspfRepairs & result, const Originators & destination ) const {
+   const Prove::Originators to = originatorsOf( destination );
+   return std::ranges::all_of( result.repairs, [ & ]( const CspfRepair & repair ) {
+      return walker_.walk( repairOf( repair ), to, true );
+   } );
 }

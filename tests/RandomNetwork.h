@@ -49,6 +49,8 @@ class GraphWalker {
    /// Also holds the number of nodes that are said to be needed against that found by trying all.
    std::string fault( const Cspf::CspfRepairs & result, const Originators & destination,
                       bool tryAll, uint32_t maxNodes = Prove::RepairWalker::maxNodes ) const;
+   /// Whether packets arrive by each of the repairs, wherever these lead.
+   bool arrive( const Cspf::CspfRepairs & result, const Originators & destination ) const;
 
  private:
    Prove::RepairWalker walker_;

@@ -29,7 +29,16 @@ CspfRefusedLinks::CspfRefusedLinks( const CspfGraph & graph, const CspfLinkConst
 bool
 CspfRefusedLinks::has( CspfEdge edge ) const {
    return graph_.has( edge ) && CspfArcs::refusal( graph_, plain_, edge, {} ) == CspfRefusal::none
-          && constraint_.reason( graph_, edge ) != CspfRefusal::none && !isApart_( edge );
+          && ( ( constraint_.reason( graph_, edge ) != CspfRefusal::none && !isApart_( edge ) )
+               || ( constraint_.countsSrlgs() && comesBack( graph_, constraint_, edge ) ) );
+}
+
+bool
+CspfRefusedLinks::comesBack( const CspfGraph & graph, const CspfLinkFilter & constraint,
+                             CspfEdge edge ) {
+   const CspfEdge out = graph.reverse( edge );
+   return graph.to( edge ) == constraint.constraint().root && out != noEdge
+          && constraint.reason( graph, out ) == CspfRefusal::excludedInterface;
 }
 
 template< typename Edges >
@@ -210,13 +219,12 @@ CspfPlainForwarding::mark( const CspfGraph & graph, const CspfLinkFilter & after
    marks_.assign( graph.edgeBound(), unmarked );
    for ( uint32_t v = 0; v < graph.vertexBound(); ++v ) {
       for ( const CspfArcs::Arc & arc : arcs_.out( CspfVertex{ v } ) ) {
-         const CspfEdge edge = arcs_.edge( arc ), back = graph.reverse( edge );
+         const CspfEdge edge = arcs_.edge( arc );
          uint8_t & marks = marks_[ index( edge ) ];
          if ( !after.admitted( edge ) ) {
             marks = isApart( edge ) ? failing : refused | failing;
-         } else if ( arc.to == plr_ && back != noEdge
-                     && after.reason( graph, back ) == CspfRefusal::excludedInterface ) {
-            marks = failing;
+         } else if ( CspfRefusedLinks::comesBack( graph, after, edge ) ) {
+            marks = after.countsSrlgs() ? refused | failing : failing;
          }
       }
    }

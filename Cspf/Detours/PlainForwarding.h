@@ -15,7 +15,8 @@ struct CspfOriginator {
 };
 
 /// The links that plain forwarding may use and a constraint refuses, but for those that somebody
-/// else judges.
+/// else judges. What comes back to the constraint's root over an interface that it excludes is
+/// refused where SRLGs count before the metric; a path by the metric alone never meets it.
 class CspfRefusedLinks {
  public:
    using IsApart = std::function< bool( CspfEdge ) >;
@@ -29,6 +30,9 @@ class CspfRefusedLinks {
    /// Whether there are any. O(links that the constraint names), or, where it tests links otherwise
    /// than `plain` does, O(edges).
    bool any() const;
+   /// Whether the edge leads to the root by a link that the root may not leave by.
+   static bool comesBack( const CspfGraph & graph, const CspfLinkFilter & constraint,
+                          CspfEdge edge );
 
  private:
    template< typename Edges >
