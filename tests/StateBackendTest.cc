@@ -218,6 +218,22 @@ TEST_F( RedisStateTest, whatAServerFindsOnAnEarlierConnectionIsOvertaken ) {
    EXPECT_TRUE( common->routing() );
 }
 
+TEST_F( RedisStateTest, oneHoldsTheLeaseThoughAllTraceOfItWasLost ) {
+   state[ 0 ].replica->leaseIs( { "a" }, false, {} );
+   state.settle();
+   ASSERT_TRUE( state[ 0 ].replica->status().holdsLease );
+   const auto claim = [ & ]( const std::string & fence, const std::string & who ) {
+      return state.server().cli(
+         { "FCALL", "state_claim", "0", fence, "10000", "", "1 run " + who, "a" } );
+   };
+   state.server().cli( { "FLUSHALL" } );
+   EXPECT_THAT( claim( "0", "another" ), testing::Not( HasSubstr( "HELD" ) ) );
+   state.settle();
+   EXPECT_FALSE( state[ 0 ].replica->status().holdsLease );
+   EXPECT_THAT( state.server().cli( { "GET", "lease:a" } ), HasSubstr( "another" ) );
+   EXPECT_THAT( claim( "0", "a third" ), HasSubstr( "HELD" ) );
+}
+
 TEST_F( RedisStateTest, whatIsRefusedTakesNothingElseWithIt ) {
    RandomValue random( 13 );
    state[ 0 ].replica->leaseIs( { "a" }, false, {} );

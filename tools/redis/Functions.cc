@@ -186,6 +186,13 @@ local function open(_, args)
   return { redis.call('GET', 'epoch'), rev }
 end
 
+-- Greater than those before it, also than those of which the database has lost every trace.
+local function newFence()
+  local now = redis.call('TIME')
+  local last = tonumber(redis.call('GET', 'fences') or '0')
+  return string.format('%.0f', math.max(last + 1, now[1] * 1000000 + now[2]))
+end
+
 local function claim(_, args)
   local fence, dead = args[1], args[3]
   for i = 5, #args do
@@ -200,8 +207,9 @@ local function claim(_, args)
     end
   end
   if fence == '0' then
-    fence = tostring(redis.call('INCR', 'fences'))
-  elseif tonumber(redis.call('GET', 'fences') or '0') < tonumber(fence) then
+    fence = newFence()
+  end
+  if tonumber(redis.call('GET', 'fences') or '0') < tonumber(fence) then
     redis.call('SET', 'fences', fence)
   end
   for i = 5, #args do
