@@ -91,7 +91,7 @@ template< class Key >
 Key
 entryKey( const std::string & text, const Place & place ) {
    if constexpr ( Textual< Key > ) {
-      const auto key = fromText< Key >( text );
+      const auto key = keyFromText< Key >( text );
       return key ? *key : throw Error( place, "as key, " + textExpected< Key >() );
    } else {
       Key key{};

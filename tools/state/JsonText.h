@@ -133,6 +133,13 @@ fromText( std::string_view text ) {
    }
 }
 
+/// As the key of an entry: a VRF has a name.
+template< Textual T >
+std::optional< T >
+keyFromText( std::string_view text ) {
+   return std::same_as< T, L3::VrfName > && text.empty() ? std::nullopt : fromText< T >( text );
+}
+
 /// What a text of type `T` must be, for errors.
 template< Textual T >
 std::string
