@@ -121,6 +121,8 @@ TEST_F( SharedStateTest, whatCannotBeIsRefusedWithItsPlaceAndTheRestGoesOn ) {
       { { "e:te/cspf/client/pl\xffnner", "@type", "Cspf::Client" }, "expected a path in UTF-8" },
       { { "t:te/cspf/config/vrf/default/ipv4/pl\xffnner", "@type", "Cspf::Config" },
         "ipv4/pl\\xffnner: /@type: expected a path in UTF-8" },
+      { { "e:te/cspf/client/rsvp", "vrf[]", "true" },
+        "vrf[]: expected as key, a name of 1 to 100" },
       { { "e:te/config", "intfSrlg[\xed\xa0\x80]", "[7]" }, "expected a name in UTF-8" },
    };
    for ( const auto & [ write, line ] : cases ) {
@@ -132,6 +134,53 @@ TEST_F( SharedStateTest, whatCannotBeIsRefusedWithItsPlaceAndTheRestGoesOn ) {
    EXPECT_TRUE( refused( "t:routing/isis/adjacency/x: /@type: missing" ) );
    set( { configKey, "pathConfig[10.0.0.3#1]", "{}" } );
    EXPECT_TRUE( isPublished( "10.64.0.5" ) );
+}
+
+TEST_F( SharedStateTest, anAnnouncementLosesItsFamilyWithItsReadinessOrNotAtAll ) {
+   const auto runner = run();
+   loadSquare( *runner );
+   const std::string path = "routing/topoDbExport/x", key = "e:" + path;
+   const auto set = [ & ]( std::vector< std::string > fields ) {
+      fields.insert( fields.begin(), { "FCALL", "state_set", "1", key } );
+      server.cli( fields );
+   };
+   const auto has = [ & ]( bool initialized, const std::string & af ) {
+      return comesTrue( [ & ] {
+         const Json all =
+            Client( runner->socket() ).call( "get", { { "path", "routing/topoDbExport" } } );
+         const Json entries = all[ "value" ][ "entity" ];
+         return entries.contains( "x" ) && entries[ "x" ][ "value" ][ "initialized" ] == initialized
+                && entries[ "x" ][ "value" ][ "af" ] == af;
+      } );
+   };
+   const auto refused = [ & ]( int times ) {
+      return comesTrue( [ & ] {
+         const std::string said = log();
+         int found = 0;
+         for ( auto at = said.find( "/af: expected" ); at != said.npos;
+               at = said.find( "/af: expected", at + 1 ) ) {
+            ++found;
+         }
+         return found >= times;
+      } );
+   };
+   set( { "@type", "Routing::Topology::ExportPath", "igpSource", "\"ospf\"", "vrfName",
+          "\"default\"", "af", "\"ipv4\"", "initialized", "true" } );
+   EXPECT_TRUE( has( true, "ipv4" ) );
+   server.cli( { "FCALL", "state_del", "1", key, "af" } );
+   EXPECT_TRUE( refused( 1 ) );
+   server.kill();
+   server.start();
+   EXPECT_TRUE( refused( 2 ) ) << "when all is read again";
+   EXPECT_TRUE( has( true, "ipv4" ) );
+   set( { "af", "\"\"", "initialized", "false" } );
+   EXPECT_TRUE( has( false, "" ) );
+   set( { "initialized", "true", "af", "\"ipv4\"" } );
+   EXPECT_TRUE( has( true, "ipv4" ) );
+   Client( runner->socket() )
+      .call( "patch",
+             { { "path", path }, { "patch", { { "initialized", false }, { "af", "" } } } } );
+   EXPECT_TRUE( has( false, "" ) );
 }
 
 TEST_F( SharedStateTest, oneAgentWritesAndAnotherWaits ) {

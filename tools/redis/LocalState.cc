@@ -7,6 +7,7 @@
 #include "tools/pace/Job.h"
 #include "tools/state/JsonPlace.h"
 #include "tools/state/StateFields.h"
+#include "tools/state/StateTypes.h"
 
 #include <algorithm>
 
@@ -37,12 +38,30 @@ foreignFieldIs( Lum::Entity & entity, const std::string & field,
    State::fieldIs( entity, field, text );
 }
 
+constexpr std::string_view initializedField = "initialized";
+
+bool
+isTrue( const FieldText & field ) {
+   return field.second && State::Json::parse( *field.second, nullptr, false ) == true;
+}
+
 /// The changes in the order in which the fields are described; those of one attribute as they came.
+/// What is no longer initialized is so first: until then its watchers take the other fields for
+/// granted.
 KeyChanges
 asDescribed( const Lum::Entity & entity, const KeyChanges & changes ) {
+   const std::vector< std::size_t > first;
    std::vector< std::pair< std::vector< std::size_t >, const FieldText * > > order;
+   const FieldText * last = nullptr;
    for ( const FieldText & one : changes.fields ) {
-      order.emplace_back( State::placeOf( entity, one.first ), &one );
+      last = one.first == initializedField ? &one : last;
+   }
+   for ( const FieldText & one : changes.fields ) {
+      if ( one.first != initializedField ) {
+         order.emplace_back( State::placeOf( entity, one.first ), &one );
+      } else if ( &one == last ) {
+         order.emplace_back( isTrue( one ) ? State::placeOf( entity, one.first ) : first, &one );
+      }
    }
    std::ranges::stable_sort(
       order, {}, []( const auto & one ) -> const auto & { return one.first; } );

@@ -120,28 +120,25 @@ Replica::take( const Picture::Key & key ) {
          differing.fields.emplace_back( field, text );
       }
    }
+   if ( entity && !spares_ ) {
+      addEnded( key, *entity, differing );
+   }
    if ( !differing.fields.empty() ) {
       local_.apply( differing );
    }
-   if ( entity ) {
-      sweepFields( key );
-   }
 }
 
+/// Adds the fields that stand here alone.
 void
-Replica::sweepFields( const Picture::Key & key ) {
-   const auto entity = local_.entity( key.content.key );
-   if ( !entity || spares_ || outbox_.holds( key.content.key, "" ) ) {
-      return;
-   }
+Replica::addEnded( const Picture::Key & key, const Lum::Entity & entity, KeyChanges & changes ) {
    std::unordered_set< std::string_view > theirs;
    for ( const auto & [ field, text ] : key.content.fields ) {
       theirs.insert( field );
       Pace::breathe();
    }
-   for ( const std::string & field : State::fieldNames( *entity ) ) {
-      if ( !theirs.contains( field ) && !outbox_.holds( key.content.key, field ) ) {
-         local_.fieldIs( key.content.key, field, std::nullopt );
+   for ( std::string & field : State::fieldNames( entity ) ) {
+      if ( !theirs.contains( field ) && !outbox_.holds( changes.key, field ) ) {
+         changes.fields.emplace_back( std::move( field ), std::nullopt );
       }
       Pace::breathe();
    }

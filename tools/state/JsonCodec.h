@@ -255,8 +255,8 @@ mergeEntries( E & entity, const F & field, const Coll & coll, const Json & patch
    for ( const auto & [ text, part ] : patch.items() ) {
       Pace::breathe();
       const Place here( place, text );
-      const auto key = fromText< Key >( text );
-      if ( !key || ( std::same_as< Key, L3::VrfName > && text.empty() ) ) {
+      const auto key = keyFromText< Key >( text );
+      if ( !key ) {
          throw Error( here, "as key, " + textExpected< Key >() );
       }
       if ( part.is_null() ) {
@@ -433,11 +433,19 @@ entityToText( const E & entity, TextSink & sink ) {
    sink.text( before == "{" ? "{}" : "}" );
 }
 
+/// What is no longer initialized is so first: until then its watchers take the other fields for
+/// granted.
 template< class E >
 void
 mergeFields( E & entity, const Json & patch, const Place & place, Walk walk ) {
    if ( !patch.is_object() ) {
       throw Error( place, "an object" );
+   }
+   if constexpr ( requires { entity.initializedIs( false ); } ) {
+      if ( walk == Walk::apply && patch.contains( "initialized" )
+           && patch[ "initialized" ] != true ) {
+         entity.initializedIs( false );
+      }
    }
    for ( const auto & [ name, part ] : patch.items() ) {
       const Place here( place, name );
