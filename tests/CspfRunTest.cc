@@ -99,7 +99,7 @@ TEST( CspfRun, choicesAcrossLansKeepToHopsAlone ) {
 TEST( CspfRun, tellsWhatItDoesToWhoeverListens ) {
    nlohmann::json core =
       labTopology( "A -10- B -0- C; B -16777215- D; B -10{group 4}- E; A =lan1= F H; "
-                   "A -5- G; G -5- B; B =lan2= J; plain J" );
+                   "A -5- G; G -5- B; B =lan2= J; plain J; A -30- K; G -5- K" );
    core[ "routers" ][ "H" ][ "overload" ] = true;
    for ( const char * owner : { "B", "G" } ) {
       core[ "routers" ][ owner ][ "prefixes" ][ "192.0.2.7/32" ] = 0;
@@ -127,7 +127,8 @@ TEST( CspfRun, tellsWhatItDoesToWhoeverListens ) {
            "adding another equal cost path for router 10.0.0.2", "as its metric is zero",
            "as its link metric is maximum", "has an excluded administrative group",
            "Path back to self found via ",
-           "router 10.0.0.8 is already in shortestPath, skipping...", "0|SE-0|SI-0skipping...",
+           "router 10.0.0.8 is already in shortestPath, skipping...",
+           "router 10.0.0.10 is already in shortestPath, skipping...", "0|SE-0|SI-0skipping...",
            "::doSearchAndUpdateForTeps(): found TEP 10.0.0.2",
            "already found TEP 192.0.2.7 on router 10.0.0.8", "Overload bit set for router ",
            "creating path with ", " among 2 links for 10.0.0.2 for TEP 10.0.0.2" } ) {

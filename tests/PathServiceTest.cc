@@ -313,6 +313,11 @@ TEST( PathService, RequestsForNowhereAreAnsweredAndHarmNobody ) {
    using namespace Cspf;
    TestLab lab( "A -10- B -10- C" );
    lab.request( "cli", "good", "C" );
+   for ( const char * client : { "cli", "rsvp" } ) {
+      lab.request( client, "nothing", "C", { { "noSpf", true } }, { { "id", 9 } } );
+      lab.settle();
+      EXPECT_EQ( lab.error( client, "nothing" ), "no computation asked for, and no hops given" );
+   }
    const auto config =
       Lum::cast< Config >( lab.tables().table( "te/cspf/config/vrf/default/ipv4/cli" ) );
    PathConfig nowhere, router;
