@@ -102,6 +102,33 @@ TEST( Prove, sendsPacketsAlongRepairs ) {
    EXPECT_NE( faults( lab ).find( "has no repair, which would need" ), std::string::npos );
 }
 
+TEST( Prove, sendsPacketsAlongRepairsOfLeastRisk ) {
+   // Without the link's risk the way from N to V is E - S, from the far side.
+   TestLab lab( "S -5{srlg 1}- E -1- D -50- V -1{srlg 1}- S -10- N -1{srlg 1}- E; N -12- V",
+                { { "clients",
+                    { { "tilfa",
+                        { { "vrf", { { "default", true } } },
+                          { "addressFamily", { { "ipv4", true } } } } } } },
+                  { "router", "S" } } );
+   lab.request( "tilfa", "toD", "D", { { "excludeIntf", "S-E.a" }, { "excludeSrlg", true } } );
+   lab.settle();
+   const std::uint32_t idx = lab.status( "tilfa", "toD" )->repairPathIdx();
+   ASSERT_NE( idx, 0u );
+   EXPECT_EQ( faults( lab ), "" );
+   const auto table = lab.statusTable( "tilfa" );
+   const Cspf::PqInfo info = table->pqInfo( idx );
+   ASSERT_EQ( info.pathList().size(), 3u );
+   Cspf::PqInfo shorter = info;
+   shorter.path_.clear();
+   shorter.segment_.clear();
+   for ( std::size_t i = 1; i < 3; ++i ) {
+      shorter.path_.push( info.pathList()[ i ] );
+      shorter.segment_.push( i == 1 ? Cspf::RepairSegment() : info.segmentList()[ i ] );
+   }
+   table->pqInfoIs( shorter );
+   EXPECT_NE( faults( lab ).find( "packets do not arrive" ), std::string::npos ) << faults( lab );
+}
+
 TEST( Prove, findsNoFaultWhereThereIsNone ) {
    std::size_t best = 0, absent = 0;
    for ( unsigned seed = 1; seed <= 60; ++seed ) {

@@ -27,8 +27,9 @@ class RepairProof {
       const Step * link = nullptr;
       RepairTopology * topology = topologies_.topologyOf( answer, link );
       // The repair of a link that is gone is the one that it had.
-      if ( !topology || answer.uncertain()
-           || !topologies_.isJudged( answer.config->constraint(), *link ) ) {
+      const Cspf::PathConstraint & asked = answer.config->constraint();
+      if ( !topology || answer.uncertain() || !RepairTopologies::isJudged( asked, *link )
+           || ( !info && topologies_.prefersRisks( asked ) ) ) {
          ++verdict_.passedOver;
          return "";
       }
@@ -52,8 +53,14 @@ class RepairProof {
          topology_ = &topology;
          asked_ = asked;
       }
-      const std::string fault = topology.walker->fault(
-         repairs, topology.originators( answer.key.dst() ), false, repairNodesAllowed( asked ) );
+      const Originators destination = topology.originators( answer.key.dst() );
+      const RepairWalker & walker = *topology.walker;
+      std::string fault;
+      if ( !topologies_.prefersRisks( asked ) ) {
+         fault = walker.fault( repairs, destination, false, repairNodesAllowed( asked ) );
+      } else if ( !walker.walk( repairs.front(), destination, true ) ) {
+         fault = "does not lead there";
+      }
       if ( fault.empty() ) {
          return "";
       }

@@ -33,7 +33,8 @@ RepairReason::RepairReason( const Snapshot & state, const Service & service, con
    }
    const Step * link = nullptr;
    topology_ = topologies_.topologyOf( answer, link );
-   if ( !topology_ || !topologies_.isJudged( asked_, *link ) ) {
+   if ( !topology_ || !RepairTopologies::isJudged( asked_, *link )
+        || topologies_.prefersRisks( asked_ ) ) {
       return;
    }
    protected_ = link;

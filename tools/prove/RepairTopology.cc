@@ -106,9 +106,13 @@ RepairTopologies::published( std::uint32_t idx ) const {
 }
 
 bool
-RepairTopologies::isJudged( const PathConstraint & asked, const Step & link ) const {
-   const bool risks = !asked.srlgStrictMode() && !risksOf( state_, asked ).empty();
-   return !link.lan && !risks && asked.bandwidth() == 0;
+RepairTopologies::isJudged( const PathConstraint & asked, const Step & link ) {
+   return !link.lan && asked.bandwidth() == 0;
+}
+
+bool
+RepairTopologies::prefersRisks( const PathConstraint & asked ) const {
+   return !asked.srlgStrictMode() && !risksOf( state_, asked ).empty();
 }
 
 RepairTopology *
@@ -181,7 +185,8 @@ RepairTopologies::failureOf( const RepairTopology & topology, const Step & link,
       failure.node = *topology.router( link.to() );
    }
    failure.links = { topology.number( link.link ), topology.number( link.back ) };
-   const auto risks = risksOf( state_, asked );
+   const auto risks =
+      prefersRisks( asked ) ? std::set< TrafficEngineering::SrlgId >() : risksOf( state_, asked );
    const bool refuses = asked.excludeAdminGroup() || asked.includeAllAdminGroup()
                         || asked.includeAnyAdminGroup() || asked.excludeSrlg()
                         || !asked.excludeLinkWithIpList().empty();

@@ -65,8 +65,11 @@ class RepairTopologies {
    /// The topology in which a request is computed, and the protected link there; null where the
    /// link is gone.
    RepairTopology * topologyOf( const Answer & answer, const Step *& link ) const;
-   /// A LAN's loss and the paths of least risk are not judged.
-   bool isJudged( const Cspf::PathConstraint & asked, const Step & link ) const;
+   /// A LAN's loss and a bandwidth are not judged.
+   static bool isJudged( const Cspf::PathConstraint & asked, const Step & link );
+   /// Whether paths of least risk are asked for: whether packets arrive is judged, but not which
+   /// repair is best, nor whether there is one.
+   bool prefersRisks( const Cspf::PathConstraint & asked ) const;
    /// What is asked for, or what is protected instead.
    static Cspf::PathConstraint protectionOf( const Answer & answer );
    Failure failureOf( const RepairTopology & topology, const Step & link,
