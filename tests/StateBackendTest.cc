@@ -11,13 +11,16 @@
 #include <gtest/gtest.h>
 
 using State::Json;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
-/// Changes anything: entities and tables of all types come, change, go and come again.
+/// Changes anything: entities and tables of all types come, change, go and come again, then or in
+/// the same turn.
 void
 changeSomething( Member & member, RandomValue & random, const std::string & top ) {
    const std::string name = top + "/" + std::to_string( random.below( 3 ) );
@@ -31,7 +34,9 @@ changeSomething( Member & member, RandomValue & random, const std::string & top 
          const bool table = random.below( 2 ) == 0;
          if ( random.below( 10 ) == 0 ) {
             table ? member.tables.cleanup( path ) : member.state.entityDel( path );
-            return;
+            if ( random.below( 2 ) == 0 ) {
+               return;
+            }
          }
          const auto entity =
             Lum::cast< E >( table ? member.tables.alwaysIs( path, E::lumTypeName )
@@ -194,11 +199,13 @@ TEST_F( RedisStateTest, whatIsSentBeforeTheLeaseIsGrantedIsKept ) {
 TEST_F( RedisStateTest, whatAServerFindsOnAnEarlierConnectionIsOvertaken ) {
    RedisServer & server = state.server();
    state[ 0 ].replica->leaseIs( { "a" }, false, {} );
-   const auto own = state[ 0 ].state.entityIs< Ip::Status >( "a/b" );
-   const auto common = state[ 0 ].state.entityIs< Ip::Status >( "c" );
-   own->routingIs( true );
-   common->routingIs( true );
+   for ( const char * path : { "a/b", "c" } ) {
+      for ( const char * vrf : { "x", "y" } ) {
+         state[ 0 ].state.entityIs< Cspf::Client >( path )->vrfIs( L3::VrfName( vrf ), true );
+      }
+   }
    state.settle();
+   const Content content = state[ 0 ].content();
    const auto firstWord = []( const std::string & text ) {
       return text.substr( 0, text.find_first_of( " \n" ) );
    };
@@ -208,14 +215,46 @@ TEST_F( RedisStateTest, whatAServerFindsOnAnEarlierConnectionIsOvertaken ) {
    const std::string fence = firstWord( server.cli( { "GET", "lease:a" } ) );
    server.cli( { "CLIENT", "KILL", "TYPE", "normal" } );
    expectAgreement( "on new connections" );
-   const std::string changes = "\x92\xa7routing\xa5"
+   const std::string changes = "\x92\xa6vrf[x]\xa5"
                                "false\x90";  // packed
-   server.cli( { "FCALL", "state_write", "0", epoch, writer, fence, "e:a/b", "Ip::Status", changes,
-                 "e:c", "Ip::Status", changes } );
+   for ( const bool ends : { false, true } ) {
+      for ( const bool changesIt : { false, true } ) {
+         std::vector< std::string > call{ "FCALL", "state_write", "0", epoch, writer, fence };
+         for ( const char * key : { "e:a/b", "e:c" } ) {
+            if ( ends ) {
+               call.insert( call.end(), { key, "", "" } );
+            }
+            if ( changesIt ) {
+               call.insert( call.end(), { key, "Cspf::Client", changes } );
+            }
+         }
+         server.cli( call );
+         expectAgreement( "found late" );
+         EXPECT_THAT( differences( state[ 0 ].content(), content ), IsEmpty() );
+      }
+   }
+}
+
+TEST_F( RedisStateTest, whatEndsAndComesAgainInOneGoIsToldByWhatDiffers ) {
+   const auto rowsAre = [ & ]( const std::vector< unsigned > & ids ) {
+      const auto rows = Lum::cast< Cspf::Status >(
+         state[ 0 ].tables.alwaysIs( "a/rows", Cspf::Status::lumTypeName ) );
+      for ( const unsigned id : ids ) {
+         rows->pathErrorIs( { Cspf::Destination( *Kivnet::IpGenAddr::parse( "10.0.0.1" ) ), id },
+                            "error" );
+      }
+   };
+   rowsAre( { 1, 2, 3 } );
    state.settle();
-   expectAgreement( "found late" );
-   EXPECT_TRUE( own->routing() );
-   EXPECT_TRUE( common->routing() );
+   std::vector< std::string > told;
+   const auto watch = Lum::make< Service::StateWatch >(
+      "a/rows", state[ 1 ].tables.table( "a/rows" ),
+      [ & ]( const Json & change ) { told.push_back( change.dump() ); } );
+   state[ 0 ].tables.cleanup( "a/rows" );
+   rowsAre( { 1, 3, 4 } );
+   expectAgreement( "in the end" );
+   EXPECT_THAT( told, ElementsAre( AllOf( HasSubstr( "10.0.0.1#2" ), Not( HasSubstr( "value" ) ) ),
+                                   HasSubstr( "10.0.0.1#4" ) ) );
 }
 
 TEST_F( RedisStateTest, oneHoldsTheLeaseThoughAllTraceOfItWasLost ) {
@@ -271,11 +310,22 @@ TEST_F( RedisStateTest, whatEndsWithAnotherKeyWhileAllIsReadAgainIsGone ) {
 }
 
 TEST_F( RedisStateTest, whatIsMoreThanOneBatchGoesOnWhileItChanges ) {
-   const auto rows = Lum::cast< Cspf::Status >(
-      state[ 0 ].tables.alwaysIs( "a/rows", Cspf::Status::lumTypeName ) );
+   const auto table = [ & ] {
+      return Lum::cast< Cspf::Status >(
+         state[ 0 ].tables.alwaysIs( "a/rows", Cspf::Status::lumTypeName ) );
+   };
+   const auto end = [ & ] {
+      state[ 0 ].tables.cleanup( "a/rows" );
+      EXPECT_EQ( state[ 0 ].replica->status().pending, 1u );  // however much was in it
+   };
+   auto rows = table();
    RandomValue random( 13 );
    const Cspf::Destination dst( *Kivnet::IpGenAddr::parse( "10.0.0.1" ) );
    for ( unsigned round = 0; round < 20; ++round ) {
+      if ( round < 12 && random.below( 3 ) == 0 ) {
+         end();
+         rows = table();
+      }
       for ( unsigned i = 0; i < 4'000; ++i ) {
          const Cspf::PathKey key{ dst, random.below( 15'000 ) };
          if ( random.below( 4 ) ) {
@@ -291,9 +341,27 @@ TEST_F( RedisStateTest, whatIsMoreThanOneBatchGoesOnWhileItChanges ) {
    }
    ASSERT_GT( rows->pathErrors(), 8'000u );
    expectAgreement( "in the end" );
-   state[ 0 ].tables.cleanup( "a/rows" );
+   end();
    expectAgreement( "ended" );
    EXPECT_FALSE( state[ 1 ].content().contains( "t:a/rows" ) );
+}
+
+TEST_F( RedisStateTest, whoeverEndsACommonTableAllAgree ) {
+   RandomValue random( 5 );
+   for ( int i = 1; i <= 500; ++i ) {
+      Member & member = state[ random.below( 3 ) ];
+      if ( random.below( 4 ) == 0 ) {
+         member.tables.cleanup( "a" );
+      }
+      if ( random.below( 4 ) != 0 ) {
+         random.fillEntity( *Lum::cast< Cspf::Status >(
+            member.tables.alwaysIs( "a", Cspf::Status::lumTypeName ) ) );
+      }
+      state.turns( static_cast< int >( random.below( 3 ) ) );
+      if ( i % 100 == 0 ) {
+         expectAgreement( "after some turns" );
+      }
+   }
 }
 
 TEST_F( RedisStateTest, readingAllAgainTellsNothingOfWhatIsAsItWas ) {

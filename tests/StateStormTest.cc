@@ -52,12 +52,16 @@ tableOf( Member & member, const std::string & path ) {
 /// What one writer's table holds in the end; random content before.
 using Write = std::function< void( Member & member, std::mt19937 & random, bool isLast ) >;
 
-/// A client that asks for ever other paths to D, and in the end for ten, with `refreshReqSeq` 77.
+/// A client that asks for ever other paths to D, now and then in a new table, and in the end for
+/// ten, with `refreshReqSeq` 77.
 void
 writeRequests( Member & member, const std::string & name, std::mt19937 & random, bool isLast ) {
    const auto client = member.state.entityIs< Cspf::Client >( "te/cspf/client/" + name );
    client->vrfIs( L3::VrfName( "default" ), true );
    client->addressFamilyIs( Kivnet::AddressFamily::ipv4, true );
+   if ( !isLast && random() % 10 == 0 ) {
+      member.tables.cleanup( configOf( name ) );
+   }
    const auto config = tableOf< Cspf::Config >( member, configOf( name ) );
    for ( std::uint32_t id = 1; id <= 20; ++id ) {
       Cspf::PathConfig request;

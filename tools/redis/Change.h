@@ -20,7 +20,15 @@ using FieldText = std::pair< std::string, std::optional< std::string > >;
 struct KeyChanges {
    std::string key;
    std::vector< FieldText > fields;
+   bool isAnew = false;  ///< the key ended before them: nothing else is in it
 };
+
+/// Whether the key ends by them, with all that is in it.
+inline bool
+endsKey( const KeyChanges & changes ) {
+   return !changes.fields.empty() && changes.fields.front().first == typeField
+          && !changes.fields.front().second;
+}
 
 /// So many changes of one turn are taken over in one go; between those of a longer one, and while a
 /// key ends, the loop serves others (`Pace::breathe`).

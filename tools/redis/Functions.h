@@ -7,8 +7,8 @@ namespace Redis {
 ///   state_open CANDIDATE: the epoch (the candidate where the database had none) and the revision.
 ///
 ///   state_write EPOCH WRITER FENCE {KEY TYPE CHANGES}...: one turn's changes, whole or not at all,
-///   each text as of `PackedChanges`. An empty type ends the key. Gives the revision before and
-///   after. Errors:
+///   each text as of `PackedChanges`. An empty type ends the key, which may come again behind it.
+///   Gives the revision before and after. Errors:
 ///   "EPOCH ...": this is another database; "OWNED KEY LEASE": another one owns the path;
 ///   "FENCED KEY": this writer owned it, and another one has come since; "FOREIGN KEY TYPE": no
 ///   hash stands there.

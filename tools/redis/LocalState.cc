@@ -10,6 +10,8 @@
 #include "tools/state/StateTypes.h"
 
 #include <algorithm>
+#include <iterator>
+#include <unordered_set>
 
 namespace Redis {
 
@@ -235,10 +237,10 @@ LocalState::tellAll( const std::string & key ) {
    watches_.at( key )->tellAll();
 }
 
+/// Whatever was in it: to name that would take long.
 void
 LocalState::watchDel( const std::string & key ) {
-   if ( const auto watch = watches_.extract( key ) ) {
-      watch.mapped()->tellAll();
+   if ( watches_.erase( key ) > 0 ) {
       changed( key, "" );
    }
 }
@@ -294,11 +296,24 @@ LocalState::apply( const KeyChanges & changes ) {
    } else if ( type != changes.fields.end() && present->typeName() != *type->second ) {
       refuseKey( key, std::string( "expected \"" ) + present->typeName() + "\", found \""
                          + *type->second + "\"" );
-   } else if ( isTable( key ) ) {
-      tables_.alwaysIs( pathOf( key ), present->typeName() );  // which readers alone may have made
+   } else {
+      KeyChanges all{ key, {} };
+      if ( changes.isAnew ) {
+         all.fields = endedBeside( changes );
+      }
+      std::ranges::copy( changes.fields, std::back_inserter( all.fields ) );
+      changeKey( present, all );
+   }
+}
+
+void
+LocalState::changeKey( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes ) {
+   if ( isTable( changes.key ) ) {
+      // Readers alone may have made it.
+      tables_.alwaysIs( pathOf( changes.key ), entity->typeName() );
       setWatchedFields( changes );
    } else {
-      changeEntity( present, changes );
+      changeEntity( entity, changes );
    }
 }
 
@@ -426,17 +441,48 @@ LocalState::setFields( const std::string & key, Lum::Entity & entity, const KeyC
    }
 }
 
+std::vector< FieldText >
+LocalState::endedBeside( const KeyChanges & theirs ) const {
+   std::vector< FieldText > ended;
+   std::unordered_set< std::string_view > names;
+   for ( const auto & [ field, text ] : theirs.fields ) {
+      names.insert( field );
+      Pace::breathe();
+   }
+   const auto present = entity( theirs.key );
+   for ( std::string & field :
+         present ? State::fieldNames( *present ) : std::vector< std::string >() ) {
+      if ( !names.contains( field ) && !handlers_.isNewer( theirs.key, field ) ) {
+         ended.emplace_back( std::move( field ), std::nullopt );
+      }
+      Pace::breathe();
+   }
+   return ended;
+}
+
+/// Whether the key, or anything in it, is newer.
+bool
+LocalState::hasNewer( const std::string & key ) const {
+   const auto isNewer = [ & ]( const std::string & field ) {
+      return handlers_.isNewer( key, field );
+   };
+   const auto present = entity( key );
+   return isNewer( "" )
+          || ( present && std::ranges::any_of( State::fieldNames( *present ), isNewer ) );
+}
+
 void
 LocalState::keyDel( const std::string & key ) {
    const auto present = entity( key );
    if ( !present ) {
       return;
    }
-   if ( isTable( key ) || state_.isMounted( pathOf( key ) ) ) {
-      for ( const std::string & name : State::fieldNames( *present ) ) {
-         fieldIs( key, name, std::nullopt );
-         Pace::breathe();
-      }
+   if ( isTable( key ) || state_.isMounted( pathOf( key ) ) || hasNewer( key ) ) {
+      const KeyChanges all{ key, endedBeside( { key, {} } ) };
+      isTable( key ) ? setWatchedFields( all ) : changeEntity( present, all );
+   }
+   if ( hasNewer( key ) ) {
+      return;  // it has come again
    }
    const Taking taking( *this, key );
    if ( isTable( key ) ) {

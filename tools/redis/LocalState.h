@@ -51,8 +51,11 @@ class LocalState {
    /// Takes over what is not newer here. A key that is new comes whole: its entity is complete when
    /// others see it.
    void apply( const KeyChanges & changes );
-   /// Takes the end of a key over. What is mounted stays: without entries, with its defaults.
+   /// Takes the end of a key over. What is mounted stays: without entries, with its defaults; and
+   /// so does what is newer.
    void keyDel( const std::string & key );
+   /// The end of each field that is there beside those, and not newer.
+   std::vector< FieldText > endedBeside( const KeyChanges & theirs ) const;
    void fieldIs( const std::string & key, const std::string & field,
                  const std::optional< std::string_view > & text );
 
@@ -69,6 +72,8 @@ class LocalState {
    void tableIs( const std::string & key, const std::string & type );
    void createEntity( const std::string & key, const std::string & type,
                       const KeyChanges & changes );
+   bool hasNewer( const std::string & key ) const;
+   void changeKey( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes );
    void changeEntity( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes );
    bool isSoundWith( const Lum::Entity & entity, const KeyChanges & changes );
    bool isSound( const Lum::Entity & entity, const std::string & key );

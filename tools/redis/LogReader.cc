@@ -143,6 +143,8 @@ LogReader::addChanges( std::string_view key, std::string_view packed ) {
    }
    if ( turn_.keys.empty() || turn_.keys.back().key != key ) {
       turn_.keys.push_back( { std::string( key ), {} } );
+   } else if ( KeyChanges & last = turn_.keys.back(); endsKey( last ) ) {
+      last = { last.key, {}, true };
    }
    return forEachPacked( packed, [ this ]( std::string_view field, const auto & text ) {
       ++turn_.revision;

@@ -111,24 +111,37 @@ Outbox::Names::takeFirst( std::size_t most ) {
    return first;
 }
 
-void
-Outbox::changed( const std::string & key, const std::string & field ) {
+Outbox::Fields &
+Outbox::pendingOf( const std::string & key ) {
    const auto [ at, isNew ] = pending_.keys.try_emplace( key );
    if ( isNew ) {
       pending_.order.push_back( key );
    }
+   return at->second;
+}
+
+void
+Outbox::changed( const std::string & key, const std::string & field ) {
+   Fields & fields = pendingOf( key );
    if ( field.empty() ) {
-      at->second.whole = true;
+      fields.whole = true;
    } else {
-      at->second.names.insert( field );
+      fields.names.insert( field );
    }
+}
+
+void
+Outbox::ended( const std::string & key ) {
+   Fields & fields = pendingOf( key );
+   fields = {};
+   fields.ended = true;
 }
 
 std::size_t
 Outbox::size() const {
    std::size_t fields = 0;
    for ( const auto & [ key, one ] : pending_.keys ) {
-      fields += one.names.size() + one.whole;
+      fields += one.size();
    }
    return fields;
 }
@@ -136,7 +149,8 @@ Outbox::size() const {
 bool
 Outbox::holds( const Batch & batch, const std::string & key, const std::string & field ) {
    const auto at = batch.keys.find( key );
-   return at != batch.keys.end() && ( at->second.whole || at->second.names.contains( field ) );
+   return at != batch.keys.end()
+          && ( at->second.ended || at->second.whole || at->second.names.contains( field ) );
 }
 
 bool
@@ -157,8 +171,11 @@ void
 Outbox::addKey( const LocalState & state, const std::string & key, const Fields & fields,
                 Command & command ) {
    const auto entity = state.entity( key );
-   if ( !entity ) {
+   const bool hasCome = fields.whole || fields.names.size() > 0;
+   if ( fields.ended ) {
       command.add( key ).add( "" ).add( "" );
+   }
+   if ( !entity || !hasCome ) {
       return;
    }
    PackedChanges changes;
@@ -186,9 +203,14 @@ Outbox::take( const LocalState & state, Command & command ) {
    std::size_t room = maxFields;
    while ( room > 0 && hasPending() ) {
       const std::string key = pending_.order.front();
+      if ( !state.entity( key ) ) {
+         ended( key );  // whatever has changed in it before
+      }
       Fields & all = pending_.keys.at( key );
       Fields & fields = batch.keys[ key ];
+      fields.ended = std::exchange( all.ended, false );
       fields.whole = all.whole;
+      room -= fields.ended;
       fields.names = all.names.takeFirst( room );
       room -= fields.names.size();
       batch.order.push_back( key );
@@ -248,13 +270,14 @@ Outbox::restoreLast() {
    sent_.pop_back();
    for ( const std::string & key : newer.order ) {
       Fields & fields = newer.keys.at( key );
-      const auto [ at, isNew ] = pending_.keys.try_emplace( key );
-      if ( isNew ) {
-         pending_.order.push_back( key );
+      Fields & older = pendingOf( key );
+      if ( fields.ended ) {
+         older = std::move( fields );
+         continue;
       }
-      at->second.whole |= fields.whole;
+      older.whole |= fields.whole;
       for ( const std::string & name : fields.names.inOrder() ) {
-         at->second.names.insert( name );
+         older.names.insert( name );
       }
    }
 }

@@ -14,7 +14,10 @@ namespace Redis {
 /// has changed, and a database that is away for long costs no more than the state itself.
 class Outbox {
  public:
+   /// Where no field is named, the key itself, which is there.
    void changed( const std::string & key, const std::string & field );
+   /// The key ended, with all that was in it. What is in it when it comes again is told anew.
+   void ended( const std::string & key );
    bool hasPending() const { return !pending_.order.empty(); }
    bool isInFlight() const { return !sent_.empty() && sent_.back().revision == 0; }
    bool isEmpty() const { return !hasPending() && sent_.empty(); }
@@ -65,8 +68,10 @@ class Outbox {
       std::vector< Slot > slots_;  ///< so many as a power of two, at most half of them taken
    };
    struct Fields {
+      bool ended = false;  ///< before all else
       bool whole = false;
       Names names;
+      std::size_t size() const { return names.size() + ended + whole; }
    };
    struct Batch {
       std::deque< std::string > order;
@@ -75,6 +80,7 @@ class Outbox {
    };
 
    static bool holds( const Batch & batch, const std::string & key, const std::string & field );
+   Fields & pendingOf( const std::string & key );
    void restoreLast();
    static void addKey( const LocalState & state, const std::string & key, const Fields & fields,
                        Command & command );

@@ -97,7 +97,6 @@ class Replica {
    void handlePictureKey( const Picture::Key & key );
    void compareOwn( const Picture::Key & key );
    void take( const Picture::Key & key );
-   void addEnded( const Picture::Key & key, const Lum::Entity & entity, KeyChanges & changes );
    void handlePictureComplete();
    void sweepKeys();
    void writeWhole( const std::string & key );

@@ -7,7 +7,7 @@
 #include "tools/state/StateFields.h"
 
 #include <algorithm>
-#include <unordered_set>
+#include <iterator>
 
 namespace Redis {
 
@@ -15,13 +15,6 @@ namespace {
 
 /// Fields of a batch that is worth not to be read again.
 constexpr std::size_t much = 1000;
-
-/// Whether the key ends by them, with all that is in it.
-bool
-endsKey( const KeyChanges & changes ) {
-   return !changes.fields.empty() && changes.fields.front().first == typeField
-          && !changes.fields.front().second;
-}
 
 }
 
@@ -67,7 +60,7 @@ Replica::compareOwn( const Picture::Key & key ) {
    const std::string & name = key.content.key;
    const auto entity = local_.entity( name );
    if ( !entity ) {
-      outbox_.changed( name, "" );
+      outbox_.ended( name );
       return;
    }
    std::unordered_map< std::string_view, std::string_view > theirs;
@@ -121,26 +114,11 @@ Replica::take( const Picture::Key & key ) {
       }
    }
    if ( entity && !spares_ ) {
-      addEnded( key, *entity, differing );
+      std::ranges::move( local_.endedBeside( key.content ),
+                         std::back_inserter( differing.fields ) );
    }
    if ( !differing.fields.empty() ) {
       local_.apply( differing );
-   }
-}
-
-/// Adds the fields that stand here alone.
-void
-Replica::addEnded( const Picture::Key & key, const Lum::Entity & entity, KeyChanges & changes ) {
-   std::unordered_set< std::string_view > theirs;
-   for ( const auto & [ field, text ] : key.content.fields ) {
-      theirs.insert( field );
-      Pace::breathe();
-   }
-   for ( std::string & field : State::fieldNames( entity ) ) {
-      if ( !theirs.contains( field ) && !outbox_.holds( changes.key, field ) ) {
-         changes.fields.emplace_back( std::move( field ), std::nullopt );
-      }
-      Pace::breathe();
    }
 }
 
@@ -212,7 +190,7 @@ Replica::handleTurn( Turn && turn ) {
    bool isLong = false;
    for ( const KeyChanges & changes : turn.keys ) {
       size += changes.fields.size();
-      isLong = isLong || size > maxInOneGo || endsKey( changes );
+      isLong = isLong || size > maxInOneGo || changes.isAnew || endsKey( changes );
    }
    work_.add(
       [ this, turn = std::move( turn ), isLong ] {
@@ -253,8 +231,16 @@ Replica::takeTurn( const Turn & turn, bool isLong ) {
 /// own on an earlier connection, which the server found after it had heard of this one.
 void
 Replica::writeAgain( const KeyChanges & changes ) {
+   if ( !local_.entity( changes.key ) ) {
+      outbox_.ended( changes.key );
+      flushSoon();
+      return;
+   }
    for ( const auto & [ field, text ] : changes.fields ) {
       outbox_.changed( changes.key, field == typeField ? "" : field );
+   }
+   if ( changes.isAnew || endsKey( changes ) ) {
+      writeWhole( changes.key );
    }
    flushSoon();
 }
@@ -290,7 +276,11 @@ Replica::handleChanged( const std::string & key, const std::string & field ) {
    if ( muted_ ) {
       return;
    }
-   outbox_.changed( key, field );
+   if ( field.empty() && !local_.entity( key ) ) {
+      outbox_.ended( key );
+   } else {
+      outbox_.changed( key, field );
+   }
    if ( foreign_.erase( key ) > 0 && local_.entity( key ) ) {
       local_.tellAll( key );  // it may be possible now, and the database has nothing of it
    }
