@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
 """A hundred thousand paths: another caller is answered while one reads everything, what is read is of
 one instant although the state changes, nobody who does not read holds anybody up, one frame of many rows
-and a lab are written while others are answered, and it ends soon."""
+and a lab are written while others are answered, and it ends soon. With `--state 1` all of it stands in a database."""
 import json
-from service import Report, Service, Surroundings, grid, options, with_paths
+from service import Database, Report, Service, Surroundings, grid, options, with_paths
 
-given = options(__doc__, paths=100000, constraints=50, wait_ms=100)
+given = options(__doc__, paths=100000, constraints=50, wait_ms=100, state=0)
 report = Report()
-service = Service(with_paths(grid(10, 10), given.paths, given.constraints), wait=600)
+database = Database() if given.state else None
+service = Service(with_paths(grid(10, 10), given.paths, given.constraints), wait=600,
+                  arguments=("--state", "unix:" + database.socket) if database else ())
 around = Surroundings(service, report, given.wait_ms)
 
 
@@ -34,6 +36,9 @@ for name, calls in (
     around.make(name, calls)
 report.limit("paths_served_again", len(service.caller(600).call(
     "get", path="te/cspf/status/vrf/default/ipv4/planner")["value"]["pathStatus"]), least=given.paths, most=given.paths)
+if database:
+    rows = database.ask("HLEN", "t:te/cspf/status/vrf/default/ipv4/planner")  # with type and revision
+    report.limit("fields_in_the_database", int(rows), least=given.paths + 2, most=given.paths + 2)
 TABLE = "te/cspf/config/vrf/default/ipv4/rsvp"
 
 

@@ -4,7 +4,7 @@ Each script here does one kind of harm to the service from outside, and prints o
 figures that it took, each beside its limit, and whether all held. CSPF_BIN names the folder with the
 programs (a sanitizer build is as good as a release build).
 """
-import argparse, contextlib, json, multiprocessing, os, random, signal, socket, subprocess, sys, tempfile, time
+import argparse, atexit, contextlib, json, multiprocessing, os, random, signal, socket, subprocess, sys, tempfile, time
 
 BIN = os.path.abspath(os.environ.get("CSPF_BIN", "build/release/bin"))
 CTL, AGENTRUNNER = os.path.join(BIN, "cspfctl"), os.path.join(BIN, "agentrunner")
@@ -107,6 +107,22 @@ class Caller:
         self.socket.close()
 
 
+class Database:
+    """A redis-server of one's own, in a folder of its own."""
+
+    def __init__(self):
+        self.directory = tempfile.TemporaryDirectory(prefix="faults")
+        self.socket = os.path.join(self.directory.name, "s")
+        self.process = subprocess.Popen(["redis-server", "--port", "0", "--unixsocket", self.socket, "--save", ""],
+                                        stdout=subprocess.DEVNULL, cwd=self.directory.name)
+        atexit.register(self.process.kill)
+        while self.process.poll() is None and not os.path.exists(self.socket):
+            time.sleep(0.002)
+
+    def ask(self, *words):
+        return subprocess.run(["redis-cli", "-s", self.socket, *words], capture_output=True, text=True).stdout.strip()
+
+
 class Service:
     """An agentrunner of one's own, in a folder of its own."""
 
@@ -155,9 +171,12 @@ class Service:
         return 0
 
     def settle(self, timeout=300):
-        """Waits until no task is pending."""
+        """Waits until there is an agent, no task is pending, and a database has all."""
         caller, end = self.caller(timeout), time.monotonic() + timeout
-        while caller.call("status")["pendingTasks"]:
+        while True:
+            status = caller.call("status")
+            if status["agent"] and not status["pendingTasks"] and status.get("state", {}).get("settled", True):
+                break
             if time.monotonic() > end:
                 raise TimeoutError("work pending after %s s" % timeout)
             time.sleep(0.005)
