@@ -186,11 +186,12 @@ local function open(_, args)
   return { redis.call('GET', 'epoch'), rev }
 end
 
--- Greater than those before it, also than those of which the database has lost every trace.
+-- Greater than those before it, also than those of which the database has lost every trace. In
+-- milliseconds: tostring has 14 digits, and the library of an earlier version counts on by it.
 local function newFence()
   local now = redis.call('TIME')
   local last = tonumber(redis.call('GET', 'fences') or '0')
-  return string.format('%.0f', math.max(last + 1, now[1] * 1000000 + now[2]))
+  return string.format('%.0f', math.max(last + 1, now[1] * 1000 + math.floor(now[2] / 1000)))
 end
 
 local function claim(_, args)
