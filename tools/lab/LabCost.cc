@@ -98,7 +98,9 @@ LabCosts::forEachWay( const std::string & name, const LabTopology & part, Visit 
             continue;
          }
          const Port port{ { &name, lanName }, router, metricOf( member.attributes ) };
-         visit( network.departures, std::pair( id( router ), port.lan ), port );
+         if ( id( router ) ) {  // others carry no path, and may be very many
+            visit( network.departures, std::pair( id( router ), port.lan ), port );
+         }
          for ( const auto & address : member.addrs ) {
             visit( network.arrivals, std::pair( id( router ), address ), port );
          }
