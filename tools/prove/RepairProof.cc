@@ -29,7 +29,8 @@ class RepairProof {
       // The repair of a link that is gone is the one that it had.
       const Cspf::PathConstraint & asked = answer.config->constraint();
       if ( !topology || answer.uncertain() || !RepairTopologies::isJudged( asked, *link )
-           || ( !info && topologies_.prefersRisks( asked ) ) ) {
+           || ( topologies_.prefersRisks( asked )
+                && ( !info || topology->originators( answer.key.dst() ).size() != 1 ) ) ) {
          ++verdict_.passedOver;
          return "";
       }

@@ -67,8 +67,8 @@ class RepairTopologies {
    RepairTopology * topologyOf( const Answer & answer, const Step *& link ) const;
    /// A LAN's loss and a bandwidth are not judged.
    static bool isJudged( const Cspf::PathConstraint & asked, const Step & link );
-   /// Whether paths of least risk are asked for: whether packets arrive is judged, but not which
-   /// repair is best, nor whether there is one.
+   /// Whether paths of least risk are asked for: whether packets arrive at a destination of one
+   /// router is judged, but not which repair is best, nor whether there is one.
    bool prefersRisks( const Cspf::PathConstraint & asked ) const;
    /// What is asked for, or what is protected instead.
    static Cspf::PathConstraint protectionOf( const Answer & answer );
