@@ -1,7 +1,8 @@
 // The active VRFs of one family. Holders of a VRF's handle decide whether it is active; the root
 // only follows, in fixed orders: the topology store comes before the VRF root that reads it, and
-// goes after it; the path tables stand in AllClientInfo while their VRF root lives. The agent owns
-// one root a family for its whole life.
+// goes after it; the path tables stand in AllClientInfo while their VRF root lives. Whoever hears
+// of what a VRF publishes while it comes or goes may ask for it again, and waits until that is
+// over. The agent owns one root a family for its whole life.
 
 #include "Cspf/Agent/Root.h"
 
@@ -60,6 +61,7 @@ CspfRoot::initialClientsDone() {
 void
 CspfRoot::vrfActiveIs( const L3::VrfName & vrf ) {
    const auto & clients = allClientInfo();
+   clients->vrfChangeBegins( vrf );
    const Lum::Ptr< const VrfSourceId > vrfSourceId = clients->vrfSourceIdIs( vrf );
    const auto allTopoDb = Lum::make< AllTopoDb >();
    allTopoDbDir_->allTopoDbCollIs( vrf, allTopoDb );
@@ -70,10 +72,12 @@ CspfRoot::vrfActiveIs( const L3::VrfName & vrf ) {
    clients->pathStatusInfoTableIs( vrf, root->pathStatusInfoTable() );
    clients->clientDataIs( vrf, root->clientData() );
    clients->repairScopeIs( vrf, root->repairScope() );
+   clients->vrfChangeEnds( vrf );
 }
 
 void
 CspfRoot::vrfActiveDel( const L3::VrfName & vrf ) {
+   allClientInfo()->vrfChangeBegins( vrf );
    vrfRootSmDel( vrf );
    endedVrfRoots_.push_back( vrfRoot( vrf ) );  // its machines may be at work further down
    endedVrfRootsTask_.schedule();
@@ -84,6 +88,7 @@ CspfRoot::vrfActiveDel( const L3::VrfName & vrf ) {
    allClientInfo()->repairScopeDel( vrf );
    allTopoDbDir_->allTopoDbCollDel( vrf );
    allClientInfo()->vrfSourceIdDelIfUnused( vrf );
+   allClientInfo()->vrfChangeEnds( vrf );
 }
 
 void

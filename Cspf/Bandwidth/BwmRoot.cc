@@ -1,7 +1,9 @@
 // The bandwidth manager's side of the agent. Clients that require it are set up by the intake, one
 // BwmClientSetupSm for each client and VRF; the handles that these hold decide in which VRFs there
 // is a manager. The marks of active VRFs outlive the process, so those of an earlier run are looked
-// through once the clients are known, and again whenever a VRF becomes active.
+// through once the clients are known, and again whenever a VRF becomes active. Whoever hears of an
+// end may bring about the next beginning inside of it: what is shared is let go before that is
+// told, or only where nobody has taken it over.
 
 #include "Cspf/Bandwidth/BwmRoot.h"
 
@@ -69,9 +71,9 @@ BwmRoot::vrfActiveIs( const L3::VrfName & vrf ) {
 
 void
 BwmRoot::vrfActiveDel( const L3::VrfName & vrf ) {
-   bwmVrfRootDel( vrf );
    bwmAllClientInfo()->bandwidthClientStatusTableDel( vrf );
    bwmAllClientInfo()->bandwidthClientUsageTableDel( vrf );
+   bwmVrfRootDel( vrf );
 }
 
 void
@@ -94,8 +96,12 @@ BwmClientSetupSm::clientStatusMountPath( const L3::VrfName & vrf, const Lum::Str
 void
 BwmClientSetupSm::doSetupBwmClient() {
    TRACE7( "Acquiring VRF dedup handle for client " << client_ << " in VRF " << vrf_ );
-   dedupVrfHandleIs(
-      bwmAllClientInfo_->activeVrfsDedupTable()->dedup( Cspf::dedupVrfHandleFactory( vrf_ ) ) );
+   const auto handle =
+      bwmAllClientInfo_->activeVrfsDedupTable()->dedup( Cspf::dedupVrfHandleFactory( vrf_ ) );
+   if ( isRetired() ) {
+      return;
+   }
+   dedupVrfHandleIs( handle );
    TRACE7( "Mounting zorch paths for client " << client_ << " in VRF " << vrf_ );
    clientStatusMount_.emplace( entityManager_, clientStatusMountPath( vrf_, client_ ),
                                LumZorch::MountMode::writer,
@@ -112,12 +118,19 @@ BwmClientSetupSm::doSetupBwmClient() {
                                                                                  clientUsageTable );
 }
 
+/// Whoever hears of it may have the client set up again: the table is that one's then.
 void
 BwmClientSetupSm::doCleanupBwmClient() {
-   bwmAllClientInfo_->bandwidthClientStatusTable( vrf_ )->bandwidthClientStatusDel( client_ );
+   if ( !dedupVrfHandle() ) {
+      return;
+   }
+   const auto statusTable = bwmAllClientInfo_->bandwidthClientStatusTable( vrf_ );
+   statusTable->bandwidthClientStatusDel( client_ );
    bwmAllClientInfo_->bandwidthClientUsageTable( vrf_ )->bandwidthClientUsageDel( client_ );
    TRACE7( "Cleaning up and unmounting zorch paths for client " << client_ << " in VRF " << vrf_ );
-   clientStatusMount_->cleanup();
+   if ( !statusTable->bandwidthClientStatusHas( client_ ) ) {
+      clientStatusMount_->cleanup();
+   }
    clientStatusMount_.reset();
    clientUsageMount_.reset();
    TRACE7( "Releasing VRF dedup handle for client " << client_ << " in VRF " << vrf_ );

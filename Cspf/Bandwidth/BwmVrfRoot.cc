@@ -52,7 +52,9 @@ BwmVrfRoot::handleInitialized() {
 void
 BwmVrfRoot::doPrepareToDie() {
    bwmActiveStatus_->bwmActiveDel( vrf_ );
-   status_.cleanup();
+   if ( !bwmActiveStatus_->bwmActiveHas( vrf_ ) ) {  // it is not active again
+      status_.cleanup();
+   }
 }
 
 void
@@ -96,9 +98,12 @@ BwmVrfRoot::handleIntf( const Kivnet::IntfId & intf ) {
    } else {
       status_.table()->usageDel( intf );
    }
-   const std::uint64_t all = reservable( intf );
-   for ( const auto & [ client, told ] : statusTable_->bandwidthClientStatusColl() ) {
-      if ( all ) {
+   for ( const auto & client : Lum::sortedKeys( statusTable_->bandwidthClientStatusColl() ) ) {
+      const auto told = statusTable_->bandwidthClientStatus( client );
+      if ( !told ) {
+         continue;
+      }
+      if ( const std::uint64_t all = reservable( intf ) ) {
          told->maxReservableBandwidthIs( intf, all - std::min( all, usage( intf, client ) ) );
       } else {
          told->maxReservableBandwidthDel( intf );

@@ -32,6 +32,13 @@ AllClientInfo::vrfSourceIdDelIfUnused( const L3::VrfName & vrf ) {
 }
 
 void
+AllClientInfo::vrfChangeEnds( const L3::VrfName & vrf ) {
+   const auto change = vrfChange( vrf );
+   vrfChangeDel( vrf );
+   change->isOverIs( true );
+}
+
+void
 ClientData::dumpState( Kiv::DumpContext & context, int indent ) const {
    context.printf( indent, "%*cisisAdjacencyInfo: %p\n",
                    static_cast< const void * >( isisAdjacencyInfo().ptr() ) );

@@ -48,6 +48,12 @@ class ClientData : public Lum::Entity {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
 
+/// A VRF that becomes active or inactive at this moment: whoever needs it waits until that is over.
+class VrfChange : public Lum::Entity {
+   LUM_ENTITY( Cspf, VrfChange );
+   LUM_ATTRIBUTE( isOver, bool );
+};
+
 /// The VRFs that are needed: the first handle of a VRF makes it active, the last release inactive.
 class CspfActiveVrfsDedupTable : public Kiv::DedupTable< DedupVrfHandle > {
    LUM_ENTITY( Cspf, CspfActiveVrfsDedupTable );
@@ -67,6 +73,7 @@ class AllClientInfo : public Lum::Entity {
    LUM_COLLECTION_ORDERED( vrfSourceId, L3::VrfName, Lum::Ptr< VrfSourceId > );
    LUM_ROWS_BY_KEY( vrfSourceId, L3::VrfName, VrfSourceId );
    LUM_CHILD( activeVrfsDedupTable, CspfActiveVrfsDedupTable );
+   LUM_COLLECTION_ORDERED( vrfChange, L3::VrfName, Lum::Ptr< VrfChange > );
    /// Of services that have ended: what has not gone yet.
    LUM_CHILDREN( leavingPaths, ClientOfVrf, LeavingPaths );
    /// For work that is done by slices; null: it is done at once.
@@ -77,6 +84,8 @@ class AllClientInfo : public Lum::Entity {
    /// Takes the VRF's sources out where there are none, unless the VRF is active: its root watches
    /// for some.
    void vrfSourceIdDelIfUnused( const L3::VrfName & vrf );
+   void vrfChangeBegins( const L3::VrfName & vrf ) { vrfChangeIs( vrf, Lum::make< VrfChange >() ); }
+   void vrfChangeEnds( const L3::VrfName & vrf );
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 };
 

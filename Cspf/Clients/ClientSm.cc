@@ -59,9 +59,33 @@ ClientSm::handleRouterId() {
 }
 
 void
+ClientSm::handleEarlierEnd( const Lum::String & client ) {
+   if ( client == name_ ) {
+      handleRouterId();
+   }
+}
+
+bool
+ClientSm::isEnding( const L3::VrfName & vrf ) {
+   const auto & enabled = intake_.teConfigDir->teVrfConfig( vrf );
+   if ( !enabled ) {
+      return false;
+   }
+   unwatch( *enabled );
+   if ( !enabled->clientsEnabledHas( name_ ) ) {
+      return false;
+   }
+   LUM_WATCH_KEYS( enabled, clientsEnabled, handleEarlierEnd );
+   return true;
+}
+
+void
 ClientSm::handleVrf( const L3::VrfName & vrf ) {
+   if ( isRetired() ) {
+      return;
+   }
    if ( client_->vrf( vrf ) && teRouterIdConfig_->routerId() ) {
-      if ( !clientVrfConfMounterHas( vrf ) ) {
+      if ( !clientVrfConfMounterHas( vrf ) && !isEnding( vrf ) ) {
          TRACE7( "client " << name_ << ", vrf " << vrf << " te required and configured" );
          TRACE7( "Creating ClientVrfSm for client " << name_ << ", vrf " << vrf );
          clientVrfConfMounterIs( vrf, name_, client_, intake_ );
@@ -105,6 +129,9 @@ ClientDirSm::doPrepareToDie() {
 
 void
 ClientDirSm::handleClientDir( const Lum::String & name ) {
+   if ( isRetired() ) {
+      return;
+   }
    if ( const auto client = Lum::cast< const Client >( clientDir_->entity( name ) ) ) {
       if ( !clientSmHas( name ) ) {
          TRACE7( "Creating ClientSm for client " << name );

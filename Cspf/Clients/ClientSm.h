@@ -16,6 +16,7 @@ namespace Cspf {
 ///   watches                      handler          makes
 ///   Client.vrf                   handleVrf        clientVrfConfMounter, one a VRF
 ///   TeRouterIdConfig.routerId    handleRouterId
+///   TeVrfConfig.clientsEnabled   handleEarlierEnd while an earlier mounter still ends
 class ClientSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, ClientSm );
    ClientSm( const Lum::String & name, const Lum::Ptr< const Client > & client,
@@ -34,6 +35,11 @@ class ClientSm : public Lum::Reactor {
    void dumpState( Kiv::DumpContext & context, int indent ) const;
 
  private:
+   void handleEarlierEnd( const Lum::String & client );
+   /// Whether an earlier mounter of the client in the VRF has not ended yet; if so, its end is
+   /// heard of.
+   bool isEnding( const L3::VrfName & vrf );
+
    const Lum::String name_;
    const Lum::Ptr< const Client > client_;
    const Lum::Ptr< const TeRouterIdConfig > teRouterIdConfig_;

@@ -6,7 +6,8 @@
 // start, while the mounter is still starting.
 //
 // A service that ends with many paths leaves them to go by slices. Until they are gone the client
-// is not served again, so that no path is there twice.
+// is not served again, so that no path is there twice. Whoever reads what a beginning or an end
+// publishes may ask for the opposite inside of it: each step looks again at what is wanted.
 
 #include "Cspf/Clients/ClientVrfSm.h"
 
@@ -21,7 +22,6 @@ namespace Cspf {
 void
 ClientVrfFamily::handleInitialized() {
    LUM_WATCH_KEYS( owner_.allClientInfo( af_ ), vrfSourceId, handleVrfSourceId );
-   LUM_WATCH_KEYS( owner_.allClientInfo( af_ ), leavingPaths, handleLeavingPaths );
    handleVrfSourceId( owner_.vrf() );
 }
 
@@ -39,18 +39,30 @@ ClientVrfFamily::handleVrfSourceId( const L3::VrfName & vrf ) {
    owner_.handleVrfSourceId( vrf, af_ );
 }
 
-/// Once they are gone.
-void
-ClientVrfFamily::handleLeavingPaths( const ClientOfVrf & client ) {
-   if ( client == owner_.clientOfVrf()
-        && !owner_.allClientInfo( af_ )->leavingPathsHas( client ) ) {
-      owner_.createOrDeletePathSm( af_ );
-   }
-}
-
 void
 ClientVrfFamily::handleSourceId( const PathComputationType & ) {
    owner_.createOrDeletePathSm( af_ );
+}
+
+void
+ClientVrfFamily::handleFree() {
+   owner_.createOrDeletePathSm( af_ );
+}
+
+bool
+ClientVrfFamily::isFree() {
+   const auto & info = owner_.allClientInfo( af_ );
+   const auto & leaving = info->leavingPaths( owner_.clientOfVrf() );
+   if ( leaving ) {
+      unwatch( *leaving );
+      LUM_WATCH( leaving, isGone, handleFree );
+   }
+   const auto & change = info->vrfChange( owner_.vrf() );
+   if ( change ) {
+      unwatch( *change );
+      LUM_WATCH( change, isOver, handleFree );
+   }
+   return !leaving && !change;
 }
 
 void
@@ -67,6 +79,9 @@ ClientVrfSm::handleInitialized() {
 
 void
 ClientVrfSm::doInitFamily( Kivnet::AddressFamily af, const Lum::Ptr< AllClientInfo > & info ) {
+   if ( isRetired() ) {
+      return;
+   }
    allClientInfoIs( af, info );
    vrfDedupTableIs( af, info->activeVrfsDedupTable() );
    familyIs( af, new ClientVrfFamily( *this, af ) );
@@ -77,7 +92,6 @@ ClientVrfSm::doPrepareToDie() {
    bwmClientSetupSmDel();
    for ( const auto & af : Lum::sortedKeys( pathSmColl() ) ) {
       doCleanupPathSm( af );
-      cleanupClientData( af );
    }
    vrfDedupHandleDelAll();
    familyDelAll();
@@ -95,6 +109,9 @@ ClientVrfSm::handleVrfSourceId( const L3::VrfName & vrf, Kivnet::AddressFamily a
 
 void
 ClientVrfSm::handleBwmRequired() {
+   if ( isRetired() ) {
+      return;
+   }
    if ( client_->bwmRequired() && !bwmClientSetupSm() ) {
       TRACE7( "Creating BwmClientSetupSm for client " << clientName_ << " in VRF " << vrf_ );
       bwmClientSetupSmIs( clientName_, vrf_, intake_.bwmAllClientInfo, intake_.entityManager );
@@ -109,23 +126,26 @@ ClientVrfSm::createOrDeletePathSm( Kivnet::AddressFamily af ) {
    if ( !familyHas( af ) || isRetired() ) {
       return;
    }
-   const bool wanted = client_->addressFamily( af ) && getVrfClientSourceId( af );
-   if ( wanted && !pathSmHas( af ) && !isLeaving( af ) ) {
+   const auto alive = keptAlive();
+   if ( isToBegin( af ) ) {
       TRACE7( "Grabbing dedup handle for af " << text( af ) );
-      vrfDedupHandleIs( af, vrfDedupTable( af )->dedupFromVrfName( vrf_ ) );
+      const auto handle = vrfDedupTable( af )->dedupFromVrfName( vrf_ );
+      if ( !isToBegin( af ) ) {
+         return;
+      }
+      vrfDedupHandleIs( af, handle );
       updateClientData( af );
       TRACE7( "Creating PathSm for af " << text( af ) );
       doInitPathSm( af );
    }
-   if ( wanted ) {
+   if ( isWanted( af ) ) {
       return;
    }
    if ( pathSmHas( af ) ) {
       TRACE7( "Deleting PathSm for af " << text( af ) );
       doCleanupPathSm( af );
-      cleanupClientData( af );
    }
-   if ( vrfDedupHandle( af ) ) {
+   if ( !pathSmHas( af ) && vrfDedupHandle( af ) ) {
       TRACE7( "Releasing dedup handle for af " << text( af ) );
       vrfDedupHandleDel( af );
    }
@@ -140,10 +160,10 @@ ClientVrfSm::getVrfClientSourceId( Kivnet::AddressFamily af ) const {
 void
 ClientVrfSm::doInitPathSm( Kivnet::AddressFamily af ) {
    const auto & own = family( af );
-   own->configMount.emplace( intake_.entityManager,
-                             StatePath::ofClient( StatePath::config, vrf_, af, clientName_ ),
-                             LumZorch::MountMode::reader );
-   own->statusMount.emplace(
+   own->configMount = std::make_unique< LumZorch::TableMount< Config > >(
+      intake_.entityManager, StatePath::ofClient( StatePath::config, vrf_, af, clientName_ ),
+      LumZorch::MountMode::reader );
+   own->statusMount = std::make_unique< LumZorch::TableMount< Status > >(
       intake_.entityManager, StatePath::ofClient( StatePath::status, vrf_, af, clientName_ ),
       LumZorch::MountMode::writer, std::vector< std::string >{ "pathStatus", "pqInfo" } );
    const auto & cspfConfig = own->configMount->table();
@@ -178,22 +198,21 @@ ClientVrfSm::newPathSm( Kivnet::AddressFamily af ) const {
 void
 ClientVrfSm::doCleanupPathSm( Kivnet::AddressFamily af ) {
    const auto & info = allClientInfo( af );
-   auto pathSm = this->pathSm( af );
+   auto configMount = std::move( family( af )->configMount );
+   auto statusMount = std::move( family( af )->statusMount );
+   const auto leaving = info->leavingPathsIs(
+      clientOfVrf(), new LeavingPaths( *info, clientOfVrf(), pathSm( af ), vrfDedupHandle( af ) ) );
    pathSmDel( af );
-   const std::size_t paths = pathSm->followedPaths().size();
-   const bool atOnce = !info->taskScheduler() || info->taskScheduler()->grantAll( paths );
-   if ( atOnce ) {
-      Lum::retire( pathSm );
-   } else {
-      pathSm->leave();
+   const bool isAtOnce = leaving->leaveAtOnce();
+   configMount = nullptr;
+   statusMount->cleanup();
+   statusMount = nullptr;
+   if ( !isAtOnce ) {
+      leaving->leaveBySlices();
    }
-   const auto & own = family( af );
-   own->configMount.reset();
-   own->statusMount->cleanup();
-   own->statusMount.reset();
-   if ( !atOnce ) {
-      info->leavingPathsIs(
-         clientOfVrf(), new LeavingPaths( *info, clientOfVrf(), pathSm, vrfDedupHandle( af ) ) );
+   cleanupClientData( af );
+   if ( isAtOnce ) {
+      leaving->handleGone();
    }
 }
 
@@ -224,6 +243,9 @@ void
 ClientVrfConfMounter::handleInitialized() {
    TRACE7( "ClientVrfConfMounter " << clientName_ << "vrf: " << vrf_ );
    intake_.teConfigDir->teVrfConfigIs( vrf_ )->clientsEnabledIs( clientName_ );
+   if ( isRetired() ) {
+      return;
+   }
    Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo;
    if ( clientName_ == tilfaClientName ) {
       adjacencyMount_.emplace( intake_.entityManager,

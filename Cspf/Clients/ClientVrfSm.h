@@ -25,26 +25,31 @@ struct ClientIntake {
 
 class ClientVrfSm;
 
-/// One family of a `ClientVrfSm`: the client's tables there, and the watch on the VRF's sources.
+/// One family of a `ClientVrfSm`: the client's tables there, the watch on the VRF's sources, and on
+/// what has to be over before the service can begin.
 ///
 ///   watches                        handler            does
 ///   AllClientInfo.vrfSourceId      handleVrfSourceId  createOrDeletePathSm of the owner
-///   AllClientInfo.leavingPaths     handleLeavingPaths likewise
 ///   VrfSourceId.vrfClientSourceId  handleSourceId     likewise
+///   LeavingPaths.isGone            handleFree         likewise
+///   VrfChange.isOver               handleFree         likewise
 class ClientVrfFamily : public Lum::Reactor {
    LUM_ENTITY( Cspf, ClientVrfFamily );
    /// The owner outlives this object, and has the family's `AllClientInfo`.
    ClientVrfFamily( ClientVrfSm & owner, Kivnet::AddressFamily af ) : owner_( owner ), af_( af ) {}
    void handleInitialized() override;
    void handleVrfSourceId( const L3::VrfName & vrf );
-   void handleLeavingPaths( const ClientOfVrf & client );
+   /// Nothing of an earlier service is left, and the VRF neither comes nor goes. Otherwise the
+   /// owner is told when that is over.
+   bool isFree();
 
    /// The client's tables while it has a path reactor.
-   std::optional< LumZorch::TableMount< Config > > configMount;
-   std::optional< LumZorch::TableMount< Status > > statusMount;
+   std::unique_ptr< LumZorch::TableMount< Config > > configMount;
+   std::unique_ptr< LumZorch::TableMount< Status > > statusMount;
 
  private:
    void handleSourceId( const PathComputationType & );
+   void handleFree();
 
    ClientVrfSm & owner_;
    const Kivnet::AddressFamily af_;
@@ -94,7 +99,8 @@ class ClientVrfSm : public Lum::Reactor {
    NodeId getVrfClientSourceId( Kivnet::AddressFamily af ) const;
    /// The client's tables and its path reactor. REQUIRES: the VRF is active; there are none yet.
    void doInitPathSm( Kivnet::AddressFamily af );
-   /// What is published goes at once; rows of many paths go by slices (LeavingPaths).
+   /// What is published goes at once, with what the client brought along; rows of many paths go by
+   /// slices (LeavingPaths). The client may be served again when this returns.
    void doCleanupPathSm( Kivnet::AddressFamily af );
    /// What the client brought along for computations, into the VRF's record of it, and out.
    void updateClientData( Kivnet::AddressFamily af );
@@ -104,8 +110,11 @@ class ClientVrfSm : public Lum::Reactor {
  private:
    void doInitFamily( Kivnet::AddressFamily af, const Lum::Ptr< AllClientInfo > & info );
    Lum::Ptr< PathSmBase > newPathSm( Kivnet::AddressFamily af ) const;
-   bool isLeaving( Kivnet::AddressFamily af ) const {
-      return allClientInfo( af )->leavingPathsHas( clientOfVrf() );
+   bool isWanted( Kivnet::AddressFamily af ) const {
+      return !isRetired() && client_->addressFamily( af ) && getVrfClientSourceId( af );
+   }
+   bool isToBegin( Kivnet::AddressFamily af ) const {
+      return isWanted( af ) && !pathSmHas( af ) && family( af )->isFree();
    }
 
    const L3::VrfName vrf_;
@@ -115,7 +124,8 @@ class ClientVrfSm : public Lum::Reactor {
    const Lum::Ptr< const IsisExportImpl::IsisAdjacencyInfo > isisAdjacencyInfo_;
 };
 
-/// Takes one client into one VRF: the client counts as enabled there while this lives.
+/// Takes one client into one VRF: the client counts as enabled there from its beginning to the end
+/// of its end.
 class ClientVrfConfMounter : public Lum::Reactor {
    LUM_ENTITY( Cspf, ClientVrfConfMounter );
    ClientVrfConfMounter( const L3::VrfName & vrf, const Lum::String & clientName,

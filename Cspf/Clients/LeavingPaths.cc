@@ -1,5 +1,5 @@
-// The end of a service of many paths. What the client reads is gone before it begins; rows, with
-// their machines and reservations, follow path by path.
+// The end of a service. Of one with many paths, what the client reads is gone before the first row;
+// rows, with their machines and reservations, follow path by path.
 
 #include "Cspf/Clients/LeavingPaths.h"
 
@@ -20,6 +20,17 @@ LeavingPaths::LeavingPaths( AllClientInfo & owner, ClientOfVrf client,
             { [ this ]( const PathKey & pathKey ) { return remove( pathKey ); },
               [ this ] { handleGone(); } } ) {}
 
+bool
+LeavingPaths::leaveAtOnce() {
+   const auto & scheduler = owner_.taskScheduler();
+   if ( scheduler && !scheduler->grantAll( pathSm_->followedPaths().size() ) ) {
+      pathSm_->leave();
+      return false;
+   }
+   Lum::retire( pathSm_ );
+   return true;
+}
+
 std::size_t
 LeavingPaths::remove( const PathKey & pathKey ) const {
    const std::size_t before = pathSm_->pathConfigInfoTable()->pathConfigInfos();
@@ -34,6 +45,7 @@ LeavingPaths::handleGone() {
    const auto alive = keptAlive();
    doPrepareToDie();
    owner_.leavingPathsDel( client_ );
+   isGoneIs( true );
 }
 
 void

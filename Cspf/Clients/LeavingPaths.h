@@ -12,22 +12,29 @@ class AllClientInfo;
 /// A client in a VRF.
 using ClientOfVrf = std::pair< L3::VrfName, Lum::String >;
 
-/// What is left of a service that has ended in one VRF and family: paths whose rows go by slices,
-/// and the VRF, which is held until they are gone. It takes itself out of its owner then; only
-/// behind that may the client be served again.
+/// The end of a service in one VRF and family: its paths, whose rows go at once or by slices, and
+/// the VRF, which is held until they are gone. It stands in its owner from before the first one
+/// goes until the last one has, so that whoever asks for the client meanwhile waits (`isGone`).
 class LeavingPaths : public Lum::Reactor {
    LUM_ENTITY( Cspf, LeavingPaths );
-   /// The owner outlives this object. `pathSm` follows no request any more.
+   /// The owner outlives this object.
    LeavingPaths( AllClientInfo & owner, ClientOfVrf client, const Lum::Ptr< PathSmBase > & pathSm,
                  const Lum::Ptr< DedupVrfHandle > & vrfDedupHandle );
 
-   void handleInitialized() override { walk_.start( pathSm_->followedPaths() ); }
+   /// It has left, and is out of its owner.
+   LUM_ATTRIBUTE( isGone, bool );
+
+   /// Removes all rows if these are few enough for this turn of the loop, else none: from then on
+   /// no request is followed.
+   bool leaveAtOnce();
+   /// ... and they go, by slices, until they are gone.
+   void leaveBySlices() { walk_.start( pathSm_->followedPaths() ); }
+   void handleGone();
    /// Lets everything go that is left.
    void doPrepareToDie() override;
 
  private:
    std::size_t remove( const PathKey & pathKey ) const;
-   void handleGone();
 
    AllClientInfo & owner_;
    const ClientOfVrf client_;

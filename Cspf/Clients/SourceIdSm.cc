@@ -42,23 +42,21 @@ IsisPathSm::handleInitialized() {
    handleIsisSystemId();
 }
 
-void
-IsisPathSm::doPrepareToDie() {
-   for ( const auto af : tilfaFamilies ) {
-      owner_.deleteSourceId( vrf_, af, PathComputationType::tilfa );
-   }
-}
-
+/// Whoever hears of one family may change the identity before the other one is told, or put another
+/// entry in the place of this one.
 void
 IsisPathSm::handleIsisSystemId() {
-   if ( !status_->systemId() ) {
-      doPrepareToDie();
-      return;
-   }
-   const auto routerId = Mpls::RouterId::fromSystemId( status_->systemId() );
-   const NodeId nodeId( VertexType::isisRouter, routerId.stringValue() );
    for ( const auto af : tilfaFamilies ) {
-      owner_.updateSourceId( vrf_, af, PathComputationType::tilfa, nodeId );
+      if ( isRetired() && owner_.isisPathHas( vrf_ ) ) {
+         return;
+      }
+      if ( isRetired() || !status_->systemId() ) {
+         owner_.deleteSourceId( vrf_, af, PathComputationType::tilfa );
+      } else {
+         const auto routerId = Mpls::RouterId::fromSystemId( status_->systemId() );
+         owner_.updateSourceId( vrf_, af, PathComputationType::tilfa,
+                                { VertexType::isisRouter, routerId.stringValue() } );
+      }
    }
 }
 

@@ -49,7 +49,7 @@ class IsisPathSm : public Lum::Reactor {
 
    void handleInitialized() override;
    /// Without the entry there is no identity.
-   void doPrepareToDie() override;
+   void doPrepareToDie() override { handleIsisSystemId(); }
    void handleIsisSystemId();
 
  private:

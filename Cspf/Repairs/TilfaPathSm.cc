@@ -48,10 +48,14 @@ class TilfaPathSm::Replacing : public Lum::Reactor {
    LUM_ENTITY( Cspf, Replacing );
    Replacing( TilfaPathSm & owner, std::uint32_t trees ) : owner_( owner ), trees_( trees ) {}
 
-   void handleInitialized() override {
+   void handleInitialized() override { handleRows(); }
+   /// Of trees that are just being made, some rows may not be there yet.
+   void handleRows() {
+      unwatchAll();
       for ( const PathInfoKey & key : owner_.keysOf( trees_ ) ) {
-         LUM_WATCH( owner_.pathStatusInfoTable()->pathStatusInfo( key ), stage2RequestCount,
-                    handleResult );
+         if ( const auto & row = owner_.pathStatusInfoTable()->pathStatusInfo( key ) ) {
+            LUM_WATCH( row, stage2RequestCount, handleResult );
+         }
       }
    }
 
@@ -197,8 +201,15 @@ TilfaPathSm::handleCspfConfig( const PathKey & pathKey ) {
    Request & request = requests_[ pathKey ];
    request.topoId = topoIdOf( pathKey, config->constraint(), request.topoId );
    const PathConstraint constraint = treesConstraint( *config, request.topoId );
-   const std::uint32_t trees = constraint.excludeIntf() ? treesIs( constraint ) : 0;
+   std::uint32_t trees = constraint.excludeIntf() ? treesIs( constraint ) : 0;
+   if ( handling.isVoid() ) {
+      treesDel( trees );
+      return;
+   }
    replace( pathKey, trees );
+   if ( handling.isVoid() ) {
+      return;
+   }
    const PathInfoKey key = externalPathInfoKey( pathKey );
    addRows( key, cspfConfig() );
    if ( const auto row = pathConfigInfoTable()->pathConfigInfo( key ); row && !handling.isVoid() ) {
@@ -225,6 +236,9 @@ TilfaPathSm::treesIs( const PathConstraint & constraint ) {
       treesConfig_->pathConfigIs( config );
       for ( const PathInfoKey & key : keysOf( number ) ) {
          addOrUpdatePathInfoKey( key, treesConfig_ );
+      }
+      if ( const auto waiting = replacing_.find( number ); waiting != replacing_.end() ) {
+         waiting->second->handleRows();
       }
    }
    return number;

@@ -185,7 +185,9 @@ PathConfigInfoSm::handleChangeCount() {
 /// A request that cannot be met has no constraint, holds nothing, and is answered at once.
 void
 PathConfigInfoSm::refuse( const std::string & error, std::uint32_t refreshReqSeq ) {
-   const auto alive = keptAlive();  // whoever reads the reason may withdraw or change the request
+   // Whoever reads of reservations, or the reason, may withdraw or change the request.
+   const auto alive = keptAlive();
+   const std::uint32_t seen = changeCount();
    const PathInfoKey & key = pathConfigInfo_->pathInfoKey();
    const Lum::Ptr< DedupConstraint > oldConstraint = pathStatusInfo_->constraint();
    pathStatusInfo_->constraintIs( nullptr );
@@ -195,14 +197,14 @@ PathConfigInfoSm::refuse( const std::string & error, std::uint32_t refreshReqSeq
    pathStatusInfo_->refreshNeededIs( false );
    pathStatusInfo_->updatePathPendingIs( false );
    releaseOwnId( oldConstraint );
-   if ( key.internal() ) {
+   if ( key.internal() || isRetired() || changeCount() != seen ) {
       return;
    }
    if ( const auto & cache = context_.pathStatusCacheTable->pathStatusCache( key ) ) {
       clearResult( *cache );
    }
    pathStatusInfo_->cspfStatus()->pathErrorIs( key.pathKey(), error );
-   if ( !isRetired() && !pathStatusInfo_->constraint() ) {
+   if ( !isRetired() && changeCount() == seen ) {
       PathStatusUpdator( pathStatusInfo_, pathStatusInfo_->cspfStatus() )
          .publishPath( Lum::make< PathStatusCache >( key ) );
    }

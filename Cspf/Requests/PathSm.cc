@@ -3,6 +3,9 @@
 // the key of its own rows is remembered; its children are found from there. A parent's rows come
 // before those of its children, whose constraints take the parent's user of bandwidth, and go
 // before them, so that a parent never sees a child missing.
+//
+// A service may be ended inside of what it does. From then on it touches no row: those of its keys
+// may be the next service's.
 
 #include "Cspf/Requests/PathSm.h"
 
@@ -155,7 +158,7 @@ PathSmBase::doPrepareToDie() {
    }
    std::ranges::sort( own );
    for ( const PathInfoKey & key : own ) {
-      deleteRows( key );
+      removeRows( key );
    }
 }
 
@@ -210,12 +213,14 @@ void
 PathSmBase::addOrUpdatePathInfoKey( const PathInfoKey & key,
                                     const Lum::Ptr< const Config > & config ) {
    addRows( key, config );
-   pathConfigInfoTable_->pathConfigInfo( key )->configChangeCountInc();
+   if ( const auto row = pathConfigInfoTable_->pathConfigInfo( key ); row && !isRetired() ) {
+      row->configChangeCountInc();
+   }
 }
 
 void
 PathSmBase::addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config ) {
-   if ( pathConfigInfoTable_->pathConfigInfoHas( key ) ) {
+   if ( isRetired() || pathConfigInfoTable_->pathConfigInfoHas( key ) ) {
       return;
    }
    TRACE7_FOR( "void Cspf::PathSmBase::addOrUpdatePathInfoKey(const Cspf::PathInfoKey&)",
@@ -226,6 +231,9 @@ PathSmBase::addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & c
 
 void
 PathSmBase::deletePathInfoKey( const PathInfoKey & key ) {
+   if ( isRetired() ) {
+      return;
+   }
    TRACE7( "Deleting PathConfigInfo/PathStatusInfo and PathStatus for " << key.traceString() );
    deleteRows( key );
    if ( !key.internal() ) {
@@ -236,6 +244,13 @@ PathSmBase::deletePathInfoKey( const PathInfoKey & key ) {
 
 void
 PathSmBase::deleteRows( const PathInfoKey & key ) {
+   if ( !isRetired() ) {
+      removeRows( key );
+   }
+}
+
+void
+PathSmBase::removeRows( const PathInfoKey & key ) {
    pathStatusInfoTable_->pathStatusInfoDel( key );
    pathConfigInfoTable_->pathConfigInfoDel( key );
 }

@@ -115,6 +115,7 @@ class PathSmBase : public Lum::Reactor {
  private:
    void dumpPathConfig( const PathConfig & config, Kiv::DumpContext & context, int indent ) const;
    void dumpPathStatus( const PathStatus & status, Kiv::DumpContext & context, int indent ) const;
+   void removeRows( const PathInfoKey & key );
    std::size_t takeIn( const PathKey & pathKey );
    void stopIntake();
    void handleImports();
