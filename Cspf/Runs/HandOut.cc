@@ -135,15 +135,30 @@ ConstraintInfoSm::markFollowers( const HandOut & out ) {
    }
 }
 
+/// Whether the tree is for another topology, or for another source.
+bool
+ConstraintInfoSm::isOvertaken( const HandOut & out ) const {
+   return out.data && !isRetired()
+          && ( out.version != view()->graph().version() || out.source != view()->spfRoot() );
+}
+
+/// Whoever reads one answer may change the topology: then the others are left for a run of the next
+/// turn.
 void
 ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
    const auto paths = slice( *out );
-   if ( out->toFollowers ) {
-      handOutToFollowers( *out, operation );
-   } else {
-      updatePathStatusCache( out->data, { paths.begin(), paths.end() } );
+   auto next = paths.begin();
+   while ( next != paths.end() && !isOvertaken( *out ) ) {
+      if ( !out->toFollowers ) {
+         updatePathStatusCache( out->data, { *next } );
+      } else if ( !handOutToFollower( *out, *next, operation ) ) {
+         break;
+      }
+      ++next;
    }
-   out->paths.resize( out->paths.size() - std::exchange( out->atHand, 0 ) );
+   const auto first = out->paths.end() - static_cast< std::ptrdiff_t >( paths.size() );
+   out->atHand = 0;
+   out->paths.erase( first, first + ( next - paths.begin() ) );
    if ( isRetired() || out->paths.empty() ) {
       endHandOut( *out );
    } else {
@@ -152,18 +167,23 @@ ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
    }
 }
 
-void
-ConstraintInfoSm::handOutToFollowers( const HandOut & out, const char * operation ) {
-   for ( const PathInfoKey & key : slice( out ) ) {
-      const auto path = pathStatusInfo( key );
-      if ( path && constraintInfo()->pathHas( key ) ) {
-         updatePath( key, out.data, operation );
-         if ( out.all && !left_->contains( key ) ) {
-            path->answeredAlone();
-         }
-         kept_.noteAnswer( *path, ground( *path, *out.data ) );
-      }
+/// False where the topology has changed by it: then it is to be answered again.
+bool
+ConstraintInfoSm::handOutToFollower( const HandOut & out, const PathInfoKey & key,
+                                     const char * operation ) {
+   const auto path = pathStatusInfo( key );
+   if ( !path || !constraintInfo()->pathHas( key ) ) {
+      return true;
    }
+   updatePath( key, out.data, operation );
+   if ( isOvertaken( out ) ) {
+      return false;
+   }
+   if ( out.all && !left_->contains( key ) ) {
+      path->answeredAlone();
+   }
+   kept_.noteAnswer( *path, ground( *path, *out.data ) );
+   return true;
 }
 
 void
@@ -179,8 +199,7 @@ ConstraintInfoSm::endHandOut( HandOut & out ) {
 void
 ConstraintInfoSm::handOutFurther( const char * operation ) {
    HandOutPtr out = std::move( handOut_ );
-   if ( out->data
-        && ( out->version != view()->graph().version() || out->source != view()->spfRoot() ) ) {
+   if ( isOvertaken( *out ) ) {
       answer( leftOf( *out ), operation );
       return;
    }
