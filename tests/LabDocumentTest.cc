@@ -134,6 +134,7 @@ TEST( LabDocument, everythingWrongIsOneLineWithItsPlace ) {
       { R"({"te": {"enabled": 1}})", "/te/enabled: expected true or false, found 1" },
       { R"({"toggles": {"x": true}})", "/toggles/x: expected the key OspfTopoDbExport, found \"x\"" },
       { R"({"state": {"te/none": {}}})", "/state/te~1none: expected as key, a state path that others than the agent write, found \"te/none\"" },
+      { R"({"state": {"routing/topoDbExport/x": {"type": "Routing::Topology::ExportPath", "value": {"initialized": true}}}})", "/state/routing~1topoDbExport~1x/value/af: expected \"ipv4\" or \"ipv6\" where \"initialized\" is true" },
       { R"({"state": {"te/config": {"type": "Cspf::Client"}}})", "/state/te~1config/type: expected \"TrafficEngineering::Config\", found \"Cspf::Client\"" },
       { R"({"published": {"te/cspf/agentStatus": {"type": "Cspf::AgentStatus", "value": {"agentEnabled": 1}}}})", "/published/te~1cspf~1agentStatus/value/agentEnabled: expected true or false" },
       { R"({"interfaces": {"x": {}}})", "/interfaces/x: expected as key, the name of an interface of the lab's router, found \"x\"" },

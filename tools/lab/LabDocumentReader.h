@@ -55,6 +55,7 @@ class DocumentReader {
    void readAllPaths();
    /// What stands in state beside all else.
    void readTexts();
+   void checkAnnouncement( const LabCursor & at, const LabStateText & text ) const;
    void readPath( const LabCursor & at, const std::string & client );
    bool rereadTopologies( const LabJson & patch, LabChange & change, bool & names );
    void rereadSurroundings();

@@ -6,6 +6,7 @@
 
 #include "schema/CspfClient.h"
 #include "tools/pace/Job.h"
+#include "tools/state/Announcement.h"
 #include "tools/state/StateWalk.h"
 
 namespace Lab {
@@ -82,12 +83,35 @@ DocumentReader::readTexts() {
    const auto read = [ & ]( const char * name, LabStateTexts & to, bool agents ) {
       section( name, [ & ]( const LabCursor & v ) {
          forEachMember( v, [ & ]( const LabCursor & one ) {
-            to[ std::string( one.key() ) ] = readStateText( one, agents );
+            const LabStateText & text = to[ std::string( one.key() ) ] =
+               readStateText( one, agents );
+            checkAnnouncement( one, text );
          } );
       } );
    };
    read( "state", document.state, false );
    read( "published", document.published, true );
+}
+
+/// Of one that a topology makes the text says what is different.
+void
+DocumentReader::checkAnnouncement( const LabCursor & at, const LabStateText & text ) const {
+   using Routing::Topology::ExportPath;
+   if ( text.type != ExportPath::lumTypeName ) {
+      return;
+   }
+   const auto announcement = Lum::make< ExportPath >();
+   const std::string_view path = at.key();
+   const auto topology =
+      document.topologies.find( std::string( path.substr( path.rfind( '/' ) + 1 ) ) );
+   if ( topology != document.topologies.end() && topology->second.exported ) {
+      announcement->afIs( topology->second.af );
+      announcement->initializedIs( topology->second.exportReady );
+   }
+   State::merge( *announcement, State::Json::parse( text.value ) );
+   if ( const auto fault = State::faultOf( *announcement ) ) {
+      throw LabError( at.pointer() + "/value" + fault->pointer(), "expected " + fault->expected() );
+   }
 }
 
 void

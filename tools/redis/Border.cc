@@ -2,8 +2,8 @@
 
 #include "tools/redis/Border.h"
 
-#include "schema/Topology.h"
 #include "tools/redis/Change.h"
+#include "tools/state/Announcement.h"
 #include "tools/state/StateFields.h"
 #include "tools/state/StatePaths.h"
 
@@ -32,10 +32,9 @@ judgeOf( const std::string & type ) {
       return nullptr;
    }
    return []( const Lum::Entity & entity ) -> std::string {
-      const auto & announcement = static_cast< const Routing::Topology::ExportPath & >( entity );
-      return announcement.initialized() && announcement.af() == Kivnet::AddressFamily::unspecified
-                ? "/af: expected \"ipv4\" or \"ipv6\" where \"initialized\" is true"
-                : "";
+      const auto fault =
+         State::faultOf( static_cast< const Routing::Topology::ExportPath & >( entity ) );
+      return fault ? fault->what() : "";
    };
 }
 

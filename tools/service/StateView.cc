@@ -6,7 +6,7 @@
 
 #include "platform/Kivnet/VrfName.h"
 #include "platform/Lum/Dir.h"
-#include "schema/Topology.h"
+#include "tools/state/Announcement.h"
 #include "tools/state/JsonText.h"
 #include "tools/state/StatePaths.h"
 
@@ -49,10 +49,8 @@ checkAnnouncements( const Lum::Entity & entity, const Json & patch ) {
    State::merge( *patched, patch );
    const auto check = []( const Lum::Ptr< Lum::Entity > & one ) {
       const auto announcement = Lum::cast< Routing::Topology::ExportPath >( one );
-      if ( announcement && announcement->initialized()
-           && announcement->af() == Kivnet::AddressFamily::unspecified ) {
-         throw RequestError(
-            "\"af\": expected \"ipv4\" or \"ipv6\" where \"initialized\" is true" );
+      if ( const auto fault = announcement ? State::faultOf( *announcement ) : std::nullopt ) {
+         throw RequestError( fault->what() );
       }
    };
    check( patched );
