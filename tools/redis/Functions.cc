@@ -82,7 +82,7 @@ end
 -- Makes packed changes of one key, and notes them.
 local function change(turn, key, kind, changes)
   if kind == '' then
-    if redis.call('DEL', key) == 1 then
+    if redis.call('UNLINK', key) == 1 then  -- to free many fields takes long
       turn.note(key, cmsgpack.pack({}, { '@type' }), 1)
     end
     return

@@ -248,8 +248,12 @@ LocalState::watchDel( const std::string & key ) {
 void
 LocalState::handleTable( const std::string & path ) {
    const std::string key = "t:" + path;
+   const auto table = tables_.table( path );
+   if ( table && table == entity( key ) ) {
+      return;  // who heard of its end before has made it again
+   }
    watchDel( key );
-   if ( const auto table = tables_.table( path ) ) {
+   if ( table ) {
       watchIs( key, table, false );
    }
 }
@@ -318,16 +322,18 @@ LocalState::changeKey( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges 
 }
 
 /// Its watchers hear of its fields in the order in which they are described, whatever the order in
-/// which they came.
-void
+/// which they came. Whether they leave it sound; else nothing happens.
+bool
 LocalState::changeEntity( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes ) {
    KeyChanges ordered = asDescribed( *entity, changes );
    std::erase_if( ordered.fields, [ & ]( const FieldText & one ) {
       return handlers_.isNewer( changes.key, one.first );
    } );
-   if ( isSoundWith( *entity, ordered ) ) {
+   const bool fits = isSoundWith( *entity, ordered );
+   if ( fits ) {
       setWatchedFields( ordered );
    }
+   return fits;
 }
 
 /// Whether the entity, as it will be, is sound. Most need no copy for that.
@@ -479,7 +485,12 @@ LocalState::keyDel( const std::string & key ) {
    }
    if ( isTable( key ) || state_.isMounted( pathOf( key ) ) || hasNewer( key ) ) {
       const KeyChanges all{ key, endedBeside( { key, {} } ) };
-      isTable( key ) ? setWatchedFields( all ) : changeEntity( present, all );
+      if ( isTable( key ) ) {
+         setWatchedFields( all );
+      } else if ( !changeEntity( present, all ) ) {
+         tellAll( key );  // what is newer does not stand alone
+         return;
+      }
    }
    if ( hasNewer( key ) ) {
       return;  // it has come again

@@ -74,7 +74,7 @@ class LocalState {
                       const KeyChanges & changes );
    bool hasNewer( const std::string & key ) const;
    void changeKey( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes );
-   void changeEntity( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes );
+   bool changeEntity( const Lum::Ptr< Lum::Entity > & entity, const KeyChanges & changes );
    bool isSoundWith( const Lum::Entity & entity, const KeyChanges & changes );
    bool isSound( const Lum::Entity & entity, const std::string & key );
    void setFields( const std::string & key, Lum::Entity & entity, const KeyChanges & changes,

@@ -148,7 +148,11 @@ LogReader::addChanges( std::string_view key, std::string_view packed ) {
    }
    return forEachPacked( packed, [ this ]( std::string_view field, const auto & text ) {
       ++turn_.revision;
-      turn_.keys.back().fields.emplace_back( field, text );
+      auto & fields = turn_.keys.back().fields;
+      if ( field == typeField && !text ) {
+         fields.clear();  // the key ends, whatever it was
+      }
+      fields.emplace_back( field, text );
    } );
 }
 

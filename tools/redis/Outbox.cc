@@ -207,6 +207,10 @@ Outbox::take( const LocalState & state, Command & command ) {
          ended( key );  // whatever has changed in it before
       }
       Fields & all = pending_.keys.at( key );
+      if ( all.ended && !batch.order.empty()
+           && room < 1 + std::min( all.names.size(), maxFields - 1 ) ) {
+         break;  // what comes again goes with its end, if that is possible
+      }
       Fields & fields = batch.keys[ key ];
       fields.ended = std::exchange( all.ended, false );
       fields.whole = all.whole;

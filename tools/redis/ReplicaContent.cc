@@ -237,7 +237,11 @@ Replica::writeAgain( const KeyChanges & changes ) {
       return;
    }
    for ( const auto & [ field, text ] : changes.fields ) {
-      outbox_.changed( changes.key, field == typeField ? "" : field );
+      if ( field != typeField ) {
+         outbox_.changed( changes.key, field );
+      } else if ( !isTable( changes.key ) ) {  // a table is not worth a word before it has a row
+         outbox_.changed( changes.key, "" );
+      }
    }
    if ( changes.isAnew || endsKey( changes ) ) {
       writeWhole( changes.key );
