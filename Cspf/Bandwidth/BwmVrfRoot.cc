@@ -93,6 +93,9 @@ BwmVrfRoot::handleAllIntfs() {
 
 void
 BwmVrfRoot::handleIntf( const Kivnet::IntfId & intf ) {
+   if ( isRetired() ) {
+      return;  // the tables may be the next one's
+   }
    if ( const std::uint64_t used = usage( intf, {} ) ) {
       status_.table()->usageIs( intf, used );
    } else {
@@ -100,7 +103,7 @@ BwmVrfRoot::handleIntf( const Kivnet::IntfId & intf ) {
    }
    for ( const auto & client : Lum::sortedKeys( statusTable_->bandwidthClientStatusColl() ) ) {
       const auto told = statusTable_->bandwidthClientStatus( client );
-      if ( !told ) {
+      if ( !told || isRetired() ) {
          continue;
       }
       if ( const std::uint64_t all = reservable( intf ) ) {

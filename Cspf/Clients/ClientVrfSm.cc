@@ -263,7 +263,8 @@ ClientVrfConfMounter::doPrepareToDie() {
    adjacencyMount_.reset();
    const auto teVrfConfig = intake_.teConfigDir->teVrfConfig( vrf_ );
    teVrfConfig->clientsEnabledDel( clientName_ );
-   if ( teVrfConfig->clientsEnableds() == 0 ) {
+   const bool isCurrent = intake_.teConfigDir->teVrfConfig( vrf_ ) == teVrfConfig;
+   if ( isCurrent && teVrfConfig->clientsEnableds() == 0 ) {
       intake_.teConfigDir->teVrfConfigDel( vrf_ );
    }
 }

@@ -264,27 +264,30 @@ TilfaPathSm::treesDel( std::uint32_t & trees ) {
 /// What was published came of the oldest trees, which stay; those between were never used.
 void
 TilfaPathSm::replace( const PathKey & pathKey, std::uint32_t trees ) {
-   Request & request = requests_[ pathKey ];
-   std::uint32_t old = std::exchange( request.trees, trees );
+   std::uint32_t old = std::exchange( requests_[ pathKey ].trees, trees );
    if ( const auto at = replacing_.find( old ); at != replacing_.end() ) {
       at->second->waiting.erase( pathKey );
       if ( at->second->waiting.empty() ) {
          replacingDel( old );
       }
    }
-   if ( old == trees || request.stale ) {
+   if ( old == trees || requests_[ pathKey ].stale ) {
       treesDel( old );
    } else {
-      request.stale = old;
+      requests_[ pathKey ].stale = old;
    }
-   if ( request.stale && trees ) {
+   const auto request = requests_.find( pathKey );
+   if ( request == requests_.end() || request->second.trees != trees ) {
+      return;  // whoever heard of the end asks for something else, or for nothing
+   }
+   if ( request->second.stale && trees ) {
       Lum::Ptr< Replacing > & replacing = replacing_[ trees ];
       if ( !replacing ) {
          replacing = Lum::make< Replacing >( *this, trees );
       }
       replacing->waiting.insert( pathKey );
    } else {
-      treesDel( request.stale );
+      treesDel( request->second.stale );
    }
 }
 

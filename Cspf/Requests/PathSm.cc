@@ -274,7 +274,7 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
    const auto wanted = getLinkedPathsFromCspfConfig( pathKey );
    const auto held = getLinkedPathsFromPathConfigInfo( pathKey );
    if ( !held->isSame( *wanted ) ) {
-      doDeleteUnwanted( *held, *wanted );
+      doDeleteUnwanted( *held, *wanted, handling );
    }
    if ( !handling.isVoid() ) {
       currentExternalPathInfoKeyIs( pathKey, wanted->parentPathInfoKey() );
@@ -293,7 +293,8 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
 
 /// What is published of a path stays while its key is replaced.
 void
-PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted ) {
+PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted,
+                          const Handling & handling ) {
    if ( held.parentPathInfoKey() != wanted.parentPathInfoKey() ) {
       addRows( wanted.parentPathInfoKey(), cspfConfig() );  // takes over what is reserved
       deleteRows( held.parentPathInfoKey() );
@@ -301,7 +302,7 @@ PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoK
       return;
    }
    for ( const auto & [ index, child ] : held.childPathInfoKeyColl() ) {
-      if ( wanted.childPathInfoKey( index ) != child ) {
+      if ( !handling.isVoid() && wanted.childPathInfoKey( index ) != child ) {
          deleteChildPathInfoKey( held.parentPathInfoKey(), static_cast< std::uint8_t >( index ),
                                  child );
       }

@@ -179,7 +179,8 @@ class PathSm : public PathSmBase {
 
  private:
    void deleteChildren( const LinkedPathInfoKeys & held );
-   void doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted );
+   void doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted,
+                          const Handling & handling );
 };
 
 }
