@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <functional>
 #include <random>
+#include <utility>
 
 using Json = nlohmann::json;
 
@@ -56,7 +57,7 @@ class Answering : public Lum::Reactor {
       for ( const auto & dir : needs_ ) {
          hear< &Answering::handleChange >( dir->entity( name ) );
       }
-      answer_( true );
+      answer_( !hearsAddress_ );
    }
    template< auto handle >
    void hear( const Lum::Ptr< Lum::Entity > & entity ) {
@@ -65,11 +66,16 @@ class Answering : public Lum::Reactor {
          watchAny< handle >( *entity, this );
       }
    }
-   void handleChange( const Lum::AnyChange & ) { answer_( true ); }
-   void handleAddress( const Lum::AnyChange & ) { answer_( false ); }
+   void handleChange( const Lum::AnyChange & ) { answer_( !hearsAddress_ ); }
+   void handleAddress( const Lum::AnyChange & ) {
+      const bool before = std::exchange( hearsAddress_, true );
+      answer_( false );
+      hearsAddress_ = before;
+   }
 
    Zorch::TableStore & tables_;
    const Answer answer_;
+   bool hearsAddress_ = false;
    std::vector< Lum::Ptr< const Lum::Dir > > needs_;
 };
 
