@@ -135,30 +135,15 @@ ConstraintInfoSm::markFollowers( const HandOut & out ) {
    }
 }
 
-/// Whether the tree is for another topology, or for another source.
-bool
-ConstraintInfoSm::isOvertaken( const HandOut & out ) const {
-   return out.data && !isRetired()
-          && ( out.version != view()->graph().version() || out.source != view()->spfRoot() );
-}
-
-/// Whoever reads one answer may change the topology: then the others are left for a run of the next
-/// turn.
 void
 ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
    const auto paths = slice( *out );
-   auto next = paths.begin();
-   while ( next != paths.end() && !isOvertaken( *out ) ) {
-      if ( !out->toFollowers ) {
-         updatePathStatusCache( out->data, { *next } );
-      } else if ( !handOutToFollower( *out, *next, operation ) ) {
-         break;
-      }
-      ++next;
+   if ( out->toFollowers ) {
+      handOutToFollowers( *out, operation );
+   } else {
+      updatePathStatusCache( out->data, { paths.begin(), paths.end() } );
    }
-   const auto first = out->paths.end() - static_cast< std::ptrdiff_t >( paths.size() );
-   out->atHand = 0;
-   out->paths.erase( first, first + ( next - paths.begin() ) );
+   out->paths.resize( out->paths.size() - std::exchange( out->atHand, 0 ) );
    if ( isRetired() || out->paths.empty() ) {
       endHandOut( *out );
    } else {
@@ -167,23 +152,18 @@ ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
    }
 }
 
-/// False where the topology has changed by it: then it is to be answered again.
-bool
-ConstraintInfoSm::handOutToFollower( const HandOut & out, const PathInfoKey & key,
-                                     const char * operation ) {
-   const auto path = pathStatusInfo( key );
-   if ( !path || !constraintInfo()->pathHas( key ) ) {
-      return true;
+void
+ConstraintInfoSm::handOutToFollowers( const HandOut & out, const char * operation ) {
+   for ( const PathInfoKey & key : slice( out ) ) {
+      const auto path = pathStatusInfo( key );
+      if ( path && constraintInfo()->pathHas( key ) ) {
+         updatePath( key, out.data, operation );
+         if ( out.all && !left_->contains( key ) ) {
+            path->answeredAlone();
+         }
+         kept_.noteAnswer( *path, ground( *path, *out.data ) );
+      }
    }
-   updatePath( key, out.data, operation );
-   if ( isOvertaken( out ) ) {
-      return false;
-   }
-   if ( out.all && !left_->contains( key ) ) {
-      path->answeredAlone();
-   }
-   kept_.noteAnswer( *path, ground( *path, *out.data ) );
-   return true;
 }
 
 void
@@ -199,7 +179,8 @@ ConstraintInfoSm::endHandOut( HandOut & out ) {
 void
 ConstraintInfoSm::handOutFurther( const char * operation ) {
    HandOutPtr out = std::move( handOut_ );
-   if ( isOvertaken( *out ) ) {
+   if ( out->data
+        && ( out->version != view()->graph().version() || out->source != view()->spfRoot() ) ) {
       answer( leftOf( *out ), operation );
       return;
    }
