@@ -300,13 +300,12 @@ LocalState::apply( const KeyChanges & changes ) {
    } else if ( type != changes.fields.end() && present->typeName() != *type->second ) {
       refuseKey( key, std::string( "expected \"" ) + present->typeName() + "\", found \""
                          + *type->second + "\"" );
-   } else {
-      KeyChanges all{ key, {} };
-      if ( changes.isAnew ) {
-         all.fields = endedBeside( changes );
-      }
+   } else if ( changes.isAnew ) {
+      KeyChanges all{ key, endedBeside( changes ) };
       std::ranges::copy( changes.fields, std::back_inserter( all.fields ) );
       changeKey( present, all );
+   } else {
+      changeKey( present, changes );
    }
 }
 
