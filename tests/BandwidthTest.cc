@@ -562,3 +562,29 @@ TEST( Bandwidth, IsKeptWhileTheAddressOfAHopIsAway ) {
    EXPECT_EQ( heldLinks( lab ), before );
    EXPECT_EQ( lab.error( "rsvp", "p" ), "" );
 }
+
+/// A full link may be used by who holds some of it, but not where it leads to an overloaded router.
+TEST( Bandwidth, IsNoGroundToEndAtARouterThatBecomesOverloaded ) {
+   for ( const char * topology : { "A -10{bw 100}- B; A -5{bw 100}- C",
+                                   "A =lan1= B C; C -5- D" } ) {
+      TestLab lab( topology );
+      const bool isLan = lab.document()[ "topologies" ][ "core" ][ "links" ].size() == 1;
+      const auto change = [ & ]( const Json & core ) {
+         lab.patch( { { "topologies", { { "core", core } } } } );
+         lab.settle();
+      };
+      const auto available = [ & ]( double bandwidth ) {
+         const Json own{ { "unreserved", bandwidth } };
+         change( isLan ? Json{ { "lans", { { "lan1", { { "members", { { "A", own } } } } } } } }
+                       : Json{ { "links", { { "A-B", own } } } } );
+      };
+      available( 100 );
+      lab.request( "cli", "t", "B", wanted( 100 ) );
+      lab.settle();
+      available( 0 );
+      ASSERT_EQ( lab.path( "cli", "t" ), "A B" );
+      change( { { "routers", { { "B", { { "overload", true } } } } } } );
+      EXPECT_EQ( lab.path( "cli", "t" ) + lab.error( "cli", "t" ),
+                 "no path found for tep 10.0.0.2" );
+   }
+}

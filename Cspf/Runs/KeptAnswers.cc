@@ -190,6 +190,14 @@ KeptAnswers::shareLabels( const AllTopoDbView & view, CspfLinkConstraint numbers
    return labels_ != nullptr;
 }
 
+/// Whether the change is of a link that the user holds, or of the router behind one.
+bool
+KeptAnswers::isOfHolding( const CspfEdgeChange & change ) const {
+   const auto endsThere = [ & ]( const CspfEdgeChange & held ) { return held.to == change.to; };
+   return change.from == change.to ? std::ranges::any_of( holding_, endsThere )
+                                   : std::ranges::binary_search( holding_, change );
+}
+
 /// Whether the user may have been granted other links than were known.
 bool
 KeptAnswers::isHoldingMoved( const AllTopoDbView & view,
@@ -199,7 +207,7 @@ KeptAnswers::isHoldingMoved( const AllTopoDbView & view,
           && ( view.bwUsageManager()->lastChange( constraint.bwUsageId() ) != holdingChange_
                || ( holdsSomeAway_ && !changes.empty() )
                || std::ranges::any_of( changes, [ this ]( const CspfEdgeChange & change ) {
-                     return std::ranges::binary_search( holding_, change );
+                     return isOfHolding( change );
                   } ) );
 }
 

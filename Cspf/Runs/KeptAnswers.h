@@ -77,6 +77,7 @@ class KeptAnswers {
                    const InternalPathConstraint & constraint ) const;
    bool shareLabels( const AllTopoDbView & view, CspfLinkConstraint numbers,
                      SharedLabels & shared );
+   bool isOfHolding( const CspfEdgeChange & change ) const;
    bool isHoldingMoved( const AllTopoDbView & view,
                         std::span< const CspfEdgeChange > changes ) const;
    void noteHolding( const AllTopoDbView & view, const AllTopoDbView::OwnReservations & own );
