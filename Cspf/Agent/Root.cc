@@ -87,8 +87,8 @@ CspfRoot::vrfActiveDel( const L3::VrfName & vrf ) {
    allClientInfo()->clientDataDel( vrf );
    allClientInfo()->repairScopeDel( vrf );
    allTopoDbDir_->allTopoDbCollDel( vrf );
-   allClientInfo()->vrfSourceIdDelIfUnused( vrf );
    allClientInfo()->vrfChangeEnds( vrf );
+   allClientInfo()->vrfSourceIdDelIfUnused( vrf );
 }
 
 void

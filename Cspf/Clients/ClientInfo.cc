@@ -26,7 +26,8 @@ AllClientInfo::handleInitialized() {
 void
 AllClientInfo::vrfSourceIdDelIfUnused( const L3::VrfName & vrf ) {
    const auto & sources = vrfSourceId( vrf );
-   if ( sources && sources->vrfClientSourceIds() == 0 && !pathStatusInfoTableHas( vrf ) ) {
+   const bool isActive = vrfChangeHas( vrf ) || pathStatusInfoTableHas( vrf );
+   if ( sources && sources->vrfClientSourceIds() == 0 && !isActive ) {
       vrfSourceIdDel( vrf );
    }
 }

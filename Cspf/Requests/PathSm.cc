@@ -218,9 +218,10 @@ PathSmBase::addOrUpdatePathInfoKey( const PathInfoKey & key,
    }
 }
 
+/// The configuration of one whose rows are being removed is there still.
 void
 PathSmBase::addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config ) {
-   if ( isRetired() || pathConfigInfoTable_->pathConfigInfoHas( key ) ) {
+   if ( isRetired() || pathStatusInfoTable_->pathStatusInfoHas( key ) ) {
       return;
    }
    TRACE7_FOR( "void Cspf::PathSmBase::addOrUpdatePathInfoKey(const Cspf::PathInfoKey&)",
@@ -229,6 +230,7 @@ PathSmBase::addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & c
    pathStatusInfoTable_->pathStatusInfoIs( key, Lum::make< PathStatusInfo >( key, cspfStatus_ ) );
 }
 
+/// What is published stays for a request that was made meanwhile.
 void
 PathSmBase::deletePathInfoKey( const PathInfoKey & key ) {
    if ( isRetired() ) {
@@ -236,7 +238,8 @@ PathSmBase::deletePathInfoKey( const PathInfoKey & key ) {
    }
    TRACE7( "Deleting PathConfigInfo/PathStatusInfo and PathStatus for " << key.traceString() );
    deleteRows( key );
-   if ( !key.internal() ) {
+   if ( !key.internal()
+        && !pathConfigInfoTable_->pathConfigInfoHas( externalPathInfoKey( key.pathKey() ) ) ) {
       cspfStatus_->pathStatusDel( key.pathKey() );
       cspfStatus_->pathErrorDel( key.pathKey() );
    }
@@ -249,10 +252,14 @@ PathSmBase::deleteRows( const PathInfoKey & key ) {
    }
 }
 
+/// Whoever hears of it may ask for the path again: then the rows are those of that request.
 void
 PathSmBase::removeRows( const PathInfoKey & key ) {
+   const auto config = pathConfigInfoTable_->pathConfigInfo( key );
    pathStatusInfoTable_->pathStatusInfoDel( key );
-   pathConfigInfoTable_->pathConfigInfoDel( key );
+   if ( pathConfigInfoTable_->pathConfigInfo( key ) == config ) {
+      pathConfigInfoTable_->pathConfigInfoDel( key );
+   }
 }
 
 void
@@ -272,12 +279,12 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
       return;
    }
    const auto wanted = getLinkedPathsFromCspfConfig( pathKey );
+   replaceParent( pathKey, wanted->parentPathInfoKey() );
    const auto held = getLinkedPathsFromPathConfigInfo( pathKey );
-   if ( !held->isSame( *wanted ) ) {
+   if ( !handling.isVoid() && !held->isSame( *wanted ) ) {
       doDeleteUnwanted( *held, *wanted, handling );
    }
    if ( !handling.isVoid() ) {
-      currentExternalPathInfoKeyIs( pathKey, wanted->parentPathInfoKey() );
       addOrUpdatePathInfoKey( wanted->parentPathInfoKey() );
    }
    for ( const auto & [ index, child ] : wanted->childPathInfoKeyColl() ) {
@@ -291,16 +298,24 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
    }
 }
 
-/// What is published of a path stays while its key is replaced.
+/// What is published of a path stays while its key is replaced, also where a request inside of this
+/// puts it back.
+void
+PathSm::replaceParent( const PathKey & pathKey, const PathInfoKey & wanted ) {
+   const auto held = getLinkedPathsFromPathConfigInfo( pathKey );
+   currentExternalPathInfoKeyIs( pathKey, wanted );
+   if ( held->parentPathInfoKey() && held->parentPathInfoKey() != wanted ) {
+      addRows( wanted, cspfConfig() );  // takes over what is reserved
+      if ( currentExternalPathInfoKey( pathKey ) != held->parentPathInfoKey() ) {
+         deleteRows( held->parentPathInfoKey() );
+         deleteChildren( *held );
+      }
+   }
+}
+
 void
 PathSm::doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted,
                           const Handling & handling ) {
-   if ( held.parentPathInfoKey() != wanted.parentPathInfoKey() ) {
-      addRows( wanted.parentPathInfoKey(), cspfConfig() );  // takes over what is reserved
-      deleteRows( held.parentPathInfoKey() );
-      deleteChildren( held );
-      return;
-   }
    for ( const auto & [ index, child ] : held.childPathInfoKeyColl() ) {
       if ( !handling.isVoid() && wanted.childPathInfoKey( index ) != child ) {
          deleteChildPathInfoKey( held.parentPathInfoKey(), static_cast< std::uint8_t >( index ),

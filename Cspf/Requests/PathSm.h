@@ -179,6 +179,7 @@ class PathSm : public PathSmBase {
 
  private:
    void deleteChildren( const LinkedPathInfoKeys & held );
+   void replaceParent( const PathKey & pathKey, const PathInfoKey & wanted );
    void doDeleteUnwanted( const LinkedPathInfoKeys & held, const LinkedPathInfoKeys & wanted,
                           const Handling & handling );
 };

@@ -190,7 +190,7 @@ ConstraintInfoSmBase::expire() {
    const Lum::Ptr< const DedupConstraint > inUse( &constraintInfo_->constraint() );
    hasNotificationActiveIs( false );
    handleThrottleTimeout();
-   hasNotificationActiveIs( !isHandingOut() );
+   hasNotificationActiveIs( !isHandingOut() && !isRetired() );
 }
 
 bool

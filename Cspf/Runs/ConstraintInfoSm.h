@@ -191,7 +191,8 @@ class ConstraintInfoSm : public ConstraintInfoSmBase {
    static std::span< const PathInfoKey > slice( const HandOut & out );
    void markFollowers( const HandOut & out );
    void handOutSlice( HandOutPtr out, const char * operation );
-   void handOutToFollowers( const HandOut & out, const char * operation );
+   bool isOvertaken( const HandOut & out ) const;
+   void handOutToFollower( const HandOut & out, const PathInfoKey & key, const char * operation );
    void endHandOut( HandOut & out );
    void handOutFurther( const char * operation );
    HandOutPtr leftOf( HandOut & out );

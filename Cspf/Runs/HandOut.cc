@@ -135,15 +135,31 @@ ConstraintInfoSm::markFollowers( const HandOut & out ) {
    }
 }
 
+/// Whether the tree is for another topology, or for another source.
+bool
+ConstraintInfoSm::isOvertaken( const HandOut & out ) const {
+   return out.data
+          && ( out.version != view()->graph().version() || out.source != view()->spfRoot() );
+}
+
+/// Whoever reads one answer may change the topology. The path that was told hears of that as of any
+/// change; those that are not told yet are left for a run of the next turn.
 void
 ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
    const auto paths = slice( *out );
-   if ( out->toFollowers ) {
-      handOutToFollowers( *out, operation );
-   } else {
-      updatePathStatusCache( out->data, { paths.begin(), paths.end() } );
+   auto next = paths.begin();
+   while ( next != paths.end() && !isOvertaken( *out ) ) {
+      const PathInfoKey & key = *next++;
+      if ( out->toFollowers ) {
+         handOutToFollower( *out, key, operation );
+      } else {
+         updatePathStatusCache( out->data, { key } );
+      }
    }
-   out->paths.resize( out->paths.size() - std::exchange( out->atHand, 0 ) );
+   const auto first = out->paths.end() - std::ssize( paths );
+   out->paths.erase( first, first + ( next - paths.begin() ) );
+   out->isHeap = out->isHeap && next == paths.end();
+   out->atHand = 0;
    if ( isRetired() || out->paths.empty() ) {
       endHandOut( *out );
    } else {
@@ -153,17 +169,17 @@ ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
 }
 
 void
-ConstraintInfoSm::handOutToFollowers( const HandOut & out, const char * operation ) {
-   for ( const PathInfoKey & key : slice( out ) ) {
-      const auto path = pathStatusInfo( key );
-      if ( path && constraintInfo()->pathHas( key ) ) {
-         updatePath( key, out.data, operation );
-         if ( out.all && !left_->contains( key ) ) {
-            path->answeredAlone();
-         }
-         kept_.noteAnswer( *path, ground( *path, *out.data ) );
-      }
+ConstraintInfoSm::handOutToFollower( const HandOut & out, const PathInfoKey & key,
+                                     const char * operation ) {
+   const auto path = pathStatusInfo( key );
+   if ( !path || !constraintInfo()->pathHas( key ) ) {
+      return;
    }
+   updatePath( key, out.data, operation );
+   if ( out.all && !left_->contains( key ) ) {
+      path->answeredAlone();
+   }
+   kept_.noteAnswer( *path, isOvertaken( out ) ? CspfData::Ground() : ground( *path, *out.data ) );
 }
 
 void
@@ -179,8 +195,7 @@ ConstraintInfoSm::endHandOut( HandOut & out ) {
 void
 ConstraintInfoSm::handOutFurther( const char * operation ) {
    HandOutPtr out = std::move( handOut_ );
-   if ( out->data
-        && ( out->version != view()->graph().version() || out->source != view()->spfRoot() ) ) {
+   if ( isOvertaken( *out ) ) {
       answer( leftOf( *out ), operation );
       return;
    }
