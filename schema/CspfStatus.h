@@ -3,6 +3,9 @@
 #include "platform/Lum/SharedString.h"
 #include "schema/CspfKeys.h"
 
+#include <utility>
+#include <vector>
+
 /// What the agent publishes.
 namespace Cspf {
 
@@ -65,6 +68,31 @@ class Status : public Lum::Entity {
 class IntfIpToRouterIdTable : public Lum::Entity {
    LUM_ENTITY( Cspf, IntfIpToRouterIdTable );
    LUM_COLLECTION( intfIpToRouterId, Kivnet::IpGenAddr, Kivnet::IpGenAddr );
+
+   /// Readers hear nothing until as many `tellReaders` as `holdReaders` have come; then of each row
+   /// that has changed. So does whoever writes rows while it reads what a reader may change.
+   void holdReaders() noexcept { ++holds_; }
+   void tellReaders() {
+      if ( --holds_ == 0 ) {
+         const auto alive = keptAlive();
+         for ( const Kivnet::IpGenAddr & intfIp : std::exchange( untold_, {} ) ) {
+            notify( &intfIpToRouterIdAttribute, &intfIp );
+         }
+      }
+   }
+
+ private:
+   // In the place of the entity's own.
+   void notify( const void * attribute, const void * intfIp ) {
+      if ( holds_ == 0 ) {
+         Entity::notify( attribute, intfIp );
+      } else {
+         untold_.push_back( *static_cast< const Kivnet::IpGenAddr * >( intfIp ) );
+      }
+   }
+
+   std::uint32_t holds_ = 0;
+   std::vector< Kivnet::IpGenAddr > untold_;
 };
 
 /// Names one client path among those that share a constraint.

@@ -155,10 +155,12 @@ TopoDbSm::takeOutRouter( const IgpRouterId & igpRouterId ) {
    const auto prefixes = reachabilityMap_.find( igpRouterId );
    const std::size_t rows = 1 + routerToNeighbor( igpRouterId ).size()
                             + ( prefixes == reachabilityMap_.end() ? 0 : prefixes->second.size() );
+   holdReaders();
    doHandleRouterDeletion( igpRouterId,
                            Kivnet::IpGenAddr( routerIdMap_->teRouterId( igpRouterId ) ) );
    doUpdateReachability( igpRouterId, nullptr );
    doUpdateAllTopoDbStatus();
+   tellReaders();
    return rows;
 }
 
@@ -186,16 +188,32 @@ TopoDbSm::doUpdateAllTopoDbStatus() {
    allTopoDbStatus_->topoChangedAtIs( allTopoDbStatus_->changeStamp() );
 }
 
+void
+TopoDbSm::holdReaders() const {
+   if ( const auto & published = allTopoDbStatus_->intfIpToRouterIdTable() ) {
+      published->holdReaders();
+   }
+}
+
+void
+TopoDbSm::tellReaders() const {
+   if ( const auto & published = allTopoDbStatus_->intfIpToRouterIdTable() ) {
+      published->tellReaders();
+   }
+}
+
 // Routers.
 
 void
 TopoDbSm::handleRouter( const IgpRouterId & igpRouterId ) {
    LUM_ASSERT( !pendingRouterToHandle() );
+   holdReaders();
    doHandleRouter( igpRouterId, __PRETTY_FUNCTION__ );
    while ( pendingRouterToHandle_ ) {
       doHandleRouter( std::exchange( pendingRouterToHandle_, {} ), __PRETTY_FUNCTION__ );
    }
    doUpdateAllTopoDbStatus();
+   tellReaders();
 }
 
 void
@@ -406,6 +424,7 @@ TopoDbSm::doUpdateLink( TopoLink & link, const Igp::Neighbor * neighbor ) {
 
 void
 TopoDbSm::handleNeighbor( const NeighborKey & neighborKey ) {
+   holdReaders();
    const Igp::Neighbor * neighbor = topoDb_->neighborFind( neighborKey );
    TopoLink * link = allTopoDbStatus_->links().find( topoId_, neighborKey );
    if ( link ) {
@@ -423,6 +442,7 @@ TopoDbSm::handleNeighbor( const NeighborKey & neighborKey ) {
                                                          << " is deleted" );
    }
    doUpdateAllTopoDbStatus();
+   tellReaders();
 }
 
 void

@@ -20,7 +20,8 @@ namespace Cspf {
 /// A table that comes is taken in router by router, a slice in a turn of the loop; what changes
 /// meanwhile is handled at once. One that goes is taken out in the same way; a router with a
 /// neighbor that changes meanwhile is taken out at once, since the graphs refer to rows of
-/// neighbors. Every change stamps the store. A router that gives up a TE router id which others
+/// neighbors. Every change stamps the store; then readers are told of published addresses, since
+/// they may change the table in their turn. A router that gives up a TE router id which others
 /// carry as well makes the first of them pending; it is handled when the router at hand is done.
 class TopoDbSm : public Lum::Reactor {
    LUM_ENTITY( Cspf, TopoDbSm );
@@ -80,6 +81,8 @@ class TopoDbSm : public Lum::Reactor {
    }
    void endTakingOut();
    void isMovingIs( bool moving );
+   void holdReaders() const;
+   void tellReaders() const;
    // `operation`: the signature under which they trace.
    void doHandleRouter( const IgpRouterId & igpRouterId, const char * operation );
    void doUpdateTeRouterId( const IgpRouterId & igpRouterId, const Kivnet::IpGenAddr & teRouterId,
