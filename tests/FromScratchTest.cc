@@ -3,6 +3,7 @@
 // No two ways of these networks cost the same, and there is bandwidth for all, so that all that can
 // be seen follows from the state, but for what is said here to be history.
 
+#include "tests/Answering.h"
 #include "tests/Lab.h"
 #include "tests/RandomLab.h"
 #include "tools/lab/LabJson.h"
@@ -55,7 +56,7 @@ const std::string numbered = "tilfa trees";
 
 /// All that can be seen, by which numbers it goes and how often things were done left out.
 Json
-everything( TestLab & lab ) {
+allSeen( TestLab & lab ) {
    Json outcome = Json::parse( Lab::outcomeJson( lab.outcome() ) );
    Json seen{ { "paths", Json::object() }, { "addresses", outcome[ "intfIpToRouterId" ] } };
    for ( const auto & [ client, services ] : outcome[ "clients" ].items() ) {
@@ -123,7 +124,7 @@ machines( const std::map< std::string, std::size_t > & before = {} ) {
 
 /// How much there is to be compared.
 struct Census {
-   std::size_t paths = 0, repairs = 0, errors = 0, reservations = 0;
+   std::size_t paths = 0, repairs = 0, errors = 0, reservations = 0, answers = 0;
 
    void add( const Json & seen ) {
       for ( const Json & services : seen[ "paths" ] ) {
@@ -233,7 +234,7 @@ difference( const Json & one, const Json & other ) {
 void
 askAnew( TestLab & lab ) {
    Json again = Json::object(), refused = again;
-   const Json seen = everything( lab ), asked = lab.document()[ "paths" ];
+   const Json seen = allSeen( lab ), asked = lab.document()[ "paths" ];
    for ( const auto & [ client, services ] : seen[ "paths" ].items() ) {
       for ( const auto & [ where, paths ] : services.items() ) {
          for ( const auto & [ name, answer ] : paths.items() ) {
@@ -284,24 +285,44 @@ TEST( FromScratch, whateverHasHappened ) {
       RandomLab random( seed, RandomLab::Kind::everything );
       auto lab = TestLab::of( random.document() );
       lab.slicesOf( 1 + seed % 4 );
+      bool happening = false;
+      const auto happen = [ & ]( const Json & event ) {
+         happening = true;
+         try {
+            lab.patch( event );
+         } catch ( const Lab::LabError & ) {  // no lab any more
+         }
+         happening = false;
+      };
+      Json answer;
+      const auto answering = Lum::make< Answering >( lab, [ & ] {
+         if ( !answer.is_null() && !happening && random.oneIn( 3 ) ) {
+            ++census.answers;
+            happen( std::exchange( answer, {} ) );
+         }
+      } );
       for ( int event = 0; event < 40; ++event ) {
          if ( event % 18 == 15 ) {
-            lab.patch( mended( lab.document(), true ) );
+            happen( mended( lab.document(), true ) );
          }
          if ( random.oneIn( 12 ) ) {
+            happening = true;
             lab.restart();  // it looks when the event is over
+            happening = false;
          }
-         try {
-            lab.patch( random.event( lab.document() ) );
-         } catch ( const Lab::LabError & ) {
-            continue;
+         Json next = random.event( lab.document() );
+         if ( random.oneIn( 3 ) ) {
+            answer = std::move( next );  // inside of what is told next
+         } else {
+            happen( next );
          }
          lab.advance( random.oneIn( 2 ) ? 0.001 * random.below( 400 ) : 0 );
          lab.work( random.below( 8 ) );
       }
+      answer = {};
       lab.patch( mended( lab.document(), false ) );
       lab.settle();
-      const Json before = followed( lab.document(), everything( lab ) );
+      const Json before = followed( lab.document(), allSeen( lab ) );
       askAnew( lab );
       {
          const Json all = machines();
@@ -309,9 +330,9 @@ TEST( FromScratch, whateverHasHappened ) {
          auto fresh = TestLab::of( lab.document() );
          fresh.settle();
          EXPECT_EQ( difference( machines( others ), all ), "" );
-         const Json now = everything( fresh );
+         const Json now = allSeen( fresh );
          EXPECT_EQ( difference( followed( lab.document(), now ), before ), "" );
-         EXPECT_EQ( difference( now, everything( lab ) ), "" );
+         EXPECT_EQ( difference( now, allSeen( lab ) ), "" );
          EXPECT_EQ( difference( inside( fresh ), inside( lab ) ), "" );
          census.add( now );
       }
@@ -321,14 +342,15 @@ TEST( FromScratch, whateverHasHappened ) {
       const auto others = Lum::census();
       auto fresh = TestLab::of( lab.document() );
       fresh.settle();
-      EXPECT_EQ( difference( everything( fresh ), everything( lab ) ), "" );
+      EXPECT_EQ( difference( allSeen( fresh ), allSeen( lab ) ), "" );
       EXPECT_EQ( difference( inside( fresh ), inside( lab ) ), "" );
       EXPECT_EQ( difference( machines( others ), left ), "" );
    }
+   EXPECT_GT( census.answers, 100u );
    EXPECT_GT( census.paths, 40u );
    EXPECT_GT( census.repairs, 12u );
    EXPECT_GT( census.errors, 100u );
-   EXPECT_GT( census.reservations, 20u );
+   EXPECT_GT( census.reservations, 15u );
 }
 
 /// Segments have runs of their own, each held down for as long as its own past says: a path is put
@@ -374,6 +396,6 @@ TEST( FromScratch, pathsThroughHopsAtAnyMoment ) {
       lab.settle();
       auto fresh = TestLab::of( lab.document() );
       fresh.settle();
-      EXPECT_EQ( difference( everything( fresh ), everything( lab ) ), "" );
+      EXPECT_EQ( difference( allSeen( fresh ), allSeen( lab ) ), "" );
    }
 }
