@@ -565,8 +565,8 @@ TEST( Bandwidth, IsKeptWhileTheAddressOfAHopIsAway ) {
 
 /// A full link may be used by who holds some of it, but not where it leads to an overloaded router.
 TEST( Bandwidth, IsNoGroundToEndAtARouterThatBecomesOverloaded ) {
-   for ( const char * topology : { "A -10{bw 100}- B; A -5{bw 100}- C",
-                                   "A =lan1= B C; C -5- D" } ) {
+   for ( const char * topology :
+         { "A -10{bw 100}- B; A -5{bw 100}- C", "A =lan1= B C; C -5- D" } ) {
       TestLab lab( topology );
       const bool isLan = lab.document()[ "topologies" ][ "core" ][ "links" ].size() == 1;
       const auto change = [ & ]( const Json & core ) {

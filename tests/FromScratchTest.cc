@@ -6,6 +6,7 @@
 #include "tests/Answering.h"
 #include "tests/Lab.h"
 #include "tests/RandomLab.h"
+#include "tests/Seeds.h"
 #include "tools/lab/LabJson.h"
 #include "tools/lab/LabOutput.h"
 
@@ -280,7 +281,7 @@ class Witness : public Lum::Reactor {
 
 TEST( FromScratch, whateverHasHappened ) {
    Census census;
-   for ( unsigned seed = 1; seed <= 60; ++seed ) {
+   for ( unsigned seed = 1; seed <= seedsOf( 60 ) && !HasFailure(); ++seed ) {
       SCOPED_TRACE( seed );
       RandomLab random( seed, RandomLab::Kind::everything );
       auto lab = TestLab::of( random.document() );
@@ -356,7 +357,7 @@ TEST( FromScratch, whateverHasHappened ) {
 /// Segments have runs of their own, each held down for as long as its own past says: a path is put
 /// together of old and new ones, and a change meets it at any moment of that.
 TEST( FromScratch, pathsThroughHopsAtAnyMoment ) {
-   for ( unsigned seed = 1; seed <= 60; ++seed ) {
+   for ( unsigned seed = 1; seed <= seedsOf( 60 ) && !HasFailure(); ++seed ) {
       SCOPED_TRACE( seed );
       std::mt19937 engine( seed );
       const auto below = [ & ]( unsigned n ) { return static_cast< unsigned >( engine() % n ); };

@@ -4,11 +4,11 @@
 #include "tests/Answering.h"
 #include "tests/Lab.h"
 #include "tests/LabText.h"
+#include "tests/Seeds.h"
 #include "tests/TopoStore.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
 #include <random>
 #include <utility>
@@ -174,13 +174,6 @@ request( const std::string & client, std::mt19937 & engine ) {
    }
    config.constraintIs( constraint );
    return config;
-}
-
-/// Quick, or as many as the environment asks for.
-unsigned
-seedsOf( unsigned quick ) {
-   const char * const times = std::getenv( "CSPF_REENTRY_SEEDS" );
-   return quick * ( times ? static_cast< unsigned >( std::max( 1, std::atoi( times ) ) ) : 1 );
 }
 
 }

@@ -4,11 +4,11 @@
 #include "bench/RepairRuns.h"
 #include "tests/GraphText.h"
 #include "tests/RandomNetwork.h"
+#include "tests/Seeds.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 
 using namespace Cspf;
@@ -223,21 +223,14 @@ TEST( RepairWalk, aPathThatNeedsTooManyNodesIsLeft ) {
    }
 }
 
-/// Quick, or as many networks as the environment asks for.
-uint32_t
-networksOf( uint32_t quick ) {
-   const char * const times = std::getenv( "CSPF_REPAIR_WALKS" );
-   return quick * ( times ? static_cast< uint32_t >( std::max( 1, std::atoi( times ) ) ) : 1 );
-}
-
 TEST( RepairWalk, randomNetworks ) {
    std::map< std::string, uint32_t > repairs;
-   for ( uint32_t seed = 1; seed <= networksOf( 400 ) && !HasFailure(); ++seed ) {
+   for ( uint32_t seed = 1; seed <= seedsOf( 400 ) && !HasFailure(); ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( seed ) );
       std::mt19937 random( seed );
       judge( RandomNetwork( 5 + seed % 10, random ), true, random, repairs );
    }
-   for ( uint32_t seed = 1; seed <= networksOf( 24 ) && !HasFailure(); ++seed ) {
+   for ( uint32_t seed = 1; seed <= seedsOf( 24 ) && !HasFailure(); ++seed ) {
       SCOPED_TRACE( "seed " + std::to_string( 1000 + seed ) );
       std::mt19937 random( 1000 + seed );
       judge( RandomNetwork( 20 + 180 * ( seed % 4 ) / 3, random ), false, random, repairs );
