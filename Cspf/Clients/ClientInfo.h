@@ -81,8 +81,8 @@ class AllClientInfo : public Lum::Entity {
    LUM_ATTRIBUTE( initialized, bool );
 
    void handleInitialized();
-   /// Takes the VRF's sources out where there are none, unless the VRF is active, or becomes so: its
-   /// root watches for some.
+   /// Takes the VRF's sources out where there are none, unless the VRF is active, or becomes so:
+   /// its root watches for some.
    void vrfSourceIdDelIfUnused( const L3::VrfName & vrf );
    void vrfChangeBegins( const L3::VrfName & vrf ) { vrfChangeIs( vrf, Lum::make< VrfChange >() ); }
    void vrfChangeEnds( const L3::VrfName & vrf );

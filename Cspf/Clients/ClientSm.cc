@@ -66,7 +66,7 @@ ClientSm::handleEarlierEnd( const Lum::String & client ) {
 }
 
 bool
-ClientSm::isEnding( const L3::VrfName & vrf ) {
+ClientSm::waitsForEarlier( const L3::VrfName & vrf ) {
    const auto & enabled = intake_.teConfigDir->teVrfConfig( vrf );
    if ( !enabled ) {
       return false;
@@ -85,7 +85,7 @@ ClientSm::handleVrf( const L3::VrfName & vrf ) {
       return;
    }
    if ( client_->vrf( vrf ) && teRouterIdConfig_->routerId() ) {
-      if ( !clientVrfConfMounterHas( vrf ) && !isEnding( vrf ) ) {
+      if ( !clientVrfConfMounterHas( vrf ) && !waitsForEarlier( vrf ) ) {
          TRACE7( "client " << name_ << ", vrf " << vrf << " te required and configured" );
          TRACE7( "Creating ClientVrfSm for client " << name_ << ", vrf " << vrf );
          clientVrfConfMounterIs( vrf, name_, client_, intake_ );

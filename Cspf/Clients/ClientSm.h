@@ -38,7 +38,7 @@ class ClientSm : public Lum::Reactor {
    void handleEarlierEnd( const Lum::String & client );
    /// Whether an earlier mounter of the client in the VRF has not ended yet; if so, its end is
    /// heard of.
-   bool isEnding( const L3::VrfName & vrf );
+   bool waitsForEarlier( const L3::VrfName & vrf );
 
    const Lum::String name_;
    const Lum::Ptr< const Client > client_;

@@ -45,24 +45,24 @@ ClientVrfFamily::handleSourceId( const PathComputationType & ) {
 }
 
 void
-ClientVrfFamily::handleFree() {
+ClientVrfFamily::handleEarlierEnd() {
    owner_.createOrDeletePathSm( af_ );
 }
 
 bool
-ClientVrfFamily::isFree() {
+ClientVrfFamily::waitsForEarlier() {
    const auto & info = owner_.allClientInfo( af_ );
    const auto & leaving = info->leavingPaths( owner_.clientOfVrf() );
    if ( leaving ) {
       unwatch( *leaving );
-      LUM_WATCH( leaving, isGone, handleFree );
+      LUM_WATCH( leaving, isGone, handleEarlierEnd );
    }
    const auto & change = info->vrfChange( owner_.vrf() );
    if ( change ) {
       unwatch( *change );
-      LUM_WATCH( change, isOver, handleFree );
+      LUM_WATCH( change, isOver, handleEarlierEnd );
    }
-   return !leaving && !change;
+   return leaving || change;
 }
 
 void
@@ -127,10 +127,10 @@ ClientVrfSm::createOrDeletePathSm( Kivnet::AddressFamily af ) {
       return;
    }
    const auto alive = keptAlive();
-   if ( isToBegin( af ) ) {
+   if ( mayBegin( af ) ) {
       TRACE7( "Grabbing dedup handle for af " << text( af ) );
       const auto handle = vrfDedupTable( af )->dedupFromVrfName( vrf_ );
-      if ( !isToBegin( af ) ) {
+      if ( !mayBegin( af ) ) {
          return;
       }
       vrfDedupHandleIs( af, handle );

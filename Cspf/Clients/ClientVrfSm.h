@@ -31,17 +31,17 @@ class ClientVrfSm;
 ///   watches                        handler            does
 ///   AllClientInfo.vrfSourceId      handleVrfSourceId  createOrDeletePathSm of the owner
 ///   VrfSourceId.vrfClientSourceId  handleSourceId     likewise
-///   LeavingPaths.isGone            handleFree         likewise
-///   VrfChange.isOver               handleFree         likewise
+///   LeavingPaths.isGone            handleEarlierEnd   likewise
+///   VrfChange.isOver               handleEarlierEnd   likewise
 class ClientVrfFamily : public Lum::Reactor {
    LUM_ENTITY( Cspf, ClientVrfFamily );
    /// The owner outlives this object, and has the family's `AllClientInfo`.
    ClientVrfFamily( ClientVrfSm & owner, Kivnet::AddressFamily af ) : owner_( owner ), af_( af ) {}
    void handleInitialized() override;
    void handleVrfSourceId( const L3::VrfName & vrf );
-   /// Nothing of an earlier service is left, and the VRF neither comes nor goes. Otherwise the
-   /// owner is told when that is over.
-   bool isFree();
+   /// Whether something of an earlier service is left, or the VRF comes or goes; if so, the owner
+   /// is told when that is over.
+   bool waitsForEarlier();
 
    /// The client's tables while it has a path reactor.
    std::unique_ptr< LumZorch::TableMount< Config > > configMount;
@@ -49,7 +49,7 @@ class ClientVrfFamily : public Lum::Reactor {
 
  private:
    void handleSourceId( const PathComputationType & );
-   void handleFree();
+   void handleEarlierEnd();
 
    ClientVrfSm & owner_;
    const Kivnet::AddressFamily af_;
@@ -113,8 +113,8 @@ class ClientVrfSm : public Lum::Reactor {
    bool isWanted( Kivnet::AddressFamily af ) const {
       return !isRetired() && client_->addressFamily( af ) && getVrfClientSourceId( af );
    }
-   bool isToBegin( Kivnet::AddressFamily af ) const {
-      return isWanted( af ) && !pathSmHas( af ) && family( af )->isFree();
+   bool mayBegin( Kivnet::AddressFamily af ) const {
+      return isWanted( af ) && !pathSmHas( af ) && !family( af )->waitsForEarlier();
    }
 
    const L3::VrfName vrf_;

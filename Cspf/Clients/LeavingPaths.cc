@@ -3,9 +3,9 @@
 
 #include "Cspf/Clients/LeavingPaths.h"
 
-#include <algorithm>
-
 #include "Cspf/Clients/ClientInfo.h"
+
+#include <algorithm>
 
 namespace Cspf {
 
