@@ -171,9 +171,13 @@ bool
 isProtected( const Json & document, const Json & request ) {
    const std::string intf = request[ "constraint" ].value( "excludeIntf", std::string() );
    const std::string link = intf.substr( 0, intf.rfind( '.' ) );
+   const auto isOfLan = [ & ]( const Json & lan ) {
+      return lan.value( "/members/R0/intf"_json_pointer, std::string() ) == intf;
+   };
    return std::ranges::any_of( document[ "topologies" ], [ & ]( const Json & topology ) {
       return topology.value( "exportReady", true )
-             && ( intf.starts_with( "lan" ) || topology[ "links" ].contains( link ) );
+             && ( topology[ "links" ].contains( link )
+                  || std::ranges::any_of( topology.value( "lans", Json::object() ), isOfLan ) );
    } );
 }
 
@@ -390,7 +394,8 @@ TEST( FromScratch, pathsThroughHopsAtAnyMoment ) {
       for ( Json & link : last[ "topologies" ][ "core" ][ "links" ] ) {
          link = { { "metric", 1 + below( 1'000'000 ) } };
       }
-      for ( const auto & [ name, path ] : lab.document()[ "paths" ][ "rsvp" ].items() ) {
+      for ( const Json kept = lab.document().value( "/paths/rsvp"_json_pointer, Json::object() );
+            const auto & [ name, path ] : kept.items() ) {
          last[ "paths" ][ "rsvp" ][ name ][ "refreshReqSeq" ] = 1;
       }
       lab.patch( last );

@@ -439,6 +439,34 @@ TEST( PathService, SegmentsKeepToThePathInUseOverARestartAndAnotherHop ) {
    ASSERT_EQ( lab.path( "cli", "p" ), path );
 }
 
+TEST( PathService, SegmentsKeepToWhatTheyWereAmongEquals ) {
+   for ( const char * used : { "B", "C" } ) {
+      const std::string other = *used == 'B' ? "C" : "B";
+      TestLab lab( "A -10- B; A -10- C; B -10- D; C -10- D; D -10- E" );
+      const auto asked = [ & ]( const std::string & name, const std::string & dst ) {
+         lab.request( "cli", name, dst,
+                      { { "includeHop", { { { "addr", "10.0.0.4" }, { "loose", true } } } } } );
+      };
+      // A way there and another one back; a path that is not published yet, since it ends nowhere.
+      lab.link( used + std::string( "-D" ), { { "ba", { { "metric", 11 } } } } );
+      lab.link( other + "-D", { { "ab", { { "metric", 11 } } } } );
+      lab.down( "D-E" );
+      asked( "back", "A" );
+      asked( "away", "E" );
+      lab.settle();
+      const std::string there = std::string( "A " ) + used + " D ";
+      ASSERT_EQ( lab.path( "cli", "back" ), there + other + " A" );
+      for ( const std::string & link : { used + std::string( "-D" ), other + "-D" } ) {
+         lab.link( link, { { "ab", nullptr }, { "ba", nullptr } } );
+         lab.settle();
+      }
+      lab.up( "D-E" );
+      lab.settle();
+      EXPECT_EQ( lab.path( "cli", "back" ), there + other + " A" );
+      EXPECT_EQ( lab.path( "cli", "away" ), there + "E" );
+   }
+}
+
 TEST( PathService, ExamplesRunAndHoldWhatTheyAsk ) {
    std::size_t examples = 0;
    for ( const auto & file : std::filesystem::directory_iterator( CSPF_SOURCE_DIR "/examples" ) ) {
