@@ -134,7 +134,8 @@ class Storm {
       case 3: network( table, topoId, n % 2 ); break;
       case 4: reachability( table, routerId( topoId, n ) ); break;
       case 5:
-         store.status->forEachGraph( [ & ]( TopoGraph & g ) { g.settle( NodeId( teId( n ) ) ); } );
+         store.status->forEachGraph(
+            [ & ]( TopoGraph & g ) { g.settle( g.vertex( NodeId( teId( n ) ) ) ); } );
          break;
       case 6: anotherTable( store, topoId, below( 8 ) ); break;
       case 7:

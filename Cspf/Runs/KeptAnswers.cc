@@ -84,7 +84,7 @@ KeptAnswers::suits( const InternalPathConstraint & constraint ) {
 bool
 KeptAnswers::follow( const AllTopoDbView & view, const NodeId & source, SharedLabels & shared ) {
    TopoGraph & topology = view.topoGraph();
-   topology.settle( source );
+   topology.settle( topology.vertex( source ) );
    const CspfGraph & graph = topology.graph();
    const auto & log = graph.changes();
    const auto & addressLog = view.allTopoDbStatus()->addressChanges();

@@ -56,9 +56,8 @@ class TopoGraph {
 
    /// Puts numbers in the order of walks from `root` when so much has changed since the last time
    /// that it pays; every number and tree from before the last change is void then. Call it before
-   /// a run, before asking for numbers. A root that is no router changes nothing. Amortised O(1)
-   /// for each change.
-   void settle( const NodeId & root );
+   /// a run, of a LAN as well, before asking for numbers. Amortised O(1) for each change.
+   void settle( CspfVertex root );
 
    // Keys to numbers: noVertex, noEdge where there is none.
 

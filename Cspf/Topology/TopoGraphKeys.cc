@@ -108,17 +108,13 @@ TopoGraph::edgesOfPartlyOverloaded( bool leaving ) const {
 }
 
 void
-TopoGraph::settle( const NodeId & root ) {
-   if ( changes_ * 4 <= graph_.edges() ) {
-      return;
-   }
-   const CspfVertex first = vertex( root );
-   if ( first == noVertex ) {
+TopoGraph::settle( CspfVertex root ) {
+   if ( changes_ * 4 <= graph_.edges() || root == noVertex ) {
       return;
    }
    settlePairs();  // those to be paired are known by their numbers
    changes_ = 0;
-   const CspfGraph::Renumbering to = graph_.renumber( first );
+   const CspfGraph::Renumbering to = graph_.renumber( root );
    std::vector< Meaning > meanings( graph_.vertexBound() );
    for ( std::size_t v = 0; v < meanings_.size(); ++v ) {
       if ( to.vertex[ v ] != noVertex ) {

@@ -30,7 +30,7 @@ reaches( const CspfGraph & graph, CspfVertex from, CspfVertex to ) {
 CspfLinkConstraint
 AllTopoDbView::linkConstraint( const NodeId & root ) const {
    TopoGraph & topology = topoGraph();
-   topology.settle( root );
+   topology.settle( vertex( root ) );
    const InternalPathConstraint & c = constraint();
    CspfLinkConstraint numbers;
    numbers.root = topology.vertex( root );
