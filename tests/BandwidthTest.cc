@@ -588,3 +588,23 @@ TEST( Bandwidth, IsNoGroundToEndAtARouterThatBecomesOverloaded ) {
                  "no path found for tep 10.0.0.2" );
    }
 }
+
+/// ... nor where what the link costs in the direction that counts is no metric any more.
+TEST( Bandwidth, IsNoGroundToUseALinkThatHasNoMetric ) {
+   for ( const bool reverse : { false, true } ) {
+      TestLab lab( "A -10{bw 100}- B; A -30{bw 100}- C -30{bw 100}- B" );
+      Json constraint = wanted( 100 );
+      constraint[ "reversePath" ] = reverse;
+      lab.request( "cli", "t", "B", constraint );
+      lab.settle();
+      lab.link( "A-B", { { "ab", { { "unreserved", 0 } } } } );
+      lab.settle();
+      ASSERT_EQ( lab.path( "cli", "t" ), "A B" );
+      lab.link( "A-B", { { reverse ? "ba" : "ab", { { "metric", 0 } } } } );
+      lab.settle();
+      EXPECT_EQ( lab.path( "cli", "t" ), "A C B" );
+      lab.link( "A-B", { { reverse ? "ba" : "ab", { { "metric", 10 } } } } );
+      lab.settle();
+      EXPECT_EQ( lab.path( "cli", "t" ), "A C B" );
+   }
+}

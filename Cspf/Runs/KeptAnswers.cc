@@ -190,12 +190,17 @@ KeptAnswers::shareLabels( const AllTopoDbView & view, CspfLinkConstraint numbers
    return labels_ != nullptr;
 }
 
-/// Whether the change is of a link that the user holds, or of the router behind one.
+/// Whether the change is of a link that the user holds, in either direction, or of the router
+/// behind one.
 bool
 KeptAnswers::isOfHolding( const CspfEdgeChange & change ) const {
-   const auto endsThere = [ & ]( const CspfEdgeChange & held ) { return held.to == change.to; };
-   return change.from == change.to ? std::ranges::any_of( holding_, endsThere )
-                                   : std::ranges::binary_search( holding_, change );
+   if ( change.from == change.to ) {
+      return std::ranges::any_of( holding_,
+                                  [ & ]( const auto & held ) { return held.to == change.to; } );
+   }
+   const CspfEdgeChange reverse{ change.to, change.from };
+   return std::ranges::binary_search( holding_, change )
+          || std::ranges::binary_search( holding_, reverse );
 }
 
 /// Whether the user may have been granted other links than were known.
