@@ -3,8 +3,8 @@
 #include "platform/Lum/SharedString.h"
 #include "schema/CspfKeys.h"
 
+#include <set>
 #include <utility>
-#include <vector>
 
 /// What the agent publishes.
 namespace Cspf {
@@ -87,12 +87,12 @@ class IntfIpToRouterIdTable : public Lum::Entity {
       if ( holds_ == 0 ) {
          Entity::notify( attribute, intfIp );
       } else {
-         untold_.push_back( *static_cast< const Kivnet::IpGenAddr * >( intfIp ) );
+         untold_.insert( *static_cast< const Kivnet::IpGenAddr * >( intfIp ) );
       }
    }
 
    std::uint32_t holds_ = 0;
-   std::vector< Kivnet::IpGenAddr > untold_;
+   std::set< Kivnet::IpGenAddr > untold_;
 };
 
 /// Names one client path among those that share a constraint.

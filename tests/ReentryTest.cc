@@ -207,7 +207,8 @@ TEST( Reentry, WhoeverReadsWhatIsPublishedMayAnswerAtOnce ) {
             watched.turn( engine() % Watched::switches, name, engine() % 2 == 0 );
          } else {
             const char * id = engine() % 2 ? "10.0.0.77" : "10.0.0.2";
-            const Json links{ { "A-C", { { "up", engine() % 2 == 0 } } } };
+            const char * const names[] = { "A-B", "A-C", "B-C" };
+            const Json links{ { names[ engine() % 3 ], { { "up", engine() % 2 == 0 } } } };
             const Json routers{ { "B", { { "teRouterId", id } } } };
             patch( { { "topologies",
                        { { "core", { { "routers", routers }, { "links", links } } } } } } );
@@ -325,4 +326,48 @@ TEST( Reentry, ARefusedRequestMayBeWithdrawnWhenItsReasonIsRead ) {
    watched.lab.settle();
    EXPECT_TRUE( read );
    watched.isEmpty();
+}
+
+/// What it held, or was published for it, is no ground for what is asked for now.
+TEST( Reentry, APathMayBeAskedForAnewWhileItIsWithdrawn ) {
+   for ( const char * client : { "cli", "rsvp" } ) {
+      SCOPED_TRACE( client );
+      Watched watched;
+      const auto config = watched.config( client );
+      const auto ask = [ & ]( std::uint64_t bandwidth, std::uint32_t adminGroup ) {
+         Cspf::PathConfig request;
+         request.pathKeyIs( { Cspf::Destination( Cspf::ip( "10.0.0.3" ) ), 7 } );
+         request.refreshReqSeqIs( config->pathConfigs() );
+         Cspf::PathConstraint constraint;
+         constraint.bandwidthIs( bandwidth );
+         constraint.excludeAdminGroupIs( adminGroup );
+         request.constraintIs( constraint );
+         config->pathConfigIs( request );
+         return request.pathKey();
+      };
+      const Cspf::PathKey key = ask( 100, 0 );
+      watched.lab.settle();
+      const auto status = watched.lab.statusTable( client );
+      ASSERT_EQ( status->pathStatus( key ).paths(), 2u );
+      bool isAsked = false;
+      {
+         const auto answering = Lum::make< Answering >( watched.lab, [ & ] {
+            if ( !std::exchange( isAsked, true ) ) {
+               ask( 1'000'000, 0 );
+            }
+         } );
+         config->pathConfigDel( key );
+      }
+      EXPECT_TRUE( isAsked );
+      watched.lab.settle();
+      EXPECT_EQ( status->pathStatus( key ).paths(), 0u );
+      EXPECT_EQ( status->pathError( key ), "no path found for tep 10.0.0.3" );
+      ask( 50, 1 );
+      watched.lab.settle();
+      EXPECT_EQ( status->pathStatus( key ).paths(), 2u );
+      EXPECT_EQ( status->pathError( key ), "" );
+      config->pathConfigDel( key );
+      watched.lab.settle();
+      watched.isEmpty();
+   }
 }

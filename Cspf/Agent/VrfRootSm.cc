@@ -255,8 +255,8 @@ VrfRootSm::pathStatusInfoDel( const PathInfoKey & key ) {
 
 void
 VrfRootSm::doCleanupPathSms( const PathInfoKey & key ) {
-   vrfRoot_->pathDel( key );
    pathStatusInfoDel( key );
+   vrfRoot_->pathDel( key );
 }
 
 void

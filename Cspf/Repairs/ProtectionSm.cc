@@ -183,11 +183,21 @@ ProtectionSm::compute( const std::string & missing ) {
    goOverDue();
 }
 
-/// Whoever reads what is published may end or change any request, and with the last one this.
+/// Whether requests would be worked out of runs that the topology has left behind.
+bool
+ProtectionSm::isOvertaken() const {
+   return settledFor_.empty()
+          && !( repairs_.runs().complete()
+                && ( !mayFallBack() || linkRepairs_.runs().complete() ) );
+}
+
+/// Whoever reads what is published may end or change any request, and with the last one this; or
+/// change the topology.
 void
 ProtectionSm::goOverDue() {
    const auto alive = keptAlive();
-   for ( std::size_t rows = 0; !due_.empty() && rows < context_.taskScheduler->slice(); ++rows ) {
+   for ( std::size_t left = context_.taskScheduler->slice();
+         left > 0 && !due_.empty() && !isOvertaken(); --left ) {
       const Lum::Ptr< PqComputeSm > request = std::move( due_.back() );
       due_.pop_back();
       if ( !request->isRetired() ) {

@@ -117,6 +117,7 @@ class ProtectionSm : public Lum::Reactor {
    std::string missingRunOf( const ConstraintInfo & row ) const;
    const ConstraintInfo * rowOf( const PathStatusCache & cache ) const;
    bool isSettled() const;
+   bool isOvertaken() const;
    void scheduleIfDue();
    bool takeRuns( const std::string & missing );
    std::vector< Lum::Ptr< PqComputeSm > > dueRequests( bool all, bool hold ) const;

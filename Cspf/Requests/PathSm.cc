@@ -278,6 +278,12 @@ PathSm::handleCspfConfig( const PathKey & pathKey ) {
       doCleanupPathInfoKeyEntries( pathKey );
       return;
    }
+   if ( initialized() && !isFollowed( pathKey ) ) {
+      deleteStaleEntry( pathKey );  // of a request that is being withdrawn
+   }
+   if ( handling.isVoid() ) {
+      return;
+   }
    const auto wanted = getLinkedPathsFromCspfConfig( pathKey );
    replaceParent( pathKey, wanted->parentPathInfoKey() );
    const auto held = getLinkedPathsFromPathConfigInfo( pathKey );

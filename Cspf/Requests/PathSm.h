@@ -93,6 +93,8 @@ class PathSmBase : public Lum::Reactor {
    /// Makes the rows of a key where there are none.
    void addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & config );
    void deleteRows( const PathInfoKey & key );
+   /// Takes out what is published for a path that is not followed.
+   void deleteStaleEntry( const PathKey & pathKey );
 
    /// The handling of one path's request. Who reads what it leads to may change the request again,
    /// or end the service, inside of it; that is then handled first, and this handling is void.
@@ -121,7 +123,6 @@ class PathSmBase : public Lum::Reactor {
    void handleImports();
    void endIntake();
    std::vector< PathKey > staleEntries() const;
-   void deleteStaleEntry( const PathKey & pathKey );
 
    const Kivnet::AddressFamily af_;
    bool initialized_ = false;

@@ -105,14 +105,15 @@ class ConstraintInfoSmBase : public Lum::Reactor {
    static void tellPath( const PathStatusInfo & path, PathStatusCache & cache, bool whole );
    /// As traces name the constraint.
    const Trace::Prepared & tracedConstraint() const;
-   /// Whether the run at hand has results that wait for `goOn`.
+   /// The next expiry comes after the current delay.
+   void startTimer();
+   /// Whether the run at hand has results that wait for an expiry.
    virtual bool isHandingOut() const { return false; }
 
  private:
    void handleThrottleChange( const Lum::AnyChange & );
    void expire();
    Kiv::Task & timerTask();
-   void startTimer();
    void requestInHoldDown( bool topologyChanged, const char * operation );
    void requestInQuiet( bool topologyChanged, const char * operation );
    void resetDelay( const char * operation );

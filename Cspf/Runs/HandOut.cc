@@ -143,7 +143,8 @@ ConstraintInfoSm::isOvertaken( const HandOut & out ) const {
 }
 
 /// Whoever reads one answer may change the topology. The path that was told hears of that as of any
-/// change; those that are not told yet are left for a run of the next turn.
+/// change; those that are not told yet are left for a run after the hold-down, so that a reader who
+/// changes it at each answer costs no run for each.
 void
 ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
    const auto paths = slice( *out );
@@ -158,13 +159,18 @@ ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
    }
    const auto first = out->paths.end() - std::ssize( paths );
    out->paths.erase( first, first + ( next - paths.begin() ) );
-   out->isHeap = out->isHeap && next == paths.end();
+   const bool isWhole = next == paths.end();
+   out->isHeap = out->isHeap && isWhole;
    out->atHand = 0;
    if ( isRetired() || out->paths.empty() ) {
       endHandOut( *out );
-   } else {
-      handOut_ = std::move( out );
+      return;
+   }
+   handOut_ = std::move( out );
+   if ( isWhole ) {
       goOn();
+   } else {
+      startTimer();
    }
 }
 

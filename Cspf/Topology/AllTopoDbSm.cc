@@ -82,9 +82,11 @@ AllTopoDbSm::doCleanupStaleIntfIpToRouterIdEntries() {
       }
    }
    std::ranges::sort( stale );
+   published->holdReaders();  // they may make one stand for a link
    for ( const Kivnet::IpGenAddr & intfIp : stale ) {
       deleteIntfIpToRouterId( published, intfIp );
    }
+   published->tellReaders();
 }
 
 }
