@@ -149,6 +149,12 @@ keepsLinks( const Json & asked ) {
    return std::ranges::any_of( hops, []( const Json & hop ) { return hop[ "loose" ] == false; } );
 }
 
+/// Who holds bandwidth may use links that have none left for others.
+bool
+holdsBandwidth( const Json & asked ) {
+   return asked.value( "/constraint/bandwidth"_json_pointer, 0.0 ) > 0;
+}
+
 /// What follows every change, whoever asks.
 Json
 followed( const Json & document, Json seen ) {
@@ -235,25 +241,26 @@ difference( const Json & one, const Json & other ) {
    return text;
 }
 
-/// Asks anew for what is kept while it is valid; what was refused has never been asked for.
+/// Asks anew for what is kept while it is valid; what was refused, or holds what it was granted
+/// once, has never been asked for.
 void
 askAnew( TestLab & lab ) {
-   Json again = Json::object(), refused = again;
+   Json again = Json::object(), withdrawn = again;
    const Json seen = allSeen( lab ), asked = lab.document()[ "paths" ];
    for ( const auto & [ client, services ] : seen[ "paths" ].items() ) {
       for ( const auto & [ where, paths ] : services.items() ) {
          for ( const auto & [ name, answer ] : paths.items() ) {
-            if ( answer.is_string() || keepsLinks( asked[ client ][ name ] ) ) {
-               refused[ client ][ name ] = nullptr;
-               again[ client ][ name ] = asked[ client ][ name ];
+            const Json & request = asked[ client ][ name ];
+            if ( answer.is_string() || keepsLinks( request ) || holdsBandwidth( request ) ) {
+               withdrawn[ client ][ name ] = nullptr;
+               again[ client ][ name ] = request;
             } else if ( client != "cli" ) {
-               again[ client ][ name ][ "refreshReqSeq" ] =
-                  asked[ client ][ name ].value( "refreshReqSeq", 0 ) + 1;
+               again[ client ][ name ][ "refreshReqSeq" ] = request.value( "refreshReqSeq", 0 ) + 1;
             }
          }
       }
    }
-   lab.patch( { { "paths", refused } } );
+   lab.patch( { { "paths", withdrawn } } );
    lab.settle();
    lab.patch( { { "paths", again } } );
    lab.settle();

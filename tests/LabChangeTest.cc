@@ -1,5 +1,6 @@
 // What an event changes, read and written in parts: it comes to what the whole comes to.
 
+#include "tests/Lab.h"
 #include "tests/RandomLab.h"
 #include "tests/StateBackends.h"
 #include "tools/lab/LabCost.h"
@@ -92,6 +93,17 @@ wideEvent( RandomLab & random, const Json & lab ) {
    default: change[ "router" ] = router;
    }
    return change;
+}
+
+/// One OSPF topology that is not exported stands where state has no name for it.
+TEST( LabChange, patchesStateBesideATopologyThatIsNotExported ) {
+   auto lab = TestLab::of(
+      { { "router", "A" },
+        { "topologies", { { "area", { { "igp", "ospf" }, { "export", false } } } } } } );
+   const char * const path = "te/bwm/client/input/vrf/default/rsvp";
+   lab.patch(
+      { { "state", { { path, { { "type", "TrafficEngineering::BandwidthClientUsage" } } } } } } );
+   EXPECT_TRUE( lab.tables().table( path ) );
 }
 
 struct LabChangeTest : testing::TestWithParam< unsigned > {};

@@ -151,3 +151,23 @@ TEST( Prove, findsNoFaultWhereThereIsNone ) {
    EXPECT_GT( best, 80u );
    EXPECT_GT( absent, 300u );
 }
+
+/// A path may cross a link twice, and holds what it held while the router is nowhere.
+TEST( Prove, findsNoFaultWithWhatAPathHoldsOnceForAll ) {
+   TestLab lab( "A =lan1= B C" );
+   const auto core = [ & ]( const Json & change ) {
+      lab.patch( { { "topologies", { { "core", change } } } } );
+      lab.settle();
+   };
+   const Json full{ { "bandwidth", 100 } };
+   core( { { "lans", { { "lan1", { { "members", { { "A", full }, { "C", full } } } } } } } } );
+   lab.request(
+      "rsvp", "p", "B",
+      { { "bandwidth", 40 },
+        { "includeHop", { { { "addr", "10.0.0.3" } }, { { "addr", "10.128.1.1" } } } } } );
+   lab.settle();
+   ASSERT_EQ( lab.path( "rsvp", "p" ), "A C A B" );
+   EXPECT_EQ( faults( lab ), "" );
+   core( { { "routers", { { "A", { { "teRouterId", nullptr } } } } } } );
+   EXPECT_EQ( faults( lab ), "" );
+}

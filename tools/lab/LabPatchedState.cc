@@ -28,7 +28,9 @@ goneIs( Corvdb::StateStore & state, Zorch::TableStore & tables, const std::strin
    if ( const auto topology = Lum::cast< TopoDb >( tables.table( path ) ) ) {
       writeTable( *topology, {} );
    }
-   State::stateDel( state, tables, path, *State::anyKind( path ) );
+   if ( const auto * const kind = State::anyKind( path ) ) {  // else it is one that nobody patches
+      State::stateDel( state, tables, path, *kind );
+   }
 }
 
 /// A table of an IGP is written router by router first; what it holds that no IGP writes follows.

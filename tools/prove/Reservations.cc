@@ -1,6 +1,7 @@
-// The accounts: each published hop of a path that asks for bandwidth is paid for once, and nothing
-// is paid for that no path crosses. A user without a group is known to the table by a number of the
-// agent's own, so such users are told apart by nothing but what they hold.
+// The accounts: each link of a published path that asks for bandwidth is paid for once, however
+// often the path crosses it, and nothing is paid for that no path crosses. A user without a group
+// is known to the table by a number of the agent's own, so such users are told apart by nothing but
+// what they hold.
 
 #include "tools/prove/PathProof.h"
 
@@ -34,8 +35,9 @@ class Accounts {
          uncertain_.insert( answer.client );
       }
       const auto hops = hopsOf( network, source, *answer.status );
+      std::set< const Account * > paid;
       for ( std::size_t i = 0; i < hops.size(); ++i ) {
-         if ( !payHop( answer, hops[ i ] ) && !answer.uncertain() ) {
+         if ( !payHop( answer, hops[ i ], paid ) && !answer.uncertain() ) {
             fault( answer.client, answer.name(),
                    "hop " + std::to_string( i + 1 ) + ", "
                       + answer.status->pathList()[ i ].stringValue() + ": "
@@ -90,7 +92,9 @@ class Accounts {
    }
 
    /// A hop's address may mean the same link in several topologies; one of them is paid for.
-   bool payHop( const Answer & answer, const std::vector< const Way * > & hop ) {
+   /// `paid`: what the answer has paid for before.
+   bool payHop( const Answer & answer, const std::vector< const Way * > & hop,
+                std::set< const Account * > & paid ) {
       const Cspf::PathConstraint & asked = answer.config->constraint();
       return std::ranges::any_of( hop, [ & ]( const Way * way ) {
          const auto at = accounts_.find( { answer.client,
@@ -98,12 +102,16 @@ class Accounts {
                                            { way->topology, way->link->key() },
                                            asked.bwSetupPriority(),
                                            asked.bandwidth() } );
-         const bool there = at != accounts_.end()
-                            && ( asked.sharedBwGroupId() || at->second.paid < at->second.held );
-         if ( there ) {
-            ++at->second.paid;
+         if ( at == accounts_.end() ) {
+            return false;
          }
-         return there;
+         Account & account = at->second;
+         const bool isPaid = paid.contains( &account );
+         if ( !isPaid && ( asked.sharedBwGroupId() || account.paid < account.held ) ) {
+            ++account.paid;
+            return paid.insert( &account ).second;
+         }
+         return isPaid;
       } );
    }
 
@@ -130,8 +138,11 @@ void
 proveReservations( const Snapshot & state, const Service & service, const TeNetwork & network,
                    std::optional< std::uint32_t > source, Verdict & verdict ) {
    Accounts accounts( state, service, network, verdict );
+   if ( !source ) {
+      return;  // what paths hold stays until they are computed again
+   }
    for ( const Answer & answer : service.answers ) {
-      if ( answer.config && answer.client != tilfaClient && source && answer.hasHops()
+      if ( answer.config && answer.client != tilfaClient && answer.hasHops()
            && answer.config->constraint().bandwidth() > 0 ) {
          accounts.pay( answer, network, *source );
       }
