@@ -165,7 +165,8 @@ PathProof::walk( std::uint32_t from, const Cspf::PathStatus & status, const Admi
    return sum;
 }
 
-/// Include hops are met in their order; a strict one is the router itself or the very next.
+/// Include hops are met in their order; a strict one is the router itself or the very next. A path
+/// in use stays while one of them is away.
 std::string
 PathProof::faultOfOrder( const Answer & answer ) const {
    const auto hops = hopsOf( network_, *source_, *answer.status );
@@ -176,6 +177,9 @@ PathProof::faultOfOrder( const Answer & answer ) const {
    auto at = routers.begin();
    for ( const Cspf::IncludeHop & asked : answer.config->constraint().includeHopList() ) {
       const auto & owners = network_.owners( asked.addr() );
+      if ( owners.empty() && answer.client == rsvpClient ) {
+         continue;
+      }
       const auto met = std::find_if(
          at, routers.end(), [ & ]( std::uint32_t router ) { return owners.contains( router ); } );
       if ( met == routers.end() || ( !asked.loose() && met - at > 1 ) ) {
