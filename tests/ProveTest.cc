@@ -173,3 +173,25 @@ TEST( Prove, findsNoFaultWithWhatAPathHoldsOnceForAll ) {
       EXPECT_EQ( faults( lab ), "" ) << away;
    }
 }
+
+TEST( Prove, findsNoFaultWithAPathOfWhichAStrictHopIsAway ) {
+   TestLab lab( "A -10- B -10- C" );
+   const auto prefix = [ & ]( const Json & metric ) {
+      lab.patch(
+         { { "topologies",
+             { { "core",
+                 { { "routers",
+                     { { "B", { { "prefixes", { { "20.0.0.9/32", metric } } } } } } } } } } } } );
+      lab.settle();
+   };
+   prefix( 1 );
+   lab.request( "rsvp", "p", "C",
+                { { "includeHop",
+                    { { { "addr", "20.0.0.9" }, { "loose", false } },
+                      { { "addr", "10.0.0.3" }, { "loose", false } } } } } );
+   lab.settle();
+   ASSERT_EQ( lab.path( "rsvp", "p" ), "A B C" );
+   prefix( nullptr );
+   ASSERT_EQ( lab.path( "rsvp", "p" ), "A B C" );
+   EXPECT_EQ( faults( lab ), "" );
+}

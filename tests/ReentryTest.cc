@@ -334,13 +334,15 @@ TEST( Reentry, APathMayBeAskedForAnewWhileItIsWithdrawn ) {
       SCOPED_TRACE( client );
       Watched watched;
       const auto config = watched.config( client );
-      const auto ask = [ & ]( std::uint64_t bandwidth, std::uint32_t adminGroup ) {
+      const auto ask = [ & ]( std::uint64_t bandwidth, std::uint32_t adminGroup,
+                              std::uint32_t priority = 0 ) {
          Cspf::PathConfig request;
          request.pathKeyIs( { Cspf::Destination( Cspf::ip( "10.0.0.3" ) ), 7 } );
          request.refreshReqSeqIs( config->pathConfigs() );
          Cspf::PathConstraint constraint;
          constraint.bandwidthIs( bandwidth );
          constraint.excludeAdminGroupIs( adminGroup );
+         constraint.bwSetupPriorityIs( priority );
          request.constraintIs( constraint );
          config->pathConfigIs( request );
          return request.pathKey();
@@ -366,6 +368,17 @@ TEST( Reentry, APathMayBeAskedForAnewWhileItIsWithdrawn ) {
       watched.lab.settle();
       EXPECT_EQ( status->pathStatus( key ).paths(), 2u );
       EXPECT_EQ( status->pathError( key ), "" );
+      {
+         const auto answering = Lum::make< Answering >( watched.lab, [ & ] {
+            if ( !config->pathConfigHas( key ) && !status->pathStatusHas( key ) ) {
+               ask( 50, 0, 9 );
+            }
+         } );
+         config->pathConfigDel( key );
+      }
+      watched.lab.settle();
+      ASSERT_TRUE( config->pathConfigHas( key ) );
+      EXPECT_NE( status->pathError( key ), "" );
       config->pathConfigDel( key );
       watched.lab.settle();
       watched.isEmpty();

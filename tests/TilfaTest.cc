@@ -345,6 +345,23 @@ TEST( Tilfa, protectsOnALanOfTheRepairsLevel ) {
    }
 }
 
+/// The run from the LAN comes first: the others are held down when most of the topology changes.
+TEST( Tilfa, protectsALanThatIsRunFromBeforeAnyRouter ) {
+   TestLab lab( "A =lan1 5= B C; A -20- D; B -1- D; C -1- D", client );
+   lab.request( "tilfa", "link", "0000.0000.0003", linkOf( "A-D.a" ) );
+   lab.settle();
+   lab.link( "A-D", { { "metric", 21 } } );
+   lab.advance( 0.06 );
+   for ( const char * link : { "A-D", "B-D", "C-D" } ) {
+      lab.down( link );
+      lab.up( link );
+   }
+   lab.request( "tilfa", "lan", "0000.0000.0002", linkOf( "lan1.A" ) );
+   lab.settle();
+   EXPECT_NE( idx( lab, "link" ), 0u );
+   EXPECT_NE( idx( lab, "lan" ), 0u );
+}
+
 TEST( Tilfa, protectsOnALan ) {
    TestLab lab( "A =lan1 5= B C; A -20- D; B -1- D; C -1- D -1- E", client );
    const Json place{ { "excludeIntf", "lan1.A" }, { "neighbor", "0000.0000.0002" } };
@@ -392,23 +409,6 @@ teRouterIds( TestLab & lab, const Json & ids ) {
 
 // Who has an address, or a TE router id, changes without the graph. Of two routers with one TE
 // router id the first has it.
-
-/// The run from the LAN comes first: the others are held down when most of the topology changes.
-TEST( Tilfa, protectsALanThatIsRunFromBeforeAnyRouter ) {
-   TestLab lab( "A =lan1 5= B C; A -20- D; B -1- D; C -1- D", client );
-   lab.request( "tilfa", "link", "0000.0000.0003", linkOf( "A-D.a" ) );
-   lab.settle();
-   lab.link( "A-D", { { "metric", 21 } } );
-   lab.advance( 0.06 );
-   for ( const char * link : { "A-D", "B-D", "C-D" } ) {
-      lab.down( link );
-      lab.up( link );
-   }
-   lab.request( "tilfa", "lan", "0000.0000.0002", linkOf( "lan1.A" ) );
-   lab.settle();
-   EXPECT_NE( idx( lab, "link" ), 0u );
-   EXPECT_NE( idx( lab, "lan" ), 0u );
-}
 
 TEST( Tilfa, whatALinkProtectionRefusesIsWhatItsNamesMeanNow ) {
    TestLab lab( "A -1- B -1- D; A -1- M -1- B; M -9- D; A -5- E -1- D; plain B", client );

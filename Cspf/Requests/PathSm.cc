@@ -206,7 +206,9 @@ PathSmBase::deleteStaleEntry( const PathKey & pathKey ) {
                   "deleting pathStatus for " << pathKey.dst() << ", id " << pathKey.id() );
       cspfStatus_->pathStatusDel( pathKey );
    }
-   cspfStatus_->pathErrorDel( pathKey );
+   if ( !isFollowed( pathKey ) ) {
+      cspfStatus_->pathErrorDel( pathKey );
+   }
 }
 
 void
@@ -230,7 +232,7 @@ PathSmBase::addRows( const PathInfoKey & key, const Lum::Ptr< const Config > & c
    pathStatusInfoTable_->pathStatusInfoIs( key, Lum::make< PathStatusInfo >( key, cspfStatus_ ) );
 }
 
-/// What is published stays for a request that was made meanwhile.
+/// The reason stays for which a request that was made meanwhile was refused.
 void
 PathSmBase::deletePathInfoKey( const PathInfoKey & key ) {
    if ( isRetired() ) {
@@ -238,9 +240,14 @@ PathSmBase::deletePathInfoKey( const PathInfoKey & key ) {
    }
    TRACE7( "Deleting PathConfigInfo/PathStatusInfo and PathStatus for " << key.traceString() );
    deleteRows( key );
-   if ( !key.internal()
-        && !pathConfigInfoTable_->pathConfigInfoHas( externalPathInfoKey( key.pathKey() ) ) ) {
+   const auto isGone = [ & ] {
+      return !key.internal() && !isRetired()
+             && !pathConfigInfoTable_->pathConfigInfoHas( externalPathInfoKey( key.pathKey() ) );
+   };
+   if ( isGone() ) {
       cspfStatus_->pathStatusDel( key.pathKey() );
+   }
+   if ( isGone() ) {
       cspfStatus_->pathErrorDel( key.pathKey() );
    }
 }

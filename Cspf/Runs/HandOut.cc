@@ -159,18 +159,17 @@ ConstraintInfoSm::handOutSlice( HandOutPtr out, const char * operation ) {
    }
    const auto first = out->paths.end() - std::ssize( paths );
    out->paths.erase( first, first + ( next - paths.begin() ) );
-   const bool isWhole = next == paths.end();
-   out->isHeap = out->isHeap && isWhole;
+   out->isHeap = out->isHeap && next == paths.end();
    out->atHand = 0;
    if ( isRetired() || out->paths.empty() ) {
       endHandOut( *out );
       return;
    }
    handOut_ = std::move( out );
-   if ( isWhole ) {
-      goOn();
-   } else {
+   if ( isOvertaken( *handOut_ ) ) {
       startTimer();
+   } else {
+      goOn();
    }
 }
 

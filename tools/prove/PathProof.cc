@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace Prove {
 
@@ -175,14 +176,17 @@ PathProof::faultOfOrder( const Answer & answer ) const {
       routers.push_back( hop.front()->to );
    }
    auto at = routers.begin();
+   bool isAway = false;  // the hop before
    for ( const Cspf::IncludeHop & asked : answer.config->constraint().includeHopList() ) {
       const auto & owners = network_.owners( asked.addr() );
       if ( owners.empty() && answer.client == rsvpClient ) {
+         isAway = true;
          continue;
       }
       const auto met = std::find_if(
          at, routers.end(), [ & ]( std::uint32_t router ) { return owners.contains( router ); } );
-      if ( met == routers.end() || ( !asked.loose() && met - at > 1 ) ) {
+      const bool isLoose = std::exchange( isAway, false ) || asked.loose();
+      if ( met == routers.end() || ( !isLoose && met - at > 1 ) ) {
          return "does not pass " + asked.addr().stringValue() + " where it is asked for";
       }
       at = met;
