@@ -384,3 +384,30 @@ TEST( Reentry, APathMayBeAskedForAnewWhileItIsWithdrawn ) {
       watched.isEmpty();
    }
 }
+
+/// At each moment of the next agent's beginning.
+TEST( Reentry, AClientMayNeedLessBeforeItIsServedByTheNextAgent ) {
+   Watched watched;
+   const auto interfaces = Lum::cast< Interface::AllEthPhyIntfStatusDir >(
+      watched.lab.state().entity( "interface/status/eth/phy/all" ) );
+   unsigned awaited = 0;
+   const auto answering = Lum::make< Answering >( watched.lab, [ & ] {
+      if ( awaited > 0 && --awaited == 0 ) {
+         watched.turn( 3, "rsvp", false );
+      }
+   } );
+   unsigned nth = 0;
+   while ( awaited == 0 && !HasFailure() ) {
+      SCOPED_TRACE( "notification " + std::to_string( ++nth ) );
+      for ( const std::string & name : clients ) {
+         watched.turn( 3, name, true );
+      }
+      watched.lab.settle();
+      awaited = nth;
+      watched.lab.restart();
+      interfaces->bandwidthIs( Kivnet::IntfId( "A-B.a" ), 1000 + nth );
+      watched.lab.settle();
+      watched.isAsWanted();
+   }
+   EXPECT_GT( nth, 5u );
+}

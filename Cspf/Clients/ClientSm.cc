@@ -161,6 +161,7 @@ ClientDirSm::handleEnabled() {
    for ( const auto & name : Lum::sortedKeys( clientDir_->entityColl() ) ) {
       handleClientDir( name );
    }
+   cleanUpLater();  // who hears of one client's service may change what the next one needs
 }
 
 void
